@@ -1,0 +1,13 @@
+# Warnings, sanitizers and the linker, the same for everything that is built here.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wconversion -Wno-sign-conversion -Werror)
+if(MORVANE_SANITIZE)
+    add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${MORVANE_SANITIZE})
+endif()
+find_program(MORVANE_LLD NAMES ld.lld lld)
+if(MORVANE_LLD)
+    add_link_options(-fuse-ld=lld)
+endif()
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)

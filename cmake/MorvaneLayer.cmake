@@ -1,0 +1,24 @@
+# morvane_layer(NAME SOURCES ... USES ...)
+#
+# One layer of the library: an object library that sees its own headers and those of the layers
+# it uses, and no others. The headers of platform/ROOM are found only under
+# <MorvaneOperation/platform/ROOM/...>, through an include root of that room's own, so a wrong
+# include does not build.
+function(morvane_layer name)
+    cmake_parse_arguments(PARSE_ARGV 1 LAYER "" "" "SOURCES;USES")
+    list(TRANSFORM LAYER_USES PREPEND layer_)
+    add_library(layer_${name} OBJECT ${LAYER_SOURCES})
+    target_link_libraries(layer_${name} PUBLIC ${LAYER_USES} Threads::Threads)
+    target_include_directories(layer_${name} PUBLIC ${PROJECT_BINARY_DIR}/generated)
+    get_filename_component(parent ${CMAKE_CURRENT_SOURCE_DIR} DIRECTORY)
+    get_filename_component(folder ${parent} NAME)
+    if(folder STREQUAL "platform")
+        set(root ${PROJECT_BINARY_DIR}/layers/${name})
+        file(MAKE_DIRECTORY ${root}/MorvaneOperation/platform)
+        file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/MorvaneOperation/platform/${name} SYMBOLIC)
+        target_include_directories(layer_${name} PUBLIC ${root})
+    else()
+        target_include_directories(layer_${name} PUBLIC ${PROJECT_SOURCE_DIR}/include)
+    endif()
+    set_property(GLOBAL APPEND PROPERTY MORVANE_LAYERS layer_${name})
+endfunction()

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSIndexPath.h>
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+#include <MorvaneOperation/platform/foundation/NSUUID.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Writes objects as keyed archives: binary property lists ("bplist00") with "$version" 100000,
+/// "$archiver" "NSKeyedArchiver", "$top" and "$objects", readable by any property-list reader.
+///
+///     std::vector<std::uint8_t> bytes = NSKeyedArchiver::archivedDataWithRootObject(*entry);
+///
+///     void MVAclPermission::encodeWithCoder(NSKeyedArchiver& coder) const {
+///         coder.encodeString(name(), "name");
+///         coder.encodeInt32(permission(), "permission");
+///     }
+///
+/// An object that is reached twice is written once. An archiver is used on one thread; it holds no
+/// objects after the archive is finished. Keys are string literals: the archiver keeps views of
+/// them until the archive is finished.
+namespace morvane {
+
+using NSData = std::vector<std::uint8_t>;
+using NSDataView = std::span<const std::uint8_t>;
+
+class MORVANE_EXPORT NSKeyedArchiver {
+  public:
+    /// The whole archive of one object, under the key "root". Throws NSInvalidArgumentException if
+    /// an object's class does not support secure coding.
+    static NSData archivedDataWithRootObject(const NSObject& root);
+
+    NSKeyedArchiver();
+    ~NSKeyedArchiver();
+    NSKeyedArchiver(const NSKeyedArchiver&) = delete;
+    NSKeyedArchiver& operator=(const NSKeyedArchiver&) = delete;
+
+    // Each writes one value under `key` of the object being encoded (of "$top" outside objects).
+    // Nil values are written as the archive's null object.
+    void encodeBool(bool value, std::string_view key);
+    void encodeInt32(std::int32_t value, std::string_view key);
+    void encodeInt64(std::int64_t value, std::string_view key);
+    void encodeDouble(double value, std::string_view key);
+    void encodeString(const std::optional<std::string>& value, std::string_view key);
+    void encodeString(std::string_view value, std::string_view key);
+    void encodeData(NSDataView value, std::string_view key);
+    void encodeUUID(const std::optional<NSUUID>& value, std::string_view key);
+    void encodeURL(const std::optional<NSURL>& value, std::string_view key);
+    void encodeIndexPath(const NSIndexPath& value, std::string_view key);
+    void encodeError(const NSErrorRef& value, std::string_view key);
+    /// An object of a class that supports secure coding, or null.
+    void encodeObject(const NSObject* value, std::string_view key);
+
+    // Arrays (class NSArray).
+    void encodeObjects(std::span<const std::shared_ptr<NSObject>> values, std::string_view key);
+    template <class T>
+    void encodeObjects(const std::vector<std::shared_ptr<T>>& values, std::string_view key) {
+        beginArray(values.size());
+        for (const auto& value : values)
+            appendObject(value.get());
+        endArray(key);
+    }
+    void encodeURLs(std::span<const NSURL> values, std::string_view key);
+    void encodeStrings(std::span<const std::string> values, std::string_view key);
+    void encodeIntegers(std::span<const std::int64_t> values, std::string_view key);
+    /// An array of data blobs, each the whole archive of one object, as that class's own coding
+    /// asks.
+    template <class T>
+    void encodeArchives(const std::vector<std::shared_ptr<T>>& values, std::string_view key) {
+        beginArray(values.size());
+        for (const auto& value : values)
+            appendArchive(*value);
+        endArray(key);
+    }
+
+    /// Ends the archive and hands it over. The archiver cannot be used after this.
+    NSData finishEncoding();
+
+  private:
+    void beginArray(std::size_t count);
+    void appendObject(const NSObject* value);
+    void appendArchive(const NSObject& value);
+    void endArray(std::string_view key);
+
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace morvane

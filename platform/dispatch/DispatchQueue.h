@@ -1,0 +1,47 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Queues of tasks that run one after the other, each to its end, in the order of submission.
+///
+///     auto queue = DispatchQueue::serialQueue("io.github.me.connector");
+///     queue->async([self = shared_from_this()] { self->reset(); });
+///
+/// A serial queue runs its tasks on a worker thread while it has any; no thread is kept for an idle
+/// one. Queued tasks keep the queue alive until they have run. The main queue runs its tasks on the
+/// thread that runs the host's loop, each on a later turn of the loop than the one that submitted
+/// it. async() may be called from any thread. A task must not throw: an exception ends the process,
+/// as nobody could catch it.
+namespace morvane {
+
+class MORVANE_EXPORT DispatchQueue {
+  public:
+    using Task = std::function<void()>;
+
+    /// `label` may be null: an unlabelled queue.
+    static std::shared_ptr<DispatchQueue> serialQueue(const char* label);
+    static DispatchQueue& mainQueue();
+
+    virtual ~DispatchQueue();
+    DispatchQueue(const DispatchQueue&) = delete;
+    DispatchQueue& operator=(const DispatchQueue&) = delete;
+
+    virtual void async(Task task) = 0;
+    /// Whether the caller is a task of this queue (for the main queue: on the loop's thread).
+    virtual bool isCurrent() const = 0;
+
+    const std::optional<std::string>& label() const { return label_; }
+
+  protected:
+    explicit DispatchQueue(std::optional<std::string> label);
+
+  private:
+    std::optional<std::string> label_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+/// A failure of an operation: a domain, a code within it, and what else is known.
+///
+///     auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}});
+///
+/// Errors are immutable and shared; a null NSErrorRef means success. They may be used on any
+/// thread.
+namespace morvane {
+
+class NSError;
+using NSErrorRef = std::shared_ptr<const NSError>;
+using NSErrorValue = std::variant<std::string, std::int64_t, NSURL, NSErrorRef>;
+using NSErrorUserInfo = std::map<std::string, NSErrorValue, std::less<>>;
+
+/// Domains.
+inline constexpr const char* NSPOSIXErrorDomain = "NSPOSIXErrorDomain";
+inline constexpr const char* NSOSStatusErrorDomain = "NSOSStatusErrorDomain";
+inline constexpr const char* NSCocoaErrorDomain = "NSCocoaErrorDomain";
+
+/// Keys of the user info.
+inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
+inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
+    "NSLocalizedRecoverySuggestion";
+inline constexpr const char* NSURLErrorKey = "NSURL";
+inline constexpr const char* NSFilePathErrorKey = "NSFilePath";
+inline constexpr const char* NSUnderlyingErrorKey = "NSUnderlyingError";
+
+/// Codes of NSCocoaErrorDomain that this library gives.
+enum : std::int64_t {
+    /// An archive is damaged, too large, or holds a class that is not allowed where it stands.
+    NSCoderReadCorruptError = 4864,
+    /// The peer went away after a request was sent; whether it was carried out is unknown.
+    NSXPCConnectionInterrupted = 4097,
+    /// The connection cannot be used (any more); the request was not sent.
+    NSXPCConnectionInvalid = 4099,
+    /// The reply came, but was refused by decoding or never given by the peer.
+    NSXPCConnectionReplyInvalid = 4101,
+};
+
+class MORVANE_EXPORT NSError final : public NSObject {
+  public:
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+
+    static NSErrorRef errorWithDomain(std::string domain, std::int64_t code,
+                                      NSErrorUserInfo userInfo = {});
+
+    const std::string& domain() const { return domain_; }
+    std::int64_t code() const { return code_; }
+    const NSErrorUserInfo& userInfo() const { return userInfo_; }
+
+    /// The text under NSLocalizedDescriptionKey; without one, the system's text for a POSIX code,
+    /// or a sentence that names domain and code.
+    std::string localizedDescription() const;
+    /// The text under NSLocalizedRecoverySuggestionErrorKey, if there is one.
+    std::optional<std::string> localizedRecoverySuggestion() const;
+
+    /// Same domain, code and user info.
+    bool isEqual(const NSObject* other) const override;
+
+    /// Public for std::make_shared only; use errorWithDomain().
+    NSError(std::string domain, std::int64_t code, NSErrorUserInfo userInfo);
+
+  private:
+    std::string domain_;
+    std::int64_t code_;
+    NSErrorUserInfo userInfo_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+#include <exception>
+#include <string>
+
+/// A programming error: a name that code can test, and a reason for people.
+///
+///     throw NSException(NSRangeException, "index 4 beyond bounds [0 .. 2]");
+///
+/// Failures of operations are never exceptions; they are NSError objects.
+namespace morvane {
+
+class MORVANE_EXPORT NSException : public std::exception {
+  public:
+    NSException(std::string name, std::string reason);
+    ~NSException() override;
+
+    const std::string& name() const { return name_; }
+    const std::string& reason() const { return reason_; }
+    /// "NAME: REASON".
+    const char* what() const noexcept override { return what_.c_str(); }
+
+  private:
+    std::string name_;
+    std::string reason_;
+    std::string what_;
+};
+
+inline constexpr const char* NSRangeException = "NSRangeException";
+inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentException";
+
+/// Throws NSRangeException, naming the index and the count that it does not fit.
+[[noreturn]] MORVANE_EXPORT void throwRangeException(std::size_t index, std::size_t count);
+
+}  // namespace morvane

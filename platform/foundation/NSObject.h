@@ -1,0 +1,84 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+/// The root of the object model: run-time class identity, equality by content, secure coding.
+///
+/// A class with identity derives from NSObject, names itself with one static NSClass, and is held
+/// by std::shared_ptr:
+///
+///     class Point : public NSObject {
+///      public:
+///         static const NSClass& classObject();
+///         const NSClass& objectClass() const override { return classObject(); }
+///     };
+///
+/// Threads: objects take no locks; one object is used on one thread at a time unless its own header
+/// says otherwise. NSClass objects are immutable and live as long as the process.
+namespace morvane {
+
+class NSObject;
+class NSKeyedArchiver;
+class NSKeyedUnarchiver;
+
+/// The run-time identity of a class: compared by address, named in archives by `name`.
+struct NSClass {
+    std::string_view name;
+    /// Null for NSObject only.
+    const NSClass* superclass = nullptr;
+    /// Rebuilds an object from an archive. Null: the class cannot be decoded as an object of its
+    /// own (property-list and value classes are read by the unarchiver itself).
+    std::shared_ptr<NSObject> (*initWithCoder)(NSKeyedUnarchiver& coder) = nullptr;
+
+    bool isSubclassOfClass(const NSClass& other) const {
+        for (const NSClass* c = this; c; c = c->superclass) {
+            if (c == &other)
+                return true;
+        }
+        return false;
+    }
+};
+
+/// The classes that may be decoded at one place. Order carries no meaning.
+using NSClassSet = std::vector<const NSClass*>;
+
+class MORVANE_EXPORT NSObject {
+  public:
+    NSObject() = default;
+    NSObject(const NSObject&) = delete;
+    NSObject& operator=(const NSObject&) = delete;
+    virtual ~NSObject();
+
+    static const NSClass& classObject();
+    /// The class of this very object.
+    virtual const NSClass& objectClass() const;
+    bool isKindOfClass(const NSClass& c) const { return objectClass().isSubclassOfClass(c); }
+
+    /// Equality by content; identity unless a class says otherwise. Null is equal to nothing.
+    virtual bool isEqual(const NSObject* other) const;
+
+    /// Writes the object's keys. The default throws NSException "NSInvalidArgumentException": the
+    /// class does not support secure coding.
+    virtual void encodeWithCoder(NSKeyedArchiver& coder) const;
+};
+
+/// The classes of values that have no C++ class of their own here (strings, arrays, numbers, ...)
+/// or that are C++ value types (NSURL, NSUUID, NSIndexPath), as names for class sets and archives.
+MORVANE_EXPORT extern const NSClass NSArrayClass;
+MORVANE_EXPORT extern const NSClass NSDictionaryClass;
+MORVANE_EXPORT extern const NSClass NSStringClass;
+MORVANE_EXPORT extern const NSClass NSNumberClass;
+MORVANE_EXPORT extern const NSClass NSDataClass;
+MORVANE_EXPORT extern const NSClass NSDateClass;
+MORVANE_EXPORT extern const NSClass NSURLClass;
+MORVANE_EXPORT extern const NSClass NSUUIDClass;
+MORVANE_EXPORT extern const NSClass NSIndexPathClass;
+
+/// The property-list classes: array, dictionary, string, number, data, date.
+MORVANE_EXPORT const NSClassSet& propertyListClasses();
+
+}  // namespace morvane

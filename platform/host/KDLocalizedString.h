@@ -1,0 +1,34 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// The texts that people see, looked up by their English keys in a table.
+///
+///     KDLocalizedString::localize("Applies To", "ACL");
+///
+/// Without a host's own look-up, GNU gettext is asked, with the table as the domain; a text without
+/// a translation is its own key. Results are remembered for the life of the process. Safe from any
+/// thread.
+namespace morvane {
+
+class MORVANE_EXPORT KDLocalizedString {
+  public:
+    using Lookup = std::function<std::string(const std::string& key, const std::string& table)>;
+
+    /// The text for `key`; for an empty key the empty text.
+    static const std::string& localize(std::string_view key, std::string_view table);
+
+    /// The host's own look-up, from now on; empty puts gettext back. What was looked up before is
+    /// forgotten, but the texts handed out stay valid.
+    static void setLookup(Lookup lookup);
+};
+
+/// GNU gettext, with the table as the domain. Defined by the Linux platform.
+KDLocalizedString::Lookup systemLocalizedStrings();
+
+}  // namespace morvane

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+#include <MorvaneOperation/platform/foundation/NSUUID.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+/// Users and groups of the system, by UUID and by name.
+///
+///     auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
+///     auto me = CBIdentity::identityWithName("alice", authority);
+///     me->uniqueIdentifier();
+///
+/// A UUID is computed from the uid or gid and back, without asking the user database; "everyone"
+/// has one of its own. Look-ups go to the system's user database (any source that it is configured
+/// for) and are remembered for a few seconds, misses included. Safe from any thread; identities are
+/// immutable.
+namespace morvane {
+
+class CBIdentityAuthority;
+
+/// Whom a UUID stands for, told from the UUID alone.
+struct CBPosixUser {
+    std::uint32_t uid;
+    bool operator==(const CBPosixUser&) const = default;
+};
+struct CBPosixGroup {
+    std::uint32_t gid;
+    bool operator==(const CBPosixGroup&) const = default;
+};
+struct CBEveryone {
+    bool operator==(const CBEveryone&) const = default;
+};
+using CBPosixIdentity = std::variant<CBPosixUser, CBPosixGroup, CBEveryone>;
+
+MORVANE_EXPORT NSUUID uuidOfPosixIdentity(const CBPosixIdentity& identity);
+/// Empty for a UUID that no user, group or everyone has.
+MORVANE_EXPORT std::optional<CBPosixIdentity> posixIdentityOfUUID(const NSUUID& uuid);
+
+class MORVANE_EXPORT CBIdentity final : public NSObject {
+  public:
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+
+    /// Null if there is no such user or group (also for a uid or gid that has no name).
+    static std::shared_ptr<const CBIdentity> identityWithUniqueIdentifier(
+        const NSUUID& uuid, const CBIdentityAuthority& authority);
+    /// A user of that name, else a group of that name, else null; "everyone" is everyone.
+    static std::shared_ptr<const CBIdentity> identityWithName(const std::string& name,
+                                                              const CBIdentityAuthority& authority);
+
+    const NSUUID& uniqueIdentifier() const { return uniqueIdentifier_; }
+    const std::string& name() const { return name_; }
+    /// True for groups and for everyone.
+    bool isGroup() const { return isGroup_; }
+
+    /// Same unique identifier.
+    bool isEqual(const NSObject* other) const override;
+
+    CBIdentity(const NSUUID& uniqueIdentifier, std::string name, bool isGroup);
+
+  private:
+    NSUUID uniqueIdentifier_;
+    std::string name_;
+    bool isGroup_;
+};
+
+using CBIdentityRef = std::shared_ptr<const CBIdentity>;
+
+}  // namespace morvane

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Where identities are looked up: the system's user database, with a short memory in front of it.
+namespace morvane {
+
+class CBIdentity;
+
+/// The user database, asked directly. Supplied by the system, or by a test.
+class MORVANE_EXPORT UserDatabase {
+  public:
+    struct Record {
+        std::uint32_t id;
+        std::string name;
+        bool operator==(const Record&) const = default;
+    };
+
+    virtual ~UserDatabase();
+    virtual std::optional<Record> userWithId(std::uint32_t uid) = 0;
+    virtual std::optional<Record> userWithName(const std::string& name) = 0;
+    virtual std::optional<Record> groupWithId(std::uint32_t gid) = 0;
+    virtual std::optional<Record> groupWithName(const std::string& name) = 0;
+    /// Every user (group) that the database will enumerate, in its order.
+    virtual std::vector<Record> allUsers() = 0;
+    virtual std::vector<Record> allGroups() = 0;
+    /// The short name of the user that this process runs as; empty if the uid has none.
+    virtual std::string currentUserName() = 0;
+};
+
+/// The C library's name service switch. Defined by the Linux platform.
+std::shared_ptr<UserDatabase> systemUserDatabase();
+
+class MORVANE_EXPORT CBIdentityAuthority {
+  public:
+    static CBIdentityAuthority& defaultIdentityAuthority();
+
+    explicit CBIdentityAuthority(std::shared_ptr<UserDatabase> database);
+    ~CBIdentityAuthority();
+
+    /// For tests: replaces the database of this authority and forgets what was looked up. Null puts
+    /// the system's back.
+    void setDatabase(std::shared_ptr<UserDatabase> database);
+
+    UserDatabase& database() const;
+
+  private:
+    friend class CBIdentity;
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// The short name of the logged-in user.
+MORVANE_EXPORT std::string NSUserName();
+
+}  // namespace morvane

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/xpc/NSXPCInterface.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+/// A connection to another process over which messages of a protocol travel both ways.
+///
+///     auto connection = NSXPCConnection::initWithServiceName("io.github.me.FileService");
+///     connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileRequest>());
+///     connection->resume();
+///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>([](NSErrorRef error) { ... })
+///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { ... });
+///
+/// The promise: every request that was accepted ends exactly once, in its reply or in its error
+/// handler. A request is never sent twice. The error tells what is known: NSXPCConnectionInvalid
+/// (it was not sent), NSXPCConnectionInterrupted (the peer went away, the outcome is unknown),
+/// NSXPCConnectionReplyInvalid (the reply was refused by decoding, or the peer dropped it).
+///
+/// Ownership: the connection owns its interfaces, its exported object and its handlers. A resumed
+/// connection stays open until it is invalidated or its last reference goes; the latter invalidates
+/// it. Proxies hold their connection.
+///
+/// Threads: configure on one thread, then resume; everything else may be called from any thread.
+/// Replies, callbacks and handlers run one at a time on a thread of the connection's choosing,
+/// under no lock; while one runs, nothing else of this connection is delivered, so it must not wait
+/// for another message of the same connection. None runs after the invalidation handler.
+///
+/// Failure: a named private service that crashes interrupts the connection (its interruption
+/// handler runs) and is started again by the next request. The connection becomes invalid, for
+/// good, when the service cannot be started, keeps crashing, or the well-known socket is gone or
+/// not root's where it must be. In a child after fork() every use answers NSXPCConnectionInvalid
+/// and touches nothing.
+namespace morvane {
+
+/// Options of initWithMachServiceName().
+enum NSXPCConnectionOptions : std::uint64_t {
+    /// The service must be privileged: socket and peer process belong to root.
+    NSXPCConnectionPrivileged = 4096,
+};
+
+class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPCConnection> {
+  public:
+    using Handler = std::function<void()>;
+    using ErrorHandler = std::function<void(NSErrorRef)>;
+
+    /// A private service process of this application, named as the program in its libexec folder
+    /// that is started on first use.
+    static std::shared_ptr<NSXPCConnection> initWithServiceName(std::string name);
+    /// A service that listens on the well-known socket of that name.
+    static std::shared_ptr<NSXPCConnection> initWithMachServiceName(std::string name,
+                                                                    std::uint64_t options);
+
+    ~NSXPCConnection();
+    NSXPCConnection(const NSXPCConnection&) = delete;
+    NSXPCConnection& operator=(const NSXPCConnection&) = delete;
+
+    const std::string& serviceName() const;
+
+    void setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface);
+    const std::shared_ptr<NSXPCInterface>& remoteObjectInterface() const;
+    void setExportedInterface(std::shared_ptr<NSXPCInterface> interface);
+    const std::shared_ptr<NSXPCInterface>& exportedInterface() const;
+    /// The object that receives the peer's messages; it must implement the exported interface's
+    /// protocol P.
+    template <class P>
+    void setExportedObject(std::shared_ptr<P> object) {
+        setExportedObject(std::shared_ptr<void>(object, static_cast<P*>(object.get())),
+                          protocolDescription<P>());
+    }
+    /// Null if none is set.
+    std::shared_ptr<void> exportedObject() const;
+
+    /// Both may also be cleared with an empty handler, at any time.
+    void setInterruptionHandler(Handler handler);
+    void setInvalidationHandler(Handler handler);
+    bool hasInvalidationHandler() const;
+
+    /// Starts delivery. Requests that are sent before this wait for it.
+    void resume();
+    /// Ends the connection for good: requests in flight end in their error handlers, then the
+    /// invalidation handler runs. Returns at once.
+    void invalidate();
+
+    /// An object whose methods send messages. Throws NSInvalidArgumentException if P is not the
+    /// remote interface's protocol.
+    template <class P>
+    std::shared_ptr<P> remoteObjectProxy() {
+        return remoteObjectProxyWithErrorHandler<P>({});
+    }
+    template <class P>
+    std::shared_ptr<P> remoteObjectProxyWithErrorHandler(ErrorHandler errorHandler) {
+        return makeProxy<P>(proxyTarget(protocolDescription<P>(), std::move(errorHandler)));
+    }
+
+    /// Who is at the other end; -1 while nobody is.
+    std::int64_t processIdentifier() const;
+    std::int64_t effectiveUserIdentifier() const;
+    std::int64_t effectiveGroupIdentifier() const;
+
+    class Core;
+    explicit NSXPCConnection(std::shared_ptr<Core> core);
+
+  private:
+    void setExportedObject(std::shared_ptr<void> object, const NSXPCProtocolDescription& protocol);
+    NSXPCProxyTarget proxyTarget(const NSXPCProtocolDescription& protocol,
+                                 ErrorHandler errorHandler);
+
+    std::shared_ptr<Core> core_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+#include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+/// What one end of a connection speaks: a protocol, and the classes that may be decoded at each
+/// position of its messages.
+///
+///     auto interface = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
+///     interface->setClasses({&NSArrayClass, &MVAclEntry::classObject()},
+///                           "getAclEntriesWithUrl:reply:", 0, true);
+///
+/// A position that was never set takes the property-list classes and the position's own type (an
+/// array of property-list objects for an array). An interface is configured before its connection
+/// is resumed and not changed after.
+namespace morvane {
+
+class MORVANE_EXPORT NSXPCInterface {
+  public:
+    template <class P>
+    static std::shared_ptr<NSXPCInterface> interfaceWithProtocol() {
+        return std::make_shared<NSXPCInterface>(protocolDescription<P>());
+    }
+
+    /// Replaces the allowed classes of one position. `ofReply`: `argumentIndex` counts the reply's
+    /// arguments, otherwise the message's own without the reply callback. Throws
+    /// NSInvalidArgumentException for a selector or a position that the protocol does not have.
+    void setClasses(NSClassSet classes, std::string_view selector, std::size_t argumentIndex,
+                    bool ofReply);
+    /// The allowed classes of one position.
+    const NSClassSet& classesForSelector(std::string_view selector, std::size_t argumentIndex,
+                                         bool ofReply) const;
+
+    const NSXPCProtocolDescription& protocol() const { return protocol_; }
+
+    /// Use interfaceWithProtocol().
+    explicit NSXPCInterface(const NSXPCProtocolDescription& protocol);
+    ~NSXPCInterface();
+
+  private:
+    const NSXPCProtocolDescription& protocol_;
+    // [message][argument], own arguments first, then the reply's; filled with the defaults.
+    struct MessageClasses {
+        std::vector<NSClassSet> arguments;
+        std::vector<NSClassSet> replyArguments;
+    };
+    std::vector<MessageClasses> classes_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+/// The service's end: gives the service one connection for each client.
+///
+///     auto listener = NSXPCListener::serviceListener();   // in a private service process
+///     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& connection) {
+///         connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<MVFileRequest>());
+///         connection->setExportedObject<MVFileRequest>(std::make_shared<FileService>(connection));
+///         connection->resume();
+///         return true;
+///     });
+///     return listener->run();
+///
+/// The handler runs on a thread of the listener's choosing; a connection that it does not take
+/// (false) is closed. The listener keeps an accepted connection alive until it is invalid.
+namespace morvane {
+
+class MORVANE_EXPORT NSXPCListener {
+  public:
+    using NewConnectionHandler = std::function<bool(const std::shared_ptr<NSXPCConnection>&)>;
+
+    /// The one connection that the application made when it started this process. Null, with
+    /// `*error` set, if this process was not started so.
+    static std::shared_ptr<NSXPCListener> serviceListener(NSErrorRef* error = nullptr);
+    /// A listening socket handed over by the service manager (LISTEN_FDS). Null, with `*error` set,
+    /// if there is none.
+    static std::shared_ptr<NSXPCListener> activatedListener(NSErrorRef* error = nullptr);
+
+    ~NSXPCListener();
+    NSXPCListener(const NSXPCListener&) = delete;
+    NSXPCListener& operator=(const NSXPCListener&) = delete;
+
+    void setNewConnectionHandler(NewConnectionHandler handler);
+    /// run() returns when there has been no connection for this long; 0 (the default): never.
+    void setIdleTimeout(std::uint32_t seconds);
+    /// Serves until the service is no longer needed: for a private service until the application
+    /// closes the connection, otherwise until the idle timeout or invalidate(). Returns the
+    /// process's exit status, 0.
+    int run();
+    void invalidate();
+
+    class Core;
+    explicit NSXPCListener(std::unique_ptr<Core> core);
+
+  private:
+    std::unique_ptr<Core> core_;
+};
+
+}  // namespace morvane
