@@ -1,0 +1,30 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSUserDefaults.h>
+
+#include <memory>
+#include <string>
+
+/// User defaults in a key file, "$XDG_CONFIG_HOME/morvaneoperation/defaults.ini".
+///
+/// A save replaces the file atomically and keeps what it does not understand; a file that cannot be
+/// read is never overwritten. Where the path is a symbolic link, the file that it leads to is
+/// replaced. Changes are watched on a thread of the store's own.
+namespace morvane {
+
+class KeyFileDefaults final : public DefaultsStore {
+  public:
+    explicit KeyFileDefaults(std::string path);
+    ~KeyFileDefaults() override;
+
+    Values load() override;
+    NSErrorRef save(std::string_view key, std::string_view value) override;
+    void watch(std::function<void()> changed) override;
+
+  private:
+    struct Watch;
+    std::string path_;
+    std::unique_ptr<Watch> watch_;
+};
+
+}  // namespace morvane
