@@ -88,6 +88,9 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void appendObject(const NSObject* value);
     void appendArchive(const NSObject& value);
     void endArray(std::string_view key);
+    void endPlainArray(std::string_view key);
+    void encodeURLValue(const NSURL& value);
+    void appendErrorValue(const NSErrorValue& value);
 
     struct State;
     std::unique_ptr<State> state_;

@@ -100,6 +100,11 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     struct State;
     std::unique_ptr<State> state_;
     explicit NSKeyedUnarchiver(std::unique_ptr<State> state);
+
+    std::shared_ptr<NSObject> objectAt(std::uint64_t uid, std::string_view key,
+                                       const NSClassSet& classes);
+    template <class Read>
+    void readArray(std::string_view key, Read&& read);
 };
 
 }  // namespace morvane

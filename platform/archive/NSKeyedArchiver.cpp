@@ -1,0 +1,389 @@
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/PropertyListWriter.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
+
+#include <utility>
+
+namespace morvane {
+namespace {
+
+using Ref = PropertyListWriter::Ref;
+
+constexpr Ref unwritten = 0xffffffff;
+
+/// The objects that were written or are being written, by address.
+class ObjectTable {
+  public:
+    /// The UID of `object`, and whether it is new; `nextUID` is given to a new one.
+    std::pair<std::uint32_t, bool> insert(const void* object, std::uint32_t nextUID) {
+        if (slots_.size() < 2 * (count_ + 1))
+            grow();
+        auto& slot = find(object);
+        if (slot.object)
+            return {slot.uid, false};
+        slot = {object, nextUID};
+        ++count_;
+        return {nextUID, true};
+    }
+
+    void clear() {
+        if (count_ == 0)
+            return;
+        slots_.assign(slots_.size() > keptSlots ? 0 : slots_.size(), Slot{});
+        count_ = 0;
+    }
+
+  private:
+    struct Slot {
+        const void* object = nullptr;
+        std::uint32_t uid = 0;
+    };
+    static constexpr std::size_t keptSlots = 64;
+
+    Slot& find(const void* object) {
+        const auto mask = slots_.size() - 1;
+        auto i = (reinterpret_cast<std::uintptr_t>(object) >> 4) * 0x9E3779B97F4A7C15u >> 20;
+        for (;; ++i) {
+            auto& slot = slots_[i & mask];
+            if (!slot.object || slot.object == object)
+                return slot;
+        }
+    }
+
+    void grow() {
+        std::vector<Slot> old = std::move(slots_);
+        slots_.assign(old.empty() ? 16 : old.size() * 4, Slot{});
+        for (const auto& slot : old) {
+            if (slot.object)
+                find(slot.object) = slot;
+        }
+    }
+
+    std::vector<Slot> slots_;
+    std::size_t count_ = 0;
+};
+
+}  // namespace
+
+struct NSKeyedArchiver::State {
+    PropertyListWriter list;
+    ObjectTable table;
+    /// The value of each UID; unwritten while its object is being encoded.
+    std::vector<Ref> objects;
+    /// Keys and values of the dictionaries, elements of the arrays under way, innermost last.
+    std::vector<Ref> pending;
+    std::vector<std::size_t> arrays;
+    std::vector<std::pair<const NSClass*, std::uint32_t>> classes;
+    bool finished = false;
+
+    void reset() {
+        list.clear();
+        table.clear();
+        objects.clear();
+        pending.clear();
+        arrays.clear();
+        classes.clear();
+        finished = false;
+        objects.push_back(list.sharedString("$null"));
+    }
+
+    void put(std::string_view key, Ref value) {
+        pending.push_back(list.sharedString(key));
+        pending.push_back(value);
+    }
+
+    /// A new object whose value is `value`, as a reference to it.
+    Ref object(Ref value) {
+        objects.push_back(value);
+        return list.uid(static_cast<std::uint32_t>(objects.size() - 1));
+    }
+
+    Ref nil() { return list.uid(0); }
+
+    Ref classReference(const NSClass& c) {
+        for (const auto& [known, uid] : classes) {
+            if (known == &c)
+                return list.uid(uid);
+        }
+        const auto base = pending.size();
+        for (const NSClass* k = &c; k; k = k->superclass)
+            pending.push_back(list.sharedString(k->name));
+        const auto names = list.array(std::span(pending).subspan(base));
+        pending.resize(base);
+        const Ref pairs[] = {list.sharedString("$classname"), list.sharedString(c.name),
+                             list.sharedString("$classes"), names};
+        const auto reference = object(list.dictionary(pairs));
+        classes.emplace_back(&c, static_cast<std::uint32_t>(objects.size() - 1));
+        return reference;
+    }
+
+    /// Ends the dictionary whose pairs stand in `pending` from `base` on.
+    Ref endDictionary(std::size_t base, const NSClass& c) {
+        put("$class", classReference(c));
+        const auto dictionary = list.dictionary(std::span(pending).subspan(base));
+        pending.resize(base);
+        return dictionary;
+    }
+
+    void finish(std::vector<std::uint8_t>& out) {
+        finished = true;
+        const auto top = list.dictionary(pending);
+        const Ref pairs[] = {list.sharedString("$version"),  list.integer(100000),
+                             list.sharedString("$archiver"), list.sharedString("NSKeyedArchiver"),
+                             list.sharedString("$top"),      top,
+                             list.sharedString("$objects"),  list.array(objects)};
+        list.write(list.dictionary(pairs), out);
+    }
+};
+
+namespace {
+
+/// States that ended archives have left on this thread, with their memory: an entry is written as
+/// some twenty archives within one.
+template <class State>
+std::vector<std::unique_ptr<State>>& spareStates() {
+    thread_local std::vector<std::unique_ptr<State>> spare;
+    return spare;
+}
+
+constexpr std::size_t maxSpareStates = 4;
+
+}  // namespace
+
+NSKeyedArchiver::NSKeyedArchiver() {
+    auto& spare = spareStates<State>();
+    if (spare.empty()) {
+        state_ = std::make_unique<State>();
+    } else {
+        state_ = std::move(spare.back());
+        spare.pop_back();
+    }
+    state_->reset();
+}
+
+NSKeyedArchiver::~NSKeyedArchiver() {
+    auto& spare = spareStates<State>();
+    // A large archive's memory is given back.
+    if (spare.size() < maxSpareStates && state_->objects.size() < 1024) {
+        spare.push_back(std::move(state_));
+    }
+}
+
+NSData NSKeyedArchiver::archivedDataWithRootObject(const NSObject& root) {
+    NSKeyedArchiver archiver;
+    archiver.encodeObject(&root, "root");
+    return archiver.finishEncoding();
+}
+
+void NSKeyedArchiver::encodeBool(bool value, std::string_view key) {
+    state_->put(key, state_->list.boolean(value));
+}
+
+void NSKeyedArchiver::encodeInt32(std::int32_t value, std::string_view key) {
+    state_->put(key, state_->list.integer(value));
+}
+
+void NSKeyedArchiver::encodeInt64(std::int64_t value, std::string_view key) {
+    state_->put(key, state_->list.integer(value));
+}
+
+void NSKeyedArchiver::encodeDouble(double value, std::string_view key) {
+    state_->put(key, state_->list.real(value));
+}
+
+void NSKeyedArchiver::encodeString(const std::optional<std::string>& value, std::string_view key) {
+    if (value) {
+        encodeString(std::string_view(*value), key);
+    } else {
+        state_->put(key, state_->nil());
+    }
+}
+
+void NSKeyedArchiver::encodeString(std::string_view value, std::string_view key) {
+    state_->put(key, state_->object(state_->list.string(value)));
+}
+
+void NSKeyedArchiver::encodeData(NSDataView value, std::string_view key) {
+    state_->put(key, state_->object(state_->list.data(value)));
+}
+
+void NSKeyedArchiver::encodeUUID(const std::optional<NSUUID>& value, std::string_view key) {
+    if (!value) {
+        state_->put(key, state_->nil());
+        return;
+    }
+    const auto base = state_->pending.size();
+    state_->put("NS.uuidbytes", state_->list.data(NSDataView(value->bytes())));
+    const auto dictionary = state_->endDictionary(base, NSUUIDClass);
+    state_->put(key, state_->object(dictionary));
+}
+
+void NSKeyedArchiver::encodeURL(const std::optional<NSURL>& value, std::string_view key) {
+    if (value) {
+        encodeURLValue(*value);
+        state_->pending.insert(state_->pending.end() - 1, state_->list.sharedString(key));
+    } else {
+        state_->put(key, state_->nil());
+    }
+}
+
+// Leaves the reference at the end of the pending values.
+void NSKeyedArchiver::encodeURLValue(const NSURL& value) {
+    const auto base = state_->pending.size();
+    state_->put("NS.base", state_->nil());
+    state_->put("NS.relative", state_->object(state_->list.string(value.absoluteString())));
+    const auto dictionary = state_->endDictionary(base, NSURLClass);
+    state_->pending.push_back(state_->object(dictionary));
+}
+
+void NSKeyedArchiver::encodeIndexPath(const NSIndexPath& value, std::string_view key) {
+    NSData bytes;
+    bytes.reserve(value.indexes.size() * 8);
+    for (const auto index : value.indexes) {
+        for (int shift = 56; shift >= 0; shift -= 8) {
+            bytes.push_back(static_cast<std::uint8_t>(index >> shift));
+        }
+    }
+    const auto base = state_->pending.size();
+    encodeInt64(static_cast<std::int64_t>(value.indexes.size()), "NSIndexPathLength");
+    encodeData(bytes, "NSIndexPathData");
+    const auto dictionary = state_->endDictionary(base, NSIndexPathClass);
+    state_->put(key, state_->object(dictionary));
+}
+
+void NSKeyedArchiver::encodeError(const NSErrorRef& value, std::string_view key) {
+    if (!value) {
+        state_->put(key, state_->nil());
+        return;
+    }
+    const auto base = state_->pending.size();
+    encodeString(std::string_view(value->domain()), "NSDomain");
+    encodeInt64(value->code(), "NSCode");
+
+    const auto userInfoBase = state_->pending.size();
+    beginArray(value->userInfo().size());
+    for (const auto& [name, entry] : value->userInfo()) {
+        state_->pending.push_back(state_->object(state_->list.string(name)));
+    }
+    endPlainArray("NS.keys");
+    beginArray(value->userInfo().size());
+    for (const auto& [name, entry] : value->userInfo())
+        appendErrorValue(entry);
+    endPlainArray("NS.objects");
+    const auto userInfo = state_->endDictionary(userInfoBase, NSDictionaryClass);
+    state_->put("NSUserInfo", state_->object(userInfo));
+
+    const auto dictionary = state_->endDictionary(base, NSError::classObject());
+    state_->put(key, state_->object(dictionary));
+}
+
+void NSKeyedArchiver::appendErrorValue(const NSErrorValue& value) {
+    auto& state = *state_;
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        state.pending.push_back(state.object(state.list.string(*text)));
+    } else if (const auto* number = std::get_if<std::int64_t>(&value)) {
+        state.pending.push_back(state.object(state.list.integer(*number)));
+    } else if (const auto* url = std::get_if<NSURL>(&value)) {
+        encodeURLValue(*url);
+    } else {
+        encodeError(std::get<NSErrorRef>(value), "");
+        state.pending.erase(state.pending.end() - 2);  // the key
+    }
+}
+
+void NSKeyedArchiver::encodeObject(const NSObject* value, std::string_view key) {
+    appendObject(value);
+    state_->pending.insert(state_->pending.end() - 1, state_->list.sharedString(key));
+}
+
+void NSKeyedArchiver::encodeObjects(std::span<const std::shared_ptr<NSObject>> values,
+                                    std::string_view key) {
+    beginArray(values.size());
+    for (const auto& value : values)
+        appendObject(value.get());
+    endArray(key);
+}
+
+void NSKeyedArchiver::encodeURLs(std::span<const NSURL> values, std::string_view key) {
+    beginArray(values.size());
+    for (const auto& value : values)
+        encodeURLValue(value);
+    endArray(key);
+}
+
+void NSKeyedArchiver::encodeStrings(std::span<const std::string> values, std::string_view key) {
+    beginArray(values.size());
+    for (const auto& value : values) {
+        state_->pending.push_back(state_->object(state_->list.string(value)));
+    }
+    endArray(key);
+}
+
+void NSKeyedArchiver::encodeIntegers(std::span<const std::int64_t> values, std::string_view key) {
+    beginArray(values.size());
+    for (const auto value : values) {
+        state_->pending.push_back(state_->object(state_->list.integer(value)));
+    }
+    endArray(key);
+}
+
+NSData NSKeyedArchiver::finishEncoding() {
+    if (state_->finished) {
+        throw NSException(NSInvalidArgumentException, "The archive is finished already.");
+    }
+    NSData archive;
+    state_->finish(archive);
+    return archive;
+}
+
+void NSKeyedArchiver::beginArray(std::size_t count) {
+    state_->arrays.push_back(state_->pending.size());
+    state_->pending.reserve(state_->pending.size() + count);
+}
+
+void NSKeyedArchiver::appendObject(const NSObject* value) {
+    auto& state = *state_;
+    if (!value) {
+        state.pending.push_back(state.nil());
+        return;
+    }
+    const auto next = static_cast<std::uint32_t>(state.objects.size());
+    const auto [uid, isNew] = state.table.insert(value, next);
+    if (isNew) {
+        state.objects.push_back(unwritten);
+        const auto base = state.pending.size();
+        value->encodeWithCoder(*this);
+        state.objects[uid] = state.endDictionary(base, value->objectClass());
+    } else if (state.objects[uid] == unwritten) {
+        throw NSException(NSInvalidArgumentException, "An object of class " +
+                                                          std::string(value->objectClass().name) +
+                                                          " holds itself; it cannot be archived.");
+    }
+    state.pending.push_back(state.list.uid(uid));
+}
+
+void NSKeyedArchiver::appendArchive(const NSObject& value) {
+    const auto data = state_->list.data([&](NSData& out) {
+        NSKeyedArchiver nested;
+        nested.encodeObject(&value, "root");
+        nested.state_->finish(out);
+    });
+    state_->pending.push_back(state_->object(data));
+}
+
+void NSKeyedArchiver::endPlainArray(std::string_view key) {
+    const auto base = state_->arrays.back();
+    state_->arrays.pop_back();
+    const auto elements = state_->list.array(std::span(state_->pending).subspan(base));
+    state_->pending.resize(base);
+    state_->put(key, elements);
+}
+
+void NSKeyedArchiver::endArray(std::string_view key) {
+    const auto base = state_->arrays.back();
+    endPlainArray("NS.objects");
+    const auto dictionary = state_->endDictionary(base, NSArrayClass);
+    state_->put(key, state_->object(dictionary));
+}
+
+}  // namespace morvane

@@ -1,0 +1,634 @@
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/archive/PropertyListReader.h>
+#include <MorvaneOperation/platform/archive/Unicode.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+using Kind = PropertyListReader::Kind;
+using Value = PropertyListReader::Value;
+
+[[noreturn]] void fail(std::string_view key, const std::string& what) {
+    throw NSArchiveFailure(key, what);
+}
+
+bool equals(const Value& value, std::string_view text) {
+    return value.kind == Kind::ascii && value.count == text.size() &&
+           std::memcmp(value.bytes, text.data(), text.size()) == 0;
+}
+
+std::string_view asciiText(const Value& value) {
+    return {reinterpret_cast<const char*>(value.bytes), static_cast<std::size_t>(value.count)};
+}
+
+/// The property-list classes under the other names that archivers give them.
+struct Alias {
+    std::string_view name;
+    const NSClass* c;
+};
+constexpr Alias aliases[] = {
+    {"NSMutableArray", &NSArrayClass},
+    {"NSMutableDictionary", &NSDictionaryClass},
+    {"NSMutableString", &NSStringClass},
+    {"NSMutableData", &NSDataClass},
+};
+
+bool contains(const NSClassSet& classes, const NSClass& c) {
+    return std::find(classes.begin(), classes.end(), &c) != classes.end();
+}
+
+}  // namespace
+
+NSArchiveFailure::NSArchiveFailure(std::string_view key, const std::string& what)
+    : what_("The archive cannot be read: for key \"" + std::string(key) + "\", " + what + ".") {
+    error_ = NSError::errorWithDomain(NSCocoaErrorDomain, NSCoderReadCorruptError,
+                                      {{NSLocalizedDescriptionKey, what_}});
+}
+
+NSArchiveFailure::~NSArchiveFailure() = default;
+
+NSDecodingBudget NSDecodingBudget::forArchiveOfSize(std::size_t size) {
+    // An archive's bytes are counted again at each level that it is nested below; every value takes
+    // at least a byte, and some are read twice.
+    NSDecodingBudget budget;
+    budget.bytes = std::uint64_t{size} * budget.depth + 4096;
+    budget.objects = std::uint64_t{size} * 2 + 1024;
+    return budget;
+}
+
+struct NSKeyedUnarchiver::State {
+    /// What became of an object of the archive.
+    struct Slot {
+        enum class Progress : std::uint8_t { untouched, beingDecoded, decoded };
+        Progress progress = Progress::untouched;
+        std::shared_ptr<NSObject> object;
+    };
+    /// A class dictionary that was checked.
+    struct CheckedClass {
+        std::uint64_t uid;
+        const NSClass* c;
+    };
+
+    PropertyListReader list;
+    NSDecodingBudget ownBudget;
+    NSDecodingBudget& budget;
+    Value top;
+    Value objects;
+    /// The dictionary that keys are looked up in.
+    Value current;
+    std::array<Slot, 24> fewSlots;
+    std::vector<Slot> manySlots;
+    std::array<CheckedClass, 8> checkedClasses{};
+    std::size_t checkedClassCount = 0;
+
+    explicit State(NSDataView data)
+        : State(data, NSDecodingBudget::forArchiveOfSize(data.size()), nullptr) {}
+    State(NSDataView data, NSDecodingBudget& outer) : State(data, {}, &outer) {}
+
+    Slot& slot(std::uint64_t uid) { return manySlots.empty() ? fewSlots[uid] : manySlots[uid]; }
+
+    /// The value of `key` in `current`; empty if there is none.
+    std::optional<Value> find(std::string_view key) { return find(current, key, key); }
+
+    std::optional<Value> find(const Value& dictionary, std::string_view key,
+                              std::string_view context) {
+        std::optional<Value> found;
+        for (std::uint64_t i = 0; i < dictionary.count; ++i) {
+            if (!equals(list.key(dictionary, i), key))
+                continue;
+            if (found)
+                fail(context, "the key stands there twice");
+            found = list.valueOf(dictionary, i);
+        }
+        return found;
+    }
+
+    void spendObject(std::string_view key) {
+        if (budget.objects == 0)
+            fail(key, "the archive unfolds into too many objects");
+        --budget.objects;
+    }
+
+    void spendBytes(std::uint64_t count, std::string_view key) {
+        if (count > budget.bytes)
+            fail(key, "the archive unfolds into too many bytes");
+        budget.bytes -= count;
+    }
+
+    std::uint64_t uid(const Value& value, std::string_view key) {
+        if (value.kind != Kind::uid)
+            fail(key, "a reference to an object was expected");
+        if (value.bits >= objects.count)
+            fail(key, "a reference leads out of the archive");
+        return value.bits;
+    }
+
+    /// The value that a reference leads to.
+    Value follow(const Value& reference, std::string_view key) {
+        spendObject(key);
+        return list.element(objects, uid(reference, key));
+    }
+
+    bool isNil(const Value& reference, std::string_view key) { return uid(reference, key) == 0; }
+
+    /// The one of `classes` that the object `dictionary` is of; refuses every other.
+    const NSClass& classOf(const Value& dictionary, const NSClassSet& classes,
+                           std::string_view key) {
+        if (dictionary.kind != Kind::dictionary)
+            fail(key, "an object was expected");
+        const auto reference = find(dictionary, "$class", key);
+        if (!reference)
+            fail(key, "an object has no class");
+        const auto classUid = uid(*reference, key);
+        for (std::size_t i = 0; i < checkedClassCount; ++i) {
+            if (checkedClasses[i].uid != classUid)
+                continue;
+            if (!contains(classes, *checkedClasses[i].c))
+                refuse(checkedClasses[i].c->name, key);
+            return *checkedClasses[i].c;
+        }
+        const auto& c = checkClass(list.element(objects, classUid), classes, key);
+        if (checkedClassCount < checkedClasses.size()) {
+            checkedClasses[checkedClassCount++] = {classUid, &c};
+        }
+        return c;
+    }
+
+    [[noreturn]] static void refuse(std::string_view name, std::string_view key) {
+        std::string shown;
+        for (const char ch : name.substr(0, 64))
+            shown += ch >= ' ' && ch <= '~' ? ch : '?';
+        fail(key, "an object of class \"" + shown + "\" is not allowed there");
+    }
+
+    const NSClass& checkClass(const Value& description, const NSClassSet& classes,
+                              std::string_view key) {
+        if (description.kind != Kind::dictionary)
+            fail(key, "a class is malformed");
+        const auto name = find(description, "$classname", key);
+        const auto ancestry = find(description, "$classes", key);
+        if (!name || name->kind != Kind::ascii || !ancestry || ancestry->kind != Kind::array) {
+            fail(key, "a class is malformed");
+        }
+        std::uint64_t next = 0;
+        const auto expect = [&](std::string_view ancestor) {
+            if (next >= ancestry->count || !equals(list.element(*ancestry, next++), ancestor)) {
+                fail(key, "a class claims an ancestry that is not its own");
+            }
+        };
+        const NSClass* c = nullptr;
+        for (const auto* allowed : classes) {
+            if (allowed->name == asciiText(*name))
+                c = allowed;
+        }
+        if (!c) {
+            for (const auto& alias : aliases) {
+                if (alias.name != asciiText(*name) || !contains(classes, *alias.c))
+                    continue;
+                c = alias.c;
+                expect(alias.name);
+            }
+        }
+        if (!c)
+            refuse(asciiText(*name), key);
+        for (const auto* k = c; k; k = k->superclass)
+            expect(k->name);
+        if (next != ancestry->count)
+            fail(key, "a class claims an ancestry that is not its own");
+        return *c;
+    }
+
+    std::string text(const Value& value, std::string_view key) {
+        if (value.kind == Kind::ascii) {
+            spendBytes(value.count, key);
+            const auto ascii = asciiText(value);
+            for (const char c : ascii) {
+                if (static_cast<unsigned char>(c) >= 0x80)
+                    fail(key, "a text is not ASCII");
+            }
+            return std::string(ascii);
+        }
+        if (value.kind != Kind::utf16)
+            fail(key, "a text was expected");
+        spendBytes(value.count * 2, key);
+        auto utf8 =
+            utf8FromUtf16BigEndian({value.bytes, static_cast<std::size_t>(value.count * 2)});
+        if (!utf8)
+            fail(key, "a text is not Unicode");
+        return std::move(*utf8);
+    }
+
+    std::int64_t integer(const Value& value, std::string_view key) {
+        if (value.kind != Kind::integer)
+            fail(key, "an integer was expected");
+        return static_cast<std::int64_t>(value.bits);
+    }
+
+    NSDataView bytes(const Value& value, std::string_view key) {
+        if (value.kind != Kind::data)
+            fail(key, "data was expected");
+        return {value.bytes, static_cast<std::size_t>(value.count)};
+    }
+
+    NSURL url(const Value& reference, std::string_view key) {
+        const auto object = follow(reference, key);
+        static const NSClassSet classes{&NSURLClass};
+        classOf(object, classes, key);
+        const auto base = find(object, "NS.base", key);
+        if (base && !isNil(*base, key))
+            fail(key, "a URL is relative to another");
+        const auto relative = find(object, "NS.relative", key);
+        if (!relative)
+            fail(key, "a URL has no text");
+        auto result = NSURL::URLWithString(text(follow(*relative, key), key));
+        if (!result)
+            fail(key, "a URL is malformed");
+        return std::move(*result);
+    }
+
+    /// The elements ("NS.objects") of an array or dictionary object, as references.
+    Value elements(const Value& object, std::string_view member, std::string_view key) {
+        const auto values = find(object, member, key);
+        if (!values || values->kind != Kind::array)
+            fail(key, "an array is malformed");
+        // Checked before room is made for them.
+        if (values->count > budget.objects)
+            fail(key, "the archive unfolds into too many objects");
+        return *values;
+    }
+
+    Value array(const Value& reference, std::string_view key) {
+        const auto object = follow(reference, key);
+        static const NSClassSet classes{&NSArrayClass};
+        classOf(object, classes, key);
+        return elements(object, "NS.objects", key);
+    }
+
+    struct Depth {
+        NSDecodingBudget& budget;
+        Depth(NSDecodingBudget& b, std::string_view key) : budget(b) {
+            if (budget.depth == 0)
+                fail(key, "objects are nested too deeply");
+            --budget.depth;
+        }
+        ~Depth() { ++budget.depth; }
+    };
+
+    NSErrorRef error(const Value& reference, std::string_view key) {
+        if (isNil(reference, key))
+            return nullptr;
+        const Depth depth(budget, key);
+        const auto object = follow(reference, key);
+        static const NSClassSet classes{&NSError::classObject()};
+        classOf(object, classes, key);
+        const auto domain = find(object, "NSDomain", key);
+        const auto code = find(object, "NSCode", key);
+        if (!domain || !code)
+            fail(key, "an error has no domain or no code");
+        NSErrorUserInfo userInfo;
+        const auto info = find(object, "NSUserInfo", key);
+        if (info && !isNil(*info, key)) {
+            const auto dictionary = follow(*info, key);
+            static const NSClassSet dictionaryClasses{&NSDictionaryClass};
+            classOf(dictionary, dictionaryClasses, key);
+            const auto names = elements(dictionary, "NS.keys", key);
+            const auto values = elements(dictionary, "NS.objects", key);
+            if (names.count != values.count)
+                fail(key, "a dictionary is malformed");
+            for (std::uint64_t i = 0; i < names.count; ++i) {
+                auto name = text(follow(list.element(names, i), key), key);
+                if (!userInfo.emplace(std::move(name), errorValue(list.element(values, i), key))
+                         .second) {
+                    fail(key, "a dictionary has a key twice");
+                }
+            }
+        }
+        return NSError::errorWithDomain(text(follow(*domain, key), key), integer(*code, key),
+                                        std::move(userInfo));
+    }
+
+    NSErrorValue errorValue(const Value& reference, std::string_view key) {
+        const auto value = follow(reference, key);
+        if (value.kind == Kind::integer)
+            return integer(value, key);
+        if (value.kind != Kind::dictionary)
+            return text(value, key);
+        static const NSClassSet classes{&NSURLClass, &NSError::classObject()};
+        if (&classOf(value, classes, key) == &NSURLClass)
+            return url(reference, key);
+        return error(reference, key);
+    }
+
+  private:
+    State(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
+        : list(data), ownBudget(own), budget(outer ? *outer : ownBudget) {
+        spendBytes(data.size(), "root");
+        const auto root = list.value(list.root());
+        if (root.kind != Kind::dictionary)
+            fail("root", "it is not a keyed archive");
+        const auto version = find(root, "$version", "$version");
+        const auto archiver = find(root, "$archiver", "$archiver");
+        const auto topValue = find(root, "$top", "$top");
+        const auto objectsValue = find(root, "$objects", "$objects");
+        if (!version || version->kind != Kind::integer || version->bits != 100000 || !archiver ||
+            !equals(*archiver, "NSKeyedArchiver") || !topValue ||
+            topValue->kind != Kind::dictionary || !objectsValue ||
+            objectsValue->kind != Kind::array || objectsValue->count == 0) {
+            fail("root", "it is not a keyed archive");
+        }
+        top = current = *topValue;
+        objects = *objectsValue;
+        if (objects.count > fewSlots.size()) {
+            if (objects.count > budget.objects) {
+                fail("$objects", "the archive unfolds into too many objects");
+            }
+            manySlots.resize(static_cast<std::size_t>(objects.count));
+        }
+    }
+};
+
+namespace {
+
+/// Damage below the keyed layer, told in terms of the key that was being read.
+template <class Read>
+auto reading(std::string_view key, Read&& read) {
+    try {
+        return read();
+    } catch (const PropertyListDamage& damage) {
+        fail(key, damage.what());
+    }
+}
+
+}  // namespace
+
+NSKeyedUnarchiver::NSKeyedUnarchiver(NSDataView data)
+    : state_(reading("root", [&] { return std::make_unique<State>(data); })) {}
+
+NSKeyedUnarchiver::NSKeyedUnarchiver(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+NSKeyedUnarchiver::~NSKeyedUnarchiver() = default;
+
+std::shared_ptr<NSObject> NSKeyedUnarchiver::unarchivedObjectOfClasses(const NSClassSet& classes,
+                                                                       NSDataView data,
+                                                                       NSErrorRef* error) {
+    NSErrorRef failure;
+    try {
+        NSKeyedUnarchiver unarchiver(data);
+        auto object = unarchiver.decodeObject("root", classes);
+        if (error)
+            error->reset();
+        return object;
+    } catch (const NSArchiveFailure& e) {
+        failure = e.error();
+    } catch (const NSException& e) {
+        failure = NSArchiveFailure("root", "an object cannot be rebuilt: " + e.reason()).error();
+    }
+    if (error)
+        *error = failure;
+    return nullptr;
+}
+
+bool NSKeyedUnarchiver::containsValueForKey(std::string_view key) {
+    return reading(key, [&] { return state_->find(key).has_value(); });
+}
+
+bool NSKeyedUnarchiver::decodeBool(std::string_view key) {
+    return reading(key, [&] {
+        const auto value = state_->find(key);
+        if (!value)
+            return false;
+        if (value->kind != Kind::boolean)
+            fail(key, "a boolean was expected");
+        return value->bits != 0;
+    });
+}
+
+std::int32_t NSKeyedUnarchiver::decodeInt32(std::string_view key) {
+    const auto value = decodeInt64(key);
+    if (value < std::numeric_limits<std::int32_t>::min() ||
+        value > std::numeric_limits<std::int32_t>::max()) {
+        fail(key, "an integer does not fit its field");
+    }
+    return static_cast<std::int32_t>(value);
+}
+
+std::int64_t NSKeyedUnarchiver::decodeInt64(std::string_view key) {
+    return reading(key, [&] {
+        const auto value = state_->find(key);
+        return value ? state_->integer(*value, key) : 0;
+    });
+}
+
+double NSKeyedUnarchiver::decodeDouble(std::string_view key) {
+    return reading(key, [&] {
+        const auto value = state_->find(key);
+        if (!value)
+            return 0.0;
+        if (value->kind != Kind::real)
+            fail(key, "a real number was expected");
+        return std::bit_cast<double>(value->bits);
+    });
+}
+
+std::optional<std::string> NSKeyedUnarchiver::decodeString(std::string_view key) {
+    return reading(key, [&]() -> std::optional<std::string> {
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return std::nullopt;
+        return state_->text(state_->follow(*value, key), key);
+    });
+}
+
+std::optional<NSData> NSKeyedUnarchiver::decodeData(std::string_view key) {
+    return reading(key, [&]() -> std::optional<NSData> {
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return std::nullopt;
+        const auto bytes = state_->bytes(state_->follow(*value, key), key);
+        state_->spendBytes(bytes.size(), key);
+        return NSData(bytes.begin(), bytes.end());
+    });
+}
+
+std::optional<NSUUID> NSKeyedUnarchiver::decodeUUID(std::string_view key) {
+    return reading(key, [&]() -> std::optional<NSUUID> {
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return std::nullopt;
+        const auto object = state_->follow(*value, key);
+        static const NSClassSet classes{&NSUUIDClass};
+        state_->classOf(object, classes, key);
+        const auto bytes = state_->find(object, "NS.uuidbytes", key);
+        if (!bytes || bytes->kind != Kind::data || bytes->count != 16) {
+            fail(key, "a UUID is malformed");
+        }
+        NSUUID::Bytes uuid;
+        std::copy_n(bytes->bytes, uuid.size(), uuid.begin());
+        return NSUUID(uuid);
+    });
+}
+
+std::optional<NSURL> NSKeyedUnarchiver::decodeURL(std::string_view key) {
+    return reading(key, [&]() -> std::optional<NSURL> {
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return std::nullopt;
+        return state_->url(*value, key);
+    });
+}
+
+NSIndexPath NSKeyedUnarchiver::decodeIndexPath(std::string_view key) {
+    return reading(key, [&] {
+        NSIndexPath path;
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return path;
+        const auto object = state_->follow(*value, key);
+        static const NSClassSet classes{&NSIndexPathClass};
+        state_->classOf(object, classes, key);
+        const auto length = state_->find(object, "NSIndexPathLength", key);
+        const auto data = state_->find(object, "NSIndexPathData", key);
+        if (!length || length->kind != Kind::integer || !data) {
+            fail(key, "an index path is malformed");
+        }
+        const auto bytes = state_->bytes(state_->follow(*data, key), key);
+        if (bytes.size() % 8 != 0 || bytes.size() / 8 != length->bits) {
+            fail(key, "an index path is malformed");
+        }
+        state_->spendBytes(bytes.size(), key);
+        path.indexes.resize(bytes.size() / 8);
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            path.indexes[i / 8] = path.indexes[i / 8] << 8 | bytes[i];
+        }
+        return path;
+    });
+}
+
+NSErrorRef NSKeyedUnarchiver::decodeError(std::string_view key) {
+    return reading(key, [&]() -> NSErrorRef {
+        const auto value = state_->find(key);
+        return value ? state_->error(*value, key) : nullptr;
+    });
+}
+
+std::shared_ptr<NSObject> NSKeyedUnarchiver::decodeObject(std::string_view key,
+                                                          const NSClassSet& classes) {
+    return reading(key, [&]() -> std::shared_ptr<NSObject> {
+        const auto value = state_->find(key);
+        return value ? objectAt(state_->uid(*value, key), key, classes) : nullptr;
+    });
+}
+
+std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::string_view key,
+                                                      const NSClassSet& classes) {
+    using Progress = State::Slot::Progress;
+    if (uid == 0)
+        return nullptr;
+    auto& state = *state_;
+    state.spendObject(key);
+    const auto dictionary = state.list.element(state.objects, uid);
+    const auto& c = state.classOf(dictionary, classes, key);
+    auto& slot = state.slot(uid);
+    if (slot.progress == Progress::decoded)
+        return slot.object;
+    if (slot.progress == Progress::beingDecoded)
+        fail(key, "an object holds itself");
+    if (!c.initWithCoder)
+        State::refuse(c.name, key);
+    const State::Depth depth(state.budget, key);
+    slot.progress = Progress::beingDecoded;
+    const auto outer = std::exchange(state.current, dictionary);
+    slot.object = c.initWithCoder(*this);
+    state.current = outer;
+    slot.progress = Progress::decoded;
+    return slot.object;
+}
+
+bool NSKeyedUnarchiver::isArray(std::string_view key) {
+    return reading(key, [&] {
+        const auto value = state_->find(key);
+        return value && !state_->isNil(*value, key) && (state_->array(*value, key), true);
+    });
+}
+
+template <class Read>
+void NSKeyedUnarchiver::readArray(std::string_view key, Read&& read) {
+    reading(key, [&] {
+        const auto value = state_->find(key);
+        if (!value || state_->isNil(*value, key))
+            return;
+        const auto array = state_->array(*value, key);
+        for (std::uint64_t i = 0; i < array.count; ++i) {
+            read(state_->list.element(array, i), static_cast<std::size_t>(array.count));
+        }
+    });
+}
+
+std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeObjects(std::string_view key,
+                                                                        const NSClassSet& classes) {
+    if (!contains(classes, NSArrayClass)) {
+        if (isArray(key))
+            State::refuse(NSArrayClass.name, key);
+    }
+    std::vector<std::shared_ptr<NSObject>> objects;
+    readArray(key, [&](const Value& element, std::size_t count) {
+        if (objects.empty())
+            objects.reserve(count);
+        const auto uid = state_->uid(element, key);
+        if (uid == 0)
+            fail(key, "an element of an array is nil");
+        objects.push_back(objectAt(uid, key, classes));
+    });
+    return objects;
+}
+
+std::vector<NSURL> NSKeyedUnarchiver::decodeURLs(std::string_view key) {
+    std::vector<NSURL> urls;
+    readArray(
+        key, [&](const Value& element, std::size_t) { urls.push_back(state_->url(element, key)); });
+    return urls;
+}
+
+std::vector<std::string> NSKeyedUnarchiver::decodeStrings(std::string_view key) {
+    std::vector<std::string> strings;
+    readArray(key, [&](const Value& element, std::size_t) {
+        strings.push_back(state_->text(state_->follow(element, key), key));
+    });
+    return strings;
+}
+
+std::vector<std::int64_t> NSKeyedUnarchiver::decodeIntegers(std::string_view key) {
+    std::vector<std::int64_t> integers;
+    readArray(key, [&](const Value& element, std::size_t) {
+        integers.push_back(state_->integer(state_->follow(element, key), key));
+    });
+    return integers;
+}
+
+std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::string_view key,
+                                                                         const NSClass& root) {
+    std::vector<std::shared_ptr<NSObject>> objects;
+    const NSClassSet classes{&root};
+    readArray(key, [&](const Value& element, std::size_t count) {
+        if (objects.empty())
+            objects.reserve(count);
+        const auto data = state_->bytes(state_->follow(element, key), key);
+        const State::Depth depth(state_->budget, key);
+        NSKeyedUnarchiver nested(std::make_unique<State>(data, state_->budget));
+        auto object = nested.decodeObject("root", classes);
+        if (!object)
+            fail(key, "a nested archive holds no object");
+        objects.push_back(std::move(object));
+    });
+    return objects;
+}
+
+}  // namespace morvane

@@ -1,0 +1,166 @@
+#include <MorvaneOperation/platform/archive/PropertyListReader.h>
+
+#include <cstring>
+
+namespace morvane {
+namespace {
+
+constexpr std::size_t magicSize = 8;
+constexpr std::size_t trailerSize = 32;
+
+std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
+    std::uint64_t value = 0;
+    for (unsigned i = 0; i < size; ++i)
+        value = value << 8 | p[i];
+    return value;
+}
+
+bool isIntegerSize(unsigned size) {
+    return size == 1 || size == 2 || size == 4 || size == 8;
+}
+
+}  // namespace
+
+PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : begin_(bytes.data()) {
+    if (bytes.size() < magicSize + 1 + 1 + trailerSize) {
+        throw PropertyListDamage("it is too short to be a property list");
+    }
+    if (std::memcmp(begin_, "bplist00", magicSize) != 0) {
+        throw PropertyListDamage("it is not a binary property list");
+    }
+    const auto* const trailer = begin_ + bytes.size() - trailerSize;
+    offsetSize_ = trailer[6];
+    refSize_ = trailer[7];
+    count_ = bigEndian(trailer + 8, 8);
+    root_ = bigEndian(trailer + 16, 8);
+    const auto table = bigEndian(trailer + 24, 8);
+    const auto end = static_cast<std::uint64_t>(trailer - begin_);
+    if (!isIntegerSize(offsetSize_) || !isIntegerSize(refSize_)) {
+        throw PropertyListDamage("its trailer gives an impossible integer size");
+    }
+    // Written so that nothing overflows: a table entry takes at least one byte.
+    if (table <= magicSize || table >= end || count_ == 0 || count_ > (end - table) / offsetSize_) {
+        throw PropertyListDamage("its offset table does not fit");
+    }
+    if (root_ >= count_)
+        throw PropertyListDamage("its root is out of range");
+    table_ = begin_ + table;
+}
+
+PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
+    if (ref >= count_)
+        throw PropertyListDamage("a reference is out of range");
+    const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
+    const auto end = static_cast<std::uint64_t>(table_ - begin_);
+    if (offset < magicSize || offset >= end)
+        throw PropertyListDamage("an offset is out of range");
+    const auto* p = begin_ + offset;
+    const auto left = [&] { return static_cast<std::uint64_t>(table_ - p); };
+    const auto need = [&](std::uint64_t size) {
+        if (size > left())
+            throw PropertyListDamage("a value is cut off");
+    };
+    const std::uint8_t marker = *p++;
+    const unsigned low = marker & 0x0F;
+
+    Value value;
+    const auto readCount = [&] {
+        value.count = low;
+        if (low != 15)
+            return;
+        need(1);
+        const std::uint8_t sizeMarker = *p++;
+        if ((sizeMarker & 0xF0) != 0x10 || (sizeMarker & 0x0F) > 3) {
+            throw PropertyListDamage("a count is malformed");
+        }
+        const unsigned size = 1u << (sizeMarker & 0x0F);
+        need(size);
+        value.count = bigEndian(p, size);
+        p += size;
+    };
+    // The bytes that follow, `size` for each of the count; no product overflows.
+    const auto readBytes = [&](std::uint64_t size) {
+        if (value.count > left() / size)
+            throw PropertyListDamage("a value is cut off");
+        value.bytes = p;
+    };
+
+    switch (marker >> 4) {
+        case 0x0:
+            if (marker == 0x00) {
+                value.kind = Kind::null;
+            } else if (marker == 0x08 || marker == 0x09) {
+                value.kind = Kind::boolean;
+                value.bits = marker & 1;
+            } else {
+                throw PropertyListDamage("a value is of an unknown type");
+            }
+            return value;
+        case 0x1:
+            if (low > 3)
+                throw PropertyListDamage("an integer is too large");
+            need(1u << low);
+            value.kind = Kind::integer;
+            value.bits = bigEndian(p, 1u << low);
+            return value;
+        case 0x2:
+        case 0x3:
+            if (low != 3 && !(low == 2 && marker >> 4 == 0x2)) {
+                throw PropertyListDamage("a real number is malformed");
+            }
+            need(1u << low);
+            value.kind = marker >> 4 == 0x2 ? Kind::real : Kind::date;
+            value.bits = bigEndian(p, 1u << low);
+            if (low == 2) {
+                float narrow = 0;
+                const auto bits = static_cast<std::uint32_t>(value.bits);
+                std::memcpy(&narrow, &bits, sizeof narrow);
+                const double wide = narrow;
+                std::memcpy(&value.bits, &wide, sizeof wide);
+            }
+            return value;
+        case 0x4:
+            value.kind = Kind::data;
+            readCount();
+            readBytes(1);
+            return value;
+        case 0x5:
+            value.kind = Kind::ascii;
+            readCount();
+            readBytes(1);
+            return value;
+        case 0x6:
+            value.kind = Kind::utf16;
+            readCount();
+            readBytes(2);
+            return value;
+        case 0x8: {
+            const unsigned size = low + 1;
+            if (size > 8)
+                throw PropertyListDamage("a UID is too large");
+            need(size);
+            value.kind = Kind::uid;
+            value.bits = bigEndian(p, size);
+            return value;
+        }
+        case 0xA:
+        case 0xC:
+            value.kind = Kind::array;
+            readCount();
+            readBytes(refSize_);
+            return value;
+        case 0xD:
+            value.kind = Kind::dictionary;
+            readCount();
+            readBytes(std::uint64_t{refSize_} * 2);
+            return value;
+        default:
+            throw PropertyListDamage("a value is of an unknown type");
+    }
+}
+
+std::uint64_t PropertyListReader::reference(const Value& value, std::uint64_t i) const {
+    return bigEndian(value.bytes + i * refSize_, refSize_);
+}
+
+}  // namespace morvane
