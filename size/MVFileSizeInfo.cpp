@@ -5,6 +5,7 @@
 #include <atomic>
 #include <bit>
 #include <charconv>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -104,6 +105,31 @@ void MVFileSizeInfo::updateConstants() {
     NSNotificationCenter::defaultCenter().postNotificationName(MVFileSizeBaseChanged, this);
 }
 
+void MVFileSizeInfo::setByteUnits(std::string units) {
+    byteUnits_ = std::move(units);
+    didChangeValueForKey(byteUnitsKeyPath);
+}
+
+void MVFileSizeInfo::setKilobyteUnits(std::string units) {
+    kilobyteUnits_ = std::move(units);
+    didChangeValueForKey(kilobyteUnitsKeyPath);
+}
+
+void MVFileSizeInfo::setMegabyteUnits(std::string units) {
+    megabyteUnits_ = std::move(units);
+    didChangeValueForKey(megabyteUnitsKeyPath);
+}
+
+void MVFileSizeInfo::setGigabyteUnits(std::string units) {
+    gigabyteUnits_ = std::move(units);
+    didChangeValueForKey(gigabyteUnitsKeyPath);
+}
+
+void MVFileSizeInfo::setTerabyteUnits(std::string units) {
+    terabyteUnits_ = std::move(units);
+    didChangeValueForKey(terabyteUnitsKeyPath);
+}
+
 std::string MVFileSizeInfo::stringWithFileSize(std::int64_t size, bool allowBytes) const {
     if (size < 0)
         return "--";
@@ -114,7 +140,7 @@ std::string MVFileSizeInfo::stringWithFileSize(std::int64_t size, bool allowByte
 
     char digits[24];
     char* end = digits;
-    const std::string* units = &byteUnits_;
+    const std::string* units = &byteUnits();
     if (allowBytes && size < k) {
         end = std::to_chars(digits, std::end(digits), size).ptr;
     } else {
