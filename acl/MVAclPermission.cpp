@@ -1,0 +1,80 @@
+#include <MorvaneOperation/MVAclPermission.h>
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/host/KDLocalizedString.h>
+
+namespace morvane {
+
+constinit const NSKeyPath MVAclPermission::nameKeyPath{"name"};
+constinit const NSKeyPath MVAclPermission::permissionKeyPath{"permission"};
+constinit const NSKeyPath MVAclPermission::stateKeyPath{"state"};
+constinit const NSKeyPath MVAclPermission::settableKeyPath{"settable"};
+
+const NSClass& MVAclPermission::classObject() {
+    static const NSClass c{"MVAclPermission", &NSObject::classObject(), &initWithCoder};
+    return c;
+}
+
+MVAclPermission::MVAclPermission(std::string_view name, std::int32_t permission, std::int64_t state)
+    : name_(KDLocalizedString::localize(name, "ACL")), state_(state), permission_(permission) {}
+
+std::shared_ptr<MVAclPermission> MVAclPermission::init() {
+    return initWithName({}, ACL_READ_DATA, MVStateOff);
+}
+
+std::shared_ptr<MVAclPermission> MVAclPermission::initWithName(std::string_view name,
+                                                               std::int32_t permission,
+                                                               std::int64_t state) {
+    return std::make_shared<MVAclPermission>(name, permission, state);
+}
+
+bool MVAclPermission::isEqual(const NSObject* other) const {
+    return other && &other->objectClass() == &objectClass() &&
+           static_cast<const MVAclPermission*>(other)->name_ == name_;
+}
+
+void MVAclPermission::propagateStateOfPermissionNode(const NSTreeNode* node) {
+    if (!node)
+        return;
+    for (const auto& child : node->childNodes())
+        MVTreeNode::setStateOf(*child, MVTreeNode::stateOf(*node));
+}
+
+void MVAclPermission::convertToFilePermission() {
+    const char* fileName = nullptr;
+    switch (permission_) {
+        case ACL_READ_DATA:
+            fileName = "Read Data";
+            break;
+        case ACL_SEARCH:
+            fileName = "Execute File";
+            break;
+        case ACL_WRITE_DATA:
+            fileName = "Write Data";
+            break;
+        case ACL_APPEND_DATA:
+            fileName = "Append Data";
+            break;
+        default:
+            return;
+    }
+    setPermission(permission_);
+    setName(fileName);
+}
+
+void MVAclPermission::encodeWithCoder(NSKeyedArchiver& coder) const {
+    coder.encodeString(std::string_view(name_), "name");
+    coder.encodeInt32(permission_, "permission");
+    coder.encodeInt64(state_, "state");
+}
+
+std::shared_ptr<NSObject> MVAclPermission::initWithCoder(NSKeyedUnarchiver& coder) {
+    const auto name = coder.decodeString("name");
+    const auto permission = coder.decodeInt32("permission");
+    const auto state = coder.decodeInt64("state");
+    return initWithName(name ? std::string_view(*name) : std::string_view(), permission, state);
+}
+
+}  // namespace morvane

@@ -1,0 +1,42 @@
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+
+#include <utility>
+
+namespace morvane {
+
+constinit const NSKeyPath MVTreeNode::representedObjectStateKeyPath{"representedObject.state",
+                                                                    &MVAclPermission::stateKeyPath};
+
+const NSClass& MVTreeNode::classObject() {
+    static const NSClass c{"MVTreeNode", &NSTreeNode::classObject(), &initWithCoder};
+    return c;
+}
+
+std::shared_ptr<MVTreeNode> MVTreeNode::treeNodeWithRepresentedObject(
+    std::shared_ptr<MVAclPermission> permission) {
+    return std::make_shared<MVTreeNode>(std::move(permission));
+}
+
+MVTreeNode::MVTreeNode(std::shared_ptr<MVAclPermission> permission)
+    : NSTreeNode(std::move(permission)) {}
+
+void MVTreeNode::encodeWithCoder(NSKeyedArchiver& coder) const {
+    coder.encodeObject(representedObject().get(), "object");
+    coder.encodeArchives(childNodes(), "children");
+}
+
+std::shared_ptr<NSObject> MVTreeNode::initWithCoder(NSKeyedUnarchiver& coder) {
+    static const NSClassSet objectClasses{&MVAclPermission::classObject()};
+    auto node = treeNodeWithRepresentedObject(
+        std::static_pointer_cast<MVAclPermission>(coder.decodeObject("object", objectClasses)));
+    auto children = coder.decodeArchives("children", classObject());
+    auto childNodes = node->mutableChildNodes();
+    childNodes.reserve(children.size());
+    for (auto& child : children)
+        childNodes.append(std::static_pointer_cast<NSTreeNode>(std::move(child)));
+    return node;
+}
+
+}  // namespace morvane

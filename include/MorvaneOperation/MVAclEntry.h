@@ -1,0 +1,194 @@
+#pragma once
+
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/platform/foundation/NSKeyValueObserving.h>
+#include <MorvaneOperation/platform/foundation/NSNotificationCenter.h>
+#include <MorvaneOperation/platform/foundation/NSUUID.h>
+#include <MorvaneOperation/platform/host/MVIdentities.h>
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One entry of a file's access-control list, made to be edited: whom it applies to, whether it
+/// allows or denies, and a tree of check boxes saying what.
+///
+///     auto entry = MVAclEntry::newEntryForDirectory(true);
+///     entry->addObserver(&view);                               // told of what observableKeyPaths
+///     names entry->setPermissionGroup(MVAclGroupRead);               // a choice from the menu
+///     MVTreeNode::setStateOf(*entry->permissions()[0]->childNodeAtIndex(1), MVStateOff);
+///     entry->permissionGroup();                                // MVAclGroupCustom
+///
+/// The tree has the groups "Read", "Write", "Administration" and, for a folder only, "Applies To",
+/// in this order, each with its boxes as children; groups and boxes are found by position. The
+/// entry observes the states of both levels: a changed box decides its group's state and the
+/// group code, a changed group decides its boxes. An entry whose groups have no boxes is a flat
+/// entry.
+///
+/// No uuid means everyone. An entry made for a user who can't be found has none and would apply to
+/// everyone: check `uuid()` before writing such an entry.
+///
+/// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
+/// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
+/// the main thread; no locks. Failure: a tree of another shape is not verified; what reaches past
+/// its end throws NSRangeException and leaves the entry as the steps so far have made it.
+namespace morvane {
+
+/// Codes of `permissionGroup`, told by the states of the first three groups.
+enum MVAclPermissionGroup : std::int64_t {
+    MVAclGroupAll = 1,
+    MVAclGroupReadWrite = 2,
+    MVAclGroupRead = 3,
+    MVAclGroupWrite = 4,
+    /// All off; flat entries only.
+    MVAclGroupNone = 5,
+    /// Anything else. Shown, never chosen.
+    MVAclGroupCustom = 6,
+};
+
+class MORVANE_EXPORT MVAclEntry : public NSObservable,
+                                  public NSKeyValueObserver,
+                                  public std::enable_shared_from_this<MVAclEntry> {
+    struct Private {
+        explicit Private() = default;
+    };
+
+  public:
+    using Permissions = std::vector<std::shared_ptr<MVTreeNode>>;
+
+    static const NSKeyPath inheritedKeyPath;
+    static const NSKeyPath applicableToInitializedKeyPath;
+    static const NSKeyPath updatingPermissionsKeyPath;
+    static const NSKeyPath tagKeyPath;
+    static const NSKeyPath permissionGroupKeyPath;
+    static const NSKeyPath uuidKeyPath;
+    static const NSKeyPath permissionsKeyPath;
+    static const NSKeyPath identityKeyPath;
+    static const NSKeyPath applicableToKeyPath;
+    /// Told when the lists that `identities` reads have changed.
+    static const NSKeyPath identitiesKeyPath;
+
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+    static bool supportsSecureCoding() { return true; }
+
+    /// Tag 0, no tree, everyone, not inherited.
+    static std::shared_ptr<MVAclEntry> init();
+    /// Takes the tree as it is, makes its boxes settable or not, and looks the identity up: that of
+    /// `uuid`, or everyone for none. `tag` is 1 to allow, 2 to deny.
+    static std::shared_ptr<MVAclEntry> initWithUuid(const std::optional<NSUUID>& uuid,
+                                                    std::int32_t tag, Permissions permissions,
+                                                    bool inherited);
+    /// A new entry that allows the logged-in user to read and write; on a folder it applies to the
+    /// folder itself only.
+    static std::shared_ptr<MVAclEntry> newEntryForDirectory(bool directory);
+    ~MVAclEntry() override;
+
+    bool inherited() const { return inherited_; }
+    /// Makes every box settable or not, and resolves the applicability.
+    void setInherited(bool inherited);
+    bool applicableToInitialized() const { return applicableToInitialized_; }
+    void setApplicableToInitialized(bool initialized);
+    /// True while the entry changes its own tree and does not listen to it.
+    bool updatingPermissions() const { return updatingPermissions_; }
+    void setUpdatingPermissions(bool updating);
+    std::int32_t tag() const { return tag_; }
+    void setTag(std::int32_t tag);
+    std::int64_t permissionGroup() const { return permissionGroup_; }
+    /// Sets the first three groups and their boxes as `code` says (an unknown code is taken for
+    /// MVAclGroupAll). MVAclGroupCustom is shown until the next turn of the main loop, which puts
+    /// the former code back; edits of the boxes before then are not followed. Throws
+    /// NSRangeException if there are fewer than three groups.
+    void setPermissionGroup(std::int64_t code);
+    const std::optional<NSUUID>& uuid() const { return uuid_; }
+    void setUuid(const std::optional<NSUUID>& uuid);
+    const Permissions& permissions() const { return permissions_; }
+    /// Replaces the tree and observes the new one instead. Nothing is resolved. Throws
+    /// NSInvalidArgumentException for a null group.
+    void setPermissions(Permissions permissions);
+    /// Null if unknown.
+    const CBIdentityRef& identity() const { return identity_; }
+    /// Sets `uuid` too.
+    void setIdentity(CBIdentityRef identity);
+    /// What the entry applies to, for people: "This item, Child files".
+    const std::string& applicableTo() const { return applicableTo_; }
+    void setApplicableTo(std::string text);
+
+    /// Whether the first group has boxes; a flat entry's has none.
+    bool isAcl() const;
+    /// Entries in descending order of it are in canonical order: explicit before inherited, deny
+    /// before allow.
+    std::int64_t canonicalScore() const;
+    /// Whether "Read", "Write" and "Administration" are all off.
+    bool isShallow() const;
+    /// Always 1: how deep the inheritance is, is not tracked.
+    std::int64_t inheritanceLevel() const { return 1; }
+
+    /// The identities to choose from: all for an entry with boxes; for a flat entry the groups if
+    /// its identity is a group, else the users.
+    MVIdentities::List identities() const;
+    /// 1 and 2.
+    const std::vector<std::int32_t>& tags() const;
+    /// The codes to choose from; MVAclGroupNone for flat entries only.
+    const std::vector<std::int64_t>& permissionGroups() const;
+    /// Passes a change of the identity lists on to the observers of "identities".
+    void identitiesUpdated(const NSNotification& notification);
+
+    /// "identity", "tag", "permissionGroup", "inherited".
+    static const std::vector<const NSKeyPath*>& observableKeyPaths();
+    using NSObservable::addObserver;
+    using NSObservable::removeObserver;
+    /// Registers (unregisters) `observer` for all of observableKeyPaths, in their order.
+    void addObserver(NSKeyValueObserver* observer);
+    void removeObserver(NSKeyValueObserver* observer);
+
+    /// Computes the group code from the tree and sets it.
+    void resolvePermissionGroup();
+    /// Gives `node` the state that its direct children share, mixed if they share none, off if
+    /// there are none. Null is ignored.
+    static void resolveStateForPermissionNode(const NSTreeNode* node);
+    /// Keeps the boxes of "Applies To" consistent and makes the text of `applicableTo`.
+    void resolveApplicableTo();
+    /// The state of `object`, a node of the tree, was set.
+    void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject& object) override;
+
+    /// Turns a folder's entry, in place, into the one that a file (a sub-folder) inside it
+    /// inherits. False, with nothing changed, if the entry does not reach files (sub-folders).
+    bool convertInheritedToFileEntry();
+    bool convertInheritedToDirectoryEntry();
+
+    /// By class, tag, inheritance, kind, identity and boxes. One-sided: nodes that only `other` has
+    /// are not compared. An entry without an identity equals nothing, itself included.
+    bool isEqual(const NSObject* other) const override;
+
+    void encodeWithCoder(NSKeyedArchiver& coder) const override;
+    static std::shared_ptr<NSObject> initWithCoder(NSKeyedUnarchiver& coder);
+
+    /// Public for std::make_shared only; use initWithUuid().
+    explicit MVAclEntry(Private) {}
+
+  private:
+    void applyPermissionGroup(std::int64_t code);
+    void refuseCustomGroup(std::int64_t previous);
+    std::string resolveApplicabilityBoxes(bool& othersOn);
+    void observeNode(const std::shared_ptr<NSTreeNode>& node);
+    void stopObservingNodes();
+
+    bool inherited_ = false;
+    bool applicableToInitialized_ = false;
+    bool updatingPermissions_ = false;
+    std::int32_t tag_ = 0;
+    std::int64_t permissionGroup_ = 0;
+    std::optional<NSUUID> uuid_;
+    Permissions permissions_;
+    CBIdentityRef identity_;
+    std::string applicableTo_;
+    // What is observed, though a host may have taken nodes out of the tree meanwhile.
+    NSTreeNode::Children observedNodes_;
+    NSNotificationCenter::Observation identitiesObservation_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSKeyValueObserving.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// One check box of an access-control entry: the text beside it, the bit it stands for, its state,
+/// and whether the user may change it.
+///
+///     auto box = MVAclPermission::initWithName("Read Data", ACL_READ_DATA, MVStateOn);
+///     box->setState(MVStateOff);   // tells whoever observes the state
+///
+/// The group nodes of an entry's tree hold such objects too, with a marker value as their bit.
+/// Main thread; setters store what they are given, unchecked, and tell their observers.
+namespace morvane {
+
+class NSTreeNode;
+
+/// The values of a three-state check box.
+inline constexpr std::int64_t MVStateOff = 0;
+inline constexpr std::int64_t MVStateOn = 1;
+/// A group whose children disagree.
+inline constexpr std::int64_t MVStateMixed = -1;
+
+class MORVANE_EXPORT MVAclPermission : public NSObservable {
+  public:
+    static const NSKeyPath nameKeyPath;
+    static const NSKeyPath permissionKeyPath;
+    static const NSKeyPath stateKeyPath;
+    static const NSKeyPath settableKeyPath;
+
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+    static bool supportsSecureCoding() { return true; }
+
+    /// No name, permission 2, off, not settable.
+    static std::shared_ptr<MVAclPermission> init();
+    /// `name` is an English key, which is localised with the table "ACL"; empty for none. Not
+    /// settable until its owner says so.
+    static std::shared_ptr<MVAclPermission> initWithName(std::string_view name,
+                                                         std::int32_t permission,
+                                                         std::int64_t state);
+
+    const std::string& name() const { return name_; }
+    /// Stored as given, not localised.
+    void setName(std::string name) {
+        name_ = std::move(name);
+        didChangeValueForKey(nameKeyPath);
+    }
+    std::int32_t permission() const { return permission_; }
+    void setPermission(std::int32_t permission) {
+        permission_ = permission;
+        didChangeValueForKey(permissionKeyPath);
+    }
+    std::int64_t state() const { return state_; }
+    void setState(std::int64_t state) {
+        state_ = state;
+        didChangeValueForKey(stateKeyPath);
+    }
+    bool settable() const { return settable_; }
+    void setSettable(bool settable) {
+        settable_ = settable;
+        didChangeValueForKey(settableKeyPath);
+    }
+
+    /// Same class and same name; permission, state and settable play no part.
+    bool isEqual(const NSObject* other) const override;
+
+    /// Gives every direct child of `node` the state of `node`, mixed included. Null is ignored.
+    static void propagateStateOfPermissionNode(const NSTreeNode* node);
+
+    /// Turns a folder's permission into its file counterpart: the same bit under the other name,
+    /// as the bare English key. A permission without a counterpart stays as it is.
+    void convertToFilePermission();
+
+    void encodeWithCoder(NSKeyedArchiver& coder) const override;
+    static std::shared_ptr<NSObject> initWithCoder(NSKeyedUnarchiver& coder);
+
+    /// Public for std::make_shared only; use initWithName().
+    MVAclPermission(std::string_view name, std::int32_t permission, std::int64_t state);
+
+  private:
+    std::string name_;
+    std::int64_t state_;
+    std::int32_t permission_;
+    bool settable_ = false;
+};
+
+}  // namespace morvane
