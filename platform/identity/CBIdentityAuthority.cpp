@@ -1,0 +1,138 @@
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* everyoneName = "everyone";
+
+/// Long enough for a list to be decoded and shown, short enough for a new user to be noticed.
+constexpr auto lifetime = std::chrono::seconds(5);
+/// Names and UUIDs come from files and peers: what is remembered of them is bounded.
+constexpr std::size_t maxRemembered = 4096;
+
+template <class Key>
+class Memory {
+  public:
+    std::optional<CBIdentityRef> find(const Key& key, Clock::time_point now) {
+        const std::lock_guard lock(mutex_);
+        const auto found = entries_.find(key);
+        if (found == entries_.end() || now >= found->second.until)
+            return std::nullopt;
+        return found->second.identity;
+    }
+
+    void remember(const Key& key, CBIdentityRef identity, Clock::time_point now) {
+        const std::lock_guard lock(mutex_);
+        if (entries_.size() >= maxRemembered)
+            entries_.clear();
+        entries_.insert_or_assign(key, Entry{std::move(identity), now + lifetime});
+    }
+
+    void clear() {
+        const std::lock_guard lock(mutex_);
+        entries_.clear();
+    }
+
+  private:
+    struct Entry {
+        CBIdentityRef identity;
+        Clock::time_point until;
+    };
+    std::mutex mutex_;
+    std::map<Key, Entry> entries_;
+};
+
+const CBIdentityRef& everyone() {
+    static const auto identity =
+        std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBEveryone{}), everyoneName, true);
+    return identity;
+}
+
+}  // namespace
+
+UserDatabase::~UserDatabase() = default;
+
+struct CBIdentityAuthority::State {
+    std::shared_ptr<UserDatabase> database;
+    std::function<Clock::time_point()> now = Clock::now;
+    Memory<NSUUID> byUUID;
+    Memory<std::string> byName;
+};
+
+CBIdentityAuthority& CBIdentityAuthority::defaultIdentityAuthority() {
+    static auto* const authority = new CBIdentityAuthority(systemUserDatabase());
+    return *authority;
+}
+
+CBIdentityAuthority::CBIdentityAuthority(std::shared_ptr<UserDatabase> database)
+    : state_(std::make_unique<State>()) {
+    state_->database = std::move(database);
+}
+
+CBIdentityAuthority::~CBIdentityAuthority() = default;
+
+void CBIdentityAuthority::setDatabase(std::shared_ptr<UserDatabase> database) {
+    state_->database = database ? std::move(database) : systemUserDatabase();
+    state_->byUUID.clear();
+    state_->byName.clear();
+}
+
+UserDatabase& CBIdentityAuthority::database() const {
+    return *state_->database;
+}
+
+std::shared_ptr<const CBIdentity> CBIdentity::identityWithUniqueIdentifier(
+    const NSUUID& uuid, const CBIdentityAuthority& authority) {
+    const auto posix = posixIdentityOfUUID(uuid);
+    if (!posix)
+        return nullptr;
+    if (std::holds_alternative<CBEveryone>(*posix))
+        return everyone();
+    auto& state = *authority.state_;
+    const auto now = state.now();
+    if (const auto known = state.byUUID.find(uuid, now))
+        return *known;
+    const auto* user = std::get_if<CBPosixUser>(&*posix);
+    auto record = user ? state.database->userWithId(user->uid)
+                       : state.database->groupWithId(std::get<CBPosixGroup>(*posix).gid);
+    CBIdentityRef identity;
+    if (record)
+        identity = std::make_shared<const CBIdentity>(uuid, std::move(record->name), !user);
+    state.byUUID.remember(uuid, identity, now);
+    return identity;
+}
+
+std::shared_ptr<const CBIdentity> CBIdentity::identityWithName(
+    const std::string& name, const CBIdentityAuthority& authority) {
+    if (name == everyoneName)
+        return everyone();
+    auto& state = *authority.state_;
+    const auto now = state.now();
+    if (const auto known = state.byName.find(name, now))
+        return *known;
+    CBIdentityRef identity;
+    if (auto user = state.database->userWithName(name)) {
+        identity = std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBPosixUser{user->id}),
+                                                      std::move(user->name), false);
+    } else if (auto group = state.database->groupWithName(name)) {
+        identity = std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBPosixGroup{group->id}),
+                                                      std::move(group->name), true);
+    }
+    state.byName.remember(name, identity, now);
+    return identity;
+}
+
+std::string NSUserName() {
+    return CBIdentityAuthority::defaultIdentityAuthority().database().currentUserName();
+}
+
+}  // namespace morvane

@@ -1,0 +1,119 @@
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+namespace morvane {
+namespace {
+
+using Record = UserDatabase::Record;
+
+/// A record that does not fit into this is not looked at: a group of that many members is not ours
+/// to hold in memory.
+constexpr std::size_t maxRecordSize = std::size_t{16} << 20;
+
+/// Calls one of the get...._r functions with a buffer that grows until the record fits.
+template <class Entry, class Call>
+std::optional<Entry> ask(std::vector<char>& buffer, Call call) {
+    buffer.resize(1024);
+    for (;;) {
+        Entry entry{};
+        Entry* found = nullptr;
+        const int code = call(&entry, buffer.data(), buffer.size(), &found);
+        if (code == EINTR)
+            continue;
+        if (code == ERANGE && buffer.size() < maxRecordSize) {
+            buffer.resize(buffer.size() * 4);
+            continue;
+        }
+        if (code != 0 || !found)
+            return std::nullopt;
+        return entry;
+    }
+}
+
+class NameServiceDatabase final : public UserDatabase {
+  public:
+    std::optional<Record> userWithId(std::uint32_t uid) override {
+        return user([uid](passwd* entry, char* buffer, std::size_t size, passwd** found) {
+            return getpwuid_r(uid, entry, buffer, size, found);
+        });
+    }
+
+    std::optional<Record> userWithName(const std::string& name) override {
+        return user([&](passwd* entry, char* buffer, std::size_t size, passwd** found) {
+            return getpwnam_r(name.c_str(), entry, buffer, size, found);
+        });
+    }
+
+    std::optional<Record> groupWithId(std::uint32_t gid) override {
+        return group([gid](::group* entry, char* buffer, std::size_t size, ::group** found) {
+            return getgrgid_r(gid, entry, buffer, size, found);
+        });
+    }
+
+    std::optional<Record> groupWithName(const std::string& name) override {
+        return group([&](::group* entry, char* buffer, std::size_t size, ::group** found) {
+            return getgrnam_r(name.c_str(), entry, buffer, size, found);
+        });
+    }
+
+    std::vector<Record> allUsers() override {
+        const std::lock_guard lock(enumeration_);
+        std::vector<Record> records;
+        setpwent();
+        while (const passwd* entry = getpwent())
+            records.push_back({entry->pw_uid, entry->pw_name});
+        endpwent();
+        return records;
+    }
+
+    std::vector<Record> allGroups() override {
+        const std::lock_guard lock(enumeration_);
+        std::vector<Record> records;
+        setgrent();
+        while (const ::group* entry = getgrent())
+            records.push_back({entry->gr_gid, entry->gr_name});
+        endgrent();
+        return records;
+    }
+
+    std::string currentUserName() override {
+        const auto record = userWithId(getuid());
+        return record ? record->name : std::string();
+    }
+
+  private:
+    template <class Call>
+    std::optional<Record> user(Call call) {
+        std::vector<char> buffer;
+        const auto entry = ask<passwd>(buffer, call);
+        if (!entry)
+            return std::nullopt;
+        return Record{entry->pw_uid, entry->pw_name};
+    }
+
+    template <class Call>
+    std::optional<Record> group(Call call) {
+        std::vector<char> buffer;
+        const auto entry = ask<::group>(buffer, call);
+        if (!entry)
+            return std::nullopt;
+        return Record{entry->gr_gid, entry->gr_name};
+    }
+
+    /// The enumeration has one place in the whole process.
+    std::mutex enumeration_;
+};
+
+}  // namespace
+
+std::shared_ptr<UserDatabase> systemUserDatabase() {
+    return std::make_shared<NameServiceDatabase>();
+}
+
+}  // namespace morvane
