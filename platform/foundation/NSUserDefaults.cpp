@@ -5,6 +5,13 @@
 #include <utility>
 
 namespace morvane {
+namespace {
+bool isTrue(const DefaultsStore::Values& values, std::string_view key) {
+    const auto found = values.find(key);
+    return found != values.end() &&
+           (found->second == "true" || found->second == "yes" || found->second == "1");
+}
+}  // namespace
 
 DefaultsStore::~DefaultsStore() = default;
 
@@ -17,14 +24,17 @@ NSUserDefaults::NSUserDefaults(std::shared_ptr<DefaultsStore> store)
     : store_(std::move(store)), values_(store_->load()) {}
 
 NSUserDefaults::~NSUserDefaults() {
-    store_.reset();  // ends its calls while the members that they use still stand
+    // The store goes outside the lock: its last call may be waiting for it.
+    std::shared_ptr<DefaultsStore> former;
+    {
+        const std::lock_guard lock(mutex_);
+        former.swap(store_);
+    }
 }
 
 bool NSUserDefaults::boolForKey(std::string_view key) const {
     const std::lock_guard lock(mutex_);
-    const auto found = values_.find(key);
-    return found != values_.end() &&
-           (found->second == "true" || found->second == "yes" || found->second == "1");
+    return isTrue(values_, key);
 }
 
 NSErrorRef NSUserDefaults::setBool(bool value, std::string_view key) {
@@ -75,18 +85,20 @@ void NSUserDefaults::setStore(std::shared_ptr<DefaultsStore> store) {
         if (!registrations_.empty())
             watchStore();
     }
-    // The former store goes here, outside the lock: its last call may be waiting for it.
+    // As above, the former store goes here.
 }
 
 void NSUserDefaults::watchStore() {
     watching_ = true;
-    store_->watch([this] { storeChanged(); });
+    store_->watch([this, store = store_.get()] { storeChanged(store); });
 }
 
-void NSUserDefaults::storeChanged() {
+void NSUserDefaults::storeChanged(const DefaultsStore* store) {
     std::vector<Registration> told;
     {
         const std::lock_guard lock(mutex_);
+        if (store_.get() != store)
+            return;
         told = takeOver(store_->load(), {});
     }
     notify(told);
@@ -97,11 +109,7 @@ std::vector<NSUserDefaults::Registration> NSUserDefaults::takeOver(DefaultsStore
     std::vector<Registration> told;
     for (const auto& registration : registrations_) {
         const std::string_view key = registration.keyPath->name;
-        const auto before = values_.find(key);
-        const auto after = values.find(key);
-        const bool same = (before == values_.end()) == (after == values.end()) &&
-                          (after == values.end() || before->second == after->second);
-        if (!same || (!setKey.empty() && key == setKey))
+        if (isTrue(values_, key) != isTrue(values, key) || (!setKey.empty() && key == setKey))
             told.push_back(registration);
     }
     values_ = std::move(values);

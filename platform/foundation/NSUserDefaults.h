@@ -18,10 +18,10 @@
 ///     defaults.setBool(true, "useBase2MathForSizes");
 ///
 /// An observer is told once for each setBool() of its key, also when the value stays the same, on
-/// the thread that set it; and once when someone else changed the stored text of its key, on a
-/// thread of the platform's own, which needs no loop of the host. Any thread may use the defaults.
-/// Observers are told under no lock; one that was removed may still be being told on another
-/// thread.
+/// the thread that set it; and once when someone else changed what is stored so that its key reads
+/// differently, on a thread of the platform's own, which needs no loop of the host. Any thread may
+/// use the defaults. Observers are told under no lock; one that was removed may still be being told
+/// on another thread.
 namespace morvane {
 
 /// Where settings are kept. Supplied by the system, or by a test.
@@ -67,7 +67,7 @@ class MORVANE_EXPORT NSUserDefaults final : public NSObject {
         const NSKeyPath* keyPath;
     };
 
-    void storeChanged();
+    void storeChanged(const DefaultsStore* store);
     void watchStore();
     std::vector<Registration> takeOver(DefaultsStore::Values values, std::string_view setKey);
     void notify(const std::vector<Registration>& registrations);

@@ -1,0 +1,257 @@
+#include <MorvaneOperation/platform/linux/KeyFileDefaults.h>
+#include <MorvaneOperation/platform/linux/KeyFileText.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+namespace morvane {
+namespace {
+
+constexpr NSKeyPath keyPath{"useBase2MathForSizes"};
+
+class Observer final : public NSKeyValueObserver {
+  public:
+    void observeValueForKeyPath(const NSKeyPath&, NSObject&) override {
+        const std::lock_guard lock(mutex_);
+        ++told_;
+        thread_ = std::this_thread::get_id();
+        changed_.notify_all();
+    }
+    /// Waits until it was told that often.
+    bool waitFor(int told) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(30), [&] { return told_ >= told; });
+    }
+    int told() {
+        const std::lock_guard lock(mutex_);
+        return told_;
+    }
+    std::thread::id thread() {
+        const std::lock_guard lock(mutex_);
+        return thread_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int told_ = 0;
+    std::thread::id thread_;
+};
+
+class KeyFileDefaultsTest : public testing::Test {
+  protected:
+    KeyFileDefaultsTest() {
+        std::string name = testing::TempDir() + "defaults.XXXXXX";
+        folder = ::mkdtemp(name.data());
+        path = folder / "morvaneoperation" / "defaults.ini";
+        std::filesystem::create_directory(path.parent_path());
+    }
+    ~KeyFileDefaultsTest() override { std::filesystem::remove_all(folder); }
+
+    void write(const std::string& text) const { std::ofstream(path) << text; }
+    std::string content() const {
+        std::ostringstream text;
+        text << std::ifstream(path).rdbuf();
+        return text.str();
+    }
+    std::shared_ptr<DefaultsStore> store() const { return std::make_shared<KeyFileDefaults>(path); }
+    /// Runs a shell command in the file's folder, as another program.
+    void byHand(const std::string& command) const {
+        ASSERT_EQ(std::system(("cd '" + path.parent_path().string() + "' && " + command).c_str()),
+                  0);
+    }
+
+    std::filesystem::path folder;
+    std::filesystem::path path;
+};
+
+TEST_F(KeyFileDefaultsTest, AMissingFileReadsAsFalse) {
+    EXPECT_FALSE(NSUserDefaults(store()).boolForKey("useBase2MathForSizes"));
+}
+
+TEST_F(KeyFileDefaultsTest, AValueOutlivesTheObjectThatSetIt) {
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    EXPECT_TRUE(NSUserDefaults(store()).boolForKey("useBase2MathForSizes"));
+    EXPECT_EQ(content(), "[Defaults]\nuseBase2MathForSizes=true\n");
+}
+
+TEST_F(KeyFileDefaultsTest, ASaveMakesTheMissingFolder) {
+    std::filesystem::remove_all(path.parent_path());
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    EXPECT_EQ(content(), "[Defaults]\nuseBase2MathForSizes=true\n");
+}
+
+TEST_F(KeyFileDefaultsTest, ASaveKeepsWhatItDoesNotKnow) {
+    write(
+        "# mine\n[Other]\nuseBase2MathForSizes=false\n\n[Defaults]\n# base\n"
+        "useBase2MathForSizes = false\nfuture=7\nthis line means nothing\n\n[Last]\nx=1");
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    EXPECT_EQ(content(),
+              "# mine\n[Other]\nuseBase2MathForSizes=false\n\n[Defaults]\n# base\n"
+              "useBase2MathForSizes=true\nfuture=7\nthis line means nothing\n\n[Last]\nx=1");
+}
+
+TEST_F(KeyFileDefaultsTest, AMalformedFileIsReadAsFarAsItMeansSomethingAndKept) {
+    const std::string noise("\xff\xfe[Defaults\n]]==\n\0binary\n=nokey\n", 32);
+    write(noise + "[Defaults]\n=\nuseBase2MathForSizes=1\n");
+    NSUserDefaults defaults(store());
+    EXPECT_TRUE(defaults.boolForKey("useBase2MathForSizes"));
+    EXPECT_EQ(defaults.setBool(false, "useBase2MathForSizes"), nullptr);
+    EXPECT_EQ(content(), noise + "[Defaults]\n=\nuseBase2MathForSizes=false\n");
+}
+
+TEST_F(KeyFileDefaultsTest, AValueThatIsNoBooleanReadsAsFalse) {
+    write("[Defaults]\nuseBase2MathForSizes=perhaps\n");
+    EXPECT_FALSE(NSUserDefaults(store()).boolForKey("useBase2MathForSizes"));
+}
+
+TEST_F(KeyFileDefaultsTest, ASaveKeepsTheFilesModeAndLeavesNoOtherFile) {
+    write("");
+    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    struct stat status;
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    const std::filesystem::directory_iterator files(path.parent_path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST_F(KeyFileDefaultsTest, ASaveReplacesTheFileThatALinkLeadsTo) {
+    std::filesystem::create_symlink(folder / "real.ini", path);
+    std::ofstream(folder / "real.ini") << "[Defaults]\n";
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+    EXPECT_EQ(content(), "[Defaults]\nuseBase2MathForSizes=true\n");
+}
+
+TEST_F(KeyFileDefaultsTest, WhatCannotBeStoredIsReportedAndCountsInThisProcess) {
+    std::filesystem::create_directory(path);
+    NSUserDefaults defaults(store());
+    const auto error = defaults.setBool(true, "useBase2MathForSizes");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+    EXPECT_TRUE(defaults.boolForKey("useBase2MathForSizes"));
+}
+
+class WatchedDefaultsTest : public KeyFileDefaultsTest {
+  protected:
+    /// Tells of edits by hand that leave one more trace each; so what was told is complete up to
+    /// there.
+    void expectToldExactly(NSUserDefaults& defaults, int times) {
+        ASSERT_TRUE(observer.waitFor(times));
+        static constexpr NSKeyPath markPath{"mark"};
+        Observer mark;
+        defaults.addObserver(&mark, markPath);
+        byHand("printf '\\n[Defaults]\\nmark=1\\n' >> defaults.ini");
+        EXPECT_TRUE(mark.waitFor(1));
+        defaults.removeObserver(&mark, markPath);
+        EXPECT_EQ(observer.told(), times);
+    }
+    Observer observer;
+};
+
+TEST_F(WatchedDefaultsTest, AnEditInPlaceIsToldOnceOnAThreadOfItsOwn) {
+    write("[Defaults]\nuseBase2MathForSizes=false\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("sed 's/false/true/' defaults.ini > copy && cat copy > defaults.ini");
+    expectToldExactly(defaults, 1);
+    EXPECT_TRUE(defaults.boolForKey("useBase2MathForSizes"));
+    EXPECT_NE(observer.thread(), std::this_thread::get_id());
+}
+
+TEST_F(WatchedDefaultsTest, AnEditByRenameIsToldOnce) {
+    write("[Defaults]\nuseBase2MathForSizes=false\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("sed -i 's/false/true/' defaults.ini");
+    expectToldExactly(defaults, 1);
+    EXPECT_TRUE(defaults.boolForKey("useBase2MathForSizes"));
+}
+
+TEST_F(WatchedDefaultsTest, AFileMovedInFromElsewhereIsToldOnce) {
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("printf '[Defaults]\\nuseBase2MathForSizes=true\\n' > ../x && mv ../x defaults.ini");
+    expectToldExactly(defaults, 1);
+    EXPECT_TRUE(defaults.boolForKey("useBase2MathForSizes"));
+}
+
+TEST_F(WatchedDefaultsTest, ARemovedFileIsToldOnceAndReadsAsFalse) {
+    write("[Defaults]\nuseBase2MathForSizes=true\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("rm defaults.ini");
+    expectToldExactly(defaults, 1);
+    EXPECT_FALSE(defaults.boolForKey("useBase2MathForSizes"));
+}
+
+TEST_F(WatchedDefaultsTest, AFileInAFolderThatWasMissingIsToldOnce) {
+    std::filesystem::remove_all(path.parent_path());
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    std::filesystem::create_directory(path.parent_path());
+    byHand("printf '[Defaults]\\nuseBase2MathForSizes=true\\n' > defaults.ini");
+    expectToldExactly(defaults, 1);
+}
+
+TEST_F(WatchedDefaultsTest, AnotherObjectsSetIsToldOnce) {
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    expectToldExactly(defaults, 1);
+}
+
+TEST_F(WatchedDefaultsTest, OwnSetsAreToldOnceEachOnTheSettingThreadAndNotByTheFilesEvent) {
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    defaults.setBool(true, "useBase2MathForSizes");
+    EXPECT_EQ(observer.told(), 1);
+    EXPECT_EQ(observer.thread(), std::this_thread::get_id());
+    defaults.setBool(true, "useBase2MathForSizes");
+    defaults.setBool(false, "useBase2MathForSizes");
+    expectToldExactly(defaults, 3);
+}
+
+TEST_F(WatchedDefaultsTest, AnEditOfSomethingElseIsNotTold) {
+    write("[Defaults]\nuseBase2MathForSizes=true\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("echo other=1 >> defaults.ini && touch defaults.ini");
+    expectToldExactly(defaults, 0);
+}
+
+TEST_F(WatchedDefaultsTest, AWatchMayEndAtOnce) {
+    for (int i = 0; i < 50; ++i) {
+        NSUserDefaults defaults(store());
+        defaults.addObserver(&observer, keyPath);
+    }
+    EXPECT_EQ(observer.told(), 0);
+}
+
+TEST(KeyFileText, ANewKeyGoesToTheEndOfItsGroup) {
+    EXPECT_EQ(key_file::withValue("[Defaults]\na=1\n\n[B]\n", "k", "v"),
+              "[Defaults]\na=1\nk=v\n\n[B]\n");
+}
+
+TEST(KeyFileText, AMissingGroupGoesToTheEndOfATextWithoutALastNewline) {
+    EXPECT_EQ(key_file::withValue("# x", "k", "v"), "# x\n[Defaults]\nk=v\n");
+}
+
+TEST(KeyFileText, TheLastOfTwoAssignmentsCountsAndIsReplaced) {
+    const std::string text = "[Defaults]\nk=1\nk=2\n";
+    EXPECT_EQ(key_file::parse(text).at("k"), "2");
+    EXPECT_EQ(key_file::withValue(text, "k", "3"), "[Defaults]\nk=1\nk=3\n");
+}
+
+}  // namespace
+}  // namespace morvane
