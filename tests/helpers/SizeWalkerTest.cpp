@@ -1,0 +1,282 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "SizeWalker.h"
+
+namespace morvane {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+class SizeWalkerTest : public testing::Test {
+  protected:
+    SizeWalkerTest() {
+        std::string name = testing::TempDir() + "walk.XXXXXX";
+        folder = ::mkdtemp(name.data());
+    }
+    ~SizeWalkerTest() override { std::system(("rm -rf '" + folder.string() + "'").c_str()); }
+
+    void write(const fs::path& name, std::int64_t size) const {
+        fs::create_directories((folder / name).parent_path());
+        const int fd = ::open((folder / name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::ftruncate(fd, size), 0);
+        ::close(fd);
+    }
+
+    /// The same count by another program in another language.
+    static std::vector<std::int64_t> counted(const std::vector<fs::path>& paths) {
+        std::string command = "python3 '" SIZE_WALK_COUNTER "'";
+        for (const auto& path : paths)
+            command += " '" + path.string() + "'";
+        std::vector<std::int64_t> sizes;
+        FILE* const pipe = ::popen(command.c_str(), "r");
+        for (long long size = 0; std::fscanf(pipe, "%lld", &size) == 1;)
+            sizes.push_back(size);
+        EXPECT_EQ(::pclose(pipe), 0);
+        return sizes;
+    }
+    void expectEqualsCount() const {
+        SizeWalker walker;
+        EXPECT_EQ(std::vector{walker.sizeOf(folder)}, counted({folder}));
+        EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().first;
+    }
+
+    fs::path folder;
+};
+
+TEST_F(SizeWalkerTest, AFileHasItsOwnSize) {
+    write("a", 1234);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder / "a"), 1234);
+    EXPECT_EQ(walker.items(), 1u);
+}
+
+TEST_F(SizeWalkerTest, AFolderHasTheSumOfTheFilesBelow) {
+    write("a", 1);
+    write("b/c/d", 20);
+    write("b/e", 300);
+    fs::create_directory(folder / "empty");
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 321);
+    EXPECT_EQ(walker.items(), 7u);
+    expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, ManyFoldersAreSharedByTwoThreadsAndEqualAnIndependentCount) {
+    for (int i = 0; i < 40; ++i) {
+        for (int j = 0; j < 50; ++j)
+            write(std::to_string(i % 7) + "/" + std::to_string(i) + "/" + std::to_string(j),
+                  i * 1000 + j);
+    }
+    for (int i = 0; i < 20; ++i)
+        expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, AFolderOfManyEntriesIsReadInSeveralChunks) {
+    for (int i = 0; i < 6000; ++i)
+        write("wide/a-rather-long-name-for-a-file-" + std::to_string(i), 3);
+    for (int i = 0; i < 1000; ++i)
+        write("wide/sub" + std::to_string(i) + "/file", 5);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 6000 * 3 + 1000 * 5);
+}
+
+TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceInAllPathsOfAWalker) {
+    write("one/file", 100);
+    fs::create_directory(folder / "two");
+    fs::create_hard_link(folder / "one/file", folder / "one/again");
+    fs::create_hard_link(folder / "one/file", folder / "two/again");
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder / "one"), 100);
+    EXPECT_EQ(walker.sizeOf(folder / "two"), 0);
+    EXPECT_EQ(walker.sizeOf(folder / "one/again"), 0);
+    EXPECT_EQ(SizeWalker().sizeOf(folder / "two"), 100);
+    EXPECT_EQ(counted({folder / "one", folder / "two"}), (std::vector<std::int64_t>{100, 0}));
+    expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, ASparseFileCountsAsItClaims) {
+    write("sparse", std::int64_t{1} << 40);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), std::int64_t{1} << 40);
+    expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, LinksAreNotFollowedAlsoNotThePathItself) {
+    write("real/file", 10);
+    fs::create_directory_symlink("..", folder / "real/up");
+    fs::create_symlink("loop", folder / "loop");
+    fs::create_symlink(folder / "real/file", folder / "link");
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 10);
+    EXPECT_EQ(walker.sizeOf(folder / "real/up"), 0);
+    EXPECT_EQ(walker.sizeOf(folder / "link"), 0);
+    EXPECT_EQ(walker.unreadable().count, 0u);
+    expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, NamesMayBeAnyBytes) {
+    write(fs::path("caf\xe9/\xff\n'\x01") / "x", 7);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 7);
+    expectEqualsCount();
+}
+
+TEST_F(SizeWalkerTest, OtherKindsOfFilesCountAsNothing) {
+    ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 0);
+    EXPECT_EQ(walker.sizeOf(folder / "fifo"), 0);
+    EXPECT_EQ(walker.sizeOf("/dev/null"), 0);
+}
+
+TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
+    write("file", 5);
+    fs::create_directory(folder / "mount");
+    constexpr int notAllowed = 77;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::unshare(CLONE_NEWNS) != 0 ||
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            ::mount("none", (folder / "mount").c_str(), "tmpfs", 0, nullptr) != 0)
+            ::_exit(notAllowed);
+        write("mount/x", 100);
+        SizeWalker walker;
+        ::_exit(walker.sizeOf(folder) == 5 && walker.sizeOf(folder / "mount") == 100 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == notAllowed)
+        GTEST_SKIP() << "mounting is not allowed here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(SizeWalkerTest, AMissingPathIsReportedAsUnreadable) {
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder / "none"), 0);
+    EXPECT_EQ(walker.unreadable().count, 1u);
+    EXPECT_EQ(walker.unreadable().first, folder / "none");
+    EXPECT_EQ(walker.unreadable().error, ENOENT);
+}
+
+TEST_F(SizeWalkerTest, WhatAnUnprivilegedUserCannotReadIsCountedAndTheFirstIsNamed) {
+    write("open/file", 10);
+    write("closed/file", 100);
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+    ASSERT_EQ(::chmod((folder / "closed").c_str(), 0), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
+            ::_exit(2);
+        SizeWalker walker;
+        const bool right = walker.sizeOf(folder) == 10 && walker.unreadable().count == 1 &&
+                           walker.unreadable().first == folder / "closed" &&
+                           walker.unreadable().error == EACCES;
+        ::_exit(right ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(::chmod((folder / "closed").c_str(), 0755), 0);
+}
+
+TEST_F(SizeWalkerTest, ATreeDeeperThanTheDescriptorsAndThePathLimitIsCounted) {
+    constexpr int depth = 1200;
+    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int i = 0; i < depth; ++i) {
+        for (const char* const side : {"a", "z"}) {
+            const int file = ::openat(fd, side, O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+            ASSERT_EQ(::ftruncate(file, 1), 0);
+            ::close(file);
+        }
+        ASSERT_EQ(::mkdirat(fd, "m", 0755), 0);
+        ASSERT_EQ(::mkdirat(fd, "n", 0755), 0);
+        const int next = ::openat(fd, i % 2 ? "m" : "n", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(fd);
+        fd = next;
+    }
+    ::close(fd);
+    SizeWalker walker;
+    EXPECT_EQ(walker.sizeOf(folder), 2 * depth);
+    EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().error;
+    EXPECT_EQ(walker.items(), 4u * depth + 1);
+}
+
+TEST_F(SizeWalkerTest, FilesThatVanishDuringTheWalkAreNoFailure) {
+    for (int i = 0; i < 200; ++i)
+        write("stay/" + std::to_string(i), 10);
+    std::atomic<bool> stop = false;
+    std::thread churn([&] {
+        while (!stop) {
+            for (int i = 0; i < 20; ++i)
+                write("go/" + std::to_string(i) + "/file", 0);
+            fs::remove_all(folder / "go");
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        SizeWalker walker;
+        EXPECT_EQ(walker.sizeOf(folder), 2000);
+        EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().first;
+    }
+    stop = true;
+    churn.join();
+}
+
+TEST_F(SizeWalkerTest, ProgressGrowsAndNoStopsTheWalk) {
+    for (int i = 0; i < 300; ++i)
+        write(std::to_string(i) + "/file", 10);
+    int told = 0;
+    SizeWalker walker(
+        [&](std::int64_t bytes, std::uint64_t items) {
+            EXPECT_LE(bytes, 3000);
+            EXPECT_GE(items, 1u);
+            return ++told < 3;
+        },
+        milliseconds(0));
+    EXPECT_LT(walker.sizeOf(folder), 3000);
+    EXPECT_EQ(told, 3);
+    EXPECT_TRUE(walker.isCancelled());
+    EXPECT_EQ(walker.sizeOf(folder), 0);
+}
+
+TEST_F(SizeWalkerTest, ProgressIsToldOnTheCallingThread) {
+    for (int i = 0; i < 100; ++i)
+        write(std::to_string(i) + "/file", 10);
+    const auto caller = std::this_thread::get_id();
+    SizeWalker walker(
+        [&](std::int64_t, std::uint64_t) {
+            EXPECT_EQ(std::this_thread::get_id(), caller);
+            return true;
+        },
+        milliseconds(0));
+    EXPECT_EQ(walker.sizeOf(folder), 1000);
+}
+
+TEST_F(SizeWalkerTest, AnotherThreadMayCancel) {
+    for (int i = 0; i < 50; ++i)
+        write(std::to_string(i) + "/file", 10);
+    SizeWalker walker;
+    std::thread canceller([&] { walker.cancel(); });
+    while (!walker.isCancelled())
+        walker.sizeOf(folder);
+    canceller.join();
+    EXPECT_EQ(walker.sizeOf(folder), 0);
+}
+
+}  // namespace
+}  // namespace morvane
