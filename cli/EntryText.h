@@ -1,0 +1,31 @@
+#pragma once
+
+#include <MorvaneOperation/MVAclEntry.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Text.h"
+
+/// Access-control entries as text.
+namespace morvane {
+
+using EntryList = std::vector<std::shared_ptr<MVAclEntry>>;
+
+/// Descending canonical score; entries of one score stay in the order that they came in.
+void sortCanonically(EntryList& entries);
+
+/// The name of the entry's user or group; "uid 1234" or "gid 1234" if it has none any more.
+std::string identityName(const MVAclEntry& entry);
+/// Whether the entry's identity is a group, also if it has no name.
+bool identityIsGroup(const MVAclEntry& entry);
+
+/// A line for each entry under a line of headings; with `tree` each box below its entry. Everything
+/// that comes from outside is escaped.
+std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style);
+
+/// An array of objects, indented. What is not UTF-8 is replaced.
+std::string entriesAsJson(const EntryList& entries);
+
+}  // namespace morvane

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+/// What running a command leaves to be printed, and the exit status. Only main() prints.
+namespace morvane {
+
+enum ExitCode : int {
+    ExitSuccess = 0,
+    /// The operation failed: the item does not exist, may not be read, has no such list ...
+    ExitFailure = 1,
+    /// The command line was not understood; nothing was done.
+    ExitUsage = 2,
+    /// The service that does the work could not be started or went away.
+    ExitService = 3,
+};
+
+struct Outcome {
+    ExitCode exitCode = ExitSuccess;
+    /// For standard output.
+    std::string output;
+    /// For standard error, whole lines.
+    std::string message;
+};
+
+}  // namespace morvane

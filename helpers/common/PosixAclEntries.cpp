@@ -1,0 +1,196 @@
+#include "PosixAclEntries.h"
+
+#include <MorvaneOperation/MVAclPermission.h>
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/acl_perms.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
+/// The markers of the group nodes.
+enum : std::int32_t { GroupMarker = 2, AppliesToMarker = 0x2000 };
+
+/// The tree entries of one list, in the order in which the list is evaluated, in three stretches:
+/// the base of the access list is put between them.
+struct TreeEntries {
+    std::vector<ShownRights> owner;
+    std::vector<ShownRights> users;
+    std::vector<ShownRights> owningGroup;
+    std::vector<ShownRights> groups;
+    std::vector<ShownRights> others;
+};
+
+/// Adds what is shown for one identity that the list grants `granted`, when the classes that it
+/// comes to later grant `later`.
+void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
+         PosixRights later, const ShownRights& applies) {
+    ShownRights entry = applies;
+    entry.who = who;
+    if (const PosixRights denied = later - granted; denied != PosixNothing) {
+        entry.deny = true;
+        entry.rights = denied;
+        entries.push_back(entry);
+    }
+    if (granted != PosixNothing) {
+        entry.deny = false;
+        entry.rights = granted;
+        entries.push_back(entry);
+    }
+}
+
+TreeEntries treeEntriesOf(const PosixList& list, const PosixAcl& acl, const ShownRights& applies) {
+    TreeEntries result;
+    const PosixRights owningGroup = list.effective(list.owningGroup);
+    PosixRights groupsAndOthers = owningGroup | list.others;
+    for (const auto& group : list.groups)
+        groupsAndOthers = groupsAndOthers | list.effective(group.rights);
+
+    for (const auto& user : list.users)
+        add(result.users, CBPosixUser{user.id}, list.effective(user.rights), groupsAndOthers,
+            applies);
+    // Several groups add up, so one group has only the others after it.
+    for (const auto& group : list.groups)
+        add(result.groups, CBPosixGroup{group.id}, list.effective(group.rights), list.others,
+            applies);
+
+    add(result.owner, CBPosixUser{acl.owner}, list.owner, groupsAndOthers, applies);
+    add(result.owningGroup, CBPosixGroup{acl.group}, owningGroup, list.others, applies);
+    add(result.others, CBEveryone{}, list.others, PosixNothing, applies);
+    return result;
+}
+
+/// Takes from `defaults` what `entries` says as well, and lets the entry say both.
+void mergeDefaults(std::vector<ShownRights>& entries, std::vector<ShownRights>& defaults) {
+    for (auto& entry : entries) {
+        const auto same =
+            std::find_if(defaults.begin(), defaults.end(), [&](const ShownRights& other) {
+                return other.who == entry.who && other.deny == entry.deny &&
+                       other.rights == entry.rights;
+            });
+        if (same != defaults.end()) {
+            entry.appliesToChildren = true;
+            defaults.erase(same);
+        }
+    }
+}
+
+ShownRights flatRights(const CBPosixIdentity& who, PosixRights rights) {
+    ShownRights entry;
+    entry.who = who;
+    entry.rights = rights;
+    entry.flat = true;
+    return entry;
+}
+
+void append(std::vector<ShownRights>& to, const std::vector<ShownRights>& from) {
+    to.insert(to.end(), from.begin(), from.end());
+}
+
+std::shared_ptr<MVTreeNode> makeNode(std::string_view name, std::uint32_t permission, bool on) {
+    return MVTreeNode::treeNodeWithRepresentedObject(MVAclPermission::initWithName(
+        name, static_cast<std::int32_t>(permission), on ? MVStateOn : MVStateOff));
+}
+
+std::vector<std::shared_ptr<MVTreeNode>> flatTree(PosixRights rights) {
+    return {makeNode("Read", GroupMarker, (rights & PosixRead) != PosixNothing),
+            makeNode("Write", GroupMarker, (rights & PosixWrite) != PosixNothing),
+            makeNode("Execute", GroupMarker, (rights & PosixExecute) != PosixNothing)};
+}
+
+std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std::uint32_t boxes,
+                                                  bool isDirectory) {
+    std::vector<std::shared_ptr<MVTreeNode>> tree;
+    const std::uint32_t kind = isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES;
+    for (const acl_perm_group* group = acl_perms; group->name; ++group) {
+        auto node = makeNode(group->name, GroupMarker, false);
+        for (const acl_perm_entry* row = group->perms; row->name; ++row) {
+            if (row->kinds & kind)
+                node->mutableChildNodes().append(
+                    makeNode(row->name, row->perm, (boxes & row->perm) != 0));
+        }
+        MVAclEntry::resolveStateForPermissionNode(node.get());
+        tree.push_back(std::move(node));
+    }
+    if (isDirectory) {
+        auto node = makeNode("Applies To", AppliesToMarker, false);
+        for (const acl_perm_entry* row = acl_flags; row->name; ++row) {
+            const bool on =
+                row->perm == ACL_ENTRY_ONLY_INHERIT ? entry.appliesToItem : entry.appliesToChildren;
+            node->mutableChildNodes().append(makeNode(row->name, row->perm, on));
+        }
+        MVAclEntry::resolveStateForPermissionNode(node.get());
+        tree.push_back(std::move(node));
+    }
+    return tree;
+}
+
+}  // namespace
+
+std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl) {
+    TreeEntries access = treeEntriesOf(acl.access, acl, {});
+    TreeEntries defaults;
+    if (acl.defaults) {
+        ShownRights applies;
+        applies.appliesToItem = false;
+        applies.appliesToChildren = true;
+        defaults = treeEntriesOf(*acl.defaults, acl, applies);
+        mergeDefaults(access.users, defaults.users);
+        mergeDefaults(access.groups, defaults.groups);
+    }
+
+    std::vector<ShownRights> shown;
+    shown.push_back(flatRights(CBPosixUser{acl.owner}, acl.access.owner));
+    append(shown, access.users);
+    shown.push_back(
+        flatRights(CBPosixGroup{acl.group}, acl.access.effective(acl.access.owningGroup)));
+    append(shown, access.groups);
+    shown.push_back(flatRights(CBEveryone{}, acl.access.others));
+    for (const auto* stretch : {&defaults.owner, &defaults.users, &defaults.owningGroup,
+                                &defaults.groups, &defaults.others})
+        append(shown, *stretch);
+    return shown;
+}
+
+std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool isDirectory) {
+    std::uint32_t boxes = 0;
+    if ((rights & PosixRead) != PosixNothing)
+        boxes |= ACL_READ_DATA | ACL_READ_EXTATTRIBUTES;
+    if ((rights & PosixWrite) != PosixNothing) {
+        boxes |= ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_WRITE_EXTATTRIBUTES;
+        if (isDirectory)
+            boxes |= ACL_DELETE_CHILD;
+    }
+    if ((rights & PosixExecute) != PosixNothing)
+        boxes |= ACL_SEARCH;
+    if (!deny) {
+        // No list takes these away.
+        boxes |= ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
+        if (isOwner)
+            boxes |= ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY;
+    }
+    return boxes;
+}
+
+std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl) {
+    std::vector<std::shared_ptr<MVAclEntry>> entries;
+    for (const auto& shown : shownRightsOfPosixAcl(acl)) {
+        const bool isOwner = shown.who == CBPosixIdentity{CBPosixUser{acl.owner}};
+        auto tree =
+            shown.flat
+                ? flatTree(shown.rights)
+                : fullTree(shown, boxesOfRights(shown.rights, shown.deny, isOwner, acl.isDirectory),
+                           acl.isDirectory);
+        entries.push_back(MVAclEntry::initWithUuid(uuidOfPosixIdentity(shown.who),
+                                                   shown.deny ? TagDeny : TagAllow, std::move(tree),
+                                                   false));
+    }
+    return entries;
+}
+
+}  // namespace morvane

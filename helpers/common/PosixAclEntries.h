@@ -1,0 +1,45 @@
+#pragma once
+
+#include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
+
+#include <memory>
+#include <vector>
+
+#include "PosixAcl.h"
+
+/// How a POSIX list is shown as entries.
+///
+///     auto entries = entriesOfPosixAcl(acl);   // in the order in which the list is evaluated
+///
+/// The owner, the owning group and everyone are flat entries: groups "Read", "Write" and "Execute"
+/// without children, so that nothing of the base is lost. Named users and groups, and all of a
+/// folder's default list, are entries with a full tree. Every right that is shown is one that the
+/// mask lets through.
+namespace morvane {
+
+/// One entry as the list means it, before it becomes check boxes.
+struct ShownRights {
+    CBPosixIdentity who;
+    bool deny = false;
+    PosixRights rights = PosixNothing;
+    /// One of the three entries of the base, shown flat.
+    bool flat = false;
+    bool appliesToItem = true;
+    /// Child files, child folders and all descendants.
+    bool appliesToChildren = false;
+
+    bool operator==(const ShownRights&) const = default;
+};
+
+/// The entries to show. A deny entry stands right before the allow entry of its identity, and only
+/// where a class that the list comes to later grants what this identity does not have. Entries
+/// that would say nothing are left out.
+std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
+
+/// The permission bits for which the boxes of a tree entry are on.
+std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool isDirectory);
+
+std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
+
+}  // namespace morvane

@@ -1,0 +1,163 @@
+#include "PosixAclReader.h"
+
+#include <acl/libacl.h>
+#include <fcntl.h>
+#include <sys/acl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+struct AclFree {
+    void operator()(void* acl) const { acl_free(acl); }
+};
+using AclHandle = std::unique_ptr<std::remove_pointer_t<acl_t>, AclFree>;
+using QualifierHandle = std::unique_ptr<id_t, AclFree>;
+
+PosixRights rightsOfMode(mode_t bits) {
+    return static_cast<PosixRights>(bits & 7U);
+}
+
+PosixList listOfMode(mode_t mode) {
+    return {.owner = rightsOfMode(mode >> 6U),
+            .owningGroup = rightsOfMode(mode >> 3U),
+            .others = rightsOfMode(mode),
+            .mask = std::nullopt,
+            .users = {},
+            .groups = {}};
+}
+
+PosixRights rightsOfEntry(acl_entry_t entry) {
+    acl_permset_t permissions = nullptr;
+    PosixRights rights = PosixNothing;
+    if (acl_get_permset(entry, &permissions) != 0)
+        return rights;
+    if (acl_get_perm(permissions, ACL_READ) == 1)
+        rights = rights | PosixRead;
+    if (acl_get_perm(permissions, ACL_WRITE) == 1)
+        rights = rights | PosixWrite;
+    if (acl_get_perm(permissions, ACL_EXECUTE) == 1)
+        rights = rights | PosixExecute;
+    return rights;
+}
+
+/// Empty, with errno set, if the list is not well-formed.
+std::optional<PosixList> listOfAcl(acl_t acl) {
+    PosixList list;
+    acl_entry_t entry = nullptr;
+    int more = acl_get_entry(acl, ACL_FIRST_ENTRY, &entry);
+    for (; more == 1; more = acl_get_entry(acl, ACL_NEXT_ENTRY, &entry)) {
+        acl_tag_t tag = ACL_UNDEFINED_TAG;
+        if (acl_get_tag_type(entry, &tag) != 0)
+            return std::nullopt;
+        const PosixRights rights = rightsOfEntry(entry);
+        switch (tag) {
+            case ACL_USER_OBJ:
+                list.owner = rights;
+                break;
+            case ACL_GROUP_OBJ:
+                list.owningGroup = rights;
+                break;
+            case ACL_OTHER:
+                list.others = rights;
+                break;
+            case ACL_MASK:
+                list.mask = rights;
+                break;
+            case ACL_USER:
+            case ACL_GROUP: {
+                const QualifierHandle id(static_cast<id_t*>(acl_get_qualifier(entry)));
+                if (!id)
+                    return std::nullopt;
+                (tag == ACL_USER ? list.users : list.groups).push_back({*id, rights});
+                break;
+            }
+            default:
+                errno = EINVAL;
+                return std::nullopt;
+        }
+    }
+    if (more < 0)
+        return std::nullopt;
+    std::sort(list.users.begin(), list.users.end());
+    std::sort(list.groups.begin(), list.groups.end());
+    return list;
+}
+
+}  // namespace
+
+int systemAttributeProbe(const char* path, const char* name) {
+    return getxattr(path, name, nullptr, 0) >= 0 ? 0 : errno;
+}
+
+std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {
+    // Such a descriptor opens any kind of item, without waiting and without any right to it.
+    const Descriptor item(open(path.c_str(), O_PATH | O_CLOEXEC));
+    struct stat status {};
+    if (item.get() < 0 || fstat(item.get(), &status) != 0)
+        return AclReadFailure{errno};
+    // Attribute calls refuse the descriptor itself, but take its name.
+    const std::string name = "/proc/self/fd/" + std::to_string(item.get());
+
+    for (const char* attribute : {"system.nfs4_acl_xdr", "system.nfs4_acl"}) {
+        const int code = probe(name.c_str(), attribute);
+        if (code == 0)
+            return AclReadFailure{EOPNOTSUPP, true};
+        if (code != ENODATA && code != EOPNOTSUPP)
+            return AclReadFailure{code};
+    }
+
+    PosixAcl result{.owner = status.st_uid,
+                    .group = status.st_gid,
+                    .isDirectory = S_ISDIR(status.st_mode),
+                    .access = {},
+                    .defaults = std::nullopt};
+    if (const AclHandle access{acl_get_file(name.c_str(), ACL_TYPE_ACCESS)}) {
+        auto list = listOfAcl(access.get());
+        if (!list)
+            return AclReadFailure{errno};
+        result.access = std::move(*list);
+    } else if (errno == EOPNOTSUPP) {
+        result.access = listOfMode(status.st_mode);
+        return result;
+    } else {
+        return AclReadFailure{errno};
+    }
+
+    if (result.isDirectory) {
+        const AclHandle defaults{acl_get_file(name.c_str(), ACL_TYPE_DEFAULT)};
+        if (!defaults)
+            return AclReadFailure{errno};
+        if (acl_entries(defaults.get()) > 0) {
+            result.defaults = listOfAcl(defaults.get());
+            if (!result.defaults)
+                return AclReadFailure{errno};
+        }
+    }
+    return result;
+}
+
+}  // namespace morvane
