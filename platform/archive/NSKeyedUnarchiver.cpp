@@ -77,6 +77,10 @@ struct NSKeyedUnarchiver::State {
         const NSClass* c;
     };
 
+    /// Every look-up passes all keys of an object, whose dictionaries may overlap in a hostile
+    /// archive; no class has nearly as many.
+    static constexpr std::uint64_t maxKeys = 64;
+
     PropertyListReader list;
     NSDecodingBudget ownBudget;
     NSDecodingBudget& budget;
@@ -100,6 +104,8 @@ struct NSKeyedUnarchiver::State {
 
     std::optional<Value> find(const Value& dictionary, std::string_view key,
                               std::string_view context) {
+        if (dictionary.count > maxKeys)
+            fail(context, "an object has too many keys");
         std::optional<Value> found;
         for (std::uint64_t i = 0; i < dictionary.count; ++i) {
             if (!equals(list.key(dictionary, i), key))
@@ -316,6 +322,8 @@ struct NSKeyedUnarchiver::State {
     }
 
     NSErrorValue errorValue(const Value& reference, std::string_view key) {
+        if (isNil(reference, key))
+            return NSErrorRef();
         const auto value = follow(reference, key);
         if (value.kind == Kind::integer)
             return integer(value, key);
@@ -350,6 +358,7 @@ struct NSKeyedUnarchiver::State {
             if (objects.count > budget.objects) {
                 fail("$objects", "the archive unfolds into too many objects");
             }
+            budget.objects -= objects.count;
             manySlots.resize(static_cast<std::size_t>(objects.count));
         }
     }
@@ -388,8 +397,6 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::unarchivedObjectOfClasses(const NSC
         return object;
     } catch (const NSArchiveFailure& e) {
         failure = e.error();
-    } catch (const NSException& e) {
-        failure = NSArchiveFailure("root", "an object cannot be rebuilt: " + e.reason()).error();
     }
     if (error)
         *error = failure;
@@ -495,10 +502,18 @@ NSIndexPath NSKeyedUnarchiver::decodeIndexPath(std::string_view key) {
         static const NSClassSet classes{&NSIndexPathClass};
         state_->classOf(object, classes, key);
         const auto length = state_->find(object, "NSIndexPathLength", key);
-        const auto data = state_->find(object, "NSIndexPathData", key);
-        if (!length || length->kind != Kind::integer || !data) {
+        if (!length || length->kind != Kind::integer)
             fail(key, "an index path is malformed");
+        if (const auto single = state_->find(object, "NSIndexPathValue", key)) {
+            const auto index = state_->integer(*single, key);
+            if (length->bits != 1 || index < 0)
+                fail(key, "an index path is malformed");
+            path.indexes.push_back(static_cast<std::uint64_t>(index));
+            return path;
         }
+        const auto data = state_->find(object, "NSIndexPathData", key);
+        if (!data)
+            fail(key, "an index path is malformed");
         const auto bytes = state_->bytes(state_->follow(*data, key), key);
         if (bytes.size() % 8 != 0 || bytes.size() / 8 != length->bits) {
             fail(key, "an index path is malformed");
@@ -546,7 +561,12 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
     const State::Depth depth(state.budget, key);
     slot.progress = Progress::beingDecoded;
     const auto outer = std::exchange(state.current, dictionary);
-    slot.object = c.initWithCoder(*this);
+    try {
+        slot.object = c.initWithCoder(*this);
+    } catch (const NSException& e) {
+        fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
+                      e.reason() + ")");
+    }
     state.current = outer;
     slot.progress = Progress::decoded;
     return slot.object;
@@ -621,7 +641,6 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
         if (objects.empty())
             objects.reserve(count);
         const auto data = state_->bytes(state_->follow(element, key), key);
-        const State::Depth depth(state_->budget, key);
         NSKeyedUnarchiver nested(std::make_unique<State>(data, state_->budget));
         auto object = nested.decodeObject("root", classes);
         if (!object)

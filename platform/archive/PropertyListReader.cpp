@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
 
+#include <bit>
 #include <cstring>
 
 namespace morvane {
@@ -8,11 +9,12 @@ namespace {
 constexpr std::size_t magicSize = 8;
 constexpr std::size_t trailerSize = 32;
 
+/// `size` is 1 to 8. Reads 8 bytes, which the trailer behind every value and table entry allows.
 std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
+    static_assert(std::endian::native == std::endian::little);
     std::uint64_t value = 0;
-    for (unsigned i = 0; i < size; ++i)
-        value = value << 8 | p[i];
-    return value;
+    std::memcpy(&value, p, sizeof value);
+    return __builtin_bswap64(value) >> (64 - 8 * size);
 }
 
 bool isIntegerSize(unsigned size) {
@@ -38,8 +40,10 @@ PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : be
     if (!isIntegerSize(offsetSize_) || !isIntegerSize(refSize_)) {
         throw PropertyListDamage("its trailer gives an impossible integer size");
     }
-    // Written so that nothing overflows: a table entry takes at least one byte.
-    if (table <= magicSize || table >= end || count_ == 0 || count_ > (end - table) / offsetSize_) {
+    // Written so that nothing overflows. Table and trailer end the list without a gap, so a list
+    // that lost its tail or grew one is told by its length.
+    if (table <= magicSize || table >= end || count_ != (end - table) / offsetSize_ ||
+        (end - table) % offsetSize_ != 0) {
         throw PropertyListDamage("its offset table does not fit");
     }
     if (root_ >= count_)

@@ -88,6 +88,13 @@ void PropertyListWriter::clear() {
     booleans_[0] = booleans_[1] = none;
 }
 
+std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
+    if (count > std::numeric_limits<std::uint32_t>::max()) {
+        throw NSException(NSInvalidArgumentException, "A value is too long to be archived.");
+    }
+    return static_cast<std::uint32_t>(count);
+}
+
 PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
     auto& ref = booleans_[value ? 1 : 0];
     if (ref == none)
@@ -107,12 +114,12 @@ PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
     const auto start = arena_.size();
     if (isAscii(text)) {
         arena_.insert(arena_.end(), text.begin(), text.end());
-        return add({Kind::ascii, static_cast<std::uint32_t>(text.size()), start});
+        return add({Kind::ascii, checkedCount(text.size()), start});
     }
     if (!appendUtf16BigEndian(text, arena_)) {
         throw NSException(NSInvalidArgumentException, "A text that is archived must be UTF-8.");
     }
-    return add({Kind::utf16, static_cast<std::uint32_t>((arena_.size() - start) / 2), start});
+    return add({Kind::utf16, checkedCount((arena_.size() - start) / 2), start});
 }
 
 PropertyListWriter::Ref PropertyListWriter::sharedString(std::string_view text) {
@@ -133,7 +140,7 @@ PropertyListWriter::Ref PropertyListWriter::sharedString(std::string_view text) 
 PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> bytes) {
     const auto start = arena_.size();
     arena_.insert(arena_.end(), bytes.begin(), bytes.end());
-    return add({Kind::data, static_cast<std::uint32_t>(bytes.size()), start});
+    return add({Kind::data, checkedCount(bytes.size()), start});
 }
 
 PropertyListWriter::Ref PropertyListWriter::uid(std::uint32_t value) {
@@ -148,7 +155,7 @@ PropertyListWriter::Ref PropertyListWriter::uid(std::uint32_t value) {
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
     const auto start = refs_.size();
     refs_.insert(refs_.end(), elements.begin(), elements.end());
-    return add({Kind::array, static_cast<std::uint32_t>(elements.size()), start});
+    return add({Kind::array, checkedCount(elements.size()), start});
 }
 
 PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keysAndValues) {
@@ -159,7 +166,7 @@ PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keys
         refs_[start + i] = keysAndValues[2 * i];
         refs_[start + count + i] = keysAndValues[2 * i + 1];
     }
-    return add({Kind::dictionary, static_cast<std::uint32_t>(count), start});
+    return add({Kind::dictionary, checkedCount(count), start});
 }
 
 template <class RefInteger>

@@ -36,7 +36,7 @@ class PropertyListWriter {
     Ref data(Fill&& fill) {
         const auto start = arena_.size();
         fill(arena_);
-        return add({Kind::data, static_cast<std::uint32_t>(arena_.size() - start), start});
+        return add({Kind::data, checkedCount(arena_.size() - start), start});
     }
     Ref uid(std::uint32_t value);
     Ref array(std::span<const Ref> elements);
@@ -69,6 +69,9 @@ class PropertyListWriter {
         Ref ref;
     };
     static constexpr Ref none = 0xffffffff;
+
+    /// Throws NSInvalidArgumentException for what is too long for a count.
+    static std::uint32_t checkedCount(std::size_t count);
 
     Ref add(const Node& node) {
         nodes_.push_back(node);
