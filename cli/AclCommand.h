@@ -1,0 +1,34 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+
+#include <functional>
+#include <string>
+
+#include "EntryText.h"
+#include "Outcome.h"
+
+/// `morvane acl PATH`: shows the access-control list of one item.
+namespace morvane {
+
+struct AclOptions {
+    std::string path;
+    bool tree = false;
+    bool json = false;
+};
+
+struct AclAnswer {
+    EntryList entries;
+    NSErrorRef error;
+};
+
+/// Asks for the list of an item and waits for the answer.
+using AclSource = std::function<AclAnswer(const NSURL& url)>;
+
+Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& style);
+
+/// The lines for standard error: what failed, with which item, why, and what helps.
+std::string failureMessage(const std::string& what, const std::string& path, const NSError& error);
+
+}  // namespace morvane
