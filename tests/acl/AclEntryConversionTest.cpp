@@ -44,6 +44,7 @@ TEST_F(MVAclEntryConversion, AFileInheritsTheFileCounterparts) {
     EXPECT_THAT(states(*folder, 1), ElementsAre(1, 1, 1, 1, 1));
     EXPECT_EQ(box(*folder, 1).state(), -1);  // not resolved again
     EXPECT_EQ(folder->permissionGroup(), 6);
+    EXPECT_EQ(world.loop->waiting(), 0u);  // stored, not chosen
     EXPECT_TRUE(folder->inherited());
     EXPECT_FALSE(box(*folder, 0, 0).settable());
     EXPECT_EQ(folder->applicableTo(), "This item");

@@ -295,6 +295,20 @@ TEST_F(MVAclEntryEditing, AnInheritedEntryHasNoSettableBox) {
     EXPECT_EQ(settable(), std::string(17, '1') + "0110");
 }
 
+TEST_F(MVAclEntryEditing, TheApplicabilityIsReadFromTheLastGroupByTheFlagsOfItsBoxes) {
+    const auto last = node("Applies To", 0x2000, 0);
+    last->mutableChildNodes().append(node("below", 0x80, 1));
+    last->mutableChildNodes().append(node("files", 0x20, 1));
+    last->mutableChildNodes().append(node("item", 0x100, 1));
+    auto tree = folder->permissions();
+    folder->setPermissions({});
+    tree.push_back(last);
+    const auto entry = MVAclEntry::initWithUuid({}, 1, tree, false);
+    EXPECT_EQ(entry->applicableTo(), ", below, filesitem");
+    EXPECT_THAT(states(*entry, 4), ElementsAre(0, 1, 1));
+    EXPECT_THAT(states(*entry, 3), ElementsAre(1, 0, 0, 0));
+}
+
 TEST_F(MVAclEntryEditing, AFileEntryAppliesToThisItemAndIsNeverInitialized) {
     file->setApplicableTo("x");
     file->resolveApplicableTo();
