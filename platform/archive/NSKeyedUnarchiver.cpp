@@ -108,7 +108,7 @@ struct NSKeyedUnarchiver::State {
             fail(context, "an object has too many keys");
         std::optional<Value> found;
         for (std::uint64_t i = 0; i < dictionary.count; ++i) {
-            if (!equals(list.key(dictionary, i), key))
+            if (!list.isText(dictionary, i, key))
                 continue;
             if (found)
                 fail(context, "the key stands there twice");
@@ -186,7 +186,7 @@ struct NSKeyedUnarchiver::State {
         }
         std::uint64_t next = 0;
         const auto expect = [&](std::string_view ancestor) {
-            if (next >= ancestry->count || !equals(list.element(*ancestry, next++), ancestor)) {
+            if (next >= ancestry->count || !list.isText(*ancestry, next++, ancestor)) {
                 fail(key, "a class claims an ancestry that is not its own");
             }
         };

@@ -1,6 +1,5 @@
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
 
-#include <bit>
 #include <cstring>
 
 namespace morvane {
@@ -8,14 +7,6 @@ namespace {
 
 constexpr std::size_t magicSize = 8;
 constexpr std::size_t trailerSize = 32;
-
-/// `size` is 1 to 8. Reads 8 bytes, which the trailer behind every value and table entry allows.
-std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
-    static_assert(std::endian::native == std::endian::little);
-    std::uint64_t value = 0;
-    std::memcpy(&value, p, sizeof value);
-    return __builtin_bswap64(value) >> (64 - 8 * size);
-}
 
 bool isIntegerSize(unsigned size) {
     return size == 1 || size == 2 || size == 4 || size == 8;
@@ -161,10 +152,6 @@ PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
         default:
             throw PropertyListDamage("a value is of an unknown type");
     }
-}
-
-std::uint64_t PropertyListReader::reference(const Value& value, std::uint64_t i) const {
-    return bigEndian(value.bytes + i * refSize_, refSize_);
 }
 
 }  // namespace morvane

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 /// Reads a binary property list ("bplist00") that came from anyone, in place.
 ///
@@ -58,9 +61,41 @@ class PropertyListReader {
     Value valueOf(const Value& dictionary, std::uint64_t i) const {
         return value(reference(dictionary, dictionary.count + i));
     }
+    /// Whether the i-th element or key is this ASCII text; as comparing value() would be, but most
+    /// are told apart by their first byte.
+    bool isText(const Value& container, std::uint64_t i, std::string_view text) const {
+        const auto ref = reference(container, i);
+        if (ref < count_ && text.size() < 15) {
+            const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
+            const auto end = static_cast<std::uint64_t>(table_ - begin_);
+            // Room for any short text; the few at the very end are looked at in full.
+            if (offset >= 8 && offset < end && end - offset >= 16) {
+                const auto* const p = begin_ + offset;
+                if (*p != (0x50 | text.size()) && (*p & 0xF0) == 0x50 && *p != 0x5F)
+                    return false;
+                if (*p == (0x50 | text.size()))
+                    return std::memcmp(p + 1, text.data(), text.size()) == 0;
+            }
+        }
+        return isText(value(ref), text);
+    }
 
   private:
-    std::uint64_t reference(const Value& value, std::uint64_t i) const;
+    static bool isText(const Value& value, std::string_view text) {
+        return value.kind == Kind::ascii && value.count == text.size() &&
+               std::memcmp(value.bytes, text.data(), text.size()) == 0;
+    }
+    /// `size` is 1 to 8. Reads 8 bytes, which the trailer behind every value and table entry
+    /// allows.
+    static std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
+        static_assert(std::endian::native == std::endian::little);
+        std::uint64_t value = 0;
+        std::memcpy(&value, p, sizeof value);
+        return __builtin_bswap64(value) >> (64 - 8 * size);
+    }
+    std::uint64_t reference(const Value& value, std::uint64_t i) const {
+        return bigEndian(value.bytes + i * refSize_, refSize_);
+    }
 
     const std::uint8_t* begin_;
     const std::uint8_t* table_;

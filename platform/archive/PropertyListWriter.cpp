@@ -71,10 +71,17 @@ void putOffsets(std::vector<std::uint8_t>& out, const std::vector<std::uint64_t>
 }
 
 bool isAscii(std::string_view text) {
-    unsigned char all = 0;
-    for (const char c : text)
-        all = static_cast<unsigned char>(all | static_cast<unsigned char>(c));
-    return all < 0x80;
+    const char* p = text.data();
+    std::size_t left = text.size();
+    std::uint64_t all = 0;
+    for (; left >= sizeof all; p += sizeof all, left -= sizeof all) {
+        std::uint64_t eight = 0;
+        std::memcpy(&eight, p, sizeof eight);
+        all |= eight;
+    }
+    for (; left > 0; ++p, --left)
+        all |= static_cast<unsigned char>(*p);
+    return (all & 0x8080808080808080U) == 0;
 }
 
 }  // namespace
@@ -84,6 +91,7 @@ void PropertyListWriter::clear() {
     refs_.clear();
     arena_.clear();
     shared_.clear();
+    ++list_;
     uids_.clear();
     booleans_[0] = booleans_[1] = none;
 }
@@ -123,18 +131,18 @@ PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
 }
 
 PropertyListWriter::Ref PropertyListWriter::sharedString(std::string_view text) {
-    // Few, and mostly the same literals again: their addresses are compared first.
-    for (const auto& known : shared_) {
-        if (known.text.data() == text.data() && known.text.size() == text.size())
-            return known.ref;
-    }
+    const auto address = reinterpret_cast<std::uintptr_t>(text.data());
+    auto& recent = recent_[(address ^ address >> 6) % recent_.size()];
+    if (recent.text == text.data() && recent.size == text.size() && recent.list == list_)
+        return recent.ref;
+    recent = {text.data(), text.size(), list_, none};
     for (const auto& known : shared_) {
         if (known.text == text)
-            return known.ref;
+            return recent.ref = known.ref;
     }
-    const auto ref = string(text);
-    shared_.push_back({text, ref});
-    return ref;
+    recent.ref = string(text);
+    shared_.push_back({text, recent.ref});
+    return recent.ref;
 }
 
 PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> bytes) {

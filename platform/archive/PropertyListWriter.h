@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -59,6 +60,8 @@ class PropertyListWriter {
         array,
         dictionary
     };
+    static constexpr Ref none = 0xffffffff;
+
     struct Node {
         Kind kind;
         std::uint32_t count;
@@ -68,8 +71,13 @@ class PropertyListWriter {
         std::string_view text;
         Ref ref;
     };
-    static constexpr Ref none = 0xffffffff;
-
+    /// The shared texts of this list by their address, where most are found.
+    struct Recent {
+        const char* text = nullptr;
+        std::size_t size = 0;
+        std::uint64_t list = 0;
+        Ref ref = none;
+    };
     /// Throws NSInvalidArgumentException for what is too long for a count.
     static std::uint32_t checkedCount(std::size_t count);
 
@@ -84,6 +92,8 @@ class PropertyListWriter {
     std::vector<Ref> refs_;
     Bytes arena_;
     std::vector<Shared> shared_;
+    std::array<Recent, 64> recent_;
+    std::uint64_t list_ = 1;
     std::vector<Ref> uids_;
     std::vector<std::uint64_t> offsets_;
     Ref booleans_[2] = {none, none};
