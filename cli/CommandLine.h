@@ -1,0 +1,20 @@
+#pragma once
+
+#include <variant>
+
+#include "AclCommand.h"
+#include "Outcome.h"
+
+/// What the command line asks for: a command's options, or at once what is to be printed (help, the
+/// version, or why the command line was not understood).
+namespace morvane {
+
+using CommandLine = std::variant<Outcome, AclOptions>;
+
+/// `version` is what --version prints behind the program's name.
+CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version);
+
+/// Whether standard output takes colours: a terminal that is not "dumb", and no NO_COLOR.
+bool wantsColours(bool isTerminal, const char* noColor, const char* term);
+
+}  // namespace morvane
