@@ -4,11 +4,10 @@
 #include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
 
 #include <cstddef>
-#include <map>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 /// What one end of a connection speaks: a protocol, and the classes that may be decoded at each
 /// position of its messages.
@@ -39,12 +38,21 @@ class MORVANE_EXPORT NSXPCInterface {
                                          bool ofReply) const;
 
     const NSXPCProtocolDescription& protocol() const { return protocol_; }
+    /// The allowed classes of each position of a message, by its index in the protocol.
+    const std::vector<NSClassSet>& argumentClasses(std::size_t message) const {
+        return classes_[message].arguments;
+    }
+    const std::vector<NSClassSet>& replyClasses(std::size_t message) const {
+        return classes_[message].replyArguments;
+    }
 
     /// Use interfaceWithProtocol().
     explicit NSXPCInterface(const NSXPCProtocolDescription& protocol);
     ~NSXPCInterface();
 
   private:
+    const NSClassSet& at(std::string_view selector, std::size_t argumentIndex, bool ofReply) const;
+
     const NSXPCProtocolDescription& protocol_;
     // [message][argument], own arguments first, then the reply's; filled with the defaults.
     struct MessageClasses {

@@ -1,0 +1,61 @@
+#include <MorvaneOperation/platform/dispatch/Workers.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+/// How long an idle worker waits for another task.
+constexpr auto idleTime = std::chrono::seconds(10);
+
+class WorkerPool {
+  public:
+    void run(std::function<void()> task) {
+        const std::unique_lock lock(mutex_);
+        tasks_.push_back(std::move(task));
+        if (tasks_.size() <= idle_) {
+            wake_.notify_one();
+        } else {
+            std::thread([this] { work(); }).detach();
+        }
+    }
+
+  private:
+    void work() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            if (tasks_.empty()) {
+                ++idle_;
+                const bool woken = wake_.wait_for(lock, idleTime, [&] { return !tasks_.empty(); });
+                --idle_;
+                if (!woken)
+                    return;
+            }
+            auto task = std::move(tasks_.front());
+            tasks_.pop_front();
+            lock.unlock();
+            task();
+            task = nullptr;  // what it holds goes outside the lock
+            lock.lock();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<std::function<void()>> tasks_;
+    std::size_t idle_ = 0;
+};
+
+}  // namespace
+
+void runOnWorker(std::function<void()> task) {
+    static auto* const pool = new WorkerPool;  // detached workers may outlive every static object
+    pool->run(std::move(task));
+}
+
+}  // namespace morvane

@@ -1,0 +1,100 @@
+#include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <system_error>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+int millisecondsUntil(const StreamSocket::Deadline& deadline) {
+    if (!deadline)
+        return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, INT_MAX));
+}
+
+}  // namespace
+
+NSErrorRef systemError(int code, const std::string& what) {
+    return NSError::errorWithDomain(
+        NSPOSIXErrorDomain, code,
+        {{NSLocalizedDescriptionKey, what + ": " + std::generic_category().message(code) + "."}});
+}
+
+LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket) : socket_(std::move(socket)) {
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
+        peer_ = {credentials.pid, credentials.uid, credentials.gid};
+    }
+}
+
+bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {
+    for (;;) {
+        pollfd poll{socket_.get(), events, 0};
+        const int ready = ::poll(&poll, 1, millisecondsUntil(deadline));
+        if (ready > 0)
+            return true;
+        if (ready == 0 || errno != EINTR)
+            return false;
+    }
+}
+
+std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadline& deadline) {
+    for (;;) {
+        if (deadline && !waitFor(POLLIN, deadline))
+            return 0;
+        iovec vector{into.data(), into.size()};
+        // No room for ancillary data: the kernel closes descriptors that the peer has sent, and
+        // says so.
+        msghdr message{};
+        message.msg_iov = &vector;
+        message.msg_iovlen = 1;
+        const auto count = recvmsg(socket_.get(), &message, 0);
+        if (count >= 0) {
+            return (message.msg_flags & MSG_CTRUNC) != 0 ? 0 : static_cast<std::size_t>(count);
+        }
+        if (errno != EINTR)
+            return 0;
+    }
+}
+
+std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces) {
+    constexpr std::size_t maxPieces = 128;
+    std::array<iovec, maxPieces> vectors;
+    const auto count = std::min(pieces.size(), maxPieces);
+    for (std::size_t i = 0; i < count; ++i) {
+        // sendmsg() does not write to what it sends.
+        vectors[i] = {const_cast<std::uint8_t*>(pieces[i].data()), pieces[i].size()};
+    }
+    msghdr message{};
+    message.msg_iov = vectors.data();
+    message.msg_iovlen = count;
+    for (;;) {
+        const auto sent = sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent >= 0)
+            return static_cast<std::size_t>(sent);
+        if (errno == EAGAIN)
+            return 0;
+        if (errno != EINTR)
+            return std::nullopt;
+    }
+}
+
+bool LinuxStreamSocket::waitUntilWritable(const Deadline& deadline) {
+    return waitFor(POLLOUT, deadline);
+}
+
+void LinuxStreamSocket::shutdown() {
+    ::shutdown(socket_.get(), SHUT_RDWR);
+}
+
+}  // namespace morvane

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/xpc/StreamSocket.h>
+
+#include <atomic>
+
+namespace morvane {
+
+/// A stream over a connected Unix socket. Descriptors that the peer sends are never taken; a peer
+/// that sends one has broken the rules.
+class LinuxStreamSocket : public StreamSocket {
+  public:
+    explicit LinuxStreamSocket(FileDescriptor socket);
+
+    std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) override;
+    std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
+    bool waitUntilWritable(const Deadline& deadline) override;
+    void shutdown() override;
+    PeerCredentials peer() const override { return peer_; }
+
+  protected:
+    PeerCredentials peer_;
+
+  private:
+    bool waitFor(short events, const Deadline& deadline) const;
+
+    const FileDescriptor socket_;
+};
+
+/// A POSIX error with a sentence that says what could not be done.
+NSErrorRef systemError(int code, const std::string& what);
+
+}  // namespace morvane

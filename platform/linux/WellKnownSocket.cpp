@@ -1,0 +1,137 @@
+#include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace morvane {
+namespace {
+
+constexpr const char* runtimeFolder = "/run";
+constexpr const char* runtimeVariable = "MORVANE_RUNTIME_DIR";
+/// The first descriptor that a service manager hands over.
+constexpr int firstActivated = 3;
+
+class WellKnownServiceEndpoint final : public ServiceEndpoint {
+  public:
+    WellKnownServiceEndpoint(std::string name, bool privileged)
+        : privileged_(privileged), path_(folder(privileged) + "/" + name + ".sock") {}
+
+    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+        const auto failed = [&](int code) {
+            *error = systemError(code, "The service's socket \"" + path_ + "\" cannot be used");
+            return nullptr;
+        };
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        if (path_.size() >= sizeof address.sun_path)
+            return failed(ENAMETOOLONG);
+        std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+        // Whoever may put a socket there is root; the process behind it is looked at once
+        // connected, and before anything is sent.
+        struct stat status {};
+        if (privileged_ && (lstat(path_.c_str(), &status) != 0))
+            return failed(errno);
+        if (privileged_ && (!S_ISSOCK(status.st_mode) || status.st_uid != 0))
+            return failed(EPERM);
+        FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (!socket)
+            return failed(errno);
+        while (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address),
+                         sizeof address) != 0) {
+            if (errno != EINTR)
+                return failed(errno);
+        }
+        auto stream = std::make_shared<LinuxStreamSocket>(std::move(socket));
+        if (privileged_ && stream->peer().userIdentifier != 0)
+            return failed(EPERM);
+        return stream;
+    }
+
+  private:
+    static std::string folder(bool privileged) {
+        // A privileged service is where root has put it, whatever the environment says.
+        const char* const other = privileged ? nullptr : secure_getenv(runtimeVariable);
+        return other && *other ? other : runtimeFolder;
+    }
+
+    const bool privileged_;
+    const std::string path_;
+};
+
+class ActivatedListener final : public StreamListener {
+  public:
+    explicit ActivatedListener(FileDescriptor socket)
+        : socket_(std::move(socket)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        fcntl(socket_.get(), F_SETFL, fcntl(socket_.get(), F_GETFL) | O_NONBLOCK);
+    }
+
+    std::shared_ptr<StreamSocket> accept(const StreamSocket::Deadline& deadline) override {
+        for (;;) {
+            int time = -1;
+            if (deadline) {
+                const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                    *deadline - std::chrono::steady_clock::now());
+                time = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+            }
+            pollfd polls[] = {{socket_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
+            const int ready = poll(polls, 2, time);
+            if (ready == 0 || polls[1].revents != 0)
+                return nullptr;
+            if (ready < 0) {
+                if (errno == EINTR)
+                    continue;
+                return nullptr;
+            }
+            FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (client)
+                return std::make_shared<LinuxStreamSocket>(std::move(client));
+            // The client has gone again, or there is no descriptor for it now.
+            if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR && errno != EMFILE &&
+                errno != ENFILE) {
+                return nullptr;
+            }
+        }
+    }
+
+    void shutdown() override { eventfd_write(wake_.get(), 1); }
+
+  private:
+    const FileDescriptor socket_;
+    const FileDescriptor wake_;
+};
+
+}  // namespace
+
+std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool privileged) {
+    return std::make_unique<WellKnownServiceEndpoint>(std::move(name), privileged);
+}
+
+std::unique_ptr<StreamListener> inheritedListener(NSErrorRef* error) {
+    const char* const pid = secure_getenv("LISTEN_PID");
+    const char* const count = secure_getenv("LISTEN_FDS");
+    int listening = 0;
+    socklen_t size = sizeof listening;
+    if (!pid || !count || std::to_string(getpid()) != pid || std::strcmp(count, "1") != 0 ||
+        getsockopt(firstActivated, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) != 0 ||
+        listening == 0) {
+        if (error) {
+            *error = systemError(
+                ENOTCONN,
+                "This program is a service; the service manager starts it with its socket");
+        }
+        return nullptr;
+    }
+    for (const char* variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
+        unsetenv(variable);
+    fcntl(firstActivated, F_SETFD, FD_CLOEXEC);
+    return std::make_unique<ActivatedListener>(FileDescriptor(firstActivated));
+}
+
+}  // namespace morvane

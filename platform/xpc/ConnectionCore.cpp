@@ -1,0 +1,360 @@
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
+#include <MorvaneOperation/platform/xpc/ConnectionCore.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
+
+#include <utility>
+
+namespace morvane {
+namespace {
+
+NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef underlying = nullptr) {
+    NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, std::move(text)}};
+    if (underlying)
+        userInfo.emplace(NSUnderlyingErrorKey, std::move(underlying));
+    return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
+}
+
+}  // namespace
+
+/// The way back of one request, while its stream lasts.
+class NSXPCConnection::Core::ReplyPort final : public NSXPCReplyPort {
+  public:
+    ReplyPort(std::shared_ptr<Outbox> outbox, std::uint64_t id)
+        : outbox_(std::move(outbox)), id_(id) {}
+
+    ~ReplyPort() override {
+        if (!claimed_.load(std::memory_order_relaxed)) {
+            refuse("The service dropped the request without a reply.");
+        }
+    }
+
+    bool claim() override { return !claimed_.exchange(true); }
+    void sendReply(NSData archive) override {
+        outbox_->send(FrameKind::reply, id_, {}, std::move(archive));
+    }
+    void sendRefusal(std::string_view reason) override { refuse(reason); }
+
+  private:
+    void refuse(std::string_view reason) {
+        reason = reason.substr(0, limits::refusalText);
+        outbox_->send(FrameKind::refusal, id_, {}, NSData(reason.begin(), reason.end()));
+    }
+
+    const std::shared_ptr<Outbox> outbox_;
+    const std::uint64_t id_;
+    std::atomic<bool> claimed_ = false;
+};
+
+NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
+    : name_(std::move(name)), endpoint_(std::move(endpoint)) {}
+
+NSXPCConnection::Core::Core(std::string name, std::shared_ptr<StreamSocket> socket)
+    : name_(std::move(name)), socket_(std::move(socket)) {}
+
+NSXPCConnection::Core::~Core() = default;
+
+void NSXPCConnection::Core::setExportedObject(std::shared_ptr<void> object) {
+    const std::lock_guard lock(mutex_);
+    std::swap(exportedObject_, object);
+}
+
+std::shared_ptr<void> NSXPCConnection::Core::exportedObject() const {
+    const std::lock_guard lock(mutex_);
+    return exportedObject_;
+}
+
+void NSXPCConnection::Core::setInterruptionHandler(Handler handler) {
+    const std::lock_guard lock(mutex_);
+    std::swap(interruptionHandler_, handler);
+}
+
+void NSXPCConnection::Core::setInvalidationHandler(Handler handler) {
+    const std::lock_guard lock(mutex_);
+    std::swap(invalidationHandler_, handler);
+}
+
+bool NSXPCConnection::Core::hasInvalidationHandler() const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<bool>(invalidationHandler_);
+}
+
+PeerCredentials NSXPCConnection::Core::peer() const {
+    const std::lock_guard lock(mutex_);
+    return socket_ ? socket_->peer() : PeerCredentials{};
+}
+
+NSErrorRef NSXPCConnection::Core::invalidError() const {
+    return connectionError(
+        NSXPCConnectionInvalid,
+        "The connection to the service \"" + name_ + "\" is invalid; the request was not sent.",
+        whyInvalid_);
+}
+
+void NSXPCConnection::Core::resume() {
+    if (isForeign())
+        return;
+    std::vector<Deferred> deferred;
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ != State::configuring)
+            return;
+        state_ = State::idle;
+        if (socket_)
+            startReading(socket_);
+        deferred.swap(deferred_);
+    }
+    for (auto& request : deferred) {
+        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
+    }
+}
+
+void NSXPCConnection::Core::startReading(std::shared_ptr<StreamSocket> socket) {
+    socket_ = std::move(socket);
+    outbox_ = std::make_shared<Outbox>(socket_);
+    state_ = State::streaming;
+    runOnWorker([self = shared_from_this(), stream = socket_, outbox = outbox_] {
+        self->read(stream, outbox);
+    });
+}
+
+bool NSXPCConnection::Core::openStream(NSErrorRef* error) {
+    auto socket = endpoint_ ? endpoint_->connect(error) : nullptr;
+    if (!socket)
+        return false;
+    startReading(std::move(socket));
+    return true;
+}
+
+void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
+                                        std::unique_ptr<NSXPCReplyReceiver> receiver) {
+    NSErrorRef refused;
+    if (isForeign()) {
+        refused =
+            connectionError(NSXPCConnectionInvalid,
+                            "A connection cannot be used in a child process after fork(); the "
+                            "request was not sent.");
+        receiver->fail(std::move(refused));
+        return;
+    }
+    std::shared_ptr<Outbox> outbox;
+    std::uint64_t id = 0;
+    bool cannotConnect = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ == State::invalid || invalidated_) {
+            refused = invalidError();
+        } else if (mustWait()) {
+            if (deferred_.size() < limits::requestsDeferred) {
+                deferred_.push_back({message, std::move(archive), std::move(receiver)});
+                return;
+            }
+            refused = connectionError(NSXPCConnectionInvalid,
+                                      "Too many requests are waiting; this one was not sent.");
+        } else if (pending_.size() >= limits::requestsInFlight) {
+            refused = connectionError(NSXPCConnectionInvalid,
+                                      "Too many requests are in flight; this one was not sent.");
+        } else if (state_ == State::idle && !openStream(&whyInvalid_)) {
+            refused = invalidError();
+            invalidated_ = true;
+            state_ = State::invalid;
+            cannotConnect = true;
+        } else {
+            outbox = outbox_;
+            id = ++lastId_;
+            pending_.emplace(id, Pending{message, std::move(receiver)});
+        }
+    }
+    if (outbox) {
+        outbox->send(FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
+                     std::move(archive));
+        return;
+    }
+    receiver->fail(std::move(refused));
+    if (cannotConnect) {
+        runOnWorker([self = shared_from_this()] { self->reportInvalid({}); });
+    }
+}
+
+void NSXPCConnection::Core::invalidate() {
+    if (isForeign())
+        return;
+    std::vector<Deferred> deferred;
+    {
+        const std::lock_guard lock(mutex_);
+        if (invalidated_.exchange(true))
+            return;
+        if (state_ == State::streaming) {
+            socket_->shutdown();  // its reader reports the end
+            return;
+        }
+        if (state_ == State::reportingEnd)
+            return;  // likewise
+        state_ = State::invalid;
+        if (socket_)
+            socket_->shutdown();
+        deferred.swap(deferred_);
+    }
+    runOnWorker([self = shared_from_this(),
+                 waiting = std::make_shared<std::vector<Deferred>>(std::move(deferred))] {
+        self->reportInvalid(std::move(*waiting));
+    });
+}
+
+void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
+                                 const std::shared_ptr<Outbox>& outbox) {
+    FrameReader reader(*socket);
+    while (!invalidated_) {
+        const auto message = reader.next();
+        if (!message || invalidated_)
+            break;
+        if (reader.hasMessageWaiting()) {
+            outbox->holdBack();
+            handle(*message, outbox);
+        } else {
+            outbox->release();
+            handle(*message, outbox);
+        }
+    }
+    socket->shutdown();
+    streamEnded();
+    socket->finish();
+}
+
+void NSXPCConnection::Core::handle(const Message& message, const std::shared_ptr<Outbox>& outbox) {
+    if (message.kind == FrameKind::request) {
+        handleRequest(message, outbox);
+    } else {
+        handleReply(message);
+    }
+}
+
+void NSXPCConnection::Core::handleRequest(const Message& message,
+                                          const std::shared_ptr<Outbox>& outbox) {
+    const auto port = std::make_shared<ReplyPort>(outbox, message.id);
+    const auto refuse = [&](const std::string& reason) {
+        if (port->claim())
+            port->sendRefusal(reason);
+    };
+    const auto object = exportedObject();
+    const auto index = exportedInterface
+                           ? exportedInterface->protocol().indexOfSelector(message.selector)
+                           : std::nullopt;
+    if (!object || !index) {
+        refuse("The peer has no message of that name.");
+        return;
+    }
+    const auto& description = exportedInterface->protocol().messages[*index];
+    try {
+        NSKeyedUnarchiver coder(message.body);
+        description.dispatch(object.get(), coder, exportedInterface->argumentClasses(*index), port);
+    } catch (const std::exception& failure) {
+        // The process stands, whatever a request makes its handler throw.
+        refuse(failure.what());
+    }
+}
+
+void NSXPCConnection::Core::handleReply(const Message& message) {
+    Pending request;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = pending_.find(message.id);
+        if (found == pending_.end())
+            return;
+        request = std::move(found->second);
+        pending_.erase(found);
+        endsWithoutAnswer_ = 0;
+    }
+    NSErrorRef refused;
+    if (message.kind == FrameKind::refusal) {
+        refused = connectionError(NSXPCConnectionReplyInvalid,
+                                  "The service refused the request: " +
+                                      std::string(message.body.begin(), message.body.end()));
+    } else {
+        try {
+            NSKeyedUnarchiver coder(message.body);
+            request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
+        } catch (const NSArchiveFailure& failure) {
+            refused = connectionError(
+                NSXPCConnectionReplyInvalid,
+                "The reply was refused by decoding. " + failure.error()->localizedDescription(),
+                failure.error());
+        } catch (const NSException& failure) {
+            refused = connectionError(NSXPCConnectionReplyInvalid,
+                                      "The reply was refused by decoding. " + failure.reason());
+        }
+    }
+    if (refused) {
+        request.receiver->fail(std::move(refused));
+    } else {
+        request.receiver->deliver();
+    }
+}
+
+void NSXPCConnection::Core::streamEnded() {
+    PendingTable pending;
+    Handler interruption;
+    bool staysValid = false;
+    {
+        const std::lock_guard lock(mutex_);
+        state_ = State::reportingEnd;
+        socket_.reset();
+        outbox_.reset();
+        pending.swap(pending_);
+        if (++endsWithoutAnswer_ >= limits::crashesWithoutAnswer) {
+            whyInvalid_ = connectionError(NSXPCConnectionInterrupted,
+                                          "The service \"" + name_ + "\" keeps crashing.");
+        } else {
+            staysValid = endpoint_ && !invalidated_;
+        }
+        interruption = interruptionHandler_;
+    }
+    const auto interrupted = connectionError(
+        NSXPCConnectionInterrupted, "The service \"" + name_ +
+                                        "\" went away before it answered; whether it has carried "
+                                        "out the request is unknown.");
+    for (auto& [id, request] : pending)
+        request.receiver->fail(interrupted);
+    if (staysValid && interruption && !invalidated_)
+        interruption();
+    std::vector<Deferred> deferred;
+    {
+        const std::lock_guard lock(mutex_);
+        deferred.swap(deferred_);
+        staysValid = staysValid && !invalidated_;
+        if (!staysValid)
+            invalidated_ = true;
+        state_ = staysValid ? State::idle : State::invalid;
+    }
+    if (!staysValid) {
+        reportInvalid(std::move(deferred));
+        return;
+    }
+    for (auto& request : deferred) {
+        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
+    }
+}
+
+void NSXPCConnection::Core::reportInvalid(std::vector<Deferred> deferred) {
+    const auto error = [&] {
+        const std::lock_guard lock(mutex_);
+        return invalidError();
+    }();
+    for (auto& request : deferred)
+        request.receiver->fail(error);
+    Handler handler;
+    std::shared_ptr<void> object;
+    {
+        const std::lock_guard lock(mutex_);
+        handler = std::exchange(invalidationHandler_, {});
+        interruptionHandler_ = {};
+        object.swap(exportedObject_);  // often holds the connection
+    }
+    if (handler)
+        handler();
+    if (const auto end = std::exchange(onEnd, {}))
+        end();
+}
+
+}  // namespace morvane

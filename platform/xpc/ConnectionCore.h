@@ -1,0 +1,99 @@
+#pragma once
+
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+#include <MorvaneOperation/platform/xpc/Outbox.h>
+
+#include <atomic>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+/// What a connection is inside: its requests, its stream of the moment, and the one thread that
+/// reads it.
+namespace morvane {
+
+class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
+  public:
+    /// A client's connection, which gets its streams from `endpoint`.
+    Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint);
+    /// A service's connection to one client; invalid when the stream ends.
+    Core(std::string name, std::shared_ptr<StreamSocket> socket);
+    ~Core();
+
+    const std::string& name() const { return name_; }
+    bool isForeign() const { return generation_ != processGeneration(); }
+
+    // Configuration; before resume().
+    std::shared_ptr<NSXPCInterface> remoteInterface;
+    std::shared_ptr<NSXPCInterface> exportedInterface;
+
+    void setExportedObject(std::shared_ptr<void> object);
+    std::shared_ptr<void> exportedObject() const;
+    void setInterruptionHandler(Handler handler);
+    void setInvalidationHandler(Handler handler);
+    bool hasInvalidationHandler() const;
+
+    void resume();
+    void invalidate();
+    void sendRequest(std::size_t message, NSData archive,
+                     std::unique_ptr<NSXPCReplyReceiver> receiver);
+    PeerCredentials peer() const;
+
+    /// For the listener: told after the invalidation handler has run.
+    Handler onEnd;
+
+  private:
+    enum class State : std::uint8_t {
+        /// Not resumed.
+        configuring,
+        /// Ready; a stream is made when there is something to send.
+        idle,
+        /// There is a stream, and a thread that reads it.
+        streaming,
+        /// The stream has ended, which is being reported.
+        reportingEnd,
+        invalid,
+    };
+    struct Pending {
+        std::size_t message;
+        std::unique_ptr<NSXPCReplyReceiver> receiver;
+    };
+    struct Deferred {
+        std::size_t message;
+        NSData archive;
+        std::unique_ptr<NSXPCReplyReceiver> receiver;
+    };
+    using PendingTable = std::unordered_map<std::uint64_t, Pending>;
+    class ReplyPort;
+
+    bool mustWait() const { return state_ == State::configuring || state_ == State::reportingEnd; }
+    bool openStream(NSErrorRef* error);
+    void startReading(std::shared_ptr<StreamSocket> socket);
+    void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
+    void handle(const Message& message, const std::shared_ptr<Outbox>& outbox);
+    void handleRequest(const Message& message, const std::shared_ptr<Outbox>& outbox);
+    void handleReply(const Message& message);
+    void streamEnded();
+    void reportInvalid(std::vector<Deferred> deferred);
+    NSErrorRef invalidError() const;
+
+    const std::string name_;
+    const std::unique_ptr<ServiceEndpoint> endpoint_;
+    const unsigned generation_ = processGeneration();
+
+    mutable std::mutex mutex_;
+    State state_ = State::configuring;
+    std::shared_ptr<StreamSocket> socket_;
+    std::shared_ptr<Outbox> outbox_;
+    PendingTable pending_;
+    std::vector<Deferred> deferred_;
+    std::uint64_t lastId_ = 0;
+    unsigned endsWithoutAnswer_ = 0;
+    NSErrorRef whyInvalid_;
+    std::shared_ptr<void> exportedObject_;
+    Handler interruptionHandler_;
+    Handler invalidationHandler_;
+    std::atomic<bool> invalidated_ = false;
+};
+
+}  // namespace morvane

@@ -1,0 +1,164 @@
+#include <MorvaneOperation/platform/xpc/Frame.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace morvane {
+namespace {
+
+constexpr std::array<std::uint8_t, 4> magic = {'M', 'V', 'X', '1'};
+constexpr std::uint8_t moreFollowsFlag = 1;
+
+/// Holds many small messages, and is read into at once.
+constexpr std::size_t bufferSize = std::size_t{64} << 10;
+
+template <class T>
+void put(std::uint8_t* p, T value) {
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        p[i] = static_cast<std::uint8_t>(value >> 8 * i);
+}
+
+template <class T>
+T get(const std::uint8_t* p) {
+    T value = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        value |= static_cast<T>(p[i]) << 8 * i;
+    return value;
+}
+
+std::string_view text(NSDataView bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace
+
+FrameHeader::Bytes FrameHeader::bytes() const {
+    Bytes bytes{};
+    std::copy(magic.begin(), magic.end(), bytes.begin());
+    bytes[4] = static_cast<std::uint8_t>(kind);
+    bytes[5] = moreFollows ? moreFollowsFlag : 0;
+    bytes[6] = selectorLength;
+    put(&bytes[8], payloadLength);
+    put(&bytes[16], id);
+    return bytes;
+}
+
+std::optional<FrameHeader> FrameHeader::parse(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() < size || !std::equal(magic.begin(), magic.end(), bytes.begin())) {
+        return std::nullopt;
+    }
+    FrameHeader header;
+    if (bytes[4] < 1 || bytes[4] > 3 || (bytes[5] & ~moreFollowsFlag) != 0 || bytes[7] != 0 ||
+        get<std::uint32_t>(&bytes[12]) != 0) {
+        return std::nullopt;
+    }
+    header.kind = static_cast<FrameKind>(bytes[4]);
+    header.moreFollows = bytes[5] != 0;
+    header.selectorLength = bytes[6];
+    header.payloadLength = get<std::uint32_t>(&bytes[8]);
+    header.id = get<std::uint64_t>(&bytes[16]);
+    if (header.payloadLength > limits::frameSize || header.selectorLength > header.payloadLength ||
+        (header.kind != FrameKind::request && header.selectorLength != 0) ||
+        (header.kind == FrameKind::refusal &&
+         (header.moreFollows || header.payloadLength > limits::refusalText))) {
+        return std::nullopt;
+    }
+    return header;
+}
+
+FrameReader::FrameReader(StreamSocket& socket) : socket_(socket), buffer_(bufferSize) {}
+
+bool FrameReader::hasMessageWaiting() const {
+    const auto header = FrameHeader::parse(waiting());
+    return header && !header->moreFollows &&
+           waiting().size() - FrameHeader::size >= header->payloadLength;
+}
+
+bool FrameReader::fillBuffer(std::size_t needed) {
+    if (end_ - begin_ >= needed)
+        return true;
+    if (buffer_.size() - begin_ < needed) {
+        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+    }
+    while (end_ - begin_ < needed) {
+        // A frame has begun once its first byte is here: from then on it has limited time.
+        if (begin_ != end_ && !deadline_) {
+            deadline_ = std::chrono::steady_clock::now() + limits::frameTime;
+        }
+        const auto count = socket_.receive(std::span(buffer_).subspan(end_), deadline_);
+        if (count == 0)
+            return false;
+        end_ += count;
+    }
+    return true;
+}
+
+bool FrameReader::appendPayload(std::size_t length) {
+    if (assembled_.size() + length > limits::messageSize)
+        return false;
+    const auto buffered = std::min(length, end_ - begin_);
+    assembled_.insert(assembled_.end(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
+                      buffer_.begin() + static_cast<std::ptrdiff_t>(begin_ + buffered));
+    begin_ += buffered;
+    auto at = assembled_.size();
+    assembled_.resize(at + length - buffered);
+    if (at < assembled_.size() && !deadline_) {
+        deadline_ = std::chrono::steady_clock::now() + limits::frameTime;
+    }
+    while (at < assembled_.size()) {
+        const auto count = socket_.receive(std::span(assembled_).subspan(at), deadline_);
+        if (count == 0)
+            return false;
+        at += count;
+    }
+    return true;
+}
+
+std::optional<Message> FrameReader::next() {
+    if (begin_ == end_)
+        begin_ = end_ = 0;
+    if (assembled_.capacity() > limits::frameSize) {
+        assembled_ = NSData();
+    } else {
+        assembled_.clear();
+    }
+    deadline_.reset();
+    std::optional<FrameHeader> first;
+    for (;;) {
+        if (!fillBuffer(FrameHeader::size))
+            return std::nullopt;
+        const auto header = FrameHeader::parse(waiting());
+        if (!header)
+            return std::nullopt;
+        if (!first) {
+            first = header;
+            if (!header->moreFollows && FrameHeader::size + header->payloadLength <= bufferSize) {
+                // The common case: nothing is copied.
+                if (!fillBuffer(FrameHeader::size + header->payloadLength))
+                    return std::nullopt;
+                const auto payload = waiting().subspan(FrameHeader::size, header->payloadLength);
+                begin_ += FrameHeader::size + header->payloadLength;
+                return Message{header->kind, header->id,
+                               text(payload.first(header->selectorLength)),
+                               payload.subspan(header->selectorLength)};
+            }
+        } else if (header->kind != first->kind || header->id != first->id ||
+                   header->selectorLength != 0) {
+            return std::nullopt;
+        }
+        begin_ += FrameHeader::size;
+        if (!appendPayload(header->payloadLength))
+            return std::nullopt;
+        deadline_.reset();  // each frame has its own time
+        if (!header->moreFollows)
+            break;
+    }
+    const NSDataView payload(assembled_);
+    return Message{first->kind, first->id, text(payload.first(first->selectorLength)),
+                   payload.subspan(first->selectorLength)};
+}
+
+}  // namespace morvane

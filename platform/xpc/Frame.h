@@ -1,0 +1,77 @@
+#pragma once
+
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/xpc/StreamSocket.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// The units of a connection's byte stream: a checked header, then its payload. A message is one
+/// frame, or several of which all but the last say that more follows.
+namespace morvane {
+
+enum class FrameKind : std::uint8_t {
+    /// A selector, then the archive of the arguments.
+    request = 1,
+    /// The archive of the reply's arguments.
+    reply = 2,
+    /// There will be no reply; the payload says why, for people.
+    refusal = 3,
+};
+
+struct FrameHeader {
+    static constexpr std::size_t size = 24;
+    using Bytes = std::array<std::uint8_t, size>;
+
+    FrameKind kind = FrameKind::request;
+    bool moreFollows = false;
+    /// Of a request's first frame; 0 in all others.
+    std::uint8_t selectorLength = 0;
+    std::uint32_t payloadLength = 0;
+    /// The request's number, its sender's choice; a reply has that of its request.
+    std::uint64_t id = 0;
+
+    Bytes bytes() const;
+    /// Empty if the bytes are no header, or break a limit.
+    static std::optional<FrameHeader> parse(std::span<const std::uint8_t> bytes);
+};
+
+/// A whole message, as views into the reader.
+struct Message {
+    FrameKind kind;
+    std::uint64_t id;
+    std::string_view selector;
+    NSDataView body;
+};
+
+/// Reads messages from a stream, which it does not own.
+class FrameReader {
+  public:
+    explicit FrameReader(StreamSocket& socket);
+
+    /// Waits for the next message; its views hold until the next call. Empty when the stream has
+    /// ended, or the peer broke the rules or took too long.
+    std::optional<Message> next();
+    /// Whether the next message is here already, whole.
+    bool hasMessageWaiting() const;
+
+  private:
+    std::span<const std::uint8_t> waiting() const {
+        return std::span(buffer_).subspan(begin_, end_ - begin_);
+    }
+    bool fillBuffer(std::size_t needed);
+    bool appendPayload(std::size_t length);
+
+    StreamSocket& socket_;
+    NSData buffer_;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    /// A message that does not lie whole in the buffer.
+    NSData assembled_;
+    StreamSocket::Deadline deadline_;
+};
+
+}  // namespace morvane

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+/// Every limit of a connection, with its reason. What the peer sends is compared with these before
+/// anything is allocated for it.
+namespace morvane::limits {
+
+/// One frame: what is read and held before its contents are looked at.
+inline constexpr std::uint32_t frameSize = std::uint32_t{1} << 20;
+/// One message, over all its frames: a listing of a million names fits.
+inline constexpr std::size_t messageSize = std::size_t{256} << 20;
+/// Requests of ours that wait for a reply: a peer that never answers must not fill our memory.
+inline constexpr std::size_t requestsInFlight = 4096;
+/// Requests that wait for resume() or for a service to be started again.
+inline constexpr std::size_t requestsDeferred = 1024;
+/// Bytes that wait to be sent to a peer that does not read: one large message and some more.
+inline constexpr std::size_t outgoingBytes = messageSize + (std::size_t{64} << 20);
+/// From a frame's first byte to its last, either way: a peer that is slower holds us up.
+inline constexpr std::chrono::milliseconds frameTime{30000};
+/// A refusal's text, for people.
+inline constexpr std::size_t refusalText = 1024;
+/// A private service that ended this often without having answered a request is not started again.
+inline constexpr unsigned crashesWithoutAnswer = 4;
+/// Clients at once, in all and of one user.
+inline constexpr std::size_t clients = 256;
+inline constexpr std::size_t clientsOfOneUser = 32;
+/// How long a private service may take to leave once its connection is closed, before it is killed.
+inline constexpr std::chrono::milliseconds serviceLeaveTime{2000};
+
+}  // namespace morvane::limits

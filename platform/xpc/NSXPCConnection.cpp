@@ -1,0 +1,132 @@
+#include <MorvaneOperation/platform/foundation/NSException.h>
+#include <MorvaneOperation/platform/xpc/ConnectionCore.h>
+
+#include <utility>
+
+namespace morvane {
+namespace {
+
+/// Where a proxy's messages go; keeps the connection.
+class ProxySink final : public NSXPCRequestSink {
+  public:
+    ProxySink(std::shared_ptr<NSXPCConnection> connection,
+              std::shared_ptr<NSXPCConnection::Core> core)
+        : connection_(std::move(connection)), core_(std::move(core)) {}
+
+    void sendRequest(std::size_t message, NSData archive,
+                     std::unique_ptr<NSXPCReplyReceiver> receiver) override {
+        core_->sendRequest(message, std::move(archive), std::move(receiver));
+    }
+
+  private:
+    const std::shared_ptr<NSXPCConnection> connection_;
+    const std::shared_ptr<NSXPCConnection::Core> core_;
+};
+
+}  // namespace
+
+NSXPCReplyPort::~NSXPCReplyPort() = default;
+NSXPCReplyReceiver::~NSXPCReplyReceiver() = default;
+NSXPCRequestSink::~NSXPCRequestSink() = default;
+StreamSocket::~StreamSocket() = default;
+ServiceEndpoint::~ServiceEndpoint() = default;
+StreamListener::~StreamListener() = default;
+
+std::shared_ptr<NSXPCConnection> NSXPCConnection::initWithServiceName(std::string name) {
+    auto endpoint = privateServiceEndpoint(name);
+    return std::make_shared<NSXPCConnection>(
+        std::make_shared<Core>(std::move(name), std::move(endpoint)));
+}
+
+std::shared_ptr<NSXPCConnection> NSXPCConnection::initWithMachServiceName(std::string name,
+                                                                          std::uint64_t options) {
+    auto endpoint = wellKnownServiceEndpoint(name, (options & NSXPCConnectionPrivileged) != 0);
+    return std::make_shared<NSXPCConnection>(
+        std::make_shared<Core>(std::move(name), std::move(endpoint)));
+}
+
+NSXPCConnection::NSXPCConnection(std::shared_ptr<Core> core) : core_(std::move(core)) {}
+
+NSXPCConnection::~NSXPCConnection() {
+    core_->invalidate();
+}
+
+const std::string& NSXPCConnection::serviceName() const {
+    return core_->name();
+}
+
+void NSXPCConnection::setRemoteObjectInterface(std::shared_ptr<NSXPCInterface> interface) {
+    core_->remoteInterface = std::move(interface);
+}
+
+const std::shared_ptr<NSXPCInterface>& NSXPCConnection::remoteObjectInterface() const {
+    return core_->remoteInterface;
+}
+
+void NSXPCConnection::setExportedInterface(std::shared_ptr<NSXPCInterface> interface) {
+    core_->exportedInterface = std::move(interface);
+}
+
+const std::shared_ptr<NSXPCInterface>& NSXPCConnection::exportedInterface() const {
+    return core_->exportedInterface;
+}
+
+void NSXPCConnection::setExportedObject(std::shared_ptr<void> object,
+                                        const NSXPCProtocolDescription& protocol) {
+    if (object && core_->exportedInterface &&
+        !core_->exportedInterface->protocol().isSameProtocol(protocol)) {
+        throw NSException(NSInvalidArgumentException,
+                          "The exported object implements " + std::string(protocol.name) +
+                              ", but the exported interface is of " +
+                              std::string(core_->exportedInterface->protocol().name) + ".");
+    }
+    core_->setExportedObject(std::move(object));
+}
+
+std::shared_ptr<void> NSXPCConnection::exportedObject() const {
+    return core_->exportedObject();
+}
+
+void NSXPCConnection::setInterruptionHandler(Handler handler) {
+    core_->setInterruptionHandler(std::move(handler));
+}
+
+void NSXPCConnection::setInvalidationHandler(Handler handler) {
+    core_->setInvalidationHandler(std::move(handler));
+}
+
+bool NSXPCConnection::hasInvalidationHandler() const {
+    return core_->hasInvalidationHandler();
+}
+
+void NSXPCConnection::resume() {
+    core_->resume();
+}
+
+void NSXPCConnection::invalidate() {
+    core_->invalidate();
+}
+
+NSXPCProxyTarget NSXPCConnection::proxyTarget(const NSXPCProtocolDescription& protocol,
+                                              ErrorHandler errorHandler) {
+    if (!core_->remoteInterface || !core_->remoteInterface->protocol().isSameProtocol(protocol)) {
+        throw NSException(
+            NSInvalidArgumentException,
+            "The connection's remote interface is not of " + std::string(protocol.name) + ".");
+    }
+    return {std::make_shared<ProxySink>(shared_from_this(), core_), std::move(errorHandler)};
+}
+
+std::int64_t NSXPCConnection::processIdentifier() const {
+    return core_->peer().processIdentifier;
+}
+
+std::int64_t NSXPCConnection::effectiveUserIdentifier() const {
+    return core_->peer().userIdentifier;
+}
+
+std::int64_t NSXPCConnection::effectiveGroupIdentifier() const {
+    return core_->peer().groupIdentifier;
+}
+
+}  // namespace morvane

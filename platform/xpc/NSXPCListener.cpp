@@ -1,0 +1,174 @@
+#include <MorvaneOperation/platform/xpc/ConnectionCore.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace morvane {
+
+class NSXPCListener::Core {
+  public:
+    /// Serves one client, or those of a listening socket.
+    explicit Core(std::shared_ptr<StreamSocket> only)
+        : clients_(std::make_shared<Clients>()), only_(std::move(only)) {}
+    explicit Core(std::unique_ptr<StreamListener> listener)
+        : clients_(std::make_shared<Clients>()), listener_(std::move(listener)) {}
+
+    NewConnectionHandler handler;
+    std::chrono::seconds idleTimeout{0};
+
+    int run() {
+        if (only_) {
+            add(std::move(only_));
+            clients_->waitUntilNone({});
+            return 0;
+        }
+        for (;;) {
+            StreamSocket::Deadline deadline;
+            if (idleTimeout.count() != 0)
+                deadline = std::chrono::steady_clock::now() + idleTimeout;
+            if (auto socket = listener_->accept(deadline)) {
+                add(std::move(socket));
+            } else if (clients_->isClosed() || clients_->isEmpty()) {
+                break;
+            }
+        }
+        clients_->invalidateAll();
+        return 0;
+    }
+
+    void invalidate() {
+        clients_->close();
+        if (listener_)
+            listener_->shutdown();
+        clients_->invalidateAll();
+    }
+
+  private:
+    /// Outlives the listener: each connection tells it of its end.
+    class Clients {
+      public:
+        bool hasRoomFor(std::int64_t user) {
+            const std::lock_guard lock(mutex_);
+            const auto ofUser = std::count_if(connections_.begin(), connections_.end(),
+                                              [&](auto& c) { return c.user == user; });
+            return connections_.size() < limits::clients &&
+                   static_cast<std::size_t>(ofUser) < limits::clientsOfOneUser;
+        }
+        void add(std::shared_ptr<NSXPCConnection> connection, std::int64_t user) {
+            const std::lock_guard lock(mutex_);
+            connections_.push_back({std::move(connection), user});
+        }
+        void remove(const NSXPCConnection* connection) {
+            std::shared_ptr<NSXPCConnection> removed;
+            const std::lock_guard lock(mutex_);
+            const auto found = std::find_if(connections_.begin(), connections_.end(), [&](auto& c) {
+                return c.connection.get() == connection;
+            });
+            if (found == connections_.end())
+                return;
+            removed = std::move(found->connection);
+            connections_.erase(found);
+            if (connections_.empty())
+                none_.notify_all();
+        }
+        bool isEmpty() {
+            const std::lock_guard lock(mutex_);
+            return connections_.empty();
+        }
+        bool isClosed() {
+            const std::lock_guard lock(mutex_);
+            return closed_;
+        }
+        void close() {
+            const std::lock_guard lock(mutex_);
+            closed_ = true;
+        }
+        void waitUntilNone(StreamSocket::Deadline) {
+            std::unique_lock lock(mutex_);
+            none_.wait(lock, [&] { return connections_.empty(); });
+        }
+        void invalidateAll() {
+            std::vector<Client> all;
+            {
+                const std::lock_guard lock(mutex_);
+                all = connections_;
+            }
+            for (const auto& client : all)
+                client.connection->invalidate();
+            waitUntilNone({});
+        }
+
+      private:
+        struct Client {
+            std::shared_ptr<NSXPCConnection> connection;
+            std::int64_t user;
+        };
+        std::mutex mutex_;
+        std::condition_variable none_;
+        std::vector<Client> connections_;
+        bool closed_ = false;
+    };
+
+    void add(std::shared_ptr<StreamSocket> socket) {
+        const auto user = socket->peer().userIdentifier;
+        if (!handler || !clients_->hasRoomFor(user)) {
+            socket->shutdown();
+            return;
+        }
+        const auto core = std::make_shared<NSXPCConnection::Core>("client", std::move(socket));
+        const auto connection = std::make_shared<NSXPCConnection>(core);
+        core->onEnd = [clients = clients_, identity = connection.get()] {
+            clients->remove(identity);
+        };
+        clients_->add(connection, user);
+        if (!handler(connection))
+            connection->invalidate();
+    }
+
+    const std::shared_ptr<Clients> clients_;
+    std::shared_ptr<StreamSocket> only_;
+    const std::unique_ptr<StreamListener> listener_;
+};
+
+NSXPCListener::NSXPCListener(std::unique_ptr<Core> core) : core_(std::move(core)) {}
+
+NSXPCListener::~NSXPCListener() = default;
+
+std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSErrorRef* error) {
+    auto socket = inheritedStream(error);
+    if (!socket)
+        return nullptr;
+    return std::make_shared<NSXPCListener>(std::make_unique<Core>(std::move(socket)));
+}
+
+std::shared_ptr<NSXPCListener> NSXPCListener::activatedListener(NSErrorRef* error) {
+    auto listener = inheritedListener(error);
+    if (!listener)
+        return nullptr;
+    return std::make_shared<NSXPCListener>(std::make_unique<Core>(std::move(listener)));
+}
+
+void NSXPCListener::setNewConnectionHandler(NewConnectionHandler handler) {
+    core_->handler = std::move(handler);
+}
+
+void NSXPCListener::setIdleTimeout(std::uint32_t seconds) {
+    core_->idleTimeout = std::chrono::seconds(seconds);
+}
+
+int NSXPCListener::run() {
+    return core_->run();
+}
+
+void NSXPCListener::invalidate() {
+    core_->invalidate();
+}
+
+}  // namespace morvane

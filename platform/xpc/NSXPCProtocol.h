@@ -1,0 +1,323 @@
+#pragma once
+
+#include <MorvaneOperation/platform/xpc/NSXPCCoding.h>
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+/**
+ * Declares the messages of a protocol, once. Proxy, dispatcher and description come from it.
+ *
+ *     #define ClockMessages(MESSAGE)                                                          \
+ *         MESSAGE(timeInZone, "timeInZone:reply:",                                            \
+ *                 (std::string zone, NSXPCReply<std::int64_t, NSErrorRef> reply),             \
+ *                 (std::move(zone), std::move(reply)))                                        \
+ *         MESSAGE(setTime, "setTime:reply:",                                                  \
+ *                 (std::int64_t time, NSXPCReply<NSErrorRef> reply), (time, std::move(reply)))
+ *     class Clock {
+ *       public:
+ *         virtual ~Clock() = default;
+ *         ClockMessages(NSXPC_DECLARE_MESSAGE)
+ *     };
+ *     NSXPC_PROTOCOL(Clock, ClockMessages)
+ *
+ * Each message is MESSAGE(member name, selector, parameters, the parameters as arguments, ...);
+ * what follows is the protocol's own and is ignored here. The last parameter is the reply. The
+ * types that may be used are those of NSXPCCoding.h. NSXPC_PROTOCOL() stands in the namespace of
+ * the protocol; a host may declare protocols of its own.
+ */
+namespace morvane {
+
+/// The last parameter of every message. Called once, from any thread; a second call does nothing.
+/// Letting go of it uncalled ends the request in the sender's error handler.
+template <class... T>
+using NSXPCReply = std::function<void(T...)>;
+
+/// The way back of one received request. Any thread.
+class MORVANE_EXPORT NSXPCReplyPort {
+  public:
+    virtual ~NSXPCReplyPort();
+    /// True for the first caller, who then answers.
+    virtual bool claim() = 0;
+    virtual void sendReply(NSData archive) = 0;
+    /// Answers that no reply will come, and why.
+    virtual void sendRefusal(std::string_view reason) = 0;
+};
+
+/// What waits for the reply of one sent request. Used by one thread at a time; ends with exactly
+/// one of deliver() and fail().
+class MORVANE_EXPORT NSXPCReplyReceiver {
+  public:
+    virtual ~NSXPCReplyReceiver();
+    /// Reads the reply's arguments. Throws NSArchiveFailure.
+    virtual void decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) = 0;
+    /// Calls the reply callback with what decode() has read.
+    virtual void deliver() = 0;
+    virtual void fail(NSErrorRef error) = 0;
+};
+
+/// Where a proxy's messages go.
+class MORVANE_EXPORT NSXPCRequestSink {
+  public:
+    virtual ~NSXPCRequestSink();
+    /// `message` is an index into the protocol's messages. The receiver ends exactly once, possibly
+    /// before this returns.
+    virtual void sendRequest(std::size_t message, NSData archive,
+                             std::unique_ptr<NSXPCReplyReceiver> receiver) = 0;
+};
+
+struct NSXPCMessageDescription {
+    std::string_view selector;
+    /// The default classes of each position, without the reply callback.
+    std::vector<NSClassSet> arguments;
+    std::vector<NSClassSet> replyArguments;
+    /// Decodes the arguments, then calls the message's member function of `object`, which is a
+    /// pointer to the protocol class. Throws NSArchiveFailure before the object is touched, and
+    /// whatever the member function throws.
+    void (*dispatch)(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
+                     const std::shared_ptr<NSXPCReplyPort>& port);
+};
+
+/// A protocol at run time. Lives as long as the process.
+struct NSXPCProtocolDescription {
+    std::string_view name;
+    std::vector<NSXPCMessageDescription> messages;
+
+    /// The index of the message; empty if the protocol has none of that selector.
+    std::optional<std::size_t> indexOfSelector(std::string_view selector) const {
+        for (std::size_t i = 0; i != messages.size(); ++i) {
+            if (messages[i].selector == selector)
+                return i;
+        }
+        return std::nullopt;
+    }
+    /// Protocols are the same by name: library and host may each hold a description of one.
+    bool isSameProtocol(const NSXPCProtocolDescription& other) const { return name == other.name; }
+};
+
+namespace xpc_message {
+
+/// The archive keys of the arguments.
+inline constexpr std::array<std::string_view, 8> keys = {"0", "1", "2", "3", "4", "5", "6", "7"};
+
+template <class... T>
+struct Types {
+    static constexpr std::size_t count = sizeof...(T);
+    static_assert(count <= keys.size());
+    using Tuple = std::tuple<T...>;
+
+    static std::vector<NSClassSet> defaultClasses() {
+        return {NSXPCCoding<T>::defaultClasses()...};
+    }
+
+    static void encode(NSKeyedArchiver& coder, const T&... values) {
+        std::size_t i = 0;
+        (NSXPCCoding<T>::encode(coder, values, keys[i++]), ...);
+    }
+
+    static Tuple decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) {
+        return decodeAt(coder, classes, std::index_sequence_for<T...>());
+    }
+
+  private:
+    template <std::size_t... I>
+    static Tuple decodeAt([[maybe_unused]] NSKeyedUnarchiver& coder,
+                          [[maybe_unused]] const std::vector<NSClassSet>& classes,
+                          std::index_sequence<I...>) {
+        // Braces decode from left to right.
+        return Tuple{NSXPCCoding<T>::decode(coder, keys[I], classes[I])...};
+    }
+};
+
+/// Splits the parameters of a message into its own and its reply's.
+template <class Own, class... Rest>
+struct Split;
+template <class... Own, class... Reply>
+struct Split<Types<Own...>, std::function<void(Reply...)>> {
+    using Arguments = Types<Own...>;
+    using ReplyArguments = Types<std::decay_t<Reply>...>;
+    using ReplyFunction = std::function<void(Reply...)>;
+};
+template <class... Own, class First, class... Rest>
+requires(sizeof...(Rest) > 0) struct Split<Types<Own...>, First, Rest...>
+    : Split<Types<Own..., std::decay_t<First>>, Rest...> {
+};
+
+template <class Method>
+struct Traits;
+template <class P, class... A>
+struct Traits<void (P::*)(A...)> : Split<Types<>, std::decay_t<A>...> {
+    using Protocol = P;
+};
+
+template <class Function, class Arguments>
+class Receiver;
+template <class Function, class... T>
+class Receiver<Function, Types<T...>> final : public NSXPCReplyReceiver {
+  public:
+    Receiver(Function reply, std::shared_ptr<const std::function<void(NSErrorRef)>> errorHandler)
+        : reply_(std::move(reply)), errorHandler_(std::move(errorHandler)) {}
+
+    void decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) override {
+        values_ = Types<T...>::decode(coder, classes);
+    }
+    void deliver() override {
+        if (reply_)
+            std::apply(reply_, std::move(*values_));
+    }
+    void fail(NSErrorRef error) override {
+        if (*errorHandler_)
+            (*errorHandler_)(std::move(error));
+    }
+
+  private:
+    Function reply_;
+    std::shared_ptr<const std::function<void(NSErrorRef)>> errorHandler_;
+    std::optional<std::tuple<T...>> values_;
+};
+
+/// The reply callback that a received request is given.
+template <class Arguments>
+class Replier;
+template <class... T>
+class Replier<Types<T...>> {
+  public:
+    explicit Replier(std::shared_ptr<NSXPCReplyPort> port) : port_(std::move(port)) {}
+
+    void operator()(const T&... values) const {
+        if (!port_->claim())
+            return;
+        try {
+            NSKeyedArchiver coder;
+            Types<T...>::encode(coder, values...);
+            port_->sendReply(coder.finishEncoding());
+        } catch (const std::exception& failure) {
+            port_->sendRefusal(failure.what());
+            throw;
+        }
+    }
+
+  private:
+    std::shared_ptr<NSXPCReplyPort> port_;
+};
+
+template <auto Method>
+void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
+              const std::shared_ptr<NSXPCReplyPort>& port) {
+    using Message = Traits<decltype(Method)>;
+    auto arguments = Message::Arguments::decode(coder, classes);
+    auto* target = static_cast<typename Message::Protocol*>(object);
+    std::apply(
+        [&](auto&&... own) {
+            (target->*Method)(std::move(own)..., Replier<typename Message::ReplyArguments>(port));
+        },
+        std::move(arguments));
+}
+
+template <auto Method>
+NSXPCMessageDescription describe(std::string_view selector) {
+    using Message = Traits<decltype(Method)>;
+    return {selector, Message::Arguments::defaultClasses(),
+            Message::ReplyArguments::defaultClasses(), &dispatch<Method>};
+}
+
+/// A selector has one colon for each parameter, the reply included.
+template <auto Method>
+consteval bool fitsSelector(std::string_view selector) {
+    std::size_t colons = 0;
+    for (char c : selector)
+        colons += c == ':';
+    return colons == Traits<decltype(Method)>::Arguments::count + 1;
+}
+
+}  // namespace xpc_message
+
+/// The connection behind a proxy, and its error handler.
+class NSXPCProxyTarget {
+  public:
+    using ErrorHandler = std::function<void(NSErrorRef)>;
+
+    NSXPCProxyTarget(std::shared_ptr<NSXPCRequestSink> sink, ErrorHandler errorHandler)
+        : sink_(std::move(sink)),
+          errorHandler_(std::make_shared<const ErrorHandler>(std::move(errorHandler))) {}
+
+    /// Sends the message `Method`, which is number `Index` of its protocol. Throws what the
+    /// arguments' encoding throws; nothing was sent then.
+    template <auto Method, std::size_t Index, class... A>
+    void send(A&&... arguments) const {
+        sendTuple<Method, Index>(std::forward_as_tuple(std::forward<A>(arguments)...),
+                                 std::make_index_sequence<sizeof...(A) - 1>());
+    }
+
+  private:
+    template <auto Method, std::size_t Index, class Arguments, std::size_t... I>
+    void sendTuple(Arguments arguments, std::index_sequence<I...>) const {
+        using Message = xpc_message::Traits<decltype(Method)>;
+        using Receiver = xpc_message::Receiver<typename Message::ReplyFunction,
+                                               typename Message::ReplyArguments>;
+        NSKeyedArchiver coder;
+        Message::Arguments::encode(coder, std::get<I>(arguments)...);
+        sink_->sendRequest(Index, coder.finishEncoding(),
+                           std::make_unique<Receiver>(std::move(std::get<sizeof...(I)>(arguments)),
+                                                      errorHandler_));
+    }
+
+    std::shared_ptr<NSXPCRequestSink> sink_;
+    std::shared_ptr<const ErrorHandler> errorHandler_;
+};
+
+/// The description of a protocol declared with NSXPC_PROTOCOL().
+template <class P>
+const NSXPCProtocolDescription& protocolDescription() {
+    return nsxpcProtocolDescription(static_cast<const P*>(nullptr));
+}
+
+/// An object whose member functions send the protocol's messages to `target`.
+template <class P>
+std::shared_ptr<P> makeProxy(NSXPCProxyTarget target) {
+    return nsxpcMakeProxy(static_cast<const P*>(nullptr), std::move(target));
+}
+
+}  // namespace morvane
+
+/// For the list of messages inside the protocol class.
+#define NSXPC_DECLARE_MESSAGE(NAME, SELECTOR, PARAMS, ARGS, ...) virtual void NAME PARAMS = 0;
+
+#define NSXPC_MESSAGE_INDEX(NAME, SELECTOR, PARAMS, ARGS, ...) NAME##_index,
+#define NSXPC_MESSAGE_PROXY(NAME, SELECTOR, PARAMS, ARGS, ...)                          \
+    void NAME PARAMS override {                                                         \
+        static_assert(::morvane::xpc_message::fitsSelector<&Protocol::NAME>(SELECTOR)); \
+        target_.send<&Protocol::NAME, NAME##_index> ARGS;                               \
+    }
+#define NSXPC_MESSAGE_DESCRIPTION(NAME, SELECTOR, PARAMS, ARGS, ...) \
+    ::morvane::xpc_message::describe<&Protocol::NAME>(SELECTOR),
+
+/// The proxy class and the run-time description of the protocol class P, from its messages.
+#define NSXPC_PROTOCOL(P, MESSAGES)                                                              \
+    class P##Proxy final : public P {                                                            \
+        using Protocol = P;                                                                      \
+        enum : std::size_t { MESSAGES(NSXPC_MESSAGE_INDEX) };                                    \
+                                                                                                 \
+      public:                                                                                    \
+        explicit P##Proxy(::morvane::NSXPCProxyTarget target) : target_(std::move(target)) {}    \
+        MESSAGES(NSXPC_MESSAGE_PROXY)                                                            \
+                                                                                                 \
+      private:                                                                                   \
+        ::morvane::NSXPCProxyTarget target_;                                                     \
+    };                                                                                           \
+    inline const ::morvane::NSXPCProtocolDescription& nsxpcProtocolDescription(const P*) {       \
+        using Protocol = P;                                                                      \
+        static const ::morvane::NSXPCProtocolDescription& description =                          \
+            *new ::morvane::NSXPCProtocolDescription{#P, {MESSAGES(NSXPC_MESSAGE_DESCRIPTION)}}; \
+        return description;                                                                      \
+    }                                                                                            \
+    inline std::shared_ptr<P> nsxpcMakeProxy(const P*, ::morvane::NSXPCProxyTarget target) {     \
+        return std::make_shared<P##Proxy>(std::move(target));                                    \
+    }

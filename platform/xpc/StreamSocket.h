@@ -1,0 +1,77 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+/// The byte stream under a connection, and the ways to get one. Supplied by the system, or by a
+/// test.
+namespace morvane {
+
+/// Who is at the other end, as the kernel told when the stream was made.
+struct PeerCredentials {
+    std::int64_t processIdentifier = -1;
+    std::int64_t userIdentifier = -1;
+    std::int64_t groupIdentifier = -1;
+};
+
+/// A connected stream. receive() is for one thread, send() for one at a time, shutdown() for any.
+class StreamSocket {
+  public:
+    using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+    using Bytes = std::span<const std::uint8_t>;
+
+    virtual ~StreamSocket();
+    /// Waits for bytes, until `deadline` if there is one. Returns how many came; 0 when the stream
+    /// has ended, the deadline has passed, or the peer broke the rules (sent descriptors).
+    virtual std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) = 0;
+    /// Sends what can be sent at once of `pieces`, in their order. Returns how much; empty when the
+    /// stream has ended.
+    virtual std::optional<std::size_t> send(std::span<const Bytes> pieces) = 0;
+    /// Waits until something can be sent. False when the deadline has passed or the stream has
+    /// ended.
+    virtual bool waitUntilWritable(const Deadline& deadline) = 0;
+    /// Ends the stream both ways; wakes who waits.
+    virtual void shutdown() = 0;
+    /// Called once, after the stream has ended: what there is to clear up behind it.
+    virtual void finish() {}
+    virtual PeerCredentials peer() const = 0;
+};
+
+/// Streams to a service; asked again after each end of one.
+class ServiceEndpoint {
+  public:
+    virtual ~ServiceEndpoint();
+    /// Null, with `*error` set, if the service cannot be had.
+    virtual std::shared_ptr<StreamSocket> connect(NSErrorRef* error) = 0;
+};
+
+/// Waits for clients.
+class StreamListener {
+  public:
+    virtual ~StreamListener();
+    /// The next client, or null when `deadline` has passed or after shutdown().
+    virtual std::shared_ptr<StreamSocket> accept(const StreamSocket::Deadline& deadline) = 0;
+    virtual void shutdown() = 0;
+};
+
+// Defined by the Linux platform.
+
+/// The program `name` in the application's libexec folder, started for each stream.
+std::unique_ptr<ServiceEndpoint> privateServiceEndpoint(std::string name);
+/// The well-known socket of the service `name`; `privileged`: it and its process must be root's.
+std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool privileged);
+/// The stream that the application gave this process. Null, with `*error` set, if there is none.
+std::shared_ptr<StreamSocket> inheritedStream(NSErrorRef* error);
+/// The listening socket that the service manager gave this process. Null likewise.
+std::unique_ptr<StreamListener> inheritedListener(NSErrorRef* error);
+/// Changes in a child after fork().
+unsigned processGeneration();
+
+}  // namespace morvane
