@@ -1,0 +1,32 @@
+#pragma once
+
+#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+
+#include <memory>
+
+/// What a connector exports to the services: passes each callback on to its connector, on the
+/// thread on which it arrives. It holds the connector weakly; when the connector is gone, nothing
+/// is called and the reply is dropped without an answer.
+namespace morvane {
+
+class MVConnector;
+
+class MORVANE_EXPORT MVConnectResponder : public NSObject, public MVFileResponse {
+  public:
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+
+    /// Null when the connector is gone.
+    std::shared_ptr<MVConnector> connector() const { return connector_.lock(); }
+    void setConnector(std::weak_ptr<MVConnector> connector) { connector_ = std::move(connector); }
+
+    void progressWithReply(NSXPCReply<bool> reply) override;
+    void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
+                         NSXPCReply<bool> reply) override;
+
+  private:
+    std::weak_ptr<MVConnector> connector_;
+};
+
+}  // namespace morvane

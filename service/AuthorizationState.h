@@ -1,0 +1,22 @@
+#pragma once
+
+#include <MorvaneOperation/MVAuthorization.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+/// What the process knows of its authorization. Tests put a new one in place to begin anew.
+namespace morvane {
+
+struct AuthorizationState {
+    std::once_flag once;
+    std::mutex mutex;
+    std::shared_ptr<MVAuthorization> shared;
+    std::atomic<bool> helperInstalled = false;
+
+    static AuthorizationState& current();
+    static void startAnew();
+};
+
+}  // namespace morvane
