@@ -5,9 +5,12 @@
 #include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+extern "C" {  // this C library's header forgets to say so
+#include <sys/pidfd.h>
+}
 
 #include <atomic>
 #include <cerrno>

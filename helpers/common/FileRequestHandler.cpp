@@ -1,0 +1,69 @@
+#include "FileRequestHandler.h"
+
+#include <MorvaneOperation/MVFileResponse.h>
+
+#include "AclRequests.h"
+
+namespace morvane {
+namespace {
+
+/// What a request about several items is told to be about.
+NSURL firstOf(const std::vector<NSURL>& urls) {
+    return urls.empty() ? NSURL::fileURLWithPath("/") : urls.front();
+}
+
+}  // namespace
+
+void FileRequestHandler::serve(NSXPCConnection& client) {
+    const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
+    const NSClassSet entries{&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
+                             &MVAclPermission::classObject()};
+    const NSClassSet urls{&NSArrayClass, &NSURLClass};
+    requests->setClasses(entries, "setAclEntries:url:reply:", 0, false);
+    requests->setClasses(entries, "propagateAclEntries:url:reply:", 0, false);
+    requests->setClasses(urls, "renameUrls:names:reply:", 0, false);
+    requests->setClasses(urls, "getSizesWithUrls:reply:", 0, false);
+    client.setExportedInterface(requests);
+    client.setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+    client.setExportedObject<MVFileRequest>(std::make_shared<FileRequestHandler>());
+}
+
+void FileRequestHandler::getAclEntriesWithUrl(
+    NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) {
+    auto answer = aclEntriesOfUrl(url);
+    reply(std::move(answer.entries), std::move(answer.error));
+}
+
+void FileRequestHandler::getAclAccessWithUrl(
+    NSURL url, NSUUID, NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) {
+    reply({}, notImplementedError("getAclAccessWithUrl:uuid:reply:", url));
+}
+
+void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,
+                                       NSXPCReply<NSErrorRef> reply) {
+    reply(notImplementedError("setAclEntries:url:reply:", url));
+}
+
+void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,
+                                             NSXPCReply<NSErrorRef> reply) {
+    reply(notImplementedError("propagateAclEntries:url:reply:", url));
+}
+
+void FileRequestHandler::renameUrls(
+    std::vector<NSURL> urls, std::vector<std::string>,
+    NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) {
+    reply({}, {}, notImplementedError("renameUrls:names:reply:", firstOf(urls)));
+}
+
+void FileRequestHandler::getSizesWithUrls(
+    std::vector<NSURL> urls,
+    NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) {
+    reply({}, notImplementedError("getSizesWithUrls:reply:", firstOf(urls)));
+}
+
+void FileRequestHandler::getContentsOfDirectory(NSURL directory, NSIndexPath,
+                                                NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) {
+    reply({}, notImplementedError("getContentsOfDirectory:indexPath:reply:", directory));
+}
+
+}  // namespace morvane

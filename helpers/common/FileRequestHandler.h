@@ -1,0 +1,38 @@
+#pragma once
+
+#include <MorvaneOperation/MVFileRequest.h>
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Answers the requests of one client, in both service processes. Holds no state of its own; every
+/// answer is given before the request returns.
+namespace morvane {
+
+class FileRequestHandler final : public MVFileRequest {
+  public:
+    /// Sets up a client's connection, so that its requests come to a handler of its own.
+    static void serve(NSXPCConnection& client);
+
+    void getAclEntriesWithUrl(
+        NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override;
+    void getAclAccessWithUrl(
+        NSURL url, NSUUID uuid,
+        NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) override;
+    void setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
+                       NSXPCReply<NSErrorRef> reply) override;
+    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
+                             NSXPCReply<NSErrorRef> reply) override;
+    void renameUrls(
+        std::vector<NSURL> urls, std::vector<std::string> names,
+        NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) override;
+    void getSizesWithUrls(
+        std::vector<NSURL> urls,
+        NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) override;
+    void getContentsOfDirectory(NSURL directory, NSIndexPath indexPath,
+                                NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override;
+};
+
+}  // namespace morvane

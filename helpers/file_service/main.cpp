@@ -1,0 +1,24 @@
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+
+#include <cstdio>
+
+#include "FileRequestHandler.h"
+
+/// The file service: does its application's file work with the user's own rights. The application
+/// starts it, and it leaves when the application closes the connection.
+int main() {
+    constexpr int usageError = 64;
+    morvane::NSErrorRef error;
+    const auto listener = morvane::NSXPCListener::serviceListener(&error);
+    if (!listener) {
+        std::fprintf(stderr, "%s: %s\n", MVApplicationIdentifierPrefix ".FileService",
+                     error->localizedDescription().c_str());
+        return usageError;
+    }
+    listener->setNewConnectionHandler([](const std::shared_ptr<morvane::NSXPCConnection>& client) {
+        morvane::FileRequestHandler::serve(*client);
+        client->resume();
+        return true;
+    });
+    return listener->run();
+}
