@@ -44,12 +44,22 @@ std::string advice(const NSError& error) {
     return {};
 }
 
+const NSError* underlyingError(const NSError& error) {
+    const auto found = error.userInfo().find(NSUnderlyingErrorKey);
+    if (found == error.userInfo().end())
+        return nullptr;
+    const auto* underlying = std::get_if<NSErrorRef>(&found->second);
+    return underlying ? underlying->get() : nullptr;
+}
+
 }  // namespace
 
 std::string failureMessage(const std::string& what, const std::string& path, const NSError& error) {
     std::string text =
         "morvane: " + what + " '" + escaped(path) + "': " + escaped(error.localizedDescription());
     text += '\n';
+    if (const auto* cause = underlyingError(error))
+        text += "  " + escaped(cause->localizedDescription()) + '\n';
     if (const std::string help = advice(error); !help.empty())
         text += "  " + escaped(help) + '\n';
     return text;
