@@ -28,7 +28,4 @@ using AclSource = std::function<AclAnswer(const NSURL& url)>;
 
 Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& style);
 
-/// The lines for standard error: what failed, with which item, why, and what helps.
-std::string failureMessage(const std::string& what, const std::string& path, const NSError& error);
-
 }  // namespace morvane

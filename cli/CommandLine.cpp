@@ -10,12 +10,13 @@ namespace {
 
 constexpr const char* footer =
     "Exit status: 0 done, 1 the operation failed, 2 the command line was not understood,\n"
-    "3 the service could not be started or went away.";
+    "3 the service could not be started or went away, 130 interrupted by Ctrl-C.";
 
 }  // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version) {
-    CLI::App app("Shows who may do what with a file or a folder.", "morvane");
+    CLI::App app("Shows who may do what with files and folders, and how large they are.",
+                 "morvane");
     const std::string versionText = "morvane " + version;
     app.set_version_flag("--version", versionText, "Print the version and exit");
     app.set_help_flag("-h,--help", "Print this help and exit");
@@ -31,6 +32,26 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     command->add_flag("--json", acl.json, "Print JSON instead of a table")->excludes(tree);
     command->footer(footer);
 
+    SizeOptions size;
+    CLI::App* sizeCommand =
+        app.add_subcommand("size", "Add up the sizes of items with all that is below them");
+    sizeCommand->set_version_flag("--version", versionText, "Print the version and exit");
+    sizeCommand->add_option("PATH", size.paths,
+                            "Files and folders; symbolic links are not followed");
+    sizeCommand->add_flag("--json", size.json, "Print JSON instead of a table");
+    auto* base2 =
+        sizeCommand->add_flag("--base2", size.base2, "Keep as the default: 1 KB is 1024 bytes");
+    sizeCommand->add_flag("--base10", size.base10, "Keep as the default: 1 KB is 1000 bytes")
+        ->excludes(base2);
+    sizeCommand->footer(footer);
+
+    LsOptions ls;
+    CLI::App* lsCommand = app.add_subcommand("ls", "List a folder in its own order");
+    lsCommand->set_version_flag("--version", versionText, "Print the version and exit");
+    lsCommand->add_option("DIR", ls.path, "A folder")->required();
+    lsCommand->add_flag("--json", ls.json, "Print JSON instead of names");
+    lsCommand->footer(footer);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& stop) {
@@ -43,6 +64,16 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
                        "morvane: " + escaped(stop.what()) +
                            "\n  'morvane --help' tells how the command is used.\n"};
     }
+    if (*sizeCommand) {
+        if (size.paths.empty() && !size.base2 && !size.base10)
+            return Outcome{ExitUsage,
+                           {},
+                           "morvane: PATH is required\n"
+                           "  'morvane size --help' tells how the command is used.\n"};
+        return size;
+    }
+    if (*lsCommand)
+        return ls;
     return acl;
 }
 

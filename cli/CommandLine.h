@@ -3,13 +3,15 @@
 #include <variant>
 
 #include "AclCommand.h"
+#include "LsCommand.h"
 #include "Outcome.h"
+#include "SizeCommand.h"
 
 /// What the command line asks for: a command's options, or at once what is to be printed (help, the
 /// version, or why the command line was not understood).
 namespace morvane {
 
-using CommandLine = std::variant<Outcome, AclOptions>;
+using CommandLine = std::variant<Outcome, AclOptions, SizeOptions, LsOptions>;
 
 /// `version` is what --version prints behind the program's name.
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version);

@@ -2,7 +2,11 @@
 
 #include <MorvaneOperation/MVConnector.h>
 
+#include <mutex>
+
 #include "AclCommand.h"
+#include "LsCommand.h"
+#include "SizeCommand.h"
 
 /// The command-line host's connector: what may come back from the services, and the answers to
 /// their callbacks.
@@ -15,13 +19,24 @@ class FileConnector final : public MVConnector {
 
     EncodableClasses remoteEncodableClasses() override;
     EncodableClasses exportedEncodableClasses() override;
-    /// Both answer yes: go on.
+    /// Both answer whether the running command goes on.
     void progressWithReply(NSXPCReply<bool> reply) override;
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
                          NSXPCReply<bool> reply) override;
 
     /// Asks the file service for the list of an item and waits for its answer.
     AclAnswer aclEntries(const NSURL& url);
+    /// Likewise for sizes. `progress` is told what is known so far, on another thread, and answers
+    /// whether to go on.
+    SizesAnswer sizes(const std::vector<NSURL>& urls, SizeProgress progress);
+    /// Likewise for what is inside a folder.
+    ContentsAnswer contents(const NSURL& directory);
+
+  private:
+    bool tell(const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes);
+
+    std::mutex mutex_;
+    SizeProgress progress_;
 };
 
 }  // namespace morvane

@@ -13,6 +13,8 @@ enum ExitCode : int {
     ExitUsage = 2,
     /// The service that does the work could not be started or went away.
     ExitService = 3,
+    /// Ctrl-C.
+    ExitInterrupted = 130,
 };
 
 struct Outcome {

@@ -1,5 +1,8 @@
+#include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +15,44 @@
 namespace morvane {
 namespace {
 
+std::atomic<bool> interrupted = false;
+
+/// Until the work has ended, Ctrl-C asks the service to stop; a second one ends this program.
+class InterruptWatch {
+  public:
+    InterruptWatch() {
+        struct sigaction action {};
+        action.sa_handler = [](int) { interrupted = true; };
+        action.sa_flags = SA_RESETHAND | SA_RESTART;
+        sigaction(SIGINT, &action, &former_);
+    }
+    ~InterruptWatch() { sigaction(SIGINT, &former_, nullptr); }
+    InterruptWatch(const InterruptWatch&) = delete;
+    InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+  private:
+    struct sigaction former_ {};
+};
+
+/// Waits for the sizes; on a terminal with a line that tells how far the service is.
+SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
+    const InterruptWatch watch;
+    const bool live = isatty(STDERR_FILENO) != 0;
+    const auto start = std::chrono::steady_clock::now();
+    auto answer = connector.sizes(urls, [&](const SizeList& sizes) {
+        if (live && !sizes.empty()) {
+            std::fprintf(stderr, "\r\033[K%s",
+                         progressLine(sizes, std::chrono::steady_clock::now() - start).c_str());
+            std::fflush(stderr);
+        }
+        return !interrupted;
+    });
+    if (live) {
+        std::fputs("\r\033[K", stderr);
+    }
+    return answer;
+}
+
 Outcome run(int argc, char** argv) {
     const auto line = parseCommandLine(argc, argv, MORVANE_VERSION);
     if (const auto* outcome = std::get_if<Outcome>(&line)) {
@@ -21,6 +62,14 @@ Outcome run(int argc, char** argv) {
         wantsColours(isatty(STDOUT_FILENO) != 0, std::getenv("NO_COLOR"), std::getenv("TERM"))};
     const auto connector =
         MVConnector::initWithQueueLabel<FileConnector>("io.github.morvaneoperation.morvane");
+    if (const auto* size = std::get_if<SizeOptions>(&line)) {
+        return runSize(*size, [&](const std::vector<NSURL>& urls) {
+            return sizesWithLiveLine(*connector, urls);
+        });
+    }
+    if (const auto* ls = std::get_if<LsOptions>(&line)) {
+        return runLs(*ls, [&](const NSURL& url) { return connector->contents(url); });
+    }
     return runAcl(
         std::get<AclOptions>(line), [&](const NSURL& url) { return connector->aclEntries(url); },
         style);

@@ -13,12 +13,13 @@ _morvane() {
             if [[ $cur == -* ]]; then
                 mapfile -t COMPREPLY < <(compgen -W '--help --version' -- "$cur")
             else
-                mapfile -t COMPREPLY < <(compgen -W 'acl' -- "$cur")
+                mapfile -t COMPREPLY < <(compgen -W 'acl ls size' -- "$cur")
             fi
             ;;
-        acl)
+        acl | ls | size)
             if [[ $cur == -* ]]; then
-                mapfile -t COMPREPLY < <(compgen -W '--tree --json --help --version' -- "$cur")
+                local -A options=([acl]='--tree --json' [ls]='--json' [size]='--base2 --base10 --json')
+                mapfile -t COMPREPLY < <(compgen -W "${options[$command]} --help --version" -- "$cur")
             else
                 compopt -o filenames 2>/dev/null
                 mapfile -t COMPREPLY < <(compgen -f -- "$cur")

@@ -7,20 +7,9 @@
 
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
+#include "RequestErrors.h"
 
 namespace morvane {
-
-namespace {
-
-/// Without `text`, the system's own text for the code.
-NSErrorRef posixError(int code, const NSURL& url, std::string text = {}) {
-    NSErrorUserInfo userInfo{{NSURLErrorKey, url}};
-    if (!text.empty())
-        userInfo.emplace(NSLocalizedDescriptionKey, std::move(text));
-    return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
-}
-
-}  // namespace
 
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url) {
     if (!url.isFileURL())
@@ -34,11 +23,6 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url) {
                                : "")};
     }
     return {entriesOfPosixAcl(std::get<PosixAcl>(read)), nullptr};
-}
-
-NSErrorRef notImplementedError(std::string_view request, const NSURL& url) {
-    return posixError(ENOSYS, url,
-                      "The service does not carry out " + std::string(request) + " yet.");
 }
 
 }  // namespace morvane

@@ -5,7 +5,6 @@
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
 #include <memory>
-#include <string_view>
 #include <vector>
 
 /// What the service processes answer, apart from how the question came.
@@ -19,8 +18,5 @@ struct AclEntriesAnswer {
 
 /// The entries of the item at `url`; a symbolic link at its end is followed.
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url);
-
-/// The error of a request that no service carries out yet.
-NSErrorRef notImplementedError(std::string_view request, const NSURL& url);
 
 }  // namespace morvane

@@ -3,6 +3,9 @@
 #include <MorvaneOperation/MVFileResponse.h>
 
 #include "AclRequests.h"
+#include "DirectoryRequests.h"
+#include "RequestErrors.h"
+#include "SizeRequests.h"
 
 namespace morvane {
 namespace {
@@ -14,7 +17,7 @@ NSURL firstOf(const std::vector<NSURL>& urls) {
 
 }  // namespace
 
-void FileRequestHandler::serve(NSXPCConnection& client) {
+void FileRequestHandler::serve(const std::shared_ptr<NSXPCConnection>& client) {
     const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
     const NSClassSet entries{&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
                              &MVAclPermission::classObject()};
@@ -23,10 +26,13 @@ void FileRequestHandler::serve(NSXPCConnection& client) {
     requests->setClasses(entries, "propagateAclEntries:url:reply:", 0, false);
     requests->setClasses(urls, "renameUrls:names:reply:", 0, false);
     requests->setClasses(urls, "getSizesWithUrls:reply:", 0, false);
-    client.setExportedInterface(requests);
-    client.setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
-    client.setExportedObject<MVFileRequest>(std::make_shared<FileRequestHandler>());
+    client->setExportedInterface(requests);
+    client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+    client->setExportedObject<MVFileRequest>(std::make_shared<FileRequestHandler>(client));
 }
+
+FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client)
+    : client_(std::move(client)) {}
 
 void FileRequestHandler::getAclEntriesWithUrl(
     NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) {
@@ -58,12 +64,18 @@ void FileRequestHandler::renameUrls(
 void FileRequestHandler::getSizesWithUrls(
     std::vector<NSURL> urls,
     NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) {
-    reply({}, notImplementedError("getSizesWithUrls:reply:", firstOf(urls)));
+    longWork_->async([client = client_, urls = std::move(urls), reply = std::move(reply)] {
+        auto answer = sizesOfUrls(urls, client);
+        reply(std::move(answer.sizes), std::move(answer.error));
+    });
 }
 
 void FileRequestHandler::getContentsOfDirectory(NSURL directory, NSIndexPath,
                                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) {
-    reply({}, notImplementedError("getContentsOfDirectory:indexPath:reply:", directory));
+    longWork_->async([directory = std::move(directory), reply = std::move(reply)] {
+        auto answer = contentsOfDirectory(directory);
+        reply(std::move(answer.contents), std::move(answer.error));
+    });
 }
 
 }  // namespace morvane

@@ -1,20 +1,25 @@
 #pragma once
 
 #include <MorvaneOperation/MVFileRequest.h>
+#include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
-/// Answers the requests of one client, in both service processes. Holds no state of its own; every
-/// answer is given before the request returns.
+/// Answers the requests of one client, in both service processes. What may take long is done on a
+/// queue of its own, one request after the other, so that the client's answers to callbacks come
+/// through meanwhile.
 namespace morvane {
 
 class FileRequestHandler final : public MVFileRequest {
   public:
     /// Sets up a client's connection, so that its requests come to a handler of its own.
-    static void serve(NSXPCConnection& client);
+    static void serve(const std::shared_ptr<NSXPCConnection>& client);
+
+    /// `client` is called back while long requests run, as long as it is there.
+    explicit FileRequestHandler(std::weak_ptr<NSXPCConnection> client);
 
     void getAclEntriesWithUrl(
         NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override;
@@ -33,6 +38,10 @@ class FileRequestHandler final : public MVFileRequest {
         NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) override;
     void getContentsOfDirectory(NSURL directory, NSIndexPath indexPath,
                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override;
+
+  private:
+    const std::weak_ptr<NSXPCConnection> client_;
+    const std::shared_ptr<DispatchQueue> longWork_ = DispatchQueue::serialQueue(nullptr);
 };
 
 }  // namespace morvane

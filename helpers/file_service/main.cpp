@@ -16,7 +16,7 @@ int main() {
         return usageError;
     }
     listener->setNewConnectionHandler([](const std::shared_ptr<morvane::NSXPCConnection>& client) {
-        morvane::FileRequestHandler::serve(*client);
+        morvane::FileRequestHandler::serve(client);
         client->resume();
         return true;
     });

@@ -1,7 +1,6 @@
 #include <MorvaneOperation/platform/host/KDLocalizedString.h>
 
-#include <atomic>
-#include <memory>
+#include <deque>
 #include <mutex>
 #include <shared_mutex>
 #include <unordered_map>
@@ -31,6 +30,8 @@ struct PlaceHash {
 struct State {
     std::shared_mutex mutex;
     KDLocalizedString::Lookup lookup = systemLocalizedStrings();
+    /// Never shrinks: texts were handed out.
+    std::deque<Text> texts;
     std::unordered_map<Place, const Text*, PlaceHash> known;
 };
 
@@ -55,13 +56,15 @@ const std::string& KDLocalizedString::localize(std::string_view key, std::string
         lookup = s.lookup;
     }
     // Not under the lock: the host's look-up may come back here.
-    auto text = std::make_unique<Text>(Text{std::string(table), std::string(key), {}});
-    text->text = lookup(text->key, text->table);
+    Text text{std::string(table), std::string(key), {}};
+    text.text = lookup(text.key, text.table);
     const std::unique_lock lock(s.mutex);
-    const auto [place, isNew] = s.known.try_emplace({text->table, text->key}, text.get());
-    if (isNew)
-        text.release();  // NOLINT(bugprone-unused-return-value): kept for good
-    return place->second->text;
+    const auto found = s.known.find({table, key});
+    if (found != s.known.end())
+        return found->second->text;
+    const auto& kept = s.texts.emplace_back(std::move(text));
+    s.known.emplace(Place{kept.table, kept.key}, &kept);
+    return kept.text;
 }
 
 void KDLocalizedString::setLookup(Lookup lookup) {

@@ -103,7 +103,10 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         posix_spawnattr_setsigmask(&spawn.attributes, &signals);
         sigfillset(&signals);
         posix_spawnattr_setsigdefault(&spawn.attributes, &signals);
-        posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        // A group of its own: a terminal's Ctrl-C is the application's to answer.
+        posix_spawnattr_setpgroup(&spawn.attributes, 0);
+        posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                        POSIX_SPAWN_SETPGROUP);
 
         const auto marker = std::string(serviceVariable) + "=1";
         std::vector<char*> environment;

@@ -1,0 +1,62 @@
+#include "DirectoryRequests.h"
+
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <string_view>
+
+#include "RequestErrors.h"
+
+namespace morvane {
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* stream) const { closedir(stream); }
+};
+
+/// What a URL takes in an archive besides its text, generously.
+constexpr std::size_t bytesForUrl = 64;
+
+}  // namespace
+
+DirectoryAnswer contentsOfDirectory(const NSURL& directory) {
+    if (!directory.isFileURL())
+        return {{}, posixError(EINVAL, directory, "Only folders can be listed.")};
+    const int descriptor =
+        open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0)
+        return {{}, posixError(errno, directory)};
+    const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(descriptor));
+    if (!stream) {
+        const int code = errno;
+        close(descriptor);
+        return {{}, posixError(code, directory)};
+    }
+    DirectoryAnswer answer;
+    std::size_t bytes = 0;
+    for (;;) {
+        errno = 0;
+        const dirent* const entry = readdir(stream.get());
+        if (!entry)
+            break;
+        const std::string_view name(entry->d_name);
+        if (name == "." || name == "..")
+            continue;
+        answer.contents.push_back(directory.URLByAppendingPathComponent(name));
+        bytes += answer.contents.back().absoluteString().size() + bytesForUrl;
+        if (bytes > limits::messageSize)
+            return {{},
+                    posixError(EMSGSIZE, directory,
+                               "The folder has more items than one answer can hold; list its "
+                               "sub-folders one by one, or fewer items.")};
+    }
+    if (errno != 0)
+        return {{}, posixError(errno, directory)};
+    return answer;
+}
+
+}  // namespace morvane

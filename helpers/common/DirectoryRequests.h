@@ -1,0 +1,19 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+
+#include <vector>
+
+namespace morvane {
+
+struct DirectoryAnswer {
+    std::vector<NSURL> contents;
+    /// Null means success. Otherwise a POSIX error that carries the URL.
+    NSErrorRef error;
+};
+
+/// The items inside a folder, in the folder's own order. A folder whose listing does not fit one
+/// message is an error (EMSGSIZE), not a part of a listing.
+DirectoryAnswer contentsOfDirectory(const NSURL& directory);
+
+}  // namespace morvane

@@ -1,0 +1,20 @@
+#include "RequestErrors.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace morvane {
+
+NSErrorRef posixError(int code, const NSURL& url, std::string text) {
+    NSErrorUserInfo userInfo{{NSURLErrorKey, url}};
+    if (!text.empty())
+        userInfo.emplace(NSLocalizedDescriptionKey, std::move(text));
+    return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
+}
+
+NSErrorRef notImplementedError(std::string_view request, const NSURL& url) {
+    return posixError(ENOSYS, url,
+                      "The service does not carry out " + std::string(request) + " yet.");
+}
+
+}  // namespace morvane

@@ -1,0 +1,210 @@
+"""The size and ls commands with the real file service, on real trees.
+
+usage: size_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]
+"""
+import json
+import os
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
+TIME_LIMIT = 120  # a watchdog; nothing here takes long
+ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
+
+
+def run(*arguments, prefix=()):
+    return subprocess.run([*prefix, MORVANE, *arguments], env=ENVIRONMENT, capture_output=True,
+                          timeout=TIME_LIMIT)
+
+
+def independent_sum(path):
+    """Bytes of the regular files at and below path, each hard-linked file once."""
+    seen = set()
+
+    def add(entry_stat):
+        if not stat.S_ISREG(entry_stat.st_mode):
+            return 0
+        identity = (entry_stat.st_dev, entry_stat.st_ino)
+        if identity in seen:
+            return 0
+        seen.add(identity)
+        return entry_stat.st_size
+
+    def walk(folder):
+        total = 0
+        with os.scandir(folder) as entries:
+            for entry in entries:
+                total += add(entry.stat(follow_symlinks=False))
+                if entry.is_dir(follow_symlinks=False):
+                    total += walk(entry.path)
+        return total
+
+    if not stat.S_ISDIR(os.lstat(path).st_mode):
+        return add(os.lstat(path))
+    return walk(path)
+
+
+class Tree(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = os.path.join(os.fsencode(folder.name), b"tree")
+        os.mkdir(self.folder)
+
+    def path(self, *names):
+        return os.path.join(self.folder, *names)
+
+    def file(self, *names, size=10):
+        with open(self.path(*names), "wb") as f:
+            f.truncate(size)
+        return self.path(*names)
+
+    def sizes(self, *paths):
+        result = run("size", "--json", *paths)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        return [item["size"] for item in json.loads(result.stdout)]
+
+
+class Sizes(Tree):
+    def test_the_sum_is_that_of_the_files_below(self):
+        os.mkdir(self.path(b"a"))
+        self.file(b"a", b"one", size=1000)
+        self.file(b"two", size=234)
+        self.assertEqual(self.sizes(self.folder), [1234])
+
+    def test_hard_linked_files_count_once_in_a_request(self):
+        one = self.file(b"one", size=1000)
+        os.link(one, self.path(b"other"))
+        self.assertEqual(self.sizes(self.folder), [1000])
+        self.assertEqual(self.sizes(one, self.path(b"other")), [1000, 0])
+
+    def test_a_sparse_file_counts_with_its_length(self):
+        self.file(b"sparse", size=10**12)
+        self.assertEqual(self.sizes(self.folder), [10**12])
+
+    def test_symbolic_links_are_not_followed_and_loops_end(self):
+        self.file(b"file", size=5)
+        os.symlink(self.folder, self.path(b"loop"))
+        os.symlink(b"/usr", self.path(b"away"))
+        self.assertEqual(self.sizes(self.folder), [5])
+
+    def test_names_that_are_not_utf8_count(self):
+        os.mkdir(self.path(b"\xff"))
+        self.file(b"\xff", b"\xfe", size=7)
+        self.assertEqual(self.sizes(self.folder), [7])
+
+    def test_a_real_tree_has_the_same_sum_as_an_independent_count(self):
+        self.assertEqual(self.sizes("/usr/share"), [independent_sum("/usr/share")])
+
+    def test_sizes_come_in_the_order_of_the_paths(self):
+        paths = [self.file(b"%d" % i, size=i) for i in (3, 1, 2)]
+        self.assertEqual(self.sizes(*paths), [3, 1, 2])
+
+    def test_an_unreadable_folder_counts_as_nothing_and_is_told(self):
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        self.file(b"open", size=8)
+        os.mkdir(self.path(b"locked"))
+        self.file(b"locked", b"hidden", size=100)
+        os.chmod(self.path(b"locked"), 0)
+        prefix = () if os.geteuid() else ("setpriv", "--reuid=65534", "--regid=65534",
+                                          "--clear-groups")
+        result = run("size", "--json", self.folder, prefix=prefix)
+        os.chmod(self.path(b"locked"), 0o755)
+        self.assertEqual([item["size"] for item in json.loads(result.stdout)], [8])
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"1 item could not be read and count as nothing; the first is file://",
+                      result.stderr)
+        self.assertIn(b"/locked (Permission denied)", result.stderr)
+
+    def test_a_missing_path_counts_as_nothing_and_is_told(self):
+        result = run("size", self.path(b"missing"))
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"No such file or directory", result.stderr)
+
+    def test_every_key_of_the_json_is_there_and_no_other(self):
+        result = run("size", "--json", self.file(b"notes.txt", size=1536))
+        item, = json.loads(result.stdout)
+        self.assertEqual(set(item),
+                         {"path", "name", "size", "displaySize", "displayInfo", "leaf", "icon"})
+        self.assertEqual((item["name"], item["leaf"]), ("notes.txt", True))
+
+    def test_the_chosen_base_is_kept(self):
+        with tempfile.TemporaryDirectory() as configuration:
+            ENVIRONMENT["XDG_CONFIG_HOME"] = configuration
+            try:
+                path = self.file(b"file", size=1536)
+                self.assertTrue(run("size", "--base2", path).stdout.startswith(b"1.5 KB  "))
+                self.assertTrue(run("size", path).stdout.startswith(b"1.5 KB  "))
+                self.assertEqual(run("size", "--base10").returncode, 0)
+                self.assertTrue(run("size", "--base10", self.file(b"f", size=1500))
+                                .stdout.startswith(b"1.5 KB  "))
+            finally:
+                del ENVIRONMENT["XDG_CONFIG_HOME"]
+
+    def test_both_bases_at_once_are_a_usage_error(self):
+        self.assertEqual(run("size", "--base2", "--base10", "/").returncode, 2)
+
+
+class Interruption(unittest.TestCase):
+    def waitForService(self, process):
+        """Returns once the host has started its service, which it does after it has taken over SIGINT."""
+        while process.poll() is None:
+            for task in os.listdir(f"/proc/{process.pid}/task"):
+                with open(f"/proc/{process.pid}/task/{task}/children", encoding="ascii") as f:
+                    if f.read():
+                        return
+        self.fail("the host has ended")
+
+    def test_an_interrupt_stops_the_work_and_says_how_far_it_came(self):
+        # More than a minute of work, were it not interrupted.
+        process = subprocess.Popen([MORVANE, "size", *(["/proc"] * 2000)], env=ENVIRONMENT,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.waitForService(process)
+        process.send_signal(signal.SIGINT)
+        output, message = process.communicate(timeout=TIME_LIMIT)
+        self.assertEqual((process.returncode, output), (130, b""))
+        self.assertRegex(message.decode(), r"^morvane: cancelled; .* were added up so far\.\n$")
+
+
+class Listing(Tree):
+    def test_a_folder_is_listed_in_its_own_order(self):
+        for i in range(300):
+            self.file(b"%d" % (i * 7919 % 300))
+        result = run("ls", self.folder)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertEqual(result.stdout.split(b"\n")[:-1], os.listdir(self.folder))
+
+    def test_names_that_are_not_text_arrive_as_they_are(self):
+        self.file(b"\xff a\n")
+        result = run("ls", "--json", self.folder)
+        item, = json.loads(result.stdout)
+        self.assertTrue(item["url"].endswith("/%FF%20a%0A"))
+
+    def test_a_hundred_thousand_entries_arrive(self):
+        for i in range(100_000):
+            os.symlink(b"x", self.path(b"entry-%d" % i))
+        result = run("ls", self.folder)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout.count(b"\n"), 100_000)
+
+    def test_an_empty_folder_is_an_empty_list(self):
+        self.assertEqual(run("ls", self.folder).stdout, b"")
+        self.assertEqual(json.loads(run("ls", "--json", self.folder).stdout), [])
+
+    def test_a_file_is_not_a_folder(self):
+        result = run("ls", self.file(b"file"))
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertIn(b"Not a directory", result.stderr)
+
+    def test_a_missing_folder_is_told(self):
+        result = run("ls", self.path(b"missing"))
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"No such file or directory", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
