@@ -1,0 +1,48 @@
+#pragma once
+
+#include <MorvaneOperation/MVFileSizeItem.h>
+#include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+/// What the measuring program asks of the service, and the service of it.
+namespace bench {
+
+using morvane::NSData;
+using morvane::NSXPCReply;
+using SizeItems = std::vector<std::shared_ptr<morvane::MVFileSizeItem>>;
+
+inline constexpr const char* serviceName = "io.github.morvaneoperation.BenchService";
+
+#define BenchMessages(MESSAGE)                                                                    \
+    /* The payload again. */                                                                      \
+    MESSAGE(echo, "echo:reply:", (NSData payload, NSXPCReply<NSData> reply),                      \
+            (std::move(payload), std::move(reply)))                                               \
+    /* Calls the client back `count` times, one after the other; how many nanoseconds it took. */ \
+    MESSAGE(callBack, "callBack:reply:", (std::int64_t count, NSXPCReply<std::int64_t> reply),    \
+            (count, std::move(reply)))                                                            \
+    MESSAGE(items, "items:reply:", (std::int64_t count, NSXPCReply<SizeItems> reply),             \
+            (count, std::move(reply)))
+
+class Bench {
+  public:
+    virtual ~Bench() = default;
+    BenchMessages(NSXPC_DECLARE_MESSAGE)
+};
+NSXPC_PROTOCOL(Bench, BenchMessages)
+
+#define BenchCallbackMessages(MESSAGE)                                               \
+    MESSAGE(echoBack, "echoBack:reply:", (NSData payload, NSXPCReply<NSData> reply), \
+            (std::move(payload), std::move(reply)))
+
+class BenchCallback {
+  public:
+    virtual ~BenchCallback() = default;
+    BenchCallbackMessages(NSXPC_DECLARE_MESSAGE)
+};
+NSXPC_PROTOCOL(BenchCallback, BenchCallbackMessages)
+
+}  // namespace bench

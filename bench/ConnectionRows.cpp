@@ -1,0 +1,262 @@
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "BenchProtocol.h"
+#include "PeerClients.h"
+#include "PeerProtocol.h"
+#include "Rows.h"
+
+namespace bench {
+namespace {
+
+using namespace morvane;
+
+class Callback final : public BenchCallback {
+  public:
+    void echoBack(NSData payload, NSXPCReply<NSData> reply) override { reply(std::move(payload)); }
+};
+
+std::shared_ptr<NSXPCInterface> benchInterface() {
+    auto interface = NSXPCInterface::interfaceWithProtocol<Bench>();
+    interface->setClasses({&NSArrayClass, &MVFileSizeItem::classObject()}, "items:reply:", 0, true);
+    return interface;
+}
+
+/// What a run waits for. The service's end of a broken run ends ours with an exception.
+class Outcome {
+  public:
+    void finish(double value = 0) {
+        const auto promise = promise_;  // who waits may let go of this at once
+        promise->set_value(value);
+    }
+    void fail(const NSErrorRef& error) {
+        const auto promise = promise_;
+        promise->set_exception(
+            std::make_exception_ptr(std::runtime_error(error->localizedDescription())));
+    }
+    double wait() { return promise_->get_future().get(); }
+
+  private:
+    std::shared_ptr<std::promise<double>> promise_ = std::make_shared<std::promise<double>>();
+};
+
+/// A connection to the private service, which is started with it.
+class Client {
+  public:
+    Client() {
+        setenv("MORVANE_LIBEXEC_DIR", MORVANE_BENCH_LIBEXEC, 1);
+        connection_ = NSXPCConnection::initWithServiceName(serviceName);
+        connection_->setRemoteObjectInterface(benchInterface());
+        connection_->setExportedInterface(NSXPCInterface::interfaceWithProtocol<BenchCallback>());
+        connection_->setExportedObject<BenchCallback>(std::make_shared<Callback>());
+        connection_->resume();
+    }
+    ~Client() { connection_->invalidate(); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    /// `count` echoes, `outstanding` at a time; the next is sent from a reply's callback.
+    double echoes(std::size_t count, std::size_t outstanding) {
+        // Callbacks come one at a time; the first messages are not counted in `toSend`.
+        struct Run {
+            std::shared_ptr<Bench> service;
+            NSData payload = NSData(messageSize, 'x');
+            std::size_t toSend = 0;
+            std::size_t toCome = 0;
+            Outcome outcome;
+
+            void send() {
+                service->echo(payload, [this](const NSData&) {
+                    if (--toCome == 0) {
+                        outcome.finish();
+                    } else if (toSend != 0) {
+                        --toSend;
+                        send();
+                    }
+                });
+            }
+        } run;
+        const auto first = std::min(count, outstanding);
+        run.service = proxy(run.outcome);
+        run.toCome = count;
+        run.toSend = count - first;
+        return timed([&] {
+            for (std::size_t i = 0; i < first; ++i)
+                run.send();
+            run.outcome.wait();
+        });
+    }
+
+    double callbacks(std::size_t count) {
+        Outcome outcome;
+        proxy(outcome)->callBack(static_cast<std::int64_t>(count), [&](std::int64_t nanoseconds) {
+            outcome.finish(static_cast<double>(nanoseconds));
+        });
+        return outcome.wait();
+    }
+
+    /// From the request to the reply callback with the live objects.
+    double items(std::size_t count) {
+        Outcome outcome;
+        const auto service = proxy(outcome);
+        SizeItems received;
+        const double time = timed([&] {
+            service->items(static_cast<std::int64_t>(count), [&](SizeItems items) {
+                received = std::move(items);
+                outcome.finish();
+            });
+            outcome.wait();
+        });
+        if (received.size() != count)
+            throw std::runtime_error("not all items came");
+        return time;
+    }
+
+  private:
+    std::shared_ptr<Bench> proxy(Outcome& outcome) {
+        return connection_->remoteObjectProxyWithErrorHandler<Bench>(
+            [&outcome](const NSErrorRef& error) { outcome.fail(error); });
+    }
+
+    std::shared_ptr<NSXPCConnection> connection_;
+};
+
+/// A folder for sockets, gone with this.
+class SocketFolder {
+  public:
+    SocketFolder() {
+        std::string name = std::filesystem::temp_directory_path() / "morvane-bench-XXXXXX";
+        if (!mkdtemp(name.data()))
+            throw std::runtime_error("no temporary folder could be made: " + name);
+        path_ = name;
+    }
+    ~SocketFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    SocketFolder(const SocketFolder&) = delete;
+    SocketFolder& operator=(const SocketFolder&) = delete;
+    std::string file(const std::string& name) const { return path_ / name; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+/// A new connection to the well-known socket and its first reply, each time. Ending the connection
+/// does not count.
+double connectsToService(std::size_t count) {
+    double time = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        Outcome reply;
+        Outcome end;
+        std::shared_ptr<NSXPCConnection> connection;
+        time += timed([&] {
+            connection = NSXPCConnection::initWithMachServiceName(serviceName, 0);
+            connection->setRemoteObjectInterface(benchInterface());
+            connection->setInvalidationHandler([&] { end.finish(); });
+            connection->resume();
+            connection
+                ->remoteObjectProxyWithErrorHandler<Bench>(
+                    [&](const NSErrorRef& error) { reply.fail(error); })
+                ->echo(NSData(messageSize, 'x'), [&](const NSData&) { reply.finish(); });
+            reply.wait();
+        });
+        connection->invalidate();
+        end.wait();
+    }
+    return time;
+}
+
+}  // namespace
+
+Lines roundTrip64(const Options& options) {
+    Client client;
+    RawEcho raw;
+    BusEcho bus;
+    return compare(
+        {.row = "round-trip-64",
+         .ours = {"", [&](std::size_t count) { return client.echoes(count, 1); }},
+         .peers = {{"raw socket", [&](std::size_t count) { return raw.roundTrips(count); }},
+                   {"sd-bus", [&](std::size_t count) { return bus.roundTrips(count); }}},
+         .required = Requirement::atMostTimes(1.5),
+         .limit = {},
+         .note = {}},
+        options);
+}
+
+Lines callback64(const Options& options) {
+    Client client;
+    RawEcho raw;
+    BusEcho bus;
+    return compare(
+        {.row = "callback-64",
+         .ours = {"", [&](std::size_t count) { return client.callbacks(count); }},
+         .peers = {{"raw socket", [&](std::size_t count) { return raw.roundTrips(count); }},
+                   {"sd-bus", [&](std::size_t count) { return bus.roundTrips(count); }}},
+         .required = Requirement::atMostTimes(1.5),
+         .limit = {},
+         .note = {}},
+        options);
+}
+
+Lines pipelined64(const Options& options) {
+    constexpr std::size_t outstanding = 64;
+    Client client;
+    RawEcho raw;
+    return compare(
+        {.row = "pipelined-64",
+         .ours = {"", [&](std::size_t count) { return client.echoes(count, outstanding); }},
+         .peers = {{"raw socket",
+                    [&](std::size_t count) { return raw.pipelined(count, outstanding); }}},
+         .required = Requirement::timesFaster(1),
+         .limit = {},
+         .asRate = true,
+         .note = {}},
+        options);
+}
+
+Lines connectFirstReply(const Options& options) {
+    const SocketFolder folder;
+    setenv("MORVANE_RUNTIME_DIR", folder.file("").c_str(), 1);
+    const int listening = listenAt(folder.file(std::string(serviceName) + ".sock"));
+    const Child service(serviceName, "activated", listening);
+    close(listening);
+    RawConnect raw(folder.file("raw.sock"));
+    return compare(
+        {.row = "connect-first-reply",
+         .ours = {"", connectsToService},
+         .peers = {{"raw socket", [&](std::size_t count) { return raw.connects(count); }}},
+         .required = Requirement::atMostTimes(2),
+         .limit = {},
+         .note = {}},
+        options);
+}
+
+Lines items100k(const Options& options) {
+    constexpr std::size_t items = 100000;
+    constexpr double limit = 10e6;
+    Client client;
+    return compare({.row = "items-100k",
+                    .ours = {"",
+                             [&](std::size_t count) {
+                                 double time = 0;
+                                 for (std::size_t i = 0; i < count; ++i)
+                                     time += client.items(items);
+                                 return time;
+                             }},
+                    .peers = {},
+                    .required = Requirement::atMostTimes(1),
+                    .limit = limit,
+                    .note = {}},
+                   options);
+}
+
+}  // namespace bench

@@ -1,0 +1,160 @@
+#include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Allocations.h"
+#include "Rows.h"
+#include "VirtualCall.h"
+
+namespace bench {
+namespace {
+
+using namespace morvane;
+
+class CountingObserver final : public NSKeyValueObserver {
+  public:
+    void observeValueForKeyPath(const NSKeyPath&, NSObject&) override { ++changes_; }
+
+  private:
+    std::uint64_t changes_ = 0;
+};
+
+std::function<double(std::size_t)> stateChanges(MVAclPermission& permission) {
+    return [&permission](std::size_t count) {
+        return timed([&] {
+            for (std::size_t i = 0; i < count; ++i)
+                permission.setState(static_cast<std::int64_t>(i & 1));
+        });
+    };
+}
+
+Contender virtualCalls() {
+    return {"virtual call", [target = &countingTarget()](std::size_t count) {
+                return timed([&] {
+                    for (std::size_t i = 0; i < count; ++i)
+                        target->stateWasSet(static_cast<std::int64_t>(i & 1));
+                });
+            }};
+}
+
+/// Makes entries `batch` at a time, all of which live until the batch is done. The time of letting
+/// go of them does not count.
+template <class Make>
+std::function<double(std::size_t)> inBatches(std::size_t batch, Make make) {
+    return [=](std::size_t count) {
+        const auto batches = (count + batch - 1) / batch;
+        double time = 0;
+        for (std::size_t i = 0; i < batches; ++i) {
+            decltype(make(batch)) made;
+            time += timed([&] { made = make(batch); });
+            keep(made);
+        }
+        return time * static_cast<double>(count) / static_cast<double>(batches * batch);
+    };
+}
+
+template <class Make>
+std::string allocationNote(std::size_t batch, Make make) {
+    const auto before = allocationCount();
+    const auto made = make(batch);
+    const auto each = static_cast<double>(allocationCount() - before) / static_cast<double>(batch);
+    char text[48];
+    std::snprintf(text, sizeof text, "%.1f allocations each", each);
+    return text;
+}
+
+/// Lines for several numbers of entries, each beside the smallest: the time for one stays the same.
+template <class MakeFor>
+Lines linear(const std::string& row, MakeFor makeFor, const Options& options) {
+    constexpr std::size_t batches[] = {100, 1000, 10000};
+    constexpr double tolerance = 1.5;  // more memory is touched, and caches miss
+    Lines lines;
+    for (std::size_t batch : batches) {
+        const auto make = makeFor(batch);
+        Comparison comparison{.row = row + " " + std::to_string(batch),
+                              .ours = {"", inBatches(batch, make)},
+                              .peers = {},
+                              .required = {},
+                              .limit = {},
+                              .note = allocationNote(batch, make)};
+        if (batch != batches[0]) {
+            comparison.peers.push_back(
+                {std::to_string(batches[0]), inBatches(batches[0], makeFor(batches[0]))});
+            comparison.required = Requirement::atMostTimes(tolerance);
+        }
+        auto measured = compare(comparison, options);
+        std::move(measured.begin(), measured.end(), std::back_inserter(lines));
+    }
+    return lines;
+}
+
+}  // namespace
+
+Lines stateChange(const Options& options) {
+    const auto observed = MVAclPermission::initWithName("Read Data", 2, MVStateOff);
+    CountingObserver observer;
+    observed->addObserver(&observer, MVAclPermission::stateKeyPath);
+    auto lines = compare({.row = "state-change",
+                          .ours = {"", stateChanges(*observed)},
+                          .peers = {virtualCalls()},
+                          .required = Requirement::atMostTimes(3),
+                          .limit = {},
+                          .note = {}},
+                         options);
+    observed->removeObserver(&observer, MVAclPermission::stateKeyPath);
+
+    // The observer of nearly every box: its entry, here while it does not listen.
+    const auto entry = MVAclEntry::newEntryForDirectory(true);
+    entry->setUpdatingPermissions(true);
+    auto& box = *MVTreeNode::permissionOf(*entry->permissions()[0]->childNodeAtIndex(0));
+    const auto more = compare({.row = "state-change entry",
+                               .ours = {"", stateChanges(box)},
+                               .peers = {virtualCalls()},
+                               .required = Requirement::atMostTimes(3),
+                               .limit = {},
+                               .note = {}},
+                              options);
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+Lines newFolderEntry(const Options& options) {
+    return linear(
+        "new-folder-entry",
+        [](std::size_t) {
+            return [](std::size_t count) {
+                std::vector<std::shared_ptr<MVAclEntry>> entries(count);
+                for (auto& entry : entries)
+                    entry = MVAclEntry::newEntryForDirectory(true);
+                return entries;
+            };
+        },
+        options);
+}
+
+Lines decode1000Entries(const Options& options) {
+    return linear(
+        "decode-1000-entries",
+        [](std::size_t batch) {
+            std::vector<std::shared_ptr<MVAclEntry>> entries(batch);
+            for (auto& entry : entries)
+                entry = MVAclEntry::newEntryForDirectory(true);
+            NSKeyedArchiver coder;
+            coder.encodeObjects(entries, "entries");
+            return [archive = std::make_shared<const NSData>(coder.finishEncoding())](std::size_t) {
+                const NSClassSet classes{&NSArrayClass, &MVAclEntry::classObject()};
+                NSKeyedUnarchiver decoder(*archive);
+                return decoder.decodeObjects("entries", classes);
+            };
+        },
+        options);
+}
+
+}  // namespace bench

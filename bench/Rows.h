@@ -1,0 +1,28 @@
+#pragma once
+
+#include <vector>
+
+#include "Harness.h"
+
+/// The rows of the table. Each sets up what it needs, measures, and clears up behind it.
+namespace bench {
+
+using Lines = std::vector<Line>;
+
+Lines roundTrip64(const Options& options);
+Lines callback64(const Options& options);
+Lines pipelined64(const Options& options);
+Lines connectFirstReply(const Options& options);
+Lines items100k(const Options& options);
+
+Lines archiveEncodeEntry(const Options& options);
+Lines archiveDecodeEntry(const Options& options);
+
+Lines stateChange(const Options& options);
+Lines newFolderEntry(const Options& options);
+Lines decode1000Entries(const Options& options);
+
+Lines sizeText(const Options& options);
+Lines displayInfo(const Options& options);
+
+}  // namespace bench

@@ -1,0 +1,124 @@
+#include <algorithm>
+#include <charconv>
+#include <clocale>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Report.h"
+#include "Rows.h"
+
+namespace bench {
+namespace {
+
+struct Row {
+    std::string_view name;
+    Lines (*measure)(const Options& options);
+};
+
+constexpr Row rows[] = {
+    {"round-trip-64", roundTrip64},
+    {"callback-64", callback64},
+    {"pipelined-64", pipelined64},
+    {"connect-first-reply", connectFirstReply},
+    {"archive-encode-entry", archiveEncodeEntry},
+    {"archive-decode-entry", archiveDecodeEntry},
+    {"state-change", stateChange},
+    {"new-folder-entry", newFolderEntry},
+    {"decode-1000-entries", decode1000Entries},
+    {"size-text", sizeText},
+    {"display-info", displayInfo},
+    {"items-100k", items100k},
+};
+
+constexpr int failure = 1;
+constexpr int usageError = 2;
+
+std::string rowNames() {
+    std::string names;
+    for (const auto& row : rows)
+        names += "  " + std::string(row.name) + "\n";
+    return names;
+}
+
+int refuse(const std::string& why) {
+    std::fprintf(stderr, "bench/run: %s\n", why.c_str());
+    return usageError;
+}
+
+int run(const std::vector<std::string>& arguments) {
+    Options options;
+    std::string jsonPath;
+    std::vector<const Row*> chosen;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const auto& argument = arguments[i];
+        if (argument == "--help" || argument == "-h") {
+            std::printf(
+                "bench/run [ROW...] [--json FILE] [--pairs N]\n\n"
+                "Measures the rows (all without a name) beside their peers, in N alternating runs\n"
+                "(9), and prints one table; --json writes the same to a file.\n\nRows:\n%s",
+                rowNames().c_str());
+            return 0;
+        }
+        if (argument == "--json" || argument == "--pairs") {
+            if (++i == arguments.size())
+                return refuse(argument + " wants a value after it.");
+            const auto& value = arguments[i];
+            if (argument == "--json") {
+                jsonPath = value;
+                continue;
+            }
+            const auto* end = value.data() + value.size();
+            const auto read = std::from_chars(value.data(), end, options.pairs);
+            if (read.ec != std::errc() || read.ptr != end || options.pairs == 0)
+                return refuse("--pairs wants a number of runs, at least 1; not '" + value + "'.");
+            continue;
+        }
+        const auto* row = std::find_if(std::begin(rows), std::end(rows),
+                                       [&](const Row& each) { return each.name == argument; });
+        if (row == std::end(rows))
+            return refuse("there is no row '" + argument + "'. The rows are:\n" + rowNames());
+        chosen.push_back(row);
+    }
+    if (chosen.empty()) {
+        for (const auto& row : rows)
+            chosen.push_back(&row);
+    }
+
+    std::ofstream json;
+    if (!jsonPath.empty()) {
+        json.open(jsonPath);
+        if (!json)
+            return refuse("'" + jsonPath + "' cannot be written.");
+    }
+    Lines lines;
+    for (const auto* row : chosen) {
+        std::fprintf(stderr, "measuring %.*s\n", static_cast<int>(row->name.size()),
+                     row->name.data());
+        auto measured = row->measure(options);
+        std::move(measured.begin(), measured.end(), std::back_inserter(lines));
+    }
+    std::fputs(tableOf(lines).c_str(), stdout);
+    if (json.is_open() && !(json << jsonOf(lines)).flush()) {
+        std::fprintf(stderr, "bench/run: '%s' could not be written.\n", jsonPath.c_str());
+        return failure;
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_ALL, "");
+    try {
+        return bench::run({argv + 1, argv + argc});
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench/run: %s\n", error.what());
+        return bench::failure;
+    }
+}
