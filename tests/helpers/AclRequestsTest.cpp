@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "AclRequests.h"
+#include "RequestErrors.h"
 
 namespace morvane {
 namespace {

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <MorvaneOperation/platform/xpc/StreamSocket.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace morvane {
+
+/// One end of a stream in memory, which a test can make tear: it may pass on only a few bytes at a
+/// time, and end after any number of bytes.
+class FakeStreamSocket final : public StreamSocket {
+  public:
+    using Data = std::vector<std::uint8_t>;
+
+    /// Two ends of one stream.
+    static std::pair<std::shared_ptr<FakeStreamSocket>, std::shared_ptr<FakeStreamSocket>> pair() {
+        auto one = std::make_shared<Pipe>();
+        auto other = std::make_shared<Pipe>();
+        return {std::make_shared<FakeStreamSocket>(one, other),
+                std::make_shared<FakeStreamSocket>(other, one)};
+    }
+
+    struct Pipe {
+        std::mutex mutex;
+        std::condition_variable changed;
+        Data bytes;
+        bool ended = false;
+        /// What may still pass; then the stream ends.
+        std::size_t budget = SIZE_MAX;
+    };
+
+    FakeStreamSocket(std::shared_ptr<Pipe> in, std::shared_ptr<Pipe> out)
+        : in_(std::move(in)), out_(std::move(out)) {}
+
+    /// After this many more bytes of what this end sends, the stream ends both ways.
+    void endAfterSending(std::size_t bytes) {
+        const std::lock_guard lock(out_->mutex);
+        out_->budget = bytes;
+    }
+    /// How much one receive() and one send() pass on at most; a send() of none says "later".
+    std::size_t receiveAtMost = SIZE_MAX;
+    std::size_t sendAtMost = SIZE_MAX;
+
+    std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) override {
+        std::unique_lock lock(in_->mutex);
+        const auto ready = [&] { return !in_->bytes.empty() || in_->ended; };
+        if (!deadline) {
+            in_->changed.wait(lock, ready);
+        } else if (!in_->changed.wait_until(lock, *deadline, ready)) {
+            return 0;
+        }
+        const auto count = std::min({into.size(), in_->bytes.size(), receiveAtMost});
+        std::copy_n(in_->bytes.begin(), count, into.begin());
+        in_->bytes.erase(in_->bytes.begin(),
+                         in_->bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        return count;
+    }
+
+    std::optional<std::size_t> send(std::span<const Bytes> pieces) override {
+        bool end = false;
+        std::size_t sent = 0;
+        {
+            const std::lock_guard lock(out_->mutex);
+            if (out_->ended)
+                return std::nullopt;
+            std::size_t room = sendAtMost;
+            for (const auto& piece : pieces) {
+                const auto count = std::min({piece.size(), room, out_->budget});
+                out_->bytes.insert(out_->bytes.end(), piece.begin(),
+                                   piece.begin() + static_cast<std::ptrdiff_t>(count));
+                room -= count;
+                if (out_->budget != SIZE_MAX)
+                    out_->budget -= count;
+                sent += count;
+            }
+            end = out_->budget == 0;
+            out_->changed.notify_all();
+        }
+        if (end)
+            shutdown();
+        return sent;
+    }
+
+    bool waitUntilWritable(const Deadline&) override { return true; }
+
+    void shutdown() override {
+        for (const auto& pipe : {in_, out_}) {
+            const std::lock_guard lock(pipe->mutex);
+            pipe->ended = true;
+            pipe->changed.notify_all();
+        }
+    }
+
+    PeerCredentials peer() const override { return {1, 0, 0}; }
+
+  private:
+    const std::shared_ptr<Pipe> in_;
+    const std::shared_ptr<Pipe> out_;
+};
+
+/// A service that a test supplies: `accept` gets the far end of each new stream.
+class FakeServiceEndpoint final : public ServiceEndpoint {
+  public:
+    using Accept = std::function<bool(const std::shared_ptr<FakeStreamSocket>& farEnd)>;
+
+    explicit FakeServiceEndpoint(Accept accept) : accept_(std::move(accept)) {}
+
+    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+        auto [near, far] = FakeStreamSocket::pair();
+        if (accept_(far))
+            return near;
+        *error = NSError::errorWithDomain(NSPOSIXErrorDomain, 2);
+        return nullptr;
+    }
+
+  private:
+    const Accept accept_;
+};
+
+}  // namespace morvane
