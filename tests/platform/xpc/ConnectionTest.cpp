@@ -58,12 +58,12 @@ TEST(NSXPCConnection, OnlyTheFirstReplyCounts) {
 
 TEST(NSXPCConnection, AHandlerMayReplyLaterFromAnotherThread) {
     EchoPair pair;
-    std::thread later;
-    pair.service->onEcho = [&](auto text, auto reply) {
-        later = std::thread([text, reply] { reply(text, nullptr); });
-    };
+    std::promise<NSXPCReply<std::string, NSErrorRef>> kept;
+    pair.service->onEcho = [&](auto, auto reply) { kept.set_value(reply); };
     pair.client->resume();
-    EXPECT_EQ(await(pair.echo("late")).text, "late");
+    auto outcome = pair.echo("x");
+    std::thread later([&] { await(kept.get_future())("late", nullptr); });
+    EXPECT_EQ(await(std::move(outcome)).text, "late");
     later.join();
 }
 
@@ -269,20 +269,17 @@ TEST(NSXPCConnection, EveryRequestEndsOnceHoweverTheConnectionEnds) {
             if (++ended == requests)
                 all.set_value();
         };
-        std::thread ender([&] {
-            if (round % 2)
-                pair.client->invalidate();
-            else if (!pair.servers.empty())
-                pair.servers.back()->invalidate();
-        });
-        for (int i = 0; i < requests; ++i) {
+        const auto request = [&] {
             pair.client->remoteObjectProxyWithErrorHandler<Echo>([&](NSErrorRef) { end(); })
                 ->echo("x", [&](auto, auto) { end(); });
-            if (i == 0 && !(round % 2))
-                ender.join();
-        }
-        if (ender.joinable())
-            ender.join();
+        };
+        request();  // makes the stream
+        std::thread ender([connection = round % 2 ? pair.client : pair.servers.front()] {
+            connection->invalidate();
+        });
+        for (int i = 1; i < requests; ++i)
+            request();
+        ender.join();
         await(all.get_future());
         EXPECT_EQ(ended, requests);
     }
