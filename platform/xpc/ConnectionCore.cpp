@@ -1,6 +1,5 @@
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
-#include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
@@ -280,9 +279,10 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
                 NSXPCConnectionReplyInvalid,
                 "The reply was refused by decoding. " + failure.error()->localizedDescription(),
                 failure.error());
-        } catch (const NSException& failure) {
-            refused = connectionError(NSXPCConnectionReplyInvalid,
-                                      "The reply was refused by decoding. " + failure.reason());
+        } catch (const std::exception& failure) {
+            refused = connectionError(
+                NSXPCConnectionReplyInvalid,
+                std::string("The reply was refused by decoding. ") + failure.what());
         }
     }
     if (refused) {
@@ -343,16 +343,20 @@ void NSXPCConnection::Core::reportInvalid(std::vector<Deferred> deferred) {
     }();
     for (auto& request : deferred)
         request.receiver->fail(error);
-    Handler handler;
-    std::shared_ptr<void> object;
     {
-        const std::lock_guard lock(mutex_);
-        handler = std::exchange(invalidationHandler_, {});
-        interruptionHandler_ = {};
-        object.swap(exportedObject_);  // often holds the connection
+        Handler handler;
+        Handler interruption;
+        std::shared_ptr<void> object;
+        {
+            const std::lock_guard lock(mutex_);
+            handler.swap(invalidationHandler_);
+            interruption.swap(interruptionHandler_);
+            object.swap(exportedObject_);  // often holds the connection
+        }
+        if (handler)
+            handler();
+        // All three go here, outside the lock and before a listener may end the process.
     }
-    if (handler)
-        handler();
     if (const auto end = std::exchange(onEnd, {}))
         end();
 }

@@ -67,7 +67,8 @@ std::optional<FrameHeader> FrameHeader::parse(std::span<const std::uint8_t> byte
     return header;
 }
 
-FrameReader::FrameReader(StreamSocket& socket) : socket_(socket), buffer_(bufferSize) {}
+FrameReader::FrameReader(StreamSocket& socket, std::chrono::milliseconds frameTime)
+    : socket_(socket), frameTime_(frameTime), buffer_(bufferSize) {}
 
 bool FrameReader::hasMessageWaiting() const {
     const auto header = FrameHeader::parse(waiting());
@@ -86,7 +87,7 @@ bool FrameReader::fillBuffer(std::size_t needed) {
     while (end_ - begin_ < needed) {
         // A frame has begun once its first byte is here: from then on it has limited time.
         if (begin_ != end_ && !deadline_) {
-            deadline_ = std::chrono::steady_clock::now() + limits::frameTime;
+            deadline_ = std::chrono::steady_clock::now() + frameTime_;
         }
         const auto count = socket_.receive(std::span(buffer_).subspan(end_), deadline_);
         if (count == 0)
@@ -106,7 +107,7 @@ bool FrameReader::appendPayload(std::size_t length) {
     auto at = assembled_.size();
     assembled_.resize(at + length - buffered);
     if (at < assembled_.size() && !deadline_) {
-        deadline_ = std::chrono::steady_clock::now() + limits::frameTime;
+        deadline_ = std::chrono::steady_clock::now() + frameTime_;
     }
     while (at < assembled_.size()) {
         const auto count = socket_.receive(std::span(assembled_).subspan(at), deadline_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
 #include <array>
@@ -50,7 +51,9 @@ struct Message {
 /// Reads messages from a stream, which it does not own.
 class FrameReader {
   public:
-    explicit FrameReader(StreamSocket& socket);
+    /// `frameTime`: from a frame's first byte to its last.
+    explicit FrameReader(StreamSocket& socket,
+                         std::chrono::milliseconds frameTime = limits::frameTime);
 
     /// Waits for the next message; its views hold until the next call. Empty when the stream has
     /// ended, or the peer broke the rules or took too long.
@@ -66,6 +69,7 @@ class FrameReader {
     bool appendPayload(std::size_t length);
 
     StreamSocket& socket_;
+    const std::chrono::milliseconds frameTime_;
     NSData buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;

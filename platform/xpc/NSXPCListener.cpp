@@ -25,21 +25,25 @@ class NSXPCListener::Core {
 
     int run() {
         if (only_) {
-            add(std::move(only_));
-            clients_->waitUntilNone({});
+            if (!clients_->isClosed())
+                add(std::move(only_));
+            clients_->waitUntilNone();
             return 0;
         }
         for (;;) {
+            const auto now = std::chrono::steady_clock::now();
+            const auto idleSince = clients_->idleSince().value_or(now);
             StreamSocket::Deadline deadline;
             if (idleTimeout.count() != 0)
-                deadline = std::chrono::steady_clock::now() + idleTimeout;
+                deadline = idleSince + idleTimeout;
             if (auto socket = listener_->accept(deadline)) {
                 add(std::move(socket));
-            } else if (clients_->isClosed() || clients_->isEmpty()) {
+            } else if (clients_->isClosed() || !deadline || clients_->idleSince() == idleSince) {
                 break;
             }
         }
         clients_->invalidateAll();
+        clients_->waitUntilNone();
         return 0;
     }
 
@@ -75,12 +79,15 @@ class NSXPCListener::Core {
                 return;
             removed = std::move(found->connection);
             connections_.erase(found);
-            if (connections_.empty())
+            if (connections_.empty()) {
+                idleSince_ = std::chrono::steady_clock::now();
                 none_.notify_all();
+            }
         }
-        bool isEmpty() {
+        /// Since when there has been no client; empty while there is one.
+        StreamSocket::Deadline idleSince() {
             const std::lock_guard lock(mutex_);
-            return connections_.empty();
+            return connections_.empty() ? StreamSocket::Deadline(idleSince_) : std::nullopt;
         }
         bool isClosed() {
             const std::lock_guard lock(mutex_);
@@ -90,7 +97,7 @@ class NSXPCListener::Core {
             const std::lock_guard lock(mutex_);
             closed_ = true;
         }
-        void waitUntilNone(StreamSocket::Deadline) {
+        void waitUntilNone() {
             std::unique_lock lock(mutex_);
             none_.wait(lock, [&] { return connections_.empty(); });
         }
@@ -102,7 +109,6 @@ class NSXPCListener::Core {
             }
             for (const auto& client : all)
                 client.connection->invalidate();
-            waitUntilNone({});
         }
 
       private:
@@ -113,6 +119,7 @@ class NSXPCListener::Core {
         std::mutex mutex_;
         std::condition_variable none_;
         std::vector<Client> connections_;
+        std::chrono::steady_clock::time_point idleSince_ = std::chrono::steady_clock::now();
         bool closed_ = false;
     };
 

@@ -48,18 +48,18 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector, N
         selector = {};
         bytes_ += item.length();
     } while (offset < shared->size());
-    if (!draining_ && (!heldBack_ || bytes_ > heldBackBytes))
+    if (!draining_ && (holder_ != std::this_thread::get_id() || bytes_ > heldBackBytes))
         flush();
 }
 
 void Outbox::holdBack() {
     const std::lock_guard lock(mutex_);
-    heldBack_ = true;
+    holder_ = std::this_thread::get_id();
 }
 
 void Outbox::release() {
     const std::lock_guard lock(mutex_);
-    heldBack_ = false;
+    holder_ = {};
     if (!draining_ && !items_.empty())
         flush();
 }

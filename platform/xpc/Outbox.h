@@ -6,12 +6,13 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 /// What is on its way out on one stream. Any thread.
 ///
 /// A message is sent at once, by the thread that sends it, as far as the stream takes it; a worker
-/// sends the rest. While the outbox is held back (the reader has more messages at hand whose
-/// replies may go together), messages are only collected.
+/// sends the rest. While a thread holds the outbox back (the reader has more messages at hand whose
+/// replies may go together), what that thread sends is only collected.
 namespace morvane {
 
 class Outbox : public std::enable_shared_from_this<Outbox> {
@@ -45,7 +46,8 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     std::mutex mutex_;
     std::deque<Item> items_;
     std::size_t bytes_ = 0;
-    bool heldBack_ = false;
+    /// Who holds the outbox back; nobody if it is no thread.
+    std::thread::id holder_;
     bool draining_ = false;
     bool ended_ = false;
 };

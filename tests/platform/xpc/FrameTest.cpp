@@ -1,0 +1,142 @@
+#include <MorvaneOperation/platform/xpc/Frame.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "platform/fake/FakeStreamSocket.h"
+
+namespace morvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+void put(FakeStreamSocket& socket, const StreamSocket::Bytes& bytes) {
+    const StreamSocket::Bytes pieces[] = {bytes};
+    socket.send(pieces);
+}
+
+/// What a reader makes of these bytes, after which the stream ends.
+std::optional<Message> readAfter(FrameReader& reader, FakeStreamSocket& far, const NSData& bytes) {
+    put(far, bytes);
+    far.shutdown();
+    return reader.next();
+}
+
+bool isRefused(const NSData& bytes) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    return !readAfter(reader, *far, bytes);
+}
+
+NSData frame(const FrameHeader& header, std::size_t payload) {
+    const auto bytes = header.bytes();
+    NSData data(bytes.begin(), bytes.end());
+    data.resize(data.size() + payload, 'x');
+    return data;
+}
+
+NSData goodFrame() {
+    return frame({FrameKind::request, false, 3, 5, 7}, 5);
+}
+
+TEST(FrameReader, TellsSelectorAndBodyApart) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    const auto message = readAfter(reader, *far, goodFrame());
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->kind, FrameKind::request);
+    EXPECT_EQ(message->id, 7U);
+    EXPECT_EQ(message->selector, "xxx");
+    EXPECT_EQ(message->body.size(), 2U);
+    EXPECT_FALSE(reader.next());
+}
+
+TEST(FrameReader, RefusesEveryByteOfAHeaderThatMustNotBeAsItIs) {
+    for (const std::size_t at : {0, 1, 2, 3, 4, 5, 7, 11, 12, 13, 14, 15}) {
+        auto bytes = goodFrame();
+        bytes[at] = 0xff;
+        EXPECT_TRUE(isRefused(bytes)) << at;
+    }
+}
+
+TEST(FrameReader, RefusesAFrameThatEndsEarlyAtAnyByte) {
+    const auto whole = goodFrame();
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        const auto end = whole.begin() + static_cast<std::ptrdiff_t>(size);
+        EXPECT_TRUE(isRefused(NSData(whole.begin(), end))) << size;
+    }
+}
+
+TEST(FrameReader, RefusesALengthOverTheLimitBeforeItsPayloadCame) {
+    EXPECT_TRUE(isRefused(frame({FrameKind::request, false, 0, limits::frameSize + 1, 1}, 0)));
+}
+
+TEST(FrameReader, RefusesASelectorLongerThanItsPayload) {
+    EXPECT_TRUE(isRefused(frame({FrameKind::request, false, 6, 5, 1}, 5)));
+}
+
+TEST(FrameReader, RefusesASelectorInAReply) {
+    EXPECT_TRUE(isRefused(frame({FrameKind::reply, false, 1, 5, 1}, 5)));
+}
+
+TEST(FrameReader, RefusesARefusalThatIsLongOrOfSeveralFrames) {
+    const auto text = static_cast<std::uint32_t>(limits::refusalText + 1);
+    EXPECT_TRUE(isRefused(frame({FrameKind::refusal, false, 0, text, 1}, text)));
+    EXPECT_TRUE(isRefused(frame({FrameKind::refusal, true, 0, 5, 1}, 5)));
+}
+
+TEST(FrameReader, PutsTheFramesOfAMessageTogether) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    put(*far, frame({FrameKind::request, true, 2, 4, 9}, 4));
+    const auto message = readAfter(reader, *far, frame({FrameKind::request, false, 0, 5, 9}, 5));
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->selector, "xx");
+    EXPECT_EQ(message->body.size(), 7U);
+}
+
+TEST(FrameReader, RefusesAMessageInterruptedByAnother) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    put(*far, frame({FrameKind::request, true, 2, 4, 9}, 4));
+    EXPECT_FALSE(readAfter(reader, *far, frame({FrameKind::request, false, 0, 5, 10}, 5)));
+}
+
+TEST(FrameReader, RefusesASecondSelectorInOneMessage) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    put(*far, frame({FrameKind::request, true, 2, 4, 9}, 4));
+    EXPECT_FALSE(readAfter(reader, *far, frame({FrameKind::request, false, 1, 5, 9}, 5)));
+}
+
+TEST(FrameReader, GivesUpOnAFrameThatTakesTooLong) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near, 1ms);
+    put(*far, NSData{'M'});  // the stream stays open
+    EXPECT_FALSE(reader.next());
+}
+
+TEST(FrameReader, GivesUpOnALargePayloadThatTakesTooLong) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near, 1ms);
+    put(*far, frame({FrameKind::reply, false, 0, limits::frameSize, 1}, 10));
+    EXPECT_FALSE(reader.next());
+}
+
+TEST(FrameReader, KnowsWhetherTheNextMessageIsHereWhole) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near);
+    auto bytes = goodFrame();
+    const auto whole = goodFrame();
+    bytes.insert(bytes.end(), whole.begin(), whole.end());
+    bytes.insert(bytes.end(), whole.begin(), whole.end() - 1);
+    put(*far, bytes);
+    ASSERT_TRUE(reader.next());
+    EXPECT_TRUE(reader.hasMessageWaiting());
+    ASSERT_TRUE(reader.next());
+    EXPECT_FALSE(reader.hasMessageWaiting());
+}
+
+}  // namespace
+}  // namespace morvane
