@@ -13,25 +13,10 @@
 #include <vector>
 
 #include "platform/fake/FakeStreamSocket.h"
+#include "platform/xpc/EchoProtocol.h"
 
-/// A protocol to test with, and both ends of a connection over a stream in memory.
+/// Both ends of a connection over a stream in memory.
 namespace morvane {
-
-#define EchoMessages(MESSAGE)                                                                   \
-    MESSAGE(echo, "echo:reply:", (std::string text, NSXPCReply<std::string, NSErrorRef> reply), \
-            (std::move(text), std::move(reply)))                                                \
-    MESSAGE(echoUrls, "echoUrls:reply:",                                                        \
-            (std::vector<NSURL> urls, NSXPCReply<std::vector<NSURL>, NSErrorRef> reply),        \
-            (std::move(urls), std::move(reply)))                                                \
-    MESSAGE(echoData, "echoData:reply:", (NSData data, NSXPCReply<NSData> reply),               \
-            (std::move(data), std::move(reply)))
-
-class Echo {
-  public:
-    virtual ~Echo() = default;
-    EchoMessages(NSXPC_DECLARE_MESSAGE)
-};
-NSXPC_PROTOCOL(Echo, EchoMessages)
 
 /// Answers at once, unless a test does so itself.
 class EchoService : public Echo {

@@ -1,0 +1,113 @@
+#include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "XpcTestSupport.h"
+
+namespace morvane {
+namespace {
+
+/// A connection to a real process.
+class Client {
+  public:
+    explicit Client(const char* service) {
+        setenv("MORVANE_LIBEXEC_DIR", MORVANE_TEST_SERVICES, 1);
+        connection = NSXPCConnection::initWithServiceName(service);
+        connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        connection->setInterruptionHandler([this] { ++interruptions; });
+        connection->setInvalidationHandler([this] { invalidated.set_value(); });
+        connection->resume();
+    }
+    ~Client() {
+        connection->invalidate();
+        await(invalidated.get_future());
+    }
+
+    EchoPair::Outcome echo(const std::string& text) {
+        std::promise<EchoPair::Outcome> outcome;
+        connection
+            ->remoteObjectProxyWithErrorHandler<Echo>([&](NSErrorRef error) {
+                outcome.set_value({{}, error->code(), error});
+            })
+            ->echo(text, [&](std::string reply, NSErrorRef) {
+                outcome.set_value({std::move(reply), 0, nullptr});
+            });
+        return await(outcome.get_future());
+    }
+
+    std::shared_ptr<NSXPCConnection> connection;
+    std::atomic<int> interruptions = 0;
+    std::promise<void> invalidated;
+};
+
+TEST(ServiceProcess, AnswersFromAnotherProcess) {
+    Client client("xpc_test_service");
+    const auto pid = client.echo("pid").text;
+    EXPECT_NE(pid, std::to_string(getpid()));
+    EXPECT_EQ(pid, std::to_string(client.connection->processIdentifier()));
+    EXPECT_EQ(client.connection->effectiveUserIdentifier(), getuid());
+}
+
+TEST(ServiceProcess, StaysForTheNextRequest) {
+    Client client("xpc_test_service");
+    EXPECT_EQ(client.echo("pid").text, client.echo("pid").text);
+}
+
+TEST(ServiceProcess, CarriesFiveMegabytesBothWays) {
+    Client client("xpc_test_service");
+    NSData data(std::size_t{5} << 20);
+    for (std::size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<std::uint8_t>(i * 31);
+    std::promise<NSData> back;
+    client.connection->remoteObjectProxy<Echo>()->echoData(
+        data, [&](NSData reply) { back.set_value(std::move(reply)); });
+    EXPECT_EQ(await(back.get_future()), data);
+}
+
+TEST(ServiceProcess, ThatIsKilledInterruptsOnceAndIsStartedAgainByTheNextRequest) {
+    Client client("xpc_test_service");
+    const auto first = client.echo("pid").text;
+    EXPECT_EQ(client.echo("die").code, NSXPCConnectionInterrupted);
+    const auto second = client.echo("pid");
+    EXPECT_EQ(second.code, 0);
+    EXPECT_NE(second.text, first);
+    EXPECT_EQ(client.interruptions, 1);
+}
+
+TEST(ServiceProcess, ThatIsNotThereMakesTheConnectionInvalidAndNamesTheProgram) {
+    Client client("no_such_service");
+    const auto outcome = client.echo("x");
+    EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+    const auto& reason = std::get<NSErrorRef>(outcome.error->userInfo().at(NSUnderlyingErrorKey));
+    EXPECT_NE(reason->localizedDescription().find("no_such_service"), std::string::npos);
+    EXPECT_EQ(client.interruptions, 0);
+}
+
+TEST(LinuxStreamSocket, EndsWhenThePeerSendsADescriptor) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    LinuxStreamSocket stream{FileDescriptor(pair[0])};
+    const FileDescriptor peer(pair[1]);
+    char byte = 'M';
+    iovec vector{&byte, 1};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    msghdr message{};
+    message.msg_iov = &vector;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    auto* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(header), &pair[1], sizeof(int));
+    ASSERT_EQ(sendmsg(peer.get(), &message, MSG_NOSIGNAL), 1);
+    std::array<std::uint8_t, 16> into{};
+    EXPECT_EQ(stream.receive(into, {}), 0U);
+}
+
+}  // namespace
+}  // namespace morvane

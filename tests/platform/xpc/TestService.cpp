@@ -1,0 +1,41 @@
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "EchoProtocol.h"
+
+/// A private service that echoes. Some texts make it end badly.
+namespace {
+
+using namespace morvane;
+
+class Service final : public Echo {
+  public:
+    void echo(std::string text, NSXPCReply<std::string, NSErrorRef> reply) override {
+        if (text == "die")
+            kill(getpid(), SIGKILL);
+        if (text == "pid")
+            text = std::to_string(getpid());
+        reply(std::move(text), nullptr);
+    }
+    void echoUrls(std::vector<NSURL> urls,
+                  NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override {
+        reply(std::move(urls), nullptr);
+    }
+    void echoData(NSData data, NSXPCReply<NSData> reply) override { reply(std::move(data)); }
+};
+
+}  // namespace
+
+int main() {
+    const auto listener = NSXPCListener::serviceListener();
+    if (!listener)
+        return 1;
+    listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& connection) {
+        connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        connection->setExportedObject<Echo>(std::make_shared<Service>());
+        connection->resume();
+        return true;
+    });
+    return listener->run();
+}
