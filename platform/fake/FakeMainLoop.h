@@ -26,7 +26,8 @@ class FakeMainLoop final : public MainLoop {
             const std::lock_guard lock(mutex_);
             tasks.swap(waiting_);
         }
-        for (auto& task : tasks) task();
+        for (auto& task : tasks)
+            task();
         return tasks.size();
     }
 

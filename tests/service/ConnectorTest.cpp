@@ -1,0 +1,385 @@
+#include <MorvaneOperation/MVConnector.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
+#include <MorvaneOperation/platform/host/Log.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "ServiceTestSupport.h"
+
+namespace morvane {
+namespace {
+
+constexpr std::chrono::seconds watchdog{30};
+
+class Connector : public MVConnector {
+  public:
+    static const NSClass& classObject() {
+        static const NSClass c{"Connector", &MVConnector::classObject(), nullptr};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+
+    EncodableClasses remoteEncodableClasses() override {
+        calls.push_back("remote");
+        return remote;
+    }
+    EncodableClasses exportedEncodableClasses() override {
+        calls.push_back("exported");
+        return exported;
+    }
+    void progressWithReply(NSXPCReply<bool> reply) override {
+        thread = std::this_thread::get_id();
+        reply(true);
+    }
+    void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
+                         NSXPCReply<bool> reply) override {
+        received = sizes;
+        reply(false);
+    }
+
+    EncodableClasses remote{{"getAclEntriesWithUrl:reply:", {&NSArrayClass, &NSURLClass}},
+                            {"setAclEntries:url:reply:", {&NSStringClass}}};
+    EncodableClasses exported{{"updateFileSizes:reply:", {&NSArrayClass}}};
+    std::vector<std::string> calls;
+    std::thread::id thread;
+    std::vector<std::shared_ptr<MVFileSizeItem>> received;
+};
+
+class BareConnector : public MVConnector {
+  public:
+    static const NSClass& classObject() {
+        static const NSClass c{"BareConnector", &MVConnector::classObject(), nullptr};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+};
+
+/// Takes the name of the abstract class.
+class Impostor : public MVConnector {
+  public:
+    static const NSClass& classObject() {
+        static const NSClass c{"MVConnector", &MVConnector::classObject(), nullptr};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+};
+
+template <class Function>
+std::pair<std::string, std::string> exceptionOf(Function function) {
+    try {
+        function();
+    } catch (const NSException& e) {
+        return {e.name(), e.reason()};
+    }
+    return {};
+}
+
+class MVConnectorTest : public AuthorizationTest {
+  protected:
+    MVConnectorTest() {
+        setLogSink([this](std::string_view line) {
+            const std::lock_guard lock(mutex);
+            log.emplace_back(line);
+            logged.notify_all();
+        });
+    }
+    ~MVConnectorTest() override { setLogSink({}); }
+
+    /// Waits until the queue has run what was submitted so far.
+    static void drain(DispatchQueue& queue) {
+        auto ran = std::make_shared<std::promise<void>>();
+        auto future = ran->get_future();
+        queue.async([ran] { ran->set_value(); });
+        ASSERT_EQ(future.wait_for(watchdog), std::future_status::ready);
+    }
+
+    /// Invalidates and waits until the connector has forgotten its connection and logged that.
+    void invalidateAndWait(NSXPCConnection& connection) {
+        connection.invalidate();
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(logged.wait_for(lock, watchdog, [this] { return !log.empty(); }));
+    }
+
+    /// The error that getAuthConnectionForRight() replies with, and where.
+    struct Reply {
+        NSErrorRef error;
+        std::thread::id thread;
+        bool onQueue = false;
+    };
+    Reply authorize(Connector& connector) {
+        auto promise = std::make_shared<std::promise<Reply>>();
+        auto future = promise->get_future();
+        connector.getAuthConnectionForRight(MVRightGetFileAcl, [&, promise](NSErrorRef error) {
+            promise->set_value({error, std::this_thread::get_id(), connector.queue()->isCurrent()});
+        });
+        repliedAtOnce = future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        EXPECT_EQ(future.wait_for(watchdog), std::future_status::ready);
+        return future.get();
+    }
+
+    std::mutex mutex;
+    std::condition_variable logged;
+    std::vector<std::string> log;
+    bool repliedAtOnce = false;
+};
+
+TEST_F(MVConnectorTest, TheAbstractClassCannotBeInstantiated) {
+    EXPECT_EQ(exceptionOf([] { MVConnector::init<MVConnector>(); }),
+              (std::pair<std::string, std::string>{
+                  "MVAbstractClassCreation",
+                  "An instance of the abstract class MVConnector cannot be created."}));
+}
+
+TEST_F(MVConnectorTest, AClassOfTheSameNameIsRefusedToo) {
+    EXPECT_EQ(exceptionOf([] { MVConnector::init<Impostor>(); }).first, "MVAbstractClassCreation");
+}
+
+TEST_F(MVConnectorTest, ASubclassGetsAQueueAndAResponderThatKnowsIt) {
+    const auto connector = MVConnector::init<Connector>();
+    EXPECT_FALSE(connector->queue()->label());
+    EXPECT_EQ(connector->responder()->connector(), connector);
+    EXPECT_FALSE(connector->authConnection());
+    EXPECT_EQ(MVConnector::initWithQueueLabel<Connector>("label")->queue()->label(), "label");
+}
+
+TEST_F(MVConnectorTest, EachAbstractMethodNamesTheSubclassAndItself) {
+    const auto connector = MVConnector::init<BareConnector>();
+    const auto reason = [](const char* method) {
+        return std::pair<std::string, std::string>{
+            "MVAbstractMethodNotOverridden",
+            std::string("Subclass BareConnector must override method -[MVConnector ") + method +
+                "] of the base class MVConnector."};
+    };
+    bool replied = false;
+    const auto reply = [&](bool) { replied = true; };
+    EXPECT_EQ(exceptionOf([&] { connector->remoteEncodableClasses(); }),
+              reason("remoteEncodableClasses"));
+    EXPECT_EQ(exceptionOf([&] { connector->exportedEncodableClasses(); }),
+              reason("exportedEncodableClasses"));
+    EXPECT_EQ(exceptionOf([&] { connector->progressWithReply(reply); }),
+              reason("progressWithReply:"));
+    EXPECT_EQ(exceptionOf([&] { connector->updateFileSizes({}, reply); }),
+              reason("updateFileSizes:reply:"));
+    EXPECT_FALSE(replied);
+}
+
+TEST_F(MVConnectorTest, AConnectionWhoseTableIsMissingStaysStoredAndUnconfigured) {
+    const auto connector = MVConnector::init<BareConnector>();
+    EXPECT_EQ(exceptionOf([&] { connector->connection(); }).first, "MVAbstractMethodNotOverridden");
+    const auto stored = connector->connection();
+    ASSERT_TRUE(stored);
+    EXPECT_FALSE(stored->remoteObjectInterface());
+    EXPECT_FALSE(stored->exportedInterface());
+}
+
+TEST_F(MVConnectorTest, TheFileServiceConnectionIsConfiguredAndKept) {
+    const auto connector = MVConnector::init<Connector>();
+    const auto connection = connector->connection();
+    EXPECT_EQ(connection->serviceName(), MVApplicationIdentifierPrefix ".FileService");
+    EXPECT_EQ(connection->remoteObjectInterface()->classesForSelector(
+                  "getAclEntriesWithUrl:reply:", 0, true),
+              (NSClassSet{&NSArrayClass, &NSURLClass}));
+    EXPECT_EQ(connection->remoteObjectInterface()->classesForSelector("setAclEntries:url:reply:", 0,
+                                                                      true),
+              NSClassSet{&NSStringClass});
+    EXPECT_EQ(
+        connection->exportedInterface()->classesForSelector("updateFileSizes:reply:", 0, false),
+        NSClassSet{&NSArrayClass});
+    EXPECT_EQ(connection->exportedObject().get(),
+              static_cast<MVFileResponse*>(connector->responder().get()));
+    EXPECT_TRUE(connection->hasInvalidationHandler());
+    EXPECT_EQ(connector->connection(), connection);
+}
+
+TEST_F(MVConnectorTest, EachTableIsAskedForItsKeysAndAgainForEachOfThem) {
+    const auto connector = MVConnector::init<Connector>();
+    connector->connection();
+    EXPECT_EQ(connector->calls,
+              (std::vector<std::string>{"remote", "remote", "remote", "exported", "exported"}));
+}
+
+TEST_F(MVConnectorTest, EmptyTablesLeaveTheDefaults) {
+    const auto connector = MVConnector::init<Connector>();
+    connector->remote.clear();
+    connector->exported.clear();
+    EXPECT_EQ(connector->connection()->remoteObjectInterface()->classesForSelector(
+                  "getAclEntriesWithUrl:reply:", 0, true),
+              propertyListClasses());
+}
+
+TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAndLogged) {
+    const auto connector = MVConnector::init<Connector>();
+    const auto first = connector->connection();
+    invalidateAndWait(*first);
+    EXPECT_NE(connector->connection(), first);
+    EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
+}
+
+TEST_F(MVConnectorTest, TheEndOfAConnectorInvalidatesBothWithoutALine) {
+    auto connector = MVConnector::init<Connector>();
+    const auto file = connector->connection();
+    ASSERT_FALSE(authorize(*connector).error);
+    const auto auth = connector->authConnection();
+    drain(*connector->queue());
+    connector.reset();
+    for (const auto& connection : {file, auth}) {
+        const auto end = std::chrono::steady_clock::now() + watchdog;
+        while (connection->hasInvalidationHandler() && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        EXPECT_FALSE(connection->hasInvalidationHandler());
+    }
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(MVConnectorTest, ThePrivilegedConnectionIsBuiltOnTheQueueOnceTheRightIsHeld) {
+    const auto connector = MVConnector::init<Connector>();
+    const auto reply = authorize(*connector);
+    EXPECT_FALSE(reply.error);
+    EXPECT_TRUE(reply.onQueue);
+    ASSERT_TRUE(connector->authConnection());
+    EXPECT_EQ(connector->authConnection()->serviceName(),
+              MVApplicationIdentifierPrefix ".PrivilegedHelper");
+    EXPECT_TRUE(connector->authConnection()->remoteObjectInterface());
+    EXPECT_TRUE(connector->authConnection()->exportedInterface());
+    EXPECT_EQ(connector->authConnection()->exportedObject().get(),
+              static_cast<MVFileResponse*>(connector->responder().get()));
+}
+
+TEST_F(MVConnectorTest, WithAPrivilegedConnectionItAuthorizesAgainAndRepliesOnTheCallersThread) {
+    const auto connector = MVConnector::init<Connector>();
+    authorize(*connector);
+    const auto held = connector->authConnection();
+    const auto reply = authorize(*connector);
+    EXPECT_TRUE(repliedAtOnce);
+    EXPECT_FALSE(reply.error);
+    EXPECT_EQ(reply.thread, std::this_thread::get_id());
+    EXPECT_EQ(services->copies.size(), 2u);
+    EXPECT_EQ(connector->authConnection(), held);
+}
+
+TEST_F(MVConnectorTest, ARefusedRightRepliesTheErrorOnTheCallersThreadAndBuildsNothing) {
+    services->copyStatus = errAuthorizationDenied;
+    const auto connector = MVConnector::init<Connector>();
+    const auto reply = authorize(*connector);
+    EXPECT_TRUE(repliedAtOnce);
+    ASSERT_TRUE(reply.error);
+    EXPECT_EQ(reply.error->code(), errAuthorizationDenied);
+    EXPECT_EQ(reply.thread, std::this_thread::get_id());
+    EXPECT_FALSE(connector->authConnection());
+}
+
+TEST_F(MVConnectorTest, WithoutAnAuthorizationItRepliesWithoutAnErrorAndBuildsNothing) {
+    services->createStatus = errAuthorizationInternal;
+    const auto connector = MVConnector::init<Connector>();
+    EXPECT_FALSE(authorize(*connector).error);
+    EXPECT_FALSE(connector->authConnection());
+}
+
+TEST_F(MVConnectorTest, TwoBuildsCloseTogetherLeaveTheLater) {
+    const auto connector = MVConnector::init<Connector>();
+    std::promise<void> open;
+    connector->queue()->async([gate = open.get_future().share()] { gate.wait(); });
+    std::vector<std::shared_ptr<NSXPCConnection>> seen;
+    for (int i = 0; i < 2; ++i) {
+        connector->getAuthConnectionForRight(
+            MVRightGetFileAcl, [&](NSErrorRef) { seen.push_back(connector->authConnection()); });
+    }
+    open.set_value();
+    drain(*connector->queue());
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_NE(seen[0], seen[1]);
+    EXPECT_EQ(connector->authConnection(), seen[1]);
+}
+
+TEST_F(MVConnectorTest, AReplacedPrivilegedConnectionThatEndsTakesTheCurrentOneWithIt) {
+    const auto connector = MVConnector::init<Connector>();
+    authorize(*connector);
+    const auto replaced = connector->authConnection();
+    connector->setAuthConnection(nullptr);
+    authorize(*connector);
+    const auto current = connector->authConnection();
+    invalidateAndWait(*replaced);
+    EXPECT_FALSE(current->hasInvalidationHandler());
+    EXPECT_FALSE(connector->authConnection());
+    EXPECT_EQ(log, std::vector<std::string>{"Permissions privileged connection invalidated!"});
+}
+
+TEST_F(MVConnectorTest, TheResponderForwardsOnTheThreadThatItIsCalledOn) {
+    const auto connector = MVConnector::init<Connector>();
+    bool goOn = false;
+    connector->responder()->progressWithReply([&](bool yes) { goOn = yes; });
+    EXPECT_TRUE(goOn);
+    EXPECT_EQ(connector->thread, std::this_thread::get_id());
+    const auto item = MVFileSizeItem::initWithSize(7);
+    connector->responder()->updateFileSizes({item}, [&](bool yes) { goOn = yes; });
+    EXPECT_FALSE(goOn);
+    ASSERT_EQ(connector->received.size(), 1u);
+    EXPECT_EQ(connector->received[0], item);
+}
+
+TEST_F(MVConnectorTest, ACallbackAfterTheConnectorsEndIsDropped) {
+    auto connector = MVConnector::init<Connector>();
+    const auto responder = connector->responder();
+    connector.reset();
+    bool replied = false;
+    responder->progressWithReply([&](bool) { replied = true; });
+    responder->updateFileSizes({}, [&](bool) { replied = true; });
+    EXPECT_FALSE(replied);
+    EXPECT_FALSE(responder->connector());
+}
+
+TEST(MVFileRequest, HasTheMessagesOfTheProtocolWithTheirArgumentsAndRights) {
+    struct Expected {
+        const char* selector;
+        std::size_t arguments;
+        std::size_t replyArguments;
+        const char* right;
+    };
+    constexpr Expected expected[] = {
+        {"getAclEntriesWithUrl:reply:", 1, 2, ".GetFileAcl"},
+        {"getAclAccessWithUrl:uuid:reply:", 2, 2, ".GetFileAccess"},
+        {"setAclEntries:url:reply:", 2, 1, ".SetFileAcl"},
+        {"propagateAclEntries:url:reply:", 2, 1, ".PropagateFileAcl"},
+        {"renameUrls:names:reply:", 2, 3, ".RenameFiles"},
+        {"getSizesWithUrls:reply:", 1, 2, ".GetFileSize"},
+        {"getContentsOfDirectory:indexPath:reply:", 2, 2, ".GetFileSize"},
+    };
+    const auto& messages = protocolDescription<MVFileRequest>().messages;
+    ASSERT_EQ(messages.size(), std::size(expected));
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        EXPECT_EQ(messages[i].selector, expected[i].selector);
+        EXPECT_EQ(messages[i].arguments.size(), expected[i].arguments);
+        EXPECT_EQ(messages[i].replyArguments.size(), expected[i].replyArguments);
+        EXPECT_EQ(MVFileRequestRights[i].selector, expected[i].selector);
+        EXPECT_EQ(MVFileRequestRights[i].right,
+                  MVApplicationIdentifierPrefix + std::string(expected[i].right));
+    }
+}
+
+TEST(MVFileRequest, RepliesOfErrorsAloneTakeTheirClassesAtPositionZero) {
+    const auto interface = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
+    for (const char* selector : {"setAclEntries:url:reply:", "propagateAclEntries:url:reply:"}) {
+        const auto& classes = interface->classesForSelector(selector, 0, true);
+        EXPECT_NE(std::find(classes.begin(), classes.end(), &NSError::classObject()),
+                  classes.end());
+    }
+}
+
+TEST(MVFileResponse, HasTheTwoCallbacks) {
+    const auto& messages = protocolDescription<MVFileResponse>().messages;
+    ASSERT_EQ(messages.size(), 2u);
+    EXPECT_EQ(messages[0].selector, "progressWithReply:");
+    EXPECT_EQ(messages[0].arguments.size(), 0u);
+    EXPECT_EQ(messages[0].replyArguments.size(), 1u);
+    EXPECT_EQ(messages[1].selector, "updateFileSizes:reply:");
+    EXPECT_EQ(messages[1].arguments.size(), 1u);
+    EXPECT_EQ(messages[1].replyArguments.size(), 1u);
+}
+
+}  // namespace
+}  // namespace morvane
