@@ -4,7 +4,8 @@
 
 #include "EchoProtocol.h"
 
-/// A private service that echoes. Some texts make it end badly.
+/// A service that echoes: a private one, or an activated one if it is given an argument. Some texts
+/// make it end badly.
 namespace {
 
 using namespace morvane;
@@ -27,10 +28,12 @@ class Service final : public Echo {
 
 }  // namespace
 
-int main() {
-    const auto listener = NSXPCListener::serviceListener();
+int main(int count, char**) {
+    const auto listener =
+        count > 1 ? NSXPCListener::activatedListener() : NSXPCListener::serviceListener();
     if (!listener)
         return 1;
+    listener->setIdleTimeout(1);
     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& connection) {
         connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
         connection->setExportedObject<Echo>(std::make_shared<Service>());
