@@ -65,8 +65,13 @@ class MORVANE_EXPORT NSObservable : public NSObject {
 
     /// To be called last in every setter of `property`.
     void didChangeValueForKey(const NSKeyPath& property) {
-        if (count_ != 0)
+        // One observer, nearly always: nothing is left to do once it was told, whatever it does.
+        if (count_ == 1 && telling_ == 0) {
+            if (&first_.keyPath->property() == &property)
+                first_.observer->observeValueForKeyPath(*first_.keyPath, *first_.origin);
+        } else if (count_ != 0) {
             notify(property);
+        }
     }
 
   private:
