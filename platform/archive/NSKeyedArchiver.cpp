@@ -19,9 +19,12 @@ class ObjectTable {
         if (slots_.size() < 2 * (count_ + 1))
             grow();
         auto& slot = find(object);
-        if (slot.object)
-            return {slot.uid, false};
-        slot = {object, nextUID};
+        if (slot != free)
+            return {slot, false};
+        slot = nextUID;
+        if (addresses_.size() <= nextUID)
+            addresses_.resize(nextUID + 1);
+        addresses_[nextUID] = object;
         ++count_;
         return {nextUID, true};
     }
@@ -29,37 +32,39 @@ class ObjectTable {
     void clear() {
         if (count_ == 0)
             return;
-        slots_.assign(slots_.size() > keptSlots ? 0 : slots_.size(), Slot{});
+        slots_.assign(slots_.size() > keptSlots ? 0 : slots_.size(), free);
+        addresses_.clear();
         count_ = 0;
     }
 
   private:
-    struct Slot {
-        const void* object = nullptr;
-        std::uint32_t uid = 0;
-    };
     static constexpr std::size_t keptSlots = 64;
+    /// The UID of "$null".
+    static constexpr std::uint32_t free = 0;
 
-    Slot& find(const void* object) {
+    std::uint32_t& find(const void* object) {
+        // Neighbours in memory, which are often written one after the other, stay neighbours.
+        const auto address = reinterpret_cast<std::uintptr_t>(object);
         const auto mask = slots_.size() - 1;
-        auto i = (reinterpret_cast<std::uintptr_t>(object) >> 4) * 0x9E3779B97F4A7C15u >> 20;
-        for (;; ++i) {
+        for (auto i = address >> 4 ^ address >> 12 ^ address >> 20;; ++i) {
             auto& slot = slots_[i & mask];
-            if (!slot.object || slot.object == object)
+            if (slot == free || addresses_[slot] == object)
                 return slot;
         }
     }
 
     void grow() {
-        std::vector<Slot> old = std::move(slots_);
-        slots_.assign(old.empty() ? 16 : old.size() * 4, Slot{});
-        for (const auto& slot : old) {
-            if (slot.object)
-                find(slot.object) = slot;
+        slots_.assign(slots_.empty() ? 16 : slots_.size() * 4, free);
+        for (std::size_t uid = 0; uid < addresses_.size(); ++uid) {
+            if (addresses_[uid])
+                find(addresses_[uid]) = static_cast<std::uint32_t>(uid);
         }
     }
 
-    std::vector<Slot> slots_;
+    /// UIDs, by the hash of the address.
+    std::vector<std::uint32_t> slots_;
+    /// By UID; null for what is no object.
+    std::vector<const void*> addresses_;
     std::size_t count_ = 0;
 };
 
@@ -147,6 +152,8 @@ std::vector<std::unique_ptr<State>>& spareStates() {
 }
 
 constexpr std::size_t maxSpareStates = 4;
+/// From here on an array has room made for it.
+constexpr std::size_t largeArray = 1024;
 
 }  // namespace
 
@@ -220,8 +227,8 @@ void NSKeyedArchiver::encodeUUID(const std::optional<NSUUID>& value, std::string
 
 void NSKeyedArchiver::encodeURL(const std::optional<NSURL>& value, std::string_view key) {
     if (value) {
+        state_->pending.push_back(state_->list.sharedString(key));
         encodeURLValue(*value);
-        state_->pending.insert(state_->pending.end() - 1, state_->list.sharedString(key));
     } else {
         state_->put(key, state_->nil());
     }
@@ -292,8 +299,8 @@ void NSKeyedArchiver::appendErrorValue(const NSErrorValue& value) {
 }
 
 void NSKeyedArchiver::encodeObject(const NSObject* value, std::string_view key) {
+    state_->pending.push_back(state_->list.sharedString(key));
     appendObject(value);
-    state_->pending.insert(state_->pending.end() - 1, state_->list.sharedString(key));
 }
 
 void NSKeyedArchiver::encodeObjects(std::span<const std::shared_ptr<NSObject>> values,
@@ -337,8 +344,13 @@ NSData NSKeyedArchiver::finishEncoding() {
 }
 
 void NSKeyedArchiver::beginArray(std::size_t count) {
-    state_->arrays.push_back(state_->pending.size());
-    state_->pending.reserve(state_->pending.size() + count);
+    auto& state = *state_;
+    state.arrays.push_back(state.pending.size());
+    if (count < largeArray)
+        return;
+    state.pending.reserve(state.pending.size() + count + 2 * largeArray);
+    state.objects.reserve(state.objects.size() + count + largeArray);
+    state.list.reserveMore(count);
 }
 
 void NSKeyedArchiver::appendObject(const NSObject* value) {

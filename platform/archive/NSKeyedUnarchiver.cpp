@@ -20,14 +20,33 @@ using Value = PropertyListReader::Value;
     throw NSArchiveFailure(key, what);
 }
 
-bool equals(const Value& value, std::string_view text) {
-    return value.kind == Kind::ascii && value.count == text.size() &&
-           std::memcmp(value.bytes, text.data(), text.size()) == 0;
+std::string_view asciiText(const Value& value) {
+    return {reinterpret_cast<const char*>(value.bytes), std::size_t{value.count}};
 }
 
-std::string_view asciiText(const Value& value) {
-    return {reinterpret_cast<const char*>(value.bytes), static_cast<std::size_t>(value.count)};
-}
+/// What a look-up has found, if anything; an optional that fits into two registers.
+class Found {
+  public:
+    Found() : value_{notFound, 0, {}} {}
+    Found(const Value& value) : value_(value) {}
+    explicit operator bool() const { return value_.kind != notFound; }
+    const Value& operator*() const { return value_; }
+    const Value* operator->() const { return &value_; }
+
+  private:
+    static constexpr auto notFound = static_cast<Kind>(0xff);
+    Value value_;
+};
+
+/// A dictionary whose keys are read once: every look-up passes all of them.
+struct Dictionary {
+    explicit Dictionary(const Value& v) : value(v) {}
+
+    Value value;
+    bool keysAreRead = false;
+    /// As many as an object of ours has; those of a larger one are read each time.
+    std::array<PropertyListReader::Text, 12> keys;
+};
 
 /// The property-list classes under the other names that archivers give them.
 struct Alias {
@@ -84,11 +103,11 @@ struct NSKeyedUnarchiver::State {
     PropertyListReader list;
     NSDecodingBudget ownBudget;
     NSDecodingBudget& budget;
-    Value top;
     Value objects;
-    /// The dictionary that keys are looked up in.
-    Value current;
-    std::array<Slot, 24> fewSlots;
+    std::optional<Dictionary> top;
+    /// What keys are looked up in.
+    Dictionary* current = nullptr;
+    std::array<Slot, 12> fewSlots;
     std::vector<Slot> manySlots;
     std::array<CheckedClass, 8> checkedClasses{};
     std::size_t checkedClassCount = 0;
@@ -100,21 +119,38 @@ struct NSKeyedUnarchiver::State {
     Slot& slot(std::uint64_t uid) { return manySlots.empty() ? fewSlots[uid] : manySlots[uid]; }
 
     /// The value of `key` in `current`; empty if there is none.
-    std::optional<Value> find(std::string_view key) { return find(current, key, key); }
+    Found find(std::string_view key) { return find(*current, key, key); }
 
-    std::optional<Value> find(const Value& dictionary, std::string_view key,
-                              std::string_view context) {
-        if (dictionary.count > maxKeys)
+    Found find(Dictionary& dictionary, std::string_view key, std::string_view context) {
+        const auto count = dictionary.value.count;
+        if (count > maxKeys)
             fail(context, "an object has too many keys");
-        std::optional<Value> found;
-        for (std::uint64_t i = 0; i < dictionary.count; ++i) {
-            if (!list.isText(dictionary, i, key))
-                continue;
-            if (found)
-                fail(context, "the key stands there twice");
-            found = list.valueOf(dictionary, i);
+        if (count > dictionary.keys.size()) {
+            return find(dictionary.value, context,
+                        [&](std::uint64_t i) { return list.text(dictionary.value, i) == key; });
         }
-        return found;
+        if (!dictionary.keysAreRead) {
+            for (std::uint64_t i = 0; i < count; ++i)
+                dictionary.keys[i] = list.text(dictionary.value, i);
+            dictionary.keysAreRead = true;
+        }
+        return find(dictionary.value, context,
+                    [&](std::uint32_t i) { return dictionary.keys[i] == key; });
+    }
+
+    template <class IsKey>
+    Found find(const Value& dictionary, std::string_view context, IsKey&& isKey) {
+        auto found = dictionary.count;
+        for (std::uint32_t i = 0; i < dictionary.count; ++i) {
+            if (!isKey(i))
+                continue;
+            if (found != dictionary.count)
+                fail(context, "the key stands there twice");
+            found = i;
+        }
+        if (found == dictionary.count)
+            return {};
+        return list.valueOf(dictionary, found);
     }
 
     void spendObject(std::string_view key) {
@@ -146,9 +182,9 @@ struct NSKeyedUnarchiver::State {
     bool isNil(const Value& reference, std::string_view key) { return uid(reference, key) == 0; }
 
     /// The one of `classes` that the object `dictionary` is of; refuses every other.
-    const NSClass& classOf(const Value& dictionary, const NSClassSet& classes,
+    const NSClass& classOf(Dictionary& dictionary, const NSClassSet& classes,
                            std::string_view key) {
-        if (dictionary.kind != Kind::dictionary)
+        if (dictionary.value.kind != Kind::dictionary)
             fail(key, "an object was expected");
         const auto reference = find(dictionary, "$class", key);
         if (!reference)
@@ -175,9 +211,9 @@ struct NSKeyedUnarchiver::State {
         fail(key, "an object of class \"" + shown + "\" is not allowed there");
     }
 
-    const NSClass& checkClass(const Value& description, const NSClassSet& classes,
-                              std::string_view key) {
-        if (description.kind != Kind::dictionary)
+    const NSClass& checkClass(const Value& value, const NSClassSet& classes, std::string_view key) {
+        Dictionary description(value);
+        if (value.kind != Kind::dictionary)
             fail(key, "a class is malformed");
         const auto name = find(description, "$classname", key);
         const auto ancestry = find(description, "$classes", key);
@@ -186,7 +222,7 @@ struct NSKeyedUnarchiver::State {
         }
         std::uint64_t next = 0;
         const auto expect = [&](std::string_view ancestor) {
-            if (next >= ancestry->count || !list.isText(*ancestry, next++, ancestor)) {
+            if (next >= ancestry->count || !(list.text(*ancestry, next++) == ancestor)) {
                 fail(key, "a class claims an ancestry that is not its own");
             }
         };
@@ -224,9 +260,8 @@ struct NSKeyedUnarchiver::State {
         }
         if (value.kind != Kind::utf16)
             fail(key, "a text was expected");
-        spendBytes(value.count * 2, key);
-        auto utf8 =
-            utf8FromUtf16BigEndian({value.bytes, static_cast<std::size_t>(value.count * 2)});
+        spendBytes(std::uint64_t{value.count} * 2, key);
+        auto utf8 = utf8FromUtf16BigEndian({value.bytes, std::size_t{value.count} * 2});
         if (!utf8)
             fail(key, "a text is not Unicode");
         return std::move(*utf8);
@@ -241,11 +276,11 @@ struct NSKeyedUnarchiver::State {
     NSDataView bytes(const Value& value, std::string_view key) {
         if (value.kind != Kind::data)
             fail(key, "data was expected");
-        return {value.bytes, static_cast<std::size_t>(value.count)};
+        return {value.bytes, std::size_t{value.count}};
     }
 
     NSURL url(const Value& reference, std::string_view key) {
-        const auto object = follow(reference, key);
+        Dictionary object(follow(reference, key));
         static const NSClassSet classes{&NSURLClass};
         classOf(object, classes, key);
         const auto base = find(object, "NS.base", key);
@@ -261,7 +296,7 @@ struct NSKeyedUnarchiver::State {
     }
 
     /// The elements ("NS.objects") of an array or dictionary object, as references.
-    Value elements(const Value& object, std::string_view member, std::string_view key) {
+    Value elements(Dictionary& object, std::string_view member, std::string_view key) {
         const auto values = find(object, member, key);
         if (!values || values->kind != Kind::array)
             fail(key, "an array is malformed");
@@ -272,7 +307,7 @@ struct NSKeyedUnarchiver::State {
     }
 
     Value array(const Value& reference, std::string_view key) {
-        const auto object = follow(reference, key);
+        Dictionary object(follow(reference, key));
         static const NSClassSet classes{&NSArrayClass};
         classOf(object, classes, key);
         return elements(object, "NS.objects", key);
@@ -288,11 +323,20 @@ struct NSKeyedUnarchiver::State {
         ~Depth() { ++budget.depth; }
     };
 
+    /// While it exists, keys are looked up in `dictionary`.
+    struct Within {
+        State& state;
+        Dictionary* const outer;
+        Within(State& s, Dictionary& dictionary)
+            : state(s), outer(std::exchange(s.current, &dictionary)) {}
+        ~Within() { state.current = outer; }
+    };
+
     NSErrorRef error(const Value& reference, std::string_view key) {
         if (isNil(reference, key))
             return nullptr;
         const Depth depth(budget, key);
-        const auto object = follow(reference, key);
+        Dictionary object(follow(reference, key));
         static const NSClassSet classes{&NSError::classObject()};
         classOf(object, classes, key);
         const auto domain = find(object, "NSDomain", key);
@@ -302,7 +346,7 @@ struct NSKeyedUnarchiver::State {
         NSErrorUserInfo userInfo;
         const auto info = find(object, "NSUserInfo", key);
         if (info && !isNil(*info, key)) {
-            const auto dictionary = follow(*info, key);
+            Dictionary dictionary(follow(*info, key));
             static const NSClassSet dictionaryClasses{&NSDictionaryClass};
             classOf(dictionary, dictionaryClasses, key);
             const auto names = elements(dictionary, "NS.keys", key);
@@ -329,8 +373,9 @@ struct NSKeyedUnarchiver::State {
             return integer(value, key);
         if (value.kind != Kind::dictionary)
             return text(value, key);
+        Dictionary object(value);
         static const NSClassSet classes{&NSURLClass, &NSError::classObject()};
-        if (&classOf(value, classes, key) == &NSURLClass)
+        if (&classOf(object, classes, key) == &NSURLClass)
             return url(reference, key);
         return error(reference, key);
     }
@@ -339,20 +384,20 @@ struct NSKeyedUnarchiver::State {
     State(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
         : list(data), ownBudget(own), budget(outer ? *outer : ownBudget) {
         spendBytes(data.size(), "root");
-        const auto root = list.value(list.root());
-        if (root.kind != Kind::dictionary)
+        Dictionary root(list.value(list.root()));
+        if (root.value.kind != Kind::dictionary)
             fail("root", "it is not a keyed archive");
         const auto version = find(root, "$version", "$version");
         const auto archiver = find(root, "$archiver", "$archiver");
         const auto topValue = find(root, "$top", "$top");
         const auto objectsValue = find(root, "$objects", "$objects");
         if (!version || version->kind != Kind::integer || version->bits != 100000 || !archiver ||
-            !equals(*archiver, "NSKeyedArchiver") || !topValue ||
-            topValue->kind != Kind::dictionary || !objectsValue ||
+            archiver->kind != Kind::ascii || asciiText(*archiver) != "NSKeyedArchiver" ||
+            !topValue || topValue->kind != Kind::dictionary || !objectsValue ||
             objectsValue->kind != Kind::array || objectsValue->count == 0) {
             fail("root", "it is not a keyed archive");
         }
-        top = current = *topValue;
+        current = &top.emplace(*topValue);
         objects = *objectsValue;
         if (objects.count > fewSlots.size()) {
             if (objects.count > budget.objects) {
@@ -404,7 +449,7 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::unarchivedObjectOfClasses(const NSC
 }
 
 bool NSKeyedUnarchiver::containsValueForKey(std::string_view key) {
-    return reading(key, [&] { return state_->find(key).has_value(); });
+    return reading(key, [&] { return static_cast<bool>(state_->find(key)); });
 }
 
 bool NSKeyedUnarchiver::decodeBool(std::string_view key) {
@@ -470,7 +515,7 @@ std::optional<NSUUID> NSKeyedUnarchiver::decodeUUID(std::string_view key) {
         const auto value = state_->find(key);
         if (!value || state_->isNil(*value, key))
             return std::nullopt;
-        const auto object = state_->follow(*value, key);
+        Dictionary object(state_->follow(*value, key));
         static const NSClassSet classes{&NSUUIDClass};
         state_->classOf(object, classes, key);
         const auto bytes = state_->find(object, "NS.uuidbytes", key);
@@ -498,7 +543,7 @@ NSIndexPath NSKeyedUnarchiver::decodeIndexPath(std::string_view key) {
         const auto value = state_->find(key);
         if (!value || state_->isNil(*value, key))
             return path;
-        const auto object = state_->follow(*value, key);
+        Dictionary object(state_->follow(*value, key));
         static const NSClassSet classes{&NSIndexPathClass};
         state_->classOf(object, classes, key);
         const auto length = state_->find(object, "NSIndexPathLength", key);
@@ -549,7 +594,7 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
         return nullptr;
     auto& state = *state_;
     state.spendObject(key);
-    const auto dictionary = state.list.element(state.objects, uid);
+    Dictionary dictionary(state.list.element(state.objects, uid));
     const auto& c = state.classOf(dictionary, classes, key);
     auto& slot = state.slot(uid);
     if (slot.progress == Progress::decoded)
@@ -560,14 +605,13 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
         State::refuse(c.name, key);
     const State::Depth depth(state.budget, key);
     slot.progress = Progress::beingDecoded;
-    const auto outer = std::exchange(state.current, dictionary);
+    const State::Within within(state, dictionary);
     try {
         slot.object = c.initWithCoder(*this);
     } catch (const NSException& e) {
         fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
                       e.reason() + ")");
     }
-    state.current = outer;
     slot.progress = Progress::decoded;
     return slot.object;
 }

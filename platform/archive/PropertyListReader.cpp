@@ -1,11 +1,11 @@
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
 
 #include <cstring>
+#include <limits>
 
 namespace morvane {
 namespace {
 
-constexpr std::size_t magicSize = 8;
 constexpr std::size_t trailerSize = 32;
 
 bool isIntegerSize(unsigned size) {
@@ -42,7 +42,7 @@ PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : be
     table_ = begin_ + table;
 }
 
-PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
+PropertyListReader::Value PropertyListReader::anyValue(std::uint64_t ref) const {
     if (ref >= count_)
         throw PropertyListDamage("a reference is out of range");
     const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
@@ -59,24 +59,26 @@ PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
     const unsigned low = marker & 0x0F;
 
     Value value;
-    const auto readCount = [&] {
-        value.count = low;
-        if (low != 15)
-            return;
-        need(1);
-        const std::uint8_t sizeMarker = *p++;
-        if ((sizeMarker & 0xF0) != 0x10 || (sizeMarker & 0x0F) > 3) {
-            throw PropertyListDamage("a count is malformed");
+    // The count, then what it counts, `size` bytes each; no product overflows.
+    const auto readCounted = [&](Kind kind, std::uint64_t size) {
+        std::uint64_t count = low;
+        if (low == 15) {
+            need(1);
+            const std::uint8_t sizeMarker = *p++;
+            if ((sizeMarker & 0xF0) != 0x10 || (sizeMarker & 0x0F) > 3) {
+                throw PropertyListDamage("a count is malformed");
+            }
+            const unsigned countSize = 1u << (sizeMarker & 0x0F);
+            need(countSize);
+            count = bigEndian(p, countSize);
+            p += countSize;
         }
-        const unsigned size = 1u << (sizeMarker & 0x0F);
-        need(size);
-        value.count = bigEndian(p, size);
-        p += size;
-    };
-    // The bytes that follow, `size` for each of the count; no product overflows.
-    const auto readBytes = [&](std::uint64_t size) {
-        if (value.count > left() / size)
+        if (count > left() / size)
             throw PropertyListDamage("a value is cut off");
+        if (count > std::numeric_limits<std::uint32_t>::max())
+            throw PropertyListDamage("a value is too long");
+        value.kind = kind;
+        value.count = static_cast<std::uint32_t>(count);
         value.bytes = p;
     };
 
@@ -115,19 +117,13 @@ PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
             }
             return value;
         case 0x4:
-            value.kind = Kind::data;
-            readCount();
-            readBytes(1);
+            readCounted(Kind::data, 1);
             return value;
         case 0x5:
-            value.kind = Kind::ascii;
-            readCount();
-            readBytes(1);
+            readCounted(Kind::ascii, 1);
             return value;
         case 0x6:
-            value.kind = Kind::utf16;
-            readCount();
-            readBytes(2);
+            readCounted(Kind::utf16, 2);
             return value;
         case 0x8: {
             const unsigned size = low + 1;
@@ -140,14 +136,10 @@ PropertyListReader::Value PropertyListReader::value(std::uint64_t ref) const {
         }
         case 0xA:
         case 0xC:
-            value.kind = Kind::array;
-            readCount();
-            readBytes(refSize_);
+            readCounted(Kind::array, refSize_);
             return value;
         case 0xD:
-            value.kind = Kind::dictionary;
-            readCount();
-            readBytes(std::uint64_t{refSize_} * 2);
+            readCounted(Kind::dictionary, std::uint64_t{refSize_} * 2);
             return value;
         default:
             throw PropertyListDamage("a value is of an unknown type");

@@ -37,21 +37,66 @@ class PropertyListReader {
         array,
         dictionary
     };
+    /// Small enough for two registers.
     struct Value {
         Kind kind = Kind::null;
         /// Bytes of data and ascii, units of utf16, elements of an array, pairs of a dictionary.
-        std::uint64_t count = 0;
-        /// The value of a boolean, integer or UID; the bits of a real or date.
-        std::uint64_t bits = 0;
-        /// The bytes, units or references.
-        const std::uint8_t* bytes = nullptr;
+        std::uint32_t count = 0;
+        union {
+            /// The value of a boolean, integer or UID; the bits of a real or date.
+            std::uint64_t bits = 0;
+            /// The bytes, units or references of what has a count.
+            const std::uint8_t* bytes;
+        };
     };
+    static_assert(sizeof(Value) == 16);
 
     explicit PropertyListReader(std::span<const std::uint8_t> bytes);
 
     std::uint64_t root() const { return root_; }
     std::uint64_t valueCount() const { return count_; }
-    Value value(std::uint64_t ref) const;
+    Value value(std::uint64_t ref) const {
+        // Most values are short and well-formed; all others are looked at in full.
+        if (ref >= count_)
+            return anyValue(ref);
+        const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
+        const auto end = static_cast<std::uint64_t>(table_ - begin_);
+        if (offset < magicSize || offset >= end)
+            return anyValue(ref);
+        const auto* const p = begin_ + offset;
+        const auto left = end - offset - 1;
+        const unsigned low = *p & 0x0Fu;
+        const auto counted = [&](Kind kind) {
+            Value value{kind, low, {}};
+            value.bytes = p + 1;
+            return value;
+        };
+        switch (*p >> 4) {
+            case 0x1:
+                if (low > 3 || (1u << low) > left)
+                    break;
+                return {Kind::integer, 0, {bigEndian(p + 1, 1u << low)}};
+            case 0x5:
+                if (low == 15 || low > left)
+                    break;
+                return counted(Kind::ascii);
+            case 0x8:
+                if (low >= 8 || low >= left)
+                    break;
+                return {Kind::uid, 0, {bigEndian(p + 1, low + 1)}};
+            case 0xA:
+                if (low == 15 || low * std::uint64_t{refSize_} > left)
+                    break;
+                return counted(Kind::array);
+            case 0xD:
+                if (low == 15 || low * std::uint64_t{refSize_} * 2 > left)
+                    break;
+                return counted(Kind::dictionary);
+            default:
+                break;
+        }
+        return anyValue(ref);
+    }
 
     /// The i-th element; i < array.count.
     Value element(const Value& array, std::uint64_t i) const { return value(reference(array, i)); }
@@ -59,31 +104,61 @@ class PropertyListReader {
         return value(reference(dictionary, i));
     }
     Value valueOf(const Value& dictionary, std::uint64_t i) const {
-        return value(reference(dictionary, dictionary.count + i));
+        return value(reference(dictionary, std::uint64_t{dictionary.count} + i));
     }
-    /// Whether the i-th element or key is this ASCII text; as comparing value() would be, but most
-    /// are told apart by their first byte.
-    bool isText(const Value& container, std::uint64_t i, std::string_view text) const {
+    /// An ASCII text where it stands; of size notAscii for any other value.
+    struct Text {
+        const std::uint8_t* bytes;
+        std::uint64_t size;
+
+        bool operator==(std::string_view text) const {
+            return size == text.size() && equals(bytes, text);
+        }
+    };
+    static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
+
+    /// The i-th element or key; as value() would tell.
+    Text text(const Value& container, std::uint64_t i) const {
         const auto ref = reference(container, i);
-        if (ref < count_ && text.size() < 15) {
+        if (ref < count_) {
             const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
             const auto end = static_cast<std::uint64_t>(table_ - begin_);
-            // Room for any short text; the few at the very end are looked at in full.
-            if (offset >= 8 && offset < end && end - offset >= 16) {
+            if (offset >= magicSize && offset < end) {
                 const auto* const p = begin_ + offset;
-                if (*p != (0x50 | text.size()) && (*p & 0xF0) == 0x50 && *p != 0x5F)
-                    return false;
-                if (*p == (0x50 | text.size()))
-                    return std::memcmp(p + 1, text.data(), text.size()) == 0;
+                const auto left = end - offset - 1;
+                const unsigned length = *p - 0x50u;
+                if (length < 15 && length <= left)
+                    return {p + 1, length};
+                // A length of its own, in one byte.
+                if (length == 15 && left >= 2 && p[1] == 0x10 && p[2] <= left - 2)
+                    return {p + 3, p[2]};
             }
         }
-        return isText(value(ref), text);
+        const auto other = value(ref);
+        return other.kind == Kind::ascii ? Text{other.bytes, other.count} : Text{nullptr, notAscii};
     }
 
   private:
-    static bool isText(const Value& value, std::string_view text) {
-        return value.kind == Kind::ascii && value.count == text.size() &&
-               std::memcmp(value.bytes, text.data(), text.size()) == 0;
+    static constexpr std::size_t magicSize = 8;
+
+    Value anyValue(std::uint64_t ref) const;
+    /// Whether the text stands at `p`, where there are as many bytes. Short ones without a call.
+    static bool equals(const std::uint8_t* p, std::string_view text) {
+        const auto size = text.size();
+        const auto* const t = text.data();
+        if (size > 16 || size < 4)
+            return std::memcmp(p, t, size) == 0;
+        const auto differ = [&]<class Word>(Word, std::size_t at) {
+            Word a = 0;
+            Word b = 0;
+            std::memcpy(&a, p + at, sizeof a);
+            std::memcpy(&b, t + at, sizeof b);
+            return a != b;
+        };
+        // The two words overlap.
+        if (size >= 8)
+            return !differ(std::uint64_t{}, 0) && !differ(std::uint64_t{}, size - 8);
+        return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
     }
     /// `size` is 1 to 8. Reads 8 bytes, which the trailer behind every value and table entry
     /// allows.

@@ -58,17 +58,43 @@ std::uint8_t* putMarker(std::uint8_t* p, unsigned type, std::uint32_t count) {
     return putInteger(p, count);
 }
 
-/// The longest marker with its count.
-constexpr std::size_t maxMarker = 1 + 9;
-
-template <class T>
-void putOffsets(std::vector<std::uint8_t>& out, const std::vector<std::uint64_t>& offsets) {
-    const auto at = out.size();
-    out.resize(at + offsets.size() * sizeof(T));
-    auto* p = out.data() + at;
-    for (const auto offset : offsets)
-        p = put(p, static_cast<T>(offset));
+std::size_t integerSize(std::uint64_t value) {
+    return value <= 0xff ? 2 : value <= 0xffff ? 3 : value <= 0xffffffff ? 5 : 9;
 }
+
+/// Of a marker with its count.
+std::size_t markerSize(std::uint32_t count) {
+    return count < 15 ? 1 : 1 + integerSize(count);
+}
+
+std::uint8_t* putUid(std::uint8_t* p, std::uint64_t value) {
+    // A UID's marker holds its length less one.
+    auto* const end = putInteger(p, value);
+    *p = static_cast<std::uint8_t>(0x80 | (end - p - 2));
+    return end;
+}
+
+/// As memcpy(); most texts are short, and take no call.
+std::uint8_t* putBytes(std::uint8_t* p, const void* bytes, std::size_t size) {
+    const auto* const from = static_cast<const std::uint8_t*>(bytes);
+    const auto word = [&]<class Word>(Word value, std::size_t at) {
+        std::memcpy(&value, from + at, sizeof value);
+        std::memcpy(p + at, &value, sizeof value);
+    };
+    // The two words overlap.
+    if (size >= 8 && size <= 16) {
+        word(std::uint64_t{}, 0);
+        word(std::uint64_t{}, size - 8);
+    } else if (size >= 4 && size < 8) {
+        word(std::uint32_t{}, 0);
+        word(std::uint32_t{}, size - 4);
+    } else if (size != 0) {
+        std::memcpy(p, from, size);
+    }
+    return p + size;
+}
+
+constexpr std::size_t trailerSize = 32;
 
 bool isAscii(std::string_view text) {
     const char* p = text.data();
@@ -90,10 +116,18 @@ void PropertyListWriter::clear() {
     nodes_.clear();
     refs_.clear();
     arena_.clear();
+    bytes_ = 0;
     shared_.clear();
     ++list_;
-    uids_.clear();
+    uidCount_ = 0;
     booleans_[0] = booleans_[1] = none;
+}
+
+void PropertyListWriter::reserveMore(std::size_t count) {
+    constexpr std::size_t nodesEach = 4;
+    constexpr std::size_t refsEach = 8;
+    nodes_.reserve(nodes_.size() + count * nodesEach);
+    refs_.reserve(refs_.size() + count * refsEach);
 }
 
 std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
@@ -106,90 +140,104 @@ std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
 PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
     auto& ref = booleans_[value ? 1 : 0];
     if (ref == none)
-        ref = add({value ? Kind::yes : Kind::no, 0, 0});
+        ref = add({value ? Kind::yes : Kind::no, 0, 0}, 1);
     return ref;
 }
 
 PropertyListWriter::Ref PropertyListWriter::integer(std::int64_t value) {
-    return add({Kind::integer, 0, static_cast<std::uint64_t>(value)});
+    const auto bits = static_cast<std::uint64_t>(value);
+    return add({Kind::integer, 0, bits}, integerSize(bits));
 }
 
 PropertyListWriter::Ref PropertyListWriter::real(double value) {
-    return add({Kind::real, 0, std::bit_cast<std::uint64_t>(value)});
+    return add({Kind::real, 0, std::bit_cast<std::uint64_t>(value)}, 1 + sizeof value);
+}
+
+PropertyListWriter::Ref PropertyListWriter::addBytes(Kind kind, std::size_t start,
+                                                     std::size_t unit) {
+    const auto size = arena_.size() - start;
+    const auto count = checkedCount(size / unit);
+    return add({kind, count, start}, markerSize(count) + size);
 }
 
 PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
     const auto start = arena_.size();
     if (isAscii(text)) {
         arena_.insert(arena_.end(), text.begin(), text.end());
-        return add({Kind::ascii, checkedCount(text.size()), start});
+        return addBytes(Kind::ascii, start, 1);
     }
     if (!appendUtf16BigEndian(text, arena_)) {
         throw NSException(NSInvalidArgumentException, "A text that is archived must be UTF-8.");
     }
-    return add({Kind::utf16, checkedCount((arena_.size() - start) / 2), start});
+    return addBytes(Kind::utf16, start, 2);
 }
 
 PropertyListWriter::Ref PropertyListWriter::sharedString(std::string_view text) {
     const auto address = reinterpret_cast<std::uintptr_t>(text.data());
-    auto& recent = recent_[(address ^ address >> 6) % recent_.size()];
-    if (recent.text == text.data() && recent.size == text.size() && recent.list == list_)
+    auto& recent = recent_[(address ^ address >> 8) % recent_.size()];
+    const bool isOfThisList = recent.list == list_;
+    if (isOfThisList && recent.text == text.data() && recent.size == text.size())
         return recent.ref;
-    recent = {text.data(), text.size(), list_, none};
-    for (const auto& known : shared_) {
-        if (known.text == text)
-            return recent.ref = known.ref;
+    // A text that was seen in this list has left its mark here, unless another has taken its place.
+    if (isOfThisList) {
+        for (const auto& known : shared_) {
+            if (known.text == text)
+                return known.ref;
+        }
     }
-    recent.ref = string(text);
-    shared_.push_back({text, recent.ref});
-    return recent.ref;
+    const auto count = checkedCount(text.size());
+    const auto ref = isAscii(text)
+                         ? add({Kind::sharedAscii, count, address}, markerSize(count) + text.size())
+                         : string(text);
+    recent = {text.data(), count, ref, list_};
+    shared_.push_back({text, ref});
+    return ref;
 }
 
 PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> bytes) {
     const auto start = arena_.size();
     arena_.insert(arena_.end(), bytes.begin(), bytes.end());
-    return add({Kind::data, checkedCount(bytes.size()), start});
-}
-
-PropertyListWriter::Ref PropertyListWriter::uid(std::uint32_t value) {
-    if (value >= uids_.size())
-        uids_.resize(value + 1, none);
-    auto& ref = uids_[value];
-    if (ref == none)
-        ref = add({Kind::uid, 0, value});
-    return ref;
+    return addBytes(Kind::data, start, 1);
 }
 
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
     const auto start = refs_.size();
     refs_.insert(refs_.end(), elements.begin(), elements.end());
-    return add({Kind::array, checkedCount(elements.size()), start});
+    const auto count = checkedCount(elements.size());
+    return add({Kind::array, count, start}, markerSize(count));
 }
 
 PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keysAndValues) {
     const auto start = refs_.size();
-    const auto count = keysAndValues.size() / 2;
+    const auto count = checkedCount(keysAndValues.size() / 2);
     refs_.resize(start + keysAndValues.size());
+    auto* const keys = refs_.data() + start;
     for (std::size_t i = 0; i < count; ++i) {
-        refs_[start + i] = keysAndValues[2 * i];
-        refs_[start + count + i] = keysAndValues[2 * i + 1];
+        keys[i] = keysAndValues[2 * i];
+        keys[count + i] = keysAndValues[2 * i + 1];
     }
-    return add({Kind::dictionary, checkedCount(count), start});
+    return add({Kind::dictionary, count, start}, markerSize(count));
 }
 
-template <class RefInteger>
-void PropertyListWriter::writeNodes(Bytes& out, std::size_t start) {
-    // No value takes more than its marker, its bytes and its references.
-    out.resize(start + magic.size() + nodes_.size() * maxMarker + arena_.size() +
-               refs_.size() * sizeof(RefInteger));
+std::size_t PropertyListWriter::uidBytes() const {
+    // Of two, three and five bytes.
+    const std::size_t count = uidCount_;
+    return 2 * count + (count > 0x100 ? count - 0x100 : 0) +
+           (count > 0x10000 ? 2 * (count - 0x10000) : 0);
+}
+
+template <class RefInteger, class Offset>
+void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const {
+    const auto start = out.size();
+    const auto count = nodes_.size() + uidCount_;
+    out.resize(start + table + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
     auto* p = begin;
+    auto* offset = begin + table;
     std::memcpy(p, magic.data(), magic.size());
     p += magic.size();
-    offsets_.resize(nodes_.size());
-    auto* offset = offsets_.data();
     for (const auto& node : nodes_) {
-        *offset++ = static_cast<std::uint64_t>(p - begin);
+        offset = put(offset, static_cast<Offset>(p - begin));
         switch (node.kind) {
             case Kind::no:
                 *p++ = 0x08;
@@ -198,12 +246,7 @@ void PropertyListWriter::writeNodes(Bytes& out, std::size_t start) {
                 *p++ = 0x09;
                 break;
             case Kind::integer:
-                if (static_cast<std::int64_t>(node.payload) < 0) {
-                    *p++ = 0x13;
-                    p = put(p, node.payload);
-                } else {
-                    p = putInteger(p, node.payload);
-                }
+                p = putInteger(p, node.payload);
                 break;
             case Kind::real:
                 *p++ = 0x23;
@@ -211,27 +254,20 @@ void PropertyListWriter::writeNodes(Bytes& out, std::size_t start) {
                 break;
             case Kind::ascii:
                 p = putMarker(p, 0x50, node.count);
-                std::memcpy(p, arena_.data() + node.payload, node.count);
-                p += node.count;
+                p = putBytes(p, arena_.data() + node.payload, node.count);
+                break;
+            case Kind::sharedAscii:
+                p = putMarker(p, 0x50, node.count);
+                p = putBytes(p, reinterpret_cast<const char*>(node.payload), node.count);
                 break;
             case Kind::utf16:
                 p = putMarker(p, 0x60, node.count);
-                std::memcpy(p, arena_.data() + node.payload, std::size_t{node.count} * 2);
-                p += std::size_t{node.count} * 2;
+                p = putBytes(p, arena_.data() + node.payload, std::size_t{node.count} * 2);
                 break;
             case Kind::data:
                 p = putMarker(p, 0x40, node.count);
-                if (node.count)
-                    std::memcpy(p, arena_.data() + node.payload, node.count);
-                p += node.count;
+                p = putBytes(p, arena_.data() + node.payload, node.count);
                 break;
-            case Kind::uid: {
-                // A UID's marker holds its length less one.
-                auto* const marker = p;
-                p = putInteger(p, node.payload);
-                *marker = static_cast<std::uint8_t>(0x80 | (p - marker - 2));
-                break;
-            }
             case Kind::array:
             case Kind::dictionary: {
                 const bool isArray = node.kind == Kind::array;
@@ -239,48 +275,47 @@ void PropertyListWriter::writeNodes(Bytes& out, std::size_t start) {
                 const auto* ref = refs_.data() + node.payload;
                 const auto* const end = ref + (isArray ? node.count : std::size_t{node.count} * 2);
                 for (; ref != end; ++ref)
-                    p = put(p, static_cast<RefInteger>(*ref));
+                    p = put(p, static_cast<RefInteger>(numberOf(*ref)));
                 break;
             }
         }
     }
-    out.resize(start + static_cast<std::size_t>(p - begin));
+    for (std::uint32_t uid = 0; uid < uidCount_; ++uid) {
+        offset = put(offset, static_cast<Offset>(p - begin));
+        p = putUid(p, uid);
+    }
+    p = offset + 6;
+    *p++ = sizeof(Offset);
+    *p++ = sizeof(RefInteger);
+    p = put(p, std::uint64_t{count});
+    p = put(p, std::uint64_t{numberOf(root)});
+    put(p, std::uint64_t{table});
 }
 
-void PropertyListWriter::write(Ref root, Bytes& out) {
-    const auto start = out.size();
-    std::uint8_t refSize = 4;
-    if (nodes_.size() <= 0x100) {
-        refSize = 1;
-        writeNodes<std::uint8_t>(out, start);
-    } else if (nodes_.size() <= 0x10000) {
-        refSize = 2;
-        writeNodes<std::uint16_t>(out, start);
-    } else {
-        writeNodes<std::uint32_t>(out, start);
-    }
-    const std::uint64_t table = out.size() - start;
-    std::uint8_t offsetSize = 8;
+template <class RefInteger>
+void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
+    const std::size_t table =
+        magic.size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
     if (table <= 0xff) {
-        offsetSize = 1;
-        putOffsets<std::uint8_t>(out, offsets_);
+        writeAll<RefInteger, std::uint8_t>(root, out, table);
     } else if (table <= 0xffff) {
-        offsetSize = 2;
-        putOffsets<std::uint16_t>(out, offsets_);
+        writeAll<RefInteger, std::uint16_t>(root, out, table);
     } else if (table <= 0xffffffff) {
-        offsetSize = 4;
-        putOffsets<std::uint32_t>(out, offsets_);
+        writeAll<RefInteger, std::uint32_t>(root, out, table);
     } else {
-        putOffsets<std::uint64_t>(out, offsets_);
+        writeAll<RefInteger, std::uint64_t>(root, out, table);
     }
-    const auto trailer = out.size();
-    out.resize(trailer + 32);
-    auto* p = out.data() + trailer + 6;
-    *p++ = offsetSize;
-    *p++ = refSize;
-    p = put(p, std::uint64_t{nodes_.size()});
-    p = put(p, std::uint64_t{root});
-    put(p, table);
+}
+
+void PropertyListWriter::write(Ref root, Bytes& out) const {
+    const auto count = nodes_.size() + uidCount_;
+    if (count <= 0x100) {
+        writeSized<std::uint8_t>(root, out);
+    } else if (count <= 0x10000) {
+        writeSized<std::uint16_t>(root, out);
+    } else {
+        writeSized<std::uint32_t>(root, out);
+    }
 }
 
 }  // namespace morvane

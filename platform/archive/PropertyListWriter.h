@@ -23,6 +23,8 @@ class PropertyListWriter {
     using Bytes = std::vector<std::uint8_t>;
 
     void clear();
+    /// Makes room for `count` values that each hold a few others.
+    void reserveMore(std::size_t count);
 
     Ref boolean(bool value);
     Ref integer(std::int64_t value);
@@ -37,15 +39,20 @@ class PropertyListWriter {
     Ref data(Fill&& fill) {
         const auto start = arena_.size();
         fill(arena_);
-        return add({Kind::data, checkedCount(arena_.size() - start), start});
+        return addBytes(Kind::data, start, 1);
     }
-    Ref uid(std::uint32_t value);
+    /// `value` below 2^31, best from 0 upwards without gaps: all up to the largest are written.
+    Ref uid(std::uint32_t value) {
+        if (value >= uidCount_)
+            uidCount_ = value + 1;
+        return uidBit | value;
+    }
     Ref array(std::span<const Ref> elements);
     /// `keysAndValues`: key, value, key, value, ...
     Ref dictionary(std::span<const Ref> keysAndValues);
 
     /// Appends the whole list to `out`.
-    void write(Ref root, Bytes& out);
+    void write(Ref root, Bytes& out) const;
 
   private:
     enum class Kind : std::uint8_t {
@@ -54,18 +61,21 @@ class PropertyListWriter {
         integer,
         real,
         ascii,
+        sharedAscii,
         utf16,
         data,
-        uid,
         array,
         dictionary
     };
     static constexpr Ref none = 0xffffffff;
+    /// Marks the reference to a UID, which has no node: the UIDs are written after all nodes.
+    static constexpr Ref uidBit = 0x80000000;
 
     struct Node {
         Kind kind;
         std::uint32_t count;
-        std::uint64_t payload;  // the value, or where it starts in arena_ or refs_
+        /// The value, where it starts in arena_ or refs_, or a shared text's address.
+        std::uint64_t payload;
     };
     struct Shared {
         std::string_view text;
@@ -74,28 +84,39 @@ class PropertyListWriter {
     /// The shared texts of this list by their address, where most are found.
     struct Recent {
         const char* text = nullptr;
-        std::size_t size = 0;
-        std::uint64_t list = 0;
+        std::uint32_t size = 0;
         Ref ref = none;
+        std::uint64_t list = 0;
     };
     /// Throws NSInvalidArgumentException for what is too long for a count.
     static std::uint32_t checkedCount(std::size_t count);
 
-    Ref add(const Node& node) {
+    /// `size`: the bytes that the node will take, without its references.
+    Ref add(const Node& node, std::size_t size) {
         nodes_.push_back(node);
+        bytes_ += size;
         return static_cast<Ref>(nodes_.size() - 1);
     }
+    /// What arena_ holds from `start` on, in units of `unit` bytes.
+    Ref addBytes(Kind kind, std::size_t start, std::size_t unit);
     template <class RefInteger>
-    void writeNodes(Bytes& out, std::size_t start);
+    void writeSized(Ref root, Bytes& out) const;
+    template <class RefInteger, class Offset>
+    void writeAll(Ref root, Bytes& out, std::size_t table) const;
+    std::size_t uidBytes() const;
+    /// The number of a value in the list.
+    std::uint64_t numberOf(Ref ref) const {
+        return (ref & uidBit) != 0 ? nodes_.size() + (ref & ~uidBit) : ref;
+    }
 
     std::vector<Node> nodes_;
     std::vector<Ref> refs_;
     Bytes arena_;
+    std::size_t bytes_ = 0;
     std::vector<Shared> shared_;
-    std::array<Recent, 64> recent_;
+    std::array<Recent, 256> recent_;
     std::uint64_t list_ = 1;
-    std::vector<Ref> uids_;
-    std::vector<std::uint64_t> offsets_;
+    std::uint32_t uidCount_ = 0;
     Ref booleans_[2] = {none, none};
 };
 
