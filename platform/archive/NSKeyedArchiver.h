@@ -92,7 +92,7 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void encodeURLValue(const NSURL& value);
     void appendErrorValue(const NSErrorValue& value);
 
-    struct State;
+    struct MORVANE_INTERNAL State;
     std::unique_ptr<State> state_;
 };
 

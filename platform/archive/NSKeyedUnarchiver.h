@@ -97,7 +97,7 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
                                                           const NSClass& root);
 
   private:
-    struct State;
+    struct MORVANE_INTERNAL State;
     std::unique_ptr<State> state_;
     explicit NSKeyedUnarchiver(std::unique_ptr<State> state);
 

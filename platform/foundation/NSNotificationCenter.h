@@ -24,8 +24,8 @@ struct NSNotification {
 };
 
 class MORVANE_EXPORT NSNotificationCenter {
-    struct Entry;
-    struct State;
+    struct MORVANE_INTERNAL Entry;
+    struct MORVANE_INTERNAL State;
 
   public:
     using Handler = std::function<void(const NSNotification&)>;

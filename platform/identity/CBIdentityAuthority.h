@@ -52,7 +52,7 @@ class MORVANE_EXPORT CBIdentityAuthority {
 
   private:
     friend class CBIdentity;
-    struct State;
+    struct MORVANE_INTERNAL State;
     std::unique_ptr<State> state_;
 };
 

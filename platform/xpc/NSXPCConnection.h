@@ -102,7 +102,7 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     std::int64_t effectiveUserIdentifier() const;
     std::int64_t effectiveGroupIdentifier() const;
 
-    class Core;
+    class MORVANE_INTERNAL Core;
     explicit NSXPCConnection(std::shared_ptr<Core> core);
 
   private:

@@ -45,7 +45,7 @@ class MORVANE_EXPORT NSXPCListener {
     int run();
     void invalidate();
 
-    class Core;
+    class MORVANE_INTERNAL Core;
     explicit NSXPCListener(std::unique_ptr<Core> core);
 
   private:

@@ -1,0 +1,39 @@
+# What a program outside needs: the library, its headers, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+target_include_directories(MorvaneOperation INTERFACE
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(MorvaneOperation INTERFACE cxx_std_20)
+install(TARGETS MorvaneOperation EXPORT MorvaneOperationTargets)
+install(DIRECTORY include/MorvaneOperation DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.h")
+
+# The platform headers that the public ones reach.
+set(platform_headers
+    archive/NSKeyedArchiver.h archive/NSKeyedUnarchiver.h
+    dispatch/DispatchQueue.h dispatch/MainLoop.h
+    foundation/Export.h foundation/NSColor.h foundation/NSError.h foundation/NSException.h
+    foundation/NSImage.h foundation/NSIndexPath.h foundation/NSKeyValueObserving.h
+    foundation/NSNotificationCenter.h foundation/NSObject.h foundation/NSTreeNode.h
+    foundation/NSURL.h foundation/NSUserDefaults.h foundation/NSUUID.h
+    host/KDLocalizedString.h host/MVIdentities.h
+    identity/CBIdentity.h identity/CBIdentityAuthority.h
+    security/AuthorizationServices.h
+    xpc/NSXPCCoding.h xpc/NSXPCConnection.h xpc/NSXPCInterface.h xpc/NSXPCListener.h
+    xpc/NSXPCProtocol.h)
+foreach(header ${platform_headers})
+    get_filename_component(room ${header} DIRECTORY)
+    install(FILES platform/${header}
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MorvaneOperation/platform/${room})
+endforeach()
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/MorvaneOperation)
+install(EXPORT MorvaneOperationTargets NAMESPACE MorvaneOperation::
+    FILE MorvaneOperationConfig.cmake DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/MorvaneOperationConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/MorvaneOperationConfigVersion.cmake DESTINATION ${package_folder})
+
+configure_file(cmake/morvaneoperation.pc.in morvaneoperation.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/morvaneoperation.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

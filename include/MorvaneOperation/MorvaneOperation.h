@@ -1,0 +1,23 @@
+#pragma once
+
+/// Everything that the library offers, and its version.
+#include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/MVAclPermission.h>
+#include <MorvaneOperation/MVAuthorization.h>
+#include <MorvaneOperation/MVConnectResponder.h>
+#include <MorvaneOperation/MVConnector.h>
+#include <MorvaneOperation/MVFileRequest.h>
+#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVFileSizeInfo.h>
+#include <MorvaneOperation/MVFileSizeItem.h>
+#include <MorvaneOperation/MVOperationError.h>
+#include <MorvaneOperation/MVServiceNames.h>
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/platform/foundation/Export.h>
+
+extern "C" {
+/// The version of the library that is loaded: major and minor as a number, and all of it as text.
+MORVANE_EXPORT extern const double MorvaneOperationVersionNumber;
+MORVANE_EXPORT extern const char MorvaneOperationVersionString[];
+}

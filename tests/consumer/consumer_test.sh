@@ -1,0 +1,98 @@
+#!/usr/bin/env bash
+# Uses the installed library as an outside program does.
+# usage: consumer_test.sh BUILD-FOLDER CXX SOURCE-FOLDER
+set -euo pipefail
+build=$1 cxx=$2 source=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+flags=(-std=c++20 -Wall -Wextra -Wpedantic -Werror)
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+
+echo "each public header compiles alone"
+for header in "$prefix"/include/MorvaneOperation/*.h; do
+    name=MorvaneOperation/${header##*/}
+    echo "#include <$name>" | "$cxx" "${flags[@]}" -fsyntax-only -I"$prefix/include" -x c++ - ||
+        fail "$name needs something that it does not include"
+done
+echo '#include <MorvaneOperation/acl_perms.h>
+int main(void) { return acl_perms[0].name == 0; }' |
+    cc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" -x c - ||
+    fail "acl_perms.h is not for C"
+
+echo "a program outside finds the package, links and runs"
+mkdir "$work/outside"
+cat >"$work/outside/main.cpp" <<'CPP'
+#include <MorvaneOperation/MorvaneOperation.h>
+
+#include <cstdio>
+
+int main() {
+    int groups = 0;
+    for (const auto* group = morvane::acl_perms; group->name; ++group) ++groups;
+    const auto entry = morvane::MVAclEntry::newEntryForDirectory(true);
+    std::printf("%s %.1f %d %zu %d\n", MorvaneOperationVersionString, MorvaneOperationVersionNumber,
+                groups, entry->permissions().size(), static_cast<int>(entry->permissionGroup()));
+}
+CPP
+cat >"$work/outside/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(outside CXX)
+find_package(MorvaneOperation 1.0 REQUIRED)
+add_executable(outside main.cpp)
+target_link_libraries(outside MorvaneOperation::MorvaneOperation)
+CMAKE
+cmake -S "$work/outside" -B "$work/outside/build" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+cmake --build "$work/outside/build" >/dev/null
+[ "$("$work/outside/build/outside")" = "1.0.0 1.0 3 4 2" ] || fail "the package's program printed something else"
+
+# The prefix was chosen at installation; pkg-config is told so.
+pc=$(find "$prefix" -name morvaneoperation.pc)
+libdir=$(dirname "$(dirname "$pc")")
+"$cxx" -std=c++20 "$work/outside/main.cpp" -o "$work/by-pkg-config" \
+    $(PKG_CONFIG_PATH=${pc%/*} pkg-config --define-variable=includedir="$prefix/include" \
+        --define-variable=libdir="$libdir" --cflags --libs morvaneoperation)
+[ "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" = "1.0.0 1.0 3 4 2" ] ||
+    fail "pkg-config's program printed something else"
+
+echo "the installed morvane finds its service"
+touch "$work/file"
+env -u MORVANE_LIBEXEC_DIR MORVANE_LIBEXEC_DIR="$prefix/libexec/morvaneoperation" \
+    "$prefix/bin/morvane" acl "$work/file" >/dev/null || fail "the installed morvane does not run"
+
+echo "what must not compile does not"
+refuse() {
+    if echo "$2" | "$cxx" "${flags[@]}" -fsyntax-only "${@:3}" -x c++ - 2>/dev/null; then fail "$1 compiles"; fi
+}
+refuse "copying a connection" '#include <MorvaneOperation/MorvaneOperation.h>
+void f(morvane::NSXPCConnection& c) { auto copy = c; }' -I"$prefix/include"
+refuse "copying an entry" '#include <MorvaneOperation/MorvaneOperation.h>
+void f(morvane::MVAclEntry& e) { auto copy = e; }' -I"$prefix/include"
+acl=(-I"$source/include")
+for room in foundation archive dispatch identity host; do acl+=(-I"$build/layers/$room"); done
+echo '#include <MorvaneOperation/MVAclEntry.h>' |
+    "$cxx" "${flags[@]}" -fsyntax-only "${acl[@]}" -x c++ - || fail "acl/ does not see its own headers"
+for wrong in platform/linux/FileDescriptor.h platform/xpc/NSXPCConnection.h MVConnector.h; do
+    refuse "acl/ with $wrong" "#include <MorvaneOperation/$wrong>" "${acl[@]}"
+done
+
+echo "only what is public is exported"
+hidden=$(nm -DC --defined-only "$build/libMorvaneOperation.so" |
+    grep -E "morvane::(PropertyList|FrameReader|Outbox|LinuxStreamSocket|SizeWalker|AuthorizationState)" || true)
+[ -z "$hidden" ] || fail "the library exports its inside: $hidden"
+for symbol in acl_perms acl_read_perms acl_write_perms acl_admin_perms acl_flags \
+    MorvaneOperationVersionNumber MorvaneOperationVersionString; do
+    nm -D --defined-only "$build/libMorvaneOperation.so" | grep -q " $symbol$" || fail "$symbol is not exported"
+done
+
+echo "no include leaves its room"
+relative=$(grep -rnE '#include "\.\./' --include='*.h' --include='*.cpp' \
+    "$source"/{acl,size,service,platform,helpers,cli,include} || true)
+[ -z "$relative" ] || fail "a relative include: $relative"
+outside=$(grep -rnE '#include <' --include='*.h' --include='*.cpp' "$source"/{acl,size,service} |
+    grep -vE '<(MorvaneOperation/[^>]+|[a-z_]+)>' || true)
+[ -z "$outside" ] || fail "a layer includes a system header: $outside"
