@@ -81,12 +81,13 @@ for wrong in platform/linux/FileDescriptor.h platform/xpc/NSXPCConnection.h MVCo
 done
 
 echo "only what is public is exported"
-hidden=$(nm -DC --defined-only "$build/libMorvaneOperation.so" |
-    grep -E "morvane::(PropertyList|FrameReader|Outbox|LinuxStreamSocket|SizeWalker|AuthorizationState)" || true)
+exported=$(nm -DC --defined-only "$build/libMorvaneOperation.so")
+hidden=$(grep -E "morvane::(PropertyList|FrameReader|Outbox|LinuxStreamSocket|SizeWalker|AuthorizationState)" \
+    <<<"$exported" || true)
 [ -z "$hidden" ] || fail "the library exports its inside: $hidden"
 for symbol in acl_perms acl_read_perms acl_write_perms acl_admin_perms acl_flags \
     MorvaneOperationVersionNumber MorvaneOperationVersionString; do
-    nm -D --defined-only "$build/libMorvaneOperation.so" | grep -q " $symbol$" || fail "$symbol is not exported"
+    grep -q " $symbol$" <<<"$exported" || fail "$symbol is not exported"
 done
 
 echo "no include leaves its room"
