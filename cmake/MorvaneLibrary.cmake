@@ -9,6 +9,8 @@ foreach(target MorvaneOperation morvane_internal)
     target_link_libraries(${target} PRIVATE Threads::Threads ${MORVANE_SYSTEM_LIBRARIES})
 endforeach()
 target_link_libraries(morvane_internal INTERFACE ${layers})
+# Calls within the library are direct ones.
+target_link_options(MorvaneOperation PRIVATE -Wl,-Bsymbolic-functions)
 set_target_properties(MorvaneOperation PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
 if(NOT MORVANE_SANITIZE)
     target_link_options(MorvaneOperation PRIVATE -Wl,-z,defs)

@@ -11,6 +11,24 @@ using Ref = PropertyListWriter::Ref;
 
 constexpr Ref unwritten = 0xffffffff;
 
+/// The texts of every archive.
+enum Front : Ref {
+    nullText,
+    versionKey,
+    archiverKey,
+    archiverName,
+    topKey,
+    objectsKey,
+    classKey,
+    classNameKey,
+    classesKey,
+    rootClassName,
+};
+constexpr std::string_view front[] = {
+    "$null",    "$version", "$archiver",  "NSKeyedArchiver", "$top",
+    "$objects", "$class",   "$classname", "$classes",        "NSObject",
+};
+
 /// The objects that were written or are being written, by address.
 class ObjectTable {
   public:
@@ -71,7 +89,7 @@ class ObjectTable {
 }  // namespace
 
 struct NSKeyedArchiver::State {
-    PropertyListWriter list;
+    PropertyListWriter list{front};
     ObjectTable table;
     /// The value of each UID; unwritten while its object is being encoded.
     std::vector<Ref> objects;
@@ -89,13 +107,14 @@ struct NSKeyedArchiver::State {
         arrays.clear();
         classes.clear();
         finished = false;
-        objects.push_back(list.sharedString("$null"));
+        objects.push_back(nullText);
     }
 
-    void put(std::string_view key, Ref value) {
-        pending.push_back(list.sharedString(key));
+    void put(Ref key, Ref value) {
+        pending.push_back(key);
         pending.push_back(value);
     }
+    void put(std::string_view key, Ref value) { put(list.sharedString(key), value); }
 
     /// A new object whose value is `value`, as a reference to it.
     Ref object(Ref value) {
@@ -111,12 +130,14 @@ struct NSKeyedArchiver::State {
                 return list.uid(uid);
         }
         const auto base = pending.size();
+        const auto nameOf = [&](const NSClass& k) {
+            return &k == &NSObject::classObject() ? Ref{rootClassName} : list.sharedString(k.name);
+        };
         for (const NSClass* k = &c; k; k = k->superclass)
-            pending.push_back(list.sharedString(k->name));
+            pending.push_back(nameOf(*k));
         const auto names = list.array(std::span(pending).subspan(base));
         pending.resize(base);
-        const Ref pairs[] = {list.sharedString("$classname"), list.sharedString(c.name),
-                             list.sharedString("$classes"), names};
+        const Ref pairs[] = {classNameKey, nameOf(c), classesKey, names};
         const auto reference = object(list.dictionary(pairs));
         classes.emplace_back(&c, static_cast<std::uint32_t>(objects.size() - 1));
         return reference;
@@ -124,7 +145,7 @@ struct NSKeyedArchiver::State {
 
     /// Ends the dictionary whose pairs stand in `pending` from `base` on.
     Ref endDictionary(std::size_t base, const NSClass& c) {
-        put("$class", classReference(c));
+        put(Ref{classKey}, classReference(c));
         const auto dictionary = list.dictionary(std::span(pending).subspan(base));
         pending.resize(base);
         return dictionary;
@@ -133,10 +154,9 @@ struct NSKeyedArchiver::State {
     void finish(std::vector<std::uint8_t>& out) {
         finished = true;
         const auto top = list.dictionary(pending);
-        const Ref pairs[] = {list.sharedString("$version"),  list.integer(100000),
-                             list.sharedString("$archiver"), list.sharedString("NSKeyedArchiver"),
-                             list.sharedString("$top"),      top,
-                             list.sharedString("$objects"),  list.array(objects)};
+        const Ref pairs[] = {
+            versionKey, list.integer(100000), archiverKey,        archiverName, topKey,
+            top,        objectsKey,           list.array(objects)};
         list.write(list.dictionary(pairs), out);
     }
 };

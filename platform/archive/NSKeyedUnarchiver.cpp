@@ -212,11 +212,20 @@ struct NSKeyedUnarchiver::State {
     }
 
     const NSClass& checkClass(const Value& value, const NSClassSet& classes, std::string_view key) {
-        Dictionary description(value);
         if (value.kind != Kind::dictionary)
             fail(key, "a class is malformed");
-        const auto name = find(description, "$classname", key);
-        const auto ancestry = find(description, "$classes", key);
+        Found name;
+        Found ancestry;
+        // As archivers write it; otherwise it is searched.
+        if (value.count == 2 && list.text(value, 0) == "$classname" &&
+            list.text(value, 1) == "$classes") {
+            name = list.valueOf(value, 0);
+            ancestry = list.valueOf(value, 1);
+        } else {
+            Dictionary description(value);
+            name = find(description, "$classname", key);
+            ancestry = find(description, "$classes", key);
+        }
         if (!name || name->kind != Kind::ascii || !ancestry || ancestry->kind != Kind::array) {
             fail(key, "a class is malformed");
         }

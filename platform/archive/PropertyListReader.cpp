@@ -31,6 +31,8 @@ PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : be
     if (!isIntegerSize(offsetSize_) || !isIntegerSize(refSize_)) {
         throw PropertyListDamage("its trailer gives an impossible integer size");
     }
+    offsetShift_ = static_cast<std::uint8_t>(64 - 8 * offsetSize_);
+    refShift_ = static_cast<std::uint8_t>(64 - 8 * refSize_);
     // Written so that nothing overflows. Table and trailer end the list without a gap, so a list
     // that lost its tail or grew one is told by its length.
     if (table <= magicSize || table >= end || count_ != (end - table) / offsetSize_ ||

@@ -51,20 +51,27 @@ class PropertyListReader {
     };
     static_assert(sizeof(Value) == 16);
 
+    /// An ASCII text where it stands; of size notAscii for any other value.
+    struct Text {
+        const std::uint8_t* bytes;
+        std::uint64_t size;
+
+        bool operator==(std::string_view text) const {
+            return size == text.size() && equals(bytes, text);
+        }
+    };
+    static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
+
     explicit PropertyListReader(std::span<const std::uint8_t> bytes);
 
     std::uint64_t root() const { return root_; }
     std::uint64_t valueCount() const { return count_; }
     Value value(std::uint64_t ref) const {
         // Most values are short and well-formed; all others are looked at in full.
-        if (ref >= count_)
+        const auto* const p = locate(ref);
+        if (!p)
             return anyValue(ref);
-        const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
-        const auto end = static_cast<std::uint64_t>(table_ - begin_);
-        if (offset < magicSize || offset >= end)
-            return anyValue(ref);
-        const auto* const p = begin_ + offset;
-        const auto left = end - offset - 1;
+        const auto left = static_cast<std::uint64_t>(table_ - p) - 1;
         const unsigned low = *p & 0x0Fu;
         const auto counted = [&](Kind kind) {
             Value value{kind, low, {}};
@@ -77,9 +84,12 @@ class PropertyListReader {
                     break;
                 return {Kind::integer, 0, {bigEndian(p + 1, 1u << low)}};
             case 0x5:
-                if (low == 15 || low > left)
-                    break;
-                return counted(Kind::ascii);
+                if (const auto text = textAt(p); text.bytes) {
+                    Value value{Kind::ascii, static_cast<std::uint32_t>(text.size), {}};
+                    value.bytes = text.bytes;
+                    return value;
+                }
+                break;
             case 0x8:
                 if (low >= 8 || low >= left)
                     break;
@@ -106,35 +116,14 @@ class PropertyListReader {
     Value valueOf(const Value& dictionary, std::uint64_t i) const {
         return value(reference(dictionary, std::uint64_t{dictionary.count} + i));
     }
-    /// An ASCII text where it stands; of size notAscii for any other value.
-    struct Text {
-        const std::uint8_t* bytes;
-        std::uint64_t size;
-
-        bool operator==(std::string_view text) const {
-            return size == text.size() && equals(bytes, text);
-        }
-    };
-    static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
-
     /// The i-th element or key; as value() would tell.
     Text text(const Value& container, std::uint64_t i) const {
         const auto ref = reference(container, i);
-        if (ref < count_) {
-            const auto offset = bigEndian(table_ + ref * offsetSize_, offsetSize_);
-            const auto end = static_cast<std::uint64_t>(table_ - begin_);
-            if (offset >= magicSize && offset < end) {
-                const auto* const p = begin_ + offset;
-                const auto left = end - offset - 1;
-                const unsigned length = *p - 0x50u;
-                if (length < 15 && length <= left)
-                    return {p + 1, length};
-                // A length of its own, in one byte.
-                if (length == 15 && left >= 2 && p[1] == 0x10 && p[2] <= left - 2)
-                    return {p + 3, p[2]};
-            }
+        if (const auto* const p = locate(ref)) {
+            if (const auto text = textAt(p); text.bytes)
+                return text;
         }
-        const auto other = value(ref);
+        const auto other = anyValue(ref);
         return other.kind == Kind::ascii ? Text{other.bytes, other.count} : Text{nullptr, notAscii};
     }
 
@@ -142,6 +131,26 @@ class PropertyListReader {
     static constexpr std::size_t magicSize = 8;
 
     Value anyValue(std::uint64_t ref) const;
+    /// Where a value starts; null if it is none.
+    const std::uint8_t* locate(std::uint64_t ref) const {
+        if (ref >= count_)
+            return nullptr;
+        const auto offset = bigEndian(table_ + ref * offsetSize_) >> offsetShift_;
+        return offset >= magicSize && offset < static_cast<std::uint64_t>(table_ - begin_)
+                   ? begin_ + offset
+                   : nullptr;
+    }
+    /// The text that starts at `p`; null for a long one, and for what is no ASCII or is cut off.
+    Text textAt(const std::uint8_t* p) const {
+        const auto left = static_cast<std::uint64_t>(table_ - p) - 1;
+        const unsigned length = *p - 0x50u;
+        if (length < 15 && length <= left)
+            return {p + 1, length};
+        // A length of its own, in one byte.
+        if (length == 15 && left >= 2 && p[1] == 0x10 && p[2] <= left - 2)
+            return {p + 3, p[2]};
+        return {nullptr, notAscii};
+    }
     /// Whether the text stands at `p`, where there are as many bytes. Short ones without a call.
     static bool equals(const std::uint8_t* p, std::string_view text) {
         const auto size = text.size();
@@ -160,16 +169,19 @@ class PropertyListReader {
             return !differ(std::uint64_t{}, 0) && !differ(std::uint64_t{}, size - 8);
         return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
     }
-    /// `size` is 1 to 8. Reads 8 bytes, which the trailer behind every value and table entry
-    /// allows.
-    static std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
+    /// Reads 8 bytes, which the trailer behind every value and table entry allows.
+    static std::uint64_t bigEndian(const std::uint8_t* p) {
         static_assert(std::endian::native == std::endian::little);
         std::uint64_t value = 0;
         std::memcpy(&value, p, sizeof value);
-        return __builtin_bswap64(value) >> (64 - 8 * size);
+        return __builtin_bswap64(value);
+    }
+    /// Of the first `size` bytes, 1 to 8.
+    static std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
+        return bigEndian(p) >> (64 - 8 * size);
     }
     std::uint64_t reference(const Value& value, std::uint64_t i) const {
-        return bigEndian(value.bytes + i * refSize_, refSize_);
+        return bigEndian(value.bytes + i * refSize_) >> refShift_;
     }
 
     const std::uint8_t* begin_;
@@ -178,6 +190,9 @@ class PropertyListReader {
     std::uint64_t root_;
     std::uint8_t offsetSize_;
     std::uint8_t refSize_;
+    /// What of eight bytes is not the integer.
+    std::uint8_t offsetShift_;
+    std::uint8_t refShift_;
 };
 
 }  // namespace morvane

@@ -112,6 +112,17 @@ bool isAscii(std::string_view text) {
 
 }  // namespace
 
+PropertyListWriter::PropertyListWriter(std::span<const std::string_view> front)
+    : front_(magic.begin(), magic.end()) {
+    for (const auto text : front) {
+        const auto at = front_.size();
+        const auto count = checkedCount(text.size());
+        frontOffsets_.push_back(static_cast<std::uint32_t>(at));
+        front_.resize(at + markerSize(count) + count);
+        putBytes(putMarker(front_.data() + at, 0x50, count), text.data(), count);
+    }
+}
+
 void PropertyListWriter::clear() {
     nodes_.clear();
     refs_.clear();
@@ -172,24 +183,22 @@ PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
     return addBytes(Kind::utf16, start, 2);
 }
 
-PropertyListWriter::Ref PropertyListWriter::sharedString(std::string_view text) {
-    const auto address = reinterpret_cast<std::uintptr_t>(text.data());
-    auto& recent = recent_[(address ^ address >> 8) % recent_.size()];
-    const bool isOfThisList = recent.list == list_;
-    if (isOfThisList && recent.text == text.data() && recent.size == text.size())
-        return recent.ref;
-    // A text that was seen in this list has left its mark here, unless another has taken its place.
-    if (isOfThisList) {
+PropertyListWriter::Ref PropertyListWriter::newSharedString(std::string_view text, std::size_t at) {
+    // A text that was seen in this list has left its mark, unless others have taken its places.
+    if (recent_[at].list == list_)
+        at ^= 1;
+    if (recent_[at].list == list_) {
         for (const auto& known : shared_) {
             if (known.text == text)
                 return known.ref;
         }
     }
+    const auto address = reinterpret_cast<std::uintptr_t>(text.data());
     const auto count = checkedCount(text.size());
     const auto ref = isAscii(text)
                          ? add({Kind::sharedAscii, count, address}, markerSize(count) + text.size())
                          : string(text);
-    recent = {text.data(), count, ref, list_};
+    recent_[at] = {text.data(), count, ref, list_};
     shared_.push_back({text, ref});
     return ref;
 }
@@ -229,13 +238,18 @@ std::size_t PropertyListWriter::uidBytes() const {
 template <class RefInteger, class Offset>
 void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const {
     const auto start = out.size();
-    const auto count = nodes_.size() + uidCount_;
+    const auto firstUid = frontOffsets_.size() + nodes_.size();
+    const auto count = firstUid + uidCount_;
     out.resize(start + table + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
     auto* p = begin;
     auto* offset = begin + table;
-    std::memcpy(p, magic.data(), magic.size());
-    p += magic.size();
+    const auto numberOf = [&](Ref ref) {
+        return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
+    };
+    p = putBytes(p, front_.data(), front_.size());
+    for (const auto at : frontOffsets_)
+        offset = put(offset, static_cast<Offset>(at));
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin));
         switch (node.kind) {
@@ -295,7 +309,7 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
 template <class RefInteger>
 void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
     const std::size_t table =
-        magic.size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
+        front_.size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
     if (table <= 0xff) {
         writeAll<RefInteger, std::uint8_t>(root, out, table);
     } else if (table <= 0xffff) {
@@ -308,7 +322,7 @@ void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
 }
 
 void PropertyListWriter::write(Ref root, Bytes& out) const {
-    const auto count = nodes_.size() + uidCount_;
+    const auto count = frontOffsets_.size() + nodes_.size() + uidCount_;
     if (count <= 0x100) {
         writeSized<std::uint8_t>(root, out);
     } else if (count <= 0x10000) {

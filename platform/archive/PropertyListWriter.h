@@ -22,6 +22,10 @@ class PropertyListWriter {
     using Ref = std::uint32_t;
     using Bytes = std::vector<std::uint8_t>;
 
+    /// `front`: ASCII texts that stand at the front of every list, made ready once. Their Refs are
+    /// 0, 1, 2, ...
+    explicit PropertyListWriter(std::span<const std::string_view> front = {});
+
     void clear();
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
@@ -32,7 +36,15 @@ class PropertyListWriter {
     /// UTF-8. Throws NSInvalidArgumentException if it is not.
     Ref string(std::string_view text);
     /// The same text gives the same value. For texts that occur often and live as long as the list.
-    Ref sharedString(std::string_view text);
+    Ref sharedString(std::string_view text) {
+        const auto at = recentAt(text.data());
+        for (const auto i : {at, at ^ 1}) {
+            const auto& recent = recent_[i];
+            if (recent.list == list_ && recent.text == text.data() && recent.size == text.size())
+                return recent.ref;
+        }
+        return newSharedString(text, at);
+    }
     Ref data(std::span<const std::uint8_t> bytes);
     /// A data value whose bytes `fill(Bytes&)` appends.
     template <class Fill>
@@ -68,6 +80,7 @@ class PropertyListWriter {
         dictionary
     };
     static constexpr Ref none = 0xffffffff;
+    static constexpr std::size_t recentCount = 256;
     /// Marks the reference to a UID, which has no node: the UIDs are written after all nodes.
     static constexpr Ref uidBit = 0x80000000;
 
@@ -88,14 +101,21 @@ class PropertyListWriter {
         Ref ref = none;
         std::uint64_t list = 0;
     };
+    /// One of the two places of a text.
+    static std::size_t recentAt(const char* text) {
+        const auto address = reinterpret_cast<std::uintptr_t>(text);
+        return (address ^ address >> 8) % recentCount;
+    }
+    Ref newSharedString(std::string_view text, std::size_t at);
     /// Throws NSInvalidArgumentException for what is too long for a count.
     static std::uint32_t checkedCount(std::size_t count);
 
     /// `size`: the bytes that the node will take, without its references.
     Ref add(const Node& node, std::size_t size) {
+        const auto ref = static_cast<Ref>(frontOffsets_.size() + nodes_.size());
         nodes_.push_back(node);
         bytes_ += size;
-        return static_cast<Ref>(nodes_.size() - 1);
+        return ref;
     }
     /// What arena_ holds from `start` on, in units of `unit` bytes.
     Ref addBytes(Kind kind, std::size_t start, std::size_t unit);
@@ -104,17 +124,16 @@ class PropertyListWriter {
     template <class RefInteger, class Offset>
     void writeAll(Ref root, Bytes& out, std::size_t table) const;
     std::size_t uidBytes() const;
-    /// The number of a value in the list.
-    std::uint64_t numberOf(Ref ref) const {
-        return (ref & uidBit) != 0 ? nodes_.size() + (ref & ~uidBit) : ref;
-    }
 
+    /// The front as it is written, magic included, and where its texts start.
+    Bytes front_;
+    std::vector<std::uint32_t> frontOffsets_;
     std::vector<Node> nodes_;
     std::vector<Ref> refs_;
     Bytes arena_;
     std::size_t bytes_ = 0;
     std::vector<Shared> shared_;
-    std::array<Recent, 256> recent_;
+    std::array<Recent, recentCount> recent_;
     std::uint64_t list_ = 1;
     std::uint32_t uidCount_ = 0;
     Ref booleans_[2] = {none, none};
