@@ -71,10 +71,10 @@ void MVAclPermission::encodeWithCoder(NSKeyedArchiver& coder) const {
 }
 
 std::shared_ptr<NSObject> MVAclPermission::initWithCoder(NSKeyedUnarchiver& coder) {
-    const auto name = coder.decodeString("name");
+    const auto name = coder.decodeText("name");
     const auto permission = coder.decodeInt32("permission");
     const auto state = coder.decodeInt64("state");
-    return initWithName(name ? std::string_view(*name) : std::string_view(), permission, state);
+    return initWithName(name.value_or(std::string_view()), permission, state);
 }
 
 }  // namespace morvane

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/archive/ArchiveFront.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
@@ -10,24 +11,6 @@ namespace {
 using Ref = PropertyListWriter::Ref;
 
 constexpr Ref unwritten = 0xffffffff;
-
-/// The texts of every archive.
-enum Front : Ref {
-    nullText,
-    versionKey,
-    archiverKey,
-    archiverName,
-    topKey,
-    objectsKey,
-    classKey,
-    classNameKey,
-    classesKey,
-    rootClassName,
-};
-constexpr std::string_view front[] = {
-    "$null",    "$version", "$archiver",  "NSKeyedArchiver", "$top",
-    "$objects", "$class",   "$classname", "$classes",        "NSObject",
-};
 
 /// The objects that were written or are being written, by address.
 class ObjectTable {
@@ -89,7 +72,7 @@ class ObjectTable {
 }  // namespace
 
 struct NSKeyedArchiver::State {
-    PropertyListWriter list{front};
+    PropertyListWriter list{&archiveFront()};
     ObjectTable table;
     /// The value of each UID; unwritten while its object is being encoded.
     std::vector<Ref> objects;

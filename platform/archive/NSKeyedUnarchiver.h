@@ -74,6 +74,8 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::int64_t decodeInt64(std::string_view key);
     double decodeDouble(std::string_view key);
     std::optional<std::string> decodeString(std::string_view key);
+    /// The same without a copy: good until the next text is decoded.
+    std::optional<std::string_view> decodeText(std::string_view key);
     std::optional<NSData> decodeData(std::string_view key);
     std::optional<NSUUID> decodeUUID(std::string_view key);
     std::optional<NSURL> decodeURL(std::string_view key);
@@ -98,11 +100,16 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
 
   private:
     struct MORVANE_INTERNAL State;
-    std::unique_ptr<State> state_;
-    explicit NSKeyedUnarchiver(std::unique_ptr<State> state);
+    using Classes = std::span<const NSClass* const>;
 
-    std::shared_ptr<NSObject> objectAt(std::uint64_t uid, std::string_view key,
-                                       const NSClassSet& classes);
+    /// Null when the archive is nested in another.
+    std::unique_ptr<State> own_;
+    State* state_;
+    explicit NSKeyedUnarchiver(State& state);
+
+    // Where the archive keeps the object; null for nil.
+    std::shared_ptr<NSObject>* decodeObjectOfClasses(std::string_view key, Classes classes);
+    std::shared_ptr<NSObject>* objectAt(std::uint64_t uid, std::string_view key, Classes classes);
     template <class Read>
     void readArray(std::string_view key, Read&& read);
 };

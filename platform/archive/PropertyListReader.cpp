@@ -14,7 +14,9 @@ bool isIntegerSize(unsigned size) {
 
 }  // namespace
 
-PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : begin_(bytes.data()) {
+PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes,
+                                       const PropertyListFront* front)
+    : begin_(bytes.data()) {
     if (bytes.size() < magicSize + 1 + 1 + trailerSize) {
         throw PropertyListDamage("it is too short to be a property list");
     }
@@ -42,6 +44,12 @@ PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes) : be
     if (root_ >= count_)
         throw PropertyListDamage("its root is out of range");
     table_ = begin_ + table;
+    const auto startsWith = [](const std::uint8_t* p, std::uint64_t size, auto expected) {
+        return !expected.empty() && expected.size() <= size &&
+               std::memcmp(p, expected.data(), expected.size()) == 0;
+    };
+    startsWithFront_ = front && startsWith(begin_, table, front->bytes()) &&
+                       startsWith(table_, end - table, front->offsets(offsetSize_));
 }
 
 PropertyListReader::Value PropertyListReader::anyValue(std::uint64_t ref) const {

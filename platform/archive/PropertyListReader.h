@@ -1,5 +1,7 @@
 #pragma once
 
+#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -62,59 +64,75 @@ class PropertyListReader {
     };
     static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
 
-    explicit PropertyListReader(std::span<const std::uint8_t> bytes);
+    /// `front`: looked for at the front of the list.
+    explicit PropertyListReader(std::span<const std::uint8_t> bytes,
+                                const PropertyListFront* front = nullptr);
+
+    /// Whether the list starts with the front, so that its texts are the values 0, 1, 2, ...
+    bool startsWithFront() const { return startsWithFront_; }
+    /// Whether the dictionary has these texts of the front as its keys, in this order.
+    template <class... Keys>
+    bool hasFrontKeys(const Value& dictionary, Keys... keys) const {
+        std::uint64_t i = 0;
+        return startsWithFront_ && dictionary.count == sizeof...(keys) &&
+               (... && (reference(dictionary, i++) == keys));
+    }
 
     std::uint64_t root() const { return root_; }
     std::uint64_t valueCount() const { return count_; }
+    /// The value that is number `ref`. A short one of the `likely` kind is told by a branch that is
+    /// foreseen where that kind is expected; every other is looked at in full.
+    template <Kind likely = Kind::null>
     Value value(std::uint64_t ref) const {
-        // Most values are short and well-formed; all others are looked at in full.
         const auto* const p = locate(ref);
         if (!p)
             return anyValue(ref);
         const auto left = static_cast<std::uint64_t>(table_ - p) - 1;
         const unsigned low = *p & 0x0Fu;
-        const auto counted = [&](Kind kind) {
-            Value value{kind, low, {}};
-            value.bytes = p + 1;
-            return value;
-        };
-        switch (*p >> 4) {
-            case 0x1:
-                if (low > 3 || (1u << low) > left)
-                    break;
+        const unsigned high = *p >> 4;
+        if constexpr (likely == Kind::boolean) {
+            if ((*p & 0xFE) == 0x08)
+                return {Kind::boolean, 0, {*p & 1u}};
+        } else if constexpr (likely == Kind::integer) {
+            if (high == 0x1 && low <= 3 && (1u << low) <= left)
                 return {Kind::integer, 0, {bigEndian(p + 1, 1u << low)}};
-            case 0x5:
-                if (const auto text = textAt(p); text.bytes) {
-                    Value value{Kind::ascii, static_cast<std::uint32_t>(text.size), {}};
-                    value.bytes = text.bytes;
-                    return value;
-                }
-                break;
-            case 0x8:
-                if (low >= 8 || low >= left)
-                    break;
+        } else if constexpr (likely == Kind::uid) {
+            if (high == 0x8 && low < 8 && low < left)
                 return {Kind::uid, 0, {bigEndian(p + 1, low + 1)}};
-            case 0xA:
-                if (low == 15 || low * std::uint64_t{refSize_} > left)
-                    break;
-                return counted(Kind::array);
-            case 0xD:
-                if (low == 15 || low * std::uint64_t{refSize_} * 2 > left)
-                    break;
-                return counted(Kind::dictionary);
-            default:
-                break;
+        } else if constexpr (likely == Kind::data) {
+            // Of 256 to 65,535 bytes: a nested archive.
+            if (*p == 0x4F && left >= 3 && p[1] == 0x11) {
+                const auto size = static_cast<std::uint32_t>(bigEndian(p + 2, 2));
+                if (size <= left - 3)
+                    return counted(Kind::data, size, p + 4);
+            }
+        } else if constexpr (likely == Kind::ascii) {
+            if (const auto text = textAt(p); text.bytes)
+                return counted(Kind::ascii, static_cast<std::uint32_t>(text.size), text.bytes);
+        } else if constexpr (likely == Kind::array) {
+            if (high == 0xA && low != 15 && low * std::uint64_t{refSize_} <= left)
+                return counted(Kind::array, low, p + 1);
+        } else if constexpr (likely == Kind::dictionary) {
+            if (high == 0xD && low != 15 && low * std::uint64_t{refSize_} * 2 <= left)
+                return counted(Kind::dictionary, low, p + 1);
         }
         return anyValue(ref);
     }
-
+    /// The i-th element or key as a number of a value, which is not checked.
+    std::uint64_t reference(const Value& container, std::uint64_t i) const {
+        return bigEndian(container.bytes + i * refSize_) >> refShift_;
+    }
     /// The i-th element; i < array.count.
-    Value element(const Value& array, std::uint64_t i) const { return value(reference(array, i)); }
+    template <Kind likely = Kind::null>
+    Value element(const Value& array, std::uint64_t i) const {
+        return value<likely>(reference(array, i));
+    }
     Value key(const Value& dictionary, std::uint64_t i) const {
         return value(reference(dictionary, i));
     }
+    template <Kind likely = Kind::null>
     Value valueOf(const Value& dictionary, std::uint64_t i) const {
-        return value(reference(dictionary, std::uint64_t{dictionary.count} + i));
+        return value<likely>(reference(dictionary, std::uint64_t{dictionary.count} + i));
     }
     /// The i-th element or key; as value() would tell.
     Text text(const Value& container, std::uint64_t i) const {
@@ -131,6 +149,11 @@ class PropertyListReader {
     static constexpr std::size_t magicSize = 8;
 
     Value anyValue(std::uint64_t ref) const;
+    static Value counted(Kind kind, std::uint32_t count, const std::uint8_t* bytes) {
+        Value value{kind, count, {}};
+        value.bytes = bytes;
+        return value;
+    }
     /// Where a value starts; null if it is none.
     const std::uint8_t* locate(std::uint64_t ref) const {
         if (ref >= count_)
@@ -180,9 +203,6 @@ class PropertyListReader {
     static std::uint64_t bigEndian(const std::uint8_t* p, unsigned size) {
         return bigEndian(p) >> (64 - 8 * size);
     }
-    std::uint64_t reference(const Value& value, std::uint64_t i) const {
-        return bigEndian(value.bytes + i * refSize_) >> refShift_;
-    }
 
     const std::uint8_t* begin_;
     const std::uint8_t* table_;
@@ -193,6 +213,7 @@ class PropertyListReader {
     /// What of eight bytes is not the integer.
     std::uint8_t offsetShift_;
     std::uint8_t refShift_;
+    bool startsWithFront_;
 };
 
 }  // namespace morvane

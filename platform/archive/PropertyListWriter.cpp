@@ -9,8 +9,6 @@
 namespace morvane {
 namespace {
 
-constexpr std::string_view magic = "bplist00";
-
 template <class T>
 T bigEndian(T value) {
     static_assert(std::endian::native == std::endian::little);
@@ -110,18 +108,15 @@ bool isAscii(std::string_view text) {
     return (all & 0x8080808080808080U) == 0;
 }
 
+const PropertyListFront& emptyFront() {
+    static const PropertyListFront front({});
+    return front;
+}
+
 }  // namespace
 
-PropertyListWriter::PropertyListWriter(std::span<const std::string_view> front)
-    : front_(magic.begin(), magic.end()) {
-    for (const auto text : front) {
-        const auto at = front_.size();
-        const auto count = checkedCount(text.size());
-        frontOffsets_.push_back(static_cast<std::uint32_t>(at));
-        front_.resize(at + markerSize(count) + count);
-        putBytes(putMarker(front_.data() + at, 0x50, count), text.data(), count);
-    }
-}
+PropertyListWriter::PropertyListWriter(const PropertyListFront* front)
+    : front_(front ? *front : emptyFront()) {}
 
 void PropertyListWriter::clear() {
     nodes_.clear();
@@ -238,7 +233,7 @@ std::size_t PropertyListWriter::uidBytes() const {
 template <class RefInteger, class Offset>
 void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const {
     const auto start = out.size();
-    const auto firstUid = frontOffsets_.size() + nodes_.size();
+    const auto firstUid = frontCount() + nodes_.size();
     const auto count = firstUid + uidCount_;
     out.resize(start + table + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
@@ -247,9 +242,9 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
     const auto numberOf = [&](Ref ref) {
         return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
     };
-    p = putBytes(p, front_.data(), front_.size());
-    for (const auto at : frontOffsets_)
-        offset = put(offset, static_cast<Offset>(at));
+    p = putBytes(p, front_.bytes().data(), front_.bytes().size());
+    const auto offsets = front_.offsets(sizeof(Offset));
+    offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin));
         switch (node.kind) {
@@ -309,7 +304,7 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
 template <class RefInteger>
 void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
     const std::size_t table =
-        front_.size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
+        front_.bytes().size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
     if (table <= 0xff) {
         writeAll<RefInteger, std::uint8_t>(root, out, table);
     } else if (table <= 0xffff) {
@@ -322,7 +317,7 @@ void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
 }
 
 void PropertyListWriter::write(Ref root, Bytes& out) const {
-    const auto count = frontOffsets_.size() + nodes_.size() + uidCount_;
+    const auto count = frontCount() + nodes_.size() + uidCount_;
     if (count <= 0x100) {
         writeSized<std::uint8_t>(root, out);
     } else if (count <= 0x10000) {

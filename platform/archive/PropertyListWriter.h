@@ -1,5 +1,7 @@
 #pragma once
 
+#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+
 #include <array>
 #include <cstdint>
 #include <span>
@@ -22,9 +24,9 @@ class PropertyListWriter {
     using Ref = std::uint32_t;
     using Bytes = std::vector<std::uint8_t>;
 
-    /// `front`: ASCII texts that stand at the front of every list, made ready once. Their Refs are
-    /// 0, 1, 2, ...
-    explicit PropertyListWriter(std::span<const std::string_view> front = {});
+    /// Every list starts with the texts of `front`, whose Refs are 0, 1, 2, ... It outlives the
+    /// writer.
+    explicit PropertyListWriter(const PropertyListFront* front = nullptr);
 
     void clear();
     /// Makes room for `count` values that each hold a few others.
@@ -112,7 +114,7 @@ class PropertyListWriter {
 
     /// `size`: the bytes that the node will take, without its references.
     Ref add(const Node& node, std::size_t size) {
-        const auto ref = static_cast<Ref>(frontOffsets_.size() + nodes_.size());
+        const auto ref = static_cast<Ref>(frontCount() + nodes_.size());
         nodes_.push_back(node);
         bytes_ += size;
         return ref;
@@ -125,9 +127,9 @@ class PropertyListWriter {
     void writeAll(Ref root, Bytes& out, std::size_t table) const;
     std::size_t uidBytes() const;
 
-    /// The front as it is written, magic included, and where its texts start.
-    Bytes front_;
-    std::vector<std::uint32_t> frontOffsets_;
+    std::size_t frontCount() const { return front_.count(); }
+
+    const PropertyListFront& front_;
     std::vector<Node> nodes_;
     std::vector<Ref> refs_;
     Bytes arena_;

@@ -30,6 +30,11 @@ void NSObservable::removeObserver(NSKeyValueObserver* observer, const NSKeyPath&
             registration.origin != &origin) {
             continue;
         }
+        if (count_ == 1 && telling_ == 0) {
+            first_ = {};
+            count_ = 0;
+            return;
+        }
         registration.observer = nullptr;
         if (telling_ != 0) {
             removedWhileTelling_ = true;

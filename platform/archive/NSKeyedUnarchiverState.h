@@ -1,0 +1,452 @@
+#pragma once
+
+#include <MorvaneOperation/platform/archive/ArchiveFront.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/archive/PropertyListReader.h>
+#include <MorvaneOperation/platform/archive/Unicode.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <span>
+#include <utility>
+
+/// One archive while it is being read: its objects, which of them were rebuilt, the classes that
+/// were checked, and what the decode may still use. Everything in it came from anyone.
+namespace morvane {
+namespace keyed {
+
+using Kind = PropertyListReader::Kind;
+using Value = PropertyListReader::Value;
+
+[[noreturn]] inline void fail(std::string_view key, const std::string& what) {
+    throw NSArchiveFailure(key, what);
+}
+
+inline std::string_view asciiText(const Value& value) {
+    return {reinterpret_cast<const char*>(value.bytes), std::size_t{value.count}};
+}
+
+/// What a look-up has found, if anything; an optional that fits into two registers.
+class Found {
+  public:
+    Found() : value_{notFound, 0, {}} {}
+    Found(const Value& value) : value_(value) {}
+    explicit operator bool() const { return value_.kind != notFound; }
+    const Value& operator*() const { return value_; }
+    const Value* operator->() const { return &value_; }
+
+  private:
+    static constexpr auto notFound = static_cast<Kind>(0xff);
+    Value value_;
+};
+
+/// A dictionary whose keys are read once: every look-up passes all of them.
+struct Dictionary {
+    explicit Dictionary(const Value& v) : value(v) {}
+
+    Value value;
+    bool keysAreRead = false;
+    /// As many as an object of ours has; those of a larger one are read each time.
+    std::array<PropertyListReader::Text, 12> keys;
+};
+
+/// The property-list classes under the other names that archivers give them.
+struct Alias {
+    std::string_view name;
+    const NSClass* c;
+};
+inline constexpr Alias aliases[] = {
+    {"NSMutableArray", &NSArrayClass},
+    {"NSMutableDictionary", &NSDictionaryClass},
+    {"NSMutableString", &NSStringClass},
+    {"NSMutableData", &NSDataClass},
+};
+
+inline bool contains(std::span<const NSClass* const> classes, const NSClass& c) {
+    return std::find(classes.begin(), classes.end(), &c) != classes.end();
+}
+
+}  // namespace keyed
+
+struct NSKeyedUnarchiver::State {
+    using Kind = keyed::Kind;
+    using Value = keyed::Value;
+    using Found = keyed::Found;
+    using Dictionary = keyed::Dictionary;
+    using Classes = std::span<const NSClass* const>;
+
+    /// What became of an object of the archive.
+    struct Slot {
+        enum class Progress : std::uint8_t { untouched, beingDecoded, decoded };
+        Progress progress = Progress::untouched;
+        std::shared_ptr<NSObject> object;
+    };
+    /// A class dictionary that was checked.
+    struct CheckedClass {
+        std::uint64_t uid;
+        const NSClass* c;
+    };
+
+    /// Every look-up passes all keys of an object, whose dictionaries may overlap in a hostile
+    /// archive; no class has nearly as many.
+    static constexpr std::uint64_t maxKeys = 64;
+
+    PropertyListReader list;
+    NSDecodingBudget ownBudget;
+    NSDecodingBudget& budget;
+    Value objects;
+    std::string converted;
+    std::optional<Dictionary> top;
+    /// What keys are looked up in.
+    Dictionary* current = nullptr;
+    std::array<Slot, 8> fewSlots;
+    std::vector<Slot> manySlots;
+    std::array<CheckedClass, 8> checkedClasses;
+    std::size_t checkedClassCount = 0;
+
+    explicit State(NSDataView data)
+        : State(data, NSDecodingBudget::forArchiveOfSize(data.size()), nullptr) {}
+    State(NSDataView data, NSDecodingBudget& outer) : State(data, {}, &outer) {}
+
+    Slot& slot(std::uint64_t uid) { return manySlots.empty() ? fewSlots[uid] : manySlots[uid]; }
+
+    /// The value of `key` in `current`; empty if there is none.
+    template <Kind likely = Kind::uid>
+    Found find(std::string_view key) {
+        return find<likely>(*current, key, key);
+    }
+
+    template <Kind likely = Kind::uid>
+    Found find(Dictionary& dictionary, std::string_view key, std::string_view context) {
+        const auto count = dictionary.value.count;
+        if (count > maxKeys)
+            keyed::fail(context, "an object has too many keys");
+        if (count > dictionary.keys.size()) {
+            return findIf<likely>(dictionary.value, context, [&](std::uint64_t i) {
+                return list.text(dictionary.value, i) == key;
+            });
+        }
+        if (!dictionary.keysAreRead) {
+            for (std::uint64_t i = 0; i < count; ++i)
+                dictionary.keys[i] = list.text(dictionary.value, i);
+            dictionary.keysAreRead = true;
+        }
+        return findIf<likely>(dictionary.value, context,
+                              [&](std::uint32_t i) { return dictionary.keys[i] == key; });
+    }
+
+    template <Kind likely, class IsKey>
+    Found findIf(const Value& dictionary, std::string_view context, IsKey&& isKey) {
+        auto found = dictionary.count;
+        for (std::uint32_t i = 0; i < dictionary.count; ++i) {
+            if (!isKey(i))
+                continue;
+            if (found != dictionary.count)
+                keyed::fail(context, "the key stands there twice");
+            found = i;
+        }
+        if (found == dictionary.count)
+            return {};
+        return list.valueOf<likely>(dictionary, found);
+    }
+
+    void spendObject(std::string_view key) {
+        if (budget.objects == 0)
+            keyed::fail(key, "the archive unfolds into too many objects");
+        --budget.objects;
+    }
+
+    void spendBytes(std::uint64_t count, std::string_view key) {
+        if (count > budget.bytes)
+            keyed::fail(key, "the archive unfolds into too many bytes");
+        budget.bytes -= count;
+    }
+
+    std::uint64_t uid(const Value& value, std::string_view key) {
+        if (value.kind != Kind::uid)
+            keyed::fail(key, "a reference to an object was expected");
+        if (value.bits >= objects.count)
+            keyed::fail(key, "a reference leads out of the archive");
+        return value.bits;
+    }
+
+    /// The value that a reference leads to.
+    template <Kind likely = Kind::dictionary>
+    Value follow(const Value& reference, std::string_view key) {
+        spendObject(key);
+        return list.element<likely>(objects, uid(reference, key));
+    }
+
+    bool isNil(const Value& reference, std::string_view key) { return uid(reference, key) == 0; }
+
+    /// The one of `classes` that the object `dictionary` is of; refuses every other.
+    const NSClass& classOf(Dictionary& dictionary, Classes classes, std::string_view key) {
+        if (dictionary.value.kind != Kind::dictionary)
+            keyed::fail(key, "an object was expected");
+        const auto reference = classReference(dictionary, key);
+        if (!reference)
+            keyed::fail(key, "an object has no class");
+        const auto classUid = uid(*reference, key);
+        for (std::size_t i = 0; i < checkedClassCount; ++i) {
+            if (checkedClasses[i].uid != classUid)
+                continue;
+            if (!keyed::contains(classes, *checkedClasses[i].c))
+                refuse(checkedClasses[i].c->name, key);
+            return *checkedClasses[i].c;
+        }
+        const auto& c = checkClass(list.element<Kind::dictionary>(objects, classUid), classes, key);
+        if (checkedClassCount < checkedClasses.size()) {
+            checkedClasses[checkedClassCount++] = {classUid, &c};
+        }
+        return c;
+    }
+
+    Found classReference(Dictionary& dictionary, std::string_view key) {
+        const auto& value = dictionary.value;
+        // Written last.
+        if (list.startsWithFront() && value.count != 0 &&
+            list.reference(value, value.count - 1) == classKey) {
+            return list.valueOf<Kind::uid>(value, value.count - 1);
+        }
+        return find(dictionary, "$class", key);
+    }
+
+    [[noreturn]] static void refuse(std::string_view name, std::string_view key) {
+        std::string shown;
+        for (const char ch : name.substr(0, 64))
+            shown += ch >= ' ' && ch <= '~' ? ch : '?';
+        keyed::fail(key, "an object of class \"" + shown + "\" is not allowed there");
+    }
+
+    const NSClass& checkClass(const Value& value, Classes classes, std::string_view key) {
+        if (value.kind != Kind::dictionary)
+            keyed::fail(key, "a class is malformed");
+        Found name;
+        Found ancestry;
+        if (list.hasFrontKeys(value, classNameKey, classesKey)) {
+            name = list.valueOf<Kind::ascii>(value, 0);
+            ancestry = list.valueOf<Kind::array>(value, 1);
+        } else {
+            Dictionary description(value);
+            name = find<Kind::ascii>(description, "$classname", key);
+            ancestry = find<Kind::array>(description, "$classes", key);
+        }
+        if (!name || name->kind != Kind::ascii || !ancestry || ancestry->kind != Kind::array) {
+            keyed::fail(key, "a class is malformed");
+        }
+        std::uint64_t next = 0;
+        const auto expect = [&](std::string_view ancestor) {
+            if (next >= ancestry->count || !(list.text(*ancestry, next++) == ancestor)) {
+                keyed::fail(key, "a class claims an ancestry that is not its own");
+            }
+        };
+        const NSClass* c = nullptr;
+        for (const auto* allowed : classes) {
+            if (allowed->name == keyed::asciiText(*name))
+                c = allowed;
+        }
+        if (!c) {
+            for (const auto& alias : keyed::aliases) {
+                if (alias.name != keyed::asciiText(*name) || !keyed::contains(classes, *alias.c))
+                    continue;
+                c = alias.c;
+                expect(alias.name);
+            }
+        }
+        if (!c)
+            refuse(keyed::asciiText(*name), key);
+        for (const auto* k = c; k; k = k->superclass) {
+            if (list.startsWithFront() && !k->superclass && next < ancestry->count &&
+                list.reference(*ancestry, next) == rootClassName) {
+                ++next;
+                continue;
+            }
+            expect(k->name);
+        }
+        if (next != ancestry->count)
+            keyed::fail(key, "a class claims an ancestry that is not its own");
+        return *c;
+    }
+
+    /// ASCII where it stands; anything else is converted, and stays until the next.
+    std::string_view text(const Value& value, std::string_view key) {
+        if (value.kind == Kind::ascii) {
+            spendBytes(value.count, key);
+            const auto ascii = keyed::asciiText(value);
+            // Without a branch for each character.
+            unsigned all = 0;
+            for (const char c : ascii)
+                all |= static_cast<unsigned char>(c);
+            if (all >= 0x80)
+                keyed::fail(key, "a text is not ASCII");
+            return ascii;
+        }
+        if (value.kind != Kind::utf16)
+            keyed::fail(key, "a text was expected");
+        spendBytes(std::uint64_t{value.count} * 2, key);
+        auto utf8 = utf8FromUtf16BigEndian({value.bytes, std::size_t{value.count} * 2});
+        if (!utf8)
+            keyed::fail(key, "a text is not Unicode");
+        converted = std::move(*utf8);
+        return converted;
+    }
+
+    std::int64_t integer(const Value& value, std::string_view key) {
+        if (value.kind != Kind::integer)
+            keyed::fail(key, "an integer was expected");
+        return static_cast<std::int64_t>(value.bits);
+    }
+
+    NSDataView bytes(const Value& value, std::string_view key) {
+        if (value.kind != Kind::data)
+            keyed::fail(key, "data was expected");
+        return {value.bytes, std::size_t{value.count}};
+    }
+
+    NSURL url(const Value& reference, std::string_view key) {
+        Dictionary object(follow(reference, key));
+        static const NSClassSet classes{&NSURLClass};
+        classOf(object, classes, key);
+        const auto base = find(object, "NS.base", key);
+        if (base && !isNil(*base, key))
+            keyed::fail(key, "a URL is relative to another");
+        const auto relative = find(object, "NS.relative", key);
+        if (!relative)
+            keyed::fail(key, "a URL has no text");
+        auto result = NSURL::URLWithString(text(follow<Kind::ascii>(*relative, key), key));
+        if (!result)
+            keyed::fail(key, "a URL is malformed");
+        return std::move(*result);
+    }
+
+    /// The elements ("NS.objects") of an array or dictionary object, as references.
+    Value elements(Dictionary& object, std::string_view member, std::string_view key) {
+        const auto values = find<Kind::array>(object, member, key);
+        if (!values || values->kind != Kind::array)
+            keyed::fail(key, "an array is malformed");
+        // Checked before room is made for them.
+        if (values->count > budget.objects)
+            keyed::fail(key, "the archive unfolds into too many objects");
+        return *values;
+    }
+
+    Value array(const Value& reference, std::string_view key) {
+        Dictionary object(follow(reference, key));
+        static const NSClassSet classes{&NSArrayClass};
+        classOf(object, classes, key);
+        return elements(object, "NS.objects", key);
+    }
+
+    struct Depth {
+        NSDecodingBudget& budget;
+        Depth(NSDecodingBudget& b, std::string_view key) : budget(b) {
+            if (budget.depth == 0)
+                keyed::fail(key, "objects are nested too deeply");
+            --budget.depth;
+        }
+        ~Depth() { ++budget.depth; }
+    };
+
+    /// While it exists, keys are looked up in `dictionary`.
+    struct Within {
+        State& state;
+        Dictionary* const outer;
+        Within(State& s, Dictionary& dictionary)
+            : state(s), outer(std::exchange(s.current, &dictionary)) {}
+        ~Within() { state.current = outer; }
+    };
+
+    NSErrorRef error(const Value& reference, std::string_view key) {
+        if (isNil(reference, key))
+            return nullptr;
+        const Depth depth(budget, key);
+        Dictionary object(follow(reference, key));
+        static const NSClassSet classes{&NSError::classObject()};
+        classOf(object, classes, key);
+        const auto domain = find(object, "NSDomain", key);
+        const auto code = find<Kind::integer>(object, "NSCode", key);
+        if (!domain || !code)
+            keyed::fail(key, "an error has no domain or no code");
+        NSErrorUserInfo userInfo;
+        const auto info = find(object, "NSUserInfo", key);
+        if (info && !isNil(*info, key)) {
+            Dictionary dictionary(follow(*info, key));
+            static const NSClassSet dictionaryClasses{&NSDictionaryClass};
+            classOf(dictionary, dictionaryClasses, key);
+            const auto names = elements(dictionary, "NS.keys", key);
+            const auto values = elements(dictionary, "NS.objects", key);
+            if (names.count != values.count)
+                keyed::fail(key, "a dictionary is malformed");
+            for (std::uint64_t i = 0; i < names.count; ++i) {
+                std::string name(
+                    text(follow<Kind::ascii>(list.element<Kind::uid>(names, i), key), key));
+                if (!userInfo
+                         .emplace(std::move(name),
+                                  errorValue(list.element<Kind::uid>(values, i), key))
+                         .second) {
+                    keyed::fail(key, "a dictionary has a key twice");
+                }
+            }
+        }
+        return NSError::errorWithDomain(std::string(text(follow<Kind::ascii>(*domain, key), key)),
+                                        integer(*code, key), std::move(userInfo));
+    }
+
+    NSErrorValue errorValue(const Value& reference, std::string_view key) {
+        if (isNil(reference, key))
+            return NSErrorRef();
+        const auto value = follow(reference, key);
+        if (value.kind == Kind::integer)
+            return integer(value, key);
+        if (value.kind != Kind::dictionary)
+            return std::string(text(value, key));
+        Dictionary object(value);
+        static const NSClassSet classes{&NSURLClass, &NSError::classObject()};
+        if (&classOf(object, classes, key) == &NSURLClass)
+            return url(reference, key);
+        return error(reference, key);
+    }
+
+  private:
+    State(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
+        : list(data, &archiveFront()), ownBudget(own), budget(outer ? *outer : ownBudget) {
+        spendBytes(data.size(), "root");
+        Dictionary root(list.value<Kind::dictionary>(list.root()));
+        if (root.value.kind != Kind::dictionary)
+            keyed::fail("root", "it is not a keyed archive");
+        Found version;
+        Found archiver;
+        Found topValue;
+        Found objectsValue;
+        if (list.hasFrontKeys(root.value, versionKey, archiverKey, topKey, objectsKey)) {
+            version = list.valueOf<Kind::integer>(root.value, 0);
+            archiver = list.valueOf<Kind::ascii>(root.value, 1);
+            topValue = list.valueOf<Kind::dictionary>(root.value, 2);
+            objectsValue = list.valueOf<Kind::array>(root.value, 3);
+        } else {
+            version = find<Kind::integer>(root, "$version", "$version");
+            archiver = find<Kind::ascii>(root, "$archiver", "$archiver");
+            topValue = find<Kind::dictionary>(root, "$top", "$top");
+            objectsValue = find<Kind::array>(root, "$objects", "$objects");
+        }
+        if (!version || version->kind != Kind::integer || version->bits != 100000 || !archiver ||
+            archiver->kind != Kind::ascii || keyed::asciiText(*archiver) != "NSKeyedArchiver" ||
+            !topValue || topValue->kind != Kind::dictionary || !objectsValue ||
+            objectsValue->kind != Kind::array || objectsValue->count == 0) {
+            keyed::fail("root", "it is not a keyed archive");
+        }
+        current = &top.emplace(*topValue);
+        objects = *objectsValue;
+        if (objects.count > fewSlots.size()) {
+            if (objects.count > budget.objects) {
+                keyed::fail("$objects", "the archive unfolds into too many objects");
+            }
+            budget.objects -= objects.count;
+            manySlots.resize(static_cast<std::size_t>(objects.count));
+        }
+    }
+};
+
+}  // namespace morvane
