@@ -24,13 +24,35 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     app.require_subcommand(1);
 
     AclOptions acl;
-    CLI::App* command = app.add_subcommand("acl", "Print the access-control list of an item");
+    EditOptions edit;
+    CLI::App* command =
+        app.add_subcommand("acl", "Print or edit the access-control list of an item");
     command->set_version_flag("--version", versionText, "Print the version and exit");
     command->add_option("PATH", acl.path, "A file or a folder; a symbolic link is followed")
         ->required();
     auto* tree = command->add_flag("--tree", acl.tree, "Show each entry's boxes below it");
     command->add_flag("--json", acl.json, "Print JSON instead of a table")->excludes(tree);
+    std::vector<std::string> script;
+    auto* editFlag =
+        command
+            ->add_option("--edit", script,
+                         "Change the list by these commands; without any, on the terminal")
+            ->expected(0, 1)
+            ->type_name("[SCRIPT]");
+    command->add_flag("--dry-run", edit.dryRun, "Show the list before and after, change nothing")
+        ->needs(editFlag);
     command->footer(footer);
+
+    AccessOptions access;
+    CLI::App* accessCommand =
+        app.add_subcommand("access", "Tell what a user or group can really do to an item");
+    accessCommand->set_version_flag("--version", versionText, "Print the version and exit");
+    accessCommand->add_option("PATH", access.path, "A file or a folder")->required();
+    auto* user = accessCommand->add_option("--user", access.user, "The user's name or number");
+    accessCommand->add_option("--group", access.group, "The group's name or number")
+        ->excludes(user);
+    accessCommand->add_flag("--json", access.json, "Print JSON instead of boxes");
+    accessCommand->footer(footer);
 
     SizeOptions size;
     CLI::App* sizeCommand =
@@ -74,6 +96,22 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     }
     if (*lsCommand)
         return ls;
+    if (*accessCommand) {
+        if (access.user.empty() && access.group.empty())
+            return Outcome{ExitUsage,
+                           {},
+                           "morvane: --user NAME or --group NAME is required\n"
+                           "  'morvane access --help' tells how the command is used.\n"};
+        return access;
+    }
+    if (*editFlag) {
+        edit.path = acl.path;
+        edit.tree = acl.tree;
+        edit.json = acl.json;
+        if (!script.empty() && !script.front().empty())
+            edit.script = script.front();
+        return edit;
+    }
     return acl;
 }
 

@@ -2,7 +2,9 @@
 
 #include <variant>
 
+#include "AccessCommand.h"
 #include "AclCommand.h"
+#include "EditCommand.h"
 #include "LsCommand.h"
 #include "Outcome.h"
 #include "SizeCommand.h"
@@ -11,7 +13,8 @@
 /// version, or why the command line was not understood).
 namespace morvane {
 
-using CommandLine = std::variant<Outcome, AclOptions, SizeOptions, LsOptions>;
+using CommandLine =
+    std::variant<Outcome, AclOptions, EditOptions, AccessOptions, SizeOptions, LsOptions>;
 
 /// `version` is what --version prints behind the program's name.
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version);

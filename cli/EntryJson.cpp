@@ -37,14 +37,25 @@ Json jsonOfEntry(const MVAclEntry& entry) {
             {"permissions", std::move(permissions)}};
 }
 
+std::string textOf(const Json& json) {
+    constexpr int indent = 2;
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
 }  // namespace
 
 std::string entriesAsJson(const EntryList& entries) {
     Json array = Json::array();
     for (const auto& entry : entries)
         array.push_back(jsonOfEntry(*entry));
-    constexpr int indent = 2;
-    return array.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+    return textOf(array);
+}
+
+std::string nodesAsJson(const std::vector<std::shared_ptr<MVTreeNode>>& nodes) {
+    Json array = Json::array();
+    for (const auto& node : nodes)
+        array.push_back(jsonOfNode(*node));
+    return textOf(array);
 }
 
 }  // namespace morvane

@@ -87,15 +87,34 @@ const char* boxText(std::int64_t state) {
 }
 
 void appendTree(std::string& text, const NSTreeNode& node, std::size_t depth, const Style& style) {
-    const auto* permission = MVTreeNode::permissionOf(node);
-    const std::int64_t state = MVTreeNode::stateOf(node);
-    const std::string line = boxText(state) + escaped(permission ? permission->name() : "?");
-    text += std::string(4 * depth, ' ') + (state == MVStateOff ? style.faint(line) : line) + '\n';
+    const std::string line = boxAsText(node);
+    const bool off = MVTreeNode::stateOf(node) == MVStateOff;
+    text += std::string(4 * depth, ' ') + (off ? style.faint(line) : line) + '\n';
     for (const auto& child : node.childNodes())
         appendTree(text, *child, depth + 1, style);
 }
 
 }  // namespace
+
+std::string boxAsText(const NSTreeNode& node) {
+    const auto* permission = MVTreeNode::permissionOf(node);
+    return boxText(MVTreeNode::stateOf(node)) + escaped(permission ? permission->name() : "?");
+}
+
+std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style) {
+    std::string text;
+    for (const auto& node : nodes)
+        appendTree(text, *node, 0, style);
+    return text;
+}
+
+std::string entryAsLine(const MVAclEntry& entry) {
+    const auto row = rowOf(entry);
+    std::string text = row[0];
+    for (std::size_t i = 1; i + 1 < columnCount; ++i)
+        text += row[i].empty() ? "" : "  " + row[i];
+    return entry.inherited() ? text + "  inherited" : text;
+}
 
 void sortCanonically(EntryList& entries) {
     std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {

@@ -25,6 +25,15 @@ bool identityIsGroup(const MVAclEntry& entry);
 /// that comes from outside is escaped.
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style);
 
+/// The cells of one entry in one line, without a table: "user alice  Allow  Read  This item".
+std::string entryAsLine(const MVAclEntry& entry);
+/// A box before its name: "[x] Read Data"; "[-]" is mixed.
+std::string boxAsText(const NSTreeNode& node);
+
+/// The boxes of a tree, one to a line, the groups at the left edge.
+std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style);
+std::string nodesAsJson(const std::vector<std::shared_ptr<MVTreeNode>>& nodes);
+
 /// An array of objects, indented. What is not UTF-8 is replaced.
 std::string entriesAsJson(const EntryList& entries);
 

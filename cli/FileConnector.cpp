@@ -2,6 +2,7 @@
 
 #include <future>
 #include <utility>
+#include <variant>
 
 namespace morvane {
 
@@ -14,6 +15,8 @@ MVConnector::EncodableClasses FileConnector::remoteEncodableClasses() {
     return {{"getAclEntriesWithUrl:reply:",
              {&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
               &MVAclPermission::classObject()}},
+            {"getAclAccessWithUrl:uuid:reply:",
+             {&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()}},
             {"getSizesWithUrls:reply:", {&NSArrayClass, &MVFileSizeItem::classObject()}},
             {"getContentsOfDirectory:indexPath:reply:", {&NSArrayClass, &NSURLClass}}};
 }
@@ -62,6 +65,29 @@ AclAnswer FileConnector::aclEntries(const NSURL& url) {
         ->getAclEntriesWithUrl(url, [answer](EntryList entries, NSErrorRef error) {
             answer->set_value({std::move(entries), std::move(error)});
         });
+    return answer->get_future().get();
+}
+
+NSErrorRef FileConnector::setAclEntries(const EntryList& entries, const NSURL& url) {
+    struct Answer {
+        std::monostate nothing;
+        NSErrorRef error;
+    };
+    const auto answer = std::make_shared<std::promise<Answer>>();
+    serviceAnswering(*this, answer)->setAclEntries(entries, url, [answer](NSErrorRef error) {
+        answer->set_value({{}, std::move(error)});
+    });
+    return answer->get_future().get().error;
+}
+
+AccessAnswer FileConnector::access(const NSURL& url, const NSUUID& who) {
+    const auto answer = std::make_shared<std::promise<AccessAnswer>>();
+    serviceAnswering(*this, answer)
+        ->getAclAccessWithUrl(
+            url, who,
+            [answer](std::vector<std::shared_ptr<MVTreeNode>> permissions, NSErrorRef error) {
+                answer->set_value({std::move(permissions), std::move(error)});
+            });
     return answer->get_future().get();
 }
 

@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "AccessCommand.h"
 #include "AclCommand.h"
 #include "LsCommand.h"
 #include "SizeCommand.h"
@@ -26,6 +27,10 @@ class FileConnector final : public MVConnector {
 
     /// Asks the file service for the list of an item and waits for its answer.
     AclAnswer aclEntries(const NSURL& url);
+    /// Likewise to write it.
+    NSErrorRef setAclEntries(const EntryList& entries, const NSURL& url);
+    /// Likewise for what a user or group can do to an item.
+    AccessAnswer access(const NSURL& url, const NSUUID& who);
     /// Likewise for sizes. `progress` is told what is known so far, on another thread, and answers
     /// whether to go on.
     SizesAnswer sizes(const std::vector<NSURL>& urls, SizeProgress progress);

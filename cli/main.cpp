@@ -10,7 +10,9 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "EditScreen.h"
 #include "FileConnector.h"
+#include "Terminal.h"
 
 namespace morvane {
 namespace {
@@ -53,6 +55,19 @@ SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>
     return answer;
 }
 
+bool editOnTerminal(AclEditor& editor, const std::string& title) {
+    Terminal terminal;
+    EditScreen screen(editor, title,
+                      Style(wantsColours(true, std::getenv("NO_COLOR"), std::getenv("TERM"))));
+    while (true) {
+        const auto [rows, columns] = terminal.size();
+        terminal.show(screen.draw(rows, columns));
+        const auto result = screen.press(terminal.nextKey());
+        if (result != EditScreen::Result::goesOn)
+            return result == EditScreen::Result::save;
+    }
+}
+
 Outcome run(int argc, char** argv) {
     const auto line = parseCommandLine(argc, argv, MORVANE_VERSION);
     if (const auto* outcome = std::get_if<Outcome>(&line)) {
@@ -70,9 +85,22 @@ Outcome run(int argc, char** argv) {
     if (const auto* ls = std::get_if<LsOptions>(&line)) {
         return runLs(*ls, [&](const NSURL& url) { return connector->contents(url); });
     }
-    return runAcl(
-        std::get<AclOptions>(line), [&](const NSURL& url) { return connector->aclEntries(url); },
-        style);
+    const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(url); };
+    if (const auto* access = std::get_if<AccessOptions>(&line)) {
+        return runAccess(
+            *access,
+            [&](const NSURL& url, const NSUUID& who) { return connector->access(url, who); },
+            style);
+    }
+    if (const auto* edit = std::get_if<EditOptions>(&line)) {
+        return runAclEdit(
+            *edit, entriesOf,
+            [&](const EntryList& entries, const NSURL& url) {
+                return connector->setAclEntries(entries, url);
+            },
+            Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
+    }
+    return runAcl(std::get<AclOptions>(line), entriesOf, style);
 }
 
 bool print(const std::string& text, std::FILE* to) {

@@ -1,0 +1,30 @@
+#include "AccessCommand.h"
+
+#include "AclEditor.h"
+#include "EntryText.h"
+#include "Failure.h"
+
+namespace morvane {
+
+Outcome runAccess(const AccessOptions& options, const AccessSource& source, const Style& style) {
+    if (options.path.empty())
+        return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
+    Problem problem;
+    const auto identity = identityWritten(
+        options.group.empty() ? "user:" + options.user : "group:" + options.group, problem);
+    if (problem)
+        return {ExitUsage, {}, "morvane: " + *problem + ".\n"};
+    const auto answer = source(NSURL::fileURLWithPath(options.path), identity->uniqueIdentifier());
+    if (answer.error)
+        return {exitCodeOf(*answer.error),
+                {},
+                failureMessage("cannot tell the access to", options.path, *answer.error)};
+    if (options.json)
+        return {ExitSuccess, nodesAsJson(answer.permissions), {}};
+    std::string text = style.heading(std::string(identity->isGroup() ? "group " : "user ") +
+                                     escaped(identity->name()) + " on " + escaped(options.path)) +
+                       '\n';
+    return {ExitSuccess, text + nodesAsTree(answer.permissions, style), {}};
+}
+
+}  // namespace morvane

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/NSUUID.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Outcome.h"
+#include "Text.h"
+
+/// `morvane access PATH --user NAME`: what a user or group can really do to an item.
+namespace morvane {
+
+struct AccessOptions {
+    std::string path;
+    /// One of the two.
+    std::string user;
+    std::string group;
+    bool json = false;
+};
+
+struct AccessAnswer {
+    std::vector<std::shared_ptr<MVTreeNode>> permissions;
+    NSErrorRef error;
+};
+
+using AccessSource = std::function<AccessAnswer(const NSURL& url, const NSUUID& who)>;
+
+Outcome runAccess(const AccessOptions& options, const AccessSource& source, const Style& style);
+
+}  // namespace morvane

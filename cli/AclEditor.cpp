@@ -1,0 +1,214 @@
+#include "AclEditor.h"
+
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <variant>
+
+namespace morvane {
+
+namespace {
+
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool sameName(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::string_view nameOf(const NSTreeNode& node) {
+    const auto* permission = MVTreeNode::permissionOf(node);
+    return permission ? std::string_view(permission->name()) : std::string_view();
+}
+
+/// "'Read', 'Read Data', ...": what may stand where a name was not known.
+std::string names(const MVAclEntry& entry) {
+    std::string text;
+    const auto add = [&](const NSTreeNode& node) {
+        text += (text.empty() ? "'" : ", '") + std::string(nameOf(node)) + "'";
+    };
+    for (const auto& group : entry.permissions()) {
+        add(*group);
+        for (const auto& box : group->childNodes())
+            add(*box);
+    }
+    return text;
+}
+
+NSTreeNode* find(const MVAclEntry& entry, std::string_view name) {
+    const auto slash = name.find('/');
+    const auto groupName = slash == name.npos ? std::string_view() : name.substr(0, slash);
+    const auto boxName = slash == name.npos ? name : name.substr(slash + 1);
+    for (const auto& group : entry.permissions()) {
+        if (slash == name.npos && sameName(nameOf(*group), boxName))
+            return group.get();
+        if (slash != name.npos && !sameName(nameOf(*group), groupName))
+            continue;
+        for (const auto& box : group->childNodes()) {
+            if (sameName(nameOf(*box), boxName))
+                return box.get();
+        }
+    }
+    return nullptr;
+}
+
+std::optional<std::uint32_t> number(std::string_view text) {
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+}  // namespace
+
+CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
+    auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
+    if (who == "everyone")
+        return CBIdentity::identityWithName("everyone", authority);
+    const bool isUser = who.starts_with("user:");
+    if (!isUser && !who.starts_with("group:")) {
+        problem = "'" + escaped(who) + "' is nobody; write user:NAME, group:NAME or everyone";
+        return nullptr;
+    }
+    const std::string name(who.substr(who.find(':') + 1));
+    auto& database = authority.database();
+    const auto record = isUser ? database.userWithName(name) : database.groupWithName(name);
+    auto id = record ? std::optional(record->id) : number(name);
+    if (!id) {
+        problem = std::string("there is no ") + (isUser ? "user" : "group") + " '" + escaped(name) +
+                  "'; check the spelling, or write its number";
+        return nullptr;
+    }
+    const auto uuid =
+        isUser ? uuidOfPosixIdentity(CBPosixUser{*id}) : uuidOfPosixIdentity(CBPosixGroup{*id});
+    if (auto known = CBIdentity::identityWithUniqueIdentifier(uuid, authority))
+        return known;
+    // An id without a name may stand in a list as well.
+    return std::make_shared<const CBIdentity>(uuid, (isUser ? "uid " : "gid ") + name, !isUser);
+}
+
+Problem AclEditor::known(std::size_t entry) const {
+    if (entry < entries_.size())
+        return std::nullopt;
+    return entries_.empty() ? "the list has no entries"
+                            : "there is no entry " + std::to_string(entry + 1) + "; the list has " +
+                                  std::to_string(entries_.size());
+}
+
+Problem AclEditor::changeable(std::size_t entry) const {
+    if (const auto problem = known(entry))
+        return problem;
+    if (entries_[entry]->inherited())
+        return "entry " + std::to_string(entry + 1) + " is inherited; make it the item's own first";
+    return std::nullopt;
+}
+
+Problem AclEditor::add(std::string_view who) {
+    Problem problem;
+    auto identity = identityWritten(who, problem);
+    if (problem)
+        return problem;
+    auto entry = MVAclEntry::newEntryForDirectory(isFolder_);
+    entry->setIdentity(std::move(identity));
+    entries_.push_back(std::move(entry));
+    return std::nullopt;
+}
+
+Problem AclEditor::remove(std::size_t entry) {
+    if (const auto problem = known(entry))
+        return problem;
+    if (!entries_[entry]->isAcl())
+        return "the entry of " + identityName(*entries_[entry]) +
+               " is what every item has; take its permissions away instead";
+    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(entry));
+    return std::nullopt;
+}
+
+Problem AclEditor::setBox(std::size_t entry, std::string_view name, BoxChange change) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    auto* const node = find(*entries_[entry], name);
+    if (!node)
+        return "entry " + std::to_string(entry + 1) + " has no box '" + escaped(name) +
+               "'; it has " + names(*entries_[entry]);
+    return setNode(entry, *node, change);
+}
+
+Problem AclEditor::setNode(std::size_t entry, NSTreeNode& node, BoxChange change) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    if (!MVTreeNode::permissionOf(node)->settable())
+        return "the box '" + escaped(nameOf(node)) + "' cannot be changed as the others stand";
+    auto state = change == BoxChange::on ? MVStateOn : MVStateOff;
+    if (change == BoxChange::toggle)
+        state = MVTreeNode::stateOf(node) == MVStateOn ? MVStateOff : MVStateOn;
+    MVTreeNode::setStateOf(node, state);
+    return std::nullopt;
+}
+
+Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    static constexpr std::array<std::pair<std::string_view, MVAclPermissionGroup>, 5> codes{
+        {{"all", MVAclGroupAll},
+         {"read-write", MVAclGroupReadWrite},
+         {"read", MVAclGroupRead},
+         {"write", MVAclGroupWrite},
+         {"none", MVAclGroupNone}}};
+    auto& target = *entries_[entry];
+    const auto& offered = target.permissionGroups();
+    std::string choice;
+    for (const auto& [text, code] : codes) {
+        if (std::find(offered.begin(), offered.end(), code) == offered.end())
+            continue;
+        if (text == name) {
+            target.setPermissionGroup(code);
+            return std::nullopt;
+        }
+        choice += (choice.empty() ? "" : ", ") + std::string(text);
+    }
+    return "'" + escaped(name) + "' is no choice for entry " + std::to_string(entry + 1) +
+           "; it is one of " + choice;
+}
+
+Problem AclEditor::setTag(std::size_t entry, std::int32_t tag) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    entries_[entry]->setTag(tag);
+    return std::nullopt;
+}
+
+Problem AclEditor::setWho(std::size_t entry, std::string_view who) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    Problem problem;
+    auto identity = identityWritten(who, problem);
+    if (problem)
+        return problem;
+    entries_[entry]->setIdentity(std::move(identity));
+    return std::nullopt;
+}
+
+Problem AclEditor::setInherited(std::size_t entry, bool inherited) {
+    if (const auto problem = known(entry))
+        return problem;
+    entries_[entry]->setInherited(inherited);
+    return std::nullopt;
+}
+
+Problem AclEditor::unwritable() const {
+    for (std::size_t i = 0; i != entries_.size(); ++i) {
+        if (!entries_[i]->uuid() && !entries_[i]->identity())
+            return "entry " + std::to_string(i + 1) +
+                   " is for a user who is not known, and would apply to everyone; say whom it is "
+                   "for";
+    }
+    return std::nullopt;
+}
+
+}  // namespace morvane

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "EntryText.h"
+
+/// A list that is being edited through its model, so that boxes, group and applicability stay
+/// consistent as in a window. What a script and the editor on the terminal do is done here.
+///
+///     AclEditor editor(entries, false);
+///     if (const auto problem = editor.setBox(0, "Write Data", BoxChange::on)) ...
+///
+/// Every operation answers with what was wrong, for people, and then has changed nothing; empty for
+/// success. Entries keep their place until they are removed.
+namespace morvane {
+
+/// Why something was not done; empty if it was.
+using Problem = std::optional<std::string>;
+
+enum class BoxChange { on, off, toggle };
+
+class AclEditor {
+  public:
+    /// Edits the very entries. `isFolder`: what kind of tree a new entry gets.
+    AclEditor(EntryList entries, bool isFolder)
+        : entries_(std::move(entries)), isFolder_(isFolder) {}
+
+    const EntryList& entries() const { return entries_; }
+
+    /// A new entry, last in the list, that allows `who` to read and write.
+    Problem add(std::string_view who);
+    Problem remove(std::size_t entry);
+    /// A box or a group by its name, in either case of letters; "Read/Read Data" tells its group
+    /// too.
+    Problem setBox(std::size_t entry, std::string_view name, BoxChange change);
+    /// The same for a node of the entry's tree.
+    Problem setNode(std::size_t entry, NSTreeNode& node, BoxChange change);
+    /// "all", "read-write", "read", "write" or, for the owner's, the owning group's and everyone's
+    /// entry, "none".
+    Problem choosePermissions(std::size_t entry, std::string_view name);
+    Problem setTag(std::size_t entry, std::int32_t tag);
+    /// "user:NAME", "group:NAME" or "everyone"; a number may stand for a name.
+    Problem setWho(std::size_t entry, std::string_view who);
+    Problem setInherited(std::size_t entry, bool inherited);
+
+    /// Why the list must not be written as it stands: an entry whose user is not known would apply
+    /// to everyone.
+    Problem unwritable() const;
+
+  private:
+    Problem known(std::size_t entry) const;
+    Problem changeable(std::size_t entry) const;
+
+    EntryList entries_;
+    bool isFolder_;
+};
+
+/// "user:NAME", "group:NAME" (a number may stand for the name) or "everyone" as an identity; null
+/// with `problem` set if there is none.
+CBIdentityRef identityWritten(std::string_view who, Problem& problem);
+
+}  // namespace morvane

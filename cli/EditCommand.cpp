@@ -1,0 +1,75 @@
+#include "EditCommand.h"
+
+#include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
+
+#include <iterator>
+
+#include "EditScript.h"
+#include "Failure.h"
+
+namespace morvane {
+
+namespace {
+
+std::string shown(const EntryList& entries, const EditOptions& options, const Style& style) {
+    return options.json ? entriesAsJson(entries) : entriesAsTable(entries, options.tree, style);
+}
+
+}  // namespace
+
+Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
+                   const AclInteraction& interaction, const Style& style) {
+    if (options.path.empty())
+        return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
+    if (!options.script && !interaction)
+        return {ExitUsage,
+                {},
+                "morvane: --edit without a script wants a terminal.\n"
+                "  Write the changes behind --edit, as in: --edit 'add user:alice; permissions "
+                "read'\n"};
+    const auto url = NSURL::fileURLWithPath(options.path);
+    auto answer = source(url);
+    if (answer.error)
+        return {
+            exitCodeOf(*answer.error),
+            {},
+            failureMessage("cannot read the access-control list of", options.path, *answer.error)};
+    sortCanonically(answer.entries);
+    const auto before = shown(answer.entries, options, style);
+
+    AclEditor editor(std::move(answer.entries),
+                     NSURLResourceValues::valuesForURL(url).isDirectory.value_or(false));
+    if (options.script) {
+        if (const auto problem = runEditScript(*options.script, editor))
+            return {ExitUsage,
+                    {},
+                    "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
+    } else if (!interaction(editor, escaped(options.path))) {
+        return {ExitSuccess, {}, "morvane: nothing was changed.\n"};
+    }
+    if (const auto problem = editor.unwritable())
+        return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
+
+    const auto after = shown(editor.entries(), options, style);
+    if (options.dryRun) {
+        if (options.json)
+            return {ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
+        return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
+                "morvane: --dry-run, nothing was changed.\n"};
+    }
+    if (const auto error = sink(editor.entries(), url))
+        return {exitCodeOf(*error),
+                {},
+                failureMessage("cannot change the access-control list of", options.path, *error)};
+    // What the item has now, which is not always the order of what was written.
+    auto written = source(url);
+    if (written.error)
+        return {ExitSuccess,
+                {},
+                "morvane: the list was written; it cannot be read back: " +
+                    escaped(written.error->localizedDescription()) + '\n'};
+    sortCanonically(written.entries);
+    return {ExitSuccess, shown(written.entries, options, style), {}};
+}
+
+}  // namespace morvane

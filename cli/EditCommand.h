@@ -1,0 +1,37 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "AclCommand.h"
+#include "AclEditor.h"
+#include "Outcome.h"
+
+/// `morvane acl PATH --edit [SCRIPT]`: reads a list, edits it through its model, and writes it
+/// back.
+namespace morvane {
+
+struct EditOptions {
+    std::string path;
+    /// Empty: edited on the terminal.
+    std::optional<std::string> script;
+    /// Shows the list before and after, and writes nothing.
+    bool dryRun = false;
+    bool tree = false;
+    bool json = false;
+};
+
+/// Writes a list and waits for the answer.
+using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& url)>;
+
+/// Lets a person edit; whether the result is to be written. Empty where there is no terminal.
+using AclInteraction = std::function<bool(AclEditor& editor, const std::string& title)>;
+
+Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
+                   const AclInteraction& interaction, const Style& style);
+
+}  // namespace morvane

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <termios.h>
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+/// The terminal that this program runs on, taken over for a screen of its own: keys come one by one
+/// and are not shown, and what stood there comes back afterwards.
+namespace morvane {
+
+class Terminal {
+  public:
+    /// Whether both ends of this program are a terminal that can show a screen.
+    static bool isThere();
+
+    /// Throws std::system_error if the terminal cannot be set.
+    Terminal();
+    ~Terminal();
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    /// Rows and columns, as they are now.
+    std::pair<std::size_t, std::size_t> size() const;
+    void show(const std::string& text);
+    /// Waits for a key: a character, or one of EditKey. Interrupt when nothing can come any more.
+    char32_t nextKey();
+
+  private:
+    int nextByte(int milliseconds);
+
+    termios former_{};
+};
+
+}  // namespace morvane
