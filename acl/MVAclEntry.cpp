@@ -234,8 +234,9 @@ void MVAclEntry::encodeWithCoder(NSKeyedArchiver& coder) const {
 }
 
 std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
-    static const NSClassSet classes{&NSArrayClass, &MVTreeNode::classObject(),
-                                    &MVAclPermission::classObject()};
+    // Never destroyed: another thread may decode while the process ends.
+    static const auto& classes =
+        *new NSClassSet{&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()};
     const auto uuid = coder.decodeUUID("uuid");
     const auto tag = coder.decodeInt32("tag");
     auto objects = coder.decodeObjects("permissions", classes);

@@ -28,7 +28,8 @@ void MVTreeNode::encodeWithCoder(NSKeyedArchiver& coder) const {
 }
 
 std::shared_ptr<NSObject> MVTreeNode::initWithCoder(NSKeyedUnarchiver& coder) {
-    static const NSClassSet objectClasses{&MVAclPermission::classObject()};
+    // Never destroyed: another thread may decode while the process ends.
+    static const auto& objectClasses = *new NSClassSet{&MVAclPermission::classObject()};
     auto node = treeNodeWithRepresentedObject(
         std::static_pointer_cast<MVAclPermission>(coder.decodeObject("object", objectClasses)));
     auto children = coder.decodeArchives("children", classObject());

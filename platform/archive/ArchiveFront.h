@@ -23,7 +23,8 @@ inline const PropertyListFront& archiveFront() {
         "$null",    "$version", "$archiver",  "NSKeyedArchiver", "$top",
         "$objects", "$class",   "$classname", "$classes",        "NSObject",
     };
-    static const PropertyListFront front(texts);
+    // Never destroyed: other threads may decode while the process ends.
+    static const auto& front = *new PropertyListFront(texts);
     return front;
 }
 

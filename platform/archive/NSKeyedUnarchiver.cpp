@@ -140,7 +140,7 @@ std::optional<NSUUID> NSKeyedUnarchiver::decodeUUID(std::string_view key) {
         if (!value || state_->isNil(*value, key))
             return std::nullopt;
         Dictionary object(state_->follow(*value, key));
-        static const NSClassSet classes{&NSUUIDClass};
+        static const NSClass* const classes[] = {&NSUUIDClass};
         state_->classOf(object, classes, key);
         const auto bytes = state_->find<Kind::data>(object, "NS.uuidbytes", key);
         if (!bytes || bytes->kind != Kind::data || bytes->count != 16) {
@@ -168,7 +168,7 @@ NSIndexPath NSKeyedUnarchiver::decodeIndexPath(std::string_view key) {
         if (!value || state_->isNil(*value, key))
             return path;
         Dictionary object(state_->follow(*value, key));
-        static const NSClassSet classes{&NSIndexPathClass};
+        static const NSClass* const classes[] = {&NSIndexPathClass};
         state_->classOf(object, classes, key);
         const auto length = state_->find<Kind::integer>(object, "NSIndexPathLength", key);
         if (!length || length->kind != Kind::integer)

@@ -307,7 +307,7 @@ struct NSKeyedUnarchiver::State {
 
     NSURL url(const Value& reference, std::string_view key) {
         Dictionary object(follow(reference, key));
-        static const NSClassSet classes{&NSURLClass};
+        static const NSClass* const classes[] = {&NSURLClass};
         classOf(object, classes, key);
         const auto base = find(object, "NS.base", key);
         if (base && !isNil(*base, key))
@@ -334,7 +334,7 @@ struct NSKeyedUnarchiver::State {
 
     Value array(const Value& reference, std::string_view key) {
         Dictionary object(follow(reference, key));
-        static const NSClassSet classes{&NSArrayClass};
+        static const NSClass* const classes[] = {&NSArrayClass};
         classOf(object, classes, key);
         return elements(object, "NS.objects", key);
     }
@@ -363,7 +363,7 @@ struct NSKeyedUnarchiver::State {
             return nullptr;
         const Depth depth(budget, key);
         Dictionary object(follow(reference, key));
-        static const NSClassSet classes{&NSError::classObject()};
+        static const NSClass* const classes[] = {&NSError::classObject()};
         classOf(object, classes, key);
         const auto domain = find(object, "NSDomain", key);
         const auto code = find<Kind::integer>(object, "NSCode", key);
@@ -373,7 +373,7 @@ struct NSKeyedUnarchiver::State {
         const auto info = find(object, "NSUserInfo", key);
         if (info && !isNil(*info, key)) {
             Dictionary dictionary(follow(*info, key));
-            static const NSClassSet dictionaryClasses{&NSDictionaryClass};
+            static const NSClass* const dictionaryClasses[] = {&NSDictionaryClass};
             classOf(dictionary, dictionaryClasses, key);
             const auto names = elements(dictionary, "NS.keys", key);
             const auto values = elements(dictionary, "NS.objects", key);
@@ -403,7 +403,7 @@ struct NSKeyedUnarchiver::State {
         if (value.kind != Kind::dictionary)
             return std::string(text(value, key));
         Dictionary object(value);
-        static const NSClassSet classes{&NSURLClass, &NSError::classObject()};
+        static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject()};
         if (&classOf(object, classes, key) == &NSURLClass)
             return url(reference, key);
         return error(reference, key);

@@ -109,7 +109,7 @@ bool isAscii(std::string_view text) {
 }
 
 const PropertyListFront& emptyFront() {
-    static const PropertyListFront front({});
+    static const auto& front = *new PropertyListFront({});
     return front;
 }
 

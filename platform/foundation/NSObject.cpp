@@ -19,8 +19,9 @@ constexpr NSClass NSUUIDClass{"NSUUID", &objectClassObject, nullptr};
 constexpr NSClass NSIndexPathClass{"NSIndexPath", &objectClassObject, nullptr};
 
 const NSClassSet& propertyListClasses() {
-    static const NSClassSet classes{&NSArrayClass,  &NSDictionaryClass, &NSStringClass,
-                                    &NSNumberClass, &NSDataClass,       &NSDateClass};
+    // Never destroyed: other threads may decode while the process ends.
+    static const auto& classes = *new NSClassSet{&NSArrayClass,  &NSDictionaryClass, &NSStringClass,
+                                                 &NSNumberClass, &NSDataClass,       &NSDateClass};
     return classes;
 }
 

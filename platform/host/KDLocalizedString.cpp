@@ -64,7 +64,7 @@ State& state() {
 }  // namespace
 
 const std::string& KDLocalizedString::localize(std::string_view key, std::string_view table) {
-    static const std::string empty;
+    static const auto& empty = *new std::string;
     if (key.empty())
         return empty;
     auto& s = state();
