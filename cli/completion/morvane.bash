@@ -13,12 +13,18 @@ _morvane() {
             if [[ $cur == -* ]]; then
                 mapfile -t COMPREPLY < <(compgen -W '--help --version' -- "$cur")
             else
-                mapfile -t COMPREPLY < <(compgen -W 'acl ls size' -- "$cur")
+                mapfile -t COMPREPLY < <(compgen -W 'access acl ls size' -- "$cur")
             fi
             ;;
-        acl | ls | size)
-            if [[ $cur == -* ]]; then
-                local -A options=([acl]='--tree --json' [ls]='--json' [size]='--base2 --base10 --json')
+        access | acl | ls | size)
+            if [[ $command == access && ${COMP_WORDS[COMP_CWORD - 1]} == --user ]]; then
+                mapfile -t COMPREPLY < <(compgen -u -- "$cur")
+            elif [[ $command == access && ${COMP_WORDS[COMP_CWORD - 1]} == --group ]]; then
+                mapfile -t COMPREPLY < <(compgen -g -- "$cur")
+            elif [[ $cur == -* ]]; then
+                local -A options=([access]='--user --group --json'
+                                    [acl]='--edit --dry-run --tree --json' [ls]='--json'
+                                    [size]='--base2 --base10 --json')
                 mapfile -t COMPREPLY < <(compgen -W "${options[$command]} --help --version" -- "$cur")
             else
                 compopt -o filenames 2>/dev/null
