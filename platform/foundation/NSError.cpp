@@ -37,9 +37,9 @@ NSError::NSError(std::string domain, std::int64_t code, NSErrorUserInfo userInfo
 std::string NSError::localizedDescription() const {
     if (const auto* text = stringForKey(userInfo_, NSLocalizedDescriptionKey))
         return *text;
-    if (domain_ == NSPOSIXErrorDomain) {
+    // The C library's text; a code that is no int has none.
+    if (domain_ == NSPOSIXErrorDomain && std::in_range<int>(code_))
         return std::generic_category().message(static_cast<int>(code_));
-    }
     return "The operation could not be completed (" + domain_ + " error " + std::to_string(code_) +
            ").";
 }

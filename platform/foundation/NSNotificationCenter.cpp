@@ -26,8 +26,10 @@ NSNotificationCenter::Observation::Observation(Observation&& other) noexcept
 
 NSNotificationCenter::Observation& NSNotificationCenter::Observation::operator=(
     Observation&& other) noexcept {
-    std::swap(state_, other.state_);
-    std::swap(entry_, other.entry_);
+    // The former registration ends here, not when `other` goes.
+    Observation moved(std::move(other));
+    std::swap(state_, moved.state_);
+    std::swap(entry_, moved.entry_);
     return *this;
 }
 

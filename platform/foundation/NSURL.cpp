@@ -1,6 +1,7 @@
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 
@@ -66,6 +67,14 @@ bool hasScheme(std::string_view text) {
     return true;
 }
 
+/// Whether `text` begins with `prefix`, which is in small letters, in either case.
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() &&
+           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char small, char c) {
+               return (c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c) == small;
+           });
+}
+
 }  // namespace
 
 NSURL NSURL::fileURLWithPath(std::string_view path) {
@@ -81,7 +90,7 @@ NSURL NSURL::fileURLWithPath(std::string_view path) {
 std::optional<NSURL> NSURL::URLWithString(std::string_view text) {
     if (!hasScheme(text))
         return std::nullopt;
-    if (!text.starts_with(fileScheme)) {
+    if (!startsWith(text, fileScheme)) {
         if (text.find('\0') != std::string_view::npos)
             return std::nullopt;
         return NSURL(false, std::string(text));
@@ -89,7 +98,7 @@ std::optional<NSURL> NSURL::URLWithString(std::string_view text) {
     auto rest = text.substr(fileScheme.size());
     if (rest.starts_with("//")) {
         rest.remove_prefix(2);
-        if (rest.starts_with("localhost/"))
+        if (startsWith(rest, "localhost/"))
             rest.remove_prefix(std::string_view("localhost").size());
     }
     if (!rest.starts_with('/'))
