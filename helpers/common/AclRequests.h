@@ -3,6 +3,7 @@
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/NSUUID.h>
 
 #include <memory>
 #include <vector>
@@ -18,5 +19,20 @@ struct AclEntriesAnswer {
 
 /// The entries of the item at `url`; a symbolic link at its end is followed.
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url);
+
+/// Replaces the list of the item at `url`; a symbolic link at its end is followed. What the file
+/// system cannot hold is refused with an error that names each entry and box that would be lost.
+/// After an error the item has the list that it had.
+NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                              const NSURL& url);
+
+struct AclAccessAnswer {
+    /// The groups "Read", "Write" and "Administration" with their boxes.
+    std::vector<std::shared_ptr<MVTreeNode>> permissions;
+    NSErrorRef error;
+};
+
+/// What the user or group `uuid` can really do to the item at `url` now.
+AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid);
 
 }  // namespace morvane

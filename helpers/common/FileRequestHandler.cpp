@@ -41,13 +41,15 @@ void FileRequestHandler::getAclEntriesWithUrl(
 }
 
 void FileRequestHandler::getAclAccessWithUrl(
-    NSURL url, NSUUID, NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) {
-    reply({}, notImplementedError("getAclAccessWithUrl:uuid:reply:", url));
+    NSURL url, NSUUID uuid,
+    NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) {
+    auto answer = aclAccessOfUrl(url, uuid);
+    reply(std::move(answer.permissions), std::move(answer.error));
 }
 
-void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,
+void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
                                        NSXPCReply<NSErrorRef> reply) {
-    reply(notImplementedError("setAclEntries:url:reply:", url));
+    reply(setAclEntriesOfUrl(entries, url));
 }
 
 void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,

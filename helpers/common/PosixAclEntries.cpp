@@ -27,9 +27,10 @@ struct TreeEntries {
 };
 
 /// Adds what is shown for one identity that the list grants `granted`, when the classes that it
-/// comes to later grant `later`.
+/// comes to later grant `later`. The base is shown also where it grants nothing: a list without it
+/// would mean another.
 void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
-         PosixRights later, const ShownRights& applies) {
+         PosixRights later, const ShownRights& applies, bool isBase = false) {
     ShownRights entry = applies;
     entry.who = who;
     if (const PosixRights denied = later - granted; denied != PosixNothing) {
@@ -37,7 +38,7 @@ void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRig
         entry.rights = denied;
         entries.push_back(entry);
     }
-    if (granted != PosixNothing) {
+    if (granted != PosixNothing || isBase) {
         entry.deny = false;
         entry.rights = granted;
         entries.push_back(entry);
@@ -59,9 +60,9 @@ TreeEntries treeEntriesOf(const PosixList& list, const PosixAcl& acl, const Show
         add(result.groups, CBPosixGroup{group.id}, list.effective(group.rights), list.others,
             applies);
 
-    add(result.owner, CBPosixUser{acl.owner}, list.owner, groupsAndOthers, applies);
-    add(result.owningGroup, CBPosixGroup{acl.group}, owningGroup, list.others, applies);
-    add(result.others, CBEveryone{}, list.others, PosixNothing, applies);
+    add(result.owner, CBPosixUser{acl.owner}, list.owner, groupsAndOthers, applies, true);
+    add(result.owningGroup, CBPosixGroup{acl.group}, owningGroup, list.others, applies, true);
+    add(result.others, CBEveryone{}, list.others, PosixNothing, applies, true);
     return result;
 }
 
@@ -103,8 +104,9 @@ std::vector<std::shared_ptr<MVTreeNode>> flatTree(PosixRights rights) {
             makeNode("Execute", GroupMarker, (rights & PosixExecute) != PosixNothing)};
 }
 
-std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std::uint32_t boxes,
-                                                  bool isDirectory) {
+}  // namespace
+
+std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, bool isDirectory) {
     std::vector<std::shared_ptr<MVTreeNode>> tree;
     const std::uint32_t kind = isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES;
     for (const acl_perm_group* group = acl_perms; group->name; ++group) {
@@ -117,6 +119,14 @@ std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std:
         MVAclEntry::resolveStateForPermissionNode(node.get());
         tree.push_back(std::move(node));
     }
+    return tree;
+}
+
+namespace {
+
+std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std::uint32_t boxes,
+                                                  bool isDirectory) {
+    auto tree = permissionTree(boxes, isDirectory);
     if (isDirectory) {
         auto node = makeNode("Applies To", AppliesToMarker, false);
         for (const acl_perm_entry* row = acl_flags; row->name; ++row) {
@@ -147,12 +157,14 @@ std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl) {
     std::vector<ShownRights> shown;
     shown.push_back(flatRights(CBPosixUser{acl.owner}, acl.access.owner));
     append(shown, access.users);
+    // A deny for a group bears on the users in it: users come before all groups.
+    append(shown, defaults.users);
     shown.push_back(
         flatRights(CBPosixGroup{acl.group}, acl.access.effective(acl.access.owningGroup)));
     append(shown, access.groups);
     shown.push_back(flatRights(CBEveryone{}, acl.access.others));
-    for (const auto* stretch : {&defaults.owner, &defaults.users, &defaults.owningGroup,
-                                &defaults.groups, &defaults.others})
+    for (const auto* stretch :
+         {&defaults.owner, &defaults.owningGroup, &defaults.groups, &defaults.others})
         append(shown, *stretch);
     return shown;
 }

@@ -34,11 +34,15 @@ struct ShownRights {
 
 /// The entries to show. A deny entry stands right before the allow entry of its identity, and only
 /// where a class that the list comes to later grants what this identity does not have. Entries
-/// that would say nothing are left out.
+/// that would say nothing are left out, but for the base of a default list.
 std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
 
 /// The permission bits for which the boxes of a tree entry are on.
 std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool isDirectory);
+
+/// The groups "Read", "Write" and "Administration" with the boxes of the item's kind, those of
+/// `boxes` on.
+std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, bool isDirectory);
 
 std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
 

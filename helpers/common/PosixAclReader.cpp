@@ -16,21 +16,6 @@ namespace morvane {
 
 namespace {
 
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-  private:
-    int fd_;
-};
-
 struct AclFree {
     void operator()(void* acl) const { acl_free(acl); }
 };
@@ -113,14 +98,31 @@ int systemAttributeProbe(const char* path, const char* name) {
     return getxattr(path, name, nullptr, 0) >= 0 ? 0 : errno;
 }
 
-std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {
+std::variant<AclItem, int> AclItem::open(const std::string& path) {
     // Such a descriptor opens any kind of item, without waiting and without any right to it.
-    const Descriptor item(open(path.c_str(), O_PATH | O_CLOEXEC));
+    FileDescriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    if (!item)
+        return errno;
+    return AclItem(std::move(item));
+}
+
+// Attribute calls refuse such a descriptor, but take its name.
+AclItem::AclItem(FileDescriptor descriptor)
+    : descriptor_(std::move(descriptor)),
+      path_("/proc/self/fd/" + std::to_string(descriptor_.get())) {}
+
+std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {
+    const auto item = AclItem::open(path);
+    if (const auto* code = std::get_if<int>(&item))
+        return AclReadFailure{*code};
+    return readPosixAcl(std::get<AclItem>(item), probe);
+}
+
+std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item, AttributeProbe probe) {
+    const std::string& name = item.path();
     struct stat status {};
-    if (item.get() < 0 || fstat(item.get(), &status) != 0)
+    if (stat(name.c_str(), &status) != 0)
         return AclReadFailure{errno};
-    // Attribute calls refuse the descriptor itself, but take its name.
-    const std::string name = "/proc/self/fd/" + std::to_string(item.get());
 
     for (const char* attribute : {"system.nfs4_acl_xdr", "system.nfs4_acl"}) {
         const int code = probe(name.c_str(), attribute);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+
 #include <string>
 #include <variant>
 
@@ -20,9 +22,28 @@ struct AclReadFailure {
 using AttributeProbe = int (*)(const char* path, const char* name);
 int systemAttributeProbe(const char* path, const char* name);
 
-/// The list of the item at `path`; a symbolic link at its end is followed. Owner, mode and lists
-/// are all read from the one item that the path named at the start. A file system without lists
-/// still has the three classes of the mode, which are then the whole list.
+/// One item, held from the time when its path was looked up: whatever the path names later, what is
+/// read and written is this.
+class AclItem {
+  public:
+    /// The item at `path`; a symbolic link at its end is followed. An errno value if there is none.
+    static std::variant<AclItem, int> open(const std::string& path);
+    /// `descriptor` may be one that gives no right to the item (O_PATH).
+    explicit AclItem(FileDescriptor descriptor);
+
+    /// A path to this very item, good in this process for as long as the item is held.
+    const std::string& path() const { return path_; }
+
+  private:
+    FileDescriptor descriptor_;
+    std::string path_;
+};
+
+/// The item's list. A file system without lists still has the three classes of the mode, which are
+/// then the whole list.
+std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item,
+                                                    AttributeProbe probe = systemAttributeProbe);
+/// The same for the item at `path`.
 std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path,
                                                     AttributeProbe probe = systemAttributeProbe);
 

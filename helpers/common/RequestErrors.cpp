@@ -5,10 +5,12 @@
 
 namespace morvane {
 
-NSErrorRef posixError(int code, const NSURL& url, std::string text) {
+NSErrorRef posixError(int code, const NSURL& url, std::string text, std::string suggestion) {
     NSErrorUserInfo userInfo{{NSURLErrorKey, url}};
     if (!text.empty())
         userInfo.emplace(NSLocalizedDescriptionKey, std::move(text));
+    if (!suggestion.empty())
+        userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey, std::move(suggestion));
     return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
 }
 

@@ -9,7 +9,8 @@
 namespace morvane {
 
 /// Without `text`, the system's own text for the code.
-NSErrorRef posixError(int code, const NSURL& url, std::string text = {});
+NSErrorRef posixError(int code, const NSURL& url, std::string text = {},
+                      std::string suggestion = {});
 
 /// The error of a request that no service carries out yet.
 NSErrorRef notImplementedError(std::string_view request, const NSURL& url);

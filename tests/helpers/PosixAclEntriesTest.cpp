@@ -184,9 +184,9 @@ TEST(PosixAclEntries, TheDefaultListIsTreeEntriesForTheChildrenAfterTheBase) {
     EXPECT_EQ(
         shownRightsOfPosixAcl(
             folderWith(baseOf(rwx, rx, none), {rwx, rx, r, rwx, {{alice, rwx}}, {{staff, rx}}})),
-        (Shown{flat(CBPosixUser{owner}, rwx), flat(CBPosixGroup{group}, rx),
-               flat(CBEveryone{}, none), forChildren(allow(CBPosixUser{owner}, rwx)),
-               forChildren(allow(CBPosixUser{alice}, rwx)),
+        (Shown{flat(CBPosixUser{owner}, rwx), forChildren(allow(CBPosixUser{alice}, rwx)),
+               flat(CBPosixGroup{group}, rx), flat(CBEveryone{}, none),
+               forChildren(allow(CBPosixUser{owner}, rwx)),
                forChildren(allow(CBPosixGroup{group}, rx)),
                forChildren(allow(CBPosixGroup{staff}, rx)), forChildren(allow(CBEveryone{}, r))}));
 }
@@ -194,7 +194,7 @@ TEST(PosixAclEntries, TheDefaultListIsTreeEntriesForTheChildrenAfterTheBase) {
 TEST(PosixAclEntries, TheMaskOfTheDefaultListIsItsOwn) {
     const auto shown = shownRightsOfPosixAcl(
         folderWith({rwx, rx, none, rwx, {}, {}}, {rwx, rwx, none, r, {{alice, rw}}, {}}));
-    EXPECT_EQ(shown[4], forChildren(allow(CBPosixUser{alice}, r)));
+    EXPECT_EQ(shown[1], forChildren(allow(CBPosixUser{alice}, r)));
     EXPECT_EQ(shown[5], forChildren(allow(CBPosixGroup{group}, r)));
 }
 
@@ -204,8 +204,9 @@ TEST(PosixAclEntries, TheDefaultOwnerIsDeniedWhatLaterClassesHave) {
     EXPECT_EQ(shown[3], forChildren(deny(CBPosixUser{owner}, w)));
     EXPECT_EQ(shown[4], forChildren(allow(CBPosixUser{owner}, r)));
     EXPECT_EQ(shown[5], forChildren(deny(CBPosixGroup{group}, rw)));
-    EXPECT_EQ(shown[6], forChildren(allow(CBEveryone{}, rw)));
-    EXPECT_EQ(shown.size(), 7U);
+    EXPECT_EQ(shown[6], forChildren(allow(CBPosixGroup{group}, none)));
+    EXPECT_EQ(shown[7], forChildren(allow(CBEveryone{}, rw)));
+    EXPECT_EQ(shown.size(), 8U);
 }
 
 TEST(PosixAclEntries, AnIdentityWithTheSameRightsInBothListsIsOneEntry) {
@@ -213,14 +214,16 @@ TEST(PosixAclEntries, AnIdentityWithTheSameRightsInBothListsIsOneEntry) {
     EXPECT_EQ(shownRightsOfPosixAcl(folderWith(list, list)),
               (Shown{flat(CBPosixUser{owner}, rwx), forAll(allow(CBPosixUser{alice}, rx)),
                      flat(CBPosixGroup{group}, none), forAll(allow(CBPosixGroup{staff}, r)),
-                     flat(CBEveryone{}, none), forChildren(allow(CBPosixUser{owner}, rwx))}));
+                     flat(CBEveryone{}, none), forChildren(allow(CBPosixUser{owner}, rwx)),
+                     forChildren(allow(CBPosixGroup{group}, none)),
+                     forChildren(allow(CBEveryone{}, none))}));
 }
 
 TEST(PosixAclEntries, AnIdentityWithOtherRightsInTheDefaultListIsTwoEntries) {
     const auto shown = shownRightsOfPosixAcl(folderWith({rwx, none, none, rwx, {{alice, rx}}, {}},
                                                         {rwx, none, none, rwx, {{alice, r}}, {}}));
     EXPECT_EQ(shown[1], allow(CBPosixUser{alice}, rx));
-    EXPECT_EQ(shown[5], forChildren(allow(CBPosixUser{alice}, r)));
+    EXPECT_EQ(shown[2], forChildren(allow(CBPosixUser{alice}, r)));
 }
 
 TEST(PosixAclEntries, ReadOfAFileIsReadDataAndReadExtendedAttributes) {
@@ -291,7 +294,7 @@ TEST(PosixAclEntries, AFoldersNamedEntryWithoutADefaultAppliesToThisItemAlone) {
 TEST(PosixAclEntries, ADefaultEntryAppliesToChildrenAndDescendantsWithoutThisItem) {
     const auto entries =
         entriesOfPosixAcl(folderWith(baseOf(rwx, none, none), baseOf(rwx, none, none)));
-    ASSERT_EQ(entries.size(), 4U);
+    ASSERT_EQ(entries.size(), 6U);
     EXPECT_EQ(boxesOn(*entries[3]->permissions().at(3)),
               "Child files, Child folders, All descendants");
     EXPECT_EQ(entries[3]->applicableTo(),

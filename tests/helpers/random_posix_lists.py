@@ -71,11 +71,11 @@ def decode(path, kind):
     return result
 
 
-def said(who, granted, later):
+def said(who, granted, later, base=False):
     """What is shown for one identity: (who, tag, rights) of its deny and its allow entry."""
     if later & ~granted:
         yield (who, 2, later & ~granted)
-    if granted:
+    if granted or base:
         yield (who, 1, granted)
 
 
@@ -90,9 +90,9 @@ def tree_rights(acl, base):
         named += said(("gid", gid), bits, acl["others"])
     rest = []
     if base:
-        rest += said(base[0], acl["owner"], groups)
-        rest += said(base[1], acl["owning"], acl["others"])
-        rest += said(("everyone",), acl["others"], 0)
+        rest += said(base[0], acl["owner"], groups, True)
+        rest += said(base[1], acl["owning"], acl["others"], True)
+        rest += said(("everyone",), acl["others"], 0, True)
     return named, rest
 
 

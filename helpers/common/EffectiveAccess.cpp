@@ -1,0 +1,139 @@
+#include "EffectiveAccess.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "PosixAclReduction.h"
+
+// After the system's headers, which use some of these names.
+#include <MorvaneOperation/acl_perms.h>
+
+namespace morvane {
+
+namespace {
+
+bool contains(const std::vector<std::uint32_t>& ids, std::uint32_t id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+bool isRoot(const CBPosixIdentity& who) {
+    return who == CBPosixIdentity{CBPosixUser{0}};
+}
+
+bool owns(const CBPosixIdentity& who, std::uint32_t owner) {
+    return who == CBPosixIdentity{CBPosixUser{owner}};
+}
+
+/// What a member of `groups` has who is neither the owner nor named.
+PosixRights rightsOfGroups(const PosixList& list, std::uint32_t owningGroup,
+                           const std::vector<std::uint32_t>& groups) {
+    bool found = contains(groups, owningGroup);
+    PosixRights rights = found ? list.effective(list.owningGroup) : PosixNothing;
+    for (const auto& group : list.groups) {
+        if (contains(groups, group.id)) {
+            found = true;
+            rights = rights | list.effective(group.rights);
+        }
+    }
+    return found ? rights : list.others;
+}
+
+/// root reads and writes everything, and executes what anybody may execute.
+PosixRights rightsOfRoot(const PosixAcl& acl) {
+    const auto& list = acl.access;
+    const auto anybody = list.owner | list.mask.value_or(list.owningGroup) | list.others;
+    return PosixRead | PosixWrite |
+           (acl.isDirectory ? PosixExecute : static_cast<PosixRights>(anybody & PosixExecute));
+}
+
+/// The folder that the item is in; empty if there is none any more.
+std::string folderOf(const AclItem& item) {
+    char target[PATH_MAX];
+    const auto size = readlink(item.path().c_str(), target, sizeof target);
+    if (size <= 0 || target[0] != '/')
+        return {};
+    const std::string path(target, static_cast<std::size_t>(size));
+    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+}
+
+/// Whether `who` may take the item out of the folder that it is in.
+bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
+    const auto folder = AclItem::open(folderOf(item));
+    const auto* parent = std::get_if<AclItem>(&folder);
+    if (!parent)
+        return false;
+    const auto read = readPosixAcl(*parent);
+    const auto* list = std::get_if<PosixAcl>(&read);
+    struct stat status {};
+    if (!list || stat(parent->path().c_str(), &status) != 0)
+        return false;
+    constexpr auto needed = PosixWrite | PosixExecute;
+    if ((effectiveRights(*list, who) & needed) != needed)
+        return false;
+    return (status.st_mode & S_ISVTX) == 0 || isRoot(who) || owns(who, acl.owner) ||
+           owns(who, status.st_uid);
+}
+
+}  // namespace
+
+PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who) {
+    const auto& list = acl.access;
+    if (isRoot(who))
+        return rightsOfRoot(acl);
+    if (owns(who, acl.owner))
+        return list.owner;
+    if (const auto* user = std::get_if<CBPosixUser>(&who)) {
+        for (const auto& named : list.users) {
+            if (named.id == user->uid)
+                return list.effective(named.rights);
+        }
+        return rightsOfGroups(list, acl.group, groupsOfUser(user->uid));
+    }
+    if (const auto* group = std::get_if<CBPosixGroup>(&who))
+        return rightsOfGroups(list, acl.group, {group->gid});
+    return list.others;
+}
+
+std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
+    const auto rights = effectiveRights(acl, who);
+    const auto has = [&](PosixRights right) { return (rights & right) != PosixNothing; };
+    const auto when = [](bool condition, std::uint32_t boxes) { return condition ? boxes : 0; };
+    const bool isOwner = isRoot(who) || owns(who, acl.owner);
+
+    std::uint32_t boxes = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
+    boxes |= when(has(PosixRead), ACL_READ_DATA | ACL_READ_EXTATTRIBUTES);
+    boxes |= when(has(PosixExecute), ACL_SEARCH);
+    std::uint32_t changes = when(has(PosixWrite), ACL_WRITE_EXTATTRIBUTES);
+    // A folder takes a new item from whoever may write and enter it.
+    changes |= when(has(PosixWrite) && (!acl.isDirectory || has(PosixExecute)),
+                    ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
+    changes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);
+    changes |= when(isRoot(who), ACL_CHANGE_OWNER);
+    changes |= when(mayDelete(item, acl, who), ACL_DELETE);
+
+    struct statx flags {};
+    struct statvfs system {};
+    if (statx(AT_FDCWD, item.path().c_str(), 0, STATX_TYPE, &flags) == 0) {
+        if ((flags.stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
+            changes = 0;
+        if ((flags.stx_attributes & STATX_ATTR_APPEND) != 0)
+            changes &= ACL_APPEND_DATA | when(acl.isDirectory, ACL_WRITE_DATA);
+    }
+    if (statvfs(item.path().c_str(), &system) == 0) {
+        if ((system.f_flag & ST_RDONLY) != 0)
+            changes = 0;
+        if ((system.f_flag & ST_NOEXEC) != 0 && !acl.isDirectory)
+            boxes &= ~ACL_SEARCH;
+    }
+    return boxes | changes;
+}
+
+}  // namespace morvane

@@ -1,0 +1,132 @@
+#include "PosixAclWriter.h"
+
+#include <acl/libacl.h>
+#include <sys/acl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <system_error>
+#include <type_traits>
+#include <vector>
+
+namespace morvane {
+
+namespace {
+
+struct AclFree {
+    void operator()(void* acl) const { acl_free(acl); }
+};
+using AclHandle = std::unique_ptr<std::remove_pointer_t<acl_t>, AclFree>;
+
+[[noreturn]] void fail() {
+    throw std::system_error(errno, std::generic_category());
+}
+
+void add(acl_t& acl, acl_tag_t tag, PosixRights rights, const id_t* id = nullptr) {
+    acl_entry_t entry = nullptr;
+    acl_permset_t permissions = nullptr;
+    if (acl_create_entry(&acl, &entry) != 0 || acl_set_tag_type(entry, tag) != 0 ||
+        (id && acl_set_qualifier(entry, id) != 0) || acl_get_permset(entry, &permissions) != 0)
+        fail();
+    const auto grant = [&](PosixRights right, acl_perm_t permission) {
+        if ((rights & right) != PosixNothing && acl_add_perm(permissions, permission) != 0)
+            fail();
+    };
+    grant(PosixRead, ACL_READ);
+    grant(PosixWrite, ACL_WRITE);
+    grant(PosixExecute, ACL_EXECUTE);
+}
+
+AclHandle aclOf(const PosixList& list) {
+    acl_t acl = acl_init(static_cast<int>(4 + list.users.size() + list.groups.size()));
+    if (!acl)
+        fail();
+    // Held while it grows, which may move it.
+    AclHandle handle(acl);
+    const auto append = [&](acl_tag_t tag, PosixRights rights, const id_t* id = nullptr) {
+        acl = handle.release();
+        try {
+            add(acl, tag, rights, id);
+        } catch (...) {
+            handle.reset(acl);
+            throw;
+        }
+        handle.reset(acl);
+    };
+    append(ACL_USER_OBJ, list.owner);
+    for (const auto& user : list.users)
+        append(ACL_USER, user.rights, &user.id);
+    append(ACL_GROUP_OBJ, list.owningGroup);
+    for (const auto& group : list.groups)
+        append(ACL_GROUP, group.rights, &group.id);
+    if (list.mask)
+        append(ACL_MASK, *list.mask);
+    append(ACL_OTHER, list.others);
+    return handle;
+}
+
+bool isModeOnly(const PosixList& list) {
+    return !list.mask && list.users.empty() && list.groups.empty();
+}
+
+mode_t modeOf(const PosixList& list) {
+    return static_cast<mode_t>(list.owner << 6 | list.owningGroup << 3 | list.others);
+}
+
+int writeAccess(const std::string& path, const PosixList& list) {
+    const AclHandle acl = aclOf(list);
+    if (acl_set_file(path.c_str(), ACL_TYPE_ACCESS, acl.get()) == 0)
+        return 0;
+    if (errno != EOPNOTSUPP || !isModeOnly(list))
+        return errno;
+    // A file system without lists still has the mode.
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return errno;
+    return chmod(path.c_str(), (status.st_mode & 07000) | modeOf(list)) == 0 ? 0 : errno;
+}
+
+int writeDefaults(const std::string& path, const std::optional<PosixList>& list) {
+    const int code = list ? acl_set_file(path.c_str(), ACL_TYPE_DEFAULT, aclOf(*list).get())
+                          : acl_delete_def_file(path.c_str());
+    return code == 0 ? 0 : errno;
+}
+
+/// Whether the system would take setgid from the item: from whoever is neither in its group nor
+/// privileged.
+bool wouldLoseSetgid(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || (status.st_mode & S_ISGID) == 0 || geteuid() == 0 ||
+        getegid() == status.st_gid)
+        return false;
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+    const int count = getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<std::size_t>(std::max(count, 0)));
+    return std::find(groups.begin(), groups.end(), status.st_gid) == groups.end();
+}
+
+}  // namespace
+
+int writePosixAcl(const std::string& path, const PosixAcl& old, const PosixAcl& acl) {
+    try {
+        if (acl.access != old.access && wouldLoseSetgid(path))
+            return EPERM;
+        if (acl.defaults != old.defaults) {
+            if (const int code = writeDefaults(path, acl.defaults))
+                return code;
+        }
+        if (acl.access == old.access)
+            return 0;
+        const int code = writeAccess(path, acl.access);
+        if (code != 0 && acl.defaults != old.defaults)
+            writeDefaults(path, old.defaults);
+        return code;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+}
+
+}  // namespace morvane
