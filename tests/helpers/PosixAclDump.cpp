@@ -1,21 +1,38 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
+#include <string_view>
 
+#include "AclRequests.h"
 #include "EntryText.h"
-#include "PosixAclEntries.h"
-#include "PosixAclReader.h"
 
-/// For each path on a line of standard input, its entries as JSON and a line of "--".
-int main() {
-    using namespace morvane;
+namespace {
+
+using namespace morvane;
+
+/// Prints the error, if there is one.
+bool failed(const NSErrorRef& error, const std::string& path) {
+    if (error)
+        std::cerr << path << ": " << error->localizedDescription() << '\n';
+    return static_cast<bool>(error);
+}
+
+}  // namespace
+
+/// For each path on a line of standard input, its entries as JSON and a line of "--". With --copy,
+/// the lines come in pairs: the entries of the first path are written to the second.
+int main(int argc, char** argv) {
+    const bool copies = argc > 1 && std::string_view(argv[1]) == "--copy";
     for (std::string path; std::getline(std::cin, path);) {
-        const auto read = readPosixAcl(path);
-        const auto* acl = std::get_if<PosixAcl>(&read);
-        if (!acl) {
-            std::cerr << path << ": " << std::get<AclReadFailure>(read).code << '\n';
+        const auto answer = aclEntriesOfUrl(NSURL::fileURLWithPath(path));
+        if (failed(answer.error, path))
             return 1;
+        if (copies) {
+            std::getline(std::cin, path);
+            if (failed(setAclEntriesOfUrl(answer.entries, NSURL::fileURLWithPath(path)), path))
+                return 1;
+        } else {
+            std::cout << entriesAsJson(answer.entries) << "--\n";
         }
-        std::cout << entriesAsJson(entriesOfPosixAcl(*acl)) << "--\n";
     }
 }

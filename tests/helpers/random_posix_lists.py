@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Sets random lists with setfacl and compares what is shown with a reader of its own.
+"""Sets random lists with setfacl, compares what is shown with a reader of its own, has the entries
+written to other items, and compares what getfacl tells of both.
 
     random_posix_lists.py DUMP-PROGRAM [COUNT [SEED]]
 
@@ -149,9 +150,62 @@ def name_of(entry, owner_names):
     return owner_names[entry["isGroup"], name]
 
 
+def told_by_getfacl(paths):
+    """What getfacl tells of each item: {(list, class, id): rights that the mask lets through}."""
+    text = subprocess.run(["getfacl", "-n", "-p", "-E", *paths], check=True, text=True,
+                          stdout=subprocess.PIPE).stdout
+    items = []
+    for part in text.strip().split("\n\n"):
+        rights = {}
+        for line in part.split("\n"):
+            if line.startswith("#"):
+                continue
+            kind = "access"
+            if line.startswith("default:"):
+                kind, line = "default", line[len("default:"):]
+            name, who, letters = line.split(":")
+            rights[kind, name, who] = sum(bit for bit, c in zip((4, 2, 1), letters) if c != "-")
+        for kind in ("access", "default"):
+            mask = rights.pop((kind, "mask", ""), 7)
+            for key in rights:
+                if key[0] == kind and (key[1] == "group" or key[1] == "user" and key[2]):
+                    rights[key] &= mask
+        items.append(rights)
+    assert len(items) == len(paths)
+    return items
+
+
+def same_rights(a, b):
+    """An entry of a named user or group that grants nothing, where nobody else does, may be gone."""
+    return (all(a.get(key, 0) == b.get(key, 0) for key in a.keys() | b.keys())
+            and {key[0] for key in a} == {key[0] for key in b})
+
+
+def written_otherwise(dump, paths):
+    copies = []
+    for path in paths:
+        copy = "copy-of-" + path
+        os.mkdir(copy) if os.path.isdir(path) else open(copy, "w").close()
+        copies.append(copy)
+    pairs = "".join(f"{path}\n{copy}\n" for path, copy in zip(paths, copies))
+    subprocess.run([dump, "--copy"], input=pairs, text=True, check=True)
+    wrong = 0
+    for start in range(0, len(paths), 500):
+        some = slice(start, start + 500)
+        for path, a, b in zip(paths[some], told_by_getfacl(paths[some]),
+                              told_by_getfacl(copies[some])):
+            if not same_rights(a, b):
+                wrong += 1
+                print(f"{path} written otherwise:", a, b, sep="\n")
+            if expected(path) != expected("copy-of-" + path):
+                wrong += 1
+                print(f"{path} read otherwise after writing")
+    return wrong
+
+
 def main():
     dump = sys.argv[1]
-    count = int(sys.argv[2]) if len(sys.argv) > 2 else 2500
+    count = int(sys.argv[2]) if len(sys.argv) > 2 else 10000
     seed = int(sys.argv[3]) if len(sys.argv) > 3 else 20260101
     rng = random.Random(seed)
     import grp
@@ -189,7 +243,9 @@ def main():
                 print(f"seed {seed}, {path}:", subprocess.getoutput(f"getfacl -n {path}"),
                       "expected:", *expected(path), "shown:", *actual(entries, names), sep="\n")
         print(f"{count} lists, {wrong} shown otherwise than expected")
-        return 1 if wrong else 0
+        lost = written_otherwise(dump, paths)
+        print(f"{count} lists, {lost} written otherwise than they were")
+        return 1 if wrong or lost else 0
 
 
 if __name__ == "__main__":
