@@ -32,18 +32,24 @@ bool owns(const CBPosixIdentity& who, std::uint32_t owner) {
     return who == CBPosixIdentity{CBPosixUser{owner}};
 }
 
-/// What a member of `groups` has who is neither the owner nor named.
-PosixRights rightsOfGroups(const PosixList& list, std::uint32_t owningGroup,
-                           const std::vector<std::uint32_t>& groups) {
-    bool found = contains(groups, owningGroup);
-    PosixRights rights = found ? list.effective(list.owningGroup) : PosixNothing;
+/// Whether one entry that a member of `groups` can use, who is neither the owner nor named, grants
+/// all of `needed`.
+bool groupsGrant(const PosixList& list, std::uint32_t owningGroup,
+                 const std::vector<std::uint32_t>& groups, PosixRights needed) {
+    bool found = false;
+    const auto grants = [&](std::uint32_t group, PosixRights rights) {
+        if (!contains(groups, group))
+            return false;
+        found = true;
+        return (list.effective(rights) & needed) == needed;
+    };
+    if (grants(owningGroup, list.owningGroup))
+        return true;
     for (const auto& group : list.groups) {
-        if (contains(groups, group.id)) {
-            found = true;
-            rights = rights | list.effective(group.rights);
-        }
+        if (grants(group.id, group.rights))
+            return true;
     }
-    return found ? rights : list.others;
+    return !found && (list.others & needed) == needed;
 }
 
 /// root reads and writes everything, and executes what anybody may execute.
@@ -75,8 +81,7 @@ bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& 
     struct stat status {};
     if (!list || stat(parent->path().c_str(), &status) != 0)
         return false;
-    constexpr auto needed = PosixWrite | PosixExecute;
-    if ((effectiveRights(*list, who) & needed) != needed)
+    if (!grants(*list, who, PosixWrite | PosixExecute))
         return false;
     return (status.st_mode & S_ISVTX) == 0 || isRoot(who) || owns(who, acl.owner) ||
            owns(who, status.st_uid);
@@ -84,22 +89,35 @@ bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& 
 
 }  // namespace
 
-PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who) {
-    const auto& list = acl.access;
+bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed) {
+    PosixList list = acl.access;
+    // The kernel does not look at a list whose mask lets nothing through: who is named there has
+    // then what strangers have.
+    if (list.mask == PosixNothing)
+        list = {list.owner, PosixNothing, list.others, {}, {}, {}};
     if (isRoot(who))
-        return rightsOfRoot(acl);
+        return (rightsOfRoot(acl) & needed) == needed;
     if (owns(who, acl.owner))
-        return list.owner;
+        return (list.owner & needed) == needed;
     if (const auto* user = std::get_if<CBPosixUser>(&who)) {
         for (const auto& named : list.users) {
             if (named.id == user->uid)
-                return list.effective(named.rights);
+                return (list.effective(named.rights) & needed) == needed;
         }
-        return rightsOfGroups(list, acl.group, groupsOfUser(user->uid));
+        return groupsGrant(list, acl.group, groupsOfUser(user->uid), needed);
     }
     if (const auto* group = std::get_if<CBPosixGroup>(&who))
-        return rightsOfGroups(list, acl.group, {group->gid});
-    return list.others;
+        return groupsGrant(list, acl.group, {group->gid}, needed);
+    return (list.others & needed) == needed;
+}
+
+PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who) {
+    PosixRights rights = PosixNothing;
+    for (const auto right : {PosixRead, PosixWrite, PosixExecute}) {
+        if (grants(acl, who, right))
+            rights = rights | right;
+    }
+    return rights;
 }
 
 std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
@@ -113,7 +131,7 @@ std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBP
     boxes |= when(has(PosixExecute), ACL_SEARCH);
     std::uint32_t changes = when(has(PosixWrite), ACL_WRITE_EXTATTRIBUTES);
     // A folder takes a new item from whoever may write and enter it.
-    changes |= when(has(PosixWrite) && (!acl.isDirectory || has(PosixExecute)),
+    changes |= when(grants(acl, who, acl.isDirectory ? PosixWrite | PosixExecute : PosixWrite),
                     ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
     changes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);
     changes |= when(isRoot(who), ACL_CHANGE_OWNER);

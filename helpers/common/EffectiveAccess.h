@@ -10,8 +10,12 @@
 /// What a user or group can really do to an item, whatever the entries look like.
 namespace morvane {
 
-/// Of a user with all groups that the user database tells; of a group, what its members have
-/// through it; of everyone, what a stranger has. root may do what the kernel lets root do.
+/// Whether `who` has all of `needed` at once: through several groups only if one of them grants it
+/// all. A user has all groups that the user database tells; a group stands for a member of it
+/// alone, everyone for a stranger. root may do what the kernel lets root do.
+bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed);
+
+/// Each right that `who` has by itself.
 PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who);
 
 /// The permission bits that `who` has on `item`, whose list is `acl`: the list, the folder that it

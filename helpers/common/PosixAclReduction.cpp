@@ -286,6 +286,10 @@ class Reduction {
             for (const auto& entry : *named)
                 list.mask = *list.mask | entry.rights;
         }
+        // Under a mask of nothing the kernel does not look at the list, and who is denied there has
+        // what others have.
+        if (list.mask == PosixNothing)
+            list.mask = list.others;
     }
 
     void compare(const Statement& s, PosixRights& flat) {

@@ -123,6 +123,11 @@ TEST(PosixAclReduction, TheMaskCoversTheOwningGroup) {
     EXPECT_EQ(reduced(Entries{allow(CBPosixUser{alice}, r)} + base(rw, w)).mask, rw);
 }
 
+TEST(PosixAclReduction, AMaskOfNothingWouldLetTheDeniedHaveWhatOthersHave) {
+    EXPECT_EQ(reduced(Entries{deny(CBPosixUser{bob}, r)} + base(rw, none, r)),
+              (PosixList{rw, none, r, r, {{bob, none}}, {}}));
+}
+
 TEST(PosixAclReduction, TheFirstDecisionForAnIdentityCounts) {
     EXPECT_EQ(
         reduced(Entries{deny(CBPosixUser{bob}, w), allow(CBPosixUser{bob}, rw)} + base()).users[0],

@@ -1,0 +1,210 @@
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "AclRequests.h"
+#include "EffectiveAccess.h"
+#include "PosixAclWriter.h"
+
+// After the system's headers, which use some of these names.
+#include <MorvaneOperation/acl_perms.h>
+
+namespace morvane {
+namespace {
+
+/// What a process can find out about an item by trying.
+enum Tried : int { CanRead = 1, CanWrite = 2, CanExecute = 4, CanCreate = 8, CanDelete = 16 };
+
+/// Becomes the user, tries, and tells. Only calls that a child after fork may make.
+int tryAs(const char* name, uid_t uid, gid_t gid, const std::string& path, bool isDirectory) {
+    const std::string other = path + ".moved";
+    const std::string inside = path + "/new";
+    const pid_t child = fork();
+    if (child == 0) {
+        if (initgroups(name, gid) != 0 || setgid(gid) != 0 || setuid(uid) != 0)
+            _exit(255);
+        int result = 0;
+        result |= access(path.c_str(), R_OK) == 0 ? CanRead : 0;
+        result |= access(path.c_str(), W_OK) == 0 ? CanWrite : 0;
+        result |= access(path.c_str(), X_OK) == 0 ? CanExecute : 0;
+        if (isDirectory && mkdir(inside.c_str(), 0700) == 0) {
+            result |= CanCreate;
+            rmdir(inside.c_str());
+        }
+        // Taking the item out of its folder, and putting it back.
+        if (rename(path.c_str(), other.c_str()) == 0) {
+            result |= CanDelete;
+            rename(other.c_str(), path.c_str());
+        }
+        _exit(result);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status);
+}
+
+int told(std::uint32_t boxes, bool isDirectory) {
+    const auto has = [&](std::uint32_t box, int can) { return (boxes & box) != 0 ? can : 0; };
+    int result = has(ACL_READ_DATA, CanRead) | has(ACL_SEARCH, CanExecute) |
+                 has(ACL_WRITE_EXTATTRIBUTES, CanWrite) | has(ACL_DELETE, CanDelete);
+    if (isDirectory)
+        result |= has(ACL_ADD_SUBDIRECTORY, CanCreate);
+    return result;
+}
+
+class EffectiveAccess : public testing::Test {
+  protected:
+    EffectiveAccess() {
+        char pattern[] = "/tmp/morvane-access.XXXXXX";
+        top_ = mkdtemp(pattern);
+        chmod(top_.c_str(), 0755);
+        folder_ = top_ + "/folder";
+        mkdir(folder_.c_str(), 0755);
+    }
+    ~EffectiveAccess() override { std::filesystem::remove_all(top_); }
+
+    std::uint32_t someId() { return static_cast<std::uint32_t>(random_() % 4); }
+    PosixRights rights() { return static_cast<PosixRights>(random_() % 8); }
+
+    PosixList list() {
+        PosixList list{rights(), rights(), rights(), {}, {}, {}};
+        for (const std::uint32_t id : {1U, 2U, 3U}) {
+            if (random_() % 3 == 0)
+                list.users.push_back({id, rights()});
+            if (random_() % 3 == 0)
+                list.groups.push_back({id, rights()});
+        }
+        if (!list.users.empty() || !list.groups.empty() || random_() % 4 == 0)
+            list.mask = rights() | rights();
+        return list;
+    }
+
+    void setList(const std::string& path, const PosixList& list) {
+        const auto old = std::get<PosixAcl>(readPosixAcl(path));
+        auto acl = old;
+        acl.access = list;
+        ASSERT_EQ(writePosixAcl(path, old, acl), 0);
+    }
+
+    std::mt19937 random_{20260101};
+    std::string top_;
+    std::string folder_;
+};
+
+TEST_F(EffectiveAccess, IsWhatTheKernelLetsTheUserDo) {
+    ASSERT_EQ(geteuid(), 0U) << "the tests of access become other users, which only root may";
+    const std::string item = folder_ + "/item";
+    for (int round = 0; round != 200; ++round) {
+        const bool isDirectory = round % 2 != 0;
+        std::filesystem::remove_all(item);
+        if (isDirectory)
+            mkdir(item.c_str(), 0700);
+        else
+            std::ofstream(item) << "text";
+        const auto owner = someId();
+        const auto group = someId();
+        ASSERT_EQ(chown(item.c_str(), owner, group), 0);
+        setList(item, list());
+        ASSERT_EQ(chown(folder_.c_str(), someId(), someId()), 0);
+        setList(folder_, list());
+        const auto sticky = random_() % 2 != 0 ? S_ISVTX : 0U;
+        struct stat status {};
+        ASSERT_EQ(stat(folder_.c_str(), &status), 0);
+        ASSERT_EQ(chmod(folder_.c_str(), (status.st_mode & 0777) | sticky), 0);
+
+        const auto opened = AclItem::open(item);
+        const auto& handle = std::get<AclItem>(opened);
+        const auto acl = std::get<PosixAcl>(readPosixAcl(handle));
+        const auto folder = std::get<PosixAcl>(readPosixAcl(folder_));
+        for (const uid_t uid : {0U, 1U, 2U, 65534U}) {
+            const auto* const user = getpwuid(uid);
+            ASSERT_TRUE(user);
+            const CBPosixIdentity who = CBPosixUser{uid};
+            int expected = told(effectiveBoxes(handle, acl, who), isDirectory);
+            // Who may not enter the folder finds nothing out about the item.
+            if ((effectiveRights(folder, who) & PosixExecute) == PosixNothing)
+                expected = 0;
+            EXPECT_EQ(tryAs(user->pw_name, uid, user->pw_gid, item, isDirectory), expected)
+                << "round " << round << ", uid " << uid << "\n"
+                << (std::system(("getfacl -p -n " + folder_ + " " + item + " >&2").c_str()), "");
+        }
+    }
+}
+
+class AccessOfAList : public testing::Test {
+  protected:
+    static PosixRights of(const CBPosixIdentity& who, const PosixList& list,
+                          bool isDirectory = false) {
+        return effectiveRights({1000000, 1000001, isDirectory, list, {}}, who);
+    }
+    static constexpr PosixRights none = PosixNothing;
+    static constexpr PosixRights r = PosixRead;
+    static constexpr PosixRights w = PosixWrite;
+    static constexpr PosixRights rw = PosixRead | PosixWrite;
+    static constexpr PosixRights x = PosixExecute;
+};
+
+TEST_F(AccessOfAList, TheOwnersRightsAreTheirOwnEvenWhereOthersHaveMore) {
+    EXPECT_EQ(of(CBPosixUser{1000000}, {none, rw, rw, {}, {}, {}}), none);
+}
+
+TEST_F(AccessOfAList, TheMaskBoundsNamedUsersAndGroups) {
+    const PosixList list{rw, rw, none, r, {{1000002, rw}}, {{1000003, rw}}};
+    EXPECT_EQ(of(CBPosixUser{1000002}, list), r);
+    EXPECT_EQ(of(CBPosixGroup{1000003}, list), r);
+    EXPECT_EQ(of(CBPosixGroup{1000001}, list), r);
+}
+
+TEST_F(AccessOfAList, AGroupThatTheListDoesNotNameHasWhatOthersHave) {
+    EXPECT_EQ(of(CBPosixGroup{1000009}, {rw, rw, x, {}, {}, {}}), x);
+    EXPECT_EQ(of(CBEveryone{}, {rw, rw, x, {}, {}, {}}), x);
+}
+
+TEST_F(AccessOfAList, AMaskThatLetsNothingThroughLeavesTheNamedWithWhatStrangersHave) {
+    const PosixList list{rw, rw, r, none, {{1000002, rw}}, {{1000003, rw}}};
+    EXPECT_EQ(of(CBPosixUser{1000002}, list), r);
+    EXPECT_EQ(of(CBPosixGroup{1000003}, list), r);
+    EXPECT_EQ(of(CBPosixGroup{1000001}, list), none);
+}
+
+TEST_F(AccessOfAList, RootExecutesOnlyWhatAnybodyMay) {
+    EXPECT_EQ(of(CBPosixUser{0}, {rw, none, none, {}, {}, {}}), rw);
+    EXPECT_EQ(of(CBPosixUser{0}, {rw, none, none, x, {{1000002, x}}, {}}), rw | x);
+    EXPECT_EQ(of(CBPosixUser{0}, {rw, x, none, none, {}, {}}), rw);
+    EXPECT_EQ(of(CBPosixUser{0}, {none, none, none, {}, {}, {}}, true), rw | x);
+}
+
+TEST(AclAccess, IsATreeOfThreeGroups) {
+    const auto answer = aclAccessOfUrl(NSURL::fileURLWithPath("/etc/passwd"),
+                                       uuidOfPosixIdentity(CBPosixUser{65534}));
+    ASSERT_FALSE(answer.error);
+    ASSERT_EQ(answer.permissions.size(), 3U);
+    EXPECT_EQ(MVTreeNode::permissionOf(*answer.permissions[0])->name(), "Read");
+    EXPECT_EQ(MVTreeNode::stateOf(*answer.permissions[0]), MVStateMixed);
+    EXPECT_EQ(MVTreeNode::stateOf(*answer.permissions[1]), MVStateOff);
+}
+
+TEST(AclAccess, AnIdentityThatIsNoUserOrGroupIsRefused) {
+    const auto answer =
+        aclAccessOfUrl(NSURL::fileURLWithPath("/etc/passwd"),
+                       *NSUUID::initWithUUIDString("11111111-2222-3333-4444-555555555555"));
+    ASSERT_TRUE(answer.error);
+    EXPECT_EQ(answer.error->code(), EINVAL);
+    EXPECT_EQ(answer.error->localizedDescription(),
+              "The identity is no user or group of this system.");
+}
+
+}  // namespace
+}  // namespace morvane
