@@ -51,9 +51,27 @@ class WorkerPool {
     std::size_t idle_ = 0;
 };
 
+/// Where this thread keeps its next task instead of giving it away.
+thread_local std::function<void()>* kept = nullptr;
+
 }  // namespace
 
+std::function<void()> keepingFirstTask(const std::function<void()>& work) {
+    std::function<void()> first;
+    struct Keeping {
+        std::function<void()>* const outer;
+        explicit Keeping(std::function<void()>& place) : outer(std::exchange(kept, &place)) {}
+        ~Keeping() { kept = outer; }
+    } keeping(first);
+    work();
+    return first;
+}
+
 void runOnWorker(std::function<void()> task) {
+    if (kept && !*kept) {
+        *kept = std::move(task);
+        return;
+    }
     static auto* const pool = new WorkerPool;  // detached workers may outlive every static object
     pool->run(std::move(task));
 }

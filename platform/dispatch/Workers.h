@@ -8,4 +8,9 @@ namespace morvane {
 
 void runOnWorker(std::function<void()> task);
 
+/// Runs `work`, and returns the first task that it gives to runOnWorker() on this thread instead of
+/// starting it; empty if there is none. The caller runs it itself, where waking another thread
+/// would cost too much.
+std::function<void()> keepingFirstTask(const std::function<void()>& work);
+
 }  // namespace morvane

@@ -17,6 +17,8 @@ constexpr const char* runtimeFolder = "/run";
 constexpr const char* runtimeVariable = "MORVANE_RUNTIME_DIR";
 /// The first descriptor that a service manager hands over.
 constexpr int firstActivated = 3;
+/// How long a client waits that no descriptor was left for, before it is looked at again.
+constexpr int retryMilliseconds = 50;
 
 class WellKnownServiceEndpoint final : public ServiceEndpoint {
   public:
@@ -92,9 +94,10 @@ class ActivatedListener final : public StreamListener {
             FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
             if (client)
                 return std::make_shared<LinuxStreamSocket>(std::move(client));
-            // The client has gone again, or there is no descriptor for it now.
-            if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR && errno != EMFILE &&
-                errno != ENFILE) {
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                // The client stays in the queue until there is a descriptor for it.
+                poll(&polls[1], 1, retryMilliseconds);
+            } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
                 return nullptr;
             }
         }

@@ -101,7 +101,7 @@ void NSXPCConnection::Core::resume() {
             return;
         state_ = State::idle;
         if (socket_)
-            startReading(socket_);
+            runOnWorker(useStream(socket_));
         deferred.swap(deferred_);
     }
     for (auto& request : deferred) {
@@ -109,21 +109,13 @@ void NSXPCConnection::Core::resume() {
     }
 }
 
-void NSXPCConnection::Core::startReading(std::shared_ptr<StreamSocket> socket) {
+std::function<void()> NSXPCConnection::Core::useStream(std::shared_ptr<StreamSocket> socket) {
     socket_ = std::move(socket);
     outbox_ = std::make_shared<Outbox>(socket_);
     state_ = State::streaming;
-    runOnWorker([self = shared_from_this(), stream = socket_, outbox = outbox_] {
+    return [self = shared_from_this(), stream = socket_, outbox = outbox_] {
         self->read(stream, outbox);
-    });
-}
-
-bool NSXPCConnection::Core::openStream(NSErrorRef* error) {
-    auto socket = endpoint_ ? endpoint_->connect(error) : nullptr;
-    if (!socket)
-        return false;
-    startReading(std::move(socket));
-    return true;
+    };
 }
 
 void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
@@ -138,6 +130,7 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
         return;
     }
     std::shared_ptr<Outbox> outbox;
+    std::function<void()> reading;
     std::uint64_t id = 0;
     bool cannotConnect = false;
     {
@@ -154,20 +147,30 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
         } else if (pending_.size() >= limits::requestsInFlight) {
             refused = connectionError(NSXPCConnectionInvalid,
                                       "Too many requests are in flight; this one was not sent.");
-        } else if (state_ == State::idle && !openStream(&whyInvalid_)) {
-            refused = invalidError();
-            invalidated_ = true;
-            state_ = State::invalid;
-            cannotConnect = true;
         } else {
-            outbox = outbox_;
-            id = ++lastId_;
-            pending_.emplace(id, Pending{message, std::move(receiver)});
+            if (state_ == State::idle) {
+                if (auto socket = endpoint_ ? endpoint_->connect(&whyInvalid_) : nullptr)
+                    reading = useStream(std::move(socket));
+                else
+                    cannotConnect = true;
+            }
+            if (cannotConnect) {
+                refused = invalidError();
+                invalidated_ = true;
+                state_ = State::invalid;
+            } else {
+                outbox = outbox_;
+                id = ++lastId_;
+                pending_.emplace(id, Pending{message, std::move(receiver)});
+            }
         }
     }
     if (outbox) {
         outbox->send(FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
                      std::move(archive));
+        // After the request: the service wakes while the reader does.
+        if (reading)
+            runOnWorker(std::move(reading));
         return;
     }
     receiver->fail(std::move(refused));

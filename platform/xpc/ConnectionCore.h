@@ -67,8 +67,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     class ReplyPort;
 
     bool mustWait() const { return state_ == State::configuring || state_ == State::reportingEnd; }
-    bool openStream(NSErrorRef* error);
-    void startReading(std::shared_ptr<StreamSocket> socket);
+    /// Sends on `socket` from now on; the result reads it until it ends, and has to be run.
+    std::function<void()> useStream(std::shared_ptr<StreamSocket> socket);
     void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
     void handle(const Message& message, const std::shared_ptr<Outbox>& outbox);
     void handleRequest(const Message& message, const std::shared_ptr<Outbox>& outbox);

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
@@ -30,17 +31,10 @@ class NSXPCListener::Core {
             clients_->waitUntilNone();
             return 0;
         }
-        for (;;) {
-            const auto now = std::chrono::steady_clock::now();
-            const auto idleSince = clients_->idleSince().value_or(now);
-            StreamSocket::Deadline deadline;
-            if (idleTimeout.count() != 0)
-                deadline = idleSince + idleTimeout;
-            if (auto socket = listener_->accept(deadline)) {
-                add(std::move(socket));
-            } else if (clients_->isClosed() || !deadline || clients_->idleSince() == idleSince) {
-                break;
-            }
+        runOnWorker([this] { acceptClients(); });
+        {
+            std::unique_lock lock(mutex_);
+            ended_.wait(lock, [&] { return hasEnded_; });
         }
         clients_->invalidateAll();
         clients_->waitUntilNone();
@@ -123,6 +117,31 @@ class NSXPCListener::Core {
         bool closed_ = false;
     };
 
+    /// The thread that has accepted a client reads what it sends, and another accepts the next: no
+    /// client waits until a thread has woken.
+    void acceptClients() {
+        for (;;) {
+            const auto now = std::chrono::steady_clock::now();
+            const auto idleSince = clients_->idleSince().value_or(now);
+            StreamSocket::Deadline deadline;
+            if (idleTimeout.count() != 0)
+                deadline = idleSince + idleTimeout;
+            if (auto socket = listener_->accept(deadline)) {
+                if (const auto reading = keepingFirstTask([&] { add(std::move(socket)); })) {
+                    runOnWorker([this] { acceptClients(); });
+                    // From here on the listener may be gone.
+                    reading();
+                    return;
+                }
+            } else if (clients_->isClosed() || !deadline || clients_->idleSince() == idleSince) {
+                break;
+            }
+        }
+        const std::lock_guard lock(mutex_);
+        hasEnded_ = true;
+        ended_.notify_all();
+    }
+
     void add(std::shared_ptr<StreamSocket> socket) {
         const auto user = socket->peer().userIdentifier;
         if (!handler || !clients_->hasRoomFor(user)) {
@@ -142,6 +161,9 @@ class NSXPCListener::Core {
     const std::shared_ptr<Clients> clients_;
     std::shared_ptr<StreamSocket> only_;
     const std::unique_ptr<StreamListener> listener_;
+    std::mutex mutex_;
+    std::condition_variable ended_;
+    bool hasEnded_ = false;
 };
 
 NSXPCListener::NSXPCListener(std::unique_ptr<Core> core) : core_(std::move(core)) {}
