@@ -16,9 +16,14 @@ constexpr auto idleTime = std::chrono::seconds(10);
 class WorkerPool {
   public:
     void run(std::function<void()> task) {
-        const std::unique_lock lock(mutex_);
-        tasks_.push_back(std::move(task));
-        if (tasks_.size() <= idle_) {
+        bool isForAnIdleOne = false;
+        {
+            const std::lock_guard lock(mutex_);
+            tasks_.push_back(std::move(task));
+            isForAnIdleOne = tasks_.size() <= idle_;
+        }
+        // Not under the lock, which who wakes wants first.
+        if (isForAnIdleOne) {
             wake_.notify_one();
         } else {
             std::thread([this] { work(); }).detach();

@@ -29,12 +29,14 @@ NSErrorRef systemError(int code, const std::string& what) {
         {{NSLocalizedDescriptionKey, what + ": " + std::generic_category().message(code) + "."}});
 }
 
-LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket) : socket_(std::move(socket)) {
+LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket) : socket_(std::move(socket)) {}
+
+PeerCredentials LinuxStreamSocket::peer() const {
     ucred credentials{};
     socklen_t size = sizeof credentials;
-    if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0) {
-        peer_ = {credentials.pid, credentials.uid, credentials.gid};
-    }
+    if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+        return {};
+    return {credentials.pid, credentials.uid, credentials.gid};
 }
 
 bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {

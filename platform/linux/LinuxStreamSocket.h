@@ -17,10 +17,7 @@ class LinuxStreamSocket : public StreamSocket {
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
     bool waitUntilWritable(const Deadline& deadline) override;
     void shutdown() override;
-    PeerCredentials peer() const override { return peer_; }
-
-  protected:
-    PeerCredentials peer_;
+    PeerCredentials peer() const override;
 
   private:
     bool waitFor(short events, const Deadline& deadline) const;

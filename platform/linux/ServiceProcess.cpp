@@ -36,9 +36,13 @@ std::string libexecFolder() {
 class ServiceStream final : public LinuxStreamSocket {
   public:
     ServiceStream(FileDescriptor socket, pid_t child)
-        : LinuxStreamSocket(std::move(socket)), child_(child) {
+        : LinuxStreamSocket(std::move(socket)), child_(child) {}
+
+    PeerCredentials peer() const override {
         // Both ends of a socket pair were made here; the process at the other end is the child.
-        peer_.processIdentifier = child;
+        auto peer = LinuxStreamSocket::peer();
+        peer.processIdentifier = child_;
+        return peer;
     }
 
     void finish() override {

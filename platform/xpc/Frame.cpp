@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace morvane {
 namespace {
@@ -67,8 +68,20 @@ std::optional<FrameHeader> FrameHeader::parse(std::span<const std::uint8_t> byte
     return header;
 }
 
+void FrameReader::Bytes::reserve(std::size_t capacity) {
+    if (capacity <= capacity_)
+        return;
+    auto* const data = static_cast<std::uint8_t*>(std::realloc(data_, capacity));
+    if (!data)
+        throw std::bad_alloc();
+    data_ = data;
+    capacity_ = capacity;
+}
+
 FrameReader::FrameReader(StreamSocket& socket, std::chrono::milliseconds frameTime)
-    : socket_(socket), frameTime_(frameTime), buffer_(bufferSize) {}
+    : socket_(socket), frameTime_(frameTime), buffer_(bufferSize) {
+    buffer_.resize(bufferSize);
+}
 
 bool FrameReader::hasMessageWaiting() const {
     const auto header = FrameHeader::parse(waiting());
@@ -79,8 +92,8 @@ bool FrameReader::hasMessageWaiting() const {
 bool FrameReader::fillBuffer(std::size_t needed) {
     if (end_ - begin_ >= needed)
         return true;
-    if (buffer_.size() - begin_ < needed) {
-        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    if (bufferSize - begin_ < needed) {
+        std::memmove(buffer_.all().data(), buffer_.all().data() + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
     }
@@ -89,7 +102,7 @@ bool FrameReader::fillBuffer(std::size_t needed) {
         if (begin_ != end_ && !deadline_) {
             deadline_ = std::chrono::steady_clock::now() + frameTime_;
         }
-        const auto count = socket_.receive(std::span(buffer_).subspan(end_), deadline_);
+        const auto count = socket_.receive(buffer_.all().subspan(end_), deadline_);
         if (count == 0)
             return false;
         end_ += count;
@@ -98,19 +111,20 @@ bool FrameReader::fillBuffer(std::size_t needed) {
 }
 
 bool FrameReader::appendPayload(std::size_t length) {
-    if (assembled_.size() + length > limits::messageSize)
+    auto at = assembled_.all().size();
+    const auto end = at + length;
+    if (end > limits::messageSize)
         return false;
+    assembled_.resize(end);
     const auto buffered = std::min(length, end_ - begin_);
-    assembled_.insert(assembled_.end(), buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-                      buffer_.begin() + static_cast<std::ptrdiff_t>(begin_ + buffered));
+    if (buffered != 0)
+        std::memcpy(assembled_.all().data() + at, buffer_.all().data() + begin_, buffered);
     begin_ += buffered;
-    auto at = assembled_.size();
-    assembled_.resize(at + length - buffered);
-    if (at < assembled_.size() && !deadline_) {
+    at += buffered;
+    if (at < end && !deadline_)
         deadline_ = std::chrono::steady_clock::now() + frameTime_;
-    }
-    while (at < assembled_.size()) {
-        const auto count = socket_.receive(std::span(assembled_).subspan(at), deadline_);
+    while (at < end) {
+        const auto count = socket_.receive(assembled_.all().subspan(at), deadline_);
         if (count == 0)
             return false;
         at += count;
@@ -122,9 +136,9 @@ std::optional<Message> FrameReader::next() {
     if (begin_ == end_)
         begin_ = end_ = 0;
     if (assembled_.capacity() > limits::frameSize) {
-        assembled_ = NSData();
+        assembled_.release();
     } else {
-        assembled_.clear();
+        assembled_.resize(0);
     }
     deadline_.reset();
     std::optional<FrameHeader> first;
@@ -157,7 +171,7 @@ std::optional<Message> FrameReader::next() {
         if (!header->moreFollows)
             break;
     }
-    const NSDataView payload(assembled_);
+    const NSDataView payload(assembled_.all());
     return Message{first->kind, first->id, text(payload.first(first->selectorLength)),
                    payload.subspan(first->selectorLength)};
 }

@@ -4,11 +4,15 @@
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// The units of a connection's byte stream: a checked header, then its payload. A message is one
 /// frame, or several of which all but the last say that more follows.
@@ -63,18 +67,47 @@ class FrameReader {
 
   private:
     std::span<const std::uint8_t> waiting() const {
-        return std::span(buffer_).subspan(begin_, end_ - begin_);
+        return buffer_.all().subspan(begin_, end_ - begin_);
     }
     bool fillBuffer(std::size_t needed);
     bool appendPayload(std::size_t length);
 
     StreamSocket& socket_;
     const std::chrono::milliseconds frameTime_;
-    NSData buffer_;
+    /// Bytes that are not set before they are received, and that grow without being copied where
+    /// the system can move pages.
+    class Bytes {
+      public:
+        explicit Bytes(std::size_t capacity = 0) { reserve(capacity); }
+        ~Bytes() { std::free(data_); }
+        Bytes(const Bytes&) = delete;
+        Bytes& operator=(const Bytes&) = delete;
+
+        std::span<std::uint8_t> all() const { return {data_, size_}; }
+        std::size_t capacity() const { return capacity_; }
+        /// Throws std::bad_alloc.
+        void reserve(std::size_t capacity);
+        void resize(std::size_t size) {
+            if (size > capacity_)
+                reserve(std::max(size, capacity_ * 2));
+            size_ = size;
+        }
+        void release() {
+            std::free(std::exchange(data_, nullptr));
+            size_ = capacity_ = 0;
+        }
+
+      private:
+        std::uint8_t* data_ = nullptr;
+        std::size_t size_ = 0;
+        std::size_t capacity_ = 0;
+    };
+
+    Bytes buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     /// A message that does not lie whole in the buffer.
-    NSData assembled_;
+    Bytes assembled_;
     StreamSocket::Deadline deadline_;
 };
 
