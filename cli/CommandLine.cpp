@@ -14,7 +14,8 @@ constexpr const char* footer =
 
 }  // namespace
 
-CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version) {
+CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
+                             CommonOptions* common) {
     CLI::App app("Shows who may do what with files and folders, and how large they are.",
                  "morvane");
     const std::string versionText = "morvane " + version;
@@ -22,6 +23,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.footer(footer);
     app.require_subcommand(1);
+    CommonOptions options;
+    app.add_flag("--privileged", options.privileged,
+                 "Let the privileged helper do the work; the system asks you for the right to it");
 
     AclOptions acl;
     EditOptions edit;
@@ -86,6 +90,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
                        "morvane: " + escaped(stop.what()) +
                            "\n  'morvane --help' tells how the command is used.\n"};
     }
+    if (common)
+        *common = options;
     if (*sizeCommand) {
         if (size.paths.empty() && !size.base2 && !size.base10)
             return Outcome{ExitUsage,

@@ -13,11 +13,18 @@
 /// version, or why the command line was not understood).
 namespace morvane {
 
+/// What stands before the command, for all of them.
+struct CommonOptions {
+    /// The work is done by the privileged helper.
+    bool privileged = false;
+};
+
 using CommandLine =
     std::variant<Outcome, AclOptions, EditOptions, AccessOptions, SizeOptions, LsOptions>;
 
 /// `version` is what --version prints behind the program's name.
-CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version);
+CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
+                             CommonOptions* common = nullptr);
 
 /// Whether standard output takes colours: a terminal that is not "dumb", and no NO_COLOR.
 bool wantsColours(bool isTerminal, const char* noColor, const char* term);

@@ -1,5 +1,6 @@
 #include "FileConnector.h"
 
+#include <cerrno>
 #include <future>
 #include <utility>
 #include <variant>
@@ -45,24 +46,48 @@ void FileConnector::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>>
 
 namespace {
 
-/// The proxy of `connector`'s file service, whose failures end `answer`.
+/// Obtains the right and a connection to the helper; an error if either cannot be had.
+NSErrorRef connectPrivileged(FileConnector& connector, const char* right) {
+    std::promise<NSErrorRef> connected;
+    connector.getAuthConnectionForRight(right,
+                                        [&](NSErrorRef error) { connected.set_value(error); });
+    auto error = connected.get_future().get();
+    if (!error && !connector.authConnection())
+        error = NSError::errorWithDomain(
+            NSPOSIXErrorDomain, EACCES,
+            {{NSLocalizedDescriptionKey,
+              std::string("The rights of this program are not defined on this system, and only "
+                          "root may define them.")},
+             {NSLocalizedRecoverySuggestionErrorKey,
+              std::string("Install MorvaneOperation's policy file, or run the command once as "
+                          "root.")}});
+    return error;
+}
+
+}  // namespace
+
 template <class Answer>
-std::shared_ptr<MVFileRequest> serviceAnswering(FileConnector& connector,
-                                                std::shared_ptr<std::promise<Answer>> answer) {
-    return connector.connection()->remoteObjectProxyWithErrorHandler<MVFileRequest>(
+std::shared_ptr<MVFileRequest> FileConnector::serviceAnswering(
+    const char* right, std::shared_ptr<std::promise<Answer>> answer) {
+    if (privileged_) {
+        if (auto error = connectPrivileged(*this, right)) {
+            answer->set_value({{}, std::move(error)});
+            return nullptr;
+        }
+    }
+    const auto held = privileged_ ? authConnection() : connection();
+    return held->template remoteObjectProxyWithErrorHandler<MVFileRequest>(
         [answer](NSErrorRef error) {
             answer->set_value({{}, std::move(error)});
         });
 }
 
-}  // namespace
-
 // Of the reply and the error handler of a request one runs, once.
 
 AclAnswer FileConnector::aclEntries(const NSURL& url) {
     const auto answer = std::make_shared<std::promise<AclAnswer>>();
-    serviceAnswering(*this, answer)
-        ->getAclEntriesWithUrl(url, [answer](EntryList entries, NSErrorRef error) {
+    if (const auto service = serviceAnswering(MVRightGetFileAcl, answer))
+        service->getAclEntriesWithUrl(url, [answer](EntryList entries, NSErrorRef error) {
             answer->set_value({std::move(entries), std::move(error)});
         });
     return answer->get_future().get();
@@ -74,16 +99,17 @@ NSErrorRef FileConnector::setAclEntries(const EntryList& entries, const NSURL& u
         NSErrorRef error;
     };
     const auto answer = std::make_shared<std::promise<Answer>>();
-    serviceAnswering(*this, answer)->setAclEntries(entries, url, [answer](NSErrorRef error) {
-        answer->set_value({{}, std::move(error)});
-    });
+    if (const auto service = serviceAnswering(MVRightSetFileAcl, answer))
+        service->setAclEntries(entries, url, [answer](NSErrorRef error) {
+            answer->set_value({{}, std::move(error)});
+        });
     return answer->get_future().get().error;
 }
 
 AccessAnswer FileConnector::access(const NSURL& url, const NSUUID& who) {
     const auto answer = std::make_shared<std::promise<AccessAnswer>>();
-    serviceAnswering(*this, answer)
-        ->getAclAccessWithUrl(
+    if (const auto service = serviceAnswering(MVRightGetFileAccess, answer))
+        service->getAclAccessWithUrl(
             url, who,
             [answer](std::vector<std::shared_ptr<MVTreeNode>> permissions, NSErrorRef error) {
                 answer->set_value({std::move(permissions), std::move(error)});
@@ -97,8 +123,8 @@ SizesAnswer FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress pr
         progress_ = std::move(progress);
     }
     const auto answer = std::make_shared<std::promise<SizesAnswer>>();
-    serviceAnswering(*this, answer)
-        ->getSizesWithUrls(urls, [answer](SizeList sizes, NSErrorRef error) {
+    if (const auto service = serviceAnswering(MVRightGetFileSize, answer))
+        service->getSizesWithUrls(urls, [answer](SizeList sizes, NSErrorRef error) {
             answer->set_value({std::move(sizes), std::move(error)});
         });
     auto result = answer->get_future().get();
@@ -109,11 +135,11 @@ SizesAnswer FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress pr
 
 ContentsAnswer FileConnector::contents(const NSURL& directory) {
     const auto answer = std::make_shared<std::promise<ContentsAnswer>>();
-    serviceAnswering(*this, answer)
-        ->getContentsOfDirectory(directory, {},
-                                 [answer](std::vector<NSURL> urls, NSErrorRef error) {
-                                     answer->set_value({std::move(urls), std::move(error)});
-                                 });
+    if (const auto service = serviceAnswering(MVRightGetFileSize, answer))
+        service->getContentsOfDirectory(directory, {},
+                                        [answer](std::vector<NSURL> urls, NSErrorRef error) {
+                                            answer->set_value({std::move(urls), std::move(error)});
+                                        });
     return answer->get_future().get();
 }
 

@@ -2,6 +2,8 @@
 
 #include <MorvaneOperation/MVConnector.h>
 
+#include <future>
+#include <memory>
 #include <mutex>
 
 #include "AccessCommand.h"
@@ -25,7 +27,11 @@ class FileConnector final : public MVConnector {
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
                          NSXPCReply<bool> reply) override;
 
-    /// Asks the file service for the list of an item and waits for its answer.
+    /// From now on requests go to the privileged helper, each after its right was obtained. Paths
+    /// must then hold no symbolic links.
+    void usePrivilegedHelper() { privileged_ = true; }
+
+    /// Asks the service for the list of an item and waits for its answer.
     AclAnswer aclEntries(const NSURL& url);
     /// Likewise to write it.
     NSErrorRef setAclEntries(const EntryList& entries, const NSURL& url);
@@ -40,6 +46,13 @@ class FileConnector final : public MVConnector {
   private:
     bool tell(const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes);
 
+    /// The service's proxy, whose failures end `answer`; null, with `answer` ended, if the right is
+    /// not to be had.
+    template <class Answer>
+    std::shared_ptr<MVFileRequest> serviceAnswering(const char* right,
+                                                    std::shared_ptr<std::promise<Answer>> answer);
+
+    bool privileged_ = false;
     std::mutex mutex_;
     SizeProgress progress_;
 };

@@ -7,8 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <optional>
 #include <string>
 
+#include "AuthenticationAgent.h"
 #include "CommandLine.h"
 #include "EditScreen.h"
 #include "FileConnector.h"
@@ -68,8 +71,16 @@ bool editOnTerminal(AclEditor& editor, const std::string& title) {
     }
 }
 
+/// The same item by a path without symbolic links; a link at the end of a size's path stays one.
+NSURL withoutLinks(const NSURL& url) {
+    std::error_code error;
+    const auto path = std::filesystem::canonical(url.path(), error);
+    return error ? url : NSURL::fileURLWithPath(path.string());
+}
+
 Outcome run(int argc, char** argv) {
-    const auto line = parseCommandLine(argc, argv, MORVANE_VERSION);
+    CommonOptions common;
+    const auto line = parseCommandLine(argc, argv, MORVANE_VERSION, &common);
     if (const auto* outcome = std::get_if<Outcome>(&line)) {
         return *outcome;
     }
@@ -77,26 +88,41 @@ Outcome run(int argc, char** argv) {
         wantsColours(isatty(STDOUT_FILENO) != 0, std::getenv("NO_COLOR"), std::getenv("TERM"))};
     const auto connector =
         MVConnector::initWithQueueLabel<FileConnector>("io.github.morvaneoperation.morvane");
+    std::optional<AuthenticationAgent> agent;
+    if (common.privileged) {
+        connector->usePrivilegedHelper();
+        if (isatty(STDIN_FILENO) != 0)
+            agent.emplace();
+    }
+    // The helper refuses symbolic links, as they may point elsewhere when it looks.
+    const auto resolved = [&](const NSURL& url) {
+        return common.privileged ? withoutLinks(url) : url;
+    };
     if (const auto* size = std::get_if<SizeOptions>(&line)) {
         return runSize(*size, [&](const std::vector<NSURL>& urls) {
-            return sizesWithLiveLine(*connector, urls);
+            std::vector<NSURL> items;
+            for (const auto& url : urls)
+                items.push_back(resolved(url));
+            return sizesWithLiveLine(*connector, items);
         });
     }
     if (const auto* ls = std::get_if<LsOptions>(&line)) {
-        return runLs(*ls, [&](const NSURL& url) { return connector->contents(url); });
+        return runLs(*ls, [&](const NSURL& url) { return connector->contents(resolved(url)); });
     }
-    const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(url); };
+    const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(resolved(url)); };
     if (const auto* access = std::get_if<AccessOptions>(&line)) {
         return runAccess(
             *access,
-            [&](const NSURL& url, const NSUUID& who) { return connector->access(url, who); },
+            [&](const NSURL& url, const NSUUID& who) {
+                return connector->access(resolved(url), who);
+            },
             style);
     }
     if (const auto* edit = std::get_if<EditOptions>(&line)) {
         return runAclEdit(
             *edit, entriesOf,
             [&](const EntryList& entries, const NSURL& url) {
-                return connector->setAclEntries(entries, url);
+                return connector->setAclEntries(entries, resolved(url));
             },
             Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
     }

@@ -18,7 +18,7 @@ set(platform_headers
     foundation/NSURL.h foundation/NSUserDefaults.h foundation/NSUUID.h
     host/KDLocalizedString.h host/MVIdentities.h
     identity/CBIdentity.h identity/CBIdentityAuthority.h
-    security/AuthorizationServices.h
+    security/AuthorizationServices.h security/ProcessRights.h
     xpc/NSXPCCoding.h xpc/NSXPCConnection.h xpc/NSXPCInterface.h xpc/NSXPCListener.h
     xpc/NSXPCProtocol.h)
 foreach(header ${platform_headers})

@@ -25,10 +25,10 @@ struct ItemWithAcl {
     PosixAcl acl;
 };
 
-std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url) {
+std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRule& rule) {
     if (!url.isFileURL())
         return posixError(EINVAL, url, "Only files and folders have an access-control list.");
-    auto item = AclItem::open(url.path());
+    auto item = AclItem::open(url.path(), rule);
     if (const auto* code = std::get_if<int>(&item))
         return posixError(*code, url);
     auto read = readPosixAcl(std::get<AclItem>(item));
@@ -51,19 +51,23 @@ std::string textOfLosses(const std::vector<std::string>& losses) {
 
 }  // namespace
 
-AclEntriesAnswer aclEntriesOfUrl(const NSURL& url) {
-    auto found = openWithAcl(url);
+AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
+    auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
     return {entriesOfPosixAcl(std::get<ItemWithAcl>(found).acl), nullptr};
 }
 
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                              const NSURL& url) {
-    auto found = openWithAcl(url);
+                              const NSURL& url, const PathRule& rule) {
+    auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return *error;
     const auto& [item, old] = std::get<ItemWithAcl>(found);
+    if (const int code = whyNotChangeable(item.path(), rule))
+        return posixError(code, url,
+                          "Only files and folders are changed on behalf of another user, and a "
+                          "file with several names only for its owner.");
     const auto reduced =
         reduceToPosixAcl(entries, {old.owner, old.group, old.isDirectory, userIsInGroup});
     if (!reduced.losses.empty())
@@ -74,11 +78,11 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
     return code == 0 ? nullptr : posixError(code, url);
 }
 
-AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid) {
+AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {
     const auto who = posixIdentityOfUUID(uuid);
     if (!who)
         return {{}, posixError(EINVAL, url, "The identity is no user or group of this system.")};
-    auto found = openWithAcl(url);
+    auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
     const auto& [item, acl] = std::get<ItemWithAcl>(found);

@@ -8,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "ItemPath.h"
+
 /// What the service processes answer, apart from how the question came.
 namespace morvane {
 
@@ -17,14 +19,14 @@ struct AclEntriesAnswer {
     NSErrorRef error;
 };
 
-/// The entries of the item at `url`; a symbolic link at its end is followed.
-AclEntriesAnswer aclEntriesOfUrl(const NSURL& url);
+/// The entries of the item at `url`; symbolic links are followed where the rule allows it.
+AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 
-/// Replaces the list of the item at `url`; a symbolic link at its end is followed. What the file
+/// Replaces the list of the item at `url`. What the file
 /// system cannot hold is refused with an error that names each entry and box that would be lost.
 /// After an error the item has the list that it had.
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                              const NSURL& url);
+                              const NSURL& url, const PathRule& rule = {});
 
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.
@@ -33,6 +35,6 @@ struct AclAccessAnswer {
 };
 
 /// What the user or group `uuid` can really do to the item at `url` now.
-AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid);
+AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule = {});
 
 }  // namespace morvane

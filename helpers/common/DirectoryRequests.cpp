@@ -23,19 +23,17 @@ constexpr std::size_t bytesForUrl = 64;
 
 }  // namespace
 
-DirectoryAnswer contentsOfDirectory(const NSURL& directory) {
+DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule) {
     if (!directory.isFileURL())
         return {{}, posixError(EINVAL, directory, "Only folders can be listed.")};
-    const int descriptor =
-        open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0)
+    auto opened = openPath(directory.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
+    if (const auto* code = std::get_if<int>(&opened))
+        return {{}, posixError(*code, directory)};
+    auto& descriptor = std::get<FileDescriptor>(opened);
+    const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(descriptor.get()));
+    if (!stream)
         return {{}, posixError(errno, directory)};
-    const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(descriptor));
-    if (!stream) {
-        const int code = errno;
-        close(descriptor);
-        return {{}, posixError(code, directory)};
-    }
+    descriptor.release();  // the stream's from now on
     DirectoryAnswer answer;
     std::size_t bytes = 0;
     for (;;) {

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "ItemPath.h"
+
 namespace morvane {
 
 struct DirectoryAnswer {
@@ -14,6 +16,6 @@ struct DirectoryAnswer {
 
 /// The items inside a folder, in the folder's own order. A folder whose listing does not fit one
 /// message is an error (EMSGSIZE), not a part of a listing.
-DirectoryAnswer contentsOfDirectory(const NSURL& directory);
+DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule = {});
 
 }  // namespace morvane

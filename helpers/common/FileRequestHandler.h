@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "ItemPath.h"
+
 /// Answers the requests of one client, in both service processes. What may take long is done on a
 /// queue of its own, one request after the other, so that the client's answers to callbacks come
 /// through meanwhile.
@@ -17,9 +19,14 @@ class FileRequestHandler final : public MVFileRequest {
   public:
     /// Sets up a client's connection, so that its requests come to a handler of its own.
     static void serve(const std::shared_ptr<NSXPCConnection>& client);
+    /// The same but for the handler, which the caller exports.
+    static void configure(const std::shared_ptr<NSXPCConnection>& client);
+    /// A handler that works with other rights than the client's own, and trusts no path.
+    static std::shared_ptr<FileRequestHandler> forPrivilegedClient(
+        const std::shared_ptr<NSXPCConnection>& client);
 
     /// `client` is called back while long requests run, as long as it is there.
-    explicit FileRequestHandler(std::weak_ptr<NSXPCConnection> client);
+    explicit FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule = {});
 
     void getAclEntriesWithUrl(
         NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override;
@@ -41,6 +48,7 @@ class FileRequestHandler final : public MVFileRequest {
 
   private:
     const std::weak_ptr<NSXPCConnection> client_;
+    const PathRule rule_;
     const std::shared_ptr<DispatchQueue> longWork_ = DispatchQueue::serialQueue(nullptr);
 };
 

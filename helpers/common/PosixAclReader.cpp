@@ -98,12 +98,12 @@ int systemAttributeProbe(const char* path, const char* name) {
     return getxattr(path, name, nullptr, 0) >= 0 ? 0 : errno;
 }
 
-std::variant<AclItem, int> AclItem::open(const std::string& path) {
+std::variant<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
     // Such a descriptor opens any kind of item, without waiting and without any right to it.
-    FileDescriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));
-    if (!item)
-        return errno;
-    return AclItem(std::move(item));
+    auto item = openPath(path, O_PATH, rule);
+    if (const auto* code = std::get_if<int>(&item))
+        return *code;
+    return AclItem(std::get<FileDescriptor>(std::move(item)));
 }
 
 // Attribute calls refuse such a descriptor, but take its name.

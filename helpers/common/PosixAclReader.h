@@ -5,6 +5,7 @@
 #include <string>
 #include <variant>
 
+#include "ItemPath.h"
 #include "PosixAcl.h"
 
 /// Reads the access-control list of a real item.
@@ -26,8 +27,9 @@ int systemAttributeProbe(const char* path, const char* name);
 /// read and written is this.
 class AclItem {
   public:
-    /// The item at `path`; a symbolic link at its end is followed. An errno value if there is none.
-    static std::variant<AclItem, int> open(const std::string& path);
+    /// The item at `path`; a symbolic link is followed where the rule allows it. An errno value if
+    /// there is none.
+    static std::variant<AclItem, int> open(const std::string& path, const PathRule& rule = {});
     /// `descriptor` may be one that gives no right to the item (O_PATH).
     explicit AclItem(FileDescriptor descriptor);
 

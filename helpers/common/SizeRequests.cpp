@@ -1,6 +1,7 @@
 #include "SizeRequests.h"
 
 #include <MorvaneOperation/MVFileResponse.h>
+#include <fcntl.h>
 
 #include <atomic>
 #include <cerrno>
@@ -94,10 +95,16 @@ NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
 }  // namespace
 
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
-                        const std::weak_ptr<NSXPCConnection>& client) {
+                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule) {
     for (const auto& url : urls) {
         if (!url.isFileURL())
             return {{}, posixError(EINVAL, url, "Only files and folders have a size.")};
+        if (!rule.onBehalfOf)
+            continue;
+        // A link at the end of the path is an item of its own, here as everywhere.
+        const auto opened = openPath(url.path(), O_PATH | O_NOFOLLOW, rule);
+        if (const auto* code = std::get_if<int>(&opened))
+            return {{}, posixError(*code, url)};
     }
     const auto report = std::make_shared<ProgressReport>(urls.size(), client);
     std::size_t current = 0;

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "ItemPath.h"
+
 namespace morvane {
 
 struct SizesAnswer {
@@ -19,6 +21,6 @@ struct SizesAnswer {
 /// Adds up what is at and below each URL. A few times a second the client is told the sizes so far
 /// (the items are busy) and asked whether to go on.
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
-                        const std::weak_ptr<NSXPCConnection>& client);
+                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {});
 
 }  // namespace morvane

@@ -23,6 +23,8 @@ class FileDescriptor {
     }
 
     int get() const { return fd_; }
+    /// Gives the descriptor away, still open.
+    int release() { return std::exchange(fd_, -1); }
     explicit operator bool() const { return fd_ >= 0; }
 
   private:

@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -12,6 +13,9 @@
 
 namespace morvane {
 namespace {
+
+/// SO_PEERPIDFD, which the headers lack.
+constexpr int peerPidfdOption = 77;
 
 int millisecondsUntil(const StreamSocket::Deadline& deadline) {
     if (!deadline)
@@ -30,6 +34,18 @@ NSErrorRef systemError(int code, const std::string& what) {
 }
 
 LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket) : socket_(std::move(socket)) {}
+
+std::uint64_t LinuxStreamSocket::peerStartTime() const {
+    int raw = -1;
+    socklen_t size = sizeof raw;
+    if (getsockopt(socket_.get(), SOL_SOCKET, peerPidfdOption, &raw, &size) != 0)
+        return 0;
+    const FileDescriptor process(raw);
+    const auto startTime = startTimeOfProcess(peer().processIdentifier);
+    // Alive after its time was read: the time is not that of another process with the same id.
+    pollfd poll{process.get(), POLLIN, 0};
+    return ::poll(&poll, 1, 0) == 0 ? startTime : 0;
+}
 
 PeerCredentials LinuxStreamSocket::peer() const {
     ucred credentials{};

@@ -18,6 +18,7 @@ class LinuxStreamSocket : public StreamSocket {
     bool waitUntilWritable(const Deadline& deadline) override;
     void shutdown() override;
     PeerCredentials peer() const override;
+    std::uint64_t peerStartTime() const override;
 
   private:
     bool waitFor(short events, const Deadline& deadline) const;

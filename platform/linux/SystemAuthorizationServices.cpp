@@ -1,43 +1,178 @@
+#include <MorvaneOperation/platform/linux/PolicyAuthority.h>
+#include <MorvaneOperation/platform/linux/PolicyFile.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace morvane {
 namespace {
 
-/// This build has no road to the system's policy database yet: every request fails as an internal
-/// failure, so no right is ever granted.
+/// polkit keeps a grant for five minutes; a right holds for less.
+constexpr std::chrono::seconds rightLifetime{45};
+constexpr const char* installer = MORVANE_LIBEXEC_DIR "/morvane-install-helper";
+constexpr const char* elevation = "/usr/bin/pkexec";
+
+/// Nothing is kept under a reference here: polkit itself keeps what this process was granted.
+class PolicyReference final : public AuthorizationReference {};
+
+/// A right is an action of polkit with the right's name, a prompt that action's message.
 class SystemAuthorizationServices final : public AuthorizationServices {
   public:
-    OSStatus AuthorizationCreate(std::uint32_t, AuthorizationRef*) override {
-        return errAuthorizationInternal;
-    }
-    OSStatus AuthorizationRightGet(const std::string&) override { return errAuthorizationInternal; }
-    OSStatus AuthorizationRightSet(const AuthorizationRef&, const std::string&,
-                                   const AuthorizationRule&, const std::string&) override {
-        return errAuthorizationInternal;
-    }
-    OSStatus AuthorizationCopyRights(const AuthorizationRef&, const std::vector<AuthorizationItem>&,
-                                     std::uint32_t) override {
-        return errAuthorizationInternal;
-    }
-    OSStatus AuthorizationFree(const AuthorizationRef&, std::uint32_t) override {
+    OSStatus AuthorizationCreate(std::uint32_t, AuthorizationRef* reference) override {
+        *reference = std::make_shared<PolicyReference>();
         return errAuthorizationSuccess;
     }
+
+    OSStatus AuthorizationRightGet(const std::string& name) override {
+        const auto defined = isActionDefined(name);
+        if (!defined)
+            return errAuthorizationInternal;
+        return *defined ? errAuthorizationSuccess : errAuthorizationDenied;
+    }
+
+    OSStatus AuthorizationRightSet(const AuthorizationRef&, const std::string& name,
+                                   const AuthorizationRule& rule,
+                                   const std::string& descriptionKey) override {
+        const int code = writePolicyFile(name, policyFileText(name, rule, descriptionKey));
+        if (code == 0)
+            return errAuthorizationSuccess;
+        return code == EACCES || code == EPERM || code == EROFS ? errAuthorizationDenied
+                                                                : errAuthorizationInternal;
+    }
+
+    OSStatus AuthorizationCopyRights(const AuthorizationRef&,
+                                     const std::vector<AuthorizationItem>& rights,
+                                     std::uint32_t flags) override {
+        for (const auto& right : rights) {
+            // Installing has an elevation of its own, see SMJobBless.
+            if (right.name == kSMRightBlessPrivilegedHelper)
+                continue;
+            const auto status =
+                obtain(right.name, (flags & kAuthorizationFlagInteractionAllowed) != 0);
+            if (status != errAuthorizationSuccess)
+                return status;
+        }
+        return errAuthorizationSuccess;
+    }
+
+    OSStatus AuthorizationFree(const AuthorizationRef&, std::uint32_t flags) override {
+        if ((flags & kAuthorizationFlagDestroyRights) == 0)
+            return errAuthorizationSuccess;
+        const std::lock_guard lock(mutex_);
+        for (const auto& [id, since] : grants_)
+            revokeTemporaryAuthorization(id);
+        grants_.clear();
+        return errAuthorizationSuccess;
+    }
+
     std::string SecCopyErrorMessageString(OSStatus status) override {
         switch (status) {
+            case errAuthorizationSuccess:
+                return "No error.";
             case errAuthorizationDenied:
                 return "The authorization was denied.";
             case errAuthorizationCanceled:
                 return "The authorization was cancelled by the user.";
             case errAuthorizationInteractionNotAllowed:
                 return "There is no agent to ask the user with.";
+            case errAuthorizationInternal:
+                return "The system's policy service cannot be reached.";
             default:
-                return "An internal authorization failure has occurred.";
+                return "Status " + std::to_string(status) + ".";
         }
     }
-    std::optional<std::int64_t> SMJobBless(const std::string&, const std::string&,
+
+    std::optional<std::int64_t> SMJobBless(const std::string&, const std::string& label,
                                            const AuthorizationRef&) override {
-        return kSMErrorInternalFailure;
+        if (isInstalled(label))
+            return std::nullopt;
+        if (access(installer, X_OK) != 0)
+            return kSMErrorToolNotValid;
+        if (access(elevation, X_OK) != 0)
+            return kSMErrorServiceUnavailable;
+        if (const auto code = runElevated())
+            return code;
+        return isInstalled(label) ? std::nullopt : std::optional(kSMErrorJobNotFound);
     }
+
+  private:
+    OSStatus obtain(const std::string& right, bool mayAsk) {
+        const auto self = ownProcess();
+        auto answer = checkAuthorization(self, right, mayAsk);
+        if (answer && answer->isAuthorized && isTooOld(answer->temporaryAuthorization) &&
+            revokeTemporaryAuthorization(answer->temporaryAuthorization)) {
+            answer = checkAuthorization(self, right, mayAsk);
+        }
+        if (!answer)
+            return errAuthorizationInternal;
+        if (answer->isAuthorized)
+            return errAuthorizationSuccess;
+        if (answer->isDismissed)
+            return errAuthorizationCanceled;
+        return answer->isChallenge ? errAuthorizationInteractionNotAllowed : errAuthorizationDenied;
+    }
+
+    /// Whether the grant was first seen longer ago than a right holds.
+    bool isTooOld(const std::string& grant) {
+        if (grant.empty())
+            return false;
+        const auto now = std::chrono::steady_clock::now();
+        const std::lock_guard lock(mutex_);
+        const auto [known, isNew] = grants_.try_emplace(grant, now);
+        if (isNew || now - known->second <= rightLifetime)
+            return false;
+        grants_.erase(known);
+        return true;
+    }
+
+    /// The service manager listens for the helper, as root.
+    static bool isInstalled(const std::string& label) {
+        struct stat status {};
+        return lstat(("/run/" + label + ".sock").c_str(), &status) == 0 &&
+               S_ISSOCK(status.st_mode) && status.st_uid == 0;
+    }
+
+    static std::optional<std::int64_t> runElevated() {
+        char* const arguments[] = {const_cast<char*>(elevation), const_cast<char*>(installer),
+                                   nullptr};
+        pid_t child = 0;
+        if (posix_spawn(&child, elevation, nullptr, nullptr, arguments, environ) != 0)
+            return kSMErrorServiceUnavailable;
+        int status = 0;
+        while (waitpid(child, &status, 0) < 0) {
+            if (errno != EINTR)
+                return kSMErrorInternalFailure;
+        }
+        if (!WIFEXITED(status))
+            return kSMErrorInternalFailure;
+        constexpr int dismissed = 126;
+        constexpr int notAuthorized = 127;
+        switch (const int code = WEXITSTATUS(status)) {
+            case 0:
+                return std::nullopt;
+            case dismissed:
+                return kSMErrorLaunchDeniedByUser;
+            case notAuthorized:
+                return kSMErrorAuthorizationFailure;
+            default:
+                // The installer's own codes are those of this table.
+                return code >= kSMErrorInternalFailure && code <= kSMErrorAlreadyRegistered
+                           ? code
+                           : static_cast<int>(kSMErrorInternalFailure);
+        }
+    }
+
+    std::mutex mutex_;
+    /// The grants that answers rested on, and since when they are known.
+    std::map<std::string, std::chrono::steady_clock::time_point> grants_;
 };
 
 }  // namespace

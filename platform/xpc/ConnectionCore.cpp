@@ -84,6 +84,11 @@ PeerCredentials NSXPCConnection::Core::peer() const {
     return socket_ ? socket_->peer() : PeerCredentials{};
 }
 
+std::uint64_t NSXPCConnection::Core::peerStartTime() const {
+    const std::lock_guard lock(mutex_);
+    return socket_ ? socket_->peerStartTime() : 0;
+}
+
 NSErrorRef NSXPCConnection::Core::invalidError() const {
     return connectionError(
         NSXPCConnectionInvalid,

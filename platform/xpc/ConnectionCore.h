@@ -38,6 +38,7 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     void sendRequest(std::size_t message, NSData archive,
                      std::unique_ptr<NSXPCReplyReceiver> receiver);
     PeerCredentials peer() const;
+    std::uint64_t peerStartTime() const;
 
     /// For the listener: told after the invalidation handler has run.
     Handler onEnd;

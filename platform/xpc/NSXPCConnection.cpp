@@ -129,4 +129,8 @@ std::int64_t NSXPCConnection::effectiveGroupIdentifier() const {
     return core_->peer().groupIdentifier;
 }
 
+std::uint64_t NSXPCConnection::processStartTime() const {
+    return core_->peerStartTime();
+}
+
 }  // namespace morvane

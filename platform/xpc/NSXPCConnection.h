@@ -101,6 +101,9 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     std::int64_t processIdentifier() const;
     std::int64_t effectiveUserIdentifier() const;
     std::int64_t effectiveGroupIdentifier() const;
+    /// When that process started, in the kernel's units, read while it was seen alive; 0 if it has
+    /// gone. Together with its identifier it names one process only.
+    std::uint64_t processStartTime() const;
 
     class MORVANE_INTERNAL Core;
     explicit NSXPCConnection(std::shared_ptr<Core> core);

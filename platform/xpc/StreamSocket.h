@@ -42,6 +42,9 @@ class StreamSocket {
     /// Called once, after the stream has ended: what there is to clear up behind it.
     virtual void finish() {}
     virtual PeerCredentials peer() const = 0;
+    /// When the peer's process started, in the kernel's units; 0 if that could not be told while it
+    /// was alive.
+    virtual std::uint64_t peerStartTime() const { return 0; }
 };
 
 /// Streams to a service; asked again after each end of one.

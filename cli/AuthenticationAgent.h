@@ -1,0 +1,21 @@
+#pragma once
+
+#include <sys/types.h>
+
+/// The system's textual authentication agent, for this process and as long as this object lives: it
+/// asks on the terminal when no desktop has an agent of its own.
+namespace morvane {
+
+class AuthenticationAgent {
+  public:
+    /// Starts it and waits until it is ready. Without such a program nothing is started.
+    AuthenticationAgent();
+    ~AuthenticationAgent();
+    AuthenticationAgent(const AuthenticationAgent&) = delete;
+    AuthenticationAgent& operator=(const AuthenticationAgent&) = delete;
+
+  private:
+    pid_t child_ = -1;
+};
+
+}  // namespace morvane

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <MorvaneOperation/MVFileRequest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// The requests of one client of the privileged helper, each behind its right.
+///
+/// Nothing that a client says counts as authorization: before a request touches anything, the right
+/// that its declaration names is checked, once. What is refused is answered with EACCES and reaches
+/// no handler. Every request is told to the log: what, with which item, and how it ended.
+namespace morvane {
+
+/// Whether the client holds the right now.
+using RightCheck = std::function<bool(const char* right)>;
+/// Takes one line for the log.
+using RequestLog = std::function<void(const std::string& line)>;
+
+std::shared_ptr<MVFileRequest> guardedRequests(std::shared_ptr<MVFileRequest> requests,
+                                               RightCheck check, RequestLog log);
+
+/// `path` with everything visible that a log line must not hold as it is.
+std::string escapedForLog(std::string_view path);
+
+}  // namespace morvane

@@ -1,0 +1,66 @@
+#include <MorvaneOperation/platform/security/ProcessRights.h>
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "Capabilities.h"
+#include "FileRequestHandler.h"
+#include "GuardedRequests.h"
+
+/// The privileged helper: does file work as root for clients that hold the right to it. The service
+/// manager starts it with its socket when the first client comes; it leaves when there has been
+/// none for a while.
+namespace {
+
+using namespace morvane;
+
+constexpr int usageError = 64;
+constexpr int startError = 70;
+constexpr std::uint32_t idleSeconds = 60;
+
+/// Requests of one client behind the rights that this very process holds.
+std::shared_ptr<MVFileRequest> requestsOf(const std::shared_ptr<NSXPCConnection>& client) {
+    const std::weak_ptr<NSXPCConnection> weak = client;
+    const auto who = "uid " + std::to_string(client->effectiveUserIdentifier()) + " pid " +
+                     std::to_string(client->processIdentifier()) + ": ";
+    return guardedRequests(
+        FileRequestHandler::forPrivilegedClient(client),
+        [weak](const char* right) {
+            const auto held = weak.lock();
+            return held && processHoldsRight({held->processIdentifier(), held->processStartTime(),
+                                              held->effectiveUserIdentifier()},
+                                             right);
+        },
+        [who](const std::string& line) { syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str()); });
+}
+
+}  // namespace
+
+int main() {
+    NSErrorRef error;
+    const auto listener = NSXPCListener::activatedListener(&error);
+    if (!listener) {
+        std::fprintf(stderr, "%s: %s\n", MVPrivilegedHelperName,
+                     error->localizedDescription().c_str());
+        return usageError;
+    }
+    umask(077);
+    openlog("morvane-helper", LOG_PID, LOG_AUTHPRIV);
+    if (const int code = keepNeededCapabilities()) {
+        std::fprintf(stderr, "%s: privileges cannot be given up: %s\n", MVPrivilegedHelperName,
+                     std::strerror(code));
+        return startError;
+    }
+    listener->setIdleTimeout(idleSeconds);
+    listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& client) {
+        FileRequestHandler::configure(client);
+        client->setExportedObject<MVFileRequest>(requestsOf(client));
+        client->resume();
+        return true;
+    });
+    return listener->run();
+}

@@ -1,0 +1,95 @@
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/PolicyFile.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+
+namespace morvane {
+namespace {
+
+constexpr const char* actionFolder = "/usr/share/polkit-1/actions";
+
+std::string xml(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                result += "&amp;";
+                break;
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            case '"':
+                result += "&quot;";
+                break;
+            default:
+                result += c;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
+                           const std::string& prompt) {
+    // The user authenticates as a member of the group of administrators, whom polkit knows. A grant
+    // has to be kept for the moment between this process's question and the helper's.
+    const std::string answer =
+        rule.ruleClass == "user" && rule.group == "admin" ? "auth_admin_keep" : "no";
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE policyconfig PUBLIC \"-//freedesktop//DTD PolicyKit Policy Configuration "
+           "1.0//EN\"\n"
+           " \"http://www.freedesktop.org/standards/PolicyKit/1/policyconfig.dtd\">\n"
+           "<policyconfig>\n"
+           "  <action id=\"" +
+           xml(right) +
+           "\">\n"
+           "    <description>" +
+           xml(prompt) +
+           "</description>\n"
+           "    <message>" +
+           xml(prompt) +
+           "</message>\n"
+           "    <defaults>\n"
+           "      <allow_any>" +
+           answer + "</allow_any>\n      <allow_inactive>" + answer +
+           "</allow_inactive>\n      <allow_active>" + answer +
+           "</allow_active>\n"
+           "    </defaults>\n"
+           "  </action>\n"
+           "</policyconfig>\n";
+}
+
+int writePolicyFile(const std::string& right, const std::string& text) {
+    const std::string path = std::string(actionFolder) + "/" + right + ".policy";
+    std::string temporary = std::string(actionFolder) + "/." + right + ".XXXXXX";
+    const FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file)
+        return errno;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const auto written = write(file.get(), rest.data(), rest.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            break;
+        rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (rest.empty() && fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0 &&
+        rename(temporary.c_str(), path.c_str()) == 0)
+        return 0;
+    const int code = errno;
+    unlink(temporary.c_str());
+    return code;
+}
+
+}  // namespace morvane
