@@ -193,12 +193,19 @@ INSTANTIATE_TEST_SUITE_P(
         std::pair{11, "The user denied the application's launch request."},
         std::pair{12, "The application is already registered."}, std::pair{13, ""}));
 
-TEST(SystemAuthorizationServices, GrantsNothingAsLongAsThereIsNoRoadToThePolicyDatabase) {
+TEST(SystemAuthorizationServices, GrantsNothingWhereThePolicyServiceCannotBeReached) {
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/there/is/no/bus", 1);
     const auto services = systemAuthorizationServices();
     AuthorizationRef reference;
-    EXPECT_EQ(services->AuthorizationCreate(0, &reference), errAuthorizationInternal);
-    EXPECT_NE(services->AuthorizationCopyRights(reference, {{"x"}}, 19), 0);
-    EXPECT_FALSE(reference);
+    EXPECT_EQ(services->AuthorizationCreate(kAuthorizationFlagDefaults, &reference),
+              errAuthorizationSuccess);
+    EXPECT_EQ(services->AuthorizationRightGet(MVRightGetFileAcl), errAuthorizationInternal);
+    for (const std::uint32_t flags : {0U, 19U})
+        EXPECT_EQ(services->AuthorizationCopyRights(reference, {{MVRightGetFileAcl}}, flags),
+                  errAuthorizationInternal);
+    EXPECT_EQ(services->SecCopyErrorMessageString(errAuthorizationInternal),
+              "The system's policy service cannot be reached.");
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
 }
 
 }  // namespace
