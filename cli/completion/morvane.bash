@@ -11,7 +11,7 @@ _morvane() {
     case $command in
         '')
             if [[ $cur == -* ]]; then
-                mapfile -t COMPREPLY < <(compgen -W '--help --version' -- "$cur")
+                mapfile -t COMPREPLY < <(compgen -W '--help --privileged --version' -- "$cur")
             else
                 mapfile -t COMPREPLY < <(compgen -W 'access acl ls size' -- "$cur")
             fi
