@@ -56,10 +56,16 @@ class GuardedRequests final : public MVFileRequest {
         const auto item = itemOfArguments(arguments);
         auto& reply = std::get<sizeof...(T) - 1>(arguments);
         const std::string line = std::string(selector) + " " + escapedForLog(item.path());
-        if (!check_(right)) {
-            log_(line + ": refused, the right " + right + " is not held");
-            fail(reply,
-                 posixError(EACCES, item, std::string("The right ") + right + " is not held."));
+        const auto state = check_(right);
+        if (state != RightState::held) {
+            const std::string why =
+                std::string("the right ") + right +
+                (state == RightState::expired ? " has expired" : " is not held");
+            log_(line + ": refused, " + why);
+            fail(reply, posixError(EACCES, item, "T" + why.substr(1) + ".",
+                                   state == RightState::expired
+                                       ? "Ask again in five minutes, or in a program started anew."
+                                       : ""));
             return;
         }
         auto told = telling(std::move(reply), line);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVFileRequest.h>
+#include <MorvaneOperation/platform/security/ProcessRights.h>
 
 #include <functional>
 #include <memory>
@@ -15,7 +16,7 @@
 namespace morvane {
 
 /// Whether the client holds the right now.
-using RightCheck = std::function<bool(const char* right)>;
+using RightCheck = std::function<RightState(const char* right)>;
 /// Takes one line for the log.
 using RequestLog = std::function<void(const std::string& line)>;
 

@@ -31,9 +31,10 @@ std::shared_ptr<MVFileRequest> requestsOf(const std::shared_ptr<NSXPCConnection>
         FileRequestHandler::forPrivilegedClient(client),
         [weak](const char* right) {
             const auto held = weak.lock();
-            return held && processHoldsRight({held->processIdentifier(), held->processStartTime(),
-                                              held->effectiveUserIdentifier()},
-                                             right);
+            return held ? rightOfProcess({held->processIdentifier(), held->processStartTime(),
+                                          held->effectiveUserIdentifier()},
+                                         right)
+                        : RightState::notHeld;
         },
         [who](const std::string& line) { syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str()); });
 }

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <gio/gio.h>
 #include <unistd.h>
@@ -120,9 +121,12 @@ bool revokeTemporaryAuthorization(const std::string& id) {
                 answerMilliseconds) != nullptr;
 }
 
-bool processHoldsRight(const ProcessIdentity& process, const std::string& right) {
+RightState rightOfProcess(const ProcessIdentity& process, const std::string& right) {
+    static GrantAges ages;
     const auto answer = checkAuthorization(process, right, false);
-    return answer && answer->isAuthorized;
+    if (!answer || !answer->isAuthorized)
+        return RightState::notHeld;
+    return ages.isExpired(answer->temporaryAuthorization) ? RightState::expired : RightState::held;
 }
 
 }  // namespace morvane

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/PolicyFile.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
@@ -7,16 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <map>
-#include <mutex>
-#include <utility>
 
 namespace morvane {
 namespace {
 
-/// polkit keeps a grant for five minutes; a right holds for less.
-constexpr std::chrono::seconds rightLifetime{45};
 constexpr const char* installer = MORVANE_LIBEXEC_DIR "/morvane-install-helper";
 constexpr const char* elevation = "/usr/bin/pkexec";
 
@@ -66,10 +61,8 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus AuthorizationFree(const AuthorizationRef&, std::uint32_t flags) override {
         if ((flags & kAuthorizationFlagDestroyRights) == 0)
             return errAuthorizationSuccess;
-        const std::lock_guard lock(mutex_);
-        for (const auto& [id, since] : grants_)
+        for (const auto& [id, since] : grants_.takeAll())
             revokeTemporaryAuthorization(id);
-        grants_.clear();
         return errAuthorizationSuccess;
     }
 
@@ -107,9 +100,12 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus obtain(const std::string& right, bool mayAsk) {
         const auto self = ownProcess();
         auto answer = checkAuthorization(self, right, mayAsk);
-        if (answer && answer->isAuthorized && isTooOld(answer->temporaryAuthorization) &&
+        if (answer && answer->isAuthorized && grants_.isExpired(answer->temporaryAuthorization) &&
             revokeTemporaryAuthorization(answer->temporaryAuthorization)) {
+            grants_.forget(answer->temporaryAuthorization);
             answer = checkAuthorization(self, right, mayAsk);
+            if (answer && answer->isAuthorized)
+                grants_.isExpired(answer->temporaryAuthorization);  // its first sight
         }
         if (!answer)
             return errAuthorizationInternal;
@@ -118,19 +114,6 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         if (answer->isDismissed)
             return errAuthorizationCanceled;
         return answer->isChallenge ? errAuthorizationInteractionNotAllowed : errAuthorizationDenied;
-    }
-
-    /// Whether the grant was first seen longer ago than a right holds.
-    bool isTooOld(const std::string& grant) {
-        if (grant.empty())
-            return false;
-        const auto now = std::chrono::steady_clock::now();
-        const std::lock_guard lock(mutex_);
-        const auto [known, isNew] = grants_.try_emplace(grant, now);
-        if (isNew || now - known->second <= rightLifetime)
-            return false;
-        grants_.erase(known);
-        return true;
     }
 
     /// The service manager listens for the helper, as root.
@@ -170,9 +153,8 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         }
     }
 
-    std::mutex mutex_;
-    /// The grants that answers rested on, and since when they are known.
-    std::map<std::string, std::chrono::steady_clock::time_point> grants_;
+    /// The grants that answers rested on.
+    GrantAges grants_;
 };
 
 }  // namespace

@@ -17,9 +17,16 @@ struct ProcessIdentity {
     std::int64_t userIdentifier = -1;
 };
 
+enum class RightState {
+    notHeld,
+    held,
+    /// It was granted, and the grant is older than a right holds.
+    expired,
+};
+
 /// Asks the system's policy, and nobody else: a right that the user would have to be asked for is
-/// not held. True for an explicit yes only; every failure is a no. Any thread; blocks for a
-/// moment.
-MORVANE_EXPORT bool processHoldsRight(const ProcessIdentity& process, const std::string& right);
+/// not held. Held for an explicit yes only; every failure is a no. A grant's age counts from when
+/// this process first saw it. Any thread; blocks for a moment.
+MORVANE_EXPORT RightState rightOfProcess(const ProcessIdentity& process, const std::string& right);
 
 }  // namespace morvane

@@ -76,12 +76,12 @@ std::string_view rightOf(std::string_view selector) {
 }
 
 struct Guard {
-    explicit Guard(bool holds)
+    explicit Guard(RightState state)
         : requests(guardedRequests(
               reached,
-              [this, holds](const char* right) {
+              [this, state](const char* right) {
                   asked.emplace_back(right);
-                  return holds;
+                  return state;
               },
               [this](const std::string& line) { log.push_back(line); })) {}
 
@@ -99,7 +99,7 @@ TEST(GuardedRequests, EveryMessageOfTheProtocolIsTried) {
 
 TEST(GuardedRequests, NoMessageReachesItsHandlerWithoutItsOwnRight) {
     for (const auto& message : everyMessage()) {
-        Guard guard(false);
+        Guard guard(RightState::notHeld);
         NSErrorRef error;
         message.send(*guard.requests, error);
         EXPECT_TRUE(guard.reached->times.empty()) << message.selector;
@@ -114,12 +114,26 @@ TEST(GuardedRequests, NoMessageReachesItsHandlerWithoutItsOwnRight) {
 
 TEST(GuardedRequests, AMessageWhoseRightIsHeldReachesItsHandlerAfterOneCheck) {
     for (const auto& message : everyMessage()) {
-        Guard guard(true);
+        Guard guard(RightState::held);
         NSErrorRef error;
         message.send(*guard.requests, error);
         EXPECT_EQ(guard.reached->times, (std::map<std::string_view, int>{{message.selector, 1}}));
         EXPECT_EQ(guard.asked.size(), 1U);
         EXPECT_FALSE(error);
+    }
+}
+
+TEST(GuardedRequests, AnExpiredRightOpensNothing) {
+    for (const auto& message : everyMessage()) {
+        Guard guard(RightState::expired);
+        NSErrorRef error;
+        message.send(*guard.requests, error);
+        EXPECT_TRUE(guard.reached->times.empty()) << message.selector;
+        ASSERT_TRUE(error) << message.selector;
+        EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+        EXPECT_EQ(error->code(), EACCES);
+        EXPECT_EQ(error->localizedDescription(),
+                  "The right " + std::string(rightOf(message.selector)) + " has expired.");
     }
 }
 
@@ -129,8 +143,8 @@ TEST(GuardedRequests, ListingAFolderNeedsTheRightToItsSizes) {
 }
 
 TEST(GuardedRequests, TheLogTellsWhatWithWhichItemAndHowItEnded) {
-    Guard holding(true);
-    Guard refusing(false);
+    Guard holding(RightState::held);
+    Guard refusing(RightState::notHeld);
     NSErrorRef error;
     for (auto* guard : {&holding, &refusing})
         guard->requests->setAclEntries({}, NSURL::fileURLWithPath("/a\nb"),
