@@ -1,16 +1,19 @@
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/KeyFileDefaults.h>
 #include <MorvaneOperation/platform/linux/KeyFileText.h>
 #include <fcntl.h>
 #include <gio/gio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace morvane {
 namespace {
@@ -18,25 +21,10 @@ namespace {
 /// Settings are a few lines; what is larger is not ours.
 constexpr std::size_t largestFile = 1 << 20;
 
-class File {
-  public:
-    explicit File(int descriptor) : descriptor_(descriptor) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    int get() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
 /// 0 or the error number. A file that does not exist reads as empty.
 int readFile(const std::string& path, std::string& text) {
-    const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (file.get() < 0)
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file)
         return errno == ENOENT ? 0 : errno;
     struct stat status;
     if (::fstat(file.get(), &status) != 0)
@@ -75,8 +63,8 @@ int replaceFile(const std::string& path, std::string_view text) {
     struct stat former;
     const bool existed = ::stat(path.c_str(), &former) == 0;
     std::string temporary = path + ".XXXXXX";
-    const File file(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (file.get() < 0)
+    const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file)
         return errno;
     int error = writeAll(file.get(), text);
     if (error == 0 && existed && ::fchmod(file.get(), former.st_mode & 0777) != 0)
@@ -90,6 +78,36 @@ int replaceFile(const std::string& path, std::string_view text) {
     return error;
 }
 
+/// The path and, where it is a symbolic link, what that leads to in turn. A person may keep the
+/// file elsewhere and link to it, also before the file is there.
+std::vector<std::string> placesOf(const std::string& path) {
+    constexpr std::size_t mostLinks = 40;  // as many as the kernel follows
+    std::vector<std::string> places{path};
+    while (places.size() <= mostLinks) {
+        std::error_code noLink;
+        const auto next = std::filesystem::read_symlink(places.back(), noLink);
+        if (noLink)
+            break;
+        places.push_back(std::filesystem::path(places.back()).replace_filename(next));
+    }
+    return places;
+}
+
+/// Keeps other saves of the files in a folder out, of this process and of others, while it lives.
+/// The folder itself is locked: a lock on the file would be lost as the file is replaced. Where the
+/// file system has no locks, a save goes on without.
+class FolderLock {
+  public:
+    explicit FolderLock(const std::string& folder)
+        : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        while (folder_ && ::flock(folder_.get(), LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+
+  private:
+    FileDescriptor folder_;
+};
+
 NSErrorRef failure(int error, const std::string& path) {
     return error == 0
                ? nullptr
@@ -101,7 +119,10 @@ NSErrorRef failure(int error, const std::string& path) {
 struct KeyFileDefaults::Watch {
     GMainContext* context = g_main_context_new();
     GMainLoop* loop = g_main_loop_new(context, FALSE);
+    std::string path;
     std::function<void()> changed;
+    std::vector<std::string> places;
+    std::vector<GFileMonitor*> monitors;
     std::thread thread;
 
     ~Watch() {
@@ -126,23 +147,45 @@ struct KeyFileDefaults::Watch {
         if (event != G_FILE_MONITOR_EVENT_CHANGED &&
             event != G_FILE_MONITOR_EVENT_ATTRIBUTE_CHANGED &&
             event != G_FILE_MONITOR_EVENT_CREATED)
-            static_cast<Watch*>(self)->changed();
+            static_cast<Watch*>(self)->update();
     }
 
-    void run(const std::string& path) {
-        g_main_context_push_thread_default(context);
-        GFile* const file = g_file_new_for_path(path.c_str());
-        GFileMonitor* const monitor =
-            g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr);
-        if (monitor)
-            g_signal_connect(monitor, "changed", G_CALLBACK(onEvent), this);
-        changed();  // what happened between the last load and the beginning of the watch
-        g_main_loop_run(loop);
-        if (monitor) {
+    void watchPlaces() {
+        auto now = placesOf(path);
+        if (now == places)
+            return;
+        watchNothing();
+        places = std::move(now);
+        for (const auto& place : places) {
+            GFile* const file = g_file_new_for_path(place.c_str());
+            if (GFileMonitor* const monitor =
+                    g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr)) {
+                g_signal_connect(monitor, "changed", G_CALLBACK(onEvent), this);
+                monitors.push_back(monitor);
+            }
+            g_object_unref(file);
+        }
+    }
+
+    void watchNothing() {
+        for (GFileMonitor* const monitor : monitors) {
+            g_signal_handlers_disconnect_by_data(monitor, this);
             g_file_monitor_cancel(monitor);
             g_object_unref(monitor);
         }
-        g_object_unref(file);
+        monitors.clear();
+    }
+
+    void update() {
+        watchPlaces();
+        changed();  // after: what happened before the watch began counts as well
+    }
+
+    void run() {
+        g_main_context_push_thread_default(context);
+        update();
+        g_main_loop_run(loop);
+        watchNothing();
         g_main_context_pop_thread_default(context);
     }
 };
@@ -159,32 +202,27 @@ DefaultsStore::Values KeyFileDefaults::load() {
 }
 
 NSErrorRef KeyFileDefaults::save(std::string_view key, std::string_view value) {
+    const auto target = placesOf(path_).back();
+    const auto folder = std::filesystem::absolute(target).parent_path().string();
+    if (g_mkdir_with_parents(folder.c_str(), 0700) != 0)
+        return failure(errno, folder);
+    const FolderLock lock(folder);
     std::string text;
-    if (const int error = readFile(path_, text); error != 0)
-        return failure(error, path_);
-    // A person may keep the file elsewhere and link to it.
-    std::string target = path_;
-    if (char* const resolved = ::realpath(path_.c_str(), nullptr)) {
-        target = resolved;
-        std::free(resolved);
-    } else {
-        const auto slash = path_.rfind('/');
-        if (slash != std::string::npos &&
-            g_mkdir_with_parents(path_.substr(0, slash).c_str(), 0700) != 0)
-            return failure(errno, path_);
-    }
+    if (const int error = readFile(target, text); error != 0)
+        return failure(error, target);
     return failure(replaceFile(target, key_file::withValue(text, key, value)), target);
 }
 
 void KeyFileDefaults::watch(std::function<void()> changed) {
     watch_ = std::make_unique<Watch>();
+    watch_->path = path_;
     watch_->changed = std::move(changed);
     // The host's signals are not for this thread.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    watch_->thread = std::thread([watch = watch_.get(), path = path_] { watch->run(path); });
+    watch_->thread = std::thread([watch = watch_.get()] { watch->run(); });
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

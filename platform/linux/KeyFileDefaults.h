@@ -8,8 +8,9 @@
 /// User defaults in a key file, "$XDG_CONFIG_HOME/morvaneoperation/defaults.ini".
 ///
 /// A save replaces the file atomically and keeps what it does not understand; a file that cannot be
-/// read is never overwritten. Where the path is a symbolic link, the file that it leads to is
-/// replaced. Changes are watched on a thread of the store's own.
+/// read is never overwritten. Saves of several processes wait for one another, so that none is
+/// lost. Where the path is a symbolic link, the file that it leads to is replaced and watched as
+/// well. Changes are watched on a thread of the store's own.
 namespace morvane {
 
 class KeyFileDefaults final : public DefaultsStore {

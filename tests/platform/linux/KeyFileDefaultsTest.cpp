@@ -2,8 +2,10 @@
 #include <MorvaneOperation/platform/linux/KeyFileText.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -133,6 +135,42 @@ TEST_F(KeyFileDefaultsTest, ASaveReplacesTheFileThatALinkLeadsTo) {
     EXPECT_EQ(content(), "[Defaults]\nuseBase2MathForSizes=true\n");
 }
 
+TEST_F(KeyFileDefaultsTest, ASaveThroughALinkToAMissingFileMakesThatFileAndKeepsTheLink) {
+    std::filesystem::create_symlink("../dotfiles/real.ini", path);
+    EXPECT_EQ(NSUserDefaults(store()).setBool(true, "useBase2MathForSizes"), nullptr);
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "dotfiles" / "real.ini"));
+    EXPECT_EQ(content(), "[Defaults]\nuseBase2MathForSizes=true\n");
+}
+
+TEST_F(KeyFileDefaultsTest, LinksInACircleAreReportedAndKept) {
+    std::filesystem::create_symlink("defaults.ini", path);
+    const auto error = NSUserDefaults(store()).setBool(true, "useBase2MathForSizes");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), ELOOP);
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+}
+
+TEST_F(KeyFileDefaultsTest, TwoProcessesThatSaveAtOnceLoseNothing) {
+    constexpr int saves = 40;
+    const auto saveAll = [&](const std::string& name) {
+        KeyFileDefaults defaults(path);
+        bool saved = true;
+        for (int i = 0; i < saves; ++i)
+            saved = !defaults.save(name + std::to_string(i), "1") && saved;
+        return saved;
+    };
+    const pid_t other = ::fork();
+    ASSERT_GE(other, 0);
+    if (other == 0)
+        ::_exit(saveAll("theirs") ? 0 : 1);
+    EXPECT_TRUE(saveAll("ours"));
+    int status = 0;
+    ASSERT_EQ(::waitpid(other, &status, 0), other);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(store()->load().size(), std::size_t{2 * saves});
+}
+
 TEST_F(KeyFileDefaultsTest, WhatCannotBeStoredIsReportedAndCountsInThisProcess) {
     std::filesystem::create_directory(path);
     NSUserDefaults defaults(store());
@@ -228,6 +266,44 @@ TEST_F(WatchedDefaultsTest, AnEditOfSomethingElseIsNotTold) {
     defaults.addObserver(&observer, keyPath);
     byHand("echo other=1 >> defaults.ini && touch defaults.ini");
     expectToldExactly(defaults, 0);
+}
+
+/// The settings are a link into a folder of their own, as dotfile managers make it.
+class LinkedDefaultsTest : public WatchedDefaultsTest {
+  protected:
+    LinkedDefaultsTest() {
+        std::filesystem::create_directory(folder / "dotfiles");
+        std::filesystem::create_symlink("../dotfiles/real.ini", path);
+    }
+};
+
+TEST_F(LinkedDefaultsTest, AnEditInPlaceBehindALinkIsToldOnce) {
+    write("[Defaults]\nuseBase2MathForSizes=false\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("printf '[Defaults]\\nuseBase2MathForSizes=true\\n' > ../dotfiles/real.ini");
+    expectToldExactly(defaults, 1);
+}
+
+TEST_F(LinkedDefaultsTest, AnEditByRenameBehindALinkIsToldOnce) {
+    write("[Defaults]\nuseBase2MathForSizes=false\n");
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("sed -i 's/false/true/' ../dotfiles/real.ini");
+    expectToldExactly(defaults, 1);
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+}
+
+TEST_F(LinkedDefaultsTest, ALinkThatIsPointedElsewhereIsToldAndWatchedThere) {
+    write("[Defaults]\nuseBase2MathForSizes=false\n");
+    std::ofstream(folder / "dotfiles" / "other.ini") << "[Defaults]\nuseBase2MathForSizes=true\n";
+    NSUserDefaults defaults(store());
+    defaults.addObserver(&observer, keyPath);
+    byHand("ln -s ../dotfiles/other.ini link && mv -T link defaults.ini");
+    ASSERT_TRUE(observer.waitFor(1));
+    byHand("sed -i 's/true/false/' ../dotfiles/other.ini");
+    expectToldExactly(defaults, 2);
+    EXPECT_FALSE(defaults.boolForKey("useBase2MathForSizes"));
 }
 
 TEST_F(WatchedDefaultsTest, AWatchMayEndAtOnce) {
