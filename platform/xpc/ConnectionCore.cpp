@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
+#include <new>
 #include <utility>
 
 namespace morvane {
@@ -13,6 +14,16 @@ NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef under
     if (underlying)
         userInfo.emplace(NSUnderlyingErrorKey, std::move(underlying));
     return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
+}
+
+/// Has another thread read a stream. The stream ends at once if no thread can be had.
+void startReading(const std::function<void()>& reading, StreamSocket& stream) {
+    try {
+        runOnWorker(reading);
+    } catch (const std::exception&) {
+        stream.shutdown();
+        reading();
+    }
 }
 
 }  // namespace
@@ -100,18 +111,26 @@ void NSXPCConnection::Core::resume() {
     if (isForeign())
         return;
     std::vector<Deferred> deferred;
+    std::function<void()> reading;
+    std::shared_ptr<StreamSocket> stream;
     {
         const std::lock_guard lock(mutex_);
         if (state_ != State::configuring)
             return;
         state_ = State::idle;
-        if (socket_)
-            runOnWorker(useStream(socket_));
+        stream = socket_;
+        if (stream)
+            reading = useStream(stream);
         deferred.swap(deferred_);
     }
-    for (auto& request : deferred) {
-        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
-    }
+    if (reading)
+        startReading(reading, *stream);
+    sendAll(std::move(deferred));
+}
+
+bool NSXPCConnection::Core::isInUse() const {
+    const std::lock_guard lock(mutex_);
+    return state_ != State::configuring;
 }
 
 std::function<void()> NSXPCConnection::Core::useStream(std::shared_ptr<StreamSocket> socket) {
@@ -135,53 +154,71 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
         return;
     }
     std::shared_ptr<Outbox> outbox;
-    std::function<void()> reading;
     std::uint64_t id = 0;
-    bool cannotConnect = false;
     {
         const std::lock_guard lock(mutex_);
         if (state_ == State::invalid || invalidated_) {
             refused = invalidError();
-        } else if (mustWait()) {
-            if (deferred_.size() < limits::requestsDeferred) {
-                deferred_.push_back({message, std::move(archive), std::move(receiver)});
-                return;
-            }
+        } else if (mustWait() && deferred_.size() >= limits::requestsDeferred) {
             refused = connectionError(NSXPCConnectionInvalid,
                                       "Too many requests are waiting; this one was not sent.");
+        } else if (mustWait()) {
+            deferred_.push_back({message, std::move(archive), std::move(receiver)});
+            return;
+        } else if (state_ == State::idle) {
+            deferred_.push_back({message, std::move(archive), std::move(receiver)});
+            state_ = State::connecting;
         } else if (pending_.size() >= limits::requestsInFlight) {
             refused = connectionError(NSXPCConnectionInvalid,
                                       "Too many requests are in flight; this one was not sent.");
         } else {
-            if (state_ == State::idle) {
-                if (auto socket = endpoint_ ? endpoint_->connect(&whyInvalid_) : nullptr)
-                    reading = useStream(std::move(socket));
-                else
-                    cannotConnect = true;
-            }
-            if (cannotConnect) {
-                refused = invalidError();
-                invalidated_ = true;
-                state_ = State::invalid;
-            } else {
-                outbox = outbox_;
-                id = ++lastId_;
-                pending_.emplace(id, Pending{message, std::move(receiver)});
-            }
+            outbox = outbox_;
+            id = pending_.add({message, std::move(receiver)});
         }
     }
-    if (outbox) {
+    if (refused) {
+        receiver->fail(std::move(refused));
+    } else if (outbox) {
         outbox->send(FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
                      std::move(archive));
-        // After the request: the service wakes while the reader does.
-        if (reading)
-            runOnWorker(std::move(reading));
+    } else {
+        connect();
+    }
+}
+
+void NSXPCConnection::Core::connect() {
+    NSErrorRef reason;
+    std::shared_ptr<StreamSocket> stream;
+    try {
+        stream = endpoint_->connect(&reason);
+    } catch (const std::exception& failure) {
+        reason = connectionError(NSXPCConnectionInvalid, failure.what());
+    }
+    std::vector<Deferred> waiting;
+    std::function<void()> reading;
+    {
+        const std::lock_guard lock(mutex_);
+        waiting.swap(deferred_);
+        if (stream) {
+            reading = useStream(stream);
+        } else {
+            if (!invalidated_.exchange(true))
+                whyInvalid_ = std::move(reason);
+            state_ = State::invalid;
+        }
+    }
+    if (!stream) {
+        startReportingInvalid(std::move(waiting));
         return;
     }
-    receiver->fail(std::move(refused));
-    if (cannotConnect) {
-        runOnWorker([self = shared_from_this()] { self->reportInvalid({}); });
-    }
+    // Before the reading starts: the service wakes while the reader does.
+    sendAll(std::move(waiting));
+    startReading(reading, *stream);
+}
+
+void NSXPCConnection::Core::sendAll(std::vector<Deferred> requests) {
+    for (auto& request : requests)
+        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
 }
 
 void NSXPCConnection::Core::invalidate() {
@@ -196,33 +233,33 @@ void NSXPCConnection::Core::invalidate() {
             socket_->shutdown();  // its reader reports the end
             return;
         }
-        if (state_ == State::reportingEnd)
-            return;  // likewise
+        if (state_ == State::connecting || state_ == State::reportingEnd)
+            return;  // who does that sees it
         state_ = State::invalid;
         if (socket_)
             socket_->shutdown();
         deferred.swap(deferred_);
     }
-    runOnWorker([self = shared_from_this(),
-                 waiting = std::make_shared<std::vector<Deferred>>(std::move(deferred))] {
-        self->reportInvalid(std::move(*waiting));
-    });
+    startReportingInvalid(std::move(deferred));
 }
 
 void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
                                  const std::shared_ptr<Outbox>& outbox) {
-    FrameReader reader(*socket);
-    while (!invalidated_) {
-        const auto message = reader.next();
-        if (!message || invalidated_)
-            break;
-        if (reader.hasMessageWaiting()) {
-            outbox->holdBack();
-            handle(*message, outbox);
-        } else {
-            outbox->release();
+    try {
+        FrameReader reader(*socket);
+        while (!invalidated_) {
+            const auto message = reader.next();
+            if (!message || invalidated_)
+                break;
+            if (reader.hasMessageWaiting()) {
+                outbox->holdBack();
+            } else {
+                outbox->release();
+            }
             handle(*message, outbox);
         }
+    } catch (const std::bad_alloc&) {
+        // There is no memory for what the peer sends.
     }
     socket->shutdown();
     streamEnded();
@@ -263,14 +300,13 @@ void NSXPCConnection::Core::handleRequest(const Message& message,
 }
 
 void NSXPCConnection::Core::handleReply(const Message& message) {
-    Pending request;
+    PendingRequests::Request request;
     {
         const std::lock_guard lock(mutex_);
-        const auto found = pending_.find(message.id);
-        if (found == pending_.end())
+        auto found = pending_.take(message.id);
+        if (!found)
             return;
-        request = std::move(found->second);
-        pending_.erase(found);
+        request = std::move(*found);
         endsWithoutAnswer_ = 0;
     }
     NSErrorRef refused;
@@ -301,7 +337,7 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
 }
 
 void NSXPCConnection::Core::streamEnded() {
-    PendingTable pending;
+    std::vector<PendingRequests::Request> pending;
     Handler interruption;
     bool staysValid = false;
     {
@@ -309,12 +345,12 @@ void NSXPCConnection::Core::streamEnded() {
         state_ = State::reportingEnd;
         socket_.reset();
         outbox_.reset();
-        pending.swap(pending_);
-        if (++endsWithoutAnswer_ >= limits::crashesWithoutAnswer) {
+        pending = pending_.takeAll();
+        staysValid = endpoint_ && !invalidated_;
+        if (staysValid && ++endsWithoutAnswer_ >= limits::crashesWithoutAnswer) {
+            staysValid = false;
             whyInvalid_ = connectionError(NSXPCConnectionInterrupted,
                                           "The service \"" + name_ + "\" keeps crashing.");
-        } else {
-            staysValid = endpoint_ && !invalidated_;
         }
         interruption = interruptionHandler_;
     }
@@ -322,7 +358,7 @@ void NSXPCConnection::Core::streamEnded() {
         NSXPCConnectionInterrupted, "The service \"" + name_ +
                                         "\" went away before it answered; whether it has carried "
                                         "out the request is unknown.");
-    for (auto& [id, request] : pending)
+    for (auto& request : pending)
         request.receiver->fail(interrupted);
     if (staysValid && interruption && !invalidated_)
         interruption();
@@ -339,8 +375,18 @@ void NSXPCConnection::Core::streamEnded() {
         reportInvalid(std::move(deferred));
         return;
     }
-    for (auto& request : deferred) {
-        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
+    sendAll(std::move(deferred));
+}
+
+void NSXPCConnection::Core::startReportingInvalid(std::vector<Deferred> deferred) {
+    const auto waiting = std::make_shared<std::vector<Deferred>>(std::move(deferred));
+    const auto report = [self = shared_from_this(), waiting] {
+        self->reportInvalid(std::move(*waiting));
+    };
+    try {
+        runOnWorker(report);
+    } catch (const std::exception&) {
+        report();
     }
 }
 

@@ -2,10 +2,10 @@
 
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
+#include <MorvaneOperation/platform/xpc/PendingRequests.h>
 
 #include <atomic>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
 /// What a connection is inside: its requests, its stream of the moment, and the one thread that
@@ -34,6 +34,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     bool hasInvalidationHandler() const;
 
     void resume();
+    /// Whether resume() or invalidate() was called.
+    bool isInUse() const;
     void invalidate();
     void sendRequest(std::size_t message, NSData archive,
                      std::unique_ptr<NSXPCReplyReceiver> receiver);
@@ -49,25 +51,27 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
         configuring,
         /// Ready; a stream is made when there is something to send.
         idle,
+        /// One thread makes a stream, under no lock.
+        connecting,
         /// There is a stream, and a thread that reads it.
         streaming,
         /// The stream has ended, which is being reported.
         reportingEnd,
         invalid,
     };
-    struct Pending {
-        std::size_t message;
-        std::unique_ptr<NSXPCReplyReceiver> receiver;
-    };
     struct Deferred {
         std::size_t message;
         NSData archive;
         std::unique_ptr<NSXPCReplyReceiver> receiver;
     };
-    using PendingTable = std::unordered_map<std::uint64_t, Pending>;
     class ReplyPort;
 
-    bool mustWait() const { return state_ == State::configuring || state_ == State::reportingEnd; }
+    bool mustWait() const {
+        return state_ == State::configuring || state_ == State::connecting ||
+               state_ == State::reportingEnd;
+    }
+    void connect();
+    void sendAll(std::vector<Deferred> requests);
     /// Sends on `socket` from now on; the result reads it until it ends, and has to be run.
     std::function<void()> useStream(std::shared_ptr<StreamSocket> socket);
     void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
@@ -75,6 +79,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     void handleRequest(const Message& message, const std::shared_ptr<Outbox>& outbox);
     void handleReply(const Message& message);
     void streamEnded();
+    /// On another thread if one can be had.
+    void startReportingInvalid(std::vector<Deferred> deferred);
     void reportInvalid(std::vector<Deferred> deferred);
     NSErrorRef invalidError() const;
 
@@ -86,9 +92,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     State state_ = State::configuring;
     std::shared_ptr<StreamSocket> socket_;
     std::shared_ptr<Outbox> outbox_;
-    PendingTable pending_;
+    PendingRequests pending_;
     std::vector<Deferred> deferred_;
-    std::uint64_t lastId_ = 0;
     unsigned endsWithoutAnswer_ = 0;
     NSErrorRef whyInvalid_;
     std::shared_ptr<void> exportedObject_;

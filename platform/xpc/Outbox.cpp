@@ -3,53 +3,114 @@
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace morvane {
 namespace {
 
-/// As many as one call of the stream takes with profit; two for each message.
-constexpr std::size_t maxPieces = 128;
+/// As many as one call of the stream takes with profit.
+constexpr std::size_t maxPieces = 64;
 /// Collected this much, it is sent although more replies may follow.
 constexpr std::size_t heldBackBytes = std::size_t{128} << 10;
+/// Bodies up to this size are copied behind their header, larger ones sent from where they are.
+constexpr std::size_t smallBody = std::size_t{16} << 10;
+/// So much goes together as one piece.
+constexpr std::size_t framesBytes = std::size_t{64} << 10;
+
+/// A header and a selector, ready to be sent.
+class Prefix {
+  public:
+    Prefix(FrameHeader header, std::string_view selector, std::size_t bodyLength) {
+        header.selectorLength = static_cast<std::uint8_t>(selector.size());
+        header.payloadLength = static_cast<std::uint32_t>(selector.size() + bodyLength);
+        const auto first = header.bytes();
+        auto* end = std::copy(first.begin(), first.end(), bytes_.begin());
+        end = std::copy(selector.begin(), selector.end(), end);
+        length_ = static_cast<std::size_t>(end - bytes_.begin());
+    }
+    StreamSocket::Bytes bytes() const { return {bytes_.data(), length_}; }
+
+  private:
+    std::array<std::uint8_t, FrameHeader::size + 255> bytes_;
+    std::size_t length_;
+};
 
 }  // namespace
 
-Outbox::Outbox(std::shared_ptr<StreamSocket> socket) : socket_(std::move(socket)) {}
+Outbox::Outbox(std::shared_ptr<StreamSocket> socket) : Outbox(std::move(socket), Limits()) {}
 
-void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) {
-    const auto shared = std::make_shared<const NSData>(std::move(body));
+Outbox::Outbox(std::shared_ptr<StreamSocket> socket, Limits limits)
+    : socket_(std::move(socket)), limits_(limits) {}
+
+void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
+                  NSData body) noexcept {
     const std::lock_guard lock(mutex_);
     if (ended_)
         return;
-    if (shared->size() + selector.size() > limits::messageSize ||
-        bytes_ + shared->size() > limits::outgoingBytes) {
+    if (body.size() + selector.size() > limits::messageSize ||
+        bytes_ + body.size() > limits_.bytes) {
         giveUp();
         return;
     }
-    std::size_t offset = 0;
-    do {
-        auto& item = items_.emplace_back();
-        const std::size_t room = limits::frameSize - selector.size();
-        item.body = shared;
-        item.bodyOffset = offset;
-        item.bodyLength = std::min(room, shared->size() - offset);
-        offset += item.bodyLength;
-        FrameHeader header;
-        header.kind = kind;
-        header.id = id;
-        header.moreFollows = offset < shared->size();
-        header.selectorLength = static_cast<std::uint8_t>(selector.size());
-        header.payloadLength = static_cast<std::uint32_t>(selector.size() + item.bodyLength);
-        const auto bytes = header.bytes();
-        auto* end = std::copy(bytes.begin(), bytes.end(), item.prefix.begin());
-        end = std::copy(selector.begin(), selector.end(), end);
-        item.prefixLength = static_cast<std::size_t>(end - item.prefix.begin());
+    FrameHeader header;
+    header.kind = kind;
+    header.id = id;
+    try {
+        if (body.size() <= smallBody) {
+            sendSmall(header, selector, body);
+        } else {
+            collectLarge(header, selector, std::move(body));
+        }
+        if (!draining_ && (!isHeldBack() || bytes_ > heldBackBytes))
+            flush();
+    } catch (const std::exception&) {
+        giveUp();  // no memory for it
+    }
+}
+
+void Outbox::sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body) {
+    const Prefix prefix(header, selector, body.size());
+    const StreamSocket::Bytes parts[] = {prefix.bytes(), body};
+    std::size_t sent = 0;
+    if (pieces_.empty() && !isHeldBack()) {
+        const auto count = socket_->send(parts);
+        if (!count) {
+            giveUp();
+            return;
+        }
+        sent = *count;
+    }
+    for (const auto part : parts) {
+        const auto skipped = std::min(sent, part.size());
+        append(part.subspan(skipped));
+        sent -= skipped;
+    }
+}
+
+void Outbox::collectLarge(FrameHeader header, std::string_view selector, NSData body) {
+    const auto shared = std::make_shared<const NSData>(std::move(body));
+    for (std::size_t begin = 0; begin < shared->size();) {
+        const auto end = std::min(begin + limits::frameSize - selector.size(), shared->size());
+        header.moreFollows = end < shared->size();
+        append(Prefix(header, selector, end - begin).bytes());
+        pieces_.push_back({{}, shared, begin, end});
+        bytes_ += end - begin;
+        begin = end;
         selector = {};
-        bytes_ += item.length();
-    } while (offset < shared->size());
-    if (!draining_ && (holder_ != std::this_thread::get_id() || bytes_ > heldBackBytes))
-        flush();
+    }
+}
+
+void Outbox::append(StreamSocket::Bytes bytes) {
+    if (bytes.empty())
+        return;
+    if (pieces_.empty() || pieces_.back().body || pieces_.back().end + bytes.size() > framesBytes) {
+        pieces_.push_back({std::exchange(spare_, {}), nullptr});
+    }
+    auto& piece = pieces_.back();
+    piece.frames.insert(piece.frames.end(), bytes.begin(), bytes.end());
+    piece.end += bytes.size();
+    bytes_ += bytes.size();
 }
 
 void Outbox::holdBack() {
@@ -57,60 +118,70 @@ void Outbox::holdBack() {
     holder_ = std::this_thread::get_id();
 }
 
-void Outbox::release() {
+void Outbox::release() noexcept {
     const std::lock_guard lock(mutex_);
     holder_ = {};
-    if (!draining_ && !items_.empty())
+    if (!draining_)
         flush();
 }
 
 void Outbox::flush() {
-    while (!items_.empty()) {
-        std::array<StreamSocket::Bytes, maxPieces> pieces;
-        std::size_t count = 0;
-        for (const auto& item : items_) {
-            if (count + 2 > maxPieces)
-                break;
-            const auto prefixSent = std::min(item.sent, item.prefixLength);
-            const auto bodySent = item.sent - prefixSent;
-            if (prefixSent < item.prefixLength) {
-                pieces[count++] = {item.prefix.data() + prefixSent, item.prefixLength - prefixSent};
-            }
-            if (bodySent < item.bodyLength) {
-                pieces[count++] = {item.body->data() + item.bodyOffset + bodySent,
-                                   item.bodyLength - bodySent};
-            }
-        }
-        auto sent = socket_->send(std::span(pieces).first(count));
+    while (!pieces_.empty()) {
+        std::array<StreamSocket::Bytes, maxPieces> parts;
+        const auto count = std::min(pieces_.size(), maxPieces);
+        for (std::size_t i = 0; i < count; ++i)
+            parts[i] = pieces_[i].left();
+        auto sent = socket_->send(std::span(parts).first(count));
         if (!sent) {
             giveUp();
             return;
         }
-        if (*sent == 0) {
-            draining_ = true;
-            runOnWorker([self = shared_from_this()] { self->drain(); });
-            return;
-        }
         bytes_ -= *sent;
-        while (*sent > 0) {
-            auto& item = items_.front();
-            const auto part = std::min(*sent, item.length() - item.sent);
-            item.sent += part;
-            *sent -= part;
-            if (item.sent == item.length())
-                items_.pop_front();
+        for (std::size_t left = *sent; left > 0;) {
+            auto& piece = pieces_.front();
+            const auto part = std::min(left, piece.end - piece.begin);
+            piece.begin += part;
+            left -= part;
+            if (piece.begin == piece.end)
+                removeFirst();
+        }
+        if (*sent == 0) {
+            if (!deadline_)
+                deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
+            try {
+                runOnWorker([self = shared_from_this()] { self->drain(); });
+                draining_ = true;
+            } catch (const std::exception&) {
+                giveUp();  // no thread that could wait
+            }
+            return;
         }
     }
 }
 
+void Outbox::removeFirst() {
+    auto& piece = pieces_.front();
+    if (!piece.body) {
+        spare_ = std::move(piece.frames);
+        spare_.clear();
+    }
+    pieces_.pop_front();
+    deadline_.reset();
+}
+
 void Outbox::drain() {
-    const auto deadline = std::chrono::steady_clock::now() + limits::frameTime;
+    // The first piece stays the first, and keeps its deadline, while this is the one that sends.
+    const auto deadline = [&] {
+        const std::lock_guard lock(mutex_);
+        return deadline_;
+    }();
     const bool writable = socket_->waitUntilWritable(deadline);
     const std::lock_guard lock(mutex_);
     draining_ = false;
     if (ended_)
         return;
-    if (writable) {
+    // Asked of the clock too: a reader that trickles is always just ready for a little more.
+    if (writable && std::chrono::steady_clock::now() < *deadline) {
         flush();
     } else {
         giveUp();
@@ -119,8 +190,9 @@ void Outbox::drain() {
 
 void Outbox::giveUp() {
     ended_ = true;
-    items_.clear();
+    pieces_.clear();
     bytes_ = 0;
+    deadline_.reset();
     socket_->shutdown();
 }
 

@@ -2,6 +2,8 @@
 
 #include <MorvaneOperation/platform/xpc/Frame.h>
 
+#include <chrono>
+#include <cstddef>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -17,37 +19,56 @@ namespace morvane {
 
 class Outbox : public std::enable_shared_from_this<Outbox> {
   public:
-    explicit Outbox(std::shared_ptr<StreamSocket> socket);
-
-    /// Takes the message, or gives the stream up: its limit is reached, or it has ended.
-    void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body);
-    void holdBack();
-    /// Sends what was collected.
-    void release();
-
-  private:
-    struct Item {
-        std::shared_ptr<const NSData> body;
-        std::size_t bodyOffset = 0;
-        std::size_t bodyLength = 0;
-        /// The header and the selector.
-        std::array<std::uint8_t, FrameHeader::size + 255> prefix;
-        std::size_t prefixLength = 0;
-        /// What was sent of both.
-        std::size_t sent = 0;
-        std::size_t length() const { return prefixLength + bodyLength; }
+    struct Limits {
+        /// Bytes that wait.
+        std::size_t bytes = limits::outgoingBytes;
+        /// From when the stream first takes no more of a piece (a large frame, or small ones that
+        /// go together) to that piece's last byte, whatever progress there is in between.
+        std::chrono::milliseconds frameTime = limits::frameTime;
     };
 
+    explicit Outbox(std::shared_ptr<StreamSocket> socket);
+    Outbox(std::shared_ptr<StreamSocket> socket, Limits limits);
+
+    /// Takes the message, or gives the stream up: its limit is reached, or it has ended.
+    void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) noexcept;
+    void holdBack();
+    /// Sends what was collected.
+    void release() noexcept;
+
+  private:
+    /// Small frames one after the other, or a part of a large body.
+    struct Piece {
+        NSData frames;
+        std::shared_ptr<const NSData> body;
+        std::size_t begin = 0;
+        std::size_t end = 0;
+        /// What of it is not sent yet.
+        StreamSocket::Bytes left() const {
+            return StreamSocket::Bytes(body ? *body : frames).subspan(begin, end - begin);
+        }
+    };
+
+    void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
+    void collectLarge(FrameHeader header, std::string_view selector, NSData body);
+    void append(StreamSocket::Bytes bytes);
     void flush();
     void drain();
+    void removeFirst();
     void giveUp();
+    bool isHeldBack() const { return holder_ == std::this_thread::get_id(); }
 
     const std::shared_ptr<StreamSocket> socket_;
+    const Limits limits_;
     std::mutex mutex_;
-    std::deque<Item> items_;
+    std::deque<Piece> pieces_;
+    /// Memory that was used for frames before.
+    NSData spare_;
     std::size_t bytes_ = 0;
     /// Who holds the outbox back; nobody if it is no thread.
     std::thread::id holder_;
+    /// When the first piece must be out; set while the stream keeps it waiting.
+    StreamSocket::Deadline deadline_;
     bool draining_ = false;
     bool ended_ = false;
 };

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace morvane {
+
+/// A connection's requests that wait for their replies. A request's number tells its place, and is
+/// not used again.
+class PendingRequests {
+  public:
+    struct Request {
+        std::size_t message = 0;
+        std::unique_ptr<NSXPCReplyReceiver> receiver;
+    };
+
+    std::size_t size() const { return entries_.size() - free_.size(); }
+
+    /// Returns its number.
+    std::uint64_t add(Request request) {
+        if (free_.empty()) {
+            free_.reserve(entries_.size() + 1);  // taking one out needs no memory
+            entries_.emplace_back();
+            free_.push_back(entries_.size() - 1);
+        }
+        const auto place = free_.back();
+        free_.pop_back();
+        const auto id = ++count_ << placeBits | place;
+        entries_[place] = {id, std::move(request)};
+        return id;
+    }
+    /// Empty if there is none of that number, which a peer may make up.
+    std::optional<Request> take(std::uint64_t id) {
+        const auto place = id & ((std::uint64_t{1} << placeBits) - 1);
+        if (place >= entries_.size() || entries_[place].id != id)
+            return std::nullopt;
+        entries_[place].id = 0;
+        free_.push_back(place);
+        return std::move(entries_[place].request);
+    }
+    std::vector<Request> takeAll() {
+        std::vector<Request> all;
+        for (auto& entry : std::exchange(entries_, {})) {
+            if (entry.id != 0)
+                all.push_back(std::move(entry.request));
+        }
+        free_.clear();
+        return all;
+    }
+
+  private:
+    static constexpr unsigned placeBits = 16;
+    static_assert(limits::requestsInFlight <= std::size_t{1} << placeBits);
+    struct Entry {
+        std::uint64_t id = 0;
+        Request request;
+    };
+    std::vector<Entry> entries_;
+    std::vector<std::size_t> free_;
+    std::uint64_t count_ = 0;
+};
+
+}  // namespace morvane
