@@ -16,24 +16,25 @@ constexpr auto idleTime = std::chrono::seconds(10);
 class WorkerPool {
   public:
     void run(std::function<void()> task) {
-        bool isForAnIdleOne = false;
         {
-            const std::lock_guard lock(mutex_);
-            tasks_.push_back(std::move(task));
-            isForAnIdleOne = tasks_.size() <= idle_;
+            std::unique_lock lock(mutex_);
+            if (tasks_.size() < idle_) {
+                tasks_.push_back(std::move(task));
+                // Not under the lock, which who wakes wants first.
+                lock.unlock();
+                wake_.notify_one();
+                return;
+            }
         }
-        // Not under the lock, which who wakes wants first.
-        if (isForAnIdleOne) {
-            wake_.notify_one();
-        } else {
-            std::thread([this] { work(); }).detach();
-        }
+        std::thread([this, first = std::move(task)]() mutable { work(std::move(first)); }).detach();
     }
 
   private:
-    void work() {
-        std::unique_lock lock(mutex_);
+    void work(std::function<void()> task) {
         for (;;) {
+            task();
+            task = nullptr;  // what it holds goes outside the lock
+            std::unique_lock lock(mutex_);
             if (tasks_.empty()) {
                 ++idle_;
                 const bool woken = wake_.wait_for(lock, idleTime, [&] { return !tasks_.empty(); });
@@ -41,12 +42,8 @@ class WorkerPool {
                 if (!woken)
                     return;
             }
-            auto task = std::move(tasks_.front());
+            task = std::move(tasks_.front());
             tasks_.pop_front();
-            lock.unlock();
-            task();
-            task = nullptr;  // what it holds goes outside the lock
-            lock.lock();
         }
     }
 

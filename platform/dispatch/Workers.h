@@ -6,6 +6,7 @@
 /// task may block; an idle worker leaves after a while. Used by serial queues and connections.
 namespace morvane {
 
+/// Throws std::system_error if a thread is needed and cannot be had; the task does not run then.
 void runOnWorker(std::function<void()> task);
 
 /// Runs `work`, and returns the first task that it gives to runOnWorker() on this thread instead of

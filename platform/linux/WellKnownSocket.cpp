@@ -97,6 +97,8 @@ class ActivatedListener final : public StreamListener {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // The client stays in the queue until there is a descriptor for it.
                 poll(&polls[1], 1, retryMilliseconds);
+                if (deadline && std::chrono::steady_clock::now() >= *deadline)
+                    return nullptr;
             } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
                 return nullptr;
             }

@@ -296,6 +296,8 @@ void NSXPCConnection::Core::handleRequest(const Message& message,
     } catch (const std::exception& failure) {
         // The process stands, whatever a request makes its handler throw.
         refuse(failure.what());
+    } catch (...) {
+        refuse("The handler failed.");
     }
 }
 
@@ -318,15 +320,13 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
         try {
             NSKeyedUnarchiver coder(message.body);
             request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
-        } catch (const NSArchiveFailure& failure) {
-            refused = connectionError(
-                NSXPCConnectionReplyInvalid,
-                "The reply was refused by decoding. " + failure.error()->localizedDescription(),
-                failure.error());
+        } catch (const NSXPCArgumentFailure& failure) {
+            refused = connectionError(NSXPCConnectionReplyInvalid,
+                                      std::string("The reply cannot be used. ") + failure.what(),
+                                      failure.reason());
         } catch (const std::exception& failure) {
-            refused = connectionError(
-                NSXPCConnectionReplyInvalid,
-                std::string("The reply was refused by decoding. ") + failure.what());
+            refused = connectionError(NSXPCConnectionReplyInvalid,
+                                      std::string("The reply cannot be used. ") + failure.what());
         }
     }
     if (refused) {

@@ -25,6 +25,11 @@ class ProxySink final : public NSXPCRequestSink {
 
 }  // namespace
 
+NSXPCArgumentFailure::NSXPCArgumentFailure(std::size_t argument, const NSArchiveFailure& reason)
+    : reason_(reason.error()),
+      what_("Argument " + std::to_string(argument) + " was refused by decoding. " + reason.what()) {
+}
+NSXPCArgumentFailure::~NSXPCArgumentFailure() = default;
 NSXPCReplyPort::~NSXPCReplyPort() = default;
 NSXPCReplyReceiver::~NSXPCReplyReceiver() = default;
 NSXPCRequestSink::~NSXPCRequestSink() = default;

@@ -59,19 +59,26 @@ class NSXPCListener::Core {
             return connections_.size() < limits::clients &&
                    static_cast<std::size_t>(ofUser) < limits::clientsOfOneUser;
         }
-        void add(std::shared_ptr<NSXPCConnection> connection, std::int64_t user) {
+        /// Returns the client's number.
+        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection, std::int64_t user) {
             const std::lock_guard lock(mutex_);
-            connections_.push_back({std::move(connection), user});
+            connections_.push_back({++lastNumber_, user, connection, nullptr});
+            return lastNumber_;
         }
-        void remove(const NSXPCConnection* connection) {
+        /// From now on until its end the connection is kept alive.
+        void keep(std::uint64_t number, const std::shared_ptr<NSXPCConnection>& connection) {
+            const std::lock_guard lock(mutex_);
+            const auto found = find(number);
+            if (found != connections_.end())
+                found->kept = connection;
+        }
+        void remove(std::uint64_t number) {
             std::shared_ptr<NSXPCConnection> removed;
             const std::lock_guard lock(mutex_);
-            const auto found = std::find_if(connections_.begin(), connections_.end(), [&](auto& c) {
-                return c.connection.get() == connection;
-            });
+            const auto found = find(number);
             if (found == connections_.end())
                 return;
-            removed = std::move(found->connection);
+            removed = std::move(found->kept);
             connections_.erase(found);
             if (connections_.empty()) {
                 idleSince_ = std::chrono::steady_clock::now();
@@ -101,19 +108,30 @@ class NSXPCListener::Core {
                 const std::lock_guard lock(mutex_);
                 all = connections_;
             }
-            for (const auto& client : all)
-                client.connection->invalidate();
+            for (const auto& client : all) {
+                if (const auto connection = client.connection.lock())
+                    connection->invalidate();
+            }
         }
 
       private:
         struct Client {
-            std::shared_ptr<NSXPCConnection> connection;
+            std::uint64_t number;
             std::int64_t user;
+            std::weak_ptr<NSXPCConnection> connection;
+            /// The same, once it is in use.
+            std::shared_ptr<NSXPCConnection> kept;
         };
+        std::vector<Client>::iterator find(std::uint64_t number) {
+            return std::find_if(connections_.begin(), connections_.end(),
+                                [&](auto& client) { return client.number == number; });
+        }
+
         std::mutex mutex_;
         std::condition_variable none_;
         std::vector<Client> connections_;
         std::chrono::steady_clock::time_point idleSince_ = std::chrono::steady_clock::now();
+        std::uint64_t lastNumber_ = 0;
         bool closed_ = false;
     };
 
@@ -127,11 +145,15 @@ class NSXPCListener::Core {
             if (idleTimeout.count() != 0)
                 deadline = idleSince + idleTimeout;
             if (auto socket = listener_->accept(deadline)) {
+                const auto stream = socket;
                 if (const auto reading = keepingFirstTask([&] { add(std::move(socket)); })) {
-                    runOnWorker([this] { acceptClients(); });
-                    // From here on the listener may be gone.
+                    const bool handedOver = handOver();
+                    if (!handedOver)
+                        stream->shutdown();  // no thread for it; this one goes on accepting
+                    // From here on the listener may be gone if another thread accepts.
                     reading();
-                    return;
+                    if (handedOver)
+                        return;
                 }
             } else if (clients_->isClosed() || !deadline || clients_->idleSince() == idleSince) {
                 break;
@@ -142,6 +164,15 @@ class NSXPCListener::Core {
         ended_.notify_all();
     }
 
+    bool handOver() {
+        try {
+            runOnWorker([this] { acceptClients(); });
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+
     void add(std::shared_ptr<StreamSocket> socket) {
         const auto user = socket->peer().userIdentifier;
         if (!handler || !clients_->hasRoomFor(user)) {
@@ -150,12 +181,19 @@ class NSXPCListener::Core {
         }
         const auto core = std::make_shared<NSXPCConnection::Core>("client", std::move(socket));
         const auto connection = std::make_shared<NSXPCConnection>(core);
-        core->onEnd = [clients = clients_, identity = connection.get()] {
-            clients->remove(identity);
-        };
-        clients_->add(connection, user);
-        if (!handler(connection))
+        const auto number = clients_->add(connection, user);
+        core->onEnd = [clients = clients_, number] { clients->remove(number); };
+        bool isTaken = false;
+        try {
+            isTaken = handler(connection);
+        } catch (const std::exception&) {
+            // One client's trouble; the others are served.
+        }
+        if (!isTaken) {
             connection->invalidate();
+        } else if (core->isInUse()) {
+            clients_->keep(number, connection);
+        }
     }
 
     const std::shared_ptr<Clients> clients_;

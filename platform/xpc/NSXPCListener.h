@@ -18,7 +18,8 @@
 ///     return listener->run();
 ///
 /// The handler runs on a thread of the listener's choosing; a connection that it does not take
-/// (false) is closed. The listener keeps an accepted connection alive until it is invalid.
+/// (false, or an exception) is closed. The listener keeps a connection that the handler has resumed
+/// alive until it is invalid; one that is to be resumed later has to be kept by who does so.
 namespace morvane {
 
 class MORVANE_EXPORT NSXPCListener {

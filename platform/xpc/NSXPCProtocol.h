@@ -4,9 +4,11 @@
 
 #include <array>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -36,7 +38,8 @@
 namespace morvane {
 
 /// The last parameter of every message. Called once, from any thread; a second call does nothing.
-/// Letting go of it uncalled ends the request in the sender's error handler.
+/// Letting go of it uncalled, or calling it with what cannot be encoded, ends the request in the
+/// sender's error handler.
 template <class... T>
 using NSXPCReply = std::function<void(T...)>;
 
@@ -56,7 +59,7 @@ class MORVANE_EXPORT NSXPCReplyPort {
 class MORVANE_EXPORT NSXPCReplyReceiver {
   public:
     virtual ~NSXPCReplyReceiver();
-    /// Reads the reply's arguments. Throws NSArchiveFailure.
+    /// Reads the reply's arguments. Throws NSXPCArgumentFailure.
     virtual void decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) = 0;
     /// Calls the reply callback with what decode() has read.
     virtual void deliver() = 0;
@@ -79,8 +82,8 @@ struct NSXPCMessageDescription {
     std::vector<NSClassSet> arguments;
     std::vector<NSClassSet> replyArguments;
     /// Decodes the arguments, then calls the message's member function of `object`, which is a
-    /// pointer to the protocol class. Throws NSArchiveFailure before the object is touched, and
-    /// whatever the member function throws.
+    /// pointer to the protocol class. Throws NSXPCArgumentFailure before the object is touched,
+    /// and whatever the member function throws.
     void (*dispatch)(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
                      const std::shared_ptr<NSXPCReplyPort>& port);
 };
@@ -100,6 +103,21 @@ struct NSXPCProtocolDescription {
     }
     /// Protocols are the same by name: library and host may each hold a description of one.
     bool isSameProtocol(const NSXPCProtocolDescription& other) const { return name == other.name; }
+};
+
+/// An argument was refused by decoding.
+class MORVANE_EXPORT NSXPCArgumentFailure final : public std::exception {
+  public:
+    NSXPCArgumentFailure(std::size_t argument, const NSArchiveFailure& reason);
+    ~NSXPCArgumentFailure() override;
+    /// What the archive said.
+    const NSErrorRef& reason() const { return reason_; }
+    /// Names the argument's position, then the reason.
+    const char* what() const noexcept override { return what_.c_str(); }
+
+  private:
+    NSErrorRef reason_;
+    std::string what_;
 };
 
 namespace xpc_message {
@@ -132,7 +150,16 @@ struct Types {
                           [[maybe_unused]] const std::vector<NSClassSet>& classes,
                           std::index_sequence<I...>) {
         // Braces decode from left to right.
-        return Tuple{NSXPCCoding<T>::decode(coder, keys[I], classes[I])...};
+        return Tuple{decodeOne<T>(coder, I, classes[I])...};
+    }
+    template <class One>
+    static One decodeOne(NSKeyedUnarchiver& coder, std::size_t i, const NSClassSet& classes) {
+        try {
+            return NSXPCCoding<One>::decode(coder, keys[i], classes);
+        } catch (const NSArchiveFailure& failure) {
+            // The failure names the key it met, which may lie deep inside the argument.
+            throw NSXPCArgumentFailure(i, failure);
+        }
     }
 };
 
@@ -194,14 +221,18 @@ class Replier<Types<T...>> {
     void operator()(const T&... values) const {
         if (!port_->claim())
             return;
+        NSData archive;
         try {
             NSKeyedArchiver coder;
             Types<T...>::encode(coder, values...);
-            port_->sendReply(coder.finishEncoding());
+            archive = coder.finishEncoding();
         } catch (const std::exception& failure) {
+            // The sender is told. Not thrown on: a thread of the handler's may have nobody to catch
+            // it.
             port_->sendRefusal(failure.what());
-            throw;
+            return;
         }
+        port_->sendReply(std::move(archive));
     }
 
   private:
