@@ -4,18 +4,11 @@
 
 #include "AclRequests.h"
 #include "DirectoryRequests.h"
+#include "RenameRequests.h"
 #include "RequestErrors.h"
 #include "SizeRequests.h"
 
 namespace morvane {
-namespace {
-
-/// What a request about several items is told to be about.
-NSURL firstOf(const std::vector<NSURL>& urls) {
-    return urls.empty() ? NSURL::fileURLWithPath("/") : urls.front();
-}
-
-}  // namespace
 
 void FileRequestHandler::configure(const std::shared_ptr<NSXPCConnection>& client) {
     const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
@@ -68,9 +61,13 @@ void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEn
 }
 
 void FileRequestHandler::renameUrls(
-    std::vector<NSURL> urls, std::vector<std::string>,
+    std::vector<NSURL> urls, std::vector<std::string> names,
     NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) {
-    reply({}, {}, notImplementedError("renameUrls:names:reply:", firstOf(urls)));
+    longWork_->async(
+        [rule = rule_, urls = std::move(urls), names = std::move(names), reply = std::move(reply)] {
+            auto answer = renameUrlsTo(urls, names, rule);
+            reply(std::move(answer.urls), std::move(answer.codes), std::move(answer.error));
+        });
 }
 
 void FileRequestHandler::getSizesWithUrls(
