@@ -36,6 +36,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
         ->required();
     auto* tree = command->add_flag("--tree", acl.tree, "Show each entry's boxes below it");
     command->add_flag("--json", acl.json, "Print JSON instead of a table")->excludes(tree);
+    bool propagate = false;
+    auto* propagateFlag =
+        command->add_flag("--propagate", propagate,
+                          "Give everything below the folder what it inherits of the folder's list");
     std::vector<std::string> script;
     auto* editFlag =
         command
@@ -45,6 +49,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
             ->type_name("[SCRIPT]");
     command->add_flag("--dry-run", edit.dryRun, "Show the list before and after, change nothing")
         ->needs(editFlag);
+    propagateFlag->excludes("--edit")->excludes("--tree")->excludes("--json");
     command->footer(footer);
 
     AccessOptions access;
@@ -78,6 +83,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     lsCommand->add_flag("--json", ls.json, "Print JSON instead of names");
     lsCommand->footer(footer);
 
+    RenameOptions rename;
+    CLI::App* renameCommand = app.add_subcommand(
+        "rename", "Give items new names in their folders, also those that others give up");
+    renameCommand->set_version_flag("--version", versionText, "Print the version and exit");
+    renameCommand->add_option("PATH", rename.words, "Each item, and its new name behind it")
+        ->type_name("NAME");
+    renameCommand->add_flag("--json", rename.json, "Print as JSON where each item is now");
+    renameCommand->footer(footer);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& stop) {
@@ -102,6 +116,14 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     }
     if (*lsCommand)
         return ls;
+    if (*renameCommand) {
+        if (rename.words.empty() || rename.words.size() % 2 != 0)
+            return Outcome{ExitUsage,
+                           {},
+                           "morvane: a new name is required behind each PATH\n"
+                           "  'morvane rename --help' tells how the command is used.\n"};
+        return rename;
+    }
     if (*accessCommand) {
         if (access.user.empty() && access.group.empty())
             return Outcome{ExitUsage,
@@ -110,6 +132,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
                            "  'morvane access --help' tells how the command is used.\n"};
         return access;
     }
+    if (propagate)
+        return PropagateOptions{acl.path};
     if (*editFlag) {
         edit.path = acl.path;
         edit.tree = acl.tree;

@@ -7,6 +7,8 @@
 #include "EditCommand.h"
 #include "LsCommand.h"
 #include "Outcome.h"
+#include "PropagateCommand.h"
+#include "RenameCommand.h"
 #include "SizeCommand.h"
 
 /// What the command line asks for: a command's options, or at once what is to be printed (help, the
@@ -19,8 +21,8 @@ struct CommonOptions {
     bool privileged = false;
 };
 
-using CommandLine =
-    std::variant<Outcome, AclOptions, EditOptions, AccessOptions, SizeOptions, LsOptions>;
+using CommandLine = std::variant<Outcome, AclOptions, EditOptions, PropagateOptions, AccessOptions,
+                                 SizeOptions, LsOptions, RenameOptions>;
 
 /// `version` is what --version prints behind the program's name.
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,

@@ -19,6 +19,7 @@ MVConnector::EncodableClasses FileConnector::remoteEncodableClasses() {
             {"getAclAccessWithUrl:uuid:reply:",
              {&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()}},
             {"getSizesWithUrls:reply:", {&NSArrayClass, &MVFileSizeItem::classObject()}},
+            {"renameUrls:names:reply:", {&NSArrayClass, &NSURLClass}},
             {"getContentsOfDirectory:indexPath:reply:", {&NSArrayClass, &NSURLClass}}};
 }
 
@@ -141,6 +142,45 @@ ContentsAnswer FileConnector::contents(const NSURL& directory) {
                                             answer->set_value({std::move(urls), std::move(error)});
                                         });
     return answer->get_future().get();
+}
+
+RenamesAnswer FileConnector::rename(const std::vector<NSURL>& urls,
+                                    const std::vector<std::string>& names) {
+    struct Answer {
+        RenamesAnswer renamed;
+        NSErrorRef error;
+    };
+    const auto answer = std::make_shared<std::promise<Answer>>();
+    if (const auto service = serviceAnswering(MVRightRenameFiles, answer))
+        service->renameUrls(
+            urls, names,
+            [answer](std::vector<NSURL> now, std::vector<std::int64_t> codes, NSErrorRef error) {
+                answer->set_value({{std::move(now), std::move(codes), {}}, std::move(error)});
+            });
+    auto [renamed, error] = answer->get_future().get();
+    renamed.error = std::move(error);
+    return renamed;
+}
+
+NSErrorRef FileConnector::propagateAclEntries(const EntryList& entries, const NSURL& url,
+                                              std::function<bool()> goesOn) {
+    {
+        const std::lock_guard lock(mutex_);
+        progress_ = [goesOn = std::move(goesOn)](const SizeList&) { return goesOn(); };
+    }
+    struct Answer {
+        std::monostate nothing;
+        NSErrorRef error;
+    };
+    const auto answer = std::make_shared<std::promise<Answer>>();
+    if (const auto service = serviceAnswering(MVRightPropagateFileAcl, answer))
+        service->propagateAclEntries(entries, url, [answer](NSErrorRef error) {
+            answer->set_value({{}, std::move(error)});
+        });
+    auto error = answer->get_future().get().error;
+    const std::lock_guard lock(mutex_);
+    progress_ = {};
+    return error;
 }
 
 }  // namespace morvane

@@ -2,6 +2,7 @@
 
 #include <MorvaneOperation/MVConnector.h>
 
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include "AccessCommand.h"
 #include "AclCommand.h"
 #include "LsCommand.h"
+#include "RenameCommand.h"
 #include "SizeCommand.h"
 
 /// The command-line host's connector: what may come back from the services, and the answers to
@@ -42,6 +44,11 @@ class FileConnector final : public MVConnector {
     SizesAnswer sizes(const std::vector<NSURL>& urls, SizeProgress progress);
     /// Likewise for what is inside a folder.
     ContentsAnswer contents(const NSURL& directory);
+    /// Likewise to give items new names.
+    RenamesAnswer rename(const std::vector<NSURL>& urls, const std::vector<std::string>& names);
+    /// Likewise to propagate a list below a folder. `goesOn` is asked on another thread.
+    NSErrorRef propagateAclEntries(const EntryList& entries, const NSURL& url,
+                                   std::function<bool()> goesOn);
 
   private:
     bool tell(const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes);

@@ -78,6 +78,15 @@ NSURL withoutLinks(const NSURL& url) {
     return error ? url : NSURL::fileURLWithPath(path.string());
 }
 
+/// Likewise for an item that is renamed: a link at the end is the item.
+NSURL withoutLinksOnTheWay(const NSURL& url) {
+    const auto path = std::filesystem::path(url.path());
+    if (!path.has_filename())
+        return url;
+    return withoutLinks(NSURL::fileURLWithPath(path.parent_path().string()))
+        .URLByAppendingPathComponent(path.filename().string());
+}
+
 Outcome run(int argc, char** argv) {
     CommonOptions common;
     const auto line = parseCommandLine(argc, argv, MORVANE_VERSION, &common);
@@ -109,7 +118,22 @@ Outcome run(int argc, char** argv) {
     if (const auto* ls = std::get_if<LsOptions>(&line)) {
         return runLs(*ls, [&](const NSURL& url) { return connector->contents(resolved(url)); });
     }
+    if (const auto* rename = std::get_if<RenameOptions>(&line)) {
+        return runRename(*rename, [&](const auto& urls, const auto& names) {
+            std::vector<NSURL> items;
+            for (const auto& url : urls)
+                items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
+            return connector->rename(items, names);
+        });
+    }
     const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(resolved(url)); };
+    if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
+        return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
+            const InterruptWatch watch;
+            return connector->propagateAclEntries(entries, resolved(url),
+                                                  [] { return !interrupted; });
+        });
+    }
     if (const auto* access = std::get_if<AccessOptions>(&line)) {
         return runAccess(
             *access,

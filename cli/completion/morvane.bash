@@ -13,17 +13,17 @@ _morvane() {
             if [[ $cur == -* ]]; then
                 mapfile -t COMPREPLY < <(compgen -W '--help --privileged --version' -- "$cur")
             else
-                mapfile -t COMPREPLY < <(compgen -W 'access acl ls size' -- "$cur")
+                mapfile -t COMPREPLY < <(compgen -W 'access acl ls rename size' -- "$cur")
             fi
             ;;
-        access | acl | ls | size)
+        access | acl | ls | rename | size)
             if [[ $command == access && ${COMP_WORDS[COMP_CWORD - 1]} == --user ]]; then
                 mapfile -t COMPREPLY < <(compgen -u -- "$cur")
             elif [[ $command == access && ${COMP_WORDS[COMP_CWORD - 1]} == --group ]]; then
                 mapfile -t COMPREPLY < <(compgen -g -- "$cur")
             elif [[ $cur == -* ]]; then
                 local -A options=([access]='--user --group --json'
-                                    [acl]='--edit --dry-run --tree --json' [ls]='--json'
+                                    [acl]='--edit --propagate --dry-run --tree --json' [ls]='--json' [rename]='--json'
                                     [size]='--base2 --base10 --json')
                 mapfile -t COMPREPLY < <(compgen -W "${options[$command]} --help --version" -- "$cur")
             else

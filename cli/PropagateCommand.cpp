@@ -1,0 +1,31 @@
+#include "PropagateCommand.h"
+
+#include <cerrno>
+
+#include "Failure.h"
+
+namespace morvane {
+
+Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
+                     const AclSink& sink) {
+    if (options.path.empty())
+        return {ExitUsage, {}, "morvane: the path is empty; name a folder.\n"};
+    const auto url = NSURL::fileURLWithPath(options.path);
+    const auto answer = source(url);
+    if (answer.error)
+        return {
+            exitCodeOf(*answer.error),
+            {},
+            failureMessage("cannot read the access-control list of", options.path, *answer.error)};
+    // In the list's own order, which decides what it means.
+    const auto error = sink(answer.entries, url);
+    if (!error)
+        return {};
+    if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
+        return {ExitInterrupted, {}, "morvane: cancelled; a part of the items was changed.\n"};
+    return {exitCodeOf(*error),
+            {},
+            failureMessage("cannot propagate the access-control list of", options.path, *error)};
+}
+
+}  // namespace morvane
