@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "EffectiveAccess.h"
+#include "Nfs4File.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
 #include "PosixAclReduction.h"
@@ -19,10 +20,10 @@ namespace {
 
 constexpr std::size_t maxLossesTold = 20;
 
-/// The item at `url`, and the list that it has.
+/// The item at `url`, and the list that it has, of either kind.
 struct ItemWithAcl {
     AclItem item;
-    PosixAcl acl;
+    std::variant<PosixAcl, Nfs4Item> acl;
 };
 
 std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRule& rule) {
@@ -31,13 +32,30 @@ std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRu
     auto item = AclItem::open(url.path(), rule);
     if (const auto* code = std::get_if<int>(&item))
         return posixError(*code, url);
-    auto read = readPosixAcl(std::get<AclItem>(item));
-    if (const auto* failure = std::get_if<AclReadFailure>(&read))
-        return posixError(failure->code, url,
-                          failure->otherKindOfList
-                              ? "The item has an NFSv4 access-control list, which cannot be shown."
-                              : "");
-    return ItemWithAcl{std::move(std::get<AclItem>(item)), std::move(std::get<PosixAcl>(read))};
+    auto& opened = std::get<AclItem>(item);
+    auto read = readPosixAcl(opened);
+    if (auto* acl = std::get_if<PosixAcl>(&read))
+        return ItemWithAcl{std::move(opened), std::move(*acl)};
+    const auto& failure = std::get<AclReadFailure>(read);
+    if (!failure.otherKindOfList)
+        return posixError(failure.code, url);
+    auto native = readNfs4Item(opened);
+    if (const auto* code = std::get_if<int>(&native))
+        return posixError(*code, url,
+                          *code == EBADMSG ? "The item's NFSv4 access-control list is damaged, or "
+                                             "has more than 1024 entries."
+                                           : "");
+    return ItemWithAcl{std::move(opened), std::move(std::get<Nfs4Item>(native))};
+}
+
+PosixAclReduction reduced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                          const PosixAcl& old) {
+    return reduceToPosixAcl(entries, {old.owner, old.group, old.isDirectory, userIsInGroup});
+}
+
+Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                         const Nfs4Item& old) {
+    return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
 }
 
 std::string textOfLosses(const std::vector<std::string>& losses) {
@@ -55,7 +73,10 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
     auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
-    return {entriesOfPosixAcl(std::get<ItemWithAcl>(found).acl), nullptr};
+    const auto& acl = std::get<ItemWithAcl>(found).acl;
+    if (const auto* native = std::get_if<Nfs4Item>(&acl))
+        return {entriesOfNfs4Acl(native->acl, native->target, systemNfs4Names()), nullptr};
+    return {entriesOfPosixAcl(std::get<PosixAcl>(acl)), nullptr};
 }
 
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
@@ -68,14 +89,38 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return posixError(code, url,
                           "Only files and folders are changed on behalf of another user, and a "
                           "file with several names only for its owner.");
-    const auto reduced =
-        reduceToPosixAcl(entries, {old.owner, old.group, old.isDirectory, userIsInGroup});
-    if (!reduced.losses.empty())
-        return posixError(EOPNOTSUPP, url, textOfLosses(reduced.losses),
+    const auto refusal = [&](const std::vector<std::string>& losses) {
+        return posixError(EOPNOTSUPP, url, textOfLosses(losses),
                           "Nothing was changed. Change these entries, or accept the nearest list "
                           "that grants no more.");
-    const int code = writePosixAcl(item.path(), old, reduced.acl);
+    };
+    int code = 0;
+    if (const auto* native = std::get_if<Nfs4Item>(&old)) {
+        const auto wanted = replaced(entries, *native);
+        if (!wanted.losses.empty())
+            return refusal(wanted.losses);
+        code = writeNfs4Acl(item, *native, wanted.acl);
+    } else {
+        const auto& list = std::get<PosixAcl>(old);
+        const auto wanted = reduced(entries, list);
+        if (!wanted.losses.empty())
+            return refusal(wanted.losses);
+        code = writePosixAcl(item.path(), list, wanted.acl);
+    }
     return code == 0 ? nullptr : posixError(code, url);
+}
+
+std::vector<std::shared_ptr<MVAclEntry>> nearestAclEntries(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, NSErrorRef* error) {
+    auto found = openWithAcl(url, {});
+    if (const auto* failure = std::get_if<NSErrorRef>(&found)) {
+        *error = *failure;
+        return {};
+    }
+    const auto& acl = std::get<ItemWithAcl>(found).acl;
+    if (const auto* native = std::get_if<Nfs4Item>(&acl))
+        return entriesOfNfs4Acl(replaced(entries, *native).acl, native->target, systemNfs4Names());
+    return entriesOfPosixAcl(reduced(entries, std::get<PosixAcl>(acl)).acl);
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {
@@ -86,7 +131,12 @@ AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathR
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
     const auto& [item, acl] = std::get<ItemWithAcl>(found);
-    return {permissionTree(effectiveBoxes(item, acl, *who), acl.isDirectory), nullptr};
+    if (const auto* native = std::get_if<Nfs4Item>(&acl))
+        return {permissionTree(effectiveBoxes(item, *native, *who, systemNfs4Names()),
+                               native->target.isDirectory),
+                nullptr};
+    const auto& list = std::get<PosixAcl>(acl);
+    return {permissionTree(effectiveBoxes(item, list, *who), list.isDirectory), nullptr};
 }
 
 }  // namespace morvane

@@ -28,6 +28,11 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule = {});
 
+/// The nearest entries that the item at `url` can hold and that grant no more; empty, with `*error`
+/// set, if the item cannot be looked at.
+std::vector<std::shared_ptr<MVAclEntry>> nearestAclEntries(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, NSErrorRef* error);
+
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.
     std::vector<std::shared_ptr<MVTreeNode>> permissions;

@@ -60,16 +60,6 @@ PosixRights rightsOfRoot(const PosixAcl& acl) {
            (acl.isDirectory ? PosixExecute : static_cast<PosixRights>(anybody & PosixExecute));
 }
 
-/// The folder that the item is in; empty if there is none any more.
-std::string folderOf(const AclItem& item) {
-    char target[PATH_MAX];
-    const auto size = readlink(item.path().c_str(), target, sizeof target);
-    if (size <= 0 || target[0] != '/')
-        return {};
-    const std::string path(target, static_cast<std::size_t>(size));
-    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
-}
-
 /// Whether `who` may take the item out of the folder that it is in.
 bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
     const auto folder = AclItem::open(folderOf(item));
@@ -88,6 +78,35 @@ bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& 
 }
 
 }  // namespace
+
+std::string folderOf(const AclItem& item) {
+    char target[PATH_MAX];
+    const auto size = readlink(item.path().c_str(), target, sizeof target);
+    if (size <= 0 || target[0] != '/')
+        return {};
+    const std::string path(target, static_cast<std::size_t>(size));
+    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+}
+
+std::uint32_t withinMount(const AclItem& item, std::uint32_t boxes, bool isDirectory) {
+    constexpr std::uint32_t looking = ACL_READ_DATA | ACL_SEARCH | ACL_READ_ATTRIBUTES |
+                                      ACL_READ_EXTATTRIBUTES | ACL_READ_SECURITY;
+    struct statx flags {};
+    struct statvfs system {};
+    if (statx(AT_FDCWD, item.path().c_str(), 0, STATX_TYPE, &flags) == 0) {
+        if ((flags.stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
+            boxes &= looking;
+        if ((flags.stx_attributes & STATX_ATTR_APPEND) != 0)
+            boxes &= looking | ACL_APPEND_DATA | (isDirectory ? ACL_WRITE_DATA : 0);
+    }
+    if (statvfs(item.path().c_str(), &system) == 0) {
+        if ((system.f_flag & ST_RDONLY) != 0)
+            boxes &= looking;
+        if ((system.f_flag & ST_NOEXEC) != 0 && !isDirectory)
+            boxes &= ~static_cast<std::uint32_t>(ACL_SEARCH);
+    }
+    return boxes;
+}
 
 bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed) {
     PosixList list = acl.access;
@@ -129,29 +148,15 @@ std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBP
     std::uint32_t boxes = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
     boxes |= when(has(PosixRead), ACL_READ_DATA | ACL_READ_EXTATTRIBUTES);
     boxes |= when(has(PosixExecute), ACL_SEARCH);
-    std::uint32_t changes = when(has(PosixWrite), ACL_WRITE_EXTATTRIBUTES);
+    boxes |= when(has(PosixWrite), ACL_WRITE_EXTATTRIBUTES);
     // A folder takes a new item from whoever may write and enter it.
-    changes |= when(grants(acl, who, acl.isDirectory ? PosixWrite | PosixExecute : PosixWrite),
-                    ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
-    changes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);
-    changes |= when(isRoot(who), ACL_CHANGE_OWNER);
-    changes |= when(mayDelete(item, acl, who), ACL_DELETE);
+    boxes |= when(grants(acl, who, acl.isDirectory ? PosixWrite | PosixExecute : PosixWrite),
+                  ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
+    boxes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);
+    boxes |= when(isRoot(who), ACL_CHANGE_OWNER);
+    boxes |= when(mayDelete(item, acl, who), ACL_DELETE);
 
-    struct statx flags {};
-    struct statvfs system {};
-    if (statx(AT_FDCWD, item.path().c_str(), 0, STATX_TYPE, &flags) == 0) {
-        if ((flags.stx_attributes & STATX_ATTR_IMMUTABLE) != 0)
-            changes = 0;
-        if ((flags.stx_attributes & STATX_ATTR_APPEND) != 0)
-            changes &= ACL_APPEND_DATA | when(acl.isDirectory, ACL_WRITE_DATA);
-    }
-    if (statvfs(item.path().c_str(), &system) == 0) {
-        if ((system.f_flag & ST_RDONLY) != 0)
-            changes = 0;
-        if ((system.f_flag & ST_NOEXEC) != 0 && !acl.isDirectory)
-            boxes &= ~ACL_SEARCH;
-    }
-    return boxes | changes;
+    return withinMount(item, boxes, acl.isDirectory);
 }
 
 }  // namespace morvane

@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <cstdint>
+#include <string>
 
 #include "PosixAcl.h"
 #include "PosixAclReader.h"
@@ -22,5 +23,11 @@ PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who);
 /// is in (which decides on deleting it), the file system and the item's flags. Folders further up
 /// are not looked at.
 std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who);
+
+/// `boxes` without what the file system that `item` is on, or the item's flags, give to nobody.
+std::uint32_t withinMount(const AclItem& item, std::uint32_t boxes, bool isDirectory);
+
+/// The path of the folder that the item is in; empty if there is none any more.
+std::string folderOf(const AclItem& item);
 
 }  // namespace morvane

@@ -4,8 +4,8 @@
 
 #include "AclRequests.h"
 #include "DirectoryRequests.h"
+#include "PropagateRequests.h"
 #include "RenameRequests.h"
-#include "RequestErrors.h"
 #include "SizeRequests.h"
 
 namespace morvane {
@@ -55,9 +55,12 @@ void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> 
     reply(setAclEntriesOfUrl(entries, url, rule_));
 }
 
-void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,
-                                             NSXPCReply<NSErrorRef> reply) {
-    reply(notImplementedError("propagateAclEntries:url:reply:", url));
+void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries,
+                                             NSURL url, NSXPCReply<NSErrorRef> reply) {
+    longWork_->async([client = client_, rule = rule_, entries = std::move(entries),
+                      url = std::move(url), reply = std::move(reply)] {
+        reply(propagateAclEntriesBelow(entries, url, client, rule));
+    });
 }
 
 void FileRequestHandler::renameUrls(

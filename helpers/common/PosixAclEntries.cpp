@@ -122,20 +122,24 @@ std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, boo
     return tree;
 }
 
+std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on) {
+    auto node = makeNode("Applies To", AppliesToMarker, false);
+    for (const acl_perm_entry* row = acl_flags; row->name; ++row)
+        node->mutableChildNodes().append(makeNode(row->name, row->perm, (on & row->perm) != 0));
+    MVAclEntry::resolveStateForPermissionNode(node.get());
+    return node;
+}
+
 namespace {
 
 std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std::uint32_t boxes,
                                                   bool isDirectory) {
     auto tree = permissionTree(boxes, isDirectory);
     if (isDirectory) {
-        auto node = makeNode("Applies To", AppliesToMarker, false);
-        for (const acl_perm_entry* row = acl_flags; row->name; ++row) {
-            const bool on =
-                row->perm == ACL_ENTRY_ONLY_INHERIT ? entry.appliesToItem : entry.appliesToChildren;
-            node->mutableChildNodes().append(makeNode(row->name, row->perm, on));
-        }
-        MVAclEntry::resolveStateForPermissionNode(node.get());
-        tree.push_back(std::move(node));
+        std::uint32_t on = entry.appliesToItem ? ACL_ENTRY_ONLY_INHERIT : 0;
+        if (entry.appliesToChildren)
+            on |= ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
+        tree.push_back(appliesToNode(on));
     }
     return tree;
 }

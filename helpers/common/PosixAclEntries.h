@@ -44,6 +44,9 @@ std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool is
 /// `boxes` on.
 std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, bool isDirectory);
 
+/// The group "Applies To" of a folder's entry; `on` are the values of acl_flags whose boxes are on.
+std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
+
 std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
 
 }  // namespace morvane

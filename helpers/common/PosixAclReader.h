@@ -11,8 +11,8 @@
 /// Reads the access-control list of a real item.
 namespace morvane {
 
-/// Why a list could not be read: an errno value, and for an item whose list is of a kind that
-/// cannot be shown yet, true (the value is then EOPNOTSUPP).
+/// Why a list could not be read: an errno value, and for an item whose list is an allow/deny list,
+/// true (the value is then EOPNOTSUPP).
 struct AclReadFailure {
     int code = 0;
     bool otherKindOfList = false;

@@ -10,6 +10,8 @@
 #include <utility>
 #include <variant>
 
+#include "EntryLosses.h"
+
 namespace morvane {
 
 namespace {
@@ -69,14 +71,7 @@ class Reduction {
 
     /// `what` is lost of an entry.
     void lose(std::size_t number, const std::string& what) {
-        const auto& entry = *entries_[number];
-        std::string who = entry.identity() ? entry.identity()->name()
-                          : entry.uuid()   ? entry.uuid()->UUIDString()
-                                           : "everyone";
-        if (entry.identity() && who != "everyone")
-            who = (entry.identity()->isGroup() ? "group " : "user ") + who;
-        losses_.push_back("entry " + std::to_string(number + 1) + " (" +
-                          (entry.tag() == TagDeny ? "deny " : "allow ") + who + "): " + what);
+        addLoss(losses_, number, *entries_[number], what);
     }
 
     void take(std::size_t number) {
@@ -125,25 +120,12 @@ class Reduction {
         }
         std::uint32_t on = 0;
         for (std::size_t i = 0; i != permissionGroups; ++i)
-            on |= boxesOn(*groups[i], statement.number);
+            on |= boxesOn(*groups[i], statement.number, entry, losses_);
         takeBoxes(on, statement);
         if (target_.isDirectory)
-            takeApplicability(boxesOn(*groups[permissionGroups], statement.number), statement);
+            takeApplicability(boxesOn(*groups[permissionGroups], statement.number, entry, losses_),
+                              statement);
         return statement.item || statement.children;
-    }
-
-    std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number) {
-        std::uint32_t on = 0;
-        for (const auto& box : group.childNodes()) {
-            const auto* permission = MVTreeNode::permissionOf(*box);
-            if (!permission)
-                continue;
-            if (permission->state() == MVStateOn)
-                on |= static_cast<std::uint32_t>(permission->permission());
-            else if (permission->state() != MVStateOff)
-                lose(number, quoted(permission->name()) + ", which is neither on nor off");
-        }
-        return on;
     }
 
     static std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }

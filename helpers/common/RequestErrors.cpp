@@ -1,6 +1,5 @@
 #include "RequestErrors.h"
 
-#include <cerrno>
 #include <utility>
 
 namespace morvane {
@@ -12,11 +11,6 @@ NSErrorRef posixError(int code, const NSURL& url, std::string text, std::string 
     if (!suggestion.empty())
         userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey, std::move(suggestion));
     return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
-}
-
-NSErrorRef notImplementedError(std::string_view request, const NSURL& url) {
-    return posixError(ENOSYS, url,
-                      "The service does not carry out " + std::string(request) + " yet.");
 }
 
 }  // namespace morvane

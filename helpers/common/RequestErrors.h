@@ -3,7 +3,6 @@
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
 #include <string>
-#include <string_view>
 
 /// The errors that requests are answered with: POSIX errors that carry the URL.
 namespace morvane {
@@ -11,8 +10,5 @@ namespace morvane {
 /// Without `text`, the system's own text for the code.
 NSErrorRef posixError(int code, const NSURL& url, std::string text = {},
                       std::string suggestion = {});
-
-/// The error of a request that no service carries out yet.
-NSErrorRef notImplementedError(std::string_view request, const NSURL& url);
 
 }  // namespace morvane

@@ -45,13 +45,5 @@ TEST(AclRequests, AUrlOfSomethingElseThanAFileIsRefused) {
               "Only files and folders have an access-control list.");
 }
 
-TEST(AclRequests, ARequestThatIsNotThereYetSaysWhich) {
-    const auto url = NSURL::fileURLWithPath("/x");
-    const auto error = notImplementedError("getSizesWithUrls:reply:", url);
-    expectError(error, ENOSYS, url);
-    EXPECT_EQ(error->localizedDescription(),
-              "The service does not carry out getSizesWithUrls:reply: yet.");
-}
-
 }  // namespace
 }  // namespace morvane

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <MorvaneOperation/MVAclEntry.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// How people are told what of an entry a list cannot hold.
+namespace morvane {
+
+/// Adds `what` is lost of the entry that is `number`-th from 0: "entry 3 (allow user bob): ...".
+void addLoss(std::vector<std::string>& losses, std::size_t number, const MVAclEntry& entry,
+             const std::string& what);
+
+/// The bits of the boxes of `group` that are on; one that is neither on nor off is a loss.
+std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEntry& entry,
+                      std::vector<std::string>& losses);
+
+}  // namespace morvane

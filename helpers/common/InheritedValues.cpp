@@ -1,0 +1,142 @@
+#include "InheritedValues.h"
+
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace morvane {
+namespace {
+
+constexpr const char* accessName = "system.posix_acl_access";
+constexpr const char* defaultName = "system.posix_acl_default";
+using Bytes = std::vector<std::uint8_t>;
+constexpr std::uint32_t nobodyNamed = 0xffffffff;
+
+void append(Bytes& bytes, std::uint32_t value, int count) {
+    for (int i = 0; i < count; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+/// 0 or the errno value; no bytes if there is no such list.
+int read(const OpenItem& item, const char* name, Bytes& bytes) {
+    thread_local std::array<std::uint8_t, 65536> buffer;
+    const auto size = item.path.empty()
+                          ? fgetxattr(item.descriptor, name, buffer.data(), buffer.size())
+                          : getxattr(item.path.c_str(), name, buffer.data(), buffer.size());
+    if (size < 0)
+        return errno == ENODATA ? 0 : errno;
+    bytes.assign(buffer.begin(), buffer.begin() + size);
+    return 0;
+}
+
+int write(const OpenItem& item, const char* name, const Bytes& bytes) {
+    int result = 0;
+    if (bytes.empty())
+        result = item.path.empty() ? fremovexattr(item.descriptor, name)
+                                   : removexattr(item.path.c_str(), name);
+    else
+        result = item.path.empty()
+                     ? fsetxattr(item.descriptor, name, bytes.data(), bytes.size(), 0)
+                     : setxattr(item.path.c_str(), name, bytes.data(), bytes.size(), 0);
+    return result == 0 ? 0 : errno;
+}
+
+int writeMode(const OpenItem& item, mode_t mode) {
+    const int result =
+        item.path.empty() ? fchmod(item.descriptor, mode) : chmod(item.path.c_str(), mode);
+    return result == 0 ? 0 : errno;
+}
+
+int writeOwner(const OpenItem& item, uid_t owner, gid_t group) {
+    return fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;
+}
+
+/// Whether this process may leave setgid on an item of the group.
+bool keepsSetgid(gid_t group) {
+    if (geteuid() == 0 || getegid() == group)
+        return true;
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+    const int count = getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<std::size_t>(std::max(count, 0)));
+    return std::find(groups.begin(), groups.end(), group) != groups.end();
+}
+
+int writeAccess(const OpenItem& item, mode_t mode, const ItemValues& values) {
+    Bytes old;
+    const int unread = read(item, accessName, old);
+    if (unread == 0 &&
+        (old.empty() ? values.mode && (mode & 0777) == *values.mode : old == values.access))
+        return 0;
+    const int code = write(item, accessName, values.access);
+    // A file system without lists still has the mode.
+    return code == EOPNOTSUPP && values.mode ? writeMode(item, (mode & 07000) | *values.mode)
+                                             : code;
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list) {
+    constexpr std::uint32_t version = 2;
+    Bytes bytes;
+    append(bytes, version, 4);
+    const auto add = [&](std::uint32_t tag, PosixRights rights, std::uint32_t id = nobodyNamed) {
+        append(bytes, tag, 2);
+        append(bytes, rights, 2);
+        append(bytes, id, 4);
+    };
+    add(0x01, list.owner);
+    for (const auto& user : list.users)
+        add(0x02, user.rights, user.id);
+    add(0x04, list.owningGroup);
+    for (const auto& group : list.groups)
+        add(0x08, group.rights, group.id);
+    if (list.mask)
+        add(0x10, *list.mask);
+    add(0x20, list.others);
+    return bytes;
+}
+
+ItemValues itemValuesOf(const PosixList& access, const std::optional<PosixList>& defaults) {
+    ItemValues values;
+    values.access = attributeOfPosixList(access);
+    if (!access.mask && access.users.empty() && access.groups.empty())
+        values.mode =
+            static_cast<mode_t>(access.owner << 6 | access.owningGroup << 3 | access.others);
+    if (defaults)
+        values.defaults = attributeOfPosixList(*defaults);
+    return values;
+}
+
+int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32_t owner,
+                    std::uint32_t group, const ItemValues& values) {
+    if ((status.st_mode & S_ISGID) != 0 && !keepsSetgid(group))
+        return EPERM;
+    const bool isFolder = S_ISDIR(status.st_mode);
+    Bytes oldDefaults;
+    if (isFolder) {
+        const int code = read(item, defaultName, oldDefaults);
+        if (code != 0 && (code != EOPNOTSUPP || !values.defaults.empty()))
+            return code;
+    }
+    const bool changesOwner = status.st_uid != owner || status.st_gid != group;
+    if (changesOwner) {
+        if (const int code = writeOwner(item, owner, group))
+            return code;
+    }
+    const bool changesDefaults = isFolder && oldDefaults != values.defaults;
+    int code = changesDefaults ? write(item, defaultName, values.defaults) : 0;
+    if (code == 0) {
+        code = writeAccess(item, status.st_mode, values);
+        if (code != 0 && changesDefaults)
+            write(item, defaultName, oldDefaults);
+    }
+    if (code != 0 && changesOwner)
+        writeOwner(item, status.st_uid, status.st_gid);
+    return code;
+}
+
+}  // namespace morvane

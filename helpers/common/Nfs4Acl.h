@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+/// Allow/deny lists as a network mount (or a file system that enforces them itself) stores them.
+///
+///     if (auto list = decodeNfs4Acl(bytes, Nfs4Form::named))
+///         bytes = encodeNfs4Acl(*list, Nfs4Form::named);      // the same bytes
+///
+/// Pure: no system call, no user database. What is decoded encodes to the very same bytes.
+namespace morvane {
+
+/// How the list is stored, told by the name of the extended attribute.
+enum class Nfs4Form {
+    /// system.nfs4_acl: whom an entry is for is a text.
+    named,
+    /// system.nfs4_acl_xdr: whom an entry is for is a number.
+    numbered,
+};
+
+const char* attributeOfForm(Nfs4Form form);
+
+enum Nfs4Type : std::uint32_t { Nfs4Allow = 0, Nfs4Deny = 1, Nfs4Audit = 2, Nfs4Alarm = 3 };
+
+enum Nfs4Flag : std::uint32_t {
+    Nfs4FileInherit = 0x1,
+    Nfs4FolderInherit = 0x2,
+    Nfs4NoPropagate = 0x4,
+    Nfs4InheritOnly = 0x8,
+    Nfs4IsGroup = 0x40,
+    Nfs4Inherited = 0x80,
+};
+
+enum Nfs4ListFlag : std::uint32_t { Nfs4Trivial = 0x10000, Nfs4Folder = 0x20000 };
+
+constexpr const char* nfs4Owner = "OWNER@";
+constexpr const char* nfs4OwningGroup = "GROUP@";
+constexpr const char* nfs4Everyone = "EVERYONE@";
+
+struct Nfs4Entry {
+    std::uint32_t type = Nfs4Allow;
+    std::uint32_t flags = 0;
+    std::uint32_t mask = 0;
+    /// "OWNER@", "GROUP@", "EVERYONE@", "name@domain", or an id in decimal.
+    std::string who;
+    bool operator==(const Nfs4Entry&) const = default;
+};
+
+struct Nfs4Acl {
+    /// Nfs4ListFlag; the named form has none.
+    std::uint32_t flags = 0;
+    std::vector<Nfs4Entry> entries;
+    bool operator==(const Nfs4Acl&) const = default;
+};
+
+constexpr std::size_t maxNfs4Entries = 1024;
+constexpr std::size_t maxNfs4Who = 1024;
+
+/// Empty if `bytes` are not exactly one list within the limits.
+std::optional<Nfs4Acl> decodeNfs4Acl(std::span<const std::uint8_t> bytes, Nfs4Form form);
+
+/// Empty if the form cannot hold the list: too many entries, list flags or text where there are
+/// none.
+std::optional<std::vector<std::uint8_t>> encodeNfs4Acl(const Nfs4Acl& acl, Nfs4Form form);
+
+/// The id that `who` is the decimal text of; empty if it is another text.
+std::optional<std::uint32_t> idOfNfs4Who(const std::string& who);
+
+}  // namespace morvane

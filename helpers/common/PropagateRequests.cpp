@@ -1,0 +1,246 @@
+#include "PropagateRequests.h"
+
+#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "AclPropagation.h"
+#include "PosixAclEntries.h"
+#include "PosixAclReader.h"
+#include "PosixAclReduction.h"
+#include "RequestErrors.h"
+
+namespace morvane {
+namespace {
+
+using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
+
+constexpr std::chrono::milliseconds interval{250};
+constexpr std::size_t maxLossesTold = 20;
+
+/// Nodes are shared by the conversions, so each one gets entries of its own.
+Entries copiesOf(const Entries& entries) {
+    Entries copies;
+    for (const auto& entry : entries) {
+        NSErrorRef error;
+        auto copy = NSKeyedUnarchiver::unarchivedObjectOfClasses(
+            {&MVAclEntry::classObject(), &MVTreeNode::classObject(),
+             &MVAclPermission::classObject()},
+            NSKeyedArchiver::archivedDataWithRootObject(*entry), &error);
+        if (!copy)
+            throw std::invalid_argument(error ? error->localizedDescription()
+                                              : "an entry cannot be copied");
+        copies.push_back(std::static_pointer_cast<MVAclEntry>(std::move(copy)));
+    }
+    return copies;
+}
+
+Entries converted(const Entries& entries, bool (MVAclEntry::*convert)()) {
+    Entries reached;
+    for (const auto& entry : copiesOf(entries)) {
+        if ((*entry.*convert)())
+            reached.push_back(entry);
+    }
+    return reached;
+}
+
+/// Works out what a folder's entries become below it.
+class Inheritance {
+  public:
+    Inheritance(const Entries& entries, const PosixAcl& folder) {
+        lists_.owner = folder.owner;
+        lists_.group = folder.group;
+        for (const auto& entry : entries)
+            (entry->isAcl() ? trees_ : flats_).push_back(entry);
+        for (const auto& entry : flats_) {
+            const auto who = identityOf(*entry);
+            if (who && std::holds_alternative<CBPosixUser>(*who))
+                lists_.owner = std::get<CBPosixUser>(*who).uid;
+            else if (who && std::holds_alternative<CBPosixGroup>(*who))
+                lists_.group = std::get<CBPosixGroup>(*who).gid;
+        }
+        for (const auto& own : entriesOfPosixAcl(folder)) {
+            if (!own->isAcl() && !hasKind(flats_, *identityOf(*own)))
+                flats_.push_back(own);
+        }
+    }
+
+    InheritedLists lists() {
+        auto entries = trees_;
+        for (auto& level : lists_.levels) {
+            const auto files = converted(entries, &MVAclEntry::convertInheritedToFileEntry);
+            auto folders = converted(entries, &MVAclEntry::convertInheritedToDirectoryEntry);
+            level.executable = reduced(files, false).access;
+            level.file = withoutExecution(level.executable);
+            const auto folder = reduced(copiesOf(folders), true);
+            level.folder = folder.access;
+            level.folderDefaults = folder.defaults;
+            entries = std::move(folders);
+        }
+        return lists_;
+    }
+
+    const std::set<std::string>& losses() const { return losses_; }
+
+  private:
+    static std::optional<CBPosixIdentity> identityOf(const MVAclEntry& entry) {
+        return entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
+    }
+    /// Whether one of the entries is for a user, for a group, or for everyone, as `who` is.
+    static bool hasKind(const Entries& entries, const CBPosixIdentity& who) {
+        return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+            const auto other = identityOf(*entry);
+            return other && other->index() == who.index();
+        });
+    }
+
+    PosixAcl reduced(const Entries& inherited, bool isDirectory) {
+        Entries entries;
+        for (const auto& entry : inherited) {
+            // The mark has no place in the list, and is not missed in it.
+            entry->setInherited(false);
+            entries.push_back(entry);
+        }
+        for (const auto& flat : copiesOf(flats_)) {
+            const auto who = identityOf(*flat);
+            if (std::none_of(inherited.begin(), inherited.end(),
+                             [&](const auto& entry) { return identityOf(*entry) == who; }))
+                entries.push_back(flat);
+        }
+        auto result =
+            reduceToPosixAcl(entries, {lists_.owner, lists_.group, isDirectory, userIsInGroup});
+        for (const auto& loss : result.losses)
+            losses_.insert(loss.substr(std::min(loss.find('('), loss.size())));
+        return std::move(result.acl);
+    }
+
+    /// A file is not made executable by what is said of folders.
+    static PosixList withoutExecution(PosixList list) {
+        for (auto* rights : {&list.owner, &list.owningGroup, &list.others})
+            *rights = *rights - PosixExecute;
+        if (list.mask) {
+            list.mask = list.owningGroup;
+            for (const auto* named : {&list.users, &list.groups}) {
+                for (const auto& entry : *named)
+                    list.mask = *list.mask | entry.rights;
+            }
+            if (list.mask == PosixNothing)
+                list.mask = list.others;
+        }
+        return list;
+    }
+
+    Entries trees_;
+    Entries flats_;
+    InheritedLists lists_;
+    std::set<std::string> losses_;
+};
+
+/// Asks the client whether to go on, and stops the work when it says no or has gone.
+class Asking : public std::enable_shared_from_this<Asking> {
+  public:
+    explicit Asking(std::weak_ptr<NSXPCConnection> client) : client_(std::move(client)) {}
+
+    /// The answers may come after the end of the work.
+    bool ask() {
+        const auto client = client_.lock();
+        if (!client)
+            return false;
+        const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+            [self = shared_from_this()](NSErrorRef error) {
+                // A client that merely has no answer for us lets the work go on.
+                if (error->code() != NSXPCConnectionReplyInvalid)
+                    self->goesOn_ = false;
+            });
+        proxy->progressWithReply([self = shared_from_this()](bool yes) {
+            if (!yes)
+                self->goesOn_ = false;
+        });
+        return goesOn_;
+    }
+
+  private:
+    const std::weak_ptr<NSXPCConnection> client_;
+    std::atomic<bool> goesOn_ = true;
+};
+
+NSErrorRef failuresError(const AclPropagation& propagation) {
+    const auto& first = propagation.firstFailures();
+    std::string text = std::to_string(propagation.failureCount()) +
+                       (propagation.failureCount() == 1 ? " item" : " items") +
+                       " could not be changed, the others are; " +
+                       (first.size() == 1 ? "the first is " : "the first are ");
+    for (std::size_t i = 0; i != first.size(); ++i)
+        text +=
+            (i == 0 ? "" : ", ") + NSURL::fileURLWithPath(first[i].path).absoluteString() + " (" +
+            NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)->localizedDescription() +
+            ")";
+    return posixError(first.front().code, NSURL::fileURLWithPath(first.front().path), text);
+}
+
+NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
+    std::string text = "The file system cannot hold all that is inherited. It would lose";
+    std::size_t told = 0;
+    for (const auto& loss : losses) {
+        if (told++ == maxLossesTold)
+            break;
+        text += (told == 1 ? ": " : "; ") + loss;
+    }
+    if (losses.size() > maxLossesTold)
+        text += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
+    return posixError(EOPNOTSUPP, url, text + ".", "Nothing was changed. Change these entries.");
+}
+
+}  // namespace
+
+NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
+                                    const std::weak_ptr<NSXPCConnection>& client,
+                                    const PathRule& rule) {
+    if (!url.isFileURL())
+        return posixError(EINVAL, url, "Only a folder has something below it.");
+    auto opened = openPath(url.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
+    if (const auto* code = std::get_if<int>(&opened))
+        return posixError(*code, url);
+    auto& folder = std::get<FileDescriptor>(opened);
+    const auto read = readPosixAcl("/proc/self/fd/" + std::to_string(folder.get()));
+    if (const auto* failure = std::get_if<AclReadFailure>(&read))
+        return posixError(failure->code, url,
+                          failure->otherKindOfList
+                              ? "The folder has an NFSv4 access-control list; these are not "
+                                "propagated."
+                              : "");
+    InheritedLists lists;
+    try {
+        Inheritance inheritance(entries, std::get<PosixAcl>(read));
+        lists = inheritance.lists();
+        if (!inheritance.losses().empty())
+            return lossesError(inheritance.losses(), url);
+    } catch (const std::exception& error) {
+        return posixError(
+            EINVAL, url,
+            "The entries do not have the boxes of a folder's: " + std::string(error.what()),
+            "Nothing was changed. Send entries as the folder has them.");
+    }
+    const auto asking = std::make_shared<Asking>(client);
+    AclPropagation propagation(
+        lists, rule.onBehalfOf, [&](std::uint64_t) { return asking->ask(); }, interval);
+    propagation.run(std::move(folder), url.path());
+    if (propagation.isCancelled())
+        return posixError(ECANCELED, url,
+                          "The propagation was cancelled after " +
+                              std::to_string(propagation.items()) + " items.");
+    return propagation.failureCount() == 0 ? nullptr : failuresError(propagation);
+}
+
+}  // namespace morvane

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+
+#include <memory>
+#include <vector>
+
+#include "ItemPath.h"
+
+namespace morvane {
+
+/// Gives every file and folder below the folder at `url` what it inherits of `entries`, and the
+/// owner, the group and the rights that the three entries of the owner, the owning group and
+/// everyone tell; where one of these is missing, the folder's own. What an inherited entry says of
+/// one of the three counts for it instead. Files that nobody can execute stay so for these three.
+/// The folder itself is not changed; links are not followed, other file systems not entered, and
+/// what is neither file nor folder is left alone.
+///
+/// `entries` that do not fit a folder or whose inheritance the file system cannot hold are refused
+/// before anything is changed. A few times a second the client is asked whether to go on. Null if
+/// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
+/// which tells how many and which first ones (the rest is changed), or ECANCELED.
+NSErrorRef propagateAclEntriesBelow(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                                    const NSURL& url, const std::weak_ptr<NSXPCConnection>& client,
+                                    const PathRule& rule = {});
+
+}  // namespace morvane
