@@ -1,19 +1,13 @@
 #include <MorvaneOperation/platform/linux/GrantAges.h>
+#include <MorvaneOperation/platform/linux/HelperInstallation.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/PolicyFile.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 namespace morvane {
 namespace {
-
-constexpr const char* installer = MORVANE_LIBEXEC_DIR "/morvane-install-helper";
-constexpr const char* elevation = "/usr/bin/pkexec";
 
 /// Nothing is kept under a reference here: polkit itself keeps what this process was granted.
 class PolicyReference final : public AuthorizationReference {};
@@ -46,12 +40,11 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus AuthorizationCopyRights(const AuthorizationRef&,
                                      const std::vector<AuthorizationItem>& rights,
                                      std::uint32_t flags) override {
+        const bool mayAsk = (flags & kAuthorizationFlagInteractionAllowed) != 0;
         for (const auto& right : rights) {
-            // Installing has an elevation of its own, see SMJobBless.
-            if (right.name == kSMRightBlessPrivilegedHelper)
-                continue;
-            const auto status =
-                obtain(right.name, (flags & kAuthorizationFlagInteractionAllowed) != 0);
+            const auto status = right.name == kSMRightBlessPrivilegedHelper
+                                    ? obtainInstallation(mayAsk)
+                                    : obtain(right.name, mayAsk);
             if (status != errAuthorizationSuccess)
                 return status;
         }
@@ -85,15 +78,7 @@ class SystemAuthorizationServices final : public AuthorizationServices {
 
     std::optional<std::int64_t> SMJobBless(const std::string&, const std::string& label,
                                            const AuthorizationRef&) override {
-        if (isInstalled(label))
-            return std::nullopt;
-        if (access(installer, X_OK) != 0)
-            return kSMErrorToolNotValid;
-        if (access(elevation, X_OK) != 0)
-            return kSMErrorServiceUnavailable;
-        if (const auto code = runElevated())
-            return code;
-        return isInstalled(label) ? std::nullopt : std::optional(kSMErrorJobNotFound);
+        return isHelperInstalled(label) ? std::nullopt : installHelper(label);
     }
 
   private:
@@ -116,41 +101,15 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         return answer->isChallenge ? errAuthorizationInteractionNotAllowed : errAuthorizationDenied;
     }
 
-    /// The service manager listens for the helper, as root.
-    static bool isInstalled(const std::string& label) {
-        struct stat status {};
-        return lstat(("/run/" + label + ".sock").c_str(), &status) == 0 &&
-               S_ISSOCK(status.st_mode) && status.st_uid == 0;
-    }
-
-    static std::optional<std::int64_t> runElevated() {
-        char* const arguments[] = {const_cast<char*>(elevation), const_cast<char*>(installer),
-                                   nullptr};
-        pid_t child = 0;
-        if (posix_spawn(&child, elevation, nullptr, nullptr, arguments, environ) != 0)
-            return kSMErrorServiceUnavailable;
-        int status = 0;
-        while (waitpid(child, &status, 0) < 0) {
-            if (errno != EINTR)
-                return kSMErrorInternalFailure;
-        }
-        if (!WIFEXITED(status))
-            return kSMErrorInternalFailure;
-        constexpr int dismissed = 126;
-        constexpr int notAuthorized = 127;
-        switch (const int code = WEXITSTATUS(status)) {
-            case 0:
-                return std::nullopt;
-            case dismissed:
-                return kSMErrorLaunchDeniedByUser;
-            case notAuthorized:
-                return kSMErrorAuthorizationFailure;
-            default:
-                // The installer's own codes are those of this table.
-                return code >= kSMErrorInternalFailure && code <= kSMErrorAlreadyRegistered
-                           ? code
-                           : static_cast<int>(kSMErrorInternalFailure);
-        }
+    /// Nobody is asked where the helper is in its place.
+    OSStatus obtainInstallation(bool mayAsk) {
+        if (isHelperInstalled(helperLabel))
+            return errAuthorizationSuccess;
+        const auto defined = isActionDefined(installHelperRight);
+        if (!defined)
+            return errAuthorizationInternal;
+        // Where the package's action is not known, the elevation asks with an action of its own.
+        return *defined ? obtain(installHelperRight, mayAsk) : errAuthorizationSuccess;
     }
 
     /// The grants that answers rested on.

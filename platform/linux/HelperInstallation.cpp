@@ -1,0 +1,101 @@
+#include <MorvaneOperation/platform/linux/HelperInstallation.h>
+#include <MorvaneOperation/platform/security/AuthorizationServices.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+
+namespace morvane {
+namespace {
+
+constexpr const char* installer = MORVANE_LIBEXEC_DIR "/morvane-install-helper";
+constexpr const char* elevation = "/usr/bin/pkexec";
+constexpr const char* packageFolder = MORVANE_DATA_DIR "/morvaneoperation/";
+constexpr const char* packagePolicies = MORVANE_DATA_DIR "/polkit-1/actions/";
+constexpr const char* unitFolder = "/etc/systemd/system/";
+constexpr const char* policyFolder = "/usr/share/polkit-1/actions/";
+
+bool isListening(const std::string& label) {
+    struct stat status {};
+    return lstat(("/run/" + label + ".sock").c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
+           status.st_uid == 0;
+}
+
+std::optional<std::string> contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return std::nullopt;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// Whether the installed file is the package's. Where the package has none, as beside a program
+/// that was not installed, there is nothing that could be newer.
+bool isUpToDate(const std::string& ofPackage, const std::string& installed) {
+    const auto wanted = contents(ofPackage);
+    return !wanted || wanted == contents(installed);
+}
+
+std::optional<std::int64_t> codeOfInstaller(int status) {
+    if (!WIFEXITED(status))
+        return kSMErrorInternalFailure;
+    constexpr int dismissed = 126;
+    constexpr int notAuthorized = 127;
+    switch (const int code = WEXITSTATUS(status)) {
+        case 0:
+            return std::nullopt;
+        case dismissed:
+            return kSMErrorLaunchDeniedByUser;
+        case notAuthorized:
+            return kSMErrorAuthorizationFailure;
+        default:
+            // The installer's own codes are those of this table.
+            return code >= kSMErrorInternalFailure && code <= kSMErrorAlreadyRegistered
+                       ? code
+                       : static_cast<int>(kSMErrorInternalFailure);
+    }
+}
+
+std::optional<std::int64_t> runElevated() {
+    const std::array<const char*, 4> arguments{elevation, "--disable-internal-agent", installer,
+                                               nullptr};
+    pid_t child = 0;
+    if (posix_spawn(&child, elevation, nullptr, nullptr, const_cast<char* const*>(arguments.data()),
+                    environ) != 0)
+        return kSMErrorServiceUnavailable;
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return kSMErrorInternalFailure;
+    }
+    return codeOfInstaller(status);
+}
+
+}  // namespace
+
+bool isHelperInstalled(const std::string& label) {
+    if (!isListening(label))
+        return false;
+    for (const auto* const kind : {".service", ".socket"}) {
+        if (!isUpToDate(packageFolder + label + kind, unitFolder + label + kind))
+            return false;
+    }
+    const auto policy = label.substr(0, label.rfind('.')) + ".policy";
+    return isUpToDate(packagePolicies + policy, policyFolder + policy);
+}
+
+std::optional<std::int64_t> installHelper(const std::string& label) {
+    if (access(installer, X_OK) != 0)
+        return kSMErrorToolNotValid;
+    if (access(elevation, X_OK) != 0)
+        return kSMErrorServiceUnavailable;
+    if (const auto code = runElevated())
+        return code;
+    return isListening(label) ? std::nullopt : std::optional<std::int64_t>(kSMErrorJobNotFound);
+}
+
+}  // namespace morvane
