@@ -49,6 +49,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
             ->type_name("[SCRIPT]");
     command->add_flag("--dry-run", edit.dryRun, "Show the list before and after, change nothing")
         ->needs(editFlag);
+    command
+        ->add_flag("--lossy", edit.lossy,
+                   "Leave out what the file system cannot hold; never grants more")
+        ->needs(editFlag);
     propagateFlag->excludes("--edit")->excludes("--tree")->excludes("--json");
     command->footer(footer);
 

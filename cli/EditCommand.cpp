@@ -2,7 +2,8 @@
 
 #include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
 
-#include <iterator>
+#include <algorithm>
+#include <cerrno>
 
 #include "EditScript.h"
 #include "Failure.h"
@@ -11,14 +12,39 @@ namespace morvane {
 
 namespace {
 
+constexpr std::int32_t tagDeny = 2;
+
 std::string shown(const EntryList& entries, const EditOptions& options, const Style& style) {
     return options.json ? entriesAsJson(entries) : entriesAsTable(entries, options.tree, style);
+}
+
+/// The edited entries in the order in which the item's list has them, as the order decides what
+/// they mean. A new entry that denies comes first, one that allows last.
+EntryList inOrderOfEvaluation(const EntryList& edited, const EntryList& original) {
+    EntryList result;
+    const auto holds = [](const EntryList& list, const auto& entry) {
+        return std::find(list.begin(), list.end(), entry) != list.end();
+    };
+    for (const auto& entry : edited) {
+        if (!holds(original, entry) && entry->tag() == tagDeny)
+            result.push_back(entry);
+    }
+    for (const auto& entry : original) {
+        if (holds(edited, entry))
+            result.push_back(entry);
+    }
+    for (const auto& entry : edited) {
+        if (!holds(original, entry) && entry->tag() != tagDeny)
+            result.push_back(entry);
+    }
+    return result;
 }
 
 }  // namespace
 
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclInteraction& interaction, const Style& style) {
+                   const AclNearest& nearest, const AclInteraction& interaction,
+                   const Style& style) {
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
     if (!options.script && !interaction)
@@ -34,6 +60,7 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             exitCodeOf(*answer.error),
             {},
             failureMessage("cannot read the access-control list of", options.path, *answer.error)};
+    const auto inOrder = answer.entries;
     sortCanonically(answer.entries);
     const auto before = shown(answer.entries, options, style);
 
@@ -50,17 +77,32 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
     if (const auto problem = editor.unwritable())
         return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
 
-    const auto after = shown(editor.entries(), options, style);
+    auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
+    if (options.lossy) {
+        NSErrorRef error;
+        entries = nearest(entries, url, &error);
+        if (error)
+            return {
+                exitCodeOf(*error),
+                {},
+                failureMessage("cannot change the access-control list of", options.path, *error)};
+    }
+    auto toShow = options.lossy ? entries : editor.entries();
+    sortCanonically(toShow);
+    const auto after = shown(toShow, options, style);
     if (options.dryRun) {
         if (options.json)
             return {ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
         return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
                 "morvane: --dry-run, nothing was changed.\n"};
     }
-    if (const auto error = sink(editor.entries(), url))
-        return {exitCodeOf(*error),
-                {},
-                failureMessage("cannot change the access-control list of", options.path, *error)};
+    if (const auto error = sink(entries, url)) {
+        auto message =
+            failureMessage("cannot change the access-control list of", options.path, *error);
+        if (!options.lossy && error->domain() == NSPOSIXErrorDomain && error->code() == EOPNOTSUPP)
+            message += "  --lossy accepts the nearest list.\n";
+        return {exitCodeOf(*error), {}, std::move(message)};
+    }
     // What the item has now, which is not always the order of what was written.
     auto written = source(url);
     if (written.error)

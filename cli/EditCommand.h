@@ -21,6 +21,9 @@ struct EditOptions {
     std::optional<std::string> script;
     /// Shows the list before and after, and writes nothing.
     bool dryRun = false;
+    /// What the file system cannot hold is left out, and the nearest list that grants no more is
+    /// written.
+    bool lossy = false;
     bool tree = false;
     bool json = false;
 };
@@ -28,10 +31,15 @@ struct EditOptions {
 /// Writes a list and waits for the answer.
 using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& url)>;
 
+/// The nearest entries that the item at `url` can hold and that grant no more.
+using AclNearest =
+    std::function<EntryList(const EntryList& entries, const NSURL& url, NSErrorRef* error)>;
+
 /// Lets a person edit; whether the result is to be written. Empty where there is no terminal.
 using AclInteraction = std::function<bool(AclEditor& editor, const std::string& title)>;
 
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclInteraction& interaction, const Style& style);
+                   const AclNearest& nearest, const AclInteraction& interaction,
+                   const Style& style);
 
 }  // namespace morvane

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "AclRequests.h"
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
 #include "EditScreen.h"
@@ -147,6 +148,9 @@ Outcome run(int argc, char** argv) {
             *edit, entriesOf,
             [&](const EntryList& entries, const NSURL& url) {
                 return connector->setAclEntries(entries, resolved(url));
+            },
+            [&](const EntryList& entries, const NSURL& url, NSErrorRef* error) {
+                return nearestAclEntries(entries, resolved(url), error);
             },
             Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
     }

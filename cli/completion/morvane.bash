@@ -23,7 +23,7 @@ _morvane() {
                 mapfile -t COMPREPLY < <(compgen -g -- "$cur")
             elif [[ $cur == -* ]]; then
                 local -A options=([access]='--user --group --json'
-                                    [acl]='--edit --propagate --dry-run --tree --json' [ls]='--json' [rename]='--json'
+                                    [acl]='--edit --propagate --dry-run --lossy --tree --json' [ls]='--json' [rename]='--json'
                                     [size]='--base2 --base10 --json')
                 mapfile -t COMPREPLY < <(compgen -W "${options[$command]} --help --version" -- "$cur")
             else
