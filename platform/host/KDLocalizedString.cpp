@@ -76,6 +76,7 @@ const std::string& KDLocalizedString::localize(std::string_view key, std::string
     if (recent && recent->key == key && recent->table == table)
         return recent->text;
     KDLocalizedString::Lookup lookup;
+    std::uint64_t lookupGeneration = 0;
     {
         const std::shared_lock lock(s.mutex);
         const auto found = s.known.find({table, key});
@@ -84,6 +85,7 @@ const std::string& KDLocalizedString::localize(std::string_view key, std::string
             return recent->text;
         }
         lookup = s.lookup;
+        lookupGeneration = s.generation.load(std::memory_order_relaxed);
     }
     // Not under the lock: the host's look-up may come back here.
     Text text{std::string(table), std::string(key), {}};
@@ -93,7 +95,9 @@ const std::string& KDLocalizedString::localize(std::string_view key, std::string
     if (found != s.known.end())
         return found->second->text;
     const auto& kept = s.texts.emplace_back(std::move(text));
-    s.known.emplace(Place{kept.table, kept.key}, &kept);
+    // What a look-up tells that was replaced meanwhile is not remembered.
+    if (lookupGeneration == s.generation.load(std::memory_order_relaxed))
+        s.known.emplace(Place{kept.table, kept.key}, &kept);
     return kept.text;
 }
 

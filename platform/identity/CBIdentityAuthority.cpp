@@ -1,8 +1,6 @@
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
-#include <chrono>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -10,7 +8,7 @@
 namespace morvane {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = CBIdentityAuthority::Clock;
 
 constexpr const char* everyoneName = "everyone";
 
@@ -63,7 +61,7 @@ UserDatabase::~UserDatabase() = default;
 
 struct CBIdentityAuthority::State {
     std::shared_ptr<UserDatabase> database;
-    std::function<Clock::time_point()> now = Clock::now;
+    std::function<Clock::time_point()> now;
     Memory<NSUUID> byUUID;
     Memory<std::string> byName;
 };
@@ -73,9 +71,11 @@ CBIdentityAuthority& CBIdentityAuthority::defaultIdentityAuthority() {
     return *authority;
 }
 
-CBIdentityAuthority::CBIdentityAuthority(std::shared_ptr<UserDatabase> database)
+CBIdentityAuthority::CBIdentityAuthority(std::shared_ptr<UserDatabase> database,
+                                         std::function<Clock::time_point()> now)
     : state_(std::make_unique<State>()) {
     state_->database = std::move(database);
+    state_->now = std::move(now);
 }
 
 CBIdentityAuthority::~CBIdentityAuthority() = default;

@@ -2,7 +2,9 @@
 
 #include <MorvaneOperation/platform/foundation/Export.h>
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,7 +43,11 @@ class MORVANE_EXPORT CBIdentityAuthority {
   public:
     static CBIdentityAuthority& defaultIdentityAuthority();
 
-    explicit CBIdentityAuthority(std::shared_ptr<UserDatabase> database);
+    using Clock = std::chrono::steady_clock;
+
+    /// `now` tells the age of what is remembered; a test may tell another time.
+    explicit CBIdentityAuthority(std::shared_ptr<UserDatabase> database,
+                                 std::function<Clock::time_point()> now = Clock::now);
     ~CBIdentityAuthority();
 
     /// For tests: replaces the database of this authority and forgets what was looked up. Null puts

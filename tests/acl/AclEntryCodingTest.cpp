@@ -155,5 +155,18 @@ TEST_F(MVAclEntryCoding, GroupsWithoutCheckBoxesDecodeAndReadAsOff) {
     EXPECT_EQ(MVTreeNode::stateOf(*back->permissions()[0]), 0);
 }
 
+TEST_F(MVAclEntryCoding, AThousandEntriesOfOneUserReadTheUserDatabaseOnce) {
+    const auto data = NSKeyedArchiver::archivedDataWithRootObject(*MVAclEntry::initWithUuid(
+        uuidOfPosixIdentity(CBPosixUser{1000}), 0, flatTree(1, 0, 0), false));
+    const FakeUserDatabaseInstallation database;  // nobody was looked up here yet
+    for (int i = 0; i < 1000; ++i) {
+        const auto entry = decoded(data);
+        ASSERT_TRUE(entry);
+        ASSERT_TRUE(entry->identity());
+        EXPECT_EQ(entry->identity()->name(), "alice");
+    }
+    EXPECT_EQ(database->lookups, 1);
+}
+
 }  // namespace
 }  // namespace morvane

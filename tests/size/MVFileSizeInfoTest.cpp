@@ -144,11 +144,15 @@ TEST_F(MVFileSizeInfoTest, TheChangeCallbackUpdatesWhateverChanged) {
 }
 
 TEST_F(MVFileSizeInfoTest, DoesNotDependOnTheCLocale) {
-    if (!std::setlocale(LC_ALL, "de_DE.UTF-8"))
-        GTEST_SKIP() << "de_DE.UTF-8 is not installed";
+    ASSERT_EQ(setenv("LOCPATH", LOCALE_FOLDER, 1), 0);
+    ASSERT_TRUE(std::setlocale(LC_ALL, "de_DE.UTF-8"));
+    char written[8];
+    std::snprintf(written, sizeof written, "%.1f", 1.1);
+    ASSERT_STREQ(written, "1,1");
     EXPECT_EQ(text(1100), "1.1 KB");
     EXPECT_EQ(text(5000000000000000), "5000 TB");
     std::setlocale(LC_ALL, "C");
+    unsetenv("LOCPATH");
 }
 
 TEST_F(MVFileSizeInfoTest, FormatsWhileTheBaseChangesOnAnotherThread) {

@@ -1,0 +1,313 @@
+#include <MorvaneOperation/platform/foundation/NSException.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+#include "XpcTestSupport.h"
+
+/// No thread can be had while this is set.
+static std::atomic<bool> noThreads = false;
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*start)(void*), void* argument) {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return noThreads ? EAGAIN : create(thread, attributes, start, argument);
+}
+
+namespace morvane {
+namespace {
+
+/// A service that is a raw stream in the test's hands.
+class RawService {
+  public:
+    RawService()
+        : client(std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>(
+              "raw", std::make_unique<FakeServiceEndpoint>([this](const auto& far) {
+                  stream = far;
+                  return true;
+              })))) {
+        client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        client->resume();
+    }
+    ~RawService() { client->invalidate(); }
+
+    std::shared_ptr<FakeStreamSocket> stream;
+    std::shared_ptr<NSXPCConnection> client;
+};
+
+/// A service's connection whose client is a raw stream in the test's hands.
+class RawClient {
+  public:
+    RawClient() {
+        auto [near, far] = FakeStreamSocket::pair();
+        stream = near;
+        server = std::make_shared<NSXPCConnection>(
+            std::make_shared<NSXPCConnection::Core>("client", far));
+        server->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        server->setExportedObject<Echo>(std::make_shared<EchoService>());
+        server->resume();
+    }
+    ~RawClient() { server->invalidate(); }
+
+    void send(const NSData& bytes) {
+        const StreamSocket::Bytes pieces[] = {bytes};
+        stream->send(pieces);
+    }
+    void request(std::string_view selector, const NSData& body) {
+        FrameHeader header;
+        header.id = 7;
+        header.selectorLength = static_cast<std::uint8_t>(selector.size());
+        header.payloadLength = static_cast<std::uint32_t>(selector.size() + body.size());
+        const auto bytes = header.bytes();
+        NSData frame(bytes.begin(), bytes.end());
+        frame.insert(frame.end(), selector.begin(), selector.end());
+        frame.insert(frame.end(), body.begin(), body.end());
+        send(frame);
+    }
+    struct Answer {
+        FrameKind kind;
+        std::string text;
+    };
+    std::optional<Answer> answer() {
+        FrameReader reader(*stream);
+        const auto message = reader.next();
+        if (!message)
+            return std::nullopt;
+        return Answer{message->kind, std::string(message->body.begin(), message->body.end())};
+    }
+
+    std::shared_ptr<FakeStreamSocket> stream;
+    std::shared_ptr<NSXPCConnection> server;
+};
+
+NSData archiveOfText(const std::string& text) {
+    NSKeyedArchiver coder;
+    coder.encodeString(std::string_view(text), "0");
+    return coder.finishEncoding();
+}
+
+TEST(NSXPCConnection, RefusesASelectorThatTheProtocolDoesNotHave) {
+    RawClient client;
+    client.request("missing:reply:", archiveOfText("x"));
+    const auto answer = client.answer();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->kind, FrameKind::refusal);
+    EXPECT_EQ(answer->text, "The peer has no message of that name.");
+}
+
+TEST(NSXPCConnection, RefusesARequestThatIsNoArchiveAndStands) {
+    RawClient client;
+    client.request("echo:reply:", NSData{1, 2, 3});
+    EXPECT_EQ(client.answer().value().kind, FrameKind::refusal);
+    client.request("echo:reply:", archiveOfText("x"));
+    EXPECT_EQ(client.answer().value().kind, FrameKind::reply);
+}
+
+TEST(NSXPCConnection, NamesTheArgumentThatWasRefused) {
+    RawClient client;
+    NSKeyedArchiver coder;
+    coder.encodeInt64(5, "0");
+    client.request("echo:reply:", coder.finishEncoding());
+    const auto answer = client.answer().value();
+    EXPECT_EQ(answer.kind, FrameKind::refusal);
+    EXPECT_TRUE(answer.text.starts_with("Argument 0 was refused by decoding.")) << answer.text;
+}
+
+TEST(NSXPCConnection, ClosesTheStreamOfAPeerThatBreaksTheRules) {
+    RawClient client;
+    client.send(NSData(FrameHeader::size, 0));
+    EXPECT_FALSE(client.answer());
+}
+
+TEST(NSXPCConnection, IgnoresAReplyToNothing) {
+    RawClient client;
+    FrameHeader header;
+    header.kind = FrameKind::reply;
+    header.id = 99;
+    const auto bytes = header.bytes();
+    client.send(NSData(bytes.begin(), bytes.end()));
+    client.request("echo:reply:", archiveOfText("x"));
+    EXPECT_EQ(client.answer().value().kind, FrameKind::reply);
+}
+
+TEST(NSXPCConnection, AServiceMayCallItsClientWhileRequestsArePending) {
+    EchoPair pair;
+    pair.client->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    auto answering = std::make_shared<EchoService>();
+    answering->onEcho = [](std::string text, auto reply) { reply("client " + text, nullptr); };
+    pair.client->setExportedObject<Echo>(answering);
+    pair.service->onEcho = [&](std::string text, auto reply) {
+        auto& server = *pair.servers.front();
+        server.setRemoteObjectInterface(pair.remote);
+        server.remoteObjectProxy<Echo>()->echo(
+            text, [reply](std::string back, NSErrorRef) { reply("service " + back, nullptr); });
+    };
+    pair.client->resume();
+    std::vector<std::future<EchoPair::Outcome>> outcomes;
+    for (int i = 0; i < 50; ++i)
+        outcomes.push_back(pair.echo(std::to_string(i)));
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(await(std::move(outcomes[static_cast<std::size_t>(i)])).text,
+                  "service client " + std::to_string(i));
+    }
+}
+
+TEST(NSXPCConnection, MayBeLetGoOfInItsOwnCallback) {
+    auto pair = std::make_unique<EchoPair>();
+    auto server = std::make_shared<EchoService>();
+    std::promise<void> invalidated;
+    auto [near, far] = FakeStreamSocket::pair();
+    auto service =
+        std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>("client", far));
+    service->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    service->setExportedObject<Echo>(server);
+    service->resume();
+    auto client =
+        std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>("service", near));
+    client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    client->setInvalidationHandler([&] { invalidated.set_value(); });
+    client->resume();
+    client->remoteObjectProxy<Echo>()->echo("x", [&](auto, auto) { client.reset(); });
+    await(invalidated.get_future());
+    service->invalidate();
+}
+
+TEST(NSXPCConnection, ReportsInvalidationOnceAndNothingAfterIt) {
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> invalidations = 0;
+        std::atomic<int> late = 0;
+        std::promise<void> reported;
+        {
+            RawService service;
+            service.client->setInterruptionHandler([&] { late += invalidations; });
+            service.client->setInvalidationHandler([&] {
+                ++invalidations;
+                reported.set_value();
+            });
+            service.client
+                ->remoteObjectProxyWithErrorHandler<Echo>(
+                    [&](NSErrorRef) { late += invalidations; })
+                ->echo("x", [&](auto, auto) { late += invalidations; });
+            std::thread ender([&] { service.client->invalidate(); });
+            service.stream->shutdown();
+            service.client->invalidate();
+            ender.join();
+            await(reported.get_future());
+        }
+        EXPECT_EQ(invalidations, 1);
+        EXPECT_EQ(late, 0);
+    }
+}
+
+TEST(NSXPCConnection, AnInterruptedOneIsUsedAgain) {
+    EchoPair pair;
+    pair.client->resume();
+    await(pair.echo("x"));
+    pair.service->onEcho = [&](auto, auto) { pair.servers.front()->invalidate(); };
+    EXPECT_EQ(await(pair.echo("x")).code, NSXPCConnectionInterrupted);
+    pair.service->onEcho = nullptr;
+    EXPECT_EQ(await(pair.echo("again")).text, "again");
+    EXPECT_EQ(pair.streams, 2);
+    EXPECT_EQ(pair.interruptions, 1);
+}
+
+TEST(NSXPCConnection, EndedByItsOwnerIsNotSaidToKeepCrashing) {
+    EchoPair pair;
+    pair.onStream = [](FakeStreamSocket& far) { far.endAfterSending(1); };
+    pair.client->resume();
+    for (unsigned i = 0; i + 1 < limits::crashesWithoutAnswer; ++i)
+        EXPECT_EQ(await(pair.echo("x")).code, NSXPCConnectionInterrupted);
+    pair.onStream = nullptr;
+    pair.service->onEcho = [&](auto, auto) { pair.client->invalidate(); };
+    EXPECT_EQ(await(pair.echo("x")).code, NSXPCConnectionInterrupted);
+    pair.invalidatedFuture.wait_for(watchdog);
+    const auto outcome = await(pair.echo("x"));
+    EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+    EXPECT_FALSE(outcome.error->userInfo().contains(NSUnderlyingErrorKey));
+}
+
+TEST(NSXPCConnection, RequestsBeyondTheLimitOfThoseThatWaitAreRefused) {
+    EchoPair pair;
+    std::vector<std::future<EchoPair::Outcome>> waiting;
+    for (std::size_t i = 0; i < limits::requestsDeferred; ++i)
+        waiting.push_back(pair.echo("x"));
+    EXPECT_EQ(await(pair.echo("one too many")).code, NSXPCConnectionInvalid);
+    pair.client->resume();
+    for (auto& outcome : waiting)
+        EXPECT_EQ(await(std::move(outcome)).text, "x");
+}
+
+TEST(NSXPCConnection, RequestsBeyondTheLimitOfThoseInFlightAreRefused) {
+    RawService service;
+    const auto proxy = service.client->remoteObjectProxyWithErrorHandler<Echo>([](NSErrorRef) {});
+    for (std::size_t i = 0; i < limits::requestsInFlight; ++i)
+        proxy->echo("x", [](auto, auto) {});
+    std::promise<std::int64_t> refused;
+    service.client
+        ->remoteObjectProxyWithErrorHandler<Echo>(
+            [&](NSErrorRef error) { refused.set_value(error->code()); })
+        ->echo("x", [](auto, auto) {});
+    EXPECT_EQ(await(refused.get_future()), NSXPCConnectionInvalid);
+}
+
+TEST(NSXPCConnection, InvalidateDoesNotWaitForAServiceThatIsSlowToStart) {
+    std::promise<void> starting;
+    std::promise<void> mayGoOn;
+    auto connection = std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>(
+        "slow", std::make_unique<FakeServiceEndpoint>([&](const auto&) {
+            starting.set_value();
+            mayGoOn.get_future().wait();
+            return true;
+        })));
+    connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    std::promise<void> invalidated;
+    connection->setInvalidationHandler([&] { invalidated.set_value(); });
+    connection->resume();
+    std::promise<std::int64_t> ended;
+    std::thread sender([&] {
+        connection
+            ->remoteObjectProxyWithErrorHandler<Echo>(
+                [&](NSErrorRef error) { ended.set_value(error->code()); })
+            ->echo("x", [](auto, auto) {});
+    });
+    await(starting.get_future());
+    EXPECT_EQ(connection->processIdentifier(), -1);
+    connection->invalidate();
+    mayGoOn.set_value();
+    EXPECT_EQ(await(ended.get_future()), NSXPCConnectionInvalid);
+    await(invalidated.get_future());
+    sender.join();
+}
+
+TEST(NSXPCConnection, ARequestEndsWithAnErrorWhenNoThreadCanBeHad) {
+    EchoPair pair;
+    pair.onStream = [](FakeStreamSocket&) { noThreads = true; };
+    pair.client->resume();
+    pair.service->onEcho = [](auto, auto) {};
+    const auto outcome = await(pair.echo("x"));
+    noThreads = false;
+    EXPECT_NE(outcome.code, 0);
+}
+
+TEST(NSXPCConnection, AReplyThatCannotBeEncodedEndsItsRequestOnAnyThread) {
+    EchoPair pair;
+    std::promise<NSXPCReply<std::string, NSErrorRef>> kept;
+    pair.service->onEcho = [&](auto, auto reply) { kept.set_value(reply); };
+    pair.client->resume();
+    auto outcome = pair.echo("x");
+    std::thread later([&] { await(kept.get_future())("\xff not text", nullptr); });
+    later.join();
+    const auto refused = await(std::move(outcome));
+    EXPECT_EQ(refused.code, NSXPCConnectionReplyInvalid);
+    EXPECT_TRUE(refused.error->localizedDescription().starts_with("The service refused"));
+    pair.service->onEcho = nullptr;
+    EXPECT_EQ(await(pair.echo("next")).text, "next");
+}
+
+}  // namespace
+}  // namespace morvane

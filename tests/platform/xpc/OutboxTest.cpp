@@ -1,0 +1,145 @@
+#include <MorvaneOperation/platform/xpc/Outbox.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace morvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Takes what a test lets it take.
+class ScriptedSocket final : public StreamSocket {
+  public:
+    /// Bytes that one send() takes; every second one takes none.
+    std::size_t trickle = 0;
+    std::atomic<std::size_t> taken = 0;
+    std::atomic<std::size_t> sends = 0;
+    bool takesAll = false;
+
+    std::size_t receive(std::span<std::uint8_t>, const Deadline&) override { return 0; }
+    std::optional<std::size_t> send(std::span<const Bytes> pieces) override {
+        std::size_t all = 0;
+        for (const auto& piece : pieces)
+            all += piece.size();
+        const bool isOdd = sends++ % 2 != 0;
+        const auto count = takesAll ? all : isOdd ? 0 : std::min(trickle, all);
+        taken += count;
+        return count;
+    }
+    bool waitUntilWritable(const Deadline& deadline) override {
+        std::unique_lock lock(mutex_);
+        if (trickle != 0)
+            return !ended_;
+        return changed_.wait_until(lock, *deadline, [&] { return ended_; }) && false;
+    }
+    void shutdown() override {
+        const std::lock_guard lock(mutex_);
+        ended_ = true;
+        changed_.notify_all();
+    }
+    PeerCredentials peer() const override { return {}; }
+
+    bool waitUntilShutDown() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, 30s, [&] { return ended_; });
+    }
+    bool isShutDown() {
+        const std::lock_guard lock(mutex_);
+        return ended_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool ended_ = false;
+};
+
+NSData bytes(std::size_t count) {
+    return NSData(count, 'x');
+}
+
+TEST(Outbox, CutsAReaderOffThatNeverReads) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1 << 20, 1ms});
+    outbox->send(FrameKind::reply, 1, {}, bytes(10));
+    EXPECT_TRUE(socket->waitUntilShutDown());
+}
+
+TEST(Outbox, CutsAReaderOffThatTricklesAlthoughItAlwaysGetsOn) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->trickle = 1;
+    const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1 << 24, 20ms});
+    outbox->send(FrameKind::reply, 1, {}, bytes(limits::frameSize));
+    EXPECT_TRUE(socket->waitUntilShutDown());
+    EXPECT_GT(socket->taken, 1U);
+    EXPECT_LT(socket->taken, limits::frameSize);
+}
+
+TEST(Outbox, GivesEachFrameOfAMessageItsOwnTime) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->trickle = limits::frameSize / 4;
+    const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1 << 24, 30s});
+    outbox->send(FrameKind::reply, 1, {}, bytes(3 * limits::frameSize));
+    const auto end = std::chrono::steady_clock::now() + 30s;
+    while (socket->taken != 3 * (limits::frameSize + FrameHeader::size)) {
+        ASSERT_LT(std::chrono::steady_clock::now(), end);
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(socket->isShutDown());
+}
+
+TEST(Outbox, HoldsNoMoreBytesThanItsLimit) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1000, 30s});
+    outbox->send(FrameKind::reply, 1, {}, bytes(500));
+    EXPECT_FALSE(socket->isShutDown());
+    outbox->send(FrameKind::reply, 2, {}, bytes(500));
+    EXPECT_TRUE(socket->isShutDown());
+}
+
+TEST(Outbox, RefusesAMessageOverTheLimit) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->takesAll = true;
+    const auto outbox = std::make_shared<Outbox>(socket);
+    outbox->send(FrameKind::reply, 1, {}, bytes(limits::messageSize + 1));
+    EXPECT_TRUE(socket->isShutDown());
+    EXPECT_EQ(socket->taken, 0U);
+}
+
+TEST(Outbox, SendsAtOnceWhenNothingIsInTheWay) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->takesAll = true;
+    const auto outbox = std::make_shared<Outbox>(socket);
+    outbox->send(FrameKind::reply, 1, {}, bytes(10));
+    EXPECT_EQ(socket->taken, FrameHeader::size + 10);
+    EXPECT_EQ(socket->sends, 1U);
+}
+
+TEST(Outbox, SendsWhatWasHeldBackInOneGo) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->takesAll = true;
+    const auto outbox = std::make_shared<Outbox>(socket);
+    outbox->holdBack();
+    for (std::uint64_t id = 1; id <= 64; ++id)
+        outbox->send(FrameKind::reply, id, {}, bytes(100));
+    EXPECT_EQ(socket->sends, 0U);
+    outbox->release();
+    EXPECT_EQ(socket->sends, 1U);
+    EXPECT_EQ(socket->taken, 64 * (FrameHeader::size + 100));
+}
+
+TEST(Outbox, HoldsBackOnlyWhatTheHoldingThreadSends) {
+    const auto socket = std::make_shared<ScriptedSocket>();
+    socket->takesAll = true;
+    const auto outbox = std::make_shared<Outbox>(socket);
+    outbox->holdBack();
+    std::thread([&] { outbox->send(FrameKind::request, 1, "a:", bytes(10)); }).join();
+    EXPECT_EQ(socket->taken, FrameHeader::size + 12);
+}
+
+}  // namespace
+}  // namespace morvane
