@@ -24,5 +24,6 @@ Lines decode1000Entries(const Options& options);
 
 Lines sizeText(const Options& options);
 Lines displayInfo(const Options& options);
+Lines sizeTree(const Options& options);
 
 }  // namespace bench

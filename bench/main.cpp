@@ -33,6 +33,7 @@ constexpr Row rows[] = {
     {"size-text", sizeText},
     {"display-info", displayInfo},
     {"items-100k", items100k},
+    {"size-tree", sizeTree},
 };
 
 constexpr int failure = 1;
