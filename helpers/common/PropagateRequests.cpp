@@ -125,16 +125,14 @@ class Inheritance {
         return std::move(result.acl);
     }
 
-    /// A file is not made executable by what is said of folders.
+    /// A file is not made executable by what is said of folders: as in a new file, the mask
+    /// withholds what the named ones could do.
     static PosixList withoutExecution(PosixList list) {
         for (auto* rights : {&list.owner, &list.owningGroup, &list.others})
             *rights = *rights - PosixExecute;
         if (list.mask) {
-            list.mask = list.owningGroup;
-            for (const auto* named : {&list.users, &list.groups}) {
-                for (const auto& entry : *named)
-                    list.mask = *list.mask | entry.rights;
-            }
+            list.mask = *list.mask - PosixExecute;
+            // With an empty mask the system would take the named ones for others.
             if (list.mask == PosixNothing)
                 list.mask = list.others;
         }

@@ -15,7 +15,7 @@ namespace morvane {
 /// Gives every file and folder below the folder at `url` what it inherits of `entries`, and the
 /// owner, the group and the rights that the three entries of the owner, the owning group and
 /// everyone tell; where one of these is missing, the folder's own. What an inherited entry says of
-/// one of the three counts for it instead. Files that nobody can execute stay so for these three.
+/// one of the three counts for it instead. Files that nobody can execute stay so.
 /// The folder itself is not changed; links are not followed, other file systems not entered, and
 /// what is neither file nor folder is left alone.
 ///

@@ -1,0 +1,448 @@
+#include <MorvaneOperation/acl_perms.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "AclPropagation.h"
+#include "AclRequests.h"
+#include "PosixAclEntries.h"
+#include "PosixAclReader.h"
+#include "PosixAclWriter.h"
+#include "PropagateRequests.h"
+
+namespace morvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr PosixRights r = PosixRead;
+constexpr PosixRights none = PosixNothing;
+constexpr PosixRights rw = PosixRead | PosixWrite;
+constexpr PosixRights rx = PosixRead | PosixExecute;
+constexpr PosixRights rwx = PosixEverything;
+constexpr std::uint32_t alice = 3000003;
+constexpr std::uint32_t staff = 3000005;
+constexpr uid_t ordinaryUser = 65534;
+
+constexpr std::uint32_t thisItem = ACL_ENTRY_ONLY_INHERIT;
+constexpr std::uint32_t childFiles = ACL_ENTRY_FILE_INHERIT;
+constexpr std::uint32_t childFolders = ACL_ENTRY_DIRECTORY_INHERIT;
+constexpr std::uint32_t allDescendants = ACL_ENTRY_LIMIT_INHERIT;
+
+using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
+
+std::shared_ptr<MVAclEntry> entry(const CBPosixIdentity& who, PosixRights rights,
+                                  std::uint32_t applies, std::int32_t tag = 1) {
+    auto nodes = permissionTree(boxesOfRights(rights, tag == 2, false, true), true);
+    nodes.push_back(appliesToNode(applies));
+    return MVAclEntry::initWithUuid(uuidOfPosixIdentity(who), tag, std::move(nodes), false);
+}
+
+PosixAcl aclOf(const std::string& path) {
+    auto acl = readPosixAcl(path);
+    EXPECT_TRUE(std::holds_alternative<PosixAcl>(acl)) << path;
+    return std::get<PosixAcl>(acl);
+}
+
+void write(const std::string& path, const PosixList& access,
+           const std::optional<PosixList>& defaults = std::nullopt) {
+    const auto old = aclOf(path);
+    auto acl = old;
+    acl.access = access;
+    acl.defaults = defaults;
+    ASSERT_EQ(writePosixAcl(path, old, acl), 0);
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+}
+
+/// A folder `top` with the files "file" and "program" and the folder "sub", which has a file and a
+/// folder with a file.
+class PropagateRequests : public testing::Test {
+  protected:
+    PropagateRequests() {
+        char pattern[] = "/tmp/morvane-propagate.XXXXXX";
+        outside_ = mkdtemp(pattern);
+        top_ = outside_ + "/top";
+        fs::create_directories(top_ + "/sub/deep");
+        // Who is named after everyone has at least what everyone has.
+        chmod(top_.c_str(), 0700);
+        for (const auto* const file : {"/file", "/program", "/sub/file", "/sub/deep/file"})
+            makeFile(top_ + file);
+        chmod((top_ + "/program").c_str(), 0755);
+    }
+    ~PropagateRequests() override { fs::remove_all(outside_); }
+
+    static void makeFile(const std::string& path) {
+        std::ofstream(path) << "text";
+        ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    }
+
+    NSURL url() const { return NSURL::fileURLWithPath(top_); }
+    Entries own() const {
+        auto answer = aclEntriesOfUrl(url());
+        EXPECT_EQ(answer.error, nullptr);
+        return answer.entries;
+    }
+    NSErrorRef propagate(const Entries& entries, const PathRule& rule = {}) const {
+        return propagateAclEntriesBelow(entries, url(), {}, rule);
+    }
+    Entries ownAnd(const std::shared_ptr<MVAclEntry>& more) const {
+        auto entries = own();
+        entries.push_back(more);
+        return entries;
+    }
+
+    std::string outside_;
+    std::string top_;
+};
+
+TEST_F(PropagateRequests, EverythingBelowGetsWhatItInherits) {
+    const PosixList access{rwx, rx, rx, rwx, {{alice, rwx}}, {}};
+    const PosixList defaults{rwx, rx, none, rwx, {{alice, rwx}}, {{staff, rx}}};
+    write(top_, access, defaults);
+    ASSERT_EQ(propagate(own()), nullptr);
+
+    const PosixList folder{rwx, rx, none, rwx, {{alice, rwx}}, {{staff, rx}}};
+    for (const auto* const path : {"/sub", "/sub/deep"}) {
+        EXPECT_EQ(aclOf(top_ + path).access, folder) << path;
+        EXPECT_EQ(aclOf(top_ + path).defaults, defaults) << path;
+    }
+    EXPECT_EQ(aclOf(top_ + "/program").access, folder);
+    EXPECT_EQ(aclOf(top_).access, access) << "the folder itself stays";
+}
+
+TEST_F(PropagateRequests, AFileThatNobodyCanExecuteStaysSo) {
+    write(top_, {rwx, rx, rx, {}, {}, {}}, PosixList{rwx, rx, rx, rwx, {{alice, rwx}}, {}});
+    ASSERT_EQ(propagate(own()), nullptr);
+    const PosixList expected{rw, r, r, rw, {{alice, rwx}}, {}};
+    EXPECT_EQ(aclOf(top_ + "/file").access, expected);
+    EXPECT_EQ(aclOf(top_ + "/sub/deep/file").access, expected);
+    EXPECT_EQ(modeOf(top_ + "/program") & 0111, 0111U);
+}
+
+TEST_F(PropagateRequests, AFolderWithoutInheritedEntriesGivesItsOwnThreeClasses) {
+    chmod(top_.c_str(), 0750);
+    write(top_ + "/sub", {rwx, rwx, rwx, rwx, {{alice, rwx}}, {}},
+          PosixList{rwx, r, r, {}, {}, {}});
+    ASSERT_EQ(propagate(own()), nullptr);
+    EXPECT_EQ(modeOf(top_ + "/file"), 0640U);
+    EXPECT_EQ(modeOf(top_ + "/program"), 0750U);
+    EXPECT_EQ(modeOf(top_ + "/sub"), 0750U);
+    EXPECT_EQ(aclOf(top_ + "/sub").access, (PosixList{rwx, rx, none, {}, {}, {}}));
+    EXPECT_EQ(aclOf(top_ + "/sub").defaults, std::nullopt);
+}
+
+TEST_F(PropagateRequests, TheOwnerAndTheGroupOfTheEntriesAreGiven) {
+    ASSERT_EQ(chown(top_.c_str(), 3000001, 3000002), 0);
+    ASSERT_EQ(propagate(own()), nullptr);
+    for (const auto* const path : {"/file", "/program", "/sub", "/sub/deep/file"}) {
+        EXPECT_EQ(aclOf(top_ + path).owner, 3000001U) << path;
+        EXPECT_EQ(aclOf(top_ + path).group, 3000002U) << path;
+    }
+}
+
+TEST_F(PropagateRequests, AnEntryForTheFolderAloneReachesNothing) {
+    ASSERT_EQ(propagate(ownAnd(entry(CBPosixUser{alice}, rx, thisItem))), nullptr);
+    EXPECT_TRUE(aclOf(top_ + "/file").access.users.empty());
+    EXPECT_TRUE(aclOf(top_ + "/sub").access.users.empty());
+}
+
+TEST_F(PropagateRequests, AnEntryForChildFilesReachesNoFolder) {
+    ASSERT_EQ(propagate(ownAnd(entry(CBPosixUser{alice}, r, childFiles | allDescendants))),
+              nullptr);
+    EXPECT_EQ(aclOf(top_ + "/file").access.users, (std::vector<PosixNamedRights>{{alice, r}}));
+    EXPECT_TRUE(aclOf(top_ + "/sub").access.users.empty());
+    EXPECT_TRUE(aclOf(top_ + "/sub/file").access.users.empty());
+}
+
+TEST_F(PropagateRequests, AnEntryForOneLevelGoesNoDeeper) {
+    ASSERT_EQ(propagate(ownAnd(entry(CBPosixUser{alice}, r, childFiles | childFolders))), nullptr);
+    const std::vector<PosixNamedRights> reached{{alice, r}};
+    EXPECT_EQ(aclOf(top_ + "/file").access.users, reached);
+    EXPECT_EQ(aclOf(top_ + "/sub").access.users, reached);
+    EXPECT_EQ(aclOf(top_ + "/sub").defaults, std::nullopt);
+    EXPECT_TRUE(aclOf(top_ + "/sub/file").access.users.empty());
+    EXPECT_TRUE(aclOf(top_ + "/sub/deep").access.users.empty());
+}
+
+TEST_F(PropagateRequests, AnInheritedEntryOfAClassCountsForIt) {
+    ASSERT_EQ(propagate(ownAnd(entry(CBEveryone{}, r, childFiles | childFolders | allDescendants))),
+              nullptr);
+    EXPECT_EQ(aclOf(top_ + "/file").access.others, r);
+    EXPECT_EQ(aclOf(top_ + "/sub/deep").access.others, r);
+}
+
+TEST_F(PropagateRequests, WhatTheFileSystemCannotHoldIsRefusedBeforeAnythingChanges) {
+    chmod(top_.c_str(), 0755);
+    const auto before = aclOf(top_ + "/file");
+    // Sub-folders would have to hand it to their files and not to their folders.
+    auto oddly = entry(CBPosixUser{alice}, r, thisItem | childFolders | allDescendants);
+    const auto error = propagate(ownAnd(oddly));
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(error->code(), EOPNOTSUPP);
+    EXPECT_NE(error->localizedDescription().find(
+                  "The file system cannot hold all that is inherited. It would lose: "),
+              std::string::npos)
+        << error->localizedDescription();
+    EXPECT_EQ(aclOf(top_ + "/file"), before);
+}
+
+TEST_F(PropagateRequests, EntriesOfAFileAreRefused) {
+    auto entries = own();
+    entries.push_back(MVAclEntry::initWithUuid(uuidOfPosixIdentity(CBPosixUser{alice}), 1,
+                                               permissionTree(ACL_READ_DATA, false), false));
+    chmod(top_.c_str(), 0755);
+    ASSERT_EQ(propagate(entries), nullptr) << "an entry that reaches nothing is no harm";
+    EXPECT_TRUE(aclOf(top_ + "/file").access.users.empty());
+}
+
+TEST_F(PropagateRequests, SomethingElseThanAFolderIsRefused) {
+    const auto file = NSURL::fileURLWithPath(top_ + "/file");
+    EXPECT_EQ(propagateAclEntriesBelow(own(), file, {})->code(), ENOTDIR);
+    EXPECT_EQ(propagateAclEntriesBelow(own(), NSURL::fileURLWithPath(top_ + "/no"), {})->code(),
+              ENOENT);
+    EXPECT_EQ(propagateAclEntriesBelow(own(), *NSURL::URLWithString("https://a/b"), {})->code(),
+              EINVAL);
+}
+
+TEST_F(PropagateRequests, LinksAreNotFollowedAndOtherThingsAreLeftAlone) {
+    fs::create_directory(outside_ + "/elsewhere");
+    makeFile(outside_ + "/elsewhere/file");
+    chmod((outside_ + "/elsewhere").c_str(), 0700);
+    fs::create_symlink(outside_ + "/elsewhere", top_ + "/to-folder");
+    fs::create_symlink(outside_ + "/elsewhere/file", top_ + "/to-file");
+    fs::create_symlink("..", top_ + "/sub/loop");
+    ASSERT_EQ(mkfifo((top_ + "/pipe").c_str(), 0600), 0);
+    chmod(top_.c_str(), 0755);
+    ASSERT_EQ(propagate(own()), nullptr);
+    EXPECT_EQ(modeOf(outside_ + "/elsewhere"), 0700U);
+    EXPECT_EQ(modeOf(outside_ + "/elsewhere/file"), 0600U);
+    EXPECT_EQ(modeOf(top_ + "/pipe"), 0600U);
+    EXPECT_EQ(modeOf(top_ + "/file"), 0644U);
+}
+
+/// In a process of its own, so that what it changes of itself ends with it.
+template <class Work>
+int exitCodeOf(Work work) {
+    const auto child = fork();
+    if (child == 0)
+        _exit(work());
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(PropagateRequests, AnotherFileSystemIsNotEntered) {
+    chmod(top_.c_str(), 0755);
+    fs::create_directory(top_ + "/mounted");
+    const auto code = exitCodeOf([&] {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", (top_ + "/mounted").c_str(), "tmpfs", 0, "mode=700") != 0)
+            return 1;
+        makeFile(top_ + "/mounted/file");
+        if (propagate(own()))
+            return 2;
+        if (modeOf(top_ + "/mounted") != 0700 || modeOf(top_ + "/mounted/file") != 0600)
+            return 3;
+        return modeOf(top_ + "/file") == 0644 ? 0 : 4;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+TEST_F(PropagateRequests, WhatCannotBeChangedIsCountedAndTheRestIsChanged) {
+    ASSERT_EQ(chown(outside_.c_str(), ordinaryUser, ordinaryUser), 0);
+    for (const auto* const path : {"", "/program", "/sub", "/sub/file", "/sub/deep"})
+        ASSERT_EQ(chown((top_ + path).c_str(), ordinaryUser, ordinaryUser), 0);
+    chmod(top_.c_str(), 0755);
+    const auto code = exitCodeOf([&] {
+        if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+            return 1;
+        const auto error = propagate(own());
+        if (!error || error->domain() != NSPOSIXErrorDomain || error->code() != EPERM)
+            return 2;
+        const auto text = error->localizedDescription();
+        if (!text.starts_with("2 items could not be changed, the others are; the first are "))
+            return 3;
+        if (text.find("/top/file (Operation not permitted)") == std::string::npos ||
+            text.find("/top/sub/deep/file (Operation not permitted)") == std::string::npos)
+            return 4;
+        return 0;
+    });
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(modeOf(top_ + "/file"), 0600U);
+    EXPECT_EQ(aclOf(top_ + "/file").owner, 0U);
+    EXPECT_EQ(modeOf(top_ + "/sub/file"), 0644U);
+    EXPECT_EQ(modeOf(top_ + "/sub/deep"), 0755U);
+}
+
+TEST_F(PropagateRequests, OnlyTheFirstFailuresAreNamed) {
+    ASSERT_EQ(chown(top_.c_str(), ordinaryUser, ordinaryUser), 0);
+    chmod(outside_.c_str(), 0755);
+    chmod(top_.c_str(), 0755);
+    for (int i = 0; i != 10; ++i)
+        makeFile(top_ + "/more" + std::to_string(i));
+    const auto code = exitCodeOf([&] {
+        if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+            return 1;
+        const auto text = propagate(own())->localizedDescription();
+        std::size_t named = 0;
+        for (auto at = text.find(" ("); at != std::string::npos; at = text.find(" (", at + 1))
+            ++named;
+        return named == 5 && text.starts_with("16 items could not") ? 0 : 2;
+    });
+    EXPECT_EQ(code, 0);
+}
+
+TEST_F(PropagateRequests, AFolderThatItsNewListOpensIsEntered) {
+    for (const auto* const path :
+         {"", "/file", "/program", "/sub", "/sub/file", "/sub/deep", "/sub/deep/file"})
+        ASSERT_EQ(chown((top_ + path).c_str(), ordinaryUser, ordinaryUser), 0);
+    chmod(outside_.c_str(), 0755);
+    chmod(top_.c_str(), 0750);
+    chmod((top_ + "/sub").c_str(), 0000);
+    chmod((top_ + "/file").c_str(), 0000);
+    EXPECT_EQ(exitCodeOf([&] {
+                  if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+                      return 1;
+                  return propagate(own()) ? 2 : 0;
+              }),
+              0);
+    EXPECT_EQ(modeOf(top_ + "/file"), 0640U);
+    EXPECT_EQ(modeOf(top_ + "/sub"), 0750U);
+    EXPECT_EQ(modeOf(top_ + "/sub/deep/file"), 0640U);
+}
+
+TEST_F(PropagateRequests, OnBehalfOfAUserAFileWithFurtherNamesIsLeftAlone) {
+    chmod(top_.c_str(), 0755);
+    fs::create_hard_link(top_ + "/file", outside_ + "/other-name");
+    const auto error = propagate(own(), PathRule{ordinaryUser});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->code(), EMLINK);
+    EXPECT_EQ(modeOf(outside_ + "/other-name"), 0600U);
+    EXPECT_EQ(modeOf(top_ + "/sub/file"), 0644U);
+}
+
+TEST_F(PropagateRequests, OnBehalfOfAUserNoLinkLeadsToTheFolder) {
+    fs::create_directory_symlink(top_, outside_ + "/link");
+    const auto error = propagateAclEntriesBelow(
+        own(), NSURL::fileURLWithPath(outside_ + "/link/sub"), {}, PathRule{ordinaryUser});
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->code(), ELOOP);
+}
+
+TEST_F(PropagateRequests, SetuidSetgidAndStickySurviveWhereTheOwnerStays) {
+    chmod(top_.c_str(), 0755);
+    chmod((top_ + "/program").c_str(), 06711);
+    chmod((top_ + "/sub").c_str(), 03700);
+    ASSERT_EQ(propagate(own()), nullptr);
+    EXPECT_EQ(modeOf(top_ + "/program"), 06755U);
+    EXPECT_EQ(modeOf(top_ + "/sub"), 03755U);
+}
+
+InheritedLists plainLists() {
+    InheritedLists lists;
+    for (auto& level : lists.levels) {
+        level.file = {rw, r, r, {}, {}, {}};
+        level.executable = level.folder = {rwx, rx, rx, {}, {}, {}};
+    }
+    return lists;
+}
+
+FileDescriptor opened(const std::string& path) {
+    return FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+TEST_F(PropagateRequests, AnAnswerNoStopsTheWork) {
+    for (int i = 0; i != 2000; ++i)
+        makeFile(top_ + "/sub/" + std::to_string(i));
+    std::uint64_t told = 0;
+    AclPropagation propagation(
+        plainLists(), std::nullopt,
+        [&](std::uint64_t items) {
+            told = items;
+            return false;
+        },
+        std::chrono::milliseconds(0));
+    propagation.run(opened(top_), top_);
+    EXPECT_TRUE(propagation.isCancelled());
+    EXPECT_LE(told, propagation.items());
+    EXPECT_LT(propagation.items(), 1000U);
+}
+
+TEST_F(PropagateRequests, ProgressTellsAllItemsInTheEnd) {
+    AclPropagation propagation(
+        plainLists(), std::nullopt, [](std::uint64_t) { return true; },
+        std::chrono::milliseconds(0));
+    propagation.run(opened(top_), top_);
+    EXPECT_FALSE(propagation.isCancelled());
+    EXPECT_EQ(propagation.items(), 6U);
+    EXPECT_EQ(propagation.failureCount(), 0U);
+}
+
+TEST_F(PropagateRequests, AClientThatHasGoneStopsALongPropagation) {
+    // Asked for the first time while files are still left, whatever the machine's speed.
+    std::atomic<int> asked = 0;
+    AclPropagation propagation(
+        plainLists(), std::nullopt, [&](std::uint64_t) { return ++asked < 2; },
+        std::chrono::milliseconds(0));
+    for (int i = 0; i != 500; ++i)
+        makeFile(top_ + "/" + std::to_string(i));
+    propagation.run(opened(top_), top_);
+    EXPECT_EQ(asked, 2);
+    EXPECT_TRUE(propagation.isCancelled());
+}
+
+TEST_F(PropagateRequests, ATreeThatChangesUnderneathHarmsNothingElse) {
+    fs::create_directory(outside_ + "/elsewhere");
+    makeFile(outside_ + "/elsewhere/file");
+    chmod((outside_ + "/elsewhere").c_str(), 0700);
+    for (int i = 0; i != 50; ++i) {
+        fs::create_directory(top_ + "/d" + std::to_string(i));
+        makeFile(top_ + "/d" + std::to_string(i) + "/file");
+    }
+    std::atomic<bool> stop = false;
+    std::thread changer([&] {
+        std::error_code ignored;
+        for (int i = 0; !stop; i = (i + 1) % 50) {
+            const auto folder = top_ + "/d" + std::to_string(i);
+            // The folder is one moment a folder, the next a link out of the tree, then gone.
+            fs::rename(folder, outside_ + "/aside", ignored);
+            fs::create_directory_symlink(outside_ + "/elsewhere", folder, ignored);
+            fs::remove(folder, ignored);
+            fs::remove(outside_ + "/aside/file", ignored);
+            fs::rename(outside_ + "/aside", folder, ignored);
+        }
+    });
+    for (int i = 0; i != 50; ++i) {
+        AclPropagation propagation(plainLists(), std::nullopt);
+        propagation.run(opened(top_), top_);
+        for (const auto& failure : propagation.firstFailures())
+            ADD_FAILURE() << failure.path << ": " << failure.code;
+    }
+    stop = true;
+    changer.join();
+    EXPECT_EQ(modeOf(outside_ + "/elsewhere"), 0700U);
+    EXPECT_EQ(modeOf(outside_ + "/elsewhere/file"), 0600U);
+    EXPECT_EQ(modeOf(top_ + "/file"), 0644U);
+}
+
+}  // namespace
+}  // namespace morvane
