@@ -67,6 +67,7 @@ class AclPropagation::Walk {
     }
 
     void run() {
+        tell();
         std::thread second;
         try {
             second = std::thread([this] { work(false); });
