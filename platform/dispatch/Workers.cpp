@@ -69,8 +69,12 @@ std::function<void()> keepingFirstTask(const std::function<void()>& work) {
     return first;
 }
 
+bool keepsNextTask() {
+    return kept && !*kept;
+}
+
 void runOnWorker(std::function<void()> task) {
-    if (kept && !*kept) {
+    if (keepsNextTask()) {
         *kept = std::move(task);
         return;
     }

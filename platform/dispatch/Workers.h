@@ -13,5 +13,7 @@ void runOnWorker(std::function<void()> task);
 /// starting it; empty if there is none. The caller runs it itself, where waking another thread
 /// would cost too much.
 std::function<void()> keepingFirstTask(const std::function<void()>& work);
+/// Whether the next task that this thread gives to runOnWorker() is kept so.
+bool keepsNextTask();
 
 }  // namespace morvane

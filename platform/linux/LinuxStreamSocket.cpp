@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
+#include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -63,6 +64,19 @@ bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {
             return true;
         if (ready == 0 || errno != EINTR)
             return false;
+    }
+}
+
+void LinuxStreamSocket::whenReadable(std::function<void()> reading) {
+    try {
+        runWhenReadable(socket_.get(), [self = shared_from_this(), reading](bool alone) {
+            if (alone)
+                self->shutdown();
+            reading();
+        });
+    } catch (const std::exception&) {
+        shutdown();
+        reading();
     }
 }
 

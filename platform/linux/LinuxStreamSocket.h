@@ -3,16 +3,19 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
-#include <atomic>
+#include <functional>
+#include <memory>
 
 namespace morvane {
 
 /// A stream over a connected Unix socket. Descriptors that the peer sends are never taken; a peer
 /// that sends one has broken the rules.
-class LinuxStreamSocket : public StreamSocket {
+class LinuxStreamSocket : public StreamSocket,
+                          public std::enable_shared_from_this<LinuxStreamSocket> {
   public:
     explicit LinuxStreamSocket(FileDescriptor socket);
 
+    void whenReadable(std::function<void()> reading) override;
     std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) override;
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
     bool waitUntilWritable(const Deadline& deadline) override;

@@ -1,7 +1,7 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -69,47 +69,30 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
 
 class ActivatedListener final : public StreamListener {
   public:
-    explicit ActivatedListener(FileDescriptor socket)
-        : socket_(std::move(socket)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    explicit ActivatedListener(FileDescriptor socket) : socket_(std::move(socket)) {
         fcntl(socket_.get(), F_SETFL, fcntl(socket_.get(), F_GETFL) | O_NONBLOCK);
     }
+    ~ActivatedListener() override { stop(); }
 
-    std::shared_ptr<StreamSocket> accept(const StreamSocket::Deadline& deadline) override {
-        for (;;) {
-            int time = -1;
-            if (deadline) {
-                const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-                    *deadline - std::chrono::steady_clock::now());
-                time = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
-            }
-            pollfd polls[] = {{socket_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
-            const int ready = poll(polls, 2, time);
-            if (ready == 0 || polls[1].revents != 0)
-                return nullptr;
-            if (ready < 0) {
-                if (errno == EINTR)
-                    continue;
-                return nullptr;
-            }
-            FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            if (client)
-                return std::make_shared<LinuxStreamSocket>(std::move(client));
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // The client stays in the queue until there is a descriptor for it.
-                poll(&polls[1], 1, retryMilliseconds);
-                if (deadline && std::chrono::steady_clock::now() >= *deadline)
-                    return nullptr;
-            } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
-                return nullptr;
-            }
-        }
+    void start(std::function<void(bool alone)> task) override {
+        watchReadable(socket_.get(), std::move(task));
     }
 
-    void shutdown() override { eventfd_write(wake_.get(), 1); }
+    std::shared_ptr<StreamSocket> accept() override {
+        FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (client)
+            return std::make_shared<LinuxStreamSocket>(std::move(client));
+        // The client stays in the queue until there is a descriptor for it.
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+            poll(nullptr, 0, retryMilliseconds);
+        return nullptr;
+    }
+
+    void waitForNext() override { watchAgain(socket_.get()); }
+    void stop() override { stopWatching(socket_.get()); }
 
   private:
     const FileDescriptor socket_;
-    const FileDescriptor wake_;
 };
 
 }  // namespace

@@ -16,13 +16,12 @@ NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef under
     return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
 }
 
-/// Has another thread read a stream. The stream ends at once if no thread can be had.
+/// Has another thread read a stream, or the one that has just accepted it.
 void startReading(const std::function<void()>& reading, StreamSocket& stream) {
-    try {
+    if (keepsNextTask()) {
         runOnWorker(reading);
-    } catch (const std::exception&) {
-        stream.shutdown();
-        reading();
+    } else {
+        stream.whenReadable(reading);
     }
 }
 

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 
@@ -34,6 +35,16 @@ NSXPCReplyPort::~NSXPCReplyPort() = default;
 NSXPCReplyReceiver::~NSXPCReplyReceiver() = default;
 NSXPCRequestSink::~NSXPCRequestSink() = default;
 StreamSocket::~StreamSocket() = default;
+
+void StreamSocket::whenReadable(std::function<void()> reading) {
+    try {
+        runOnWorker(reading);
+    } catch (const std::exception&) {
+        shutdown();
+        reading();
+    }
+}
+
 ServiceEndpoint::~ServiceEndpoint() = default;
 StreamListener::~StreamListener() = default;
 

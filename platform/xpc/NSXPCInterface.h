@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -40,10 +41,10 @@ class MORVANE_EXPORT NSXPCInterface {
     const NSXPCProtocolDescription& protocol() const { return protocol_; }
     /// The allowed classes of each position of a message, by its index in the protocol.
     const std::vector<NSClassSet>& argumentClasses(std::size_t message) const {
-        return classes_[message].arguments;
+        return classes(message).arguments;
     }
     const std::vector<NSClassSet>& replyClasses(std::size_t message) const {
-        return classes_[message].replyArguments;
+        return classes(message).replyArguments;
     }
 
     /// Use interfaceWithProtocol().
@@ -51,15 +52,16 @@ class MORVANE_EXPORT NSXPCInterface {
     ~NSXPCInterface();
 
   private:
-    const NSClassSet& at(std::string_view selector, std::size_t argumentIndex, bool ofReply) const;
+    const NSXPCMessageClasses& classes(std::size_t message) const {
+        const auto set = set_.find(message);
+        return set == set_.end() ? protocol_.messages[message] : set->second;
+    }
+    std::size_t find(std::string_view selector, std::size_t argumentIndex, bool ofReply) const;
 
     const NSXPCProtocolDescription& protocol_;
-    // [message][argument], own arguments first, then the reply's; filled with the defaults.
-    struct MessageClasses {
-        std::vector<NSClassSet> arguments;
-        std::vector<NSClassSet> replyArguments;
-    };
-    std::vector<MessageClasses> classes_;
+    /// Of the messages that do not have their defaults alone: few, as an interface is made for each
+    /// connection.
+    std::map<std::size_t, NSXPCMessageClasses> set_;
 };
 
 }  // namespace morvane

@@ -31,11 +31,12 @@ class NSXPCListener::Core {
             clients_->waitUntilNone();
             return 0;
         }
-        runOnWorker([this] { acceptClients(); });
-        {
-            std::unique_lock lock(mutex_);
-            ended_.wait(lock, [&] { return hasEnded_; });
-        }
+        listener_->start([this, clients = clients_](bool alone) {
+            if (clients->beginAccepting())  // or this may be gone
+                serveNext(alone);
+        });
+        clients_->waitUntilClosedOrIdle(idleTimeout);
+        listener_->stop();
         clients_->invalidateAll();
         clients_->waitUntilNone();
         return 0;
@@ -43,8 +44,6 @@ class NSXPCListener::Core {
 
     void invalidate() {
         clients_->close();
-        if (listener_)
-            listener_->shutdown();
         clients_->invalidateAll();
     }
 
@@ -85,10 +84,35 @@ class NSXPCListener::Core {
                 none_.notify_all();
             }
         }
-        /// Since when there has been no client; empty while there is one.
-        StreamSocket::Deadline idleSince() {
+        /// False once closed.
+        bool beginAccepting() {
             const std::lock_guard lock(mutex_);
-            return connections_.empty() ? StreamSocket::Deadline(idleSince_) : std::nullopt;
+            if (!closed_)
+                ++accepting_;
+            return !closed_;
+        }
+        void endAccepting() {
+            const std::lock_guard lock(mutex_);
+            if (--accepting_ == 0 && closed_)
+                closing_.notify_all();
+        }
+        /// Returns with the listener closed and nobody accepting. `timeout` 0: never for idleness.
+        void waitUntilClosedOrIdle(std::chrono::seconds timeout) {
+            std::unique_lock lock(mutex_);
+            while (!closed_) {
+                // Whoever is here now leaves at the earliest now, so nobody has to wake this.
+                const auto now = std::chrono::steady_clock::now();
+                const bool idle = accepting_ == 0 && connections_.empty();
+                const auto end = (idle ? idleSince_ : now) + timeout;
+                if (timeout.count() == 0) {
+                    closing_.wait(lock);
+                } else if (now < end) {
+                    closing_.wait_until(lock, end);
+                } else {
+                    closed_ = true;
+                }
+            }
+            closing_.wait(lock, [&] { return accepting_ == 0; });
         }
         bool isClosed() {
             const std::lock_guard lock(mutex_);
@@ -97,6 +121,7 @@ class NSXPCListener::Core {
         void close() {
             const std::lock_guard lock(mutex_);
             closed_ = true;
+            closing_.notify_all();
         }
         void waitUntilNone() {
             std::unique_lock lock(mutex_);
@@ -129,48 +154,30 @@ class NSXPCListener::Core {
 
         std::mutex mutex_;
         std::condition_variable none_;
+        std::condition_variable closing_;
         std::vector<Client> connections_;
         std::chrono::steady_clock::time_point idleSince_ = std::chrono::steady_clock::now();
         std::uint64_t lastNumber_ = 0;
+        unsigned accepting_ = 0;
         bool closed_ = false;
     };
 
-    /// The thread that has accepted a client reads what it sends, and another accepts the next: no
-    /// client waits until a thread has woken.
-    void acceptClients() {
-        for (;;) {
-            const auto now = std::chrono::steady_clock::now();
-            const auto idleSince = clients_->idleSince().value_or(now);
-            StreamSocket::Deadline deadline;
-            if (idleTimeout.count() != 0)
-                deadline = idleSince + idleTimeout;
-            if (auto socket = listener_->accept(deadline)) {
-                const auto stream = socket;
-                if (const auto reading = keepingFirstTask([&] { add(std::move(socket)); })) {
-                    const bool handedOver = handOver();
-                    if (!handedOver)
-                        stream->shutdown();  // no thread for it; this one goes on accepting
-                    // From here on the listener may be gone if another thread accepts.
-                    reading();
-                    if (handedOver)
-                        return;
-                }
-            } else if (clients_->isClosed() || !deadline || clients_->idleSince() == idleSince) {
-                break;
+    /// The thread that has accepted a client reads what it sends, while another waits for the next
+    /// client already: no client waits until a thread has woken.
+    void serveNext(bool alone) {
+        std::function<void()> reading;
+        if (auto socket = listener_->accept()) {
+            if (alone) {
+                socket->shutdown();
+            } else {
+                reading = keepingFirstTask([&] { add(std::move(socket)); });
             }
         }
-        const std::lock_guard lock(mutex_);
-        hasEnded_ = true;
-        ended_.notify_all();
-    }
-
-    bool handOver() {
-        try {
-            runOnWorker([this] { acceptClients(); });
-            return true;
-        } catch (const std::exception&) {
-            return false;
-        }
+        listener_->waitForNext();
+        // The listener may be gone after this.
+        clients_->endAccepting();
+        if (reading)
+            reading();
     }
 
     void add(std::shared_ptr<StreamSocket> socket) {
@@ -199,9 +206,6 @@ class NSXPCListener::Core {
     const std::shared_ptr<Clients> clients_;
     std::shared_ptr<StreamSocket> only_;
     const std::unique_ptr<StreamListener> listener_;
-    std::mutex mutex_;
-    std::condition_variable ended_;
-    bool hasEnded_ = false;
 };
 
 NSXPCListener::NSXPCListener(std::unique_ptr<Core> core) : core_(std::move(core)) {}

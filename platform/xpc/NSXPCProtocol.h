@@ -76,11 +76,20 @@ class MORVANE_EXPORT NSXPCRequestSink {
                              std::unique_ptr<NSXPCReplyReceiver> receiver) = 0;
 };
 
-struct NSXPCMessageDescription {
-    std::string_view selector;
-    /// The default classes of each position, without the reply callback.
+/// The classes of each position of a message, without the reply callback.
+struct NSXPCMessageClasses {
     std::vector<NSClassSet> arguments;
     std::vector<NSClassSet> replyArguments;
+
+    std::vector<NSClassSet>& of(bool reply) { return reply ? replyArguments : arguments; }
+    const std::vector<NSClassSet>& of(bool reply) const {
+        return reply ? replyArguments : arguments;
+    }
+};
+
+/// With the default classes.
+struct NSXPCMessageDescription : NSXPCMessageClasses {
+    std::string_view selector;
     /// Decodes the arguments, then calls the message's member function of `object`, which is a
     /// pointer to the protocol class. Throws NSXPCArgumentFailure before the object is touched,
     /// and whatever the member function throws.
@@ -255,8 +264,9 @@ void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassS
 template <auto Method>
 NSXPCMessageDescription describe(std::string_view selector) {
     using Message = Traits<decltype(Method)>;
-    return {selector, Message::Arguments::defaultClasses(),
-            Message::ReplyArguments::defaultClasses(), &dispatch<Method>};
+    return {{Message::Arguments::defaultClasses(), Message::ReplyArguments::defaultClasses()},
+            selector,
+            &dispatch<Method>};
 }
 
 /// A selector has one colon for each parameter, the reply included.

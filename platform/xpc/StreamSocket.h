@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -28,6 +29,9 @@ class StreamSocket {
     using Bytes = std::span<const std::uint8_t>;
 
     virtual ~StreamSocket();
+    /// Runs `reading` on another thread, once, as soon as there are bytes or the stream has ended;
+    /// maybe earlier. Ends the stream first if no thread can be had that could wait for bytes.
+    virtual void whenReadable(std::function<void()> reading);
     /// Waits for bytes, until `deadline` if there is one. Returns how many came; 0 when the stream
     /// has ended, the deadline has passed, or the peer broke the rules (sent descriptors).
     virtual std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) = 0;
@@ -59,9 +63,15 @@ class ServiceEndpoint {
 class StreamListener {
   public:
     virtual ~StreamListener();
-    /// The next client, or null when `deadline` has passed or after shutdown().
-    virtual std::shared_ptr<StreamSocket> accept(const StreamSocket::Deadline& deadline) = 0;
-    virtual void shutdown() = 0;
+    /// Calls `task` on another thread when there is a client, then not again before waitForNext().
+    /// It is told whether it is alone: no thread can be had that would wait in its place, so that
+    /// it must not serve the client. Throws std::system_error if there is no thread at all.
+    virtual void start(std::function<void(bool alone)> task) = 0;
+    /// The next client, or null if there is none.
+    virtual std::shared_ptr<StreamSocket> accept() = 0;
+    virtual void waitForNext() = 0;
+    /// The task may still be running, or about to.
+    virtual void stop() = 0;
 };
 
 // Defined by the Linux platform.
