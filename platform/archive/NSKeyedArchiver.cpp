@@ -30,6 +30,13 @@ class ObjectTable {
         return {nextUID, true};
     }
 
+    /// Makes room for `more` objects.
+    void reserveMore(std::size_t more) {
+        while (slots_.size() < 2 * (count_ + more + 1))
+            grow();
+        addresses_.reserve(addresses_.size() + more);
+    }
+
     void clear() {
         if (count_ == 0)
             return;
@@ -79,7 +86,8 @@ struct NSKeyedArchiver::State {
     /// Keys and values of the dictionaries, elements of the arrays under way, innermost last.
     std::vector<Ref> pending;
     std::vector<std::size_t> arrays;
-    std::vector<std::pair<const NSClass*, std::uint32_t>> classes;
+    /// With the references to them.
+    std::vector<std::pair<const NSClass*, Ref>> classes;
     bool finished = false;
 
     void reset() {
@@ -108,9 +116,9 @@ struct NSKeyedArchiver::State {
     Ref nil() { return list.uid(0); }
 
     Ref classReference(const NSClass& c) {
-        for (const auto& [known, uid] : classes) {
+        for (const auto& [known, reference] : classes) {
             if (known == &c)
-                return list.uid(uid);
+                return reference;
         }
         const auto base = pending.size();
         const auto nameOf = [&](const NSClass& k) {
@@ -122,7 +130,7 @@ struct NSKeyedArchiver::State {
         pending.resize(base);
         const Ref pairs[] = {classNameKey, nameOf(c), classesKey, names};
         const auto reference = object(list.dictionary(pairs));
-        classes.emplace_back(&c, static_cast<std::uint32_t>(objects.size() - 1));
+        classes.emplace_back(&c, reference);
         return reference;
     }
 
@@ -157,6 +165,8 @@ std::vector<std::unique_ptr<State>>& spareStates() {
 constexpr std::size_t maxSpareStates = 4;
 /// From here on an array has room made for it.
 constexpr std::size_t largeArray = 1024;
+/// With so many elements, of a few values each, a list needs references of four bytes.
+constexpr std::size_t hugeArray = 32768;
 
 }  // namespace
 
@@ -353,7 +363,13 @@ void NSKeyedArchiver::beginArray(std::size_t count) {
         return;
     state.pending.reserve(state.pending.size() + count + 2 * largeArray);
     state.objects.reserve(state.objects.size() + count + largeArray);
-    state.list.reserveMore(count);
+    state.table.reserveMore(count);
+    if (count < hugeArray) {
+        state.list.reserveMore(count);
+    } else {
+        state.nil();  // the UID that may be asked for again
+        state.list.beginLarge(count);
+    }
 }
 
 void NSKeyedArchiver::appendObject(const NSObject* value) {

@@ -2,6 +2,7 @@
 #include <MorvaneOperation/platform/archive/Unicode.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -94,6 +95,16 @@ std::uint8_t* putBytes(std::uint8_t* p, const void* bytes, std::size_t size) {
 
 constexpr std::size_t trailerSize = 32;
 
+std::uint8_t* putTrailer(std::uint8_t* p, std::size_t offsetSize, std::size_t refSize,
+                         std::uint64_t count, std::uint64_t root, std::uint64_t table) {
+    p = std::fill_n(p, 6, std::uint8_t{0});
+    *p++ = static_cast<std::uint8_t>(offsetSize);
+    *p++ = static_cast<std::uint8_t>(refSize);
+    p = put(p, count);
+    p = put(p, root);
+    return put(p, table);
+}
+
 bool isAscii(std::string_view text) {
     const char* p = text.data();
     std::size_t left = text.size();
@@ -116,7 +127,7 @@ const PropertyListFront& emptyFront() {
 }  // namespace
 
 PropertyListWriter::PropertyListWriter(const PropertyListFront* front)
-    : front_(front ? *front : emptyFront()) {}
+    : front_(front ? *front : emptyFront()), firstNode_(front_.count()) {}
 
 void PropertyListWriter::clear() {
     nodes_.clear();
@@ -127,6 +138,10 @@ void PropertyListWriter::clear() {
     ++list_;
     uidCount_ = 0;
     booleans_[0] = booleans_[1] = none;
+    firstNode_ = front_.count();
+    isLarge_ = false;
+    large_.clear();
+    largeOffsets_.clear();
 }
 
 void PropertyListWriter::reserveMore(std::size_t count) {
@@ -134,6 +149,44 @@ void PropertyListWriter::reserveMore(std::size_t count) {
     constexpr std::size_t refsEach = 8;
     nodes_.reserve(nodes_.size() + count * nodesEach);
     refs_.reserve(refs_.size() + count * refsEach);
+}
+
+void PropertyListWriter::beginLarge(std::size_t count) {
+    if (isLarge_)
+        return;
+    // Memory that is reserved and not used costs nothing.
+    constexpr std::size_t bytesEach = 64;
+    constexpr std::size_t valuesEach = 4;
+    large_.reserve(count * bytesEach);
+    largeOffsets_.reserve(count * valuesEach);
+    const auto front = front_.bytes();
+    large_.insert(large_.end(), front.begin(), front.end());
+    isLarge_ = true;
+    largeFirstUid_ = front_.count() + nodes_.size();
+    for (std::uint32_t value = 0; value < uidCount_; ++value) {
+        nodes_.push_back({Kind::uid, 0, value});
+        bytes_ += uidSize(value);
+    }
+    flush();
+}
+
+void PropertyListWriter::flush() {
+    const auto start = large_.size();
+    const auto end = start + bytes_ + refs_.size() * sizeof(Ref);
+    if (end > std::numeric_limits<std::uint32_t>::max()) {
+        throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
+    }
+    large_.resize(end);
+    auto* p = large_.data() + start;
+    for (const auto& node : nodes_) {
+        largeOffsets_.push_back(static_cast<std::uint32_t>(p - large_.data()));
+        p = putNode<std::uint32_t>(p, node, largeFirstUid_);
+    }
+    firstNode_ += nodes_.size();
+    nodes_.clear();
+    refs_.clear();
+    arena_.clear();
+    bytes_ = 0;
 }
 
 std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
@@ -146,24 +199,24 @@ std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
 PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
     auto& ref = booleans_[value ? 1 : 0];
     if (ref == none)
-        ref = add({value ? Kind::yes : Kind::no, 0, 0}, 1);
+        ref = add(value ? Kind::yes : Kind::no, 0, 0, 1);
     return ref;
 }
 
 PropertyListWriter::Ref PropertyListWriter::integer(std::int64_t value) {
     const auto bits = static_cast<std::uint64_t>(value);
-    return add({Kind::integer, 0, bits}, integerSize(bits));
+    return add(Kind::integer, 0, bits, integerSize(bits));
 }
 
 PropertyListWriter::Ref PropertyListWriter::real(double value) {
-    return add({Kind::real, 0, std::bit_cast<std::uint64_t>(value)}, 1 + sizeof value);
+    return add(Kind::real, 0, std::bit_cast<std::uint64_t>(value), 1 + sizeof value);
 }
 
 PropertyListWriter::Ref PropertyListWriter::addBytes(Kind kind, std::size_t start,
                                                      std::size_t unit) {
     const auto size = arena_.size() - start;
     const auto count = checkedCount(size / unit);
-    return add({kind, count, start}, markerSize(count) + size);
+    return add(kind, count, start, markerSize(count) + size);
 }
 
 PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
@@ -191,7 +244,7 @@ PropertyListWriter::Ref PropertyListWriter::newSharedString(std::string_view tex
     const auto address = reinterpret_cast<std::uintptr_t>(text.data());
     const auto count = checkedCount(text.size());
     const auto ref = isAscii(text)
-                         ? add({Kind::sharedAscii, count, address}, markerSize(count) + text.size())
+                         ? add(Kind::sharedAscii, count, address, markerSize(count) + text.size())
                          : string(text);
     recent_[at] = {text.data(), count, ref, list_};
     shared_.push_back({text, ref});
@@ -208,7 +261,7 @@ PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements)
     const auto start = refs_.size();
     refs_.insert(refs_.end(), elements.begin(), elements.end());
     const auto count = checkedCount(elements.size());
-    return add({Kind::array, count, start}, markerSize(count));
+    return add(Kind::array, count, start, markerSize(count));
 }
 
 PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keysAndValues) {
@@ -220,7 +273,11 @@ PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keys
         keys[i] = keysAndValues[2 * i];
         keys[count + i] = keysAndValues[2 * i + 1];
     }
-    return add({Kind::dictionary, count, start}, markerSize(count));
+    return add(Kind::dictionary, count, start, markerSize(count));
+}
+
+std::size_t PropertyListWriter::uidSize(std::uint32_t value) {
+    return integerSize(value);
 }
 
 std::size_t PropertyListWriter::uidBytes() const {
@@ -230,75 +287,86 @@ std::size_t PropertyListWriter::uidBytes() const {
            (count > 0x10000 ? 2 * (count - 0x10000) : 0);
 }
 
+template <class RefInteger>
+std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
+                                          std::uint64_t firstUid) const {
+    switch (node.kind) {
+        case Kind::no:
+            *p++ = 0x08;
+            return p;
+        case Kind::yes:
+            *p++ = 0x09;
+            return p;
+        case Kind::integer:
+            return putInteger(p, node.payload);
+        case Kind::real:
+            *p++ = 0x23;
+            return put(p, node.payload);
+        case Kind::ascii:
+            p = putMarker(p, 0x50, node.count);
+            return putBytes(p, arena_.data() + node.payload, node.count);
+        case Kind::sharedAscii:
+            p = putMarker(p, 0x50, node.count);
+            return putBytes(p, reinterpret_cast<const char*>(node.payload), node.count);
+        case Kind::utf16:
+            p = putMarker(p, 0x60, node.count);
+            return putBytes(p, arena_.data() + node.payload, std::size_t{node.count} * 2);
+        case Kind::data:
+            p = putMarker(p, 0x40, node.count);
+            return putBytes(p, arena_.data() + node.payload, node.count);
+        case Kind::uid:
+            return putUid(p, node.payload);
+        case Kind::array:
+        case Kind::dictionary:
+            break;
+    }
+    const bool isArray = node.kind == Kind::array;
+    p = putMarker(p, isArray ? 0xA0 : 0xD0, node.count);
+    const auto* ref = refs_.data() + node.payload;
+    const auto* const end = ref + (isArray ? node.count : std::size_t{node.count} * 2);
+    for (; ref != end; ++ref)
+        p = put(p, static_cast<RefInteger>(numberOf(*ref, firstUid)));
+    return p;
+}
+
 template <class RefInteger, class Offset>
 void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const {
     const auto start = out.size();
-    const auto firstUid = frontCount() + nodes_.size();
+    const auto firstUid = firstNode_ + nodes_.size();
     const auto count = firstUid + uidCount_;
     out.resize(start + table + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
     auto* p = begin;
     auto* offset = begin + table;
-    const auto numberOf = [&](Ref ref) {
-        return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
-    };
     p = putBytes(p, front_.bytes().data(), front_.bytes().size());
     const auto offsets = front_.offsets(sizeof(Offset));
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin));
-        switch (node.kind) {
-            case Kind::no:
-                *p++ = 0x08;
-                break;
-            case Kind::yes:
-                *p++ = 0x09;
-                break;
-            case Kind::integer:
-                p = putInteger(p, node.payload);
-                break;
-            case Kind::real:
-                *p++ = 0x23;
-                p = put(p, node.payload);
-                break;
-            case Kind::ascii:
-                p = putMarker(p, 0x50, node.count);
-                p = putBytes(p, arena_.data() + node.payload, node.count);
-                break;
-            case Kind::sharedAscii:
-                p = putMarker(p, 0x50, node.count);
-                p = putBytes(p, reinterpret_cast<const char*>(node.payload), node.count);
-                break;
-            case Kind::utf16:
-                p = putMarker(p, 0x60, node.count);
-                p = putBytes(p, arena_.data() + node.payload, std::size_t{node.count} * 2);
-                break;
-            case Kind::data:
-                p = putMarker(p, 0x40, node.count);
-                p = putBytes(p, arena_.data() + node.payload, node.count);
-                break;
-            case Kind::array:
-            case Kind::dictionary: {
-                const bool isArray = node.kind == Kind::array;
-                p = putMarker(p, isArray ? 0xA0 : 0xD0, node.count);
-                const auto* ref = refs_.data() + node.payload;
-                const auto* const end = ref + (isArray ? node.count : std::size_t{node.count} * 2);
-                for (; ref != end; ++ref)
-                    p = put(p, static_cast<RefInteger>(numberOf(*ref)));
-                break;
-            }
-        }
+        p = putNode<RefInteger>(p, node, firstUid);
     }
     for (std::uint32_t uid = 0; uid < uidCount_; ++uid) {
         offset = put(offset, static_cast<Offset>(p - begin));
         p = putUid(p, uid);
     }
-    p = offset + 6;
-    *p++ = sizeof(Offset);
-    *p++ = sizeof(RefInteger);
-    p = put(p, std::uint64_t{count});
-    p = put(p, std::uint64_t{numberOf(root)});
-    put(p, std::uint64_t{table});
+    putTrailer(offset, sizeof(Offset), sizeof(RefInteger), count, numberOf(root, firstUid), table);
+}
+
+void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
+    flush();
+    const auto table = large_.size();
+    const auto count = firstNode_;
+    const auto front = front_.offsets(sizeof(std::uint32_t));
+    large_.resize(table + count * sizeof(std::uint32_t) + trailerSize);
+    auto* p = putBytes(large_.data() + table, front.data(), front.size());
+    for (const auto offset : largeOffsets_)
+        p = put(p, offset);
+    putTrailer(p, sizeof(std::uint32_t), sizeof(Ref), count, numberOf(root, largeFirstUid_), table);
+    if (out.empty()) {
+        out.swap(large_);
+    } else {
+        out.insert(out.end(), large_.begin(), large_.end());
+    }
 }
 
 template <class RefInteger>
@@ -316,8 +384,12 @@ void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
     }
 }
 
-void PropertyListWriter::write(Ref root, Bytes& out) const {
-    const auto count = frontCount() + nodes_.size() + uidCount_;
+void PropertyListWriter::write(Ref root, Bytes& out) {
+    if (isLarge_) {
+        writeLarge(root, out);
+        return;
+    }
+    const auto count = firstNode_ + nodes_.size() + uidCount_;
     if (count <= 0x100) {
         writeSized<std::uint8_t>(root, out);
     } else if (count <= 0x10000) {

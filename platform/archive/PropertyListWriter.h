@@ -16,6 +16,9 @@
 ///
 /// Values are added before what holds them. A writer can be used again after clear(), and keeps its
 /// memory.
+///
+/// A list is small while little is known of it: how wide its references are is settled when all are
+/// there. A large one is better written while its values come, see beginLarge().
 namespace morvane {
 
 class PropertyListWriter {
@@ -31,6 +34,10 @@ class PropertyListWriter {
     void clear();
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
+    /// The list will have `count` such values or more: from now on values are written as they are
+    /// added, with references of four bytes. Such a list is shorter than 4 GB; what would make it
+    /// longer throws NSInvalidArgumentException.
+    void beginLarge(std::size_t count);
 
     Ref boolean(bool value);
     Ref integer(std::int64_t value);
@@ -55,18 +62,22 @@ class PropertyListWriter {
         fill(arena_);
         return addBytes(Kind::data, start, 1);
     }
-    /// `value` below 2^31, best from 0 upwards without gaps: all up to the largest are written.
+    /// `value` below 2^31, best from 0 upwards without gaps: all up to the largest are written. (In
+    /// the large part of a list each call adds one; keep its result.)
     Ref uid(std::uint32_t value) {
-        if (value >= uidCount_)
+        if (value >= uidCount_) {
+            if (isLarge_)
+                return add(Kind::uid, 0, value, uidSize(value));
             uidCount_ = value + 1;
+        }
         return uidBit | value;
     }
     Ref array(std::span<const Ref> elements);
     /// `keysAndValues`: key, value, key, value, ...
     Ref dictionary(std::span<const Ref> keysAndValues);
 
-    /// Appends the whole list to `out`.
-    void write(Ref root, Bytes& out) const;
+    /// Appends the whole list to `out`. A large one can be written once.
+    void write(Ref root, Bytes& out);
 
   private:
     enum class Kind : std::uint8_t {
@@ -78,6 +89,7 @@ class PropertyListWriter {
         sharedAscii,
         utf16,
         data,
+        uid,
         array,
         dictionary
     };
@@ -113,24 +125,38 @@ class PropertyListWriter {
     static std::uint32_t checkedCount(std::size_t count);
 
     /// `size`: the bytes that the node will take, without its references.
-    Ref add(const Node& node, std::size_t size) {
-        const auto ref = static_cast<Ref>(frontCount() + nodes_.size());
-        nodes_.push_back(node);
+    Ref add(Kind kind, std::uint32_t count, std::uint64_t payload, std::size_t size) {
+        const auto ref = static_cast<Ref>(firstNode_ + nodes_.size());
+        nodes_.emplace_back(kind, count, payload);
         bytes_ += size;
+        if (isLarge_ && bytes_ + refs_.size() * sizeof(Ref) >= flushedBytes)
+            flush();
         return ref;
     }
     /// What arena_ holds from `start` on, in units of `unit` bytes.
     Ref addBytes(Kind kind, std::size_t start, std::size_t unit);
+    static std::size_t uidSize(std::uint32_t value);
+    static std::uint64_t numberOf(Ref ref, std::uint64_t firstUid) {
+        return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
+    }
+    template <class RefInteger>
+    std::uint8_t* putNode(std::uint8_t* p, const Node& node, std::uint64_t firstUid) const;
     template <class RefInteger>
     void writeSized(Ref root, Bytes& out) const;
     template <class RefInteger, class Offset>
     void writeAll(Ref root, Bytes& out, std::size_t table) const;
     std::size_t uidBytes() const;
+    /// Writes the nodes into large_, and forgets them.
+    void flush();
+    void writeLarge(Ref root, Bytes& out);
 
-    std::size_t frontCount() const { return front_.count(); }
+    /// In large lists, so much is written at once.
+    static constexpr std::size_t flushedBytes = std::size_t{16} << 10;
 
     const PropertyListFront& front_;
     std::vector<Node> nodes_;
+    /// The Ref of the first of nodes_.
+    std::size_t firstNode_;
     std::vector<Ref> refs_;
     Bytes arena_;
     std::size_t bytes_ = 0;
@@ -138,6 +164,11 @@ class PropertyListWriter {
     std::array<Recent, recentCount> recent_;
     std::uint64_t list_ = 1;
     std::uint32_t uidCount_ = 0;
+    bool isLarge_ = false;
+    /// What is written already, where each value of it stands, and the number of the first UID.
+    Bytes large_;
+    std::vector<std::uint32_t> largeOffsets_;
+    std::size_t largeFirstUid_ = 0;
     Ref booleans_[2] = {none, none};
 };
 

@@ -168,6 +168,56 @@ TEST(NSKeyedArchiver, AnObjectReachedTwiceIsWrittenOnceAndSharedAfterwards) {
     EXPECT_LT(NSKeyedArchiver::archivedDataWithRootObject(node).size(), once + 120);
 }
 
+TEST(NSKeyedArchiver, AVeryLargeArrayKeepsWhatItSharesWithTheRestOfAMessage) {
+    const auto before = std::make_shared<Node>();
+    before->number = -1;
+    const auto within = std::make_shared<Node>();
+    within->number = -2;
+    std::vector<std::shared_ptr<Node>> nodes{before, within};
+    for (int i = 0; i < 40000; ++i) {
+        nodes.push_back(std::make_shared<Node>());
+        nodes.back()->number = i;
+        nodes.back()->next = within;
+    }
+    nodes.push_back(within);
+    NSKeyedArchiver archiver;
+    archiver.encodeString(std::string_view("text"), "text");
+    archiver.encodeObject(before.get(), "before");
+    archiver.encodeObjects(nodes, "nodes");
+    archiver.encodeObject(within.get(), "within");
+    archiver.encodeObject(nullptr, "nil");
+    archiver.encodeInt64(7, "number");
+    const auto bytes = archiver.finishEncoding();
+
+    NSKeyedUnarchiver unarchiver(bytes);
+    const auto copies = unarchiver.decodeObjects("nodes", Node::classes());
+    ASSERT_EQ(copies.size(), nodes.size());
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        const auto& copy = static_cast<const Node&>(*copies[i]);
+        ASSERT_EQ(copy.number, nodes[i]->number);
+        ASSERT_EQ(copy.next, nodes[i]->next ? copies[1] : nullptr);
+    }
+    EXPECT_EQ(copies.back(), copies[1]);
+    EXPECT_EQ(unarchiver.decodeObject("before", Node::classes()), copies[0]);
+    EXPECT_EQ(unarchiver.decodeObject("within", Node::classes()), copies[1]);
+    EXPECT_EQ(unarchiver.decodeObject("nil", Node::classes()), nullptr);
+    EXPECT_EQ(unarchiver.decodeString("text"), "text");
+    EXPECT_EQ(unarchiver.decodeInt64("number"), 7);
+}
+
+TEST(NSKeyedArchiver, AVeryLargeArrayMayStandInANestedArchive) {
+    const auto inner = std::make_shared<Node>();
+    for (int i = 0; i < 40000; ++i)
+        inner->objects.push_back(std::make_shared<Node>());
+    Node node;
+    node.number = 5;
+    node.archives = {inner, inner};
+    const auto copy = roundTrip(node);
+    EXPECT_EQ(copy->number, 5);
+    ASSERT_EQ(copy->archives.size(), 2u);
+    EXPECT_EQ(static_cast<const Node&>(*copy->archives[1]).objects.size(), 40000u);
+}
+
 TEST(NSKeyedArchiver, AnObjectThatHoldsItselfThrowsInvalidArgument) {
     auto node = std::make_shared<Node>();
     node->next = node;

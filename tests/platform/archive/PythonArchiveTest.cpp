@@ -22,6 +22,11 @@ class PythonArchive : public testing::Test {
     void TearDown() override { std::filesystem::remove_all(folder_); }
 
     std::string path(const char* name) const { return (folder_ / name).string(); }
+    void write(const char* name, const NSData& bytes) const {
+        std::ofstream(path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    }
     static int python(const std::string& mode, const std::string& file) {
         const std::string command =
             "python3 '" MORVANE_ARCHIVE_TESTS "/python_archive.py' " + mode + " '" + file + "'";
@@ -45,11 +50,23 @@ TEST_F(PythonArchive, EveryKeyOfOurArchiveIsRead) {
     values.error = NSError::errorWithDomain("D", 5, {{"k", std::string("v")}});
     values.strings = {"one", "zwei"};
     values.integers = {1, -1};
-    const auto bytes = NSKeyedArchiver::archivedDataWithRootObject(values);
-    std::ofstream(path("ours"), std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+    write("ours", NSKeyedArchiver::archivedDataWithRootObject(values));
     EXPECT_EQ(python("check", path("ours")), 0);
+}
+
+TEST_F(PythonArchive, AVeryLargeArchiveOfOursIsRead) {
+    Node node;
+    const auto shared = std::make_shared<Node>();
+    shared->number = -1;
+    node.next = shared;
+    for (int i = 0; i < 50000; ++i) {
+        const auto child = std::make_shared<Node>();
+        child->number = std::int64_t{i} * i;
+        child->next = shared;
+        node.objects.push_back(child);
+    }
+    write("large", NSKeyedArchiver::archivedDataWithRootObject(node));
+    EXPECT_EQ(python("check-large", path("large")), 0);
 }
 
 TEST_F(PythonArchive, ItsArchiveIsReadByUs) {

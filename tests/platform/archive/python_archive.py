@@ -1,4 +1,4 @@
-"""Reads ("check FILE") and writes ("write FILE") the archive of PythonArchiveTest.cpp."""
+"""Reads ("check FILE", "check-large FILE") and writes ("write FILE") the archives of PythonArchiveTest.cpp."""
 import plistlib
 import sys
 import uuid
@@ -47,6 +47,19 @@ def check(path):
     assert len(root) == 14, sorted(root)
 
 
+def check_large(path):
+    with open(path, "rb") as file:
+        archive = plistlib.load(file, fmt=plistlib.FMT_BINARY)
+    objects = archive["$objects"]
+    root = objects[archive["$top"]["root"].data]
+    children = [objects[uid.data] for uid in objects[root["objects"].data]["NS.objects"]]
+    assert [child["number"] for child in children] == [i * i for i in range(50000)]
+    assert all(child["next"] == root["next"] for child in children)
+    assert objects[root["next"].data]["number"] == -1
+    classes = {child["$class"].data for child in children}
+    assert [objects[uid]["$classname"] for uid in classes] == ["Node"]
+
+
 def write(path):
     def described(*ancestry):
         return {"$classname": ancestry[0], "$classes": list(ancestry)}
@@ -75,4 +88,4 @@ def write(path):
                       file, fmt=plistlib.FMT_BINARY)
 
 
-{"check": check, "write": write}[sys.argv[1]](sys.argv[2])
+{"check": check, "check-large": check_large, "write": write}[sys.argv[1]](sys.argv[2])
