@@ -157,4 +157,41 @@ Lines decode1000Entries(const Options& options) {
         options);
 }
 
+Lines convertEntry(const Options& options) {
+    // Converting uses an entry up, so each one is made for it, which does not count.
+    return compare(
+        {.row = "convert-entry",
+         .ours = {"",
+                  [](std::size_t count) {
+                      constexpr std::size_t batch = 100;
+                      double time = 0;
+                      for (std::size_t done = 0; done < count; done += batch) {
+                          std::vector<std::shared_ptr<MVAclEntry>> entries(batch);
+                          for (auto& entry : entries) {
+                              entry = MVAclEntry::newEntryForDirectory(true);
+                              const auto childFiles = entry->permissions()[3]->childNodeAtIndex(1);
+                              MVTreeNode::permissionOf(*childFiles)->setState(MVStateOn);
+                          }
+                          time += timed([&] {
+                              for (const auto& entry : entries)
+                                  keep(entry->convertInheritedToFileEntry());
+                          });
+                      }
+                      const auto made = (count + batch - 1) / batch * batch;
+                      return time * static_cast<double>(count) / static_cast<double>(made);
+                  }},
+         .peers = {{"new entry", inBatches(100,
+                                           [](std::size_t count) {
+                                               std::vector<std::shared_ptr<MVAclEntry>> entries(
+                                                   count);
+                                               for (auto& entry : entries)
+                                                   entry = MVAclEntry::newEntryForDirectory(true);
+                                               return entries;
+                                           })}},
+         .required = {},
+         .limit = {},
+         .note = {}},
+        options);
+}
+
 }  // namespace bench

@@ -21,9 +21,13 @@ Lines archiveDecodeEntry(const Options& options);
 Lines stateChange(const Options& options);
 Lines newFolderEntry(const Options& options);
 Lines decode1000Entries(const Options& options);
+Lines convertEntry(const Options& options);
 
 Lines sizeText(const Options& options);
 Lines displayInfo(const Options& options);
+
 Lines sizeTree(const Options& options);
+Lines propagate100k(const Options& options);
+Lines rename10k(const Options& options);
 
 }  // namespace bench

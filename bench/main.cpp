@@ -30,10 +30,13 @@ constexpr Row rows[] = {
     {"state-change", stateChange},
     {"new-folder-entry", newFolderEntry},
     {"decode-1000-entries", decode1000Entries},
+    {"convert-entry", convertEntry},
     {"size-text", sizeText},
     {"display-info", displayInfo},
     {"items-100k", items100k},
     {"size-tree", sizeTree},
+    {"propagate-100k", propagate100k},
+    {"rename-10k", rename10k},
 };
 
 constexpr int failure = 1;

@@ -66,15 +66,17 @@ bool keepsSetgid(gid_t group) {
 }
 
 int writeAccess(const OpenItem& item, mode_t mode, const ItemValues& values) {
-    Bytes old;
-    const int unread = read(item, accessName, old);
-    if (unread == 0 &&
-        (old.empty() ? values.mode && (mode & 0777) == *values.mode : old == values.access))
-        return 0;
+    // The mode tells of most items that they do not have the list yet.
+    if ((mode & 0777) == values.mode) {
+        Bytes old;
+        const int unread = read(item, accessName, old);
+        if (unread == 0 && (old.empty() ? values.isMode : old == values.access))
+            return 0;
+    }
     const int code = write(item, accessName, values.access);
     // A file system without lists still has the mode.
-    return code == EOPNOTSUPP && values.mode ? writeMode(item, (mode & 07000) | *values.mode)
-                                             : code;
+    return code == EOPNOTSUPP && values.isMode ? writeMode(item, (mode & 07000) | values.mode)
+                                               : code;
 }
 
 }  // namespace
@@ -103,9 +105,9 @@ std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list) {
 ItemValues itemValuesOf(const PosixList& access, const std::optional<PosixList>& defaults) {
     ItemValues values;
     values.access = attributeOfPosixList(access);
-    if (!access.mask && access.users.empty() && access.groups.empty())
-        values.mode =
-            static_cast<mode_t>(access.owner << 6 | access.owningGroup << 3 | access.others);
+    values.mode = static_cast<mode_t>(
+        access.owner << 6 | access.mask.value_or(access.owningGroup) << 3 | access.others);
+    values.isMode = !access.mask && access.users.empty() && access.groups.empty();
     if (defaults)
         values.defaults = attributeOfPosixList(*defaults);
     return values;

@@ -17,8 +17,10 @@ std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list);
 
 struct ItemValues {
     std::vector<std::uint8_t> access;
-    /// The bits of the mode that are the list, if it has neither names nor a mask.
-    std::optional<mode_t> mode;
+    /// The bits of the mode that an item with the list has.
+    mode_t mode = 0;
+    /// Whether these are the whole list, which has neither names nor a mask.
+    bool isMode = false;
     /// Empty for none.
     std::vector<std::uint8_t> defaults;
 };
