@@ -68,16 +68,12 @@ bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {
 }
 
 void LinuxStreamSocket::whenReadable(std::function<void()> reading) {
-    try {
-        runWhenReadable(socket_.get(), [self = shared_from_this(), reading](bool alone) {
-            if (alone)
-                self->shutdown();
-            reading();
-        });
-    } catch (const std::exception&) {
-        shutdown();
-        reading();
-    }
+    runWhenReadable(socket_.get(),
+                    [self = shared_from_this(), reading = std::move(reading)](bool alone) {
+                        if (alone)
+                            self->shutdown();
+                        reading();
+                    });
 }
 
 std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadline& deadline) {

@@ -4,7 +4,6 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
-#include <memory>
 #include <mutex>
 #include <system_error>
 #include <unordered_map>
@@ -19,29 +18,31 @@ constexpr int idleMilliseconds = 10000;
 
 class ReadinessWorkers {
   public:
-    static ReadinessWorkers& shared() {
-        static auto* const workers = new ReadinessWorkers;  // its threads outlive static objects
-        return *workers;
+    /// Null if there is no descriptor left for it; asked again then.
+    static ReadinessWorkers* shared() {
+        try {
+            static auto* const workers = new ReadinessWorkers;  // outlives static objects
+            return workers;
+        } catch (const std::system_error&) {
+            return nullptr;
+        }
     }
 
-    void add(int descriptor, ReadableTask task, bool once) {
+    /// Gives the task back if nothing can wait for the descriptor.
+    ReadableTask add(int descriptor, ReadableTask task, bool once) {
         {
             const std::lock_guard lock(mutex_);
-            tasks_[descriptor] = {std::make_shared<const ReadableTask>(std::move(task)), once};
+            tasks_[descriptor] = {std::move(task), once};
         }
-        if (!arm(EPOLL_CTL_ADD, descriptor) &&
-            (errno != EEXIST || !arm(EPOLL_CTL_MOD, descriptor))) {
-            const int code = errno;
-            drop(descriptor);
-            throw std::system_error(code, std::generic_category(), "epoll_ctl");
-        }
+        if (!arm(EPOLL_CTL_ADD, descriptor) && (errno != EEXIST || !arm(EPOLL_CTL_MOD, descriptor)))
+            return remove(descriptor);
         try {
             ensureOneWaits();
         } catch (const std::exception&) {
-            if (remove(descriptor))
-                throw;
-            // A waiter that was just coming back has taken it.
+            // Empty if a waiter that was just coming back has it.
+            return remove(descriptor);
         }
+        return {};
     }
 
     /// For one event and one waiter.
@@ -52,27 +53,23 @@ class ReadinessWorkers {
         return epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
     }
 
-    /// Whether it was still there.
-    bool remove(int descriptor) {
+    /// Empty if it was not there any more.
+    ReadableTask remove(int descriptor) {
         epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
-        return drop(descriptor);
+        const std::lock_guard lock(mutex_);
+        auto removed = tasks_.extract(descriptor);
+        return removed ? std::move(removed.mapped().task) : ReadableTask();
     }
 
   private:
     struct Entry {
-        std::shared_ptr<const ReadableTask> task;
+        ReadableTask task;
         bool once = true;
     };
 
     ReadinessWorkers() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
         if (!epoll_)
             throw std::system_error(errno, std::generic_category(), "epoll_create1");
-    }
-
-    bool drop(int descriptor) {
-        const std::lock_guard lock(mutex_);
-        const auto dropped = tasks_.extract(descriptor);  // goes after the lock
-        return !dropped.empty();
     }
 
     void ensureOneWaits() {
@@ -112,15 +109,18 @@ class ReadinessWorkers {
 
     /// Whether the caller has to go on waiting.
     bool run(int descriptor) {
-        std::shared_ptr<const ReadableTask> task;
+        ReadableTask task;
         {
             const std::lock_guard lock(mutex_);
             const auto found = tasks_.find(descriptor);
             if (found == tasks_.end())
                 return true;  // dropped
-            task = found->second.task;
-            if (found->second.once)
+            if (found->second.once) {
+                task = std::move(found->second.task);
                 tasks_.erase(found);
+            } else {
+                task = found->second.task;
+            }
             --waiters_;
         }
         bool alone = false;
@@ -131,8 +131,8 @@ class ReadinessWorkers {
             const std::lock_guard lock(mutex_);
             ++waiters_;
         }
-        (*task)(alone);
-        task.reset();
+        task(alone);
+        task = nullptr;  // what it holds goes outside the lock
         if (alone)
             return true;
         const std::lock_guard lock(mutex_);
@@ -153,19 +153,26 @@ class ReadinessWorkers {
 }  // namespace
 
 void runWhenReadable(int descriptor, ReadableTask task) {
-    ReadinessWorkers::shared().add(descriptor, std::move(task), true);
+    auto* const workers = ReadinessWorkers::shared();
+    if (workers)
+        task = workers->add(descriptor, std::move(task), true);
+    if (task)
+        task(true);
 }
 
 void watchReadable(int descriptor, ReadableTask task) {
-    ReadinessWorkers::shared().add(descriptor, std::move(task), false);
+    auto* const workers = ReadinessWorkers::shared();
+    if (!workers || workers->add(descriptor, std::move(task), false))
+        throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
 }
 
 void watchAgain(int descriptor) {
-    ReadinessWorkers::shared().arm(EPOLL_CTL_MOD, descriptor);
+    ReadinessWorkers::shared()->arm(EPOLL_CTL_MOD, descriptor);
 }
 
 void stopWatching(int descriptor) {
-    ReadinessWorkers::shared().remove(descriptor);
+    if (auto* const workers = ReadinessWorkers::shared())
+        workers->remove(descriptor);
 }
 
 }  // namespace morvane

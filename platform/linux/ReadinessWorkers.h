@@ -11,11 +11,12 @@ namespace morvane {
 using ReadableTask = std::function<void(bool alone)>;
 
 /// Runs `task` on a worker, once, when there is something to read or to accept on `descriptor`, or
-/// it has ended; maybe also earlier. The task has to keep the descriptor open. Throws
-/// std::system_error if a thread or memory for it cannot be had; the task does not run then.
+/// it has ended; maybe also earlier. The task has to keep the descriptor open. If nothing can wait
+/// for the descriptor, runs the task at once, alone.
 void runWhenReadable(int descriptor, ReadableTask task);
 
-/// Runs `task` each time, but not again before watchAgain(). Throws likewise.
+/// Runs `task` each time, but not again before watchAgain(). Throws std::system_error if nothing
+/// can wait for the descriptor.
 void watchReadable(int descriptor, ReadableTask task);
 /// Called by the task, or after it.
 void watchAgain(int descriptor);

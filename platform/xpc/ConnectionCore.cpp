@@ -17,11 +17,11 @@ NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef under
 }
 
 /// Has another thread read a stream, or the one that has just accepted it.
-void startReading(const std::function<void()>& reading, StreamSocket& stream) {
+void startReading(std::function<void()> reading, StreamSocket& stream) {
     if (keepsNextTask()) {
-        runOnWorker(reading);
+        runOnWorker(std::move(reading));
     } else {
-        stream.whenReadable(reading);
+        stream.whenReadable(std::move(reading));
     }
 }
 
@@ -123,7 +123,7 @@ void NSXPCConnection::Core::resume() {
         deferred.swap(deferred_);
     }
     if (reading)
-        startReading(reading, *stream);
+        startReading(std::move(reading), *stream);
     sendAll(std::move(deferred));
 }
 
@@ -210,9 +210,9 @@ void NSXPCConnection::Core::connect() {
         startReportingInvalid(std::move(waiting));
         return;
     }
-    // Before the reading starts: the service wakes while the reader does.
+    // The reader waits already when the reply comes: it is woken by that alone.
+    startReading(std::move(reading), *stream);
     sendAll(std::move(waiting));
-    startReading(reading, *stream);
 }
 
 void NSXPCConnection::Core::sendAll(std::vector<Deferred> requests) {
@@ -353,12 +353,15 @@ void NSXPCConnection::Core::streamEnded() {
         }
         interruption = interruptionHandler_;
     }
-    const auto interrupted = connectionError(
-        NSXPCConnectionInterrupted, "The service \"" + name_ +
-                                        "\" went away before it answered; whether it has carried "
-                                        "out the request is unknown.");
-    for (auto& request : pending)
-        request.receiver->fail(interrupted);
+    if (!pending.empty()) {
+        const auto interrupted = connectionError(
+            NSXPCConnectionInterrupted,
+            "The service \"" + name_ +
+                "\" went away before it answered; whether it has carried out the request is "
+                "unknown.");
+        for (auto& request : pending)
+            request.receiver->fail(interrupted);
+    }
     if (staysValid && interruption && !invalidated_)
         interruption();
     std::vector<Deferred> deferred;
@@ -390,12 +393,14 @@ void NSXPCConnection::Core::startReportingInvalid(std::vector<Deferred> deferred
 }
 
 void NSXPCConnection::Core::reportInvalid(std::vector<Deferred> deferred) {
-    const auto error = [&] {
-        const std::lock_guard lock(mutex_);
-        return invalidError();
-    }();
-    for (auto& request : deferred)
-        request.receiver->fail(error);
+    if (!deferred.empty()) {
+        const auto error = [&] {
+            const std::lock_guard lock(mutex_);
+            return invalidError();
+        }();
+        for (auto& request : deferred)
+            request.receiver->fail(error);
+    }
     {
         Handler handler;
         Handler interruption;

@@ -128,9 +128,9 @@ void Outbox::release() noexcept {
 void Outbox::flush() {
     while (!pieces_.empty()) {
         std::array<StreamSocket::Bytes, maxPieces> parts;
-        const auto count = std::min(pieces_.size(), maxPieces);
-        for (std::size_t i = 0; i < count; ++i)
-            parts[i] = pieces_[i].left();
+        std::size_t count = 0;
+        for (auto piece = pieces_.begin(); piece != pieces_.end() && count < maxPieces; ++piece)
+            parts[count++] = piece->left();
         auto sent = socket_->send(std::span(parts).first(count));
         if (!sent) {
             giveUp();

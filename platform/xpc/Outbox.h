@@ -4,7 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -61,7 +61,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     const std::shared_ptr<StreamSocket> socket_;
     const Limits limits_;
     std::mutex mutex_;
-    std::deque<Piece> pieces_;
+    std::list<Piece> pieces_;
     /// Memory that was used for frames before.
     NSData spare_;
     std::size_t bytes_ = 0;
