@@ -23,9 +23,9 @@ class ObjectTable {
         if (slot != free)
             return {slot, false};
         slot = nextUID;
-        if (addresses_.size() <= nextUID)
-            addresses_.resize(nextUID + 1);
-        addresses_[nextUID] = object;
+        if (addresses_.size() < nextUID)
+            addresses_.resize(nextUID);
+        addresses_.push_back(object);
         ++count_;
         return {nextUID, true};
     }

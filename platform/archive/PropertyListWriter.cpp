@@ -141,6 +141,7 @@ void PropertyListWriter::clear() {
     firstNode_ = front_.count();
     isLarge_ = false;
     large_.clear();
+    largeEnd_ = 0;
     largeOffsets_.clear();
 }
 
@@ -160,7 +161,8 @@ void PropertyListWriter::beginLarge(std::size_t count) {
     large_.reserve(count * bytesEach);
     largeOffsets_.reserve(count * valuesEach);
     const auto front = front_.bytes();
-    large_.insert(large_.end(), front.begin(), front.end());
+    large_.assign(front.begin(), front.end());
+    largeEnd_ = front.size();
     isLarge_ = true;
     largeFirstUid_ = front_.count() + nodes_.size();
     for (std::uint32_t value = 0; value < uidCount_; ++value) {
@@ -170,19 +172,34 @@ void PropertyListWriter::beginLarge(std::size_t count) {
     flush();
 }
 
-void PropertyListWriter::flush() {
-    const auto start = large_.size();
-    const auto end = start + bytes_ + refs_.size() * sizeof(Ref);
-    if (end > std::numeric_limits<std::uint32_t>::max()) {
+void PropertyListWriter::growLarge(std::size_t bytes) {
+    constexpr std::size_t more = std::size_t{64} << 10;
+    if (bytes > std::numeric_limits<std::uint32_t>::max() - more - largeEnd_) {
         throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
     }
-    large_.resize(end);
-    auto* p = large_.data() + start;
+    large_.resize(largeEnd_ + bytes + more);
+}
+
+template <class Put>
+PropertyListWriter::Ref PropertyListWriter::addLarge(std::size_t mostBytes, Put&& putValue) {
+    if (large_.size() - largeEnd_ < mostBytes)
+        growLarge(mostBytes);
+    largeOffsets_.push_back(static_cast<std::uint32_t>(largeEnd_));
+    const auto* const end = putValue(large_.data() + largeEnd_);
+    largeEnd_ = static_cast<std::size_t>(end - large_.data());
+    return static_cast<Ref>(firstNode_++);
+}
+
+PropertyListWriter::Ref PropertyListWriter::largeUid(std::uint32_t value) {
+    return addLarge(integerSize(value), [&](std::uint8_t* p) { return putUid(p, value); });
+}
+
+void PropertyListWriter::flush() {
+    const auto most = bytes_ + refs_.size() * sizeof(Ref);
     for (const auto& node : nodes_) {
-        largeOffsets_.push_back(static_cast<std::uint32_t>(p - large_.data()));
-        p = putNode<std::uint32_t>(p, node, largeFirstUid_);
+        addLarge(most,
+                 [&](std::uint8_t* p) { return putNode<std::uint32_t>(p, node, largeFirstUid_); });
     }
-    firstNode_ += nodes_.size();
     nodes_.clear();
     refs_.clear();
     arena_.clear();
@@ -205,6 +222,9 @@ PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
 
 PropertyListWriter::Ref PropertyListWriter::integer(std::int64_t value) {
     const auto bits = static_cast<std::uint64_t>(value);
+    if (isLarge_) {
+        return addLarge(integerSize(bits), [&](std::uint8_t* p) { return putInteger(p, bits); });
+    }
     return add(Kind::integer, 0, bits, integerSize(bits));
 }
 
@@ -258,15 +278,37 @@ PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> b
 }
 
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
+    const auto count = checkedCount(elements.size());
+    if (isLarge_) {
+        return addLarge(markerSize(count) + elements.size_bytes(), [&](std::uint8_t* p) {
+            p = putMarker(p, 0xA0, count);
+            for (const auto ref : elements)
+                p = put(p, static_cast<std::uint32_t>(numberOf(ref, largeFirstUid_)));
+            return p;
+        });
+    }
     const auto start = refs_.size();
     refs_.insert(refs_.end(), elements.begin(), elements.end());
-    const auto count = checkedCount(elements.size());
     return add(Kind::array, count, start, markerSize(count));
 }
 
 PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keysAndValues) {
-    const auto start = refs_.size();
     const auto count = checkedCount(keysAndValues.size() / 2);
+    if (isLarge_) {
+        return addLarge(markerSize(count) + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
+            p = putMarker(p, 0xD0, count);
+            const auto distance = std::size_t{count} * sizeof(Ref);
+            for (std::size_t i = 0; i < count; ++i, p += sizeof(Ref)) {
+                const auto number = [&](std::size_t at) {
+                    return static_cast<std::uint32_t>(numberOf(keysAndValues[at], largeFirstUid_));
+                };
+                put(p, number(2 * i));
+                put(p + distance, number(2 * i + 1));
+            }
+            return p + distance;
+        });
+    }
+    const auto start = refs_.size();
     refs_.resize(start + keysAndValues.size());
     auto* const keys = refs_.data() + start;
     for (std::size_t i = 0; i < count; ++i) {
@@ -353,8 +395,7 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
 }
 
 void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
-    flush();
-    const auto table = large_.size();
+    const auto table = largeEnd_;
     const auto count = firstNode_;
     const auto front = front_.offsets(sizeof(std::uint32_t));
     large_.resize(table + count * sizeof(std::uint32_t) + trailerSize);

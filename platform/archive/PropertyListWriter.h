@@ -67,7 +67,7 @@ class PropertyListWriter {
     Ref uid(std::uint32_t value) {
         if (value >= uidCount_) {
             if (isLarge_)
-                return add(Kind::uid, 0, value, uidSize(value));
+                return largeUid(value);
             uidCount_ = value + 1;
         }
         return uidBit | value;
@@ -129,7 +129,7 @@ class PropertyListWriter {
         const auto ref = static_cast<Ref>(firstNode_ + nodes_.size());
         nodes_.emplace_back(kind, count, payload);
         bytes_ += size;
-        if (isLarge_ && bytes_ + refs_.size() * sizeof(Ref) >= flushedBytes)
+        if (isLarge_)
             flush();
         return ref;
     }
@@ -150,8 +150,11 @@ class PropertyListWriter {
     void flush();
     void writeLarge(Ref root, Bytes& out);
 
-    /// In large lists, so much is written at once.
-    static constexpr std::size_t flushedBytes = std::size_t{16} << 10;
+    // The most frequent values of large lists are written without becoming a node.
+    Ref largeUid(std::uint32_t value);
+    template <class Put>
+    Ref addLarge(std::size_t mostBytes, Put&& putValue);
+    void growLarge(std::size_t bytes);
 
     const PropertyListFront& front_;
     std::vector<Node> nodes_;
@@ -165,8 +168,10 @@ class PropertyListWriter {
     std::uint64_t list_ = 1;
     std::uint32_t uidCount_ = 0;
     bool isLarge_ = false;
-    /// What is written already, where each value of it stands, and the number of the first UID.
+    /// What is written already, up to largeEnd_, where each value of it stands, and the number of
+    /// the first UID.
     Bytes large_;
+    std::size_t largeEnd_ = 0;
     std::vector<std::uint32_t> largeOffsets_;
     std::size_t largeFirstUid_ = 0;
     Ref booleans_[2] = {none, none};
