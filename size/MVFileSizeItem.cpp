@@ -34,7 +34,7 @@ std::shared_ptr<MVFileSizeItem> MVFileSizeItem::initWithSize(std::int64_t size) 
 }
 
 std::shared_ptr<NSObject> MVFileSizeItem::initWithCoder(NSKeyedUnarchiver& coder) {
-    auto item = initWithSize(coder.decodeInt64("size"));
+    auto item = coder.makeObject<MVFileSizeItem>(coder.decodeInt64("size"));
     item->busy_ = coder.decodeBool("busy");
     return item;
 }

@@ -246,6 +246,15 @@ std::shared_ptr<NSObject>* NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::s
     return &slot.object;
 }
 
+NSObjectBlock* NSKeyedUnarchiver::blockWithRoom(std::size_t size) {
+    if (state_->largeArrays == 0)
+        return nullptr;
+    auto& block = state_->block;
+    if (!block || !block->hasRoom(size))
+        block.reset(NSObjectBlock::make());
+    return block.get();
+}
+
 bool NSKeyedUnarchiver::isArray(std::string_view key) {
     return reading(key, [&] {
         const auto value = state_->find(key);
@@ -260,6 +269,7 @@ void NSKeyedUnarchiver::readArray(std::string_view key, Read&& read) {
         if (!value || state_->isNil(*value, key))
             return;
         const auto array = state_->array(*value, key);
+        const State::LargeArray large(*state_, array.count);
         for (std::uint64_t i = 0; i < array.count; ++i) {
             read(state_->list.element<Kind::uid>(array, i), static_cast<std::size_t>(array.count));
         }

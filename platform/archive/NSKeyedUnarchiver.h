@@ -2,8 +2,11 @@
 
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 
+#include <atomic>
 #include <concepts>
+#include <cstddef>
 #include <functional>
+#include <utility>
 
 /// Reads keyed archives that came from anyone, with a set of allowed classes for each key.
 ///
@@ -52,6 +55,44 @@ struct NSDecodingBudget {
     static NSDecodingBudget forArchiveOfSize(std::size_t size);
 };
 
+/// Memory for objects that are decoded together: one maker fills it, and it goes with the last of
+/// its objects, on whatever thread.
+class NSObjectBlock {
+  public:
+    static NSObjectBlock* make() { return new NSObjectBlock; }
+    /// The maker is done with it.
+    void close() noexcept { release(held - made_); }
+
+    bool hasRoom(std::size_t size) const { return size <= capacity - used_; }
+    /// For one object, where there is room.
+    void* allocate(std::size_t size) noexcept {
+        constexpr auto unit = alignof(std::max_align_t);
+        ++made_;
+        return bytes_ + std::exchange(used_, used_ + (size + unit - 1) / unit * unit);
+    }
+    /// The end of one object.
+    void release() noexcept { release(1); }
+
+    /// The largest that is put into a block.
+    static constexpr std::size_t largest = 1024;
+
+  private:
+    static constexpr std::size_t capacity = std::size_t{64} << 10;
+    /// More than there can be objects.
+    static constexpr std::size_t held = capacity;
+
+    NSObjectBlock() {}
+    void release(std::size_t count) noexcept {
+        if (left_.fetch_sub(count, std::memory_order_acq_rel) == count)
+            delete this;
+    }
+
+    std::atomic<std::size_t> left_ = held;
+    std::size_t made_ = 0;
+    std::size_t used_ = 0;
+    alignas(std::max_align_t) std::byte bytes_[capacity];
+};
+
 class MORVANE_EXPORT NSKeyedUnarchiver {
   public:
     /// The object under "root", whose class must be in `classes`. Null with `*error` set on
@@ -65,6 +106,18 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     ~NSKeyedUnarchiver();
     NSKeyedUnarchiver(const NSKeyedUnarchiver&) = delete;
     NSKeyedUnarchiver& operator=(const NSKeyedUnarchiver&) = delete;
+
+    /// For initWithCoder: makes the object. The many objects of a large array stand side by side in
+    /// memory.
+    template <class T, class... Arguments>
+    std::shared_ptr<T> makeObject(Arguments&&... arguments) {
+        constexpr std::size_t control = 64;  // beside the object, generously
+        static_assert(sizeof(T) + control <= NSObjectBlock::largest);
+        if (auto* const block = blockWithRoom(sizeof(T) + control))
+            return std::allocate_shared<T>(BlockAllocator<T>(*block),
+                                           std::forward<Arguments>(arguments)...);
+        return std::make_shared<T>(std::forward<Arguments>(arguments)...);
+    }
 
     bool containsValueForKey(std::string_view key);
 
@@ -99,6 +152,25 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
                                                           const NSClass& root);
 
   private:
+    /// Of one object.
+    template <class T>
+    class BlockAllocator {
+      public:
+        using value_type = T;
+        explicit BlockAllocator(NSObjectBlock& block) : block_(&block) {}
+        template <class Other>
+        BlockAllocator(const BlockAllocator<Other>& other) : block_(other.block_) {}
+        T* allocate(std::size_t) { return static_cast<T*>(block_->allocate(sizeof(T))); }
+        void deallocate(T*, std::size_t) noexcept { block_->release(); }
+
+      private:
+        template <class>
+        friend class BlockAllocator;
+        NSObjectBlock* block_;
+    };
+    /// Null outside large arrays.
+    NSObjectBlock* blockWithRoom(std::size_t size);
+
     struct MORVANE_INTERNAL State;
     using Classes = std::span<const NSClass* const>;
 

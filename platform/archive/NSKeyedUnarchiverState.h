@@ -42,14 +42,25 @@ class Found {
     Value value_;
 };
 
-/// A dictionary whose keys are read once: every look-up passes all of them.
 struct Dictionary {
     explicit Dictionary(const Value& v) : value(v) {}
 
     Value value;
-    bool keysAreRead = false;
+    /// The shape that is known to have its keys; 0 is none.
+    std::uint64_t shape = 0;
+};
+
+/// The keys of a dictionary, which are read once: every look-up passes all of them, and the next
+/// dictionary often has the same.
+struct Shape {
+    std::uint64_t number = 1;
+    /// The references to the keys, which tell dictionaries of this shape.
+    NSDataView references;
     /// As many as an object of ours has; those of a larger one are read each time.
     std::array<PropertyListReader::Text, 12> keys;
+    bool areDistinct = false;
+    /// Where the next key is expected: objects ask for theirs in the order of their writing.
+    std::uint32_t next = 0;
 };
 
 /// The property-list classes under the other names that archivers give them.
@@ -75,6 +86,7 @@ struct NSKeyedUnarchiver::State {
     using Value = keyed::Value;
     using Found = keyed::Found;
     using Dictionary = keyed::Dictionary;
+    using Shape = keyed::Shape;
     using Classes = std::span<const NSClass* const>;
 
     /// What became of an object of the archive.
@@ -101,8 +113,16 @@ struct NSKeyedUnarchiver::State {
     std::optional<Dictionary> top;
     /// What keys are looked up in.
     Dictionary* current = nullptr;
+    Shape shape;
+    std::uint64_t shapes = 1;
     std::array<Slot, 8> fewSlots;
     std::vector<Slot> manySlots;
+    /// Where the objects of large arrays are made, and how many such arrays are being read.
+    struct CloseBlock {
+        void operator()(NSObjectBlock* block) const { block->close(); }
+    };
+    std::unique_ptr<NSObjectBlock, CloseBlock> block;
+    std::size_t largeArrays = 0;
     std::array<CheckedClass, 8> checkedClasses;
     std::size_t checkedClassCount = 0;
 
@@ -123,18 +143,40 @@ struct NSKeyedUnarchiver::State {
         const auto count = dictionary.value.count;
         if (count > maxKeys)
             keyed::fail(context, "an object has too many keys");
-        if (count > dictionary.keys.size()) {
+        if (count > shape.keys.size()) {
             return findIf<likely>(dictionary.value, context, [&](std::uint64_t i) {
                 return list.text(dictionary.value, i) == key;
             });
         }
-        if (!dictionary.keysAreRead) {
-            for (std::uint64_t i = 0; i < count; ++i)
-                dictionary.keys[i] = list.text(dictionary.value, i);
-            dictionary.keysAreRead = true;
+        if (dictionary.shape != shape.number)
+            takeShape(dictionary);
+        if (shape.areDistinct && shape.next < count && shape.keys[shape.next] == key)
+            return list.valueOf<likely>(dictionary.value, shape.next++);
+        return findIf<likely>(dictionary.value, context, [&](std::uint32_t i) {
+            return shape.keys[i] == key && (shape.next = i + 1, true);
+        });
+    }
+
+    void takeShape(Dictionary& dictionary) {
+        const auto references = list.keyReferences(dictionary.value);
+        shape.next = 0;
+        if (references.size() != shape.references.size() ||
+            !std::equal(references.begin(), references.end(), shape.references.begin())) {
+            readShape(dictionary.value);
+            shape.references = references;
+            shape.number = ++shapes;
         }
-        return findIf<likely>(dictionary.value, context,
-                              [&](std::uint32_t i) { return dictionary.keys[i] == key; });
+        dictionary.shape = shape.number;
+    }
+
+    void readShape(const Value& dictionary) {
+        const auto count = dictionary.count;
+        shape.areDistinct = true;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            shape.keys[i] = list.text(dictionary, i);
+            for (std::uint32_t k = 0; k < i; ++k)
+                shape.areDistinct = shape.areDistinct && !(shape.keys[k] == shape.keys[i]);
+        }
     }
 
     template <Kind likely, class IsKey>
@@ -347,6 +389,16 @@ struct NSKeyedUnarchiver::State {
             --budget.depth;
         }
         ~Depth() { ++budget.depth; }
+    };
+
+    /// While it exists, objects are made in blocks if the array is large.
+    struct LargeArray {
+        State& state;
+        const bool isLarge;
+        LargeArray(State& s, std::uint64_t count) : state(s), isLarge(count >= 1024) {
+            state.largeArrays += isLarge;
+        }
+        ~LargeArray() { state.largeArrays -= isLarge; }
     };
 
     /// While it exists, keys are looked up in `dictionary`.

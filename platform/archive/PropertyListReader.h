@@ -53,6 +53,7 @@ class PropertyListReader {
     };
     static_assert(sizeof(Value) == 16);
 
+    static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
     /// An ASCII text where it stands; of size notAscii for any other value.
     struct Text {
         const std::uint8_t* bytes;
@@ -61,8 +62,11 @@ class PropertyListReader {
         bool operator==(std::string_view text) const {
             return size == text.size() && equals(bytes, text);
         }
+        bool operator==(const Text& other) const {
+            return size == other.size &&
+                   (size == notAscii || std::memcmp(bytes, other.bytes, size) == 0);
+        }
     };
-    static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
 
     /// `front`: looked for at the front of the list.
     explicit PropertyListReader(std::span<const std::uint8_t> bytes,
@@ -121,6 +125,10 @@ class PropertyListReader {
     /// The i-th element or key as a number of a value, which is not checked.
     std::uint64_t reference(const Value& container, std::uint64_t i) const {
         return bigEndian(container.bytes + i * refSize_) >> refShift_;
+    }
+    /// Where the references of the keys stand.
+    std::span<const std::uint8_t> keyReferences(const Value& dictionary) const {
+        return {dictionary.bytes, std::size_t{dictionary.count} * refSize_};
     }
     /// The i-th element; i < array.count.
     template <Kind likely = Kind::null>
