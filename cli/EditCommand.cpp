@@ -40,10 +40,17 @@ EntryList inOrderOfEvaluation(const EntryList& edited, const EntryList& original
     return result;
 }
 
+Outcome refusal(const NSError& error, const EditOptions& options) {
+    auto message = failureMessage("cannot change the access-control list of", options.path, error);
+    if (!options.lossy && error.domain() == NSPOSIXErrorDomain && error.code() == EOPNOTSUPP)
+        message += "  --lossy accepts the nearest list.\n";
+    return {exitCodeOf(error), {}, std::move(message)};
+}
+
 }  // namespace
 
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclNearest& nearest, const AclInteraction& interaction,
+                   const AclForecast& forecast, const AclInteraction& interaction,
                    const Style& style) {
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
@@ -78,31 +85,25 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
         return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
 
     auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
-    if (options.lossy) {
+    if (options.dryRun || options.lossy) {
         NSErrorRef error;
-        entries = nearest(entries, url, &error);
-        if (error)
-            return {
-                exitCodeOf(*error),
-                {},
-                failureMessage("cannot change the access-control list of", options.path, *error)};
+        auto expected = forecast(entries, url, options.lossy, &error);
+        // Of an item that only the privileged helper may look at, the edit itself is shown.
+        if (error && (options.lossy || error->code() == EOPNOTSUPP))
+            return refusal(*error, options);
+        if (!error)
+            entries = std::move(expected);
     }
-    auto toShow = options.lossy ? entries : editor.entries();
-    sortCanonically(toShow);
-    const auto after = shown(toShow, options, style);
     if (options.dryRun) {
+        sortCanonically(entries);
+        const auto after = shown(entries, options, style);
         if (options.json)
             return {ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
         return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
                 "morvane: --dry-run, nothing was changed.\n"};
     }
-    if (const auto error = sink(entries, url)) {
-        auto message =
-            failureMessage("cannot change the access-control list of", options.path, *error);
-        if (!options.lossy && error->domain() == NSPOSIXErrorDomain && error->code() == EOPNOTSUPP)
-            message += "  --lossy accepts the nearest list.\n";
-        return {exitCodeOf(*error), {}, std::move(message)};
-    }
+    if (const auto error = sink(entries, url))
+        return refusal(*error, options);
     // What the item has now, which is not always the order of what was written.
     auto written = source(url);
     if (written.error)

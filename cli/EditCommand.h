@@ -31,15 +31,16 @@ struct EditOptions {
 /// Writes a list and waits for the answer.
 using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& url)>;
 
-/// The nearest entries that the item at `url` can hold and that grant no more.
-using AclNearest =
-    std::function<EntryList(const EntryList& entries, const NSURL& url, NSErrorRef* error)>;
+/// The entries that the item at `url` would have after `entries` were written; with `lossy` the
+/// nearest ones that grant no more. Empty, with `*error` set, if that cannot be told.
+using AclForecast = std::function<EntryList(const EntryList& entries, const NSURL& url, bool lossy,
+                                            NSErrorRef* error)>;
 
 /// Lets a person edit; whether the result is to be written. Empty where there is no terminal.
 using AclInteraction = std::function<bool(AclEditor& editor, const std::string& title)>;
 
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclNearest& nearest, const AclInteraction& interaction,
+                   const AclForecast& forecast, const AclInteraction& interaction,
                    const Style& style);
 
 }  // namespace morvane

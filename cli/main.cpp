@@ -149,8 +149,8 @@ Outcome run(int argc, char** argv) {
             [&](const EntryList& entries, const NSURL& url) {
                 return connector->setAclEntries(entries, resolved(url));
             },
-            [&](const EntryList& entries, const NSURL& url, NSErrorRef* error) {
-                return nearestAclEntries(entries, resolved(url), error);
+            [&](const EntryList& entries, const NSURL& url, bool lossy, NSErrorRef* error) {
+                return aclEntriesAfterWriting(entries, resolved(url), lossy, error);
             },
             Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
     }

@@ -67,6 +67,12 @@ std::string textOfLosses(const std::vector<std::string>& losses) {
     return text + ".";
 }
 
+NSErrorRef lossesError(const std::vector<std::string>& losses, const NSURL& url) {
+    return posixError(EOPNOTSUPP, url, textOfLosses(losses),
+                      "Nothing was changed. Change these entries, or accept the nearest list "
+                      "that grants no more.");
+}
+
 }  // namespace
 
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
@@ -89,38 +95,45 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return posixError(code, url,
                           "Only files and folders are changed on behalf of another user, and a "
                           "file with several names only for its owner.");
-    const auto refusal = [&](const std::vector<std::string>& losses) {
-        return posixError(EOPNOTSUPP, url, textOfLosses(losses),
-                          "Nothing was changed. Change these entries, or accept the nearest list "
-                          "that grants no more.");
-    };
     int code = 0;
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
-            return refusal(wanted.losses);
+            return lossesError(wanted.losses, url);
         code = writeNfs4Acl(item, *native, wanted.acl);
     } else {
         const auto& list = std::get<PosixAcl>(old);
         const auto wanted = reduced(entries, list);
         if (!wanted.losses.empty())
-            return refusal(wanted.losses);
+            return lossesError(wanted.losses, url);
         code = writePosixAcl(item.path(), list, wanted.acl);
     }
     return code == 0 ? nullptr : posixError(code, url);
 }
 
-std::vector<std::shared_ptr<MVAclEntry>> nearestAclEntries(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, NSErrorRef* error) {
+std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, bool lossy,
+    NSErrorRef* error) {
     auto found = openWithAcl(url, {});
     if (const auto* failure = std::get_if<NSErrorRef>(&found)) {
         *error = *failure;
         return {};
     }
+    const auto refuses = [&](const std::vector<std::string>& losses) {
+        if (!lossy && !losses.empty())
+            *error = lossesError(losses, url);
+        return *error != nullptr;
+    };
     const auto& acl = std::get<ItemWithAcl>(found).acl;
-    if (const auto* native = std::get_if<Nfs4Item>(&acl))
-        return entriesOfNfs4Acl(replaced(entries, *native).acl, native->target, systemNfs4Names());
-    return entriesOfPosixAcl(reduced(entries, std::get<PosixAcl>(acl)).acl);
+    if (const auto* native = std::get_if<Nfs4Item>(&acl)) {
+        const auto wanted = replaced(entries, *native);
+        return refuses(wanted.losses)
+                   ? std::vector<std::shared_ptr<MVAclEntry>>{}
+                   : entriesOfNfs4Acl(wanted.acl, native->target, systemNfs4Names());
+    }
+    const auto wanted = reduced(entries, std::get<PosixAcl>(acl));
+    return refuses(wanted.losses) ? std::vector<std::shared_ptr<MVAclEntry>>{}
+                                  : entriesOfPosixAcl(wanted.acl);
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {

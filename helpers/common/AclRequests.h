@@ -28,10 +28,12 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule = {});
 
-/// The nearest entries that the item at `url` can hold and that grant no more; empty, with `*error`
-/// set, if the item cannot be looked at.
-std::vector<std::shared_ptr<MVAclEntry>> nearestAclEntries(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, NSErrorRef* error);
+/// The entries that the item at `url` would have after `entries` were written; with `lossy` the
+/// nearest ones that grant no more. Empty, with `*error` set, if it cannot hold them or cannot be
+/// looked at.
+std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, bool lossy,
+    NSErrorRef* error);
 
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.

@@ -64,6 +64,20 @@ touch "$work/file"
 env -u MORVANE_LIBEXEC_DIR MORVANE_LIBEXEC_DIR="$prefix/libexec/morvaneoperation" \
     "$prefix/bin/morvane" acl "$work/file" >/dev/null || fail "the installed morvane does not run"
 
+echo "the smallest host is built and run outside"
+cmake -S "$source/examples/smallest_host" -B "$work/host" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="${flags[*]:1}" >/dev/null
+cmake --build "$work/host" >/dev/null
+setfacl -m u:daemon:r "$work/file"
+export MORVANE_LIBEXEC_DIR=$prefix/libexec/morvaneoperation
+[ "$("$work/host/smallest_host" "$work/file" | sort | tr '\n' ' ')" = \
+    "$(printf '%s\n' daemon everyone "$(id -un)" "$(id -gn)" | sort | tr '\n' ' ')" ] ||
+    fail "the smallest host printed something else"
+if "$work/host/smallest_host" "$work/no" 2>"$work/errors"; then fail "the smallest host read a file that is not there"; fi
+[ "$(cat "$work/errors")" = "smallest_host: No such file or directory" ] ||
+    fail "the smallest host said $(cat "$work/errors")"
+unset MORVANE_LIBEXEC_DIR
+
 echo "what must not compile does not"
 refuse() {
     if echo "$2" | "$cxx" "${flags[@]}" -fsyntax-only "${@:3}" -x c++ - 2>/dev/null; then fail "$1 compiles"; fi

@@ -1,0 +1,242 @@
+"""Changing access-control lists by the command-line host with the real file service, on real files.
+
+usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]
+"""
+import json
+import os
+import pty
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
+TIME_LIMIT = 120  # a watchdog; nothing here takes long
+ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+
+
+def run(*arguments):
+    return subprocess.run([MORVANE, *arguments], env=ENVIRONMENT, capture_output=True, text=True,
+                          timeout=TIME_LIMIT)
+
+
+def acl(path):
+    return subprocess.run(["getfacl", "-cpn", path], check=True, capture_output=True, text=True,
+                          timeout=TIME_LIMIT).stdout.split()
+
+
+class Changing(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = os.path.join(folder.name, "top")
+        os.mkdir(self.folder, 0o755)
+        self.file = self.make("notes.txt")
+
+    def make(self, name):
+        path = os.path.join(self.folder, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="ascii"):
+            os.chmod(path, 0o640)
+        return path
+
+    def setfacl(self, *arguments):
+        subprocess.run(["setfacl", *arguments], check=True, timeout=TIME_LIMIT)
+
+    def succeed(self, *arguments):
+        result = run(*arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return result.stdout
+
+    def fail_with(self, code, *arguments):
+        result = run(*arguments)
+        self.assertEqual((result.returncode, result.stdout), (code, ""))
+        return result.stderr
+
+
+class Scripts(Changing):
+    def test_an_added_entry_is_in_the_list_that_others_read(self):
+        table = self.succeed("acl", self.file, "--edit", "add user:65534; permissions read")
+        self.assertIn("user nobody                Allow  Read", table)
+        self.assertEqual(acl(self.file), ["user::rw-", "user:65534:r-x", "group::r--", "mask::r-x",
+                                          "other::---"])
+
+    def test_a_box_of_a_folders_entry_is_changed_by_its_name(self):
+        self.succeed("acl", self.folder, "--edit",
+                     'add group:4711; permissions read; on "Child files"; on "Child folders"; '
+                     'on "All descendants"')
+        self.assertEqual([line for line in acl(self.folder) if "4711" in line],
+                         ["group:4711:r-x", "default:group:4711:r-x"])
+
+    def test_an_entry_is_removed(self):
+        self.setfacl("-m", "u:4711:rw", self.file)
+        number = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.file))
+                  ].index("uid 4711") + 1
+        self.succeed("acl", self.file, "--edit", f"entry {number}; remove")
+        self.assertEqual(acl(self.file), ["user::rw-", "group::r--", "other::---"])
+
+    def test_a_dry_run_shows_both_lists_and_changes_nothing(self):
+        before = acl(self.file)
+        result = run("acl", self.file, "--dry-run", "--edit", "add user:4711; permissions read")
+        self.assertEqual((result.returncode, result.stderr),
+                         (0, "morvane: --dry-run, nothing was changed.\n"))
+        first, second = result.stdout.split("\nAfter:\n")
+        self.assertNotIn("4711", first)
+        self.assertIn("uid 4711  ", second)
+        self.assertEqual(acl(self.file), before)
+
+    def test_a_dry_run_is_refused_as_the_edit_would_be(self):
+        script = 'add user:65534; permissions read; on "Delete"'
+        self.assertEqual(self.fail_with(1, "acl", self.file, "--dry-run", "--edit", script),
+                         self.fail_with(1, "acl", self.file, "--edit", script))
+
+    def test_what_the_file_system_cannot_hold_is_refused_with_each_box(self):
+        before = acl(self.file)
+        message = self.fail_with(1, "acl", self.file, "--edit",
+                                 'add user:65534; permissions read; on "Delete"; on "Change Owner"')
+        self.assertIn('entry 4 (allow user nobody): "Delete", "Change Owner"', message)
+        self.assertIn("Nothing was changed.", message)
+        self.assertIn("--lossy accepts the nearest list.", message)
+        self.assertEqual(acl(self.file), before)
+
+    def test_lossy_writes_the_nearest_list_that_grants_no_more(self):
+        table = self.succeed("acl", self.file, "--lossy", "--edit",
+                             'add user:65534; permissions read; on "Delete"; on "Write Data"')
+        self.assertIn("user nobody                Allow  Read ", table)
+        self.assertIn("user:65534:r-x", acl(self.file))
+
+    def test_a_new_entry_that_denies_counts_before_those_that_allow(self):
+        os.chmod(self.file, 0o644)
+        self.succeed("acl", self.file, "--lossy", "--edit",
+                     'add user:4711; permissions read-write; deny')
+        self.assertIn("user:4711:---", acl(self.file))
+
+    def test_setuid_setgid_and_sticky_survive(self):
+        os.chmod(self.file, 0o7750)
+        self.succeed("acl", self.file, "--edit", "add user:4711; permissions read")
+        self.assertEqual(os.stat(self.file).st_mode & 0o7000, 0o7000)
+
+    def test_a_command_that_cannot_be_done_changes_nothing(self):
+        before = acl(self.file)
+        message = self.fail_with(2, "acl", self.file, "--edit",
+                                 "add user:4711; permissions read; off \"No Such Box\"")
+        self.assertIn("command 3", message)
+        self.assertEqual(acl(self.file), before)
+
+
+class Access(Changing):
+    def test_it_is_what_the_user_can_really_do(self):
+        self.setfacl("-m", "u:65534:rw,m::r", self.file)
+        boxes = {}
+
+        def visit(nodes):
+            for node in nodes:
+                boxes[node["name"]] = node["state"]
+                visit(node["children"])
+
+        visit(json.loads(self.succeed("access", self.file, "--user", "65534", "--json")))
+        self.assertEqual((boxes["Read Data"], boxes["Write Data"], boxes["Execute File"]), (1, 0, 0))
+        self.assertEqual(boxes["Read"], -1)
+
+    def test_root_may_do_what_the_list_does_not_say(self):
+        os.chmod(self.file, 0o000)
+        self.assertIn("[x] Write Data", self.succeed("access", self.file, "--user", "root"))
+
+
+class Propagation(Changing):
+    def setUp(self):
+        super().setUp()
+        self.inner = self.make("sub/deep/inner.txt")
+        self.setfacl("-m", "u:4711:rwx,d:u:4711:rwx,d:o::-", self.folder)
+
+    def test_everything_below_gets_the_list(self):
+        self.assertEqual(self.succeed("acl", self.folder, "--propagate"), "")
+        self.assertEqual(acl(self.inner), ["user::rw-", "user:4711:rwx", "#effective:rw-",
+                                           "group::r--", "mask::rw-", "other::---"])
+        self.assertIn("default:user:4711:rwx", acl(os.path.dirname(self.inner)))
+
+    def test_what_cannot_be_changed_is_told_and_the_rest_is_changed(self):
+        os.chown(self.folder, 65534, 65534)
+        os.chown(self.file, 65534, 65534)
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        result = subprocess.run([MORVANE, "acl", self.folder, "--propagate"], env=ENVIRONMENT,
+                                capture_output=True, text=True, timeout=TIME_LIMIT, user=65534,
+                                group=65534, extra_groups=[])
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("3 items could not be changed, the others are; the first are ", result.stderr)
+        self.assertIn("/top/sub (Operation not permitted)", result.stderr)
+        self.assertIn("user:4711:rwx", acl(self.file))
+        self.assertNotIn("user:4711:rwx", acl(self.inner))
+
+    def test_a_file_is_no_folder(self):
+        self.assertIn("Not a directory", self.fail_with(1, "acl", self.file, "--propagate"))
+
+
+class Terminal(Changing):
+    """The editor on a terminal, driven by keys."""
+
+    def edit(self, *keys):
+        """Presses each key when the screen of the one before is there; returns all that was shown."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execve(MORVANE, [MORVANE, "acl", self.file, "--edit"], ENVIRONMENT)
+        self.addCleanup(os.close, terminal)
+        shown = self.read(terminal, until="q leave")
+        for key in keys:
+            os.write(terminal, key.encode())
+            shown += self.read(terminal, until="q leave")
+        self.process, self.terminal = process, terminal
+        return shown
+
+    def read(self, terminal, until=None):
+        text = ""
+        while until is None or until not in text:
+            if not select.select([terminal], [], [], TIME_LIMIT)[0]:
+                self.fail(f"nothing more is shown after {text!r}")
+            try:
+                data = os.read(terminal, 65536)
+            except OSError:  # the terminal's other end is closed
+                break
+            if not data:
+                break
+            text += data.decode(errors="replace")
+        return text
+
+    def end(self, key):
+        os.write(self.terminal, key.encode())
+        rest = self.read(self.terminal)
+        status = os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
+        return status, rest
+
+    def test_a_box_toggled_by_a_key_is_saved(self):
+        shown = self.edit("\x1b[C", "\x1b[B", "\x1b[B")  # open the owner's entry, go to "Write"
+        self.assertIn("[x] Write", shown)
+        shown = self.edit_more(" ")
+        self.assertIn("[ ] Write", shown)
+        status, _ = self.end("s")
+        self.assertEqual(status, 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
+
+    def edit_more(self, key):
+        os.write(self.terminal, key.encode())
+        return self.read(self.terminal, until="q leave")
+
+    def test_leaving_changes_nothing(self):
+        self.edit("\x1b[B")
+        status, rest = self.end("q")
+        self.assertEqual(status, 0)
+        self.assertIn("nothing was changed", rest)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
+    def test_a_signal_leaves_the_terminal_as_it_was(self):
+        self.edit("\x1b[B")
+        os.kill(self.process, signal.SIGTERM)
+        self.read(self.terminal)
+        self.assertEqual(os.waitpid(self.process, 0)[1] & 0x7F, signal.SIGTERM)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
