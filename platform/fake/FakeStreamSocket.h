@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
 #include <algorithm>
@@ -100,11 +101,70 @@ class FakeStreamSocket final : public StreamSocket {
         }
     }
 
-    PeerCredentials peer() const override { return {1, 0, 0}; }
+    PeerCredentials peer() const override { return credentials; }
+    PeerCredentials credentials{1, 0, 0};
 
   private:
     const std::shared_ptr<Pipe> in_;
     const std::shared_ptr<Pipe> out_;
+};
+
+/// A listener that a test supplies with clients, from any thread.
+class FakeStreamListener final : public StreamListener {
+  public:
+    struct Clients {
+        std::mutex mutex;
+        std::deque<std::shared_ptr<StreamSocket>> waiting;
+        std::function<void(bool alone)> task;
+        bool isWatched = false;
+
+        /// The client's end of a new stream of this user's.
+        std::shared_ptr<FakeStreamSocket> connect(std::int64_t user) {
+            auto [near, far] = FakeStreamSocket::pair();
+            far->credentials.userIdentifier = user;
+            const std::lock_guard lock(mutex);
+            waiting.push_back(far);
+            wake();
+            return near;
+        }
+        /// Under the lock.
+        void wake() {
+            if (!isWatched || waiting.empty() || !task)
+                return;
+            isWatched = false;
+            runOnWorker([task = task] { task(false); });
+        }
+    };
+
+    explicit FakeStreamListener(std::shared_ptr<Clients> clients) : clients_(std::move(clients)) {}
+
+    void start(std::function<void(bool alone)> task) override {
+        {
+            const std::lock_guard lock(clients_->mutex);
+            clients_->task = std::move(task);
+        }
+        waitForNext();
+    }
+    std::shared_ptr<StreamSocket> accept() override {
+        const std::lock_guard lock(clients_->mutex);
+        if (clients_->waiting.empty())
+            return nullptr;
+        const auto client = std::move(clients_->waiting.front());
+        clients_->waiting.pop_front();
+        return client;
+    }
+    void waitForNext() override {
+        const std::lock_guard lock(clients_->mutex);
+        clients_->isWatched = true;
+        clients_->wake();
+    }
+    void stop() override {
+        const std::lock_guard lock(clients_->mutex);
+        clients_->task = nullptr;
+    }
+
+  private:
+    const std::shared_ptr<Clients> clients_;
 };
 
 /// A service that a test supplies: `accept` gets the far end of each new stream.

@@ -89,6 +89,13 @@ bool FrameReader::hasMessageWaiting() const {
            waiting().size() - FrameHeader::size >= header->payloadLength;
 }
 
+std::size_t FrameReader::receive(std::span<std::uint8_t> into) {
+    // Asked of the clock too: of a sender that trickles there is always just a little more.
+    if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)
+        return 0;
+    return socket_.receive(into, deadline_);
+}
+
 bool FrameReader::fillBuffer(std::size_t needed) {
     if (end_ - begin_ >= needed)
         return true;
@@ -102,7 +109,7 @@ bool FrameReader::fillBuffer(std::size_t needed) {
         if (begin_ != end_ && !deadline_) {
             deadline_ = std::chrono::steady_clock::now() + frameTime_;
         }
-        const auto count = socket_.receive(buffer_.all().subspan(end_), deadline_);
+        const auto count = receive(buffer_.all().subspan(end_));
         if (count == 0)
             return false;
         end_ += count;
@@ -124,7 +131,7 @@ bool FrameReader::appendPayload(std::size_t length) {
     if (at < end && !deadline_)
         deadline_ = std::chrono::steady_clock::now() + frameTime_;
     while (at < end) {
-        const auto count = socket_.receive(assembled_.all().subspan(at), deadline_);
+        const auto count = receive(assembled_.all().subspan(at));
         if (count == 0)
             return false;
         at += count;

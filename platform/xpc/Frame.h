@@ -69,6 +69,7 @@ class FrameReader {
     std::span<const std::uint8_t> waiting() const {
         return buffer_.all().subspan(begin_, end_ - begin_);
     }
+    std::size_t receive(std::span<std::uint8_t> into);
     bool fillBuffer(std::size_t needed);
     bool appendPayload(std::size_t length);
 

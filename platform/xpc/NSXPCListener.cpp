@@ -210,6 +210,9 @@ class NSXPCListener::Core {
 
 NSXPCListener::NSXPCListener(std::unique_ptr<Core> core) : core_(std::move(core)) {}
 
+NSXPCListener::NSXPCListener(std::unique_ptr<StreamListener> listener)
+    : NSXPCListener(std::make_unique<Core>(std::move(listener))) {}
+
 NSXPCListener::~NSXPCListener() = default;
 
 std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSErrorRef* error) {
@@ -223,7 +226,7 @@ std::shared_ptr<NSXPCListener> NSXPCListener::activatedListener(NSErrorRef* erro
     auto listener = inheritedListener(error);
     if (!listener)
         return nullptr;
-    return std::make_shared<NSXPCListener>(std::make_unique<Core>(std::move(listener)));
+    return std::make_shared<NSXPCListener>(std::move(listener));
 }
 
 void NSXPCListener::setNewConnectionHandler(NewConnectionHandler handler) {

@@ -22,6 +22,8 @@
 /// alive until it is invalid; one that is to be resumed later has to be kept by who does so.
 namespace morvane {
 
+class StreamListener;
+
 class MORVANE_EXPORT NSXPCListener {
   public:
     using NewConnectionHandler = std::function<bool(const std::shared_ptr<NSXPCConnection>&)>;
@@ -46,6 +48,8 @@ class MORVANE_EXPORT NSXPCListener {
     int run();
     void invalidate();
 
+    /// Serves the clients of a listener that the platform or a test supplies.
+    MORVANE_INTERNAL explicit NSXPCListener(std::unique_ptr<StreamListener> listener);
     class MORVANE_INTERNAL Core;
     explicit NSXPCListener(std::unique_ptr<Core> core);
 

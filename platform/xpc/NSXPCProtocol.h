@@ -300,11 +300,11 @@ class NSXPCProxyTarget {
   private:
     template <auto Method, std::size_t Index, class Arguments, std::size_t... I>
     void sendTuple(Arguments arguments, std::index_sequence<I...>) const {
-        using Message = xpc_message::Traits<decltype(Method)>;
-        using Receiver = xpc_message::Receiver<typename Message::ReplyFunction,
-                                               typename Message::ReplyArguments>;
+        using Traits = xpc_message::Traits<decltype(Method)>;
+        using Receiver =
+            xpc_message::Receiver<typename Traits::ReplyFunction, typename Traits::ReplyArguments>;
         NSKeyedArchiver coder;
-        Message::Arguments::encode(coder, std::get<I>(arguments)...);
+        Traits::Arguments::encode(coder, std::get<I>(arguments)...);
         sink_->sendRequest(Index, coder.finishEncoding(),
                            std::make_unique<Receiver>(std::move(std::get<sizeof...(I)>(arguments)),
                                                       errorHandler_));

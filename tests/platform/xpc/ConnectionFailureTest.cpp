@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <thread>
 
+#include "RawRequests.h"
 #include "XpcTestSupport.h"
 
 /// No thread can be had while this is set.
@@ -59,15 +60,7 @@ class RawClient {
         stream->send(pieces);
     }
     void request(std::string_view selector, const NSData& body) {
-        FrameHeader header;
-        header.id = 7;
-        header.selectorLength = static_cast<std::uint8_t>(selector.size());
-        header.payloadLength = static_cast<std::uint32_t>(selector.size() + body.size());
-        const auto bytes = header.bytes();
-        NSData frame(bytes.begin(), bytes.end());
-        frame.insert(frame.end(), selector.begin(), selector.end());
-        frame.insert(frame.end(), body.begin(), body.end());
-        send(frame);
+        send(requestFrame(selector, body));
     }
     struct Answer {
         FrameKind kind;
@@ -84,12 +77,6 @@ class RawClient {
     std::shared_ptr<FakeStreamSocket> stream;
     std::shared_ptr<NSXPCConnection> server;
 };
-
-NSData archiveOfText(const std::string& text) {
-    NSKeyedArchiver coder;
-    coder.encodeString(std::string_view(text), "0");
-    return coder.finishEncoding();
-}
 
 TEST(NSXPCConnection, RefusesASelectorThatTheProtocolDoesNotHave) {
     RawClient client;

@@ -124,6 +124,30 @@ TEST(FrameReader, GivesUpOnALargePayloadThatTakesTooLong) {
     EXPECT_FALSE(reader.next());
 }
 
+TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
+    /// Has one byte ready whenever it is asked.
+    class Trickle final : public StreamSocket {
+      public:
+        NSData begin = frame({FrameKind::reply, false, 0, limits::frameSize, 1}, 0);
+        std::size_t given = 0;
+
+        std::size_t receive(std::span<std::uint8_t> into, const Deadline&) override {
+            into[0] = given < begin.size() ? begin[given] : 0;
+            ++given;
+            return 1;
+        }
+        std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
+        bool waitUntilWritable(const Deadline&) override { return false; }
+        void shutdown() override {}
+        PeerCredentials peer() const override { return {}; }
+    };
+    Trickle socket;
+    FrameReader reader(socket, 1ms);
+    EXPECT_FALSE(reader.next());
+    EXPECT_GT(socket.given, FrameHeader::size);
+    EXPECT_LT(socket.given, FrameHeader::size + limits::frameSize);
+}
+
 TEST(FrameReader, KnowsWhetherTheNextMessageIsHereWhole) {
     auto [near, far] = FakeStreamSocket::pair();
     FrameReader reader(*near);

@@ -1,0 +1,104 @@
+#include <MorvaneOperation/platform/xpc/Limits.h>
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+
+#include <thread>
+
+#include "RawRequests.h"
+#include "XpcTestSupport.h"
+
+namespace morvane {
+namespace {
+
+/// A listener in this process, whose clients are raw streams in the test's hands.
+class LimitedListener {
+  public:
+    using Stream = std::shared_ptr<FakeStreamSocket>;
+
+    LimitedListener()
+        : listener_(std::make_shared<NSXPCListener>(
+              std::unique_ptr<StreamListener>(std::make_unique<FakeStreamListener>(clients_)))) {
+        listener_->setNewConnectionHandler([](const auto& connection) {
+            connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+            connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
+            connection->resume();
+            return true;
+        });
+        serving_ = std::thread([this] { listener_->run(); });
+    }
+    ~LimitedListener() {
+        listener_->invalidate();
+        serving_.join();
+    }
+
+    /// A client of this user's that was answered; null if it was turned away.
+    Stream connect(std::int64_t user) {
+        auto stream = clients_->connect(user);
+        const auto request = echoRequest("x");
+        const StreamSocket::Bytes pieces[] = {request};
+        stream->send(pieces);
+        return FrameReader(*stream).next() ? stream : nullptr;
+    }
+    std::vector<Stream> connect(std::int64_t user, std::size_t count) {
+        std::vector<Stream> streams;
+        for (std::size_t i = 0; i < count; ++i) {
+            streams.push_back(connect(user));
+            EXPECT_TRUE(streams.back()) << "client " << i << " of user " << user;
+        }
+        return streams;
+    }
+    /// Once the listener has noticed who left.
+    Stream connectWhenThereIsRoom(std::int64_t user) {
+        const auto end = std::chrono::steady_clock::now() + watchdog;
+        while (std::chrono::steady_clock::now() < end) {
+            if (auto stream = connect(user))
+                return stream;
+            std::this_thread::yield();
+        }
+        return nullptr;
+    }
+
+  private:
+    const std::shared_ptr<FakeStreamListener::Clients> clients_ =
+        std::make_shared<FakeStreamListener::Clients>();
+    const std::shared_ptr<NSXPCListener> listener_;
+    std::thread serving_;
+};
+
+TEST(NSXPCListener, TurnsAUserAwayWhoHasTooManyConnectionsAndServesTheOthers) {
+    LimitedListener listener;
+    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
+    EXPECT_FALSE(listener.connect(1000));
+    EXPECT_TRUE(listener.connect(1001));
+}
+
+TEST(NSXPCListener, AClientThatLeavesMakesRoomForAnotherOfItsUser) {
+    LimitedListener listener;
+    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
+    clients.front()->shutdown();
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+    EXPECT_FALSE(listener.connect(1000));
+}
+
+TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {
+    static_assert(limits::clients % limits::clientsOfOneUser == 0);
+    LimitedListener listener;
+    std::vector<std::vector<LimitedListener::Stream>> clients;
+    std::int64_t user = 1000;
+    for (; clients.size() < limits::clients / limits::clientsOfOneUser; ++user)
+        clients.push_back(listener.connect(user, limits::clientsOfOneUser));
+    EXPECT_FALSE(listener.connect(user));
+    clients.front().front()->shutdown();
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(user));
+}
+
+TEST(NSXPCListener, AClientThatIsTurnedAwayDoesNotCount) {
+    LimitedListener listener;
+    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(listener.connect(1000));
+    clients.front()->shutdown();
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+}
+
+}  // namespace
+}  // namespace morvane
