@@ -25,6 +25,22 @@ TEST(NSNumberFormatter, GroupsByTheUsersLocale) {
     EXPECT_EQ(grouped("POSIX", 1234), "1,234");
 }
 
+TEST(NSNumberFormatter, TheMostSpecificVariableThatIsSetTellsTheLocale) {
+    const auto group = [] {
+        return NSNumberFormatter::numberFormatterWithFormat("#,##0.##")->stringFromNumber(1234);
+    };
+    ::setenv("LANG", "de_DE.UTF-8", 1);
+    ::setenv("LC_NUMERIC", "fr_FR.UTF-8", 1);
+    ::setenv("LC_ALL", "en_US.UTF-8", 1);
+    EXPECT_EQ(group(), "1,234");
+    ::setenv("LC_ALL", "", 1);
+    EXPECT_EQ(group(), "1\u202f234");
+    ::unsetenv("LC_NUMERIC");
+    EXPECT_EQ(group(), "1.234");
+    ::unsetenv("LANG");
+    EXPECT_EQ(group(), "1,234");
+}
+
 TEST(NSNumberFormatter, ShowsEveryIntegerExactly) {
     EXPECT_EQ(grouped("en_US.UTF-8", std::numeric_limits<std::int64_t>::max()),
               "9,223,372,036,854,775,807");

@@ -1,0 +1,127 @@
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/xpc/StreamSocket.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+namespace morvane {
+namespace {
+
+constexpr uid_t nobody = 65534;
+
+/// A name that no service has, and the places where its socket may lie.
+class WellKnownSocketTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(geteuid(), 0U) << "the tests of privileged sockets make root's and others'";
+        char folderName[] = "/tmp/well-known-socket-XXXXXX";
+        folder = mkdtemp(folderName);
+        std::filesystem::permissions(folder, std::filesystem::perms::all);
+        setenv("MORVANE_RUNTIME_DIR", folder.c_str(), 1);
+    }
+    void TearDown() override {
+        std::filesystem::remove(privilegedPath);
+        std::filesystem::remove_all(folder);
+    }
+
+    /// A socket on which a process of `user` listens.
+    static FileDescriptor listenAt(const std::filesystem::path& path, uid_t user = 0) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, path.c_str(), path.native().size() + 1);
+        FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        EXPECT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        // Whose process it is, is told as of now.
+        EXPECT_EQ(seteuid(user), 0);
+        EXPECT_EQ(listen(socket.get(), 8), 0);
+        EXPECT_EQ(seteuid(0), 0);
+        return socket;
+    }
+    static FileDescriptor accept(const FileDescriptor& listening) {
+        return FileDescriptor(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+
+    std::shared_ptr<StreamSocket> connect(bool privileged) {
+        error = nullptr;
+        return wellKnownServiceEndpoint(name, privileged)->connect(&error);
+    }
+    void expectRefused(bool privileged, int code) {
+        EXPECT_FALSE(connect(privileged));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+        EXPECT_EQ(error->code(), code);
+    }
+
+    const std::string name = "morvane-test-" + std::to_string(getpid());
+    const std::filesystem::path privilegedPath = "/run/" + name + ".sock";
+    std::filesystem::path folder;
+    NSErrorRef error;
+};
+
+TEST_F(WellKnownSocketTest, RootsServiceOnRootsSocketIsPrivileged) {
+    const auto listening = listenAt(privilegedPath);
+    const auto stream = connect(true);
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(stream->peer().userIdentifier, 0);
+    EXPECT_EQ(stream->peer().processIdentifier, getpid());
+    EXPECT_TRUE(accept(listening));
+}
+
+TEST_F(WellKnownSocketTest, ASquattersSocketIsNotEvenConnectedTo) {
+    const auto listening = listenAt(privilegedPath);
+    ASSERT_EQ(chown(privilegedPath.c_str(), nobody, nobody), 0);
+    expectRefused(true, EPERM);
+    EXPECT_FALSE(accept(listening));
+    EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST_F(WellKnownSocketTest, ASquatterBehindRootsSocketIsToldNothing) {
+    const auto listening = listenAt(privilegedPath, nobody);
+    expectRefused(true, EPERM);
+    const auto client = accept(listening);
+    ASSERT_TRUE(client);
+    char byte = 0;
+    EXPECT_EQ(recv(client.get(), &byte, 1, 0), 0);
+}
+
+TEST_F(WellKnownSocketTest, ALinkInThePrivilegedPlaceIsNotFollowed) {
+    const auto listening = listenAt(folder / "elsewhere");
+    std::filesystem::create_symlink(folder / "elsewhere", privilegedPath);
+    expectRefused(true, EPERM);
+    EXPECT_FALSE(accept(listening));
+}
+
+TEST_F(WellKnownSocketTest, ThePrivilegedPlaceDoesNotDependOnTheEnvironment) {
+    const auto listening = listenAt(folder / (name + ".sock"));
+    expectRefused(true, ENOENT);
+    EXPECT_FALSE(accept(listening));
+}
+
+TEST_F(WellKnownSocketTest, AnOrdinaryServiceMayBeAnyUsers) {
+    const auto path = folder / (name + ".sock");
+    const auto listening = listenAt(path, nobody);
+    ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
+    const auto stream = connect(false);
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(stream->peer().userIdentifier, std::int64_t{nobody});
+}
+
+TEST_F(WellKnownSocketTest, ANameThatIsTooLongIsRefusedAndNamed) {
+    const std::string longName(200, 'x');
+    EXPECT_FALSE(wellKnownServiceEndpoint(longName, false)->connect(&error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), ENAMETOOLONG);
+    EXPECT_NE(error->localizedDescription().find(longName), std::string::npos);
+}
+
+}  // namespace
+}  // namespace morvane
