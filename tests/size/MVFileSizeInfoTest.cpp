@@ -181,7 +181,7 @@ TEST_F(MVFileSizeInfoTest, AgreesWithAnIndependentFormatterOnAMillionSizesInBoth
             }
         }
     }
-    const std::string path = testing::TempDir() + "size_text." + std::to_string(random());
+    const std::string path = testing::TempDir() + "size_text." + std::to_string(::getpid());
     {
         std::ofstream file(path);
         for (const bool base2 : {false, true}) {
