@@ -1,12 +1,10 @@
 #include "PropagateRequests.h"
 
-#include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <fcntl.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <set>
@@ -16,6 +14,7 @@
 #include <variant>
 
 #include "AclPropagation.h"
+#include "ClientQuestion.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
 #include "PosixAclReduction.h"
@@ -145,34 +144,6 @@ class Inheritance {
     std::set<std::string> losses_;
 };
 
-/// Asks the client whether to go on, and stops the work when it says no or has gone.
-class Asking : public std::enable_shared_from_this<Asking> {
-  public:
-    explicit Asking(std::weak_ptr<NSXPCConnection> client) : client_(std::move(client)) {}
-
-    /// The answers may come after the end of the work.
-    bool ask() {
-        const auto client = client_.lock();
-        if (!client)
-            return false;
-        const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
-            [self = shared_from_this()](NSErrorRef error) {
-                // A client that merely has no answer for us lets the work go on.
-                if (error->code() != NSXPCConnectionReplyInvalid)
-                    self->goesOn_ = false;
-            });
-        proxy->progressWithReply([self = shared_from_this()](bool yes) {
-            if (!yes)
-                self->goesOn_ = false;
-        });
-        return goesOn_;
-    }
-
-  private:
-    const std::weak_ptr<NSXPCConnection> client_;
-    std::atomic<bool> goesOn_ = true;
-};
-
 NSErrorRef failuresError(const AclPropagation& propagation) {
     const auto& first = propagation.firstFailures();
     std::string text = std::to_string(propagation.failureCount()) +
@@ -230,9 +201,9 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
             "The entries do not have the boxes of a folder's: " + std::string(error.what()),
             "Nothing was changed. Send entries as the folder has them.");
     }
-    const auto asking = std::make_shared<Asking>(client);
+    const auto question = std::make_shared<ClientQuestion>(client);
     AclPropagation propagation(
-        lists, rule.onBehalfOf, [&](std::uint64_t) { return asking->ask(); }, interval);
+        lists, rule.onBehalfOf, [&](std::uint64_t) { return question->ask(); }, interval);
     propagation.run(std::move(folder), url.path());
     if (propagation.isCancelled())
         return posixError(ECANCELED, url,

@@ -1,13 +1,14 @@
 #include "SizeRequests.h"
 
-#include <MorvaneOperation/MVFileResponse.h>
 #include <fcntl.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <string>
 
+#include "ClientQuestion.h"
 #include "RequestErrors.h"
 #include "SizeWalker.h"
 
@@ -17,16 +18,19 @@ namespace {
 /// A few times a second: often enough to look alive and to be stopped, too seldom to cost anything.
 constexpr std::chrono::milliseconds interval{250};
 
-/// Tells the client how far a walk is, and stops the walk when the client says no or has gone.
-class ProgressReport : public std::enable_shared_from_this<ProgressReport> {
+/// Tells the client how far a walk is, and asks it whether to go on.
+class ProgressReport {
   public:
-    ProgressReport(std::size_t count, std::weak_ptr<NSXPCConnection> client)
-        : client_(std::move(client)), sizes_(count, unknown) {}
+    ProgressReport(std::size_t count, const std::weak_ptr<NSXPCConnection>& client,
+                   const std::weak_ptr<SizeWalker>& walker)
+        : question_(std::make_shared<ClientQuestion>(client,
+                                                     [walker] {
+                                                         if (const auto walk = walker.lock())
+                                                             walk->cancel();
+                                                     })),
+          sizes_(count, unknown) {}
 
-    /// Before the walk begins. The answers of the client may come after its end.
-    void setWalker(std::weak_ptr<SizeWalker> walker) { walker_ = std::move(walker); }
-
-    bool goesOn() const { return goesOn_; }
+    bool goesOn() const { return question_->goesOn(); }
 
     /// Between items, each of which may be too small for its walk to tell anything.
     void tellIfDue(std::size_t index) {
@@ -37,48 +41,25 @@ class ProgressReport : public std::enable_shared_from_this<ProgressReport> {
 
     /// `index` is the item that is being walked.
     bool tell(std::size_t index, std::int64_t bytesSoFar) {
-        const auto client = client_.lock();
-        if (!client) {
-            stop();
-            return false;
-        }
         lastTold_ = std::chrono::steady_clock::now();
         sizes_[index] = bytesSoFar;
-        std::vector<std::shared_ptr<MVFileSizeItem>> items;
-        items.reserve(sizes_.size());
-        for (std::size_t i = 0; i < sizes_.size(); ++i) {
-            auto& item = items.emplace_back(MVFileSizeItem::initWithSize(sizes_[i]));
-            item->setBusy(i >= index);
-        }
-        const auto answer = [self = shared_from_this()](bool yes) {
-            if (!yes)
-                self->stop();
-        };
-        const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
-            [self = shared_from_this()](NSErrorRef error) {
-                // A client that merely has no answer for us lets the work go on.
-                if (error->code() != NSXPCConnectionReplyInvalid)
-                    self->stop();
-            });
-        proxy->updateFileSizes(std::move(items), answer);
-        proxy->progressWithReply(answer);
-        return goesOn_;
+        return question_->ask([&](MVFileResponse& client, const ClientQuestion::Answer& answer) {
+            std::vector<std::shared_ptr<MVFileSizeItem>> items;
+            items.reserve(sizes_.size());
+            for (std::size_t i = 0; i < sizes_.size(); ++i) {
+                auto& item = items.emplace_back(MVFileSizeItem::initWithSize(sizes_[i]));
+                item->setBusy(i >= index);
+            }
+            client.updateFileSizes(std::move(items), answer);
+        });
     }
 
   private:
     static constexpr std::int64_t unknown = -1;
 
-    void stop() {
-        goesOn_ = false;
-        if (const auto walker = walker_.lock())
-            walker->cancel();
-    }
-
-    const std::weak_ptr<NSXPCConnection> client_;
-    std::weak_ptr<SizeWalker> walker_;
+    const std::shared_ptr<ClientQuestion> question_;
     std::vector<std::int64_t> sizes_;
     std::chrono::steady_clock::time_point lastTold_ = std::chrono::steady_clock::now();
-    std::atomic<bool> goesOn_ = true;
 };
 
 NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
@@ -106,11 +87,11 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
         if (const auto* code = std::get_if<int>(&opened))
             return {{}, posixError(*code, url)};
     }
-    const auto report = std::make_shared<ProgressReport>(urls.size(), client);
+    std::optional<ProgressReport> report;
     std::size_t current = 0;
     const auto walker = std::make_shared<SizeWalker>(
         [&](std::int64_t bytes, std::uint64_t) { return report->tell(current, bytes); }, interval);
-    report->setWalker(walker);
+    report.emplace(urls.size(), client, walker);
     SizesAnswer answer;
     for (; current < urls.size(); ++current) {
         report->tellIfDue(current);

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace morvane {
+
+/// Asks the client of a long request, a few times a second, whether to go on. It is not asked again
+/// before it has answered, so that a slow client is not buried in questions. Answers may come on
+/// any thread, also after the end of the work.
+class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
+  public:
+    /// `stop` is called for every answer no, and when the client has gone.
+    explicit ClientQuestion(std::weak_ptr<NSXPCConnection> client, std::function<void()> stop = {})
+        : client_(std::move(client)), stop_(std::move(stop)) {}
+
+    bool goesOn() const { return goesOn_; }
+
+    /// `tell` is given the client's proxy and what takes the answer of a message that it sends
+    /// besides. False if the work is to stop.
+    using Answer = std::function<void(bool)>;
+    bool ask(const std::function<void(MVFileResponse& client, const Answer& answer)>& tell = {}) {
+        const auto client = client_.lock();
+        if (!client) {
+            stop();
+            return false;
+        }
+        if (unanswered_ > 0)
+            return goesOn_;
+        unanswered_ = tell ? 2 : 1;
+        const auto answer = [self = shared_from_this()](bool yes) {
+            --self->unanswered_;
+            if (!yes)
+                self->stop();
+        };
+        const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+            [self = shared_from_this()](NSErrorRef error) {
+                --self->unanswered_;
+                // A client that merely has no answer for us lets the work go on.
+                if (error->code() != NSXPCConnectionReplyInvalid)
+                    self->stop();
+            });
+        if (tell)
+            tell(*proxy, answer);
+        proxy->progressWithReply(answer);
+        return goesOn_;
+    }
+
+  private:
+    void stop() {
+        goesOn_ = false;
+        if (stop_)
+            stop_();
+    }
+
+    const std::weak_ptr<NSXPCConnection> client_;
+    const std::function<void()> stop_;
+    std::atomic<int> unanswered_ = 0;
+    std::atomic<bool> goesOn_ = true;
+};
+
+}  // namespace morvane
