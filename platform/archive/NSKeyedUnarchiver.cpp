@@ -2,6 +2,8 @@
 
 #include <bit>
 #include <limits>
+#include <mutex>
+#include <new>
 
 #include "NSKeyedUnarchiverState.h"
 
@@ -12,6 +14,22 @@ using keyed::Dictionary;
 using keyed::fail;
 using keyed::Kind;
 using keyed::Value;
+
+/// Kept for the next large array: sizes come again and again while they are added up, and memory
+/// that is new to the process costs more than to fill it.
+constexpr std::size_t maxSpareBlocks = 160;  // ten megabytes
+
+struct SpareBlocks {
+    std::mutex mutex;
+    std::vector<void*> blocks;
+    SpareBlocks() { blocks.reserve(maxSpareBlocks); }
+};
+
+SpareBlocks& spareBlocks() {
+    // Never destroyed: other threads may decode while the process ends.
+    static auto& spare = *new SpareBlocks;
+    return spare;
+}
 
 /// Damage below the keyed layer, told in terms of the key that was being read.
 template <class Read>
@@ -32,6 +50,32 @@ NSArchiveFailure::NSArchiveFailure(std::string_view key, const std::string& what
 }
 
 NSArchiveFailure::~NSArchiveFailure() = default;
+
+NSObjectBlock* NSObjectBlock::make() {
+    auto& spare = spareBlocks();
+    void* memory = nullptr;
+    {
+        const std::lock_guard lock(spare.mutex);
+        if (!spare.blocks.empty()) {
+            memory = spare.blocks.back();
+            spare.blocks.pop_back();
+        }
+    }
+    return new (memory ? memory : ::operator new(sizeof(NSObjectBlock))) NSObjectBlock;
+}
+
+void NSObjectBlock::end() noexcept {
+    this->~NSObjectBlock();
+    auto& spare = spareBlocks();
+    {
+        const std::lock_guard lock(spare.mutex);
+        if (spare.blocks.size() < maxSpareBlocks) {
+            spare.blocks.push_back(this);
+            return;
+        }
+    }
+    ::operator delete(this);
+}
 
 NSDecodingBudget NSDecodingBudget::forArchiveOfSize(std::size_t size) {
     // An archive's bytes are counted again at each level that it is nested below; every value takes
@@ -219,7 +263,6 @@ std::shared_ptr<NSObject>* NSKeyedUnarchiver::decodeObjectOfClasses(std::string_
 
 std::shared_ptr<NSObject>* NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::string_view key,
                                                        Classes classes) {
-    using Progress = State::Slot::Progress;
     if (uid == 0)
         return nullptr;
     auto& state = *state_;
@@ -227,23 +270,23 @@ std::shared_ptr<NSObject>* NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::s
     Dictionary dictionary(state.list.element<Kind::dictionary>(state.objects, uid));
     const auto& c = state.classOf(dictionary, classes, key);
     auto& slot = state.slot(uid);
-    if (slot.progress == Progress::decoded)
-        return &slot.object;
-    if (slot.progress == Progress::beingDecoded)
+    auto* const mark = State::beingDecoded();
+    if (slot.get() == mark)
         fail(key, "an object holds itself");
+    if (slot)
+        return &slot;
     if (!c.initWithCoder)
         State::refuse(c.name, key);
     const State::Depth depth(state.budget, key);
-    slot.progress = Progress::beingDecoded;
+    slot = State::Slot(State::Slot(), mark);
     const State::Within within(state, dictionary);
     try {
-        slot.object = c.initWithCoder(*this);
+        slot = c.initWithCoder(*this);
     } catch (const NSException& e) {
         fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
                       e.reason() + ")");
     }
-    slot.progress = Progress::decoded;
-    return &slot.object;
+    return &slot;
 }
 
 NSObjectBlock* NSKeyedUnarchiver::blockWithRoom(std::size_t size) {

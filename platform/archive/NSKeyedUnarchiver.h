@@ -57,9 +57,9 @@ struct NSDecodingBudget {
 
 /// Memory for objects that are decoded together: one maker fills it, and it goes with the last of
 /// its objects, on whatever thread.
-class NSObjectBlock {
+class MORVANE_EXPORT NSObjectBlock {
   public:
-    static NSObjectBlock* make() { return new NSObjectBlock; }
+    static NSObjectBlock* make();
     /// The maker is done with it.
     void close() noexcept { release(held - made_); }
 
@@ -82,9 +82,10 @@ class NSObjectBlock {
     static constexpr std::size_t held = capacity;
 
     NSObjectBlock() {}
+    void end() noexcept;
     void release(std::size_t count) noexcept {
         if (left_.fetch_sub(count, std::memory_order_acq_rel) == count)
-            delete this;
+            end();
     }
 
     std::atomic<std::size_t> left_ = held;

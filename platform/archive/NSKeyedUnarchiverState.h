@@ -89,12 +89,12 @@ struct NSKeyedUnarchiver::State {
     using Shape = keyed::Shape;
     using Classes = std::span<const NSClass* const>;
 
-    /// What became of an object of the archive.
-    struct Slot {
-        enum class Progress : std::uint8_t { untouched, beingDecoded, decoded };
-        Progress progress = Progress::untouched;
-        std::shared_ptr<NSObject> object;
-    };
+    /// What became of an object of the archive: null, beingDecoded(), or the object.
+    using Slot = std::shared_ptr<NSObject>;
+    static NSObject* beingDecoded() {
+        static NSObject mark;
+        return &mark;
+    }
     /// A class dictionary that was checked.
     struct CheckedClass {
         std::uint64_t uid;

@@ -156,7 +156,7 @@ void PropertyListWriter::beginLarge(std::size_t count) {
     if (isLarge_)
         return;
     // Memory that is reserved and not used costs nothing.
-    constexpr std::size_t bytesEach = 64;
+    constexpr std::size_t bytesEach = 96;
     constexpr std::size_t valuesEach = 4;
     large_.reserve(count * bytesEach);
     largeOffsets_.reserve(count * valuesEach);

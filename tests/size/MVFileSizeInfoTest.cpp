@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <atomic>
 #include <clocale>
 #include <cstdio>
