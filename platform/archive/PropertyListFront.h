@@ -19,7 +19,7 @@ class PropertyListFront {
     std::uint32_t count() const { return count_; }
     /// The first bytes of the list: the magic and the texts.
     std::string_view bytes() const { return bytes_; }
-    /// The first entries of the offset table, for offsets of 1, 2, 4 or 8 bytes; otherwise empty.
+    /// The first entries of the offset table, for offsets of 1 to 4 or 8 bytes; otherwise empty.
     std::span<const std::uint8_t> offsets(unsigned size) const {
         return size < offsets_.size() ? std::span<const std::uint8_t>(offsets_[size])
                                       : std::span<const std::uint8_t>();

@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t trailerSize = 32;
 
 bool isIntegerSize(unsigned size) {
-    return size == 1 || size == 2 || size == 4 || size == 8;
+    return size >= 1 && size <= 8;
 }
 
 }  // namespace

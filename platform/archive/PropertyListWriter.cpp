@@ -396,13 +396,16 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
 
 void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
     const auto table = largeEnd_;
-    const auto count = firstNode_;
-    const auto front = front_.offsets(sizeof(std::uint32_t));
-    large_.resize(table + count * sizeof(std::uint32_t) + trailerSize);
+    // Mostly three bytes are enough; the fourth is overwritten by the next.
+    const unsigned offsetSize = table <= 0xffffff ? 3 : 4;
+    const auto front = front_.offsets(offsetSize);
+    large_.resize(table + firstNode_ * offsetSize + trailerSize);
     auto* p = putBytes(large_.data() + table, front.data(), front.size());
-    for (const auto offset : largeOffsets_)
-        p = put(p, offset);
-    putTrailer(p, sizeof(std::uint32_t), sizeof(Ref), count, numberOf(root, largeFirstUid_), table);
+    for (const auto offset : largeOffsets_) {
+        put(p, offset << (32 - 8 * offsetSize));
+        p += offsetSize;
+    }
+    putTrailer(p, offsetSize, sizeof(Ref), firstNode_, numberOf(root, largeFirstUid_), table);
     if (out.empty()) {
         out.swap(large_);
     } else {
