@@ -9,7 +9,8 @@
 #include <iterator>
 #include <string>
 
-/// An authentication agent for one process, driven by a test: PolicyAgent PID allow|deny|cancel.
+/// An authentication agent for one process, driven by a test: PolicyAgent PID ANSWER, which is
+/// allow, deny, cancel or hang; ACTION=ANSWER,... in front are the answers for single actions.
 /// Prints "ready" when it is registered, and every prompt that it is given. Runs as root.
 namespace {
 
@@ -26,7 +27,13 @@ constexpr const char* agentInterface =
     "<method name='CancelAuthentication'><arg type='s' direction='in'/></method>"
     "</interface></node>";
 
-std::string mode;
+std::string answers;
+
+std::string answerFor(const std::string& action) {
+    const auto at = answers.find(action + "=");
+    const auto begin = at != std::string::npos ? at + action.size() + 1 : answers.rfind(',') + 1;
+    return answers.substr(begin, answers.find(',', begin) - begin);
+}
 
 [[noreturn]] void fail(const char* what, GError* error) {
     std::fprintf(stderr, "PolicyAgent: %s: %s\n", what, error ? error->message : "?");
@@ -64,10 +71,13 @@ void called(GDBusConnection* bus, const char*, const char*, const char*, const c
     g_variant_get_child(arguments, 4, "&s", &cookie);
     std::printf("%s: %s\n", action, message);
     std::fflush(stdout);
-    if (mode == "cancel") {
+    const auto answer = answerFor(action);
+    if (answer == "hang")
+        return;
+    if (answer == "cancel") {
         g_dbus_method_invocation_return_dbus_error(
             invocation, "org.freedesktop.PolicyKit1.Error.Cancelled", "closed");
-    } else if (mode == "deny") {
+    } else if (answer == "deny") {
         g_dbus_method_invocation_return_value(invocation, nullptr);
     } else {
         GVariant* const identities = g_variant_get_child_value(arguments, 5);
@@ -87,7 +97,7 @@ int main(int argc, char** argv) {
     if (argc != 3)
         return 2;
     const std::string pid = argv[1];
-    mode = argv[2];
+    answers = argv[2];
     struct stat status {};
     if (stat(("/proc/" + pid).c_str(), &status) != 0)
         return 3;

@@ -1,118 +1,31 @@
-"""The privileged road on real parts: a message bus, polkitd, the helper as root behind socket
-activation, an agent that answers as the test says, and the host as an ordinary user.
+"""The privileged road on real parts: each right, granted or not, and who tries to get round it.
 
-usage: privileged_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT [unittest arguments]
-
-All of it runs in namespaces of its own and is gone with them. Needs root.
+usage: privileged_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK
+       [unittest arguments]
 """
+import contextlib
+import ctypes
 import json
 import os
-import select
-import shutil
 import signal
+import socket
 import stat
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
-TIME_LIMIT = 60  # a watchdog
-USER = 65534
-LABEL = "io.github.morvaneoperation"
-SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
-RIGHTS = ("GetFileAcl", "GetFileAccess", "SetFileAcl", "PropagateFileAcl", "RenameFiles",
-          "GetFileSize")
-POLKITD = next((p for p in ("/usr/lib/polkit-1/polkitd", "/usr/libexec/polkitd") if os.path.exists(p)),
-               "polkitd")
-AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
+import rig as rigs
+from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER, wait_until
 
-if os.environ.get("MORVANE_RIG") != "inside":
-    os.environ["MORVANE_RIG"] = "inside"
-    os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--pid", "--fork",
-                          "--kill-child=KILL", "--mount-proc", sys.executable, *sys.argv])
-
-MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT = map(os.path.abspath, sys.argv[1:6])
+MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
+rigs.enter_namespaces()
+RIG = rigs.Rig(HELPER, POLICY, AGENT, CLOCK)
+EACCES = 13
 
 
-def wait_until(true, what):
-    limit = time.monotonic() + TIME_LIMIT
-    while not true():
-        if time.monotonic() > limit:
-            raise TimeoutError(what)
-        time.sleep(0.02)
-
-
-def mount(folder):
-    os.makedirs(folder, exist_ok=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", folder], check=True)
-
-
-def start_polkitd():
-    process = subprocess.Popen([POLKITD, "--no-debug"], stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL)
-    wait_until(lambda: b"boolean true" in subprocess.run(
-        ["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus", "/",
-         "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.PolicyKit1"],
-        capture_output=True).stdout, "polkitd")
-    return process
-
-
-class Rig:
-    """Started once for all tests."""
-    polkitd = None
-
-    @classmethod
-    def start(cls):
-        for folder in ("/run", "/usr/share/polkit-1/actions", "/etc/polkit-1/rules.d",
-                       "/usr/share/dbus-1/system-services"):
-            mount(folder)
-        for folder in ("/run/dbus", "/run/lock", "/run/systemd"):
-            os.mkdir(folder)
-        shutil.chown("/run/dbus", "messagebus")
-        shutil.copy(POLICY, "/usr/share/polkit-1/actions")
-        with open("/etc/polkit-1/rules.d/10-test.rules", "w", encoding="ascii") as f:
-            f.write('polkit.addAdminRule(function() { return ["unix-user:root"]; });\n')
-        subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
-                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
-        cls.polkitd = start_polkitd()
-        cls.start_helper()
-
-    @classmethod
-    def start_helper(cls):
-        cls.helper = subprocess.Popen(
-            ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", HELPER],
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
-        os.chmod(SOCKET, 0o666)
-
-
-class Outcome:
-    def __init__(self, code, output, message, prompts):
-        self.code, self.output, self.message, self.prompts = code, output, message, prompts
-
-
-def run(*arguments, agent=None, during=None):
-    """Runs the host as an ordinary user, with an agent that allows, denies or cancels."""
-    # Stops itself before it becomes the host, so that the agent can be there for it first.
-    host = subprocess.Popen([*AS_USER, "sh", "-c", 'kill -STOP $$; exec "$@"', "sh", MORVANE,
-                             *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.PIPE)
-    os.waitid(os.P_PID, host.pid, os.WSTOPPED)
-    helper = None
-    if agent:
-        helper = subprocess.Popen([AGENT, str(host.pid), agent], stdout=subprocess.PIPE, text=True)
-        assert helper.stdout.readline() == "ready\n"
-    os.kill(host.pid, signal.SIGCONT)
-    if during:
-        during()
-    output, message = host.communicate(timeout=TIME_LIMIT)
-    prompts = []
-    if helper:
-        helper.kill()
-        prompts = helper.communicate()[0].splitlines()
-    return Outcome(host.returncode, output.decode(), message.decode(), prompts)
+def run(*arguments, agent=None):
+    return RIG.start([MORVANE, "--privileged", *arguments], agent).finish()
 
 
 class Privileged(unittest.TestCase):
@@ -120,125 +33,365 @@ class Privileged(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         os.chmod(folder.name, 0o700)
-        self.folder = folder.name
-        self.file = os.path.join(folder.name, "secret")
+        self.folder = os.path.join(folder.name, "folder")
+        os.mkdir(self.folder, 0o700)
+        self.file = os.path.join(self.folder, "secret")
         with open(self.file, "w", encoding="ascii") as f:
             f.write("secret")
         os.chmod(self.file, 0o600)
+        self.before = self.look()
+
+    def look(self):
+        """All that a request could have changed."""
+        return {os.path.join(at, name): (status.st_mode, status.st_uid, status.st_ctime_ns)
+                for at, folders, files in os.walk(self.folder) for name in folders + files
+                for status in [os.lstat(os.path.join(at, name))]}
 
     def requests(self):
-        """Each command that needs a right, and the right."""
-        return ((("--privileged", "acl", "--json", self.file), "GetFileAcl"),
-                (("--privileged", "access", "--json", self.file, "--user", "root"), "GetFileAccess"),
-                (("--privileged", "size", "--json", self.file), "GetFileSize"),
-                (("--privileged", "ls", "--json", self.folder), "GetFileSize"))
+        """A command for each message, and the right that it needs."""
+        return ((("acl", "--json", self.file), "GetFileAcl"),
+                (("access", "--json", self.file, "--user", "root"), "GetFileAccess"),
+                (("size", "--json", self.file), "GetFileSize"),
+                (("ls", "--json", self.folder), "GetFileSize"),
+                (("rename", "--json", self.file, "public"), "RenameFiles"))
+
+    def each_request(self):
+        for arguments, right in self.requests():
+            with self.subTest(command=arguments[0]):
+                yield arguments, right
 
     def assertRefused(self, outcome, reason):
         self.assertEqual((outcome.code, outcome.output), (1, ""), outcome.message)
         self.assertIn(reason, outcome.message)
+        self.assertEqual(self.look(), self.before)
 
+
+class Rights(Privileged):
     def test_without_the_helper_the_file_is_out_of_reach(self):
-        outcome = run("acl", self.file)
-        self.assertNotEqual(outcome.code, 0)
-        self.assertEqual(outcome.output, "")
+        outcome = RIG.start([MORVANE, "acl", self.file]).finish()
+        self.assertEqual((outcome.code, outcome.output), (1, ""), outcome.message)
+        self.assertIn("Permission denied", outcome.message)
 
-    def test_a_granted_right_prints_what_only_root_may_read(self):
-        for arguments, right in self.requests():
-            with self.subTest(right=right, command=arguments[1]):
-                outcome = run(*arguments, agent="allow")
-                self.assertEqual(outcome.code, 0, outcome.message)
-                self.assertTrue(json.loads(outcome.output))
-                self.assertEqual(len(outcome.prompts), 1)
-                self.assertTrue(outcome.prompts[0].startswith(f"{LABEL}.{right}: Morvane wants to "))
+    def test_a_granted_right_does_what_only_root_may_do(self):
+        for arguments, right in self.each_request():
+            outcome = run(*arguments, agent="allow")
+            self.assertEqual(outcome.code, 0, outcome.message)
+            self.assertTrue(json.loads(outcome.output))
+            self.assertEqual(len(outcome.prompts), 1)
+            self.assertTrue(outcome.prompts[0].startswith(f"{LABEL}.{right}: Morvane wants to "))
+        self.assertEqual(os.listdir(self.folder), ["public"])
 
     def test_the_list_is_that_of_the_file(self):
-        entries = json.loads(run("--privileged", "acl", "--json", self.file, agent="allow").output)
+        entries = json.loads(run("acl", "--json", self.file, agent="allow").output)
         self.assertEqual([[n["state"] for n in e["permissions"]] for e in entries],
                          [[1, 1, 0], [0, 0, 0], [0, 0, 0]])
 
-    def test_a_denied_right_reveals_nothing(self):
-        for arguments, right in self.requests():
-            with self.subTest(right=right, command=arguments[1]):
-                outcome = run(*arguments, agent="deny")
-                self.assertRefused(outcome, "The authorization was denied.")
+    def test_a_denied_right_does_and_reveals_nothing(self):
+        for arguments, _ in self.each_request():
+            self.assertRefused(run(*arguments, agent="deny"), "The authorization was denied.")
 
-    def test_a_closed_question_reveals_nothing(self):
-        for arguments, right in self.requests():
-            with self.subTest(right=right, command=arguments[1]):
-                outcome = run(*arguments, agent="cancel")
-                self.assertRefused(outcome, "The authorization was cancelled by the user.")
+    def test_a_closed_question_does_and_reveals_nothing(self):
+        for arguments, _ in self.each_request():
+            self.assertRefused(run(*arguments, agent="cancel"),
+                               "The authorization was cancelled by the user.")
 
-    def test_without_an_agent_nothing_is_revealed(self):
-        for arguments, right in self.requests():
-            with self.subTest(right=right, command=arguments[1]):
-                outcome = run(*arguments)
-                self.assertRefused(outcome, "There is no agent to ask the user with.")
+    def test_without_an_agent_nothing_is_done_and_revealed(self):
+        for arguments, _ in self.each_request():
+            self.assertRefused(run(*arguments), "There is no agent to ask the user with.")
 
-    def test_without_polkit_nothing_is_revealed(self):
-        Rig.polkitd.kill()
-        Rig.polkitd.wait()
+    def test_without_polkit_nothing_is_done_and_revealed(self):
+        RIG.kill_polkitd()
         try:
-            for arguments, right in self.requests():
-                with self.subTest(right=right, command=arguments[1]):
-                    self.assertRefused(run(*arguments),
-                                       "The system's policy service cannot be reached.")
+            for arguments, _ in self.each_request():
+                self.assertRefused(run(*arguments), "The system's policy service cannot be reached.")
         finally:
-            Rig.polkitd = start_polkitd()
+            RIG.start_polkitd()
 
-    def test_an_edit_is_written_by_the_helper(self):
-        outcome = run("--privileged", "acl", self.file, "--edit", "entry 2; on Read", agent="allow")
+    def test_polkit_killed_while_the_user_is_asked_ends_the_request(self):
+        for arguments, _ in self.each_request():
+            program = RIG.start([MORVANE, "--privileged", *arguments], "hang")
+            program.wait_for_prompt()
+            RIG.kill_polkitd()
+            try:
+                self.assertRefused(program.finish(), "The system's policy service cannot be reached.")
+            finally:
+                RIG.start_polkitd()
+
+    def test_polkit_killed_before_the_helper_asks_it_ends_the_request(self):
+        for arguments, right in self.each_request():
+            with helper_stopped():
+                program = granted(*arguments)
+                RIG.kill_polkitd()
+            try:
+                self.assertRefused(program.finish(), f"The right {LABEL}.{right} is not held.")
+            finally:
+                RIG.start_polkitd()
+
+    def test_each_right_that_was_written_is_asked_for(self):
+        outcome = run("acl", self.file, "--edit", "entry 2; on Read", agent="allow")
         self.assertEqual(outcome.code, 0, outcome.message)
         self.assertEqual(stat.S_IMODE(os.stat(self.file).st_mode), 0o640)
         self.assertEqual([p.split(":")[0] for p in outcome.prompts],
                          [f"{LABEL}.GetFileAcl", f"{LABEL}.SetFileAcl"])
 
-    def test_a_grant_is_good_for_the_process_that_was_granted_it_only(self):
-        self.assertEqual(run("--privileged", "acl", self.file, agent="allow").code, 0)
-        self.assertRefused(run("--privileged", "acl", self.file), "There is no agent")
+    def test_a_propagation_is_done_by_the_helper(self):
+        os.chmod(self.folder, 0o750)
+        outcome = run("acl", self.folder, "--propagate", agent="allow")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertEqual(stat.S_IMODE(os.stat(self.file).st_mode), 0o640)
+        self.assertEqual([p.split(":")[0] for p in outcome.prompts],
+                         [f"{LABEL}.GetFileAcl", f"{LABEL}.PropagateFileAcl"])
 
+    def test_writing_needs_its_right_although_reading_was_granted(self):
+        for arguments, right in (((self.file, "--edit", "entry 2; on Read"), "SetFileAcl"),
+                                 ((self.folder, "--propagate"), "PropagateFileAcl")):
+            for answer, reason in (("deny", "denied"), ("cancel", "cancelled by the user")):
+                with self.subTest(right=right, answer=answer):
+                    outcome = run("acl", *arguments, agent=f"{LABEL}.GetFileAcl=allow,{answer}")
+                    self.assertRefused(outcome, f"The authorization was {reason}.")
+                    self.assertEqual(len(outcome.prompts), 2)
+
+    def test_a_grant_is_good_for_the_process_that_was_granted_it_only(self):
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        self.assertRefused(run("acl", self.file), "There is no agent")
+
+    def test_every_right_expires_after_45_seconds(self):
+        program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+        codes = lambda: [program.process.stdout.readline().split()[1] for _ in range(7)]
+        first = codes()
+        self.assertNotIn(str(EACCES).encode(), first)
+        RIG.set_clock_forward(44)
+        program.process.stdin.write(b"again\n")
+        program.process.stdin.flush()
+        self.assertNotIn(str(EACCES).encode(), codes())
+        before = self.look()
+        RIG.set_clock_forward(46)
+        program.process.stdin.write(b"again\n")
+        program.process.stdin.flush()
+        self.assertEqual(codes(), [str(EACCES).encode()] * 7)
+        self.assertEqual(self.look(), before)
+        RIG.set_clock_forward(0)
+        program.process.stdin.close()
+        program.process.stdin = None
+        self.assertEqual(program.finish().code, 0)
+        self.assertEqual(len(program.prompts), 6)
+
+
+@contextlib.contextmanager
+def helper_stopped():
+    """While it stands still clients connect and send, and nothing is checked or done."""
+    rigs.stop(RIG.helper)
+    try:
+        yield
+    finally:
+        RIG.helper.send_signal(signal.SIGCONT)
+
+
+def granted(*arguments):
+    """Starts a command that has its right and has connected to the helper, which has not answered yet."""
+    before = RIG.connections()
+    program = RIG.start([MORVANE, "--privileged", *arguments], "allow")
+    wait_until(lambda: RIG.connections() > before, "the connection")
+    return program
+
+
+@contextlib.contextmanager
+def check_stopped(*arguments):
+    """A command whose helper waits for polkit's answer meanwhile."""
+    with helper_stopped():
+        program = granted(*arguments)
+        rigs.stop(RIG.polkitd)
+    wait_until(unread_messages, "the helper's question")
+    try:
+        yield program
+    finally:
+        RIG.polkitd.send_signal(signal.SIGCONT)
+
+
+def unread_messages():
+    """Whether something waits for the stopped polkitd."""
+    for descriptor in os.listdir(f"/proc/{RIG.polkitd.pid}/fd"):
+        try:
+            target = os.readlink(f"/proc/{RIG.polkitd.pid}/fd/{descriptor}")
+        except OSError:
+            continue
+        if target.startswith("socket:"):
+            copy = pidfd_getfd(RIG.polkitd.pid, int(descriptor))
+            try:
+                if copy.recv(1, socket.MSG_PEEK | socket.MSG_DONTWAIT):
+                    return True
+            except OSError:
+                pass
+            finally:
+                copy.close()
+    return False
+
+
+def pidfd_getfd(pid, descriptor):
+    libc = ctypes.CDLL(None, use_errno=True)
+    process = os.pidfd_open(pid)
+    try:
+        copy = libc.syscall(438, process, descriptor, 0)
+        if copy < 0:
+            raise OSError(ctypes.get_errno(), "pidfd_getfd")
+        return socket.socket(fileno=copy)
+    finally:
+        os.close(process)
+
+
+class Attackers(Privileged):
     def test_a_client_that_asked_for_no_right_reaches_no_handler(self):
-        before = os.stat(self.file)
         result = subprocess.run([*AS_USER, BARE_CLIENT, self.file], capture_output=True, text=True,
                                 timeout=TIME_LIMIT)
         lines = result.stdout.splitlines()
         self.assertEqual(len(lines), 7, result.stderr)
         for line in lines:
-            self.assertEqual(line.split()[1], "13", line)  # EACCES
-        after = os.stat(self.file)
-        self.assertEqual((before.st_ctime_ns, before.st_mode), (after.st_ctime_ns, after.st_mode))
-        self.assertEqual(os.listdir(self.folder), ["secret"])
+            self.assertEqual(line.split()[1], str(EACCES), line)
+        self.assertEqual(self.look(), self.before)
 
     def test_a_symbolic_link_on_the_way_is_refused(self):
         # The host cannot look into the folder and sends the path as it is.
         link = os.path.join(self.folder, "link")
         os.symlink(self.file, link)
-        outcome = run("--privileged", "acl", link, agent="allow")
-        self.assertRefused(outcome, "Too many levels of symbolic links")
+        self.before = self.look()
+        self.assertRefused(run("acl", link, agent="allow"), "Too many levels of symbolic links")
+
+    def test_a_link_swapped_in_during_the_check_is_refused(self):
+        with open(os.path.join(self.folder, "other"), "w", encoding="ascii"):
+            os.chmod(os.path.join(self.folder, "other"), 0o600)
+        for arguments in (("acl", "--json", self.file), ("access", self.file, "--user", "root")):
+            with self.subTest(command=arguments[0]):
+                with check_stopped(*arguments) as program:
+                    os.rename(self.file, self.file + ".aside")
+                    os.symlink(os.path.join(self.folder, "other"), self.file)
+                    self.before = self.look()
+                self.assertRefused(program.finish(), "Too many levels of symbolic links")
+                os.rename(self.file + ".aside", self.file)
+
+    def test_a_folder_swapped_for_a_link_during_the_check_is_refused(self):
+        elsewhere = self.folder + ".elsewhere"
+        os.mkdir(elsewhere)
+        with open(os.path.join(elsewhere, "secret"), "w", encoding="ascii") as f:
+            f.write("12345")
+        for arguments in (("acl", self.file), ("access", self.file, "--user", "root"),
+                          ("size", "--json", self.file), ("ls", self.folder),
+                          ("rename", "--json", self.file, "public")):
+            with self.subTest(command=arguments[0]):
+                with check_stopped(*arguments) as program:
+                    os.rename(self.folder, self.folder + ".aside")
+                    os.symlink(elsewhere, self.folder)
+                outcome = program.finish()
+                self.assertEqual(outcome.code, 1)
+                self.assertIn("Too many levels of symbolic links", outcome.message)
+                if arguments[0] == "size":
+                    self.assertNotIn('"size": 5', outcome.output)
+                self.assertEqual(os.listdir(elsewhere), ["secret"])
+                os.unlink(self.folder)
+                os.rename(self.folder + ".aside", self.folder)
+
+    def test_what_a_renamed_file_has_become_counts_and_not_its_name(self):
+        # Another file has the name when the helper looks: its list is told, never the first one's.
+        other = os.path.join(self.folder, "other")
+        with open(other, "w", encoding="ascii"):
+            os.chmod(other, 0o640)
+        with check_stopped("acl", "--json", self.file) as program:
+            os.rename(other, self.file)
+        entries = json.loads(program.finish().output)
+        self.assertEqual([e["permissions"][0]["state"] for e in entries], [1, 1, 0])
+
+    def test_a_client_that_has_gone_during_the_check_gets_nothing_done(self):
+        with check_stopped("rename", self.file, "public") as program:
+            program.process.kill()
+            program.process.wait()
+        # The helper has dealt with it once it answers somebody else.
+        self.assertEqual(run("size", "--json", self.file, agent="allow").code, 0)
+        self.assertEqual(self.look(), self.before)
 
     def test_a_hard_link_to_a_file_of_another_is_not_changed(self):
         os.link(self.file, os.path.join(self.folder, "other"))
-        outcome = run("--privileged", "acl", self.file, "--edit", "entry 2; on Read", agent="allow")
+        self.before = self.look()
+        outcome = run("acl", self.file, "--edit", "entry 2; on Read", agent="allow")
         self.assertRefused(outcome, "a file with several names only for its owner")
-        self.assertEqual(stat.S_IMODE(os.stat(self.file).st_mode), 0o600)
 
     def test_a_socket_that_is_not_roots_is_not_spoken_to(self):
         os.chown(SOCKET, USER, USER)
         try:
-            outcome = run("--privileged", "acl", self.file, agent="allow")
+            outcome = run("acl", self.file, agent="allow")
             self.assertNotEqual(outcome.code, 0)
             self.assertEqual(outcome.output, "")
         finally:
             os.chown(SOCKET, 0, 0)
 
-    def test_the_helper_keeps_only_the_capabilities_that_it_needs(self):
-        self.assertEqual(run("--privileged", "acl", self.file, agent="allow").code, 0)
-        with open(f"/proc/{Rig.helper.pid}/status", encoding="ascii") as f:
+    def captured_request(self):
+        """The bytes in which a client asks for the file's list."""
+        os.rename(SOCKET, SOCKET + ".aside")
+        listener = socket.socket(socket.AF_UNIX)
+        try:
+            listener.bind(SOCKET)
+            os.chmod(SOCKET, 0o666)
+            listener.listen()
+            program = RIG.start([MORVANE, "--privileged", "acl", self.file], "allow")
+            with listener.accept()[0] as peer:
+                request = peer.recv(65536)
+            program.process.kill()
+            program.finish()
+            return request
+        finally:
+            listener.close()
+            os.unlink(SOCKET)
+            os.rename(SOCKET + ".aside", SOCKET)
+
+    def test_a_process_that_has_the_number_of_the_one_that_connected_does_not_speak_for_it(self):
+        request = self.captured_request()
+        ours, theirs = socket.socketpair()
+        # Connects, hands the connection on, and ends; its number is then free.
+        connector = os.fork()
+        if connector == 0:
+            os.setgid(USER)
+            os.setuid(USER)
+            connection = socket.socket(socket.AF_UNIX)
+            connection.connect(SOCKET)
+            socket.send_fds(theirs, [b"x"], [connection.fileno()])
+            os._exit(0)
+        connection = socket.socket(fileno=socket.recv_fds(ours, 1, 1)[1][0])
+        for each in (connection, ours, theirs):
+            self.addCleanup(each.close)
+        os.waitpid(connector, 0)
+        with open("/proc/sys/kernel/ns_last_pid", "w", encoding="ascii") as f:
+            f.write(str(connector - 1))
+        program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+        self.assertEqual(program.process.pid, connector, "the number was not given again")
+        first = [program.process.stdout.readline().split()[1] for _ in range(7)]
+        self.assertNotIn(str(EACCES).encode(), first, "it holds every right itself")
+        connection.settimeout(TIME_LIMIT)
+        connection.sendall(request)
+        answer = b""
+        while b"is not held" not in answer:
+            data = connection.recv(65536)
+            self.assertTrue(data, answer)
+            answer += data
+            self.assertNotIn(b"MVAclEntry", answer)
+        program.process.stdin.close()
+        program.process.stdin = None
+        self.assertEqual(program.finish().code, 0)
+
+
+class Helper(Privileged):
+    def test_it_keeps_only_the_capabilities_that_it_needs(self):
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        with open(f"/proc/{RIG.helper.pid}/status", encoding="ascii") as f:
             lines = {key: value.strip() for key, _, value in (line.partition(":") for line in f)}
         self.assertEqual(int(lines["CapEff"], 16), 0b11111)
         self.assertEqual(int(lines["CapPrm"], 16), 0b11111)
         self.assertEqual(lines["NoNewPrivs"], "1")
 
+    def test_it_leaves_after_a_minute_without_a_client(self):
+        RIG.stop_helper()
+        RIG.start_helper()
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        wait_until(lambda: RIG.connections() == 0, "the end of the connection")
+        self.assertIsNone(RIG.helper.poll(), "it stays for the next client")
+
 
 if __name__ == "__main__":
-    Rig.start()
-    unittest.main(argv=sys.argv[:1] + sys.argv[6:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[7:])

@@ -1,0 +1,155 @@
+"""The privileged road on real parts: a message bus, polkitd, the helper as root behind socket
+activation, an agent that answers as it is told, and programs of an ordinary user.
+
+usage: rig.py HELPER POLICY-FILE POLICY-AGENT COMMAND...
+
+runs the command there as an ordinary user who is granted every right. All of it runs in namespaces of its
+own and is gone with them. Needs root.
+"""
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import time
+
+TIME_LIMIT = 60  # a watchdog
+USER = 65534
+LABEL = "io.github.morvaneoperation"
+SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
+CLOCK = "/run/morvane-test-clock"
+POLKITD = next((p for p in ("/usr/lib/polkit-1/polkitd", "/usr/libexec/polkitd") if os.path.exists(p)),
+               "polkitd")
+AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
+
+
+def enter_namespaces():
+    """Runs this program again where what it mounts and starts is its own."""
+    if os.environ.get("MORVANE_RIG") == "inside":
+        return
+    if os.getuid() != 0:
+        sys.exit("the privileged road needs root: it starts the helper and polkitd")
+    os.environ["MORVANE_RIG"] = "inside"
+    os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--pid", "--fork",
+                          "--kill-child=KILL", "--mount-proc", sys.executable, *sys.argv])
+
+
+def wait_until(true, what):
+    limit = time.monotonic() + TIME_LIMIT
+    while not true():
+        if time.monotonic() > limit:
+            raise TimeoutError(what)
+        time.sleep(0.02)
+
+
+def mount(folder):
+    os.makedirs(folder, exist_ok=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", folder], check=True)
+
+
+def stop(process):
+    """Stops a process and returns once it stands still."""
+    os.kill(process.pid, signal.SIGSTOP)
+    os.waitid(os.P_PID, process.pid, os.WSTOPPED)
+
+
+class Rig:
+    def __init__(self, helper, policy, agent, clock=None):
+        """With `clock`, a library to be preloaded, the helper's time can be set forward."""
+        self.helper_program, self.agent, self.clock = helper, agent, clock
+        for folder in ("/run", "/usr/share/polkit-1/actions", "/etc/polkit-1/rules.d",
+                       "/usr/share/dbus-1/system-services"):
+            mount(folder)
+        for folder in ("/run/dbus", "/run/lock", "/run/systemd"):
+            os.mkdir(folder)
+        shutil.chown("/run/dbus", "messagebus")
+        shutil.copy(policy, "/usr/share/polkit-1/actions")
+        with open("/etc/polkit-1/rules.d/10-test.rules", "w", encoding="ascii") as f:
+            f.write('polkit.addAdminRule(function() { return ["unix-user:root"]; });\n')
+        subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
+                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
+        self.start_polkitd()
+        self.start_helper()
+
+    def start_polkitd(self):
+        self.polkitd = subprocess.Popen([POLKITD, "--no-debug"], stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.DEVNULL)
+        wait_until(lambda: b"boolean true" in subprocess.run(
+            ["dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus", "/",
+             "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.PolicyKit1"],
+            capture_output=True).stdout, "polkitd")
+
+    def kill_polkitd(self):
+        self.polkitd.kill()
+        self.polkitd.wait()
+
+    def start_helper(self):
+        """Returns once clients find the socket; the helper starts with the first of them."""
+        self.set_clock_forward(0)
+        preload = []
+        if self.clock:
+            options = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+            preload = ["-E", f"LD_PRELOAD={self.clock}", "-E", f"ASAN_OPTIONS={options}"]
+        self.helper = subprocess.Popen(
+            ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", *preload, self.helper_program],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
+        os.chmod(SOCKET, 0o666)
+
+    def stop_helper(self):
+        self.helper.kill()
+        self.helper.wait()
+        os.unlink(SOCKET)
+
+    def set_clock_forward(self, seconds):
+        with open(CLOCK, "w", encoding="ascii") as f:
+            f.write(str(seconds))
+
+    def connections(self):
+        """How many clients the helper has, those included that it has not accepted yet."""
+        with open("/proc/net/unix", encoding="ascii") as f:
+            return sum(line.rstrip().endswith(" " + SOCKET) for line in f) - 1
+
+    def start(self, command, agent=None, **options):
+        """Starts the command as an ordinary user, with an agent that allows, denies, cancels or hangs."""
+        return Program(self, command, agent, options)
+
+
+class Program:
+    """A program of the ordinary user, with the agent for it."""
+
+    def __init__(self, rig, command, agent, options):
+        # Stops itself before it becomes the program, so that the agent can be there for it first.
+        self.process = subprocess.Popen([*AS_USER, "sh", "-c", 'kill -STOP $$; exec "$@"', "sh", *command],
+                                        **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+                                           "stderr": subprocess.PIPE, **options})
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
+        self.agent = None
+        if agent:
+            self.agent = subprocess.Popen([rig.agent, str(self.process.pid), agent],
+                                          stdout=subprocess.PIPE, text=True)
+            assert self.agent.stdout.readline() == "ready\n"
+        self.prompts = []
+        os.kill(self.process.pid, signal.SIGCONT)
+
+    def wait_for_prompt(self):
+        self.prompts.append(self.agent.stdout.readline().rstrip())
+
+    def finish(self):
+        """Waits for its end; then `code`, `output`, `message` and `prompts` tell all."""
+        output, message = self.process.communicate(timeout=TIME_LIMIT)
+        self.code = self.process.returncode
+        self.output = (output or b"").decode()
+        self.message = (message or b"").decode()
+        if self.agent:
+            self.agent.kill()
+            self.prompts += self.agent.communicate()[0].splitlines()
+        return self
+
+
+if __name__ == "__main__":
+    enter_namespaces()
+    helper, policy, agent = map(os.path.abspath, sys.argv[1:4])
+    sys.exit(Rig(helper, policy, agent).start(sys.argv[4:], "allow", stdin=None, stdout=None, stderr=None)
+             .finish().code)
