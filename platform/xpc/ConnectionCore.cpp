@@ -57,10 +57,14 @@ class NSXPCConnection::Core::ReplyPort final : public NSXPCReplyPort {
 };
 
 NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
-    : name_(std::move(name)), endpoint_(std::move(endpoint)) {}
+    : name_(std::move(name)), endpoint_(std::move(endpoint)) {
+    processGeneration();  // a fork is noticed from now on
+}
 
 NSXPCConnection::Core::Core(std::string name, std::shared_ptr<StreamSocket> socket)
-    : name_(std::move(name)), socket_(std::move(socket)) {}
+    : name_(std::move(name)), socket_(std::move(socket)) {
+    processGeneration();
+}
 
 NSXPCConnection::Core::~Core() = default;
 

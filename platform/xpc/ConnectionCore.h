@@ -21,7 +21,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     ~Core();
 
     const std::string& name() const { return name_; }
-    bool isForeign() const { return generation_ != processGeneration(); }
+    /// Whether this process was forked off one that had connections; their threads stayed there.
+    static bool isForeign() { return processGeneration() != 0; }
 
     // Configuration; before resume().
     std::shared_ptr<NSXPCInterface> remoteInterface;
@@ -86,7 +87,6 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
 
     const std::string name_;
     const std::unique_ptr<ServiceEndpoint> endpoint_;
-    const unsigned generation_ = processGeneration();
 
     mutable std::mutex mutex_;
     State state_ = State::configuring;

@@ -84,7 +84,7 @@ std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool
 std::shared_ptr<StreamSocket> inheritedStream(NSErrorRef* error);
 /// The listening socket that the service manager gave this process. Null likewise.
 std::unique_ptr<StreamListener> inheritedListener(NSErrorRef* error);
-/// Changes in a child after fork().
+/// How often this process was forked off another since that one first asked.
 unsigned processGeneration();
 
 }  // namespace morvane

@@ -305,6 +305,23 @@ TEST(NSXPCConnection, AChildAfterForkGetsAnErrorAndTheParentGoesOn) {
     EXPECT_EQ(await(pair.echo("still")).text, "still");
 }
 
+TEST(NSXPCConnection, ANewOneInAChildAfterForkGetsAnErrorToo) {
+    EchoPair pair;
+    pair.client->resume();
+    await(pair.echo("x"));
+    const pid_t child = fork();
+    if (child == 0) {
+        auto* const own = new EchoPair;  // without its end
+        own->client->resume();
+        auto outcome = own->echo("x");
+        const bool ended = outcome.wait_for(watchdog) == std::future_status::ready;
+        _exit(ended && outcome.get().code == NSXPCConnectionInvalid ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(NSXPCConnection, AProxyOfAnotherProtocolIsRefused) {
     auto connection = NSXPCConnection::initWithServiceName("unused");
     EXPECT_THROW(connection->remoteObjectProxy<Echo>(), NSException);
