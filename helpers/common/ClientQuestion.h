@@ -30,20 +30,20 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
             stop();
             return false;
         }
-        if (unanswered_ > 0)
+        if (unanswered_ > 0 || !goesOn_)
             return goesOn_;
         unanswered_ = tell ? 2 : 1;
         const auto answer = [self = shared_from_this()](bool yes) {
-            --self->unanswered_;
             if (!yes)
                 self->stop();
+            --self->unanswered_;
         };
         const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
             [self = shared_from_this()](NSErrorRef error) {
-                --self->unanswered_;
                 // A client that merely has no answer for us lets the work go on.
                 if (error->code() != NSXPCConnectionReplyInvalid)
                     self->stop();
+                --self->unanswered_;
             });
         if (tell)
             tell(*proxy, answer);

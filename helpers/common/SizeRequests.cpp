@@ -3,10 +3,10 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "ClientQuestion.h"
 #include "RequestErrors.h"
@@ -15,33 +15,36 @@
 namespace morvane {
 namespace {
 
-/// A few times a second: often enough to look alive and to be stopped, too seldom to cost anything.
-constexpr std::chrono::milliseconds interval{250};
+constexpr std::int64_t unknown = -1;
+/// A link at the end of the path is an item of its own, here as everywhere.
+constexpr int itemFlags = O_PATH | O_NOFOLLOW;
 
 /// Tells the client how far a walk is, and asks it whether to go on.
 class ProgressReport {
   public:
     ProgressReport(std::size_t count, const std::weak_ptr<NSXPCConnection>& client,
-                   const std::weak_ptr<SizeWalker>& walker)
+                   const std::weak_ptr<SizeWalker>& walker, SizeWalker::Pace pace)
         : question_(std::make_shared<ClientQuestion>(client,
                                                      [walker] {
                                                          if (const auto walk = walker.lock())
                                                              walk->cancel();
                                                      })),
-          sizes_(count, unknown) {}
+          pace_(std::move(pace)),
+          sizes_(count, unknown),
+          lastTold_(pace_.now()) {}
 
     bool goesOn() const { return question_->goesOn(); }
 
     /// Between items, each of which may be too small for its walk to tell anything.
     void tellIfDue(std::size_t index) {
-        if (std::chrono::steady_clock::now() - lastTold_ >= interval)
+        if (pace_.now() - lastTold_ >= pace_.interval)
             tell(index, 0);
     }
     void setSize(std::size_t index, std::int64_t size) { sizes_[index] = size; }
 
     /// `index` is the item that is being walked.
     bool tell(std::size_t index, std::int64_t bytesSoFar) {
-        lastTold_ = std::chrono::steady_clock::now();
+        lastTold_ = pace_.now();
         sizes_[index] = bytesSoFar;
         return question_->ask([&](MVFileResponse& client, const ClientQuestion::Answer& answer) {
             std::vector<std::shared_ptr<MVFileSizeItem>> items;
@@ -55,11 +58,10 @@ class ProgressReport {
     }
 
   private:
-    static constexpr std::int64_t unknown = -1;
-
     const std::shared_ptr<ClientQuestion> question_;
+    const SizeWalker::Pace pace_;
     std::vector<std::int64_t> sizes_;
-    std::chrono::steady_clock::time_point lastTold_ = std::chrono::steady_clock::now();
+    SizeWalker::Pace::Clock::time_point lastTold_;
 };
 
 NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
@@ -73,29 +75,41 @@ NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
                           url.absoluteString() + " (" + reason->localizedDescription() + ")");
 }
 
+std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rule) {
+    const auto path = url.path();
+    if (!rule.onBehalfOf)
+        return walker.sizeOf(path);
+    // The way to it may have changed since it was looked at first.
+    const auto opened = openPath(path, itemFlags, rule);
+    if (const auto* item = std::get_if<FileDescriptor>(&opened))
+        return walker.sizeOf(path, item->get());
+    walker.cannotRead(path, std::get<int>(opened));
+    return 0;
+}
+
 }  // namespace
 
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
-                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule) {
+                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule,
+                        SizeWalker::Pace pace) {
     for (const auto& url : urls) {
         if (!url.isFileURL())
             return {{}, posixError(EINVAL, url, "Only files and folders have a size.")};
         if (!rule.onBehalfOf)
             continue;
-        // A link at the end of the path is an item of its own, here as everywhere.
-        const auto opened = openPath(url.path(), O_PATH | O_NOFOLLOW, rule);
+        const auto opened = openPath(url.path(), itemFlags, rule);
         if (const auto* code = std::get_if<int>(&opened))
             return {{}, posixError(*code, url)};
     }
     std::optional<ProgressReport> report;
     std::size_t current = 0;
     const auto walker = std::make_shared<SizeWalker>(
-        [&](std::int64_t bytes, std::uint64_t) { return report->tell(current, bytes); }, interval);
-    report.emplace(urls.size(), client, walker);
+        [&](std::int64_t bytes, std::uint64_t) { return report->tell(current, bytes); }, pace);
+    report.emplace(urls.size(), client, walker, std::move(pace));
     SizesAnswer answer;
     for (; current < urls.size(); ++current) {
         report->tellIfDue(current);
-        const auto size = report->goesOn() ? walker->sizeOf(urls[current].path()) : -1;
+        const auto size = report->goesOn() ? sizeOfUrl(*walker, urls[current], rule) : unknown;
         report->setSize(current, size);
         auto& item = answer.sizes.emplace_back(MVFileSizeItem::initWithSize(size));
         item->setBusy(!report->goesOn());

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ItemPath.h"
+#include "SizeWalker.h"
 
 namespace morvane {
 
@@ -19,8 +20,9 @@ struct SizesAnswer {
 };
 
 /// Adds up what is at and below each URL. A few times a second the client is told the sizes so far
-/// (the items are busy) and asked whether to go on.
+/// (what is not done is busy) and asked whether to go on.
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
-                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {});
+                        const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {},
+                        SizeWalker::Pace pace = {});
 
 }  // namespace morvane

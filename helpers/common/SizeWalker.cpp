@@ -99,7 +99,7 @@ class SizeWalk {
     SizeWalk(SizeWalker& walker, Folder root)
         : walker_(walker),
           device_(root.id.device),
-          nextTelling_(std::chrono::steady_clock::now() + walker.interval_) {
+          nextTelling_(walker.pace_.now() + walker.pace_.interval) {
         waiting_.push_back(std::move(root));
     }
     SizeWalk(const SizeWalk&) = delete;
@@ -320,10 +320,10 @@ bool SizeWalk::handOver(Folder& folder, const Stack& stack) {
 }
 
 void SizeWalk::tell() {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = walker_.pace_.now();
     if (now < nextTelling_)
         return;
-    nextTelling_ = now + walker_.interval_;
+    nextTelling_ = now + walker_.pace_.interval;
     if (walker_.progress_ && !walker_.progress_(bytes_, walker_.items_))
         walker_.cancel();
 }
@@ -342,16 +342,24 @@ std::string SizeWalk::pathOf(const Stack& stack, const char* name) {
     return path;
 }
 
-SizeWalker::SizeWalker(Progress progress, std::chrono::milliseconds interval)
-    : progress_(std::move(progress)), interval_(interval), shared_(std::make_unique<Shared>()) {}
+SizeWalker::SizeWalker(Progress progress, Pace pace)
+    : progress_(std::move(progress)), pace_(std::move(pace)), shared_(std::make_unique<Shared>()) {}
 
 SizeWalker::~SizeWalker() = default;
 
 std::int64_t SizeWalker::sizeOf(const std::string& path) {
+    return sizeAt(path, AT_FDCWD, path.c_str(), 0);
+}
+
+std::int64_t SizeWalker::sizeOf(const std::string& path, int item) {
+    return sizeAt(path, item, "", AT_EMPTY_PATH);
+}
+
+std::int64_t SizeWalker::sizeAt(const std::string& path, int folder, const char* name, int flags) {
     if (cancelled_)
         return 0;
     struct statx status;
-    if (const int error = statusOf(AT_FDCWD, path.c_str(), status); error != 0) {
+    if (const int error = statusOf(folder, name, status, flags); error != 0) {
         cannotRead(path, error);
         return 0;
     }
@@ -360,7 +368,7 @@ std::int64_t SizeWalker::sizeOf(const std::string& path) {
         return countedSize(idOf(status), status.stx_nlink, status.stx_size);
     if (!S_ISDIR(status.stx_mode))
         return 0;
-    Folder root{Descriptor(::open(path.c_str(), openFlags)), {}, path};
+    Folder root{Descriptor(::openat(folder, *name ? name : ".", openFlags)), {}, path};
     int error = root.descriptor.get() < 0
                     ? errno
                     : statusOf(root.descriptor.get(), "", status, AT_EMPTY_PATH);

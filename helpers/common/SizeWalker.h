@@ -22,9 +22,19 @@
 /// One thread uses a walker; cancel() may be called from any.
 namespace morvane {
 
+/// How often progress is told.
+struct ProgressPace {
+    using Clock = std::chrono::steady_clock;
+    /// Often enough to look alive and to be stopped, too seldom to cost anything.
+    std::chrono::milliseconds interval{250};
+    std::function<Clock::time_point()> now = &Clock::now;
+};
+
 class SizeWalker {
   public:
-    /// Told on the thread that called sizeOf(), about once in `interval` while it runs: the bytes
+    using Pace = ProgressPace;
+
+    /// Told on the thread that called sizeOf(), about once in an interval while it runs: the bytes
     /// of this path so far, and the items that this walker has met. False stops the walk.
     using Progress = std::function<bool(std::int64_t bytes, std::uint64_t items)>;
 
@@ -41,12 +51,16 @@ class SizeWalker {
         bool operator==(const FileId&) const = default;
     };
 
-    explicit SizeWalker(Progress progress = {},
-                        std::chrono::milliseconds interval = std::chrono::milliseconds(250));
+    explicit SizeWalker(Progress progress = {}, Pace pace = {});
     ~SizeWalker();
 
     /// In bytes. After a cancellation what was counted until then.
     std::int64_t sizeOf(const std::string& path);
+    /// The same of an item that is open already, with O_PATH at least; `path` is for messages.
+    std::int64_t sizeOf(const std::string& path, int item);
+
+    /// Counts an item as unreadable. Any thread.
+    void cannotRead(std::string path, int error);
 
     void cancel() { cancelled_ = true; }
     bool isCancelled() const { return cancelled_; }
@@ -60,13 +74,12 @@ class SizeWalker {
     friend class SizeWalk;
     struct Shared;
 
+    std::int64_t sizeAt(const std::string& path, int folder, const char* name, int flags);
     /// The size, or 0 for a hard-linked file that was met before. Both threads.
     std::int64_t countedSize(const FileId& id, std::uint32_t links, std::uint64_t size);
-    /// Both threads.
-    void cannotRead(std::string path, int error);
 
     Progress progress_;
-    std::chrono::milliseconds interval_;
+    const Pace pace_;
     std::atomic<bool> cancelled_ = false;
     std::atomic<std::uint64_t> items_ = 0;
     Unreadable unreadable_;

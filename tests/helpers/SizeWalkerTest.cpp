@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "SizeWalker.h"
@@ -247,11 +248,30 @@ TEST_F(SizeWalkerTest, ProgressGrowsAndNoStopsTheWalk) {
             EXPECT_GE(items, 1u);
             return ++told < 3;
         },
-        milliseconds(0));
+        {milliseconds(0)});
     EXPECT_LT(walker.sizeOf(folder), 3000);
     EXPECT_EQ(told, 3);
     EXPECT_TRUE(walker.isCancelled());
     EXPECT_EQ(walker.sizeOf(folder), 0);
+}
+
+TEST_F(SizeWalkerTest, ProgressIsToldAgainOnlyAfterAnInterval) {
+    for (int i = 0; i < 300; ++i)
+        write(std::to_string(i) + "/file", 10);
+    SizeWalker::Pace::Clock::time_point time;
+    int told = 0;
+    SizeWalker walker(
+        [&](std::int64_t, std::uint64_t) {
+            ++told;
+            time += told < 4 ? milliseconds(100) : milliseconds(99);
+            return true;
+        },
+        {.interval = milliseconds(100), .now = [&, begun = false]() mutable {
+             // The first look begins the interval; it is over at the second.
+             return std::exchange(begun, true) && told == 0 ? time += milliseconds(100) : time;
+         }});
+    EXPECT_EQ(walker.sizeOf(folder), 3000);
+    EXPECT_EQ(told, 4);
 }
 
 TEST_F(SizeWalkerTest, ProgressIsToldOnTheCallingThread) {
@@ -263,7 +283,7 @@ TEST_F(SizeWalkerTest, ProgressIsToldOnTheCallingThread) {
             EXPECT_EQ(std::this_thread::get_id(), caller);
             return true;
         },
-        milliseconds(0));
+        {milliseconds(0)});
     EXPECT_EQ(walker.sizeOf(folder), 1000);
 }
 
