@@ -1,12 +1,12 @@
 #include "DirectoryRequests.h"
 
-#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "RequestErrors.h"
@@ -18,12 +18,14 @@ struct CloseDirectory {
     void operator()(DIR* stream) const { closedir(stream); }
 };
 
-/// What a URL takes in an archive besides its text, generously.
-constexpr std::size_t bytesForUrl = 64;
+/// What a URL takes in an archive besides its text, and an archive besides its URLs, generously.
+constexpr std::size_t bytesForUrl = 80;
+constexpr std::size_t bytesForArchive = 1024;
 
 }  // namespace
 
-DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule) {
+DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule,
+                                    std::size_t messageSize) {
     if (!directory.isFileURL())
         return {{}, posixError(EINVAL, directory, "Only folders can be listed.")};
     auto opened = openPath(directory.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
@@ -35,7 +37,7 @@ DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule
         return {{}, posixError(errno, directory)};
     descriptor.release();  // the stream's from now on
     DirectoryAnswer answer;
-    std::size_t bytes = 0;
+    std::size_t bytes = bytesForArchive;
     for (;;) {
         errno = 0;
         const dirent* const entry = readdir(stream.get());
@@ -46,11 +48,11 @@ DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule
             continue;
         answer.contents.push_back(directory.URLByAppendingPathComponent(name));
         bytes += answer.contents.back().absoluteString().size() + bytesForUrl;
-        if (bytes > limits::messageSize)
+        if (bytes > messageSize)
             return {{},
                     posixError(EMSGSIZE, directory,
-                               "The folder has more items than one answer can hold; list its "
-                               "sub-folders one by one, or fewer items.")};
+                               "The folder has more items than one answer can hold (" +
+                                   std::to_string(messageSize) + " bytes).")};
     }
     if (errno != 0)
         return {{}, posixError(errno, directory)};

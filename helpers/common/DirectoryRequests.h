@@ -1,7 +1,9 @@
 #pragma once
 
 #include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
 
+#include <cstddef>
 #include <vector>
 
 #include "ItemPath.h"
@@ -15,7 +17,8 @@ struct DirectoryAnswer {
 };
 
 /// The items inside a folder, in the folder's own order. A folder whose listing does not fit one
-/// message is an error (EMSGSIZE), not a part of a listing.
-DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule = {});
+/// message of `messageSize` bytes is an error (EMSGSIZE), not a part of a listing.
+DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule = {},
+                                    std::size_t messageSize = limits::messageSize);
 
 }  // namespace morvane
