@@ -33,5 +33,8 @@ def size_of(path, status, device):
 
 sys.setrecursionlimit(10000)
 for root in map(os.fsencode, sys.argv[1:]):
-    root_status = os.lstat(root)
-    print(size_of(root, root_status, root_status.st_dev))
+    try:
+        root_status = os.lstat(root)
+        print(size_of(root, root_status, root_status.st_dev))
+    except OSError:
+        print(0)

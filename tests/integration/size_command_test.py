@@ -4,14 +4,20 @@ usage: size_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
 import json
 import os
+import random
+import shutil
 import signal
 import stat
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
+COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helpers", "size_walk.py")
+# Runs what follows as a user to whom modes apply.
+AS_NOBODY = () if os.geteuid() else ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
 
@@ -110,9 +116,7 @@ class Sizes(Tree):
         os.mkdir(self.path(b"locked"))
         self.file(b"locked", b"hidden", size=100)
         os.chmod(self.path(b"locked"), 0)
-        prefix = () if os.geteuid() else ("setpriv", "--reuid=65534", "--regid=65534",
-                                          "--clear-groups")
-        result = run("size", "--json", self.folder, prefix=prefix)
+        result = run("size", "--json", self.folder, prefix=AS_NOBODY)
         os.chmod(self.path(b"locked"), 0o755)
         self.assertEqual([item["size"] for item in json.loads(result.stdout)], [8])
         self.assertEqual(result.returncode, 1)
@@ -147,6 +151,86 @@ class Sizes(Tree):
 
     def test_both_bases_at_once_are_a_usage_error(self):
         self.assertEqual(run("size", "--base2", "--base10", "/").returncode, 2)
+
+
+class RandomTrees(Tree):
+    """Compared with the count of another program, which walks as the same user."""
+
+    def setUp(self):
+        super().setUp()
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        os.chmod(self.folder, 0o755)
+
+    def name(self, folder):
+        while True:
+            name = bytes(self.random.choice(b"ab c\n'\\%\xff\xc3\xa9") for _ in range(6))
+            if not os.path.lexists(os.path.join(folder, name)):
+                return os.path.join(folder, name)
+
+    def grow(self, folder, depth, files, folders):
+        for _ in range(self.random.randrange(8)):
+            name = self.name(folder)
+            kind = self.random.randrange(8)
+            if kind == 0 and files:
+                os.link(self.random.choice(files), name)
+            elif kind == 1:
+                os.symlink(self.random.choice([folder, b"..", b".", name, b"/usr", b"none"]), name)
+            elif kind == 2:
+                os.mkfifo(name)
+            else:
+                with open(name, "wb") as file:
+                    file.truncate(self.random.choice([0, 1, 4095, 10**6, 10**12]))
+                files.append(name)
+        for _ in range(self.random.randrange(4) if depth else 0):
+            name = self.name(folder)
+            os.mkdir(name)
+            folders.append(name)
+            self.grow(name, depth - 1, files, folders)
+
+    def test_every_sum_is_that_of_an_independent_count(self):
+        skipped = 0
+        for seed in range(25):
+            self.random = random.Random(seed)
+            shutil.rmtree(self.folder)
+            os.mkdir(self.folder)
+            folders = [self.folder]
+            self.grow(self.folder, 5, [], folders)
+            for folder in folders[1:]:
+                os.chmod(folder, self.random.choice([0o755] * 12 + [0o000, 0o444, 0o311]))
+            paths = [self.folder, *self.random.sample(folders, min(3, len(folders)))]
+            counted = subprocess.run([*AS_NOBODY, "python3", COUNTER, *paths], capture_output=True,
+                                     timeout=TIME_LIMIT)
+            result = run("size", "--json", *paths, prefix=AS_NOBODY)
+            for folder in reversed(folders):
+                os.chmod(folder, 0o755)
+            with self.subTest(seed=seed):
+                self.assertEqual([item["size"] for item in json.loads(result.stdout)],
+                                 [int(line) for line in counted.stdout.split()])
+                self.assertIn(result.returncode, (0, 1), result.stderr)
+            skipped += b"could not be read" in result.stderr
+        self.assertGreater(skipped, 0)
+
+    def test_what_vanishes_meanwhile_is_no_failure(self):
+        self.file(b"stays", size=1000)
+        going = self.path(b"going")
+        stop = threading.Event()
+
+        def come_and_go():
+            while not stop.is_set():
+                for i in range(30):
+                    os.makedirs(os.path.join(going, b"%d" % i))
+                    with open(os.path.join(going, b"%d" % i, b"empty"), "wb"):
+                        pass
+                shutil.rmtree(going)
+
+        churn = threading.Thread(target=come_and_go)
+        churn.start()
+        try:
+            for _ in range(10):
+                self.assertEqual(self.sizes(*[self.folder] * 50), [1000] * 50)
+        finally:
+            stop.set()
+            churn.join()
 
 
 class Interruption(unittest.TestCase):
@@ -190,6 +274,34 @@ class Listing(Tree):
         result = run("ls", self.folder)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(result.stdout.count(b"\n"), 100_000)
+
+    def make_large(self, names):
+        # In memory where there is such a place: on a disk this takes a minute.
+        memory = "/dev/shm"
+        place = memory if os.access(memory, os.W_OK) else None
+        folder = tempfile.TemporaryDirectory(dir=place)
+        self.addCleanup(folder.cleanup)
+        descriptor = os.open(folder.name, os.O_RDONLY)
+        try:
+            for name in names:
+                os.mknod(name, 0o600 | stat.S_IFREG, dir_fd=descriptor)
+        finally:
+            os.close(descriptor)
+        return folder.name
+
+    def test_a_million_entries_arrive(self):
+        folder = self.make_large(b"entry-%d" % i for i in range(1_000_000))
+        result = run("ls", folder)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertEqual(result.stdout.split(b"\n")[:-1], os.listdir(os.fsencode(folder)))
+
+    def test_more_than_a_message_holds_is_refused_with_the_reason(self):
+        # Each byte of these names takes three in a URL.
+        folder = self.make_large(b"\xff" * 240 + b"%d" % i for i in range(330_000))
+        result = run("ls", folder)
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertIn(b"The folder has more items than one answer can hold (268435456 bytes).",
+                      result.stderr)
 
     def test_an_empty_folder_is_an_empty_list(self):
         self.assertEqual(run("ls", self.folder).stdout, b"")
