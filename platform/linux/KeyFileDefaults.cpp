@@ -154,7 +154,8 @@ struct KeyFileDefaults::Watch {
         auto now = placesOf(path);
         if (now == places)
             return;
-        watchNothing();
+        // The new ones begin before the old ones end: what both watch is never unwatched.
+        const auto former = std::exchange(monitors, {});
         places = std::move(now);
         for (const auto& place : places) {
             GFile* const file = g_file_new_for_path(place.c_str());
@@ -165,15 +166,15 @@ struct KeyFileDefaults::Watch {
             }
             g_object_unref(file);
         }
+        end(former);
     }
 
-    void watchNothing() {
-        for (GFileMonitor* const monitor : monitors) {
+    void end(const std::vector<GFileMonitor*>& ended) {
+        for (GFileMonitor* const monitor : ended) {
             g_signal_handlers_disconnect_by_data(monitor, this);
             g_file_monitor_cancel(monitor);
             g_object_unref(monitor);
         }
-        monitors.clear();
     }
 
     void update() {
@@ -185,7 +186,7 @@ struct KeyFileDefaults::Watch {
         g_main_context_push_thread_default(context);
         update();
         g_main_loop_run(loop);
-        watchNothing();
+        end(monitors);
         g_main_context_pop_thread_default(context);
     }
 };
