@@ -35,9 +35,11 @@ Answer answerTo(NSXPCConnection& connection, Send send) {
 
 }  // namespace
 
-FileService::FileService() {
+FileService::FileService(Kind kind) {
     setenv("MORVANE_LIBEXEC_DIR", MORVANE_LIBEXEC, 1);
-    connection_ = NSXPCConnection::initWithServiceName(MVFileServiceName);
+    connection_ = kind == Kind::own ? NSXPCConnection::initWithServiceName(MVFileServiceName)
+                                    : NSXPCConnection::initWithMachServiceName(
+                                          MVPrivilegedHelperName, NSXPCConnectionPrivileged);
     const NSClassSet sizes{&NSArrayClass, &MVFileSizeItem::classObject()};
     const NSClassSet entries{&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
                              &MVAclPermission::classObject()};

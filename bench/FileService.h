@@ -11,11 +11,12 @@
 
 namespace bench {
 
-/// The real file service, which is started with this; each call waits for the answer and throws
-/// if it is an error.
+/// The real file service, which is started with this, or the privileged helper, which must be
+/// there; each call waits for the answer and throws if it is an error.
 class FileService {
   public:
-    FileService();
+    enum class Kind { own, privileged };
+    explicit FileService(Kind kind = Kind::own);
     ~FileService();
     FileService(const FileService&) = delete;
     FileService& operator=(const FileService&) = delete;

@@ -30,4 +30,8 @@ Lines sizeTree(const Options& options);
 Lines propagate100k(const Options& options);
 Lines rename10k(const Options& options);
 
+/// These need the privileged helper and polkit.
+Lines privilegedList(const Options& options);
+Lines authorizeHeld(const Options& options);
+
 }  // namespace bench

@@ -37,6 +37,8 @@ constexpr Row rows[] = {
     {"size-tree", sizeTree},
     {"propagate-100k", propagate100k},
     {"rename-10k", rename10k},
+    {"privileged-list", privilegedList},
+    {"authorize-held", authorizeHeld},
 };
 
 constexpr int failure = 1;

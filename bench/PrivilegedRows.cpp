@@ -1,0 +1,107 @@
+#include <MorvaneOperation/MVAuthorization.h>
+#include <gio/gio.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "FileService.h"
+#include "FileTree.h"
+#include "Rows.h"
+
+namespace bench {
+namespace {
+
+using namespace morvane;
+
+void obtain(const char* right) {
+    NSErrorRef error;
+    const auto authorization = MVAuthorization::sharedAuthorization();
+    if (!authorization || !authorization->authorizeRight(right, &error))
+        throw std::runtime_error(std::string("the right ") + right + " is not to be had" +
+                                 (error ? ": " + error->localizedDescription() : "") +
+                                 "; run bench/run as root, which brings polkit and the helper");
+}
+
+std::uint64_t startTimeOfThisProcess() {
+    std::ifstream file("/proc/self/stat");
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    auto at = text.rfind(')');
+    for (int i = 0; i != 20; ++i)
+        at = text.find(' ', at + 1);
+    return std::stoull(text.substr(at + 1));
+}
+
+/// One question to polkit about this process, without asking the user.
+class PolicyQuestion {
+  public:
+    PolicyQuestion() : bus_(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr)) {
+        if (!bus_)
+            throw std::runtime_error("there is no system bus");
+    }
+    ~PolicyQuestion() { g_object_unref(bus_); }
+    PolicyQuestion(const PolicyQuestion&) = delete;
+    PolicyQuestion& operator=(const PolicyQuestion&) = delete;
+
+    void ask(const char* action) {
+        GVariantBuilder subject;
+        g_variant_builder_init(&subject, G_VARIANT_TYPE("a{sv}"));
+        g_variant_builder_add(&subject, "{sv}", "pid",
+                              g_variant_new_uint32(static_cast<guint32>(getpid())));
+        g_variant_builder_add(&subject, "{sv}", "start-time", g_variant_new_uint64(startTime_));
+        g_variant_builder_add(&subject, "{sv}", "uid",
+                              g_variant_new_int32(static_cast<gint32>(getuid())));
+        GVariant* const answer = g_dbus_connection_call_sync(
+            bus_, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
+            "org.freedesktop.PolicyKit1.Authority", "CheckAuthorization",
+            g_variant_new("((sa{sv})sa{ss}us)", "unix-process", &subject, action, nullptr, 0U, ""),
+            nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+        gboolean yes = FALSE;
+        if (answer) {
+            g_variant_get(answer, "((bba{ss}))", &yes, nullptr, nullptr);
+            g_variant_unref(answer);
+        }
+        if (!yes)
+            throw std::runtime_error("polkit does not say yes");
+    }
+
+  private:
+    GDBusConnection* const bus_;
+    const std::uint64_t startTime_ = startTimeOfThisProcess();
+};
+
+}  // namespace
+
+Lines privilegedList(const Options& options) {
+    obtain(MVRightGetFileAcl);
+    const TemporaryFolder folder;
+    const std::string path = folder.path() / "file";
+    makeFile(path);
+    FileService privileged(FileService::Kind::privileged);
+    FileService own;
+    return compare({.row = "privileged-list",
+                    .ours = {"", repeated([&] { keep(privileged.aclOf(path)); })},
+                    .peers = {{"file service", repeated([&] { keep(own.aclOf(path)); })}},
+                    .required = {},
+                    .limit = {},
+                    .note = {}},
+                   options);
+}
+
+Lines authorizeHeld(const Options& options) {
+    obtain(MVRightGetFileAcl);
+    PolicyQuestion polkit;
+    return compare({.row = "authorize-held",
+                    .ours = {"", repeated([] { obtain(MVRightGetFileAcl); })},
+                    .peers = {{"polkit check", repeated([&] { polkit.ask(MVRightGetFileAcl); })}},
+                    .required = {},
+                    .limit = {},
+                    .note = {}},
+                   options);
+}
+
+}  // namespace bench
