@@ -82,7 +82,10 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
             return {
                 ExitFailure,
                 {},
-                failureMessage("cannot keep the choice of units", "useBase2MathForSizes", *error)};
+                "morvane: cannot keep the choice of units: " +
+                    escaped(error->localizedDescription()) +
+                    "\n  It is kept in $XDG_CONFIG_HOME (otherwise ~/.config), where you must be "
+                    "able to write.\n"};
     }
     std::vector<NSURL> urls;
     for (const auto& path : options.paths) {

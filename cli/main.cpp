@@ -72,14 +72,14 @@ bool editOnTerminal(AclEditor& editor, const std::string& title) {
     }
 }
 
-/// The same item by a path without symbolic links; a link at the end of a size's path stays one.
+/// The same item by a path without symbolic links.
 NSURL withoutLinks(const NSURL& url) {
     std::error_code error;
     const auto path = std::filesystem::canonical(url.path(), error);
     return error ? url : NSURL::fileURLWithPath(path.string());
 }
 
-/// Likewise for an item that is renamed: a link at the end is the item.
+/// Likewise for an item that is renamed or whose size is asked for: a link at the end is the item.
 NSURL withoutLinksOnTheWay(const NSURL& url) {
     const auto path = std::filesystem::path(url.path());
     if (!path.has_filename())
@@ -112,7 +112,7 @@ Outcome run(int argc, char** argv) {
         return runSize(*size, [&](const std::vector<NSURL>& urls) {
             std::vector<NSURL> items;
             for (const auto& url : urls)
-                items.push_back(resolved(url));
+                items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
             return sizesWithLiveLine(*connector, items);
         });
     }

@@ -68,11 +68,13 @@ NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
     const auto url = NSURL::fileURLWithPath(unreadable.first);
     const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, unreadable.error);
     // The URL's text: a path need not be text.
+    const auto first = url.absoluteString() + " (" + reason->localizedDescription() + ")";
     return posixError(unreadable.error, url,
-                      std::to_string(unreadable.count) +
-                          (unreadable.count == 1 ? " item" : " items") +
-                          " could not be read and count as nothing; the first is " +
-                          url.absoluteString() + " (" + reason->localizedDescription() + ")");
+                      unreadable.count == 1
+                          ? "1 item could not be read and counts as nothing: " + first
+                          : std::to_string(unreadable.count) +
+                                " items could not be read and count as nothing; the first is " +
+                                first);
 }
 
 std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rule) {

@@ -233,6 +233,14 @@ TEST_F(SizeRequestsTest, WhatCannotBeReadIsCountedAndTheFirstIsNamed) {
     EXPECT_FALSE(answer.sizes[2]->busy());
 }
 
+TEST_F(SizeRequestsTest, ASingleItemThatCannotBeReadIsNamed) {
+    const auto answer = sizes({url("none")}, {});
+    ASSERT_TRUE(answer.error);
+    EXPECT_EQ(answer.error->localizedDescription(),
+              "1 item could not be read and counts as nothing: file://" + folder.string() +
+                  "/none (No such file or directory)");
+}
+
 TEST_F(SizeRequestsTest, OnlyFilesHaveASize) {
     const auto answer = sizes({*NSURL::URLWithString("http://example.org/")}, {});
     EXPECT_TRUE(answer.sizes.empty());

@@ -120,7 +120,7 @@ class Sizes(Tree):
         os.chmod(self.path(b"locked"), 0o755)
         self.assertEqual([item["size"] for item in json.loads(result.stdout)], [8])
         self.assertEqual(result.returncode, 1)
-        self.assertIn(b"1 item could not be read and count as nothing; the first is file://",
+        self.assertIn(b"1 item could not be read and counts as nothing: file://",
                       result.stderr)
         self.assertIn(b"/locked (Permission denied)", result.stderr)
 
@@ -135,6 +135,27 @@ class Sizes(Tree):
         self.assertEqual(set(item),
                          {"path", "name", "size", "displaySize", "displayInfo", "leaf", "icon"})
         self.assertEqual((item["name"], item["leaf"]), ("notes.txt", True))
+
+    def test_sizes_are_shown_in_units_and_as_a_grouped_number(self):
+        shown = {0: ("0 bytes", "0"), 1: ("1 bytes", "1"), 999: ("999 bytes", "999"),
+                 1000: ("1 KB", "1,000"), 1049: ("1 KB", "1,049"), 1100: ("1.1 KB", "1,100"),
+                 1960: ("2 KB", "1,960"), 999960: ("1000 KB", "999,960"),
+                 123456789: ("123.5 MB", "123,456,789")}
+        paths = [self.file(b"%d" % size, size=size) for size in shown]
+        items = json.loads(run("size", "--json", *paths).stdout)
+        for item, (size, (text, number)) in zip(items, shown.items()):
+            self.assertEqual((item["size"], item["displaySize"], item["displayInfo"]),
+                             (size, text, f"{text} ({number} bytes)"))
+
+    def test_a_choice_of_units_that_cannot_be_kept_is_told(self):
+        ENVIRONMENT["XDG_CONFIG_HOME"] = "/dev/null/nowhere"
+        try:
+            result = run("size", "--base2", self.folder)
+        finally:
+            del ENVIRONMENT["XDG_CONFIG_HOME"]
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertRegex(result.stderr, b"^morvane: cannot keep the choice of units: .*\n"
+                                        b"  It is kept in \\$XDG_CONFIG_HOME")
 
     def test_the_chosen_base_is_kept(self):
         with tempfile.TemporaryDirectory() as configuration:
