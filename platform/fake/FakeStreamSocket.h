@@ -117,6 +117,8 @@ class FakeStreamListener final : public StreamListener {
         std::deque<std::shared_ptr<StreamSocket>> waiting;
         std::function<void(bool alone)> task;
         bool isWatched = false;
+        /// What the task is told.
+        bool alone = false;
 
         /// The client's end of a new stream of this user's.
         std::shared_ptr<FakeStreamSocket> connect(std::int64_t user) {
@@ -132,7 +134,7 @@ class FakeStreamListener final : public StreamListener {
             if (!isWatched || waiting.empty() || !task)
                 return;
             isWatched = false;
-            runOnWorker([task = task] { task(false); });
+            runOnWorker([task = task, alone = alone] { task(alone); });
         }
     };
 

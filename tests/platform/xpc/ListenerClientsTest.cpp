@@ -1,6 +1,7 @@
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
+#include <stdexcept>
 #include <thread>
 
 #include "RawRequests.h"
@@ -10,14 +11,16 @@ namespace morvane {
 namespace {
 
 /// A listener in this process, whose clients are raw streams in the test's hands.
-class LimitedListener {
+class LocalListener {
   public:
     using Stream = std::shared_ptr<FakeStreamSocket>;
 
-    LimitedListener()
+    LocalListener()
         : listener_(std::make_shared<NSXPCListener>(
               std::unique_ptr<StreamListener>(std::make_unique<FakeStreamListener>(clients_)))) {
-        listener_->setNewConnectionHandler([](const auto& connection) {
+        listener_->setNewConnectionHandler([this](const auto& connection) {
+            if (onClient && !onClient())
+                return false;
             connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
             connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
             connection->resume();
@@ -25,9 +28,17 @@ class LimitedListener {
         });
         serving_ = std::thread([this] { listener_->run(); });
     }
-    ~LimitedListener() {
+    ~LocalListener() {
         listener_->invalidate();
         serving_.join();
+    }
+
+    /// Asked before a client is served.
+    std::function<bool()> onClient;
+    /// Whether the listener's thread is told that no other can wait in its place.
+    void setAlone(bool alone) {
+        const std::lock_guard lock(clients_->mutex);
+        clients_->alone = alone;
     }
 
     /// A client of this user's that was answered; null if it was turned away.
@@ -65,14 +76,14 @@ class LimitedListener {
 };
 
 TEST(NSXPCListener, TurnsAUserAwayWhoHasTooManyConnectionsAndServesTheOthers) {
-    LimitedListener listener;
+    LocalListener listener;
     const auto clients = listener.connect(1000, limits::clientsOfOneUser);
     EXPECT_FALSE(listener.connect(1000));
     EXPECT_TRUE(listener.connect(1001));
 }
 
 TEST(NSXPCListener, AClientThatLeavesMakesRoomForAnotherOfItsUser) {
-    LimitedListener listener;
+    LocalListener listener;
     const auto clients = listener.connect(1000, limits::clientsOfOneUser);
     clients.front()->shutdown();
     EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
@@ -81,8 +92,8 @@ TEST(NSXPCListener, AClientThatLeavesMakesRoomForAnotherOfItsUser) {
 
 TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {
     static_assert(limits::clients % limits::clientsOfOneUser == 0);
-    LimitedListener listener;
-    std::vector<std::vector<LimitedListener::Stream>> clients;
+    LocalListener listener;
+    std::vector<std::vector<LocalListener::Stream>> clients;
     std::int64_t user = 1000;
     for (; clients.size() < limits::clients / limits::clientsOfOneUser; ++user)
         clients.push_back(listener.connect(user, limits::clientsOfOneUser));
@@ -92,12 +103,31 @@ TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {
 }
 
 TEST(NSXPCListener, AClientThatIsTurnedAwayDoesNotCount) {
-    LimitedListener listener;
+    LocalListener listener;
     const auto clients = listener.connect(1000, limits::clientsOfOneUser);
     for (int i = 0; i < 3; ++i)
         EXPECT_FALSE(listener.connect(1000));
     clients.front()->shutdown();
     EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+}
+
+TEST(NSXPCListener, TurnsAClientAwayWhileNoThreadCanWaitForTheNext) {
+    LocalListener listener;
+    listener.setAlone(true);
+    EXPECT_FALSE(listener.connect(1000));
+    EXPECT_FALSE(listener.connect(1000));
+    listener.setAlone(false);
+    EXPECT_TRUE(listener.connect(1000));
+}
+
+TEST(NSXPCListener, ClosesAConnectionThatItsHandlerDoesNotTakeAndServesTheNext) {
+    LocalListener listener;
+    listener.onClient = [] { return false; };
+    EXPECT_FALSE(listener.connect(1000));
+    listener.onClient = []() -> bool { throw std::runtime_error("no"); };
+    EXPECT_FALSE(listener.connect(1000));
+    listener.onClient = nullptr;
+    EXPECT_TRUE(listener.connect(1000));
 }
 
 }  // namespace
