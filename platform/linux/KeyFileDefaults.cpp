@@ -151,22 +151,25 @@ struct KeyFileDefaults::Watch {
     }
 
     void watchPlaces() {
-        auto now = placesOf(path);
-        if (now == places)
-            return;
-        // The new ones begin before the old ones end: what both watch is never unwatched.
-        const auto former = std::exchange(monitors, {});
-        places = std::move(now);
-        for (const auto& place : places) {
-            GFile* const file = g_file_new_for_path(place.c_str());
-            if (GFileMonitor* const monitor =
-                    g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr)) {
-                g_signal_connect(monitor, "changed", G_CALLBACK(onEvent), this);
-                monitors.push_back(monitor);
-            }
-            g_object_unref(file);
+        // Again after the watch began: a link may have been pointed elsewhere before.
+        for (auto now = placesOf(path); now != places; now = placesOf(path)) {
+            // The new ones begin before the old ones end: what both watch is never unwatched.
+            const auto former = std::exchange(monitors, {});
+            places = std::move(now);
+            for (const auto& place : places)
+                begin(place);
+            end(former);
         }
-        end(former);
+    }
+
+    void begin(const std::string& place) {
+        GFile* const file = g_file_new_for_path(place.c_str());
+        if (GFileMonitor* const monitor =
+                g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr)) {
+            g_signal_connect(monitor, "changed", G_CALLBACK(onEvent), this);
+            monitors.push_back(monitor);
+        }
+        g_object_unref(file);
     }
 
     void end(const std::vector<GFileMonitor*>& ended) {
