@@ -119,7 +119,7 @@ struct NSKeyedUnarchiver::State {
     std::vector<Slot> manySlots;
     /// Where the objects of large arrays are made, and how many such arrays are being read.
     struct CloseBlock {
-        void operator()(NSObjectBlock* block) const { block->close(); }
+        void operator()(NSObjectBlock* filled) const { filled->close(); }
     };
     std::unique_ptr<NSObjectBlock, CloseBlock> block;
     std::size_t largeArrays = 0;

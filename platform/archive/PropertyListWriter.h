@@ -99,6 +99,7 @@ class PropertyListWriter {
     static constexpr Ref uidBit = 0x80000000;
 
     struct Node {
+        Node(Kind k, std::uint32_t c, std::uint64_t p) : kind(k), count(c), payload(p) {}
         Kind kind;
         std::uint32_t count;
         /// The value, where it starts in arena_ or refs_, or a shared text's address.
