@@ -17,6 +17,7 @@ namespace {
 
 /// SO_PEERPIDFD, which the headers lack.
 constexpr int peerPidfdOption = 77;
+constexpr int sendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
 int millisecondsUntil(const StreamSocket::Deadline& deadline) {
     if (!deadline)
@@ -96,6 +97,20 @@ std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadl
 }
 
 std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces) {
+    for (;;) {
+        const auto sent = pieces.size() == 1
+                              ? ::send(socket_.get(), pieces[0].data(), pieces[0].size(), sendFlags)
+                              : sendSeveral(pieces);
+        if (sent >= 0)
+            return static_cast<std::size_t>(sent);
+        if (errno == EAGAIN)
+            return 0;
+        if (errno != EINTR)
+            return std::nullopt;
+    }
+}
+
+ssize_t LinuxStreamSocket::sendSeveral(std::span<const Bytes> pieces) const {
     constexpr std::size_t maxPieces = 128;
     std::array<iovec, maxPieces> vectors;
     const auto count = std::min(pieces.size(), maxPieces);
@@ -106,15 +121,7 @@ std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces
     msghdr message{};
     message.msg_iov = vectors.data();
     message.msg_iovlen = count;
-    for (;;) {
-        const auto sent = sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent >= 0)
-            return static_cast<std::size_t>(sent);
-        if (errno == EAGAIN)
-            return 0;
-        if (errno != EINTR)
-            return std::nullopt;
-    }
+    return sendmsg(socket_.get(), &message, sendFlags);
 }
 
 bool LinuxStreamSocket::waitUntilWritable(const Deadline& deadline) {

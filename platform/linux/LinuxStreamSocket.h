@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 
 namespace morvane {
 
@@ -24,6 +25,7 @@ class LinuxStreamSocket : public StreamSocket,
     std::uint64_t peerStartTime() const override;
 
   private:
+    ssize_t sendSeveral(std::span<const Bytes> pieces) const;
     bool waitFor(short events, const Deadline& deadline) const;
 
     const FileDescriptor socket_;

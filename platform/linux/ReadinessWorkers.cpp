@@ -33,15 +33,11 @@ class ReadinessWorkers {
         {
             const std::lock_guard lock(mutex_);
             tasks_[descriptor] = {std::move(task), once};
+            if (!someoneWaits())
+                return take(descriptor);
         }
         if (!arm(EPOLL_CTL_ADD, descriptor) && (errno != EEXIST || !arm(EPOLL_CTL_MOD, descriptor)))
             return remove(descriptor);
-        try {
-            ensureOneWaits();
-        } catch (const std::exception&) {
-            // Empty if a waiter that was just coming back has it.
-            return remove(descriptor);
-        }
         return {};
     }
 
@@ -57,8 +53,7 @@ class ReadinessWorkers {
     ReadableTask remove(int descriptor) {
         epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
         const std::lock_guard lock(mutex_);
-        auto removed = tasks_.extract(descriptor);
-        return removed ? std::move(removed.mapped().task) : ReadableTask();
+        return take(descriptor);
     }
 
   private:
@@ -72,20 +67,23 @@ class ReadinessWorkers {
             throw std::system_error(errno, std::generic_category(), "epoll_create1");
     }
 
-    void ensureOneWaits() {
-        {
-            const std::lock_guard lock(mutex_);
-            if (waiters_ != 0 || tasks_.empty())
-                return;
-            ++waiters_;
-        }
+    /// Under the lock.
+    ReadableTask take(int descriptor) {
+        auto taken = tasks_.extract(descriptor);
+        return taken ? std::move(taken.mapped().task) : ReadableTask();
+    }
+
+    /// Under the lock. Whether there is a waiter for the tasks, maybe a new one.
+    bool someoneWaits() {
+        if (waiters_ != 0 || tasks_.empty())
+            return true;
         try {
             runOnWorker([this] { wait(); });
-        } catch (...) {
-            const std::lock_guard lock(mutex_);
-            --waiters_;
-            throw;
+        } catch (const std::exception&) {
+            return false;
         }
+        ++waiters_;
+        return true;
     }
 
     void wait() {
@@ -110,6 +108,7 @@ class ReadinessWorkers {
     /// Whether the caller has to go on waiting.
     bool run(int descriptor) {
         ReadableTask task;
+        bool alone = false;
         {
             const std::lock_guard lock(mutex_);
             const auto found = tasks_.find(descriptor);
@@ -122,14 +121,9 @@ class ReadinessWorkers {
                 task = found->second.task;
             }
             --waiters_;
-        }
-        bool alone = false;
-        try {
-            ensureOneWaits();
-        } catch (const std::exception&) {
-            alone = true;
-            const std::lock_guard lock(mutex_);
-            ++waiters_;
+            alone = !someoneWaits();
+            if (alone)
+                ++waiters_;  // this thread, in a moment
         }
         task(alone);
         task = nullptr;  // what it holds goes outside the lock

@@ -250,13 +250,15 @@ void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
                                  const std::shared_ptr<Outbox>& outbox) {
     try {
         FrameReader reader(*socket);
+        bool heldBack = false;
         while (!invalidated_) {
             const auto message = reader.next();
             if (!message || invalidated_)
                 break;
             if (reader.hasMessageWaiting()) {
                 outbox->holdBack();
-            } else {
+                heldBack = true;
+            } else if (std::exchange(heldBack, false)) {
                 outbox->release();
             }
             handle(*message, outbox);

@@ -30,9 +30,19 @@ class Prefix {
         length_ = static_cast<std::size_t>(end - bytes_.begin());
     }
     StreamSocket::Bytes bytes() const { return {bytes_.data(), length_}; }
+    /// Makes it a whole frame, which is sent in one piece, if the body is that small.
+    bool append(StreamSocket::Bytes body) {
+        if (body.size() > bodyCopied)
+            return false;
+        std::copy(body.begin(), body.end(), bytes_.begin() + length_);
+        length_ += body.size();
+        return true;
+    }
 
   private:
-    std::array<std::uint8_t, FrameHeader::size + 255> bytes_;
+    static constexpr std::size_t bodyCopied = 1024;
+
+    std::array<std::uint8_t, FrameHeader::size + 255 + bodyCopied> bytes_;
     std::size_t length_;
 };
 
@@ -70,8 +80,10 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
 }
 
 void Outbox::sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body) {
-    const Prefix prefix(header, selector, body.size());
-    const StreamSocket::Bytes parts[] = {prefix.bytes(), body};
+    Prefix prefix(header, selector, body.size());
+    const bool isWhole = prefix.append(body);
+    const std::array bytes = {prefix.bytes(), body};
+    const auto parts = std::span(bytes).first(isWhole ? 1 : 2);
     std::size_t sent = 0;
     if (pieces_.empty() && !isHeldBack()) {
         const auto count = socket_->send(parts);
