@@ -14,14 +14,12 @@
 #include <system_error>
 #include <thread>
 
-#include "InheritedValues.h"
-
 namespace morvane {
 namespace {
 
 constexpr std::size_t maxFailuresKept = 5;
 /// The bytes of names that are handed over together.
-constexpr std::size_t batchBytes = 8 * 1024;
+constexpr std::size_t batchBytes = std::size_t{8} * 1024;
 /// Of more than so many jobs that wait, files are dealt with where they are met.
 constexpr std::size_t manyJobs = 256;
 
@@ -45,21 +43,9 @@ struct Job {
 
 }  // namespace
 
-struct AclPropagation::Values {
-    struct Level {
-        ItemValues file;
-        ItemValues executable;
-        ItemValues folder;
-    };
-    std::uint32_t owner;
-    std::uint32_t group;
-    std::optional<std::uint32_t> onBehalfOf;
-    std::array<Level, 3> levels;
-};
-
 class AclPropagation::Walk {
   public:
-    Walk(AclPropagation& propagation, std::shared_ptr<Folder> root, dev_t device)
+    Walk(AclPropagation& propagation, const std::shared_ptr<Folder>& root, dev_t device)
         : p_(propagation),
           device_(device),
           nextTelling_(std::chrono::steady_clock::now() + propagation.interval_) {
@@ -124,7 +110,7 @@ class AclPropagation::Walk {
 
     /// Hands over what is in the folder.
     void list(const std::shared_ptr<Folder>& folder, bool first) {
-        alignas(dirent64) char buffer[32 * 1024];
+        alignas(dirent64) char buffer[32768];
         std::vector<char> files;
         const auto handOver = [&] {
             if (files.empty())
@@ -199,9 +185,7 @@ class AclPropagation::Walk {
             return failed(in, name, errno);
         if (!S_ISDIR(status.st_mode) || status.st_dev != device_)
             return;
-        const auto& values = *p_.values_;
-        const int code = writeItemValues(item, status, values.owner, values.group,
-                                         values.levels[in.level].folder);
+        const int code = p_.writer_->write(item, status, in.level);
         ++p_.items_;
         if (code != 0)
             failed(in, name, code);
@@ -214,7 +198,7 @@ class AclPropagation::Walk {
         const auto folder = std::make_shared<Folder>();
         folder->descriptor = std::move(descriptor);
         folder->path = pathOf(in, name);
-        folder->level = std::min(in.level + 1, values.levels.size() - 1);
+        folder->level = std::min(in.level + 1, InheritedWriter::levels - 1);
         list(folder, first);
         if (first)
             tell();
@@ -239,12 +223,9 @@ class AclPropagation::Walk {
         if (!S_ISREG(status.st_mode) || status.st_dev != device_)
             return 0;
         ++p_.items_;
-        const auto& values = *p_.values_;
-        if (values.onBehalfOf && status.st_nlink > 1 && status.st_uid != *values.onBehalfOf)
+        if (p_.onBehalfOf_ && status.st_nlink > 1 && status.st_uid != *p_.onBehalfOf_)
             return EMLINK;
-        const auto& level = values.levels[in.level];
-        return writeItemValues(item, status, values.owner, values.group,
-                               (status.st_mode & 0111) != 0 ? level.executable : level.file);
+        return p_.writer_->write(item, status, in.level);
     }
 
     void tell() {
@@ -279,20 +260,13 @@ class AclPropagation::Walk {
     std::size_t working_ = 0;
 };
 
-AclPropagation::AclPropagation(const InheritedLists& lists, std::optional<std::uint32_t> onBehalfOf,
-                               Progress progress, std::chrono::milliseconds interval)
-    : progress_(std::move(progress)), interval_(interval) {
-    auto values = std::make_unique<Values>();
-    values->owner = lists.owner;
-    values->group = lists.group;
-    values->onBehalfOf = onBehalfOf;
-    for (std::size_t i = 0; i != lists.levels.size(); ++i) {
-        const auto& level = lists.levels[i];
-        values->levels[i] = {itemValuesOf(level.file), itemValuesOf(level.executable),
-                             itemValuesOf(level.folder, level.folderDefaults)};
-    }
-    values_ = std::move(values);
-}
+AclPropagation::AclPropagation(std::unique_ptr<const InheritedWriter> writer,
+                               std::optional<std::uint32_t> onBehalfOf, Progress progress,
+                               std::chrono::milliseconds interval)
+    : progress_(std::move(progress)),
+      interval_(interval),
+      writer_(std::move(writer)),
+      onBehalfOf_(onBehalfOf) {}
 
 AclPropagation::~AclPropagation() = default;
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <sys/stat.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -10,27 +10,27 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
-
-#include "PosixAcl.h"
 
 /// Writes lists to everything below a folder.
 namespace morvane {
 
-/// What the items below a folder get.
-struct InheritedLists {
-    struct Level {
-        PosixList file;
-        /// For a file that somebody can execute now.
-        PosixList executable;
-        PosixList folder;
-        std::optional<PosixList> folderDefaults;
-    };
-    std::uint32_t owner = 0;
-    std::uint32_t group = 0;
-    /// For what is in the folder itself, in its sub-folders, and further down.
-    std::array<Level, 3> levels;
+/// An open item: `path` is empty, or leads to it where the descriptor itself gives no right to it
+/// (O_PATH).
+struct OpenItem {
+    int descriptor = -1;
+    std::string path;
+};
+
+/// Gives one item below a folder what it inherits. Two threads call it at once.
+class InheritedWriter {
+  public:
+    /// What is in the folder itself, in its sub-folders, and further down.
+    static constexpr std::size_t levels = 3;
+
+    virtual ~InheritedWriter() = default;
+    /// 0, or an errno value and the item, whose status is `status`, has what it had.
+    virtual int write(const OpenItem& item, const struct stat& status, std::size_t level) const = 0;
 };
 
 /// Two threads walk, by descriptors: what a name leads to is written only if it is a file or a
@@ -49,8 +49,8 @@ class AclPropagation {
     };
 
     /// With `onBehalfOf`, files with further names are left alone unless they are that user's.
-    AclPropagation(const InheritedLists& lists, std::optional<std::uint32_t> onBehalfOf,
-                   Progress progress = {},
+    AclPropagation(std::unique_ptr<const InheritedWriter> writer,
+                   std::optional<std::uint32_t> onBehalfOf, Progress progress = {},
                    std::chrono::milliseconds interval = std::chrono::milliseconds(250));
     ~AclPropagation();
 
@@ -67,11 +67,11 @@ class AclPropagation {
 
   private:
     class Walk;
-    struct Values;
 
     Progress progress_;
     std::chrono::milliseconds interval_;
-    std::unique_ptr<const Values> values_;
+    const std::unique_ptr<const InheritedWriter> writer_;
+    const std::optional<std::uint32_t> onBehalfOf_;
     std::atomic<bool> cancelled_ = false;
     std::atomic<std::uint64_t> items_ = 0;
     std::uint64_t failureCount_ = 0;

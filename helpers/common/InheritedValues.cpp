@@ -11,6 +11,16 @@
 namespace morvane {
 namespace {
 
+struct ItemValues {
+    std::vector<std::uint8_t> access;
+    /// The bits of the mode that an item with the list has.
+    mode_t mode = 0;
+    /// Whether these are the whole list, which has neither names nor a mask.
+    bool isMode = false;
+    /// Empty for none.
+    std::vector<std::uint8_t> defaults;
+};
+
 constexpr const char* accessName = "system.posix_acl_access";
 constexpr const char* defaultName = "system.posix_acl_default";
 using Bytes = std::vector<std::uint8_t>;
@@ -51,10 +61,6 @@ int writeMode(const OpenItem& item, mode_t mode) {
     return result == 0 ? 0 : errno;
 }
 
-int writeOwner(const OpenItem& item, uid_t owner, gid_t group) {
-    return fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;
-}
-
 /// Whether this process may leave setgid on an item of the group.
 bool keepsSetgid(gid_t group) {
     if (geteuid() == 0 || getegid() == group)
@@ -79,30 +85,8 @@ int writeAccess(const OpenItem& item, mode_t mode, const ItemValues& values) {
                                                : code;
 }
 
-}  // namespace
-
-std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list) {
-    constexpr std::uint32_t version = 2;
-    Bytes bytes;
-    append(bytes, version, 4);
-    const auto add = [&](std::uint32_t tag, PosixRights rights, std::uint32_t id = nobodyNamed) {
-        append(bytes, tag, 2);
-        append(bytes, rights, 2);
-        append(bytes, id, 4);
-    };
-    add(0x01, list.owner);
-    for (const auto& user : list.users)
-        add(0x02, user.rights, user.id);
-    add(0x04, list.owningGroup);
-    for (const auto& group : list.groups)
-        add(0x08, group.rights, group.id);
-    if (list.mask)
-        add(0x10, *list.mask);
-    add(0x20, list.others);
-    return bytes;
-}
-
-ItemValues itemValuesOf(const PosixList& access, const std::optional<PosixList>& defaults) {
+ItemValues itemValuesOf(const PosixList& access,
+                        const std::optional<PosixList>& defaults = std::nullopt) {
     ItemValues values;
     values.access = attributeOfPosixList(access);
     values.mode = static_cast<mode_t>(
@@ -139,6 +123,66 @@ int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32
     if (code != 0 && changesOwner)
         writeOwner(item, status.st_uid, status.st_gid);
     return code;
+}
+
+class ListWriter final : public InheritedWriter {
+  public:
+    explicit ListWriter(const InheritedLists& lists) : owner_(lists.owner), group_(lists.group) {
+        for (std::size_t i = 0; i != levels; ++i) {
+            const auto& level = lists.levels[i];
+            values_[i] = {itemValuesOf(level.file), itemValuesOf(level.executable),
+                          itemValuesOf(level.folder, level.folderDefaults)};
+        }
+    }
+
+    int write(const OpenItem& item, const struct stat& status, std::size_t level) const override {
+        const auto& values = values_[level];
+        return writeItemValues(item, status, owner_, group_,
+                               S_ISDIR(status.st_mode)        ? values.folder
+                               : (status.st_mode & 0111) != 0 ? values.executable
+                                                              : values.file);
+    }
+
+  private:
+    struct Level {
+        ItemValues file;
+        ItemValues executable;
+        ItemValues folder;
+    };
+    const std::uint32_t owner_;
+    const std::uint32_t group_;
+    std::array<Level, levels> values_;
+};
+
+}  // namespace
+
+std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list) {
+    constexpr std::uint32_t version = 2;
+    Bytes bytes;
+    append(bytes, version, 4);
+    const auto add = [&](std::uint32_t tag, PosixRights rights, std::uint32_t id = nobodyNamed) {
+        append(bytes, tag, 2);
+        append(bytes, rights, 2);
+        append(bytes, id, 4);
+    };
+    add(0x01, list.owner);
+    for (const auto& user : list.users)
+        add(0x02, user.rights, user.id);
+    add(0x04, list.owningGroup);
+    for (const auto& group : list.groups)
+        add(0x08, group.rights, group.id);
+    if (list.mask)
+        add(0x10, *list.mask);
+    add(0x20, list.others);
+    return bytes;
+}
+
+int writeOwner(const OpenItem& item, std::uint32_t owner, std::uint32_t group) {
+    return fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;
+}
+
+std::unique_ptr<const InheritedWriter> inheritedListWriter(const InheritedLists& lists) {
+    return std::make_unique<ListWriter>(lists);
 }
 
 }  // namespace morvane

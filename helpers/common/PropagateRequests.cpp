@@ -15,6 +15,9 @@
 
 #include "AclPropagation.h"
 #include "ClientQuestion.h"
+#include "InheritedValues.h"
+#include "Nfs4File.h"
+#include "Nfs4Inheritance.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
 #include "PosixAclReduction.h"
@@ -171,6 +174,41 @@ NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
     return posixError(EOPNOTSUPP, url, text + ".", "Nothing was changed. Change these entries.");
 }
 
+/// What writes to the items below the folder; empty, with `*error` set, if that cannot be done.
+std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
+                                                 const FileDescriptor& folder, const NSURL& url,
+                                                 NSErrorRef* error) {
+    const AclItem item(FileDescriptor(fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)));
+    const auto read = readPosixAcl(item);
+    if (const auto* acl = std::get_if<PosixAcl>(&read)) {
+        Inheritance inheritance(entries, *acl);
+        auto writer = inheritedListWriter(inheritance.lists());
+        if (!inheritance.losses().empty())
+            *error = lossesError(inheritance.losses(), url);
+        return writer;
+    }
+    const auto& failure = std::get<AclReadFailure>(read);
+    const auto native =
+        failure.otherKindOfList ? readNfs4Item(item) : std::variant<Nfs4Item, int>(failure.code);
+    if (const auto* code = std::get_if<int>(&native)) {
+        *error = posixError(*code, url);
+        return nullptr;
+    }
+    InheritedEntries inherited;
+    auto reached = entries;
+    for (auto& level : inherited) {
+        level.file = converted(reached, &MVAclEntry::convertInheritedToFileEntry);
+        level.folder = converted(reached, &MVAclEntry::convertInheritedToDirectoryEntry);
+        reached = level.folder;
+    }
+    std::set<std::string> losses;
+    auto writer = inheritedEntriesWriter(std::move(inherited), std::get<Nfs4Item>(native),
+                                         systemNfs4Names(), losses);
+    if (!losses.empty())
+        *error = lossesError(losses, url);
+    return writer;
+}
+
 }  // namespace
 
 NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
@@ -182,19 +220,12 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
     if (const auto* code = std::get_if<int>(&opened))
         return posixError(*code, url);
     auto& folder = std::get<FileDescriptor>(opened);
-    const auto read = readPosixAcl("/proc/self/fd/" + std::to_string(folder.get()));
-    if (const auto* failure = std::get_if<AclReadFailure>(&read))
-        return posixError(failure->code, url,
-                          failure->otherKindOfList
-                              ? "The folder has an NFSv4 access-control list; these are not "
-                                "propagated."
-                              : "");
-    InheritedLists lists;
+    std::unique_ptr<const InheritedWriter> writer;
     try {
-        Inheritance inheritance(entries, std::get<PosixAcl>(read));
-        lists = inheritance.lists();
-        if (!inheritance.losses().empty())
-            return lossesError(inheritance.losses(), url);
+        NSErrorRef error;
+        writer = writerFor(entries, folder, url, &error);
+        if (error)
+            return error;
     } catch (const std::exception& error) {
         return posixError(
             EINVAL, url,
@@ -203,7 +234,8 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
     }
     const auto question = std::make_shared<ClientQuestion>(client);
     AclPropagation propagation(
-        lists, rule.onBehalfOf, [&](std::uint64_t) { return question->ask(); }, interval);
+        std::move(writer), rule.onBehalfOf, [&](std::uint64_t) { return question->ask(); },
+        interval);
     propagation.run(std::move(folder), url.path());
     if (propagation.isCancelled())
         return posixError(ECANCELED, url,

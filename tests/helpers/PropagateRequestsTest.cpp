@@ -17,6 +17,7 @@
 
 #include "AclPropagation.h"
 #include "AclRequests.h"
+#include "InheritedValues.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
@@ -373,7 +374,7 @@ FileDescriptor opened(const std::string& path) {
 TEST_F(PropagateRequests, AnAnswerNoStopsTheWork) {
     int asked = 0;
     AclPropagation propagation(
-        plainLists(), std::nullopt,
+        inheritedListWriter(plainLists()), std::nullopt,
         [&](std::uint64_t) {
             ++asked;
             return false;
@@ -388,7 +389,7 @@ TEST_F(PropagateRequests, AnAnswerNoStopsTheWork) {
 
 TEST_F(PropagateRequests, AnAnswerYesLetsTheWorkGoOn) {
     AclPropagation propagation(
-        plainLists(), std::nullopt, [](std::uint64_t) { return true; },
+        inheritedListWriter(plainLists()), std::nullopt, [](std::uint64_t) { return true; },
         std::chrono::milliseconds(0));
     propagation.run(opened(top_), top_);
     EXPECT_FALSE(propagation.isCancelled());
@@ -418,7 +419,7 @@ TEST_F(PropagateRequests, ATreeThatChangesUnderneathHarmsNothingElse) {
         }
     });
     for (int i = 0; i != 50; ++i) {
-        AclPropagation propagation(plainLists(), std::nullopt);
+        AclPropagation propagation(inheritedListWriter(plainLists()), std::nullopt);
         propagation.run(opened(top_), top_);
         for (const auto& failure : propagation.firstFailures())
             ADD_FAILURE() << failure.path << ": " << failure.code;

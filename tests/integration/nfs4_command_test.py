@@ -15,7 +15,7 @@ TIME_LIMIT = 60  # a watchdog; nothing here takes long
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "LD_PRELOAD": MOUNT}
 
 ALLOW, DENY, AUDIT = 0, 1, 2
-FILES, FOLDERS, IS_GROUP, INHERITED = 0x1, 0x2, 0x40, 0x80
+FILES, FOLDERS, ONE_LEVEL, ONLY_BELOW, IS_GROUP, INHERITED = 0x1, 0x2, 0x4, 0x8, 0x40, 0x80
 
 
 def named(*entries):
@@ -90,6 +90,30 @@ class Mounted(unittest.TestCase):
         shown = self.run_morvane("access", self.file, "--user", "4711")
         self.assertIn("[x] Read Data", shown)
         self.assertIn("[ ] Write Data", shown)
+
+    def test_a_folders_list_is_propagated(self):
+        sub = os.path.join(self.folder, "sub")
+        os.mkdir(sub)
+        inner = os.path.join(sub, "inner")
+        program = os.path.join(sub, "program")
+        for path, mode in ((inner, 0o600), (program, 0o700)):
+            with open(path, "w", encoding="ascii"):
+                os.chmod(path, mode)
+        mine = (ALLOW, 0, 0x1601FF, "OWNER@")
+        for path in (self.file, sub, inner, program):
+            os.setxattr(path, "user.nfs4_acl", named((AUDIT, 0x10, 0x7, "EVERYONE@"), mine))
+        os.setxattr(self.folder, "user.nfs4_acl", named(
+            (DENY, FILES | FOLDERS | ONE_LEVEL, 0x2, "4712"), (ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x21, "4711"),
+            mine))
+        self.assertEqual(self.run_morvane("acl", self.folder, "--propagate"), "")
+        kept = (AUDIT, 0x10, 0x7, "EVERYONE@")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"),
+                         named(kept, (DENY, INHERITED, 0x2, "4712"), (ALLOW, INHERITED, 0x1, "4711")))
+        self.assertEqual(os.getxattr(sub, "user.nfs4_acl"),
+                         named(kept, (DENY, INHERITED, 0x2, "4712"),
+                               (ALLOW, INHERITED | FILES | FOLDERS, 0x21, "4711")))
+        self.assertEqual(os.getxattr(inner, "user.nfs4_acl"), named(kept, (ALLOW, INHERITED, 0x1, "4711")))
+        self.assertEqual(os.getxattr(program, "user.nfs4_acl"), named(kept, (ALLOW, INHERITED, 0x21, "4711")))
 
     def test_a_damaged_list_is_told_and_kept(self):
         damaged = named((ALLOW, 0, 0x1, "EVERYONE@"))[:-1]

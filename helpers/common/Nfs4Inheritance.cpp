@@ -1,0 +1,78 @@
+#include "Nfs4Inheritance.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "InheritedValues.h"
+
+namespace morvane {
+namespace {
+
+constexpr std::uint32_t execute = 0x20;
+
+class EntriesWriter final : public InheritedWriter {
+  public:
+    EntriesWriter(InheritedEntries entries, const Nfs4Item& folder, Nfs4Names names)
+        : entries_(std::move(entries)), folder_(folder), names_(std::move(names)) {}
+
+    void tellLosses(std::set<std::string>& losses) const {
+        const Nfs4Acl none;
+        for (const auto& level : entries_) {
+            for (const bool isFolder : {false, true}) {
+                const Nfs4Target target{folder_.target.owner, folder_.target.group, isFolder};
+                const auto& entries = isFolder ? level.folder : level.file;
+                for (const auto& loss : nfs4AclOfEntries(entries, none, target, names_).losses)
+                    losses.insert(loss.substr(std::min(loss.find('('), loss.size())));
+            }
+        }
+    }
+
+    int write(const OpenItem& item, const struct stat& status, std::size_t level) const override {
+        const bool isFolder = S_ISDIR(status.st_mode);
+        const AclItem held(FileDescriptor(fcntl(item.descriptor, F_DUPFD_CLOEXEC, 0)));
+        const auto read = readNfs4Item(held);
+        if (const auto* code = std::get_if<int>(&read))
+            return *code == ENODATA ? EOPNOTSUPP : *code;
+        const auto& old = std::get<Nfs4Item>(read);
+        const auto& [owner, group, folder] = folder_.target;
+        const bool changesOwner = status.st_uid != owner || status.st_gid != group;
+        if (changesOwner) {
+            if (const int code = writeOwner(item, owner, group))
+                return code;
+        }
+        auto acl = nfs4AclOfEntries(isFolder ? entries_[level].folder : entries_[level].file,
+                                    old.acl, {owner, group, isFolder}, names_)
+                       .acl;
+        if (!isFolder && (status.st_mode & 0111) == 0) {
+            for (auto& entry : acl.entries) {
+                if (entry.type == Nfs4Allow)
+                    entry.mask &= ~execute;
+            }
+        }
+        const int code = writeNfs4Acl(held, old, acl);
+        if (code != 0 && changesOwner)
+            writeOwner(item, status.st_uid, status.st_gid);
+        return code;
+    }
+
+  private:
+    const InheritedEntries entries_;
+    const Nfs4Item folder_;
+    const Nfs4Names names_;
+};
+
+}  // namespace
+
+std::unique_ptr<const InheritedWriter> inheritedEntriesWriter(InheritedEntries entries,
+                                                              const Nfs4Item& folder,
+                                                              Nfs4Names names,
+                                                              std::set<std::string>& losses) {
+    auto writer = std::make_unique<EntriesWriter>(std::move(entries), folder, std::move(names));
+    writer->tellLosses(losses);
+    return writer;
+}
+
+}  // namespace morvane
