@@ -215,7 +215,8 @@ def main():
             sys.exit(f"the program ended with {program.returncode}")
     else:
         count, seen = check(sys.stdin)
-    assert count >= 200000, f"only {count} steps"
+    asked = int(sys.argv[2]) if len(sys.argv) > 2 else 0
+    assert count >= asked * 4 // 5 and count > 0, f"only {count} steps of {asked}"
     print(f"{count} steps agree: " + ", ".join(f"{k} {v}" for k, v in sorted(seen.items())))
 
 
