@@ -78,7 +78,7 @@ NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
 }
 
 std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rule) {
-    const auto path = url.path();
+    const auto& path = url.path();
     if (!rule.onBehalfOf)
         return walker.sizeOf(path);
     // The way to it may have changed since it was looked at first.

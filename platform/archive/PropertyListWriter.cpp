@@ -349,6 +349,7 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
             return putBytes(p, arena_.data() + node.payload, node.count);
         case Kind::sharedAscii:
             p = putMarker(p, 0x50, node.count);
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): nodes are kept small
             return putBytes(p, reinterpret_cast<const char*>(node.payload), node.count);
         case Kind::utf16:
             p = putMarker(p, 0x60, node.count);
