@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "Nfs4Acl.h"
+
+extern "C" int fuzzNfs4Acl(const std::uint8_t* data, std::size_t size);
 
 namespace morvane {
 namespace {
@@ -140,6 +146,19 @@ TEST(Nfs4Acl, OnlyPlainDecimalTextIsAnId) {
     EXPECT_EQ(idOfNfs4Who("4294967295"), 4294967295U);
     for (const auto* text : {"", "01", "-1", "+1", " 1", "1 ", "4294967296", "1@home"})
         EXPECT_EQ(idOfNfs4Who(text), std::nullopt) << text;
+}
+
+TEST(Nfs4Acl, EveryListOfTheFuzzersCorpusIsReadOrRefused) {
+    int count = 0;
+    for (const auto& file : std::filesystem::directory_iterator(MORVANE_NFS4_CORPUS)) {
+        SCOPED_TRACE(file.path().string());
+        std::ifstream in(file.path(), std::ios::binary);
+        const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
+        EXPECT_EQ(fuzzNfs4Acl(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()),
+                  0);
+        ++count;
+    }
+    EXPECT_GE(count, 8);
 }
 
 }  // namespace
