@@ -75,7 +75,7 @@ TEST(Outbox, CutsAReaderOffThatTricklesAlthoughItAlwaysGetsOn) {
     const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1 << 24, 20ms});
     outbox->send(FrameKind::reply, 1, {}, bytes(limits::frameSize));
     EXPECT_TRUE(socket->waitUntilShutDown());
-    EXPECT_GT(socket->taken, 1U);
+    EXPECT_GT(socket->taken, 0U);
     EXPECT_LT(socket->taken, limits::frameSize);
 }
 
