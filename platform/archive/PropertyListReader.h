@@ -187,10 +187,11 @@ class PropertyListReader {
         const auto size = text.size();
         const auto* const t = text.data();
         if (size > 16 || size < 4)
-            return std::memcmp(p, t, size) == 0;
+            return size == 0 || std::memcmp(p, t, size) == 0;
         const auto differ = [&]<class Word>(Word, std::size_t at) {
             Word a = 0;
             Word b = 0;
+            // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): there are `size` bytes
             std::memcpy(&a, p + at, sizeof a);
             std::memcpy(&b, t + at, sizeof b);
             return a != b;
