@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
@@ -169,6 +170,33 @@ class Propagation(Changing):
         self.assertIn("/top/sub (Operation not permitted)", result.stderr)
         self.assertIn("user:4711:rwx", acl(self.file))
         self.assertNotIn("user:4711:rwx", acl(self.inner))
+
+    def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):
+        files = [self.make(f"many/{i}") for i in range(500)]
+        self.setfacl("-Rb", os.path.join(self.folder, "many"))
+        # Each change is held up, so that all of them take many seconds.
+        tracer = subprocess.Popen(
+            ["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=fsetxattr",
+             "-e", "inject=fsetxattr:delay_enter=20000", MORVANE, "acl", self.folder, "--propagate"],
+            env={**ENVIRONMENT, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"},
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.wait_until(lambda: any(self.is_changed(path) for path in files))
+        with open(f"/proc/{tracer.pid}/task/{tracer.pid}/children", encoding="ascii") as f:
+            host, = (int(child) for child in f.read().split()
+                     if os.readlink(f"/proc/{child}/exe") == MORVANE)
+        os.kill(host, signal.SIGINT)
+        output, message = tracer.communicate(timeout=TIME_LIMIT)
+        self.assertEqual((tracer.returncode, output), (130, ""))
+        self.assertEqual(message, "morvane: cancelled; a part of the items was changed.\n")
+        self.assertLess(sum(map(self.is_changed, files)), len(files))
+
+    def is_changed(self, path):
+        return "system.posix_acl_access" in os.listxattr(path)
+
+    def wait_until(self, true):
+        limit = time.monotonic() + TIME_LIMIT
+        while not true():
+            self.assertLess(time.monotonic(), limit)
 
     def test_a_file_is_no_folder(self):
         self.assertIn("Not a directory", self.fail_with(1, "acl", self.file, "--propagate"))
