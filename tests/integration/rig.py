@@ -136,9 +136,9 @@ class Program:
     def wait_for_prompt(self):
         self.prompts.append(self.agent.stdout.readline().rstrip())
 
-    def finish(self):
+    def finish(self, limit=TIME_LIMIT):
         """Waits for its end; then `code`, `output`, `message` and `prompts` tell all."""
-        output, message = self.process.communicate(timeout=TIME_LIMIT)
+        output, message = self.process.communicate(timeout=limit)
         self.code = self.process.returncode
         self.output = (output or b"").decode()
         self.message = (message or b"").decode()
@@ -152,4 +152,4 @@ if __name__ == "__main__":
     enter_namespaces()
     helper, policy, agent = map(os.path.abspath, sys.argv[1:4])
     sys.exit(Rig(helper, policy, agent).start(sys.argv[4:], "allow", stdin=None, stdout=None, stderr=None)
-             .finish().code)
+             .finish(limit=None).code)
