@@ -10,8 +10,9 @@
 #include <string>
 
 /// An authentication agent for one process, driven by a test: PolicyAgent PID ANSWER, which is
-/// allow, deny, cancel or hang; ACTION=ANSWER,... in front are the answers for single actions.
-/// Prints "ready" when it is registered, and every prompt that it is given. Runs as root.
+/// allow, deny, cancel, hang, or leave (allow, and be gone); ACTION=ANSWER,... in front are the
+/// answers for single actions. Prints "ready" when it is registered, and every prompt that it is
+/// given. Runs as root.
 namespace {
 
 constexpr const char* authority = "org.freedesktop.PolicyKit1";
@@ -28,6 +29,7 @@ constexpr const char* agentInterface =
     "</interface></node>";
 
 std::string answers;
+bool leaves = false;
 
 std::string answerFor(const std::string& action) {
     const auto at = answers.find(action + "=");
@@ -55,6 +57,10 @@ void answered(GObject* bus, GAsyncResult* result, gpointer invocation) {
     if (reply)
         g_variant_unref(reply);
     g_dbus_method_invocation_return_value(G_DBUS_METHOD_INVOCATION(invocation), nullptr);
+    if (leaves) {
+        g_dbus_connection_flush_sync(G_DBUS_CONNECTION(bus), nullptr, nullptr);
+        std::exit(0);
+    }
 }
 
 void called(GDBusConnection* bus, const char*, const char*, const char*, const char* method,
@@ -74,6 +80,7 @@ void called(GDBusConnection* bus, const char*, const char*, const char*, const c
     const auto answer = answerFor(action);
     if (answer == "hang")
         return;
+    leaves = answer == "leave";
     if (answer == "cancel") {
         g_dbus_method_invocation_return_dbus_error(
             invocation, "org.freedesktop.PolicyKit1.Error.Cancelled", "closed");

@@ -142,14 +142,63 @@ class Rights(Privileged):
         self.assertEqual([p.split(":")[0] for p in outcome.prompts],
                          [f"{LABEL}.GetFileAcl", f"{LABEL}.PropagateFileAcl"])
 
-    def test_writing_needs_its_right_although_reading_was_granted(self):
+    def writings(self):
+        """Commands that have been granted reading first, and the right that they need then."""
         for arguments, right in (((self.file, "--edit", "entry 2; on Read"), "SetFileAcl"),
                                  ((self.folder, "--propagate"), "PropagateFileAcl")):
+            with self.subTest(right=right):
+                yield ("acl", *arguments), right
+
+    def test_writing_needs_its_right_although_reading_was_granted(self):
+        for arguments, _ in self.writings():
             for answer, reason in (("deny", "denied"), ("cancel", "cancelled by the user")):
-                with self.subTest(right=right, answer=answer):
-                    outcome = run("acl", *arguments, agent=f"{LABEL}.GetFileAcl=allow,{answer}")
-                    self.assertRefused(outcome, f"The authorization was {reason}.")
-                    self.assertEqual(len(outcome.prompts), 2)
+                outcome = run(*arguments, agent=f"{LABEL}.GetFileAcl=allow,{answer}")
+                self.assertRefused(outcome, f"The authorization was {reason}.")
+                self.assertEqual(len(outcome.prompts), 2)
+
+    def test_writing_without_an_agent_any_more_changes_nothing(self):
+        for arguments, _ in self.writings():
+            outcome = run(*arguments, agent=f"{LABEL}.GetFileAcl=leave,allow")
+            self.assertRefused(outcome, "There is no agent to ask the user with.")
+
+    def test_polkit_killed_while_the_user_is_asked_for_writing_ends_the_request(self):
+        for arguments, right in self.writings():
+            program = RIG.start([MORVANE, "--privileged", *arguments],
+                                f"{LABEL}.GetFileAcl=allow,hang")
+            program.wait_for_prompt()
+            program.wait_for_prompt()
+            self.assertIn(right, program.prompts[1])
+            RIG.kill_polkitd()
+            try:
+                self.assertRefused(program.finish(), "The system's policy service cannot be reached.")
+            finally:
+                RIG.start_polkitd()
+
+    def test_polkit_killed_after_every_right_was_granted_ends_every_request(self):
+        program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+        first = self.codes(program)
+        self.assertNotIn(str(EACCES).encode(), first)
+        self.before = self.look()
+        RIG.kill_polkitd()
+        try:
+            self.send_again(program)
+            self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
+            self.assertEqual(self.look(), self.before)
+        finally:
+            RIG.start_polkitd()
+        self.end(program)
+
+    def codes(self, program):
+        return [program.process.stdout.readline().split()[1] for _ in range(7)]
+
+    def send_again(self, program):
+        program.process.stdin.write(b"again\n")
+        program.process.stdin.flush()
+
+    def end(self, program):
+        program.process.stdin.close()
+        program.process.stdin = None
+        self.assertEqual(program.finish().code, 0)
 
     def test_a_grant_is_good_for_the_process_that_was_granted_it_only(self):
         self.assertEqual(run("acl", self.file, agent="allow").code, 0)
@@ -157,23 +206,17 @@ class Rights(Privileged):
 
     def test_every_right_expires_after_45_seconds(self):
         program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
-        codes = lambda: [program.process.stdout.readline().split()[1] for _ in range(7)]
-        first = codes()
-        self.assertNotIn(str(EACCES).encode(), first)
+        self.assertNotIn(str(EACCES).encode(), self.codes(program))
         RIG.set_clock_forward(44)
-        program.process.stdin.write(b"again\n")
-        program.process.stdin.flush()
-        self.assertNotIn(str(EACCES).encode(), codes())
+        self.send_again(program)
+        self.assertNotIn(str(EACCES).encode(), self.codes(program))
         before = self.look()
         RIG.set_clock_forward(46)
-        program.process.stdin.write(b"again\n")
-        program.process.stdin.flush()
-        self.assertEqual(codes(), [str(EACCES).encode()] * 7)
+        self.send_again(program)
+        self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
         self.assertEqual(self.look(), before)
         RIG.set_clock_forward(0)
-        program.process.stdin.close()
-        program.process.stdin = None
-        self.assertEqual(program.finish().code, 0)
+        self.end(program)
         self.assertEqual(len(program.prompts), 6)
 
 
