@@ -1,12 +1,15 @@
 """The privileged road on real parts: each right, granted or not, and who tries to get round it.
 
 usage: privileged_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK
-       [unittest arguments]
+       BUILD-FOLDER LIBEXEC-FOLDER DATA-FOLDER [unittest arguments]
+
+The last three are the helper's build folder and where the package is installed.
 """
 import contextlib
 import ctypes
 import json
 import os
+import shutil
 import signal
 import socket
 import stat
@@ -18,9 +21,10 @@ import unittest
 import rig as rigs
 from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER, wait_until
 
-MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
+MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, BUILD, LIBEXEC, DATA = map(os.path.abspath, sys.argv[1:10])
 rigs.enter_namespaces()
-RIG = rigs.Rig(HELPER, POLICY, AGENT, CLOCK)
+INSTALL_POLICY = os.path.join(BUILD, f"{LABEL}.InstallHelper.policy")
+RIG = rigs.Rig(HELPER, [POLICY, INSTALL_POLICY], AGENT, CLOCK)
 EACCES = 13
 
 
@@ -419,6 +423,67 @@ class Attackers(Privileged):
         self.assertEqual(program.finish().code, 0)
 
 
+class Installation(Privileged):
+    """The helper is put into place by the real pkexec; the service manager is a stand-in that listens."""
+    UNITS = "/etc/systemd/system"
+
+    def setUp(self):
+        super().setUp()
+        for folder in (self.UNITS, LIBEXEC, DATA):
+            rigs.mount(folder)
+            self.addCleanup(subprocess.run, ["umount", folder], check=True)
+        os.makedirs("/run/systemd/system", exist_ok=True)
+        shutil.copy(os.path.join(BUILD, "morvane-install-helper"), LIBEXEC)
+        os.chmod(os.path.join(LIBEXEC, "morvane-install-helper"), 0o755)
+        for folder in ("morvaneoperation", "polkit-1/actions"):
+            os.makedirs(os.path.join(DATA, folder))
+        source = os.path.dirname(POLICY)
+        shutil.copy(os.path.join(BUILD, f"{LABEL}.PrivilegedHelper.service"), DATA + "/morvaneoperation")
+        shutil.copy(os.path.join(source, f"{LABEL}.PrivilegedHelper.socket"), DATA + "/morvaneoperation")
+        shutil.copy(POLICY, DATA + "/polkit-1/actions")
+        shutil.copy(INSTALL_POLICY, DATA + "/polkit-1/actions")
+        os.rename(SOCKET, SOCKET + ".aside")
+        self.addCleanup(lambda: os.path.exists(SOCKET) or os.rename(SOCKET + ".aside", SOCKET))
+        self.manage(f'case $1 in enable) mv {SOCKET}.aside {SOCKET};; esac')
+
+    def manage(self, script):
+        with open("/run/systemctl", "w", encoding="ascii") as f:
+            f.write(f"#!/bin/sh\n{script}\n")
+        os.chmod("/run/systemctl", 0o755)
+        subprocess.run(["mount", "--bind", "/run/systemctl", shutil.which("systemctl")], check=True)
+        self.addCleanup(subprocess.run, ["umount", shutil.which("systemctl")], check=True)
+
+    def test_the_first_request_installs_the_helper_after_one_question(self):
+        outcome = run("acl", "--json", self.file, agent="allow")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertEqual([p.split(":")[0] for p in outcome.prompts],
+                         [f"{LABEL}.GetFileAcl", f"{LABEL}.InstallHelper"])
+        self.assertEqual(sorted(os.listdir(self.UNITS)),
+                         [f"{LABEL}.PrivilegedHelper.service", f"{LABEL}.PrivilegedHelper.socket"])
+        self.assertEqual([p.split(":")[0] for p in run("acl", self.file, agent="allow").prompts],
+                         [f"{LABEL}.GetFileAcl"], "what is installed is not asked for again")
+
+    def test_a_refusal_installs_nothing(self):
+        for answer, reason in (("deny", "denied"), ("cancel", "cancelled by the user")):
+            with self.subTest(answer=answer):
+                self.assertRefused(run("acl", self.file, agent=f"{LABEL}.InstallHelper={answer},allow"),
+                                   f"The authorization was {reason}.")
+                self.assertEqual(os.listdir(self.UNITS), [])
+
+    def test_a_service_manager_that_refuses_is_told(self):
+        self.manage("exit 1")
+        outcome = run("acl", self.file, agent="allow")
+        self.assertEqual((outcome.code, outcome.output), (1, ""))
+        self.assertIn("The service necessary to perform this operation is unavailable", outcome.message)
+
+    def test_a_package_without_its_unit_is_told(self):
+        os.unlink(f"{DATA}/morvaneoperation/{LABEL}.PrivilegedHelper.service")
+        outcome = run("acl", self.file, agent="allow")
+        self.assertEqual((outcome.code, outcome.output), (1, ""), outcome.message)
+        self.assertIn("the helper tool at the specified path is not valid", outcome.message)
+        self.assertEqual(os.listdir(self.UNITS), [])
+
+
 class Helper(Privileged):
     def test_it_keeps_only_the_capabilities_that_it_needs(self):
         self.assertEqual(run("acl", self.file, agent="allow").code, 0)
@@ -437,4 +502,4 @@ class Helper(Privileged):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[7:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[10:])

@@ -54,7 +54,7 @@ def stop(process):
 
 
 class Rig:
-    def __init__(self, helper, policy, agent, clock=None):
+    def __init__(self, helper, policies, agent, clock=None):
         """With `clock`, a library to be preloaded, the helper's time can be set forward."""
         self.helper_program, self.agent, self.clock = helper, agent, clock
         for folder in ("/run", "/usr/share/polkit-1/actions", "/etc/polkit-1/rules.d",
@@ -63,7 +63,8 @@ class Rig:
         for folder in ("/run/dbus", "/run/lock", "/run/systemd"):
             os.mkdir(folder)
         shutil.chown("/run/dbus", "messagebus")
-        shutil.copy(policy, "/usr/share/polkit-1/actions")
+        for policy in policies:
+            shutil.copy(policy, "/usr/share/polkit-1/actions")
         with open("/etc/polkit-1/rules.d/10-test.rules", "w", encoding="ascii") as f:
             f.write('polkit.addAdminRule(function() { return ["unix-user:root"]; });\n')
         subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
@@ -151,5 +152,5 @@ class Program:
 if __name__ == "__main__":
     enter_namespaces()
     helper, policy, agent = map(os.path.abspath, sys.argv[1:4])
-    sys.exit(Rig(helper, policy, agent).start(sys.argv[4:], "allow", stdin=None, stdout=None, stderr=None)
+    sys.exit(Rig(helper, [policy], agent).start(sys.argv[4:], "allow", stdin=None, stdout=None, stderr=None)
              .finish(limit=None).code)
