@@ -171,6 +171,15 @@ class Propagation(Changing):
         self.assertIn("user:4711:rwx", acl(self.file))
         self.assertNotIn("user:4711:rwx", acl(self.inner))
 
+    def test_a_file_is_no_folder(self):
+        self.assertIn("Not a directory", self.fail_with(1, "acl", self.file, "--propagate"))
+
+
+class Interruption(Changing):
+    def setUp(self):
+        super().setUp()
+        self.setfacl("-m", "u:4711:rwx,d:u:4711:rwx", self.folder)
+
     def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):
         files = [self.make(f"many/{i}") for i in range(500)]
         self.setfacl("-Rb", os.path.join(self.folder, "many"))
@@ -197,9 +206,6 @@ class Propagation(Changing):
         limit = time.monotonic() + TIME_LIMIT
         while not true():
             self.assertLess(time.monotonic(), limit)
-
-    def test_a_file_is_no_folder(self):
-        self.assertIn("Not a directory", self.fail_with(1, "acl", self.file, "--propagate"))
 
 
 class Terminal(Changing):
