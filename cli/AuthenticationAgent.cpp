@@ -15,6 +15,8 @@ namespace morvane {
 namespace {
 
 constexpr const char* program = "/usr/bin/pkttyagent";
+/// Is there where logins are sessions.
+constexpr const char* sessions = "/run/systemd/seats";
 /// By then it has registered, or it will not.
 constexpr int readyMilliseconds = 5000;
 
@@ -27,9 +29,12 @@ AuthenticationAgent::AuthenticationAgent() {
     constexpr int theirs = 3;
     const std::string process = std::to_string(getpid());
     const std::string notify = std::to_string(theirs);
-    // It closes the descriptor when it has registered. A desktop's agent comes first.
-    const char* const arguments[] = {program,        "--process",  process.c_str(), "--notify-fd",
-                                     notify.c_str(), "--fallback", nullptr};
+    // A desktop's agent comes first. Without sessions there is none, and polkit, which would look
+    // for one, asks no agent at all.
+    const char* const fallback = access(sessions, F_OK) == 0 ? "--fallback" : nullptr;
+    // It closes the descriptor when it has registered.
+    const char* const arguments[] = {program,        "--process", process.c_str(), "--notify-fd",
+                                     notify.c_str(), fallback,    nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ready[1], theirs);

@@ -9,6 +9,8 @@ import contextlib
 import ctypes
 import json
 import os
+import pty
+import select
 import shutil
 import signal
 import socket
@@ -482,6 +484,37 @@ class Installation(Privileged):
         self.assertEqual((outcome.code, outcome.output), (1, ""), outcome.message)
         self.assertIn("the helper tool at the specified path is not valid", outcome.message)
         self.assertEqual(os.listdir(self.UNITS), [])
+
+
+class TextualAgent(Privileged):
+    def test_on_a_terminal_without_an_agent_the_command_brings_one(self):
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execvp(AS_USER[0], [*AS_USER, MORVANE, "--privileged", "acl", self.file])
+        self.addCleanup(os.close, terminal)
+        shown = self.read(terminal, until="Password:")
+        self.assertIn(f"{LABEL}.GetFileAcl", shown)
+        self.assertIn("Morvane wants to retrieve file Access Control List.", shown)
+        os.write(terminal, b"not the password\n")
+        shown = self.read(terminal)
+        self.assertIn("The authorization was denied.", shown)
+        self.assertNotIn("Who", shown)
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), 1)
+        self.assertEqual(self.look(), self.before)
+
+    def read(self, terminal, until=None):
+        text = ""
+        while until is None or until not in text:
+            if not select.select([terminal], [], [], TIME_LIMIT)[0]:
+                self.fail(f"nothing more is shown after {text!r}")
+            try:
+                data = os.read(terminal, 65536)
+            except OSError:  # the terminal's other end is closed
+                break
+            if not data:
+                break
+            text += data.decode(errors="replace")
+        return text
 
 
 class Helper(Privileged):
