@@ -5,13 +5,14 @@ usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 import json
 import os
 import pty
-import select
 import signal
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
+
+import terminal as terminals
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
@@ -225,18 +226,7 @@ class Terminal(Changing):
         return shown
 
     def read(self, terminal, until=None):
-        text = ""
-        while until is None or until not in text:
-            if not select.select([terminal], [], [], TIME_LIMIT)[0]:
-                self.fail(f"nothing more is shown after {text!r}")
-            try:
-                data = os.read(terminal, 65536)
-            except OSError:  # the terminal's other end is closed
-                break
-            if not data:
-                break
-            text += data.decode(errors="replace")
-        return text
+        return terminals.read(terminal, TIME_LIMIT, until)
 
     def end(self, key):
         os.write(self.terminal, key.encode())

@@ -10,7 +10,6 @@ import ctypes
 import json
 import os
 import pty
-import select
 import shutil
 import signal
 import socket
@@ -22,6 +21,7 @@ import termios
 import unittest
 
 import rig as rigs
+import terminal as terminals
 from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER, wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, BUILD, LIBEXEC, DATA = map(os.path.abspath, sys.argv[1:10])
@@ -509,18 +509,7 @@ class TextualAgent(Privileged):
         self.assertEqual(self.look(), self.before)
 
     def read(self, terminal, until=None):
-        text = ""
-        while until is None or until not in text:
-            if not select.select([terminal], [], [], TIME_LIMIT)[0]:
-                self.fail(f"nothing more is shown after {text!r}")
-            try:
-                data = os.read(terminal, 65536)
-            except OSError:  # the terminal's other end is closed
-                break
-            if not data:
-                break
-            text += data.decode(errors="replace")
-        return text
+        return terminals.read(terminal, TIME_LIMIT, until)
 
 
 class Helper(Privileged):
