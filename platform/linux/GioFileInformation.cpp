@@ -36,7 +36,10 @@ class GioFileInformation final : public FileInformation {
         if (const char* const name = g_file_info_get_display_name(info.get()))
             values.localizedName = name;
         values.effectiveIcon = imageOf(g_file_info_get_icon(info.get()));
-        values.isDirectory = g_file_info_get_file_type(info.get()) == G_FILE_TYPE_DIRECTORY;
+        // GIO answers for what it may not look at as well, with a type of its own.
+        const auto type = g_file_info_get_file_type(info.get());
+        if (type != G_FILE_TYPE_UNKNOWN)
+            values.isDirectory = type == G_FILE_TYPE_DIRECTORY;
         return values;
     }
 };

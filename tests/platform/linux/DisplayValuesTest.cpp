@@ -2,6 +2,7 @@
 #include <MorvaneOperation/platform/foundation/NSNumberFormatter.h>
 #include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -87,6 +88,20 @@ TEST_F(NSURLResourceValuesTest, AFileIsNoDirectory) {
 TEST_F(NSURLResourceValuesTest, ALinkToAFolderIsNoDirectory) {
     std::filesystem::create_directory_symlink("/", folder / "link");
     EXPECT_EQ(NSURLResourceValues::valuesForURL(url("link")).isDirectory, false);
+}
+
+TEST_F(NSURLResourceValuesTest, WhatMayNotBeLookedAtIsNeitherADirectoryNorNone) {
+    const auto hidden = folder / "hidden";
+    std::filesystem::create_directories(hidden / "sub");
+    std::filesystem::permissions(hidden, std::filesystem::perms::none);
+    // Of this thread only, and without root's powers over files.
+    constexpr uid_t nobody = 65534;
+    const auto former = ::setfsuid(nobody);
+    const auto isDirectory =
+        NSURLResourceValues::valuesForURL(NSURL::fileURLWithPath((hidden / "sub").string()))
+            .isDirectory;
+    ::setfsuid(static_cast<uid_t>(former));
+    EXPECT_EQ(isDirectory, std::nullopt);
 }
 
 TEST_F(NSURLResourceValuesTest, ANameThatIsNotUtf8IsShownAsUtf8) {
