@@ -113,7 +113,10 @@ Problem AclEditor::add(std::string_view who) {
     auto identity = identityWritten(who, problem);
     if (problem)
         return problem;
-    auto entry = MVAclEntry::newEntryForDirectory(isFolder_);
+    const bool folder = isFolder_(problem);
+    if (problem)
+        return problem;
+    auto entry = MVAclEntry::newEntryForDirectory(folder);
     entry->setIdentity(std::move(identity));
     entries_.push_back(std::move(entry));
     return std::nullopt;

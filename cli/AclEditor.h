@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,7 +12,7 @@
 /// A list that is being edited through its model, so that boxes, group and applicability stay
 /// consistent as in a window. What a script and the editor on the terminal do is done here.
 ///
-///     AclEditor editor(entries, false);
+///     AclEditor editor(entries, [](Problem&) { return false; });
 ///     if (const auto problem = editor.setBox(0, "Write Data", BoxChange::on)) ...
 ///
 /// Every operation answers with what was wrong, for people, and then has changed nothing; empty for
@@ -21,13 +22,17 @@ namespace morvane {
 /// Why something was not done; empty if it was.
 using Problem = std::optional<std::string>;
 
+/// Whether the item whose list is edited is a folder; sets `problem` if that cannot be told.
+using FolderQuestion = std::function<bool(Problem& problem)>;
+
 enum class BoxChange { on, off, toggle };
 
 class AclEditor {
   public:
-    /// Edits the very entries. `isFolder`: what kind of tree a new entry gets.
-    AclEditor(EntryList entries, bool isFolder)
-        : entries_(std::move(entries)), isFolder_(isFolder) {}
+    /// Edits the very entries. `isFolder`, asked when an entry is added, tells what kind of tree it
+    /// gets.
+    AclEditor(EntryList entries, FolderQuestion isFolder)
+        : entries_(std::move(entries)), isFolder_(std::move(isFolder)) {}
 
     const EntryList& entries() const { return entries_; }
 
@@ -56,7 +61,7 @@ class AclEditor {
     Problem changeable(std::size_t entry) const;
 
     EntryList entries_;
-    bool isFolder_;
+    FolderQuestion isFolder_;
 };
 
 /// "user:NAME", "group:NAME" (a number may stand for the name) or "everyone" as an identity; null

@@ -1,11 +1,10 @@
 #include "EditCommand.h"
 
-#include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
-
 #include <algorithm>
 #include <cerrno>
 
 #include "EditScript.h"
+#include "EditedItem.h"
 #include "Failure.h"
 
 namespace morvane {
@@ -50,7 +49,7 @@ Outcome refusal(const NSError& error, const EditOptions& options) {
 }  // namespace
 
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclForecast& forecast, const AclInteraction& interaction,
+                   const AccessSource& access, const AclInteraction& interaction,
                    const Style& style) {
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
@@ -71,10 +70,23 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
     sortCanonically(answer.entries);
     const auto before = shown(answer.entries, options, style);
 
-    AclEditor editor(std::move(answer.entries),
-                     NSURLResourceValues::valuesForURL(url).isDirectory.value_or(false));
+    EditedItem item(url, answer.entries, access);
+    NSErrorRef kindError;
+    AclEditor editor(std::move(answer.entries), [&](Problem& problem) {
+        const bool folder = item.isFolder(&kindError);
+        if (kindError)
+            problem = "whether the item is a folder cannot be told";
+        return folder;
+    });
     if (options.script) {
-        if (const auto problem = runEditScript(*options.script, editor))
+        const auto problem = runEditScript(*options.script, editor);
+        if (kindError)
+            return {exitCodeOf(*kindError),
+                    {},
+                    failureMessage("cannot tell whether there is a folder at", options.path,
+                                   *kindError) +
+                        "  Nothing was changed.\n"};
+        if (problem)
             return {ExitUsage,
                     {},
                     "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
@@ -87,12 +99,9 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
     auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
     if (options.dryRun || options.lossy) {
         NSErrorRef error;
-        auto expected = forecast(entries, url, options.lossy, &error);
-        // Of an item that only the privileged helper may look at, the edit itself is shown.
-        if (error && (options.lossy || error->code() == EOPNOTSUPP))
+        entries = item.afterWriting(entries, options.lossy, &error);
+        if (error)
             return refusal(*error, options);
-        if (!error)
-            entries = std::move(expected);
     }
     if (options.dryRun) {
         sortCanonically(entries);

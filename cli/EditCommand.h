@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "AccessCommand.h"
 #include "AclCommand.h"
 #include "AclEditor.h"
 #include "Outcome.h"
@@ -31,16 +32,12 @@ struct EditOptions {
 /// Writes a list and waits for the answer.
 using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& url)>;
 
-/// The entries that the item at `url` would have after `entries` were written; with `lossy` the
-/// nearest ones that grant no more. Empty, with `*error` set, if that cannot be told.
-using AclForecast = std::function<EntryList(const EntryList& entries, const NSURL& url, bool lossy,
-                                            NSErrorRef* error)>;
-
 /// Lets a person edit; whether the result is to be written. Empty where there is no terminal.
 using AclInteraction = std::function<bool(AclEditor& editor, const std::string& title)>;
 
+/// `access` asks a service that can look at more than this program; null if there is none.
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,
-                   const AclForecast& forecast, const AclInteraction& interaction,
+                   const AccessSource& access, const AclInteraction& interaction,
                    const Style& style);
 
 }  // namespace morvane

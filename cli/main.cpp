@@ -11,7 +11,6 @@
 #include <optional>
 #include <string>
 
-#include "AclRequests.h"
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
 #include "EditScreen.h"
@@ -128,6 +127,9 @@ Outcome run(int argc, char** argv) {
         });
     }
     const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(resolved(url)); };
+    const auto accessOf = [&](const NSURL& url, const NSUUID& who) {
+        return connector->access(resolved(url), who);
+    };
     if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
         return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
             const InterruptWatch watch;
@@ -136,12 +138,7 @@ Outcome run(int argc, char** argv) {
         });
     }
     if (const auto* access = std::get_if<AccessOptions>(&line)) {
-        return runAccess(
-            *access,
-            [&](const NSURL& url, const NSUUID& who) {
-                return connector->access(resolved(url), who);
-            },
-            style);
+        return runAccess(*access, accessOf, style);
     }
     if (const auto* edit = std::get_if<EditOptions>(&line)) {
         return runAclEdit(
@@ -149,9 +146,7 @@ Outcome run(int argc, char** argv) {
             [&](const EntryList& entries, const NSURL& url) {
                 return connector->setAclEntries(entries, resolved(url));
             },
-            [&](const EntryList& entries, const NSURL& url, bool lossy, NSErrorRef* error) {
-                return aclEntriesAfterWriting(entries, resolved(url), lossy, error);
-            },
+            common.privileged ? AccessSource(accessOf) : nullptr,
             Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
     }
     return runAcl(std::get<AclOptions>(line), entriesOf, style);

@@ -119,21 +119,29 @@ std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
         *error = *failure;
         return {};
     }
-    const auto refuses = [&](const std::vector<std::string>& losses) {
-        if (!lossy && !losses.empty())
-            *error = lossesError(losses, url);
-        return *error != nullptr;
-    };
     const auto& acl = std::get<ItemWithAcl>(found).acl;
-    if (const auto* native = std::get_if<Nfs4Item>(&acl)) {
-        const auto wanted = replaced(entries, *native);
-        return refuses(wanted.losses)
-                   ? std::vector<std::shared_ptr<MVAclEntry>>{}
-                   : entriesOfNfs4Acl(wanted.acl, native->target, systemNfs4Names());
+    if (const auto* list = std::get_if<PosixAcl>(&acl))
+        return aclEntriesAfterWriting(entries, PosixOwnership{list->owner, list->group},
+                                      list->isDirectory, url, lossy, error);
+    const auto& native = std::get<Nfs4Item>(acl);
+    const auto wanted = replaced(entries, native);
+    if (!lossy && !wanted.losses.empty()) {
+        *error = lossesError(wanted.losses, url);
+        return {};
     }
-    const auto wanted = reduced(entries, std::get<PosixAcl>(acl));
-    return refuses(wanted.losses) ? std::vector<std::shared_ptr<MVAclEntry>>{}
-                                  : entriesOfPosixAcl(wanted.acl);
+    return entriesOfNfs4Acl(wanted.acl, native.target, systemNfs4Names());
+}
+
+std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixOwnership& ownership,
+    bool isDirectory, const NSURL& url, bool lossy, NSErrorRef* error) {
+    const auto wanted =
+        reduceToPosixAcl(entries, {ownership.owner, ownership.group, isDirectory, userIsInGroup});
+    if (!lossy && !wanted.losses.empty()) {
+        *error = lossesError(wanted.losses, url);
+        return {};
+    }
+    return entriesOfPosixAcl(wanted.acl);
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ItemPath.h"
+#include "PosixAclEntries.h"
 
 /// What the service processes answer, apart from how the question came.
 namespace morvane {
@@ -34,6 +35,11 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
 std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, bool lossy,
     NSErrorRef* error);
+
+/// The same of an item with a POSIX list that is not looked at: what its entries told counts.
+std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixOwnership& ownership,
+    bool isDirectory, const NSURL& url, bool lossy, NSErrorRef* error);
 
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.

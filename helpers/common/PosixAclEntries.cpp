@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <utility>
+#include <variant>
 
 namespace morvane {
 
@@ -207,6 +208,24 @@ std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl) 
                                                    false));
     }
     return entries;
+}
+
+std::optional<PosixOwnership> ownershipToldBy(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
+    std::optional<std::uint32_t> owner;
+    std::optional<std::uint32_t> group;
+    for (const auto& entry : entries) {
+        if (entry->isAcl() || !entry->uuid())
+            continue;
+        const auto who = posixIdentityOfUUID(*entry->uuid());
+        if (!who)
+            continue;
+        if (const auto* user = std::get_if<CBPosixUser>(&*who))
+            owner = user->uid;
+        else if (const auto* owningGroup = std::get_if<CBPosixGroup>(&*who))
+            group = owningGroup->gid;
+    }
+    return owner && group ? std::optional(PosixOwnership{*owner, *group}) : std::nullopt;
 }
 
 }  // namespace morvane

@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "PosixAcl.h"
@@ -48,5 +49,16 @@ std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, boo
 std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
 
 std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
+
+/// Whose item a list is of.
+struct PosixOwnership {
+    std::uint32_t owner = 0;
+    std::uint32_t group = 0;
+    bool operator==(const PosixOwnership&) const = default;
+};
+
+/// As the flat entries of a POSIX list tell; empty for entries that are not one.
+std::optional<PosixOwnership> ownershipToldBy(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 
 }  // namespace morvane

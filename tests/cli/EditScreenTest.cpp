@@ -40,7 +40,7 @@ class Screen : public testing::Test {
     AclEditor editor_{{MVAclEntry::initWithUuid(uuidOfPosixIdentity(CBPosixUser{1000}), 1,
                                                 flatTree(1, 1, 0), false),
                        MVAclEntry::newEntryForDirectory(false)},
-                      false};
+                      [](Problem&) { return false; }};
     EditScreen screen_{editor_, "notes.txt", Style(false)};
 };
 

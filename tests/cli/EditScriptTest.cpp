@@ -17,7 +17,7 @@ class EditScript : public testing::Test {
         : editor_({MVAclEntry::initWithUuid(uuidOfPosixIdentity(CBPosixUser{1000}), 1,
                                             flatTree(1, 1, 0), false),
                    MVAclEntry::newEntryForDirectory(isFolder)},
-                  isFolder) {}
+                  [=](Problem&) { return isFolder; }) {}
 
     Problem run(std::string_view script) { return runEditScript(script, editor_); }
     const MVAclEntry& entry(std::size_t i) { return *editor_.entries().at(i); }
@@ -162,7 +162,7 @@ TEST_F(EditScript, TellsWhatIsWrongWithACommand) {
 
 TEST_F(EditScript, RefusesToWriteAnEntryWhoseUserIsNotKnown) {
     world_.users->userName = "";
-    AclEditor editor({MVAclEntry::newEntryForDirectory(false)}, false);
+    AclEditor editor({MVAclEntry::newEntryForDirectory(false)}, [](Problem&) { return false; });
     editor.entries()[0]->setIdentity(nullptr);
     EXPECT_EQ(editor.unwritable(),
               "entry 1 is for a user who is not known, and would apply to everyone; say whom it is "

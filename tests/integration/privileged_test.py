@@ -141,6 +141,56 @@ class Rights(Privileged):
         self.assertEqual([p.split(":")[0] for p in outcome.prompts],
                          [f"{LABEL}.GetFileAcl", f"{LABEL}.SetFileAcl"])
 
+    def edit(self, path, script, *options, agent="allow"):
+        outcome = run("acl", path, *options, "--edit", script, agent=agent)
+        return outcome, [p.split(":")[0].removeprefix(f"{LABEL}.") for p in outcome.prompts]
+
+    def acl(self, path):
+        return subprocess.run(["getfacl", "-nE", "--omit-header", "--absolute-names", path],
+                              capture_output=True, text=True, check=True).stdout.split()
+
+    def test_an_entry_is_added_to_a_folder_that_only_the_helper_can_look_at(self):
+        outcome, rights = self.edit(self.folder, 'add user:4711; permissions read')
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess", "SetFileAcl"])
+        self.assertIn("user:4711:r-x", self.acl(self.folder))
+        # Its list now says what it is.
+        outcome, rights = self.edit(self.folder, 'add user:4712; permissions read')
+        self.assertEqual((outcome.code, rights), (0, ["GetFileAcl", "SetFileAcl"]), outcome.message)
+
+    def test_an_entry_is_added_to_a_file_that_only_the_helper_can_look_at(self):
+        outcome, rights = self.edit(self.file, 'add user:4711; permissions read; off "Execute File"')
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess", "SetFileAcl"])
+        self.assertIn("user:4711:r--", self.acl(self.file))
+
+    def test_what_an_item_is_stays_unknown_without_the_right_to_ask(self):
+        outcome = run("acl", self.folder, "--edit", "add user:4711",
+                      agent=f"{LABEL}.GetFileAcl=allow,deny")
+        self.assertRefused(outcome, "cannot tell whether there is a folder at")
+        self.assertIn("The authorization was denied.", outcome.message)
+        self.assertEqual(len(outcome.prompts), 2)
+
+    def test_lossy_writes_the_nearest_list_through_the_helper(self):
+        script = 'add user:4711; permissions read; off "Execute File"; on Delete'
+        outcome, _ = self.edit(self.file, script)
+        self.assertRefused(outcome, '"Delete"')
+        self.assertIn("--lossy accepts the nearest list.", outcome.message)
+        outcome, _ = self.edit(self.file, script, "--lossy")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertIn("user:4711:r--", self.acl(self.file))
+
+    def test_a_dry_run_through_the_helper_shows_what_would_be_written(self):
+        script = 'add user:4711; permissions read; off "Execute File"; on Delete'
+        outcome, _ = self.edit(self.file, script, "--dry-run")
+        self.assertRefused(outcome, '"Delete"')
+        outcome, rights = self.edit(self.file, script, "--dry-run", "--lossy", "--json")
+        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess"])
+        self.assertEqual(self.look(), self.before)
+        after = json.loads(outcome.output)["after"]
+        outcome, _ = self.edit(self.file, script, "--lossy", "--json")
+        self.assertEqual(json.loads(outcome.output), after)
+
     def test_a_propagation_is_done_by_the_helper(self):
         os.chmod(self.folder, 0o750)
         outcome = run("acl", self.folder, "--propagate", agent="allow")

@@ -1,0 +1,78 @@
+#include "EditedItem.h"
+
+#include <MorvaneOperation/acl_perms.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <utility>
+
+#include "AclRequests.h"
+
+namespace morvane {
+
+namespace {
+
+/// A folder's entry has the group "Applies To", too.
+constexpr std::size_t groupsOfAFile = 3;
+
+std::optional<bool> kindToldBy(const EntryList& list) {
+    for (const auto& entry : list) {
+        if (entry->isAcl())
+            return entry->permissions().size() > groupsOfAFile;
+    }
+    return std::nullopt;
+}
+
+bool hasBox(const AccessAnswer& answer, std::uint32_t permission) {
+    for (const auto& group : answer.permissions) {
+        for (const auto& node : group->childNodes()) {
+            const auto* box = MVTreeNode::permissionOf(*node);
+            if (box && static_cast<std::uint32_t>(box->permission()) == permission)
+                return true;
+        }
+    }
+    return false;
+}
+
+bool outOfReach(const NSError& error) {
+    return error.domain() == NSPOSIXErrorDomain &&
+           (error.code() == EACCES || error.code() == EPERM);
+}
+
+}  // namespace
+
+EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
+    : url_(std::move(url)),
+      access_(std::move(access)),
+      isFolder_(kindToldBy(list)),
+      ownership_(ownershipToldBy(list)) {}
+
+bool EditedItem::isFolder(NSErrorRef* error) {
+    std::error_code ignored;
+    const auto status = std::filesystem::status(url_.path(), ignored);
+    if (!isFolder_ && std::filesystem::exists(status))
+        isFolder_ = std::filesystem::is_directory(status);
+    if (!isFolder_ && access_) {
+        // Only a folder has a box for what is deleted in it, whoever is asked for.
+        const auto answer = access_(url_, uuidOfPosixIdentity(CBEveryone{}));
+        *error = answer.error;
+        if (!answer.error)
+            isFolder_ = hasBox(answer, ACL_DELETE_CHILD);
+    }
+    return isFolder_.value_or(false);
+}
+
+EntryList EditedItem::afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error) {
+    auto result = aclEntriesAfterWriting(entries, url_, lossy, error);
+    if (!*error || !access_ || !outOfReach(**error))
+        return result;
+    *error = nullptr;
+    if (!ownership_)
+        return entries;  // An allow/deny list holds what its boxes say.
+    const bool folder = isFolder(error);
+    if (*error)
+        return {};
+    return aclEntriesAfterWriting(entries, *ownership_, folder, url_, lossy, error);
+}
+
+}  // namespace morvane

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSURL.h>
+
+#include <optional>
+
+#include "AccessCommand.h"
+#include "AclEditor.h"
+#include "PosixAclEntries.h"
+
+/// What an edit must know of the item whose list it changes, besides the list.
+namespace morvane {
+
+/// Looks at the item itself. What is out of this program's reach is told by the list that the item
+/// has, and in the end by the service.
+class EditedItem {
+  public:
+    /// `list` is what the item has now, not yet edited. `access` asks a service that can look at
+    /// more than this program; null if there is none.
+    EditedItem(NSURL url, const EntryList& list, AccessSource access);
+
+    /// Whether it is a folder; with `*error` set if that cannot be told.
+    bool isFolder(NSErrorRef* error);
+
+    /// The entries that the item would have after `entries` were written; with `lossy` the nearest
+    /// ones that grant no more. Empty, with `*error` set, if it cannot hold them or that cannot be
+    /// told.
+    EntryList afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error);
+
+  private:
+    NSURL url_;
+    AccessSource access_;
+    std::optional<bool> isFolder_;
+    /// Empty for an allow/deny list.
+    std::optional<PosixOwnership> ownership_;
+};
+
+}  // namespace morvane

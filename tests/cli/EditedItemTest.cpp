@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "EditedItem.h"
+#include "PosixAclEntries.h"
+#include "RequestErrors.h"
+#include "acl/AclTestSupport.h"
+
+namespace morvane {
+namespace {
+
+using acltest::states;
+
+constexpr std::uint32_t owner = 4801;
+constexpr std::uint32_t group = 4802;
+constexpr std::uint32_t bob = 4803;
+
+/// Where this program cannot look.
+NSURL outOfReach() {
+    return NSURL::fileURLWithPath("/proc/1/nowhere/item");
+}
+
+PosixAcl aclOf(bool isDirectory) {
+    return {owner, group, isDirectory, {PosixEverything, PosixRead, PosixNothing, {}, {}, {}}, {}};
+}
+
+EntryList entriesOf(bool isDirectory) {
+    return entriesOfPosixAcl(aclOf(isDirectory));
+}
+
+class AnEditedItem : public testing::Test {
+  protected:
+    /// A service that looks at an item of that kind and counts how often it is asked.
+    AccessSource service(bool isDirectory) {
+        return [=, this](const NSURL&, const NSUUID&) {
+            ++asked_;
+            return AccessAnswer{permissionTree(0, isDirectory), nullptr};
+        };
+    }
+    AccessSource refusingService() {
+        return [this](const NSURL& url, const NSUUID&) {
+            ++asked_;
+            return AccessAnswer{{}, posixError(EACCES, url)};
+        };
+    }
+
+    acltest::World world_;
+    int asked_ = 0;
+    NSErrorRef error_;
+};
+
+TEST_F(AnEditedItem, IsAFolderIfAnEntryOfItsListAppliesToWhatIsBelow) {
+    auto acl = aclOf(true);
+    acl.access.users = {{bob, PosixRead}};
+    EditedItem item(outOfReach(), entriesOfPosixAcl(acl), service(false));
+    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_EQ(asked_, 0);
+}
+
+TEST_F(AnEditedItem, IsAFileIfAnEntryOfItsListHasAFilesTree) {
+    auto acl = aclOf(false);
+    acl.access.users = {{bob, PosixRead}};
+    EditedItem item(outOfReach(), entriesOfPosixAcl(acl), service(true));
+    EXPECT_FALSE(item.isFolder(&error_));
+    EXPECT_EQ(asked_, 0);
+}
+
+TEST_F(AnEditedItem, InReachIsLookedAtAndNoServiceAsked) {
+    EditedItem item(NSURL::fileURLWithPath("/"), entriesOf(true), service(false));
+    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_EQ(asked_, 0);
+}
+
+TEST_F(AnEditedItem, OutOfReachIsAFolderIfTheServiceShowsAFoldersBoxes) {
+    EditedItem item(outOfReach(), entriesOf(true), service(true));
+    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_EQ(error_, nullptr);
+    EXPECT_EQ(asked_, 1) << "once is enough";
+}
+
+TEST_F(AnEditedItem, OutOfReachIsAFileIfTheServiceShowsAFilesBoxes) {
+    EditedItem item(outOfReach(), entriesOf(false), service(false));
+    EXPECT_FALSE(item.isFolder(&error_));
+    EXPECT_EQ(error_, nullptr);
+}
+
+TEST_F(AnEditedItem, OutOfReachOfTheServiceHasNoKind) {
+    EditedItem item(outOfReach(), entriesOf(true), refusingService());
+    EXPECT_FALSE(item.isFolder(&error_));
+    ASSERT_NE(error_, nullptr);
+    EXPECT_EQ(error_->code(), EACCES);
+}
+
+}  // namespace
+}  // namespace morvane
