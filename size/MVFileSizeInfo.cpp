@@ -139,7 +139,7 @@ std::string MVFileSizeInfo::stringWithFileSize(std::int64_t size, bool allowByte
     const auto t = terabyte.load(std::memory_order_relaxed);
 
     char digits[24];
-    char* end = digits;
+    char* end;
     const std::string* units = &byteUnits();
     if (allowBytes && size < k) {
         end = std::to_chars(digits, std::end(digits), size).ptr;

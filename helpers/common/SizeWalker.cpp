@@ -57,8 +57,8 @@ struct FileIdHash {
 };
 
 FileId idOf(const struct statx& status) {
-    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): errno is not 0 after a
-    // failure
+    // Filled in: errno is not 0 after a failure.
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult)
     return {std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor, status.stx_ino};
 }
 

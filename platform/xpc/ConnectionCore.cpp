@@ -180,10 +180,10 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
         }
     }
     if (refused) {
-        receiver->fail(std::move(refused));
+        receiver->fail(std::move(refused));  // NOLINT(bugprone-use-after-move): moved only if kept
     } else if (outbox) {
         outbox->send(FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
-                     std::move(archive));
+                     std::move(archive));  // NOLINT(bugprone-use-after-move): likewise
     } else {
         connect();
     }
