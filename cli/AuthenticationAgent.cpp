@@ -1,6 +1,8 @@
 #include "AuthenticationAgent.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <polkit/polkit.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -15,10 +17,25 @@ namespace morvane {
 namespace {
 
 constexpr const char* program = "/usr/bin/pkttyagent";
-/// Is there where logins are sessions.
-constexpr const char* sessions = "/run/systemd/seats";
 /// By then it has registered, or it will not.
 constexpr int readyMilliseconds = 5000;
+
+/// Whether polkit finds a login session for this process: the one that it is in, or the one that
+/// its user's services belong to. Its library is there where its agent is; linked, it would slow
+/// every start of the command by a quarter.
+bool isInSession() {
+    void* const library = dlopen("libpolkit-gobject-1.so.0", RTLD_NOW | RTLD_NODELETE);
+    if (!library)
+        return false;
+    const auto sessionOf = reinterpret_cast<decltype(&polkit_unix_session_new_for_process_sync)>(
+        dlsym(library, "polkit_unix_session_new_for_process_sync"));
+    GError* error = nullptr;
+    PolkitSubject* session = sessionOf ? sessionOf(getpid(), nullptr, &error) : nullptr;
+    const bool isThere = session != nullptr;
+    g_clear_object(&session);
+    g_clear_error(&error);
+    return isThere;
+}
 
 }  // namespace
 
@@ -29,9 +46,9 @@ AuthenticationAgent::AuthenticationAgent() {
     constexpr int theirs = 3;
     const std::string process = std::to_string(getpid());
     const std::string notify = std::to_string(theirs);
-    // A desktop's agent comes first. Without sessions there is none, and polkit, which would look
-    // for one, asks no agent at all.
-    const char* const fallback = access(sessions, F_OK) == 0 ? "--fallback" : nullptr;
+    // A session's own agent comes first. Outside of any session there is none, and polkit, which
+    // would look for one, asks no fallback at all.
+    const char* const fallback = isInSession() ? "--fallback" : nullptr;
     // It closes the descriptor when it has registered.
     const char* const arguments[] = {program,        "--process", process.c_str(), "--notify-fd",
                                      notify.c_str(), fallback,    nullptr};

@@ -3,7 +3,7 @@
 #include <sys/types.h>
 
 /// The system's textual authentication agent, for this process and as long as this object lives: it
-/// asks on the terminal when no desktop has an agent of its own.
+/// asks on the terminal when the login session has no agent of its own, or there is no session.
 namespace morvane {
 
 class AuthenticationAgent {
