@@ -11,7 +11,7 @@
 /// Sends each request of the protocol to the privileged helper without having asked for any right:
 /// BareClient PATH. Prints a line for each: its selector, and the error's code (0 for none). With
 /// "authorize" behind the path it asks for every right first, and sends all again for each line
-/// that it reads.
+/// that it reads; a line "authorize" has it ask for every right again before.
 namespace {
 
 using namespace morvane;
@@ -76,6 +76,8 @@ int main(int argc, char** argv) {
         });
     std::string line;
     do {
+        if (line == "authorize")
+            obtainEveryRight();
         sendEach(*service, url);
         std::fflush(stdout);
     } while (authorizes && std::getline(std::cin, line));

@@ -9,10 +9,10 @@
 #include <iterator>
 #include <string>
 
-/// An authentication agent for one process, driven by a test: PolicyAgent PID ANSWER, which is
-/// allow, deny, cancel, hang, or leave (allow, and be gone); ACTION=ANSWER,... in front are the
-/// answers for single actions. Prints "ready" when it is registered, and every prompt that it is
-/// given. Runs as root.
+/// An authentication agent for one process, or for the login session that it runs in itself,
+/// driven by a test: PolicyAgent PID|session:ID ANSWER, which is allow, deny, cancel, hang, or
+/// leave (allow, and be gone); ACTION=ANSWER,... in front are the answers for single actions.
+/// Prints "ready" when it is registered, and every prompt that it is given. Runs as root.
 namespace {
 
 constexpr const char* authority = "org.freedesktop.PolicyKit1";
@@ -49,6 +49,26 @@ guint64 startTime(const std::string& pid) {
     for (int i = 0; i != 20; ++i)
         at = text.find(' ', at + 1);
     return std::strtoull(text.c_str() + at + 1, nullptr, 10);
+}
+
+GVariant* subjectNamed(const std::string& name) {
+    GVariantBuilder details;
+    g_variant_builder_init(&details, G_VARIANT_TYPE("a{sv}"));
+    const std::string session = "session:";
+    if (name.rfind(session, 0) == 0) {
+        g_variant_builder_add(&details, "{sv}", "session-id",
+                              g_variant_new_string(name.c_str() + session.size()));
+        return g_variant_new("(sa{sv})", "unix-session", &details);
+    }
+    struct stat status {};
+    if (stat(("/proc/" + name).c_str(), &status) != 0)
+        fail("no such process", nullptr);
+    g_variant_builder_add(&details, "{sv}", "pid",
+                          g_variant_new_uint32(static_cast<guint32>(std::stoul(name))));
+    g_variant_builder_add(&details, "{sv}", "start-time", g_variant_new_uint64(startTime(name)));
+    g_variant_builder_add(&details, "{sv}", "uid",
+                          g_variant_new_int32(static_cast<gint32>(status.st_uid)));
+    return g_variant_new("(sa{sv})", "unix-process", &details);
 }
 
 void answered(GObject* bus, GAsyncResult* result, gpointer invocation) {
@@ -103,11 +123,8 @@ void called(GDBusConnection* bus, const char*, const char*, const char*, const c
 int main(int argc, char** argv) {
     if (argc != 3)
         return 2;
-    const std::string pid = argv[1];
+    GVariant* const subject = subjectNamed(argv[1]);
     answers = argv[2];
-    struct stat status {};
-    if (stat(("/proc/" + pid).c_str(), &status) != 0)
-        return 3;
     GError* error = nullptr;
     GDBusConnection* const bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (!bus)
@@ -119,17 +136,10 @@ int main(int argc, char** argv) {
     if (g_dbus_connection_register_object(bus, agentPath, node->interfaces[0], &table, nullptr,
                                           nullptr, &error) == 0)
         fail("object", error);
-    GVariantBuilder subject;
-    g_variant_builder_init(&subject, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&subject, "{sv}", "pid",
-                          g_variant_new_uint32(static_cast<guint32>(std::stoul(pid))));
-    g_variant_builder_add(&subject, "{sv}", "start-time", g_variant_new_uint64(startTime(pid)));
-    g_variant_builder_add(&subject, "{sv}", "uid",
-                          g_variant_new_int32(static_cast<gint32>(status.st_uid)));
     GVariant* const reply = g_dbus_connection_call_sync(
         bus, authority, authorityPath, authorityInterface, "RegisterAuthenticationAgent",
-        g_variant_new("((sa{sv})ss)", "unix-process", &subject, "C", agentPath), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+        g_variant_new("(@(sa{sv})ss)", subject, "C", agentPath), nullptr, G_DBUS_CALL_FLAGS_NONE,
+        -1, nullptr, &error);
     if (!reply)
         fail("registration", error);
     g_variant_unref(reply);

@@ -11,10 +11,15 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 
 TIME_LIMIT = 60  # a watchdog
 USER = 65534
+SESSION = "1"
+# Where processes of a login session are: in its own cgroup, or in that of its user's services.
+IN_SESSION = f"/user.slice/user-{USER}.slice/session-{SESSION}.scope"
+IN_USER_SERVICE = f"/user.slice/user-{USER}.slice/user@{USER}.service/app.slice"
 LABEL = "io.github.morvaneoperation"
 SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
 CLOCK = "/run/morvane-test-clock"
@@ -53,16 +58,24 @@ def stop(process):
     os.waitid(os.P_PID, process.pid, os.WSTOPPED)
 
 
+def start_stopped(command, launcher=(), **options):
+    """Starts a program, by way of a launcher, that stands still before its first step until SIGCONT."""
+    process = subprocess.Popen([*launcher, "sh", "-c", 'kill -STOP $$; exec "$@"', "sh", *command], **options)
+    os.waitid(os.P_PID, process.pid, os.WSTOPPED)
+    return process
+
+
 class Rig:
     def __init__(self, helper, policies, agent, clock=None):
-        """With `clock`, a library to be preloaded, the helper's time can be set forward."""
+        """With `clock`, a library to be preloaded, the time of programs can be set forward, the helper's first."""
         self.helper_program, self.agent, self.clock = helper, agent, clock
         for folder in ("/run", "/usr/share/polkit-1/actions", "/etc/polkit-1/rules.d",
                        "/usr/share/dbus-1/system-services"):
             mount(folder)
-        for folder in ("/run/dbus", "/run/lock", "/run/systemd"):
+        for folder in ("/run/dbus", "/run/lock"):
             os.mkdir(folder)
         shutil.chown("/run/dbus", "messagebus")
+        self.log_in()
         for policy in policies:
             shutil.copy(policy, "/usr/share/polkit-1/actions")
         with open("/etc/polkit-1/rules.d/10-test.rules", "w", encoding="ascii") as f:
@@ -72,6 +85,28 @@ class Rig:
         wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
         self.start_polkitd()
         self.start_helper()
+
+    def log_in(self):
+        """Opens a login session of the ordinary user, as the login manager's files tell it."""
+        if not os.listdir("/sys/fs/cgroup"):  # polkitd looks for sessions only where cgroups are
+            subprocess.run(["mount", "-t", "cgroup2", "cgroup2", "/sys/fs/cgroup"], check=True)
+        for folder in ("sessions", "users", "seats", "machines"):
+            os.makedirs(f"/run/systemd/{folder}")
+        for path, text in (
+                (f"sessions/{SESSION}", f"UID={USER}\nACTIVE=1\nSTATE=active\nCLASS=user\nSEAT=seat0\n"),
+                (f"users/{USER}", f"STATE=active\nDISPLAY={SESSION}\nSESSIONS={SESSION}\n"),
+                ("seats/seat0", f"ACTIVE={SESSION}\nSESSIONS={SESSION}\n")):
+            with open(f"/run/systemd/{path}", "w", encoding="ascii") as f:
+                f.write(text)
+
+    def place(self, process, cgroup):
+        """Shows the process in a cgroup, which need not exist, whatever the machine's hierarchy. Its
+        children are not there."""
+        with tempfile.NamedTemporaryFile("w", dir="/run", encoding="ascii") as f:
+            f.write(f"1:name=systemd:{cgroup}\n0::{cgroup}\n")
+            f.flush()
+            os.chmod(f.name, 0o444)
+            subprocess.run(["mount", "--bind", f.name, f"/proc/{process.pid}/cgroup"], check=True)
 
     def start_polkitd(self):
         self.polkitd = subprocess.Popen([POLKITD, "--no-debug"], stdout=subprocess.DEVNULL,
@@ -88,10 +123,7 @@ class Rig:
     def start_helper(self):
         """Returns once clients find the socket; the helper starts with the first of them."""
         self.set_clock_forward(0)
-        preload = []
-        if self.clock:
-            options = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
-            preload = ["-E", f"LD_PRELOAD={self.clock}", "-E", f"ASAN_OPTIONS={options}"]
+        preload = [word for variable in self.with_clock() for word in ("-E", variable)]
         self.helper = subprocess.Popen(
             ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", *preload, self.helper_program],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -107,32 +139,55 @@ class Rig:
         with open(CLOCK, "w", encoding="ascii") as f:
             f.write(str(seconds))
 
+    def with_clock(self):
+        """The environment of a program whose time follows set_clock_forward()."""
+        if not self.clock:
+            return []
+        options = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+        return [f"LD_PRELOAD={self.clock}", f"ASAN_OPTIONS={options}"]
+
     def connections(self):
         """How many clients the helper has, those included that it has not accepted yet."""
         with open("/proc/net/unix", encoding="ascii") as f:
             return sum(line.rstrip().endswith(" " + SOCKET) for line in f) - 1
 
-    def start(self, command, agent=None, **options):
-        """Starts the command as an ordinary user, with an agent that allows, denies, cancels or hangs."""
-        return Program(self, command, agent, options)
+    def start(self, command, agent=None, cgroup=None, **options):
+        """Starts the command as an ordinary user, with an agent that allows, denies, cancels or hangs.
+
+        With a `cgroup` of the login session it is in that session, and so is its agent."""
+        return Program(self, command, agent, cgroup, options)
 
 
 class Program:
     """A program of the ordinary user, with the agent for it."""
 
-    def __init__(self, rig, command, agent, options):
-        # Stops itself before it becomes the program, so that the agent can be there for it first.
-        self.process = subprocess.Popen([*AS_USER, "sh", "-c", 'kill -STOP $$; exec "$@"', "sh", *command],
-                                        **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
-                                           "stderr": subprocess.PIPE, **options})
-        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
-        self.agent = None
+    def __init__(self, rig, command, agent, cgroup, options):
+        # Stands still before it becomes the program, so that the agent can be there for it first.
+        self.process = start_stopped(command, AS_USER,
+                                     **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+                                        "stderr": subprocess.PIPE, **options})
+        if cgroup:
+            rig.place(self.process, cgroup)
+        self.rig, self.in_session, self.agent, self.prompts = rig, cgroup is not None, None, []
         if agent:
-            self.agent = subprocess.Popen([rig.agent, str(self.process.pid), agent],
-                                          stdout=subprocess.PIPE, text=True)
-            assert self.agent.stdout.readline() == "ready\n"
-        self.prompts = []
-        os.kill(self.process.pid, signal.SIGCONT)
+            self.start_agent(agent)
+        self.process.send_signal(signal.SIGCONT)
+
+    def start_agent(self, answer):
+        """Has the prompts answered so from now on."""
+        self.stop_agent()
+        subject = f"session:{SESSION}" if self.in_session else str(self.process.pid)
+        self.agent = start_stopped([self.rig.agent, subject, answer], stdout=subprocess.PIPE, text=True)
+        if self.in_session:
+            self.rig.place(self.agent, IN_SESSION)
+        self.agent.send_signal(signal.SIGCONT)
+        assert self.agent.stdout.readline() == "ready\n"
+
+    def stop_agent(self):
+        if self.agent:
+            self.agent.kill()
+            self.prompts += self.agent.communicate()[0].splitlines()
+        self.agent = None
 
     def wait_for_prompt(self):
         self.prompts.append(self.agent.stdout.readline().rstrip())
@@ -143,9 +198,7 @@ class Program:
         self.code = self.process.returncode
         self.output = (output or b"").decode()
         self.message = (message or b"").decode()
-        if self.agent:
-            self.agent.kill()
-            self.prompts += self.agent.communicate()[0].splitlines()
+        self.stop_agent()
         return self
 
 

@@ -1,0 +1,160 @@
+"""The privileged road inside of a login session, and who asks the user on a terminal, on real parts.
+
+usage: session_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK
+       [unittest arguments]
+"""
+import os
+import re
+import subprocess
+import sys
+import termios
+import unittest
+
+import rig as rigs
+import terminal as terminals
+from privileged_case import PrivilegedCase
+from rig import IN_SESSION, IN_USER_SERVICE, LABEL, TIME_LIMIT, wait_until
+
+MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
+rigs.enter_namespaces()
+RIG = rigs.Rig(HELPER, [POLICY], AGENT, CLOCK)
+EACCES = 13
+RIGHTS = sorted(f"{LABEL}.{right}" for right in ("GetFileAcl", "GetFileAccess", "SetFileAcl",
+                                                 "PropagateFileAcl", "RenameFiles", "GetFileSize"))
+REFUSED = [EACCES] * 7
+
+
+def kept_grants(program):
+    """What polkit keeps for the program, which is in the session: the grants' ids, with their rights."""
+    listing = RIG.start(["pkcheck", "--list-temp"], cgroup=IN_SESSION).finish()
+    assert listing.code == 0, listing.message
+    grant = rf"^authorization id: (\S+)\naction: +(\S+)\nsubject: +unix-process:{program.process.pid}:"
+    return dict(re.findall(grant, listing.output, re.MULTILINE))
+
+
+class Grants(PrivilegedCase):
+    """A client that keeps its connection, and asks for every right before each of its jobs."""
+
+    def setUp(self):
+        super().setUp()
+        # The folder is to keep its name, so that every job ends alike.
+        os.mkdir(os.path.join(os.path.dirname(self.folder), "taken"))
+        RIG.set_clock_forward(0)
+        self.addCleanup(RIG.set_clock_forward, 0)
+
+    def start(self, cgroup):
+        self.client = RIG.start(["env", *RIG.with_clock(), BARE_CLIENT, self.folder, "authorize"], "allow",
+                                cgroup, stdin=subprocess.PIPE)
+        self.addCleanup(self.client.stop_agent)
+        self.addCleanup(self.client.process.kill)
+        self.first = self.codes()
+        self.assertNotIn(EACCES, self.first)
+        self.before = self.look()
+
+    def codes(self):
+        return [int(self.client.process.stdout.readline().split()[1]) for _ in REFUSED]
+
+    def job(self, seconds):
+        """Does another job, so many seconds after the first; returns how its requests ended."""
+        RIG.set_clock_forward(seconds)
+        self.client.process.stdin.write(b"authorize\n")
+        self.client.process.stdin.flush()
+        return self.codes()
+
+    def end(self):
+        """Ends the client; tells the rights that the user was asked for in all."""
+        self.client.process.stdin.close()
+        self.client.process.stdin = None
+        self.assertEqual(self.client.finish().code, 0)
+        return sorted(prompt.split(":")[0] for prompt in self.client.prompts)
+
+    def test_in_a_session_an_expired_grant_is_forgotten_and_asked_for_anew(self):
+        # A slow machine has ten seconds left of the 45.
+        self.start(IN_SESSION)
+        grants = kept_grants(self.client)
+        self.assertEqual(sorted(grants.values()), RIGHTS)
+        self.assertEqual(self.job(35), self.first)
+        self.assertEqual(kept_grants(self.client), grants, "what is still good is not asked for again")
+        self.assertEqual(self.job(46), self.first)
+        renewed = kept_grants(self.client)
+        self.assertEqual(sorted(renewed.values()), RIGHTS)
+        self.assertTrue(grants.keys().isdisjoint(renewed), "polkit keeps what had expired")
+        # 45 seconds from the second answer.
+        self.assertEqual(self.job(46 + 35), self.first)
+        self.assertEqual(kept_grants(self.client), renewed)
+        self.assertEqual(self.job(46 + 46), self.first)
+        self.assertEqual(self.end(), sorted(3 * RIGHTS))
+        self.assertNotIn("expired", self.client.message)
+
+    def assertNothingIsDoneWhenAskedAnew(self, answer, reason):
+        self.start(IN_SESSION)
+        self.client.start_agent(answer)
+        self.assertEqual(self.job(46), REFUSED)
+        self.assertEqual(self.look(), self.before)
+        self.assertEqual(kept_grants(self.client), {})
+        self.assertEqual(self.end(), sorted(2 * RIGHTS))
+        self.assertEqual(self.client.message.count(reason), len(RIGHTS), self.client.message)
+
+    def test_in_a_session_what_is_denied_when_asked_anew_is_not_done(self):
+        self.assertNothingIsDoneWhenAskedAnew("deny", "The authorization was denied.")
+
+    def test_in_a_session_what_is_closed_when_asked_anew_is_not_done(self):
+        self.assertNothingIsDoneWhenAskedAnew("cancel", "The authorization was cancelled by the user.")
+
+    def test_outside_of_any_session_an_expired_grant_stays_and_the_helper_refuses_it(self):
+        self.start(None)
+        self.assertEqual(self.job(35), self.first)
+        self.assertEqual(self.job(46), REFUSED)
+        self.assertEqual(self.look(), self.before)
+        self.assertEqual(self.end(), RIGHTS)
+
+
+class TextualAgent(PrivilegedCase):
+    """Who asks when the command runs on a terminal."""
+
+    def start(self, agent=None, cgroup=None):
+        ours, theirs = os.openpty()
+        program = RIG.start(["setsid", "--ctty", MORVANE, "--privileged", "acl", self.file], agent, cgroup,
+                            stdin=theirs, stdout=theirs, stderr=theirs)
+        os.close(theirs)
+        self.addCleanup(os.close, ours)
+        self.addCleanup(program.finish)
+        self.addCleanup(program.process.kill)
+        return program, ours
+
+    def read(self, terminal, until=None):
+        return terminals.read(terminal, TIME_LIMIT, until)
+
+    def test_outside_of_any_session_the_command_brings_an_agent(self):
+        program, terminal = self.start()
+        shown = self.read(terminal, until="Password:")
+        self.assertIn(f"{LABEL}.GetFileAcl", shown)
+        self.assertIn("Morvane wants to retrieve file Access Control List.", shown)
+        # What is typed before the echo is off is thrown away.
+        wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO, "the end of the echo")
+        os.write(terminal, b"not the password\n")
+        shown = self.read(terminal)
+        self.assertIn("The authorization was denied.", shown)
+        self.assertNotIn("Who", shown)
+        self.assertEqual(program.finish().code, 1)
+        self.assertEqual(self.look(), self.before)
+
+    def test_in_a_session_without_an_agent_the_command_brings_one(self):
+        for cgroup in (IN_SESSION, IN_USER_SERVICE):
+            with self.subTest(cgroup=cgroup):
+                _, terminal = self.start(cgroup=cgroup)
+                self.assertIn(f"{LABEL}.GetFileAcl", self.read(terminal, until="Password:"))
+
+    def test_in_a_session_with_an_agent_that_one_is_asked(self):
+        for cgroup in (IN_SESSION, IN_USER_SERVICE):
+            with self.subTest(cgroup=cgroup):
+                program, terminal = self.start("allow", cgroup)
+                shown = self.read(terminal)
+                self.assertEqual(program.finish().code, 0, shown)
+                self.assertIn("Who", shown)
+                self.assertNotIn("Password", shown)
+                self.assertEqual(len(program.prompts), 1)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[7:])
