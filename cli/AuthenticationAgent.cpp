@@ -1,12 +1,11 @@
 #include "AuthenticationAgent.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <polkit/polkit.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <systemd/sd-login.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,20 +20,15 @@ constexpr const char* program = "/usr/bin/pkttyagent";
 constexpr int readyMilliseconds = 5000;
 
 /// Whether polkit finds a login session for this process: the one that it is in, or the one that
-/// its user's services belong to. Its library is there where its agent is; linked, it would slow
-/// every start of the command by a quarter.
+/// its user's services belong to.
 bool isInSession() {
-    void* const library = dlopen("libpolkit-gobject-1.so.0", RTLD_NOW | RTLD_NODELETE);
-    if (!library)
-        return false;
-    const auto sessionOf = reinterpret_cast<decltype(&polkit_unix_session_new_for_process_sync)>(
-        dlsym(library, "polkit_unix_session_new_for_process_sync"));
-    GError* error = nullptr;
-    PolkitSubject* session = sessionOf ? sessionOf(getpid(), nullptr, &error) : nullptr;
-    const bool isThere = session != nullptr;
-    g_clear_object(&session);
-    g_clear_error(&error);
-    return isThere;
+    char* session = nullptr;
+    uid_t user = 0;
+    const bool found =
+        sd_pid_get_session(0, &session) >= 0 ||
+        (sd_pid_get_owner_uid(0, &user) >= 0 && sd_uid_get_display(user, &session) >= 0);
+    free(session);
+    return found;
 }
 
 }  // namespace
