@@ -1,5 +1,7 @@
 #include <MorvaneOperation/platform/linux/GrantAges.h>
 
+#include <cstdio>
+#include <fstream>
 #include <utility>
 
 namespace morvane {
@@ -10,22 +12,48 @@ constexpr std::chrono::minutes forgottenAfter{10};
 
 }  // namespace
 
-bool GrantAges::isExpired(const std::string& id, Time now) {
-    if (id.empty())
+GrantAges::GrantAges(std::string file, Time now) : file_(std::move(file)) {
+    if (file_.empty())
+        return;
+    std::ifstream lines(file_);
+    PolicyGrant grant;
+    for (Time::rep since = 0; lines >> grant.authority >> grant.id >> since;) {
+        if (const Time time{Time::duration(since)}; time <= now)
+            firstSeen_.emplace(grant, time);
+    }
+}
+
+bool GrantAges::isExpired(const PolicyGrant& grant, Time now) {
+    if (grant.id.empty())
         return false;
     const std::lock_guard lock(mutex_);
-    std::erase_if(firstSeen_,
-                  [&](const auto& grant) { return now - grant.second > forgottenAfter; });
-    const auto [known, isNew] = firstSeen_.try_emplace(id, now);
+    std::erase_if(firstSeen_, [&](const auto& seen) { return now - seen.second > forgottenAfter; });
+    const auto [known, isNew] = firstSeen_.try_emplace(grant, now);
+    if (isNew)
+        store();
     return !isNew && now - known->second > rightLifetime;
 }
 
-void GrantAges::forget(const std::string& id) {
-    const std::lock_guard lock(mutex_);
-    firstSeen_.erase(id);
+void GrantAges::store() const {
+    if (file_.empty())
+        return;
+    // Whole, or not at all: a file that is cut short would make old grants young.
+    const std::string unfinished = file_ + ".new";
+    std::ofstream lines(unfinished, std::ios::trunc);
+    for (const auto& [grant, since] : firstSeen_)
+        lines << grant.authority << ' ' << grant.id << ' ' << since.time_since_epoch().count()
+              << '\n';
+    lines.close();
+    if (lines)
+        std::rename(unfinished.c_str(), file_.c_str());
 }
 
-std::map<std::string, GrantAges::Time> GrantAges::takeAll() {
+void GrantAges::forget(const PolicyGrant& grant) {
+    const std::lock_guard lock(mutex_);
+    firstSeen_.erase(grant);
+}
+
+std::map<PolicyGrant, GrantAges::Time> GrantAges::takeAll() {
     const std::lock_guard lock(mutex_);
     return std::exchange(firstSeen_, {});
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <utility>
 
 namespace morvane {
 namespace {
@@ -29,8 +30,10 @@ struct ObjectUnref {
     void operator()(void* object) const { g_object_unref(object); }
 };
 
-/// Takes `arguments`. Null on failure.
-Variant call(const char* method, GVariant* arguments, const char* replyType, int milliseconds) {
+/// Takes `arguments`. Null on failure. `answerer`, if not null, is set to the name that the bus has
+/// given to who answers.
+Variant call(const char* method, GVariant* arguments, const char* replyType, int milliseconds,
+             std::string* answerer = nullptr) {
     const Variant held(g_variant_ref_sink(arguments));
     const std::unique_ptr<GDBusConnection, ObjectUnref> bus(
         g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
@@ -38,9 +41,22 @@ Variant call(const char* method, GVariant* arguments, const char* replyType, int
         return nullptr;
     // The library's default is to end the process together with the bus.
     g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
-    return Variant(g_dbus_connection_call_sync(
-        bus.get(), busName, objectPath, interfaceName, method, held.get(),
-        G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NONE, milliseconds, nullptr, nullptr));
+    const std::unique_ptr<GDBusMessage, ObjectUnref> message(
+        g_dbus_message_new_method_call(busName, objectPath, interfaceName, method));
+    g_dbus_message_set_body(message.get(), held.get());
+    const std::unique_ptr<GDBusMessage, ObjectUnref> answer(
+        g_dbus_connection_send_message_with_reply_sync(bus.get(), message.get(),
+                                                       G_DBUS_SEND_MESSAGE_FLAGS_NONE, milliseconds,
+                                                       nullptr, nullptr, nullptr));
+    if (!answer ||
+        g_dbus_message_get_message_type(answer.get()) != G_DBUS_MESSAGE_TYPE_METHOD_RETURN)
+        return nullptr;
+    GVariant* const body = g_dbus_message_get_body(answer.get());
+    if (!body || !g_variant_is_of_type(body, G_VARIANT_TYPE(replyType)))
+        return nullptr;
+    if (const char* const sender = g_dbus_message_get_sender(answer.get()); sender && answerer)
+        *answerer = sender;
+    return Variant(g_variant_ref(body));
 }
 
 /// A "unix-process" subject. Of a process that is not known for sure, none.
@@ -55,6 +71,13 @@ GVariant* subjectOf(const ProcessIdentity& process) {
     g_variant_builder_add(&details, "{sv}", "uid",
                           g_variant_new_int32(static_cast<std::int32_t>(process.userIdentifier)));
     return g_variant_new("(sa{sv})", "unix-process", &details);
+}
+
+/// In the folder that the service manager keeps for a service while the system runs; empty outside
+/// of one.
+std::string fileOfGrants() {
+    const char* const folder = std::getenv("RUNTIME_DIRECTORY");
+    return folder ? std::string(folder) + "/grants" : std::string();
 }
 
 }  // namespace
@@ -79,12 +102,13 @@ std::optional<PolicyAnswer> checkAuthorization(const ProcessIdentity& process,
                                                const std::string& action, bool mayAsk) {
     if (process.processIdentifier <= 0 || process.startTime == 0 || process.userIdentifier < 0)
         return std::nullopt;
+    std::string authority;
     const auto reply =
         call("CheckAuthorization",
              g_variant_new("(@(sa{sv})s@a{ss}us)", subjectOf(process), action.c_str(),
                            g_variant_new_array(G_VARIANT_TYPE("{ss}"), nullptr, 0),
                            mayAsk ? allowUserInteraction : 0, ""),
-             "((bba{ss}))", mayAsk ? withoutLimit : answerMilliseconds);
+             "((bba{ss}))", mayAsk ? withoutLimit : answerMilliseconds, &authority);
     if (!reply)
         return std::nullopt;
     gboolean authorized = FALSE;
@@ -97,7 +121,7 @@ std::optional<PolicyAnswer> checkAuthorization(const ProcessIdentity& process,
     answer.isDismissed =
         g_variant_lookup(details, "polkit.dismissed", "&s", &value) && *value != '\0';
     if (g_variant_lookup(details, "polkit.temporary_authorization_id", "&s", &value))
-        answer.temporaryAuthorization = value;
+        answer.grant = {std::move(authority), value};
     return answer;
 }
 
@@ -116,17 +140,17 @@ std::optional<bool> isActionDefined(const std::string& action) {
     return false;
 }
 
-bool revokeTemporaryAuthorization(const std::string& id) {
-    return call("RevokeTemporaryAuthorizationById", g_variant_new("(s)", id.c_str()), "()",
+bool revokeTemporaryAuthorization(const PolicyGrant& grant) {
+    return call("RevokeTemporaryAuthorizationById", g_variant_new("(s)", grant.id.c_str()), "()",
                 answerMilliseconds) != nullptr;
 }
 
 RightState rightOfProcess(const ProcessIdentity& process, const std::string& right) {
-    static GrantAges ages;
+    static GrantAges ages(fileOfGrants());
     const auto answer = checkAuthorization(process, right, false);
     if (!answer || !answer->isAuthorized)
         return RightState::notHeld;
-    return ages.isExpired(answer->temporaryAuthorization) ? RightState::expired : RightState::held;
+    return ages.isExpired(answer->grant) ? RightState::expired : RightState::held;
 }
 
 }  // namespace morvane

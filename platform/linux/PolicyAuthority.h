@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/security/ProcessRights.h>
 
 #include <optional>
@@ -15,8 +16,8 @@ struct PolicyAnswer {
     bool isChallenge = false;
     /// The user was asked and has closed the question.
     bool isDismissed = false;
-    /// Names the grant that was kept, if the answer rests on one.
-    std::string temporaryAuthorization;
+    /// The grant that was kept, if the answer rests on one.
+    PolicyGrant grant;
 };
 
 /// Empty on failure.
@@ -25,7 +26,7 @@ std::optional<PolicyAnswer> checkAuthorization(const ProcessIdentity& process,
 /// Empty on failure.
 std::optional<bool> isActionDefined(const std::string& action);
 /// Whether polkit has forgotten the grant. It listens only to who sits in a session.
-bool revokeTemporaryAuthorization(const std::string& id);
+bool revokeTemporaryAuthorization(const PolicyGrant& grant);
 
 /// This very process.
 ProcessIdentity ownProcess();

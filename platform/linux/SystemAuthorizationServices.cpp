@@ -54,8 +54,8 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus AuthorizationFree(const AuthorizationRef&, std::uint32_t flags) override {
         if ((flags & kAuthorizationFlagDestroyRights) == 0)
             return errAuthorizationSuccess;
-        for (const auto& [id, since] : grants_.takeAll())
-            revokeTemporaryAuthorization(id);
+        for (const auto& [grant, since] : grants_.takeAll())
+            revokeTemporaryAuthorization(grant);
         return errAuthorizationSuccess;
     }
 
@@ -85,12 +85,12 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus obtain(const std::string& right, bool mayAsk) {
         const auto self = ownProcess();
         auto answer = checkAuthorization(self, right, mayAsk);
-        if (answer && answer->isAuthorized && grants_.isExpired(answer->temporaryAuthorization) &&
-            revokeTemporaryAuthorization(answer->temporaryAuthorization)) {
-            grants_.forget(answer->temporaryAuthorization);
+        if (answer && answer->isAuthorized && grants_.isExpired(answer->grant) &&
+            revokeTemporaryAuthorization(answer->grant)) {
+            grants_.forget(answer->grant);
             answer = checkAuthorization(self, right, mayAsk);
             if (answer && answer->isAuthorized)
-                grants_.isExpired(answer->temporaryAuthorization);  // its first sight
+                grants_.isExpired(answer->grant);  // its first sight
         }
         if (!answer)
             return errAuthorizationInternal;

@@ -253,6 +253,30 @@ class Rights(Privileged):
         self.end(program)
         self.assertEqual(len(program.prompts), 6)
 
+    def test_a_helper_that_starts_anew_knows_how_old_the_grants_are(self):
+        program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+        self.assertNotIn(str(EACCES).encode(), self.codes(program))
+        before = self.look()
+        RIG.stop_helper()
+        RIG.start_helper()
+        RIG.set_clock_forward(46)
+        self.send_again(program)
+        self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
+        self.assertEqual(self.look(), before)
+        RIG.set_clock_forward(0)
+        self.end(program)
+
+    def test_what_polkit_grants_when_it_has_started_anew_is_new(self):
+        # It counts its grants from the beginning again.
+        for forward in (0, 50):
+            RIG.kill_polkitd()
+            RIG.start_polkitd()
+            RIG.set_clock_forward(forward)
+            program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+            self.assertNotIn(str(EACCES).encode(), self.codes(program))
+            self.end(program)
+        RIG.set_clock_forward(0)
+
 
 @contextlib.contextmanager
 def helper_stopped():

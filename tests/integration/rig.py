@@ -22,6 +22,7 @@ IN_SESSION = f"/user.slice/user-{USER}.slice/session-{SESSION}.scope"
 IN_USER_SERVICE = f"/user.slice/user-{USER}.slice/user@{USER}.service/app.slice"
 LABEL = "io.github.morvaneoperation"
 SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
+KEPT = f"/run/{LABEL}.PrivilegedHelper"
 CLOCK = "/run/morvane-test-clock"
 POLKITD = next((p for p in ("/usr/lib/polkit-1/polkitd", "/usr/libexec/polkitd") if os.path.exists(p)),
                "polkitd")
@@ -74,6 +75,7 @@ class Rig:
             mount(folder)
         for folder in ("/run/dbus", "/run/lock"):
             os.mkdir(folder)
+        os.mkdir(KEPT, 0o700)
         shutil.chown("/run/dbus", "messagebus")
         self.log_in()
         for policy in policies:
@@ -125,7 +127,8 @@ class Rig:
         self.set_clock_forward(0)
         preload = [word for variable in self.with_clock() for word in ("-E", variable)]
         self.helper = subprocess.Popen(
-            ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", *preload, self.helper_program],
+            ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", "-E", f"RUNTIME_DIRECTORY={KEPT}",
+             *preload, self.helper_program],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
         os.chmod(SOCKET, 0o666)
