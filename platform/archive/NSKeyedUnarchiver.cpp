@@ -270,16 +270,13 @@ std::shared_ptr<NSObject>* NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::s
     Dictionary dictionary(state.list.element<Kind::dictionary>(state.objects, uid));
     const auto& c = state.classOf(dictionary, classes, key);
     auto& slot = state.slot(uid);
-    auto* const mark = State::beingDecoded();
-    if (slot.get() == mark)
-        fail(key, "an object holds itself");
-    if (slot)
+    if (state.isHeld(slot, uid))
         return &slot;
     if (!c.initWithCoder)
         State::refuse(c.name, key);
+    state.requireNotWithin(uid, key);
     const State::Depth depth(state.budget, key);
-    slot = State::Slot(State::Slot(), mark);
-    const State::Within within(state, dictionary);
+    const State::Within within(state, dictionary, uid);
     try {
         slot = c.initWithCoder(*this);
     } catch (const NSException& e) {
@@ -313,40 +310,49 @@ void NSKeyedUnarchiver::readArray(std::string_view key, Read&& read) {
             return;
         const auto array = state_->array(*value, key);
         const State::LargeArray large(*state_, array.count);
+        read(array);
+    });
+}
+
+template <class Read>
+void NSKeyedUnarchiver::readElements(std::string_view key, Read&& read) {
+    readArray(key, [&](const Value& array) {
         for (std::uint64_t i = 0; i < array.count; ++i) {
             read(state_->list.element<Kind::uid>(array, i), static_cast<std::size_t>(array.count));
         }
     });
 }
 
-std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeObjects(std::string_view key,
-                                                                        const NSClassSet& classes) {
+void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& classes,
+                                    Elements& elements) {
     if (!keyed::contains(classes, NSArrayClass)) {
         if (isArray(key))
             State::refuse(NSArrayClass.name, key);
     }
-    std::vector<std::shared_ptr<NSObject>> objects;
-    readArray(key, [&](const Value& element, std::size_t count) {
-        if (objects.empty())
-            objects.reserve(count);
-        const auto uid = state_->uid(element, key);
-        if (uid == 0)
-            fail(key, "an element of an array is nil");
-        objects.push_back(*objectAt(uid, key, classes));
+    readArray(key, [&](const Value& array) {
+        elements.reserve(array.count);
+        State::Lending lending(*state_, elements, array);
+        for (std::uint64_t i = 0; i < array.count; ++i) {
+            const auto uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
+            auto* const object = uid != 0 ? objectAt(uid, key, classes) : nullptr;
+            if (!object || !*object)
+                fail(key, "an element of an array is nil");
+            if (!lending.append(*object, uid))
+                State::refuse((*object)->objectClass().name, key);
+        }
     });
-    return objects;
 }
 
 std::vector<NSURL> NSKeyedUnarchiver::decodeURLs(std::string_view key) {
     std::vector<NSURL> urls;
-    readArray(
+    readElements(
         key, [&](const Value& element, std::size_t) { urls.push_back(state_->url(element, key)); });
     return urls;
 }
 
 std::vector<std::string> NSKeyedUnarchiver::decodeStrings(std::string_view key) {
     std::vector<std::string> strings;
-    readArray(key, [&](const Value& element, std::size_t) {
+    readElements(key, [&](const Value& element, std::size_t) {
         strings.emplace_back(state_->text(state_->follow<Kind::ascii>(element, key), key));
     });
     return strings;
@@ -354,7 +360,7 @@ std::vector<std::string> NSKeyedUnarchiver::decodeStrings(std::string_view key) 
 
 std::vector<std::int64_t> NSKeyedUnarchiver::decodeIntegers(std::string_view key) {
     std::vector<std::int64_t> integers;
-    readArray(key, [&](const Value& element, std::size_t) {
+    readElements(key, [&](const Value& element, std::size_t) {
         integers.push_back(state_->integer(state_->follow<Kind::integer>(element, key), key));
     });
     return integers;
@@ -364,7 +370,7 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
                                                                          const NSClass& root) {
     std::vector<std::shared_ptr<NSObject>> objects;
     const NSClass* const classes[] = {&root};
-    readArray(key, [&](const Value& element, std::size_t count) {
+    readElements(key, [&](const Value& element, std::size_t count) {
         if (objects.empty())
             objects.reserve(count);
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);

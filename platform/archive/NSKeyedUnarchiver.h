@@ -6,6 +6,7 @@
 #include <concepts>
 #include <cstddef>
 #include <functional>
+#include <typeinfo>
 #include <utility>
 
 /// Reads keyed archives that came from anyone, with a set of allowed classes for each key.
@@ -140,10 +141,15 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
 
     /// Whether `key` holds an array; nil is not one.
     bool isArray(std::string_view key);
-    /// Every element must be an object of a class in `classes` other than NSArray: an array, nil or
-    /// a value standing there throws. `classes` must contain NSArray.
-    std::vector<std::shared_ptr<NSObject>> decodeObjects(std::string_view key,
-                                                         const NSClassSet& classes);
+    /// Every element must be a T of a class in `classes` other than NSArray: an array, nil or a
+    /// value standing there throws. `classes` must contain NSArray. A large array that is all that
+    /// the archive holds is given away: decoded once more, it is of new objects.
+    template <std::derived_from<NSObject> T = NSObject>
+    std::vector<std::shared_ptr<T>> decodeObjects(std::string_view key, const NSClassSet& classes) {
+        ElementsOf<T> elements;
+        readObjects(key, classes, elements);
+        return std::move(elements.objects);
+    }
     std::vector<NSURL> decodeURLs(std::string_view key);
     std::vector<std::string> decodeStrings(std::string_view key);
     std::vector<std::int64_t> decodeIntegers(std::string_view key);
@@ -172,6 +178,35 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     /// Null outside large arrays.
     NSObjectBlock* blockWithRoom(std::size_t size);
 
+    /// The elements of an array, in their order.
+    class Elements {
+      public:
+        virtual void reserve(std::size_t count) = 0;
+        /// False for an object of another class.
+        virtual bool append(std::shared_ptr<NSObject>&& object) = 0;
+        virtual std::shared_ptr<NSObject> at(std::size_t index) const = 0;
+
+      protected:
+        ~Elements() = default;
+    };
+    template <class T>
+    struct ElementsOf final : Elements {
+        std::vector<std::shared_ptr<T>> objects;
+
+        void reserve(std::size_t count) override { objects.reserve(count); }
+        bool append(std::shared_ptr<NSObject>&& object) override {
+            const NSObject& held = *object;
+            // Mostly the very class.
+            auto* const element = typeid(held) == typeid(T) ? static_cast<T*>(object.get())
+                                                            : dynamic_cast<T*>(object.get());
+            if (element)
+                objects.emplace_back(std::move(object), element);
+            return element != nullptr;
+        }
+        std::shared_ptr<NSObject> at(std::size_t index) const override { return objects[index]; }
+    };
+    void readObjects(std::string_view key, const NSClassSet& classes, Elements& elements);
+
     struct MORVANE_INTERNAL State;
     using Classes = std::span<const NSClass* const>;
 
@@ -185,6 +220,8 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::shared_ptr<NSObject>* objectAt(std::uint64_t uid, std::string_view key, Classes classes);
     template <class Read>
     void readArray(std::string_view key, Read&& read);
+    template <class Read>
+    void readElements(std::string_view key, Read&& read);
 };
 
 }  // namespace morvane

@@ -58,7 +58,8 @@ struct Shape {
     NSDataView references;
     /// As many as an object of ours has; those of a larger one are read each time.
     std::array<PropertyListReader::Text, 12> keys;
-    bool areDistinct = false;
+    /// How many there are, if no two are the same; otherwise 0.
+    std::uint32_t distinctCount = 0;
     /// Where the next key is expected: objects ask for theirs in the order of their writing.
     std::uint32_t next = 0;
 };
@@ -89,21 +90,23 @@ struct NSKeyedUnarchiver::State {
     using Shape = keyed::Shape;
     using Classes = std::span<const NSClass* const>;
 
-    /// What became of an object of the archive: null, beingDecoded(), or the object.
+    /// An object of the archive once it was rebuilt.
     using Slot = std::shared_ptr<NSObject>;
-    static NSObject* beingDecoded() {
-        static NSObject mark;
-        return &mark;
-    }
     /// A class dictionary that was checked.
     struct CheckedClass {
         std::uint64_t uid;
         const NSClass* c;
     };
+    /// The class of the object that was read last, by the number of the reference to it.
+    struct LastClass {
+        std::uint64_t number;
+        const NSClass* c = nullptr;
+    };
 
     /// Every look-up passes all keys of an object, whose dictionaries may overlap in a hostile
     /// archive; no class has nearly as many.
     static constexpr std::uint64_t maxKeys = 64;
+    static constexpr std::uint64_t largeArray = 1024;
 
     PropertyListReader list;
     NSDecodingBudget ownBudget;
@@ -113,8 +116,13 @@ struct NSKeyedUnarchiver::State {
     std::optional<Dictionary> top;
     /// What keys are looked up in.
     Dictionary* current = nullptr;
+    /// The object that is being rebuilt; null outside all.
+    struct Within;
+    const Within* innermost = nullptr;
     Shape shape;
     std::uint64_t shapes = 1;
+    struct Lending;
+    Lending* lending = nullptr;
     std::array<Slot, 8> fewSlots;
     std::vector<Slot> manySlots;
     /// Where the objects of large arrays are made, and how many such arrays are being read.
@@ -125,6 +133,7 @@ struct NSKeyedUnarchiver::State {
     std::size_t largeArrays = 0;
     std::array<CheckedClass, 8> checkedClasses;
     std::size_t checkedClassCount = 0;
+    LastClass lastClass;
 
     explicit State(NSDataView data)
         : State(data, NSDecodingBudget::forArchiveOfSize(data.size()), nullptr) {}
@@ -134,53 +143,61 @@ struct NSKeyedUnarchiver::State {
 
     /// The value of `key` in `current`; empty if there is none.
     template <Kind likely = Kind::uid>
-    Found find(std::string_view key) {
+    [[gnu::always_inline]] Found find(std::string_view key) {
         return find<likely>(*current, key, key);
     }
 
     template <Kind likely = Kind::uid>
-    Found find(Dictionary& dictionary, std::string_view key, std::string_view context) {
-        const auto count = dictionary.value.count;
-        if (count > maxKeys)
-            keyed::fail(context, "an object has too many keys");
-        if (count > shape.keys.size()) {
+    [[gnu::always_inline]] Found find(Dictionary& dictionary, std::string_view key,
+                                      std::string_view context) {
+        if (dictionary.shape != shape.number && !takeShape(dictionary, context)) {
             return findIf<likely>(dictionary.value, context, [&](std::uint64_t i) {
                 return list.text(dictionary.value, i) == key;
             });
         }
-        if (dictionary.shape != shape.number)
-            takeShape(dictionary);
-        if (shape.areDistinct && shape.next < count && shape.keys[shape.next] == key)
+        if (shape.next < shape.distinctCount && shape.keys[shape.next] == key)
             return list.valueOf<likely>(dictionary.value, shape.next++);
         return findIf<likely>(dictionary.value, context, [&](std::uint32_t i) {
             return shape.keys[i] == key && (shape.next = i + 1, true);
         });
     }
 
-    void takeShape(Dictionary& dictionary) {
+    /// False for a dictionary that is too large to have its keys kept.
+    [[gnu::always_inline]] bool takeShape(Dictionary& dictionary, std::string_view context) {
         const auto references = list.keyReferences(dictionary.value);
-        shape.next = 0;
-        if (references.size() != shape.references.size() ||
-            !std::equal(references.begin(), references.end(), shape.references.begin())) {
-            readShape(dictionary.value);
-            shape.references = references;
-            shape.number = ++shapes;
+        if ((references.size() != shape.references.size() ||
+             !PropertyListReader::sameBytes(references.data(), shape.references.data(),
+                                            references.size())) &&
+            !readShape(dictionary.value, context)) {
+            return false;
         }
+        shape.next = 0;
         dictionary.shape = shape.number;
+        return true;
     }
 
-    void readShape(const Value& dictionary) {
+    [[gnu::noinline]] bool readShape(const Value& dictionary, std::string_view context) {
         const auto count = dictionary.count;
-        shape.areDistinct = true;
+        if (count > maxKeys)
+            keyed::fail(context, "an object has too many keys");
+        if (count > shape.keys.size())
+            return false;
+        shape.distinctCount = count;
         for (std::uint32_t i = 0; i < count; ++i) {
             shape.keys[i] = list.text(dictionary, i);
-            for (std::uint32_t k = 0; k < i; ++k)
-                shape.areDistinct = shape.areDistinct && !(shape.keys[k] == shape.keys[i]);
+            for (std::uint32_t k = 0; k < i; ++k) {
+                if (shape.keys[k] == shape.keys[i])
+                    shape.distinctCount = 0;
+            }
         }
+        shape.references = list.keyReferences(dictionary);
+        shape.number = ++shapes;
+        return true;
     }
 
     template <Kind likely, class IsKey>
-    Found findIf(const Value& dictionary, std::string_view context, IsKey&& isKey) {
+    [[gnu::noinline]] Found findIf(const Value& dictionary, std::string_view context,
+                                   IsKey&& isKey) {
         auto found = dictionary.count;
         for (std::uint32_t i = 0; i < dictionary.count; ++i) {
             if (!isKey(i))
@@ -224,13 +241,30 @@ struct NSKeyedUnarchiver::State {
     bool isNil(const Value& reference, std::string_view key) { return uid(reference, key) == 0; }
 
     /// The one of `classes` that the object `dictionary` is of; refuses every other.
-    const NSClass& classOf(Dictionary& dictionary, Classes classes, std::string_view key) {
-        if (dictionary.value.kind != Kind::dictionary)
+    [[gnu::always_inline]] const NSClass& classOf(Dictionary& dictionary, Classes classes,
+                                                  std::string_view key) {
+        const auto& value = dictionary.value;
+        if (value.kind != Kind::dictionary)
             keyed::fail(key, "an object was expected");
-        const auto reference = classReference(dictionary, key);
+        // Written last, and mostly the same as that of the object before.
+        if (list.startsWithFront() && value.count != 0 &&
+            list.reference(value, value.count - 1) == classKey) {
+            const auto number = list.reference(value, std::uint64_t{value.count} * 2 - 1);
+            if (!lastClass.c || lastClass.number != number ||
+                !keyed::contains(classes, *lastClass.c)) {
+                lastClass.c = &referredClass(list.value<Kind::uid>(number), classes, key);
+                lastClass.number = number;
+            }
+            return *lastClass.c;
+        }
+        const auto reference = find(dictionary, "$class", key);
         if (!reference)
             keyed::fail(key, "an object has no class");
-        const auto classUid = uid(*reference, key);
+        return referredClass(*reference, classes, key);
+    }
+
+    const NSClass& referredClass(const Value& reference, Classes classes, std::string_view key) {
+        const auto classUid = uid(reference, key);
         for (std::size_t i = 0; i < checkedClassCount; ++i) {
             if (checkedClasses[i].uid != classUid)
                 continue;
@@ -243,16 +277,6 @@ struct NSKeyedUnarchiver::State {
             checkedClasses[checkedClassCount++] = {classUid, &c};
         }
         return c;
-    }
-
-    Found classReference(Dictionary& dictionary, std::string_view key) {
-        const auto& value = dictionary.value;
-        // Written last.
-        if (list.startsWithFront() && value.count != 0 &&
-            list.reference(value, value.count - 1) == classKey) {
-            return list.valueOf<Kind::uid>(value, value.count - 1);
-        }
-        return find(dictionary, "$class", key);
     }
 
     [[noreturn]] static void refuse(std::string_view name, std::string_view key) {
@@ -395,20 +419,109 @@ struct NSKeyedUnarchiver::State {
     struct LargeArray {
         State& state;
         const bool isLarge;
-        LargeArray(State& s, std::uint64_t count) : state(s), isLarge(count >= 1024) {
+        LargeArray(State& s, std::uint64_t count) : state(s), isLarge(count >= largeArray) {
             state.largeArrays += isLarge;
         }
         ~LargeArray() { state.largeArrays -= isLarge; }
     };
 
-    /// While it exists, keys are looked up in `dictionary`.
+    /// While it exists, the object `uid` is being rebuilt, and keys are looked up in its
+    /// dictionary.
     struct Within {
         State& state;
-        Dictionary* const outer;
-        Within(State& s, Dictionary& dictionary)
-            : state(s), outer(std::exchange(s.current, &dictionary)) {}
-        ~Within() { state.current = outer; }
+        const std::uint64_t uid;
+        Dictionary* const outerDictionary;
+        const Within* const outer;
+
+        Within(State& s, Dictionary& dictionary, std::uint64_t u)
+            : state(s),
+              uid(u),
+              outerDictionary(std::exchange(s.current, &dictionary)),
+              outer(std::exchange(s.innermost, this)) {}
+        ~Within() {
+            state.current = outerDictionary;
+            state.innermost = outer;
+        }
     };
+
+    void requireNotWithin(std::uint64_t uid, std::string_view key) const {
+        for (const auto* within = innermost; within; within = within->outer) {
+            if (within->uid == uid)
+                keyed::fail(key, "an object holds itself");
+        }
+    }
+
+    /// While it exists, a large array is being read that is all that the archive holds. Its
+    /// elements are then held by `elements` alone, as nothing that is read later leads to them; one
+    /// that is reached again meanwhile is found there, where their UIDs rise.
+    struct Lending {
+        State& state;
+        Elements& elements;
+        const Value values;
+        bool goesOn;
+        std::uint64_t count = 0;
+        std::uint64_t lastUid = 0;
+
+        Lending(State& s, Elements& e, const Value& v)
+            : state(s),
+              elements(e),
+              values(v),
+              goesOn(v.count >= largeArray && !s.innermost && s.topHoldsOne()) {
+            if (goesOn)
+                state.lending = this;
+        }
+        ~Lending() {
+            if (state.lending == this)
+                state.lending = nullptr;
+        }
+        Lending(const Lending&) = delete;
+        Lending& operator=(const Lending&) = delete;
+
+        /// The next element, which is in `slot`. False if it is of another class.
+        bool append(Slot& slot, std::uint64_t uid) {
+            goesOn = goesOn && uid > lastUid;
+            if (!goesOn)
+                return elements.append(Slot(slot));
+            auto* const object = slot.get();
+            if (!elements.append(std::move(slot)))
+                return false;
+            slot = Slot(Slot(), object);
+            ++count;
+            lastUid = uid;
+            return true;
+        }
+
+        /// Shares a lent object. False if it is that of an array that was read before.
+        bool share(Slot& slot, std::uint64_t uid) const {
+            std::uint64_t first = 0;
+            for (auto end = count; first != end;) {
+                const auto middle = first + (end - first) / 2;
+                if (state.list.element<Kind::uid>(values, middle).bits < uid) {
+                    first = middle + 1;
+                } else {
+                    end = middle;
+                }
+            }
+            if (first == count || elements.at(first).get() != slot.get())
+                return false;
+            slot = elements.at(first);
+            return true;
+        }
+    };
+
+    bool topHoldsOne() const {
+        std::uint64_t leading = 0;
+        for (std::uint64_t i = 0; i < top->value.count; ++i) {
+            const auto value = list.valueOf<Kind::uid>(top->value, i);
+            leading += value.kind == Kind::uid && value.bits != 0;
+        }
+        return leading == 1;
+    }
+
+    /// Whether the object is there already, and held by the archive.
+    bool isHeld(Slot& slot, std::uint64_t uid) const {
+        return slot && (slot.use_count() != 0 || (lending && lending->share(slot, uid)));
+    }
 
     NSErrorRef error(const Value& reference, std::string_view key) {
         if (isNil(reference, key))

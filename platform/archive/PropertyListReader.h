@@ -53,6 +53,24 @@ class PropertyListReader {
     };
     static_assert(sizeof(Value) == 16);
 
+    /// As memcmp() tells, but short ones without a call.
+    [[gnu::always_inline]] static bool sameBytes(const void* a, const void* b, std::size_t size) {
+        const auto differ = [&]<class Word>(Word, std::size_t at) {
+            Word one = 0;
+            Word other = 0;
+            // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): there are `size` bytes
+            std::memcpy(&one, static_cast<const char*>(a) + at, sizeof one);
+            std::memcpy(&other, static_cast<const char*>(b) + at, sizeof other);
+            return one != other;
+        };
+        // The two words overlap.
+        if (size >= 8 && size <= 16)
+            return !differ(std::uint64_t{}, 0) && !differ(std::uint64_t{}, size - 8);
+        if (size >= 4 && size < 8)
+            return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
+        return size == 0 || std::memcmp(a, b, size) == 0;
+    }
+
     static constexpr std::uint64_t notAscii = ~std::uint64_t{0};
     /// An ASCII text where it stands; of size notAscii for any other value.
     struct Text {
@@ -60,7 +78,7 @@ class PropertyListReader {
         std::uint64_t size;
 
         bool operator==(std::string_view text) const {
-            return size == text.size() && equals(bytes, text);
+            return size == text.size() && sameBytes(bytes, text.data(), text.size());
         }
         bool operator==(const Text& other) const {
             return size == other.size &&
@@ -87,7 +105,7 @@ class PropertyListReader {
     /// The value that is number `ref`. A short one of the `likely` kind is told by a branch that is
     /// foreseen where that kind is expected; every other is looked at in full.
     template <Kind likely = Kind::null>
-    Value value(std::uint64_t ref) const {
+    [[gnu::always_inline]] Value value(std::uint64_t ref) const {
         const auto* const p = locate(ref);
         if (!p)
             return anyValue(ref);
@@ -181,25 +199,6 @@ class PropertyListReader {
         if (length == 15 && left >= 2 && p[1] == 0x10 && p[2] <= left - 2)
             return {p + 3, p[2]};
         return {nullptr, notAscii};
-    }
-    /// Whether the text stands at `p`, where there are as many bytes. Short ones without a call.
-    static bool equals(const std::uint8_t* p, std::string_view text) {
-        const auto size = text.size();
-        const auto* const t = text.data();
-        if (size > 16 || size < 4)
-            return size == 0 || std::memcmp(p, t, size) == 0;
-        const auto differ = [&]<class Word>(Word, std::size_t at) {
-            Word a = 0;
-            Word b = 0;
-            // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): there are `size` bytes
-            std::memcpy(&a, p + at, sizeof a);
-            std::memcpy(&b, t + at, sizeof b);
-            return a != b;
-        };
-        // The two words overlap.
-        if (size >= 8)
-            return !differ(std::uint64_t{}, 0) && !differ(std::uint64_t{}, size - 8);
-        return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
     }
     /// Reads 8 bytes, which the trailer behind every value and table entry allows.
     static std::uint64_t bigEndian(const std::uint8_t* p) {

@@ -280,20 +280,10 @@ struct NSXPCCoding<std::vector<std::shared_ptr<T>>> : xpc_coding::Value<NSArrayC
     }
     static std::vector<std::shared_ptr<T>> decode(NSKeyedUnarchiver& coder, std::string_view key,
                                                   const NSClassSet& allowed) {
-        std::vector<std::shared_ptr<T>> values;
         // What is neither an array nor nil is refused by decodeObjects().
         if (!xpc_coding::admitArray(coder, key, allowed) && !classesAllow(allowed, NSArrayClass))
-            return values;
-        auto objects = coder.decodeObjects(key, allowed);
-        values.reserve(objects.size());
-        for (auto& object : objects) {
-            auto value = std::dynamic_pointer_cast<T>(std::move(object));
-            if (!value)
-                throw NSArchiveFailure(key,
-                                       "not an array of " + std::string(T::classObject().name));
-            values.push_back(std::move(value));
-        }
-        return values;
+            return {};
+        return coder.decodeObjects<T>(key, allowed);
     }
 };
 

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include "ArchiveTestModels.h"
+
+/// Arrays of so many objects that they are read in a way of their own.
+namespace morvane::test {
+namespace {
+
+using Nodes = std::vector<std::shared_ptr<Node>>;
+
+Nodes numberedNodes(std::int64_t count) {
+    Nodes nodes;
+    for (std::int64_t i = 0; i < count; ++i) {
+        nodes.push_back(std::make_shared<Node>());
+        nodes.back()->number = i;
+    }
+    return nodes;
+}
+
+NSData archiveOf(const Nodes& nodes) {
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(nodes, "nodes");
+    return archiver.finishEncoding();
+}
+
+Nodes decoded(NSKeyedUnarchiver& unarchiver) {
+    return unarchiver.decodeObjects<Node>("nodes", Node::classes());
+}
+
+Nodes roundTrip(const Nodes& nodes) {
+    const auto archive = archiveOf(nodes);
+    NSKeyedUnarchiver unarchiver(archive);
+    return decoded(unarchiver);
+}
+
+TEST(LargeArray, ItsObjectsAreHeldByItAlone) {
+    const auto archive = archiveOf(numberedNodes(2000));
+    NSKeyedUnarchiver unarchiver(archive);
+    const auto copies = decoded(unarchiver);
+    ASSERT_EQ(copies.size(), 2000u);
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        ASSERT_EQ(copies[i]->number, static_cast<std::int64_t>(i));
+        ASSERT_EQ(copies[i].use_count(), 1);
+    }
+}
+
+TEST(LargeArray, DecodedTwiceItIsOfOtherObjectsOfTheSameContent) {
+    const auto archive = archiveOf(numberedNodes(2000));
+    NSKeyedUnarchiver unarchiver(archive);
+    auto copies = decoded(unarchiver);
+    copies.resize(1000);
+    const auto others = decoded(unarchiver);
+    ASSERT_EQ(others.size(), 2000u);
+    for (std::size_t i = 0; i < others.size(); ++i)
+        ASSERT_EQ(others[i]->number, static_cast<std::int64_t>(i));
+    EXPECT_NE(others[0], copies[0]);
+}
+
+TEST(LargeArray, AnElementThatAnotherHoldsIsTheSameObject) {
+    auto nodes = numberedNodes(2000);
+    for (std::size_t i = 1; i < nodes.size(); ++i)
+        nodes[i]->next = nodes[i / 2];
+    const auto copies = roundTrip(nodes);
+    ASSERT_EQ(copies.size(), nodes.size());
+    for (std::size_t i = 1; i < copies.size(); ++i)
+        ASSERT_EQ(copies[i]->next, copies[i / 2]);
+}
+
+TEST(LargeArray, AnElementThatAnEarlierOneHoldsIsTheSameObject) {
+    auto nodes = numberedNodes(2000);
+    nodes[3]->next = nodes[1500];
+    nodes[4]->next = nodes[2];
+    const auto copies = roundTrip(nodes);
+    ASSERT_EQ(copies.size(), nodes.size());
+    EXPECT_EQ(copies[3]->next, copies[1500]);
+    EXPECT_EQ(copies[4]->next, copies[2]);
+    EXPECT_EQ(copies[1999]->number, 1999);
+}
+
+TEST(LargeArray, AnElementThatStandsThereTwiceIsTheSameObject) {
+    auto nodes = numberedNodes(2000);
+    for (std::size_t i = 0; i < 1000; ++i)
+        nodes.insert(nodes.begin() + 1500, nodes[i]);
+    const auto copies = roundTrip(nodes);
+    ASSERT_EQ(copies.size(), nodes.size());
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        ASSERT_EQ(copies[i]->number, nodes[i]->number);
+        ASSERT_EQ(copies[i], copies[static_cast<std::size_t>(nodes[i]->number) +
+                                    (nodes[i]->number < 1500 ? 0 : 1000)]);
+    }
+}
+
+TEST(LargeArray, ItStandsUnderTwoKeysAndIsOfTheSameObjects) {
+    const auto nodes = numberedNodes(2000);
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(nodes, "nodes");
+    archiver.encodeObjects(nodes, "others");
+    const auto archive = archiver.finishEncoding();
+    NSKeyedUnarchiver unarchiver(archive);
+    const auto copies = decoded(unarchiver);
+    EXPECT_EQ(unarchiver.decodeObjects<Node>("others", Node::classes()), copies);
+}
+
+TEST(LargeArray, AnObjectOfAnotherAllowedClassIsRefused) {
+    std::vector<std::shared_ptr<NSObject>> mixed;
+    for (int i = 0; i < 2000; ++i)
+        mixed.push_back(std::make_shared<Node>());
+    mixed[1700] = std::make_shared<Values>();
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(mixed, "nodes");
+    const auto archive = archiver.finishEncoding();
+    auto classes = Node::classes();
+    classes.push_back(&Values::classObject());
+    NSKeyedUnarchiver unarchiver(archive);
+    EXPECT_EQ(unarchiver.decodeObjects("nodes", classes).size(), mixed.size());
+    try {
+        unarchiver.decodeObjects<Node>("nodes", classes);
+        FAIL();
+    } catch (const NSArchiveFailure& failure) {
+        EXPECT_EQ(failure.what(),
+                  refusal("nodes", "an object of class \"Values\" is not allowed there"));
+    }
+}
+
+}  // namespace
+}  // namespace morvane::test
