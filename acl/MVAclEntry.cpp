@@ -239,15 +239,8 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
         *new NSClassSet{&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()};
     const auto uuid = coder.decodeUUID("uuid");
     const auto tag = coder.decodeInt32("tag");
-    auto objects = coder.decodeObjects("permissions", classes);
-    Permissions permissions;
-    permissions.reserve(objects.size());
-    for (auto& object : objects) {
-        // A permission's class is listed for what the nodes hold, not for the array itself.
-        if (!object->isKindOfClass(MVTreeNode::classObject()))
-            throw NSArchiveFailure("permissions", "an element is not a tree node");
-        permissions.push_back(std::static_pointer_cast<MVTreeNode>(std::move(object)));
-    }
+    // A permission's class is listed for what the nodes hold; in the array itself it is refused.
+    auto permissions = coder.decodeObjects<MVTreeNode>("permissions", classes);
     const bool inherited = coder.decodeBool("inherited");
     return initWithUuid(uuid, tag, std::move(permissions), inherited);
 }

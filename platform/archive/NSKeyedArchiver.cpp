@@ -3,6 +3,8 @@
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
+#include <algorithm>
+#include <bit>
 #include <utility>
 
 namespace morvane {
@@ -18,7 +20,7 @@ class ObjectTable {
     /// The UID of `object`, and whether it is new; `nextUID` is given to a new one.
     std::pair<std::uint32_t, bool> insert(const void* object, std::uint32_t nextUID) {
         if (slots_.size() < 2 * (count_ + 1))
-            grow();
+            grow(4 * slots_.size());
         auto& slot = find(object);
         if (slot != free)
             return {slot, false};
@@ -32,8 +34,7 @@ class ObjectTable {
 
     /// Makes room for `more` objects.
     void reserveMore(std::size_t more) {
-        while (slots_.size() < 2 * (count_ + more + 1))
-            grow();
+        grow(2 * (count_ + more + 1));
         addresses_.reserve(addresses_.size() + more);
     }
 
@@ -46,6 +47,7 @@ class ObjectTable {
     }
 
   private:
+    static constexpr std::size_t fewestSlots = 16;
     static constexpr std::size_t keptSlots = 64;
     /// The UID of "$null".
     static constexpr std::uint32_t free = 0;
@@ -54,15 +56,17 @@ class ObjectTable {
         // Neighbours in memory, which are often written one after the other, stay neighbours.
         const auto address = reinterpret_cast<std::uintptr_t>(object);
         const auto mask = slots_.size() - 1;
-        for (auto i = address >> 4 ^ address >> 12 ^ address >> 20;; ++i) {
+        for (auto i = address >> 5 ^ address >> 12 ^ address >> 20;; ++i) {
             auto& slot = slots_[i & mask];
             if (slot == free || addresses_[slot] == object)
                 return slot;
         }
     }
 
-    void grow() {
-        slots_.assign(slots_.empty() ? 16 : slots_.size() * 4, free);
+    void grow(std::size_t needed) {
+        if (slots_.size() >= std::max(needed, fewestSlots))
+            return;
+        slots_.assign(std::bit_ceil(std::max(needed, fewestSlots)), free);
         for (std::size_t uid = 0; uid < addresses_.size(); ++uid) {
             if (addresses_[uid])
                 find(addresses_[uid]) = static_cast<std::uint32_t>(uid);

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/archive/PropertyListBytes.h>
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/archive/Unicode.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
@@ -8,90 +9,10 @@
 #include <limits>
 
 namespace morvane {
+
+using namespace property_list_bytes;
+
 namespace {
-
-template <class T>
-T bigEndian(T value) {
-    static_assert(std::endian::native == std::endian::little);
-    if constexpr (sizeof(T) == 2) {
-        return __builtin_bswap16(value);
-    } else if constexpr (sizeof(T) == 4) {
-        return __builtin_bswap32(value);
-    } else if constexpr (sizeof(T) == 8) {
-        return __builtin_bswap64(value);
-    } else {
-        return value;
-    }
-}
-
-template <class T>
-std::uint8_t* put(std::uint8_t* p, T value) {
-    const T big = bigEndian(value);
-    std::memcpy(p, &big, sizeof big);
-    return p + sizeof big;
-}
-
-std::uint8_t* putInteger(std::uint8_t* p, std::uint64_t value) {
-    if (value <= 0xff) {
-        *p++ = 0x10;
-        return put(p, static_cast<std::uint8_t>(value));
-    }
-    if (value <= 0xffff) {
-        *p++ = 0x11;
-        return put(p, static_cast<std::uint16_t>(value));
-    }
-    if (value <= 0xffffffff) {
-        *p++ = 0x12;
-        return put(p, static_cast<std::uint32_t>(value));
-    }
-    *p++ = 0x13;
-    return put(p, value);
-}
-
-std::uint8_t* putMarker(std::uint8_t* p, unsigned type, std::uint32_t count) {
-    if (count < 15) {
-        *p++ = static_cast<std::uint8_t>(type | count);
-        return p;
-    }
-    *p++ = static_cast<std::uint8_t>(type | 15);
-    return putInteger(p, count);
-}
-
-std::size_t integerSize(std::uint64_t value) {
-    return value <= 0xff ? 2 : value <= 0xffff ? 3 : value <= 0xffffffff ? 5 : 9;
-}
-
-/// Of a marker with its count.
-std::size_t markerSize(std::uint32_t count) {
-    return count < 15 ? 1 : 1 + integerSize(count);
-}
-
-std::uint8_t* putUid(std::uint8_t* p, std::uint64_t value) {
-    // A UID's marker holds its length less one.
-    auto* const end = putInteger(p, value);
-    *p = static_cast<std::uint8_t>(0x80 | (end - p - 2));
-    return end;
-}
-
-/// As memcpy(); most texts are short, and take no call.
-std::uint8_t* putBytes(std::uint8_t* p, const void* bytes, std::size_t size) {
-    const auto* const from = static_cast<const std::uint8_t*>(bytes);
-    const auto word = [&]<class Word>(Word value, std::size_t at) {
-        std::memcpy(&value, from + at, sizeof value);
-        std::memcpy(p + at, &value, sizeof value);
-    };
-    // The two words overlap.
-    if (size >= 8 && size <= 16) {
-        word(std::uint64_t{}, 0);
-        word(std::uint64_t{}, size - 8);
-    } else if (size >= 4 && size < 8) {
-        word(std::uint32_t{}, 0);
-        word(std::uint32_t{}, size - 4);
-    } else if (size != 0) {
-        std::memcpy(p, from, size);
-    }
-    return p + size;
-}
 
 constexpr std::size_t trailerSize = 32;
 
@@ -180,20 +101,6 @@ void PropertyListWriter::growLarge(std::size_t bytes) {
     large_.resize(largeEnd_ + bytes + more);
 }
 
-template <class Put>
-PropertyListWriter::Ref PropertyListWriter::addLarge(std::size_t mostBytes, Put&& putValue) {
-    if (large_.size() - largeEnd_ < mostBytes)
-        growLarge(mostBytes);
-    largeOffsets_.push_back(static_cast<std::uint32_t>(largeEnd_));
-    const auto* const end = putValue(large_.data() + largeEnd_);
-    largeEnd_ = static_cast<std::size_t>(end - large_.data());
-    return static_cast<Ref>(firstNode_++);
-}
-
-PropertyListWriter::Ref PropertyListWriter::largeUid(std::uint32_t value) {
-    return addLarge(integerSize(value), [&](std::uint8_t* p) { return putUid(p, value); });
-}
-
 void PropertyListWriter::flush() {
     const auto most = bytes_ + refs_.size() * sizeof(Ref);
     for (const auto& node : nodes_) {
@@ -218,14 +125,6 @@ PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
     if (ref == none)
         ref = add(value ? Kind::yes : Kind::no, 0, 0, 1);
     return ref;
-}
-
-PropertyListWriter::Ref PropertyListWriter::integer(std::int64_t value) {
-    const auto bits = static_cast<std::uint64_t>(value);
-    if (isLarge_) {
-        return addLarge(integerSize(bits), [&](std::uint8_t* p) { return putInteger(p, bits); });
-    }
-    return add(Kind::integer, 0, bits, integerSize(bits));
 }
 
 PropertyListWriter::Ref PropertyListWriter::real(double value) {
@@ -280,7 +179,7 @@ PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> b
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
     const auto count = checkedCount(elements.size());
     if (isLarge_) {
-        return addLarge(markerSize(count) + elements.size_bytes(), [&](std::uint8_t* p) {
+        return addLarge(mostMarkerBytes + elements.size_bytes(), [&](std::uint8_t* p) {
             p = putMarker(p, 0xA0, count);
             for (const auto ref : elements)
                 p = put(p, static_cast<std::uint32_t>(numberOf(ref, largeFirstUid_)));
@@ -292,22 +191,27 @@ PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements)
     return add(Kind::array, count, start, markerSize(count));
 }
 
-PropertyListWriter::Ref PropertyListWriter::dictionary(std::span<const Ref> keysAndValues) {
+PropertyListWriter::Ref PropertyListWriter::largeDictionary(std::span<const Ref> keysAndValues) {
     const auto count = checkedCount(keysAndValues.size() / 2);
-    if (isLarge_) {
-        return addLarge(markerSize(count) + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
-            p = putMarker(p, 0xD0, count);
-            const auto distance = std::size_t{count} * sizeof(Ref);
-            for (std::size_t i = 0; i < count; ++i, p += sizeof(Ref)) {
-                const auto number = [&](std::size_t at) {
-                    return static_cast<std::uint32_t>(numberOf(keysAndValues[at], largeFirstUid_));
-                };
-                put(p, number(2 * i));
-                put(p + distance, number(2 * i + 1));
-            }
-            return p + distance;
-        });
-    }
+    return addLarge(mostMarkerBytes + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
+        auto* key = putMarker(p, 0xD0, count);
+        auto* value = key + std::size_t{count} * sizeof(Ref);
+        const auto putNumber = [&](std::uint8_t* at, Ref ref) {
+            // Few references are from before the list became large.
+            if ((ref & uidBit) != 0) [[unlikely]]
+                ref = static_cast<Ref>(numberOf(ref, largeFirstUid_));
+            return put(at, ref);
+        };
+        for (auto pair = keysAndValues.begin(); pair != keysAndValues.end(); pair += 2) {
+            key = putNumber(key, pair[0]);
+            value = putNumber(value, pair[1]);
+        }
+        return value;
+    });
+}
+
+PropertyListWriter::Ref PropertyListWriter::smallDictionary(std::span<const Ref> keysAndValues) {
+    const auto count = checkedCount(keysAndValues.size() / 2);
     const auto start = refs_.size();
     refs_.resize(start + keysAndValues.size());
     auto* const keys = refs_.data() + start;

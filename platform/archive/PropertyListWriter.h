@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/archive/PropertyListBytes.h>
 #include <MorvaneOperation/platform/archive/PropertyListFront.h>
 
 #include <array>
@@ -40,7 +41,15 @@ class PropertyListWriter {
     void beginLarge(std::size_t count);
 
     Ref boolean(bool value);
-    Ref integer(std::int64_t value);
+    Ref integer(std::int64_t value) {
+        const auto bits = static_cast<std::uint64_t>(value);
+        if (isLarge_) {
+            return addLarge(property_list_bytes::mostIntegerBytes, [bits](std::uint8_t* p) {
+                return property_list_bytes::putInteger(p, bits);
+            });
+        }
+        return add(Kind::integer, 0, bits, property_list_bytes::integerSize(bits));
+    }
     Ref real(double value);
     /// UTF-8. Throws NSInvalidArgumentException if it is not.
     Ref string(std::string_view text);
@@ -74,7 +83,9 @@ class PropertyListWriter {
     }
     Ref array(std::span<const Ref> elements);
     /// `keysAndValues`: key, value, key, value, ...
-    Ref dictionary(std::span<const Ref> keysAndValues);
+    Ref dictionary(std::span<const Ref> keysAndValues) {
+        return isLarge_ ? largeDictionary(keysAndValues) : smallDictionary(keysAndValues);
+    }
 
     /// Appends the whole list to `out`. A large one can be written once.
     void write(Ref root, Bytes& out);
@@ -152,9 +163,21 @@ class PropertyListWriter {
     void writeLarge(Ref root, Bytes& out);
 
     // The most frequent values of large lists are written without becoming a node.
-    Ref largeUid(std::uint32_t value);
+    Ref largeUid(std::uint32_t value) {
+        return addLarge(property_list_bytes::mostIntegerBytes,
+                        [value](std::uint8_t* p) { return property_list_bytes::putUid(p, value); });
+    }
+    Ref largeDictionary(std::span<const Ref> keysAndValues);
+    Ref smallDictionary(std::span<const Ref> keysAndValues);
     template <class Put>
-    Ref addLarge(std::size_t mostBytes, Put&& putValue);
+    Ref addLarge(std::size_t mostBytes, Put&& putValue) {
+        if (large_.size() - largeEnd_ < mostBytes)
+            growLarge(mostBytes);
+        largeOffsets_.push_back(static_cast<std::uint32_t>(largeEnd_));
+        const auto* const end = putValue(large_.data() + largeEnd_);
+        largeEnd_ = static_cast<std::size_t>(end - large_.data());
+        return static_cast<Ref>(firstNode_++);
+    }
     void growLarge(std::size_t bytes);
 
     const PropertyListFront& front_;
