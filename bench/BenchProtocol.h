@@ -24,8 +24,10 @@ inline constexpr const char* serviceName = "io.github.morvaneoperation.BenchServ
     /* Calls the client back `count` times, one after the other; how many nanoseconds it took. */ \
     MESSAGE(callBack, "callBack:reply:", (std::int64_t count, NSXPCReply<std::int64_t> reply),    \
             (count, std::move(reply)))                                                            \
-    MESSAGE(items, "items:reply:", (std::int64_t count, NSXPCReply<SizeItems> reply),             \
-            (count, std::move(reply)))
+    /* Makes the array that the next items() hands over. */                                       \
+    MESSAGE(prepareItems, "prepareItems:reply:", (std::int64_t count, NSXPCReply<bool> reply),    \
+            (count, std::move(reply)))                                                            \
+    MESSAGE(items, "itemsWithReply:", (NSXPCReply<SizeItems> reply), (std::move(reply)))
 
 class Bench {
   public:

@@ -49,22 +49,22 @@ class Service final : public Bench {
     void callBack(std::int64_t count, NSXPCReply<std::int64_t> reply) override {
         std::make_shared<CallbackRun>(client_, count, std::move(reply))->next();
     }
-    /// What is measured is the reply: the array is there before, and handed over.
-    void items(std::int64_t count, NSXPCReply<SizeItems> reply) override {
+    void prepareItems(std::int64_t count, NSXPCReply<bool> reply) override {
         while (items_.size() < static_cast<std::size_t>(count)) {
             constexpr std::int64_t someSize = 977;
             items_.push_back(
                 MVFileSizeItem::initWithSize(someSize * static_cast<std::int64_t>(items_.size())));
         }
         items_.resize(static_cast<std::size_t>(count));
-        reply(ready_.size() == items_.size() ? std::exchange(ready_, {}) : items_);
-        ready_ = items_;
+        prepared_ = items_;
+        reply(true);
     }
+    void items(NSXPCReply<SizeItems> reply) override { reply(std::exchange(prepared_, {})); }
 
   private:
     const std::shared_ptr<BenchCallback> client_;
     SizeItems items_;
-    SizeItems ready_;
+    SizeItems prepared_;
 };
 
 }  // namespace

@@ -27,7 +27,8 @@ class Callback final : public BenchCallback {
 
 std::shared_ptr<NSXPCInterface> benchInterface() {
     auto interface = NSXPCInterface::interfaceWithProtocol<Bench>();
-    interface->setClasses({&NSArrayClass, &MVFileSizeItem::classObject()}, "items:reply:", 0, true);
+    interface->setClasses({&NSArrayClass, &MVFileSizeItem::classObject()}, "itemsWithReply:", 0,
+                          true);
     return interface;
 }
 
@@ -104,13 +105,17 @@ class Client {
         return outcome.wait();
     }
 
-    /// From the request to the reply callback with the live objects.
+    /// From the request to the reply callback with the live objects. The service has their array.
     double items(std::size_t count) {
+        Outcome prepared;
+        proxy(prepared)->prepareItems(static_cast<std::int64_t>(count),
+                                      [&](bool) { prepared.finish(); });
+        prepared.wait();
         Outcome outcome;
         const auto service = proxy(outcome);
         SizeItems received;
         const double time = timed([&] {
-            service->items(static_cast<std::int64_t>(count), [&](SizeItems items) {
+            service->items([&](SizeItems items) {
                 received = std::move(items);
                 outcome.finish();
             });
