@@ -20,8 +20,9 @@ namespace keyed {
 using Kind = PropertyListReader::Kind;
 using Value = PropertyListReader::Value;
 
-[[noreturn]] inline void fail(std::string_view key, const std::string& what) {
-    throw NSArchiveFailure(key, what);
+[[noreturn, gnu::cold, gnu::noinline]] inline void fail(std::string_view key,
+                                                        std::string_view what) {
+    throw NSArchiveFailure(key, std::string(what));
 }
 
 inline std::string_view asciiText(const Value& value) {
@@ -76,7 +77,8 @@ inline constexpr Alias aliases[] = {
     {"NSMutableData", &NSDataClass},
 };
 
-inline bool contains(std::span<const NSClass* const> classes, const NSClass& c) {
+[[gnu::always_inline]] inline bool contains(std::span<const NSClass* const> classes,
+                                            const NSClass& c) {
     return std::find(classes.begin(), classes.end(), &c) != classes.end();
 }
 

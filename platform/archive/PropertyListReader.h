@@ -77,7 +77,7 @@ class PropertyListReader {
         const std::uint8_t* bytes;
         std::uint64_t size;
 
-        bool operator==(std::string_view text) const {
+        [[gnu::always_inline]] bool operator==(std::string_view text) const {
             return size == text.size() && sameBytes(bytes, text.data(), text.size());
         }
         bool operator==(const Text& other) const {
@@ -150,14 +150,14 @@ class PropertyListReader {
     }
     /// The i-th element; i < array.count.
     template <Kind likely = Kind::null>
-    Value element(const Value& array, std::uint64_t i) const {
+    [[gnu::always_inline]] Value element(const Value& array, std::uint64_t i) const {
         return value<likely>(reference(array, i));
     }
     Value key(const Value& dictionary, std::uint64_t i) const {
         return value(reference(dictionary, i));
     }
     template <Kind likely = Kind::null>
-    Value valueOf(const Value& dictionary, std::uint64_t i) const {
+    [[gnu::always_inline]] Value valueOf(const Value& dictionary, std::uint64_t i) const {
         return value<likely>(reference(dictionary, std::uint64_t{dictionary.count} + i));
     }
     /// The i-th element or key; as value() would tell.

@@ -138,6 +138,17 @@ void Outbox::release() noexcept {
 }
 
 void Outbox::flush() {
+    if (sendPieces())
+        return;
+    try {
+        runOnWorker([self = shared_from_this()] { self->drain(); });
+        draining_ = true;
+    } catch (const std::exception&) {
+        giveUp();  // no thread that could wait
+    }
+}
+
+bool Outbox::sendPieces() {
     while (!pieces_.empty()) {
         std::array<StreamSocket::Bytes, maxPieces> parts;
         std::size_t count = 0;
@@ -146,7 +157,7 @@ void Outbox::flush() {
         auto sent = socket_->send(std::span(parts).first(count));
         if (!sent) {
             giveUp();
-            return;
+            return true;
         }
         bytes_ -= *sent;
         for (std::size_t left = *sent; left > 0;) {
@@ -160,15 +171,10 @@ void Outbox::flush() {
         if (*sent == 0) {
             if (!deadline_)
                 deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
-            try {
-                runOnWorker([self = shared_from_this()] { self->drain(); });
-                draining_ = true;
-            } catch (const std::exception&) {
-                giveUp();  // no thread that could wait
-            }
-            return;
+            return false;
         }
     }
+    return true;
 }
 
 void Outbox::removeFirst() {
@@ -182,22 +188,19 @@ void Outbox::removeFirst() {
 }
 
 void Outbox::drain() {
-    // The first piece stays the first, and keeps its deadline, while this is the one that sends.
-    const auto deadline = [&] {
-        const std::lock_guard lock(mutex_);
-        return deadline_;
-    }();
-    const bool writable = socket_->waitUntilWritable(deadline);
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    do {
+        // The first piece stays the first, and keeps its deadline, while this is the one that
+        // sends.
+        const auto deadline = deadline_;
+        lock.unlock();
+        const bool writable = socket_->waitUntilWritable(deadline);
+        lock.lock();
+        // Asked of the clock too: a reader that trickles is always just ready for a little more.
+        if (!ended_ && (!writable || std::chrono::steady_clock::now() >= *deadline))
+            giveUp();
+    } while (!ended_ && !sendPieces());
     draining_ = false;
-    if (ended_)
-        return;
-    // Asked of the clock too: a reader that trickles is always just ready for a little more.
-    if (writable && std::chrono::steady_clock::now() < *deadline) {
-        flush();
-    } else {
-        giveUp();
-    }
 }
 
 void Outbox::giveUp() {

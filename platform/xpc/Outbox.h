@@ -52,7 +52,10 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
     void collectLarge(FrameHeader header, std::string_view selector, NSData body);
     void append(StreamSocket::Bytes bytes);
+    /// Sends what waits, the rest from a worker.
     void flush();
+    /// False when the stream takes no more for now.
+    bool sendPieces();
     void drain();
     void removeFirst();
     void giveUp();
