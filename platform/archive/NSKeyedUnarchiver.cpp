@@ -249,41 +249,42 @@ NSErrorRef NSKeyedUnarchiver::decodeError(std::string_view key) {
 
 std::shared_ptr<NSObject> NSKeyedUnarchiver::decodeObject(std::string_view key,
                                                           const NSClassSet& classes) {
-    const auto* object = decodeObjectOfClasses(key, classes);
-    return object ? *object : nullptr;
+    return decodeObject(key, classes, true);
 }
 
-std::shared_ptr<NSObject>* NSKeyedUnarchiver::decodeObjectOfClasses(std::string_view key,
-                                                                    Classes classes) {
-    return reading(key, [&]() -> std::shared_ptr<NSObject>* {
+std::shared_ptr<NSObject> NSKeyedUnarchiver::decodeObject(std::string_view key, Classes classes,
+                                                          bool holds) {
+    return reading(key, [&]() -> std::shared_ptr<NSObject> {
         const auto value = state_->find(key);
-        return value ? objectAt(state_->uid(*value, key), key, classes) : nullptr;
+        return value ? objectAt(state_->uid(*value, key), key, classes, holds) : nullptr;
     });
 }
 
-std::shared_ptr<NSObject>* NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::string_view key,
-                                                       Classes classes) {
+std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::string_view key,
+                                                      Classes classes, bool holds) {
     if (uid == 0)
         return nullptr;
     auto& state = *state_;
     state.spendObject(key);
     Dictionary dictionary(state.list.element<Kind::dictionary>(state.objects, uid));
     const auto& c = state.classOf(dictionary, classes, key);
-    auto& slot = state.slot(uid);
-    if (state.isHeld(slot, uid))
-        return &slot;
+    if (auto object = state.rebuilt.find(uid))
+        return object;
     if (!c.initWithCoder)
         State::refuse(c.name, key);
     state.requireNotWithin(uid, key);
     const State::Depth depth(state.budget, key);
     const State::Within within(state, dictionary, uid);
+    std::shared_ptr<NSObject> object;
     try {
-        slot = c.initWithCoder(*this);
+        object = c.initWithCoder(*this);
     } catch (const NSException& e) {
         fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
                       e.reason() + ")");
     }
-    return &slot;
+    if (holds)
+        state.rebuilt.hold(uid, object);
+    return object;
 }
 
 NSObjectBlock* NSKeyedUnarchiver::blockWithRoom(std::size_t size) {
@@ -331,14 +332,17 @@ void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& clas
     }
     readArray(key, [&](const Value& array) {
         elements.reserve(array.count);
-        State::Lending lending(*state_, elements, array);
+        const State::Lending lending(*state_, elements, array);
+        const bool lends = !state_->innermost && state_->rebuilt.areLent();
         for (std::uint64_t i = 0; i < array.count; ++i) {
             const auto uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
-            auto* const object = uid != 0 ? objectAt(uid, key, classes) : nullptr;
-            if (!object || !*object)
+            auto object = objectAt(uid, key, classes, !lends);
+            if (!object)
                 fail(key, "an element of an array is nil");
-            if (!lending.append(*object, uid))
-                State::refuse((*object)->objectClass().name, key);
+            if (!elements.append(std::move(object)))
+                State::refuse(object->objectClass().name, key);
+            if (lends)
+                state_->rebuilt.lend(uid);
         }
     });
 }
@@ -376,11 +380,10 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
         State state(data, state_->budget);
         NSKeyedUnarchiver nested(state);
-        const auto object = nested.decodeObjectOfClasses("root", classes);
-        if (!object || !*object)
+        auto object = nested.decodeObject("root", classes, false);
+        if (!object)
             fail(key, "a nested archive holds no object");
-        // The nested archive, which also holds it, goes.
-        objects.push_back(std::move(*object));
+        objects.push_back(std::move(object));
     });
     return objects;
 }

@@ -215,9 +215,10 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     State* state_;
     explicit NSKeyedUnarchiver(State& state);
 
-    // Where the archive keeps the object; null for nil.
-    std::shared_ptr<NSObject>* decodeObjectOfClasses(std::string_view key, Classes classes);
-    std::shared_ptr<NSObject>* objectAt(std::uint64_t uid, std::string_view key, Classes classes);
+    // Null for nil. The archive holds it for whoever reaches it again, unless it is held elsewhere.
+    std::shared_ptr<NSObject> decodeObject(std::string_view key, Classes classes, bool holds);
+    std::shared_ptr<NSObject> objectAt(std::uint64_t uid, std::string_view key, Classes classes,
+                                       bool holds);
     template <class Read>
     void readArray(std::string_view key, Read&& read);
     template <class Read>

@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/archive/ArchiveFront.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
+#include <MorvaneOperation/platform/archive/RebuiltObjects.h>
 #include <MorvaneOperation/platform/archive/Unicode.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
@@ -92,8 +93,6 @@ struct NSKeyedUnarchiver::State {
     using Shape = keyed::Shape;
     using Classes = std::span<const NSClass* const>;
 
-    /// An object of the archive once it was rebuilt.
-    using Slot = std::shared_ptr<NSObject>;
     /// A class dictionary that was checked.
     struct CheckedClass {
         std::uint64_t uid;
@@ -109,6 +108,8 @@ struct NSKeyedUnarchiver::State {
     /// archive; no class has nearly as many.
     static constexpr std::uint64_t maxKeys = 64;
     static constexpr std::uint64_t largeArray = 1024;
+    /// So many objects cost the budget only when they are read.
+    static constexpr std::uint64_t fewObjects = 8;
 
     PropertyListReader list;
     NSDecodingBudget ownBudget;
@@ -123,10 +124,7 @@ struct NSKeyedUnarchiver::State {
     const Within* innermost = nullptr;
     Shape shape;
     std::uint64_t shapes = 1;
-    struct Lending;
-    Lending* lending = nullptr;
-    std::array<Slot, 8> fewSlots;
-    std::vector<Slot> manySlots;
+    RebuiltObjects<Elements> rebuilt;
     /// Where the objects of large arrays are made, and how many such arrays are being read.
     struct CloseBlock {
         void operator()(NSObjectBlock* filled) const { filled->close(); }
@@ -140,8 +138,6 @@ struct NSKeyedUnarchiver::State {
     explicit State(NSDataView data)
         : State(data, NSDecodingBudget::forArchiveOfSize(data.size()), nullptr) {}
     State(NSDataView data, NSDecodingBudget& outer) : State(data, {}, &outer) {}
-
-    Slot& slot(std::uint64_t uid) { return manySlots.empty() ? fewSlots[uid] : manySlots[uid]; }
 
     /// The value of `key` in `current`; empty if there is none.
     template <Kind likely = Kind::uid>
@@ -453,62 +449,21 @@ struct NSKeyedUnarchiver::State {
         }
     }
 
-    /// While it exists, a large array is being read that is all that the archive holds. Its
-    /// elements are then held by `elements` alone, as nothing that is read later leads to them; one
-    /// that is reached again meanwhile is found there, where their UIDs rise.
+    /// While it exists, the objects of a large array that is all that the archive holds are lent to
+    /// `elements`: nothing that is read later leads to them.
     struct Lending {
         State& state;
-        Elements& elements;
-        const Value values;
-        bool goesOn;
-        std::uint64_t count = 0;
-        std::uint64_t lastUid = 0;
 
-        Lending(State& s, Elements& e, const Value& v)
-            : state(s),
-              elements(e),
-              values(v),
-              goesOn(v.count >= largeArray && !s.innermost && s.topHoldsOne()) {
-            if (goesOn)
-                state.lending = this;
+        Lending(State& s, const Elements& elements, const Value& array) : state(s) {
+            if (array.count >= largeArray && !s.innermost && s.topHoldsOne())
+                state.rebuilt.lendTo(&elements);
         }
         ~Lending() {
-            if (state.lending == this)
-                state.lending = nullptr;
+            if (!state.innermost)
+                state.rebuilt.lendTo(nullptr);
         }
         Lending(const Lending&) = delete;
         Lending& operator=(const Lending&) = delete;
-
-        /// The next element, which is in `slot`. False if it is of another class.
-        bool append(Slot& slot, std::uint64_t uid) {
-            goesOn = goesOn && uid > lastUid;
-            if (!goesOn)
-                return elements.append(Slot(slot));
-            auto* const object = slot.get();
-            if (!elements.append(std::move(slot)))
-                return false;
-            slot = Slot(Slot(), object);
-            ++count;
-            lastUid = uid;
-            return true;
-        }
-
-        /// Shares a lent object. False if it is that of an array that was read before.
-        bool share(Slot& slot, std::uint64_t uid) const {
-            std::uint64_t first = 0;
-            for (auto end = count; first != end;) {
-                const auto middle = first + (end - first) / 2;
-                if (state.list.element<Kind::uid>(values, middle).bits < uid) {
-                    first = middle + 1;
-                } else {
-                    end = middle;
-                }
-            }
-            if (first == count || elements.at(first).get() != slot.get())
-                return false;
-            slot = elements.at(first);
-            return true;
-        }
     };
 
     bool topHoldsOne() const {
@@ -520,61 +475,8 @@ struct NSKeyedUnarchiver::State {
         return leading == 1;
     }
 
-    /// Whether the object is there already, and held by the archive.
-    bool isHeld(Slot& slot, std::uint64_t uid) const {
-        return slot && (slot.use_count() != 0 || (lending && lending->share(slot, uid)));
-    }
-
-    NSErrorRef error(const Value& reference, std::string_view key) {
-        if (isNil(reference, key))
-            return nullptr;
-        const Depth depth(budget, key);
-        Dictionary object(follow(reference, key));
-        static const NSClass* const classes[] = {&NSError::classObject()};
-        classOf(object, classes, key);
-        const auto domain = find(object, "NSDomain", key);
-        const auto code = find<Kind::integer>(object, "NSCode", key);
-        if (!domain || !code)
-            keyed::fail(key, "an error has no domain or no code");
-        NSErrorUserInfo userInfo;
-        const auto info = find(object, "NSUserInfo", key);
-        if (info && !isNil(*info, key)) {
-            Dictionary dictionary(follow(*info, key));
-            static const NSClass* const dictionaryClasses[] = {&NSDictionaryClass};
-            classOf(dictionary, dictionaryClasses, key);
-            const auto names = elements(dictionary, "NS.keys", key);
-            const auto values = elements(dictionary, "NS.objects", key);
-            if (names.count != values.count)
-                keyed::fail(key, "a dictionary is malformed");
-            for (std::uint64_t i = 0; i < names.count; ++i) {
-                std::string name(
-                    text(follow<Kind::ascii>(list.element<Kind::uid>(names, i), key), key));
-                if (!userInfo
-                         .emplace(std::move(name),
-                                  errorValue(list.element<Kind::uid>(values, i), key))
-                         .second) {
-                    keyed::fail(key, "a dictionary has a key twice");
-                }
-            }
-        }
-        return NSError::errorWithDomain(std::string(text(follow<Kind::ascii>(*domain, key), key)),
-                                        integer(*code, key), std::move(userInfo));
-    }
-
-    NSErrorValue errorValue(const Value& reference, std::string_view key) {
-        if (isNil(reference, key))
-            return NSErrorRef();
-        const auto value = follow(reference, key);
-        if (value.kind == Kind::integer)
-            return integer(value, key);
-        if (value.kind != Kind::dictionary)
-            return std::string(text(value, key));
-        Dictionary object(value);
-        static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject()};
-        if (&classOf(object, classes, key) == &NSURLClass)
-            return url(reference, key);
-        return error(reference, key);
-    }
+    NSErrorRef error(const Value& reference, std::string_view key);
+    NSErrorValue errorValue(const Value& reference, std::string_view key);
 
   private:
     State(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
@@ -606,13 +508,13 @@ struct NSKeyedUnarchiver::State {
         }
         current = &top.emplace(*topValue);
         objects = *objectsValue;
-        if (objects.count > fewSlots.size()) {
+        if (objects.count > fewObjects) {
             if (objects.count > budget.objects) {
                 keyed::fail("$objects", "the archive unfolds into too many objects");
             }
             budget.objects -= objects.count;
-            manySlots.resize(static_cast<std::size_t>(objects.count));
         }
+        rebuilt.resize(static_cast<std::size_t>(objects.count));
     }
 };
 

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <MorvaneOperation/platform/foundation/NSObject.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace morvane {
+
+/// The objects of one archive that were rebuilt, by UID. Most are held here. Those that were lent
+/// are held by the array that they stand in, and are found there while it is being read.
+template <class Elements>
+class RebuiltObjects {
+  public:
+    using Object = std::shared_ptr<NSObject>;
+
+    /// Makes room for all objects of the archive.
+    void resize(std::size_t count) {
+        if (count > fewPlaces_.size())
+            manyPlaces_.resize(count);
+    }
+
+    /// Null for one that is not there.
+    Object find(std::uint64_t uid) const {
+        const auto place = places()[uid];
+        const auto index = place & ~heldBit;
+        if ((place & heldBit) != 0)
+            return index < fewHeld_.size() ? fewHeld_[index] : manyHeld_[index - fewHeld_.size()];
+        // An array that was read before may have let go of it.
+        return place != nowhere && index <= lent_ ? elements_->at(index - 1) : nullptr;
+    }
+
+    void hold(std::uint64_t uid, const Object& object) {
+        if (held_ < fewHeld_.size()) {
+            fewHeld_[held_] = object;
+        } else {
+            manyHeld_.push_back(object);
+        }
+        places()[uid] = heldBit | held_++;
+    }
+
+    /// From now on objects are lent to `elements`; to none if it is null.
+    void lendTo(const Elements* elements) {
+        elements_ = elements;
+        lent_ = 0;
+    }
+    bool areLent() const { return elements_ != nullptr; }
+    /// The next one of the elements has the UID.
+    void lend(std::uint64_t uid) {
+        ++lent_;
+        auto& place = places()[uid];
+        if ((place & heldBit) == 0)
+            place = lent_;
+    }
+
+  private:
+    static constexpr std::uint32_t nowhere = 0;
+    static constexpr std::uint32_t heldBit = 0x80000000;
+
+    std::uint32_t* places() { return manyPlaces_.empty() ? fewPlaces_.data() : manyPlaces_.data(); }
+    const std::uint32_t* places() const {
+        return manyPlaces_.empty() ? fewPlaces_.data() : manyPlaces_.data();
+    }
+
+    /// The index of what is held, marked with the bit; or the number of the element, from 1.
+    std::array<std::uint32_t, 8> fewPlaces_{};
+    std::vector<std::uint32_t> manyPlaces_;
+    std::array<Object, 8> fewHeld_;
+    std::vector<Object> manyHeld_;
+    std::uint32_t held_ = 0;
+    const Elements* elements_ = nullptr;
+    std::uint32_t lent_ = 0;
+};
+
+}  // namespace morvane
