@@ -78,9 +78,12 @@ inline constexpr Alias aliases[] = {
     {"NSMutableData", &NSDataClass},
 };
 
-[[gnu::always_inline]] inline bool contains(std::span<const NSClass* const> classes,
-                                            const NSClass& c) {
-    return std::find(classes.begin(), classes.end(), &c) != classes.end();
+inline bool contains(std::span<const NSClass* const> classes, const NSClass& c) {
+    for (const auto* each : classes) {
+        if (each == &c)
+            return true;
+    }
+    return false;
 }
 
 }  // namespace keyed

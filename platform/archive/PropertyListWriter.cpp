@@ -120,11 +120,8 @@ std::uint32_t PropertyListWriter::checkedCount(std::size_t count) {
     return static_cast<std::uint32_t>(count);
 }
 
-PropertyListWriter::Ref PropertyListWriter::boolean(bool value) {
-    auto& ref = booleans_[value ? 1 : 0];
-    if (ref == none)
-        ref = add(value ? Kind::yes : Kind::no, 0, 0, 1);
-    return ref;
+PropertyListWriter::Ref PropertyListWriter::newBoolean(bool value) {
+    return booleans_[value ? 1 : 0] = add(value ? Kind::yes : Kind::no, 0, 0, 1);
 }
 
 PropertyListWriter::Ref PropertyListWriter::real(double value) {

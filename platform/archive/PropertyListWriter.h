@@ -40,7 +40,10 @@ class PropertyListWriter {
     /// longer throws NSInvalidArgumentException.
     void beginLarge(std::size_t count);
 
-    Ref boolean(bool value);
+    Ref boolean(bool value) {
+        const auto ref = booleans_[value ? 1 : 0];
+        return ref != none ? ref : newBoolean(value);
+    }
     Ref integer(std::int64_t value) {
         const auto bits = static_cast<std::uint64_t>(value);
         if (isLarge_) {
@@ -132,6 +135,7 @@ class PropertyListWriter {
         const auto address = reinterpret_cast<std::uintptr_t>(text);
         return (address ^ address >> 8) % recentCount;
     }
+    Ref newBoolean(bool value);
     Ref newSharedString(std::string_view text, std::size_t at);
     /// Throws NSInvalidArgumentException for what is too long for a count.
     static std::uint32_t checkedCount(std::size_t count);
