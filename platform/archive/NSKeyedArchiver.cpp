@@ -169,7 +169,7 @@ std::vector<std::unique_ptr<State>>& spareStates() {
 constexpr std::size_t maxSpareStates = 4;
 /// From here on an array has room made for it.
 constexpr std::size_t largeArray = 1024;
-/// With so many elements, of a few values each, a list needs references of four bytes.
+/// With so many elements, of a few values each, a list needs references of three bytes or more.
 constexpr std::size_t hugeArray = 32768;
 
 }  // namespace

@@ -47,8 +47,8 @@ const PropertyListFront& emptyFront() {
 
 }  // namespace
 
-PropertyListWriter::PropertyListWriter(const PropertyListFront* front)
-    : front_(front ? *front : emptyFront()), firstNode_(front_.count()) {}
+PropertyListWriter::PropertyListWriter(const PropertyListFront* front, std::size_t mostNarrow)
+    : front_(front ? *front : emptyFront()), mostNarrow_(mostNarrow), firstNode_(front_.count()) {}
 
 void PropertyListWriter::clear() {
     nodes_.clear();
@@ -85,7 +85,12 @@ void PropertyListWriter::beginLarge(std::size_t count) {
     large_.assign(front.begin(), front.end());
     largeEnd_ = front.size();
     isLarge_ = true;
-    largeFirstUid_ = front_.count() + nodes_.size();
+    const auto firstUid = front_.count() + nodes_.size();
+    if (firstUid + uidCount_ <= mostNarrow_) {
+        largeRefs_ = {firstUid, 3, 8};
+    } else {
+        largeRefs_ = {firstUid, 4, 0};
+    }
     for (std::uint32_t value = 0; value < uidCount_; ++value) {
         nodes_.push_back({Kind::uid, 0, value});
         bytes_ += uidSize(value);
@@ -98,14 +103,44 @@ void PropertyListWriter::growLarge(std::size_t bytes) {
     if (bytes > std::numeric_limits<std::uint32_t>::max() - more - largeEnd_) {
         throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
     }
+    // Each value takes a byte at least.
+    if (largeRefs_.size == 3 && firstNode_ + bytes + more > mostNarrow_)
+        widen();
     large_.resize(largeEnd_ + bytes + more);
+}
+
+void PropertyListWriter::widen() {
+    Bytes wide;
+    wide.reserve(large_.capacity() / 3 * 4);
+    const auto front = front_.bytes();
+    wide.assign(front.begin(), front.end());
+    for (std::size_t i = 0; i < largeOffsets_.size(); ++i) {
+        const auto* p = large_.data() + largeOffsets_[i];
+        const auto* const end =
+            large_.data() + (i + 1 < largeOffsets_.size() ? largeOffsets_[i + 1] : largeEnd_);
+        largeOffsets_[i] = static_cast<std::uint32_t>(wide.size());
+        if (*p >> 4 == 0xA || *p >> 4 == 0xD) {
+            const std::size_t marker = (*p & 0xF) != 0xF ? 1 : 2 + (std::size_t{1} << (p[1] & 0xF));
+            wide.insert(wide.end(), p, p + marker);
+            for (p += marker; p != end; p += 3)
+                wide.insert(wide.end(), {0, p[0], p[1], p[2]});
+        } else {
+            wide.insert(wide.end(), p, end);
+        }
+    }
+    large_.swap(wide);
+    largeEnd_ = large_.size();
+    largeRefs_ = {largeRefs_.firstUid, 4, 0};
 }
 
 void PropertyListWriter::flush() {
     const auto most = bytes_ + refs_.size() * sizeof(Ref);
     for (const auto& node : nodes_) {
-        addLarge(most,
-                 [&](std::uint8_t* p) { return putNode<std::uint32_t>(p, node, largeFirstUid_); });
+        addLarge(most, [&](std::uint8_t* p) {
+            return putNode(p, node, [refs = largeRefs_](std::uint8_t* at, Ref ref) {
+                return refs.put(at, ref);
+            });
+        });
     }
     nodes_.clear();
     refs_.clear();
@@ -178,8 +213,9 @@ PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements)
     if (isLarge_) {
         return addLarge(mostMarkerBytes + elements.size_bytes(), [&](std::uint8_t* p) {
             p = putMarker(p, 0xA0, count);
+            const auto refs = largeRefs_;
             for (const auto ref : elements)
-                p = put(p, static_cast<std::uint32_t>(numberOf(ref, largeFirstUid_)));
+                p = refs.put(p, ref);
             return p;
         });
     }
@@ -191,19 +227,13 @@ PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements)
 PropertyListWriter::Ref PropertyListWriter::largeDictionary(std::span<const Ref> keysAndValues) {
     const auto count = checkedCount(keysAndValues.size() / 2);
     return addLarge(mostMarkerBytes + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
-        auto* key = putMarker(p, 0xD0, count);
-        auto* value = key + std::size_t{count} * sizeof(Ref);
-        const auto putNumber = [&](std::uint8_t* at, Ref ref) {
-            // Few references are from before the list became large.
-            if ((ref & uidBit) != 0) [[unlikely]]
-                ref = static_cast<Ref>(numberOf(ref, largeFirstUid_));
-            return put(at, ref);
-        };
-        for (auto pair = keysAndValues.begin(); pair != keysAndValues.end(); pair += 2) {
-            key = putNumber(key, pair[0]);
-            value = putNumber(value, pair[1]);
-        }
-        return value;
+        const auto refs = largeRefs_;
+        p = putMarker(p, 0xD0, count);
+        for (std::size_t i = 0; i < keysAndValues.size(); i += 2)
+            p = refs.put(p, keysAndValues[i]);
+        for (std::size_t i = 1; i < keysAndValues.size(); i += 2)
+            p = refs.put(p, keysAndValues[i]);
+        return p;
     });
 }
 
@@ -230,9 +260,9 @@ std::size_t PropertyListWriter::uidBytes() const {
            (count > 0x10000 ? 2 * (count - 0x10000) : 0);
 }
 
-template <class RefInteger>
+template <class PutRef>
 std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
-                                          std::uint64_t firstUid) const {
+                                          PutRef&& putRef) const {
     switch (node.kind) {
         case Kind::no:
             *p++ = 0x08;
@@ -269,7 +299,7 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
     const auto* ref = refs_.data() + node.payload;
     const auto* const end = ref + (isArray ? node.count : std::size_t{node.count} * 2);
     for (; ref != end; ++ref)
-        p = put(p, static_cast<RefInteger>(numberOf(*ref, firstUid)));
+        p = putRef(p, *ref);
     return p;
 }
 
@@ -287,7 +317,9 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin));
-        p = putNode<RefInteger>(p, node, firstUid);
+        p = putNode(p, node, [&](std::uint8_t* at, Ref ref) {
+            return put(at, static_cast<RefInteger>(numberOf(ref, firstUid)));
+        });
     }
     for (std::uint32_t uid = 0; uid < uidCount_; ++uid) {
         offset = put(offset, static_cast<Offset>(p - begin));
@@ -307,7 +339,8 @@ void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
         put(p, offset << (32 - 8 * offsetSize));
         p += offsetSize;
     }
-    putTrailer(p, offsetSize, sizeof(Ref), firstNode_, numberOf(root, largeFirstUid_), table);
+    putTrailer(p, offsetSize, largeRefs_.size, firstNode_, numberOf(root, largeRefs_.firstUid),
+               table);
     if (out.empty()) {
         out.swap(large_);
     } else {

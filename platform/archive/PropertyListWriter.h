@@ -29,15 +29,17 @@ class PropertyListWriter {
     using Bytes = std::vector<std::uint8_t>;
 
     /// Every list starts with the texts of `front`, whose Refs are 0, 1, 2, ... It outlives the
-    /// writer.
-    explicit PropertyListWriter(const PropertyListFront* front = nullptr);
+    /// writer. `mostNarrow`: so many values of a large list are written with references of three
+    /// bytes; 2^24 or less.
+    explicit PropertyListWriter(const PropertyListFront* front = nullptr,
+                                std::size_t mostNarrow = std::size_t{1} << 24);
 
     void clear();
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
     /// The list will have `count` such values or more: from now on values are written as they are
-    /// added, with references of four bytes. Such a list is shorter than 4 GB; what would make it
-    /// longer throws NSInvalidArgumentException.
+    /// added, with references of three bytes, or of four when there are very many. Such a list is
+    /// shorter than 4 GB; what would make it longer throws NSInvalidArgumentException.
     void beginLarge(std::size_t count);
 
     Ref boolean(bool value) {
@@ -155,8 +157,8 @@ class PropertyListWriter {
     static std::uint64_t numberOf(Ref ref, std::uint64_t firstUid) {
         return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
     }
-    template <class RefInteger>
-    std::uint8_t* putNode(std::uint8_t* p, const Node& node, std::uint64_t firstUid) const;
+    template <class PutRef>
+    std::uint8_t* putNode(std::uint8_t* p, const Node& node, PutRef&& putRef) const;
     template <class RefInteger>
     void writeSized(Ref root, Bytes& out) const;
     template <class RefInteger, class Offset>
@@ -183,8 +185,26 @@ class PropertyListWriter {
         return static_cast<Ref>(firstNode_++);
     }
     void growLarge(std::size_t bytes);
+    /// Makes the references of what is written four bytes wide.
+    void widen();
+    /// How references are written into a large list. A copy stays where it is at hand.
+    struct LargeRefs {
+        std::uint64_t firstUid = 0;
+        unsigned size = 3;
+        unsigned shift = 8;
+
+        std::uint8_t* put(std::uint8_t* p, Ref ref) const {
+            // Few are from before the list became large.
+            if ((ref & uidBit) != 0) [[unlikely]]
+                ref = static_cast<Ref>(numberOf(ref, firstUid));
+            // Four bytes; of three that count, the next overwrites the last.
+            property_list_bytes::put(p, ref << shift);
+            return p + size;
+        }
+    };
 
     const PropertyListFront& front_;
+    const std::size_t mostNarrow_;
     std::vector<Node> nodes_;
     /// The Ref of the first of nodes_.
     std::size_t firstNode_;
@@ -196,12 +216,11 @@ class PropertyListWriter {
     std::uint64_t list_ = 1;
     std::uint32_t uidCount_ = 0;
     bool isLarge_ = false;
-    /// What is written already, up to largeEnd_, where each value of it stands, and the number of
-    /// the first UID.
+    /// What is written already, up to largeEnd_, where each value of it stands.
     Bytes large_;
     std::size_t largeEnd_ = 0;
     std::vector<std::uint32_t> largeOffsets_;
-    std::size_t largeFirstUid_ = 0;
+    LargeRefs largeRefs_;
     Ref booleans_[2] = {none, none};
 };
 

@@ -1,8 +1,9 @@
+#include <MorvaneOperation/platform/archive/PropertyListReader.h>
 #include <gtest/gtest.h>
 
 #include "ArchiveTestModels.h"
 
-/// Arrays of so many objects that they are read in a way of their own.
+/// Arrays of so many objects, and lists of so many values, that they have a way of their own.
 namespace morvane::test {
 namespace {
 
@@ -119,6 +120,45 @@ TEST(LargeArray, AnObjectOfAnotherAllowedClassIsRefused) {
     } catch (const NSArchiveFailure& failure) {
         EXPECT_EQ(failure.what(),
                   refusal("nodes", "an object of class \"Values\" is not allowed there"));
+    }
+}
+
+/// A large list of dictionaries that each hold the one before, in an array.
+NSData listOf(std::size_t count, std::size_t mostNarrow) {
+    PropertyListWriter list(nullptr, mostNarrow);
+    std::vector<PropertyListWriter::Ref> refs{list.sharedString("first")};
+    list.beginLarge(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto number = list.integer(static_cast<std::int64_t>(i));
+        const PropertyListWriter::Ref pairs[] = {refs.front(), number, number, refs.back()};
+        refs.push_back(list.dictionary(pairs));
+    }
+    NSData bytes;
+    list.write(list.array(refs), bytes);
+    return bytes;
+}
+
+TEST(LargeList, HasReferencesOfThreeBytesUntilItsValuesAreTooMany) {
+    constexpr std::size_t count = 200000;
+    const auto narrow = listOf(count, std::size_t{1} << 24);
+    const auto wide = listOf(count, 300000);
+    constexpr std::size_t referenceSizeAt = 32 - 7;
+    EXPECT_EQ(narrow[narrow.size() - referenceSizeAt], 3);
+    EXPECT_EQ(wide[wide.size() - referenceSizeAt], 4);
+    for (const auto& bytes : {narrow, wide}) {
+        const PropertyListReader list(bytes);
+        const auto root = list.value(list.root());
+        ASSERT_EQ(root.kind, PropertyListReader::Kind::array);
+        ASSERT_EQ(root.count, count + 1);
+        EXPECT_TRUE(list.text(root, 0) == "first");
+        for (std::uint32_t i = 0; i < count; ++i) {
+            const auto dictionary = list.element(root, i + 1);
+            ASSERT_EQ(dictionary.count, 2u);
+            ASSERT_TRUE(list.text(dictionary, 0) == "first");
+            ASSERT_EQ(list.valueOf(dictionary, 0).bits, i);
+            ASSERT_EQ(list.key(dictionary, 1).bits, i);
+            ASSERT_EQ(list.reference(dictionary, 3), list.reference(root, i));
+        }
     }
 }
 
