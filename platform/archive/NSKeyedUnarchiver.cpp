@@ -282,7 +282,7 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
         fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
                       e.reason() + ")");
     }
-    if (holds)
+    if (holds && object)
         state.rebuilt.hold(uid, object);
     return object;
 }

@@ -458,8 +458,10 @@ struct NSKeyedUnarchiver::State {
         State& state;
 
         Lending(State& s, const Elements& elements, const Value& array) : state(s) {
-            if (array.count >= largeArray && !s.innermost && s.topHoldsOne())
+            if (array.count >= largeArray && array.count <= s.rebuilt.mostLent && !s.innermost &&
+                s.topHoldsOne()) {
                 state.rebuilt.lendTo(&elements);
+            }
         }
         ~Lending() {
             if (!state.innermost)

@@ -100,12 +100,12 @@ void PropertyListWriter::beginLarge(std::size_t count) {
 
 void PropertyListWriter::growLarge(std::size_t bytes) {
     constexpr std::size_t more = std::size_t{64} << 10;
-    if (bytes > std::numeric_limits<std::uint32_t>::max() - more - largeEnd_) {
-        throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
-    }
     // Each value takes a byte at least.
     if (largeRefs_.size == 3 && firstNode_ + bytes + more > mostNarrow_)
         widen();
+    if (largeEnd_ + bytes + more > std::numeric_limits<std::uint32_t>::max()) {
+        throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
+    }
     large_.resize(largeEnd_ + bytes + more);
 }
 

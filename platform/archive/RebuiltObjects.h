@@ -42,7 +42,9 @@ class RebuiltObjects {
         places()[uid] = heldBit | held_++;
     }
 
-    /// From now on objects are lent to `elements`; to none if it is null.
+    static constexpr std::size_t mostLent = 0x7fffffff;
+    /// From now on objects are lent to `elements`, which are that many at most; to none if it is
+    /// null.
     void lendTo(const Elements* elements) {
         elements_ = elements;
         lent_ = 0;
