@@ -1,6 +1,7 @@
 #include "InheritedValues.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -33,10 +34,17 @@ void append(Bytes& bytes, std::uint32_t value, int count) {
 
 /// 0 or the errno value; no bytes if there is no such list.
 int read(const OpenItem& item, const char* name, Bytes& bytes) {
-    thread_local std::array<std::uint8_t, 65536> buffer;
-    const auto size = item.path.empty()
-                          ? fgetxattr(item.descriptor, name, buffer.data(), buffer.size())
-                          : getxattr(item.path.c_str(), name, buffer.data(), buffer.size());
+    // The kernel makes and clears room for as much as it is asked for.
+    constexpr std::size_t usual = 1024;
+    constexpr std::size_t longest = 65536;
+    thread_local std::array<std::uint8_t, longest> buffer;
+    const auto readUpTo = [&](std::size_t room) {
+        return item.path.empty() ? fgetxattr(item.descriptor, name, buffer.data(), room)
+                                 : getxattr(item.path.c_str(), name, buffer.data(), room);
+    };
+    auto size = readUpTo(usual);
+    if (size < 0 && errno == ERANGE)
+        size = readUpTo(longest);
     if (size < 0)
         return errno == ENODATA ? 0 : errno;
     bytes.assign(buffer.begin(), buffer.begin() + size);
@@ -71,18 +79,25 @@ bool keepsSetgid(gid_t group) {
     return std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
-int writeAccess(const OpenItem& item, mode_t mode, const ItemValues& values) {
-    // The mode tells of most items that they do not have the list yet.
-    if ((mode & 0777) == values.mode) {
-        Bytes old;
-        const int unread = read(item, accessName, old);
-        if (unread == 0 && (old.empty() ? values.isMode : old == values.access))
-            return 0;
-    }
+/// Whether the item has the list already.
+bool hasAccess(const OpenItem& item, mode_t mode, const ItemValues& values) {
+    // The mode tells of most items that they do not.
+    if ((mode & 0777) != values.mode)
+        return false;
+    Bytes old;
+    return read(item, accessName, old) == 0 && (old.empty() ? values.isMode : old == values.access);
+}
+
+int writeAccess(const OpenItem& item, const ItemValues& values) {
     const int code = write(item, accessName, values.access);
-    // A file system without lists still has the mode.
-    return code == EOPNOTSUPP && values.isMode ? writeMode(item, (mode & 07000) | values.mode)
-                                               : code;
+    if (code != EOPNOTSUPP || !values.isMode)
+        return code;
+    // A file system without lists still has the mode. What it has now counts: giving an item to
+    // another owner takes setuid and setgid from it.
+    struct stat now {};
+    if (fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) != 0)
+        return errno;
+    return writeMode(item, (now.st_mode & 07000) | values.mode);
 }
 
 ItemValues itemValuesOf(const PosixList& access,
@@ -99,8 +114,6 @@ ItemValues itemValuesOf(const PosixList& access,
 
 int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32_t owner,
                     std::uint32_t group, const ItemValues& values) {
-    if ((status.st_mode & S_ISGID) != 0 && !keepsSetgid(group))
-        return EPERM;
     const bool isFolder = S_ISDIR(status.st_mode);
     Bytes oldDefaults;
     if (isFolder) {
@@ -109,17 +122,21 @@ int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32
             return code;
     }
     const bool changesOwner = status.st_uid != owner || status.st_gid != group;
+    const bool changesDefaults = isFolder && oldDefaults != values.defaults;
+    const bool changesAccess = !hasAccess(item, status.st_mode, values);
+    if ((changesOwner || changesAccess) && (status.st_mode & S_ISGID) != 0 && !keepsSetgid(group))
+        return EPERM;
     if (changesOwner) {
         if (const int code = writeOwner(item, owner, group))
             return code;
     }
-    const bool changesDefaults = isFolder && oldDefaults != values.defaults;
     int code = changesDefaults ? write(item, defaultName, values.defaults) : 0;
-    if (code == 0) {
-        code = writeAccess(item, status.st_mode, values);
+    if (code == 0 && changesAccess) {
+        code = writeAccess(item, values);
         if (code != 0 && changesDefaults)
             write(item, defaultName, oldDefaults);
     }
+    // Setuid and setgid do not come back: meanwhile the file may have been written to.
     if (code != 0 && changesOwner)
         writeOwner(item, status.st_uid, status.st_gid);
     return code;

@@ -30,7 +30,8 @@ struct InheritedLists {
 };
 
 /// What is there already is not written. An item that would lose its setgid bit is left alone
-/// (EPERM).
+/// (EPERM), but for a file that gets another owner or group: the system takes setuid and setgid
+/// from it.
 std::unique_ptr<const InheritedWriter> inheritedListWriter(const InheritedLists& lists);
 
 /// 0 or an errno value.

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "AclPropagation.h"
 #include "AclRequests.h"
@@ -266,6 +267,71 @@ TEST_F(PropagateRequests, AnotherFileSystemIsNotEntered) {
         return modeOf(top_ + "/file") == 0644 ? 0 : 4;
     });
     EXPECT_EQ(code, 0);
+}
+
+TEST_F(PropagateRequests, AProgramThatGetsAnotherOwnerDoesNotRunAsThatOne) {
+    // Without lists in the file system, the mode is written.
+    for (const auto* const type : {"ramfs", "tmpfs"}) {
+        const auto code = exitCodeOf([&] {
+            if (unshare(CLONE_NEWNS) != 0 ||
+                mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                mount("none", top_.c_str(), type, 0, "mode=711") != 0)
+                return 1;
+            for (const auto& [name, mode] :
+                 {std::pair("/setuid", 04755), {"/setgid", 02755}, {"/mine", 04755}}) {
+                makeFile(top_ + name);
+                if (name == std::string("/mine") ||
+                    chown((top_ + name).c_str(), ordinaryUser, ordinaryUser) == 0)
+                    chmod((top_ + name).c_str(), static_cast<mode_t>(mode));
+            }
+            if (propagate(own()))
+                return 2;
+            if (aclOf(top_ + "/setuid").owner != 0 || modeOf(top_ + "/setuid") != 0711)
+                return 3;
+            if (modeOf(top_ + "/setgid") != 0711)
+                return 4;
+            return modeOf(top_ + "/mine") == 04711 ? 0 : 5;
+        });
+        EXPECT_EQ(code, 0) << type;
+    }
+}
+
+TEST_F(PropagateRequests, WhatIsThereAlreadyIsNotWritten) {
+    auto access = aclOf(top_).access;
+    access.mask = rwx;
+    for (std::uint32_t user = 0; user != 160; ++user)
+        access.users.push_back({alice + user, rx});
+    write(top_, access, access);
+    ASSERT_EQ(propagate(own()), nullptr);
+    const auto changed = [&](const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(lstat((top_ + path).c_str(), &status), 0);
+        return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    };
+    const auto file = changed("/file");
+    const auto folder = changed("/sub");
+    ASSERT_EQ(aclOf(top_ + "/sub/file").access.users.size(), 160U);
+    ASSERT_EQ(propagate(own()), nullptr);
+    EXPECT_EQ(changed("/file"), file);
+    EXPECT_EQ(changed("/sub"), folder);
+}
+
+TEST_F(PropagateRequests, AFolderWithSetgidOfAnotherGroupIsNoFailureIfItHasItsListAlready) {
+    chmod(outside_.c_str(), 0755);
+    chmod(top_.c_str(), 0755);
+    constexpr gid_t otherGroup = 1;
+    for (const auto* const path :
+         {"", "/file", "/program", "/sub", "/sub/file", "/sub/deep", "/sub/deep/file"})
+        ASSERT_EQ(chown((top_ + path).c_str(), ordinaryUser, otherGroup), 0);
+    ASSERT_EQ(chmod((top_ + "/sub").c_str(), 02755), 0);
+    ASSERT_EQ(propagate(own()), nullptr);
+    EXPECT_EQ(exitCodeOf([&] {
+                  if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+                      return 1;
+                  return propagate(own()) ? 2 : 0;
+              }),
+              0);
+    EXPECT_EQ(modeOf(top_ + "/sub"), 02755U);
 }
 
 TEST_F(PropagateRequests, WhatCannotBeChangedIsCountedAndTheRestIsChanged) {
