@@ -4,6 +4,7 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "RequestErrors.h"
 
@@ -11,22 +12,28 @@ namespace morvane {
 
 namespace {
 
-/// What a request is about, as far as it names an item.
-template <class T>
-const NSURL* itemOf(const T& argument) {
-    if constexpr (std::is_same_v<T, NSURL>)
-        return &argument;
-    else if constexpr (std::is_same_v<T, std::vector<NSURL>>)
-        return argument.empty() ? nullptr : &argument.front();
-    else
-        return nullptr;
-}
+/// What a request is about: each item, and the name that it is to get.
+struct Subjects {
+    std::vector<NSURL> items;
+    std::vector<std::string> names;
+
+    void add(const NSURL& url) { items.push_back(url); }
+    void add(const std::vector<NSURL>& urls) { items = urls; }
+    void add(const std::vector<std::string>& newNames) { names = newNames; }
+    template <class T>
+    void add(const T&) {}
+
+    std::string line(std::size_t i) const {
+        auto text = '"' + escapedForLog(items[i].path()) + '"';
+        return i < names.size() ? text + " as \"" + escapedForLog(names[i]) + '"' : text;
+    }
+};
 
 template <class... T>
-NSURL itemOfArguments(const std::tuple<T...>& arguments) {
-    const NSURL* item = nullptr;
-    std::apply([&](const auto&... each) { ((item = item ? item : itemOf(each)), ...); }, arguments);
-    return item ? *item : NSURL::fileURLWithPath("/");
+Subjects subjectsOf(const std::tuple<T...>& arguments) {
+    Subjects subjects;
+    std::apply([&](const auto&... each) { (subjects.add(each), ...); }, arguments);
+    return subjects;
 }
 
 /// Ends a request with an error and with nothing else.
@@ -47,40 +54,52 @@ class GuardedRequests final : public MVFileRequest {
         static_assert(std::string_view(RIGHT).size() > 1, "A message without a right"); \
         guard(SELECTOR, RIGHT, &MVFileRequest::NAME, std::forward_as_tuple ARGUMENTS);  \
     }
+    // The formatter takes the macro for the beginning of what follows.
+    // clang-format off
     MVFileRequestMessages(MVGuardedRequest)
 #undef MVGuardedRequest
 
-        private : template <class Method, class... T>
-                  void guard(std::string_view selector, const char* right, Method method,
-                             std::tuple<T...> arguments) {
-        const auto item = itemOfArguments(arguments);
+  private:
+        // clang-format on
+        template <class Method, class... T>
+        void guard(std::string_view selector, const char* right, Method method,
+                   std::tuple<T...> arguments) {
+        auto subjects = subjectsOf(arguments);
         auto& reply = std::get<sizeof...(T) - 1>(arguments);
-        const std::string line = std::string(selector) + " " + escapedForLog(item.path());
         const auto state = check_(right);
         if (state != RightState::held) {
             const std::string why =
                 std::string("the right ") + right +
                 (state == RightState::expired ? " has expired" : " is not held");
-            log_(line + ": refused, " + why);
+            // Nothing is done, so how many there are is enough.
+            const auto count = subjects.items.size();
+            log_(std::string(selector) + (count == 0 ? "" : " " + subjects.line(0)) +
+                 (count > 1 ? " and " + std::to_string(count - 1) + " more" : "") + ": refused, " +
+                 why);
+            const auto item = count == 0 ? NSURL::fileURLWithPath("/") : subjects.items.front();
             fail(reply, posixError(EACCES, item, "T" + why.substr(1) + ".",
                                    state == RightState::expired
                                        ? "Ask again in five minutes, or in a program started anew."
                                        : ""));
             return;
         }
-        auto told = telling(std::move(reply), line);
+        auto told = telling(std::move(reply), std::string(selector), std::move(subjects));
         reply = std::move(told);
         std::apply([&](T&&... each) { (requests_.get()->*method)(std::forward<T>(each)...); },
                    std::move(arguments));
     }
 
-    /// `reply`, which tells the log how the request has ended before it is sent.
+    /// `reply`, which tells the log of every item how the request has ended before it is sent.
     template <class... T>
-    NSXPCReply<T...> telling(NSXPCReply<T...>&& reply, std::string line) const {
-        return [reply = std::move(reply), log = log_, line = std::move(line)](T... results) {
+    NSXPCReply<T...> telling(NSXPCReply<T...>&& reply, std::string selector,
+                             Subjects subjects) const {
+        return [reply = std::move(reply), log = log_, selector = std::move(selector),
+                subjects = std::move(subjects)](T... results) {
             const auto& error = std::get<NSErrorRef&>(std::tie(results...));
-            log(line + ": " +
-                (error ? "failed, " + escapedForLog(error->localizedDescription()) : "done"));
+            const auto end =
+                error ? "failed, " + escapedForLog(error->localizedDescription()) : "done";
+            for (std::size_t i = 0; i != subjects.items.size(); ++i)
+                log(selector + " " + subjects.line(i) + ": " + end);
             reply(std::move(results)...);
         };
     }
@@ -103,7 +122,7 @@ std::string escapedForLog(std::string_view path) {
     std::string text;
     for (const char c : path.substr(0, longest)) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F || c == '\\') {
+        if (byte < 0x20 || byte >= 0x7F || c == '\\' || c == '"') {
             text += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
         } else {
             text += c;

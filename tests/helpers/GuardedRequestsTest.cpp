@@ -149,10 +149,30 @@ TEST(GuardedRequests, TheLogTellsWhatWithWhichItemAndHowItEnded) {
     for (auto* guard : {&holding, &refusing})
         guard->requests->setAclEntries({}, NSURL::fileURLWithPath("/a\nb"),
                                        [&](NSErrorRef e) { error = e; });
-    EXPECT_EQ(holding.log, std::vector<std::string>{"setAclEntries:url:reply: /a\\x0ab: done"});
+    EXPECT_EQ(holding.log, std::vector<std::string>{"setAclEntries:url:reply: \"/a\\x0ab\": done"});
     EXPECT_EQ(refusing.log,
-              std::vector<std::string>{"setAclEntries:url:reply: /a\\x0ab: refused, the right "
+              std::vector<std::string>{"setAclEntries:url:reply: \"/a\\x0ab\": refused, the right "
                                        "io.github.morvaneoperation.SetFileAcl is not held"});
+}
+
+TEST(GuardedRequests, TheLogNamesEachItemOfARequestAndItsNewName) {
+    Guard holding(RightState::held);
+    Guard refusing(RightState::expired);
+    const std::vector<NSURL> items{NSURL::fileURLWithPath("/a"), NSURL::fileURLWithPath("/b")};
+    for (auto* guard : {&holding, &refusing})
+        guard->requests->renameUrls(items, {"c", "d"}, [](auto, auto, auto) {});
+    EXPECT_EQ(holding.log,
+              (std::vector<std::string>{"renameUrls:names:reply: \"/a\" as \"c\": done",
+                                        "renameUrls:names:reply: \"/b\" as \"d\": done"}));
+    EXPECT_EQ(refusing.log,
+              std::vector<std::string>{"renameUrls:names:reply: \"/a\" as \"c\" and 1 more: "
+                                       "refused, the right io.github.morvaneoperation.RenameFiles "
+                                       "has expired"});
+}
+
+TEST(GuardedRequests, WhatTheLogIsToldCannotWriteToATerminalOrEndItsOwnQuotation) {
+    EXPECT_EQ(escapedForLog("/a\": done\x1b[2J\xc2\x9b\x7f\\\xff"),
+              R"(/a\x22: done\x1b[2J\xc2\x9b\x7f\x5c\xff)");
 }
 
 }  // namespace
