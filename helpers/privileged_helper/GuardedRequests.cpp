@@ -54,16 +54,13 @@ class GuardedRequests final : public MVFileRequest {
         static_assert(std::string_view(RIGHT).size() > 1, "A message without a right"); \
         guard(SELECTOR, RIGHT, &MVFileRequest::NAME, std::forward_as_tuple ARGUMENTS);  \
     }
-    // The formatter takes the macro for the beginning of what follows.
-    // clang-format off
     MVFileRequestMessages(MVGuardedRequest)
 #undef MVGuardedRequest
 
   private:
-        // clang-format on
-        template <class Method, class... T>
-        void guard(std::string_view selector, const char* right, Method method,
-                   std::tuple<T...> arguments) {
+    template <class Method, class... T>
+    void guard(std::string_view selector, const char* right, Method method,
+               std::tuple<T...> arguments) {
         auto subjects = subjectsOf(arguments);
         auto& reply = std::get<sizeof...(T) - 1>(arguments);
         const auto state = check_(right);

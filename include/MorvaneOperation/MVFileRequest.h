@@ -79,7 +79,7 @@ struct MVGuardedMessage {
 
 #define MVFileRequestRight(NAME, SELECTOR, PARAMS, ARGS, RIGHT) MVGuardedMessage{SELECTOR, RIGHT},
 inline constexpr auto MVFileRequestRights =
-    std::to_array<MVGuardedMessage>({MVFileRequestMessages(MVFileRequestRight)});
+    std::to_array<MVGuardedMessage>({ MVFileRequestMessages(MVFileRequestRight) });
 #undef MVFileRequestRight
 
 }  // namespace morvane

@@ -21,7 +21,7 @@ class Reached final : public MVFileRequest {
     MVFileRequestMessages(MVCount)
 #undef MVCount
 
-        std::map<std::string_view, int> times;
+    std::map<std::string_view, int> times;
 
   private:
     template <class... T>
