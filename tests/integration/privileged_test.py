@@ -15,6 +15,7 @@ import socket
 import stat
 import subprocess
 import sys
+import time
 import unittest
 
 import rig as rigs
@@ -252,6 +253,28 @@ class Rights(Privileged):
         RIG.set_clock_forward(0)
         self.end(program)
         self.assertEqual(len(program.prompts), 6)
+
+    def test_a_long_job_outlives_its_grant(self):
+        many = 20000
+        for i in range(many):
+            with open(os.path.join(self.folder, str(i)), "w", encoding="ascii"):
+                pass
+        os.chmod(self.folder, 0o750)
+
+        def changed():
+            return sum(stat.S_IMODE(entry.stat().st_mode) == 0o640 for entry in os.scandir(self.folder))
+
+        program = RIG.start([MORVANE, "--privileged", "acl", self.folder, "--propagate"], "allow")
+        first = next(os.scandir(self.folder)).path
+        limit = time.monotonic() + TIME_LIMIT
+        while stat.S_IMODE(os.stat(first).st_mode) != 0o640 and time.monotonic() < limit:
+            pass  # the job is over in no time
+        with helper_stopped():
+            self.assertLess(changed(), many)
+            RIG.set_clock_forward(50)
+        self.assertEqual(program.finish().code, 0, program.message)
+        self.assertEqual(changed(), many + 1)
+        RIG.set_clock_forward(0)
 
     def test_a_helper_that_starts_anew_knows_how_old_the_grants_are(self):
         program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)

@@ -122,6 +122,11 @@ class TextualAgent(PrivilegedCase):
         self.addCleanup(program.process.kill)
         return program, ours
 
+    def type_password(self, terminal, password):
+        # What is typed before the echo is off is thrown away.
+        wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO, "the end of the echo")
+        os.write(terminal, password.encode() + b"\n")
+
     def read(self, terminal, until=None):
         return terminals.read(terminal, TIME_LIMIT, until)
 
@@ -130,14 +135,21 @@ class TextualAgent(PrivilegedCase):
         shown = self.read(terminal, until="Password:")
         self.assertIn(f"{LABEL}.GetFileAcl", shown)
         self.assertIn("Morvane wants to retrieve file Access Control List.", shown)
-        # What is typed before the echo is off is thrown away.
-        wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO, "the end of the echo")
-        os.write(terminal, b"not the password\n")
+        self.type_password(terminal, "not the password")
         shown = self.read(terminal)
         self.assertIn("The authorization was denied.", shown)
         self.assertNotIn("Who", shown)
         self.assertEqual(program.finish().code, 1)
         self.assertEqual(self.look(), self.before)
+
+    def test_whoever_knows_an_administrators_password_is_shown_the_list(self):
+        RIG.set_password("root", "the password")
+        program, terminal = self.start()
+        self.read(terminal, until="Password:")
+        self.type_password(terminal, "the password")
+        shown = self.read(terminal)
+        self.assertEqual(program.finish().code, 0, shown)
+        self.assertIn("Who", shown)
 
     def test_in_a_session_without_an_agent_the_command_brings_one(self):
         for cgroup in (IN_SESSION, IN_USER_SERVICE):
