@@ -1,6 +1,11 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include "AclRequests.h"
 #include "RequestErrors.h"
@@ -43,6 +48,44 @@ TEST(AclRequests, AUrlOfSomethingElseThanAFileIsRefused) {
     expectError(answer.error, EINVAL, *url);
     EXPECT_EQ(answer.error->localizedDescription(),
               "Only files and folders have an access-control list.");
+}
+
+/// Items of root's that are to be changed for somebody else.
+class AclRequestsOnBehalf : public testing::Test {
+  protected:
+    AclRequestsOnBehalf() {
+        std::string name = (std::filesystem::temp_directory_path() / "morvane-XXXXXX").string();
+        folder_ = mkdtemp(name.data());
+    }
+    ~AclRequestsOnBehalf() override { std::filesystem::remove_all(folder_); }
+
+    /// Writes the item's own list back to it.
+    static NSErrorRef rewrite(const std::string& path, std::uint32_t user) {
+        const auto url = NSURL::fileURLWithPath(path);
+        const auto answer = aclEntriesOfUrl(url);
+        EXPECT_FALSE(answer.error);
+        return setAclEntriesOfUrl(answer.entries, url, PathRule{user});
+    }
+
+    static constexpr std::uint32_t somebody_ = 65534;
+    std::filesystem::path folder_;
+};
+
+TEST_F(AclRequestsOnBehalf, OnlyFilesAndFoldersAreChanged) {
+    std::ofstream(folder_ / "file");
+    ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
+    EXPECT_FALSE(rewrite(folder_ / "file", somebody_));
+    EXPECT_FALSE(rewrite(folder_, somebody_));
+    expectError(rewrite(folder_ / "fifo", somebody_), EPERM,
+                NSURL::fileURLWithPath((folder_ / "fifo").string()));
+}
+
+TEST_F(AclRequestsOnBehalf, AFileWithSeveralNamesIsChangedForItsOwnerOnly) {
+    std::ofstream(folder_ / "file");
+    std::filesystem::create_hard_link(folder_ / "file", folder_ / "other");
+    expectError(rewrite(folder_ / "file", somebody_), EMLINK,
+                NSURL::fileURLWithPath((folder_ / "file").string()));
+    EXPECT_FALSE(rewrite(folder_ / "file", getuid()));
 }
 
 }  // namespace

@@ -157,5 +157,17 @@ TEST_F(PosixAclReader, AFailureToLookForAnNfs4ListIsNotTakenForNone) {
               (AclReadFailure{EIO, false}));
 }
 
+TEST_F(PosixAclReader, AnItemThatWasOpenedIsReadWhateverHasItsPathByThen) {
+    const std::string path = file(0600);
+    const auto opened = AclItem::open(path);
+    ASSERT_TRUE(std::holds_alternative<AclItem>(opened));
+    std::filesystem::rename(path, folder_ + "/aside");
+    ASSERT_EQ(mkdir(path.c_str(), 0777), 0);
+    const auto read = readPosixAcl(std::get<AclItem>(opened));
+    ASSERT_TRUE(std::holds_alternative<PosixAcl>(read));
+    EXPECT_FALSE(std::get<PosixAcl>(read).isDirectory);
+    EXPECT_EQ(std::get<PosixAcl>(read).access, acl(folder_ + "/aside").access);
+}
+
 }  // namespace
 }  // namespace morvane

@@ -73,6 +73,12 @@ mode_t modeOf(const std::string& path) {
     return status.st_mode & 07777;
 }
 
+ino_t inodeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_ino;
+}
+
 /// A folder `top` with the files "file" and "program" and the folder "sub", which has a file and a
 /// folder with a file.
 class PropagateRequests : public testing::Test {
@@ -460,6 +466,38 @@ TEST_F(PropagateRequests, AnAnswerYesLetsTheWorkGoOn) {
     propagation.run(opened(top_), top_);
     EXPECT_FALSE(propagation.isCancelled());
     EXPECT_EQ(propagation.items(), 6U);
+    EXPECT_EQ(propagation.failureCount(), 0U);
+}
+
+TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
+    /// Replaces what is beside the first file that it is to write by a link out of the tree.
+    class Swapping final : public InheritedWriter {
+      public:
+        Swapping(const std::string& top, const std::string& target, std::vector<ino_t>& written)
+            : top_(top), target_(target), written_(written) {}
+        int write(const OpenItem&, const struct stat& status, std::size_t) const override {
+            written_.push_back(status.st_ino);
+            for (const auto* const name : {"/file", "/program"}) {
+                if (written_.size() == 1 && inodeOf(top_ + name) != status.st_ino) {
+                    fs::remove(top_ + name);
+                    fs::create_symlink(target_, top_ + name);
+                }
+            }
+            return 0;
+        }
+
+      private:
+        const std::string& top_;
+        const std::string& target_;
+        std::vector<ino_t>& written_;
+    };
+    fs::remove_all(top_ + "/sub");
+    const auto elsewhere = outside_ + "/elsewhere";
+    makeFile(elsewhere);
+    std::vector<ino_t> written;
+    AclPropagation propagation(std::make_unique<Swapping>(top_, elsewhere, written), std::nullopt);
+    propagation.run(opened(top_), top_);
+    EXPECT_EQ(written.size(), 1U);
     EXPECT_EQ(propagation.failureCount(), 0U);
 }
 

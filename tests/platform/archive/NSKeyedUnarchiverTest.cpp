@@ -51,6 +51,20 @@ TEST(NSKeyedUnarchiver, AClassOutsideTheSetIsRefusedBeforeAnythingIsMade) {
     EXPECT_EQ(Node::made(), before);
 }
 
+TEST(NSKeyedUnarchiver, AClassThatWasAllowedElsewhereIsRefused) {
+    NSKeyedArchiver archiver;
+    const Node first;
+    const Node second;
+    archiver.encodeObject(&first, "first");
+    archiver.encodeObject(&second, "second");
+    const auto bytes = archiver.finishEncoding();
+    NSKeyedUnarchiver unarchiver(bytes);
+    EXPECT_TRUE(unarchiver.decodeObject("first", {&Node::classObject()}));
+    const int before = Node::made();
+    EXPECT_THROW(unarchiver.decodeObject("second", {&Values::classObject()}), NSArchiveFailure);
+    EXPECT_EQ(Node::made(), before);
+}
+
 TEST(NSKeyedUnarchiver, AnUnknownClassIsRefused) {
     EXPECT_EQ(failure(nodeArchive([](auto& a, auto& p) {
                   const auto c = a.classNamed("Unknown", {"Unknown", "NSObject"});
@@ -345,6 +359,25 @@ TEST(NSKeyedUnarchiver, ASmallArchiveCannotUnfoldBeyondItsBudget) {
     const auto what = failure(blob);
     EXPECT_NE(what.find("the archive unfolds into too many"), std::string::npos) << what;
     EXPECT_LT(Node::made() - before, 4000);
+}
+
+TEST(NSKeyedUnarchiver, AnObjectThatIsNamedVeryOftenSpendsTheBudgetOfObjects) {
+    const auto member = [](ArchiveBuilder& a, Pairs& p, std::string_view key, Ref element,
+                           std::size_t count) {
+        const auto c = a.classNamed("NSArray", {"NSArray", "NSObject"});
+        const std::vector<Ref> elements(count, a.uid(a.add(element)));
+        p.emplace_back(
+            key,
+            a.uid(a.add(a.dictionary({{"NS.objects", a.list.array(elements)}, {"$class", c}}))));
+    };
+    const auto inner = nodeArchive([&](auto& a, auto& p) {
+        const auto node = a.dictionary({{"$class", a.classNamed("Node", {"Node", "NSObject"})}});
+        member(a, p, "objects", node, 300);
+    });
+    const auto bytes = nodeArchive(
+        [&](auto& a, auto& p) { member(a, p, "archives", a.list.data(NSDataView(inner)), 50); });
+    const auto what = failure(bytes);
+    EXPECT_NE(what.find("the archive unfolds into too many objects"), std::string::npos) << what;
 }
 
 TEST(NSKeyedUnarchiver, ATextThatIsReadVeryOftenSpendsTheBudgetOfBytes) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
 
 #include "platform/fake/FakeStreamSocket.h"
 
@@ -69,7 +70,9 @@ TEST(FrameReader, RefusesAFrameThatEndsEarlyAtAnyByte) {
 }
 
 TEST(FrameReader, RefusesALengthOverTheLimitBeforeItsPayloadCame) {
-    EXPECT_TRUE(isRefused(frame({FrameKind::request, false, 0, limits::frameSize + 1, 1}, 0)));
+    const FrameHeader header{FrameKind::request, false, 0, limits::frameSize + 1, 1};
+    EXPECT_FALSE(FrameHeader::parse(header.bytes()));
+    EXPECT_TRUE(isRefused(frame(header, limits::frameSize + 1)));
 }
 
 TEST(FrameReader, RefusesASelectorLongerThanItsPayload) {
@@ -110,18 +113,26 @@ TEST(FrameReader, RefusesASecondSelectorInOneMessage) {
     EXPECT_FALSE(readAfter(reader, *far, frame({FrameKind::request, false, 1, 5, 9}, 5)));
 }
 
+/// Whether the reader ends although the stream, of which nothing more comes, stays open.
+bool givesUp(FrameReader& reader, FakeStreamSocket& far) {
+    auto message = std::async(std::launch::async, [&] { return reader.next().has_value(); });
+    const bool hasEnded = message.wait_for(30s) == std::future_status::ready;
+    far.shutdown();
+    return !message.get() && hasEnded;
+}
+
 TEST(FrameReader, GivesUpOnAFrameThatTakesTooLong) {
     auto [near, far] = FakeStreamSocket::pair();
     FrameReader reader(*near, 1ms);
-    put(*far, NSData{'M'});  // the stream stays open
-    EXPECT_FALSE(reader.next());
+    put(*far, NSData{'M'});
+    EXPECT_TRUE(givesUp(reader, *far));
 }
 
 TEST(FrameReader, GivesUpOnALargePayloadThatTakesTooLong) {
     auto [near, far] = FakeStreamSocket::pair();
     FrameReader reader(*near, 1ms);
     put(*far, frame({FrameKind::reply, false, 0, limits::frameSize, 1}, 10));
-    EXPECT_FALSE(reader.next());
+    EXPECT_TRUE(givesUp(reader, *far));
 }
 
 TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
@@ -147,6 +158,34 @@ TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
     FrameReader reader(socket, 1ms);
     EXPECT_FALSE(reader.next());
     EXPECT_LT(socket.given, FrameHeader::size + limits::frameSize);
+}
+
+TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
+    /// Sends large frames, each of which promises another, and ends only well over the limit.
+    class Endless final : public StreamSocket {
+      public:
+        const NSData one =
+            frame({FrameKind::reply, true, 0, limits::frameSize, 1}, limits::frameSize);
+        const std::size_t end = one.size() * (limits::messageSize / limits::frameSize + 4);
+        std::size_t given = 0;
+
+        std::size_t receive(std::span<std::uint8_t> into, const Deadline&) override {
+            const auto at = given % one.size();
+            const auto count = given == end ? 0 : std::min(into.size(), one.size() - at);
+            std::copy_n(one.begin() + static_cast<std::ptrdiff_t>(at), count, into.begin());
+            given += count;
+            return count;
+        }
+        std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
+        bool waitUntilWritable(const Deadline&) override { return false; }
+        void shutdown() override {}
+        PeerCredentials peer() const override { return {}; }
+    };
+    Endless socket;
+    FrameReader reader(socket);
+    EXPECT_FALSE(reader.next());
+    EXPECT_GE(socket.given, limits::messageSize);
+    EXPECT_LT(socket.given, limits::messageSize + 2 * limits::frameSize);
 }
 
 TEST(FrameReader, KnowsWhetherTheNextMessageIsHereWhole) {
