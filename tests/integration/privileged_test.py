@@ -27,6 +27,7 @@ rigs.enter_namespaces()
 INSTALL_POLICY = os.path.join(BUILD, f"{LABEL}.InstallHelper.policy")
 RIG = rigs.Rig(HELPER, [POLICY, INSTALL_POLICY], AGENT, CLOCK)
 EACCES = 13
+CONNECTION_INVALID = 4099
 
 
 def run(*arguments, agent=None):
@@ -364,13 +365,16 @@ def pidfd_getfd(pid, descriptor):
 
 
 class Attackers(Privileged):
-    def test_a_client_that_asked_for_no_right_reaches_no_handler(self):
+    def codes_without_a_right(self):
+        """What each request is answered with if its sender has asked for no right."""
         result = subprocess.run([*AS_USER, BARE_CLIENT, self.file], capture_output=True, text=True,
                                 timeout=TIME_LIMIT)
-        lines = result.stdout.splitlines()
-        self.assertEqual(len(lines), 7, result.stderr)
-        for line in lines:
-            self.assertEqual(line.split()[1], str(EACCES), line)
+        codes = [int(line.split()[1]) for line in result.stdout.splitlines()]
+        self.assertEqual(len(codes), 7, result.stderr)
+        return codes
+
+    def test_a_client_that_asked_for_no_right_reaches_no_handler(self):
+        self.assertEqual(self.codes_without_a_right(), [EACCES] * 7)
         self.assertEqual(self.look(), self.before)
 
     def test_a_symbolic_link_on_the_way_is_refused(self):
@@ -443,6 +447,8 @@ class Attackers(Privileged):
             outcome = run("acl", self.file, agent="allow")
             self.assertNotEqual(outcome.code, 0)
             self.assertEqual(outcome.output, "")
+            # Whoever sends without a look at what is installed does not reach the helper either.
+            self.assertEqual(self.codes_without_a_right(), [CONNECTION_INVALID] * 7)
         finally:
             os.chown(SOCKET, 0, 0)
 
@@ -465,6 +471,13 @@ class Attackers(Privileged):
             os.unlink(SOCKET)
             os.rename(SOCKET + ".aside", SOCKET)
 
+    def frame_from(self, connection):
+        """What a frame carries behind its header, which has the length of that."""
+        with connection.makefile("rb") as stream:
+            header = stream.read(24)
+            self.assertEqual((len(header), header[:4]), (24, b"MVX1"))
+            return stream.read(int.from_bytes(header[8:12], "little"))
+
     def test_a_process_that_has_the_number_of_the_one_that_connected_does_not_speak_for_it(self):
         request = self.captured_request()
         ours, theirs = socket.socketpair()
@@ -483,18 +496,17 @@ class Attackers(Privileged):
         os.waitpid(connector, 0)
         with open("/proc/sys/kernel/ns_last_pid", "w", encoding="ascii") as f:
             f.write(str(connector - 1))
-        program = RIG.start([BARE_CLIENT, self.folder, "authorize"], "allow", stdin=subprocess.PIPE)
+        other = os.path.join(self.folder, "other")  # which it renames
+        os.mkdir(other)
+        program = RIG.start([BARE_CLIENT, other, "authorize"], "allow", stdin=subprocess.PIPE)
         self.assertEqual(program.process.pid, connector, "the number was not given again")
         first = [program.process.stdout.readline().split()[1] for _ in range(7)]
         self.assertNotIn(str(EACCES).encode(), first, "it holds every right itself")
         connection.settimeout(TIME_LIMIT)
         connection.sendall(request)
-        answer = b""
-        while b"is not held" not in answer:
-            data = connection.recv(65536)
-            self.assertTrue(data, answer)
-            answer += data
-            self.assertNotIn(b"MVAclEntry", answer)
+        answer = self.frame_from(connection)
+        self.assertNotIn(b"MVAclEntry", answer)
+        self.assertIn(b"is not held", answer)
         program.process.stdin.close()
         program.process.stdin = None
         self.assertEqual(program.finish().code, 0)

@@ -56,13 +56,15 @@ TEST(LinuxStreamSocket, APeerThatHasEndedHasNoStartTime) {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
         _exit(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
     }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+    // It has ended, and until it is waited for the system still tells its start time.
+    siginfo_t end{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT), 0);
+    ASSERT_EQ(end.si_status, 0);
     const LinuxStreamSocket stream{FileDescriptor(accept(listening.get(), nullptr, nullptr))};
     std::filesystem::remove_all(folder);
     EXPECT_EQ(stream.peer().processIdentifier, child);
     EXPECT_EQ(stream.peerStartTime(), 0U);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 TEST(LinuxStreamSocket, SendsOnlyWhatThePeerHasRoomFor) {
