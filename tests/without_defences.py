@@ -1,0 +1,411 @@
+#!/usr/bin/env python3
+"""Takes each defence away in turn and sees that its tests fail then.
+
+usage: without_defences.py [WORDS...]
+
+With words, only the defences whose title has one of them. The tracked files, as they stand, are copied to
+build/without-defences and built and changed there; the checkout stays as it is. Needs root, as the tests of
+the privileged road do. Ends with 1 if a test did not notice, or if a row does not fit the source any more.
+"""
+import filecmp
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+from typing import NamedTuple
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+COPY = os.path.join(SOURCE, "build/without-defences")
+BUILD = os.path.join(COPY, "build/dev")
+TIME_LIMIT = 240  # one test, a watchdog's minute included
+
+
+class Defence(NamedTuple):
+    title: str
+    file: str
+    text: str      # stands there once
+    without: str   # takes its place
+    tests: tuple   # names of ctest; behind "privileged", a method of its classes
+
+
+def privileged(*methods):
+    return tuple(f"privileged {method}" for method in methods)
+
+
+# What is built for a test: the program that has its suite.
+PROGRAMS = {
+    "privileged": ("morvane", "privileged_helper", "policy_agent", "bare_client", "shifted_clock",
+                   "file_service"),
+    "PosixAclReader": ("posix_acl_test",),
+    "AclRequestsOnBehalf": ("posix_acl_test",),
+    "PropagateRequests": ("propagate_requests_test",),
+    "RenameRequests": ("rename_requests_test",),
+    "SizeRequestsTest": ("size_walker_test",),
+    "DirectoryRequestsTest": ("size_walker_test",),
+    "GuardedRequests": ("guarded_requests_test",),
+    "LinuxStreamSocket": ("linux_connections_test",),
+    "WellKnownSocketTest": ("linux_connections_test",),
+    "GrantAges": ("linux_grant_ages_test",),
+    "GrantAgesInAFile": ("linux_grant_ages_test",),
+    "NSKeyedUnarchiver": ("archive_test",),
+    "FrameReader": ("xpc_test",),
+    "HostilePeer": ("xpc_test",),
+    "NSXPCConnection": ("xpc_test",),
+    "NSXPCListener": ("xpc_test",),
+    "Outbox": ("xpc_test",),
+}
+
+# Several rows for a defence that can be taken away in several ways.
+DEFENCES = (
+    # Paths.
+    Defence("No symbolic link on the way is followed for another user.",
+            "helpers/common/ItemPath.cpp",
+            "how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;",
+            "how.resolve = 0;",
+            ("RenameRequests.TheRuleForRootFollowsNoLinkOnTheWay",
+             "SizeRequestsTest.OnBehalfOfAnotherNoLinkOnTheWayIsFollowed",
+             "DirectoryRequestsTest.ALinkToAFolderIsFollowedButNotOnBehalfOfAnother",
+             "PropagateRequests.OnBehalfOfAUserNoLinkLeadsToTheFolder",
+             *privileged("Attackers.test_a_symbolic_link_on_the_way_is_refused",
+                         "Attackers.test_a_link_swapped_in_during_the_check_is_refused",
+                         "Attackers.test_a_folder_swapped_for_a_link_during_the_check_is_refused"))),
+    Defence("The helper's handlers work under the rule for other users.",
+            "helpers/common/FileRequestHandler.cpp",
+            "PathRule{static_cast<std::uint32_t>(client->effectiveUserIdentifier())}",
+            "PathRule{}",
+            privileged("Attackers.test_a_link_swapped_in_during_the_check_is_refused",
+                       "Attackers.test_a_hard_link_to_a_file_of_another_is_not_changed")),
+    Defence("An item is used through its descriptor, whatever has its path by then.",
+            "helpers/common/PosixAclReader.cpp",
+            "return AclItem(std::get<FileDescriptor>(std::move(item)));",
+            "AclItem opened(std::get<FileDescriptor>(std::move(item)));\n"
+            "    opened.path_ = path;\n"
+            "    return opened;",
+            ("PosixAclReader.AnItemThatWasOpenedIsReadWhateverHasItsPathByThen",)),
+    Defence("Files below a folder are opened without following a link.",
+            "helpers/common/AclPropagation.cpp",
+            "fileFlags = O_RDONLY | O_NOFOLLOW |",
+            "fileFlags = O_RDONLY |",
+            ("PropagateRequests.AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone",)),
+    Defence("A hard link to another's file is not changed.",
+            "helpers/common/ItemPath.cpp",
+            "return status.st_nlink > 1 && status.st_uid != *rule.onBehalfOf ? EMLINK : 0;",
+            "return 0;",
+            ("AclRequestsOnBehalf.AFileWithSeveralNamesIsChangedForItsOwnerOnly",
+             *privileged("Attackers.test_a_hard_link_to_a_file_of_another_is_not_changed"))),
+    Defence("A hard link to another's file below a folder is not changed.",
+            "helpers/common/AclPropagation.cpp",
+            "return EMLINK;",
+            "return p_.writer_->write(item, status, in.level);",
+            ("PropagateRequests.OnBehalfOfAUserAFileWithFurtherNamesIsLeftAlone",)),
+    Defence("Devices, FIFOs and sockets are not changed for another user.",
+            "helpers/common/ItemPath.cpp",
+            "return EPERM;",
+            "return 0;",
+            ("AclRequestsOnBehalf.OnlyFilesAndFoldersAreChanged",)),
+
+    # Who asks, and for what.
+    Defence("A request reaches its handler only if its right is held.",
+            "helpers/privileged_helper/GuardedRequests.cpp",
+            "if (state != RightState::held) {",
+            "if (state != RightState::held && line.empty()) {",
+            ("GuardedRequests.NoMessageReachesItsHandlerWithoutItsOwnRight",
+             *privileged("Attackers.test_a_client_that_asked_for_no_right_reaches_no_handler"))),
+    Defence("Each request needs the right of its own row.",
+            "helpers/privileged_helper/GuardedRequests.cpp",
+            "check_(right);",
+            'check_(MVApplicationIdentifierPrefix ".GetFileAcl");',
+            ("GuardedRequests.NoMessageReachesItsHandlerWithoutItsOwnRight",)),
+    Defence("An expired right opens nothing.",
+            "helpers/privileged_helper/GuardedRequests.cpp",
+            "if (state != RightState::held) {",
+            "if (state == RightState::notHeld) {",
+            ("GuardedRequests.AnExpiredRightOpensNothing",
+             *privileged("Rights.test_every_right_expires_after_45_seconds"))),
+    Defence("A grant is good for 45 seconds.",
+            "platform/linux/GrantAges.cpp",
+            "return !isNew && now - known->second > rightLifetime;",
+            "return !isNew && now - known->second > forgottenAfter;",
+            ("GrantAges.AGrantIsGoodForFortyFiveSecondsFromItsFirstSight",
+             "GrantAges.UsingAGrantDoesNotProlongIt",
+             *privileged("Rights.test_every_right_expires_after_45_seconds"))),
+    Defence("A grant does not become young with a new helper.",
+            "platform/linux/GrantAges.cpp",
+            "if (isNew)\n        store();\n",
+            "",
+            ("GrantAgesInAFile.OutlastTheProcess",
+             *privileged("Rights.test_a_helper_that_starts_anew_knows_how_old_the_grants_are"))),
+    Defence("Only polkit's yes is a yes.",
+            "platform/linux/PolicyAuthority.cpp",
+            "if (!answer || !answer->isAuthorized)\n        return RightState::notHeld;",
+            "if (!answer)\n        return RightState::held;\n"
+            "    if (!answer->isAuthorized)\n        return RightState::notHeld;",
+            privileged("Rights.test_polkit_killed_before_the_helper_asks_it_ends_the_request",
+                       "Attackers.test_a_client_that_has_gone_during_the_check_gets_nothing_done")),
+    Defence("The helper keeps only the capabilities that it needs.",
+            "helpers/privileged_helper/main.cpp",
+            "if (const int code = keepNeededCapabilities()) {",
+            "if (const int code = 0) {",
+            privileged("Helper.test_it_keeps_only_the_capabilities_that_it_needs")),
+    Defence("A process that has the number of the one that connected does not speak for it.",
+            "platform/linux/LinuxStreamSocket.cpp",
+            "return ::poll(&poll, 1, 0) == 0 ? startTime : 0;",
+            "return ::poll(&poll, 1, 0) >= 0 ? startTime : 0;",
+            ("LinuxStreamSocket.APeerThatHasEndedHasNoStartTime",
+             *privileged("Attackers.test_a_process_that_has_the_number_of_the_one_that_connected"
+                         "_does_not_speak_for_it"))),
+
+    # The client's side.
+    Defence("A privileged socket is root's.",
+            "platform/linux/WellKnownSocket.cpp",
+            "|| status.st_uid != 0))",
+            "))",
+            ("WellKnownSocketTest.ASquattersSocketIsNotEvenConnectedTo",
+             *privileged("Attackers.test_a_socket_that_is_not_roots_is_not_spoken_to"))),
+    Defence("The process behind a privileged socket is root's.",
+            "platform/linux/WellKnownSocket.cpp",
+            "if (privileged_ && stream->peer().userIdentifier != 0)",
+            "if (privileged_ && stream->peer().userIdentifier < 0)",
+            ("WellKnownSocketTest.ASquatterBehindRootsSocketIsToldNothing",)),
+    Defence("The privileged place does not depend on the environment.",
+            "platform/linux/WellKnownSocket.cpp",
+            "privileged ? nullptr : secure_getenv(runtimeVariable)",
+            "privileged && false ? nullptr : secure_getenv(runtimeVariable)",
+            ("WellKnownSocketTest.ThePrivilegedPlaceDoesNotDependOnTheEnvironment",)),
+
+    # Streams.
+    Defence("A slow sender has the time of one frame.",
+            "platform/xpc/Frame.cpp",
+            "if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)\n        return 0;\n"
+            "    return socket_.receive(into, deadline_);",
+            "return socket_.receive(into, {});",
+            ("FrameReader.GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte",
+             "HostilePeer.ASlowSenderIsCutOffAtTheTimeOfAWholeFrame")),
+    Defence("A sender that always has one byte more is cut off too.",
+            "platform/xpc/Frame.cpp",
+            "if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)\n        return 0;\n",
+            "",
+            ("FrameReader.GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte",)),
+    Defence("A sender that stops within a frame is not waited for.",
+            "platform/xpc/Frame.cpp",
+            "return socket_.receive(into, deadline_);",
+            "return socket_.receive(into, {});",
+            ("FrameReader.GivesUpOnAFrameThatTakesTooLong",)),
+    Defence("A client that never reads is cut off after the time of one frame.",
+            "platform/xpc/Outbox.cpp",
+            "const bool writable = socket_->waitUntilWritable(deadline);",
+            "const bool writable = socket_->waitUntilWritable(*deadline + std::chrono::hours(1));",
+            ("Outbox.CutsAReaderOffThatNeverReads",
+             "HostilePeer.AClientThatNeverReadsIsCutOff")),
+    Defence("A client that reads a little at a time is cut off too.",
+            "platform/xpc/Outbox.cpp",
+            "if (!ended_ && (!writable || std::chrono::steady_clock::now() >= *deadline))",
+            "if (!ended_ && !writable)",
+            ("Outbox.CutsAReaderOffThatTricklesAlthoughItAlwaysGetsOn",)),
+    Defence("Only so many bytes wait for a client that does not read.",
+            "platform/xpc/Outbox.cpp",
+            "bytes_ + body.size() > limits_.bytes) {",
+            "body.size() > limits_.bytes) {",
+            ("Outbox.HoldsNoMoreBytesThanItsLimit",)),
+    Defence("Descriptors that a peer sends are never taken.",
+            "platform/linux/LinuxStreamSocket.cpp",
+            "const auto count = recvmsg(socket_.get(), &message, 0);",
+            "alignas(cmsghdr) std::array<char, CMSG_SPACE(253 * sizeof(int))> control{};\n"
+            "        message.msg_control = control.data();\n"
+            "        message.msg_controllen = control.size();\n"
+            "        const auto count = recvmsg(socket_.get(), &message, 0);",
+            ("HostilePeer.NoneOfAFloodOfDescriptorsIsOpenedHere",)),
+    Defence("Who sends descriptors is cut off.",
+            "platform/linux/LinuxStreamSocket.cpp",
+            "return (message.msg_flags & MSG_CTRUNC) != 0 ? 0 : static_cast<std::size_t>(count);",
+            "return static_cast<std::size_t>(count);",
+            ("HostilePeer.AFloodOfDescriptorsEndsTheConnectionBeforeItsRequestIsLookedAt",)),
+    Defence("A frame's length has a limit.",
+            "platform/xpc/Frame.cpp",
+            "header.payloadLength > limits::frameSize || ",
+            "",
+            ("FrameReader.RefusesALengthOverTheLimitBeforeItsPayloadCame",)),
+    Defence("A message of many frames has a limit.",
+            "platform/xpc/Frame.cpp",
+            "if (end > limits::messageSize)",
+            "if (end > 2 * limits::messageSize)",
+            ("FrameReader.RefusesAMessageOverTheLimitHoweverManyFramesItHas",)),
+    Defence("A user has only so many connections.",
+            "platform/xpc/NSXPCListener.cpp",
+            "static_cast<std::size_t>(ofUser) < limits::clientsOfOneUser;",
+            "static_cast<std::size_t>(ofUser) < limits::clients;",
+            ("NSXPCListener.TurnsAUserAwayWhoHasTooManyConnectionsAndServesTheOthers",)),
+    Defence("A listener has only so many connections.",
+            "platform/xpc/NSXPCListener.cpp",
+            "return connections_.size() < limits::clients &&",
+            "return",
+            ("NSXPCListener.TurnsEveryoneAwayWhenItHasTooManyConnections",)),
+    Defence("Only so many requests are in flight.",
+            "platform/xpc/ConnectionCore.cpp",
+            "pending_.size() >= limits::requestsInFlight",
+            "pending_.size() >= 2 * limits::requestsInFlight",
+            ("NSXPCConnection.RequestsBeyondTheLimitOfThoseInFlightAreRefused",)),
+    Defence("Only so many requests wait for their connection.",
+            "platform/xpc/ConnectionCore.cpp",
+            "deferred_.size() >= limits::requestsDeferred",
+            "deferred_.size() >= 2 * limits::requestsDeferred",
+            ("NSXPCConnection.RequestsBeyondTheLimitOfThoseThatWaitAreRefused",)),
+
+    # Archives.
+    Defence("Only the classes of its position are decoded.",
+            "platform/archive/NSKeyedUnarchiverState.h",
+            "if (!c)\n            refuse(keyed::asciiText(*name), key);",
+            "if (!c)\n            return *classes.front();",
+            ("NSKeyedUnarchiver.AClassOutsideTheSetIsRefusedBeforeAnythingIsMade",
+             "NSKeyedUnarchiver.AnUnknownClassIsRefused")),
+    Defence("A message's values are of the classes that are declared for their positions.",
+            "platform/xpc/NSXPCCoding.h",
+            "if (!classesAllow(allowed, c))\n        throw",
+            "if (!classesAllow(allowed, c) && key.empty())\n        throw",
+            ("NSXPCConnection.AnUndeclaredClassInARequestIsRefusedBeforeTheObjectIsTouched",
+             "NSXPCConnection.AnUndeclaredClassInAReplyIsRefusedWithTheKey")),
+    Defence("A class that was decoded before is checked at each position.",
+            "platform/archive/NSKeyedUnarchiverState.h",
+            "if (!keyed::contains(classes, *checkedClasses[i].c))\n"
+            "                refuse(checkedClasses[i].c->name, key);\n",
+            "",
+            ("NSKeyedUnarchiver.AClassThatWasAllowedElsewhereIsRefused",)),
+    Defence("Objects are nested only so deeply.",
+            "platform/archive/NSKeyedUnarchiverState.h",
+            "if (budget.depth == 0)",
+            "if (budget.depth == 1U << 31)",
+            ("NSKeyedUnarchiver.SixtyFourObjectsDeepAreReadAndOneMoreIsRefused",
+             "NSKeyedUnarchiver.TheDepthSpansNestedArchives")),
+    Defence("An archive unfolds only into so many bytes.",
+            "platform/archive/NSKeyedUnarchiver.cpp",
+            "budget.bytes = std::uint64_t{size} * budget.depth + 4096;",
+            "budget.bytes = std::uint64_t{1} << 60;",
+            ("NSKeyedUnarchiver.ATextThatIsReadVeryOftenSpendsTheBudgetOfBytes",)),
+    Defence("An archive unfolds only into so many objects.",
+            "platform/archive/NSKeyedUnarchiver.cpp",
+            "budget.objects = std::uint64_t{size} * 2 + 1024;",
+            "budget.objects = std::uint64_t{1} << 60;",
+            ("NSKeyedUnarchiver.AnObjectThatIsNamedVeryOftenSpendsTheBudgetOfObjects",)),
+    Defence("Nested archives share one budget.",
+            "platform/archive/NSKeyedUnarchiver.cpp",
+            "State state(data, state_->budget);",
+            "State state(data);",
+            ("NSKeyedUnarchiver.TheDepthSpansNestedArchives",)),
+)
+
+
+class Misfit(Exception):
+    """A row that does not fit the source or the tests."""
+
+
+def run(*command):
+    result = subprocess.run(command, cwd=COPY, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    if result.returncode != 0:
+        raise Misfit(f"{' '.join(command)}\n{result.stdout}")
+    return result.stdout
+
+
+def copy_sources():
+    """What has not changed keeps its time, and with it what was built."""
+    tracked = subprocess.run(["git", "ls-files", "-z"], cwd=SOURCE, check=True, text=True,
+                             stdout=subprocess.PIPE).stdout.split("\0")[:-1]
+    for name in tracked:
+        source, copy = os.path.join(SOURCE, name), os.path.join(COPY, name)
+        if not os.path.isfile(source) or (os.path.isfile(copy) and filecmp.cmp(source, copy, shallow=False)):
+            continue
+        os.makedirs(os.path.dirname(copy), exist_ok=True)
+        shutil.copy(source, copy)
+        os.utime(copy)
+
+
+def build(tests):
+    suites = {re.split("[ .]", test)[0] for test in tests}
+    run("cmake", "--build", "--preset", "dev", "--target", *sorted({p for s in suites for p in PROGRAMS[s]}))
+
+
+class Tests:
+    """The tests that ctest knows, run by their commands: `privileged` can then run one of its methods."""
+
+    def __init__(self):
+        listed = json.loads(run("ctest", "--test-dir", BUILD, "--show-only=json-v1"))
+        self.known = {test["name"]: test for test in listed["tests"]}
+
+    def fails(self, name):
+        """None if it succeeds, else what it says."""
+        test, _, method = name.partition(" ")
+        if "command" not in self.known.get(test, {}):
+            raise Misfit(f"there is no test {test}")
+        properties = {p["name"]: p["value"] for p in self.known[test]["properties"]}
+        environment = dict(entry.split("=", 1) for entry in properties.get("ENVIRONMENT", ()))
+        with subprocess.Popen([*self.known[test]["command"], *method.split()], text=True,
+                              env={**os.environ, **environment}, cwd=properties["WORKING_DIRECTORY"],
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, start_new_session=True) as process:
+            try:
+                output = process.communicate(timeout=TIME_LIMIT)[0]
+            except subprocess.TimeoutExpired:
+                os.killpg(process.pid, signal.SIGKILL)
+                raise Misfit(f"{name} hangs") from None
+        if process.returncode == 0:
+            if not re.search(r"^\[  PASSED  \] 1 test|^Ran 1 test", output, re.MULTILINE):
+                raise Misfit(f"{name} is not one test:\n{output}")
+            return None
+        if not re.search(r": Failure$|^FAILED \(failures=", output, re.MULTILINE):
+            raise Misfit(f"{name} ends without a failed expectation:\n{output}")
+        return output
+
+
+def unnoticed(defence):
+    """The tests that succeed without the defence."""
+    path = os.path.join(COPY, defence.file)
+    with open(path, encoding="utf-8") as f:
+        source = f.read()
+    if source.count(defence.text) != 1:
+        raise Misfit(f"{defence.file} has {source.count(defence.text)} times, not once:\n{defence.text}\n"
+                     "Keep the row up with the source.")
+    try:
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(source.replace(defence.text, defence.without))
+        build(defence.tests)
+        tests = Tests()
+        return [test for test in defence.tests if not tests.fails(test)]
+    finally:
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(source)
+
+
+def main(words):
+    chosen = [d for d in DEFENCES if not words or any(word in d.title for word in words)]
+    names = sorted({test for defence in chosen for test in defence.tests})
+    if not names:
+        sys.exit("no defence has such a title")
+    copy_sources()
+    run("cmake", "--preset", "dev")
+    build(names)
+    tests = Tests()
+    broken = [name for name in names if tests.fails(name)]
+    if broken:
+        sys.exit("These tests fail although nothing was taken away: " + ", ".join(broken))
+    missed = 0
+    for defence in chosen:
+        begin = time.monotonic()
+        try:
+            left = unnoticed(defence)
+            result = f"NOT NOTICED by {', '.join(left)}" if left else "noticed"
+        except Misfit as misfit:
+            left = result = f"NOT SHOWN: {misfit}"
+        missed += bool(left)
+        print(f"{time.monotonic() - begin:5.0f} s  {defence.title} {result}", flush=True)
+    print(f"Without {len(chosen) - missed} of {len(chosen)} defences tests fail.")
+    return 1 if missed else 0
+
+
+if __name__ == "__main__":
+    try:
+        sys.exit(main(sys.argv[1:]))
+    except Misfit as misfit:
+        sys.exit(str(misfit))
