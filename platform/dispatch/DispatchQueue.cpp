@@ -19,7 +19,16 @@ class SerialQueue final : public DispatchQueue, public std::enable_shared_from_t
         if (running_)
             return;
         running_ = true;
-        runOnWorker([self = shared_from_this()] { self->run(); });
+        try {
+            runOnWorker([self = shared_from_this()] { self->run(); });
+        } catch (...) {
+            // No thread, so nobody to run it: it goes, outside the lock, with the caller's
+            // argument.
+            task = std::move(tasks_.back());
+            tasks_.pop_back();
+            running_ = false;
+            throw;
+        }
     }
 
     bool isCurrent() const override { return current == this; }

@@ -31,6 +31,8 @@ class MORVANE_EXPORT DispatchQueue {
     DispatchQueue(const DispatchQueue&) = delete;
     DispatchQueue& operator=(const DispatchQueue&) = delete;
 
+    /// Throws std::system_error if the queue needs a thread and none can be had; the task does not
+    /// run then, and the queue is as it was.
     virtual void async(Task task) = 0;
     /// Whether the caller is a task of this queue (for the main queue: on the loop's thread).
     virtual bool isCurrent() const = 0;

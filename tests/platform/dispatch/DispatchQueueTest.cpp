@@ -1,11 +1,14 @@
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <latch>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -105,6 +108,76 @@ TEST(DispatchQueue, ATasksBelongingsGoBeforeTheNextTaskRuns) {
     queue->async([owned = std::move(owned)] {});
     queue->async([&] { gone.set_value(weak.expired()); });
     EXPECT_TRUE(await(gone.get_future()));
+}
+
+/// Meanwhile no thread can be started: there is no memory for a stack like that.
+class NoMoreThreads {
+  public:
+    NoMoreThreads() {
+        pthread_getattr_default_np(&usual_);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        EXPECT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 47), 0);
+        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoMoreThreads() {
+        EXPECT_EQ(pthread_setattr_default_np(&usual_), 0);
+        pthread_attr_destroy(&usual_);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+  private:
+    pthread_attr_t usual_{};
+};
+
+/// Gives each idle worker a task that waits for `end`, so that the next task needs a thread.
+void occupyWorkers(const std::shared_future<void>& end) {
+    const NoMoreThreads denied;
+    try {
+        for (;;)
+            DispatchQueue::serialQueue("occupies a worker")->async([end] {
+                end.wait_for(watchdog);
+            });
+    } catch (const std::system_error&) {
+    }
+}
+
+TEST(DispatchQueue, ThatCouldHaveNoThreadSaysSoAndRunsTheNextTask) {
+    std::promise<void> end;
+    occupyWorkers(end.get_future());
+    const auto queue = DispatchQueue::serialQueue("test");
+    std::vector<std::string> order;
+    {
+        const NoMoreThreads denied;
+        EXPECT_THROW(queue->async([&] { order.push_back("refused"); }), std::system_error);
+    }
+    std::promise<void> last;
+    queue->async([&] {
+        order.push_back("next");
+        last.set_value();
+    });
+    await(last.get_future());
+    EXPECT_EQ(order, std::vector<std::string>{"next"});
+    end.set_value();
+}
+
+TEST(DispatchQueue, WhatARefusedTaskHoldsMayUseTheQueueWhenItGoes) {
+    struct User {
+        std::shared_ptr<DispatchQueue> queue;
+        ~User() {
+            EXPECT_THROW(queue->async([] {}), std::system_error);
+        }
+    };
+    std::promise<void> end;
+    occupyWorkers(end.get_future());
+    {
+        const NoMoreThreads denied;
+        const auto queue = DispatchQueue::serialQueue("test");
+        EXPECT_THROW(queue->async([user = std::make_shared<User>(queue)] {}), std::system_error);
+    }
+    end.set_value();
 }
 
 TEST(DispatchQueue, TheMainQueueRunsItsTasksOnALaterTurnOfTheLoop) {
