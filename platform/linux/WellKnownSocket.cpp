@@ -1,10 +1,12 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
+#include <MorvaneOperation/platform/linux/WellKnownSocket.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
+#include <sys/time.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -45,11 +47,8 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
         FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (!socket)
             return failed(errno);
-        while (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address),
-                         sizeof address) != 0) {
-            if (errno != EINTR)
-                return failed(errno);
-        }
+        if (const int code = connectWithin(limits::frameTime, socket, address))
+            return failed(code);
         auto stream = std::make_shared<LinuxStreamSocket>(std::move(socket));
         if (privileged_ && stream->peer().userIdentifier != 0)
             return failed(EPERM);
@@ -96,6 +95,28 @@ class ActivatedListener final : public StreamListener {
 };
 
 }  // namespace
+
+int connectWithin(std::chrono::milliseconds time, const FileDescriptor& socket,
+                  const sockaddr_un& address) {
+    using std::chrono::microseconds;
+    const auto deadline = std::chrono::steady_clock::now() + time;
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<microseconds>(deadline - std::chrono::steady_clock::now());
+        if (left <= left.zero())
+            return ETIMEDOUT;
+        // What bounds a send bounds the wait for a place in the backlog as well.
+        constexpr auto second = microseconds(std::chrono::seconds(1)).count();
+        const timeval limit{left.count() / second, left.count() % second};
+        if (setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
+            return errno;
+        if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+            0)
+            return 0;
+        if (errno != EINTR && errno != EAGAIN)
+            return errno;
+    }
+}
 
 std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool privileged) {
     return std::make_unique<WellKnownServiceEndpoint>(std::move(name), privileged);

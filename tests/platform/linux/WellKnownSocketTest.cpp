@@ -1,22 +1,28 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/WellKnownSocket.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <optional>
+#include <future>
+#include <string>
+#include <vector>
 
 namespace morvane {
 namespace {
 
 constexpr uid_t nobody = 65534;
+constexpr std::chrono::milliseconds shortTime{100};
 
 /// A name that no service has, and the places where its socket may lie.
 class WellKnownSocketTest : public testing::Test {
@@ -33,13 +39,30 @@ class WellKnownSocketTest : public testing::Test {
         std::filesystem::remove_all(folder);
     }
 
-    /// A socket on which a process of `user` listens.
-    static FileDescriptor listenAt(const std::filesystem::path& path, uid_t user = 0) {
+    static sockaddr_un addressOf(const std::filesystem::path& path) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::memcpy(address.sun_path, path.c_str(), path.native().size() + 1);
+        return address;
+    }
+    /// Clients that nobody accepts, as many as the listener at `path` has places for.
+    static std::vector<FileDescriptor> fillBacklog(const std::filesystem::path& path) {
+        const auto address = addressOf(path);
+        std::vector<FileDescriptor> clients;
+        do {
+            clients.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        } while (::connect(clients.back().get(), reinterpret_cast<const sockaddr*>(&address),
+                           sizeof address) == 0);
+        EXPECT_EQ(errno, EAGAIN);
+        clients.pop_back();
+        return clients;
+    }
+    /// A socket on which a process of `user` listens.
+    static FileDescriptor listenAt(const std::filesystem::path& path, uid_t user = 0) {
+        const auto address = addressOf(path);
         FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        EXPECT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+                  0);
         // Whose process it is, is told as of now.
         EXPECT_EQ(seteuid(user), 0);
         EXPECT_EQ(listen(socket.get(), 8), 0);
@@ -121,6 +144,42 @@ TEST_F(WellKnownSocketTest, ANameThatIsTooLongIsRefusedAndNamed) {
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), ENAMETOOLONG);
     EXPECT_NE(error->localizedDescription().find(longName), std::string::npos);
+}
+
+TEST_F(WellKnownSocketTest, AListenerThatAcceptsNobodyIsNotWaitedForLongerThanTheLimit) {
+    const auto path = folder / "full";
+    const auto listening = listenAt(path);
+    const auto clients = fillBacklog(path);
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connectWithin(shortTime, socket, addressOf(path)), ETIMEDOUT);
+}
+
+TEST_F(WellKnownSocketTest, SignalsDoNotProlongTheWait) {
+    const auto path = folder / "full";
+    const auto listening = listenAt(path);
+    const auto clients = fillBacklog(path);
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+    itimerval often{{0, 20000}, {0, 20000}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+    EXPECT_EQ(connectWithin(shortTime, socket, addressOf(path)), ETIMEDOUT);
+    often = {};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+}
+
+TEST_F(WellKnownSocketTest, AListenerThatAcceptsLateIsWaitedFor) {
+    const auto path = folder / "full";
+    const auto listening = listenAt(path);
+    const auto clients = fillBacklog(path);
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    auto code = std::async(std::launch::async, [&] {
+        return connectWithin(std::chrono::seconds(30), socket, addressOf(path));
+    });
+    EXPECT_EQ(code.wait_for(shortTime), std::future_status::timeout);
+    EXPECT_TRUE(accept(listening));
+    EXPECT_EQ(code.get(), 0);
 }
 
 }  // namespace
