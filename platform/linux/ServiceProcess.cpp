@@ -1,10 +1,10 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/linux/SpawnAttributes.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
@@ -14,6 +14,7 @@ extern "C" {  // this C library's header forgets to say so
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -35,8 +36,9 @@ std::string libexecFolder() {
 /// The stream to a service that this process has started; clears up behind it.
 class ServiceStream final : public LinuxStreamSocket {
   public:
-    ServiceStream(FileDescriptor socket, pid_t child)
-        : LinuxStreamSocket(std::move(socket)), child_(child) {}
+    /// `process` is the child's; empty if that has already gone.
+    ServiceStream(FileDescriptor socket, pid_t child, FileDescriptor process)
+        : LinuxStreamSocket(std::move(socket)), child_(child), process_(std::move(process)) {}
 
     PeerCredentials peer() const override {
         // Both ends of a socket pair were made here; the process at the other end is the child.
@@ -46,35 +48,38 @@ class ServiceStream final : public LinuxStreamSocket {
     }
 
     void finish() override {
-        const FileDescriptor process(pidfd_open(child_, 0));
-        pollfd poll{process.get(), POLLIN, 0};
-        const int time = static_cast<int>(limits::serviceLeaveTime.count());
-        if (!process || ::poll(&poll, 1, time) <= 0)
-            kill(child_, SIGKILL);
-        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+        if (!process_)
+            return;
+        // Through its descriptor: where the application reaps it, its number may be another's now.
+        pollfd poll{process_.get(), POLLIN, 0};
+        constexpr auto second = std::chrono::milliseconds(std::chrono::seconds(1)).count();
+        constexpr auto time = limits::serviceLeaveTime.count();
+        constexpr timespec limit{time / second, time % second * 1000000};
+        sigset_t all;
+        sigfillset(&all);
+        if (ppoll(&poll, 1, &limit, &all) <= 0)
+            pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
+        siginfo_t how;
+        while (waitid(P_PIDFD, process_.get(), &how, WEXITED) != 0 && errno == EINTR) {
         }
     }
 
   private:
     const pid_t child_;
+    const FileDescriptor process_;
 };
 
-class SpawnAttributes {
-  public:
-    SpawnAttributes() {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
+/// A descriptor of the child that was just started. Empty, with `errno` set, if there is none.
+FileDescriptor descriptorOf(pid_t child) {
+    FileDescriptor process(pidfd_open(child, 0));
+    siginfo_t how;
+    // Where children are reaped by themselves, another process may have the number already.
+    if (process && waitid(P_PIDFD, process.get(), &how, WEXITED | WNOHANG | WNOWAIT) != 0) {
+        errno = ESRCH;
+        return {};
     }
-    ~SpawnAttributes() {
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-    }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-};
+    return process;
+}
 
 class PrivateServiceEndpoint final : public ServiceEndpoint {
   public:
@@ -99,18 +104,11 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
                 return failed(errno);
         }
 
-        SpawnAttributes spawn;
+        SpawnAttributes spawn(POSIX_SPAWN_SETPGROUP);
         posix_spawn_file_actions_adddup2(&spawn.actions, theirs.get(), serviceDescriptor);
         posix_spawn_file_actions_addclosefrom_np(&spawn.actions, serviceDescriptor + 1);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&spawn.attributes, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&spawn.attributes, &signals);
         // A group of its own: a terminal's Ctrl-C is the application's to answer.
         posix_spawnattr_setpgroup(&spawn.attributes, 0);
-        posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                                        POSIX_SPAWN_SETPGROUP);
 
         const auto marker = std::string(serviceVariable) + "=1";
         std::vector<char*> environment;
@@ -124,7 +122,12 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
                                      arguments, environment.data());
         if (code != 0)
             return failed(code);
-        return std::make_shared<ServiceStream>(std::move(ours), child);
+        theirs = {};
+        auto process = descriptorOf(child);
+        // What could be neither ended nor waited for sees the stream's end and leaves.
+        if (!process && errno != ESRCH)
+            return failed(errno);
+        return std::make_shared<ServiceStream>(std::move(ours), child, std::move(process));
     }
 
   private:
