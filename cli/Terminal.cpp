@@ -1,9 +1,12 @@
 #include "Terminal.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -29,6 +32,24 @@ void put(std::string_view text) {
     }
 }
 
+constexpr std::array endingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
+/// What the handler gives back; set before it can run.
+termios formerSettings;
+
+/// Whatever it calls may be called at any moment.
+void giveBackTheTerminal() {
+    put("\033[?25h\033[?1049l");
+    tcsetattr(STDIN_FILENO, TCSANOW, &formerSettings);
+}
+
+/// SA_RESETHAND has restored the default action: the signal, raised anew, ends the program as soon
+/// as this returns.
+void endBySignal(int number) {
+    giveBackTheTerminal();
+    raise(number);
+}
+
 }  // namespace
 
 bool Terminal::isThere() {
@@ -38,20 +59,36 @@ bool Terminal::isThere() {
 }
 
 Terminal::Terminal() {
-    if (tcgetattr(STDIN_FILENO, &former_) != 0)
+    if (tcgetattr(STDIN_FILENO, &formerSettings) != 0)
         throw std::system_error(errno, std::generic_category(), "the terminal cannot be read");
-    termios raw = former_;
+    termios raw = formerSettings;
     cfmakeraw(&raw);
     // Line ends are still the terminal's business.
     raw.c_oflag |= OPOST;
+    for (const int number : endingSignals) {
+        struct sigaction action {};
+        sigaction(number, nullptr, &action);
+        // One that is ignored, as by nohup, stays so.
+        if (action.sa_handler == SIG_IGN)
+            continue;
+        action = {};
+        action.sa_handler = endBySignal;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(number, &action, nullptr);
+    }
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
         throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
     put("\033[?1049h\033[?25l");
 }
 
 Terminal::~Terminal() {
-    put("\033[?25h\033[?1049l");
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &former_);
+    giveBackTheTerminal();
+    for (const int number : endingSignals) {
+        struct sigaction action {};
+        sigaction(number, nullptr, &action);
+        if (action.sa_handler == endBySignal)
+            signal(number, SIG_DFL);
+    }
 }
 
 std::pair<std::size_t, std::size_t> Terminal::size() const {

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <termios.h>
-
 #include <cstddef>
 #include <string>
 #include <utility>
 
 /// The terminal that this program runs on, taken over for a screen of its own: keys come one by one
-/// and are not shown, and what stood there comes back afterwards.
+/// and are not shown, and what stood there comes back afterwards, also when a signal ends the
+/// program.
 namespace morvane {
 
+/// There is at most one at a time.
 class Terminal {
   public:
     /// Whether both ends of this program are a terminal that can show a screen.
@@ -29,8 +29,6 @@ class Terminal {
 
   private:
     int nextByte(int milliseconds);
-
-    termios former_{};
 };
 
 }  // namespace morvane

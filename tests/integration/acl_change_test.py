@@ -9,6 +9,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -211,18 +212,26 @@ class Interruption(Changing):
 
 class Terminal(Changing):
     """The editor on a terminal, driven by keys."""
+    signals = {}  # with what is done about them when the editor starts
 
     def edit(self, *keys):
         """Presses each key when the screen of the one before is there; returns all that was shown."""
+        ready, go = os.pipe()
         process, terminal = pty.fork()
         if process == 0:
+            for number, handler in self.signals.items():
+                signal.signal(number, handler)
+            os.read(ready, 1)
             os.execve(MORVANE, [MORVANE, "acl", self.file, "--edit"], ENVIRONMENT)
+        os.close(ready)
+        self.settings = termios.tcgetattr(terminal)
+        os.close(go)
         self.addCleanup(os.close, terminal)
+        self.process, self.terminal = process, terminal
         shown = self.read(terminal, until="q leave")
         for key in keys:
             os.write(terminal, key.encode())
             shown += self.read(terminal, until="q leave")
-        self.process, self.terminal = process, terminal
         return shown
 
     def read(self, terminal, until=None):
@@ -255,11 +264,16 @@ class Terminal(Changing):
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
 
     def test_a_signal_leaves_the_terminal_as_it_was(self):
-        self.edit("\x1b[B")
-        os.kill(self.process, signal.SIGTERM)
-        self.read(self.terminal)
-        self.assertEqual(os.waitpid(self.process, 0)[1] & 0x7F, signal.SIGTERM)
-        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+        for number in signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT:
+            with self.subTest(signal=number):
+                self.edit("\x1b[B")
+                self.assertNotEqual(termios.tcgetattr(self.terminal), self.settings)
+                os.kill(self.process, number)
+                rest = self.read(self.terminal)
+                self.assertEqual(os.waitpid(self.process, 0)[1] & 0x7F, number)
+                self.assertIn("\x1b[?25h\x1b[?1049l", rest)
+                self.assertEqual(termios.tcgetattr(self.terminal), self.settings)
+                self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
 
 
 if __name__ == "__main__":
