@@ -1,6 +1,6 @@
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
+#include <MorvaneOperation/platform/linux/SpawnAttributes.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,17 +60,22 @@ std::optional<std::int64_t> codeOfInstaller(int status) {
     }
 }
 
-std::optional<std::int64_t> runElevated() {
+/// Empty on success.
+std::optional<std::int64_t> runElevated(const std::string& label) {
     const std::array<const char*, 4> arguments{elevation, "--disable-internal-agent", installer,
                                                nullptr};
+    const SpawnAttributes spawn;
     pid_t child = 0;
-    if (posix_spawn(&child, elevation, nullptr, nullptr, const_cast<char* const*>(arguments.data()),
-                    environ) != 0)
+    if (posix_spawn(&child, elevation, nullptr, &spawn.attributes,
+                    const_cast<char* const*>(arguments.data()), environ) != 0)
         return kSMErrorServiceUnavailable;
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR)
-            return kSMErrorInternalFailure;
+        if (errno == EINTR)
+            continue;
+        // It has ended, but its status went to an application that reaps, or ignores, its children.
+        return isHelperInstalled(label) ? std::nullopt
+                                        : std::optional<std::int64_t>(kSMErrorInternalFailure);
     }
     return codeOfInstaller(status);
 }
@@ -93,7 +98,7 @@ std::optional<std::int64_t> installHelper(const std::string& label) {
         return kSMErrorToolNotValid;
     if (access(elevation, X_OK) != 0)
         return kSMErrorServiceUnavailable;
-    if (const auto code = runElevated())
+    if (const auto code = runElevated(label))
         return code;
     return isListening(label) ? std::nullopt : std::optional<std::int64_t>(kSMErrorJobNotFound);
 }

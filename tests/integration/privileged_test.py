@@ -565,6 +565,17 @@ class Installation(Privileged):
         self.assertEqual((outcome.code, outcome.output), (1, ""))
         self.assertIn("The service necessary to perform this operation is unavailable", outcome.message)
 
+    def test_an_application_that_ignores_its_children_has_it_installed(self):
+        outcome = RIG.start(["env", "--ignore-signal=CHLD", MORVANE, "--privileged", "acl", self.file],
+                            "allow").finish()
+        self.assertEqual(outcome.code, 0, outcome.message)
+
+    def test_an_application_that_ignores_its_children_is_told_what_could_not_be_installed(self):
+        self.manage("exit 1")
+        outcome = RIG.start(["env", "--ignore-signal=CHLD", MORVANE, "--privileged", "acl", self.file],
+                            "allow").finish()
+        self.assertEqual((outcome.code, outcome.output), (1, ""))
+
     def test_a_package_without_its_unit_is_told(self):
         os.unlink(f"{DATA}/morvaneoperation/{LABEL}.PrivilegedHelper.service")
         outcome = run("acl", self.file, agent="allow")
