@@ -26,6 +26,12 @@ bool isListening(const std::string& label) {
            status.st_uid == 0;
 }
 
+/// Whether the installer has begun and its last step was not done: the service manager may not know
+/// yet what lies in the files. It knows them all once the machine has started anew.
+bool isInstallationBegun(const std::string& label) {
+    return access(("/run/" + label + ".installing").c_str(), F_OK) == 0;
+}
+
 std::optional<std::string> contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file)
@@ -83,7 +89,7 @@ std::optional<std::int64_t> runElevated(const std::string& label) {
 }  // namespace
 
 bool isHelperInstalled(const std::string& label) {
-    if (!isListening(label))
+    if (!isListening(label) || isInstallationBegun(label))
         return false;
     for (const auto* const kind : {".service", ".socket"}) {
         if (!isUpToDate(packageFolder + label + kind, unitFolder + label + kind))

@@ -13,8 +13,8 @@ inline constexpr const char* helperLabel = "io.github.morvaneoperation.Privilege
 /// The right to put the helper into place, an action of the policy service.
 inline constexpr const char* installHelperRight = "io.github.morvaneoperation.InstallHelper";
 
-/// Whether the service manager listens for the helper `label`, as root, and what it was told does
-/// not differ from what the package holds.
+/// Whether the service manager listens for the helper `label`, as root, what it was told does not
+/// differ from what the package holds, and no installation was left half done.
 bool isHelperInstalled(const std::string& label);
 
 /// Runs the package's installer as root. It blocks for as long as the user is asked. Empty on

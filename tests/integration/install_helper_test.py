@@ -5,11 +5,14 @@ usage: install_helper_test.py BUILD-FOLDER SOURCE-FOLDER DATA-FOLDER [unittest a
 
 The first two are those of the helper, the third is where the package has its files.
 """
+import concurrent.futures
+import fcntl
 import os
 import shutil
 import stat
 import subprocess
 import sys
+import time
 import unittest
 
 if os.environ.get("MORVANE_RIG") != "inside":
@@ -25,6 +28,7 @@ PACKAGED = {f"{PACKAGE}/morvaneoperation/{LABEL}.PrivilegedHelper.service": (BUI
             f"{PACKAGE}/polkit-1/actions/{LABEL}.policy": (SOURCE, ACTIONS),
             f"{PACKAGE}/polkit-1/actions/{LABEL}.InstallHelper.policy": (BUILD, ACTIONS)}
 TOLD = "/run/told"
+BEGUN = f"/run/{LABEL}.PrivilegedHelper.installing"
 SYSTEMCTL = f'#!/bin/sh\necho "$*" >>{TOLD}\n[ ! -e /run/refuse ]\n'
 
 
@@ -55,6 +59,10 @@ class Installer(unittest.TestCase):
         return {packaged: os.path.join(folder, os.path.basename(packaged))
                 for packaged, (_, folder) in PACKAGED.items()}
 
+    def is_waited_for(self, path):
+        with open("/proc/locks", encoding="ascii") as f:
+            return any("->" in line and f":{os.stat(path).st_ino} " in line for line in f)
+
     def content(self, path):
         with open(path, "rb") as f:
             return f.read()
@@ -68,6 +76,7 @@ class Installer(unittest.TestCase):
             status = os.stat(path)
             self.assertEqual((stat.S_IMODE(status.st_mode), status.st_uid), (0o644, 0))
         self.assertEqual(len(os.listdir(UNITS)) + len(os.listdir(ACTIONS)), 4, "nothing else is left")
+        self.assertFalse(os.path.exists(BEGUN))
 
     def test_it_puts_every_file_into_place_and_lets_the_service_manager_listen(self):
         self.assertEqual(self.install().returncode, 0)
@@ -94,6 +103,7 @@ class Installer(unittest.TestCase):
                 os.rename(packaged, packaged + ".aside")
                 self.assertEqual(self.install().returncode, 5)
                 self.assertEqual(self.told(), [])
+                self.assertEqual(os.listdir(UNITS) + os.listdir(ACTIONS), [])
                 os.rename(packaged + ".aside", packaged)
 
     def test_without_a_service_manager_nothing_is_put_anywhere(self):
@@ -105,6 +115,22 @@ class Installer(unittest.TestCase):
         with open("/run/refuse", "w", encoding="ascii"):
             pass
         self.assertEqual(self.install().returncode, 7)
+        self.assertTrue(os.path.exists(BEGUN), "it is not finished")
+        os.unlink("/run/refuse")
+        self.assertEqual(self.install().returncode, 0)
+        self.assertAllInPlace()
+
+    def test_two_at_once_do_not_meet(self):
+        with open(BEGUN, "w", encoding="ascii") as first:
+            fcntl.flock(first, fcntl.LOCK_EX)
+            with concurrent.futures.ThreadPoolExecutor() as pool:
+                second = pool.submit(self.install)
+                while not self.is_waited_for(BEGUN) and not second.done():
+                    time.sleep(0.02)
+                self.assertEqual((second.done(), self.told()), (False, []))
+                fcntl.flock(first, fcntl.LOCK_UN)
+                self.assertEqual(second.result().returncode, 0)
+        self.assertAllInPlace()
 
     def test_a_folder_that_cannot_be_written_is_an_internal_failure(self):
         subprocess.run(["mount", "-o", "remount,ro", UNITS], check=True)
@@ -122,14 +148,23 @@ class Installer(unittest.TestCase):
             for number in range(1, 400):
                 result = self.install("strace", "-f", "-qq", "-o", "/dev/null", "-e", f"trace={call}",
                                       "-e", f"inject={call}:signal=KILL:when={number}")
+                changed = False
                 for packaged, path in self.installed().items():
                     self.assertIn(self.content(path), (old[path], self.content(packaged)))
+                    changed = changed or self.content(path) != old[path]
                     with open(path, "wb") as f:
                         f.write(old[path])
                 if result.returncode == 0:
                     break
                 kills += 1
+                if changed:
+                    self.assertTrue(os.path.exists(BEGUN) or [w.split()[0] for w in self.told()][-1:] == ["enable"])
+                for path in (BEGUN, TOLD):
+                    if os.path.exists(path):
+                        os.unlink(path)
         self.assertGreater(kills, 10)
+        self.assertEqual(self.install().returncode, 0)
+        self.assertAllInPlace()
 
 
 if __name__ == "__main__":

@@ -515,6 +515,7 @@ class Attackers(Privileged):
 class Installation(Privileged):
     """The helper is put into place by the real pkexec; the service manager is a stand-in that listens."""
     UNITS = "/etc/systemd/system"
+    BEGUN = f"/run/{LABEL}.PrivilegedHelper.installing"
 
     def setUp(self):
         super().setUp()
@@ -533,6 +534,7 @@ class Installation(Privileged):
         shutil.copy(INSTALL_POLICY, DATA + "/polkit-1/actions")
         os.rename(SOCKET, SOCKET + ".aside")
         self.addCleanup(lambda: os.path.exists(SOCKET) or os.rename(SOCKET + ".aside", SOCKET))
+        self.addCleanup(lambda: os.path.exists(self.BEGUN) and os.unlink(self.BEGUN))
         self.manage(f'case $1 in enable) mv {SOCKET}.aside {SOCKET};; esac')
 
     def manage(self, script):
@@ -564,6 +566,20 @@ class Installation(Privileged):
         outcome = run("acl", self.file, agent="allow")
         self.assertEqual((outcome.code, outcome.output), (1, ""))
         self.assertIn("The service necessary to perform this operation is unavailable", outcome.message)
+
+    def test_an_installation_that_was_not_finished_is_done_again(self):
+        os.rename(SOCKET + ".aside", SOCKET)  # that of an earlier version
+        self.manage("exit 1")
+        self.assertRefused(run("acl", self.file, agent="allow"), "is unavailable")
+        self.manage("echo $1 >>/run/managed")
+        self.addCleanup(os.unlink, "/run/managed")
+        outcome = run("acl", self.file, agent="allow")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertIn(f"{LABEL}.InstallHelper", [p.split(":")[0] for p in outcome.prompts])
+        with open("/run/managed", encoding="ascii") as f:
+            self.assertEqual(f.read().split(), ["daemon-reload", "enable"])
+        self.assertNotIn(f"{LABEL}.InstallHelper",
+                         [p.split(":")[0] for p in run("acl", self.file, agent="allow").prompts])
 
     def test_an_application_that_ignores_its_children_has_it_installed(self):
         outcome = RIG.start(["env", "--ignore-signal=CHLD", MORVANE, "--privileged", "acl", self.file],
