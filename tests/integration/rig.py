@@ -37,7 +37,7 @@ def enter_namespaces():
     if os.getuid() != 0:
         sys.exit("the privileged road needs root: it starts the helper and polkitd")
     os.environ["MORVANE_RIG"] = "inside"
-    os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--pid", "--fork",
+    os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--net", "--pid", "--fork",
                           "--kill-child=KILL", "--mount-proc", sys.executable, *sys.argv])
 
 
