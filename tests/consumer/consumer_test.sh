@@ -99,6 +99,9 @@ exported=$(nm -DC --defined-only "$build/libMorvaneOperation.so")
 hidden=$(grep -E "morvane::(PropertyList|FrameReader|Outbox|LinuxStreamSocket|SizeWalker|AuthorizationState)" \
     <<<"$exported" || true)
 [ -z "$hidden" ] || fail "the library exports its inside: $hidden"
+others=$(grep -vE ' ((vtable|typeinfo|typeinfo name) for |(non-)?virtual thunk to )?morvane::| (acl_[a-z_]+|MorvaneOperationVersion[A-Za-z]+)$' \
+    <<<"$exported" || true)
+[ -z "$others" ] || fail "the library exports what is not its own: $others"
 for symbol in acl_perms acl_read_perms acl_write_perms acl_admin_perms acl_flags \
     MorvaneOperationVersionNumber MorvaneOperationVersionString; do
     grep -q " $symbol$" <<<"$exported" || fail "$symbol is not exported"
