@@ -200,6 +200,8 @@ EditScreen::Result EditScreen::answer(char32_t key) {
 }
 
 EditScreen::Result EditScreen::press(char32_t key) {
+    if (key == keyEnd)
+        return Result::leave;
     if (asking_ != Asking::nothing)
         return answer(key);
     message_.clear();

@@ -22,6 +22,8 @@ enum EditKey : char32_t {
     keyDown,
     keyLeft,
     keyRight,
+    /// No key will come any more.
+    keyEnd,
     keyEnter = '\r',
     keyEscape = 0x1B,
     keyBackspace = 0x7F,
@@ -35,6 +37,7 @@ class EditScreen {
     EditScreen(AclEditor& editor, std::string title, const Style& style)
         : editor_(editor), title_(std::move(title)), style_(style) {}
 
+    /// keyEnd leaves whatever was being asked, as nobody can answer.
     Result press(char32_t key);
     /// At most `rows` lines, each at most `columns` wide, with the chosen line among them.
     std::string draw(std::size_t rows, std::size_t columns) const;

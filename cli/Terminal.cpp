@@ -125,7 +125,7 @@ char32_t Terminal::nextKey() {
     while (true) {
         const int first = nextByte(waitForEver);
         if (first == noByte)
-            return keyInterrupt;
+            return keyEnd;
         if (first == keyEscape) {
             const int second = nextByte(sequenceMilliseconds);
             if (second != '[' && second != 'O')

@@ -24,7 +24,7 @@ class Terminal {
     /// Rows and columns, as they are now.
     std::pair<std::size_t, std::size_t> size() const;
     void show(const std::string& text);
-    /// Waits for a key: a character, or one of EditKey. Interrupt when nothing can come any more.
+    /// Waits for a key: a character, or one of EditKey.
     char32_t nextKey();
 
   private:

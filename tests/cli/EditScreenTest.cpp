@@ -137,6 +137,14 @@ TEST_F(Screen, AsksBeforeChangesAreLost) {
     EXPECT_EQ(press({keyInterrupt, 'y'}), Result::leave);
 }
 
+TEST_F(Screen, LeavesAtTheEndOfInputWhateverIsAsked) {
+    for (const auto question : {U'a', U'q'}) {
+        press({keyDown, 't', question});
+        EXPECT_EQ(press({keyEnd}), Result::leave);
+        press({keyEscape});
+    }
+}
+
 TEST_F(Screen, KeepsTheChosenLineAmongTheFewThatFit) {
     press({keyDown, keyRight});
     for (int i = 0; i != 5; ++i)

@@ -5,6 +5,7 @@ usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 import json
 import os
 import pty
+import select
 import signal
 import subprocess
 import sys
@@ -214,6 +215,10 @@ class Terminal(Changing):
     """The editor on a terminal, driven by keys."""
     signals = {}  # with what is done about them when the editor starts
 
+    def setUp(self):
+        super().setUp()
+        self.open = set()
+
     def edit(self, *keys):
         """Presses each key when the screen of the one before is there; returns all that was shown."""
         ready, go = os.pipe()
@@ -221,18 +226,25 @@ class Terminal(Changing):
         if process == 0:
             for number, handler in self.signals.items():
                 signal.signal(number, handler)
+            os.close(go)
             os.read(ready, 1)
             os.execve(MORVANE, [MORVANE, "acl", self.file, "--edit"], ENVIRONMENT)
         os.close(ready)
         self.settings = termios.tcgetattr(terminal)
         os.close(go)
-        self.addCleanup(os.close, terminal)
+        self.open.add(terminal)
+        self.addCleanup(self.close, terminal)
         self.process, self.terminal = process, terminal
         shown = self.read(terminal, until="q leave")
         for key in keys:
             os.write(terminal, key.encode())
             shown += self.read(terminal, until="q leave")
         return shown
+
+    def close(self, terminal):
+        if terminal in self.open:
+            self.open.remove(terminal)
+            os.close(terminal)
 
     def read(self, terminal, until=None):
         return terminals.read(terminal, TIME_LIMIT, until)
@@ -274,6 +286,17 @@ class Terminal(Changing):
                 self.assertIn("\x1b[?25h\x1b[?1049l", rest)
                 self.assertEqual(termios.tcgetattr(self.terminal), self.settings)
                 self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
+    def test_the_editor_leaves_with_its_terminal_though_hangups_are_ignored(self):
+        self.signals = {signal.SIGHUP: signal.SIG_IGN}
+        self.edit("\x1b[B", "g")
+        self.close(self.terminal)
+        ended = os.pidfd_open(self.process)
+        self.addCleanup(os.close, ended)
+        if not select.select([ended], [], [], TIME_LIMIT)[0]:
+            os.kill(self.process, signal.SIGKILL)
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1]), 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
 
 
 if __name__ == "__main__":
