@@ -40,7 +40,8 @@ EntryList inOrderOfEvaluation(const EntryList& edited, const EntryList& original
 }
 
 Outcome refusal(const NSError& error, const EditOptions& options) {
-    auto message = failureMessage("cannot change the access-control list of", options.path, error);
+    auto message = failureMessage("cannot change the access-control list of", options.path, error,
+                                  Effect::changes);
     if (!options.lossy && error.domain() == NSPOSIXErrorDomain && error.code() == EOPNOTSUPP)
         message += "  --lossy accepts the nearest list.\n";
     return {exitCodeOf(error), {}, std::move(message)};

@@ -1,7 +1,6 @@
 #include "Failure.h"
 
 #include <cerrno>
-#include <optional>
 
 #include "Text.h"
 
@@ -15,37 +14,6 @@ bool isServiceFailure(const NSError& error) {
             error.code() == NSXPCConnectionReplyInvalid);
 }
 
-/// What a person can do about it; empty if there is nothing to say.
-std::string advice(const NSError& error) {
-    if (const auto own = error.localizedRecoverySuggestion())
-        return *own;
-    if (error.domain() == NSCocoaErrorDomain) {
-        switch (error.code()) {
-            case NSXPCConnectionInvalid:
-                return "Check that MorvaneOperation is installed completely, or let "
-                       "MORVANE_LIBEXEC_DIR name the folder of its service programs.";
-            case NSXPCConnectionInterrupted:
-            case NSXPCConnectionReplyInvalid:
-                return "Nothing was changed; try again.";
-            default:
-                return {};
-        }
-    }
-    if (error.domain() == NSPOSIXErrorDomain) {
-        switch (error.code()) {
-            case EACCES:
-            case EPERM:
-                return "You need the right to enter every folder above the item; ask their owner, "
-                       "or run the command as a user who may.";
-            case ENOENT:
-                return "Check the spelling of the path; a symbolic link may point to nothing.";
-            default:
-                return {};
-        }
-    }
-    return {};
-}
-
 const NSError* underlyingError(const NSError& error) {
     const auto found = error.userInfo().find(NSUnderlyingErrorKey);
     if (found == error.userInfo().end())
@@ -56,17 +24,55 @@ const NSError* underlyingError(const NSError& error) {
 
 }  // namespace
 
+std::string advice(const NSError& error, Effect effect) {
+    if (const auto own = error.localizedRecoverySuggestion())
+        return *own;
+    if (error.domain() == NSCocoaErrorDomain) {
+        switch (error.code()) {
+            case NSXPCConnectionInvalid:
+                return "Check that MorvaneOperation is installed completely, or let "
+                       "MORVANE_LIBEXEC_DIR name the folder of its service programs.";
+            case NSXPCConnectionInterrupted:
+            case NSXPCConnectionReplyInvalid:
+                // The service may have gone before its work, within it, or after it.
+                return effect == Effect::reads
+                           ? "Nothing was changed; try again."
+                           : "It may have been changed, or a part of it; look before you try "
+                             "again.";
+            default:
+                return {};
+        }
+    }
+    if (error.domain() == NSPOSIXErrorDomain) {
+        switch (error.code()) {
+            case EPERM:
+                if (effect == Effect::changes)
+                    return "Only its owner or root may change it; it may be immutable.";
+                [[fallthrough]];
+            case EACCES:
+                return "You need the right to enter every folder above the item, or the item "
+                       "itself; ask their owner, or run the command as a user who may.";
+            case ENOENT:
+                return "Check the spelling of the path; a symbolic link may point to nothing.";
+            default:
+                return {};
+        }
+    }
+    return {};
+}
+
 ExitCode exitCodeOf(const NSError& error) {
     return isServiceFailure(error) ? ExitService : ExitFailure;
 }
 
-std::string failureMessage(const std::string& what, const std::string& path, const NSError& error) {
+std::string failureMessage(const std::string& what, const std::string& path, const NSError& error,
+                           Effect effect) {
     std::string text =
         "morvane: " + what + " '" + escaped(path) + "': " + escaped(error.localizedDescription());
     text += '\n';
     if (const auto* cause = underlyingError(error))
         text += "  " + escaped(cause->localizedDescription()) + '\n';
-    if (const std::string help = advice(error); !help.empty())
+    if (const std::string help = advice(error, effect); !help.empty())
         text += "  " + escaped(help) + '\n';
     return text;
 }

@@ -12,7 +12,15 @@ namespace morvane {
 /// ExitService for a failure of the connection, otherwise ExitFailure.
 ExitCode exitCodeOf(const NSError& error);
 
+/// What a request that failed would have done.
+enum class Effect { reads, changes };
+
+/// What a person can do about it, with the advice that came with the error first; empty if there is
+/// nothing to say.
+std::string advice(const NSError& error, Effect effect);
+
 /// The lines for standard error: what failed, with which item, why, and what helps.
-std::string failureMessage(const std::string& what, const std::string& path, const NSError& error);
+std::string failureMessage(const std::string& what, const std::string& path, const NSError& error,
+                           Effect effect = Effect::reads);
 
 }  // namespace morvane

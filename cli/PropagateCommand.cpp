@@ -25,7 +25,8 @@ Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
         return {ExitInterrupted, {}, "morvane: cancelled; a part of the items was changed.\n"};
     return {exitCodeOf(*error),
             {},
-            failureMessage("cannot propagate the access-control list of", options.path, *error)};
+            failureMessage("cannot propagate the access-control list of", options.path, *error,
+                           Effect::changes)};
 }
 
 }  // namespace morvane

@@ -39,9 +39,13 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
         return outcome;
     outcome.exitCode = exitCodeOf(*answer.error);
     outcome.message = "morvane: cannot rename: " + escaped(answer.error->localizedDescription());
-    if (const auto suggestion = answer.error->localizedRecoverySuggestion())
-        outcome.message += "\n  " + escaped(*suggestion);
     outcome.message += '\n';
+    // What helps with a single item's error is said of changing the item, not of its name.
+    const auto help = outcome.exitCode == ExitService
+                          ? advice(*answer.error, Effect::changes)
+                          : answer.error->localizedRecoverySuggestion().value_or("");
+    if (!help.empty())
+        outcome.message += "  " + escaped(help) + '\n';
     for (std::size_t i = 0; whole && urls.size() > 1 && i < urls.size(); ++i) {
         if (answer.codes[i] == 0 || answer.codes[i] == answer.error->code())
             continue;

@@ -21,7 +21,7 @@ def run(*arguments, **environment):
 
 def killed_at_each_call(folder, *arguments):
     """Runs morvane once for each system call that the service makes while it works, killing it there.
-    Yields after each run."""
+    Yields the result of each run."""
     libexec = os.path.join(folder, "libexec")
     os.mkdir(libexec)
     os.symlink(KILLED_SERVICE, os.path.join(libexec, SERVICE))
@@ -34,7 +34,7 @@ def killed_at_each_call(folder, *arguments):
             os.unlink(mark)
         if result.returncode not in ((0, SERVICE_LOST) if killed else (0,)):
             raise AssertionError(f"exit code {result.returncode}: {result.stderr}")
-        yield
+        yield result
         if not killed:
             return
     raise AssertionError("there is no end of calls")
@@ -148,7 +148,9 @@ class Killed(unittest.TestCase):
         reset()
         seen = set()
         arguments = [argument for pair in zip(paths, ["b", "c", "a", "e"]) for argument in pair]
-        for _ in killed_at_each_call(self.service_folder, "rename", *arguments):
+        for result in killed_at_each_call(self.service_folder, "rename", *arguments):
+            if result.returncode == SERVICE_LOST:
+                self.assertIn(b"look before you try again", result.stderr)
             held = {}
             for name in os.listdir(self.folder):
                 with open(os.path.join(self.folder, name), encoding="ascii") as f:
