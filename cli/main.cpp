@@ -15,6 +15,7 @@
 #include "CommandLine.h"
 #include "EditScreen.h"
 #include "FileConnector.h"
+#include "StandardStreams.h"
 #include "Terminal.h"
 
 namespace morvane {
@@ -160,6 +161,7 @@ bool print(const std::string& text, std::FILE* to) {
 }  // namespace morvane
 
 int main(int argc, char** argv) {
+    morvane::openMissingStandardStreams();
     std::setlocale(LC_ALL, "");
     morvane::Outcome outcome;
     try {

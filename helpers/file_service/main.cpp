@@ -3,10 +3,12 @@
 #include <cstdio>
 
 #include "FileRequestHandler.h"
+#include "StandardStreams.h"
 
 /// The file service: does its application's file work with the user's own rights. The application
 /// starts it, and it leaves when the application closes the connection.
 int main() {
+    morvane::openMissingStandardStreams();
     constexpr int usageError = 64;
     morvane::NSErrorRef error;
     const auto listener = morvane::NSXPCListener::serviceListener(&error);

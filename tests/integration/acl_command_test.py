@@ -183,6 +183,23 @@ class Failure(RealFile):
         self.assertEqual(result.returncode, 1)
         self.assertIn(b"could not be written", result.stderr)
 
+    def without(self, redirection):
+        """Runs without one of the standard streams."""
+        return subprocess.run(["sh", "-c", f'exec "$@" {redirection}', "sh", MORVANE, "acl", self.file],
+                              capture_output=True, timeout=TIME_LIMIT,
+                              env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC})
+
+    def test_output_that_has_nowhere_to_go_is_an_error(self):
+        result = self.without(">&-")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"could not be written", result.stderr)
+
+    def test_neither_input_nor_messages_are_needed(self):
+        output = run("acl", self.file).stdout
+        for redirection in ("<&-", "2>&-", "<&- 2>&-"):
+            result = self.without(redirection)
+            self.assertEqual((result.returncode, result.stdout, result.stderr), (0, output, b""))
+
     def test_a_folder_that_may_not_be_entered_is_told_as_such(self):
         locked = os.path.join(self.folder, "locked")
         os.mkdir(locked, 0o700)
