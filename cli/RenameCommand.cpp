@@ -18,6 +18,22 @@ std::string asJson(const std::vector<NSURL>& urls, const RenamesAnswer& answer) 
     return array.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }
 
+/// Each item that has not its new name, and why.
+std::string failedItems(const RenameOptions& options, const std::vector<std::int64_t>& codes) {
+    std::size_t failed = 0;
+    std::string items;
+    for (std::size_t i = 0; i < codes.size(); ++i) {
+        if (codes[i] == 0)
+            continue;
+        ++failed;
+        const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, codes[i]);
+        items += "  '" + escaped(options.words[2 * i]) +
+                 "': " + escaped(reason->localizedDescription()) + '\n';
+    }
+    return "morvane: " + std::to_string(failed) + " of " + std::to_string(codes.size()) +
+           " items could not be renamed:\n" + items;
+}
+
 }  // namespace
 
 Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
@@ -28,6 +44,12 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
             return {ExitUsage, {}, "morvane: a path is empty; name a file or a folder.\n"};
         urls.push_back(NSURL::fileURLWithPath(options.words[i]));
         names.push_back(options.words[i + 1]);
+        if (!isUtf8(names.back()))
+            return {ExitUsage,
+                    {},
+                    "morvane: the new name '" + escaped(names.back()) + "' of '" +
+                        escaped(options.words[i]) +
+                        "' is not UTF-8; choose one that is.\n  Nothing was renamed.\n"};
     }
     const auto answer = sink(urls, names);
     // A service may answer with less than was asked.
@@ -38,21 +60,16 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
     if (!answer.error)
         return outcome;
     outcome.exitCode = exitCodeOf(*answer.error);
-    outcome.message = "morvane: cannot rename: " + escaped(answer.error->localizedDescription());
-    outcome.message += '\n';
-    // What helps with a single item's error is said of changing the item, not of its name.
-    const auto help = outcome.exitCode == ExitService
-                          ? advice(*answer.error, Effect::changes)
-                          : answer.error->localizedRecoverySuggestion().value_or("");
-    if (!help.empty())
-        outcome.message += "  " + escaped(help) + '\n';
-    for (std::size_t i = 0; whole && urls.size() > 1 && i < urls.size(); ++i) {
-        if (answer.codes[i] == 0 || answer.codes[i] == answer.error->code())
-            continue;
-        const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, answer.codes[i]);
-        outcome.message += "  " + escaped(options.words[2 * i]) + ": " +
-                           escaped(reason->localizedDescription()) + '\n';
+    const auto suggestion = answer.error->localizedRecoverySuggestion();
+    // A refusal as a whole comes with a suggestion.
+    if (whole && !suggestion && outcome.exitCode == ExitFailure) {
+        outcome.message = failedItems(options, answer.codes);
+        return outcome;
     }
+    outcome.message =
+        "morvane: cannot rename: " + escaped(answer.error->localizedDescription()) + '\n';
+    if (const auto help = advice(*answer.error, Effect::changes); !help.empty())
+        outcome.message += "  " + escaped(help) + '\n';
     return outcome;
 }
 

@@ -83,6 +83,16 @@ std::string escaped(std::string_view bytes) {
     return result;
 }
 
+bool isUtf8(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto character = firstCharacter(bytes);
+        if (!character)
+            return false;
+        bytes.remove_prefix(character->length);
+    }
+    return true;
+}
+
 std::size_t columnsOf(std::string_view text) {
     std::size_t columns = 0;
     while (!text.empty()) {

@@ -12,6 +12,8 @@ namespace morvane {
 /// \u{NNNN}, a backslash as \\.
 std::string escaped(std::string_view bytes);
 
+bool isUtf8(std::string_view bytes);
+
 /// The columns that `text` takes on a terminal.
 std::size_t columnsOf(std::string_view text);
 

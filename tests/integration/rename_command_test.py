@@ -79,10 +79,24 @@ class Renaming(unittest.TestCase):
         self.make(b"a", b"b", b"c")
         result = self.run_morvane("a", "b", "c", "d")
         self.assertEqual((result.returncode, result.stdout), (1, b""))
-        self.assertRegex(result.stderr.decode(),
-                         r"^morvane: cannot rename: 1 of 2 items could not be renamed; "
-                         r"the first is file://.*/a \(File exists\)\n$")
+        self.assertEqual(result.stderr, b"morvane: 1 of 2 items could not be renamed:\n"
+                                        b"  'a': File exists\n")
         self.assertEqual(self.contents(), {b"a": b"a", b"b": b"b", b"d": b"c"})
+
+    def test_every_item_that_keeps_its_name_is_told(self):
+        self.make(b"a", b"b", b"c", b"x1", b"x2")
+        result = self.run_morvane("a", "x1", "b", "x2", "c", "z")
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertEqual(result.stderr, b"morvane: 2 of 3 items could not be renamed:\n"
+                                        b"  'a': File exists\n  'b': File exists\n")
+
+    def test_a_new_name_that_is_not_utf8_is_refused(self):
+        self.make(b"a", b"b")
+        result = self.run_morvane("b", "c", "a", b"\xff")
+        self.assertEqual((result.returncode, result.stdout), (2, b""))
+        self.assertEqual(result.stderr, b"morvane: the new name '\\xff' of 'a' is not UTF-8; choose one "
+                                        b"that is.\n  Nothing was renamed.\n")
+        self.assertEqual(self.contents(), {b"a": b"a", b"b": b"b"})
 
     def test_two_items_with_one_name_are_refused(self):
         self.make(b"a", b"b")
