@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <mutex>
@@ -77,17 +78,19 @@ void NSObjectBlock::end() noexcept {
     ::operator delete(this);
 }
 
-NSDecodingBudget NSDecodingBudget::forArchiveOfSize(std::size_t size) {
+NSDecodingBudget NSDecodingBudget::forArchiveOfSize(std::size_t size,
+                                                    const NSDecodingBudget& most) {
     // An archive's bytes are counted again at each level that it is nested below; every value takes
     // at least a byte, and some are read twice.
-    NSDecodingBudget budget;
-    budget.bytes = std::uint64_t{size} * budget.depth + 4096;
-    budget.objects = std::uint64_t{size} * 2 + 1024;
+    NSDecodingBudget budget = most;
+    budget.bytes = std::min(most.bytes, std::uint64_t{size} * most.depth + 4096);
+    budget.objects = std::min(most.objects, std::uint64_t{size} * 2 + 1024);
     return budget;
 }
 
-NSKeyedUnarchiver::NSKeyedUnarchiver(NSDataView data)
-    : own_(reading("root", [&] { return std::make_unique<State>(data); })), state_(own_.get()) {}
+NSKeyedUnarchiver::NSKeyedUnarchiver(NSDataView data, const NSDecodingBudget& most)
+    : own_(reading("root", [&] { return std::make_unique<State>(data, most); })),
+      state_(own_.get()) {}
 
 NSKeyedUnarchiver::NSKeyedUnarchiver(State& state) : state_(&state) {}
 
@@ -378,7 +381,7 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
         if (objects.empty())
             objects.reserve(count);
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
-        State state(data, state_->budget);
+        State state(data, *state_);
         NSKeyedUnarchiver nested(state);
         auto object = nested.decodeObject("root", classes, false);
         if (!object)

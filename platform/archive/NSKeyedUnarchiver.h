@@ -52,8 +52,9 @@ struct NSDecodingBudget {
     /// Objects within objects, nested archives included.
     std::uint32_t depth = 64;
 
-    /// The budget for one archive of `size` bytes: a small archive cannot unfold into much.
-    static NSDecodingBudget forArchiveOfSize(std::size_t size);
+    /// The budget for one archive of `size` bytes: a small archive cannot unfold into much, and
+    /// none into more than `most`.
+    static NSDecodingBudget forArchiveOfSize(std::size_t size, const NSDecodingBudget& most);
 };
 
 /// Memory for objects that are decoded together: one maker fills it, and it goes with the last of
@@ -103,8 +104,8 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
                                                                NSDataView data, NSErrorRef* error);
 
     /// Opens an archive whose "$top" holds several keys (a message). `data` must outlive the
-    /// unarchiver. Throws NSArchiveFailure.
-    explicit NSKeyedUnarchiver(NSDataView data);
+    /// unarchiver; decoding it uses no more than `most`. Throws NSArchiveFailure.
+    explicit NSKeyedUnarchiver(NSDataView data, const NSDecodingBudget& most = {});
     ~NSKeyedUnarchiver();
     NSKeyedUnarchiver(const NSKeyedUnarchiver&) = delete;
     NSKeyedUnarchiver& operator=(const NSKeyedUnarchiver&) = delete;

@@ -138,9 +138,9 @@ struct NSKeyedUnarchiver::State {
     std::size_t checkedClassCount = 0;
     LastClass lastClass;
 
-    explicit State(NSDataView data)
-        : State(data, NSDecodingBudget::forArchiveOfSize(data.size()), nullptr) {}
-    State(NSDataView data, NSDecodingBudget& outer) : State(data, {}, &outer) {}
+    State(NSDataView data, const NSDecodingBudget& most)
+        : State(data, NSDecodingBudget::forArchiveOfSize(data.size(), most), nullptr) {}
+    State(NSDataView data, State& outer) : State(data, {}, &outer.budget) {}
 
     /// The value of `key` in `current`; empty if there is none.
     template <Kind likely = Kind::uid>
@@ -518,6 +518,9 @@ struct NSKeyedUnarchiver::State {
                 keyed::fail("$objects", "the archive unfolds into too many objects");
             }
             budget.objects -= objects.count;
+            // Each object is reached by a UID of its own: what only repeats one gets no room.
+            if (objects.count > list.valueCount())
+                keyed::fail("$objects", "there are more objects than values");
         }
         rebuilt.resize(static_cast<std::size_t>(objects.count));
     }

@@ -380,6 +380,40 @@ TEST(NSKeyedUnarchiver, AnObjectThatIsNamedVeryOftenSpendsTheBudgetOfObjects) {
     EXPECT_NE(what.find("the archive unfolds into too many objects"), std::string::npos) << what;
 }
 
+TEST(NSKeyedUnarchiver, ALargeArchiveUnfoldsIntoNoMoreThanTheMost) {
+    const auto largest = NSDecodingBudget::forArchiveOfSize(std::size_t{1} << 40, {});
+    EXPECT_EQ(largest.bytes, std::uint64_t{1} << 30);
+    EXPECT_EQ(largest.objects, std::uint64_t{1} << 26);
+    EXPECT_EQ(NSDecodingBudget::forArchiveOfSize(1, {}).objects, 1026u);
+}
+
+TEST(NSKeyedUnarchiver, IsRefusedWhatExceedsTheBudgetThatItsReaderSets) {
+    const auto refusalWithin = [](const NSDecodingBudget& most) -> std::string {
+        const auto bytes = nodeBytes();
+        try {
+            NSKeyedUnarchiver unarchiver(bytes, most);
+            unarchiver.decodeObject("root", Node::classes());
+        } catch (const NSArchiveFailure& e) {
+            return e.what();
+        }
+        return "";
+    };
+    EXPECT_EQ(refusalWithin({}), "");
+    EXPECT_EQ(refusalWithin({.bytes = 16}),
+              refusal("root", "the archive unfolds into too many bytes"));
+    EXPECT_EQ(refusalWithin({.objects = 1}),
+              refusal("next", "the archive unfolds into too many objects"));
+}
+
+TEST(NSKeyedUnarchiver, AnObjectThatIsListedOverAndOverGetsNoRoom) {
+    ArchiveBuilder archive;
+    archive.objects.push_back(0);
+    archive.objects[1] =
+        archive.dictionary({{"$class", archive.classNamed("Node", {"Node", "NSObject"})}});
+    archive.objects.resize(100000, archive.objects[1]);
+    EXPECT_EQ(failure(archive.finish()), refusal("$objects", "there are more objects than values"));
+}
+
 TEST(NSKeyedUnarchiver, ATextThatIsReadVeryOftenSpendsTheBudgetOfBytes) {
     const auto bytes = valuesArchive([](auto& a, auto& p) {
         const auto c = a.classNamed("NSArray", {"NSArray", "NSObject"});
