@@ -174,9 +174,10 @@ std::optional<Message> FrameReader::next() {
         begin_ += FrameHeader::size;
         if (!appendPayload(header->payloadLength))
             return std::nullopt;
-        deadline_.reset();  // each frame has its own time
         if (!header->moreFollows)
             break;
+        // Each frame has its own time, and the next is due from now on.
+        deadline_ = std::chrono::steady_clock::now() + frameTime_;
     }
     const NSDataView payload(assembled_.all());
     return Message{first->kind, first->id, text(payload.first(first->selectorLength)),

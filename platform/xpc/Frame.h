@@ -55,7 +55,8 @@ struct Message {
 /// Reads messages from a stream, which it does not own.
 class FrameReader {
   public:
-    /// `frameTime`: from a frame's first byte to its last.
+    /// `frameTime`: from a frame's first byte to its last, and for another frame of a message from
+    /// the end of the one before.
     explicit FrameReader(StreamSocket& socket,
                          std::chrono::milliseconds frameTime = limits::frameTime);
 

@@ -18,7 +18,8 @@ inline constexpr std::size_t requestsInFlight = 4096;
 inline constexpr std::size_t requestsDeferred = 1024;
 /// Bytes that wait to be sent to a peer that does not read: one large message and some more.
 inline constexpr std::size_t outgoingBytes = messageSize + (std::size_t{64} << 20);
-/// From a frame's first byte to its last, either way: a peer that is slower holds us up.
+/// From a frame's first byte to its last, either way, and from the end of a frame to that of the
+/// next of its message: a peer that is slower holds us up.
 inline constexpr std::chrono::milliseconds frameTime{30000};
 /// A refusal's text, for people.
 inline constexpr std::size_t refusalText = 1024;

@@ -135,6 +135,16 @@ TEST(FrameReader, GivesUpOnALargePayloadThatTakesTooLong) {
     EXPECT_TRUE(givesUp(reader, *far));
 }
 
+TEST(FrameReader, GivesUpOnAMessageWhoseNextFrameDoesNotCome) {
+    auto [near, far] = FakeStreamSocket::pair();
+    FrameReader reader(*near, 1ms);
+    put(*far, frame({FrameKind::request, true, 2, 4, 9}, 4));  // the stream stays open
+    auto read = std::async(std::launch::async, [&] { return reader.next().has_value(); });
+    EXPECT_EQ(read.wait_for(30s), std::future_status::ready) << "it waits without end";
+    far->shutdown();
+    EXPECT_FALSE(read.get());
+}
+
 TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
     /// Has one byte more ready whenever it is asked.
     class Trickle final : public StreamSocket {
