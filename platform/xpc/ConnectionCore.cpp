@@ -25,31 +25,39 @@ void startReading(std::function<void()> reading, StreamSocket& stream) {
     }
 }
 
+void refuseRequest(Outbox& outbox, std::uint64_t id, std::string_view reason) {
+    reason = reason.substr(0, limits::refusalText);
+    outbox.send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
+}
+
 }  // namespace
 
 /// The way back of one request, while its stream lasts.
 class NSXPCConnection::Core::ReplyPort final : public NSXPCReplyPort {
   public:
+    /// Keeps the promise of an answer that was made to the outbox.
     ReplyPort(std::shared_ptr<Outbox> outbox, std::uint64_t id)
         : outbox_(std::move(outbox)), id_(id) {}
 
     ~ReplyPort() override {
-        if (!claimed_.load(std::memory_order_relaxed)) {
+        if (!claimed_.load(std::memory_order_relaxed) && claim())
             refuse("The service dropped the request without a reply.");
-        }
     }
 
-    bool claim() override { return !claimed_.exchange(true); }
+    bool claim() override {
+        const bool isFirst = !claimed_.exchange(true);
+        // Before the peer can know: it may send its next request at once.
+        if (isFirst)
+            outbox_->keepPromise();
+        return isFirst;
+    }
     void sendReply(NSData archive) override {
         outbox_->send(FrameKind::reply, id_, {}, std::move(archive));
     }
     void sendRefusal(std::string_view reason) override { refuse(reason); }
 
   private:
-    void refuse(std::string_view reason) {
-        reason = reason.substr(0, limits::refusalText);
-        outbox_->send(FrameKind::refusal, id_, {}, NSData(reason.begin(), reason.end()));
-    }
+    void refuse(std::string_view reason) { refuseRequest(*outbox_, id_, reason); }
 
     const std::shared_ptr<Outbox> outbox_;
     const std::uint64_t id_;
@@ -281,6 +289,11 @@ void NSXPCConnection::Core::handle(const Message& message, const std::shared_ptr
 
 void NSXPCConnection::Core::handleRequest(const Message& message,
                                           const std::shared_ptr<Outbox>& outbox) {
+    if (!outbox->promiseAnswer()) {
+        refuseRequest(*outbox, message.id,
+                      "Too many requests wait for their replies; this one was not carried out.");
+        return;
+    }
     const auto port = std::make_shared<ReplyPort>(outbox, message.id);
     const auto refuse = [&](const std::string& reason) {
         if (port->claim())

@@ -14,6 +14,8 @@ inline constexpr std::uint32_t frameSize = std::uint32_t{1} << 20;
 inline constexpr std::size_t messageSize = std::size_t{256} << 20;
 /// Requests of ours that wait for a reply: a peer that never answers must not fill our memory.
 inline constexpr std::size_t requestsInFlight = 4096;
+/// Requests of a stream's peer that wait for our reply: each holds its handler's memory.
+inline constexpr std::size_t requestsUnanswered = requestsInFlight;
 /// Requests that wait for resume() or for a service to be started again.
 inline constexpr std::size_t requestsDeferred = 1024;
 /// Bytes that wait to be sent to a peer that does not read: one large message and some more.

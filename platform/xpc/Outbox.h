@@ -2,6 +2,7 @@
 
 #include <MorvaneOperation/platform/xpc/Frame.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <list>
@@ -32,6 +33,16 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
     /// Takes the message, or gives the stream up: its limit is reached, or it has ended.
     void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) noexcept;
+    /// That there will be an answer to one more request. False, and no promise, if too many are
+    /// owed already.
+    bool promiseAnswer() noexcept {
+        if (promised_.fetch_add(1, std::memory_order_relaxed) < limits::requestsUnanswered)
+            return true;
+        keepPromise();
+        return false;
+    }
+    /// That answer is being sent.
+    void keepPromise() noexcept { promised_.fetch_sub(1, std::memory_order_relaxed); }
     void holdBack();
     /// Sends what was collected.
     void release() noexcept;
@@ -63,6 +74,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
     const std::shared_ptr<StreamSocket> socket_;
     const Limits limits_;
+    std::atomic<std::size_t> promised_ = 0;
     std::mutex mutex_;
     std::list<Piece> pieces_;
     /// Memory that was used for frames before.

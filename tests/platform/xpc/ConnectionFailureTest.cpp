@@ -50,7 +50,7 @@ class RawClient {
         server = std::make_shared<NSXPCConnection>(
             std::make_shared<NSXPCConnection::Core>("client", far));
         server->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
-        server->setExportedObject<Echo>(std::make_shared<EchoService>());
+        server->setExportedObject<Echo>(service);
         server->resume();
     }
     ~RawClient() { server->invalidate(); }
@@ -74,6 +74,7 @@ class RawClient {
         return Answer{message->kind, std::string(message->body.begin(), message->body.end())};
     }
 
+    std::shared_ptr<EchoService> service = std::make_shared<EchoService>();
     std::shared_ptr<FakeStreamSocket> stream;
     std::shared_ptr<NSXPCConnection> server;
 };
@@ -103,6 +104,32 @@ TEST(NSXPCConnection, NamesTheArgumentThatWasRefused) {
     const auto answer = client.answer().value();
     EXPECT_EQ(answer.kind, FrameKind::refusal);
     EXPECT_TRUE(answer.text.starts_with("Argument 0 was refused by decoding.")) << answer.text;
+}
+
+TEST(NSXPCConnection, RefusesMoreRequestsThanItMayOweAnswersTo) {
+    RawClient client;
+    std::vector<NSXPCReply<std::string, NSErrorRef>> owed;
+    std::promise<void> allAsked;
+    client.service->onEcho = [&](auto, auto reply) {
+        owed.push_back(std::move(reply));
+        if (owed.size() == limits::requestsUnanswered)
+            allAsked.set_value();
+    };
+    for (std::size_t i = 0; i < limits::requestsUnanswered; ++i)
+        client.request("echo:reply:", archiveOfText("x"));
+    await(allAsked.get_future());
+    client.request("echo:reply:", archiveOfText("one too many"));
+    const auto refused = client.answer().value();
+    EXPECT_EQ(refused.kind, FrameKind::refusal);
+    EXPECT_EQ(refused.text,
+              "Too many requests wait for their replies; this one was not carried out.");
+    EXPECT_EQ(owed.size(), limits::requestsUnanswered);
+
+    owed.front()("now", nullptr);
+    EXPECT_EQ(client.answer().value().kind, FrameKind::reply);
+    client.service->onEcho = nullptr;
+    client.request("echo:reply:", archiveOfText("room again"));
+    EXPECT_EQ(client.answer().value().kind, FrameKind::reply);
 }
 
 TEST(NSXPCConnection, ClosesTheStreamOfAPeerThatBreaksTheRules) {
