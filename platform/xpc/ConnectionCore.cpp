@@ -257,7 +257,7 @@ void NSXPCConnection::Core::invalidate() {
 void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
                                  const std::shared_ptr<Outbox>& outbox) {
     try {
-        FrameReader reader(*socket);
+        FrameReader reader(*socket, incoming);
         bool heldBack = false;
         while (!invalidated_) {
             const auto message = reader.next();
@@ -271,6 +271,8 @@ void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
             }
             handle(*message, outbox);
         }
+        if (const auto& refused = reader.refused())
+            refuseRequest(*outbox, refused->id, refused->reason);
     } catch (const std::bad_alloc&) {
         // There is no memory for what the peer sends.
     }
@@ -309,7 +311,7 @@ void NSXPCConnection::Core::handleRequest(const Message& message,
     }
     const auto& description = exportedInterface->protocol().messages[*index];
     try {
-        NSKeyedUnarchiver coder(message.body);
+        NSKeyedUnarchiver coder(message.body, decoding);
         description.dispatch(object.get(), coder, exportedInterface->argumentClasses(*index), port);
     } catch (const std::exception& failure) {
         // The process stands, whatever a request makes its handler throw.
@@ -336,7 +338,7 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
                                       std::string(message.body.begin(), message.body.end()));
     } else {
         try {
-            NSKeyedUnarchiver coder(message.body);
+            NSKeyedUnarchiver coder(message.body, decoding);
             request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
         } catch (const NSXPCArgumentFailure& failure) {
             refused = connectionError(NSXPCConnectionReplyInvalid,

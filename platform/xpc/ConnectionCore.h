@@ -27,6 +27,9 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     // Configuration; before resume().
     std::shared_ptr<NSXPCInterface> remoteInterface;
     std::shared_ptr<NSXPCInterface> exportedInterface;
+    /// What the peer's messages may use.
+    FrameReader::Limits incoming;
+    NSDecodingBudget decoding;
 
     void setExportedObject(std::shared_ptr<void> object);
     std::shared_ptr<void> exportedObject() const;

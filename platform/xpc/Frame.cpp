@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace morvane {
 namespace {
@@ -78,9 +79,37 @@ void FrameReader::Bytes::reserve(std::size_t capacity) {
     capacity_ = capacity;
 }
 
-FrameReader::FrameReader(StreamSocket& socket, std::chrono::milliseconds frameTime)
-    : socket_(socket), frameTime_(frameTime), buffer_(bufferSize) {
+FrameReader::FrameReader(StreamSocket& socket) : FrameReader(socket, Limits()) {}
+
+FrameReader::FrameReader(StreamSocket& socket, Limits limits)
+    : socket_(socket), limits_(std::move(limits)), buffer_(bufferSize) {
     buffer_.resize(bufferSize);
+}
+
+FrameReader::~FrameReader() {
+    giveRoomBack();
+}
+
+bool FrameReader::takeRoom(const FrameHeader& first, std::size_t length) {
+    const auto refuse = [&](std::string reason) {
+        if (first.kind == FrameKind::request)
+            refused_ = {first.id, std::move(reason)};
+        return false;
+    };
+    if (length > limits_.messageSize - assembled_.all().size()) {
+        return refuse("The request is larger than " + std::to_string(limits_.messageSize) +
+                      " bytes; ask for fewer items at a time.");
+    }
+    if (limits_.shared && !limits_.shared->take(length)) {
+        return refuse("Too many large requests of this user are being handled; ask again later.");
+    }
+    taken_ += length;
+    return true;
+}
+
+void FrameReader::giveRoomBack() {
+    if (limits_.shared)
+        limits_.shared->giveBack(std::exchange(taken_, 0));
 }
 
 bool FrameReader::hasMessageWaiting() const {
@@ -107,7 +136,7 @@ bool FrameReader::fillBuffer(std::size_t needed) {
     while (end_ - begin_ < needed) {
         // A frame has begun once its first byte is here: from then on it has limited time.
         if (begin_ != end_ && !deadline_) {
-            deadline_ = std::chrono::steady_clock::now() + frameTime_;
+            deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
         }
         const auto count = receive(buffer_.all().subspan(end_));
         if (count == 0)
@@ -120,8 +149,6 @@ bool FrameReader::fillBuffer(std::size_t needed) {
 bool FrameReader::appendPayload(std::size_t length) {
     auto at = assembled_.all().size();
     const auto end = at + length;
-    if (end > limits::messageSize)
-        return false;
     assembled_.resize(end);
     const auto buffered = std::min(length, end_ - begin_);
     if (buffered != 0)
@@ -129,7 +156,7 @@ bool FrameReader::appendPayload(std::size_t length) {
     begin_ += buffered;
     at += buffered;
     if (at < end && !deadline_)
-        deadline_ = std::chrono::steady_clock::now() + frameTime_;
+        deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
     while (at < end) {
         const auto count = receive(assembled_.all().subspan(at));
         if (count == 0)
@@ -147,6 +174,7 @@ std::optional<Message> FrameReader::next() {
     } else {
         assembled_.resize(0);
     }
+    giveRoomBack();
     deadline_.reset();
     std::optional<FrameHeader> first;
     for (;;) {
@@ -172,12 +200,12 @@ std::optional<Message> FrameReader::next() {
             return std::nullopt;
         }
         begin_ += FrameHeader::size;
-        if (!appendPayload(header->payloadLength))
+        if (!takeRoom(*first, header->payloadLength) || !appendPayload(header->payloadLength))
             return std::nullopt;
         if (!header->moreFollows)
             break;
         // Each frame has its own time, and the next is due from now on.
-        deadline_ = std::chrono::steady_clock::now() + frameTime_;
+        deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
     }
     const NSDataView payload(assembled_.all());
     return Message{first->kind, first->id, text(payload.first(first->selectorLength)),

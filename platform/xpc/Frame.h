@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -52,19 +55,58 @@ struct Message {
     NSDataView body;
 };
 
+/// Bytes that several readers may hold together. Any thread.
+class SharedBytes {
+  public:
+    explicit SharedBytes(std::size_t most) : left_(most) {}
+    /// False, and nothing is taken, if there are not as many.
+    bool take(std::size_t count) {
+        auto left = left_.load();
+        while (count <= left) {
+            if (left_.compare_exchange_weak(left, left - count))
+                return true;
+        }
+        return false;
+    }
+    void giveBack(std::size_t count) { left_ += count; }
+
+  private:
+    std::atomic<std::size_t> left_;
+};
+
 /// Reads messages from a stream, which it does not own.
 class FrameReader {
   public:
-    /// `frameTime`: from a frame's first byte to its last, and for another frame of a message from
-    /// the end of the one before.
-    explicit FrameReader(StreamSocket& socket,
-                         std::chrono::milliseconds frameTime = limits::frameTime);
+    struct Limits {
+        /// From a frame's first byte to its last, and for another frame of a message from the end
+        /// of the one before.
+        std::chrono::milliseconds frameTime = limits::frameTime;
+        std::size_t messageSize = limits::messageSize;
+        /// What the messages that do not fit into a reader's buffer are taken from, until the next
+        /// call of next(); null for no limit but their size.
+        std::shared_ptr<SharedBytes> shared = nullptr;
+    };
+
+    explicit FrameReader(StreamSocket& socket);
+    FrameReader(StreamSocket& socket, Limits limits);
+    ~FrameReader();
+    FrameReader(const FrameReader&) = delete;
+    FrameReader& operator=(const FrameReader&) = delete;
 
     /// Waits for the next message; its views hold until the next call. Empty when the stream has
     /// ended, or the peer broke the rules or took too long.
     std::optional<Message> next();
     /// Whether the next message is here already, whole.
     bool hasMessageWaiting() const;
+
+    /// A request that there was no room for.
+    struct Refused {
+        std::uint64_t id;
+        /// Why, for people.
+        std::string reason;
+    };
+    /// Why next() has returned nothing, if it was this.
+    const std::optional<Refused>& refused() const { return refused_; }
 
   private:
     std::span<const std::uint8_t> waiting() const {
@@ -73,9 +115,11 @@ class FrameReader {
     std::size_t receive(std::span<std::uint8_t> into);
     bool fillBuffer(std::size_t needed);
     bool appendPayload(std::size_t length);
+    bool takeRoom(const FrameHeader& first, std::size_t length);
+    void giveRoomBack();
 
     StreamSocket& socket_;
-    const std::chrono::milliseconds frameTime_;
+    const Limits limits_;
     /// Bytes that are not set before they are received, and that grow without being copied where
     /// the system can move pages.
     class Bytes {
@@ -110,6 +154,9 @@ class FrameReader {
     std::size_t end_ = 0;
     /// A message that does not lie whole in the buffer.
     Bytes assembled_;
+    /// Of the shared bytes.
+    std::size_t taken_ = 0;
+    std::optional<Refused> refused_;
     StreamSocket::Deadline deadline_;
 };
 

@@ -58,10 +58,20 @@ class NSXPCListener::Core {
             return connections_.size() < limits::clients &&
                    static_cast<std::size_t>(ofUser) < limits::clientsOfOneUser;
         }
-        /// Returns the client's number.
-        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection, std::int64_t user) {
+        /// What all clients of the user receive their messages from.
+        std::shared_ptr<SharedBytes> messagesOf(std::int64_t user) {
             const std::lock_guard lock(mutex_);
-            connections_.push_back({++lastNumber_, user, connection, nullptr});
+            for (const auto& client : connections_) {
+                if (client.user == user)
+                    return client.messages;
+            }
+            return std::make_shared<SharedBytes>(limits::clientMessagesOfOneUser);
+        }
+        /// Returns the client's number.
+        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection, std::int64_t user,
+                          std::shared_ptr<SharedBytes> messages) {
+            const std::lock_guard lock(mutex_);
+            connections_.push_back({++lastNumber_, user, connection, nullptr, std::move(messages)});
             return lastNumber_;
         }
         /// From now on until its end the connection is kept alive.
@@ -146,6 +156,7 @@ class NSXPCListener::Core {
             std::weak_ptr<NSXPCConnection> connection;
             /// The same, once it is in use.
             std::shared_ptr<NSXPCConnection> kept;
+            std::shared_ptr<SharedBytes> messages;
         };
         std::vector<Client>::iterator find(std::uint64_t number) {
             return std::find_if(connections_.begin(), connections_.end(),
@@ -188,7 +199,15 @@ class NSXPCListener::Core {
         }
         const auto core = std::make_shared<NSXPCConnection::Core>("client", std::move(socket));
         const auto connection = std::make_shared<NSXPCConnection>(core);
-        const auto number = clients_->add(connection, user);
+        const auto messages = clients_->messagesOf(user);
+        if (listener_) {
+            // Anyone may connect; a private service has its application's trust.
+            core->incoming.messageSize = limits::clientMessageSize;
+            core->incoming.shared = messages;
+            core->decoding.bytes = limits::clientMessageBytes;
+            core->decoding.objects = limits::clientMessageObjects;
+        }
+        const auto number = clients_->add(connection, user, messages);
         core->onEnd = [clients = clients_, number] { clients->remove(number); };
         bool isTaken = false;
         try {

@@ -123,21 +123,21 @@ bool givesUp(FrameReader& reader, FakeStreamSocket& far) {
 
 TEST(FrameReader, GivesUpOnAFrameThatTakesTooLong) {
     auto [near, far] = FakeStreamSocket::pair();
-    FrameReader reader(*near, 1ms);
+    FrameReader reader(*near, {.frameTime = 1ms});
     put(*far, NSData{'M'});
     EXPECT_TRUE(givesUp(reader, *far));
 }
 
 TEST(FrameReader, GivesUpOnALargePayloadThatTakesTooLong) {
     auto [near, far] = FakeStreamSocket::pair();
-    FrameReader reader(*near, 1ms);
+    FrameReader reader(*near, {.frameTime = 1ms});
     put(*far, frame({FrameKind::reply, false, 0, limits::frameSize, 1}, 10));
     EXPECT_TRUE(givesUp(reader, *far));
 }
 
 TEST(FrameReader, GivesUpOnAMessageWhoseNextFrameDoesNotCome) {
     auto [near, far] = FakeStreamSocket::pair();
-    FrameReader reader(*near, 1ms);
+    FrameReader reader(*near, {.frameTime = 1ms});
     put(*far, frame({FrameKind::request, true, 2, 4, 9}, 4));  // the stream stays open
     auto read = std::async(std::launch::async, [&] { return reader.next().has_value(); });
     EXPECT_EQ(read.wait_for(30s), std::future_status::ready) << "it waits without end";
@@ -165,7 +165,7 @@ TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
         PeerCredentials peer() const override { return {}; }
     };
     Trickle socket;
-    FrameReader reader(socket, 1ms);
+    FrameReader reader(socket, {.frameTime = 1ms});
     EXPECT_FALSE(reader.next());
     EXPECT_LT(socket.given, FrameHeader::size + limits::frameSize);
 }
@@ -196,6 +196,53 @@ TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
     EXPECT_FALSE(reader.next());
     EXPECT_GE(socket.given, limits::messageSize);
     EXPECT_LT(socket.given, limits::messageSize + 2 * limits::frameSize);
+}
+
+/// A request of two frames, 4,000 and 6,000 bytes of payload.
+void putRequest(FakeStreamSocket& socket, std::uint64_t id) {
+    put(socket, frame({FrameKind::request, true, 0, 4000, id}, 4000));
+    put(socket, frame({FrameKind::request, false, 0, 6000, id}, 6000));
+}
+
+TEST(FrameReader, RefusesARequestLargerThanItsOwnLimit) {
+    for (const bool fits : {true, false}) {
+        auto [near, far] = FakeStreamSocket::pair();
+        FrameReader reader(*near, {.messageSize = fits ? 10000U : 9999U});
+        putRequest(*far, 5);
+        EXPECT_EQ(reader.next().has_value(), fits);
+        ASSERT_EQ(reader.refused().has_value(), !fits);
+        if (fits)
+            continue;
+        EXPECT_EQ(reader.refused()->id, 5U);
+        EXPECT_EQ(reader.refused()->reason,
+                  "The request is larger than 9999 bytes; ask for fewer items at a time.");
+    }
+}
+
+TEST(FrameReader, RefusesARequestWhileOthersHoldTheBytesThatTheyShare) {
+    const auto shared = std::make_shared<SharedBytes>(15000);
+    auto [near, far] = FakeStreamSocket::pair();
+    auto [otherNear, otherFar] = FakeStreamSocket::pair();
+    auto [thirdNear, thirdFar] = FakeStreamSocket::pair();
+    std::optional<FrameReader> reader;
+    reader.emplace(*near, FrameReader::Limits{.shared = shared});
+    putRequest(*far, 1);
+    ASSERT_TRUE(reader->next());
+
+    FrameReader other(*otherNear, {.shared = shared});
+    putRequest(*otherFar, 2);
+    EXPECT_FALSE(other.next());
+    ASSERT_TRUE(other.refused());
+    EXPECT_EQ(other.refused()->reason,
+              "Too many large requests of this user are being handled; ask again later.");
+    EXPECT_FALSE(other.next());  // gives back what it had of the request
+
+    reader.reset();
+    FrameReader third(*thirdNear, {.shared = shared});
+    for (int i = 0; i < 3; ++i) {
+        putRequest(*thirdFar, 3);
+        EXPECT_TRUE(third.next());
+    }
 }
 
 TEST(FrameReader, KnowsWhetherTheNextMessageIsHereWhole) {

@@ -112,7 +112,7 @@ TEST(HostilePeer, AFloodOfDescriptorsEndsTheConnectionBeforeItsRequestIsLookedAt
 
 TEST(HostilePeer, ASlowSenderIsCutOffAtTheTimeOfAWholeFrame) {
     const RealStream pair;
-    FrameReader reader(*pair.stream, 20ms);
+    FrameReader reader(*pair.stream, {.frameTime = 20ms});
     // The next byte goes out as soon as the last was taken; all of them would take far longer.
     std::size_t sent = 0;
     std::thread trickle([&] {

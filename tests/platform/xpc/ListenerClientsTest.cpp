@@ -1,6 +1,7 @@
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -118,6 +119,70 @@ TEST(NSXPCListener, TurnsAClientAwayWhileNoThreadCanWaitForTheNext) {
     EXPECT_FALSE(listener.connect(1000));
     listener.setAlone(false);
     EXPECT_TRUE(listener.connect(1000));
+}
+
+/// A request of frames of the largest size; the last frame is missing if it `isOpen`.
+void sendLarge(FakeStreamSocket& stream, std::size_t frames, bool isOpen) {
+    const NSData payload(limits::frameSize);
+    for (std::size_t i = 0; i < frames; ++i) {
+        FrameHeader header;
+        header.id = 8;
+        header.moreFollows = isOpen || i + 1 < frames;
+        header.payloadLength = limits::frameSize;
+        const auto bytes = header.bytes();
+        const StreamSocket::Bytes pieces[] = {bytes, payload};
+        stream.send(pieces);
+    }
+}
+
+std::string answerText(FakeStreamSocket& stream) {
+    FrameReader reader(stream);
+    const auto message = reader.next();
+    return message ? std::string(message->body.begin(), message->body.end()) : "";
+}
+
+constexpr auto framesOfAMessage = limits::clientMessageSize / limits::frameSize;
+
+TEST(NSXPCListener, RefusesAClientsRequestThatIsTooLargeAndClosesItsConnection) {
+    LocalListener listener;
+    const auto client = listener.connect(1000);
+    sendLarge(*client, framesOfAMessage, false);
+    EXPECT_EQ(answerText(*client), "The peer has no message of that name.");
+    sendLarge(*client, framesOfAMessage + 1, true);
+    EXPECT_EQ(answerText(*client),
+              "The request is larger than 4194304 bytes; ask for fewer items at a time.");
+    EXPECT_EQ(answerText(*client), "");
+}
+
+TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
+    LocalListener listener;
+    const auto clients =
+        listener.connect(1000, limits::clientMessagesOfOneUser / limits::clientMessageSize + 1);
+    for (const auto& client : clients)
+        sendLarge(*client, framesOfAMessage, true);
+    // One of them is refused, whichever comes last; nobody else is.
+    std::vector<std::future<std::string>> answers;
+    std::promise<std::string> refused;
+    std::atomic_flag isRefused;
+    for (const auto& client : clients) {
+        answers.push_back(std::async(std::launch::async, [&, client] {
+            auto text = answerText(*client);
+            if (!text.empty() && !isRefused.test_and_set())
+                refused.set_value(text);
+            return text;
+        }));
+    }
+    EXPECT_EQ(await(refused.get_future()),
+              "Too many large requests of this user are being handled; ask again later.");
+    const auto other = listener.connect(1001);
+    sendLarge(*other, framesOfAMessage, false);
+    EXPECT_EQ(answerText(*other), "The peer has no message of that name.");
+    for (const auto& client : clients)
+        client->shutdown();
+    std::size_t count = 0;
+    for (auto& answer : answers)
+        count += !await(std::move(answer)).empty();
+    EXPECT_EQ(count, 1U);
 }
 
 TEST(NSXPCListener, ClosesAConnectionThatItsHandlerDoesNotTakeAndServesTheNext) {
