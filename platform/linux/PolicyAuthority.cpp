@@ -51,12 +51,14 @@ Variant call(const char* method, GVariant* arguments, const char* replyType, int
     if (!answer ||
         g_dbus_message_get_message_type(answer.get()) != G_DBUS_MESSAGE_TYPE_METHOD_RETURN)
         return nullptr;
+    // An answer that says nothing has no body.
     GVariant* const body = g_dbus_message_get_body(answer.get());
-    if (!body || !g_variant_is_of_type(body, G_VARIANT_TYPE(replyType)))
+    Variant value(body ? g_variant_ref(body) : g_variant_ref_sink(g_variant_new("()")));
+    if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE(replyType)))
         return nullptr;
     if (const char* const sender = g_dbus_message_get_sender(answer.get()); sender && answerer)
         *answerer = sender;
-    return Variant(g_variant_ref(body));
+    return value;
 }
 
 /// A "unix-process" subject. Of a process that is not known for sure, none.
