@@ -7,6 +7,7 @@
 
 #include "RawRequests.h"
 #include "XpcTestSupport.h"
+#include "platform/archive/ArchiveTestModels.h"
 
 namespace morvane {
 namespace {
@@ -183,6 +184,27 @@ TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
     for (auto& answer : answers)
         count += !await(std::move(answer)).empty();
     EXPECT_EQ(count, 1U);
+}
+
+TEST(NSXPCListener, AClientsSmallRequestCannotUnfoldIntoMany) {
+    LocalListener listener;
+    const auto client = listener.connect(1000);
+    // One URL, many times; each costs itself and its text.
+    test::ArchiveBuilder archive;
+    const auto text = archive.uid(archive.add(archive.list.string("file:///a")));
+    const auto url = archive.uid(archive.add(archive.dictionary(
+        {{"NS.relative", text}, {"$class", archive.classNamed("NSURL", {"NSURL", "NSObject"})}})));
+    const std::vector<test::ArchiveBuilder::Ref> urls(limits::clientMessageObjects / 2 + 1, url);
+    const auto array = archive.uid(archive.add(
+        archive.dictionary({{"NS.objects", archive.list.array(urls)},
+                            {"$class", archive.classNamed("NSArray", {"NSArray", "NSObject"})}})));
+    const auto body = archive.finish(archive.dictionary({{"0", array}}));
+    const auto request = requestFrame("echoUrls:reply:", body);
+    const StreamSocket::Bytes pieces[] = {request};
+    client->send(pieces);
+    const auto answer = answerText(*client);
+    EXPECT_NE(answer.find("the archive unfolds into too many objects"), std::string::npos)
+        << answer;
 }
 
 TEST(NSXPCListener, ClosesAConnectionThatItsHandlerDoesNotTakeAndServesTheNext) {
