@@ -31,17 +31,6 @@ void appendUtf8(std::string& text, char32_t c) {
     }
 }
 
-/// The first part of `text` that is not wider than `columns`. `text` is escaped, hence UTF-8.
-std::string cut(const std::string& text, std::size_t columns) {
-    std::size_t end = text.size();
-    while (columnsOf(std::string_view(text).substr(0, end)) > columns) {
-        --end;
-        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-            --end;
-    }
-    return text.substr(0, end);
-}
-
 }  // namespace
 
 std::vector<EditScreen::Line> EditScreen::lines() const {

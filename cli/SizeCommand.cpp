@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "Failure.h"
@@ -54,7 +55,9 @@ std::string asTable(const SizeList& sizes) {
 std::int64_t sumOf(const SizeList& sizes) {
     std::int64_t sum = 0;
     for (const auto& item : sizes)
-        sum += std::max<std::int64_t>(item->size(), 0);
+        if (__builtin_add_overflow(sum, std::max<std::int64_t>(item->size(), 0), &sum))
+            return std::numeric_limits<std::int64_t>::max();  // sparse files can claim more than
+                                                              // there is
     return sum;
 }
 

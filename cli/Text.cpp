@@ -104,6 +104,16 @@ std::size_t columnsOf(std::string_view text) {
     return columns;
 }
 
+std::string cut(std::string_view text, std::size_t columns) {
+    std::size_t end = text.size();
+    while (columnsOf(text.substr(0, end)) > columns) {
+        --end;
+        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80)
+            --end;
+    }
+    return std::string(text.substr(0, end));
+}
+
 std::string padded(std::string_view text, std::size_t columns) {
     const std::size_t own = columnsOf(text);
     return std::string(text) + std::string(own < columns ? columns - own : 0, ' ');

@@ -17,6 +17,9 @@ bool isUtf8(std::string_view bytes);
 /// The columns that `text` takes on a terminal.
 std::size_t columnsOf(std::string_view text);
 
+/// The first part of `text`, which is UTF-8, that is not wider than `columns`.
+std::string cut(std::string_view text, std::size_t columns);
+
 /// `text` with spaces behind it, up to `columns`.
 std::string padded(std::string_view text, std::size_t columns);
 

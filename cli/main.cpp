@@ -1,4 +1,5 @@
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
@@ -40,20 +42,31 @@ class InterruptWatch {
     struct sigaction former_ {};
 };
 
+/// The columns of a line on standard error; empty where none can be drawn over and over.
+std::optional<std::size_t> columnsOfLiveLine() {
+    const char* const kind = std::getenv("TERM");
+    if (isatty(STDERR_FILENO) == 0 || !kind || std::string_view(kind) == "dumb")
+        return std::nullopt;
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
 /// Waits for the sizes; on a terminal with a line that tells how far the service is.
 SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
     const InterruptWatch watch;
-    const bool live = isatty(STDERR_FILENO) != 0;
     const auto start = std::chrono::steady_clock::now();
     auto answer = connector.sizes(urls, [&](const SizeList& sizes) {
-        if (live && !sizes.empty()) {
-            std::fprintf(stderr, "\r\033[K%s",
-                         progressLine(sizes, std::chrono::steady_clock::now() - start).c_str());
+        const auto columns = columnsOfLiveLine();
+        if (columns && !sizes.empty()) {
+            const auto line = progressLine(sizes, std::chrono::steady_clock::now() - start);
+            // The last column would take the cursor to the next line.
+            std::fprintf(stderr, "\r\033[K%s", cut(line, *columns - 1).c_str());
             std::fflush(stderr);
         }
         return !interrupted;
     });
-    if (live) {
+    if (columnsOfLiveLine()) {
         std::fputs("\r\033[K", stderr);
     }
     return answer;

@@ -2,17 +2,23 @@
 
 usage: size_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
+import fcntl
 import json
 import os
+import pty
 import random
 import shutil
 import signal
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import threading
 import unittest
+
+import terminal as terminals
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
 COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helpers", "size_walk.py")
@@ -273,6 +279,35 @@ class Interruption(unittest.TestCase):
         output, message = process.communicate(timeout=TIME_LIMIT)
         self.assertEqual((process.returncode, output), (130, b""))
         self.assertRegex(message.decode(), r"^morvane: cancelled; .* were added up so far\.\n$")
+
+
+class LiveLine(unittest.TestCase):
+    def start(self, kind, *paths):
+        """With standard error on a terminal of twenty columns."""
+        terminal, end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        fcntl.ioctl(end, termios.TIOCSWINSZ, struct.pack("4H", 24, 20, 0, 0))
+        process = subprocess.Popen([MORVANE, "size", *paths], env={**ENVIRONMENT, "TERM": kind},
+                                   stdout=subprocess.DEVNULL, stderr=end)
+        os.close(end)
+        return process, terminal
+
+    def test_it_is_no_wider_than_the_terminal(self):
+        process, terminal = self.start("xterm", *(["/proc"] * 2000))
+        shown = terminals.read(terminal, TIME_LIMIT, until="\r\033[K")
+        shown += terminals.read(terminal, TIME_LIMIT, until="\r\033[K")
+        process.send_signal(signal.SIGINT)
+        shown += terminals.read(terminal, TIME_LIMIT)
+        self.assertEqual(process.wait(TIME_LIMIT), 130)
+        lines = [line for line in shown.split("\r\033[K") if line and "cancelled" not in line]
+        self.assertIn(" of 2000 done", lines[0])
+        self.assertEqual({len(line) for line in lines}, {19})
+
+    def test_a_terminal_that_cannot_draw_has_none(self):
+        with tempfile.NamedTemporaryFile() as file:
+            process, terminal = self.start("dumb", file.name)
+            self.assertEqual(terminals.read(terminal, TIME_LIMIT), "")
+            self.assertEqual(process.wait(TIME_LIMIT), 0)
 
 
 class Listing(Tree):
