@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "Failure.h"
+#include "Text.h"
 
 namespace morvane {
 
@@ -22,7 +23,10 @@ Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
     if (!error)
         return {};
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
-        return {ExitInterrupted, {}, "morvane: cancelled; a part of the items was changed.\n"};
+        return {ExitInterrupted,
+                {},
+                "morvane: " + escaped(error->localizedDescription()) +
+                    "\n  What is changed stays so.\n"};
     return {exitCodeOf(*error),
             {},
             failureMessage("cannot propagate the access-control list of", options.path, *error,
