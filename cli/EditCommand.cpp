@@ -79,6 +79,38 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             problem = "whether the item is a folder cannot be told";
         return folder;
     });
+    const auto save = [&](bool lossy) -> Outcome {
+        if (const auto problem = editor.unwritable())
+            return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
+
+        auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
+        if (options.dryRun || lossy) {
+            NSErrorRef error;
+            entries = item.afterWriting(entries, lossy, &error);
+            if (error)
+                return refusal(*error, options);
+        }
+        if (options.dryRun) {
+            sortCanonically(entries);
+            const auto after = shown(entries, options, style);
+            if (options.json)
+                return {
+                    ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
+            return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
+                    "morvane: --dry-run, nothing was changed.\n"};
+        }
+        if (const auto error = sink(entries, url))
+            return refusal(*error, options);
+        // What the item has now, which is not always the order of what was written.
+        auto written = source(url);
+        if (written.error)
+            return {ExitSuccess,
+                    {},
+                    "morvane: the list was written; it cannot be read back: " +
+                        escaped(written.error->localizedDescription()) + '\n'};
+        sortCanonically(written.entries);
+        return {ExitSuccess, shown(written.entries, options, style), {}};
+    };
     if (options.script) {
         const auto problem = runEditScript(*options.script, editor);
         if (kindError)
@@ -91,38 +123,16 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             return {ExitUsage,
                     {},
                     "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
-    } else if (!interaction(editor, escaped(options.path))) {
-        return {ExitSuccess, {}, "morvane: nothing was changed.\n"};
+        return save(options.lossy);
     }
-    if (const auto problem = editor.unwritable())
-        return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
-
-    auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
-    if (options.dryRun || options.lossy) {
-        NSErrorRef error;
-        entries = item.afterWriting(entries, options.lossy, &error);
-        if (error)
-            return refusal(*error, options);
-    }
-    if (options.dryRun) {
-        sortCanonically(entries);
-        const auto after = shown(entries, options, style);
-        if (options.json)
-            return {ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
-        return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
-                "morvane: --dry-run, nothing was changed.\n"};
-    }
-    if (const auto error = sink(entries, url))
-        return refusal(*error, options);
-    // What the item has now, which is not always the order of what was written.
-    auto written = source(url);
-    if (written.error)
-        return {ExitSuccess,
-                {},
-                "morvane: the list was written; it cannot be read back: " +
-                    escaped(written.error->localizedDescription()) + '\n'};
-    sortCanonically(written.entries);
-    return {ExitSuccess, shown(written.entries, options, style), {}};
+    Outcome outcome;
+    const bool saved = interaction(editor, escaped(options.path), [&](bool lossy) -> Problem {
+        outcome = save(lossy || options.lossy);
+        if (outcome.exitCode != ExitFailure)
+            return std::nullopt;
+        return outcome.message;
+    });
+    return saved ? outcome : Outcome{ExitSuccess, {}, "morvane: nothing was changed.\n"};
 }
 
 }  // namespace morvane

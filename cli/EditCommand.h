@@ -32,8 +32,14 @@ struct EditOptions {
 /// Writes a list and waits for the answer.
 using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& url)>;
 
-/// Lets a person edit; whether the result is to be written. Empty where there is no terminal.
-using AclInteraction = std::function<bool(AclEditor& editor, const std::string& title)>;
+/// Writes what was edited, `lossy` as in EditOptions; answers why the list was refused, so that the
+/// person can go on editing.
+using AclSave = std::function<Problem(bool lossy)>;
+
+/// Lets a person edit until the result was saved; false if it was not. Empty where there is no
+/// terminal.
+using AclInteraction =
+    std::function<bool(AclEditor& editor, const std::string& title, const AclSave& save)>;
 
 /// `access` asks a service that can look at more than this program; null if there is none.
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,

@@ -1,16 +1,32 @@
 #include "EditScreen.h"
 
 #include <algorithm>
+#include <array>
+#include <sstream>
 #include <utility>
 
 namespace morvane {
 
 namespace {
 
-constexpr const char* help =
-    "Up/Down move   Right/Left open, close   Space box   g permissions   t allow/deny\n"
-    "w who   a add   d remove   i inherited   s save   q leave";
-constexpr std::size_t linesAround = 6;
+constexpr std::array help{
+    "Up/Down move   Right/Left open, close   Space box   g permissions   t allow/deny",
+    "w who   a add   d remove   i inherited   s save   l save lossily   q leave"};
+
+/// `text` in lines of at most `columns`, parted at blanks.
+std::vector<std::string> wrapped(const std::string& text, std::size_t columns) {
+    std::vector<std::string> result{""};
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        auto& line = result.back();
+        const auto longer = line.empty() ? word : line + ' ' + word;
+        if (columnsOf(longer) <= columns || line.empty())
+            line = cut(longer, columns);
+        else
+            result.push_back(cut(word, columns));
+    }
+    return result;
+}
 
 void appendUtf8(std::string& text, char32_t c) {
     const auto byte = [&](char32_t value) { text += static_cast<char>(value); };
@@ -68,32 +84,49 @@ std::string EditScreen::textOf(const Line& line) const {
     return std::string(line.depth * 4, ' ') + boxAsText(*line.node);
 }
 
-std::string EditScreen::draw(std::size_t rows, std::size_t columns) const {
-    const auto all = lines();
-    const std::size_t room = rows > linesAround ? rows - linesAround : 1;
-    const std::size_t first = chosen_ < room ? 0 : chosen_ - room + 1;
-    std::string text =
-        style_.heading(cut(title_ + (changed_ ? " (changed)" : ""), columns)) + "\n\n";
-    for (std::size_t i = first; i < std::min(all.size(), first + room); ++i) {
-        const auto line = cut((i == chosen_ ? "> " : "  ") + textOf(all[i]), columns);
-        text += (i == chosen_ ? style_.heading(line) : line) + '\n';
-    }
-    if (all.empty())
-        text += "  The list has no entries.\n";
-    text += '\n';
+std::vector<std::string> EditScreen::footer(std::size_t rows, std::size_t columns) const {
+    std::vector<std::string> result;
     switch (asking_) {
         case Asking::nothing:
-            text += cut(message_, columns) + '\n';
+            result = wrapped(message_, columns);
+            result.resize(std::clamp<std::size_t>(rows / 3, 1, result.size()));
             break;
         case Asking::whoToAdd:
         case Asking::who:
-            text += cut("user:NAME, group:NAME or everyone: " + escaped(typed_), columns) + '\n';
+            result = {cut("user:NAME, group:NAME or everyone: " + escaped(typed_), columns)};
             break;
         case Asking::whetherToLeave:
-            text += "Leave without saving? (y/n)\n";
+            result = {cut("Leave without saving? (y/n)", columns)};
             break;
     }
-    return text + style_.faint(help) + '\n';
+    for (const auto* line : help)
+        result.push_back(style_.faint(cut(line, columns)));
+    return result;
+}
+
+std::string EditScreen::draw(std::size_t rows, std::size_t columns) const {
+    const auto all = lines();
+    const auto below = footer(rows, columns);
+    // The title, and blank lines below it and the list.
+    const std::size_t linesAround = below.size() + 3;
+    const std::size_t room = rows > linesAround ? rows - linesAround : 1;
+    const std::size_t first = chosen_ < room ? 0 : chosen_ - room + 1;
+    std::vector<std::string> shown{
+        style_.heading(cut(title_ + (changed_ ? " (changed)" : ""), columns)), ""};
+    for (std::size_t i = first; i < std::min(all.size(), first + room); ++i) {
+        const auto line = cut((i == chosen_ ? "> " : "  ") + textOf(all[i]), columns);
+        shown.push_back(i == chosen_ ? style_.heading(line) : line);
+    }
+    if (all.empty())
+        shown.push_back(cut("  The list has no entries.", columns));
+    shown.emplace_back();
+    shown.insert(shown.end(), below.begin(), below.end());
+    shown.resize(std::min(shown.size(), rows));
+    // Nothing behind the last line: a line break there would move all of it up.
+    std::string text;
+    for (const auto& line : shown)
+        text += (&line == &shown.front() ? "" : "\n") + line;
+    return text;
 }
 
 void EditScreen::did(const Problem& problem) {
@@ -191,6 +224,8 @@ EditScreen::Result EditScreen::answer(char32_t key) {
 EditScreen::Result EditScreen::press(char32_t key) {
     if (key == keyEnd)
         return Result::leave;
+    if (key == keyResized)
+        return Result::goesOn;
     if (asking_ != Asking::nothing)
         return answer(key);
     message_.clear();
@@ -207,6 +242,8 @@ EditScreen::Result EditScreen::press(char32_t key) {
             break;
         case 's':
             return Result::save;
+        case 'l':
+            return Result::saveLossily;
         case 'q':
         case keyEscape:
         case keyInterrupt:

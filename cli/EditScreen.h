@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "AclEditor.h"
 
@@ -24,6 +25,8 @@ enum EditKey : char32_t {
     keyRight,
     /// No key will come any more.
     keyEnd,
+    /// None was pressed; the terminal has another size.
+    keyResized,
     keyEnter = '\r',
     keyEscape = 0x1B,
     keyBackspace = 0x7F,
@@ -32,13 +35,15 @@ enum EditKey : char32_t {
 
 class EditScreen {
   public:
-    enum class Result { goesOn, save, leave };
+    enum class Result { goesOn, save, saveLossily, leave };
 
     EditScreen(AclEditor& editor, std::string title, const Style& style)
         : editor_(editor), title_(std::move(title)), style_(style) {}
 
     /// keyEnd leaves whatever was being asked, as nobody can answer.
     Result press(char32_t key);
+    /// Shows why the list was not saved, until the next key.
+    void tell(const std::string& message) { message_ = message; }
     /// At most `rows` lines, each at most `columns` wide, with the chosen line among them.
     std::string draw(std::size_t rows, std::size_t columns) const;
 
@@ -55,6 +60,8 @@ class EditScreen {
     std::vector<Line> lines() const;
     Line chosenLine() const;
     std::string textOf(const Line& line) const;
+    /// What stands below the list.
+    std::vector<std::string> footer(std::size_t rows, std::size_t columns) const;
     Result answer(char32_t key);
     void act(char32_t key, const Line& line);
     void nextPermissions(std::size_t entry);

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -19,6 +20,8 @@ namespace morvane {
 namespace {
 
 constexpr int noByte = -1;
+/// In place of a byte, too.
+constexpr int resized = -2;
 constexpr int waitForEver = -1;
 /// The rest of a key's sequence comes at once; a person's next key does not.
 constexpr int sequenceMilliseconds = 50;
@@ -36,6 +39,15 @@ constexpr std::array endingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 /// What the handler gives back; set before it can run.
 termios formerSettings;
+
+/// Becomes readable when the terminal has another size.
+int resizes = -1;
+
+void tellOfResize(int) {
+    const int before = errno;
+    eventfd_write(resizes, 1);
+    errno = before;
+}
 
 /// Whatever it calls may be called at any moment.
 void giveBackTheTerminal() {
@@ -76,6 +88,11 @@ Terminal::Terminal() {
         action.sa_flags = static_cast<int>(SA_RESETHAND);
         sigaction(number, &action, nullptr);
     }
+    resizes = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct sigaction resize {};
+    resize.sa_handler = tellOfResize;
+    resize.sa_flags = SA_RESTART;
+    sigaction(SIGWINCH, &resize, nullptr);
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
         throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
     put("\033[?1049h\033[?25l");
@@ -83,6 +100,8 @@ Terminal::Terminal() {
 
 Terminal::~Terminal() {
     giveBackTheTerminal();
+    signal(SIGWINCH, SIG_DFL);
+    close(resizes);
     for (const int number : endingSignals) {
         struct sigaction action {};
         sigaction(number, nullptr, &action);
@@ -103,11 +122,16 @@ void Terminal::show(const std::string& text) {
 }
 
 int Terminal::nextByte(int milliseconds) {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
+    std::array<pollfd, 2> inputs{{{STDIN_FILENO, POLLIN, 0}, {resizes, POLLIN, 0}}};
+    // A new size waits for the end of a key's sequence.
+    const nfds_t watched = milliseconds == waitForEver ? inputs.size() : 1;
     while (true) {
-        const int ready = poll(&input, 1, milliseconds);
+        const int ready = poll(inputs.data(), watched, milliseconds);
         if (ready == 0)
             return noByte;
+        eventfd_t times = 0;
+        if (ready > 0 && inputs[1].revents != 0 && eventfd_read(resizes, &times) == 0)
+            return resized;
         unsigned char byte = 0;
         if (ready > 0) {
             const ssize_t count = read(STDIN_FILENO, &byte, 1);
@@ -126,6 +150,8 @@ char32_t Terminal::nextKey() {
         const int first = nextByte(waitForEver);
         if (first == noByte)
             return keyEnd;
+        if (first == resized)
+            return keyResized;
         if (first == keyEscape) {
             const int second = nextByte(sequenceMilliseconds);
             if (second != '[' && second != 'O')

@@ -72,7 +72,7 @@ SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>
     return answer;
 }
 
-bool editOnTerminal(AclEditor& editor, const std::string& title) {
+bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& save) {
     Terminal terminal;
     EditScreen screen(editor, title,
                       Style(wantsColours(true, std::getenv("NO_COLOR"), std::getenv("TERM"))));
@@ -80,8 +80,14 @@ bool editOnTerminal(AclEditor& editor, const std::string& title) {
         const auto [rows, columns] = terminal.size();
         terminal.show(screen.draw(rows, columns));
         const auto result = screen.press(terminal.nextKey());
-        if (result != EditScreen::Result::goesOn)
-            return result == EditScreen::Result::save;
+        if (result == EditScreen::Result::leave)
+            return false;
+        if (result == EditScreen::Result::goesOn)
+            continue;
+        const auto problem = save(result == EditScreen::Result::saveLossily);
+        if (!problem)
+            return true;
+        screen.tell(*problem);
     }
 }
 

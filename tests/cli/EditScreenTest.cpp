@@ -159,5 +159,30 @@ TEST_F(Screen, CutsWhatIsWiderThanTheTerminal) {
     EXPECT_EQ(drawn(40, 12)[2], "> 1. user al");
 }
 
+TEST_F(Screen, FitsOnATerminalOfAnySize) {
+    screen_.tell("a refusal with many words that go on and on and on and on and on and on");
+    for (const std::size_t rows : {1, 4, 6, 9}) {
+        for (const std::size_t columns : {1, 20, 76}) {
+            const auto lines = drawn(rows, columns);
+            EXPECT_LE(lines.size(), rows);
+            for (const auto& line : lines)
+                EXPECT_LE(columnsOf(line), columns) << line;
+        }
+    }
+}
+
+TEST_F(Screen, ShowsAWholeRefusalUntilTheNextKey) {
+    screen_.tell("the file system\n  cannot hold it");
+    press({keyResized});
+    EXPECT_EQ(drawn(40, 20)[5], "the file system");
+    EXPECT_EQ(drawn(40, 20)[6], "cannot hold it");
+    press({keyDown});
+    EXPECT_EQ(drawn(40, 20)[5], "");
+}
+
+TEST_F(Screen, SavesLossilyWithL) {
+    EXPECT_EQ(press({'l'}), Result::saveLossily);
+}
+
 }  // namespace
 }  // namespace morvane

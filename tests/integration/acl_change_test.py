@@ -2,11 +2,13 @@
 
 usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
+import fcntl
 import json
 import os
 import pty
 import select
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
@@ -275,6 +277,28 @@ class Terminal(Changing):
         self.assertEqual(status, 0)
         self.assertIn("nothing was changed", rest)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
+    def test_a_refusal_keeps_the_edits_on_the_screen(self):
+        self.setfacl("-m", "u:4711:rwx", self.file)
+        before = acl(self.file)
+        shown = self.edit()
+        number = next(i for i, line in enumerate(
+            line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
+        for key in [*["\x1b[B"] * number, "\x1b[C", "\x1b[B", "\x1b[B", " "]:
+            shown = self.edit_more(key)
+        self.assertIn(">         [ ] Read Data", shown)
+        shown = self.edit_more("s")
+        self.assertIn("cannot change the access-control list", shown)
+        self.assertIn(">         [ ] Read Data", shown)
+        self.assertEqual(acl(self.file), before)
+        status, _ = self.end("l")
+        self.assertEqual(status, 0)
+        self.assertNotEqual(acl(self.file), before)
+
+    def test_another_size_draws_the_screen_anew(self):
+        self.edit("\x1b[B")
+        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("4H", 20, 60, 0, 0))
+        self.assertIn("\x1b[2J", self.read(self.terminal, until="\x1b[2J"))
 
     def test_a_signal_leaves_the_terminal_as_it_was(self):
         for number in signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT:
