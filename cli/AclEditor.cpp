@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <limits>
 #include <variant>
 
 namespace morvane {
 
 namespace {
+
+constexpr auto nobodysNumber = std::numeric_limits<std::uint32_t>::max();
 
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -82,6 +85,11 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     if (!id) {
         problem = std::string("there is no ") + (isUser ? "user" : "group") + " '" + escaped(name) +
                   "'; check the spelling, or write its number";
+        return nullptr;
+    }
+    if (*id == nobodysNumber) {
+        problem = "no user or group can have the number " + std::to_string(nobodysNumber) +
+                  "; the system takes it for none";
         return nullptr;
     }
     const auto uuid =

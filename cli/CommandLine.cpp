@@ -1,6 +1,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 #include <string_view>
 
@@ -11,6 +12,17 @@ namespace {
 constexpr const char* footer =
     "Exit status: 0 done, 1 the operation failed, 2 the command line was not understood,\n"
     "3 the service could not be started or went away, 130 interrupted by Ctrl-C.";
+
+/// Whether --edit is followed by a script without commands, which the parser does not tell from
+/// none.
+bool hasEmptyScript(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (word == "--edit=" || (word == "--edit" && i + 1 < argc && *argv[i + 1] == '\0'))
+            return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -103,10 +115,17 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
         std::ostringstream message;
         if (app.exit(stop, output, message) == 0)
             return Outcome{ExitSuccess, output.str(), {}};
-        return Outcome{ExitUsage,
-                       {},
-                       "morvane: " + escaped(stop.what()) +
-                           "\n  'morvane --help' tells how the command is used.\n"};
+        std::string reason = escaped(stop.what());
+        if (app.get_subcommands().empty()) {
+            const auto* const word = std::find_if(
+                argv + 1, argv + argc, [](const char* w) { return *w != '-' && *w != '\0'; });
+            if (word != argv + argc)
+                reason = "there is no command '" + escaped(*word) + "'";
+        }
+        return Outcome{
+            ExitUsage,
+            {},
+            "morvane: " + reason + "\n  'morvane --help' tells how the command is used.\n"};
     }
     if (common)
         *common = options;
@@ -142,7 +161,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
         edit.path = acl.path;
         edit.tree = acl.tree;
         edit.json = acl.json;
-        if (!script.empty() && !script.front().empty())
+        if (!script.empty() && (!script.front().empty() || hasEmptyScript(argc, argv)))
             edit.script = script.front();
         return edit;
     }

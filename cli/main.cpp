@@ -185,6 +185,12 @@ int main(int argc, char** argv) {
     morvane::Outcome outcome;
     try {
         outcome = morvane::run(argc, argv);
+    } catch (const std::filesystem::filesystem_error& failure) {
+        // A path that is not whole begins at the current folder; nothing else throws this.
+        outcome = {morvane::ExitFailure,
+                   {},
+                   "morvane: the current folder cannot be told: " + failure.code().message() +
+                       "\n  Go to a folder that exists, or write the whole path.\n"};
     } catch (const std::exception& failure) {
         outcome = {morvane::ExitFailure, {}, std::string("morvane: ") + failure.what() + "\n"};
     }

@@ -57,6 +57,20 @@ TEST(CommandLine, EndsWithTwoWhenItDoesNotUnderstand) {
     }
 }
 
+TEST(CommandLine, NamesACommandThatIsNotThere) {
+    EXPECT_EQ(stopped({"nope"}).message,
+              "morvane: there is no command 'nope'\n"
+              "  'morvane --help' tells how the command is used.\n");
+}
+
+TEST(CommandLine, TakesAnEmptyScriptForOne) {
+    const auto script = [](std::vector<const char*> words) {
+        return std::get<EditOptions>(parse(std::move(words))).script;
+    };
+    EXPECT_EQ(script({"acl", "/x", "--edit", ""}), "");
+    EXPECT_EQ(script({"acl", "/x", "--edit"}), std::nullopt);
+}
+
 TEST(Colours, AreForTerminalsThatTakeThemAndForNobodyWhoDeclines) {
     EXPECT_TRUE(wantsColours(true, nullptr, "xterm"));
     EXPECT_TRUE(wantsColours(true, "", "xterm"));

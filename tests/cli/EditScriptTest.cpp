@@ -170,5 +170,13 @@ TEST_F(EditScript, RefusesToWriteAnEntryWhoseUserIsNotKnown) {
     EXPECT_EQ(editor_.unwritable(), std::nullopt);
 }
 
+TEST(AnIdentityWritten, HasNotTheNumberThatStandsForNone) {
+    const acltest::World world;
+    Problem problem;
+    EXPECT_EQ(identityWritten("user:4294967295", problem), nullptr);
+    EXPECT_EQ(problem,
+              "no user or group can have the number 4294967295; the system takes it for none");
+}
+
 }  // namespace
 }  // namespace morvane

@@ -183,6 +183,16 @@ class Failure(RealFile):
         self.assertEqual(result.returncode, 1)
         self.assertIn(b"could not be written", result.stderr)
 
+    def test_a_current_folder_that_is_gone_is_told(self):
+        result = subprocess.run(
+            ["sh", "-c", 'mkdir gone && cd gone && rmdir ../gone && exec "$@"', "sh", MORVANE, "acl", "x"],
+            cwd=self.folder, capture_output=True, timeout=TIME_LIMIT,
+            env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"})
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertEqual(result.stderr,
+                         b"morvane: the current folder cannot be told: No such file or directory\n"
+                         b"  Go to a folder that exists, or write the whole path.\n")
+
     def without(self, redirection):
         """Runs without one of the standard streams."""
         return subprocess.run(["sh", "-c", f'exec "$@" {redirection}', "sh", MORVANE, "acl", self.file],
