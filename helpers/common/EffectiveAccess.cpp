@@ -2,15 +2,19 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
+#include "Nfs4File.h"
 #include "PosixAclReduction.h"
 
 // After the system's headers, which use some of these names.
@@ -60,16 +64,51 @@ PosixRights rightsOfRoot(const PosixAcl& acl) {
            (acl.isDirectory ? PosixExecute : static_cast<PosixRights>(anybody & PosixExecute));
 }
 
+/// The same folder seen through the same mount.
+bool isSame(const AclItem& a, const AclItem& b) {
+    struct statx first {};
+    struct statx second {};
+    constexpr unsigned wanted = STATX_INO | STATX_MNT_ID;
+    return statx(AT_FDCWD, a.path().c_str(), 0, wanted, &first) == 0 &&
+           statx(AT_FDCWD, b.path().c_str(), 0, wanted, &second) == 0 &&
+           first.stx_ino == second.stx_ino && first.stx_mnt_id == second.stx_mnt_id &&
+           first.stx_dev_major == second.stx_dev_major &&
+           first.stx_dev_minor == second.stx_dev_minor;
+}
+
+bool maySearch(const AclItem& folder, const CBPosixIdentity& who) {
+    const auto read = readPosixAcl(folder);
+    if (const auto* list = std::get_if<PosixAcl>(&read))
+        return grants(*list, who, PosixExecute);
+    const auto native = readNfs4Item(folder);
+    const auto* list = std::get_if<Nfs4Item>(&native);
+    return list && (boxesByNfs4Acl(*list, who, systemNfs4Names()) & ACL_SEARCH) != 0;
+}
+
+/// Whether `who` may search the folder and all that are above it.
+bool mayReach(const AclItem& folder, const CBPosixIdentity& who) {
+    if (isRoot(who))
+        return true;
+    std::optional<AclItem> held;
+    for (const auto* at = &folder; maySearch(*at, who); at = &*held) {
+        FileDescriptor opened(open((at->path() + "/..").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!opened)
+            return false;
+        AclItem above(std::move(opened));
+        // The topmost folder is in itself.
+        if (isSame(*at, above))
+            return true;
+        held = std::move(above);
+    }
+    return false;
+}
+
 /// Whether `who` may take the item out of the folder that it is in.
-bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
-    const auto folder = AclItem::open(folderOf(item));
-    const auto* parent = std::get_if<AclItem>(&folder);
-    if (!parent)
-        return false;
-    const auto read = readPosixAcl(*parent);
+bool mayDelete(const AclItem& folder, const PosixAcl& acl, const CBPosixIdentity& who) {
+    const auto read = readPosixAcl(folder);
     const auto* list = std::get_if<PosixAcl>(&read);
     struct stat status {};
-    if (!list || stat(parent->path().c_str(), &status) != 0)
+    if (!list || stat(folder.path().c_str(), &status) != 0)
         return false;
     if (!grants(*list, who, PosixWrite | PosixExecute))
         return false;
@@ -77,15 +116,57 @@ bool mayDelete(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& 
            owns(who, status.st_uid);
 }
 
+bool isMountRoot(const AclItem& item) {
+    struct statx status {};
+    return statx(AT_FDCWD, item.path().c_str(), 0, STATX_TYPE, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+/// Whether the item is of a kind whose attributes users may set, given the right to write it.
+bool takesAttributes(const AclItem& item, bool isOwner) {
+    struct stat status {};
+    if (stat(item.path().c_str(), &status) != 0)
+        return false;
+    return S_ISREG(status.st_mode) ||
+           (S_ISDIR(status.st_mode) && ((status.st_mode & S_ISVTX) == 0 || isOwner));
+}
+
 }  // namespace
 
-std::string folderOf(const AclItem& item) {
+std::optional<AclItem> folderOf(const AclItem& item) {
     char target[PATH_MAX];
     const auto size = readlink(item.path().c_str(), target, sizeof target);
-    if (size <= 0 || target[0] != '/')
+    if (size <= 0 || static_cast<std::size_t>(size) == sizeof target || target[0] != '/')
         return {};
     const std::string path(target, static_cast<std::size_t>(size));
-    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+    const auto slash = path.rfind('/');
+    // The system's own spelling has no links: where there is one, it is a newcomer.
+    open_how how{};
+    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    const auto above = path.substr(0, std::max<std::size_t>(slash, 1));
+    FileDescriptor folder(
+        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, above.c_str(), &how, sizeof how)));
+    if (!folder)
+        return {};
+    const auto name = path.size() == 1 ? std::string(".") : path.substr(slash + 1);
+    struct stat held {};
+    struct stat found {};
+    if (stat(item.path().c_str(), &held) != 0 ||
+        fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0 ||
+        held.st_dev != found.st_dev || held.st_ino != found.st_ino)
+        return {};
+    return AclItem(std::move(folder));
+}
+
+std::uint32_t withinFolders(const AclItem& item, const std::optional<AclItem>& folder,
+                            const CBPosixIdentity& who, std::uint32_t boxes) {
+    if (!folder || !mayReach(*folder, who))
+        return 0;
+    if (isMountRoot(item) || isSame(item, *folder) ||
+        withinMount(*folder, ACL_DELETE_CHILD, true) == 0)
+        boxes &= ~static_cast<std::uint32_t>(ACL_DELETE);
+    return boxes;
 }
 
 std::uint32_t withinMount(const AclItem& item, std::uint32_t boxes, bool isDirectory) {
@@ -148,15 +229,16 @@ std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBP
     std::uint32_t boxes = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
     boxes |= when(has(PosixRead), ACL_READ_DATA | ACL_READ_EXTATTRIBUTES);
     boxes |= when(has(PosixExecute), ACL_SEARCH);
-    boxes |= when(has(PosixWrite), ACL_WRITE_EXTATTRIBUTES);
+    boxes |= when(has(PosixWrite) && takesAttributes(item, isOwner), ACL_WRITE_EXTATTRIBUTES);
     // A folder takes a new item from whoever may write and enter it.
     boxes |= when(grants(acl, who, acl.isDirectory ? PosixWrite | PosixExecute : PosixWrite),
                   ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
     boxes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);
     boxes |= when(isRoot(who), ACL_CHANGE_OWNER);
-    boxes |= when(mayDelete(item, acl, who), ACL_DELETE);
+    const auto folder = folderOf(item);
+    boxes |= when(folder && mayDelete(*folder, acl, who), ACL_DELETE);
 
-    return withinMount(item, boxes, acl.isDirectory);
+    return withinMount(item, withinFolders(item, folder, who, boxes), acl.isDirectory);
 }
 
 }  // namespace morvane

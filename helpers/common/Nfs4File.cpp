@@ -89,14 +89,14 @@ std::uint32_t boxesByNfs4Acl(const Nfs4Item& list, const CBPosixIdentity& who,
 std::uint32_t effectiveBoxes(const AclItem& item, const Nfs4Item& list, const CBPosixIdentity& who,
                              const Nfs4Names& names) {
     auto boxes = boxesByNfs4Acl(list, who, names);
-    if (const auto folder = AclItem::open(folderOf(item));
-        std::holds_alternative<AclItem>(folder)) {
-        const auto parent = readNfs4Item(std::get<AclItem>(folder));
+    const auto folder = folderOf(item);
+    if (folder) {
+        const auto parent = readNfs4Item(*folder);
         const auto* above = std::get_if<Nfs4Item>(&parent);
         if (above && (boxesByNfs4Acl(*above, who, names) & ACL_DELETE_CHILD) != 0)
             boxes |= ACL_DELETE;
     }
-    return withinMount(item, boxes, list.target.isDirectory);
+    return withinMount(item, withinFolders(item, folder, who, boxes), list.target.isDirectory);
 }
 
 }  // namespace morvane

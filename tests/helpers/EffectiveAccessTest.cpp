@@ -1,11 +1,16 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <pwd.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -24,7 +29,14 @@ namespace morvane {
 namespace {
 
 /// What a process can find out about an item by trying.
-enum Tried : int { CanRead = 1, CanWrite = 2, CanExecute = 4, CanCreate = 8, CanDelete = 16 };
+enum Tried : int {
+    CanRead = 1,
+    CanWrite = 2,
+    CanExecute = 4,
+    CanCreate = 8,
+    CanDelete = 16,
+    CanSetAttribute = 32
+};
 
 /// Becomes the user, tries, and tells. Only calls that a child after fork may make.
 int tryAs(const char* name, uid_t uid, gid_t gid, const std::string& path, bool isDirectory) {
@@ -36,12 +48,14 @@ int tryAs(const char* name, uid_t uid, gid_t gid, const std::string& path, bool 
             _exit(255);
         int result = 0;
         result |= access(path.c_str(), R_OK) == 0 ? CanRead : 0;
-        result |= access(path.c_str(), W_OK) == 0 ? CanWrite : 0;
+        result |= !isDirectory && access(path.c_str(), W_OK) == 0 ? CanWrite : 0;
         result |= access(path.c_str(), X_OK) == 0 ? CanExecute : 0;
         if (isDirectory && mkdir(inside.c_str(), 0700) == 0) {
             result |= CanCreate;
             rmdir(inside.c_str());
         }
+        if (setxattr(path.c_str(), "user.morvane", "", 0, 0) == 0)
+            result |= CanSetAttribute;
         // Taking the item out of its folder, and putting it back.
         if (rename(path.c_str(), other.c_str()) == 0) {
             result |= CanDelete;
@@ -58,10 +72,24 @@ int tryAs(const char* name, uid_t uid, gid_t gid, const std::string& path, bool 
 int told(std::uint32_t boxes, bool isDirectory) {
     const auto has = [&](std::uint32_t box, int can) { return (boxes & box) != 0 ? can : 0; };
     int result = has(ACL_READ_DATA, CanRead) | has(ACL_SEARCH, CanExecute) |
-                 has(ACL_WRITE_EXTATTRIBUTES, CanWrite) | has(ACL_DELETE, CanDelete);
-    if (isDirectory)
-        result |= has(ACL_ADD_SUBDIRECTORY, CanCreate);
-    return result;
+                 has(ACL_WRITE_EXTATTRIBUTES, CanSetAttribute) | has(ACL_DELETE, CanDelete);
+    return result |
+           (isDirectory ? has(ACL_ADD_SUBDIRECTORY, CanCreate) : has(ACL_WRITE_DATA, CanWrite));
+}
+
+/// Makes the folder immutable or append-only, or neither again.
+void setFlags(const std::string& path, int flags) {
+    const FileDescriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    int now = 0;
+    ASSERT_EQ(ioctl(folder.get(), FS_IOC_GETFLAGS, &now), 0);
+    now = (now & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | flags;
+    ASSERT_EQ(ioctl(folder.get(), FS_IOC_SETFLAGS, &now), 0);
+}
+
+std::uint32_t boxesOf(const std::string& path, uid_t uid) {
+    const auto opened = AclItem::open(path);
+    const auto& item = std::get<AclItem>(opened);
+    return effectiveBoxes(item, std::get<PosixAcl>(readPosixAcl(item)), CBPosixUser{uid});
 }
 
 class EffectiveAccess : public testing::Test {
@@ -73,7 +101,10 @@ class EffectiveAccess : public testing::Test {
         folder_ = top_ + "/folder";
         mkdir(folder_.c_str(), 0755);
     }
-    ~EffectiveAccess() override { std::filesystem::remove_all(top_); }
+    ~EffectiveAccess() override {
+        setFlags(folder_, 0);
+        std::filesystem::remove_all(top_);
+    }
 
     std::uint32_t someId() { return static_cast<std::uint32_t>(random_() % 4); }
     PosixRights rights() { return static_cast<PosixRights>(random_() % 8); }
@@ -98,6 +129,13 @@ class EffectiveAccess : public testing::Test {
         ASSERT_EQ(writePosixAcl(path, old, acl), 0);
     }
 
+    void stickOrNot(const std::string& path, bool isDirectory) {
+        struct stat status {};
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        const auto sticky = isDirectory && random_() % 2 != 0 ? S_ISVTX : 0U;
+        ASSERT_EQ(chmod(path.c_str(), (status.st_mode & 0777) | sticky), 0);
+    }
+
     std::mt19937 random_{20260101};
     std::string top_;
     std::string folder_;
@@ -106,41 +144,74 @@ class EffectiveAccess : public testing::Test {
 TEST_F(EffectiveAccess, IsWhatTheKernelLetsTheUserDo) {
     ASSERT_EQ(geteuid(), 0U) << "the tests of access become other users, which only root may";
     const std::string item = folder_ + "/item";
-    for (int round = 0; round != 200; ++round) {
-        const bool isDirectory = round % 2 != 0;
+    for (int round = 0; round != 300; ++round) {
+        const bool isDirectory = round % 3 == 1;
         std::filesystem::remove_all(item);
         if (isDirectory)
             mkdir(item.c_str(), 0700);
+        else if (round % 3 == 2)
+            mkfifo(item.c_str(), 0600);
         else
             std::ofstream(item) << "text";
         const auto owner = someId();
         const auto group = someId();
         ASSERT_EQ(chown(item.c_str(), owner, group), 0);
         setList(item, list());
+        stickOrNot(item, isDirectory);
         ASSERT_EQ(chown(folder_.c_str(), someId(), someId()), 0);
         setList(folder_, list());
-        const auto sticky = random_() % 2 != 0 ? S_ISVTX : 0U;
-        struct stat status {};
-        ASSERT_EQ(stat(folder_.c_str(), &status), 0);
-        ASSERT_EQ(chmod(folder_.c_str(), (status.st_mode & 0777) | sticky), 0);
+        stickOrNot(folder_, true);
+        ASSERT_EQ(chmod(top_.c_str(), random_() % 4 == 0 ? 0700 : 0755), 0);
+        const int flags = std::array{0, 0, FS_IMMUTABLE_FL, FS_APPEND_FL}[random_() % 4];
+        ASSERT_NO_FATAL_FAILURE(setFlags(folder_, flags));
 
-        const auto opened = AclItem::open(item);
-        const auto& handle = std::get<AclItem>(opened);
-        const auto acl = std::get<PosixAcl>(readPosixAcl(handle));
-        const auto folder = std::get<PosixAcl>(readPosixAcl(folder_));
         for (const uid_t uid : {0U, 1U, 2U, 65534U}) {
             const auto* const user = getpwuid(uid);
             ASSERT_TRUE(user);
-            const CBPosixIdentity who = CBPosixUser{uid};
-            int expected = told(effectiveBoxes(handle, acl, who), isDirectory);
-            // Who may not enter the folder finds nothing out about the item.
-            if ((effectiveRights(folder, who) & PosixExecute) == PosixNothing)
-                expected = 0;
+            const int expected = told(boxesOf(item, uid), isDirectory);
             EXPECT_EQ(tryAs(user->pw_name, uid, user->pw_gid, item, isDirectory), expected)
-                << "round " << round << ", uid " << uid << "\n"
+                << "round " << round << ", uid " << uid << ", flags " << flags << "\n"
                 << (std::system(("getfacl -p -n " + folder_ + " " + item + " >&2").c_str()), "");
         }
+        ASSERT_NO_FATAL_FAILURE(setFlags(folder_, 0));
     }
+}
+
+TEST_F(EffectiveAccess, AMountPointIsNotDeleted) {
+    ASSERT_EQ(mount("none", folder_.c_str(), "tmpfs", 0, nullptr), 0);
+    const auto boxes = boxesOf(folder_, 0);
+    const int result = tryAs("root", 0, 0, folder_, true);
+    umount2(folder_.c_str(), MNT_DETACH);
+    EXPECT_EQ(boxes & ACL_DELETE, 0U);
+    EXPECT_EQ(result & CanDelete, 0);
+    EXPECT_NE(boxesOf(folder_, 0) & ACL_DELETE, 0U);
+}
+
+TEST_F(EffectiveAccess, TheTopmostFolderIsReachedAndNotDeleted) {
+    EXPECT_EQ(boxesOf("/", 0) & (ACL_DELETE | ACL_READ_DATA), std::uint32_t{ACL_READ_DATA});
+    EXPECT_EQ(boxesOf("/", 65534) & (ACL_DELETE | ACL_READ_DATA), std::uint32_t{ACL_READ_DATA});
+}
+
+TEST_F(EffectiveAccess, WhoCannotEnterAFolderFarAboveHasNothing) {
+    std::filesystem::create_directories(folder_ + "/1/2/3");
+    std::ofstream(folder_ + "/1/2/3/file") << "text";
+    EXPECT_NE(boxesOf(folder_ + "/1/2/3/file", 65534), 0U);
+    ASSERT_EQ(chmod(folder_.c_str(), 0700), 0);
+    EXPECT_EQ(boxesOf(folder_ + "/1/2/3/file", 65534), 0U);
+    EXPECT_NE(boxesOf(folder_ + "/1/2/3/file", 0), 0U);
+}
+
+TEST_F(EffectiveAccess, ALinkInThePlaceOfTheFolderIsNotFollowed) {
+    mkdir((top_ + "/other").c_str(), 0777);
+    std::ofstream(folder_ + "/file") << "text";
+    const auto opened = AclItem::open(folder_ + "/file");
+    const auto& item = std::get<AclItem>(opened);
+    const auto acl = std::get<PosixAcl>(readPosixAcl(item));
+    EXPECT_NE(effectiveBoxes(item, acl, CBPosixUser{0}) & ACL_DELETE, 0U);
+    std::filesystem::remove_all(folder_);
+    ASSERT_EQ(symlink((top_ + "/other").c_str(), folder_.c_str()), 0);
+    std::ofstream(top_ + "/other/file (deleted)") << "text";
+    EXPECT_EQ(effectiveBoxes(item, acl, CBPosixUser{0}) & ACL_DELETE, 0U);
 }
 
 class AccessOfAList : public testing::Test {
