@@ -81,7 +81,6 @@ std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rul
     const auto& path = url.path();
     if (!rule.onBehalfOf)
         return walker.sizeOf(path);
-    // The way to it may have changed since it was looked at first.
     const auto opened = openPath(path, itemFlags, rule);
     if (const auto* item = std::get_if<FileDescriptor>(&opened))
         return walker.sizeOf(path, item->get());
@@ -97,11 +96,6 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
     for (const auto& url : urls) {
         if (!url.isFileURL())
             return {{}, posixError(EINVAL, url, "Only files and folders have a size.")};
-        if (!rule.onBehalfOf)
-            continue;
-        const auto opened = openPath(url.path(), itemFlags, rule);
-        if (const auto* code = std::get_if<int>(&opened))
-            return {{}, posixError(*code, url)};
     }
     std::optional<ProgressReport> report;
     std::size_t current = 0;

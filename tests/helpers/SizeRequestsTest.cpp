@@ -259,11 +259,17 @@ TEST_F(SizeRequestsTest, OnBehalfOfAnotherNoLinkOnTheWayIsFollowed) {
     file("real/file", 5);
     fs::create_directory_symlink("real", folder / "link");
     const auto uid = static_cast<std::uint32_t>(::getuid());
-    const auto through = url("link/file");
-    const auto answer = sizesOfUrls({through}, client, {uid});
-    EXPECT_TRUE(answer.sizes.empty());
+    const auto answer =
+        sizesOfUrls({url("link/file"), url("real/file"), url("none")}, client, {uid});
+    ASSERT_EQ(answer.sizes.size(), 3U);
+    EXPECT_EQ(answer.sizes[0]->size(), 0);
+    EXPECT_EQ(answer.sizes[1]->size(), 5);
+    EXPECT_EQ(answer.sizes[2]->size(), 0);
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->code(), ELOOP);
+    EXPECT_EQ(answer.error->localizedDescription(),
+              "2 items could not be read and count as nothing; the first is file://" +
+                  folder.string() + "/link/file (Too many levels of symbolic links)");
     const auto direct = sizesOfUrls({url("real"), url("real/file"), url("link")}, client, {uid});
     EXPECT_FALSE(direct.error);
     ASSERT_EQ(direct.sizes.size(), 3U);
