@@ -126,8 +126,8 @@ class AclPropagation::Walk {
                 syscall(SYS_getdents64, folder->descriptor.get(), buffer, sizeof buffer);
             if (count < 0 && errno == EINTR)
                 continue;
-            if (count < 0 && errno != ENOENT)
-                failed(*folder, nullptr, errno);
+            if (count < 0)
+                notFound(*folder, nullptr, errno);
             if (count <= 0)
                 break;
             for (long at = 0; at < count;) {
@@ -176,13 +176,13 @@ class AclPropagation::Walk {
         // Not opened before this is known: opening could wake another file system.
         struct stat status {};
         if (fstatat(in.descriptor.get(), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
-            return failed(in, name, errno);
+            return notFound(in, name, errno);
         if (!S_ISDIR(status.st_mode) || status.st_dev != device_)
             return;
         OpenItem item;
         auto descriptor = open(in, name, folderFlags, item);
         if (!descriptor || fstat(item.descriptor, &status) != 0)
-            return failed(in, name, errno);
+            return notFound(in, name, errno);
         if (!S_ISDIR(status.st_mode) || status.st_dev != device_)
             return;
         const int code = p_.writer_->write(item, status, in.level);
@@ -193,7 +193,7 @@ class AclPropagation::Walk {
             // With its new list it can perhaps be read.
             descriptor = FileDescriptor(openat(descriptor.get(), ".", folderFlags));
             if (!descriptor)
-                return failed(in, name, errno);
+                return notFound(in, name, errno);
         }
         const auto folder = std::make_shared<Folder>();
         folder->descriptor = std::move(descriptor);
@@ -207,25 +207,25 @@ class AclPropagation::Walk {
     void writeFiles(const Folder& in, const std::vector<char>& names, bool first) {
         for (const char* name = names.data(); name != names.data() + names.size() && !p_.cancelled_;
              name += std::strlen(name) + 1) {
-            if (const int code = writeFile(in, name))
-                failed(in, name, code);
+            writeFile(in, name);
             if (first)
                 tell();
         }
     }
 
-    int writeFile(const Folder& in, const char* name) {
+    void writeFile(const Folder& in, const char* name) {
         OpenItem item;
         const auto descriptor = open(in, name, fileFlags, item);
         struct stat status {};
         if (!descriptor || fstat(item.descriptor, &status) != 0)
-            return errno;
+            return notFound(in, name, errno);
         if (!S_ISREG(status.st_mode) || status.st_dev != device_)
-            return 0;
+            return;
         ++p_.items_;
         if (p_.onBehalfOf_ && status.st_nlink > 1 && status.st_uid != *p_.onBehalfOf_)
-            return EMLINK;
-        return p_.writer_->write(item, status, in.level);
+            return failed(in, name, EMLINK);
+        if (const int code = p_.writer_->write(item, status, in.level))
+            failed(in, name, code);
     }
 
     void tell() {
@@ -241,10 +241,13 @@ class AclPropagation::Walk {
         return name ? (in.path.ends_with('/') ? in.path : in.path + '/') + name : in.path;
     }
 
-    void failed(const Folder& in, const char* name, int code) {
+    void notFound(const Folder& in, const char* name, int code) {
         // It has gone, or something else has its name.
-        if (code == ENOENT || code == ELOOP || code == ENOTDIR || code == ENXIO)
-            return;
+        if (code != ENOENT && code != ELOOP && code != ENOTDIR && code != ENXIO)
+            failed(in, name, code);
+    }
+
+    void failed(const Folder& in, const char* name, int code) {
         const std::lock_guard lock(mutex_);
         if (p_.failureCount_++ < maxFailuresKept)
             p_.firstFailures_.push_back({pathOf(in, name), code});

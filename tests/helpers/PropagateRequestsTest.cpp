@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@
 #include "AclPropagation.h"
 #include "AclRequests.h"
 #include "InheritedValues.h"
+#include "Nfs4Inheritance.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
@@ -364,6 +366,35 @@ TEST_F(PropagateRequests, WhatCannotBeChangedIsCountedAndTheRestIsChanged) {
     EXPECT_EQ(aclOf(top_ + "/file").owner, 0U);
     EXPECT_EQ(modeOf(top_ + "/sub/file"), 0644U);
     EXPECT_EQ(modeOf(top_ + "/sub/deep"), 0755U);
+}
+
+/// Of a system that has too few of something.
+class FailingWriter final : public InheritedWriter {
+  public:
+    int write(const OpenItem&, const struct stat&, std::size_t) const override { return ENOENT; }
+};
+
+TEST_F(PropagateRequests, AWriteThatFindsNothingIsNotTakenForAnItemThatHasGone) {
+    AclPropagation propagation(std::make_unique<FailingWriter>(), std::nullopt);
+    propagation.run(FileDescriptor(open(top_.c_str(), O_RDONLY | O_CLOEXEC)), top_);
+    EXPECT_EQ(propagation.items(), 6U);
+    EXPECT_EQ(propagation.failureCount(), 6U);
+}
+
+TEST_F(PropagateRequests, AnItemThatCannotBeHeldIsToldWithTheReason) {
+    const Nfs4Item folder{{0, 0, true}, Nfs4Form::named, {}};
+    std::set<std::string> losses;
+    const auto writer = inheritedEntriesWriter({}, folder, systemNfs4Names(), losses);
+    struct stat status {};
+    ASSERT_EQ(stat(top_.c_str(), &status), 0);
+    const FileDescriptor item(open(top_.c_str(), O_RDONLY | O_CLOEXEC));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    // All numbers up to the item's are taken.
+    const rlimit few{static_cast<rlim_t>(item.get()) + 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0), EMFILE);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 TEST_F(PropagateRequests, OnlyTheFirstFailuresAreNamed) {
