@@ -18,6 +18,8 @@ namespace {
 
 /// The kernel gives no attribute that is longer.
 constexpr std::size_t maxAttributeSize = 65536;
+/// Enough for most lists. The kernel clears as much memory as it is asked for.
+constexpr std::size_t usualAttributeSize = 1024;
 
 /// Whether `entry` speaks of `who`, who is in `groups`.
 bool bearsOn(const Nfs4Entry& entry, const Nfs4Item& list, const CBPosixIdentity& who,
@@ -33,21 +35,31 @@ bool bearsOn(const Nfs4Entry& entry, const Nfs4Item& list, const CBPosixIdentity
 
 }  // namespace
 
+std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name) {
+    std::vector<std::uint8_t> bytes(usualAttributeSize);
+    auto size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
+    if (size < 0 && errno == ERANGE) {
+        bytes.resize(maxAttributeSize);
+        size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
+    }
+    if (size < 0)
+        return errno;
+    bytes.resize(static_cast<std::size_t>(size));
+    return bytes;
+}
+
 std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item) {
     struct stat status {};
     if (stat(item.path().c_str(), &status) != 0)
         return errno;
     for (const auto form : {Nfs4Form::numbered, Nfs4Form::named}) {
-        std::vector<std::uint8_t> bytes(maxAttributeSize);
-        const auto size =
-            getxattr(item.path().c_str(), attributeOfForm(form), bytes.data(), bytes.size());
-        if (size < 0) {
-            if (errno == ENODATA || errno == EOPNOTSUPP)
+        const auto read = readAttribute(item, attributeOfForm(form));
+        if (const auto* code = std::get_if<int>(&read)) {
+            if (*code == ENODATA || *code == EOPNOTSUPP)
                 continue;
-            return errno;
+            return *code;
         }
-        bytes.resize(static_cast<std::size_t>(size));
-        auto acl = decodeNfs4Acl(bytes, form);
+        auto acl = decodeNfs4Acl(std::get<std::vector<std::uint8_t>>(read), form);
         if (!acl)
             return EBADMSG;
         return Nfs4Item{

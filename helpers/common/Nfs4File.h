@@ -16,6 +16,9 @@ struct Nfs4Item {
     Nfs4Acl acl;
 };
 
+/// The value of an extended attribute of any length, or an errno value.
+std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name);
+
 /// An errno value where there is none, or none that is well-formed (EBADMSG).
 std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item);
 

@@ -20,6 +20,7 @@
 
 #include "AclRequests.h"
 #include "EffectiveAccess.h"
+#include "Nfs4File.h"
 #include "PosixAclWriter.h"
 
 // After the system's headers, which use some of these names.
@@ -212,6 +213,19 @@ TEST_F(EffectiveAccess, ALinkInThePlaceOfTheFolderIsNotFollowed) {
     ASSERT_EQ(symlink((top_ + "/other").c_str(), folder_.c_str()), 0);
     std::ofstream(top_ + "/other/file (deleted)") << "text";
     EXPECT_EQ(effectiveBoxes(item, acl, CBPosixUser{0}) & ACL_DELETE, 0U);
+}
+
+TEST_F(EffectiveAccess, AnAttributeOfAnyLengthIsRead) {
+    const auto opened = AclItem::open(folder_);
+    const auto& item = std::get<AclItem>(opened);
+    for (const std::size_t size : {0U, 1U, 1023U, 1024U, 1025U, 3000U}) {
+        const std::vector<std::uint8_t> value(size, 7);
+        ASSERT_EQ(setxattr(folder_.c_str(), "user.morvane", value.data(), size, 0), 0);
+        const auto read = readAttribute(item, "user.morvane");
+        ASSERT_TRUE(std::holds_alternative<std::vector<std::uint8_t>>(read)) << size;
+        EXPECT_EQ(std::get<std::vector<std::uint8_t>>(read), value);
+    }
+    EXPECT_EQ(std::get<int>(readAttribute(item, "user.none")), ENODATA);
 }
 
 class AccessOfAList : public testing::Test {
