@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <unordered_map>
@@ -60,6 +61,15 @@ std::string faultOfName(const std::string& name) {
         return "A new name has " + std::to_string(name.size()) + " bytes; a name has at most " +
                std::to_string(NAME_MAX) + ".";
     return {};
+}
+
+/// Whether a file system may refuse the name itself.
+bool isUnusual(const std::string& name) {
+    return name.ends_with('.') || name.ends_with(' ') ||
+           std::any_of(name.begin(), name.end(), [](char c) {
+               const auto byte = static_cast<unsigned char>(c);
+               return byte < 0x20 || byte > 0x7e || std::strchr("\"*:<>?\\|", c);
+           });
 }
 
 std::string joined(const std::string& folder, const std::string& name) {
@@ -289,12 +299,18 @@ RenameAnswer Renaming::answer() {
     if (failed == 0)
         return answer;
     const auto code = static_cast<int>(answer.codes[firstFailed]);
-    const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, code);
+    const auto& item = items_[firstFailed];
+    // Where it cannot keep what is there, the system says only that the argument is invalid. In a
+    // circle all names are names of items already.
+    const bool cannotKeep =
+        code == EINVAL && item.folder != none && (item.ahead != none || !isUnusual(item.newName));
+    const auto reason =
+        cannotKeep ? "This file system cannot rename without the risk of overwriting."
+                   : NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
     answer.error = posixError(code, urls_[firstFailed],
                               std::to_string(failed) + " of " + std::to_string(items_.size()) +
                                   " items could not be renamed; the first is " +
-                                  urls_[firstFailed].absoluteString() + " (" +
-                                  reason->localizedDescription() + ")");
+                                  urls_[firstFailed].absoluteString() + " (" + reason + ")");
     return answer;
 }
 

@@ -142,6 +142,26 @@ TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsNotChanged) {
     EXPECT_EQ(flags, (std::vector<unsigned>{RENAME_NOREPLACE, RENAME_EXCHANGE}));
 }
 
+TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsExplained) {
+    make({"a", "b", "c"});
+    const auto textOf = [&](const std::vector<std::pair<std::string, std::string>>& pairs) {
+        const auto answer =
+            rename(pairs, [](int, const auto&, const auto&, unsigned) { return EINVAL; });
+        EXPECT_EQ(answer.codes, Codes(pairs.size(), EINVAL));
+        return answer.error->localizedDescription();
+    };
+    const std::string explained =
+        " (This file system cannot rename without the risk of overwriting.)";
+    EXPECT_EQ(textOf({{"c", "d"}}), "1 of 1 items could not be renamed; the first is " +
+                                        url("c").absoluteString() + explained);
+    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}), "2 of 2 items could not be renamed; the first is " +
+                                                    url("a").absoluteString() + explained);
+    // Here the name may be what it does not take.
+    EXPECT_EQ(textOf({{"c", "d:e"}}), "1 of 1 items could not be renamed; the first is " +
+                                          url("c").absoluteString() + " (Invalid argument)");
+    EXPECT_EQ(contents(), (Contents{{"a", "a"}, {"b", "b"}, {"c", "c"}}));
+}
+
 TEST_F(RenameRequests, AFolderAndWhatIsInItAreRenamedInOneRequest) {
     fs::create_directories(path("outer/inner"));
     make({"outer/inner/file", "outer/other"});
