@@ -86,6 +86,7 @@ class Mounted(unittest.TestCase):
                          [("Change Permissions", 0), ("Change Owner", 1)])
 
     def test_access_follows_the_first_entry_that_speaks_of_it(self):
+        os.chmod(self.folder, 0o755)
         os.setxattr(self.file, "user.nfs4_acl", named((DENY, 0, 0x2, "4711"), (ALLOW, 0, 0x3, "EVERYONE@")))
         shown = self.run_morvane("access", self.file, "--user", "4711")
         self.assertIn("[x] Read Data", shown)
