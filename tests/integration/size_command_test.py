@@ -25,7 +25,8 @@ COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helper
 # Runs what follows as a user to whom modes apply.
 AS_NOBODY = () if os.geteuid() else ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
-ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
+CONFIGURATION = tempfile.TemporaryDirectory()  # not what the user has chosen
+ENVIRONMENT = {**os.environ, "XDG_CONFIG_HOME": CONFIGURATION.name, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
 
 
 def run(*arguments, prefix=()):
@@ -158,7 +159,7 @@ class Sizes(Tree):
         try:
             result = run("size", "--base2", self.folder)
         finally:
-            del ENVIRONMENT["XDG_CONFIG_HOME"]
+            ENVIRONMENT["XDG_CONFIG_HOME"] = CONFIGURATION.name
         self.assertEqual((result.returncode, result.stdout), (1, b""))
         self.assertRegex(result.stderr, b"^morvane: cannot keep the choice of units: .*\n"
                                         b"  It is kept in \\$XDG_CONFIG_HOME")
@@ -174,7 +175,7 @@ class Sizes(Tree):
                 self.assertTrue(run("size", "--base10", self.file(b"f", size=1500))
                                 .stdout.startswith(b"1.5 KB  "))
             finally:
-                del ENVIRONMENT["XDG_CONFIG_HOME"]
+                ENVIRONMENT["XDG_CONFIG_HOME"] = CONFIGURATION.name
 
     def test_both_bases_at_once_are_a_usage_error(self):
         self.assertEqual(run("size", "--base2", "--base10", "/").returncode, 2)
