@@ -13,12 +13,12 @@ inline constexpr std::uint32_t frameSize = std::uint32_t{1} << 20;
 /// One message, over all its frames: a listing of a million names fits.
 inline constexpr std::size_t messageSize = std::size_t{256} << 20;
 /// One message of a client of a listener, who may be anyone: a request about ten thousand items
-/// fits.
-inline constexpr std::size_t clientMessageSize = std::size_t{4} << 20;
+/// fits, and so does a list of 1,024 entries, which has over 8 MiB.
+inline constexpr std::size_t clientMessageSize = std::size_t{16} << 20;
 /// Messages that are being received or handled, of all clients of one user.
 inline constexpr std::size_t clientMessagesOfOneUser = 2 * clientMessageSize;
 /// What such a message may unfold into: bytes and objects.
-inline constexpr std::uint64_t clientMessageBytes = std::uint64_t{32} << 20;
+inline constexpr std::uint64_t clientMessageBytes = std::uint64_t{64} << 20;
 inline constexpr std::uint64_t clientMessageObjects = std::uint64_t{1} << 18;
 /// Requests of ours that wait for a reply: a peer that never answers must not fill our memory.
 inline constexpr std::size_t requestsInFlight = 4096;

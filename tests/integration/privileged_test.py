@@ -15,6 +15,7 @@ import socket
 import stat
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -166,6 +167,15 @@ class Rights(Privileged):
         after = json.loads(outcome.output)["after"]
         outcome, _ = self.edit(self.file, script, "--lossy", "--json")
         self.assertEqual(json.loads(outcome.output), after)
+
+    def test_a_list_of_a_thousand_entries_is_written_by_the_helper(self):
+        folder = tempfile.TemporaryDirectory(dir="/dev/shm")  # where a list may have as many
+        self.addCleanup(folder.cleanup)
+        users = "".join(f"user:{5000 + i}:r-x\n" for i in range(1020))
+        subprocess.run(["setfacl", "-M-", folder.name], input=users, text=True, check=True)
+        outcome, _ = self.edit(folder.name, "add user:9999; permissions read")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertEqual(sum(line.startswith("user:") for line in self.acl(folder.name)), 1022)
 
     def test_a_propagation_is_done_by_the_helper(self):
         os.chmod(self.folder, 0o750)

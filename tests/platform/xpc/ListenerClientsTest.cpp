@@ -151,7 +151,7 @@ TEST(NSXPCListener, RefusesAClientsRequestThatIsTooLargeAndClosesItsConnection) 
     EXPECT_EQ(answerText(*client), "The peer has no message of that name.");
     sendLarge(*client, framesOfAMessage + 1, true);
     EXPECT_EQ(answerText(*client),
-              "The request is larger than 4194304 bytes; ask for fewer items at a time.");
+              "The request is larger than 16777216 bytes; ask for fewer items at a time.");
     EXPECT_EQ(answerText(*client), "");
 }
 
