@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -63,7 +64,14 @@ class FakeStreamSocket final : public StreamSocket {
         std::copy_n(in_->bytes.begin(), count, into.begin());
         in_->bytes.erase(in_->bytes.begin(),
                          in_->bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        in_->changed.notify_all();
         return count;
+    }
+
+    /// Waits until the other end has received all that this one sent; false if it does not in time.
+    bool waitUntilReceived(std::chrono::milliseconds atMost) {
+        std::unique_lock lock(out_->mutex);
+        return out_->changed.wait_for(lock, atMost, [&] { return out_->bytes.empty(); });
     }
 
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override {

@@ -1,7 +1,6 @@
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
-#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -122,18 +121,23 @@ TEST(NSXPCListener, TurnsAClientAwayWhileNoThreadCanWaitForTheNext) {
     EXPECT_TRUE(listener.connect(1000));
 }
 
-/// A request of frames of the largest size; the last frame is missing if it `isOpen`.
-void sendLarge(FakeStreamSocket& stream, std::size_t frames, bool isOpen) {
-    const NSData payload(limits::frameSize);
+/// Frames of a request, with this much payload each; more of them follow if it `isOpen`.
+void sendFrames(FakeStreamSocket& stream, std::size_t frames, std::uint32_t size, bool isOpen) {
+    const NSData payload(size);
     for (std::size_t i = 0; i < frames; ++i) {
         FrameHeader header;
         header.id = 8;
         header.moreFollows = isOpen || i + 1 < frames;
-        header.payloadLength = limits::frameSize;
+        header.payloadLength = size;
         const auto bytes = header.bytes();
         const StreamSocket::Bytes pieces[] = {bytes, payload};
         stream.send(pieces);
     }
+}
+
+/// Frames of the largest size.
+void sendLarge(FakeStreamSocket& stream, std::size_t frames, bool isOpen) {
+    sendFrames(stream, frames, limits::frameSize, isOpen);
 }
 
 std::string answerText(FakeStreamSocket& stream) {
@@ -158,32 +162,22 @@ TEST(NSXPCListener, RefusesAClientsRequestThatIsTooLargeAndClosesItsConnection) 
 TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
     LocalListener listener;
     const auto clients =
-        listener.connect(1000, limits::clientMessagesOfOneUser / limits::clientMessageSize + 1);
-    for (const auto& client : clients)
-        sendLarge(*client, framesOfAMessage, true);
-    // One of them is refused, whichever comes last; nobody else is.
-    std::vector<std::future<std::string>> answers;
-    std::promise<std::string> refused;
-    std::atomic_flag isRefused;
+        listener.connect(1000, limits::clientMessagesOfOneUser / limits::clientMessageSize);
     for (const auto& client : clients) {
-        answers.push_back(std::async(std::launch::async, [&, client] {
-            auto text = answerText(*client);
-            if (!text.empty() && !isRefused.test_and_set())
-                refused.set_value(text);
-            return text;
-        }));
+        sendLarge(*client, framesOfAMessage, true);
+        EXPECT_TRUE(client->waitUntilReceived(watchdog));
     }
-    EXPECT_EQ(await(refused.get_future()),
+    const auto refused = listener.connect(1000);
+    sendLarge(*refused, 1, true);
+    EXPECT_EQ(answerText(*refused),
               "Too many large requests of this user are being handled; ask again later.");
+    EXPECT_EQ(answerText(*refused), "");
+    // Nobody else is refused, and who is being served goes on.
     const auto other = listener.connect(1001);
     sendLarge(*other, framesOfAMessage, false);
     EXPECT_EQ(answerText(*other), "The peer has no message of that name.");
-    for (const auto& client : clients)
-        client->shutdown();
-    std::size_t count = 0;
-    for (auto& answer : answers)
-        count += !await(std::move(answer)).empty();
-    EXPECT_EQ(count, 1U);
+    sendFrames(*clients.front(), 1, 0, false);
+    EXPECT_EQ(answerText(*clients.front()), "The peer has no message of that name.");
 }
 
 TEST(NSXPCListener, AClientsSmallRequestCannotUnfoldIntoMany) {
