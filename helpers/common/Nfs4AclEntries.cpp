@@ -13,9 +13,6 @@ namespace morvane {
 
 namespace {
 
-enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
-constexpr std::size_t permissionGroups = 3;
-
 constexpr std::pair<std::uint32_t, std::uint32_t> boxesAndBits[] = {
     {ACL_READ_DATA, 0x1},          {ACL_WRITE_DATA, 0x2},           {ACL_APPEND_DATA, 0x4},
     {ACL_READ_EXTATTRIBUTES, 0x8}, {ACL_WRITE_EXTATTRIBUTES, 0x10}, {ACL_SEARCH, 0x20},

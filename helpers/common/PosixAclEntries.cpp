@@ -13,7 +13,6 @@ namespace morvane {
 
 namespace {
 
-enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
 /// The markers of the group nodes.
 enum : std::int32_t { GroupMarker = 2, AppliesToMarker = 0x2000 };
 

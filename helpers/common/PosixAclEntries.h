@@ -41,6 +41,11 @@ std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
 /// The permission bits for which the boxes of a tree entry are on.
 std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool isDirectory);
 
+/// The tags of entries.
+enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
+/// How many groups of boxes a tree entry starts with.
+inline constexpr std::size_t permissionGroups = 3;
+
 /// The groups "Read", "Write" and "Administration" with the boxes of the item's kind, those of
 /// `boxes` on.
 std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, bool isDirectory);

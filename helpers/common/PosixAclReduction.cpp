@@ -11,13 +11,11 @@
 #include <variant>
 
 #include "EntryLosses.h"
+#include "PosixAclEntries.h"
 
 namespace morvane {
 
 namespace {
-
-enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
-constexpr std::size_t permissionGroups = 3;
 
 constexpr std::uint32_t readBoxes = ACL_READ_DATA | ACL_READ_EXTATTRIBUTES;
 constexpr std::uint32_t alwaysBoxes = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;

@@ -76,7 +76,7 @@ std::int64_t sum(std::int64_t a, std::int64_t b) {
     return a > most - b ? most : a + b;  // sparse files can claim more than there is
 }
 
-struct Folder {
+struct WalkedFolder {
     Descriptor descriptor;
     FileId id;
     std::string name;  // the whole path for the first of a stack
@@ -98,7 +98,7 @@ struct SizeWalker::Shared {
 /// sub-folder to hand over.
 class SizeWalk {
   public:
-    SizeWalk(SizeWalker& walker, Folder root)
+    SizeWalk(SizeWalker& walker, WalkedFolder root)
         : walker_(walker),
           device_(root.id.device),
           nextTelling_(walker.pace_.now() + walker.pace_.interval) {
@@ -124,7 +124,7 @@ class SizeWalk {
     }
 
   private:
-    using Stack = std::vector<Folder>;
+    using Stack = std::vector<WalkedFolder>;
     struct Buffer {
         alignas(dirent64) char bytes[64 * 1024];
     };
@@ -134,7 +134,7 @@ class SizeWalk {
     void readChunk(Stack& stack, Buffer& buffer);
     void descend(Stack& stack);
     void leave(Stack& stack);
-    bool handOver(Folder& folder, const Stack& stack);
+    bool handOver(WalkedFolder& folder, const Stack& stack);
     void tell();
     void cannotRead(const Stack& stack, const char* name, int error) {
         if (error != ENOENT)
@@ -149,7 +149,7 @@ class SizeWalk {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Folder> waiting_;
+    std::deque<WalkedFolder> waiting_;
     std::size_t working_ = 0;
     bool finished_ = false;
     /// Whether a thread has nothing to do; true while the second has not begun.
@@ -260,8 +260,8 @@ void SizeWalk::descend(Stack& stack) {
     // Not opened before this is known: opening could wake another file system.
     if (!S_ISDIR(status.stx_mode) || idOf(status).device != device_)
         return;
-    Folder folder{Descriptor(::openat(parent.descriptor.get(), name, openFlags)), idOf(status),
-                  name};
+    WalkedFolder folder{Descriptor(::openat(parent.descriptor.get(), name, openFlags)),
+                        idOf(status), name};
     if (folder.descriptor.get() < 0) {
         cannotRead(stack, name, errno);
         return;
@@ -299,7 +299,7 @@ void SizeWalk::leave(Stack& stack) {
     }
 }
 
-bool SizeWalk::handOver(Folder& folder, const Stack& stack) {
+bool SizeWalk::handOver(WalkedFolder& folder, const Stack& stack) {
     if (!idle_.load(std::memory_order_relaxed))
         return false;
     auto path = pathOf(stack, folder.name.c_str());
@@ -370,7 +370,7 @@ std::int64_t SizeWalker::sizeAt(const std::string& path, int folder, const char*
         return countedSize(idOf(status), status.stx_nlink, status.stx_size);
     if (!S_ISDIR(status.stx_mode))
         return 0;
-    Folder root{Descriptor(::openat(folder, *name ? name : ".", openFlags)), {}, path};
+    WalkedFolder root{Descriptor(::openat(folder, *name ? name : ".", openFlags)), {}, path};
     int error = root.descriptor.get() < 0
                     ? errno
                     : statusOf(root.descriptor.get(), "", status, AT_EMPTY_PATH);
