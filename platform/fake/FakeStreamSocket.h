@@ -19,7 +19,7 @@ namespace morvane {
 
 /// One end of a stream in memory, which a test can make tear: it may pass on only a few bytes at a
 /// time, and end after any number of bytes.
-class FakeStreamSocket final : public StreamSocket {
+class FakeStreamSocket : public StreamSocket {
   public:
     using Data = std::vector<std::uint8_t>;
 

@@ -121,7 +121,6 @@ NSErrorRef NSXPCConnection::Core::invalidError() const {
 void NSXPCConnection::Core::resume() {
     if (isForeign())
         return;
-    std::vector<Deferred> deferred;
     std::function<void()> reading;
     std::shared_ptr<StreamSocket> stream;
     {
@@ -132,11 +131,10 @@ void NSXPCConnection::Core::resume() {
         stream = socket_;
         if (stream)
             reading = useStream(stream);
-        deferred.swap(deferred_);
     }
     if (reading)
         startReading(std::move(reading), *stream);
-    sendAll(std::move(deferred));
+    sendDeferred();
 }
 
 bool NSXPCConnection::Core::isInUse() const {
@@ -205,17 +203,17 @@ void NSXPCConnection::Core::connect() {
     } catch (const std::exception& failure) {
         reason = connectionError(NSXPCConnectionInvalid, failure.what());
     }
-    std::vector<Deferred> waiting;
+    std::deque<Deferred> waiting;
     std::function<void()> reading;
     {
         const std::lock_guard lock(mutex_);
-        waiting.swap(deferred_);
         if (stream) {
             reading = useStream(stream);
         } else {
             if (!invalidated_.exchange(true))
                 whyInvalid_ = std::move(reason);
             state_ = State::invalid;
+            waiting.swap(deferred_);
         }
     }
     if (!stream) {
@@ -224,18 +222,43 @@ void NSXPCConnection::Core::connect() {
     }
     // The reader waits already when the reply comes: it is woken by that alone.
     startReading(std::move(reading), *stream);
-    sendAll(std::move(waiting));
+    sendDeferred();
 }
 
-void NSXPCConnection::Core::sendAll(std::vector<Deferred> requests) {
-    for (auto& request : requests)
-        sendRequest(request.message, std::move(request.archive), std::move(request.receiver));
+void NSXPCConnection::Core::sendDeferred() {
+    for (;;) {
+        Deferred request;
+        std::shared_ptr<Outbox> outbox;
+        std::uint64_t id = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            if (deferred_.empty() || invalidated_)
+                return;
+            if (state_ == State::streaming) {
+                request = std::move(deferred_.front());
+                deferred_.pop_front();
+                outbox = outbox_;
+                id = pending_.add({request.message, std::move(request.receiver)});
+            } else if (state_ == State::idle) {
+                state_ = State::connecting;
+            } else {
+                return;  // whoever leaves this state comes here
+            }
+        }
+        if (!outbox) {
+            connect();
+            return;
+        }
+        outbox->send(FrameKind::request, id,
+                     remoteInterface->protocol().messages[request.message].selector,
+                     std::move(request.archive));
+    }
 }
 
 void NSXPCConnection::Core::invalidate() {
     if (isForeign())
         return;
-    std::vector<Deferred> deferred;
+    std::deque<Deferred> deferred;
     {
         const std::lock_guard lock(mutex_);
         if (invalidated_.exchange(true))
@@ -385,24 +408,25 @@ void NSXPCConnection::Core::streamEnded() {
     }
     if (staysValid && interruption && !invalidated_)
         interruption();
-    std::vector<Deferred> deferred;
+    std::deque<Deferred> deferred;
     {
         const std::lock_guard lock(mutex_);
-        deferred.swap(deferred_);
         staysValid = staysValid && !invalidated_;
-        if (!staysValid)
+        if (!staysValid) {
             invalidated_ = true;
+            deferred.swap(deferred_);
+        }
         state_ = staysValid ? State::idle : State::invalid;
     }
     if (!staysValid) {
         reportInvalid(std::move(deferred));
         return;
     }
-    sendAll(std::move(deferred));
+    sendDeferred();
 }
 
-void NSXPCConnection::Core::startReportingInvalid(std::vector<Deferred> deferred) {
-    const auto waiting = std::make_shared<std::vector<Deferred>>(std::move(deferred));
+void NSXPCConnection::Core::startReportingInvalid(std::deque<Deferred> deferred) {
+    const auto waiting = std::make_shared<std::deque<Deferred>>(std::move(deferred));
     const auto report = [self = shared_from_this(), waiting] {
         self->reportInvalid(std::move(*waiting));
     };
@@ -413,7 +437,7 @@ void NSXPCConnection::Core::startReportingInvalid(std::vector<Deferred> deferred
     }
 }
 
-void NSXPCConnection::Core::reportInvalid(std::vector<Deferred> deferred) {
+void NSXPCConnection::Core::reportInvalid(std::deque<Deferred> deferred) {
     if (!deferred.empty()) {
         const auto error = [&] {
             const std::lock_guard lock(mutex_);

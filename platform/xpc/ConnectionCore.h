@@ -5,8 +5,8 @@
 #include <MorvaneOperation/platform/xpc/PendingRequests.h>
 
 #include <atomic>
+#include <deque>
 #include <mutex>
-#include <vector>
 
 /// What a connection is inside: its requests, its stream of the moment, and the one thread that
 /// reads it.
@@ -75,7 +75,10 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
                state_ == State::reportingEnd;
     }
     void connect();
-    void sendAll(std::vector<Deferred> requests);
+    /// Sends what has waited, if it can be sent by now. Each request is either in flight or still
+    /// waiting, so that the end of the connection, whenever it comes, ends it before it is
+    /// reported.
+    void sendDeferred();
     /// Sends on `socket` from now on; the result reads it until it ends, and has to be run.
     std::function<void()> useStream(std::shared_ptr<StreamSocket> socket);
     void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
@@ -84,8 +87,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     void handleReply(const Message& message);
     void streamEnded();
     /// On another thread if one can be had.
-    void startReportingInvalid(std::vector<Deferred> deferred);
-    void reportInvalid(std::vector<Deferred> deferred);
+    void startReportingInvalid(std::deque<Deferred> deferred);
+    void reportInvalid(std::deque<Deferred> deferred);
     NSErrorRef invalidError() const;
 
     const std::string name_;
@@ -96,7 +99,7 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     std::shared_ptr<StreamSocket> socket_;
     std::shared_ptr<Outbox> outbox_;
     PendingRequests pending_;
-    std::vector<Deferred> deferred_;
+    std::deque<Deferred> deferred_;
     unsigned endsWithoutAnswer_ = 0;
     NSErrorRef whyInvalid_;
     std::shared_ptr<void> exportedObject_;

@@ -298,6 +298,45 @@ TEST(NSXPCConnection, InvalidateDoesNotWaitForAServiceThatIsSlowToStart) {
     sender.join();
 }
 
+/// A stream that has been read to its end before its connection goes on.
+class StreamReadAtOnce final : public FakeStreamSocket {
+  public:
+    using FakeStreamSocket::FakeStreamSocket;
+    void whenReadable(std::function<void()> reading) override {
+        std::thread(std::move(reading)).join();
+    }
+};
+
+class EndpointInvalidatedWhileItConnects final : public ServiceEndpoint {
+  public:
+    std::weak_ptr<NSXPCConnection> connection;
+
+    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+        connection.lock()->invalidate();
+        return std::make_shared<StreamReadAtOnce>(std::make_shared<FakeStreamSocket::Pipe>(),
+                                                  std::make_shared<FakeStreamSocket::Pipe>());
+    }
+};
+
+TEST(NSXPCConnection, ReportsItsInvalidationAfterTheRequestsThatWaitedForItsService) {
+    auto made = std::make_unique<EndpointInvalidatedWhileItConnects>();
+    auto& endpoint = *made;
+    const auto connection = std::make_shared<NSXPCConnection>(
+        std::make_shared<NSXPCConnection::Core>("ending", std::move(made)));
+    endpoint.connection = connection;
+    connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    std::vector<std::string> told;
+    connection->setInvalidationHandler([&] { told.push_back("invalidation"); });
+    const auto proxy = connection->remoteObjectProxyWithErrorHandler<Echo>([&](NSErrorRef error) {
+        EXPECT_EQ(error->code(), NSXPCConnectionInvalid);
+        told.push_back("request");
+    });
+    proxy->echo("x", [](auto, auto) {});
+    proxy->echo("y", [](auto, auto) {});
+    connection->resume();
+    EXPECT_EQ(told, (std::vector<std::string>{"request", "request", "invalidation"}));
+}
+
 TEST(NSXPCConnection, ARequestEndsWithAnErrorWhenNoThreadCanBeHad) {
     EchoPair pair;
     pair.onStream = [](FakeStreamSocket&) { noThreads = true; };
