@@ -1,9 +1,14 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
 
 #include "XpcTestSupport.h"
 
@@ -49,6 +54,31 @@ TEST(ServiceProcess, AnswersFromAnotherProcess) {
     EXPECT_NE(pid, std::to_string(getpid()));
     EXPECT_EQ(pid, std::to_string(client.connection->processIdentifier()));
     EXPECT_EQ(client.connection->effectiveUserIdentifier(), getuid());
+}
+
+/// Those beyond the standard streams that a program which this process starts would get.
+std::vector<std::string> inheritedDescriptors(const std::string& process) {
+    std::vector<std::string> inherited;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fdinfo")) {
+        std::ifstream info(entry.path());
+        std::string word;
+        std::string flags;
+        while (info >> word && word != "flags:") {
+        }
+        info >> flags;
+        const auto number = entry.path().filename().string();
+        if (std::stoi(number) > STDERR_FILENO && (std::stoul(flags, nullptr, 8) & O_CLOEXEC) == 0)
+            inherited.push_back(number);
+    }
+    return inherited;
+}
+
+TEST(ServiceProcess, LeavesNoDescriptorToProgramsThatEitherEndStarts) {
+    const auto before = inheritedDescriptors("self");
+    Client client("xpc_test_service");
+    const auto service = client.echo("pid").text;
+    EXPECT_EQ(inheritedDescriptors("self"), before);
+    EXPECT_EQ(inheritedDescriptors(service), std::vector<std::string>{});
 }
 
 TEST(ServiceProcess, StaysForTheNextRequest) {
