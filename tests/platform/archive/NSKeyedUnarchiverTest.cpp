@@ -456,6 +456,32 @@ TEST(NSKeyedUnarchiver, ATrailerThatDoesNotFitIsRefused) {
     }
 }
 
+TEST(NSKeyedUnarchiver, ACountThatIsTooLargeForItsListIsRefusedAlsoWhereTheBytesOverflow) {
+    // Data, ASCII, UTF-16, an array, a set, a dictionary; references have eight bytes.
+    for (const char marker : {'\x4F', '\x5F', '\x6F', '\xAF', '\xCF', '\xDF'}) {
+        for (const auto count :
+             {std::uint64_t{9}, std::uint64_t{1} << 32, std::uint64_t{1} << 60,
+              std::uint64_t{1} << 61, std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
+            NSData bytes{'b', 'p', 'l', 'i', 's', 't', '0', '0', static_cast<std::uint8_t>(marker),
+                         0x13};
+            const auto append = [&](std::uint64_t value) {
+                for (int shift = 56; shift >= 0; shift -= 8)
+                    bytes.push_back(static_cast<std::uint8_t>(value >> shift));
+            };
+            append(count);
+            const auto table = bytes.size() + 8;
+            bytes.resize(table);
+            bytes.push_back(8);  // the only value's offset
+            bytes.insert(bytes.end(), {0, 0, 0, 0, 0, 0, 1, 8});
+            append(1);
+            append(0);
+            append(table);
+            EXPECT_EQ(failure(bytes), refusal("root", "a value is cut off"))
+                << int{marker} << count;
+        }
+    }
+}
+
 TEST(NSKeyedUnarchiver, AnArchiveCutAtAnyByteIsRefused) {
     const auto bytes = nodeBytes();
     for (std::size_t size = 0; size < bytes.size(); ++size) {
