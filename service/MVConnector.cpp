@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/host/Log.h>
 
+#include <system_error>
 #include <utility>
 
 namespace morvane {
@@ -100,7 +101,7 @@ void MVConnector::configure(NSXPCConnection& connection) {
 
 void MVConnector::connectionInvalidated() {
     connection()->setInvalidationHandler({});
-    queue_->async([self = shared_from_this()] {
+    submitReset([self = shared_from_this()] {
         self->setConnection(nullptr);
         logLine("Permissions connection invalidated!");
     });
@@ -109,10 +110,19 @@ void MVConnector::connectionInvalidated() {
 void MVConnector::authConnectionInvalidated() {
     if (const auto held = authConnection())
         held->setInvalidationHandler({});
-    queue_->async([self = shared_from_this()] {
+    submitReset([self = shared_from_this()] {
         self->setAuthConnection(nullptr);
         logLine("Permissions privileged connection invalidated!");
     });
+}
+
+void MVConnector::submitReset(const DispatchQueue::Task& reset) {
+    try {
+        queue_->async(reset);
+    } catch (const std::system_error&) {
+        // No thread can be had, and nobody above could do anything about it: done here then.
+        reset();
+    }
 }
 
 void MVConnector::getAuthConnectionForRight(const char* right, AuthReply reply) {
@@ -126,10 +136,14 @@ void MVConnector::getAuthConnectionForRight(const char* right, AuthReply reply) 
         reply(nullptr);
         return;
     }
-    queue_->async([self = shared_from_this(), reply = std::move(reply)] {
-        self->buildAuthConnection();
-        reply(nullptr);
-    });
+    try {
+        queue_->async([self = shared_from_this(), reply] {
+            self->buildAuthConnection();
+            reply(nullptr);
+        });
+    } catch (const std::system_error& failure) {
+        reply(NSError::errorWithDomain(NSPOSIXErrorDomain, failure.code().value()));
+    }
 }
 
 void MVConnector::buildAuthConnection() {

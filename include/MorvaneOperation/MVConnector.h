@@ -94,8 +94,8 @@ class MORVANE_EXPORT MVConnector : public NSObject,
 
     /// Obtains the right (its full name), asking the user if need be, and then makes sure that
     /// there is a privileged connection. The reply runs on the caller's thread, before this
-    /// returns, if the right is refused (with the error) or the connection is there already;
-    /// otherwise on `queue`.
+    /// returns, if the right is refused (with the error), the connection is there already, or
+    /// `queue` can have no thread (with the error EAGAIN); otherwise on `queue`.
     void getAuthConnectionForRight(const char* right, AuthReply reply);
 
     // To be overridden; each throws NSException "MVAbstractMethodNotOverridden".
@@ -115,6 +115,7 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     void buildAuthConnection();
     void connectionInvalidated();
     void authConnectionInvalidated();
+    void submitReset(const DispatchQueue::Task& reset);
 
     using Property = std::shared_ptr<NSXPCConnection>;
     Property load(const Property& property) const;

@@ -50,8 +50,9 @@ class Memory {
 };
 
 const CBIdentityRef& everyone() {
-    static const auto identity =
-        std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBEveryone{}), everyoneName, true);
+    // Never destroyed: another thread may decode while the process ends.
+    static const auto& identity = *new CBIdentityRef(
+        std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBEveryone{}), everyoneName, true));
     return identity;
 }
 

@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/host/Log.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <future>
@@ -10,6 +11,7 @@
 #include <thread>
 
 #include "ServiceTestSupport.h"
+#include "platform/dispatch/NoMoreThreads.h"
 
 namespace morvane {
 namespace {
@@ -220,6 +222,42 @@ TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAndLogged) {
     EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
 }
 
+TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAlsoWhereNoThreadCanBeHad) {
+    const auto connector = MVConnector::init<Connector>();
+    const auto first = connector->connection();
+    ASSERT_FALSE(authorize(*connector).error);
+    drain(*connector->queue());
+    std::promise<void> end;
+    occupyWorkers(end.get_future(), watchdog);
+    {
+        const NoMoreThreads denied;
+        connector->authConnection()->invalidate();
+        first->invalidate();
+    }
+    EXPECT_FALSE(connector->authConnection());
+    EXPECT_NE(connector->connection(), first);
+    EXPECT_EQ(log, (std::vector<std::string>{"Permissions privileged connection invalidated!",
+                                             "Permissions connection invalidated!"}));
+    end.set_value();
+}
+
+TEST_F(MVConnectorTest, WhereNoThreadCanBeHadForTheQueueItRepliesSoAtOnce) {
+    const auto connector = MVConnector::init<Connector>();
+    std::promise<void> end;
+    occupyWorkers(end.get_future(), watchdog);
+    NSErrorRef error;
+    {
+        const NoMoreThreads denied;
+        connector->getAuthConnectionForRight(MVRightGetFileAcl,
+                                             [&](NSErrorRef refused) { error = refused; });
+    }
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(error->code(), EAGAIN);
+    EXPECT_FALSE(connector->authConnection());
+    end.set_value();
+}
+
 TEST_F(MVConnectorTest, TheEndOfAConnectorInvalidatesBothWithoutALine) {
     auto connector = MVConnector::init<Connector>();
     const auto file = connector->connection();
@@ -273,6 +311,16 @@ TEST_F(MVConnectorTest, ARefusedRightRepliesTheErrorOnTheCallersThreadAndBuildsN
     EXPECT_FALSE(connector->authConnection());
 }
 
+TEST_F(MVConnectorTest, ARefusedRightLeavesThePrivilegedConnectionAsItWas) {
+    const auto connector = MVConnector::init<Connector>();
+    authorize(*connector);
+    const auto held = connector->authConnection();
+    ASSERT_TRUE(held);
+    services->copyStatus = errAuthorizationDenied;
+    EXPECT_TRUE(authorize(*connector).error);
+    EXPECT_EQ(connector->authConnection(), held);
+}
+
 TEST_F(MVConnectorTest, WithoutAnAuthorizationItRepliesWithoutAnErrorAndBuildsNothing) {
     services->createStatus = errAuthorizationInternal;
     const auto connector = MVConnector::init<Connector>();
@@ -294,6 +342,17 @@ TEST_F(MVConnectorTest, TwoBuildsCloseTogetherLeaveTheLater) {
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_NE(seen[0], seen[1]);
     EXPECT_EQ(connector->authConnection(), seen[1]);
+}
+
+TEST_F(MVConnectorTest, AFileServiceConnectionThatEndsUnheldBuildsAnotherThatIsDroppedToo) {
+    const auto connector = MVConnector::init<Connector>();
+    const auto unheld = connector->connection();
+    connector->setConnection(nullptr);
+    invalidateAndWait(*unheld);
+    EXPECT_EQ(connector->calls.size(), 10u);  // built once more
+    connector->connection();
+    EXPECT_EQ(connector->calls.size(), 15u);  // and again, as that one was dropped
+    EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
 }
 
 TEST_F(MVConnectorTest, AReplacedPrivilegedConnectionThatEndsTakesTheCurrentOneWithIt) {
