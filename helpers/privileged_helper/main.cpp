@@ -10,6 +10,7 @@
 #include "Capabilities.h"
 #include "FileRequestHandler.h"
 #include "GuardedRequests.h"
+#include "StandardStreams.h"
 
 /// The privileged helper: does file work as root for clients that hold the right to it. The service
 /// manager starts it with its socket when the first client comes; it leaves when there has been
@@ -42,6 +43,7 @@ std::shared_ptr<MVFileRequest> requestsOf(const std::shared_ptr<NSXPCConnection>
 }  // namespace
 
 int main() {
+    openMissingStandardStreams();
     NSErrorRef error;
     const auto listener = NSXPCListener::activatedListener(&error);
     if (!listener) {

@@ -619,6 +619,15 @@ class Helper(Privileged):
         self.assertEqual(int(lines["CapPrm"], 16), 0b11111)
         self.assertEqual(lines["NoNewPrivs"], "1")
 
+    def test_what_it_opens_is_never_taken_for_a_standard_stream(self):
+        RIG.stop_helper()
+        RIG.start_helper("sh", "-c", 'exec "$0" <&- >&- 2>&-')
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        streams = [os.readlink(f"/proc/{RIG.helper.pid}/fd/{stream}") for stream in range(3)]
+        RIG.stop_helper()
+        RIG.start_helper()
+        self.assertEqual(streams, ["/dev/null"] * 3)
+
     def test_it_stays_for_the_next_client(self):
         RIG.stop_helper()
         RIG.start_helper()

@@ -135,13 +135,13 @@ class Rig:
         self.polkitd.kill()
         self.polkitd.wait()
 
-    def start_helper(self):
-        """Returns once clients find the socket; the helper starts with the first of them."""
+    def start_helper(self, *launcher):
+        """Returns once clients find the socket; the helper starts with the first of them, by way of a launcher."""
         self.set_clock_forward(0)
         preload = [word for variable in self.with_clock() for word in ("-E", variable)]
         self.helper = subprocess.Popen(
             ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", "-E", f"RUNTIME_DIRECTORY={KEPT}",
-             *preload, self.helper_program],
+             *preload, *launcher, self.helper_program],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
         os.chmod(SOCKET, 0o666)
