@@ -139,6 +139,19 @@ TEST_F(MVAclEntryCoding, ANodeHoldingAnotherClassIsRefused) {
     EXPECT_TRUE(error);
 }
 
+TEST_F(MVAclEntryCoding, ANodeWithNeitherKeyHasNoCheckBoxAndNoChildren) {
+    NSErrorRef error;
+    const auto group = std::make_shared<Forged>(MVTreeNode::classObject(), [](auto&) {});
+    const auto back = std::static_pointer_cast<MVAclEntry>(
+        decodeForged([&](auto& c) { c.encodeObjects(std::vector{group}, "permissions"); }, &error));
+    ASSERT_TRUE(back) << error->localizedDescription();
+    ASSERT_EQ(back->permissions().size(), 1u);
+    EXPECT_EQ(back->permissions()[0]->representedObject(), nullptr);
+    EXPECT_TRUE(back->permissions()[0]->childNodes().empty());
+    EXPECT_EQ(back->tag(), 0);
+    EXPECT_EQ(back->uuid(), std::nullopt);
+}
+
 TEST_F(MVAclEntryCoding, GroupsWithoutCheckBoxesDecodeAndReadAsOff) {
     const auto empty = MVTreeNode::treeNodeWithRepresentedObject(nullptr);
     NSErrorRef error;

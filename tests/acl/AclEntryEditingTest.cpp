@@ -67,6 +67,19 @@ TEST_F(MVAclEntryEditing, TurningOffOneReadChildMakesReadMixedAndTheCodeCustom) 
     EXPECT_EQ(file->permissionGroup(), 2);
 }
 
+TEST_F(MVAclEntryEditing, WhatIsBelowABoxIsNotFollowed) {
+    const auto deep = node("deep", 2, 1);
+    const auto tree = file->permissions();
+    file->setPermissions({});
+    tree[0]->childNodeAtIndex(0)->mutableChildNodes().append(deep);
+    file->setPermissions(tree);
+    Recorder recorder;
+    file->addObserver(&recorder);
+    MVTreeNode::setStateOf(*deep, 0);
+    EXPECT_EQ(box(*file, 0, 0).state(), 1);
+    EXPECT_TRUE(recorder.told.empty());
+}
+
 TEST_F(MVAclEntryEditing, TurningAdministrationOnTurnsItsChildrenOnAndGivesAll) {
     box(*file, 2).setState(1);
     EXPECT_THAT(states(*file, 2), ElementsAre(1, 1));

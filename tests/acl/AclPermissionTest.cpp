@@ -1,6 +1,7 @@
 // The system's header first: the catalogue must stand beside it.
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/host/KDLocalizedString.h>
 #include <gtest/gtest.h>
 #include <sys/acl.h>
 
@@ -119,6 +120,22 @@ TEST(MVAclPermission, ConversionRenamesThePermissionsThatHaveAFileCounterpart) {
         EXPECT_EQ(permission->state(), -1);
         EXPECT_TRUE(permission->settable());
     }
+}
+
+TEST(MVAclPermission, ADecodedNameIsLookedUpAgainAndAFileCounterpartsIsNot) {
+    const auto data = NSKeyedArchiver::archivedDataWithRootObject(
+        *MVAclPermission::initWithName("Create Folder", 0x20, 1));
+    KDLocalizedString::setLookup([](const std::string& key, const std::string& table) {
+        return "<" + table + ":" + key + ">";
+    });
+    const auto back =
+        std::static_pointer_cast<MVAclPermission>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
+            {&MVAclPermission::classObject()}, data, nullptr));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->name(), "<ACL:Create Folder>");
+    back->convertToFilePermission();
+    EXPECT_EQ(back->name(), "Append Data");
+    KDLocalizedString::setLookup({});
 }
 
 TEST(MVAclPermission, PropagationGivesEveryDirectChildTheStateMixedIncluded) {
