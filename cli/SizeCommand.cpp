@@ -109,10 +109,10 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
     if (!answer.error)
         return outcome;
     if (answer.error->domain() == NSPOSIXErrorDomain && answer.error->code() == ECANCELED)
-        return {
-            ExitInterrupted,
-            {},
-            "morvane: cancelled; " + sizeText(sumOf(answer.sizes)) + " were added up so far.\n"};
+        return {ExitInterrupted,
+                {},
+                "morvane: " + escaped(answer.error->localizedDescription()) + "\n  " +
+                    sizeText(sumOf(answer.sizes)) + " were added up so far.\n"};
     outcome.exitCode = ExitFailure;
     outcome.message = "morvane: " + escaped(answer.error->localizedDescription()) + '\n';
     return outcome;

@@ -13,7 +13,6 @@
 #include <utility>
 #include <variant>
 
-#include "AclPropagation.h"
 #include "ClientQuestion.h"
 #include "InheritedValues.h"
 #include "Nfs4File.h"
@@ -147,18 +146,21 @@ class Inheritance {
     std::set<std::string> losses_;
 };
 
-NSErrorRef failuresError(const AclPropagation& propagation) {
+std::string counted(std::uint64_t items) {
+    return std::to_string(items) + (items == 1 ? " item" : " items");
+}
+
+/// `others` tells what has become of the rest.
+std::string failuresText(const AclPropagation& propagation, const char* others) {
     const auto& first = propagation.firstFailures();
-    std::string text = std::to_string(propagation.failureCount()) +
-                       (propagation.failureCount() == 1 ? " item" : " items") +
-                       " could not be changed, the others are; " +
-                       (first.size() == 1 ? "the first is " : "the first are ");
+    std::string text = counted(propagation.failureCount()) + " could not be changed" + others +
+                       "; " + (first.size() == 1 ? "the first is " : "the first are ");
     for (std::size_t i = 0; i != first.size(); ++i)
         text +=
             (i == 0 ? "" : ", ") + NSURL::fileURLWithPath(first[i].path).absoluteString() + " (" +
             NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)->localizedDescription() +
             ")";
-    return posixError(first.front().code, NSURL::fileURLWithPath(first.front().path), text);
+    return text;
 }
 
 NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
@@ -237,11 +239,20 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
         std::move(writer), rule.onBehalfOf, [&](std::uint64_t) { return question->ask(); },
         interval);
     propagation.run(std::move(folder), url.path());
+    return outcomeOfPropagation(propagation, url);
+}
+
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url) {
+    const bool hasFailed = propagation.failureCount() != 0;
     if (propagation.isCancelled())
         return posixError(ECANCELED, url,
-                          "The propagation was cancelled after " +
-                              std::to_string(propagation.items()) + " items.");
-    return propagation.failureCount() == 0 ? nullptr : failuresError(propagation);
+                          "The propagation was cancelled after " + counted(propagation.items()) +
+                              "." + (hasFailed ? " " + failuresText(propagation, "") + "." : ""));
+    if (!hasFailed)
+        return nullptr;
+    const auto& first = propagation.firstFailures().front();
+    return posixError(first.code, NSURL::fileURLWithPath(first.path),
+                      failuresText(propagation, ", the others are"));
 }
 
 }  // namespace morvane

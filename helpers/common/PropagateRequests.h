@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "AclPropagation.h"
 #include "ItemPath.h"
 
 namespace morvane {
@@ -22,9 +23,14 @@ namespace morvane {
 /// `entries` that do not fit a folder or whose inheritance the file system cannot hold are refused
 /// before anything is changed. A few times a second the client is asked whether to go on. Null if
 /// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
-/// which tells how many and which first ones (the rest is changed), or ECANCELED.
+/// which tells how many and which first ones (the rest is changed), or ECANCELED with the folder's
+/// URL, which tells how far it came and the same of what could not be changed by then.
 NSErrorRef propagateAclEntriesBelow(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                     const NSURL& url, const std::weak_ptr<NSXPCConnection>& client,
                                     const PathRule& rule = {});
+
+/// What propagateAclEntriesBelow() answers when the propagation below the folder at `url` has
+/// ended.
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url);
 
 }  // namespace morvane

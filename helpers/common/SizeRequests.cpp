@@ -64,17 +64,15 @@ class ProgressReport {
     SizeWalker::Pace::Clock::time_point lastTold_;
 };
 
-NSErrorRef skippedError(const SizeWalker::Unreadable& unreadable) {
+std::string skippedText(const SizeWalker::Unreadable& unreadable) {
     const auto url = NSURL::fileURLWithPath(unreadable.first);
     const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, unreadable.error);
     // The URL's text: a path need not be text.
     const auto first = url.absoluteString() + " (" + reason->localizedDescription() + ")";
-    return posixError(unreadable.error, url,
-                      unreadable.count == 1
-                          ? "1 item could not be read and counts as nothing: " + first
-                          : std::to_string(unreadable.count) +
-                                " items could not be read and count as nothing; the first is " +
-                                first);
+    return unreadable.count == 1
+               ? "1 item could not be read and counts as nothing: " + first
+               : std::to_string(unreadable.count) +
+                     " items could not be read and count as nothing; the first is " + first;
 }
 
 std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rule) {
@@ -110,11 +108,15 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
         auto& item = answer.sizes.emplace_back(MVFileSizeItem::initWithSize(size));
         item->setBusy(!report->goesOn());
     }
-    if (!report->goesOn()) {
-        answer.error = posixError(ECANCELED, urls.front(), "The computation was cancelled.");
-    } else if (walker->unreadable().count > 0) {
-        answer.error = skippedError(walker->unreadable());
-    }
+    const auto& unreadable = walker->unreadable();
+    const auto skipped = unreadable.count > 0 ? skippedText(unreadable) : "";
+    if (!report->goesOn())
+        answer.error = posixError(
+            ECANCELED, urls.front(),
+            "The computation was cancelled." + (skipped.empty() ? "" : " " + skipped + "."));
+    else if (unreadable.count > 0)
+        answer.error =
+            posixError(unreadable.error, NSURL::fileURLWithPath(unreadable.first), skipped);
     return answer;
 }
 

@@ -15,7 +15,8 @@ struct SizesAnswer {
     /// One item for each URL, in their order; what could not be read counts as nothing.
     std::vector<std::shared_ptr<MVFileSizeItem>> sizes;
     /// Null means that all was read. Otherwise a POSIX error that counts what was skipped and
-    /// carries the URL of the first; ECANCELED when the client said no, or went away.
+    /// carries the URL of the first; ECANCELED when the client said no, or went away, which tells
+    /// of what was skipped by then, too.
     NSErrorRef error;
 };
 

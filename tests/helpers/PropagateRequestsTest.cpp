@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -490,6 +491,69 @@ TEST_F(PropagateRequests, AnAnswerNoStopsTheWork) {
     EXPECT_EQ(asked, 1);
     EXPECT_EQ(propagation.items(), 0U);
     EXPECT_EQ(modeOf(top_ + "/file"), 0600U);
+}
+
+/// Fails everything, and has the work cancelled while it is at the second item.
+class CancellingWriter final : public InheritedWriter {
+  public:
+    int write(const OpenItem&, const struct stat&, std::size_t) const override {
+        if (++written_ == cancelledAt_)
+            propagation->cancel();
+        return ENOSPC;
+    }
+    explicit CancellingWriter(int cancelledAt) : cancelledAt_(cancelledAt) {}
+
+    AclPropagation* propagation = nullptr;
+
+  private:
+    const int cancelledAt_;
+    mutable int written_ = 0;
+};
+
+/// Of a propagation in a folder with files only, which one thread writes one after the other.
+NSErrorRef cancelledAfterFailing(const std::string& folder, int items) {
+    auto writer = std::make_unique<CancellingWriter>(items);
+    auto& cancelling = *writer;
+    AclPropagation propagation(std::move(writer), std::nullopt);
+    cancelling.propagation = &propagation;
+    propagation.run(opened(folder), folder);
+    return outcomeOfPropagation(propagation, NSURL::fileURLWithPath(folder));
+}
+
+TEST_F(PropagateRequests, ACancelledOneTellsWhatFailedBefore) {
+    fs::remove_all(top_ + "/sub");
+    makeFile(top_ + "/third");
+    const auto error = cancelledAfterFailing(top_, 2);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(error->code(), ECANCELED);
+    EXPECT_EQ(std::get<NSURL>(error->userInfo().at(NSURLErrorKey)), url());
+    auto text = error->localizedDescription();
+    // Whichever come first.
+    for (const auto* const name : {"/file", "/program", "/third"}) {
+        if (const auto at = text.find(top_ + name); at != std::string::npos)
+            text.replace(at, top_.size() + std::strlen(name), "ITEM");
+    }
+    EXPECT_EQ(
+        text,
+        "The propagation was cancelled after 2 items. 2 items could not be changed; the first "
+        "are file://ITEM (No space left on device), file://ITEM (No space left on device).");
+}
+
+TEST_F(PropagateRequests, ACancelledOneTellsASingleFailure) {
+    EXPECT_EQ(cancelledAfterFailing(top_ + "/sub/deep", 1)->localizedDescription(),
+              "The propagation was cancelled after 1 item. 1 item could not be changed; the first "
+              "is file://" +
+                  top_ + "/sub/deep/file (No space left on device).");
+}
+
+TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
+    AclPropagation propagation(inheritedListWriter(plainLists()), std::nullopt);
+    propagation.cancel();
+    const auto error = outcomeOfPropagation(propagation, url());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), ECANCELED);
+    EXPECT_EQ(error->localizedDescription(), "The propagation was cancelled after 0 items.");
 }
 
 TEST_F(PropagateRequests, AnAnswerYesLetsTheWorkGoOn) {

@@ -218,6 +218,19 @@ TEST_F(SizeRequestsTest, AConnectionThatIsNoMoreStopsTheWork) {
     expectCancelled(answer, urls.size());
 }
 
+TEST_F(SizeRequestsTest, ACancelledOneTellsWhatCouldNotBeReadBefore) {
+    auto urls = muchWork();
+    urls.insert(urls.begin(), url("none"));
+    host->onProgress = [] { return false; };
+    const auto answer = sizes(urls, {.interval = milliseconds(0)});
+    ASSERT_TRUE(answer.error);
+    EXPECT_EQ(answer.error->code(), ECANCELED);
+    EXPECT_EQ(answer.error->localizedDescription(),
+              "The computation was cancelled. 1 item could not be read and counts as nothing: "
+              "file://" +
+                  folder.string() + "/none (No such file or directory).");
+}
+
 TEST_F(SizeRequestsTest, WhatCannotBeReadIsCountedAndTheFirstIsNamed) {
     const auto there = file("there", 5);
     const auto answer = sizes({url("a b"), there, url("c")}, {});

@@ -279,7 +279,8 @@ class Interruption(unittest.TestCase):
         process.send_signal(signal.SIGINT)
         output, message = process.communicate(timeout=TIME_LIMIT)
         self.assertEqual((process.returncode, output), (130, b""))
-        self.assertRegex(message.decode(), r"^morvane: cancelled; .* were added up so far\.\n$")
+        self.assertRegex(message.decode(), r"^morvane: The computation was cancelled\..*\n"
+                                           r"  .* were added up so far\.\n$")
 
 
 class LiveLine(unittest.TestCase):
