@@ -1,11 +1,16 @@
 #include "PropagateCommand.h"
 
 #include <cerrno>
+#include <cstdint>
 
 #include "Failure.h"
 #include "Text.h"
 
 namespace morvane {
+
+std::string propagationLine(std::chrono::duration<double> elapsed) {
+    return "propagating, " + std::to_string(static_cast<std::int64_t>(elapsed.count())) + " s";
+}
 
 Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
                      const AclSink& sink) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "AclCommand.h"
@@ -15,5 +16,8 @@ struct PropagateOptions {
 
 /// `sink` propagates the entries below an item and waits for the end.
 Outcome runPropagate(const PropagateOptions& options, const AclSource& source, const AclSink& sink);
+
+/// The line that tells that the work goes on. A service tells no more before its answer.
+std::string propagationLine(std::chrono::duration<double> elapsed);
 
 }  // namespace morvane

@@ -52,24 +52,46 @@ std::optional<std::size_t> columnsOfLiveLine() {
     return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
 }
 
-/// Waits for the sizes; on a terminal with a line that tells how far the service is.
-SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
-    const InterruptWatch watch;
-    const auto start = std::chrono::steady_clock::now();
-    auto answer = connector.sizes(urls, [&](const SizeList& sizes) {
-        const auto columns = columnsOfLiveLine();
-        if (columns && !sizes.empty()) {
-            const auto line = progressLine(sizes, std::chrono::steady_clock::now() - start);
+/// While a service works: a line on the terminal that tells how far it is, and Ctrl-C.
+class LiveLine {
+  public:
+    ~LiveLine() {
+        if (columnsOfLiveLine())
+            std::fputs("\r\033[K", stderr);
+    }
+
+    std::chrono::duration<double> elapsed() const {
+        return std::chrono::steady_clock::now() - start_;
+    }
+    static void show(const std::string& line) {
+        if (const auto columns = columnsOfLiveLine()) {
             // The last column would take the cursor to the next line.
             std::fprintf(stderr, "\r\033[K%s", cut(line, *columns - 1).c_str());
             std::fflush(stderr);
         }
+    }
+
+  private:
+    const InterruptWatch watch_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
+    const LiveLine live;
+    return connector.sizes(urls, [&](const SizeList& sizes) {
+        if (!sizes.empty())
+            LiveLine::show(progressLine(sizes, live.elapsed()));
         return !interrupted;
     });
-    if (columnsOfLiveLine()) {
-        std::fputs("\r\033[K", stderr);
-    }
-    return answer;
+}
+
+NSErrorRef propagateWithLiveLine(FileConnector& connector, const EntryList& entries,
+                                 const NSURL& url) {
+    const LiveLine live;
+    return connector.propagateAclEntries(entries, url, [&] {
+        LiveLine::show(propagationLine(live.elapsed()));
+        return !interrupted;
+    });
 }
 
 bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& save) {
@@ -152,9 +174,7 @@ Outcome run(int argc, char** argv) {
     };
     if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
         return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
-            const InterruptWatch watch;
-            return connector->propagateAclEntries(entries, resolved(url),
-                                                  [] { return !interrupted; });
+            return propagateWithLiveLine(*connector, entries, resolved(url));
         });
     }
     if (const auto* access = std::get_if<AccessOptions>(&line)) {

@@ -1,8 +1,11 @@
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <limits>
+#include <string>
 
+#include "PropagateCommand.h"
 #include "SizeCommand.h"
 
 namespace morvane {
@@ -19,9 +22,27 @@ std::string inUnits(std::int64_t bytes) {
     return MVFileSizeInfo::sharedFileSizeInfo()->stringWithFileSize(bytes, true);
 }
 
+TEST(ACancelledSum, TellsWhyItEndedAndHowFarItCame) {
+    const auto outcome = runSize({.paths = {"/x"}}, [](const std::vector<NSURL>&) {
+        return SizesAnswer{
+            {item(4000, true)},
+            NSError::errorWithDomain(
+                NSPOSIXErrorDomain, ECANCELED,
+                {{NSLocalizedDescriptionKey, std::string("It was cancelled. 1 was skipped.")}})};
+    });
+    EXPECT_EQ(outcome.exitCode, ExitInterrupted);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.message, "morvane: It was cancelled. 1 was skipped.\n  " + inUnits(4000) +
+                                   " were added up so far.\n");
+}
+
 TEST(TheLiveLine, TellsWhatIsDoneWithTheRateAndTheTime) {
     EXPECT_EQ(progressLine({item(3000, false), item(1000, true)}, std::chrono::milliseconds(2500)),
               "1 of 2 done, " + inUnits(4000) + ", " + inUnits(1600) + "/s, 2 s");
+}
+
+TEST(TheLiveLine, TellsHowLongAPropagationHasGoneOn) {
+    EXPECT_EQ(propagationLine(std::chrono::milliseconds(2999)), "propagating, 2 s");
 }
 
 TEST(TheLiveLine, HasNoRateWhenNoTimeHasPassed) {

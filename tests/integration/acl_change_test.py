@@ -186,25 +186,61 @@ class Interruption(Changing):
         super().setUp()
         self.setfacl("-m", "u:4711:rwx,d:u:4711:rwx", self.folder)
 
-    def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):
-        files = [self.make(f"many/{i}") for i in range(500)]
+        self.files = [self.make(f"many/{i}") for i in range(500)]
         self.setfacl("-Rb", os.path.join(self.folder, "many"))
-        # Each change is held up, so that all of them take many seconds.
-        tracer = subprocess.Popen(
+
+    def start(self, what_happens="", **streams):
+        """Each change is held up, so that all of them take many seconds."""
+        return subprocess.Popen(
             ["strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=fsetxattr",
-             "-e", "inject=fsetxattr:delay_enter=20000", MORVANE, "acl", self.folder, "--propagate"],
+             "-e", "inject=fsetxattr:delay_enter=20000" + what_happens,
+             MORVANE, "acl", self.folder, "--propagate"],
             env={**ENVIRONMENT, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"},
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.wait_until(lambda: any(self.is_changed(path) for path in files))
+            text=True, **streams)
+
+    def interrupt(self, tracer):
         with open(f"/proc/{tracer.pid}/task/{tracer.pid}/children", encoding="ascii") as f:
             host, = (int(child) for child in f.read().split()
                      if os.readlink(f"/proc/{child}/exe") == MORVANE)
         os.kill(host, signal.SIGINT)
+
+    def on_terminal(self, what_happens=""):
+        """With standard error on a terminal of forty columns; returns all that was shown on it."""
+        terminal, end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        fcntl.ioctl(end, termios.TIOCSWINSZ, struct.pack("4H", 24, 40, 0, 0))
+        tracer = self.start(what_happens, stdout=subprocess.DEVNULL, stderr=end)
+        os.close(end)
+        shown = terminals.read(terminal, TIME_LIMIT, until="propagating, ")
+        shown += terminals.read(terminal, TIME_LIMIT, until="propagating, ")
+        self.interrupt(tracer)
+        shown += terminals.read(terminal, TIME_LIMIT)
+        self.assertEqual(tracer.wait(TIME_LIMIT), 130)
+        return shown
+
+    def test_a_line_on_the_terminal_shows_that_the_work_goes_on(self):
+        shown = self.on_terminal()
+        drawn, line, last = shown.rpartition("\r\033[K")
+        self.assertRegex(drawn, r"^(\r\033\[Kpropagating, \d+ s){2,}$")
+        self.assertEqual(line, "\r\033[K")
+        self.assertRegex(last, r"^morvane: The propagation was cancelled after \d+ items?\.\r\n"
+                               r"  What is changed stays so\.\r\n$")
+
+    def test_what_failed_before_an_interrupt_is_told(self):
+        last = self.on_terminal(":error=ENOSPC").rpartition("\r\033[K")[2]
+        self.assertRegex(last, r"^morvane: The propagation was cancelled after (\d+ items?)\. \1 could "
+                               r"not be changed; the first are (file://\S+ \(No space left on device\)(, )?)+"
+                               r"\.\r\n  What is changed stays so\.\r\n$")
+
+    def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):
+        tracer = self.start(stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.wait_until(lambda: any(self.is_changed(path) for path in self.files))
+        self.interrupt(tracer)
         output, message = tracer.communicate(timeout=TIME_LIMIT)
         self.assertEqual((tracer.returncode, output), (130, ""))
-        self.assertRegex(message, r"^morvane: The propagation was cancelled after \d+ items\.\n"
+        self.assertRegex(message, r"^morvane: The propagation was cancelled after \d+ items?\.\n"
                                   r"  What is changed stays so\.\n$")
-        self.assertLess(sum(map(self.is_changed, files)), len(files))
+        self.assertLess(sum(map(self.is_changed, self.files)), len(self.files))
 
     def is_changed(self, path):
         return "system.posix_acl_access" in os.listxattr(path)
