@@ -65,11 +65,11 @@ std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
 
 std::string whoText(const MVAclEntry& entry) {
     const auto who = posixIdentity(entry);
-    std::string text;
+    auto text = identityName(entry);
     // "uid 1234" says already what it is.
-    if (entry.identity() && who && !std::holds_alternative<CBEveryone>(*who))
-        text = identityIsGroup(entry) ? "group " : "user ";
-    text += identityName(entry);
+    if (entry.identity() && who && !std::holds_alternative<CBEveryone>(*who) &&
+        !text.starts_with("uid ") && !text.starts_with("gid "))
+        text.insert(0, identityIsGroup(entry) ? "group " : "user ");
     if (!entry.isAcl() && who && !std::holds_alternative<CBEveryone>(*who))
         text += identityIsGroup(entry) ? " (owning group)" : " (owner)";
     return text;

@@ -1,12 +1,12 @@
 #include "AclRequests.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <utility>
 #include <variant>
 
 #include "EffectiveAccess.h"
+#include "EntryLosses.h"
 #include "Nfs4File.h"
 #include "PosixAclEntries.h"
 #include "PosixAclReader.h"
@@ -17,8 +17,6 @@
 namespace morvane {
 
 namespace {
-
-constexpr std::size_t maxLossesTold = 20;
 
 /// The item at `url`, and the list that it has, of either kind.
 struct ItemWithAcl {
@@ -58,17 +56,9 @@ Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries
     return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
 }
 
-std::string textOfLosses(const std::vector<std::string>& losses) {
-    std::string text = "The file system cannot hold the whole list. It would lose";
-    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesTold); ++i)
-        text += (i == 0 ? ": " : "; ") + losses[i];
-    if (losses.size() > maxLossesTold)
-        text += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
-    return text + ".";
-}
-
 NSErrorRef lossesError(const std::vector<std::string>& losses, const NSURL& url) {
-    return posixError(EOPNOTSUPP, url, textOfLosses(losses),
+    return posixError(EOPNOTSUPP, url,
+                      textOfLosses("The file system cannot hold the whole list.", losses),
                       "Nothing was changed. Change these entries, or accept the nearest list "
                       "that grants no more.");
 }

@@ -13,6 +13,9 @@ namespace morvane {
 void addLoss(std::vector<std::string>& losses, std::size_t number, const MVAclEntry& entry,
              const std::string& what);
 
+/// "`what` It would lose: ...; ....", with all of `losses`.
+std::string textOfLosses(std::string what, const std::vector<std::string>& losses);
+
 /// The bits of the boxes of `group` that are on; one that is neither on nor off is a loss.
 std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEntry& entry,
                       std::vector<std::string>& losses);

@@ -14,6 +14,7 @@
 #include <variant>
 
 #include "ClientQuestion.h"
+#include "EntryLosses.h"
 #include "InheritedValues.h"
 #include "Nfs4File.h"
 #include "Nfs4Inheritance.h"
@@ -28,7 +29,6 @@ namespace {
 using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
 
 constexpr std::chrono::milliseconds interval{250};
-constexpr std::size_t maxLossesTold = 20;
 
 /// Nodes are shared by the conversions, so each one gets entries of its own.
 Entries copiesOf(const Entries& entries) {
@@ -164,16 +164,10 @@ std::string failuresText(const AclPropagation& propagation, const char* others) 
 }
 
 NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
-    std::string text = "The file system cannot hold all that is inherited. It would lose";
-    std::size_t told = 0;
-    for (const auto& loss : losses) {
-        if (told++ == maxLossesTold)
-            break;
-        text += (told == 1 ? ": " : "; ") + loss;
-    }
-    if (losses.size() > maxLossesTold)
-        text += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
-    return posixError(EOPNOTSUPP, url, text + ".", "Nothing was changed. Change these entries.");
+    return posixError(EOPNOTSUPP, url,
+                      textOfLosses("The file system cannot hold all that is inherited.",
+                                   {losses.begin(), losses.end()}),
+                      "Nothing was changed. Change these entries.");
 }
 
 /// What writes to the items below the folder; empty, with `*error` set, if that cannot be done.

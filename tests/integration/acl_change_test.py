@@ -107,6 +107,33 @@ class Scripts(Changing):
         self.assertIn("--lossy accepts the nearest list.", message)
         self.assertEqual(acl(self.file), before)
 
+    def test_every_entry_and_box_that_would_be_lost_is_named_however_many(self):
+        script = "; ".join(f'add user:{4700 + i}; permissions read; on "Delete"; on "Change Owner"'
+                           for i in range(60))
+        message = self.fail_with(1, "acl", self.file, "--edit", script)
+        for i in range(60):
+            self.assertIn(f'(allow uid {4700 + i}): "Delete", "Change Owner"', message)
+
+    def test_every_verb_of_a_script_has_its_effect(self):
+        os.chmod(self.folder, 0o700)
+        self.setfacl("-m", "u:4711:rwx,u:4712:rwx,g:4713:r", self.folder)
+        shown = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.folder))]
+        self.succeed("acl", self.folder, "--edit", f"""
+            entry {shown.index('uid 4711') + 1}; who user:4721        # another user
+            toggle Write; toggle 'Write/Delete'; toggle "write attributes"; toggle "Traverse Folder"
+            entry {shown.index('uid 4712') + 1}; permissions read; inherited yes; inherited no
+            off "Traverse Folder"; on 'child files'; on "Child folders"; toggle "All descendants"
+            entry {shown.index('gid 4713') + 1}; remove
+            add group:4722; permissions all; off Administration; off Delete; off "Write Attributes"
+            add user:4723; deny; off Read; off Write; on 'Traverse Folder'
+            add user:4724; deny; allow; off Write
+            """)
+        self.assertEqual(acl(self.folder),
+                         ["user::rwx", "user:4712:r--", "user:4721:rw-", "user:4723:---", "user:4724:r-x",
+                          "group::---", "group:4722:rwx", "mask::rwx", "other::---", "default:user::rwx",
+                          "default:user:4712:r--", "default:group::---", "default:mask::r--",
+                          "default:other::---"])
+
     def test_lossy_writes_the_nearest_list_that_grants_no_more(self):
         table = self.succeed("acl", self.file, "--lossy", "--edit",
                              'add user:65534; permissions read; on "Delete"; on "Write Data"')
