@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/host/KDLocalizedString.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -55,6 +56,98 @@ TEST_F(MVAclEntryConversion, AFileInheritsTheFileCounterparts) {
 TEST_F(MVAclEntryConversion, AMixedChildFilesBoxCountsAsOn) {
     box(*folder, 3, 1).setState(-1);
     EXPECT_TRUE(folder->convertInheritedToFileEntry());
+}
+
+TEST_F(MVAclEntryConversion, AMixedChildFoldersBoxCountsAsOn) {
+    box(*folder, 3, 2).setState(-1);
+    EXPECT_TRUE(folder->convertInheritedToDirectoryEntry());
+    EXPECT_THAT(states(*folder, 3), ElementsAre(1, 0, 0, 0));
+}
+
+TEST_F(MVAclEntryConversion, AMixedAllDescendantsBoxCountsAsOn) {
+    setApplicability(*folder, 0, 1, 1, -1);
+    EXPECT_TRUE(folder->convertInheritedToDirectoryEntry());
+    EXPECT_THAT(states(*folder, 3), ElementsAre(1, 1, 1, -1));
+}
+
+TEST_F(MVAclEntryConversion, EachBoxDecidesForItsOwnKindOfItem) {
+    setApplicability(*folder, 1, 0, 1, 1);
+    EXPECT_FALSE(folder->convertInheritedToFileEntry());
+    EXPECT_FALSE(folder->inherited());
+    EXPECT_TRUE(folder->convertInheritedToDirectoryEntry());
+    EXPECT_THAT(states(*folder, 3), ElementsAre(1, 0, 1, 1));
+    setApplicability(*folder, 1, 1, 0, 0);
+    EXPECT_FALSE(folder->convertInheritedToDirectoryEntry());
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+}
+
+TEST_F(MVAclEntryConversion, NoBoxCanBeChangedAfterwards) {
+    setApplicability(*folder, 0, 1, 1, 1);
+    const auto settable = [&] {
+        std::size_t count = 0;
+        for (std::size_t i = 0; i != folder->permissions().size(); ++i) {
+            count += box(*folder, i).settable();
+            for (std::size_t j = 0; j != states(*folder, i).size(); ++j)
+                count += box(*folder, i, j).settable();
+        }
+        return count;
+    };
+    EXPECT_EQ(settable(), 21u);
+    EXPECT_TRUE(folder->convertInheritedToDirectoryEntry());
+    EXPECT_EQ(settable(), 0u);
+    folder->setInherited(false);
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+    EXPECT_EQ(settable(), 0u);
+}
+
+TEST_F(MVAclEntryConversion, AFilesEntryKeepsTheNodesOfTheFoldersGroups) {
+    box(*folder, 3, 1).setState(1);
+    auto before = folder->permissions();
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+    before.pop_back();
+    EXPECT_EQ(folder->permissions(), before);
+}
+
+TEST_F(MVAclEntryConversion, AFilesEntryHasNoTreeForAMoment) {
+    struct Sizes final : NSKeyValueObserver {
+        std::vector<std::size_t> told;
+        void observeValueForKeyPath(const NSKeyPath&, NSObject& object) override {
+            told.push_back(static_cast<MVAclEntry&>(object).permissions().size());
+        }
+    } sizes;
+    box(*folder, 3, 1).setState(1);
+    folder->addObserver(&sizes, MVAclEntry::permissionsKeyPath);
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+    folder->removeObserver(&sizes, MVAclEntry::permissionsKeyPath);
+    EXPECT_THAT(sizes.told, ElementsAre(0, 3));
+}
+
+TEST_F(MVAclEntryConversion, AFilesEntryHearsNoMoreOfWhatWasTakenOut) {
+    box(*folder, 3, 1).setState(1);
+    const auto taken = folder->permissions()[1]->childNodes()[3];
+    const auto appliesTo = folder->permissions()[3];
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+    Recorder recorder;
+    folder->addObserver(&recorder);
+    MVTreeNode::setStateOf(*taken, 0);
+    MVTreeNode::setStateOf(*appliesTo, 0);
+    MVTreeNode::setStateOf(*appliesTo->childNodes()[0], 0);
+    EXPECT_THAT(recorder.told, ElementsAre());
+    box(*folder, 0, 0).setState(0);
+    EXPECT_THAT(recorder.told, ElementsAre("permissionGroup"));
+}
+
+TEST_F(MVAclEntryConversion, AFilesEntryHasTheRawNamesInEveryLanguage) {
+    box(*folder, 3, 1).setState(1);
+    KDLocalizedString::setLookup(
+        [](const std::string& key, const std::string&) { return "<" + key + ">"; });
+    EXPECT_TRUE(folder->convertInheritedToFileEntry());
+    KDLocalizedString::setLookup({});
+    EXPECT_EQ(names(*folder, 0)[0], "Read Data");
+    EXPECT_EQ(names(*folder, 0)[1], "Execute File");
+    EXPECT_EQ(names(*folder, 1)[0], "Write Data");
+    EXPECT_EQ(names(*folder, 1)[1], "Append Data");
+    EXPECT_EQ(folder->applicableTo(), "<This item>");
 }
 
 TEST_F(MVAclEntryConversion, ASubFolderInheritsOneLevelOnly) {
