@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <pwd.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -21,6 +22,7 @@
 #include "AclRequests.h"
 #include "EffectiveAccess.h"
 #include "Nfs4File.h"
+#include "PosixAclReduction.h"
 #include "PosixAclWriter.h"
 
 // After the system's headers, which use some of these names.
@@ -137,6 +139,43 @@ class EffectiveAccess : public testing::Test {
         ASSERT_EQ(chmod(path.c_str(), (status.st_mode & 0777) | sticky), 0);
     }
 
+    /// Random items and folders, with what four users find out by trying.
+    void compareWithTheKernel(int rounds) {
+        const std::string item = folder_ + "/item";
+        for (int round = 0; round != rounds; ++round) {
+            const bool isDirectory = round % 3 == 1;
+            std::filesystem::remove_all(item);
+            if (isDirectory)
+                mkdir(item.c_str(), 0700);
+            else if (round % 3 == 2)
+                mkfifo(item.c_str(), 0600);
+            else
+                std::ofstream(item) << "text";
+            const auto owner = someId();
+            const auto group = someId();
+            ASSERT_EQ(chown(item.c_str(), owner, group), 0);
+            setList(item, list());
+            stickOrNot(item, isDirectory);
+            ASSERT_EQ(chown(folder_.c_str(), someId(), someId()), 0);
+            setList(folder_, list());
+            stickOrNot(folder_, true);
+            ASSERT_EQ(chmod(top_.c_str(), random_() % 4 == 0 ? 0700 : 0755), 0);
+            const int flags = std::array{0, 0, FS_IMMUTABLE_FL, FS_APPEND_FL}[random_() % 4];
+            ASSERT_NO_FATAL_FAILURE(setFlags(folder_, flags));
+
+            for (const uid_t uid : {0U, 1U, 2U, 65534U}) {
+                const auto* const user = getpwuid(uid);
+                ASSERT_TRUE(user);
+                const int expected = told(boxesOf(item, uid), isDirectory);
+                EXPECT_EQ(tryAs(user->pw_name, uid, user->pw_gid, item, isDirectory), expected)
+                    << "round " << round << ", uid " << uid << ", flags " << flags << "\n"
+                    << (std::system(("getfacl -p -n " + folder_ + " " + item + " >&2").c_str()),
+                        "");
+            }
+            ASSERT_NO_FATAL_FAILURE(setFlags(folder_, 0));
+        }
+    }
+
     std::mt19937 random_{20260101};
     std::string top_;
     std::string folder_;
@@ -144,38 +183,30 @@ class EffectiveAccess : public testing::Test {
 
 TEST_F(EffectiveAccess, IsWhatTheKernelLetsTheUserDo) {
     ASSERT_EQ(geteuid(), 0U) << "the tests of access become other users, which only root may";
-    const std::string item = folder_ + "/item";
-    for (int round = 0; round != 300; ++round) {
-        const bool isDirectory = round % 3 == 1;
-        std::filesystem::remove_all(item);
-        if (isDirectory)
-            mkdir(item.c_str(), 0700);
-        else if (round % 3 == 2)
-            mkfifo(item.c_str(), 0600);
-        else
-            std::ofstream(item) << "text";
-        const auto owner = someId();
-        const auto group = someId();
-        ASSERT_EQ(chown(item.c_str(), owner, group), 0);
-        setList(item, list());
-        stickOrNot(item, isDirectory);
-        ASSERT_EQ(chown(folder_.c_str(), someId(), someId()), 0);
-        setList(folder_, list());
-        stickOrNot(folder_, true);
-        ASSERT_EQ(chmod(top_.c_str(), random_() % 4 == 0 ? 0700 : 0755), 0);
-        const int flags = std::array{0, 0, FS_IMMUTABLE_FL, FS_APPEND_FL}[random_() % 4];
-        ASSERT_NO_FATAL_FAILURE(setFlags(folder_, flags));
+    compareWithTheKernel(300);
+}
 
-        for (const uid_t uid : {0U, 1U, 2U, 65534U}) {
-            const auto* const user = getpwuid(uid);
-            ASSERT_TRUE(user);
-            const int expected = told(boxesOf(item, uid), isDirectory);
-            EXPECT_EQ(tryAs(user->pw_name, uid, user->pw_gid, item, isDirectory), expected)
-                << "round " << round << ", uid " << uid << ", flags " << flags << "\n"
-                << (std::system(("getfacl -p -n " + folder_ + " " + item + " >&2").c_str()), "");
-        }
-        ASSERT_NO_FATAL_FAILURE(setFlags(folder_, 0));
+TEST_F(EffectiveAccess, CountsAllGroupsOfAUser) {
+    const auto child = fork();
+    if (child == 0) {
+        // For this process, the users are in further groups of those that the lists name.
+        const auto groups = top_ + "/group";
+        std::ofstream(groups)
+            << "root:x:0:\ndaemon:x:1:bin,nobody\nbin:x:2:nobody\nsys:x:3:daemon,bin\n"
+               "nogroup:x:65534:\n";
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) != 0)
+            _exit(1);
+        if (groupsOfUser(2).size() != 3)
+            _exit(2);
+        compareWithTheKernel(150);
+        _exit(HasFailure() ? 3 : 0);
     }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(EffectiveAccess, AMountPointIsNotDeleted) {
