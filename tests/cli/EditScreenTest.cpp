@@ -62,6 +62,41 @@ TEST_F(Screen, OpensAnEntryToItsBoxesAndClosesIt) {
     EXPECT_EQ(lines[4], "");
 }
 
+TEST_F(Screen, MovesUpAndDownAndNotBeyondTheEnds) {
+    press({keyUp, keyDown, keyDown, keyDown});
+    EXPECT_EQ(drawn()[3].substr(0, 4), "> 2.");
+    press({keyUp, keyUp});
+    EXPECT_EQ(drawn()[2].substr(0, 4), "> 1.");
+}
+
+TEST_F(Screen, OpensAndClosesAnEntryWithTheSpaceBar) {
+    press({' '});
+    EXPECT_EQ(drawn()[3], "      [x] Read");
+    press({' '});
+    EXPECT_EQ(drawn()[3].substr(0, 4), "  2.");
+    EXPECT_EQ(drawn()[0], "notes.txt");
+}
+
+TEST_F(Screen, MarksAnEntryAsInheritedAndBack) {
+    press({keyDown, 'i', 't'});
+    EXPECT_TRUE(entry(1).inherited());
+    EXPECT_EQ(entry(1).tag(), 1);
+    EXPECT_EQ(drawn()[5], "entry 2 is inherited; make it the item's own first");
+    press({'i', 't'});
+    EXPECT_FALSE(entry(1).inherited());
+    EXPECT_EQ(entry(1).tag(), 2);
+}
+
+TEST_F(Screen, TakesBackAWholeCharacter) {
+    press({'a', U'\u00e9', U'\u20ac', U'\U0001f600'});
+    EXPECT_EQ(drawn()[5],
+              "user:NAME, group:NAME or everyone: \xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+    press({keyBackspace, keyBackspace});
+    EXPECT_EQ(drawn()[5], "user:NAME, group:NAME or everyone: \xC3\xA9");
+    press({keyBackspace, keyBackspace});
+    EXPECT_EQ(drawn()[5], "user:NAME, group:NAME or everyone: ");
+}
+
 TEST_F(Screen, TogglesABoxAndShowsItsGroupMixed) {
     press({keyDown, ' ', keyDown, keyDown, ' '});
     const auto lines = drawn();

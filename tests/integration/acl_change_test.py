@@ -335,6 +335,60 @@ class Terminal(Changing):
         os.write(self.terminal, key.encode())
         return self.read(self.terminal, until="q leave")
 
+    def test_every_key_does_what_the_screen_says(self):
+        up, down, right, left = "\x1b[A", "\x1b[B", "\x1b[C", "\x1b[D"
+        self.setfacl("-m", "u:4711:rw", self.file)
+        shown = self.edit()
+        number = next(i for i, line in enumerate(
+            line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
+        for keys, expected in (
+                ([*[down] * number], "> {n}. uid 4711  Allow  Custom (part of Read, part of Write)"),
+                ([right], "\n      [-] Read"),
+                ([down, down], ">         [x] Read Data"),
+                (["\x1bOA"], ">     [-] Read"),  # as a terminal in its other mode tells the key
+                ([up, " "], "> {n}. uid 4711  Allow"),
+                ([" "], "\n      [-] Read"),
+                ([down, " "], ">     [x] Read"),
+                ([left], "> {n}. uid 4711  Allow"),
+                (["g"], "> {n}. uid 4711  Allow  All"),
+                (["g"], "> {n}. uid 4711  Allow  Read and Write"),
+                (["g"], "> {n}. uid 4711  Allow  Read "),
+                (["t"], "> {n}. uid 4711  Deny  Read"),
+                (["t"], "> {n}. uid 4711  Allow  Read"),
+                (["i"], "  inherited"),
+                (["t"], "is inherited; make it the item's own first"),
+                (["i"], "> {n}. uid 4711  Allow"),
+                (["w"], "user:NAME, group:NAME or everyone: "),
+                ([*"user:47129", "\x7f"], "everyone: user:4712\n"),
+                (["\r"], "> {n}. uid 4712  Allow  Read"),
+                (["a", *"group:4713", "\n"], "gid 4713  Allow  Read and Write"),
+                (["d"], "(changed)"),
+                (["a", "x", "\x1b"], "(changed)"),
+                (["a", "x", "\x03"], "(changed)"),
+                (["q"], "Leave without saving? (y/n)"),
+                (["n"], "(changed)"),
+                (["\x1b"], "Leave without saving? (y/n)"),
+                (["n"], "(changed)"),
+                (["\x03"], "Leave without saving? (y/n)"),
+                (["n"], "(changed)")):
+            with self.subTest(keys=keys):
+                for key in keys:
+                    shown = self.edit_more(key)
+                self.assertIn(expected.format(n=number + 1), shown.replace("\r", ""))
+        self.assertNotIn("4713", shown)
+        status, rest = self.end("s")
+        self.assertEqual(status, 0, rest)
+        self.assertEqual(acl(self.file), ["user::rw-", "user:4712:r-x", "group::r--", "mask::r-x", "other::---"])
+
+    def test_leaving_after_a_change_is_asked_about_and_changes_nothing(self):
+        for key in "q", "\x1b", "\x03":
+            with self.subTest(key=key):
+                self.edit("g", key)
+                status, rest = self.end("y")
+                self.assertEqual(status, 0)
+                self.assertIn("nothing was changed", rest)
+                self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
     def test_leaving_changes_nothing(self):
         self.edit("\x1b[B")
         status, rest = self.end("q")

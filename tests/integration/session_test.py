@@ -112,10 +112,10 @@ class Grants(PrivilegedCase):
 class TextualAgent(PrivilegedCase):
     """Who asks when the command runs on a terminal."""
 
-    def start(self, agent=None, cgroup=None):
+    def start(self, agent=None, cgroup=None, options=()):
         ours, theirs = os.openpty()
-        program = RIG.start(["setsid", "--ctty", MORVANE, "--privileged", "acl", self.file], agent, cgroup,
-                            stdin=theirs, stdout=theirs, stderr=theirs)
+        program = RIG.start(["setsid", "--ctty", "env", "TERM=xterm", MORVANE, "--privileged", "acl", self.file,
+                             *options], agent, cgroup, stdin=theirs, stdout=theirs, stderr=theirs)
         os.close(theirs)
         self.addCleanup(os.close, ours)
         self.addCleanup(program.finish)
@@ -166,6 +166,20 @@ class TextualAgent(PrivilegedCase):
                 self.assertIn("Who", shown)
                 self.assertNotIn("Password", shown)
                 self.assertEqual(len(program.prompts), 1)
+
+    def test_a_list_is_edited_by_keys_through_the_helper(self):
+        program, terminal = self.start("allow", IN_SESSION, ["--edit"])
+        self.read(terminal, until="q leave")
+        for key in ("\x1b[C", "\x1b[B", "\x1b[B", " "):  # takes writing from the owner
+            os.write(terminal, key.encode())
+            shown = self.read(terminal, until="q leave")
+        self.assertIn("[ ] Write", shown)
+        os.write(terminal, b"s")
+        shown = self.read(terminal)
+        self.assertEqual(program.finish().code, 0, shown)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o400)
+        self.assertEqual([prompt.split(":")[0] for prompt in program.prompts],
+                         [f"{LABEL}.GetFileAcl", f"{LABEL}.SetFileAcl"])
 
 
 if __name__ == "__main__":
