@@ -157,7 +157,7 @@ std::string failuresText(const AclPropagation& propagation, const char* others) 
                        "; " + (first.size() == 1 ? "the first is " : "the first are ");
     for (std::size_t i = 0; i != first.size(); ++i)
         text +=
-            (i == 0 ? "" : ", ") + NSURL::fileURLWithPath(first[i].path).absoluteString() + " (" +
+            (i == 0 ? "" : ", ") + quotedPath(NSURL::fileURLWithPath(first[i].path)) + " (" +
             NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)->localizedDescription() +
             ")";
     return text;

@@ -158,7 +158,7 @@ NSErrorRef Renaming::prepareItem(std::size_t index, const std::string& name) {
     auto& folder = folders_[item.folder];
     if (!folder.byOld.emplace(item.oldName, index).second)
         return posixError(EINVAL, url,
-                          "The item " + url.absoluteString() + " is named twice in the request.",
+                          "The item " + quotedPath(url) + " is named twice in the request.",
                           "Nothing was renamed. Name each item once.");
     if (!folder.byNew.emplace(name, index).second)
         return posixError(EEXIST, url,
@@ -310,7 +310,7 @@ RenameAnswer Renaming::answer() {
     answer.error = posixError(code, urls_[firstFailed],
                               std::to_string(failed) + " of " + std::to_string(items_.size()) +
                                   " items could not be renamed; the first is " +
-                                  urls_[firstFailed].absoluteString() + " (" + reason + ")");
+                                  quotedPath(urls_[firstFailed]) + " (" + reason + ")");
     return answer;
 }
 

@@ -11,4 +11,8 @@ namespace morvane {
 NSErrorRef posixError(int code, const NSURL& url, std::string text = {},
                       std::string suggestion = {});
 
+/// The path of a file URL in quotes, for a text that people read. An error's text is UTF-8 and a
+/// path need not be: each byte that is not becomes U+FFFD, and the URL keeps the path.
+std::string quotedPath(const NSURL& url);
+
 }  // namespace morvane

@@ -67,8 +67,7 @@ class ProgressReport {
 std::string skippedText(const SizeWalker::Unreadable& unreadable) {
     const auto url = NSURL::fileURLWithPath(unreadable.first);
     const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, unreadable.error);
-    // The URL's text: a path need not be text.
-    const auto first = url.absoluteString() + " (" + reason->localizedDescription() + ")";
+    const auto first = quotedPath(url) + " (" + reason->localizedDescription() + ")";
     return unreadable.count == 1
                ? "1 item could not be read and counts as nothing: " + first
                : std::to_string(unreadable.count) +

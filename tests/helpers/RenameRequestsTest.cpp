@@ -101,8 +101,8 @@ TEST_F(RenameRequests, NothingIsOverwritten) {
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->code(), EEXIST);
     EXPECT_EQ(answer.error->localizedDescription(),
-              "1 of 2 items could not be renamed; the first is " + url("a").absoluteString() +
-                  " (File exists)");
+              "1 of 2 items could not be renamed; the first is \"" + url("a").path() +
+                  "\" (File exists)");
 }
 
 TEST_F(RenameRequests, WhoWaitsForANameThatIsNotGivenUpKeepsItsOwn) {
@@ -151,14 +151,14 @@ TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsExplained) {
         return answer.error->localizedDescription();
     };
     const std::string explained =
-        " (This file system cannot rename without the risk of overwriting.)";
-    EXPECT_EQ(textOf({{"c", "d"}}), "1 of 1 items could not be renamed; the first is " +
-                                        url("c").absoluteString() + explained);
-    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}), "2 of 2 items could not be renamed; the first is " +
-                                                    url("a").absoluteString() + explained);
+        "\" (This file system cannot rename without the risk of overwriting.)";
+    EXPECT_EQ(textOf({{"c", "d"}}),
+              "1 of 1 items could not be renamed; the first is \"" + url("c").path() + explained);
+    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}),
+              "2 of 2 items could not be renamed; the first is \"" + url("a").path() + explained);
     // Here the name may be what it does not take.
-    EXPECT_EQ(textOf({{"c", "d:e"}}), "1 of 1 items could not be renamed; the first is " +
-                                          url("c").absoluteString() + " (Invalid argument)");
+    EXPECT_EQ(textOf({{"c", "d:e"}}), "1 of 1 items could not be renamed; the first is \"" +
+                                          url("c").path() + "\" (Invalid argument)");
     EXPECT_EQ(contents(), (Contents{{"a", "a"}, {"b", "b"}, {"c", "c"}}));
 }
 
@@ -233,7 +233,7 @@ TEST_F(RenameRequests, WhatMakesNoSenseIsRefusedBeforeAnythingChanges) {
               "A new name has 256 bytes; a name has at most 255.");
     EXPECT_EQ(refusal({b, a}, {"x", "x"}),
               "Two items of one folder would both get the name \"x\".");
-    const auto twice = "The item " + b.absoluteString() + " is named twice in the request.";
+    const auto twice = "The item \"" + b.path() + "\" is named twice in the request.";
     EXPECT_EQ(refusal({b, b}, {"x", "y"}), twice);
     EXPECT_EQ(refusal({url("./b"), b}, {"x", "y"}), twice);
     EXPECT_EQ(refusal({b, NSURL::fileURLWithPath("/")}, {"x", "y"}),

@@ -238,8 +238,8 @@ TEST_F(SizeRequestsTest, WhatCannotBeReadIsCountedAndTheFirstIsNamed) {
     EXPECT_EQ(answer.error->domain(), NSPOSIXErrorDomain);
     EXPECT_EQ(answer.error->code(), ENOENT);
     EXPECT_EQ(answer.error->localizedDescription(),
-              "2 items could not be read and count as nothing; the first is file://" +
-                  folder.string() + "/a%20b (No such file or directory)");
+              "2 items could not be read and count as nothing; the first is \"" + folder.string() +
+                  "/a b\" (No such file or directory)");
     ASSERT_EQ(answer.sizes.size(), 3U);
     EXPECT_EQ(answer.sizes[0]->size(), 0);
     EXPECT_EQ(answer.sizes[1]->size(), 5);
@@ -250,8 +250,18 @@ TEST_F(SizeRequestsTest, ASingleItemThatCannotBeReadIsNamed) {
     const auto answer = sizes({url("none")}, {});
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->localizedDescription(),
-              "1 item could not be read and counts as nothing: file://" + folder.string() +
-                  "/none (No such file or directory)");
+              "1 item could not be read and counts as nothing: \"" + folder.string() +
+                  "/none\" (No such file or directory)");
+}
+
+TEST_F(SizeRequestsTest, APathThatIsNoTextIsNamedAsFarAsItIsAndKeptWhole) {
+    const auto item = url("caf\xe9 \xc3\xa9\n");
+    const auto answer = sizes({item}, {});
+    ASSERT_TRUE(answer.error);
+    EXPECT_EQ(answer.error->localizedDescription(),
+              "1 item could not be read and counts as nothing: \"" + folder.string() +
+                  "/caf\xef\xbf\xbd \xc3\xa9\n\" (No such file or directory)");
+    EXPECT_EQ(std::get<NSURL>(answer.error->userInfo().at(NSURLErrorKey)), item);
 }
 
 TEST_F(SizeRequestsTest, OnlyFilesHaveASize) {
@@ -281,8 +291,8 @@ TEST_F(SizeRequestsTest, OnBehalfOfAnotherNoLinkOnTheWayIsFollowed) {
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->code(), ELOOP);
     EXPECT_EQ(answer.error->localizedDescription(),
-              "2 items could not be read and count as nothing; the first is file://" +
-                  folder.string() + "/link/file (Too many levels of symbolic links)");
+              "2 items could not be read and count as nothing; the first is \"" + folder.string() +
+                  "/link/file\" (Too many levels of symbolic links)");
     const auto direct = sizesOfUrls({url("real"), url("real/file"), url("link")}, client, {uid});
     EXPECT_FALSE(direct.error);
     ASSERT_EQ(direct.sizes.size(), 3U);

@@ -200,7 +200,7 @@ class Propagation(Changing):
                                 group=65534, extra_groups=[])
         self.assertEqual(result.returncode, 1)
         self.assertIn("3 items could not be changed, the others are; the first are ", result.stderr)
-        self.assertIn("/top/sub (Operation not permitted)", result.stderr)
+        self.assertIn(f'"{self.folder}/sub" (Operation not permitted)', result.stderr)
         self.assertIn("user:4711:rwx", acl(self.file))
         self.assertNotIn("user:4711:rwx", acl(self.inner))
 
