@@ -115,6 +115,8 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
                     sizeText(sumOf(answer.sizes)) + " were added up so far.\n"};
     outcome.exitCode = ExitFailure;
     outcome.message = "morvane: " + escaped(answer.error->localizedDescription()) + '\n';
+    if (const auto help = advice(*answer.error, Effect::reads); !help.empty())
+        outcome.message += "  " + escaped(help) + '\n';
     return outcome;
 }
 
