@@ -118,6 +118,8 @@ std::optional<PolicyAnswer> checkAuthorization(const ProcessIdentity& process,
     GVariant* details = nullptr;
     g_variant_get(reply.get(), "((bb@a{ss}))", &authorized, &challenge, &details);
     const Variant held(details);
+    if (authorized != FALSE && challenge != FALSE)
+        return std::nullopt;  // yes and no
     PolicyAnswer answer{authorized != FALSE, challenge != FALSE, false, {}};
     const char* value = nullptr;
     answer.isDismissed =

@@ -1,10 +1,24 @@
-// Preloaded into a program, sets its monotonic clock forward by the seconds that a file tells.
+// Preloaded into a program, sets its monotonic clock forward by the seconds that a file tells; what
+// waits in poll() waits by that clock.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
+
+namespace {
+
+std::int64_t milliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * std::int64_t{1000} + now.tv_nsec / 1000000;
+}
+
+}  // namespace
 
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
                                                                     timespec* time) noexcept {
@@ -21,4 +35,20 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
         close(file);
     }
     return result;
+}
+
+extern "C" __attribute__((visibility("default"))) int poll(pollfd* files, nfds_t count,
+                                                           int timeout) {
+    using Function = int(pollfd*, nfds_t, int);
+    static auto* const real = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "poll"));
+    // The clock may be set meanwhile.
+    constexpr std::int64_t step = 50;
+    const auto end = milliseconds() + timeout;
+    for (std::int64_t left = timeout; left > step;) {
+        if (const int ready = real(files, count, static_cast<int>(step)))
+            return ready;
+        left = timeout = static_cast<int>(
+            std::max<std::int64_t>(std::min(left - step, end - milliseconds()), 0));
+    }
+    return real(files, count, timeout);
 }
