@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -177,6 +180,33 @@ TEST_F(MVConnectorTest, AConnectionWhoseTableIsMissingStaysStoredAndUnconfigured
     ASSERT_TRUE(stored);
     EXPECT_FALSE(stored->remoteObjectInterface());
     EXPECT_FALSE(stored->exportedInterface());
+}
+
+TEST_F(MVConnectorTest, AMissingTableEndsTheProcessThatBuildsThePrivilegedConnection) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto connector = MVConnector::init<BareConnector>();
+    const auto build = [&] {
+        static std::weak_ptr<MVConnector> built;
+        built = connector;
+        static const auto tell = std::get_terminate();
+        // Where nothing has caught it.
+        std::set_terminate([] {
+            const auto held = built.lock();
+            if (held->queue()->isCurrent() && held->authConnection() &&
+                !held->authConnection()->remoteObjectInterface())
+                std::fputs("stored and unconfigured\n", stderr);
+            tell();
+        });
+        std::promise<void> replied;
+        connector->getAuthConnectionForRight(MVRightGetFileAcl,
+                                             [&](NSErrorRef) { replied.set_value(); });
+        replied.get_future().wait_for(watchdog);
+        std::_Exit(0);
+    };
+    EXPECT_DEATH(build(),
+                 "stored and unconfigured\n.*MVAbstractMethodNotOverridden: Subclass "
+                 "BareConnector must override method -.MVConnector remoteEncodableClasses. of the "
+                 "base class MVConnector.");
 }
 
 TEST_F(MVConnectorTest, TheFileServiceConnectionIsConfiguredAndKept) {
@@ -353,6 +383,22 @@ TEST_F(MVConnectorTest, AFileServiceConnectionThatEndsUnheldBuildsAnotherThatIsD
     connector->connection();
     EXPECT_EQ(connector->calls.size(), 15u);  // and again, as that one was dropped
     EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
+}
+
+TEST_F(MVConnectorTest, AQueuedBuildKeepsItsConnectorUntilItHasRun) {
+    auto connector = MVConnector::init<Connector>();
+    const std::weak_ptr<MVConnector> weak = connector;
+    const auto queue = connector->queue();
+    std::promise<void> open;
+    queue->async([gate = open.get_future().share()] { gate.wait(); });
+    bool alive = false;
+    connector->getAuthConnectionForRight(MVRightGetFileAcl,
+                                         [&](NSErrorRef) { alive = !weak.expired(); });
+    connector.reset();
+    open.set_value();
+    drain(*queue);
+    EXPECT_TRUE(alive);
+    EXPECT_TRUE(weak.expired());
 }
 
 TEST_F(MVConnectorTest, AReplacedPrivilegedConnectionThatEndsTakesTheCurrentOneWithIt) {
