@@ -29,7 +29,7 @@ class Defence(NamedTuple):
     file: str
     text: str      # stands there once
     without: str   # takes its place
-    tests: tuple   # names of ctest; behind "privileged", a method of its classes
+    tests: tuple   # names of ctest; behind "privileged" and "policy", a method of their classes
 
 
 def privileged(*methods):
@@ -37,9 +37,10 @@ def privileged(*methods):
 
 
 # What is built for a test: the program that has its suite.
+PRIVILEGED_ROAD = ("morvane", "privileged_helper", "policy_agent", "bare_client", "shifted_clock", "file_service")
 PROGRAMS = {
-    "privileged": ("morvane", "privileged_helper", "policy_agent", "bare_client", "shifted_clock",
-                   "file_service"),
+    "privileged": PRIVILEGED_ROAD,
+    "policy": (*PRIVILEGED_ROAD, "policy_stand_in"),
     "PosixAclReader": ("posix_acl_test",),
     "AclRequestsOnBehalf": ("posix_acl_test",),
     "PropagateRequests": ("propagate_requests_test",),
@@ -146,6 +147,21 @@ DEFENCES = (
             "    if (!answer->isAuthorized)\n        return RightState::notHeld;",
             privileged("Rights.test_polkit_killed_before_the_helper_asks_it_ends_the_request",
                        "Attackers.test_a_client_that_has_gone_during_the_check_gets_nothing_done")),
+    Defence("A yes together with a question to the user is no yes.",
+            "platform/linux/PolicyAuthority.cpp",
+            "if (authorized != FALSE && challenge != FALSE)\n        return std::nullopt;  // yes and no\n",
+            "",
+            ("policy Answers.test_nothing_else_grants",)),
+    Defence("Polkit's answer is not waited for without end.",
+            "platform/linux/PolicyAuthority.cpp",
+            "constexpr int answerMilliseconds = 60000;",
+            "constexpr int answerMilliseconds = G_MAXINT;",
+            ("policy Answers.test_an_answer_that_never_comes_is_waited_for_a_minute_and_grants_nothing",)),
+    Defence("The helper cannot get capabilities back.",
+            "helpers/privileged_helper/Capabilities.cpp",
+            "prctl(PR_CAPBSET_DROP, capability) != 0 && errno != EPERM",
+            "prctl(PR_CAPBSET_READ, capability) < 0",
+            privileged("Helper.test_it_keeps_only_the_capabilities_that_it_needs")),
     Defence("The helper keeps only the capabilities that it needs.",
             "helpers/privileged_helper/main.cpp",
             "if (const int code = keepNeededCapabilities()) {",

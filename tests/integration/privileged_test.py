@@ -27,6 +27,7 @@ MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, BUILD, LIBEXEC, DATA = map(o
 rigs.enter_namespaces()
 INSTALL_POLICY = os.path.join(BUILD, f"{LABEL}.InstallHelper.policy")
 RIG = rigs.Rig(HELPER, [POLICY, INSTALL_POLICY], AGENT, CLOCK)
+RIG.take_log()
 EACCES = 13
 CONNECTION_INVALID = 4099
 
@@ -524,7 +525,7 @@ class Attackers(Privileged):
 
 class Installation(Privileged):
     """The helper is put into place by the real pkexec; the service manager is a stand-in that listens."""
-    UNITS = "/etc/systemd/system"
+    UNITS, ACTIONS = "/etc/systemd/system", "/usr/share/polkit-1/actions"
     BEGUN = f"/run/{LABEL}.PrivilegedHelper.installing"
 
     def setUp(self):
@@ -577,6 +578,34 @@ class Installation(Privileged):
         self.assertEqual((outcome.code, outcome.output), (1, ""))
         self.assertIn("The service necessary to perform this operation is unavailable", outcome.message)
 
+    def test_each_failure_is_told_by_its_code(self):
+        for does, text in (("exit 0", "The system cannot find the specified job."),
+                           ("kill -9 $PPID", "An internal failure has occurred.")):
+            with self.subTest(does=does):
+                self.manage(does)
+                self.assertRefused(run("acl", self.file, agent="allow"), f"Privileged job install error: {text}")
+
+    def test_where_its_own_right_is_not_defined_the_elevation_asks(self):
+        os.unlink(f"{self.ACTIONS}/{LABEL}.InstallHelper.policy")
+        self.addCleanup(wait_until, lambda: self.is_defined(f"{LABEL}.InstallHelper"), "the action")
+        self.addCleanup(shutil.copy, INSTALL_POLICY, self.ACTIONS)
+        elevation = "org.freedesktop.policykit.exec"
+        with open(f"{self.ACTIONS}/elevation.policy", "w", encoding="ascii") as f:
+            f.write(f'<policyconfig><action id="{elevation}"><description>d</description><message>m</message>'
+                    "<defaults><allow_any>auth_admin</allow_any></defaults></action></policyconfig>")
+        self.addCleanup(os.unlink, f.name)
+        wait_until(lambda: self.is_defined(elevation) and not self.is_defined(f"{LABEL}.InstallHelper"),
+                   "the actions")
+        for answer, text in (("deny", "The requested authorization failed."),
+                             ("cancel", "The user denied the application's launch request.")):
+            with self.subTest(answer=answer):
+                outcome = run("acl", self.file, agent=f"{elevation}={answer},allow")
+                self.assertRefused(outcome, f"Privileged job install error: {text}")
+                self.assertEqual([p.split(":")[0] for p in outcome.prompts], [f"{LABEL}.GetFileAcl", elevation])
+
+    def is_defined(self, action):
+        return subprocess.run(["pkaction", "--action-id", action], capture_output=True).returncode == 0
+
     def test_an_installation_that_was_not_finished_is_done_again(self):
         os.rename(SOCKET + ".aside", SOCKET)  # that of an earlier version
         self.manage("exit 1")
@@ -613,11 +642,46 @@ class Installation(Privileged):
 class Helper(Privileged):
     def test_it_keeps_only_the_capabilities_that_it_needs(self):
         self.assertEqual(run("acl", self.file, agent="allow").code, 0)
-        with open(f"/proc/{RIG.helper.pid}/status", encoding="ascii") as f:
-            lines = {key: value.strip() for key, _, value in (line.partition(":") for line in f)}
-        self.assertEqual(int(lines["CapEff"], 16), 0b11111)
-        self.assertEqual(int(lines["CapPrm"], 16), 0b11111)
-        self.assertEqual(lines["NoNewPrivs"], "1")
+        sets = {"CapEff": 0b11111, "CapPrm": 0b11111, "CapBnd": 0b11111, "CapInh": 0, "CapAmb": 0}
+        threads = os.listdir(f"/proc/{RIG.helper.pid}/task")
+        self.assertGreater(len(threads), 1)
+        for thread in threads:
+            with open(f"/proc/{RIG.helper.pid}/task/{thread}/status", encoding="ascii") as f:
+                lines = {key: value.strip() for key, _, value in (line.partition(":") for line in f)}
+            self.assertEqual({name: int(lines[name], 16) for name in sets}, sets, lines["Name"])
+            self.assertEqual(lines["NoNewPrivs"], "1")
+
+    def assertLogged(self, process, text):
+        end = f" morvane-helper[{RIG.helper.pid}]: uid {USER} pid {process.pid}: {text}"
+        # 86: authpriv, for information.
+        wait_until(lambda: any(line.startswith("<86>") and line.rstrip("\0").endswith(end) for line in RIG.logged),
+                   f"{end}\nin {RIG.logged}")
+
+    def test_the_log_is_told_who_has_asked_for_what_and_how_it_ended(self):
+        program = RIG.start([MORVANE, "--privileged", "rename", self.file, "public"], "allow").finish()
+        self.assertLogged(program.process, f'renameUrls:names:reply: "{self.file}" as "public": done')
+        with subprocess.Popen([*AS_USER, BARE_CLIENT, self.file], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL) as client:
+            client.wait(TIME_LIMIT)
+        self.assertLogged(client, f'setAclEntries:url:reply: "{self.file}": refused, the right '
+                                  f"{LABEL}.SetFileAcl is not held")
+
+    def test_it_leaves_a_minute_after_its_last_client(self):
+        RIG.stop_helper()
+        RIG.start_helper()
+        RIG.set_clock_forward(-57)
+        begin = time.monotonic()
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(SOCKET)
+            wait_until(lambda: RIG.connections() == 1, "the connection")
+        wait_until(lambda: RIG.connections() == 0, "its end")
+        RIG.set_clock_forward(0)
+        try:
+            self.assertEqual(RIG.helper.wait(TIME_LIMIT / 2), 0)
+            self.assertGreaterEqual(time.monotonic() - begin, 3)
+        finally:
+            RIG.stop_helper()
+            RIG.start_helper()
 
     def test_what_it_opens_is_never_taken_for_a_standard_stream(self):
         RIG.stop_helper()

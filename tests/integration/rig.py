@@ -10,9 +10,11 @@ import ctypes
 import os
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 TIME_LIMIT = 60  # a watchdog
@@ -25,6 +27,7 @@ LABEL = "io.github.morvaneoperation"
 SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
 KEPT = f"/run/{LABEL}.PrivilegedHelper"
 CLOCK = "/run/morvane-test-clock"
+LOG = "/run/systemd/journal/dev-log"
 POLKITD = next((p for p in ("/usr/lib/polkit-1/polkitd", "/usr/libexec/polkitd") if os.path.exists(p)),
                "polkitd")
 AS_USER = ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups"]
@@ -102,6 +105,28 @@ class Rig:
             with open(f"/run/systemd/{path}", "w", encoding="ascii") as f:
                 f.write(text)
 
+    def take_log(self):
+        """Takes what programs tell the system's log, instead of the log itself."""
+        # A folder of devices that has a log.
+        mount("/run/dev")
+        for name in ("full", "null", "random", "tty", "urandom", "zero", "pts", "shm"):
+            (os.mkdir if os.path.isdir(f"/dev/{name}") else os.mknod)(f"/run/dev/{name}")
+            subprocess.run(["mount", "--bind", f"/dev/{name}", f"/run/dev/{name}"], check=True)
+        for name, target in (("fd", "/proc/self/fd"), ("log", LOG), ("ptmx", "pts/ptmx")):
+            os.symlink(target, f"/run/dev/{name}")
+        subprocess.run(["mount", "--move", "/run/dev", "/dev"], check=True)
+        os.makedirs(os.path.dirname(LOG))
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        log.bind(LOG)
+        self.logged = []
+
+        def take():
+            while True:
+                self.logged.append(log.recv(65536).decode(errors="replace"))
+
+        # Who tells a log that nobody empties has to wait.
+        threading.Thread(target=take, daemon=True).start()
+
     def set_password(self, user, password):
         """For as long as the rig stands; what the machine has is left alone."""
         crypt = ctypes.CDLL("libcrypt.so.1").crypt
@@ -139,8 +164,10 @@ class Rig:
         """Returns once clients find the socket; the helper starts with the first of them, by way of a launcher."""
         self.set_clock_forward(0)
         preload = [word for variable in self.with_clock() for word in ("-E", variable)]
+        # It inherits more than it needs.
         self.helper = subprocess.Popen(
-            ["systemd-socket-activate", "-l", SOCKET, "--fdname=helper", "-E", f"RUNTIME_DIRECTORY={KEPT}",
+            ["setpriv", "--inh-caps=+setuid", "--ambient-caps=+setuid",
+             "systemd-socket-activate", "-l", SOCKET, "--fdname=helper", "-E", f"RUNTIME_DIRECTORY={KEPT}",
              *preload, *launcher, self.helper_program],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
