@@ -343,6 +343,7 @@ void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& clas
             if (!object)
                 fail(key, "an element of an array is nil");
             if (!elements.append(std::move(object)))
+                // NOLINTNEXTLINE(bugprone-use-after-move): moved only if taken
                 State::refuse(object->objectClass().name, key);
             if (lends)
                 state_->rebuilt.lend(uid);

@@ -183,7 +183,7 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     class Elements {
       public:
         virtual void reserve(std::size_t count) = 0;
-        /// False for an object of another class.
+        /// False for an object of another class, which the caller keeps.
         virtual bool append(std::shared_ptr<NSObject>&& object) = 0;
         virtual std::shared_ptr<NSObject> at(std::size_t index) const = 0;
 

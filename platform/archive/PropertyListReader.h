@@ -68,6 +68,7 @@ class PropertyListReader {
             return !differ(std::uint64_t{}, 0) && !differ(std::uint64_t{}, size - 8);
         if (size >= 4 && size < 8)
             return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): likewise
         return size == 0 || std::memcmp(a, b, size) == 0;
     }
 
