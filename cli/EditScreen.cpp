@@ -19,7 +19,8 @@ std::vector<std::string> wrapped(const std::string& text, std::size_t columns) {
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         auto& line = result.back();
-        const auto longer = line.empty() ? word : line + ' ' + word;
+        std::string longer = line;
+        longer.append(line.empty() ? "" : " ").append(word);
         if (columnsOf(longer) <= columns || line.empty())
             line = cut(longer, columns);
         else
