@@ -5,6 +5,8 @@
 
 #include <limits>
 #include <map>
+#include <string>
+#include <vector>
 
 #include "platform/fake/FakeFileInformation.h"
 #include "platform/fake/FakeNumberFormatter.h"
@@ -68,6 +70,17 @@ TEST_F(MVFileSizeItemTest, TheInfoHoldsTheExactNumber) {
     EXPECT_EQ(MVFileSizeItem::initWithSize(0)->displayInfo(), "0 bytes (<#,##0.##|0> bytes)");
     EXPECT_EQ(MVFileSizeItem::initWithSize(std::numeric_limits<std::int64_t>::max())->displayInfo(),
               "9223372 TB (<#,##0.##|9223372036854775807> bytes)");
+}
+
+TEST_F(MVFileSizeItemTest, AllItemsShareTheFormatterThatTheFirstMade) {
+    MVFileSizeItem::initWithSize(1)->displayInfo();
+    int made = 0;
+    NSNumberFormatter::setMaker([&](std::string_view pattern) {
+        ++made;
+        return FakeNumberFormatter::maker()(pattern);
+    });
+    EXPECT_EQ(MVFileSizeItem::initWithSize(2)->displayInfo(), "2 bytes (<#,##0.##|2> bytes)");
+    EXPECT_EQ(made, 0);
 }
 
 TEST_F(MVFileSizeItemTest, AFoldersUrlFillsTheDisplay) {
@@ -163,8 +176,10 @@ TEST_F(MVFileSizeItemTest, SupportsSecureCoding) {
 struct Counter final : NSKeyValueObserver {
     void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject&) override {
         ++told[std::string(keyPath.name)];
+        order.emplace_back(keyPath.name);
     }
     std::map<std::string, int> told;
+    std::vector<std::string> order;
 };
 
 TEST_F(MVFileSizeItemTest, EverySetterTellsOnceAlsoWithAnEqualValue) {
@@ -186,6 +201,17 @@ TEST_F(MVFileSizeItemTest, EverySetterTellsOnceAlsoWithAnEqualValue) {
     item->setUrl(file);
     EXPECT_EQ(counter.told, (std::map<std::string, int>{
                                 {"url", 1}, {"path", 1}, {"name", 1}, {"icon", 1}, {"leaf", 1}}));
+}
+
+TEST_F(MVFileSizeItemTest, TheUrlIsThereBeforeWhatIsReadFromItIsSetAndTold) {
+    const auto item = MVFileSizeItem::init();
+    Counter counter;
+    for (const auto* key :
+         {&MVFileSizeItem::leafKeyPath, &MVFileSizeItem::urlKeyPath, &MVFileSizeItem::iconKeyPath,
+          &MVFileSizeItem::nameKeyPath, &MVFileSizeItem::pathKeyPath})
+        item->addObserver(&counter, *key);
+    item->setUrl(file);
+    EXPECT_EQ(counter.order, (std::vector<std::string>{"path", "name", "icon", "leaf", "url"}));
 }
 
 TEST_F(MVFileSizeItemTest, StaysSmallUntilItIsShown) {
