@@ -21,9 +21,8 @@ Outcome runAccess(const AccessOptions& options, const AccessSource& source, cons
                 failureMessage("cannot tell the access to", options.path, *answer.error)};
     if (options.json)
         return {ExitSuccess, nodesAsJson(answer.permissions), {}};
-    std::string text = style.heading(std::string(identity->isGroup() ? "group " : "user ") +
-                                     escaped(identity->name()) + " on " + escaped(options.path)) +
-                       '\n';
+    const auto text =
+        style.heading(escaped(identityText(*identity)) + " on " + escaped(options.path)) + '\n';
     return {ExitSuccess, text + nodesAsTree(answer.permissions, style), {}};
 }
 

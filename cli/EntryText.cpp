@@ -65,11 +65,8 @@ std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
 
 std::string whoText(const MVAclEntry& entry) {
     const auto who = posixIdentity(entry);
-    auto text = identityName(entry);
-    // "uid 1234" says already what it is.
-    if (entry.identity() && who && !std::holds_alternative<CBEveryone>(*who) &&
-        !text.starts_with("uid ") && !text.starts_with("gid "))
-        text.insert(0, identityIsGroup(entry) ? "group " : "user ");
+    const bool hasKind = entry.identity() && who && !std::holds_alternative<CBEveryone>(*who);
+    auto text = hasKind ? identityText(*entry.identity()) : identityName(entry);
     if (!entry.isAcl() && who && !std::holds_alternative<CBEveryone>(*who))
         text += identityIsGroup(entry) ? " (owning group)" : " (owner)";
     return text;
@@ -133,6 +130,13 @@ std::string identityName(const MVAclEntry& entry) {
     if (const auto* group = std::get_if<CBPosixGroup>(&*who))
         return "gid " + std::to_string(group->gid);
     return "everyone";
+}
+
+std::string identityText(const CBIdentity& identity) {
+    const auto& name = identity.name();
+    if (name.starts_with("uid ") || name.starts_with("gid "))
+        return name;
+    return (identity.isGroup() ? "group " : "user ") + name;
 }
 
 bool identityIsGroup(const MVAclEntry& entry) {

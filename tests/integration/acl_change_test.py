@@ -174,6 +174,22 @@ class Access(Changing):
         self.assertEqual((boxes["Read Data"], boxes["Write Data"], boxes["Execute File"]), (1, 0, 0))
         self.assertEqual(boxes["Read"], -1)
 
+    def test_a_group_has_what_the_list_gives_it(self):
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        self.setfacl("-m", "g:65534:rw,g:4711:r", self.file)
+        shown = self.succeed("access", self.file, "--group", "nogroup")
+        self.assertEqual(shown.split("\n")[0], f"group nogroup on {self.file}")
+        self.assertIn("[x] Write Data", shown)
+        shown = self.succeed("access", self.file, "--group", "4711")
+        self.assertEqual(shown.split("\n")[0], f"gid 4711 on {self.file}")
+        self.assertIn("[ ] Write Data", shown)
+
+    def test_nobody_of_that_name_is_a_usage_error(self):
+        self.assertEqual(self.fail_with(2, "access", self.file, "--user", "no-such-user"),
+                         "morvane: there is no user 'no-such-user'; check the spelling, or write its "
+                         "number.\n")
+        self.assertIn("--user NAME or --group NAME is required", self.fail_with(2, "access", self.file))
+
     def test_root_may_do_what_the_list_does_not_say(self):
         os.chmod(self.file, 0o000)
         self.assertIn("[x] Write Data", self.succeed("access", self.file, "--user", "root"))
