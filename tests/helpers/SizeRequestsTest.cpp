@@ -221,7 +221,8 @@ TEST_F(SizeRequestsTest, AConnectionThatIsNoMoreStopsTheWork) {
 TEST_F(SizeRequestsTest, ACancelledOneTellsWhatCouldNotBeReadBefore) {
     auto urls = muchWork();
     urls.insert(urls.begin(), url("none"));
-    host->onProgress = [] { return false; };
+    // Not before the first is done.
+    host->onUpdate = [](const Items& items) { return items.front()->busy(); };
     const auto answer = sizes(urls, {.interval = milliseconds(0)});
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->code(), ECANCELED);
