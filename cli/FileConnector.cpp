@@ -118,12 +118,12 @@ AccessAnswer FileConnector::access(const NSURL& url, const NSUUID& who) {
     return answer->get_future().get();
 }
 
-SizesAnswer FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress progress) {
+SizesReply FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress progress) {
     {
         const std::lock_guard lock(mutex_);
         progress_ = std::move(progress);
     }
-    const auto answer = std::make_shared<std::promise<SizesAnswer>>();
+    const auto answer = std::make_shared<std::promise<SizesReply>>();
     if (const auto service = serviceAnswering(MVRightGetFileSize, answer))
         service->getSizesWithUrls(urls, [answer](SizeList sizes, NSErrorRef error) {
             answer->set_value({std::move(sizes), std::move(error)});

@@ -41,7 +41,7 @@ class FileConnector final : public MVConnector {
     AccessAnswer access(const NSURL& url, const NSUUID& who);
     /// Likewise for sizes. `progress` is told what is known so far, on another thread, and answers
     /// whether to go on.
-    SizesAnswer sizes(const std::vector<NSURL>& urls, SizeProgress progress);
+    SizesReply sizes(const std::vector<NSURL>& urls, SizeProgress progress);
     /// Likewise for what is inside a folder.
     ContentsAnswer contents(const NSURL& directory);
     /// Likewise to give items new names.

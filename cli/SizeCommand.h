@@ -25,14 +25,14 @@ struct SizeOptions {
 
 using SizeList = std::vector<std::shared_ptr<MVFileSizeItem>>;
 
-struct SizesAnswer {
+struct SizesReply {
     SizeList sizes;
     NSErrorRef error;
 };
 
 /// Told what is known so far (nothing, if the service merely asks); answers whether to go on.
 using SizeProgress = std::function<bool(const SizeList& sizes)>;
-using SizeSource = std::function<SizesAnswer(const std::vector<NSURL>& urls)>;
+using SizeSource = std::function<SizesReply(const std::vector<NSURL>& urls)>;
 
 Outcome runSize(const SizeOptions& options, const SizeSource& source);
 

@@ -76,7 +76,7 @@ class LiveLine {
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-SizesAnswer sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
+SizesReply sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
     const LiveLine live;
     return connector.sizes(urls, [&](const SizeList& sizes) {
         if (!sizes.empty())

@@ -538,14 +538,14 @@ TEST_F(PropagateRequests, ACancelledOneTellsWhatFailedBefore) {
     EXPECT_EQ(
         text,
         "The propagation was cancelled after 2 items. 2 items could not be changed; the first "
-        "are file://ITEM (No space left on device), file://ITEM (No space left on device).");
+        "are \"ITEM\" (No space left on device), \"ITEM\" (No space left on device).");
 }
 
 TEST_F(PropagateRequests, ACancelledOneTellsASingleFailure) {
     EXPECT_EQ(cancelledAfterFailing(top_ + "/sub/deep", 1)->localizedDescription(),
               "The propagation was cancelled after 1 item. 1 item could not be changed; the first "
-              "is file://" +
-                  top_ + "/sub/deep/file (No space left on device).");
+              "is \"" +
+                  top_ + "/sub/deep/file\" (No space left on device).");
 }
 
 TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {

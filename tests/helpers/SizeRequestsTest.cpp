@@ -227,9 +227,8 @@ TEST_F(SizeRequestsTest, ACancelledOneTellsWhatCouldNotBeReadBefore) {
     ASSERT_TRUE(answer.error);
     EXPECT_EQ(answer.error->code(), ECANCELED);
     EXPECT_EQ(answer.error->localizedDescription(),
-              "The computation was cancelled. 1 item could not be read and counts as nothing: "
-              "file://" +
-                  folder.string() + "/none (No such file or directory).");
+              "The computation was cancelled. 1 item could not be read and counts as nothing: \"" +
+                  folder.string() + "/none\" (No such file or directory).");
 }
 
 TEST_F(SizeRequestsTest, WhatCannotBeReadIsCountedAndTheFirstIsNamed) {

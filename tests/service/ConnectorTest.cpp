@@ -11,10 +11,11 @@
 #include <exception>
 #include <future>
 #include <mutex>
+#include <optional>
+#include <system_error>
 #include <thread>
 
 #include "ServiceTestSupport.h"
-#include "platform/dispatch/NoMoreThreads.h"
 
 namespace morvane {
 namespace {
@@ -72,6 +73,13 @@ class Impostor : public MVConnector {
         return c;
     }
     const NSClass& objectClass() const override { return classObject(); }
+};
+
+class QueueWithoutThreads final : public DispatchQueue {
+  public:
+    QueueWithoutThreads() : DispatchQueue(std::nullopt) {}
+    void async(Task) override { throw std::system_error(EAGAIN, std::generic_category()); }
+    bool isCurrent() const override { return false; }
 };
 
 template <class Function>
@@ -254,38 +262,23 @@ TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAndLogged) {
 
 TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAlsoWhereNoThreadCanBeHad) {
     const auto connector = MVConnector::init<Connector>();
+    connector->setQueue(std::make_shared<QueueWithoutThreads>());
     const auto first = connector->connection();
-    ASSERT_FALSE(authorize(*connector).error);
-    drain(*connector->queue());
-    std::promise<void> end;
-    occupyWorkers(end.get_future(), watchdog);
-    {
-        const NoMoreThreads denied;
-        connector->authConnection()->invalidate();
-        first->invalidate();
-    }
-    EXPECT_FALSE(connector->authConnection());
+    invalidateAndWait(*first);
     EXPECT_NE(connector->connection(), first);
-    EXPECT_EQ(log, (std::vector<std::string>{"Permissions privileged connection invalidated!",
-                                             "Permissions connection invalidated!"}));
-    end.set_value();
+    EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
 }
 
 TEST_F(MVConnectorTest, WhereNoThreadCanBeHadForTheQueueItRepliesSoAtOnce) {
     const auto connector = MVConnector::init<Connector>();
-    std::promise<void> end;
-    occupyWorkers(end.get_future(), watchdog);
-    NSErrorRef error;
-    {
-        const NoMoreThreads denied;
-        connector->getAuthConnectionForRight(MVRightGetFileAcl,
-                                             [&](NSErrorRef refused) { error = refused; });
-    }
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
-    EXPECT_EQ(error->code(), EAGAIN);
+    connector->setQueue(std::make_shared<QueueWithoutThreads>());
+    const auto reply = authorize(*connector);
+    EXPECT_TRUE(repliedAtOnce);
+    ASSERT_TRUE(reply.error);
+    EXPECT_EQ(reply.error->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(reply.error->code(), EAGAIN);
+    EXPECT_EQ(reply.thread, std::this_thread::get_id());
     EXPECT_FALSE(connector->authConnection());
-    end.set_value();
 }
 
 TEST_F(MVConnectorTest, TheEndOfAConnectorInvalidatesBothWithoutALine) {
@@ -359,7 +352,7 @@ TEST_F(MVConnectorTest, WithoutAnAuthorizationItRepliesWithoutAnErrorAndBuildsNo
 }
 
 TEST_F(MVConnectorTest, TwoBuildsCloseTogetherLeaveTheLater) {
-    const auto connector = MVConnector::init<Connector>();
+    auto connector = MVConnector::init<Connector>();
     std::promise<void> open;
     connector->queue()->async([gate = open.get_future().share()] { gate.wait(); });
     std::vector<std::shared_ptr<NSXPCConnection>> seen;
@@ -372,6 +365,7 @@ TEST_F(MVConnectorTest, TwoBuildsCloseTogetherLeaveTheLater) {
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_NE(seen[0], seen[1]);
     EXPECT_EQ(connector->authConnection(), seen[1]);
+    connector.reset();  // before the former connection, whose end it would log
 }
 
 TEST_F(MVConnectorTest, AFileServiceConnectionThatEndsUnheldBuildsAnotherThatIsDroppedToo) {

@@ -1,8 +1,10 @@
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <latch>
 #include <mutex>
@@ -10,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/dispatch/NoMoreThreads.h"
 #include "platform/fake/FakeMainLoop.h"
 
 namespace morvane {
@@ -109,9 +110,43 @@ TEST(DispatchQueue, ATasksBelongingsGoBeforeTheNextTaskRuns) {
     EXPECT_TRUE(await(gone.get_future()));
 }
 
+/// Meanwhile no thread can be started: there is no memory for a stack like that.
+class NoMoreThreads {
+  public:
+    NoMoreThreads() {
+        pthread_getattr_default_np(&usual_);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        EXPECT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 47), 0);
+        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoMoreThreads() {
+        EXPECT_EQ(pthread_setattr_default_np(&usual_), 0);
+        pthread_attr_destroy(&usual_);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+  private:
+    pthread_attr_t usual_{};
+};
+
+/// Gives each idle worker a task that waits for `end`, so that the next task needs a thread.
+void occupyWorkers(const std::shared_future<void>& end) {
+    const NoMoreThreads denied;
+    try {
+        for (;;)
+            DispatchQueue::serialQueue("occupies a worker")->async([end] {
+                end.wait_for(watchdog);
+            });
+    } catch (const std::system_error&) {
+    }
+}
+
 TEST(DispatchQueue, ThatCouldHaveNoThreadSaysSoAndRunsTheNextTask) {
     std::promise<void> end;
-    occupyWorkers(end.get_future(), watchdog);
+    occupyWorkers(end.get_future());
     const auto queue = DispatchQueue::serialQueue("test");
     std::vector<std::string> order;
     {
@@ -136,7 +171,7 @@ TEST(DispatchQueue, WhatARefusedTaskHoldsMayUseTheQueueWhenItGoes) {
         }
     };
     std::promise<void> end;
-    occupyWorkers(end.get_future(), watchdog);
+    occupyWorkers(end.get_future());
     {
         const NoMoreThreads denied;
         const auto queue = DispatchQueue::serialQueue("test");
