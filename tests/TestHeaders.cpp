@@ -1,0 +1,1 @@
+// What nearly every test reads, compiled once.
