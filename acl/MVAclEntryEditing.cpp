@@ -191,11 +191,11 @@ void MVAclEntry::resolveApplicableTo() {
     auto text = resolveApplicabilityBoxes(othersOn);
     const auto& boxes = permissions_.back()->childNodes();
     if (applicableToInitialized_ && !boxes.empty()) {
-        const NSTreeNode& thisItem = *boxes.front();
+        const NSTreeNode& itemsBox = *boxes.front();
         if (!othersOn)
-            MVTreeNode::setStateOf(thisItem, MVStateOn);
-        setSettableOf(thisItem,
-                      !inherited_ && (othersOn || MVTreeNode::stateOf(thisItem) == MVStateOff));
+            MVTreeNode::setStateOf(itemsBox, MVStateOn);
+        setSettableOf(itemsBox,
+                      !inherited_ && (othersOn || MVTreeNode::stateOf(itemsBox) == MVStateOff));
     }
     setApplicableTo(std::move(text));
     setApplicableToInitialized(true);

@@ -113,7 +113,7 @@ DEFENCES = (
     Defence("A request reaches its handler only if its right is held.",
             "helpers/privileged_helper/GuardedRequests.cpp",
             "if (state != RightState::held) {",
-            "if (state != RightState::held && line.empty()) {",
+            "if (state != RightState::held && selector.empty()) {",
             ("GuardedRequests.NoMessageReachesItsHandlerWithoutItsOwnRight",
              *privileged("Attackers.test_a_client_that_asked_for_no_right_reaches_no_handler"))),
     Defence("Each request needs the right of its own row.",
