@@ -3,6 +3,7 @@
 #include "AclEditor.h"
 #include "EntryText.h"
 #include "Failure.h"
+#include "IdentityText.h"
 
 namespace morvane {
 

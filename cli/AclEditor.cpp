@@ -8,6 +8,8 @@
 #include <limits>
 #include <variant>
 
+#include "IdentityText.h"
+
 namespace morvane {
 
 namespace {

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "EntryText.h"
+#include "IdentityText.h"
 
 namespace morvane {
 

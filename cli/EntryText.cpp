@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <variant>
 
+#include "IdentityText.h"
+
 namespace morvane {
 
 namespace {
@@ -65,8 +67,7 @@ std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
 
 std::string whoText(const MVAclEntry& entry) {
     const auto who = posixIdentity(entry);
-    const bool hasKind = entry.identity() && who && !std::holds_alternative<CBEveryone>(*who);
-    auto text = hasKind ? identityText(*entry.identity()) : identityName(entry);
+    auto text = entry.identity() ? identityText(*entry.identity()) : identityName(entry);
     if (!entry.isAcl() && who && !std::holds_alternative<CBEveryone>(*who))
         text += identityIsGroup(entry) ? " (owning group)" : " (owner)";
     return text;
@@ -117,26 +118,6 @@ void sortCanonically(EntryList& entries) {
     std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {
         return a->canonicalScore() > b->canonicalScore();
     });
-}
-
-std::string identityName(const MVAclEntry& entry) {
-    if (entry.identity())
-        return entry.identity()->name();
-    const auto who = posixIdentity(entry);
-    if (!who)
-        return entry.uuid()->UUIDString();
-    if (const auto* user = std::get_if<CBPosixUser>(&*who))
-        return "uid " + std::to_string(user->uid);
-    if (const auto* group = std::get_if<CBPosixGroup>(&*who))
-        return "gid " + std::to_string(group->gid);
-    return "everyone";
-}
-
-std::string identityText(const CBIdentity& identity) {
-    const auto& name = identity.name();
-    if (name.starts_with("uid ") || name.starts_with("gid "))
-        return name;
-    return (identity.isGroup() ? "group " : "user ") + name;
 }
 
 bool identityIsGroup(const MVAclEntry& entry) {

@@ -16,10 +16,6 @@ using EntryList = std::vector<std::shared_ptr<MVAclEntry>>;
 /// Descending canonical score; entries of one score stay in the order that they came in.
 void sortCanonically(EntryList& entries);
 
-/// The name of the entry's user or group; "uid 1234" or "gid 1234" if it has none any more.
-std::string identityName(const MVAclEntry& entry);
-/// "user alice" or "group staff"; of one without a name, "uid 1234" alone.
-std::string identityText(const CBIdentity& identity);
 /// Whether the entry's identity is a group, also if it has no name.
 bool identityIsGroup(const MVAclEntry& entry);
 

@@ -2,45 +2,27 @@
 
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVTreeNode.h>
-#include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <algorithm>
-#include <variant>
+
+#include "IdentityText.h"
+#include "PosixAclEntries.h"
 
 namespace morvane {
 
 namespace {
 
-constexpr std::int32_t tagDeny = 2;
 /// More than a list of 1024 entries that came from boxes can lose: only what somebody has made up
 /// is not told in full.
 constexpr std::size_t maxLossesTold = 8192;
-
-std::string whoIsMeant(const MVAclEntry& entry) {
-    if (const auto& identity = entry.identity()) {
-        const auto& name = identity->name();
-        // "uid 1234" says already what it is.
-        if (name == "everyone" || name.starts_with("uid ") || name.starts_with("gid "))
-            return name;
-        return (identity->isGroup() ? "group " : "user ") + name;
-    }
-    if (!entry.uuid())
-        return "everyone";
-    if (const auto id = posixIdentityOfUUID(*entry.uuid())) {
-        if (const auto* user = std::get_if<CBPosixUser>(&*id))
-            return "uid " + std::to_string(user->uid);
-        if (const auto* group = std::get_if<CBPosixGroup>(&*id))
-            return "gid " + std::to_string(group->gid);
-    }
-    return entry.uuid()->UUIDString();
-}
 
 }  // namespace
 
 void addLoss(std::vector<std::string>& losses, std::size_t number, const MVAclEntry& entry,
              const std::string& what) {
     losses.push_back("entry " + std::to_string(number + 1) + " (" +
-                     (entry.tag() == tagDeny ? "deny " : "allow ") + whoIsMeant(entry) +
+                     (entry.tag() == TagDeny ? "deny " : "allow ") +
+                     (entry.identity() ? identityText(*entry.identity()) : identityName(entry)) +
                      "): " + what);
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "AclCommand.h"
+#include "IdentityText.h"
 
 namespace morvane {
 namespace {
