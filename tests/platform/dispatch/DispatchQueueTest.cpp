@@ -166,6 +166,7 @@ TEST(DispatchQueue, ThatCouldHaveNoThreadSaysSoAndRunsTheNextTask) {
 TEST(DispatchQueue, WhatARefusedTaskHoldsMayUseTheQueueWhenItGoes) {
     struct User {
         std::shared_ptr<DispatchQueue> queue;
+        explicit User(std::shared_ptr<DispatchQueue> used) : queue(std::move(used)) {}
         ~User() {
             EXPECT_THROW(queue->async([] {}), std::system_error);
         }

@@ -1,14 +1,11 @@
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <future>
 #include <latch>
@@ -17,15 +14,7 @@
 #include <thread>
 #include <vector>
 
-/// No thread can be had while this is set.
-static std::atomic<bool> noThreads = false;
-
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*start)(void*), void* argument) {
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return noThreads ? EAGAIN : create(thread, attributes, start, argument);
-}
+#include "ThreadShortage.h"
 
 namespace morvane {
 namespace {
@@ -90,6 +79,7 @@ TEST(ReadinessWorkers, LetGoOfATaskOnceItHasRun) {
     auto future = released->get_future();
     struct Signal {
         Promise<void> released;
+        explicit Signal(Promise<void> promised) : released(std::move(promised)) {}
         ~Signal() { released->set_value(); }
     };
     runWhenReadable(descriptor->get(),

@@ -1,24 +1,12 @@
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
-#include <dlfcn.h>
-#include <pthread.h>
 
 #include <atomic>
-#include <cerrno>
 #include <thread>
 
 #include "RawRequests.h"
+#include "ThreadShortage.h"
 #include "XpcTestSupport.h"
-
-/// No thread can be had while this is set.
-static std::atomic<bool> noThreads = false;
-
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*start)(void*), void* argument) {
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return noThreads ? EAGAIN : create(thread, attributes, start, argument);
-}
 
 namespace morvane {
 namespace {
