@@ -267,7 +267,6 @@ class AccessOfAList : public testing::Test {
     }
     static constexpr PosixRights none = PosixNothing;
     static constexpr PosixRights r = PosixRead;
-    static constexpr PosixRights w = PosixWrite;
     static constexpr PosixRights rw = PosixRead | PosixWrite;
     static constexpr PosixRights x = PosixExecute;
 };

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,12 +28,14 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
     const int result = real(clock, time);
     if (result != 0 || clock != CLOCK_MONOTONIC)
         return result;
+    // A sanitizer asks for the time while it watches a call; these go past it.
     char text[16] = {};
-    const int file = open("/run/morvane-test-clock", O_RDONLY | O_CLOEXEC);
+    const long file =
+        syscall(SYS_openat, AT_FDCWD, "/run/morvane-test-clock", O_RDONLY | O_CLOEXEC);
     if (file >= 0) {
-        if (read(file, text, sizeof text - 1) > 0)
+        if (syscall(SYS_read, file, text, sizeof text - 1) > 0)
             time->tv_sec += std::atoi(text);
-        close(file);
+        syscall(SYS_close, file);
     }
     return result;
 }
