@@ -17,6 +17,8 @@ namespace {
 
 /// SO_PEERPIDFD, which the headers lack.
 constexpr int peerPidfdOption = 77;
+/// Bytes; the system may allow less.
+constexpr int largeRoom = 1 << 20;
 constexpr int sendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
 int millisecondsUntil(const StreamSocket::Deadline& deadline) {
@@ -103,10 +105,14 @@ std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces
                               : sendSeveral(pieces);
         if (sent >= 0)
             return static_cast<std::size_t>(sent);
-        if (errno == EAGAIN)
-            return 0;
-        if (errno != EINTR)
+        if (errno == EAGAIN) {
+            if (std::exchange(hasMoreRoom_, true))
+                return 0;
+            // A large message: with more room its reader and this side take fewer turns.
+            setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &largeRoom, sizeof largeRoom);
+        } else if (errno != EINTR) {
             return std::nullopt;
+        }
     }
 }
 

@@ -29,6 +29,8 @@ class LinuxStreamSocket : public StreamSocket,
     bool waitFor(short events, const Deadline& deadline) const;
 
     const FileDescriptor socket_;
+    /// Once a message was too large for the room that sockets start with.
+    bool hasMoreRoom_ = false;
 };
 
 /// A POSIX error with a sentence that says what could not be done.

@@ -84,6 +84,27 @@ TEST(LinuxStreamSocket, SendsOnlyWhatThePeerHasRoomFor) {
     EXPECT_TRUE(stream->waitUntilWritable({}));
 }
 
+TEST(LinuxStreamSocket, HasMoreRoomForALargeMessageThanASocketStartsWith) {
+    const auto room = [](auto&& send) {
+        std::size_t taken = 0;
+        while (const auto sent = send())
+            taken += sent;
+        return taken;
+    };
+    const std::vector<std::uint8_t> bytes(std::size_t{64} << 10, 'x');
+    std::array<int, 2> plain{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, plain.data()), 0);
+    const FileDescriptor one(plain[0]);
+    const FileDescriptor other(plain[1]);
+    const auto ordinary = room([&] {
+        const auto sent = ::send(one.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+        return sent > 0 ? static_cast<std::size_t>(sent) : 0;
+    });
+    const auto [stream, peer] = streamAndPeer();
+    const StreamSocket::Bytes pieces[] = {bytes};
+    EXPECT_GT(room([&] { return stream->send(pieces).value_or(0); }), ordinary);
+}
+
 TEST(LinuxStreamSocket, APeerThatHasGoneEndsItWithoutASignal) {
     auto [stream, peer] = streamAndPeer();
     peer = FileDescriptor();
