@@ -126,20 +126,25 @@ struct KeyFileDefaults::Watch {
     std::thread thread;
 
     ~Watch() {
+        if (thread.joinable())
+            quit();
+        g_main_loop_unref(loop);
+        g_main_context_unref(context);
+    }
+
+    void quit() {
         // Queued, not called: the loop may not have begun yet.
-        GSource* const quit = g_idle_source_new();
+        GSource* const source = g_idle_source_new();
         g_source_set_callback(
-            quit,
+            source,
             [](gpointer quitLoop) -> gboolean {
                 g_main_loop_quit(static_cast<GMainLoop*>(quitLoop));
                 return G_SOURCE_REMOVE;
             },
             loop, nullptr);
-        g_source_attach(quit, context);
-        g_source_unref(quit);
+        g_source_attach(source, context);
+        g_source_unref(source);
         thread.join();
-        g_main_loop_unref(loop);
-        g_main_context_unref(context);
     }
 
     static void onEvent(GFileMonitor*, GFile*, GFile*, GFileMonitorEvent event, gpointer self) {
@@ -218,15 +223,20 @@ NSErrorRef KeyFileDefaults::save(std::string_view key, std::string_view value) {
 }
 
 void KeyFileDefaults::watch(std::function<void()> changed) {
-    watch_ = std::make_unique<Watch>();
-    watch_->path = path_;
-    watch_->changed = std::move(changed);
+    auto watch = std::make_unique<Watch>();
+    watch->path = path_;
+    watch->changed = std::move(changed);
     // The host's signals are not for this thread.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    watch_->thread = std::thread([watch = watch_.get()] { watch->run(); });
+    try {
+        watch->thread = std::thread([started = watch.get()] { started->run(); });
+        watch_ = std::move(watch);
+    } catch (const std::system_error&) {
+        // No thread is to be had: edits by hand show in the next process.
+    }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

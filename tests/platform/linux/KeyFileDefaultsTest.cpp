@@ -1,6 +1,7 @@
 #include <MorvaneOperation/platform/linux/KeyFileDefaults.h>
 #include <MorvaneOperation/platform/linux/KeyFileText.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,8 @@
 #include <mutex>
 #include <sstream>
 #include <thread>
+
+#include "ThreadShortage.h"
 
 namespace morvane {
 namespace {
@@ -75,6 +78,24 @@ class KeyFileDefaultsTest : public testing::Test {
     std::filesystem::path folder;
     std::filesystem::path path;
 };
+
+TEST_F(KeyFileDefaultsTest, SavesAreToldOfAlthoughNoThreadCanWatchTheFile) {
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    NSUserDefaults defaults(store());
+    Observer observer;
+    noThreads = true;
+    defaults.addObserver(&observer, keyPath);
+    noThreads = false;
+    EXPECT_FALSE(defaults.setBool(true, "useBase2MathForSizes"));
+    EXPECT_EQ(observer.told(), 1);
+    defaults.removeObserver(&observer, keyPath);
+    EXPECT_TRUE(NSUserDefaults(store()).boolForKey("useBase2MathForSizes"));
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (int signal = 1; signal < SIGRTMIN; ++signal)
+        EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal)) << signal;
+}
 
 TEST_F(KeyFileDefaultsTest, AMissingFileReadsAsFalse) {
     EXPECT_FALSE(NSUserDefaults(store()).boolForKey("useBase2MathForSizes"));
