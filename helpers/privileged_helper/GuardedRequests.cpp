@@ -95,8 +95,13 @@ class GuardedRequests final : public MVFileRequest {
             const auto& error = std::get<NSErrorRef&>(std::tie(results...));
             const auto end =
                 error ? "failed, " + escapedForLog(error->localizedDescription()) : "done";
-            for (std::size_t i = 0; i != subjects.items.size(); ++i)
-                log(selector + " " + subjects.line(i) + ": " + end);
+            for (std::size_t i = 0; i != subjects.items.size(); ++i) {
+                auto line = selector + " ";
+                line += subjects.line(i);
+                line += ": ";
+                line += end;
+                log(line);
+            }
             reply(std::move(results)...);
         };
     }
