@@ -100,9 +100,9 @@ TEST(LinuxStreamSocket, HasMoreRoomForALargeMessageThanASocketStartsWith) {
         const auto sent = ::send(one.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
         return sent > 0 ? static_cast<std::size_t>(sent) : 0;
     });
-    const auto [stream, peer] = streamAndPeer();
+    const auto ours = streamAndPeer();
     const StreamSocket::Bytes pieces[] = {bytes};
-    EXPECT_GT(room([&] { return stream->send(pieces).value_or(0); }), ordinary);
+    EXPECT_GT(room([&] { return ours.first->send(pieces).value_or(0); }), ordinary);
 }
 
 TEST(LinuxStreamSocket, APeerThatHasGoneEndsItWithoutASignal) {
