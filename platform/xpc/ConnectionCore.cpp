@@ -3,7 +3,6 @@
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
-#include <new>
 #include <utility>
 
 namespace morvane {
@@ -16,53 +15,7 @@ NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef under
     return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
 }
 
-/// Has another thread read a stream, or the one that has just accepted it.
-void startReading(std::function<void()> reading, StreamSocket& stream) {
-    if (keepsNextTask()) {
-        runOnWorker(std::move(reading));
-    } else {
-        stream.whenReadable(std::move(reading));
-    }
-}
-
-void refuseRequest(Outbox& outbox, std::uint64_t id, std::string_view reason) {
-    reason = reason.substr(0, limits::refusalText);
-    outbox.send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
-}
-
 }  // namespace
-
-/// The way back of one request, while its stream lasts.
-class NSXPCConnection::Core::ReplyPort final : public NSXPCReplyPort {
-  public:
-    /// Keeps the promise of an answer that was made to the outbox.
-    ReplyPort(std::shared_ptr<Outbox> outbox, std::uint64_t id)
-        : outbox_(std::move(outbox)), id_(id) {}
-
-    ~ReplyPort() override {
-        if (!claimed_.load(std::memory_order_relaxed) && claim())
-            refuse("The service dropped the request without a reply.");
-    }
-
-    bool claim() override {
-        const bool isFirst = !claimed_.exchange(true);
-        // Before the peer can know: it may send its next request at once.
-        if (isFirst)
-            outbox_->keepPromise();
-        return isFirst;
-    }
-    void sendReply(NSData archive) override {
-        outbox_->send(FrameKind::reply, id_, {}, std::move(archive));
-    }
-    void sendRefusal(std::string_view reason) override { refuse(reason); }
-
-  private:
-    void refuse(std::string_view reason) { refuseRequest(*outbox_, id_, reason); }
-
-    const std::shared_ptr<Outbox> outbox_;
-    const std::uint64_t id_;
-    std::atomic<bool> claimed_ = false;
-};
 
 NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
     : name_(std::move(name)), endpoint_(std::move(endpoint)) {
@@ -75,16 +28,6 @@ NSXPCConnection::Core::Core(std::string name, std::shared_ptr<StreamSocket> sock
 }
 
 NSXPCConnection::Core::~Core() = default;
-
-void NSXPCConnection::Core::setExportedObject(std::shared_ptr<void> object) {
-    const std::lock_guard lock(mutex_);
-    std::swap(exportedObject_, object);
-}
-
-std::shared_ptr<void> NSXPCConnection::Core::exportedObject() const {
-    const std::lock_guard lock(mutex_);
-    return exportedObject_;
-}
 
 void NSXPCConnection::Core::setInterruptionHandler(Handler handler) {
     const std::lock_guard lock(mutex_);
@@ -277,73 +220,6 @@ void NSXPCConnection::Core::invalidate() {
     startReportingInvalid(std::move(deferred));
 }
 
-void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
-                                 const std::shared_ptr<Outbox>& outbox) {
-    try {
-        FrameReader reader(*socket, incoming);
-        bool heldBack = false;
-        while (!invalidated_) {
-            const auto message = reader.next();
-            if (!message || invalidated_)
-                break;
-            if (reader.hasMessageWaiting()) {
-                outbox->holdBack();
-                heldBack = true;
-            } else if (std::exchange(heldBack, false)) {
-                outbox->release();
-            }
-            handle(*message, outbox);
-        }
-        if (const auto& refused = reader.refused())
-            refuseRequest(*outbox, refused->id, refused->reason);
-    } catch (const std::bad_alloc&) {
-        // There is no memory for what the peer sends.
-    }
-    socket->shutdown();
-    streamEnded();
-    socket->finish();
-}
-
-void NSXPCConnection::Core::handle(const Message& message, const std::shared_ptr<Outbox>& outbox) {
-    if (message.kind == FrameKind::request) {
-        handleRequest(message, outbox);
-    } else {
-        handleReply(message);
-    }
-}
-
-void NSXPCConnection::Core::handleRequest(const Message& message,
-                                          const std::shared_ptr<Outbox>& outbox) {
-    if (!outbox->promiseAnswer()) {
-        refuseRequest(*outbox, message.id,
-                      "Too many requests wait for their replies; this one was not carried out.");
-        return;
-    }
-    const auto port = std::make_shared<ReplyPort>(outbox, message.id);
-    const auto refuse = [&](const std::string& reason) {
-        if (port->claim())
-            port->sendRefusal(reason);
-    };
-    const auto object = exportedObject();
-    const auto index = exportedInterface
-                           ? exportedInterface->protocol().indexOfSelector(message.selector)
-                           : std::nullopt;
-    if (!object || !index) {
-        refuse("The peer has no message of that name.");
-        return;
-    }
-    const auto& description = exportedInterface->protocol().messages[*index];
-    try {
-        NSKeyedUnarchiver coder(message.body, decoding);
-        description.dispatch(object.get(), coder, exportedInterface->argumentClasses(*index), port);
-    } catch (const std::exception& failure) {
-        // The process stands, whatever a request makes its handler throw.
-        refuse(failure.what());
-    } catch (...) {
-        refuse("The handler failed.");
-    }
-}
-
 void NSXPCConnection::Core::handleReply(const Message& message) {
     PendingRequests::Request request;
     {
@@ -361,7 +237,7 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
                                       std::string(message.body.begin(), message.body.end()));
     } else {
         try {
-            NSKeyedUnarchiver coder(message.body, decoding);
+            NSKeyedUnarchiver coder(message.body, requests.decoding);
             request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
         } catch (const NSXPCArgumentFailure& failure) {
             refused = connectionError(NSXPCConnectionReplyInvalid,
@@ -449,12 +325,12 @@ void NSXPCConnection::Core::reportInvalid(std::deque<Deferred> deferred) {
     {
         Handler handler;
         Handler interruption;
-        std::shared_ptr<void> object;
+        const auto object = requests.object();  // often holds the connection
+        requests.setObject(nullptr);
         {
             const std::lock_guard lock(mutex_);
             handler.swap(invalidationHandler_);
             interruption.swap(interruptionHandler_);
-            object.swap(exportedObject_);  // often holds the connection
         }
         if (handler)
             handler();

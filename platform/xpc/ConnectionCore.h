@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 #include <MorvaneOperation/platform/xpc/PendingRequests.h>
+#include <MorvaneOperation/platform/xpc/ReceivedRequests.h>
 
 #include <atomic>
 #include <deque>
@@ -26,13 +27,11 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
 
     // Configuration; before resume().
     std::shared_ptr<NSXPCInterface> remoteInterface;
-    std::shared_ptr<NSXPCInterface> exportedInterface;
+    /// What is done with the peer's requests.
+    ReceivedRequests requests;
     /// What the peer's messages may use.
     FrameReader::Limits incoming;
-    NSDecodingBudget decoding;
 
-    void setExportedObject(std::shared_ptr<void> object);
-    std::shared_ptr<void> exportedObject() const;
     void setInterruptionHandler(Handler handler);
     void setInvalidationHandler(Handler handler);
     bool hasInvalidationHandler() const;
@@ -68,7 +67,6 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
         NSData archive;
         std::unique_ptr<NSXPCReplyReceiver> receiver;
     };
-    class ReplyPort;
 
     bool mustWait() const {
         return state_ == State::configuring || state_ == State::connecting ||
@@ -82,8 +80,8 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     /// Sends on `socket` from now on; the result reads it until it ends, and has to be run.
     std::function<void()> useStream(std::shared_ptr<StreamSocket> socket);
     void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
-    void handle(const Message& message, const std::shared_ptr<Outbox>& outbox);
-    void handleRequest(const Message& message, const std::shared_ptr<Outbox>& outbox);
+    /// Has another thread read a stream, or the one that has just accepted it.
+    static void startReading(std::function<void()> reading, StreamSocket& stream);
     void handleReply(const Message& message);
     void streamEnded();
     /// On another thread if one can be had.
@@ -102,7 +100,6 @@ class NSXPCConnection::Core : public std::enable_shared_from_this<Core> {
     std::deque<Deferred> deferred_;
     unsigned endsWithoutAnswer_ = 0;
     NSErrorRef whyInvalid_;
-    std::shared_ptr<void> exportedObject_;
     Handler interruptionHandler_;
     Handler invalidationHandler_;
     std::atomic<bool> invalidated_ = false;

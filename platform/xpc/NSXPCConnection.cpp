@@ -80,27 +80,27 @@ const std::shared_ptr<NSXPCInterface>& NSXPCConnection::remoteObjectInterface() 
 }
 
 void NSXPCConnection::setExportedInterface(std::shared_ptr<NSXPCInterface> interface) {
-    core_->exportedInterface = std::move(interface);
+    core_->requests.interface = std::move(interface);
 }
 
 const std::shared_ptr<NSXPCInterface>& NSXPCConnection::exportedInterface() const {
-    return core_->exportedInterface;
+    return core_->requests.interface;
 }
 
 void NSXPCConnection::setExportedObject(std::shared_ptr<void> object,
                                         const NSXPCProtocolDescription& protocol) {
-    if (object && core_->exportedInterface &&
-        !core_->exportedInterface->protocol().isSameProtocol(protocol)) {
+    if (object && core_->requests.interface &&
+        !core_->requests.interface->protocol().isSameProtocol(protocol)) {
         throw NSException(NSInvalidArgumentException,
                           "The exported object implements " + std::string(protocol.name) +
                               ", but the exported interface is of " +
-                              std::string(core_->exportedInterface->protocol().name) + ".");
+                              std::string(core_->requests.interface->protocol().name) + ".");
     }
-    core_->setExportedObject(std::move(object));
+    core_->requests.setObject(std::move(object));
 }
 
 std::shared_ptr<void> NSXPCConnection::exportedObject() const {
-    return core_->exportedObject();
+    return core_->requests.object();
 }
 
 void NSXPCConnection::setInterruptionHandler(Handler handler) {

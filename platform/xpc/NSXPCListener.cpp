@@ -204,8 +204,8 @@ class NSXPCListener::Core {
             // Anyone may connect; a private service has its application's trust.
             core->incoming.messageSize = limits::clientMessageSize;
             core->incoming.shared = messages;
-            core->decoding.bytes = limits::clientMessageBytes;
-            core->decoding.objects = limits::clientMessageObjects;
+            core->requests.decoding.bytes = limits::clientMessageBytes;
+            core->requests.decoding.objects = limits::clientMessageObjects;
         }
         const auto number = clients_->add(connection, user, messages);
         core->onEnd = [clients = clients_, number] { clients->remove(number); };

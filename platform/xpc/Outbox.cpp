@@ -79,6 +79,11 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
     }
 }
 
+void Outbox::refuse(std::uint64_t id, std::string_view reason) noexcept {
+    reason = reason.substr(0, limits::refusalText);
+    send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
+}
+
 void Outbox::sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body) {
     Prefix prefix(header, selector, body.size());
     const bool isWhole = prefix.append(body);

@@ -33,6 +33,8 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
     /// Takes the message, or gives the stream up: its limit is reached, or it has ended.
     void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) noexcept;
+    /// Says that the request will have no reply, and why.
+    void refuse(std::uint64_t id, std::string_view reason) noexcept;
     /// That there will be an answer to one more request. False, and no promise, if too many are
     /// owed already.
     bool promiseAnswer() noexcept {
