@@ -1,9 +1,10 @@
 #include "AccessCommand.h"
 
+#include <MorvaneOperation/IdentityText.h>
+
 #include "AclEditor.h"
 #include "EntryText.h"
 #include "Failure.h"
-#include "IdentityText.h"
 
 namespace morvane {
 

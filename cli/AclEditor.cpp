@@ -1,5 +1,6 @@
 #include "AclEditor.h"
 
+#include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
@@ -7,8 +8,6 @@
 #include <charconv>
 #include <limits>
 #include <variant>
-
-#include "IdentityText.h"
 
 namespace morvane {
 

@@ -1,12 +1,11 @@
 #include "EditedItem.h"
 
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <utility>
-
-#include "AclRequests.h"
 
 namespace morvane {
 
@@ -34,11 +33,6 @@ bool hasBox(const AccessAnswer& answer, std::uint32_t permission) {
     return false;
 }
 
-bool outOfReach(const NSError& error) {
-    return error.domain() == NSPOSIXErrorDomain &&
-           (error.code() == EACCES || error.code() == EPERM);
-}
-
 }  // namespace
 
 EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
@@ -63,16 +57,19 @@ bool EditedItem::isFolder(NSErrorRef* error) {
 }
 
 EntryList EditedItem::afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error) {
-    auto result = aclEntriesAfterWriting(entries, url_, lossy, error);
-    if (!*error || !access_ || !outOfReach(**error))
-        return result;
-    *error = nullptr;
-    if (!ownership_)
-        return entries;  // An allow/deny list holds what its boxes say.
     const bool folder = isFolder(error);
     if (*error)
         return {};
-    return aclEntriesAfterWriting(entries, *ownership_, folder, url_, lossy, error);
+    // An allow/deny list holds what its boxes say; whom its entries name, the service knows.
+    if (!ownership_)
+        return entries;
+    const auto wanted =
+        reduceToPosixAcl(entries, {ownership_->owner, ownership_->group, folder, userIsInGroup});
+    if (!lossy && !wanted.losses.empty()) {
+        *error = errorOfLosses(wanted.losses, url_);
+        return {};
+    }
+    return entriesOfPosixAcl(wanted.acl);
 }
 
 }  // namespace morvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
@@ -7,7 +8,6 @@
 
 #include "AccessCommand.h"
 #include "AclEditor.h"
-#include "PosixAclEntries.h"
 
 /// What an edit must know of the item whose list it changes, besides the list.
 namespace morvane {

@@ -1,7 +1,8 @@
+#include <MorvaneOperation/IdentityText.h>
+
 #include <nlohmann/json.hpp>
 
 #include "EntryText.h"
-#include "IdentityText.h"
 
 namespace morvane {
 

@@ -1,11 +1,11 @@
 #include "EntryText.h"
 
+#include <MorvaneOperation/IdentityText.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <variant>
-
-#include "IdentityText.h"
 
 namespace morvane {
 

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -17,7 +18,6 @@
 #include "CommandLine.h"
 #include "EditScreen.h"
 #include "FileConnector.h"
-#include "StandardStreams.h"
 #include "Terminal.h"
 
 namespace morvane {

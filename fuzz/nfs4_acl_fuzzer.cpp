@@ -1,9 +1,9 @@
+#include <MorvaneOperation/Nfs4AclEntries.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
-
-#include "Nfs4AclEntries.h"
 
 /// Decodes allow/deny lists in both forms: what decodes encodes to the same bytes, and its entries,
 /// written back, are the same list.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/InheritedAcl.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <sys/stat.h>
 
@@ -26,7 +27,7 @@ struct OpenItem {
 class InheritedWriter {
   public:
     /// What is in the folder itself, in its sub-folders, and further down.
-    static constexpr std::size_t levels = 3;
+    static constexpr std::size_t levels = inheritedLevels;
 
     virtual ~InheritedWriter() = default;
     /// 0, or an errno value and the item, whose status is `status`, has what it had.

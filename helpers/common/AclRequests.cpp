@@ -1,16 +1,18 @@
 #include "AclRequests.h"
 
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
+
 #include <cerrno>
 #include <string>
 #include <utility>
 #include <variant>
 
 #include "EffectiveAccess.h"
-#include "EntryLosses.h"
 #include "Nfs4File.h"
-#include "PosixAclEntries.h"
+#include "Nfs4Names.h"
 #include "PosixAclReader.h"
-#include "PosixAclReduction.h"
 #include "PosixAclWriter.h"
 #include "RequestErrors.h"
 
@@ -56,13 +58,6 @@ Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries
     return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
 }
 
-NSErrorRef lossesError(const std::vector<std::string>& losses, const NSURL& url) {
-    return posixError(EOPNOTSUPP, url,
-                      textOfLosses("The file system cannot hold the whole list.", losses),
-                      "Nothing was changed. Change these entries, or accept the nearest list "
-                      "that grants no more.");
-}
-
 }  // namespace
 
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
@@ -89,49 +84,16 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
-            return lossesError(wanted.losses, url);
+            return errorOfLosses(wanted.losses, url);
         code = writeNfs4Acl(item, *native, wanted.acl);
     } else {
         const auto& list = std::get<PosixAcl>(old);
         const auto wanted = reduced(entries, list);
         if (!wanted.losses.empty())
-            return lossesError(wanted.losses, url);
+            return errorOfLosses(wanted.losses, url);
         code = writePosixAcl(item.path(), list, wanted.acl);
     }
     return code == 0 ? nullptr : posixError(code, url);
-}
-
-std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, bool lossy,
-    NSErrorRef* error) {
-    auto found = openWithAcl(url, {});
-    if (const auto* failure = std::get_if<NSErrorRef>(&found)) {
-        *error = *failure;
-        return {};
-    }
-    const auto& acl = std::get<ItemWithAcl>(found).acl;
-    if (const auto* list = std::get_if<PosixAcl>(&acl))
-        return aclEntriesAfterWriting(entries, PosixOwnership{list->owner, list->group},
-                                      list->isDirectory, url, lossy, error);
-    const auto& native = std::get<Nfs4Item>(acl);
-    const auto wanted = replaced(entries, native);
-    if (!lossy && !wanted.losses.empty()) {
-        *error = lossesError(wanted.losses, url);
-        return {};
-    }
-    return entriesOfNfs4Acl(wanted.acl, native.target, systemNfs4Names());
-}
-
-std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixOwnership& ownership,
-    bool isDirectory, const NSURL& url, bool lossy, NSErrorRef* error) {
-    const auto wanted =
-        reduceToPosixAcl(entries, {ownership.owner, ownership.group, isDirectory, userIsInGroup});
-    if (!lossy && !wanted.losses.empty()) {
-        *error = lossesError(wanted.losses, url);
-        return {};
-    }
-    return entriesOfPosixAcl(wanted.acl);
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
@@ -9,7 +10,6 @@
 #include <vector>
 
 #include "ItemPath.h"
-#include "PosixAclEntries.h"
 
 /// What the service processes answer, apart from how the question came.
 namespace morvane {
@@ -28,18 +28,6 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 /// After an error the item has the list that it had.
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule = {});
-
-/// The entries that the item at `url` would have after `entries` were written; with `lossy` the
-/// nearest ones that grant no more. Empty, with `*error` set, if it cannot hold them or cannot be
-/// looked at.
-std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url, bool lossy,
-    NSErrorRef* error);
-
-/// The same of an item with a POSIX list that is not looked at: what its entries told counts.
-std::vector<std::shared_ptr<MVAclEntry>> aclEntriesAfterWriting(
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixOwnership& ownership,
-    bool isDirectory, const NSURL& url, bool lossy, NSErrorRef* error);
 
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.

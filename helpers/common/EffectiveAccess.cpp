@@ -1,5 +1,6 @@
 #include "EffectiveAccess.h"
 
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/openat2.h>
@@ -15,7 +16,7 @@
 #include <vector>
 
 #include "Nfs4File.h"
-#include "PosixAclReduction.h"
+#include "Nfs4Names.h"
 
 // After the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
@@ -204,7 +205,10 @@ bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed)
             if (named.id == user->uid)
                 return (list.effective(named.rights) & needed) == needed;
         }
-        return groupsGrant(list, acl.group, groupsOfUser(user->uid), needed);
+        return groupsGrant(
+            list, acl.group,
+            CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(user->uid),
+            needed);
     }
     if (const auto* group = std::get_if<CBPosixGroup>(&who))
         return groupsGrant(list, acl.group, {group->gid}, needed);

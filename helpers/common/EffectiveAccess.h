@@ -1,11 +1,11 @@
 #pragma once
 
+#include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <cstdint>
 #include <optional>
 
-#include "PosixAcl.h"
 #include "PosixAclReader.h"
 
 /// What a user or group can really do to an item, whatever the entries look like.

@@ -25,12 +25,6 @@ struct ItemValues {
 constexpr const char* accessName = "system.posix_acl_access";
 constexpr const char* defaultName = "system.posix_acl_default";
 using Bytes = std::vector<std::uint8_t>;
-constexpr std::uint32_t nobodyNamed = 0xffffffff;
-
-void append(Bytes& bytes, std::uint32_t value, int count) {
-    for (int i = 0; i < count; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
 
 /// 0 or the errno value; no bytes if there is no such list.
 int read(const OpenItem& item, const char* name, Bytes& bytes) {
@@ -172,27 +166,6 @@ class ListWriter final : public InheritedWriter {
 };
 
 }  // namespace
-
-std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list) {
-    constexpr std::uint32_t version = 2;
-    Bytes bytes;
-    append(bytes, version, 4);
-    const auto add = [&](std::uint32_t tag, PosixRights rights, std::uint32_t id = nobodyNamed) {
-        append(bytes, tag, 2);
-        append(bytes, rights, 2);
-        append(bytes, id, 4);
-    };
-    add(0x01, list.owner);
-    for (const auto& user : list.users)
-        add(0x02, user.rights, user.id);
-    add(0x04, list.owningGroup);
-    for (const auto& group : list.groups)
-        add(0x08, group.rights, group.id);
-    if (list.mask)
-        add(0x10, *list.mask);
-    add(0x20, list.others);
-    return bytes;
-}
 
 int writeOwner(const OpenItem& item, std::uint32_t owner, std::uint32_t group) {
     return fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;

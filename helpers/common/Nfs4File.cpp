@@ -1,5 +1,6 @@
 #include "Nfs4File.h"
 
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -7,7 +8,6 @@
 #include <cerrno>
 
 #include "EffectiveAccess.h"
-#include "PosixAclReduction.h"
 
 // After the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
@@ -84,7 +84,9 @@ int writeNfs4Acl(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) {
 std::uint32_t boxesByNfs4Acl(const Nfs4Item& list, const CBPosixIdentity& who,
                              const Nfs4Names& names) {
     const auto* user = std::get_if<CBPosixUser>(&who);
-    const auto groups = user ? groupsOfUser(user->uid) : std::vector<std::uint32_t>{};
+    const auto groups =
+        user ? CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(user->uid)
+             : std::vector<std::uint32_t>{};
     std::uint32_t allowed = 0;
     std::uint32_t denied = 0;
     for (const auto& entry : list.acl.entries) {

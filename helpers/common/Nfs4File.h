@@ -1,9 +1,10 @@
 #pragma once
 
+#include <MorvaneOperation/Nfs4AclEntries.h>
+
 #include <variant>
 #include <vector>
 
-#include "Nfs4AclEntries.h"
 #include "PosixAclReader.h"
 
 /// Reads and writes the allow/deny list of a real item.

@@ -1,3 +1,5 @@
+#include "Nfs4Names.h"
+
 #include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -7,8 +9,6 @@
 #include <cerrno>
 #include <fstream>
 #include <variant>
-
-#include "Nfs4AclEntries.h"
 
 namespace morvane {
 

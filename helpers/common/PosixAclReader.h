@@ -1,12 +1,12 @@
 #pragma once
 
+#include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 
 #include <string>
 #include <variant>
 
 #include "ItemPath.h"
-#include "PosixAcl.h"
 
 /// Reads the access-control list of a real item.
 namespace morvane {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
+#include <MorvaneOperation/PosixAcl.h>
 
-#include "PosixAcl.h"
+#include <string>
 
 /// Writes the access-control list of a real item.
 namespace morvane {

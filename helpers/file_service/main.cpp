@@ -1,9 +1,9 @@
+#include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
 #include <cstdio>
 
 #include "FileRequestHandler.h"
-#include "StandardStreams.h"
 
 /// The file service: does its application's file work with the user's own rights. The application
 /// starts it, and it leaves when the application closes the connection.

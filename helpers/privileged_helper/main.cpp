@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <MorvaneOperation/platform/security/ProcessRights.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 #include <sys/stat.h>
@@ -10,7 +11,6 @@
 #include "Capabilities.h"
 #include "FileRequestHandler.h"
 #include "GuardedRequests.h"
-#include "StandardStreams.h"
 
 /// The privileged helper: does file work as root for clients that hold the right to it. The service
 /// manager starts it with its socket when the first client comes; it leaves when there has been

@@ -1,6 +1,9 @@
 #pragma once
 
 /// Everything that the library offers, and its version.
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/InheritedAcl.h>
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVAuthorization.h>
@@ -13,6 +16,11 @@
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/MVServiceNames.h>
 #include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/Nfs4Acl.h>
+#include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/PosixAcl.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/foundation/Export.h>
 

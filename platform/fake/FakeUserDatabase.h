@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,7 +18,10 @@ class FakeUserDatabase final : public UserDatabase {
     std::vector<Record> users{{0, "root"}, {1000, "alice"}, {1001, "bob"}};
     std::vector<Record> groups{{0, "root"}, {100, "users"}, {2000, "staff"}};
     std::string userName = "alice";
+    /// The groups of those users that are in any.
+    std::map<std::uint32_t, std::vector<std::uint32_t>> memberships;
     std::atomic<int> lookups = 0;
+    std::atomic<int> groupLookups = 0;
 
     std::optional<Record> userWithId(std::uint32_t uid) override { return byId(users, uid); }
     std::optional<Record> userWithName(const std::string& name) override {
@@ -29,6 +33,11 @@ class FakeUserDatabase final : public UserDatabase {
     }
     std::vector<Record> allUsers() override { return users; }
     std::vector<Record> allGroups() override { return groups; }
+    std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid) override {
+        ++groupLookups;
+        const auto found = memberships.find(uid);
+        return found == memberships.end() ? std::vector<std::uint32_t>{} : found->second;
+    }
     std::string currentUserName() override { return userName; }
 
   private:

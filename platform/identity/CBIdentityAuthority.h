@@ -32,6 +32,8 @@ class MORVANE_EXPORT UserDatabase {
     /// Every user (group) that the database will enumerate, in its order.
     virtual std::vector<Record> allUsers() = 0;
     virtual std::vector<Record> allGroups() = 0;
+    /// The groups that the user is in, its own included; none of a user that it does not know.
+    virtual std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid) = 0;
     /// The short name of the user that this process runs as; empty if the uid has none.
     virtual std::string currentUserName() = 0;
 };

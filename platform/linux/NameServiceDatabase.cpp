@@ -3,6 +3,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <vector>
@@ -15,6 +16,9 @@ using Record = UserDatabase::Record;
 /// A record that does not fit into this is not looked at: a group of that many members is not ours
 /// to hold in memory.
 constexpr std::size_t maxRecordSize = std::size_t{16} << 20;
+
+/// More than the kernel gives a process.
+constexpr std::size_t maxGroups = std::size_t{1} << 17;
 
 /// Calls one of the get...._r functions with a buffer that grows until the record fits.
 template <class Entry, class Call>
@@ -80,6 +84,27 @@ class NameServiceDatabase final : public UserDatabase {
             records.push_back({entry->gr_gid, entry->gr_name});
         endgrent();
         return records;
+    }
+
+    std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid) override {
+        std::vector<char> buffer;
+        const auto entry =
+            ask<passwd>(buffer, [uid](passwd* e, char* b, std::size_t size, passwd** found) {
+                return getpwuid_r(uid, e, b, size, found);
+            });
+        if (!entry)
+            return {};
+        std::vector<gid_t> groups(64);
+        auto count = static_cast<int>(groups.size());
+        while (getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count) < 0) {
+            // The number needed is told; the database may have grown meanwhile.
+            groups.resize(std::max(groups.size() * 2, static_cast<std::size_t>(count)));
+            if (groups.size() > maxGroups)
+                break;
+            count = static_cast<int>(groups.size());
+        }
+        groups.resize(std::min(groups.size(), static_cast<std::size_t>(std::max(count, 0))));
+        return groups;
     }
 
     std::string currentUserName() override {

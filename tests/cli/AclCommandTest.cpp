@@ -1,3 +1,4 @@
+#include <MorvaneOperation/IdentityText.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -8,7 +9,6 @@
 #include <utility>
 
 #include "AclCommand.h"
-#include "IdentityText.h"
 
 namespace morvane {
 namespace {

@@ -1,10 +1,10 @@
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 
 #include "EditedItem.h"
-#include "PosixAclEntries.h"
-#include "RequestErrors.h"
 #include "acl/AclTestSupport.h"
 
 namespace morvane {
@@ -41,7 +41,8 @@ class AnEditedItem : public testing::Test {
     AccessSource refusingService() {
         return [this](const NSURL& url, const NSUUID&) {
             ++asked_;
-            return AccessAnswer{{}, posixError(EACCES, url)};
+            return AccessAnswer{
+                {}, NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}})};
         };
     }
 

@@ -91,7 +91,7 @@ for room in foundation archive dispatch identity host; do acl+=(-I"$build/layers
 echo '#include <MorvaneOperation/MVAclEntry.h>' |
     "$cxx" "${flags[@]}" -fsyntax-only "${acl[@]}" -x c++ - || fail "acl/ does not see its own headers"
 for wrong in platform/linux/FileDescriptor.h platform/xpc/NSXPCConnection.h MVConnector.h; do
-    refuse "acl/ with $wrong" "#include <MorvaneOperation/$wrong>" "${acl[@]}"
+    refuse "acl/ (and lists/) with $wrong" "#include <MorvaneOperation/$wrong>" "${acl[@]}"
 done
 
 echo "only what is public is exported"
@@ -109,8 +109,8 @@ done
 
 echo "no include leaves its room"
 relative=$(grep -rnE '#include "\.\./' --include='*.h' --include='*.cpp' \
-    "$source"/{acl,size,service,platform,helpers,cli,include} || true)
+    "$source"/{acl,lists,size,service,platform,helpers,cli,include} || true)
 [ -z "$relative" ] || fail "a relative include: $relative"
-outside=$(grep -rnE '#include <' --include='*.h' --include='*.cpp' "$source"/{acl,size,service} |
+outside=$(grep -rnE '#include <' --include='*.h' --include='*.cpp' "$source"/{acl,lists,size,service} |
     grep -vE '<(MorvaneOperation/[^>]+|[a-z_]+)>' || true)
 [ -z "$outside" ] || fail "a layer includes a system header: $outside"

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -22,7 +23,6 @@
 #include "AclRequests.h"
 #include "EffectiveAccess.h"
 #include "Nfs4File.h"
-#include "PosixAclReduction.h"
 #include "PosixAclWriter.h"
 
 // After the system's headers, which use some of these names.
@@ -198,7 +198,7 @@ TEST_F(EffectiveAccess, CountsAllGroupsOfAUser) {
             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) != 0)
             _exit(1);
-        if (groupsOfUser(2).size() != 3)
+        if (CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(2).size() != 3)
             _exit(2);
         compareWithTheKernel(150);
         _exit(HasFailure() ? 3 : 0);

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -22,7 +23,7 @@
 #include "AclRequests.h"
 #include "InheritedValues.h"
 #include "Nfs4Inheritance.h"
-#include "PosixAclEntries.h"
+#include "Nfs4Names.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
 #include "PropagateRequests.h"

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/PosixAcl.h>
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "PosixAcl.h"
 
 /// What allow and deny entries become in a POSIX list, the way back from entriesOfPosixAcl().
 ///
@@ -37,11 +36,10 @@ struct PosixAclReduction {
     std::vector<std::string> losses;
 };
 
-PosixAclReduction reduceToPosixAcl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                                   const PosixAclTarget& target);
+MORVANE_EXPORT PosixAclReduction reduceToPosixAcl(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAclTarget& target);
 
-/// By the system's user database; of a user whom it does not know, none.
-std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid);
-bool userIsInGroup(std::uint32_t uid, std::uint32_t gid);
+/// Whether the user database tells that the user is in the group, the user's own included.
+MORVANE_EXPORT bool userIsInGroup(std::uint32_t uid, std::uint32_t gid);
 
 }  // namespace morvane

@@ -1,13 +1,11 @@
-#include "Nfs4AclEntries.h"
-
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 
 #include <algorithm>
 #include <utility>
 #include <variant>
-
-#include "EntryLosses.h"
-#include "PosixAclEntries.h"
 
 namespace morvane {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/Export.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -22,7 +24,7 @@ enum class Nfs4Form {
     numbered,
 };
 
-const char* attributeOfForm(Nfs4Form form);
+MORVANE_EXPORT const char* attributeOfForm(Nfs4Form form);
 
 enum Nfs4Type : std::uint32_t { Nfs4Allow = 0, Nfs4Deny = 1, Nfs4Audit = 2, Nfs4Alarm = 3 };
 
@@ -61,13 +63,15 @@ constexpr std::size_t maxNfs4Entries = 1024;
 constexpr std::size_t maxNfs4Who = 1024;
 
 /// Empty if `bytes` are not exactly one list within the limits.
-std::optional<Nfs4Acl> decodeNfs4Acl(std::span<const std::uint8_t> bytes, Nfs4Form form);
+MORVANE_EXPORT std::optional<Nfs4Acl> decodeNfs4Acl(std::span<const std::uint8_t> bytes,
+                                                    Nfs4Form form);
 
 /// Empty if the form cannot hold the list: too many entries, list flags or text where there are
 /// none.
-std::optional<std::vector<std::uint8_t>> encodeNfs4Acl(const Nfs4Acl& acl, Nfs4Form form);
+MORVANE_EXPORT std::optional<std::vector<std::uint8_t>> encodeNfs4Acl(const Nfs4Acl& acl,
+                                                                      Nfs4Form form);
 
 /// The id that `who` is the decimal text of; empty if it is another text.
-std::optional<std::uint32_t> idOfNfs4Who(const std::string& who);
+MORVANE_EXPORT std::optional<std::uint32_t> idOfNfs4Who(const std::string& who);
 
 }  // namespace morvane

@@ -1,12 +1,11 @@
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
 #include <utility>
-
-#include "PosixAclEntries.h"
-#include "PosixAclReduction.h"
 
 namespace morvane {
 namespace {

@@ -1,7 +1,6 @@
-#include "PosixAclEntries.h"
-
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 
 #include <algorithm>

@@ -1,13 +1,12 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <memory>
 #include <optional>
 #include <vector>
-
-#include "PosixAcl.h"
 
 /// How a POSIX list is shown as entries.
 ///
@@ -36,10 +35,11 @@ struct ShownRights {
 /// The entries to show. A deny entry stands right before the allow entry of its identity, and only
 /// where a class that the list comes to later grants what this identity does not have. Entries
 /// that would say nothing are left out, but for the base of a default list.
-std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
+MORVANE_EXPORT std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
 
 /// The permission bits for which the boxes of a tree entry are on.
-std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool isDirectory);
+MORVANE_EXPORT std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner,
+                                           bool isDirectory);
 
 /// The tags of entries.
 enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
@@ -48,12 +48,13 @@ inline constexpr std::size_t permissionGroups = 3;
 
 /// The groups "Read", "Write" and "Administration" with the boxes of the item's kind, those of
 /// `boxes` on.
-std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, bool isDirectory);
+MORVANE_EXPORT std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes,
+                                                                       bool isDirectory);
 
 /// The group "Applies To" of a folder's entry; `on` are the values of acl_flags whose boxes are on.
-std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
+MORVANE_EXPORT std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
 
-std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
+MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
 
 /// Whose item a list is of.
 struct PosixOwnership {
@@ -63,7 +64,7 @@ struct PosixOwnership {
 };
 
 /// As the flat entries of a POSIX list tell; empty for entries that are not one.
-std::optional<PosixOwnership> ownershipToldBy(
+MORVANE_EXPORT std::optional<PosixOwnership> ownershipToldBy(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 
 }  // namespace morvane

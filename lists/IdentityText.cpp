@@ -1,5 +1,4 @@
-#include "IdentityText.h"
-
+#include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <variant>

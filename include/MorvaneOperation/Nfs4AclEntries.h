@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/Nfs4Acl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <functional>
@@ -9,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "Nfs4Acl.h"
-
 /// How an allow/deny list is shown as entries, and what entries become in it.
 ///
 /// Every allow and deny entry is shown, in its order, with a full tree. What has no box (audit and
@@ -18,17 +17,13 @@
 /// the item has, so that entries which are written back unchanged give the same list.
 namespace morvane {
 
-/// Who is who by name. `systemNfs4Names()` asks the user database.
+/// Who is who by name.
 struct Nfs4Names {
     /// The user or group called "name@domain"; empty if this system knows none.
     std::function<std::optional<CBPosixIdentity>(const std::string& who, bool isGroup)> identityOf;
     /// The name, without a domain, of a user or group; empty if it has none.
     std::function<std::optional<std::string>(const CBPosixIdentity& identity)> nameOf;
 };
-
-/// A name is known as a whole, or without its domain if that is the one which /etc/idmapd.conf
-/// gives this system, or that of its host name.
-Nfs4Names systemNfs4Names();
 
 /// The item that a list is of.
 struct Nfs4Target {
@@ -39,18 +34,19 @@ struct Nfs4Target {
 
 /// Whom an entry is for. "OWNER@" is the user who owns the item, "GROUP@" its group. Empty for a
 /// name that this system does not know.
-std::optional<CBPosixIdentity> identityOfNfs4Entry(const Nfs4Entry& entry, const Nfs4Target& target,
-                                                   const Nfs4Names& names);
+MORVANE_EXPORT std::optional<CBPosixIdentity> identityOfNfs4Entry(const Nfs4Entry& entry,
+                                                                  const Nfs4Target& target,
+                                                                  const Nfs4Names& names);
 
 /// The permission bits (of acl_perms) that `mask` stands for, and back.
-std::uint32_t boxesOfNfs4Mask(std::uint32_t mask);
-std::uint32_t nfs4MaskOfBoxes(std::uint32_t boxes);
+MORVANE_EXPORT std::uint32_t boxesOfNfs4Mask(std::uint32_t mask);
+MORVANE_EXPORT std::uint32_t nfs4MaskOfBoxes(std::uint32_t boxes);
 
 /// An entry for a name that this system does not know has a UUID made from the name, which no user
 /// or group has.
-std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const Nfs4Acl& acl,
-                                                          const Nfs4Target& target,
-                                                          const Nfs4Names& names);
+MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const Nfs4Acl& acl,
+                                                                         const Nfs4Target& target,
+                                                                         const Nfs4Names& names);
 
 struct Nfs4Replacement {
     Nfs4Acl acl;
@@ -61,8 +57,8 @@ struct Nfs4Replacement {
 /// The list that replaces `old`, which the item has now. Somebody new is the owner, the owning
 /// group or everyone where that is who they are, else named as `old` names others that this system
 /// knows, else by id.
-Nfs4Replacement nfs4AclOfEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                                 const Nfs4Acl& old, const Nfs4Target& target,
-                                 const Nfs4Names& names);
+MORVANE_EXPORT Nfs4Replacement
+nfs4AclOfEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries, const Nfs4Acl& old,
+                 const Nfs4Target& target, const Nfs4Names& names);
 
 }  // namespace morvane

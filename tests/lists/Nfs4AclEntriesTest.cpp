@@ -1,11 +1,10 @@
+#include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
-
-#include "Nfs4AclEntries.h"
-#include "PosixAclEntries.h"
 
 namespace morvane {
 namespace {

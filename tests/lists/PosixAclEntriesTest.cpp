@@ -1,10 +1,9 @@
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
-
-#include "PosixAclEntries.h"
 
 namespace morvane {
 namespace {

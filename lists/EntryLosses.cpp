@@ -1,12 +1,11 @@
-#include "EntryLosses.h"
-
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVTreeNode.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 
 #include <algorithm>
-
-#include "IdentityText.h"
-#include "PosixAclEntries.h"
+#include <cerrno>
 
 namespace morvane {
 
@@ -33,6 +32,17 @@ std::string textOfLosses(std::string what, const std::vector<std::string>& losse
     if (losses.size() > maxLossesTold)
         what += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
     return what + ".";
+}
+
+NSErrorRef errorOfLosses(const std::vector<std::string>& losses, const NSURL& url) {
+    return NSError::errorWithDomain(
+        NSPOSIXErrorDomain, EOPNOTSUPP,
+        {{NSURLErrorKey, url},
+         {NSLocalizedDescriptionKey,
+          textOfLosses("The file system cannot hold the whole list.", losses)},
+         {NSLocalizedRecoverySuggestionErrorKey,
+          std::string("Nothing was changed. Change these entries, or accept the nearest list that "
+                      "grants no more.")}});
 }
 
 std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEntry& entry,

@@ -1,17 +1,13 @@
-#include "PosixAclReduction.h"
-
+#include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
-#include <grp.h>
-#include <pwd.h>
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <utility>
 #include <variant>
-
-#include "EntryLosses.h"
-#include "PosixAclEntries.h"
 
 namespace morvane {
 
@@ -328,31 +324,9 @@ class Reduction {
 }  // namespace
 
 bool userIsInGroup(std::uint32_t uid, std::uint32_t gid) {
-    const auto groups = groupsOfUser(uid);
+    const auto groups =
+        CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(uid);
     return std::find(groups.begin(), groups.end(), gid) != groups.end();
-}
-
-std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid) {
-    std::vector<char> buffer(16384);
-    struct passwd record {};
-    struct passwd* found = nullptr;
-    int code = 0;
-    while ((code = getpwuid_r(uid, &record, buffer.data(), buffer.size(), &found)) == ERANGE &&
-           buffer.size() < (std::size_t{1} << 24))
-        buffer.resize(buffer.size() * 2);
-    if (code != 0 || !found)
-        return {};
-    std::vector<gid_t> groups(64);
-    auto count = static_cast<int>(groups.size());
-    while (getgrouplist(record.pw_name, record.pw_gid, groups.data(), &count) < 0) {
-        // The number needed is told; the database may have grown meanwhile.
-        groups.resize(std::max(groups.size() * 2, static_cast<std::size_t>(count)));
-        if (groups.size() > (std::size_t{1} << 17))
-            break;
-        count = static_cast<int>(groups.size());
-    }
-    groups.resize(std::min(groups.size(), static_cast<std::size_t>(std::max(count, 0))));
-    return groups;
 }
 
 PosixAclReduction reduceToPosixAcl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,

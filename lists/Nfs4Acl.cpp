@@ -1,4 +1,4 @@
-#include "Nfs4Acl.h"
+#include <MorvaneOperation/Nfs4Acl.h>
 
 #include <algorithm>
 #include <charconv>

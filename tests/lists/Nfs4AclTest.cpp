@@ -1,10 +1,9 @@
+#include <MorvaneOperation/Nfs4Acl.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-
-#include "Nfs4Acl.h"
 
 extern "C" int fuzzNfs4Acl(const std::uint8_t* data, std::size_t size);
 

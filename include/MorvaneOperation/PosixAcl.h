@@ -1,5 +1,7 @@
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/Export.h>
+
 #include <compare>
 #include <cstdint>
 #include <optional>
@@ -51,6 +53,9 @@ struct PosixList {
 
     bool operator==(const PosixList&) const = default;
 };
+
+/// The value of the extended attribute that is the list.
+MORVANE_EXPORT std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list);
 
 struct PosixAcl {
     std::uint32_t owner = 0;

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/PosixAcl.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+/// What the items below a folder inherit of its entries.
+///
+///     const auto inherited = inheritedPosixLists(entries, folder);
+///     if (inherited.losses.empty()) write(inherited.levels[0].file, ...);
+///
+/// Both throw for entries that do not have the boxes of a folder's: NSException, or
+/// std::invalid_argument for one that cannot be copied.
+namespace morvane {
+
+/// What is in the folder itself, in its sub-folders, and further down.
+inline constexpr std::size_t inheritedLevels = 3;
+
+/// As POSIX lists.
+struct InheritedLists {
+    struct Level {
+        PosixList file;
+        /// For a file that somebody can execute now.
+        PosixList executable;
+        PosixList folder;
+        std::optional<PosixList> folderDefaults;
+    };
+    std::uint32_t owner = 0;
+    std::uint32_t group = 0;
+    std::array<Level, inheritedLevels> levels;
+    /// What of the entries the lists do not hold, each for people; empty if they hold them all.
+    std::set<std::string> losses;
+};
+
+/// `folder` is the list that the folder has; the classes of its base that `entries` do not speak of
+/// are those of the items, too.
+MORVANE_EXPORT InheritedLists inheritedPosixLists(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAcl& folder);
+
+/// As entries, for allow/deny lists.
+struct InheritedLevel {
+    std::vector<std::shared_ptr<MVAclEntry>> file;
+    std::vector<std::shared_ptr<MVAclEntry>> folder;
+};
+using InheritedEntries = std::array<InheritedLevel, inheritedLevels>;
+
+MORVANE_EXPORT InheritedEntries
+inheritedEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries);
+
+}  // namespace morvane

@@ -1,0 +1,147 @@
+#include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+#include <variant>
+
+namespace morvane {
+namespace {
+
+using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
+
+/// Nodes are shared by the conversions, so each one gets entries of its own.
+Entries copiesOf(const Entries& entries) {
+    Entries copies;
+    for (const auto& entry : entries) {
+        NSErrorRef error;
+        auto copy = NSKeyedUnarchiver::unarchivedObjectOfClasses(
+            {&MVAclEntry::classObject(), &MVTreeNode::classObject(),
+             &MVAclPermission::classObject()},
+            NSKeyedArchiver::archivedDataWithRootObject(*entry), &error);
+        if (!copy)
+            throw std::invalid_argument(error ? error->localizedDescription()
+                                              : "an entry cannot be copied");
+        copies.push_back(std::static_pointer_cast<MVAclEntry>(std::move(copy)));
+    }
+    return copies;
+}
+
+Entries converted(const Entries& entries, bool (MVAclEntry::*convert)()) {
+    Entries reached;
+    for (const auto& entry : copiesOf(entries)) {
+        if ((*entry.*convert)())
+            reached.push_back(entry);
+    }
+    return reached;
+}
+
+/// Works out what a folder's entries become below it.
+class Inheritance {
+  public:
+    Inheritance(const Entries& entries, const PosixAcl& folder) {
+        lists_.owner = folder.owner;
+        lists_.group = folder.group;
+        for (const auto& entry : entries)
+            (entry->isAcl() ? trees_ : flats_).push_back(entry);
+        for (const auto& entry : flats_) {
+            const auto who = identityOf(*entry);
+            if (who && std::holds_alternative<CBPosixUser>(*who))
+                lists_.owner = std::get<CBPosixUser>(*who).uid;
+            else if (who && std::holds_alternative<CBPosixGroup>(*who))
+                lists_.group = std::get<CBPosixGroup>(*who).gid;
+        }
+        for (const auto& own : entriesOfPosixAcl(folder)) {
+            if (!own->isAcl() && !hasKind(flats_, *identityOf(*own)))
+                flats_.push_back(own);
+        }
+    }
+
+    InheritedLists run() {
+        auto entries = trees_;
+        for (auto& level : lists_.levels) {
+            const auto files = converted(entries, &MVAclEntry::convertInheritedToFileEntry);
+            auto folders = converted(entries, &MVAclEntry::convertInheritedToDirectoryEntry);
+            level.executable = reduced(files, false).access;
+            level.file = withoutExecution(level.executable);
+            const auto folder = reduced(copiesOf(folders), true);
+            level.folder = folder.access;
+            level.folderDefaults = folder.defaults;
+            entries = std::move(folders);
+        }
+        return std::move(lists_);
+    }
+
+  private:
+    static std::optional<CBPosixIdentity> identityOf(const MVAclEntry& entry) {
+        return entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
+    }
+    /// Whether one of the entries is for a user, for a group, or for everyone, as `who` is.
+    static bool hasKind(const Entries& entries, const CBPosixIdentity& who) {
+        return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+            const auto other = identityOf(*entry);
+            return other && other->index() == who.index();
+        });
+    }
+
+    PosixAcl reduced(const Entries& inherited, bool isDirectory) {
+        Entries entries;
+        for (const auto& entry : inherited) {
+            // The mark has no place in the list, and is not missed in it.
+            entry->setInherited(false);
+            entries.push_back(entry);
+        }
+        for (const auto& flat : copiesOf(flats_)) {
+            const auto who = identityOf(*flat);
+            if (std::none_of(inherited.begin(), inherited.end(),
+                             [&](const auto& entry) { return identityOf(*entry) == who; }))
+                entries.push_back(flat);
+        }
+        auto result =
+            reduceToPosixAcl(entries, {lists_.owner, lists_.group, isDirectory, userIsInGroup});
+        for (const auto& loss : result.losses)
+            lists_.losses.insert(loss.substr(std::min(loss.find('('), loss.size())));
+        return std::move(result.acl);
+    }
+
+    /// A file is not made executable by what is said of folders: as in a new file, the mask
+    /// withholds what the named ones could do.
+    static PosixList withoutExecution(PosixList list) {
+        for (auto* rights : {&list.owner, &list.owningGroup, &list.others})
+            *rights = *rights - PosixExecute;
+        if (list.mask) {
+            list.mask = *list.mask - PosixExecute;
+            // With an empty mask the system would take the named ones for others.
+            if (list.mask == PosixNothing)
+                list.mask = list.others;
+        }
+        return list;
+    }
+
+    Entries trees_;
+    Entries flats_;
+    InheritedLists lists_;
+};
+
+}  // namespace
+
+InheritedLists inheritedPosixLists(const Entries& entries, const PosixAcl& folder) {
+    return Inheritance(entries, folder).run();
+}
+
+InheritedEntries inheritedEntries(const Entries& entries) {
+    InheritedEntries inherited;
+    auto reached = entries;
+    for (auto& level : inherited) {
+        level.file = converted(reached, &MVAclEntry::convertInheritedToFileEntry);
+        level.folder = converted(reached, &MVAclEntry::convertInheritedToDirectoryEntry);
+        reached = level.folder;
+    }
+    return inherited;
+}
+
+}  // namespace morvane
