@@ -1,5 +1,4 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
-#include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -15,8 +14,6 @@
 namespace morvane {
 namespace {
 
-/// SO_PEERPIDFD, which the headers lack.
-constexpr int peerPidfdOption = 77;
 /// Bytes; the system may allow less.
 constexpr int largeRoom = 1 << 20;
 constexpr int sendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
@@ -37,18 +34,11 @@ NSErrorRef systemError(int code, const std::string& what) {
         {{NSLocalizedDescriptionKey, what + ": " + std::generic_category().message(code) + "."}});
 }
 
-LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket) : socket_(std::move(socket)) {}
+LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket)
+    : socket_(std::move(socket)), peerProcess_(socket_, peer()) {}
 
 std::uint64_t LinuxStreamSocket::peerStartTime() const {
-    int raw = -1;
-    socklen_t size = sizeof raw;
-    if (getsockopt(socket_.get(), SOL_SOCKET, peerPidfdOption, &raw, &size) != 0)
-        return 0;
-    const FileDescriptor process(raw);
-    const auto startTime = startTimeOfProcess(peer().processIdentifier);
-    // Alive after its time was read: the time is not that of another process with the same id.
-    pollfd poll{process.get(), POLLIN, 0};
-    return ::poll(&poll, 1, 0) == 0 ? startTime : 0;
+    return peerProcess_.startTime(socket_, peer());
 }
 
 PeerCredentials LinuxStreamSocket::peer() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/PeerProcess.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
 #include <functional>
@@ -29,6 +30,7 @@ class LinuxStreamSocket : public StreamSocket,
     bool waitFor(short events, const Deadline& deadline) const;
 
     const FileDescriptor socket_;
+    const PeerProcess peerProcess_;
     /// Once a message was too large for the room that sockets start with.
     bool hasMoreRoom_ = false;
 };

@@ -1,15 +1,25 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <string>
 
 namespace morvane {
@@ -41,30 +51,144 @@ TEST(LinuxStreamSocket, TellsWhoIsAtTheOtherEndAndSinceWhen) {
     EXPECT_EQ(stream->peerStartTime(), ownStartTime());
 }
 
-TEST(LinuxStreamSocket, APeerThatHasEndedHasNoStartTime) {
-    char folder[] = "/tmp/stream-socket-XXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const auto path = std::string(folder) + "/socket";
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(listening.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listening.get(), 1), 0);
-    const auto child = fork();
-    if (child == 0) {
-        const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        _exit(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
+/// A stream whose peer is a process of its own, which does as it is told after it has connected.
+class ProcessAtTheOtherEnd {
+  public:
+    explicit ProcessAtTheOtherEnd(const std::function<void()>& then) {
+        // A name of its own that no file has.
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const FileDescriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        socklen_t size = sizeof(sa_family_t);
+        EXPECT_EQ(bind(listening.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+        size = sizeof address;
+        EXPECT_EQ(getsockname(listening.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        EXPECT_EQ(listen(listening.get(), 1), 0);
+        int done[2] = {-1, -1};
+        EXPECT_EQ(pipe2(done, O_CLOEXEC), 0);
+        pid = fork();
+        if (pid == 0) {
+            const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+            if (connect(socket, reinterpret_cast<sockaddr*>(&address), size) != 0)
+                _exit(1);
+            then();
+            EXPECT_EQ(write(done[1], "", 1), 1);
+            pause();
+        }
+        close(done[1]);
+        stream = std::make_shared<LinuxStreamSocket>(
+            FileDescriptor(accept(listening.get(), nullptr, nullptr)));
+        char none = 0;
+        EXPECT_EQ(read(done[0], &none, 1), 1);
+        close(done[0]);
     }
-    // It has ended, and until it is waited for the system still tells its start time.
-    siginfo_t end{};
-    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT), 0);
-    ASSERT_EQ(end.si_status, 0);
-    const LinuxStreamSocket stream{FileDescriptor(accept(listening.get(), nullptr, nullptr))};
-    std::filesystem::remove_all(folder);
-    EXPECT_EQ(stream.peer().processIdentifier, child);
-    EXPECT_EQ(stream.peerStartTime(), 0U);
-    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    /// Until it is waited for the system still tells its start time.
+    void kill() const {
+        ASSERT_EQ(::kill(pid, SIGKILL), 0);
+        siginfo_t end{};
+        ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &end, WEXITED | WNOWAIT), 0);
+    }
+    ~ProcessAtTheOtherEnd() {
+        ::kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+
+    pid_t pid = -1;
+    std::shared_ptr<LinuxStreamSocket> stream;
+};
+
+TEST(LinuxStreamSocket, APeerThatHasEndedHasNoStartTime) {
+    const ProcessAtTheOtherEnd peer([] {});
+    EXPECT_EQ(peer.stream->peer().processIdentifier, peer.pid);
+    EXPECT_NE(peer.stream->peerStartTime(), 0U);
+    peer.kill();
+    EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+}
+
+/// As on a kernel that does not hand out the process behind a socket.
+class LinuxStreamSocketOfAnOlderKernel : public testing::Test {
+  protected:
+    /// Does all of it in a process of its own, which cannot have the option back.
+    static void inOne(const std::function<void()>& test) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            forgetPeerPidfd();
+            test();
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(status, 0);
+    }
+
+  private:
+    static void forgetPeerPidfd() {
+        constexpr std::uint32_t peerPidfdOption = 77;
+        sock_filter rules[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getsockopt, 0, 3),
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, peerPidfdOption, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOPROTOOPT),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        const sock_fprog program{std::size(rules), rules};
+        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+    }
+};
+
+TEST_F(LinuxStreamSocketOfAnOlderKernel, TellsSinceWhenThePeerIsThere) {
+    inOne([] {
+        const auto [stream, peer] = streamAndPeer();
+        EXPECT_EQ(stream->peerStartTime(), ownStartTime());
+    });
+}
+
+TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerThatHasEndedHasNoStartTime) {
+    inOne([] {
+        const ProcessAtTheOtherEnd peer([] {});
+        EXPECT_NE(peer.stream->peerStartTime(), 0U);
+        peer.kill();
+        EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+    });
+}
+
+TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerThatHasBecomeAnotherUserHasNoStartTime) {
+    inOne([] {
+        const ProcessAtTheOtherEnd peer([] {
+            constexpr uid_t nobody = 65534;
+            EXPECT_EQ(setuid(nobody), 0);
+        });
+        EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+    });
+}
+
+TEST_F(LinuxStreamSocketOfAnOlderKernel, AProcessThatHasThePeersNumberSinceIsNotThePeer) {
+    inOne([] {
+        // Numbers of its own, of which nobody else takes one.
+        ASSERT_EQ(unshare(CLONE_NEWPID | CLONE_NEWNS), 0);
+        const pid_t first = fork();
+        if (first == 0) {
+            EXPECT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+            EXPECT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
+            const ProcessAtTheOtherEnd peer([] {});
+            EXPECT_NE(peer.stream->peerStartTime(), 0U);
+            peer.kill();
+            EXPECT_EQ(waitpid(peer.pid, nullptr, 0), peer.pid);
+            std::ofstream("/proc/sys/kernel/ns_last_pid") << peer.pid - 1 << std::flush;
+            const pid_t other = fork();
+            if (other == 0)
+                pause();
+            EXPECT_EQ(other, peer.pid);
+            EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+            kill(other, SIGKILL);
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(first, &status, 0), first);
+        EXPECT_EQ(status, 0);
+    });
 }
 
 TEST(LinuxStreamSocket, SendsOnlyWhatThePeerHasRoomFor) {
