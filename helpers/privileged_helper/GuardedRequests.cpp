@@ -6,8 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "RequestErrors.h"
-
 namespace morvane {
 
 namespace {
@@ -36,50 +34,24 @@ Subjects subjectsOf(const std::tuple<T...>& arguments) {
     return subjects;
 }
 
-/// Ends a request with an error and with nothing else.
-template <class... T>
-void fail(const NSXPCReply<T...>& reply, NSErrorRef error) {
-    std::tuple<T...> nothing;
-    std::get<NSErrorRef>(nothing) = std::move(error);
-    std::apply(reply, std::move(nothing));
-}
-
-class GuardedRequests final : public MVFileRequest {
+class LoggedRequests final : public MVFileRequest {
   public:
-    GuardedRequests(std::shared_ptr<MVFileRequest> requests, RightCheck check, RequestLog log)
-        : requests_(std::move(requests)), check_(std::move(check)), log_(std::move(log)) {}
+    LoggedRequests(std::shared_ptr<MVFileRequest> requests, RequestLog log)
+        : requests_(std::move(requests)), log_(std::move(log)) {}
 
-#define MVGuardedRequest(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT)                  \
+#define MVLoggedRequest(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT)                   \
     void NAME PARAMETERS override {                                                     \
         static_assert(std::string_view(RIGHT).size() > 1, "A message without a right"); \
-        guard(SELECTOR, RIGHT, &MVFileRequest::NAME, std::forward_as_tuple ARGUMENTS);  \
+        pass(SELECTOR, &MVFileRequest::NAME, std::forward_as_tuple ARGUMENTS);          \
     }
-    MVFileRequestMessages(MVGuardedRequest)
-#undef MVGuardedRequest
+    MVFileRequestMessages(MVLoggedRequest)
+#undef MVLoggedRequest
 
   private:
     template <class Method, class... T>
-    void guard(std::string_view selector, const char* right, Method method,
-               std::tuple<T...> arguments) {
+    void pass(std::string_view selector, Method method, std::tuple<T...> arguments) {
         auto subjects = subjectsOf(arguments);
         auto& reply = std::get<sizeof...(T) - 1>(arguments);
-        const auto state = check_(right);
-        if (state != RightState::held) {
-            const std::string why =
-                std::string("the right ") + right +
-                (state == RightState::expired ? " has expired" : " is not held");
-            // Nothing is done, so how many there are is enough.
-            const auto count = subjects.items.size();
-            log_(std::string(selector) + (count == 0 ? "" : " " + subjects.line(0)) +
-                 (count > 1 ? " and " + std::to_string(count - 1) + " more" : "") + ": refused, " +
-                 why);
-            const auto item = count == 0 ? NSURL::fileURLWithPath("/") : subjects.items.front();
-            fail(reply, posixError(EACCES, item, "T" + why.substr(1) + ".",
-                                   state == RightState::expired
-                                       ? "Ask again in five minutes, or in a program started anew."
-                                       : ""));
-            return;
-        }
         auto told = telling(std::move(reply), std::string(selector), std::move(subjects));
         reply = std::move(told);
         std::apply([&](T&&... each) { (requests_.get()->*method)(std::forward<T>(each)...); },
@@ -107,15 +79,40 @@ class GuardedRequests final : public MVFileRequest {
     }
 
     const std::shared_ptr<MVFileRequest> requests_;
-    const RightCheck check_;
     const RequestLog log_;
 };
 
+/// Null for what is no message of the protocol.
+const char* rightFor(std::string_view selector) {
+    for (const auto& message : MVFileRequestRights) {
+        if (message.selector == selector)
+            return message.right.data();
+    }
+    return nullptr;
+}
+
 }  // namespace
 
-std::shared_ptr<MVFileRequest> guardedRequests(std::shared_ptr<MVFileRequest> requests,
-                                               RightCheck check, RequestLog log) {
-    return std::make_shared<GuardedRequests>(std::move(requests), std::move(check), std::move(log));
+NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
+    return [check = std::move(check), log = std::move(log)](std::string_view selector) {
+        const char* const right = rightFor(selector);
+        const auto state = right ? check(right) : RightState::notHeld;
+        if (state == RightState::held)
+            return NSErrorRef();
+        const std::string why = std::string("the right ") + (right ? right : "to it") +
+                                (state == RightState::expired ? " has expired" : " is not held");
+        log(std::string(selector) + " refused, " + why);
+        NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, "T" + why.substr(1) + "."}};
+        if (state == RightState::expired)
+            userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey,
+                             "Ask again in five minutes, or in a program started anew.");
+        return NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, std::move(userInfo));
+    };
+}
+
+std::shared_ptr<MVFileRequest> loggedRequests(std::shared_ptr<MVFileRequest> requests,
+                                              RequestLog log) {
+    return std::make_shared<LoggedRequests>(std::move(requests), std::move(log));
 }
 
 std::string escapedForLog(std::string_view path) {

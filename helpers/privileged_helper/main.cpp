@@ -23,13 +23,16 @@ constexpr int usageError = 64;
 constexpr int startError = 70;
 constexpr std::uint32_t idleSeconds = 60;
 
-/// Requests of one client behind the rights that this very process holds.
-std::shared_ptr<MVFileRequest> requestsOf(const std::shared_ptr<NSXPCConnection>& client) {
+/// Has the client's requests carried out, each if this very process holds the right to it.
+void serve(const std::shared_ptr<NSXPCConnection>& client) {
     const std::weak_ptr<NSXPCConnection> weak = client;
     const auto who = "uid " + std::to_string(client->effectiveUserIdentifier()) + " pid " +
                      std::to_string(client->processIdentifier()) + ": ";
-    return guardedRequests(
-        FileRequestHandler::forPrivilegedClient(client),
+    const auto log = [who](const std::string& line) {
+        syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str());
+    };
+    FileRequestHandler::configure(client);
+    client->setAdmission(admissionByRight(
         [weak](const char* right) {
             const auto held = weak.lock();
             return held ? rightOfProcess({held->processIdentifier(), held->processStartTime(),
@@ -37,7 +40,10 @@ std::shared_ptr<MVFileRequest> requestsOf(const std::shared_ptr<NSXPCConnection>
                                          right)
                         : RightState::notHeld;
         },
-        [who](const std::string& line) { syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str()); });
+        log));
+    client->setExportedObject<MVFileRequest>(
+        loggedRequests(FileRequestHandler::forPrivilegedClient(client), log));
+    client->resume();
 }
 
 }  // namespace
@@ -60,9 +66,7 @@ int main() {
     }
     listener->setIdleTimeout(idleSeconds);
     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& client) {
-        FileRequestHandler::configure(client);
-        client->setExportedObject<MVFileRequest>(requestsOf(client));
-        client->resume();
+        serve(client);
         return true;
     });
     return listener->run();

@@ -103,6 +103,10 @@ std::shared_ptr<void> NSXPCConnection::exportedObject() const {
     return core_->requests.object();
 }
 
+void NSXPCConnection::setAdmission(Admission admission) {
+    core_->requests.admission = std::move(admission);
+}
+
 void NSXPCConnection::setInterruptionHandler(Handler handler) {
     core_->setInterruptionHandler(std::move(handler));
 }

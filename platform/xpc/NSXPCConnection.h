@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 /// A connection to another process over which messages of a protocol travel both ways.
 ///
@@ -47,6 +48,8 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
   public:
     using Handler = std::function<void()>;
     using ErrorHandler = std::function<void(NSErrorRef)>;
+    /// Null: the request of that selector may be carried out.
+    using Admission = std::function<NSErrorRef(std::string_view selector)>;
 
     /// A private service process of this application, named as the program in its libexec folder
     /// that is started on first use.
@@ -74,6 +77,11 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     }
     /// Null if none is set.
     std::shared_ptr<void> exportedObject() const;
+
+    /// Has `admission` decide on each of the peer's requests before any of its arguments is
+    /// decoded. An error ends the request: its reply has that error, and nothing else. Requests are
+    /// asked about in the order in which they came, one after the other. Before resume().
+    void setAdmission(Admission admission);
 
     /// Both may also be cleared with an empty handler, at any time.
     void setInterruptionHandler(Handler handler);

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -95,6 +96,9 @@ struct NSXPCMessageDescription : NSXPCMessageClasses {
     /// and whatever the member function throws.
     void (*dispatch)(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
                      const std::shared_ptr<NSXPCReplyPort>& port);
+    /// Replies with the error and with nothing else, without a look at the arguments. A reply that
+    /// has no place for an error becomes a refusal.
+    void (*endWithError)(const std::shared_ptr<NSXPCReplyPort>& port, const NSErrorRef& error);
 };
 
 /// A protocol at run time. Lives as long as the process.
@@ -261,12 +265,33 @@ void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassS
         std::move(arguments));
 }
 
+template <class Arguments>
+struct ErrorReply;
+template <class... T>
+struct ErrorReply<Types<T...>> {
+    static void send(const std::shared_ptr<NSXPCReplyPort>& port, const NSErrorRef& error) {
+        if constexpr ((std::is_same_v<T, NSErrorRef> || ...)) {
+            std::tuple<T...> nothing;
+            std::get<NSErrorRef>(nothing) = error;
+            std::apply(Replier<Types<T...>>(port), std::move(nothing));
+        } else if (port->claim()) {
+            port->sendRefusal(error->localizedDescription());
+        }
+    }
+};
+
+template <auto Method>
+void endWithError(const std::shared_ptr<NSXPCReplyPort>& port, const NSErrorRef& error) {
+    ErrorReply<typename Traits<decltype(Method)>::ReplyArguments>::send(port, error);
+}
+
 template <auto Method>
 NSXPCMessageDescription describe(std::string_view selector) {
     using Message = Traits<decltype(Method)>;
     return {{Message::Arguments::defaultClasses(), Message::ReplyArguments::defaultClasses()},
             selector,
-            &dispatch<Method>};
+            &dispatch<Method>,
+            &endWithError<Method>};
 }
 
 /// A selector has one colon for each parameter, the reply included.

@@ -71,6 +71,10 @@ void ReceivedRequests::handle(const Message& message, const std::shared_ptr<Outb
     }
     const auto& description = interface->protocol().messages[*index];
     try {
+        if (const auto error = admission ? admission(description.selector) : nullptr) {
+            description.endWithError(port, error);
+            return;
+        }
         NSKeyedUnarchiver coder(message.body, decoding);
         description.dispatch(target.get(), coder, interface->argumentClasses(*index), port);
     } catch (const std::exception& failure) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <MorvaneOperation/platform/xpc/NSXPCInterface.h>
+#include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 
 #include <memory>
@@ -16,6 +16,8 @@ class ReceivedRequests {
     std::shared_ptr<NSXPCInterface> interface;
     /// What one request may unfold into.
     NSDecodingBudget decoding;
+    /// Asked about each request before any of its arguments is decoded; empty: all are carried out.
+    NSXPCConnection::Admission admission;
 
     void setObject(std::shared_ptr<void> object);
     std::shared_ptr<void> object() const;
