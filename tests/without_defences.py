@@ -29,11 +29,15 @@ class Defence(NamedTuple):
     file: str
     text: str      # stands there once
     without: str   # takes its place
-    tests: tuple   # names of ctest; behind "privileged" and "policy", a method of their classes
+    tests: tuple   # names of ctest; behind one in Python, a method of its classes
 
 
 def privileged(*methods):
     return tuple(f"privileged {method}" for method in methods)
+
+
+def installer(*methods):
+    return tuple(f"install_helper Installer.{method}" for method in methods)
 
 
 # What is built for a test: the program that has its suite.
@@ -41,6 +45,8 @@ PRIVILEGED_ROAD = ("morvane", "privileged_helper", "policy_agent", "bare_client"
 PROGRAMS = {
     "privileged": PRIVILEGED_ROAD,
     "policy": (*PRIVILEGED_ROAD, "policy_stand_in"),
+    "installation": PRIVILEGED_ROAD,
+    "install_helper": ("privileged_helper",),
     "PosixAclReader": ("posix_acl_test",),
     "AclRequestsOnBehalf": ("posix_acl_test",),
     "PropagateRequests": ("propagate_requests_test",),
@@ -192,6 +198,44 @@ DEFENCES = (
             "user == peer.userIdentifier &&",
             "user >= 0 &&",
             ("LinuxStreamSocketOfAnOlderKernel.APeerThatHasBecomeAnotherUserHasNoStartTime",)),
+
+    # The installer.
+    Defence("What others than root can change is not installed.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            "|.....[^w]..[^w].) root '",
+            "|..........) '",
+            installer("test_what_others_than_root_can_change_is_refused",
+                      "test_a_link_on_the_way_counts_with_all_that_it_leads_through")),
+    Defence("Nor is a helper with a library that others can change.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            "    check_libraries\n",
+            "",
+            installer("test_the_helpers_libraries_are_roots_too")),
+    Defence("A mask is the administrator's word.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            "    each check_mask\n",
+            "",
+            installer("test_a_masked_unit_stays_masked_and_is_named")),
+    Defence("An edited file is the administrator's word.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            'if ! cmp -s "$1" "$to" && is_roots "$to" && ! cmp -s',
+            "if false && cmp -s",
+            installer("test_a_file_that_was_changed_by_hand_stays_and_is_named")),
+    Defence("A file that others can change is nobody's word.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            '"$to" || ! is_roots "$to"; then',
+            '"$to"; then',
+            installer("test_wrong_owners_and_modes_are_mended")),
+    Defence("The right to install does not take away.",
+            "helpers/privileged_helper/morvane-install-helper.in",
+            '[ -z "${PKEXEC_UID-}" ] ||',
+            "true ||",
+            installer("test_the_right_to_install_takes_nothing_away")),
+    Defence("A socket is no listener.",
+            "platform/linux/HelperInstallation.cpp",
+            "== 0 || errno == EAGAIN;",
+            "<= 0;",
+            ("installation Installation.test_a_socket_behind_which_nobody_listens_is_installed_again",)),
 
     # The client's side.
     Defence("A privileged socket is root's.",

@@ -1,7 +1,10 @@
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
 #include <MorvaneOperation/platform/linux/SpawnAttributes.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,10 +23,19 @@ constexpr const char* packagePolicies = MORVANE_DATA_DIR "/polkit-1/actions/";
 constexpr const char* unitFolder = "/etc/systemd/system/";
 constexpr const char* policyFolder = "/usr/share/polkit-1/actions/";
 
+/// Whether somebody of root's listens at root's socket. One who does may start the helper for it.
 bool isListening(const std::string& label) {
+    const auto path = "/run/" + label + ".sock";
     struct stat status {};
-    return lstat(("/run/" + label + ".sock").c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
-           status.st_uid == 0;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode) || status.st_uid != 0)
+        return false;
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    // With a full backlog somebody listens, too.
+    const auto* const to = reinterpret_cast<const sockaddr*>(&address);
+    return connect(socket.get(), to, sizeof address) == 0 || errno == EAGAIN;
 }
 
 /// Whether the installer has begun and its last step was not done: the service manager may not know
@@ -39,11 +51,25 @@ std::optional<std::string> contents(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-/// Whether the installed file is the package's. Where the package has none, as beside a program
-/// that was not installed, there is nothing that could be newer.
-bool isUpToDate(const std::string& ofPackage, const std::string& installed) {
+/// Whether the installer has left the package's file there; what an administrator has made of it
+/// since is their word. Where the package has none, as beside a program that was not installed,
+/// there is nothing that could be newer.
+bool isUpToDate(const std::string& ofPackage, const std::string& folder, const std::string& left) {
     const auto wanted = contents(ofPackage);
-    return !wanted || wanted == contents(installed);
+    if (!wanted)
+        return true;
+    const auto name = ofPackage.substr(ofPackage.rfind('/') + 1);
+    struct stat status {};
+    return lstat((folder + name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
+           wanted == contents(left + name);
+}
+
+/// Whether an administrator has masked the unit: it is a link to a device, or empty.
+bool isMasked(const std::string& unit) {
+    struct stat status {};
+    return stat((unitFolder + unit).c_str(), &status) == 0 && !S_ISDIR(status.st_mode) &&
+           status.st_size == 0;
 }
 
 std::optional<std::int64_t> codeOfInstaller(int status) {
@@ -91,19 +117,28 @@ std::optional<std::int64_t> runElevated(const std::string& label) {
 bool isHelperInstalled(const std::string& label) {
     if (!isListening(label) || isInstallationBegun(label))
         return false;
-    for (const auto* const kind : {".service", ".socket"}) {
-        if (!isUpToDate(packageFolder + label + kind, unitFolder + label + kind))
-            return false;
-    }
-    const auto policy = label.substr(0, label.rfind('.')) + ".policy";
-    return isUpToDate(packagePolicies + policy, policyFolder + policy);
+    const auto left = "/var/lib/" + label + "/";
+    const auto name = label.substr(0, label.rfind('.'));
+    return isUpToDate(packageFolder + label + ".service", unitFolder, left) &&
+           isUpToDate(packageFolder + label + ".socket", unitFolder, left) &&
+           isUpToDate(packagePolicies + name + ".policy", policyFolder, left) &&
+           isUpToDate(std::string(packagePolicies) + installHelperRight + ".policy", policyFolder,
+                      left);
 }
 
-std::optional<std::int64_t> installHelper(const std::string& label) {
+std::optional<std::int64_t> obstacleToHelper(const std::string& label) {
+    if (isMasked(label + ".service") || isMasked(label + ".socket"))
+        return kSMErrorJobMustBeEnabled;
     if (access(installer, X_OK) != 0)
         return kSMErrorToolNotValid;
     if (access(elevation, X_OK) != 0)
         return kSMErrorServiceUnavailable;
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> installHelper(const std::string& label) {
+    if (const auto code = obstacleToHelper(label))
+        return code;
     if (const auto code = runElevated(label))
         return code;
     return isListening(label) ? std::nullopt : std::optional<std::int64_t>(kSMErrorJobNotFound);

@@ -101,9 +101,9 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         return answer->isChallenge ? errAuthorizationInteractionNotAllowed : errAuthorizationDenied;
     }
 
-    /// Nobody is asked where the helper is in its place.
+    /// Nobody is asked where the helper is in its place, or cannot be put there.
     OSStatus obtainInstallation(bool mayAsk) {
-        if (isHelperInstalled(helperLabel))
+        if (isHelperInstalled(helperLabel) || obstacleToHelper(helperLabel))
             return errAuthorizationSuccess;
         const auto defined = isActionDefined(installHelperRight);
         if (!defined)

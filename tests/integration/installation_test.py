@@ -7,6 +7,8 @@ The last three are the helper's build folder and where the package is installed.
 """
 import os
 import shutil
+import socket
+import stat
 import subprocess
 import sys
 import unittest
@@ -32,12 +34,13 @@ class Installation(PrivilegedCase):
 
     def setUp(self):
         super().setUp()
-        for folder in (self.UNITS, LIBEXEC, DATA):
+        for folder in (self.UNITS, "/var/lib", LIBEXEC, DATA):
             rigs.mount(folder)
             self.addCleanup(subprocess.run, ["umount", folder], check=True)
         os.makedirs("/run/systemd/system", exist_ok=True)
         shutil.copy(os.path.join(BUILD, "morvane-install-helper"), LIBEXEC)
         os.chmod(os.path.join(LIBEXEC, "morvane-install-helper"), 0o755)
+        shutil.copy(shutil.which("true"), os.path.join(LIBEXEC, f"{LABEL}.PrivilegedHelper"))  # which is not run
         for folder in ("morvaneoperation", "polkit-1/actions"):
             os.makedirs(os.path.join(DATA, folder))
         source = os.path.dirname(POLICY)
@@ -48,7 +51,7 @@ class Installation(PrivilegedCase):
         os.rename(SOCKET, SOCKET + ".aside")
         self.addCleanup(lambda: os.path.exists(SOCKET) or os.rename(SOCKET + ".aside", SOCKET))
         self.addCleanup(lambda: os.path.exists(self.BEGUN) and os.unlink(self.BEGUN))
-        self.manage(f'case $1 in enable) mv {SOCKET}.aside {SOCKET};; esac')
+        self.manage(f'case $1 in enable) [ ! -e {SOCKET}.aside ] || mv {SOCKET}.aside {SOCKET};; esac')
 
     def manage(self, script):
         with open("/run/systemctl", "w", encoding="ascii") as f:
@@ -121,6 +124,52 @@ class Installation(PrivilegedCase):
             self.assertEqual(f.read().split(), ["daemon-reload", "enable"])
         self.assertNotIn(f"{LABEL}.InstallHelper",
                          [p.split(":")[0] for p in run("acl", self.file, agent="allow").prompts])
+
+    def test_a_masked_unit_is_told_without_a_question(self):
+        os.symlink("/dev/null", f"{self.UNITS}/{LABEL}.PrivilegedHelper.service")
+        outcome = run("acl", self.file, agent="allow")
+        self.assertRefused(outcome, "Privileged job install error: The specified job is not enabled.")
+        self.assertNotIn(f"{LABEL}.InstallHelper", [p.split(":")[0] for p in outcome.prompts])
+
+    def test_a_socket_behind_which_nobody_listens_is_installed_again(self):
+        run("acl", self.file, agent="allow")
+        RIG.stop_helper()
+        with socket.socket(socket.AF_UNIX) as dead:
+            dead.bind(SOCKET)
+        asked = "/run/asked"
+        self.manage(f"case $1 in restart) touch {asked}; while [ -e {asked} ]; do sleep 0.05; done;; esac")
+        program = RIG.start([MORVANE, "--privileged", "acl", self.file], "allow")
+        try:
+            wait_until(lambda: os.path.exists(asked) or program.process.poll() is not None, "the restart")
+            restarted = os.path.exists(asked)
+        finally:
+            os.unlink(SOCKET)
+            RIG.start_helper()
+        self.assertTrue(restarted)
+        os.unlink(asked)
+        outcome = program.finish()
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertIn(f"{LABEL}.InstallHelper", [p.split(":")[0] for p in outcome.prompts])
+
+    def test_what_an_administrator_has_changed_is_kept_said_once_and_not_asked_about_again(self):
+        run("acl", self.file, agent="allow")
+        unit = f"{self.UNITS}/{LABEL}.PrivilegedHelper.service"
+        with open(unit, "a", encoding="ascii") as f:
+            f.write("# by hand\n")
+        with open(f"{DATA}/morvaneoperation/{LABEL}.PrivilegedHelper.service", "a", encoding="ascii") as f:
+            f.write("# newer\n")
+        outcome = run("acl", self.file, agent="allow")
+        self.assertEqual(outcome.code, 0, outcome.message)
+        self.assertIn(f"{unit} was changed by hand and stays so", outcome.message)
+        outcome = run("acl", self.file, agent="allow")
+        self.assertEqual((outcome.message, [p.split(":")[0] for p in outcome.prompts]), ("", [f"{LABEL}.GetFileAcl"]))
+
+    def test_a_file_that_others_can_change_is_mended(self):
+        run("acl", self.file, agent="allow")
+        unit = f"{self.UNITS}/{LABEL}.PrivilegedHelper.service"
+        os.chmod(unit, 0o666)
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        self.assertEqual(stat.S_IMODE(os.stat(unit).st_mode), 0o644)
 
     def test_an_application_that_ignores_its_children_has_it_installed(self):
         outcome = RIG.start(["env", "--ignore-signal=CHLD", MORVANE, "--privileged", "acl", self.file],

@@ -468,8 +468,10 @@ class Attackers(Privileged):
             os.chmod(SOCKET, 0o666)
             listener.listen()
             program = RIG.start([MORVANE, "--privileged", "acl", self.file], "allow")
-            with listener.accept()[0] as peer:
-                request = peer.recv(65536)
+            request = b""
+            while not request:  # whether anyone listens is looked at before
+                with listener.accept()[0] as peer:
+                    request = peer.recv(65536)
             program.process.kill()
             program.finish()
             return request

@@ -1,0 +1,27 @@
+# configure_helper_files(TO): the files that hold an absolute path, each with the path as its reader wants it, in the
+# folder TO. Also a script of its own (cmake -D TO=... -P).
+
+function(quoted_for_xml result text)
+    string(REPLACE "&" "&amp;" text "${text}")
+    string(REPLACE "<" "&lt;" text "${text}")
+    string(REPLACE ">" "&gt;" text "${text}")
+    set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+function(configure_helper_files to)
+    set(folder ${CMAKE_INSTALL_FULL_LIBEXECDIR}/morvaneoperation)
+    if("${folder}${CMAKE_INSTALL_FULL_DATADIR}" MATCHES "[\"'\\]")
+        message(FATAL_ERROR "The service manager runs nothing with a quotation mark or a backslash in its path: ${folder}")
+    endif()
+    # For the service manager a per cent sign begins a specifier, within quotation marks too.
+    string(REPLACE "%" "%%" UNIT_HELPER_FOLDER "${folder}")
+    quoted_for_xml(XML_INSTALLER "${folder}/morvane-install-helper")
+    foreach(file io.github.morvaneoperation.PrivilegedHelper.service
+            io.github.morvaneoperation.InstallHelper.policy morvane-install-helper)
+        configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${file}.in "${to}/${file}" @ONLY)
+    endforeach()
+endfunction()
+
+if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
+    configure_helper_files("${TO}")
+endif()
