@@ -15,7 +15,8 @@ set(platform_headers
     foundation/Export.h foundation/NSColor.h foundation/NSError.h foundation/NSException.h
     foundation/NSImage.h foundation/NSIndexPath.h foundation/NSKeyValueObserving.h
     foundation/NSNotificationCenter.h foundation/NSObject.h foundation/NSTreeNode.h
-    foundation/NSURL.h foundation/NSUserDefaults.h foundation/NSUUID.h
+    foundation/NSUncaughtException.h foundation/NSURL.h foundation/NSUserDefaults.h
+    foundation/NSUUID.h
     host/KDLocalizedString.h host/MVIdentities.h
     identity/CBIdentity.h identity/CBIdentityAuthority.h
     security/AuthorizationServices.h security/ProcessRights.h

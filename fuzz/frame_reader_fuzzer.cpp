@@ -24,7 +24,7 @@ class InputStream final : public StreamSocket {
     std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
     bool waitUntilWritable(const Deadline&) override { return false; }
     void shutdown() override {}
-    PeerCredentials peer() const override { return {}; }
+    std::optional<PeerCredentials> peer() const override { return std::nullopt; }
 
   private:
     Bytes input_;

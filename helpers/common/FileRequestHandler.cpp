@@ -31,7 +31,7 @@ void FileRequestHandler::serve(const std::shared_ptr<NSXPCConnection>& client) {
 std::shared_ptr<FileRequestHandler> FileRequestHandler::forPrivilegedClient(
     const std::shared_ptr<NSXPCConnection>& client) {
     return std::make_shared<FileRequestHandler>(
-        client, PathRule{static_cast<std::uint32_t>(client->effectiveUserIdentifier())});
+        client, PathRule{static_cast<std::uint32_t>(client->effectiveUserIdentifier().value())});
 }
 
 FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule)

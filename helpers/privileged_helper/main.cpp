@@ -26,8 +26,8 @@ constexpr std::uint32_t idleSeconds = 60;
 /// Has the client's requests carried out, each if this very process holds the right to it.
 void serve(const std::shared_ptr<NSXPCConnection>& client) {
     const std::weak_ptr<NSXPCConnection> weak = client;
-    const auto who = "uid " + std::to_string(client->effectiveUserIdentifier()) + " pid " +
-                     std::to_string(client->processIdentifier()) + ": ";
+    const auto who = "uid " + std::to_string(client->effectiveUserIdentifier().value()) + " pid " +
+                     std::to_string(client->processIdentifier().value()) + ": ";
     const auto log = [who](const std::string& line) {
         syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str());
     };
@@ -35,10 +35,11 @@ void serve(const std::shared_ptr<NSXPCConnection>& client) {
     client->setAdmission(admissionByRight(
         [weak](const char* right) {
             const auto held = weak.lock();
-            return held ? rightOfProcess({held->processIdentifier(), held->processStartTime(),
-                                          held->effectiveUserIdentifier()},
-                                         right)
-                        : RightState::notHeld;
+            const auto process = held ? held->processIdentifier() : std::nullopt;
+            const auto user = held ? held->effectiveUserIdentifier() : std::nullopt;
+            return process && user
+                       ? rightOfProcess({*process, held->processStartTime(), *user}, right)
+                       : RightState::notHeld;
         },
         log));
     client->setExportedObject<MVFileRequest>(

@@ -1,9 +1,11 @@
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 
 #include <deque>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 namespace morvane {
@@ -47,7 +49,7 @@ class SerialQueue final : public DispatchQueue, public std::enable_shared_from_t
                 task = std::move(tasks_.front());
                 tasks_.pop_front();
             }
-            task();
+            callOut("task", label() ? std::string_view(*label()) : "(no label)", task);
         }
         current = outer;
     }

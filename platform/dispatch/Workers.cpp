@@ -53,6 +53,54 @@ class WorkerPool {
     std::size_t idle_ = 0;
 };
 
+}  // namespace
+
+/// One thread, one task after the other.
+class ReserveWorker {
+  public:
+    void keep() {
+        const std::lock_guard lock(mutex_);
+        if (kept_)
+            return;
+        std::thread([this] { work(); }).detach();
+        kept_ = true;
+    }
+    void run(std::shared_ptr<LastingTask> task) noexcept {
+        const std::lock_guard lock(mutex_);
+        auto* const last = last_;
+        last_ = task.get();
+        (last ? last->next_ : first_) = std::move(task);
+        wake_.notify_one();
+    }
+
+    static ReserveWorker& shared() {
+        static auto* const worker = new ReserveWorker;
+        return *worker;
+    }
+
+  private:
+    void work() {
+        for (;;) {
+            std::unique_lock lock(mutex_);
+            wake_.wait(lock, [&] { return first_ != nullptr; });
+            const auto task = std::move(first_);
+            first_ = std::move(task->next_);
+            if (!first_)
+                last_ = nullptr;
+            lock.unlock();
+            task->run();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::shared_ptr<LastingTask> first_;
+    LastingTask* last_ = nullptr;
+    bool kept_ = false;
+};
+
+namespace {
+
 /// Where this thread keeps its next task instead of giving it away.
 thread_local std::function<void()>* kept = nullptr;
 
@@ -80,6 +128,20 @@ void runOnWorker(std::function<void()> task) {
     }
     static auto* const pool = new WorkerPool;  // detached workers may outlive every static object
     pool->run(std::move(task));
+}
+
+LastingTask::~LastingTask() = default;
+
+void keepReserveWorker() {
+    ReserveWorker::shared().keep();
+}
+
+void runLasting(std::shared_ptr<LastingTask> task) noexcept {
+    try {
+        runOnWorker([task] { task->run(); });
+    } catch (const std::exception&) {
+        ReserveWorker::shared().run(std::move(task));
+    }
 }
 
 }  // namespace morvane

@@ -109,7 +109,7 @@ class FakeStreamSocket : public StreamSocket {
         }
     }
 
-    PeerCredentials peer() const override { return credentials; }
+    std::optional<PeerCredentials> peer() const override { return credentials; }
     PeerCredentials credentials{1, 0, 0};
 
   private:

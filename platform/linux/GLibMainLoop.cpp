@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
+#include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <glib.h>
 
 #include <utility>
@@ -21,7 +22,7 @@ class GLibMainLoop final : public MainLoop {
 
   private:
     static gboolean run(gpointer task) {
-        (*static_cast<std::function<void()>*>(task))();
+        callOut("task", "main queue", *static_cast<std::function<void()>*>(task));
         return G_SOURCE_REMOVE;
     }
     static void release(gpointer task) { delete static_cast<std::function<void()>*>(task); }

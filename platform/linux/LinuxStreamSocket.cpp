@@ -38,15 +38,16 @@ LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket)
     : socket_(std::move(socket)), peerProcess_(socket_, peer()) {}
 
 std::uint64_t LinuxStreamSocket::peerStartTime() const {
-    return peerProcess_.startTime(socket_, peer());
+    const auto who = peer();
+    return who ? peerProcess_.startTime(socket_, *who) : 0;
 }
 
-PeerCredentials LinuxStreamSocket::peer() const {
+std::optional<PeerCredentials> LinuxStreamSocket::peer() const {
     ucred credentials{};
     socklen_t size = sizeof credentials;
     if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
-        return {};
-    return {credentials.pid, credentials.uid, credentials.gid};
+        return std::nullopt;
+    return PeerCredentials{credentials.pid, credentials.uid, credentials.gid};
 }
 
 bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {

@@ -22,7 +22,7 @@ class LinuxStreamSocket : public StreamSocket,
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
     bool waitUntilWritable(const Deadline& deadline) override;
     void shutdown() override;
-    PeerCredentials peer() const override;
+    std::optional<PeerCredentials> peer() const override;
     std::uint64_t peerStartTime() const override;
 
   private:

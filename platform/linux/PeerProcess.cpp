@@ -49,15 +49,15 @@ std::uint64_t startTimeByNumber(const FileDescriptor& process, const PeerCredent
 
 }  // namespace
 
-PeerProcess::PeerProcess(const FileDescriptor& socket, const PeerCredentials& peer) {
+PeerProcess::PeerProcess(const FileDescriptor& socket, const std::optional<PeerCredentials>& peer) {
     int code = 0;
     processBehind(socket, &code);
-    if (code != ENOPROTOOPT || peer.processIdentifier <= 0)
+    if (code != ENOPROTOOPT || !peer || peer->processIdentifier <= 0)
         return;
     held_ = FileDescriptor(
-        static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(peer.processIdentifier), 0)));
+        static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(peer->processIdentifier), 0)));
     if (held_)
-        heldSince_ = startTimeByNumber(held_, peer);
+        heldSince_ = startTimeByNumber(held_, *peer);
 }
 
 std::uint64_t PeerProcess::startTime(const FileDescriptor& socket,

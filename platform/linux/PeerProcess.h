@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace morvane {
 
@@ -15,7 +16,7 @@ namespace morvane {
 /// after the connection. Any thread.
 class PeerProcess {
   public:
-    PeerProcess(const FileDescriptor& socket, const PeerCredentials& peer);
+    PeerProcess(const FileDescriptor& socket, const std::optional<PeerCredentials>& peer);
 
     /// When the process started, in the kernel's own units; 0 unless it is alive and for sure the
     /// one that has connected.

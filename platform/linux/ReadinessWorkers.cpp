@@ -148,10 +148,8 @@ class ReadinessWorkers {
 
 void runWhenReadable(int descriptor, ReadableTask task) {
     auto* const workers = ReadinessWorkers::shared();
-    if (workers)
-        task = workers->add(descriptor, std::move(task), true);
-    if (task)
-        task(true);
+    if (!workers || workers->add(descriptor, std::move(task), true))
+        throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
 }
 
 void watchReadable(int descriptor, ReadableTask task) {

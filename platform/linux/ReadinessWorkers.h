@@ -11,8 +11,8 @@ namespace morvane {
 using ReadableTask = std::function<void(bool alone)>;
 
 /// Runs `task` on a worker, once, when there is something to read or to accept on `descriptor`, or
-/// it has ended; maybe also earlier. The task has to keep the descriptor open. If nothing can wait
-/// for the descriptor, runs the task at once, alone.
+/// it has ended; maybe also earlier. The task has to keep the descriptor open. Throws, and does not
+/// run it, if nothing can wait for the descriptor.
 void runWhenReadable(int descriptor, ReadableTask task);
 
 /// Runs `task` each time, but not again before watchAgain(). Throws std::system_error if nothing

@@ -40,10 +40,11 @@ class ServiceStream final : public LinuxStreamSocket {
     ServiceStream(FileDescriptor socket, pid_t child, FileDescriptor process)
         : LinuxStreamSocket(std::move(socket)), child_(child), process_(std::move(process)) {}
 
-    PeerCredentials peer() const override {
+    std::optional<PeerCredentials> peer() const override {
         // Both ends of a socket pair were made here; the process at the other end is the child.
         auto peer = LinuxStreamSocket::peer();
-        peer.processIdentifier = child_;
+        if (peer)
+            peer->processIdentifier = child_;
         return peer;
     }
 

@@ -50,8 +50,11 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
         if (const int code = connectWithin(limits::frameTime, socket, address))
             return failed(code);
         auto stream = std::make_shared<LinuxStreamSocket>(std::move(socket));
-        if (privileged_ && stream->peer().userIdentifier != 0)
-            return failed(EPERM);
+        if (privileged_) {
+            const auto peer = stream->peer();
+            if (!peer || peer->userIdentifier != 0)
+                return failed(EPERM);
+        }
         return stream;
     }
 

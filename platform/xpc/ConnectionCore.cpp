@@ -1,37 +1,56 @@
-#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
-#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
+#include <MorvaneOperation/platform/xpc/ConnectionErrors.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
 #include <utility>
 
+/// How a connection is configured and how it sends.
 namespace morvane {
 namespace {
 
-NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef underlying = nullptr) {
-    NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, std::move(text)}};
-    if (underlying)
-        userInfo.emplace(NSUnderlyingErrorKey, std::move(underlying));
-    return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
+NSErrorRef interruptedError(const std::string& service) {
+    // Needed some day, when there may be no memory.
+    shortageError();
+    unreadReplyError();
+    return connectionError(NSXPCConnectionInterrupted,
+                           "The service \"" + service +
+                               "\" went away before it answered; whether it has carried out the "
+                               "request is unknown.");
+}
+
+std::string invalidText(const std::string& service) {
+    return "The connection to the service \"" + service +
+           "\" is invalid; the request was not sent.";
 }
 
 }  // namespace
 
 NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
-    : name_(std::move(name)), endpoint_(std::move(endpoint)) {
+    : name_(std::move(name)),
+      endpoint_(std::move(endpoint)),
+      interrupted_(interruptedError(name_)),
+      invalid_(connectionError(NSXPCConnectionInvalid, invalidText(name_))) {
     processGeneration();  // a fork is noticed from now on
+    if (!isForeign())
+        keepReserveWorker();
 }
 
 NSXPCConnection::Core::Core(std::string name, std::shared_ptr<StreamSocket> socket)
-    : name_(std::move(name)), socket_(std::move(socket)) {
+    : name_(std::move(name)),
+      interrupted_(interruptedError(name_)),
+      invalid_(connectionError(NSXPCConnectionInvalid, invalidText(name_))),
+      socket_(std::move(socket)) {
     processGeneration();
+    if (!isForeign())
+        keepReserveWorker();
 }
 
 NSXPCConnection::Core::~Core() = default;
 
 void NSXPCConnection::Core::setInterruptionHandler(Handler handler) {
+    auto shared = handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
     const std::lock_guard lock(mutex_);
-    std::swap(interruptionHandler_, handler);
+    interruptionHandler_.swap(shared);
 }
 
 void NSXPCConnection::Core::setInvalidationHandler(Handler handler) {
@@ -44,9 +63,9 @@ bool NSXPCConnection::Core::hasInvalidationHandler() const {
     return static_cast<bool>(invalidationHandler_);
 }
 
-PeerCredentials NSXPCConnection::Core::peer() const {
+std::optional<PeerCredentials> NSXPCConnection::Core::peer() const {
     const std::lock_guard lock(mutex_);
-    return socket_ ? socket_->peer() : PeerCredentials{};
+    return socket_ ? socket_->peer() : std::nullopt;
 }
 
 std::uint64_t NSXPCConnection::Core::peerStartTime() const {
@@ -54,290 +73,243 @@ std::uint64_t NSXPCConnection::Core::peerStartTime() const {
     return socket_ ? socket_->peerStartTime() : 0;
 }
 
-NSErrorRef NSXPCConnection::Core::invalidError() const {
-    return connectionError(
-        NSXPCConnectionInvalid,
-        "The connection to the service \"" + name_ + "\" is invalid; the request was not sent.",
-        whyInvalid_);
-}
-
-void NSXPCConnection::Core::resume() {
-    if (isForeign())
-        return;
-    std::function<void()> reading;
-    std::shared_ptr<StreamSocket> stream;
-    {
-        const std::lock_guard lock(mutex_);
-        if (state_ != State::configuring)
-            return;
-        state_ = State::idle;
-        stream = socket_;
-        if (stream)
-            reading = useStream(stream);
-    }
-    if (reading)
-        startReading(std::move(reading), *stream);
-    sendDeferred();
-}
-
 bool NSXPCConnection::Core::isInUse() const {
     const std::lock_guard lock(mutex_);
     return state_ != State::configuring;
 }
 
-std::function<void()> NSXPCConnection::Core::useStream(std::shared_ptr<StreamSocket> socket) {
-    socket_ = std::move(socket);
-    outbox_ = std::make_shared<Outbox>(socket_);
-    state_ = State::streaming;
-    return [self = shared_from_this(), stream = socket_, outbox = outbox_] {
-        self->read(stream, outbox);
-    };
+NSErrorRef NSXPCConnection::Core::invalidError() const noexcept {
+    if (!whyInvalid_)
+        return invalid_;
+    try {
+        return connectionError(NSXPCConnectionInvalid, invalidText(name_), whyInvalid_);
+    } catch (const std::exception&) {
+        return invalid_;
+    }
 }
 
-void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
-                                        std::unique_ptr<NSXPCReplyReceiver> receiver) {
-    NSErrorRef refused;
-    if (isForeign()) {
-        refused =
-            connectionError(NSXPCConnectionInvalid,
-                            "A connection cannot be used in a child process after fork(); the "
-                            "request was not sent.");
-        receiver->fail(std::move(refused));
+std::string_view NSXPCConnection::Core::selectorOf(const PendingRequests::Request& request) const {
+    return remoteInterface->protocol().messages[request.message].selector;
+}
+
+void NSXPCConnection::Core::resume(const std::shared_ptr<NSXPCConnection>& owner) {
+    if (isForeign())
         return;
-    }
+    std::shared_ptr<StreamSocket> stream;
     std::shared_ptr<Outbox> outbox;
-    std::uint64_t id = 0;
+    std::function<void()> reading;
+    if (!endpoint_) {
+        const std::lock_guard lock(mutex_);
+        stream = socket_;
+    }
+    if (stream) {
+        outbox = std::make_shared<Outbox>(stream);
+        reading = reader(stream, outbox);
+    }
     {
         const std::lock_guard lock(mutex_);
-        if (state_ == State::invalid || invalidated_) {
-            refused = invalidError();
-        } else if (mustWait() && deferred_.size() >= limits::requestsDeferred) {
-            refused = connectionError(NSXPCConnectionInvalid,
-                                      "Too many requests are waiting; this one was not sent.");
-        } else if (mustWait()) {
-            deferred_.push_back({message, std::move(archive), std::move(receiver)});
+        if (state_ != State::configuring)
             return;
-        } else if (state_ == State::idle) {
-            deferred_.push_back({message, std::move(archive), std::move(receiver)});
-            state_ = State::connecting;
-        } else if (pending_.size() >= limits::requestsInFlight) {
-            refused = connectionError(NSXPCConnectionInvalid,
-                                      "Too many requests are in flight; this one was not sent.");
-        } else {
-            outbox = outbox_;
-            id = pending_.add({message, std::move(receiver)});
-        }
+        for (auto& waiting : waiting_)
+            waiting.request.owner = owner;
+        outbox_ = outbox;
+        state_ = stream ? State::catchingUp : waiting_.empty() ? State::idle : State::connecting;
+        if (state_ == State::idle)
+            return;
     }
-    if (refused) {
-        receiver->fail(std::move(refused));  // NOLINT(bugprone-use-after-move): moved only if kept
-    } else if (outbox) {
-        outbox->send(FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
-                     std::move(archive));  // NOLINT(bugprone-use-after-move): likewise
+    if (stream) {
+        startReading(std::move(reading), *stream);
+        catchUp(outbox);
     } else {
         connect();
     }
 }
 
-void NSXPCConnection::Core::connect() {
-    NSErrorRef reason;
-    std::shared_ptr<StreamSocket> stream;
-    try {
-        stream = endpoint_->connect(&reason);
-    } catch (const std::exception& failure) {
-        reason = connectionError(NSXPCConnectionInvalid, failure.what());
+NSErrorRef NSXPCConnection::Core::refusal() const {
+    if (state_ == State::invalid || invalidated_)
+        return invalidError();
+    const bool flows = state_ == State::streaming || state_ == State::catchingUp;
+    const auto most = flows ? limits::requestsInFlight : limits::requestsDeferred;
+    if (waiting_.size() + inFlight_.size() < most)
+        return nullptr;
+    return connectionError(NSXPCConnectionInvalid,
+                           flows ? "Too many requests are in flight; this one was not sent."
+                                 : "Too many requests are waiting; this one was not sent.");
+}
+
+void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
+                                        std::unique_ptr<NSXPCReplyReceiver> receiver,
+                                        std::shared_ptr<NSXPCConnection> owner) {
+    if (isForeign()) {
+        receiver->fail(
+            connectionError(NSXPCConnectionInvalid,
+                            "A connection cannot be used in a child process after fork(); the "
+                            "request was not sent."));
+        return;
     }
-    std::deque<Deferred> waiting;
-    std::function<void()> reading;
+    PendingRequests::Request request{message, std::move(receiver), std::move(owner)};
+    std::shared_ptr<Outbox> outbox;
+    std::uint64_t id = 0;
+    bool isRefused = false;
     {
         const std::lock_guard lock(mutex_);
-        if (stream) {
-            reading = useStream(stream);
+        if (auto error = refusal()) {
+            refused_.push_back({std::move(request), {}, std::move(error)});
+            isRefused = true;
+        } else if (state_ == State::streaming) {
+            id = inFlight_.add(std::move(request));
+            outbox = outbox_;
         } else {
-            if (!invalidated_.exchange(true))
-                whyInvalid_ = std::move(reason);
-            state_ = State::invalid;
-            waiting.swap(deferred_);
+            auto& waiting = waiting_.emplace_back();
+            waiting.request = std::move(request);
+            waiting.archive = std::move(archive);
+            if (state_ == State::configuring)
+                waiting.request.owner.reset();  // may never be resumed
+            if (state_ != State::idle)
+                return;
+            state_ = State::connecting;
         }
     }
-    if (!stream) {
-        startReportingInvalid(std::move(waiting));
+    if (outbox) {
+        outbox->send(
+            FrameKind::request, id, remoteInterface->protocol().messages[message].selector,
+            std::move(archive));  // NOLINT(bugprone-use-after-move): moved only if it waits
+    } else if (isRefused) {
+        startReporting();
+    } else {
+        connect();
+    }
+}
+
+std::function<void()> NSXPCConnection::Core::reader(std::shared_ptr<StreamSocket> stream,
+                                                    std::shared_ptr<Outbox> outbox) {
+    return [self = shared_from_this(), stream = std::move(stream), outbox = std::move(outbox)] {
+        self->read(stream, outbox);
+    };
+}
+
+void NSXPCConnection::Core::connect() {
+    std::shared_ptr<StreamSocket> stream;
+    std::shared_ptr<Outbox> outbox;
+    std::function<void()> reading;
+    NSErrorRef reason;
+    NSErrorRef notNow = shortageError();
+    try {
+        stream = endpoint_->connect(&reason);
+        if (stream) {
+            outbox = std::make_shared<Outbox>(stream);
+            reading = reader(stream, outbox);
+        } else if (isShortage(reason)) {
+            notNow = connectionError(
+                NSXPCConnectionInvalid,
+                "The service \"" + name_ + "\" cannot be had now; the request was not sent.",
+                reason);
+        }
+    } catch (const std::exception&) {
+        reason = shortageError();
+    }
+    bool connected = false;
+    {
+        const std::lock_guard lock(mutex_);
+        connected = reading && !invalidated_;
+        if (connected) {
+            socket_ = stream;
+            outbox_ = outbox;
+            state_ = State::catchingUp;
+        } else {
+            cannotConnect(std::move(stream), std::move(reason), notNow);
+        }
+    }
+    if (!connected) {
+        startReporting();
         return;
     }
     // The reader waits already when the reply comes: it is woken by that alone.
-    startReading(std::move(reading), *stream);
-    sendDeferred();
+    startReading(std::move(reading), *stream);  // NOLINT(bugprone-use-after-move): not moved here
+    catchUp(outbox);
 }
 
-void NSXPCConnection::Core::sendDeferred() {
+void NSXPCConnection::Core::cannotConnect(std::shared_ptr<StreamSocket> stream, NSErrorRef reason,
+                                          const NSErrorRef& notNow) {
+    if (!invalidated_ && !stream && !isShortage(reason)) {
+        whyInvalid_ = std::move(reason);
+        invalidated_ = true;
+    }
+    if (!invalidated_)
+        refuseWaiting(notNow);
+    endsUnread_ = invalidated_ || stream;
+    state_ = endsUnread_ ? State::reportingEnd : State::idle;
+    socket_ = std::move(stream);
+}
+
+void NSXPCConnection::Core::catchUp(const std::shared_ptr<Outbox>& outbox) {
     for (;;) {
-        Deferred request;
-        std::shared_ptr<Outbox> outbox;
+        WaitingRequests next;
         std::uint64_t id = 0;
         {
             const std::lock_guard lock(mutex_);
-            if (deferred_.empty() || invalidated_)
+            // Who ends the stream or the connection sees to what still waits.
+            if (state_ != State::catchingUp || outbox_ != outbox || invalidated_)
                 return;
-            if (state_ == State::streaming) {
-                request = std::move(deferred_.front());
-                deferred_.pop_front();
-                outbox = outbox_;
-                id = pending_.add({request.message, std::move(request.receiver)});
-            } else if (state_ == State::idle) {
-                state_ = State::connecting;
-            } else {
-                return;  // whoever leaves this state comes here
+            if (waiting_.empty()) {
+                state_ = State::streaming;
+                return;
+            }
+            next.splice(next.end(), waiting_, waiting_.begin());
+            try {
+                id = inFlight_.add(std::move(next.front().request));
+            } catch (const std::bad_alloc&) {
+                next.front().error = shortageError();
+                refused_.splice(refused_.end(), next);
             }
         }
-        if (!outbox) {
-            connect();
-            return;
+        if (next.empty()) {
+            startReporting();
+        } else {
+            auto& sent = next.front();
+            outbox->send(FrameKind::request, id, selectorOf(sent.request), std::move(sent.archive));
         }
-        outbox->send(FrameKind::request, id,
-                     remoteInterface->protocol().messages[request.message].selector,
-                     std::move(request.archive));
     }
+}
+
+void NSXPCConnection::Core::letGo() {
+    if (isForeign())
+        return;
+    Handler invalidation;
+    std::shared_ptr<const Handler> interruption;
+    {
+        const std::lock_guard lock(mutex_);
+        if (invalidated_)
+            return;  // which is reported, whoever still holds the connection
+        invalidation.swap(invalidationHandler_);
+        interruption.swap(interruptionHandler_);
+    }
+    invalidate();
 }
 
 void NSXPCConnection::Core::invalidate() {
     if (isForeign())
         return;
-    std::deque<Deferred> deferred;
     {
         const std::lock_guard lock(mutex_);
         if (invalidated_.exchange(true))
             return;
-        if (state_ == State::streaming) {
-            socket_->shutdown();  // its reader reports the end
-            return;
-        }
-        if (state_ == State::connecting || state_ == State::reportingEnd)
-            return;  // who does that sees it
-        state_ = State::invalid;
-        if (socket_)
-            socket_->shutdown();
-        deferred.swap(deferred_);
-    }
-    startReportingInvalid(std::move(deferred));
-}
-
-void NSXPCConnection::Core::handleReply(const Message& message) {
-    PendingRequests::Request request;
-    {
-        const std::lock_guard lock(mutex_);
-        auto found = pending_.take(message.id);
-        if (!found)
-            return;
-        request = std::move(*found);
-        endsWithoutAnswer_ = 0;
-    }
-    NSErrorRef refused;
-    if (message.kind == FrameKind::refusal) {
-        refused = connectionError(NSXPCConnectionReplyInvalid,
-                                  "The service refused the request: " +
-                                      std::string(message.body.begin(), message.body.end()));
-    } else {
-        try {
-            NSKeyedUnarchiver coder(message.body, requests.decoding);
-            request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
-        } catch (const NSXPCArgumentFailure& failure) {
-            refused = connectionError(NSXPCConnectionReplyInvalid,
-                                      std::string("The reply cannot be used. ") + failure.what(),
-                                      failure.reason());
-        } catch (const std::exception& failure) {
-            refused = connectionError(NSXPCConnectionReplyInvalid,
-                                      std::string("The reply cannot be used. ") + failure.what());
+        switch (state_) {
+            case State::catchingUp:
+            case State::streaming:
+                socket_->shutdown();  // its reader reports the end
+                return;
+            case State::connecting:
+            case State::reportingEnd:
+            case State::invalid:
+                return;  // who does that sees it
+            case State::configuring:
+            case State::idle:
+                state_ = State::reportingEnd;
+                endsUnread_ = true;
         }
     }
-    if (refused) {
-        request.receiver->fail(std::move(refused));
-    } else {
-        request.receiver->deliver();
-    }
-}
-
-void NSXPCConnection::Core::streamEnded() {
-    std::vector<PendingRequests::Request> pending;
-    Handler interruption;
-    bool staysValid = false;
-    {
-        const std::lock_guard lock(mutex_);
-        state_ = State::reportingEnd;
-        socket_.reset();
-        outbox_.reset();
-        pending = pending_.takeAll();
-        staysValid = endpoint_ && !invalidated_;
-        if (staysValid && ++endsWithoutAnswer_ >= limits::crashesWithoutAnswer) {
-            staysValid = false;
-            whyInvalid_ = connectionError(NSXPCConnectionInterrupted,
-                                          "The service \"" + name_ + "\" keeps crashing.");
-        }
-        interruption = interruptionHandler_;
-    }
-    if (!pending.empty()) {
-        const auto interrupted = connectionError(
-            NSXPCConnectionInterrupted,
-            "The service \"" + name_ +
-                "\" went away before it answered; whether it has carried out the request is "
-                "unknown.");
-        for (auto& request : pending)
-            request.receiver->fail(interrupted);
-    }
-    if (staysValid && interruption && !invalidated_)
-        interruption();
-    std::deque<Deferred> deferred;
-    {
-        const std::lock_guard lock(mutex_);
-        staysValid = staysValid && !invalidated_;
-        if (!staysValid) {
-            invalidated_ = true;
-            deferred.swap(deferred_);
-        }
-        state_ = staysValid ? State::idle : State::invalid;
-    }
-    if (!staysValid) {
-        reportInvalid(std::move(deferred));
-        return;
-    }
-    sendDeferred();
-}
-
-void NSXPCConnection::Core::startReportingInvalid(std::deque<Deferred> deferred) {
-    const auto waiting = std::make_shared<std::deque<Deferred>>(std::move(deferred));
-    const auto report = [self = shared_from_this(), waiting] {
-        self->reportInvalid(std::move(*waiting));
-    };
-    try {
-        runOnWorker(report);
-    } catch (const std::exception&) {
-        report();
-    }
-}
-
-void NSXPCConnection::Core::reportInvalid(std::deque<Deferred> deferred) {
-    if (!deferred.empty()) {
-        const auto error = [&] {
-            const std::lock_guard lock(mutex_);
-            return invalidError();
-        }();
-        for (auto& request : deferred)
-            request.receiver->fail(error);
-    }
-    {
-        Handler handler;
-        Handler interruption;
-        const auto object = requests.object();  // often holds the connection
-        requests.setObject(nullptr);
-        {
-            const std::lock_guard lock(mutex_);
-            handler.swap(invalidationHandler_);
-            interruption.swap(interruptionHandler_);
-        }
-        if (handler)
-            handler();
-        // All three go here, outside the lock and before a listener may end the process.
-    }
-    if (const auto end = std::exchange(onEnd, {}))
-        end();
+    startReporting();
 }
 
 }  // namespace morvane

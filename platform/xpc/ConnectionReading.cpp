@@ -1,5 +1,8 @@
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
+#include <MorvaneOperation/platform/xpc/ConnectionErrors.h>
 
 #include <new>
 #include <utility>
@@ -7,12 +10,22 @@
 /// How a connection's stream is read.
 namespace morvane {
 
-void NSXPCConnection::Core::startReading(std::function<void()> reading, StreamSocket& stream) {
-    if (keepsNextTask()) {
-        runOnWorker(std::move(reading));
-    } else {
-        stream.whenReadable(std::move(reading));
+void NSXPCConnection::Core::startReading(std::function<void()> reading,
+                                         StreamSocket& stream) noexcept {
+    try {
+        if (keepsNextTask()) {
+            runOnWorker(std::move(reading));
+        } else {
+            stream.whenReadable(std::move(reading));
+        }
+        return;
+    } catch (const std::exception&) {
+        const std::lock_guard lock(mutex_);
+        state_ = State::reportingEnd;
+        refuseWaiting(shortageError());
+        endsUnread_ = true;
     }
+    startReporting();
 }
 
 void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
@@ -31,6 +44,7 @@ void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
                 outbox->release();
             }
             if (message->kind == FrameKind::request) {
+                const std::lock_guard turn(turn_);
                 requests.handle(*message, outbox);
             } else {
                 handleReply(*message);
@@ -41,9 +55,53 @@ void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
     } catch (const std::bad_alloc&) {
         // There is no memory for what the peer sends.
     }
-    socket->shutdown();
-    streamEnded();
-    socket->finish();
+    end(socket, true);
+}
+
+void NSXPCConnection::Core::handleReply(const Message& message) {
+    PendingRequests::Request request;
+    {
+        const std::lock_guard lock(mutex_);
+        auto found = inFlight_.take(message.id);
+        if (!found)
+            return;
+        request = std::move(*found);
+        endsWithoutAnswer_ = 0;
+    }
+    NSErrorRef refused;
+    try {
+        refused = readReply(message, request);
+    } catch (const std::exception&) {
+        refused = unreadReplyError();
+    }
+    const std::lock_guard turn(turn_);
+    if (refused)
+        fail(request, refused);
+    else
+        callOut("reply", selectorOf(request), [&] { request.receiver->deliver(); });
+}
+
+NSErrorRef NSXPCConnection::Core::readReply(const Message& message,
+                                            PendingRequests::Request& request) const {
+    if (message.kind == FrameKind::refusal) {
+        return connectionError(NSXPCConnectionReplyInvalid,
+                               "The service refused the request: " +
+                                   std::string(message.body.begin(), message.body.end()));
+    }
+    try {
+        NSKeyedUnarchiver coder(message.body, requests.decoding);
+        request.receiver->decode(coder, remoteInterface->replyClasses(request.message));
+        return nullptr;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const NSXPCArgumentFailure& failure) {
+        return connectionError(NSXPCConnectionReplyInvalid,
+                               std::string("The reply cannot be used. ") + failure.what(),
+                               failure.reason());
+    } catch (const std::exception& failure) {
+        return connectionError(NSXPCConnectionReplyInvalid,
+                               std::string("The reply cannot be used. ") + failure.what());
+    }
 }
 
 }  // namespace morvane

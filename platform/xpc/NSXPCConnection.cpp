@@ -16,7 +16,7 @@ class ProxySink final : public NSXPCRequestSink {
 
     void sendRequest(std::size_t message, NSData archive,
                      std::unique_ptr<NSXPCReplyReceiver> receiver) override {
-        core_->sendRequest(message, std::move(archive), std::move(receiver));
+        core_->sendRequest(message, std::move(archive), std::move(receiver), connection_);
     }
 
   private:
@@ -37,12 +37,7 @@ NSXPCRequestSink::~NSXPCRequestSink() = default;
 StreamSocket::~StreamSocket() = default;
 
 void StreamSocket::whenReadable(std::function<void()> reading) {
-    try {
-        runOnWorker(reading);
-    } catch (const std::exception&) {
-        shutdown();
-        reading();
-    }
+    runOnWorker(std::move(reading));
 }
 
 ServiceEndpoint::~ServiceEndpoint() = default;
@@ -64,7 +59,7 @@ std::shared_ptr<NSXPCConnection> NSXPCConnection::initWithMachServiceName(std::s
 NSXPCConnection::NSXPCConnection(std::shared_ptr<Core> core) : core_(std::move(core)) {}
 
 NSXPCConnection::~NSXPCConnection() {
-    core_->invalidate();
+    core_->letGo();
 }
 
 const std::string& NSXPCConnection::serviceName() const {
@@ -120,7 +115,7 @@ bool NSXPCConnection::hasInvalidationHandler() const {
 }
 
 void NSXPCConnection::resume() {
-    core_->resume();
+    core_->resume(shared_from_this());
 }
 
 void NSXPCConnection::invalidate() {
@@ -137,16 +132,19 @@ NSXPCProxyTarget NSXPCConnection::proxyTarget(const NSXPCProtocolDescription& pr
     return {std::make_shared<ProxySink>(shared_from_this(), core_), std::move(errorHandler)};
 }
 
-std::int64_t NSXPCConnection::processIdentifier() const {
-    return core_->peer().processIdentifier;
+std::optional<std::int64_t> NSXPCConnection::processIdentifier() const {
+    const auto peer = core_->peer();
+    return peer ? std::optional(peer->processIdentifier) : std::nullopt;
 }
 
-std::int64_t NSXPCConnection::effectiveUserIdentifier() const {
-    return core_->peer().userIdentifier;
+std::optional<std::int64_t> NSXPCConnection::effectiveUserIdentifier() const {
+    const auto peer = core_->peer();
+    return peer ? std::optional(peer->userIdentifier) : std::nullopt;
 }
 
-std::int64_t NSXPCConnection::effectiveGroupIdentifier() const {
-    return core_->peer().groupIdentifier;
+std::optional<std::int64_t> NSXPCConnection::effectiveGroupIdentifier() const {
+    const auto peer = core_->peer();
+    return peer ? std::optional(peer->groupIdentifier) : std::nullopt;
 }
 
 std::uint64_t NSXPCConnection::processStartTime() const {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <MorvaneOperation/platform/xpc/NSXPCInterface.h>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,22 +22,34 @@
 /// The promise: every request that was accepted ends exactly once, in its reply or in its error
 /// handler. A request is never sent twice. The error tells what is known: NSXPCConnectionInvalid
 /// (it was not sent), NSXPCConnectionInterrupted (the peer went away, the outcome is unknown),
-/// NSXPCConnectionReplyInvalid (the reply was refused by decoding, or the peer dropped it).
+/// NSXPCConnectionReplyInvalid (the reply was refused by decoding, or the peer dropped it). A call
+/// that throws (its arguments cannot be encoded, there is no memory for it) has accepted nothing,
+/// and nothing else is called for it.
 ///
-/// Ownership: the connection owns its interfaces, its exported object and its handlers. A resumed
-/// connection stays open until it is invalidated or its last reference goes; the latter invalidates
-/// it. Proxies hold their connection.
+/// Order: the requests that one thread makes on one connection arrive in the order in which they
+/// were made, from the first one on, also while another thread connects, and across a restart of
+/// the service. Their replies come in the order of the service's choosing.
+///
+/// Ownership: the connection owns its interfaces, its exported object and its handlers. Proxies
+/// hold their connection, and so does a request, once the connection is resumed, until it has
+/// ended. Who lets go of the last reference ends the stream quietly: no handler runs for that; a
+/// request that still waits for resume() ends in its error handler. Only invalidate() and the
+/// system invalidate a connection.
 ///
 /// Threads: configure on one thread, then resume; everything else may be called from any thread.
 /// Replies, callbacks and handlers run one at a time on a thread of the connection's choosing,
-/// under no lock; while one runs, nothing else of this connection is delivered, so it must not wait
-/// for another message of the same connection. None runs after the invalidation handler.
+/// never inside a call of the host's, under no lock that a call would want; while one runs, nothing
+/// else of this connection is delivered, so it must not wait for another message of the same
+/// connection. None of a request that was made before the invalidation handler ran runs after it.
+/// What they throw goes where NSUncaughtException.h says, which by default ends the process.
 ///
 /// Failure: a named private service that crashes interrupts the connection (its interruption
 /// handler runs) and is started again by the next request. The connection becomes invalid, for
 /// good, when the service cannot be started, keeps crashing, or the well-known socket is gone or
-/// not root's where it must be. In a child after fork() every use answers NSXPCConnectionInvalid
-/// and touches nothing.
+/// not root's where it must be. Where the system is only short of memory, threads or descriptors,
+/// the requests of the moment end with NSXPCConnectionInvalid, and the next one tries again. In a
+/// child after fork() there is no thread: every request ends with NSXPCConnectionInvalid inside its
+/// call, and nothing else is touched.
 namespace morvane {
 
 /// Options of initWithMachServiceName().
@@ -50,6 +64,8 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     using ErrorHandler = std::function<void(NSErrorRef)>;
     /// Null: the request of that selector may be carried out.
     using Admission = std::function<NSErrorRef(std::string_view selector)>;
+
+    // Both throw if the process can have no thread for its connections.
 
     /// A private service process of this application, named as the program in its libexec folder
     /// that is started on first use.
@@ -105,10 +121,10 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
         return makeProxy<P>(proxyTarget(protocolDescription<P>(), std::move(errorHandler)));
     }
 
-    /// Who is at the other end; -1 while nobody is.
-    std::int64_t processIdentifier() const;
-    std::int64_t effectiveUserIdentifier() const;
-    std::int64_t effectiveGroupIdentifier() const;
+    /// Who is at the other end; empty while nobody is.
+    std::optional<std::int64_t> processIdentifier() const;
+    std::optional<std::int64_t> effectiveUserIdentifier() const;
+    std::optional<std::int64_t> effectiveGroupIdentifier() const;
     /// When that process started, in the kernel's units, read while it was seen alive; 0 if it has
     /// gone. Together with its identifier it names one process only.
     std::uint64_t processStartTime() const;

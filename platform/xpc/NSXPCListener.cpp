@@ -192,8 +192,9 @@ class NSXPCListener::Core {
     }
 
     void add(std::shared_ptr<StreamSocket> socket) {
-        const auto user = socket->peer().userIdentifier;
-        if (!handler || !clients_->hasRoomFor(user)) {
+        const auto peer = socket->peer();
+        const auto user = peer ? peer->userIdentifier : 0;
+        if (!handler || !peer || !clients_->hasRoomFor(user)) {
             socket->shutdown();
             return;
         }

@@ -71,8 +71,8 @@ class MORVANE_EXPORT NSXPCReplyReceiver {
 class MORVANE_EXPORT NSXPCRequestSink {
   public:
     virtual ~NSXPCRequestSink();
-    /// `message` is an index into the protocol's messages. The receiver ends exactly once, possibly
-    /// before this returns.
+    /// `message` is an index into the protocol's messages. The receiver ends exactly once, on
+    /// another thread, unless this throws.
     virtual void sendRequest(std::size_t message, NSData archive,
                              std::unique_ptr<NSXPCReplyReceiver> receiver) = 0;
 };

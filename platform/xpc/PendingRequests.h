@@ -12,6 +12,8 @@
 
 namespace morvane {
 
+class NSXPCConnection;
+
 /// A connection's requests that wait for their replies. A request's number tells its place, and is
 /// not used again.
 class PendingRequests {
@@ -19,12 +21,19 @@ class PendingRequests {
     struct Request {
         std::size_t message = 0;
         std::unique_ptr<NSXPCReplyReceiver> receiver;
+        /// The connection, which a request that is under way keeps.
+        std::shared_ptr<NSXPCConnection> owner;
+    };
+    struct Entry {
+        /// 0: not in use.
+        std::uint64_t id = 0;
+        Request request;
     };
 
     std::size_t size() const { return entries_.size() - free_.size(); }
 
-    /// Returns its number.
-    std::uint64_t add(Request request) {
+    /// Returns its number. Leaves the request as it is if there is no memory, and throws.
+    std::uint64_t add(Request&& request) {
         if (free_.empty()) {
             free_.reserve(entries_.size() + 1);  // taking one out needs no memory
             entries_.emplace_back();
@@ -33,7 +42,8 @@ class PendingRequests {
         const auto place = free_.back();
         free_.pop_back();
         const auto id = ++count_ << placeBits | place;
-        entries_[place] = {id, std::move(request)};
+        entries_[place].id = id;
+        entries_[place].request = std::move(request);
         return id;
     }
     /// Empty if there is none of that number, which a peer may make up.
@@ -45,23 +55,15 @@ class PendingRequests {
         free_.push_back(place);
         return std::move(entries_[place].request);
     }
-    std::vector<Request> takeAll() {
-        std::vector<Request> all;
-        for (auto& entry : std::exchange(entries_, {})) {
-            if (entry.id != 0)
-                all.push_back(std::move(entry.request));
-        }
+    /// Needs no memory.
+    std::vector<Entry> takeAll() {
         free_.clear();
-        return all;
+        return std::exchange(entries_, {});
     }
 
   private:
     static constexpr unsigned placeBits = 16;
     static_assert(limits::requestsInFlight <= std::size_t{1} << placeBits);
-    struct Entry {
-        std::uint64_t id = 0;
-        Request request;
-    };
     std::vector<Entry> entries_;
     std::vector<std::size_t> free_;
     std::uint64_t count_ = 0;

@@ -17,9 +17,9 @@ namespace morvane {
 
 /// Who is at the other end, as the kernel told when the stream was made.
 struct PeerCredentials {
-    std::int64_t processIdentifier = -1;
-    std::int64_t userIdentifier = -1;
-    std::int64_t groupIdentifier = -1;
+    std::int64_t processIdentifier;
+    std::int64_t userIdentifier;
+    std::int64_t groupIdentifier;
 };
 
 /// A connected stream. receive() is for one thread, send() for one at a time, shutdown() for any.
@@ -30,7 +30,8 @@ class StreamSocket {
 
     virtual ~StreamSocket();
     /// Runs `reading` on another thread, once, as soon as there are bytes or the stream has ended;
-    /// maybe earlier. Ends the stream first if no thread can be had that could wait for bytes.
+    /// maybe earlier. Throws, and does not run it, if nothing can wait for bytes now; ends the
+    /// stream first if that is so later.
     virtual void whenReadable(std::function<void()> reading);
     /// Waits for bytes, until `deadline` if there is one. Returns how many came; 0 when the stream
     /// has ended, the deadline has passed, or the peer broke the rules (sent descriptors).
@@ -45,7 +46,8 @@ class StreamSocket {
     virtual void shutdown() = 0;
     /// Called once, after the stream has ended: what there is to clear up behind it.
     virtual void finish() {}
-    virtual PeerCredentials peer() const = 0;
+    /// Empty if the system does not say. (No number stands for nobody: some mean everybody.)
+    virtual std::optional<PeerCredentials> peer() const = 0;
     /// When the peer's process started, in the kernel's units; 0 if that could not be told while it
     /// was alive.
     virtual std::uint64_t peerStartTime() const { return 0; }

@@ -45,9 +45,9 @@ std::uint64_t ownStartTime() {
 
 TEST(LinuxStreamSocket, TellsWhoIsAtTheOtherEndAndSinceWhen) {
     const auto [stream, peer] = streamAndPeer();
-    EXPECT_EQ(stream->peer().processIdentifier, getpid());
-    EXPECT_EQ(stream->peer().userIdentifier, std::int64_t{geteuid()});
-    EXPECT_EQ(stream->peer().groupIdentifier, std::int64_t{getegid()});
+    EXPECT_EQ(stream->peer()->processIdentifier, getpid());
+    EXPECT_EQ(stream->peer()->userIdentifier, std::int64_t{geteuid()});
+    EXPECT_EQ(stream->peer()->groupIdentifier, std::int64_t{getegid()});
     EXPECT_EQ(stream->peerStartTime(), ownStartTime());
 }
 
@@ -99,7 +99,7 @@ class ProcessAtTheOtherEnd {
 
 TEST(LinuxStreamSocket, APeerThatHasEndedHasNoStartTime) {
     const ProcessAtTheOtherEnd peer([] {});
-    EXPECT_EQ(peer.stream->peer().processIdentifier, peer.pid);
+    EXPECT_EQ(peer.stream->peer()->processIdentifier, peer.pid);
     EXPECT_NE(peer.stream->peerStartTime(), 0U);
     peer.kill();
     EXPECT_EQ(peer.stream->peerStartTime(), 0U);

@@ -40,7 +40,7 @@ class ServiceProcessEnd : public testing::Test {
 };
 
 pid_t processOf(const StreamSocket& stream) {
-    return static_cast<pid_t>(stream.peer().processIdentifier);
+    return static_cast<pid_t>(stream.peer()->processIdentifier);
 }
 
 bool isThere(pid_t process) {

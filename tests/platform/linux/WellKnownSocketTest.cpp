@@ -94,8 +94,8 @@ TEST_F(WellKnownSocketTest, RootsServiceOnRootsSocketIsPrivileged) {
     const auto listening = listenAt(privilegedPath);
     const auto stream = connect(true);
     ASSERT_TRUE(stream);
-    EXPECT_EQ(stream->peer().userIdentifier, 0);
-    EXPECT_EQ(stream->peer().processIdentifier, getpid());
+    EXPECT_EQ(stream->peer()->userIdentifier, 0);
+    EXPECT_EQ(stream->peer()->processIdentifier, getpid());
     EXPECT_TRUE(accept(listening));
 }
 
@@ -135,7 +135,7 @@ TEST_F(WellKnownSocketTest, AnOrdinaryServiceMayBeAnyUsers) {
     ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
     const auto stream = connect(false);
     ASSERT_TRUE(stream);
-    EXPECT_EQ(stream->peer().userIdentifier, std::int64_t{nobody});
+    EXPECT_EQ(stream->peer()->userIdentifier, std::int64_t{nobody});
 }
 
 TEST_F(WellKnownSocketTest, ANameThatIsTooLongIsRefusedAndNamed) {

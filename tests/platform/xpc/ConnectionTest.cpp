@@ -226,20 +226,6 @@ TEST(NSXPCConnection, MayBeInvalidatedInsideAReply) {
     EXPECT_EQ(pair.invalidatedFuture.wait_for(watchdog), std::future_status::ready);
 }
 
-TEST(NSXPCConnection, LettingGoOfItInvalidatesIt) {
-    EchoPair pair;
-    pair.client->resume();
-    await(pair.echo("x"));
-    auto& server = *pair.servers.front();
-    std::promise<void> gone;
-    server.setInvalidationHandler([&] { gone.set_value(); });
-    pair.client->setInvalidationHandler([&] { pair.invalidated.set_value(); });
-    pair.client = NSXPCConnection::initWithServiceName("unused");
-    pair.client->setInvalidationHandler({});
-    await(gone.get_future());
-    EXPECT_EQ(pair.invalidatedFuture.wait_for(watchdog), std::future_status::ready);
-}
-
 TEST(NSXPCConnection, ManyThreadsGetEachTheirOwnReplies) {
     EchoPair pair;
     pair.client->resume();

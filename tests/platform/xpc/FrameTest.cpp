@@ -162,7 +162,7 @@ TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
         std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
         bool waitUntilWritable(const Deadline&) override { return false; }
         void shutdown() override {}
-        PeerCredentials peer() const override { return {}; }
+        std::optional<PeerCredentials> peer() const override { return std::nullopt; }
     };
     Trickle socket;
     FrameReader reader(socket, {.frameTime = 1ms});
@@ -189,7 +189,7 @@ TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
         std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
         bool waitUntilWritable(const Deadline&) override { return false; }
         void shutdown() override {}
-        PeerCredentials peer() const override { return {}; }
+        std::optional<PeerCredentials> peer() const override { return std::nullopt; }
     };
     Endless socket;
     FrameReader reader(socket);

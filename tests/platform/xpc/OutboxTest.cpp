@@ -41,7 +41,7 @@ class ScriptedSocket final : public StreamSocket {
         ended_ = true;
         changed_.notify_all();
     }
-    PeerCredentials peer() const override { return {}; }
+    std::optional<PeerCredentials> peer() const override { return std::nullopt; }
 
     bool waitUntilShutDown() {
         std::unique_lock lock(mutex_);

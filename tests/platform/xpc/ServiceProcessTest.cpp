@@ -52,7 +52,7 @@ TEST(ServiceProcess, AnswersFromAnotherProcess) {
     Client client("xpc_test_service");
     const auto pid = client.echo("pid").text;
     EXPECT_NE(pid, std::to_string(getpid()));
-    EXPECT_EQ(pid, std::to_string(client.connection->processIdentifier()));
+    EXPECT_EQ(pid, std::to_string(client.connection->processIdentifier().value()));
     EXPECT_EQ(client.connection->effectiveUserIdentifier(), getuid());
 }
 
