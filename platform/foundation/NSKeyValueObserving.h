@@ -2,11 +2,9 @@
 
 #include <MorvaneOperation/platform/foundation/NSObject.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string_view>
-#include <vector>
 
 /// Change observation: an object tells its observers that one of its properties was set.
 ///
@@ -45,7 +43,8 @@ class MORVANE_EXPORT NSObservable : public NSObject {
     ~NSObservable() override;
 
     /// Registers `observer` for one property of this object. The same observer may be registered
-    /// more than once and is then told as often.
+    /// more than once and is then told as often. Adding and removing cost the same however many
+    /// observers there are.
     void addObserver(NSKeyValueObserver* observer, const NSKeyPath& keyPath) {
         addObserver(observer, keyPath, *this);
     }
@@ -61,36 +60,37 @@ class MORVANE_EXPORT NSObservable : public NSObject {
     void removeObserver(NSKeyValueObserver* observer, const NSKeyPath& keyPath, NSObject& origin);
 
   protected:
-    NSObservable() = default;
+    NSObservable();
 
     /// To be called last in every setter of `property`.
     void didChangeValueForKey(const NSKeyPath& property) {
         // One observer, nearly always: nothing is left to do once it was told, whatever it does.
-        if (count_ == 1 && telling_ == 0) {
-            if (&first_.keyPath->property() == &property)
-                first_.observer->observeValueForKeyPath(*first_.keyPath, *first_.origin);
-        } else if (count_ != 0) {
+        if (only_.observer) {
+            if (&only_.keyPath->property() == &property)
+                only_.observer->observeValueForKeyPath(*only_.keyPath, *only_.origin);
+        } else if (many_) {
             notify(property);
         }
     }
 
   private:
     struct Registration {
-        NSKeyValueObserver* observer = nullptr;  // null: removed while observers were being told
+        NSKeyValueObserver* observer = nullptr;
         const NSKeyPath* keyPath = nullptr;
         NSObject* origin = nullptr;
+
+        bool operator==(const Registration&) const = default;
     };
+    struct MORVANE_INTERNAL Many;
 
     void notify(const NSKeyPath& property);
-    Registration& at(std::size_t index) { return index == 0 ? first_ : (*rest_)[index - 1]; }
-    void compact();
+    /// Puts many_ in order after a removal, unless observers are being told.
+    void settle() noexcept;
 
-    // Nearly every observed object has one observer: the first stands in the object itself.
-    Registration first_;
-    std::unique_ptr<std::vector<Registration>> rest_;
-    std::uint32_t count_ = 0;
-    std::uint16_t telling_ = 0;
-    bool removedWhileTelling_ = false;
+    // Nearly every observed object has one observer, which stands in the object itself. Several
+    // stand in many_, all of them.
+    Registration only_;
+    std::unique_ptr<Many> many_;
 };
 
 }  // namespace morvane

@@ -2,7 +2,9 @@
 #include <MorvaneOperation/platform/foundation/NSKeyValueObserving.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -226,6 +228,93 @@ TEST_F(NSObservableTest, ARemovalInsideASetterInsideASetterHolds) {
     b.then = nullptr;
     thing.setColour(1);
     EXPECT_EQ(told(), (Log{"a colour", "b shape"}));
+}
+
+TEST_F(NSObservableTest, SeveralHundredAreToldInOrderAndRemovedInAnyOrder) {
+    // Past the number from which registrations are found by their hash, and back below it.
+    constexpr int count = 300;
+    std::vector<NSObject> origins(count);
+    std::vector<bool> registered(count);
+    std::vector<int> order;
+    const auto tellsAsExpected = [&] {
+        std::vector<NSObject*> seen;
+        a.then = [&] { seen.push_back(a.origin); };
+        thing.setColour(1);
+        std::vector<NSObject*> expected;
+        for (const int i : order)
+            expected.push_back(&origins[static_cast<std::size_t>(i)]);
+        EXPECT_EQ(seen, expected);
+    };
+    const auto add = [&](int i) {
+        thing.addObserver(&a, colourOfPart, origins[static_cast<std::size_t>(i)]);
+        order.push_back(i);
+    };
+    const auto remove = [&](int i) {
+        thing.removeObserver(&a, colourOfPart, origins[static_cast<std::size_t>(i)]);
+        order.erase(std::prev(std::find(order.rbegin(), order.rend(), i).base()));
+    };
+    for (int i = 0; i < count; ++i)
+        add(i);
+    tellsAsExpected();
+    for (int i = 0; i < count; i += 3)
+        remove(i);
+    tellsAsExpected();
+    for (int i = 0; i < count; i += 3) {
+        add(i);
+        add(i);
+    }
+    tellsAsExpected();
+    for (int i = count - 1; i >= 2; --i) {
+        remove(i);
+        if (i % 3 == 0)
+            remove(i);
+        if (i % 17 == 0)
+            tellsAsExpected();
+    }
+    EXPECT_EQ(order, (std::vector<int>{1, 0, 0}));
+    tellsAsExpected();
+    EXPECT_THROW(thing.removeObserver(&a, colourOfPart, origins[2]), NSException);
+    remove(0);
+    remove(0);
+    EXPECT_THROW(thing.removeObserver(&a, colourOfPart, origins[0]), NSException);
+    remove(1);
+    tellsAsExpected();
+}
+
+TEST_F(NSObservableTest, AllOfManyMayBeRemovedAndReplacedWhileTheyAreTold) {
+    constexpr int count = 200;
+    std::vector<NSObject> origins(count);
+    for (auto& origin : origins)
+        thing.addObserver(&a, colourOfPart, origin);
+    a.then = [&] {
+        for (auto& origin : origins) {
+            thing.removeObserver(&a, colourOfPart, origin);
+            thing.addObserver(&b, colourOfPart, origin);
+        }
+        a.then = nullptr;
+    };
+    thing.setColour(1);
+    EXPECT_EQ(told(), Log{"a part.colour"});
+    thing.setColour(1);
+    EXPECT_EQ(told(), Log(count, "b part.colour"));
+}
+
+// Were each searched for among the others, this would not end in hours.
+TEST_F(NSObservableTest, AMillionAreRemovedFromEitherEndAsFastAsOne) {
+    constexpr std::size_t count = 1000000;
+    std::vector<NSObject> origins(count);
+    for (const bool fromTheFront : {true, false}) {
+        for (auto& origin : origins)
+            thing.addObserver(&a, colourOfPart, origin);
+        for (std::size_t i = 0; i < count; ++i)
+            thing.removeObserver(&a, colourOfPart, origins[fromTheFront ? i : count - 1 - i]);
+    }
+    for (std::size_t i = 0; i < count; ++i)
+        thing.addObserver(&a, colour);
+    for (std::size_t i = 0; i < count; ++i)
+        thing.removeObserver(&a, colour);
+    thing.setColour(1);
+    EXPECT_EQ(told(), Log{});
 }
 
 TEST_F(NSObservableTest, AnObserverThatThrowsLeavesTheOthersRegistered) {
