@@ -2,8 +2,8 @@
 
 #include <MorvaneOperation/platform/foundation/Export.h>
 
+#include <cstddef>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -12,8 +12,8 @@
 ///     KDLocalizedString::localize("Applies To", "ACL");
 ///
 /// Without a host's own look-up, GNU gettext is asked, with the table as the domain; a text without
-/// a translation is its own key. Results are remembered for the life of the process. Safe from any
-/// thread.
+/// a translation is its own key. Each thread remembers what it has looked up lately, within limits:
+/// a name may come from anyone. Safe from any thread.
 namespace morvane {
 
 class MORVANE_EXPORT KDLocalizedString {
@@ -21,11 +21,16 @@ class MORVANE_EXPORT KDLocalizedString {
     using Lookup = std::function<std::string(const std::string& key, const std::string& table)>;
 
     /// The text for `key`; for an empty key the empty text.
-    static const std::string& localize(std::string_view key, std::string_view table);
+    static std::string localize(std::string_view key, std::string_view table);
 
     /// The host's own look-up, from now on; empty puts gettext back. What was looked up before is
-    /// forgotten, but the texts handed out stay valid.
+    /// forgotten.
     static void setLookup(Lookup lookup);
+
+    /// How many texts a thread remembers, and how many bytes a key or text has at most that is
+    /// remembered.
+    static constexpr std::size_t mostRemembered = 256;
+    static constexpr std::size_t longestRemembered = 128;
 };
 
 /// GNU gettext, with the table as the domain. Defined by the Linux platform.

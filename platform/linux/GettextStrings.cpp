@@ -5,6 +5,9 @@ namespace morvane {
 
 KDLocalizedString::Lookup systemLocalizedStrings() {
     return [](const std::string& key, const std::string& table) {
+        // A text with a NUL would be cut there; no catalogue has one.
+        if (key.find('\0') != std::string::npos)
+            return key;
         return std::string(dgettext(table.c_str(), key.c_str()));
     };
 }

@@ -8,7 +8,6 @@
 namespace morvane {
 namespace {
 
-/// Each test has a table of its own: gettext's texts are remembered for the life of the process.
 class KDLocalizedStringTest : public testing::Test {
   protected:
     ~KDLocalizedStringTest() override { KDLocalizedString::setLookup({}); }
@@ -53,14 +52,61 @@ TEST_F(KDLocalizedStringTest, ManyKeysWithTheSameBeginningsAreToldApart) {
     }
 }
 
-TEST_F(KDLocalizedStringTest, AnotherLookUpCountsAtOnceAndFormerTextsStayValid) {
+TEST_F(KDLocalizedStringTest, OfTheNamesThatAPeerHasSentFewAreRemembered) {
+    int asked = 0;
+    KDLocalizedString::setLookup([&](const std::string& key, const std::string&) {
+        ++asked;
+        return key;
+    });
+    constexpr int names = 100000;
+    for (int round = 1; round <= 2; ++round) {
+        for (int i = 0; i < names; ++i)
+            KDLocalizedString::localize("name " + std::to_string(i), "ACL");
+    }
+    EXPECT_GE(asked, 2 * names - static_cast<int>(KDLocalizedString::mostRemembered));
+}
+
+TEST_F(KDLocalizedStringTest, NoLongNameIsRememberedAndNoLongText) {
+    int asked = 0;
+    std::string told;
+    KDLocalizedString::setLookup([&](const std::string&, const std::string&) {
+        ++asked;
+        return told;
+    });
+    const auto askedOfTwo = [&](const std::string& key, const std::string& table) {
+        const auto before = asked;
+        KDLocalizedString::localize(key, table);
+        KDLocalizedString::localize(key, table);
+        return asked - before;
+    };
+    const std::string longest(KDLocalizedString::longestRemembered, 'x');
+    told = longest;
+    EXPECT_EQ(askedOfTwo(longest, longest), 1);
+    EXPECT_EQ(askedOfTwo(longest + "y", "ACL"), 2);
+    EXPECT_EQ(askedOfTwo("Read", longest + "y"), 2);
+    told += "y";
+    EXPECT_EQ(askedOfTwo("Read", "ACL"), 2);
+}
+
+TEST_F(KDLocalizedStringTest, ANameWithANulIsKeptWhole) {
+    const std::string name("Read\0and more", 13);
+    EXPECT_EQ(KDLocalizedString::localize(name, "no catalogue"), name);
+    std::string asked;
+    KDLocalizedString::setLookup([&](const std::string& key, const std::string&) {
+        asked = key;
+        return key;
+    });
+    EXPECT_EQ(KDLocalizedString::localize(name, "ACL"), name);
+    EXPECT_EQ(asked, name);
+}
+
+TEST_F(KDLocalizedStringTest, AnotherLookUpCountsAtOnce) {
     KDLocalizedString::setLookup(
         [](const std::string&, const std::string&) { return std::string("Lesen"); });
-    const auto& former = KDLocalizedString::localize("Read", "ACL");
+    EXPECT_EQ(KDLocalizedString::localize("Read", "ACL"), "Lesen");
     KDLocalizedString::setLookup(
         [](const std::string&, const std::string&) { return std::string("Lire"); });
     EXPECT_EQ(KDLocalizedString::localize("Read", "ACL"), "Lire");
-    EXPECT_EQ(former, "Lesen");
     KDLocalizedString::setLookup({});
     EXPECT_EQ(KDLocalizedString::localize("Read", "no catalogue"), "Read");
 }
