@@ -6,7 +6,8 @@ namespace morvane {
 namespace {
 
 std::shared_ptr<MainLoop>& replacement() {
-    static std::shared_ptr<MainLoop> loop;
+    // Never destroyed: other threads may use the loop while the process ends.
+    static auto& loop = *new std::shared_ptr<MainLoop>;
     return loop;
 }
 
@@ -17,7 +18,7 @@ MainLoop::~MainLoop() = default;
 MainLoop& MainLoop::current() {
     if (const auto& loop = replacement())
         return *loop;
-    static const auto system = systemMainLoop();
+    static const auto& system = *new std::shared_ptr<MainLoop>(systemMainLoop());
     return *system;
 }
 

@@ -110,7 +110,8 @@ std::optional<NSURL> NSURL::URLWithString(std::string_view text) {
 }
 
 const std::string& NSURL::path() const {
-    static const std::string none;
+    // Never destroyed: other threads may ask while the process ends.
+    static const auto& none = *new std::string;
     return isFile_ ? value_ : none;
 }
 

@@ -6,7 +6,8 @@ namespace morvane {
 namespace {
 
 std::shared_ptr<FileAccess>& replacement() {
-    static std::shared_ptr<FileAccess> access;
+    // Never destroyed: other threads may use it while the process ends.
+    static auto& access = *new std::shared_ptr<FileAccess>;
     return access;
 }
 
@@ -17,7 +18,7 @@ FileAccess::~FileAccess() = default;
 FileAccess& FileAccess::current() {
     if (const auto& access = replacement())
         return *access;
-    static const auto system = systemFileAccess();
+    static const auto& system = *new std::shared_ptr<FileAccess>(systemFileAccess());
     return *system;
 }
 

@@ -7,7 +7,8 @@ namespace morvane {
 namespace {
 
 std::shared_ptr<MVIdentities>& shared() {
-    static std::shared_ptr<MVIdentities> identities = std::make_shared<MVIdentities>();
+    // Never destroyed, as what else the host supplies.
+    static auto& identities = *new std::shared_ptr(std::make_shared<MVIdentities>());
     return identities;
 }
 

@@ -6,7 +6,8 @@ namespace morvane {
 namespace {
 
 std::shared_ptr<AuthorizationServices>& replacement() {
-    static std::shared_ptr<AuthorizationServices> services;
+    // Never destroyed: other threads may use them while the process ends.
+    static auto& services = *new std::shared_ptr<AuthorizationServices>;
     return services;
 }
 
@@ -18,7 +19,8 @@ AuthorizationServices::~AuthorizationServices() = default;
 AuthorizationServices& AuthorizationServices::current() {
     if (const auto& services = replacement())
         return *services;
-    static const auto system = systemAuthorizationServices();
+    static const auto& system =
+        *new std::shared_ptr<AuthorizationServices>(systemAuthorizationServices());
     return *system;
 }
 
