@@ -20,7 +20,7 @@ constinit const NSKeyPath MVAclEntry::applicableToKeyPath{"applicableTo"};
 constinit const NSKeyPath MVAclEntry::identitiesKeyPath{"identities"};
 
 const NSClass& MVAclEntry::classObject() {
-    static const NSClass c{"MVAclEntry", &NSObject::classObject(), &initWithCoder};
+    static const NSClass c{"MVAclEntry", &NSObject::classObject(), &initWithCoder, true};
     return c;
 }
 
@@ -32,20 +32,24 @@ std::shared_ptr<MVAclEntry> MVAclEntry::initWithUuid(const std::optional<NSUUID>
                                                      std::int32_t tag, Permissions permissions,
                                                      bool inherited) {
     auto entry = std::make_shared<MVAclEntry>(Private());
-    entry->uuid_ = uuid;
-    entry->tag_ = tag;
-    entry->setPermissions(std::move(permissions));
-    entry->setInherited(inherited);
-    const auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
-    entry->identity_ = uuid ? CBIdentity::identityWithUniqueIdentifier(*uuid, authority)
-                            : CBIdentity::identityWithName("everyone", authority);
-    entry->setUpdatingPermissions(true);
-    entry->resolvePermissionGroup();
-    entry->setUpdatingPermissions(false);
-    entry->identitiesObservation_ = NSNotificationCenter::defaultCenter().addObserver(
-        MVIdentitiesUpdated,
-        [self = entry.get()](const NSNotification& n) { self->identitiesUpdated(n); });
+    entry->setUp(uuid, tag, std::move(permissions), inherited);
     return entry;
+}
+
+void MVAclEntry::setUp(const std::optional<NSUUID>& uuid, std::int32_t tag, Permissions permissions,
+                       bool inherited) {
+    uuid_ = uuid;
+    tag_ = tag;
+    setPermissions(std::move(permissions));
+    setInherited(inherited);
+    const auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
+    identity_ = uuid ? CBIdentity::identityWithUniqueIdentifier(*uuid, authority)
+                     : CBIdentity::identityWithName("everyone", authority);
+    setUpdatingPermissions(true);
+    resolvePermissionGroup();
+    setUpdatingPermissions(false);
+    identitiesObservation_ = NSNotificationCenter::defaultCenter().addObserver(
+        MVIdentitiesUpdated, [this](const NSNotification& n) { identitiesUpdated(n); });
 }
 
 MVAclEntry::~MVAclEntry() {
@@ -242,7 +246,9 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
     // A permission's class is listed for what the nodes hold; in the array itself it is refused.
     auto permissions = coder.decodeObjects<MVTreeNode>("permissions", classes);
     const bool inherited = coder.decodeBool("inherited");
-    return initWithUuid(uuid, tag, std::move(permissions), inherited);
+    auto entry = coder.makeObject<MVAclEntry>(Private());
+    entry->setUp(uuid, tag, std::move(permissions), inherited);
+    return entry;
 }
 
 }  // namespace morvane

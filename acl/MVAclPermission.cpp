@@ -13,26 +13,32 @@ constinit const NSKeyPath MVAclPermission::stateKeyPath{"state"};
 constinit const NSKeyPath MVAclPermission::settableKeyPath{"settable"};
 
 const NSClass& MVAclPermission::classObject() {
-    static const NSClass c{"MVAclPermission", &NSObject::classObject(), &initWithCoder};
+    static const NSClass c{"MVAclPermission", &NSObject::classObject(), &initWithCoder, true};
     return c;
 }
 
-MVAclPermission::MVAclPermission(std::string_view name, std::int32_t permission, std::int64_t state)
-    : name_(KDLocalizedString::localize(name, "ACL")), state_(state), permission_(permission) {}
-
-std::shared_ptr<MVAclPermission> MVAclPermission::init() {
-    return initWithName({}, ACL_READ_DATA, MVStateOff);
+MVAclPermission::MVAclPermission(std::optional<std::string_view> name, std::int32_t permission,
+                                 std::int64_t state)
+    : state_(state), permission_(permission), hasName_(name.has_value()) {
+    if (name)
+        name_ = KDLocalizedString::localize(*name, "ACL");
 }
 
-std::shared_ptr<MVAclPermission> MVAclPermission::initWithName(std::string_view name,
+std::shared_ptr<MVAclPermission> MVAclPermission::init() {
+    return initWithName(std::nullopt, ACL_READ_DATA, MVStateOff);
+}
+
+std::shared_ptr<MVAclPermission> MVAclPermission::initWithName(std::optional<std::string_view> name,
                                                                std::int32_t permission,
                                                                std::int64_t state) {
     return std::make_shared<MVAclPermission>(name, permission, state);
 }
 
 bool MVAclPermission::isEqual(const NSObject* other) const {
-    return other && &other->objectClass() == &objectClass() &&
-           static_cast<const MVAclPermission*>(other)->name_ == name_;
+    if (!other || &other->objectClass() != &objectClass())
+        return false;
+    const auto& permission = static_cast<const MVAclPermission&>(*other);
+    return permission.hasName_ == hasName_ && permission.name_ == name_;
 }
 
 void MVAclPermission::propagateStateOfPermissionNode(const NSTreeNode* node) {
@@ -65,7 +71,7 @@ void MVAclPermission::convertToFilePermission() {
 }
 
 void MVAclPermission::encodeWithCoder(NSKeyedArchiver& coder) const {
-    coder.encodeString(std::string_view(name_), "name");
+    coder.encodeString(hasName_ ? std::optional(std::string_view(name_)) : std::nullopt, "name");
     coder.encodeInt32(permission_, "permission");
     coder.encodeInt64(state_, "state");
 }
@@ -74,7 +80,7 @@ std::shared_ptr<NSObject> MVAclPermission::initWithCoder(NSKeyedUnarchiver& code
     const auto name = coder.decodeText("name");
     const auto permission = coder.decodeInt32("permission");
     const auto state = coder.decodeInt64("state");
-    return initWithName(name.value_or(std::string_view()), permission, state);
+    return coder.makeObject<MVAclPermission>(name, permission, state);
 }
 
 }  // namespace morvane

@@ -10,7 +10,7 @@ constinit const NSKeyPath MVTreeNode::representedObjectStateKeyPath{"represented
                                                                     &MVAclPermission::stateKeyPath};
 
 const NSClass& MVTreeNode::classObject() {
-    static const NSClass c{"MVTreeNode", &NSTreeNode::classObject(), &initWithCoder};
+    static const NSClass c{"MVTreeNode", &NSTreeNode::classObject(), &initWithCoder, true};
     return c;
 }
 
@@ -30,7 +30,7 @@ void MVTreeNode::encodeWithCoder(NSKeyedArchiver& coder) const {
 std::shared_ptr<NSObject> MVTreeNode::initWithCoder(NSKeyedUnarchiver& coder) {
     // Never destroyed: another thread may decode while the process ends.
     static const auto& objectClasses = *new NSClassSet{&MVAclPermission::classObject()};
-    auto node = treeNodeWithRepresentedObject(
+    auto node = coder.makeObject<MVTreeNode>(
         std::static_pointer_cast<MVAclPermission>(coder.decodeObject("object", objectClasses)));
     auto children = coder.decodeArchives("children", classObject());
     auto childNodes = node->mutableChildNodes();

@@ -31,6 +31,9 @@
 /// No uuid means everyone. An entry made for a user who can't be found has none and would apply to
 /// everyone: check `uuid()` before writing such an entry.
 ///
+/// In an archive an entry, a node or a box stands in one place only; one that stands in a second,
+/// in the same entry or in another, is refused.
+///
 /// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
 /// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
 /// the main thread; no locks. Failure: a tree of another shape is not verified; what reaches past
@@ -171,6 +174,9 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     explicit MVAclEntry(Private) {}
 
   private:
+    /// The one way in which every entry begins.
+    void setUp(const std::optional<NSUUID>& uuid, std::int32_t tag, Permissions permissions,
+               bool inherited);
     void applyPermissionGroup(std::int64_t code);
     void refuseCustomGroup(std::int64_t previous);
     std::string resolveApplicabilityBoxes(bool& othersOn);

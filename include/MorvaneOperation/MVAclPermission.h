@@ -4,8 +4,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// One check box of an access-control entry: the text beside it, the bit it stands for, its state,
 /// and whether the user may change it.
@@ -38,16 +40,20 @@ class MORVANE_EXPORT MVAclPermission : public NSObservable {
 
     /// No name, permission 2, off, not settable.
     static std::shared_ptr<MVAclPermission> init();
-    /// `name` is an English key, which is localised with the table "ACL"; empty for none. Not
-    /// settable until its owner says so.
-    static std::shared_ptr<MVAclPermission> initWithName(std::string_view name,
+    /// `name` is an English key, which is localised with the table "ACL", or none. Not settable
+    /// until its owner says so.
+    static std::shared_ptr<MVAclPermission> initWithName(std::optional<std::string_view> name,
                                                          std::int32_t permission,
                                                          std::int64_t state);
 
+    /// False for one without a name, which is not one whose name is empty.
+    bool hasName() const { return hasName_; }
+    /// Empty for none too.
     const std::string& name() const { return name_; }
     /// Stored as given, not localised.
-    void setName(std::string name) {
-        name_ = std::move(name);
+    void setName(std::optional<std::string> name) {
+        hasName_ = name.has_value();
+        name_ = std::move(name).value_or(std::string());
         didChangeValueForKey(nameKeyPath);
     }
     std::int32_t permission() const { return permission_; }
@@ -66,7 +72,7 @@ class MORVANE_EXPORT MVAclPermission : public NSObservable {
         didChangeValueForKey(settableKeyPath);
     }
 
-    /// Same class and same name; permission, state and settable play no part.
+    /// Same class and same name, or none in both; permission, state and settable play no part.
     bool isEqual(const NSObject* other) const override;
 
     /// Gives every direct child of `node` the state of `node`, mixed included. Null is ignored.
@@ -80,13 +86,15 @@ class MORVANE_EXPORT MVAclPermission : public NSObservable {
     static std::shared_ptr<NSObject> initWithCoder(NSKeyedUnarchiver& coder);
 
     /// Public for std::make_shared only; use initWithName().
-    MVAclPermission(std::string_view name, std::int32_t permission, std::int64_t state);
+    MVAclPermission(std::optional<std::string_view> name, std::int32_t permission,
+                    std::int64_t state);
 
   private:
     std::string name_;
     std::int64_t state_;
     std::int32_t permission_;
     bool settable_ = false;
+    bool hasName_;
 };
 
 }  // namespace morvane

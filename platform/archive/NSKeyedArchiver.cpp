@@ -215,16 +215,8 @@ void NSKeyedArchiver::encodeDouble(double value, std::string_view key) {
     state_->put(key, state_->list.real(value));
 }
 
-void NSKeyedArchiver::encodeString(const std::optional<std::string>& value, std::string_view key) {
-    if (value) {
-        encodeString(std::string_view(*value), key);
-    } else {
-        state_->put(key, state_->nil());
-    }
-}
-
-void NSKeyedArchiver::encodeString(std::string_view value, std::string_view key) {
-    state_->put(key, state_->object(state_->list.string(value)));
+void NSKeyedArchiver::encodeString(std::optional<std::string_view> value, std::string_view key) {
+    state_->put(key, value ? state_->object(state_->list.string(*value)) : state_->nil());
 }
 
 void NSKeyedArchiver::encodeData(NSDataView value, std::string_view key) {

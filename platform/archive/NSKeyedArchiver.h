@@ -48,8 +48,7 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void encodeInt32(std::int32_t value, std::string_view key);
     void encodeInt64(std::int64_t value, std::string_view key);
     void encodeDouble(double value, std::string_view key);
-    void encodeString(const std::optional<std::string>& value, std::string_view key);
-    void encodeString(std::string_view value, std::string_view key);
+    void encodeString(std::optional<std::string_view> value, std::string_view key);
     void encodeData(NSDataView value, std::string_view key);
     void encodeUUID(const std::optional<NSUUID>& value, std::string_view key);
     void encodeURL(const std::optional<NSURL>& value, std::string_view key);

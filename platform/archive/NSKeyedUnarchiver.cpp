@@ -271,13 +271,18 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
     state.spendObject(key);
     Dictionary dictionary(state.list.element<Kind::dictionary>(state.objects, uid));
     const auto& c = state.classOf(dictionary, classes, key);
-    if (auto object = state.rebuilt.find(uid))
-        return object;
     if (!c.initWithCoder)
         State::refuse(c.name, key);
+    if (c.standsOnce) {
+        if (!state.rebuilt.standsOnce(uid))
+            fail(key, "an object of class \"" + std::string(c.name) +
+                          "\" stands there that stands in another place too");
+    } else if (auto object = state.rebuilt.find(uid)) {
+        return object;
+    }
     state.requireNotWithin(uid, key);
     const State::Depth depth(state.budget, key);
-    const State::Within within(state, dictionary, uid);
+    const State::Within within(state, dictionary, uid, key);
     std::shared_ptr<NSObject> object;
     try {
         object = c.initWithCoder(*this);
@@ -285,12 +290,14 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
         fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
                       e.reason() + ")");
     }
-    if (holds && object)
+    if (holds && object && !c.standsOnce)
         state.rebuilt.hold(uid, object);
     return object;
 }
 
-NSObjectBlock* NSKeyedUnarchiver::blockWithRoom(std::size_t size) {
+NSObjectBlock* NSKeyedUnarchiver::takeRoom(std::size_t size) {
+    const auto* const within = state_->innermost;
+    state_->spendBytes(size, within ? within->key : "root");
     if (state_->largeArrays == 0)
         return nullptr;
     auto& block = state_->block;
@@ -299,11 +306,23 @@ NSObjectBlock* NSKeyedUnarchiver::blockWithRoom(std::size_t size) {
     return block.get();
 }
 
-bool NSKeyedUnarchiver::isArray(std::string_view key) {
+bool NSKeyedUnarchiver::isNil(std::string_view key) {
     return reading(key, [&] {
         const auto value = state_->find(key);
-        return value && !state_->isNil(*value, key) && (state_->array(*value, key), true);
+        return !value || (value->kind == Kind::uid && value->bits == 0);
     });
+}
+
+bool NSKeyedUnarchiver::isArray(std::string_view key) {
+    if (isNil(key))
+        return false;
+    try {
+        state_->array(*state_->find(key), key);
+        return true;
+    } catch (const NSArchiveFailure&) {
+    } catch (const PropertyListDamage&) {
+    }
+    return false;
 }
 
 template <class Read>
@@ -381,6 +400,8 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
     readElements(key, [&](const Value& element, std::size_t count) {
         if (objects.empty())
             objects.reserve(count);
+        if (!state_->rebuilt.standsOnce(state_->uid(element, key)))
+            fail(key, "a nested archive stands there that stands in another place too");
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
         State state(data, *state_);
         NSKeyedUnarchiver nested(state);

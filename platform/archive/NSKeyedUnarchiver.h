@@ -20,7 +20,8 @@
 ///         auto permission = coder.decodeInt32("permission");
 ///         ...
 ///
-/// A class is checked before anything of it is constructed. What is damaged, of a class that is not
+/// Texts and data may stand there as values or as objects of their own. A class is checked before
+/// anything of it is constructed. What is damaged, of a class that is not
 /// allowed at its key, lies about its class's ancestry, refers to itself, or does not fit (an
 /// integer too large for its field, a text that is not UTF-8) fails the whole decode: the decode
 /// operations throw NSArchiveFailure, which the entry points turn into an error of
@@ -45,7 +46,8 @@ class MORVANE_EXPORT NSArchiveFailure final : public std::exception {
 
 /// What one decode may use, its nested archives included. Everything counts down.
 struct NSDecodingBudget {
-    /// Bytes of archives opened, plus bytes of strings and data taken out of them.
+    /// Bytes of archives opened, plus bytes of strings and data taken out of them, plus those of
+    /// the objects made.
     std::uint64_t bytes = std::uint64_t{1} << 30;
     /// Objects, values and array elements read.
     std::uint64_t objects = std::uint64_t{1} << 26;
@@ -110,13 +112,13 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     NSKeyedUnarchiver(const NSKeyedUnarchiver&) = delete;
     NSKeyedUnarchiver& operator=(const NSKeyedUnarchiver&) = delete;
 
-    /// For initWithCoder: makes the object. The many objects of a large array stand side by side in
-    /// memory.
+    /// For initWithCoder: makes the object within the budget. The many objects of a large array
+    /// stand side by side in memory.
     template <class T, class... Arguments>
     std::shared_ptr<T> makeObject(Arguments&&... arguments) {
-        constexpr std::size_t control = 64;  // beside the object, generously
+        constexpr std::size_t control = 32;  // beside the object, generously
         static_assert(sizeof(T) + control <= NSObjectBlock::largest);
-        if (auto* const block = blockWithRoom(sizeof(T) + control))
+        if (auto* const block = takeRoom(sizeof(T) + control))
             return std::allocate_shared<T>(BlockAllocator<T>(*block),
                                            std::forward<Arguments>(arguments)...);
         return std::make_shared<T>(std::forward<Arguments>(arguments)...);
@@ -140,7 +142,9 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     NSErrorRef decodeError(std::string_view key);
     std::shared_ptr<NSObject> decodeObject(std::string_view key, const NSClassSet& classes);
 
-    /// Whether `key` holds an array; nil is not one.
+    /// Whether there is nothing at `key`, or nil.
+    bool isNil(std::string_view key);
+    /// Whether a whole array stands at `key`; false for whatever else does.
     bool isArray(std::string_view key);
     /// Every element must be a T of a class in `classes` other than NSArray: an array, nil or a
     /// value standing there throws. `classes` must contain NSArray. A large array that is all that
@@ -155,7 +159,7 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::vector<std::string> decodeStrings(std::string_view key);
     std::vector<std::int64_t> decodeIntegers(std::string_view key);
     /// Each element is a data blob holding a whole archive with an object of exactly class `root`
-    /// under "root", read within this decode's budget.
+    /// under "root", read within this decode's budget. A blob stands in one place only.
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key,
                                                           const NSClass& root);
 
@@ -176,8 +180,8 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
         friend class BlockAllocator;
         NSObjectBlock* block_;
     };
-    /// Null outside large arrays.
-    NSObjectBlock* blockWithRoom(std::size_t size);
+    /// Counts an object of that size against the budget. Null outside large arrays.
+    NSObjectBlock* takeRoom(std::size_t size);
 
     /// The elements of an array, in their order.
     class Elements {

@@ -48,9 +48,12 @@ NSErrorValue NSKeyedUnarchiver::State::errorValue(const Value& reference, std::s
     if (value.kind != Kind::dictionary)
         return std::string(text(value, key));
     Dictionary object(value);
-    static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject()};
-    if (&classOf(object, classes, key) == &NSURLClass)
+    static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject(), &NSStringClass};
+    const auto& c = classOf(object, classes, key);
+    if (&c == &NSURLClass)
         return url(reference, key);
+    if (&c == &NSStringClass)
+        return std::string(text(value, key));
     return error(reference, key);
 }
 

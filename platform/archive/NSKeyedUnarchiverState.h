@@ -337,8 +337,24 @@ struct NSKeyedUnarchiver::State {
         return *c;
     }
 
-    /// ASCII where it stands; anything else is converted, and stays until the next.
+    /// What a text or data has in it that was written as an object of class `c`.
+    Value contents(const Value& value, const NSClass& c, std::string_view member,
+                   std::string_view key) {
+        Dictionary object(value);
+        const NSClass* const classes[] = {&c};
+        classOf(object, classes, key);
+        const auto inner = find<Kind::ascii>(object, member, key);
+        return inner ? *inner : Value();
+    }
+
     std::string_view text(const Value& value, std::string_view key) {
+        return value.kind == Kind::dictionary
+                   ? plainText(contents(value, NSStringClass, "NS.string", key), key)
+                   : plainText(value, key);
+    }
+
+    /// ASCII where it stands; anything else is converted, and stays until the next.
+    std::string_view plainText(const Value& value, std::string_view key) {
         if (value.kind == Kind::ascii) {
             spendBytes(value.count, key);
             const auto ascii = keyed::asciiText(value);
@@ -367,6 +383,12 @@ struct NSKeyedUnarchiver::State {
     }
 
     NSDataView bytes(const Value& value, std::string_view key) {
+        return value.kind == Kind::dictionary
+                   ? plainBytes(contents(value, NSDataClass, "NS.data", key), key)
+                   : plainBytes(value, key);
+    }
+
+    NSDataView plainBytes(const Value& value, std::string_view key) {
         if (value.kind != Kind::data)
             keyed::fail(key, "data was expected");
         return {value.bytes, std::size_t{value.count}};
@@ -431,12 +453,15 @@ struct NSKeyedUnarchiver::State {
     struct Within {
         State& state;
         const std::uint64_t uid;
+        /// That led to it.
+        const std::string_view key;
         Dictionary* const outerDictionary;
         const Within* const outer;
 
-        Within(State& s, Dictionary& dictionary, std::uint64_t u)
+        Within(State& s, Dictionary& dictionary, std::uint64_t u, std::string_view k)
             : state(s),
               uid(u),
+              key(k),
               outerDictionary(std::exchange(s.current, &dictionary)),
               outer(std::exchange(s.innermost, this)) {}
         ~Within() {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace morvane {
@@ -32,6 +33,9 @@ class RebuiltObjects {
         // An array that was read before may have let go of it.
         return place != nowhere && index <= lent_ ? elements_->at(index - 1) : nullptr;
     }
+
+    /// Marks what may stand in one place only; false if it stood in another.
+    bool standsOnce(std::uint64_t uid) { return std::exchange(places()[uid], usedUp) == nowhere; }
 
     void hold(std::uint64_t uid, const Object& object) {
         if (held_ < fewHeld_.size()) {
@@ -61,13 +65,15 @@ class RebuiltObjects {
   private:
     static constexpr std::uint32_t nowhere = 0;
     static constexpr std::uint32_t heldBit = 0x80000000;
+    static constexpr std::uint32_t usedUp = 0xffffffff;
 
     std::uint32_t* places() { return manyPlaces_.empty() ? fewPlaces_.data() : manyPlaces_.data(); }
     const std::uint32_t* places() const {
         return manyPlaces_.empty() ? fewPlaces_.data() : manyPlaces_.data();
     }
 
-    /// The index of what is held, marked with the bit; or the number of the element, from 1.
+    /// The index of what is held, marked with the bit; the number of the element, from 1; or
+    /// usedUp, which is not asked for again.
     std::array<std::uint32_t, 8> fewPlaces_{};
     std::vector<std::uint32_t> manyPlaces_;
     std::array<Object, 8> fewHeld_;

@@ -20,7 +20,8 @@
 /// coding here cannot be declared in a message: it does not compile.
 ///
 /// decode() throws NSArchiveFailure for what is not allowed or does not fit; nil is refused where
-/// the type has no room for it. A nil array reads as an empty one.
+/// the type has no room for it. A nil array reads as an empty one in a reply, where an error stands
+/// beside it; a request must have its arrays.
 namespace morvane {
 
 /// Whether an object of class `c` may stand where `allowed` rules.
@@ -60,12 +61,25 @@ T requireValue(std::optional<T> value, std::string_view key) {
     return *std::move(value);
 }
 
-/// Whether an array stands at `key`; refuses it if arrays are not allowed there.
-inline bool admitArray(NSKeyedUnarchiver& coder, std::string_view key, const NSClassSet& allowed) {
-    if (!coder.isArray(key))
-        return false;
-    requireClass(allowed, NSArrayClass, key);
-    return true;
+/// Refuses an array where arrays are not allowed. What is no array is refused by its decoding.
+inline void admitArray(NSKeyedUnarchiver& coder, std::string_view key, const NSClassSet& allowed) {
+    if (coder.isArray(key))
+        requireClass(allowed, NSArrayClass, key);
+}
+
+template <class T>
+inline constexpr bool isArray = false;
+template <class T>
+inline constexpr bool isArray<std::vector<T>> = !std::same_as<T, std::uint8_t>;
+
+/// A request that lacks an array does not ask for what an empty one would.
+template <class T>
+void requireArray([[maybe_unused]] NSKeyedUnarchiver& coder,
+                  [[maybe_unused]] std::string_view key) {
+    if constexpr (isArray<T>) {
+        if (coder.isNil(key))
+            throw NSArchiveFailure(key, "an array is missing");
+    }
 }
 
 }  // namespace xpc_coding
@@ -280,9 +294,7 @@ struct NSXPCCoding<std::vector<std::shared_ptr<T>>> : xpc_coding::Value<NSArrayC
     }
     static std::vector<std::shared_ptr<T>> decode(NSKeyedUnarchiver& coder, std::string_view key,
                                                   const NSClassSet& allowed) {
-        // What is neither an array nor nil is refused by decodeObjects().
-        if (!xpc_coding::admitArray(coder, key, allowed) && !classesAllow(allowed, NSArrayClass))
-            return {};
+        xpc_coding::admitArray(coder, key, allowed);
         return coder.decodeObjects<T>(key, allowed);
     }
 };

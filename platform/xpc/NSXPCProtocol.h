@@ -154,20 +154,25 @@ struct Types {
     }
 
     static Tuple decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) {
-        return decodeAt(coder, classes, std::index_sequence_for<T...>());
+        return decodeAt<false>(coder, classes, std::index_sequence_for<T...>());
+    }
+    static Tuple decodeRequest(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) {
+        return decodeAt<true>(coder, classes, std::index_sequence_for<T...>());
     }
 
   private:
-    template <std::size_t... I>
+    template <bool isRequest, std::size_t... I>
     static Tuple decodeAt([[maybe_unused]] NSKeyedUnarchiver& coder,
                           [[maybe_unused]] const std::vector<NSClassSet>& classes,
                           std::index_sequence<I...>) {
         // Braces decode from left to right.
-        return Tuple{decodeOne<T>(coder, I, classes[I])...};
+        return Tuple{decodeOne<isRequest, T>(coder, I, classes[I])...};
     }
-    template <class One>
+    template <bool isRequest, class One>
     static One decodeOne(NSKeyedUnarchiver& coder, std::size_t i, const NSClassSet& classes) {
         try {
+            if constexpr (isRequest)
+                xpc_coding::requireArray<One>(coder, keys[i]);
             return NSXPCCoding<One>::decode(coder, keys[i], classes);
         } catch (const NSArchiveFailure& failure) {
             // The failure names the key it met, which may lie deep inside the argument.
@@ -256,7 +261,7 @@ template <auto Method>
 void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
               const std::shared_ptr<NSXPCReplyPort>& port) {
     using Message = Traits<decltype(Method)>;
-    auto arguments = Message::Arguments::decode(coder, classes);
+    auto arguments = Message::Arguments::decodeRequest(coder, classes);
     auto* target = static_cast<typename Message::Protocol*>(object);
     std::apply(
         [&](auto&&... own) {

@@ -39,6 +39,49 @@ std::shared_ptr<NSObject> decodeForged(Forged::Write write, NSErrorRef* error) {
                    error);
 }
 
+std::string refusal(std::string_view key, std::string_view what) {
+    return "The archive cannot be read: for key \"" + std::string(key) + "\", " +
+           std::string(what) + ".";
+}
+
+std::string notAllowed(std::string_view key, std::string_view name) {
+    return refusal(key, "an object of class \"" + std::string(name) + "\" is not allowed there");
+}
+
+std::string standsTwice(std::string_view key, std::string_view name) {
+    return refusal(key, "an object of class \"" + std::string(name) +
+                            "\" stands there that stands in another place too");
+}
+
+std::string describe(const NSErrorRef& error) {
+    if (!error)
+        return "";
+    return error->domain() == NSCocoaErrorDomain && error->code() == NSCoderReadCorruptError
+               ? error->localizedDescription()
+               : "an error of another kind";
+}
+
+/// What the decode of an entry says that `write` has written; empty if it is taken.
+std::string failureOf(Forged::Write write) {
+    NSErrorRef error;
+    const auto object = decodeForged(std::move(write), &error);
+    return object && error ? "an object and an error" : describe(error);
+}
+
+/// The same for an array of entries, as a message brings it.
+std::string failureOfEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(entries, "entries");
+    const auto archive = archiver.finishEncoding();
+    try {
+        NSKeyedUnarchiver coder(archive);
+        coder.decodeObjects<MVAclEntry>("entries", {&NSArrayClass, &MVAclEntry::classObject()});
+    } catch (const NSArchiveFailure& failure) {
+        return describe(failure.error());
+    }
+    return "";
+}
+
 TEST_F(MVAclEntryCoding, ADecodedEntryEqualsItsOriginal) {
     for (const bool directory : {false, true}) {
         const auto entry = MVAclEntry::newEntryForDirectory(directory);
@@ -86,57 +129,142 @@ TEST_F(MVAclEntryCoding, AnEntryOfUnknownIdentityEqualsNothingAfterDecodingEithe
 }
 
 TEST_F(MVAclEntryCoding, AUuidOfAnotherClassFailsTheWholeDecode) {
-    NSErrorRef error;
-    EXPECT_FALSE(decodeForged(
-        [](auto& c) { c.encodeString(std::string_view("not a uuid"), "uuid"); }, &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), NSCoderReadCorruptError);
+    EXPECT_EQ(failureOf([](auto& c) { c.encodeString("not a uuid", "uuid"); }),
+              refusal("uuid", "an object was expected"));
+    EXPECT_EQ(failureOf([](auto& c) { c.encodeURL(NSURL::fileURLWithPath("/"), "uuid"); }),
+              notAllowed("uuid", "NSURL"));
 }
 
 TEST_F(MVAclEntryCoding, APermissionStandingInTheArrayIsRefused) {
-    NSErrorRef error;
-    EXPECT_FALSE(decodeForged(
-        [](auto& c) {
-            c.encodeObjects(std::vector{MVAclPermission::initWithName("Delete", 2, 1)},
-                            "permissions");
-        },
-        &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), NSCoderReadCorruptError);
+    EXPECT_EQ(failureOf([](auto& c) {
+                  c.encodeObjects(std::vector{MVAclPermission::initWithName("Delete", 2, 1)},
+                                  "permissions");
+              }),
+              notAllowed("permissions", "MVAclPermission"));
 }
 
 TEST_F(MVAclEntryCoding, AnEntryStandingInTheArrayIsRefused) {
-    NSErrorRef error;
-    EXPECT_FALSE(decodeForged(
-        [](auto& c) { c.encodeObjects(std::vector{MVAclEntry::init()}, "permissions"); }, &error));
-    EXPECT_TRUE(error);
+    EXPECT_EQ(
+        failureOf([](auto& c) { c.encodeObjects(std::vector{MVAclEntry::init()}, "permissions"); }),
+        notAllowed("permissions", "MVAclEntry"));
 }
 
 TEST_F(MVAclEntryCoding, ATagThatDoesNotFitIsRefused) {
-    NSErrorRef error;
-    EXPECT_FALSE(
-        decodeForged([](auto& c) { c.encodeInt64(std::int64_t{1} << 32, "tag"); }, &error));
-    EXPECT_TRUE(error);
+    EXPECT_EQ(failureOf([](auto& c) { c.encodeInt64(std::int64_t{1} << 32, "tag"); }),
+              refusal("tag", "an integer does not fit its field"));
 }
 
 TEST_F(MVAclEntryCoding, AChildThatIsNotATreeNodeFailsTheWholeDecode) {
-    NSErrorRef error;
     const auto group = std::make_shared<Forged>(MVTreeNode::classObject(), [](auto& c) {
         c.encodeArchives(std::vector{MVAclPermission::initWithName("Delete", 2, 1)}, "children");
     });
-    EXPECT_FALSE(
-        decodeForged([&](auto& c) { c.encodeObjects(std::vector{group}, "permissions"); }, &error));
-    EXPECT_TRUE(error);
+    EXPECT_EQ(failureOf([&](auto& c) { c.encodeObjects(std::vector{group}, "permissions"); }),
+              notAllowed("root", "MVAclPermission"));
 }
 
 TEST_F(MVAclEntryCoding, ANodeHoldingAnotherClassIsRefused) {
-    NSErrorRef error;
     const auto group = std::make_shared<Forged>(MVTreeNode::classObject(), [](auto& c) {
         c.encodeObject(MVAclEntry::init().get(), "object");
     });
-    EXPECT_FALSE(
-        decodeForged([&](auto& c) { c.encodeObjects(std::vector{group}, "permissions"); }, &error));
-    EXPECT_TRUE(error);
+    EXPECT_EQ(failureOf([&](auto& c) { c.encodeObjects(std::vector{group}, "permissions"); }),
+              notAllowed("object", "MVAclEntry"));
+}
+
+// A small archive that unfolds into much work: every box would be observed in every place.
+TEST_F(MVAclEntryCoding, AGroupOfManyBoxesInManyPlacesIsRefused) {
+    constexpr std::size_t places = 6000;
+    const auto group =
+        node("Read", 2, 1, std::vector<std::int64_t>(64));  // one is refused as well as many
+    EXPECT_EQ(
+        failureOf([&](auto& c) { c.encodeObjects(std::vector(places, group), "permissions"); }),
+        standsTwice("permissions", "MVTreeNode"));
+}
+
+TEST_F(MVAclEntryCoding, ABoxInManyNodesIsRefused) {
+    const auto box = MVAclPermission::initWithName("Delete", 0x10, 1);
+    std::vector<std::shared_ptr<MVTreeNode>> groups(16000);
+    for (auto& group : groups)
+        group = MVTreeNode::treeNodeWithRepresentedObject(box);
+    EXPECT_EQ(failureOf([&](auto& c) { c.encodeObjects(groups, "permissions"); }),
+              standsTwice("object", "MVAclPermission"));
+}
+
+TEST_F(MVAclEntryCoding, WhatStandsInTwoEntriesOfOneArrayIsRefused) {
+    const auto group = node("Read", 2, 1, {1, 1});
+    const auto box = MVAclPermission::initWithName("Delete", 0x10, 1);
+    const auto entryOf = [](MVAclEntry::Permissions groups) {
+        return MVAclEntry::initWithUuid(std::nullopt, 1, std::move(groups), false);
+    };
+    for (const std::size_t places : {2, 60000}) {
+        std::vector<std::shared_ptr<MVAclEntry>> entries(places);
+        for (auto& entry : entries)
+            entry = entryOf({group});
+        EXPECT_EQ(failureOfEntries(entries), standsTwice("permissions", "MVTreeNode"));
+        for (auto& entry : entries)
+            entry = entryOf({MVTreeNode::treeNodeWithRepresentedObject(box)});
+        EXPECT_EQ(failureOfEntries(entries), standsTwice("object", "MVAclPermission"));
+        EXPECT_EQ(failureOfEntries(std::vector(places, entryOf({}))),
+                  standsTwice("entries", "MVAclEntry"));
+    }
+    EXPECT_EQ(failureOfEntries({entryOf({node("Read", 2, 1)}), entryOf({node("Read", 2, 1)})}), "");
+}
+
+TEST_F(MVAclEntryCoding, NodesAndBoxesCountAgainstTheBudget) {
+    constexpr std::size_t count = 1000;
+    NSKeyedArchiver archiver;
+    std::vector<std::shared_ptr<MVTreeNode>> groups(count);
+    for (auto& group : groups)
+        group = node("", 2, 1);
+    archiver.encodeObjects(groups, "groups");
+    const auto archive = archiver.finishEncoding();
+    const auto failureWithin = [&](std::uint64_t bytes) -> std::string {
+        NSDecodingBudget budget;
+        budget.bytes = bytes;
+        try {
+            NSKeyedUnarchiver coder(archive, budget);
+            coder.decodeObjects<MVTreeNode>("groups", {&NSArrayClass, &MVTreeNode::classObject()});
+        } catch (const NSArchiveFailure& failure) {
+            return describe(failure.error());
+        }
+        return "";
+    };
+    const auto held = count * (sizeof(MVTreeNode) + sizeof(MVAclPermission));
+    EXPECT_EQ(failureWithin(archive.size() + 2 * held), "");
+    EXPECT_EQ(failureWithin(archive.size() + held),
+              refusal("object", "the archive unfolds into too many bytes"));
+}
+
+TEST_F(MVAclEntryCoding, APermissionWithoutANameHasNoneAfterDecodingEither) {
+    const auto coded = [](const MVAclPermission& permission) {
+        return std::static_pointer_cast<MVAclPermission>(
+            NSKeyedUnarchiver::unarchivedObjectOfClasses(
+                {&MVAclPermission::classObject()},
+                NSKeyedArchiver::archivedDataWithRootObject(permission), nullptr));
+    };
+    const auto nameless = MVAclPermission::init();
+    const auto empty = MVAclPermission::initWithName("", 2, 0);
+    EXPECT_FALSE(nameless->isEqual(empty.get()));
+    EXPECT_FALSE(empty->isEqual(nameless.get()));
+    const auto namelessBack = coded(*nameless);
+    const auto emptyBack = coded(*empty);
+    EXPECT_FALSE(namelessBack->hasName());
+    EXPECT_EQ(namelessBack->name(), "");
+    EXPECT_TRUE(emptyBack->hasName());
+    EXPECT_TRUE(namelessBack->isEqual(nameless.get()));
+    EXPECT_TRUE(emptyBack->isEqual(empty.get()));
+    EXPECT_FALSE(namelessBack->isEqual(emptyBack.get()));
+}
+
+TEST_F(MVAclEntryCoding, ANamelessBoxOfAnEntryComesBackNameless) {
+    const auto group = node("Read", 2, 1);
+    group->mutableChildNodes().append(
+        MVTreeNode::treeNodeWithRepresentedObject(MVAclPermission::init()));
+    const auto back = decoded(NSKeyedArchiver::archivedDataWithRootObject(
+        *MVAclEntry::initWithUuid(std::nullopt, 1, {group}, false)));
+    ASSERT_TRUE(back);
+    EXPECT_TRUE(box(*back, 0).hasName());
+    EXPECT_FALSE(box(*back, 0, 0).hasName());
+    EXPECT_EQ(box(*back, 0, 0).permission(), 2);
 }
 
 TEST_F(MVAclEntryCoding, ANodeWithNeitherKeyHasNoCheckBoxAndNoChildren) {

@@ -90,6 +90,7 @@ TEST(AclPerms, TheInheritedBitStandsInNoTable) {
 
 TEST(MVAclPermission, InitYieldsPermissionTwoOffAndNotSettable) {
     const auto permission = MVAclPermission::init();
+    EXPECT_FALSE(permission->hasName());
     EXPECT_EQ(permission->name(), "");
     EXPECT_EQ(permission->permission(), 2);
     EXPECT_EQ(permission->state(), 0);
@@ -102,6 +103,35 @@ TEST(MVAclPermission, EqualityIsByNameAlone) {
     EXPECT_FALSE(a->isEqual(MVAclPermission::initWithName("Other", 0x10, 1).get()));
     EXPECT_FALSE(a->isEqual(node("Delete", 0x10, 1).get()));
     EXPECT_FALSE(a->isEqual(nullptr));
+}
+
+TEST(MVAclPermission, NoNameIsNotAnEmptyName) {
+    const auto nameless = MVAclPermission::initWithName(std::nullopt, 2, 0);
+    const auto empty = MVAclPermission::initWithName("", 2, 0);
+    EXPECT_FALSE(nameless->hasName());
+    EXPECT_TRUE(empty->hasName());
+    EXPECT_TRUE(nameless->isEqual(MVAclPermission::init().get()));
+    EXPECT_FALSE(nameless->isEqual(empty.get()));
+    EXPECT_FALSE(empty->isEqual(nameless.get()));
+    nameless->setName("");
+    EXPECT_TRUE(nameless->isEqual(empty.get()));
+    nameless->setName(std::nullopt);
+    EXPECT_FALSE(nameless->hasName());
+    nameless->convertToFilePermission();
+    EXPECT_TRUE(nameless->hasName());
+    EXPECT_EQ(nameless->name(), "Read Data");
+}
+
+TEST(MVAclPermission, WhatHasNoNameIsNotLookedUp) {
+    int asked = 0;
+    KDLocalizedString::setLookup([&](const std::string&, const std::string&) {
+        ++asked;
+        return std::string("text");
+    });
+    EXPECT_FALSE(MVAclPermission::init()->hasName());
+    EXPECT_EQ(MVAclPermission::initWithName("", 2, 0)->name(), "");
+    KDLocalizedString::setLookup({});
+    EXPECT_EQ(asked, 0);
 }
 
 TEST(MVAclPermission, ConversionRenamesThePermissionsThatHaveAFileCounterpart) {

@@ -170,7 +170,8 @@ TEST_F(MVFileSizeInfoTest, FormatsWhileTheBaseChangesOnAnotherThread) {
     EXPECT_EQ(text(123456789), "123.5 MB");
 }
 
-TEST_F(MVFileSizeInfoTest, AgreesWithAnIndependentFormatterOnAMillionSizesInBothBases) {
+TEST_F(MVFileSizeInfoTest,
+       AgreesWithAnIndependentFormatterOnAMillionSizesInBothBasesWithBothFlags) {
     std::mt19937_64 random(20240229);
     std::vector<std::int64_t> sizes;
     for (int i = 0; i < 1000000; ++i)
@@ -189,9 +190,10 @@ TEST_F(MVFileSizeInfoTest, AgreesWithAnIndependentFormatterOnAMillionSizesInBoth
         for (const bool base2 : {false, true}) {
             useBase2(base2);
             for (const auto size : sizes) {
-                const bool allowBytes = size % 2 == 0;
-                file << base2 << ' ' << allowBytes << ' ' << size << ' ' << text(size, allowBytes)
-                     << '\n';
+                for (const bool allowBytes : {false, true}) {
+                    file << base2 << ' ' << allowBytes << ' ' << size << ' '
+                         << text(size, allowBytes) << '\n';
+                }
             }
         }
     }

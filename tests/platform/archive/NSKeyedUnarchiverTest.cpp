@@ -245,6 +245,127 @@ TEST(NSKeyedUnarchiver, MutableArraysAreReadAsArrays) {
               "");
 }
 
+/// A text or data as an object of its own, with what it has in it.
+Ref objectOf(ArchiveBuilder& a, std::string_view name, std::string_view base,
+             std::string_view member, Ref contents) {
+    const auto c = a.classNamed(name, {name, base, "NSObject"});
+    return a.uid(a.add(a.dictionary({{member, contents}, {"$class", c}})));
+}
+Ref mutableString(ArchiveBuilder& a, std::string_view text) {
+    return objectOf(a, "NSMutableString", "NSString", "NS.string", a.list.string(text));
+}
+Ref mutableData(ArchiveBuilder& a, NSDataView bytes) {
+    return objectOf(a, "NSMutableData", "NSData", "NS.data", a.list.data(bytes));
+}
+
+TEST(NSKeyedUnarchiver, MutableTextsAndDataThatAreObjectsAreRead) {
+    const NSData bytes{1, 2, 3};
+    NSErrorRef error;
+    const auto values =
+        std::static_pointer_cast<Values>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
+            {&Values::classObject()}, valuesArchive([&](auto& a, auto& p) {
+                p.emplace_back("text", mutableString(a, "äöü"));
+                p.emplace_back("data", mutableData(a, bytes));
+                const auto array = a.classNamed("NSArray", {"NSArray", "NSObject"});
+                const Ref strings[] = {mutableString(a, "one"), a.uid(a.add(a.list.string("two")))};
+                p.emplace_back("strings",
+                               a.uid(a.add(a.dictionary(
+                                   {{"NS.objects", a.list.array(strings)}, {"$class", array}}))));
+            }),
+            &error));
+    ASSERT_TRUE(values) << error->localizedDescription();
+    EXPECT_EQ(values->text, "äöü");
+    EXPECT_EQ(values->data, bytes);
+    EXPECT_EQ(values->strings, (std::vector<std::string>{"one", "two"}));
+}
+
+TEST(NSKeyedUnarchiver, ANestedArchiveMayBeMutableData) {
+    NSErrorRef error;
+    const auto node = std::static_pointer_cast<Node>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
+        {&Node::classObject()}, nodeArchive([&](auto& a, auto& p) {
+            const auto array =
+                a.classNamed("NSMutableArray", {"NSMutableArray", "NSArray", "NSObject"});
+            const Ref archives[] = {mutableData(a, nodeBytes())};
+            p.emplace_back("archives",
+                           a.uid(a.add(a.dictionary(
+                               {{"NS.objects", a.list.array(archives)}, {"$class", array}}))));
+        }),
+        &error));
+    ASSERT_TRUE(node) << error->localizedDescription();
+    EXPECT_EQ(node->archives.size(), 1u);
+}
+
+TEST(NSKeyedUnarchiver, AMutableTextOrDataOfOtherContentsIsRefused) {
+    const auto text = [](const std::function<Ref(ArchiveBuilder&)>& make) {
+        return valuesFailure([&](auto& a, auto& p) { p.emplace_back("text", make(a)); });
+    };
+    EXPECT_EQ(text([](auto& a) {
+                  return objectOf(a, "NSMutableString", "NSString", "NS.other", a.list.string("x"));
+              }),
+              refusal("text", "a text was expected"));
+    EXPECT_EQ(text([](auto& a) {
+                  return objectOf(a, "NSMutableString", "NSString", "NS.string",
+                                  a.dictionary({{"NS.string", a.list.string("x")}}));
+              }),
+              refusal("text", "a text was expected"));
+    EXPECT_EQ(text([](auto& a) { return mutableData(a, {}); }),
+              refusal("text", "an object of class \"NSMutableData\" is not allowed there"));
+    EXPECT_EQ(text([](auto& a) {
+                  return objectOf(a, "NSMutableString", "NSData", "NS.string", a.list.string("x"));
+              }),
+              refusal("text", "a class claims an ancestry that is not its own"));
+    EXPECT_EQ(valuesFailure([](auto& a, auto& p) {
+                  p.emplace_back("data", objectOf(a, "NSMutableData", "NSData", "NS.data",
+                                                  a.list.string("x")));
+              }),
+              refusal("data", "data was expected"));
+}
+
+TEST(NSKeyedUnarchiver, OnlyAWholeArrayIsAnArray) {
+    ArchiveBuilder a;
+    const auto array = a.classNamed("NSArray", {"NSArray", "NSObject"});
+    const auto object = [&](const Pairs& pairs) { return a.uid(a.add(a.dictionary(pairs))); };
+    const auto bytes = a.finish(a.dictionary(
+        {{"array", object({{"NS.objects", a.list.array({})}, {"$class", array}})},
+         {"nil", a.uid(0)},
+         {"integer", a.list.integer(3)},
+         {"text", a.uid(a.add(a.list.string("text")))},
+         {"of another class", object({{"NS.objects", a.list.array({})},
+                                      {"$class", a.classNamed("Other", {"Other", "NSObject"})}})},
+         {"without class", object({{"NS.objects", a.list.array({})}})},
+         {"without elements", object({{"$class", array}})},
+         {"outside", a.uid(999)}}));
+    NSKeyedUnarchiver coder(bytes);
+    EXPECT_TRUE(coder.isArray("array"));
+    for (const auto* key : {"nil", "integer", "text", "of another class", "without class",
+                            "without elements", "outside", "missing"})
+        EXPECT_FALSE(coder.isArray(key)) << key;
+    for (const auto* key : {"nil", "missing"})
+        EXPECT_TRUE(coder.isNil(key)) << key;
+    for (const auto* key : {"array", "integer", "text", "outside"})
+        EXPECT_FALSE(coder.isNil(key)) << key;
+}
+
+TEST(NSKeyedUnarchiver, ANestedArchiveThatStandsTwiceIsRefused) {
+    const auto twice = [](bool sameObject) {
+        return failure(nodeArchive([&](auto& a, auto& p) {
+            const auto array = a.classNamed("NSArray", {"NSArray", "NSObject"});
+            // The value alone may be shared: archives may be equal.
+            const auto data =
+                a.list.data(NSDataView(NSKeyedArchiver::archivedDataWithRootObject(Node())));
+            const auto first = a.uid(a.add(data));
+            const Ref archives[] = {first, sameObject ? first : a.uid(a.add(data))};
+            p.emplace_back("archives",
+                           a.uid(a.add(a.dictionary(
+                               {{"NS.objects", a.list.array(archives)}, {"$class", array}}))));
+        }));
+    };
+    EXPECT_EQ(twice(false), "");
+    EXPECT_EQ(
+        twice(true),
+        refusal("archives", "a nested archive stands there that stands in another place too"));
+}
+
 TEST(NSKeyedUnarchiver, NilAnArrayAndAValueAreRefusedAsElements) {
     const auto element = [](const std::function<Ref(ArchiveBuilder&)>& make) {
         return failure(nodeArchive([&](auto& a, auto& p) {
@@ -343,13 +464,21 @@ TEST(NSKeyedUnarchiver, TheDepthSpansNestedArchives) {
     EXPECT_EQ(failure(chain(65)), refusal("root", "objects are nested too deeply"));
 }
 
+/// So many objects that share one value.
+std::vector<Ref> objectsOf(ArchiveBuilder& a, Ref value, std::size_t count) {
+    std::vector<Ref> objects(count);
+    for (auto& object : objects)
+        object = a.uid(a.add(value));
+    return objects;
+}
+
 TEST(NSKeyedUnarchiver, ASmallArchiveCannotUnfoldBeyondItsBudget) {
-    // Each level's array names the level below it many times: 30 to the power of 5 objects.
+    // Each level's array has the level below it many times: 30 to the power of 5 objects.
     NSData blob = NSKeyedArchiver::archivedDataWithRootObject(Node());
     for (int level = 0; level < 5; ++level) {
         blob = nodeArchive([&](auto& a, auto& p) {
             const auto c = a.classNamed("NSArray", {"NSArray", "NSObject"});
-            const std::vector<Ref> elements(30, a.uid(a.add(a.list.data(NSDataView(blob)))));
+            const auto elements = objectsOf(a, a.list.data(NSDataView(blob)), 30);
             p.emplace_back("archives",
                            a.uid(a.add(a.dictionary(
                                {{"NS.objects", a.list.array(elements)}, {"$class", c}}))));
@@ -362,20 +491,20 @@ TEST(NSKeyedUnarchiver, ASmallArchiveCannotUnfoldBeyondItsBudget) {
 }
 
 TEST(NSKeyedUnarchiver, AnObjectThatIsNamedVeryOftenSpendsTheBudgetOfObjects) {
-    const auto member = [](ArchiveBuilder& a, Pairs& p, std::string_view key, Ref element,
-                           std::size_t count) {
+    const auto member = [](ArchiveBuilder& a, Pairs& p, std::string_view key,
+                           const std::vector<Ref>& elements) {
         const auto c = a.classNamed("NSArray", {"NSArray", "NSObject"});
-        const std::vector<Ref> elements(count, a.uid(a.add(element)));
         p.emplace_back(
             key,
             a.uid(a.add(a.dictionary({{"NS.objects", a.list.array(elements)}, {"$class", c}}))));
     };
     const auto inner = nodeArchive([&](auto& a, auto& p) {
         const auto node = a.dictionary({{"$class", a.classNamed("Node", {"Node", "NSObject"})}});
-        member(a, p, "objects", node, 300);
+        member(a, p, "objects", std::vector(300, a.uid(a.add(node))));
     });
-    const auto bytes = nodeArchive(
-        [&](auto& a, auto& p) { member(a, p, "archives", a.list.data(NSDataView(inner)), 50); });
+    const auto bytes = nodeArchive([&](auto& a, auto& p) {
+        member(a, p, "archives", objectsOf(a, a.list.data(NSDataView(inner)), 50));
+    });
     const auto what = failure(bytes);
     EXPECT_NE(what.find("the archive unfolds into too many objects"), std::string::npos) << what;
 }

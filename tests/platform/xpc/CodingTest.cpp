@@ -1,7 +1,8 @@
 #include <MorvaneOperation/MVFileSizeItem.h>
-#include <MorvaneOperation/platform/xpc/NSXPCCoding.h>
+#include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <limits>
 
 namespace morvane {
@@ -146,6 +147,60 @@ TEST(NSXPCCoding, ArraysOfObjectsCrossWhereTheirClassIsDeclared) {
     EXPECT_EQ(back[1]->size(), 2);
     EXPECT_THROW(roundTrip(items), NSArchiveFailure);
     EXPECT_THROW(roundTrip(items, {&MVFileSizeItem::classObject()}), NSArchiveFailure);
+}
+
+/// A request with arrays and without a reply that matters.
+#define ListMessages(MESSAGE)                                                      \
+    MESSAGE(setNames, "setNames:data:reply:",                                      \
+            (std::vector<std::string> names, NSData data, NSXPCReply<bool> reply), \
+            (std::move(names), std::move(data), std::move(reply)))
+class List {
+  public:
+    virtual ~List() = default;
+    ListMessages(NSXPC_DECLARE_MESSAGE)
+};
+NSXPC_PROTOCOL(List, ListMessages)
+
+class KeptList final : public List {
+  public:
+    std::vector<std::string> kept{"kept"};
+    void setNames(std::vector<std::string> names, NSData, NSXPCReply<bool>) override {
+        kept = std::move(names);
+    }
+};
+
+TEST(NSXPCCoding, ARequestWithoutItsArrayIsNotOneWithAnEmptyArray) {
+    const auto& message = protocolDescription<List>().messages[0];
+    KeptList list;
+    const auto send = [&](const std::function<void(NSKeyedArchiver&)>& encodeNames) -> std::string {
+        NSKeyedArchiver archiver;
+        encodeNames(archiver);
+        archiver.encodeData({}, "1");
+        const auto archive = archiver.finishEncoding();
+        NSKeyedUnarchiver coder(archive);
+        try {
+            message.dispatch(static_cast<List*>(&list), coder, message.arguments, nullptr);
+        } catch (const NSXPCArgumentFailure& failure) {
+            return failure.reason()->localizedDescription();
+        }
+        return "";
+    };
+    const std::string missing = "The archive cannot be read: for key \"0\", an array is missing.";
+    EXPECT_EQ(send([](auto&) {}), missing);
+    EXPECT_EQ(send([](auto& archiver) { archiver.encodeString(std::nullopt, "0"); }), missing);
+    EXPECT_EQ(list.kept, std::vector<std::string>{"kept"});
+    EXPECT_EQ(send([](auto& archiver) { archiver.encodeStrings({}, "0"); }), "");
+    EXPECT_TRUE(list.kept.empty());
+}
+
+TEST(NSXPCCoding, WhatIsNoArrayIsRefusedInAnArraysPlace) {
+    const auto archive = encoded(std::string("text"));
+    NSKeyedUnarchiver coder(archive);
+    using Items = std::vector<std::shared_ptr<MVFileSizeItem>>;
+    EXPECT_THROW(NSXPCCoding<Items>::decode(coder, "0", {&MVFileSizeItem::classObject()}),
+                 NSArchiveFailure);
+    EXPECT_THROW(NSXPCCoding<std::vector<std::string>>::decode(coder, "0", {&NSStringClass}),
+                 NSArchiveFailure);
 }
 
 TEST(NSXPCCoding, AMissingArrayReadsAsAnEmptyOne) {
