@@ -19,6 +19,7 @@ namespace morvane {
 
 class FileConnector final : public MVConnector {
   public:
+    using MVConnector::MVConnector;
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
 

@@ -114,7 +114,7 @@ std::shared_ptr<MVAuthorization> MVAuthorization::init() {
     const std::lock_guard lock(process.mutex);
     if (process.shared)
         return process.shared;
-    auto authorization = std::make_shared<MVAuthorization>();
+    auto authorization = std::make_shared<MVAuthorization>(Creation());
     auto& services = AuthorizationServices::current();
     if (services.AuthorizationCreate(kAuthorizationFlagDefaults, &authorization->authRef_) != 0) {
         return nullptr;

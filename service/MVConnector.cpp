@@ -3,6 +3,8 @@
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/host/Log.h>
 
+#include <cerrno>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -32,7 +34,7 @@ const NSClass& MVConnector::classObject() {
     return c;
 }
 
-MVConnector::MVConnector() = default;
+MVConnector::MVConnector(Creation) {}
 
 MVConnector::~MVConnector() {
     if (connection_)
@@ -119,8 +121,9 @@ void MVConnector::authConnectionInvalidated() {
 void MVConnector::submitReset(const DispatchQueue::Task& reset) {
     try {
         queue_->async(reset);
-    } catch (const std::system_error&) {
-        // No thread can be had, and nobody above could do anything about it: done here then.
+    } catch (const std::exception&) {
+        // No thread or no memory can be had, and nobody above could do anything about it: done here
+        // then.
         reset();
     }
 }
@@ -142,8 +145,12 @@ void MVConnector::getAuthConnectionForRight(const char* right, AuthReply reply) 
             reply(nullptr);
         });
     } catch (const std::system_error& failure) {
-        reply(NSError::errorWithDomain(NSPOSIXErrorDomain, failure.code().value()));
+        error = NSError::errorWithDomain(NSPOSIXErrorDomain, failure.code().value());
+    } catch (const std::bad_alloc&) {
+        error = NSError::errorWithDomain(NSPOSIXErrorDomain, ENOMEM);
     }
+    if (error)
+        reply(error);
 }
 
 void MVConnector::buildAuthConnection() {

@@ -9,6 +9,7 @@ using namespace morvane;
 
 class Connector final : public MVConnector {
   public:
+    using MVConnector::MVConnector;
     static const NSClass& classObject() {
         static const NSClass c{"Connector", &MVConnector::classObject(), nullptr};
         return c;

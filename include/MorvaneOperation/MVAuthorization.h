@@ -45,8 +45,12 @@ class MORVANE_EXPORT MVAuthorization final : public NSObject {
     const AuthorizationRef& authRef() const { return authRef_; }
     void setAuthRef(AuthorizationRef reference) { authRef_ = std::move(reference); }
 
-    /// Use init().
-    MVAuthorization() = default;
+    /// What only init() can make: a permission to construct.
+    class Creation {
+        friend class MVAuthorization;
+        explicit Creation() = default;
+    };
+    explicit MVAuthorization(Creation) {}
 
   private:
     NSErrorRef obtain(const char* right);

@@ -11,13 +11,19 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 /// The host's way to the file services. Abstract: a host derives from it, says which classes may be
 /// decoded from each message, and answers the callbacks.
 ///
 ///     class Connector : public MVConnector {
 ///       public:
-///         static const NSClass& classObject();
+///         using MVConnector::MVConnector;
+///         static const NSClass& classObject() {
+///             static const NSClass c{"Connector", &MVConnector::classObject(), nullptr};
+///             return c;
+///         }
 ///         const NSClass& objectClass() const override { return classObject(); }
 ///         EncodableClasses remoteEncodableClasses() override {
 ///             return {{"getAclEntriesWithUrl:reply:", {&NSArrayClass, &MVAclEntry::classObject(),
@@ -32,19 +38,47 @@
 ///     connector->connection()->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)->...
 ///
 /// For privileged work, call getAuthConnectionForRight() with the right of the request (see
-/// MVFileRequest.h); once its reply brings no error, send the request through authConnection().
+/// MVFileRequest.h); once its reply brings no error, send the request through authConnection():
+///
+///     connector->getAuthConnectionForRight(MVRightGetFileAcl, [=](NSErrorRef error) {
+///         const auto helper = connector->authConnection();
+///         if (error || !helper)
+///             return failed(error);
+///         helper->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)->...
+///     });
+///
+/// Look at both, and at the connection once: it may be null although there is no error, for two
+/// reasons. The rights could not be defined, so that there was nobody to ask and no error to hand
+/// on. Or the connection has ended between the reply and its use, and was forgotten.
+///
+/// Creation: by init() or initWithQueueLabel() only, as the compiler sees to. A subclass inherits
+/// the constructor, or passes its own `Creation` on, and names itself with a classObject() and an
+/// objectClass() of its own.
 ///
 /// Ownership: a connector owns its connections, queue and responder; the responder and the
-/// connections' handlers hold it weakly. Its end invalidates both connections.
+/// connections' handlers hold it weakly. Its end invalidates both connections. A connection that
+/// another takes the place of is let go of, not invalidated: requests that are under way on it end
+/// as if nothing had happened.
 ///
 /// Threads: no lock is held while anything is built or called. Read connection() on one thread at a
-/// time: two first reads at once may each build one. The privileged connection is built,
-/// and connections are reset after an invalidation, on `queue`. Callbacks of the services arrive on
-/// a thread of the connection's choosing. getAuthConnectionForRight() blocks its caller while the
+/// time: two first reads at once may each build one. A connection stands in its property before it
+/// is configured, so that another thread may see it without its interfaces: share it between
+/// threads once the read that has built it has returned. The privileged connection is built, and
+/// connections are reset after an invalidation, on `queue`. Callbacks of the services arrive on a
+/// thread of the connection's choosing. getAuthConnectionForRight() blocks its caller while the
 /// system asks the user.
 ///
+/// The two tables are asked for anew for each connection: once for their keys, then once more for
+/// each of them; for the file service on the thread that reads connection(), for the privileged
+/// helper on `queue`. Answer from what does not change.
+///
 /// Failure: an invalidated connection is forgotten, one line is logged, and the next use connects
-/// again; requests in flight are not repeated.
+/// again; requests in flight are not repeated. A table that names a message which the protocol does
+/// not have, or gives classes to "progressWithReply:", is a programming error, as is one that is
+/// not overridden: NSException, after the connection was stored. For the file service it reaches
+/// the reader of connection(), and the next read returns that connection as it is, unconfigured.
+/// For the privileged helper nobody could catch it on `queue`, so that it goes where
+/// NSUncaughtException.h says.
 namespace morvane {
 
 inline constexpr const char* MVAbstractClassCreation = "MVAbstractClassCreation";
@@ -62,12 +96,22 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
 
-    /// A new connector of class T. `queueLabel` may be null. Throws NSException
-    /// "MVAbstractClassCreation" for a class of the name of MVConnector itself.
+    /// What only the factories below can make: a permission to construct.
+    class Creation {
+        friend class MVConnector;
+        explicit Creation() = default;
+    };
+
+    /// A new connector of class T, constructed from a Creation and `arguments`. `queueLabel` may be
+    /// null. Throws NSException "MVAbstractClassCreation" for a class of the name of MVConnector
+    /// itself.
     template <std::derived_from<MVConnector> T = MVConnector, class... Arguments>
     static std::shared_ptr<T> initWithQueueLabel(const char* queueLabel, Arguments&&... arguments) {
+        static_assert(namesItself<T>(),
+                      "A subclass of MVConnector needs a classObject() and an objectClass() of its "
+                      "own.");
         refuseAbstractClass(T::classObject());
-        auto connector = std::make_shared<T>(std::forward<Arguments>(arguments)...);
+        auto connector = std::make_shared<T>(Creation(), std::forward<Arguments>(arguments)...);
         connector->prepare(queueLabel);
         return connector;
     }
@@ -76,6 +120,7 @@ class MORVANE_EXPORT MVConnector : public NSObject,
         return initWithQueueLabel<T>(nullptr);
     }
 
+    explicit MVConnector(Creation);
     ~MVConnector() override;
 
     /// The connection to the file service, made and resumed when first read.
@@ -94,8 +139,10 @@ class MORVANE_EXPORT MVConnector : public NSObject,
 
     /// Obtains the right (its full name), asking the user if need be, and then makes sure that
     /// there is a privileged connection. The reply runs on the caller's thread, before this
-    /// returns, if the right is refused (with the error), the connection is there already, or
-    /// `queue` can have no thread (with the error EAGAIN); otherwise on `queue`.
+    /// returns, if the right is refused (with the error, if there is one), the connection is there
+    /// already, or `queue` can have no thread (with the error EAGAIN) or no memory (ENOMEM);
+    /// otherwise on `queue`. It brings no connection: read authConnection(), and see whether it is
+    /// null.
     void getAuthConnectionForRight(const char* right, AuthReply reply);
 
     // To be overridden; each throws NSException "MVAbstractMethodNotOverridden".
@@ -105,10 +152,18 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
                          NSXPCReply<bool> reply) override;
 
-    /// Use init<T>().
-    MVConnector();
-
   private:
+    template <const NSClass& (*)()>
+    struct Naming {};
+    template <class Declarer>
+    static Declarer declarerOf(const NSClass& (Declarer::*)() const);
+    template <class T>
+    static consteval bool namesItself() {
+        return std::is_same_v<T, MVConnector> ||
+               (std::is_same_v<decltype(declarerOf(&T::objectClass)), T> &&
+                !std::is_same_v<Naming<&T::classObject>, Naming<&MVConnector::classObject>>);
+    }
+
     static void refuseAbstractClass(const NSClass& c);
     void prepare(const char* queueLabel);
     void configure(NSXPCConnection& connection);

@@ -23,7 +23,10 @@ namespace morvane {
 inline constexpr const char* MVFileSizeBaseChanged = "MVFileSizeBaseChanged";
 
 class MORVANE_EXPORT MVFileSizeInfo final : public NSObservable, private NSKeyValueObserver {
-    struct Private {};
+    /// What only init() can make.
+    struct Private {
+        explicit Private() = default;
+    };
 
   public:
     /// The user default.

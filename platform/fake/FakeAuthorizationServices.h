@@ -15,6 +15,7 @@ class FakeAuthorizationServices final : public AuthorizationServices {
   public:
     class Reference final : public AuthorizationReference {};
     struct SetCall {
+        AuthorizationRef reference;
         std::string name;
         AuthorizationRule rule;
         std::string descriptionKey;
@@ -59,11 +60,11 @@ class FakeAuthorizationServices final : public AuthorizationServices {
         const auto found = getStatus.find(name);
         return found == getStatus.end() ? errAuthorizationDenied : found->second;
     }
-    OSStatus AuthorizationRightSet(const AuthorizationRef&, const std::string& name,
+    OSStatus AuthorizationRightSet(const AuthorizationRef& with, const std::string& name,
                                    const AuthorizationRule& rule,
                                    const std::string& descriptionKey) override {
         calls.push_back("AuthorizationRightSet " + name);
-        sets.push_back({name, rule, descriptionKey});
+        sets.push_back({with, name, rule, descriptionKey});
         const auto found = setStatus.find(name);
         return found == setStatus.end() ? 0 : found->second;
     }

@@ -86,6 +86,47 @@ refuse "copying a connection" '#include <MorvaneOperation/MorvaneOperation.h>
 void f(morvane::NSXPCConnection& c) { auto copy = c; }' -I"$prefix/include"
 refuse "copying an entry" '#include <MorvaneOperation/MorvaneOperation.h>
 void f(morvane::MVAclEntry& e) { auto copy = e; }' -I"$prefix/include"
+connector='#include <MorvaneOperation/MorvaneOperation.h>
+using namespace morvane;
+struct Host : MVConnector {
+    using MVConnector::MVConnector;
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+};
+struct WithoutClass : MVConnector { using MVConnector::MVConnector; };
+struct WithoutClassObject : MVConnector {
+    using MVConnector::MVConnector;
+    const NSClass& objectClass() const override { return MVConnector::classObject(); }
+};
+struct WithoutObjectClass : MVConnector {
+    using MVConnector::MVConnector;
+    static const NSClass& classObject();
+};
+struct Heir : Host { using Host::Host; static const NSClass& classObject(); };
+'
+echo "$connector auto a = MVConnector::init<Host>();
+struct Named : MVConnector {
+    Named(Creation c, int) : MVConnector(c) {}
+    static const NSClass& classObject();
+    const NSClass& objectClass() const override { return classObject(); }
+};
+auto b = MVConnector::initWithQueueLabel<Named>(nullptr, 1);
+auto c = MVConnector::init();" | "$cxx" "${flags[@]}" -fsyntax-only -I"$prefix/include" -x c++ - ||
+    fail "a connector cannot be made by its factory"
+refuse "making the abstract connector" "$connector auto c = std::make_shared<MVConnector>();" -I"$prefix/include"
+refuse "making a connector past its factory" "$connector auto c = std::make_shared<Host>();" -I"$prefix/include"
+refuse "constructing a connector from nothing" "$connector auto* c = new Host({});" -I"$prefix/include"
+refuse "making what constructs a connector" "$connector auto* c = new Host(MVConnector::Creation());" -I"$prefix/include"
+for forgotten in WithoutClass WithoutClassObject WithoutObjectClass Heir; do
+    refuse "a connector that does not name itself ($forgotten)" \
+        "$connector auto c = MVConnector::init<$forgotten>();" -I"$prefix/include"
+done
+refuse "making an authorization past its factory" '#include <MorvaneOperation/MorvaneOperation.h>
+auto a = std::make_shared<morvane::MVAuthorization>();' -I"$prefix/include"
+refuse "constructing an authorization from nothing" '#include <MorvaneOperation/MorvaneOperation.h>
+auto* a = new morvane::MVAuthorization({});' -I"$prefix/include"
+refuse "making a size formatter past its factory" '#include <MorvaneOperation/MorvaneOperation.h>
+auto* a = new morvane::MVFileSizeInfo({});' -I"$prefix/include"
 acl=(-I"$source/include")
 for room in foundation archive dispatch identity host; do acl+=(-I"$build/layers/$room"); done
 echo '#include <MorvaneOperation/MVAclEntry.h>' |

@@ -40,10 +40,34 @@ TEST_F(MVAuthorizationTest, DefinesEachMissingRightWithItsPromptAndTheOneRule) {
     ASSERT_TRUE(MVAuthorization::sharedAuthorization());
     ASSERT_EQ(services->sets.size(), std::size(rows));
     for (std::size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(services->sets[i].reference, services->reference);
         EXPECT_EQ(services->sets[i].name, prefix + rows[i].suffix);
         EXPECT_EQ(services->sets[i].descriptionKey, rows[i].prompt);
         EXPECT_EQ(services->sets[i].rule, (AuthorizationRule{"user", "admin", 45, false, true}));
     }
+}
+
+TEST_F(MVAuthorizationTest, DefinesARightBeforeItAsksForTheNextOne) {
+    services->getStatus[prefix + ".GetFileAccess"] = 0;
+    ASSERT_TRUE(MVAuthorization::sharedAuthorization());
+    std::vector<std::string> expected{"AuthorizationCreate"};
+    for (const auto& row : rows) {
+        expected.push_back("AuthorizationRightGet " + prefix + row.suffix);
+        if (row.suffix != std::string(".GetFileAccess"))
+            expected.push_back("AuthorizationRightSet " + prefix + row.suffix);
+    }
+    EXPECT_EQ(services->calls, expected);
+}
+
+TEST_F(MVAuthorizationTest, ItsReferenceIsTheSystemsUntilItsHostSetsAnother) {
+    const auto authorization = MVAuthorization::sharedAuthorization();
+    EXPECT_EQ(authorization->authRef(), services->reference);
+    const auto other = std::make_shared<FakeAuthorizationServices::Reference>();
+    authorization->setAuthRef(other);
+    EXPECT_EQ(authorization->authRef(), other);
+    EXPECT_TRUE(authorization->authorizeRight(MVRightGetFileAcl, nullptr));
+    EXPECT_EQ(services->copies.at(0).reference, other);
+    EXPECT_EQ(services->blesses.at(0).reference, other);
 }
 
 TEST_F(MVAuthorizationTest, LeavesARightThatExistsAsItIs) {

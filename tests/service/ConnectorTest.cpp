@@ -15,49 +15,14 @@
 #include <system_error>
 #include <thread>
 
-#include "ServiceTestSupport.h"
+#include "ConnectorTestSupport.h"
 
 namespace morvane {
 namespace {
 
-constexpr std::chrono::seconds watchdog{30};
-
-class Connector : public MVConnector {
-  public:
-    static const NSClass& classObject() {
-        static const NSClass c{"Connector", &MVConnector::classObject(), nullptr};
-        return c;
-    }
-    const NSClass& objectClass() const override { return classObject(); }
-
-    EncodableClasses remoteEncodableClasses() override {
-        calls.push_back("remote");
-        return remote;
-    }
-    EncodableClasses exportedEncodableClasses() override {
-        calls.push_back("exported");
-        return exported;
-    }
-    void progressWithReply(NSXPCReply<bool> reply) override {
-        thread = std::this_thread::get_id();
-        reply(true);
-    }
-    void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
-                         NSXPCReply<bool> reply) override {
-        received = sizes;
-        reply(false);
-    }
-
-    EncodableClasses remote{{"getAclEntriesWithUrl:reply:", {&NSArrayClass, &NSURLClass}},
-                            {"setAclEntries:url:reply:", {&NSStringClass}}};
-    EncodableClasses exported{{"updateFileSizes:reply:", {&NSArrayClass}}};
-    std::vector<std::string> calls;
-    std::thread::id thread;
-    std::vector<std::shared_ptr<MVFileSizeItem>> received;
-};
-
 class BareConnector : public MVConnector {
   public:
+    using MVConnector::MVConnector;
     static const NSClass& classObject() {
         static const NSClass c{"BareConnector", &MVConnector::classObject(), nullptr};
         return c;
@@ -68,6 +33,7 @@ class BareConnector : public MVConnector {
 /// Takes the name of the abstract class.
 class Impostor : public MVConnector {
   public:
+    using MVConnector::MVConnector;
     static const NSClass& classObject() {
         static const NSClass c{"MVConnector", &MVConnector::classObject(), nullptr};
         return c;
@@ -91,55 +57,6 @@ std::pair<std::string, std::string> exceptionOf(Function function) {
     }
     return {};
 }
-
-class MVConnectorTest : public AuthorizationTest {
-  protected:
-    MVConnectorTest() {
-        setLogSink([this](std::string_view line) {
-            const std::lock_guard lock(mutex);
-            log.emplace_back(line);
-            logged.notify_all();
-        });
-    }
-    ~MVConnectorTest() override { setLogSink({}); }
-
-    /// Waits until the queue has run what was submitted so far.
-    static void drain(DispatchQueue& queue) {
-        auto ran = std::make_shared<std::promise<void>>();
-        auto future = ran->get_future();
-        queue.async([ran] { ran->set_value(); });
-        ASSERT_EQ(future.wait_for(watchdog), std::future_status::ready);
-    }
-
-    /// Invalidates and waits until the connector has forgotten its connection and logged that.
-    void invalidateAndWait(NSXPCConnection& connection) {
-        connection.invalidate();
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(logged.wait_for(lock, watchdog, [this] { return !log.empty(); }));
-    }
-
-    /// The error that getAuthConnectionForRight() replies with, and where.
-    struct Reply {
-        NSErrorRef error;
-        std::thread::id thread;
-        bool onQueue = false;
-    };
-    Reply authorize(Connector& connector) {
-        auto promise = std::make_shared<std::promise<Reply>>();
-        auto future = promise->get_future();
-        connector.getAuthConnectionForRight(MVRightGetFileAcl, [&, promise](NSErrorRef error) {
-            promise->set_value({error, std::this_thread::get_id(), connector.queue()->isCurrent()});
-        });
-        repliedAtOnce = future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-        EXPECT_EQ(future.wait_for(watchdog), std::future_status::ready);
-        return future.get();
-    }
-
-    std::mutex mutex;
-    std::condition_variable logged;
-    std::vector<std::string> log;
-    bool repliedAtOnce = false;
-};
 
 TEST_F(MVConnectorTest, TheAbstractClassCannotBeInstantiated) {
     EXPECT_EQ(exceptionOf([] { MVConnector::init<MVConnector>(); }),
@@ -252,14 +169,6 @@ TEST_F(MVConnectorTest, EmptyTablesLeaveTheDefaults) {
               propertyListClasses());
 }
 
-TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAndLogged) {
-    const auto connector = MVConnector::init<Connector>();
-    const auto first = connector->connection();
-    invalidateAndWait(*first);
-    EXPECT_NE(connector->connection(), first);
-    EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
-}
-
 TEST_F(MVConnectorTest, AnInvalidatedConnectionIsForgottenAlsoWhereNoThreadCanBeHad) {
     const auto connector = MVConnector::init<Connector>();
     connector->setQueue(std::make_shared<QueueWithoutThreads>());
@@ -351,34 +260,6 @@ TEST_F(MVConnectorTest, WithoutAnAuthorizationItRepliesWithoutAnErrorAndBuildsNo
     EXPECT_FALSE(connector->authConnection());
 }
 
-TEST_F(MVConnectorTest, TwoBuildsCloseTogetherLeaveTheLater) {
-    auto connector = MVConnector::init<Connector>();
-    std::promise<void> open;
-    connector->queue()->async([gate = open.get_future().share()] { gate.wait(); });
-    std::vector<std::shared_ptr<NSXPCConnection>> seen;
-    for (int i = 0; i < 2; ++i) {
-        connector->getAuthConnectionForRight(
-            MVRightGetFileAcl, [&](NSErrorRef) { seen.push_back(connector->authConnection()); });
-    }
-    open.set_value();
-    drain(*connector->queue());
-    ASSERT_EQ(seen.size(), 2u);
-    EXPECT_NE(seen[0], seen[1]);
-    EXPECT_EQ(connector->authConnection(), seen[1]);
-    connector.reset();  // before the former connection, whose end it would log
-}
-
-TEST_F(MVConnectorTest, AFileServiceConnectionThatEndsUnheldBuildsAnotherThatIsDroppedToo) {
-    const auto connector = MVConnector::init<Connector>();
-    const auto unheld = connector->connection();
-    connector->setConnection(nullptr);
-    invalidateAndWait(*unheld);
-    EXPECT_EQ(connector->calls.size(), 10u);  // built once more
-    connector->connection();
-    EXPECT_EQ(connector->calls.size(), 15u);  // and again, as that one was dropped
-    EXPECT_EQ(log, std::vector<std::string>{"Permissions connection invalidated!"});
-}
-
 TEST_F(MVConnectorTest, AQueuedBuildKeepsItsConnectorUntilItHasRun) {
     auto connector = MVConnector::init<Connector>();
     const std::weak_ptr<MVConnector> weak = connector;
@@ -393,19 +274,6 @@ TEST_F(MVConnectorTest, AQueuedBuildKeepsItsConnectorUntilItHasRun) {
     drain(*queue);
     EXPECT_TRUE(alive);
     EXPECT_TRUE(weak.expired());
-}
-
-TEST_F(MVConnectorTest, AReplacedPrivilegedConnectionThatEndsTakesTheCurrentOneWithIt) {
-    const auto connector = MVConnector::init<Connector>();
-    authorize(*connector);
-    const auto replaced = connector->authConnection();
-    connector->setAuthConnection(nullptr);
-    authorize(*connector);
-    const auto current = connector->authConnection();
-    invalidateAndWait(*replaced);
-    EXPECT_FALSE(current->hasInvalidationHandler());
-    EXPECT_FALSE(connector->authConnection());
-    EXPECT_EQ(log, std::vector<std::string>{"Permissions privileged connection invalidated!"});
 }
 
 TEST_F(MVConnectorTest, TheResponderForwardsOnTheThreadThatItIsCalledOn) {
