@@ -1,5 +1,6 @@
 #include "RenameCommand.h"
 
+#include <cerrno>
 #include <nlohmann/json.hpp>
 
 #include "Failure.h"
@@ -18,6 +19,13 @@ std::string asJson(const std::vector<NSURL>& urls, const RenamesAnswer& answer) 
     return array.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }
 
+std::string reasonOf(std::int64_t code) {
+    if (code == EOPNOTSUPP)
+        return "this file system cannot rename it without the risk of overwriting; where nobody "
+               "else changes the folder, mv can";
+    return NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
+}
+
 /// Each item that has not its new name, and why.
 std::string failedItems(const RenameOptions& options, const std::vector<std::int64_t>& codes) {
     std::size_t failed = 0;
@@ -26,9 +34,7 @@ std::string failedItems(const RenameOptions& options, const std::vector<std::int
         if (codes[i] == 0)
             continue;
         ++failed;
-        const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, codes[i]);
-        items += "  '" + escaped(options.words[2 * i]) +
-                 "': " + escaped(reason->localizedDescription()) + '\n';
+        items += "  '" + escaped(options.words[2 * i]) + "': " + escaped(reasonOf(codes[i])) + '\n';
     }
     return "morvane: " + std::to_string(failed) + " of " + std::to_string(codes.size()) +
            " items could not be renamed:\n" + items;

@@ -76,6 +76,29 @@ std::string joined(const std::string& folder, const std::string& name) {
     return folder.ends_with('/') ? folder + name : folder + '/' + name;
 }
 
+/// For a network mount, which knows only the rename that overwrites: the item has both names for a
+/// moment. A folder can have only one.
+int linkToNewName(int folder, const char* from, const char* to) {
+    struct stat in {};
+    struct stat item {};
+    if (fstat(folder, &in) != 0 || fstatat(folder, from, &item, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno;
+    const auto user = geteuid();
+    // Else it would get the new name and could not lose the old one.
+    if ((in.st_mode & S_ISVTX) != 0 && user != 0 && user != in.st_uid && user != item.st_uid)
+        return EPERM;
+    if (linkat(folder, from, folder, to, 0) != 0)
+        return errno == EPERM || errno == EINVAL ? EOPNOTSUPP : errno;
+    struct stat left {};
+    // Something else may have the old name by now, and keeps it.
+    if (fstatat(folder, from, &left, AT_SYMLINK_NOFOLLOW) != 0 || left.st_ino != item.st_ino ||
+        unlinkat(folder, from, 0) == 0)
+        return 0;
+    const int code = errno;
+    unlinkat(folder, to, 0);
+    return code;
+}
+
 class Renaming {
   public:
     Renaming(const std::vector<NSURL>& urls, const PathRule& rule, const RenameCall& call)
@@ -208,8 +231,16 @@ void Renaming::renameChain(std::size_t first) {
     for (std::size_t i = first; i != none; i = items_[i].behind) {
         auto& item = items_[i];
         item.visited = true;
-        item.code = call_(folders_[item.folder].descriptor.get(), item.oldName.c_str(),
-                          item.newName.c_str(), RENAME_NOREPLACE);
+        const int folder = folders_[item.folder].descriptor.get();
+        const auto* from = item.oldName.c_str();
+        const auto* to = item.newName.c_str();
+        item.code = call_(folder, from, to, RENAME_NOREPLACE);
+        // Where it cannot keep what is there, the system says only that the argument is invalid. So
+        // it says of a name that the file system does not take.
+        if (item.code == EINVAL) {
+            const int code = linkToNewName(folder, from, to);
+            item.code = code == EOPNOTSUPP && isUnusual(item.newName) ? EINVAL : code;
+        }
         if (item.code == 0)
             item.name = item.newName;
     }
@@ -233,9 +264,11 @@ void Renaming::renameCircle(std::size_t first) {
         circle.push_back(i);
     }
     for (std::size_t done = 0; done + 1 < circle.size(); ++done) {
-        const int code = exchange(circle[done], circle[done + 1]);
+        int code = exchange(circle[done], circle[done + 1]);
         if (code == 0)
             continue;
+        if (code == EINVAL)  // All names are names of items already.
+            code = EOPNOTSUPP;
         // The item that is on its way has neither name now: all go back.
         while (done > 0 && exchange(circle[done - 1], circle[done]) == 0)
             --done;
@@ -299,14 +332,11 @@ RenameAnswer Renaming::answer() {
     if (failed == 0)
         return answer;
     const auto code = static_cast<int>(answer.codes[firstFailed]);
-    const auto& item = items_[firstFailed];
-    // Where it cannot keep what is there, the system says only that the argument is invalid. In a
-    // circle all names are names of items already.
-    const bool cannotKeep =
-        code == EINVAL && item.folder != none && (item.ahead != none || !isUnusual(item.newName));
     const auto reason =
-        cannotKeep ? "This file system cannot rename without the risk of overwriting."
-                   : NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
+        code == EOPNOTSUPP
+            ? "This file system cannot rename folders, or let items change places, without the "
+              "risk of overwriting what gets the new name at that moment."
+            : NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
     answer.error = posixError(code, urls_[firstFailed],
                               std::to_string(failed) + " of " + std::to_string(items_.size()) +
                                   " items could not be renamed; the first is " +

@@ -17,13 +17,15 @@
 ///
 /// The items of one request are renamed as if at once: one may take the name that another gives up,
 /// also in a circle, and a folder may be renamed together with what is inside it. Nothing is ever
-/// overwritten, and no temporary name is used.
+/// overwritten, and no temporary name is used. On a network mount, whose rename would overwrite, a
+/// file is linked to its new name before it loses the old one; folders and circles are refused.
 namespace morvane {
 
 struct RenameAnswer {
     /// Where each item is now, in the order of the request.
     std::vector<NSURL> urls;
-    /// For each item 0 if it has its new name, otherwise the errno value that says why not. It then
+    /// For each item 0 if it has its new name, otherwise the errno value that says why not
+    /// (EOPNOTSUPP: only at the risk that something is overwritten). It then
     /// has its old name; only when items that change places in a circle could be neither exchanged
     /// nor brought back may one have the name of another of them, which its URL tells.
     std::vector<std::int64_t> codes;

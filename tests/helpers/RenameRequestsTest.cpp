@@ -142,23 +142,61 @@ TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsNotChanged) {
     EXPECT_EQ(flags, (std::vector<unsigned>{RENAME_NOREPLACE, RENAME_EXCHANGE}));
 }
 
-TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsExplained) {
+/// What a network mount says of a rename that must not overwrite.
+int renameOnANetworkMount(int, const char*, const char*, unsigned) {
+    return EINVAL;
+}
+
+TEST_F(RenameRequests, WhereTheRenameWouldOverwriteAFileIsLinkedToItsNewName) {
+    make({"a", "b", "there"});
+    fs::create_symlink("nowhere", path("link"));
+    const auto answer =
+        rename({{"a", "b"}, {"b", "\u00e4"}, {"link", "moved"}}, renameOnANetworkMount);
+    EXPECT_EQ(answer.codes, (Codes{0, 0, 0}));
+    EXPECT_EQ(fs::read_symlink(path("moved")), "nowhere");
+    EXPECT_FALSE(fs::is_symlink(path("link")));
+    fs::remove(path("moved"));
+    EXPECT_EQ(contents(), (Contents{{"b", "a"}, {"\u00e4", "b"}, {"there", "there"}}));
+    EXPECT_EQ(rename({{"b", "there"}}, renameOnANetworkMount).codes, (Codes{EEXIST}));
+    EXPECT_EQ(contents(), (Contents{{"b", "a"}, {"\u00e4", "b"}, {"there", "there"}}));
+    EXPECT_EQ(fs::hard_link_count(path("b")), 1U);
+}
+
+TEST_F(RenameRequests, AFileThatCannotLoseItsOldNameDoesNotGetTheNewOne) {
+    make({"a"});
+    fs::permissions(path("a"), fs::perms(0666));
+    fs::permissions(folder_, fs::perms(01777));
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    ASSERT_EQ(seteuid(65534), 0);
+    const auto answer = rename({{"a", "b"}}, renameOnANetworkMount);
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(answer.codes, (Codes{EPERM}));
+    EXPECT_EQ(contents(), (Contents{{"a", "a"}}));
+}
+
+TEST_F(RenameRequests, WhereTheRenameWouldOverwriteFoldersAndCirclesAreRefusedWithTheReason) {
     make({"a", "b", "c"});
-    const auto textOf = [&](const std::vector<std::pair<std::string, std::string>>& pairs) {
-        const auto answer =
-            rename(pairs, [](int, const auto&, const auto&, unsigned) { return EINVAL; });
-        EXPECT_EQ(answer.codes, Codes(pairs.size(), EINVAL));
+    fs::create_directory(path("folder"));
+    const auto textOf = [&](const std::vector<std::pair<std::string, std::string>>& pairs,
+                            std::int64_t code) {
+        const auto answer = rename(pairs, renameOnANetworkMount);
+        EXPECT_EQ(answer.codes, Codes(pairs.size(), code));
         return answer.error->localizedDescription();
     };
     const std::string explained =
-        "\" (This file system cannot rename without the risk of overwriting.)";
-    EXPECT_EQ(textOf({{"c", "d"}}),
-              "1 of 1 items could not be renamed; the first is \"" + url("c").path() + explained);
-    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}),
+        "\" (This file system cannot rename folders, or let items change places, without the risk "
+        "of overwriting what gets the new name at that moment.)";
+    EXPECT_EQ(
+        textOf({{"folder", "d"}}, EOPNOTSUPP),
+        "1 of 1 items could not be renamed; the first is \"" + url("folder").path() + explained);
+    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}, EOPNOTSUPP),
               "2 of 2 items could not be renamed; the first is \"" + url("a").path() + explained);
     // Here the name may be what it does not take.
-    EXPECT_EQ(textOf({{"c", "d:e"}}), "1 of 1 items could not be renamed; the first is \"" +
-                                          url("c").path() + "\" (Invalid argument)");
+    EXPECT_EQ(textOf({{"folder", "d:e"}}, EINVAL),
+              "1 of 1 items could not be renamed; the first is \"" + url("folder").path() +
+                  "\" (Invalid argument)");
+    fs::remove(path("folder"));
     EXPECT_EQ(contents(), (Contents{{"a", "a"}, {"b", "b"}, {"c", "c"}}));
 }
 
