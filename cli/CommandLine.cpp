@@ -11,7 +11,8 @@ namespace {
 
 constexpr const char* footer =
     "Exit status: 0 done, 1 the operation failed, 2 the command line was not understood,\n"
-    "3 the service could not be started or went away, 130 interrupted by Ctrl-C.";
+    "3 the service could not be started or went away, 4 the server of a network mount has stored\n"
+    "something else, 130 interrupted by Ctrl-C.";
 
 /// Whether --edit is followed by a script without commands, which the parser does not tell from
 /// none.

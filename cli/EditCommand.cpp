@@ -96,20 +96,31 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             if (options.json)
                 return {
                     ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
-            return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after,
-                    "morvane: --dry-run, nothing was changed.\n"};
+            std::string message = "morvane: --dry-run, nothing was changed.\n";
+            if (item.isAllowDeny())
+                message += "  On a network mount the server decides what it stores of it.\n";
+            return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after, message};
         }
-        if (const auto error = sink(entries, url))
-            return refusal(*error, options);
+        Outcome outcome;
+        if (const auto error = sink(entries, url)) {
+            if (exitCodeOf(*error) != ExitStoredOtherwise)
+                return refusal(*error, options);
+            outcome = {ExitStoredOtherwise,
+                       {},
+                       "morvane: the list of '" + escaped(options.path) + "' was written. " +
+                           escaped(error->localizedDescription()) + "\n  " +
+                           escaped(advice(*error, Effect::changes)) + '\n'};
+        }
         // What the item has now, which is not always the order of what was written.
         auto written = source(url);
-        if (written.error)
-            return {ExitSuccess,
-                    {},
-                    "morvane: the list was written; it cannot be read back: " +
-                        escaped(written.error->localizedDescription()) + '\n'};
+        if (written.error) {
+            outcome.message += "morvane: the list was written; it cannot be read back: " +
+                               escaped(written.error->localizedDescription()) + '\n';
+            return outcome;
+        }
         sortCanonically(written.entries);
-        return {ExitSuccess, shown(written.entries, options, style), {}};
+        outcome.output = shown(written.entries, options, style);
+        return outcome;
     };
     if (options.script) {
         const auto problem = runEditScript(*options.script, editor);

@@ -23,6 +23,9 @@ class EditedItem {
     /// Whether it is a folder; with `*error` set if that cannot be told.
     bool isFolder(NSErrorRef* error);
 
+    /// Whether its list is of the kind that network mounts have.
+    bool isAllowDeny() const { return !ownership_; }
+
     /// The entries that the item would have after `entries` were written; with `lossy` the nearest
     /// ones that grant no more. Empty, with `*error` set, if it cannot hold them or that cannot be
     /// told.

@@ -62,6 +62,8 @@ std::string advice(const NSError& error, Effect effect) {
 }
 
 ExitCode exitCodeOf(const NSError& error) {
+    if (error.domain() == NSPOSIXErrorDomain && error.code() == EREMOTEIO)
+        return ExitStoredOtherwise;
     return isServiceFailure(error) ? ExitService : ExitFailure;
 }
 

@@ -13,6 +13,8 @@ enum ExitCode : int {
     ExitUsage = 2,
     /// The service that does the work could not be started or went away.
     ExitService = 3,
+    /// It was written, and the server of a network mount has stored something else.
+    ExitStoredOtherwise = 4,
     /// Ctrl-C.
     ExitInterrupted = 130,
 };

@@ -3,7 +3,10 @@
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <utility>
@@ -12,6 +15,7 @@
 #include "EffectiveAccess.h"
 #include "Nfs4File.h"
 #include "Nfs4Names.h"
+#include "Nfs4Storing.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
 #include "RequestErrors.h"
@@ -58,6 +62,44 @@ Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries
     return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
 }
 
+/// More than people read, of a server that makes nothing of a list.
+constexpr std::size_t maxLossesTold = 64;
+
+NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& wanted,
+                       const NSURL& url) {
+    const auto list = old.form == Nfs4Form::named
+                          ? withOthersAllowedFirst(wanted, old.acl, old.target, systemNfs4Names())
+                          : wanted;
+    std::vector<std::string> losses;
+    const int code = Nfs4Writer().write(item, old, wanted == old.acl ? wanted : list, losses);
+    if (code == 0)
+        return nullptr;
+    if (losses.empty())
+        return posixError(code, url, whyNfs4AclIsRefused(code, old, list));
+    std::string text = "The server of the network mount has stored another list. It differs in: ";
+    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesTold); ++i)
+        text += (i == 0 ? "" : "; ") + losses[i];
+    if (losses.size() > maxLossesTold)
+        text += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
+    return posixError(code, url, text + ".",
+                      "The item has the list that the server has stored: look at it, and change "
+                      "what must not stay so.");
+}
+
+/// Empty where the system's own text says it all.
+std::string whyPosixAclIsRefused(int code, const AclItem& item, const PosixAcl& acl) {
+    struct statvfs system {};
+    if (code != ENOSPC || statvfs(item.path().c_str(), &system) != 0 || system.f_bavail == 0)
+        return {};
+    const auto count = [](const PosixList& list) { return list.users.size() + list.groups.size(); };
+    const auto entries = count(acl.access) + (acl.defaults ? count(*acl.defaults) : 0);
+    return "The list is too long for this file system, whose disk is not full: it would name " +
+           std::to_string(entries) +
+           " users and groups, and all extended attributes of an item have to fit into one block "
+           "of " +
+           std::to_string(system.f_frsize) + " bytes, where each of them takes 8.";
+}
+
 }  // namespace
 
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
@@ -80,20 +122,19 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return posixError(code, url,
                           "Only files and folders are changed on behalf of another user, and a "
                           "file with several names only for its owner.");
-    int code = 0;
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
             return errorOfLosses(wanted.losses, url);
-        code = writeNfs4Acl(item, *native, wanted.acl);
-    } else {
-        const auto& list = std::get<PosixAcl>(old);
-        const auto wanted = reduced(entries, list);
-        if (!wanted.losses.empty())
-            return errorOfLosses(wanted.losses, url);
-        code = writePosixAcl(item.path(), list, wanted.acl);
+        return writeNative(item, *native, wanted.acl, url);
     }
-    return code == 0 ? nullptr : posixError(code, url);
+    const auto& list = std::get<PosixAcl>(old);
+    const auto wanted = reduced(entries, list);
+    if (!wanted.losses.empty())
+        return errorOfLosses(wanted.losses, url);
+    const int code = writePosixAcl(item.path(), list, wanted.acl);
+    return code == 0 ? nullptr
+                     : posixError(code, url, whyPosixAclIsRefused(code, item, wanted.acl));
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {
@@ -104,7 +145,14 @@ AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathR
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
     const auto& [item, acl] = std::get<ItemWithAcl>(found);
-    if (const auto* native = std::get_if<Nfs4Item>(&acl))
+    const auto* native = std::get_if<Nfs4Item>(&acl);
+    if (native && isServersRoot(*native, *who) && geteuid() != 0)
+        return {{},
+                posixError(EPERM, url,
+                           "What root may do on a network mount is for its server to say, which "
+                           "takes root for somebody else, or does not, and tells only root.",
+                           "Ask as root, or with the privileged helper.")};
+    if (native)
         return {permissionTree(effectiveBoxes(item, *native, *who, systemNfs4Names()),
                                native->target.isDirectory),
                 nullptr};

@@ -25,7 +25,8 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 
 /// Replaces the list of the item at `url`. What the file
 /// system cannot hold is refused with an error that names each entry and box that would be lost.
-/// After an error the item has the list that it had.
+/// After an error the item has the list that it had, but for EREMOTEIO: the server of a network
+/// mount has made another list of it, and the error's text tells the difference.
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule = {});
 

@@ -2,6 +2,8 @@
 
 #include <MorvaneOperation/Nfs4AclEntries.h>
 
+#include <atomic>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -15,6 +17,8 @@ struct Nfs4Item {
     Nfs4Target target;
     Nfs4Form form = Nfs4Form::named;
     Nfs4Acl acl;
+    /// The permission bits of stat().
+    std::uint32_t mode = 0;
 };
 
 /// The value of an extended attribute of any length, or an errno value.
@@ -23,9 +27,26 @@ std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, 
 /// An errno value where there is none, or none that is well-formed (EBADMSG).
 std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item);
 
-/// Puts `acl` in place of the list that `old` is, stored as that is. 0, or an errno value and
-/// nothing is changed. A list that is there already is not written.
-int writeNfs4Acl(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl);
+/// Writes lists to items of one mount, and remembers what its server refuses. Several threads may
+/// call it.
+class Nfs4Writer {
+  public:
+    /// Puts `acl` in place of the list that `old` is, stored as that is. 0, or an errno value and
+    /// nothing is changed; EREMOTEIO if it was written and the server has made another list of it.
+    /// A list that is there already is not written. Where the server takes no mark of what is
+    /// inherited, or other texts for names, it is written so.
+    int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) const;
+    /// The same, and adds to `losses` what the server has made of it.
+    int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
+              std::vector<std::string>& losses) const;
+
+  private:
+    mutable std::atomic<bool> withoutMark_ = false;
+    mutable std::atomic<bool> withOtherNames_ = false;
+};
+
+/// Why the system has refused to write `acl`, for people; empty where its own text says it all.
+std::string whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl);
 
 /// The permission bits that `who` has by the list: the first entry that speaks of a bit and of
 /// `who`, or of a group that `who` is in, decides. The server of a network mount may know more: of
@@ -33,7 +54,11 @@ int writeNfs4Acl(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl);
 std::uint32_t boxesByNfs4Acl(const Nfs4Item& list, const CBPosixIdentity& who,
                              const Nfs4Names& names);
 
-/// The same, with what the folder that the item is in and the mount add and take.
+/// Whether what `who` may do is for the server of a network mount to say, who tells only root.
+bool isServersRoot(const Nfs4Item& list, const CBPosixIdentity& who);
+
+/// The same, with what the folder that the item is in and the mount add and take. What root may do
+/// on a network mount the server tells, to root alone.
 std::uint32_t effectiveBoxes(const AclItem& item, const Nfs4Item& list, const CBPosixIdentity& who,
                              const Nfs4Names& names);
 

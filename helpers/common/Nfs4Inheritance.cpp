@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "InheritedValues.h"
+#include "Nfs4Storing.h"
 
 namespace morvane {
 namespace {
@@ -46,17 +47,21 @@ class EntriesWriter final : public InheritedWriter {
             if (const int code = writeOwner(item, owner, group))
                 return code;
         }
+        const Nfs4Target target{owner, group, isFolder};
         auto acl = nfs4AclOfEntries(isFolder ? entries_[level].folder : entries_[level].file,
-                                    old.acl, {owner, group, isFolder}, names_)
+                                    old.acl, target, names_)
                        .acl;
+        // Whoever inherits nothing has the rights of the folder's mode: nobody is left without any.
+        acl = withOthersAllowedFirst(withRightsOfMode(acl, folder_.mode, isFolder), {}, target,
+                                     names_);
         if (!isFolder && (status.st_mode & 0111) == 0) {
             for (auto& entry : acl.entries) {
                 if (entry.type == Nfs4Allow)
                     entry.mask &= ~execute;
             }
         }
-        const int code = writeNfs4Acl(held, old, acl);
-        if (code != 0 && changesOwner)
+        const int code = writer_.write(held, old, acl);
+        if (code != 0 && code != EREMOTEIO && changesOwner)
             writeOwner(item, status.st_uid, status.st_gid);
         return code;
     }
@@ -65,6 +70,7 @@ class EntriesWriter final : public InheritedWriter {
     const InheritedEntries entries_;
     const Nfs4Item folder_;
     const Nfs4Names names_;
+    const Nfs4Writer writer_;
 };
 
 }  // namespace

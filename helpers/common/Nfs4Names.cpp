@@ -68,37 +68,44 @@ std::string lowerCase(std::string text) {
     return text;
 }
 
-/// The domain of names on network mounts, in lower case; empty if this system has none.
-std::string localDomain() {
-    std::ifstream settings("/etc/idmapd.conf");
-    for (std::string line; std::getline(settings, line);) {
-        line.erase(std::remove_if(line.begin(), line.end(),
-                                  [](unsigned char c) { return std::isspace(c); }),
-                   line.end());
-        if (lowerCase(line).starts_with("domain=") && line.size() > 7)
-            return lowerCase(line.substr(7));
-    }
-    char host[256] = {};
-    if (gethostname(host, sizeof host - 1) != 0)
-        return {};
-    const std::string name(host);
-    const auto dot = name.find('.');
-    return dot == std::string::npos ? "" : lowerCase(name.substr(dot + 1));
-}
-
 std::optional<CBPosixIdentity> identityOfName(const std::string& who, bool isGroup) {
     if (auto identity = identityCalled(who, isGroup))
         return identity;
     const auto at = who.rfind('@');
     if (at == std::string::npos || at == 0)
         return std::nullopt;
-    const auto domain = localDomain();
-    if (domain.empty() || lowerCase(who.substr(at + 1)) != domain)
+    if (lowerCase(who.substr(at + 1)) != systemNfs4Domain())
         return std::nullopt;
     return identityCalled(who.substr(0, at), isGroup);
 }
 
 }  // namespace
+
+std::string nfs4DomainOf(std::istream& settingsOfIdmapd, const std::string& hostName) {
+    std::string section;
+    for (std::string line; std::getline(settingsOfIdmapd, line);) {
+        line.erase(std::remove_if(line.begin(), line.end(),
+                                  [](unsigned char c) { return std::isspace(c); }),
+                   line.end());
+        line = lowerCase(line.substr(0, line.find_first_of("#;")));
+        if (line.starts_with('['))
+            section = line;
+        else if (section == "[general]" && line.starts_with("domain=") && line.size() > 7)
+            return line.substr(7);
+    }
+    const auto dot = hostName.find('.');
+    if (dot != std::string::npos && dot + 1 < hostName.size())
+        return lowerCase(hostName.substr(dot + 1));
+    return "localdomain";
+}
+
+std::string systemNfs4Domain() {
+    char host[256] = {};
+    if (gethostname(host, sizeof host - 1) != 0)
+        host[0] = '\0';
+    std::ifstream settings("/etc/idmapd.conf");
+    return nfs4DomainOf(settings, host);
+}
 
 Nfs4Names systemNfs4Names() {
     return {identityOfName, nameOfIdentity};

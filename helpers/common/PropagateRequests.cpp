@@ -36,10 +36,12 @@ std::string failuresText(const AclPropagation& propagation, const char* others) 
     std::string text = counted(propagation.failureCount()) + " could not be changed" + others +
                        "; " + (first.size() == 1 ? "the first is " : "the first are ");
     for (std::size_t i = 0; i != first.size(); ++i)
-        text +=
-            (i == 0 ? "" : ", ") + quotedPath(NSURL::fileURLWithPath(first[i].path)) + " (" +
-            NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)->localizedDescription() +
-            ")";
+        text += (i == 0 ? "" : ", ") + quotedPath(NSURL::fileURLWithPath(first[i].path)) + " (" +
+                (first[i].code == EREMOTEIO
+                     ? "the server of the network mount has stored another list"
+                     : NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)
+                           ->localizedDescription()) +
+                ")";
     return text;
 }
 

@@ -30,7 +30,7 @@ def numbered(flags, *entries):
     return struct.pack(">2I", flags, len(entries)) + b"".join(struct.pack(">5I", *entry) for entry in entries)
 
 
-class Mounted(unittest.TestCase):
+class Mount(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(dir=os.path.dirname(MOUNT))  # a disk: user attributes
         self.addCleanup(folder.cleanup)
@@ -48,6 +48,8 @@ class Mounted(unittest.TestCase):
     def entries(self, path):
         return json.loads(self.run_morvane("acl", "--json", path))
 
+
+class Lists(Mount):
     def test_the_whole_list_is_shown(self):
         os.setxattr(self.file, "user.nfs4_acl", named(
             (DENY, 0, 0x2, "nobody@example.org"), (AUDIT, 0x10, 0x7, "EVERYONE@"),
@@ -101,6 +103,7 @@ class Mounted(unittest.TestCase):
             with open(path, "w", encoding="ascii"):
                 os.chmod(path, mode)
         mine = (ALLOW, 0, 0x1601FF, "OWNER@")
+        os.chmod(self.folder, 0o750)
         for path in (self.file, sub, inner, program):
             os.setxattr(path, "user.nfs4_acl", named((AUDIT, 0x10, 0x7, "EVERYONE@"), mine))
         os.setxattr(self.folder, "user.nfs4_acl", named(
@@ -108,13 +111,29 @@ class Mounted(unittest.TestCase):
             mine))
         self.assertEqual(self.run_morvane("acl", self.folder, "--propagate"), "")
         kept = (AUDIT, 0x10, 0x7, "EVERYONE@")
-        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"),
-                         named(kept, (DENY, INHERITED, 0x2, "4712"), (ALLOW, INHERITED, 0x1, "4711")))
-        self.assertEqual(os.getxattr(sub, "user.nfs4_acl"),
-                         named(kept, (DENY, INHERITED, 0x2, "4712"),
-                               (ALLOW, INHERITED | FILES | FOLDERS, 0x21, "4711")))
-        self.assertEqual(os.getxattr(inner, "user.nfs4_acl"), named(kept, (ALLOW, INHERITED, 0x1, "4711")))
-        self.assertEqual(os.getxattr(program, "user.nfs4_acl"), named(kept, (ALLOW, INHERITED, 0x21, "4711")))
+
+        denied = (DENY, INHERITED, 0x2, "4712")
+        read = (ALLOW, INHERITED, 0x1, "4711")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(
+            kept, (ALLOW, INHERITED, 0x1, "4711"), (ALLOW, 0, 0x160187, "OWNER@"), denied,
+            (ALLOW, 0, 0x120081, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))
+        self.assertEqual(os.getxattr(sub, "user.nfs4_acl"), named(
+            kept, (ALLOW, INHERITED | FILES | FOLDERS, 0x21, "4711"), (ALLOW, 0, 0x1601E7, "OWNER@"), denied,
+            (ALLOW, 0, 0x1200A1, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))
+        self.assertEqual(os.getxattr(inner, "user.nfs4_acl"), named(
+            kept, read, (ALLOW, 0, 0x160187, "OWNER@"), (ALLOW, 0, 0x120081, "GROUP@"),
+            (ALLOW, 0, 0x120080, "EVERYONE@")))
+        self.assertEqual(os.getxattr(program, "user.nfs4_acl"), named(
+            kept, (ALLOW, INHERITED, 0x21, "4711"), (ALLOW, 0, 0x1601A7, "OWNER@"),
+            (ALLOW, 0, 0x1200A1, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))
+
+    def test_below_a_folder_that_leaves_nothing_to_inherit_items_get_the_rights_of_its_mode(self):
+        os.chmod(self.folder, 0o750)
+        for path in (self.folder, self.file):
+            os.setxattr(path, "user.nfs4_acl", named((ALLOW, 0, 0x1601FF, "OWNER@")))
+        self.assertEqual(self.run_morvane("acl", self.folder, "--propagate"), "")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(
+            (ALLOW, 0, 0x160187, "OWNER@"), (ALLOW, 0, 0x120081, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))
 
     def test_a_damaged_list_is_told_and_kept(self):
         damaged = named((ALLOW, 0, 0x1, "EVERYONE@"))[:-1]
@@ -124,6 +143,131 @@ class Mounted(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("The item's NFSv4 access-control list is damaged", result.stderr)
         self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), damaged)
+
+
+class Servers(Mount):
+    """Those that do not store a list as it is."""
+
+    def run_on(self, server, *arguments, user=None):
+        command = ["setpriv", f"--reuid={user}", "--clear-groups"] if user else []
+        return subprocess.run([*command, MORVANE, *arguments], env={**ENVIRONMENT, "MORVANE_NFS_SERVER": server},
+                              capture_output=True, text=True, timeout=TIME_LIMIT)
+
+    def put(self, path, *entries):
+        os.setxattr(path, "user.nfs4_acl", named(*entries))
+
+    def list_of(self, path):
+        data = os.getxattr(path, "user.nfs4_acl")
+        entries, at = [], 4
+        for _ in range(struct.unpack_from(">I", data)[0]):
+            kind, flags, mask, length = struct.unpack_from(">4I", data, at)
+            entries.append((kind, flags, mask, data[at + 16:at + 16 + length].decode()))
+            at += 16 + (length + 3) // 4 * 4
+        return entries
+
+    # What such a server shows of the mode 0644.
+    PLAIN = ((ALLOW, 0, 0x1601A7, "OWNER@"), (ALLOW, 0, 0x1200A1, "GROUP@"), (ALLOW, 0, 0x1200A1, "EVERYONE@"))
+
+    def test_the_commonest_edits_are_stored_and_nothing_is_told(self):
+        for choice, bits in (("read", 0x1200A1), ("read-write", 0x1200A7)):
+            with self.subTest(choice):
+                self.put(self.file, *self.PLAIN)
+                result = self.run_on("linux", "acl", self.file, "--edit", f"add user:4711; permissions {choice}")
+                self.assertEqual((result.returncode, result.stderr), (0, ""))
+                self.assertIn((ALLOW, 0, bits, "4711"), self.list_of(self.file))
+
+    def test_what_the_server_has_not_stored_is_told_with_a_status_of_its_own(self):
+        self.put(self.file, *self.PLAIN)
+        result = self.run_on("linux", "acl", self.file, "--edit",
+                             'add user:4711; permissions read; on "Change Owner"')
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("has stored another list. It differs in: allow uid 4711: \"Change Owner\".", result.stderr)
+        self.assertIn("4711", result.stdout)
+        # A denial that has no place: what everybody may.
+        result = self.run_on("linux", "acl", self.file, "--edit",
+                             'add user:4712; permissions read; off Read; on "Read Attributes"; deny')
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("deny uid 4712: \"Read Attributes\"", result.stderr)
+
+    def test_a_dry_run_says_that_the_server_decides(self):
+        self.put(self.file, *self.PLAIN)
+        result = self.run_on("linux", "acl", self.file, "--dry-run", "--edit", "add user:4711; permissions read")
+        self.assertEqual((result.returncode, result.stderr), (
+            0, "morvane: --dry-run, nothing was changed.\n"
+               "  On a network mount the server decides what it stores of it.\n"))
+
+    def test_a_denial_for_a_user_takes_nothing_from_the_owner(self):
+        self.put(self.file, *self.PLAIN)
+        result = self.run_on("linux", "acl", self.file, "--edit", "add user:4711; permissions write; deny")
+        self.assertIn((ALLOW, 0, 0x1601A7, "OWNER@"), self.list_of(self.file), result.stderr)
+
+    def test_what_is_inherited_is_propagated_where_the_server_takes_no_mark(self):
+        os.chmod(self.folder, 0o755)
+        sub = os.path.join(self.folder, "sub")
+        os.mkdir(sub, 0o755)
+        for path in (self.file, sub):
+            self.put(path, *self.PLAIN)
+        self.put(self.folder, *self.PLAIN, (ALLOW, FILES | FOLDERS, 0x1200A1, "4711"))
+        result = self.run_on("linux", "acl", self.folder, "--propagate")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn((ALLOW, 0, 0x120081, "4711"), self.list_of(self.file))
+        self.assertIn((ALLOW, 0, 0x160187, "OWNER@"), self.list_of(self.file))
+        self.assertIn((ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x1200A1, "4711"), self.list_of(sub))
+
+    def test_a_refusal_without_a_reason_is_explained(self):
+        self.put(self.folder, *self.PLAIN)
+        result = self.run_on("linux", "acl", self.folder, "--edit",
+                             'add user:4711; permissions read; on "Child folders"; off "All descendants"')
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("refused the list without a reason. Some hold no entry that is inherited by one level only",
+                      result.stderr)
+        self.assertEqual(self.list_of(self.folder), list(self.PLAIN))
+
+    def test_the_first_name_in_a_list_is_one_where_the_server_knows_no_numbers(self):
+        self.put(self.file, *self.PLAIN)
+        result = self.run_on("names", "acl", self.file, "--edit", "add user:nobody; permissions read")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertRegex(self.list_of(self.file)[-1][3], "^nobody@[^@]+$")
+        result = self.run_on("names", "acl", self.file, "--edit", "add user:4711; permissions read")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("does not know somebody whom the list names", result.stderr)
+
+    def test_a_list_that_is_too_long_says_how_long_one_may_be(self):
+        self.put(self.file, *self.PLAIN)
+        before = self.list_of(self.file)
+        script = ";".join(f"add user:{10000 + i}; permissions read" for i in range(1022))
+        result = self.run_on("linux", "acl", self.file, "--edit", script)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("The list would have 1025 entries; it can have at most 1024.", result.stderr)
+        result = self.run_on("short", "acl", self.file, "--edit", "add user:4711; permissions read")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("some no list of so many entries (4)", result.stderr)
+        self.assertEqual(self.list_of(self.file), before)
+
+    def test_what_root_may_is_asked_of_the_server_by_root_alone(self):
+        os.chmod(self.folder, 0o755)
+        os.chmod(self.file, 0)
+        os.chown(self.file, 4711, 4711)
+        self.put(self.file, (ALLOW, 0, 0x160180, "OWNER@"))
+        result = self.run_on("linux", "access", self.file, "--user", "root")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        for box in ("Read Data", "Write Data", "Change Owner"):
+            self.assertIn(f"[x] {box}", result.stdout)
+        os.chmod(self.file, 0o644)
+        result = self.run_on("linux", "access", self.file, "--user", "root", user=4711)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("What root may do on a network mount is for its server to say", result.stderr)
+
+    def test_files_are_renamed_and_folders_are_refused_with_the_reason(self):
+        folder, new = os.path.join(self.folder, "folder"), os.path.join(self.folder, "new")
+        os.mkdir(folder)
+        result = self.run_on("linux", "rename", self.file, "new", folder, "other")
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertEqual(result.stderr, "morvane: 1 of 2 items could not be renamed:\n"
+                         f"  '{folder}': this file system cannot rename it without the risk of overwriting; "
+                         "where nobody else changes the folder, mv can\n")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["folder", "new"])
+        self.assertEqual(os.stat(new).st_nlink, 1)
 
 
 if __name__ == "__main__":

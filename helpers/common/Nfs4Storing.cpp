@@ -1,0 +1,287 @@
+#include "Nfs4Storing.h"
+
+#include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
+#include <MorvaneOperation/acl_perms.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+#include <variant>
+
+namespace morvane {
+namespace {
+
+using Boxes = std::uint32_t;
+
+/// Whether nobody is both of them. The first one denies.
+bool areOthers(const Nfs4Entry& denied, const Nfs4Entry& allowed, const Nfs4Target& target,
+               const Nfs4Names& names) {
+    const auto first = identityOfNfs4Entry(denied, target, names);
+    const auto second = identityOfNfs4Entry(allowed, target, names);
+    const auto* user = second ? std::get_if<CBPosixUser>(&*second) : nullptr;
+    if (!first || !user)
+        return false;
+    if (const auto* other = std::get_if<CBPosixUser>(&*first))
+        return other->uid != user->uid;
+    const auto* group = std::get_if<CBPosixGroup>(&*first);
+    return group && !userIsInGroup(user->uid, group->gid);
+}
+
+/// What everybody may, whatever a list says of it; the owner a little more.
+constexpr Boxes alwaysAllowed = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
+constexpr Boxes alwaysAllowedToOwner = alwaysAllowed | ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY;
+/// What a mode does not hold apart from reading and writing.
+constexpr Boxes partsOfGroups =
+    ACL_READ_EXTATTRIBUTES | ACL_WRITE_EXTATTRIBUTES | ACL_DELETE | ACL_WRITE_ATTRIBUTES;
+
+/// Where an entry counts: in the item itself, or in what is below it.
+struct Scope {
+    const char* text;
+    std::uint32_t with;
+    std::uint32_t without;
+};
+constexpr Scope scopes[] = {{"", 0, Nfs4InheritOnly},
+                            {" in child files", Nfs4FileInherit, 0},
+                            {" in child folders", Nfs4FolderInherit, 0},
+                            {" in all descendants", Nfs4FolderInherit, Nfs4NoPropagate}};
+
+struct Rule {
+    NSUUID who;
+    std::string name;
+    bool deny = false;
+    Boxes boxes = 0;
+    std::uint32_t flags = 0;
+
+    bool countsIn(const Scope& scope) const {
+        return (flags & scope.with) == scope.with && (flags & scope.without) == 0;
+    }
+};
+
+struct Decision {
+    Boxes allowed = 0;
+    Boxes denied = 0;
+};
+
+class Rules {
+  public:
+    Rules(const Nfs4Acl& acl, const Nfs4Target& target, const Nfs4Names& names) {
+        const auto shown = entriesOfNfs4Acl(acl, target, names);
+        std::size_t next = 0;
+        for (const auto& entry : acl.entries) {
+            if (entry.type > Nfs4Deny)
+                continue;
+            const auto& as = *shown[next++];
+            rules_.push_back({as.uuid().value_or(everyone),
+                              as.identity() ? identityText(*as.identity()) : identityName(as),
+                              entry.type == Nfs4Deny, boxesOfNfs4Mask(entry.mask),
+                              target.isDirectory ? entry.flags : 0});
+        }
+    }
+
+    Decision decisionOn(const NSUUID& who, const Scope& scope) const {
+        Decision decision;
+        for (const auto& rule : rules_) {
+            if (!rule.countsIn(scope) || (rule.who != who && rule.who != everyone))
+                continue;
+            auto& boxes = rule.deny ? decision.denied : decision.allowed;
+            boxes |= rule.boxes & ~(decision.allowed | decision.denied);
+        }
+        return decision;
+    }
+
+    /// The boxes of `rule` that it has by themselves, not as a part of a group.
+    static Boxes chosen(const Rule& rule, bool isDirectory) {
+        Boxes parts = 0;
+        for (const acl_perm_group* group = acl_perms; group->name; ++group) {
+            Boxes all = 0;
+            for (const acl_perm_entry* row = group->perms; row->name; ++row) {
+                if ((row->kinds & (isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES)) != 0)
+                    all |= row->perm;
+            }
+            if ((rule.boxes & all) == all)
+                parts |= all & partsOfGroups;
+        }
+        return rule.boxes & ~parts;
+    }
+
+    const std::vector<Rule>& all() const { return rules_; }
+
+    static inline const NSUUID everyone = uuidOfPosixIdentity(CBEveryone{});
+
+  private:
+    std::vector<Rule> rules_;
+};
+
+std::string namesOf(Boxes boxes, bool isDirectory) {
+    std::string text;
+    for (const acl_perm_group* group = acl_perms; group->name; ++group) {
+        for (const acl_perm_entry* row = group->perms; row->name; ++row) {
+            if ((row->kinds & (isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES)) != 0 &&
+                (row->perm & boxes) != 0)
+                text += (text.empty() ? "\"" : ", \"") + std::string(row->name) + '"';
+        }
+    }
+    return text;
+}
+
+/// Compares two lists for one identity after the other.
+class Comparison {
+  public:
+    Comparison(const Rules& wanted, const Rules& stored, const Nfs4Target& target)
+        : wanted_(wanted),
+          stored_(stored),
+          isDirectory_(target.isDirectory),
+          owner_(uuidOfPosixIdentity(CBPosixUser{target.owner})) {}
+
+    std::vector<std::string> run() {
+        std::vector<std::pair<NSUUID, std::string>> all{{Rules::everyone, "everyone"}};
+        for (const auto* rules : {&wanted_, &stored_}) {
+            for (const auto& rule : rules->all()) {
+                if (std::none_of(all.begin(), all.end(),
+                                 [&](const auto& known) { return known.first == rule.who; }))
+                    all.emplace_back(rule.who, rule.name);
+            }
+        }
+        for (const auto& scope : scopes) {
+            if (isDirectory_ || &scope == scopes) {
+                ofEveryone_ = {};
+                for (const auto& [who, name] : all)
+                    compare(who, name, scope);
+            }
+        }
+        return std::move(found_);
+    }
+
+  private:
+    struct Difference {
+        Boxes missing = 0;
+        Boxes granted = 0;
+    };
+
+    void compare(const NSUUID& who, const std::string& name, const Scope& scope) {
+        const auto want = wanted_.decisionOn(who, scope);
+        const auto have = stored_.decisionOn(who, scope);
+        Difference now{want.allowed & ~have.allowed, have.allowed & ~want.allowed};
+        Boxes told = 0;
+        Boxes own = 0;
+        for (const auto& rule : wanted_.all()) {
+            if (rule.who != who || rule.deny || !rule.countsIn(scope))
+                continue;
+            told |= Rules::chosen(rule, isDirectory_);
+            own |= rule.boxes;
+        }
+        // What everyone has lost is told once.
+        told |= ~own & ~ofEveryone_.missing;
+        tell("allow", name, now.missing & told, scope, "");
+        tell("deny", name, now.granted & want.denied & ~ofEveryone_.granted, scope, "");
+        tell("allow", name,
+             now.granted & ~want.denied & ~ofEveryone_.granted &
+                 ~(who == owner_ ? alwaysAllowedToOwner : alwaysAllowed),
+             scope, ", which was not asked for");
+        if (who == Rules::everyone)
+            ofEveryone_ = now;
+    }
+
+    void tell(const char* type, const std::string& name, Boxes boxes, const Scope& scope,
+              const char* behind) {
+        const auto names = namesOf(boxes, isDirectory_);
+        if (!names.empty())
+            found_.push_back(std::string(type) + ' ' + name + ": " + names + scope.text + behind);
+    }
+
+    const Rules& wanted_;
+    const Rules& stored_;
+    const bool isDirectory_;
+    const NSUUID owner_;
+    Difference ofEveryone_;
+    std::vector<std::string> found_;
+};
+
+}  // namespace
+
+Nfs4Acl withOthersAllowedFirst(const Nfs4Acl& acl, const Nfs4Acl& old, const Nfs4Target& target,
+                               const Nfs4Names& names) {
+    auto result = acl;
+    auto& list = result.entries;
+    const auto isNew = [&](const Nfs4Entry& entry) {
+        return std::find(old.entries.begin(), old.entries.end(), entry) == old.entries.end();
+    };
+    const auto begin = list.begin();
+    for (auto denial = begin; denial != list.end(); ++denial) {
+        if (denial->type != Nfs4Deny || !isNew(*denial))
+            continue;
+        for (auto allowed = denial + 1; allowed != list.end(); ++allowed) {
+            // Two that allow may change places, and so may a denial and one that is for others.
+            const bool mayPass =
+                allowed->type == Nfs4Allow &&
+                std::all_of(denial, allowed, [&](const Nfs4Entry& passed) {
+                    return passed.type != Nfs4Deny || areOthers(passed, *allowed, target, names);
+                });
+            if (!mayPass)
+                continue;
+            std::rotate(denial, allowed, allowed + 1);
+            ++denial;
+        }
+    }
+    return result;
+}
+
+Nfs4Acl withRightsOfMode(const Nfs4Acl& acl, std::uint32_t mode, bool isDirectory) {
+    auto result = acl;
+    constexpr std::pair<const char*, unsigned> classes[] = {
+        {nfs4Owner, 6}, {nfs4OwningGroup, 3}, {nfs4Everyone, 0}};
+    for (const auto& [who, shift] : classes) {
+        const bool isThere = std::any_of(acl.entries.begin(), acl.entries.end(),
+                                         [&, who = who](const Nfs4Entry& entry) {
+                                             return entry.who == who && entry.type <= Nfs4Deny &&
+                                                    (entry.flags & Nfs4InheritOnly) == 0;
+                                         });
+        if (isThere)
+            continue;
+        const auto rights = mode >> shift & 7U;
+        Boxes boxes = who == nfs4Owner ? alwaysAllowedToOwner : alwaysAllowed;
+        if ((rights & 4U) != 0)
+            boxes |= ACL_READ_DATA;
+        if ((rights & 2U) != 0)
+            boxes |= ACL_WRITE_DATA | ACL_APPEND_DATA | (isDirectory ? ACL_DELETE_CHILD : 0);
+        if ((rights & 1U) != 0)
+            boxes |= ACL_SEARCH;
+        constexpr std::uint32_t synchronize = 0x100000;
+        result.entries.push_back({Nfs4Allow, 0, nfs4MaskOfBoxes(boxes) | synchronize, who});
+    }
+    return result;
+}
+
+std::optional<Nfs4Acl> withOtherNames(const Nfs4Acl& acl, const Nfs4Acl& old,
+                                      const Nfs4Target& target, const Nfs4Names& names,
+                                      const std::string& domain) {
+    auto result = acl;
+    bool changed = false;
+    for (auto& entry : result.entries) {
+        const auto identity = identityOfNfs4Entry(entry, target, names);
+        const bool isOld = std::any_of(old.entries.begin(), old.entries.end(),
+                                       [&](const Nfs4Entry& o) { return o.who == entry.who; });
+        if (isOld || !identity || entry.who == nfs4Owner || entry.who == nfs4OwningGroup ||
+            entry.who == nfs4Everyone)
+            continue;
+        const auto* user = std::get_if<CBPosixUser>(&*identity);
+        const auto* group = std::get_if<CBPosixGroup>(&*identity);
+        if (!idOfNfs4Who(entry.who))
+            entry.who = std::to_string(user ? user->uid : group->gid);
+        else if (const auto name = names.nameOf(*identity); name && !domain.empty())
+            entry.who = *name + '@' + domain;
+        else
+            continue;
+        changed = true;
+    }
+    return changed ? std::optional(std::move(result)) : std::nullopt;
+}
+
+std::vector<std::string> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
+                                       const Nfs4Target& target, const Nfs4Names& names) {
+    return Comparison(Rules(wanted, target, names), Rules(stored, target, names), target).run();
+}
+
+}  // namespace morvane

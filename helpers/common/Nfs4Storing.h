@@ -1,0 +1,34 @@
+#pragma once
+
+#include <MorvaneOperation/Nfs4AclEntries.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What to mind of the servers of network mounts, which need not store an allow/deny list as it is.
+/// Linux's own keeps a POSIX list instead: it holds the three rights of the mode, charges a denial
+/// to whoever comes behind it, and says success.
+namespace morvane {
+
+/// The same list for everybody, in which no entry that `old` does not have denies something in
+/// front of an entry that allows it to others: those allow first.
+Nfs4Acl withOthersAllowedFirst(const Nfs4Acl& acl, const Nfs4Acl& old, const Nfs4Target& target,
+                               const Nfs4Names& names);
+
+/// `acl` with what `mode` gives the owner, the owning group and everyone, of whom it says nothing.
+Nfs4Acl withRightsOfMode(const Nfs4Acl& acl, std::uint32_t mode, bool isDirectory);
+
+/// The list with the other kind of text for whomever `old` does not name: "name@domain" for a
+/// number, a number for a name. Empty where there is nobody whom that can be said of.
+std::optional<Nfs4Acl> withOtherNames(const Nfs4Acl& acl, const Nfs4Acl& old,
+                                      const Nfs4Target& target, const Nfs4Names& names,
+                                      const std::string& domain);
+
+/// What `stored` takes from, or grants beyond, `wanted`, for people: "allow user bob: "Delete"".
+/// Not told is what no mode holds apart of a group of boxes that is on as a whole, and what
+/// everybody always may.
+std::vector<std::string> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
+                                       const Nfs4Target& target, const Nfs4Names& names);
+
+}  // namespace morvane
