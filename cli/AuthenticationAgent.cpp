@@ -31,11 +31,18 @@ bool isInSession() {
     return found;
 }
 
+/// Whether the agent finds a terminal: it takes only one that belongs to its session, which after
+/// `su -c` is not the one on which the command was typed.
+bool hasTerminal() {
+    const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    return terminal >= 0 && close(terminal) == 0;
+}
+
 }  // namespace
 
 AuthenticationAgent::AuthenticationAgent() {
     int ready[2];
-    if (access(program, X_OK) != 0 || pipe2(ready, O_CLOEXEC) != 0)
+    if (!hasTerminal() || access(program, X_OK) != 0 || pipe2(ready, O_CLOEXEC) != 0)
         return;
     constexpr int theirs = 3;
     const std::string process = std::to_string(getpid());

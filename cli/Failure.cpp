@@ -1,5 +1,8 @@
 #include "Failure.h"
 
+#include <MorvaneOperation/MVAuthorization.h>
+#include <MorvaneOperation/platform/security/AuthorizationServices.h>
+
 #include <cerrno>
 
 #include "Text.h"
@@ -20,6 +23,38 @@ const NSError* underlyingError(const NSError& error) {
         return nullptr;
     const auto* underlying = std::get_if<NSErrorRef>(&found->second);
     return underlying ? underlying->get() : nullptr;
+}
+
+std::string adviceAboutRight(std::int64_t code) {
+    switch (code) {
+        case errAuthorizationDenied:
+            return "An administrator's password is needed, or a rule of polkit's that allows it.";
+        case errAuthorizationInteractionNotAllowed:
+            return "Run the command in a desktop session or on a terminal. One that belongs to "
+                   "another session cannot be asked on: use 'su --pty -c' in the place of 'su -c'.";
+        case errAuthorizationInternal:
+            return "Check that polkit runs: 'systemctl status polkit'.";
+        default:
+            return {};
+    }
+}
+
+std::string adviceAboutInstallation(std::int64_t code) {
+    switch (code) {
+        case kSMErrorJobMustBeEnabled:
+            return "The administrator does not want the helper to run. "
+                   "'systemctl unmask io.github.morvaneoperation.PrivilegedHelper.service "
+                   "io.github.morvaneoperation.PrivilegedHelper.socket' allows it.";
+        case kSMErrorAuthorizationFailure:
+        case kSMErrorLaunchDeniedByUser:
+            return "Try again and allow it, or have an administrator run '" MORVANE_INSTALLER
+                   "' as root.";
+        case kSMErrorJobNotFound:
+            return "Nobody listens for the helper; 'systemctl status "
+                   "io.github.morvaneoperation.PrivilegedHelper.socket' tells why.";
+        default:
+            return "Run '" MORVANE_INSTALLER "' as root; it names what is wrong.";
+    }
 }
 
 }  // namespace
@@ -43,6 +78,10 @@ std::string advice(const NSError& error, Effect effect) {
                 return {};
         }
     }
+    if (error.domain() == NSOSStatusErrorDomain)
+        return adviceAboutRight(error.code());
+    if (error.domain() == MVErrorDomainLaunchd)
+        return adviceAboutInstallation(error.code());
     if (error.domain() == NSPOSIXErrorDomain) {
         switch (error.code()) {
             case EPERM:

@@ -60,9 +60,22 @@ NSErrorRef connectPrivileged(FileConnector& connector, const char* right) {
               std::string("The rights of this program are not defined on this system, and only "
                           "root may define them.")},
              {NSLocalizedRecoverySuggestionErrorKey,
-              std::string("Install MorvaneOperation's policy file, or run the command once as "
-                          "root.")}});
+              std::string("Run '" MORVANE_INSTALLER "' as root; it lets polkit know them from "
+                          "'" MORVANE_POLICY "'.")}});
     return error;
+}
+
+/// A connection to the helper that could not be made, with what helps; any other error as it is.
+NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
+    if (error->domain() != NSCocoaErrorDomain || error->code() != NSXPCConnectionInvalid ||
+        error->localizedRecoverySuggestion())
+        return error;
+    auto userInfo = error->userInfo();
+    userInfo.insert_or_assign(
+        NSLocalizedRecoverySuggestionErrorKey,
+        std::string("Try again; the helper is then looked after. 'systemctl status "
+                    "io.github.morvaneoperation.PrivilegedHelper.service' tells why it failed."));
+    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
 }
 
 }  // namespace
@@ -78,8 +91,9 @@ std::shared_ptr<MVFileRequest> FileConnector::serviceAnswering(
     }
     const auto held = privileged_ ? authConnection() : connection();
     return held->template remoteObjectProxyWithErrorHandler<MVFileRequest>(
-        [answer](NSErrorRef error) {
-            answer->set_value({{}, std::move(error)});
+        [answer, privileged = privileged_](NSErrorRef error) {
+            answer->set_value(
+                {{}, privileged ? withAdviceAboutHelper(std::move(error)) : std::move(error)});
         });
 }
 

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/host/Log.h>
 #include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -202,6 +203,8 @@ bool print(const std::string& text, std::FILE* to) {
 int main(int argc, char** argv) {
     morvane::openMissingStandardStreams();
     std::setlocale(LC_ALL, "");
+    // The request that a connection ends with tells it in its own words.
+    morvane::setLogSink([](std::string_view) {});
     morvane::Outcome outcome;
     try {
         outcome = morvane::run(argc, argv);

@@ -17,7 +17,7 @@ set(platform_headers
     foundation/NSNotificationCenter.h foundation/NSObject.h foundation/NSTreeNode.h
     foundation/NSUncaughtException.h foundation/NSURL.h foundation/NSUserDefaults.h
     foundation/NSUUID.h
-    host/KDLocalizedString.h host/MVIdentities.h
+    host/KDLocalizedString.h host/Log.h host/MVIdentities.h
     identity/CBIdentity.h identity/CBIdentityAuthority.h
     security/AuthorizationServices.h security/ProcessRights.h
     xpc/NSXPCCoding.h xpc/NSXPCConnection.h xpc/NSXPCInterface.h xpc/NSXPCListener.h

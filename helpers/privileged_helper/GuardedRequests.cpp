@@ -103,9 +103,11 @@ NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
                                 (state == RightState::expired ? " has expired" : " is not held");
         log(std::string(selector) + " refused, " + why);
         NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, "T" + why.substr(1) + "."}};
-        if (state == RightState::expired)
-            userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey,
-                             "Ask again in five minutes, or in a program started anew.");
+        userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey,
+                         state == RightState::expired
+                             ? "Ask again in five minutes, or in a program started anew."
+                             : "Ask for the right again; it holds for 45 seconds, and for the "
+                               "process that has asked.");
         return NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, std::move(userInfo));
     };
 }

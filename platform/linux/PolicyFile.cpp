@@ -7,12 +7,24 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string_view>
 
 namespace morvane {
 namespace {
 
 constexpr const char* actionFolder = "/usr/share/polkit-1/actions";
+/// The package's file, with all of this library's rights. polkit reads it where it is if that is
+/// the folder of the actions.
+constexpr const char* packagePolicy =
+    MORVANE_DATA_DIR "/polkit-1/actions/io.github.morvaneoperation.policy";
+
+std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 std::string xml(std::string_view text) {
     std::string result;
@@ -69,9 +81,17 @@ std::string policyFileText(const std::string& right, const AuthorizationRule& ru
            "</policyconfig>\n";
 }
 
-int writePolicyFile(const std::string& right, const std::string& text) {
-    const std::string path = std::string(actionFolder) + "/" + right + ".policy";
-    std::string temporary = std::string(actionFolder) + "/." + right + ".XXXXXX";
+int writePolicyFile(const std::string& right, const std::string& ownText) {
+    const auto ofPackage = contents(packagePolicy);
+    const bool isOfPackage =
+        ofPackage.find("<action id=\"" + xml(right) + "\">") != std::string::npos;
+    const auto& text = isOfPackage ? ofPackage : ownText;
+    const auto name =
+        isOfPackage ? std::filesystem::path(packagePolicy).filename().string() : right + ".policy";
+    const std::string path = std::string(actionFolder) + "/" + name;
+    if (contents(path) == text)
+        return 0;  // polkit has not noticed it yet
+    std::string temporary = std::string(actionFolder) + "/." + name + ".XXXXXX";
     const FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
     if (!file)
         return errno;

@@ -11,7 +11,8 @@ namespace morvane {
 std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
                            const std::string& prompt);
 
-/// Adds the action to the system's: 0, or an errno value. The file is there whole or not at all.
+/// Adds the action to the system's: 0, or an errno value. The file is there whole or not at all; it
+/// is the package's own, if that defines the right, and otherwise has the text.
 int writePolicyFile(const std::string& right, const std::string& text);
 
 }  // namespace morvane

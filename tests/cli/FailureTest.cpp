@@ -1,3 +1,4 @@
+#include <MorvaneOperation/MVAuthorization.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -69,6 +70,38 @@ TEST(Advice, TellsWhoMayChangeAnItemFromWhoMayReachIt) {
     EXPECT_EQ(advice(*posix(EACCES), Effect::changes),
               "You need the right to enter every folder above the item, or the item itself; ask "
               "their owner, or run the command as a user who may.");
+}
+
+std::string adviceAbout(const char* domain, std::int64_t code) {
+    return advice(*NSError::errorWithDomain(domain, code), Effect::reads);
+}
+
+TEST(ARightThatIsRefused, ComesWithAdviceAboutRightsAndNotAboutFolders) {
+    EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationDenied),
+              "An administrator's password is needed, or a rule of polkit's that allows it.");
+    EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed),
+              "Run the command in a desktop session or on a terminal. One that belongs to another "
+              "session cannot be asked on: use 'su --pty -c' in the place of 'su -c'.");
+    EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationInternal),
+              "Check that polkit runs: 'systemctl status polkit'.");
+    EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationCanceled), "");
+}
+
+TEST(AHelperThatIsNotInstalled, ComesWithWhatAnAdministratorCanDo) {
+    EXPECT_EQ(adviceAbout(MVErrorDomainLaunchd, kSMErrorJobMustBeEnabled),
+              "The administrator does not want the helper to run. 'systemctl unmask "
+              "io.github.morvaneoperation.PrivilegedHelper.service "
+              "io.github.morvaneoperation.PrivilegedHelper.socket' allows it.");
+    EXPECT_EQ(adviceAbout(MVErrorDomainLaunchd, kSMErrorLaunchDeniedByUser),
+              "Try again and allow it, or have an administrator run '" MORVANE_INSTALLER
+              "' as root.");
+    EXPECT_EQ(adviceAbout(MVErrorDomainLaunchd, kSMErrorJobNotFound),
+              "Nobody listens for the helper; 'systemctl status "
+              "io.github.morvaneoperation.PrivilegedHelper.socket' tells why.");
+    for (const auto code : {kSMErrorInternalFailure, kSMErrorInvalidSignature, kSMErrorToolNotValid,
+                            kSMErrorServiceUnavailable})
+        EXPECT_EQ(adviceAbout(MVErrorDomainLaunchd, code),
+                  "Run '" MORVANE_INSTALLER "' as root; it names what is wrong.");
 }
 
 }  // namespace

@@ -159,6 +159,9 @@ TEST(GuardedRequests, NoMessageReachesItsHandlerWithoutItsOwnRight) {
         EXPECT_EQ(error->code(), EACCES);
         EXPECT_EQ(error->localizedDescription(),
                   "The right " + std::string(rightOf(message.selector)) + " is not held.");
+        EXPECT_EQ(error->localizedRecoverySuggestion(),
+                  "Ask for the right again; it holds for 45 seconds, and for the process that has "
+                  "asked.");
     }
 }
 

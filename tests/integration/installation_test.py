@@ -125,6 +125,24 @@ class Installation(PrivilegedCase):
         self.assertNotIn(f"{LABEL}.InstallHelper",
                          [p.split(":")[0] for p in run("acl", self.file, agent="allow").prompts])
 
+    def test_root_defines_the_rights_with_the_packages_own_file(self):
+        os.unlink(f"{self.ACTIONS}/{LABEL}.policy")
+        wait_until(lambda: not self.is_defined(f"{LABEL}.GetFileAcl"), "the rights to be forgotten")
+        self.addCleanup(wait_until, lambda: self.is_defined(f"{LABEL}.GetFileAcl"), "the rights")
+        outcome = subprocess.run([MORVANE, "--privileged", "acl", self.file], stdin=subprocess.DEVNULL,
+                                 capture_output=True, text=True)
+        self.assertEqual(outcome.returncode, 0, outcome.stderr)
+        self.assertEqual(sorted(os.listdir(self.ACTIONS)), [f"{LABEL}.InstallHelper.policy", f"{LABEL}.policy"])
+
+    def test_who_may_not_define_the_rights_is_told_by_whom_and_how(self):
+        os.unlink(f"{self.ACTIONS}/{LABEL}.policy")
+        self.addCleanup(wait_until, lambda: self.is_defined(f"{LABEL}.GetFileAcl"), "the rights")
+        self.addCleanup(shutil.copy, POLICY, self.ACTIONS)
+        wait_until(lambda: not self.is_defined(f"{LABEL}.GetFileAcl"), "the rights to be forgotten")
+        self.assertRefused(run("acl", self.file, agent="allow"),
+                           f"Run '{LIBEXEC}/morvane-install-helper' as root; it lets polkit know them from "
+                           f"'{DATA}/polkit-1/actions/{LABEL}.policy'.")
+
     def test_a_masked_unit_is_told_without_a_question(self):
         os.symlink("/dev/null", f"{self.UNITS}/{LABEL}.PrivilegedHelper.service")
         outcome = run("acl", self.file, agent="allow")
