@@ -86,8 +86,8 @@ int writeAccess(const OpenItem& item, const ItemValues& values) {
     const int code = write(item, accessName, values.access);
     if (code != EOPNOTSUPP || !values.isMode)
         return code;
-    // A file system without lists still has the mode. What it has now counts: giving an item to
-    // another owner takes setuid and setgid from it.
+    // A file system without lists still has the mode. What it has now counts: an item that got
+    // another owner has lost setuid and setgid.
     struct stat now {};
     if (fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) != 0)
         return errno;
@@ -121,7 +121,7 @@ int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32
     if ((changesOwner || changesAccess) && (status.st_mode & S_ISGID) != 0 && !keepsSetgid(group))
         return EPERM;
     if (changesOwner) {
-        if (const int code = writeOwner(item, owner, group))
+        if (const int code = changeOwner(item, status, owner, group))
             return code;
     }
     int code = changesDefaults ? write(item, defaultName, values.defaults) : 0;
@@ -132,7 +132,7 @@ int writeItemValues(const OpenItem& item, const struct stat& status, std::uint32
     }
     // Setuid and setgid do not come back: meanwhile the file may have been written to.
     if (code != 0 && changesOwner)
-        writeOwner(item, status.st_uid, status.st_gid);
+        giveBack(item, status);
     return code;
 }
 
@@ -167,8 +167,23 @@ class ListWriter final : public InheritedWriter {
 
 }  // namespace
 
-int writeOwner(const OpenItem& item, std::uint32_t owner, std::uint32_t group) {
-    return fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;
+int changeOwner(const OpenItem& item, const struct stat& status, std::uint32_t owner,
+                std::uint32_t group) {
+    if (fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) != 0)
+        return errno;
+    constexpr mode_t runsAsOther = S_ISUID | S_ISGID;
+    // Asked for only now: whoever owned the item until now could set the bits until now.
+    struct stat now {};
+    int code = fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) == 0 ? 0 : errno;
+    if (code == 0 && !S_ISDIR(now.st_mode) && (now.st_mode & runsAsOther) != 0)
+        code = writeMode(item, now.st_mode & 07777 & ~runsAsOther);
+    if (code != 0)
+        giveBack(item, status);
+    return code;
+}
+
+void giveBack(const OpenItem& item, const struct stat& status) {
+    static_cast<void>(fchownat(item.descriptor, "", status.st_uid, status.st_gid, AT_EMPTY_PATH));
 }
 
 std::unique_ptr<const InheritedWriter> inheritedListWriter(const InheritedLists& lists) {

@@ -44,7 +44,7 @@ class EntriesWriter final : public InheritedWriter {
         const auto& [owner, group, folder] = folder_.target;
         const bool changesOwner = status.st_uid != owner || status.st_gid != group;
         if (changesOwner) {
-            if (const int code = writeOwner(item, owner, group))
+            if (const int code = changeOwner(item, status, owner, group))
                 return code;
         }
         const Nfs4Target target{owner, group, isFolder};
@@ -62,7 +62,7 @@ class EntriesWriter final : public InheritedWriter {
         }
         const int code = writer_.write(held, old, acl);
         if (code != 0 && code != EREMOTEIO && changesOwner)
-            writeOwner(item, status.st_uid, status.st_gid);
+            giveBack(item, status);
         return code;
     }
 
