@@ -1,7 +1,5 @@
 #include "Nfs4Inheritance.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -33,10 +31,7 @@ class EntriesWriter final : public InheritedWriter {
 
     int write(const OpenItem& item, const struct stat& status, std::size_t level) const override {
         const bool isFolder = S_ISDIR(status.st_mode);
-        FileDescriptor duplicate(fcntl(item.descriptor, F_DUPFD_CLOEXEC, 0));
-        if (!duplicate)
-            return errno;
-        const AclItem held(std::move(duplicate));
+        const auto held = AclItem::borrowed(item.descriptor);
         const auto read = readNfs4Item(held);
         if (const auto* code = std::get_if<int>(&read))
             return *code == ENODATA ? EOPNOTSUPP : *code;

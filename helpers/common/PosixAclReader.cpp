@@ -92,6 +92,10 @@ std::optional<PosixList> listOfAcl(acl_t acl) {
     return list;
 }
 
+std::string pathTo(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 }  // namespace
 
 int systemAttributeProbe(const char* path, const char* name) {
@@ -108,8 +112,13 @@ std::variant<AclItem, int> AclItem::open(const std::string& path, const PathRule
 
 // Attribute calls refuse such a descriptor, but take its name.
 AclItem::AclItem(FileDescriptor descriptor)
-    : descriptor_(std::move(descriptor)),
-      path_("/proc/self/fd/" + std::to_string(descriptor_.get())) {}
+    : descriptor_(std::move(descriptor)), path_(pathTo(descriptor_.get())) {}
+
+AclItem AclItem::borrowed(int descriptor) {
+    AclItem item{FileDescriptor()};
+    item.path_ = pathTo(descriptor);
+    return item;
+}
 
 std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {
     const auto item = AclItem::open(path);

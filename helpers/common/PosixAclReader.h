@@ -32,6 +32,8 @@ class AclItem {
     static std::variant<AclItem, int> open(const std::string& path, const PathRule& rule = {});
     /// `descriptor` may be one that gives no right to the item (O_PATH).
     explicit AclItem(FileDescriptor descriptor);
+    /// An item that somebody else holds, for as long.
+    static AclItem borrowed(int descriptor);
 
     /// A path to this very item, good in this process for as long as the item is held.
     const std::string& path() const { return path_; }

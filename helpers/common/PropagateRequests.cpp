@@ -18,23 +18,23 @@
 #include "Nfs4Names.h"
 #include "PosixAclReader.h"
 #include "RequestErrors.h"
+#include "WorkErrors.h"
 
 namespace morvane {
 namespace {
 
 using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
 
-constexpr std::chrono::milliseconds interval{250};
-
 std::string counted(std::uint64_t items) {
     return std::to_string(items) + (items == 1 ? " item" : " items");
 }
 
 /// `others` tells what has become of the rest.
-std::string failuresText(const AclPropagation& propagation, const char* others) {
-    const auto& first = propagation.firstFailures();
-    std::string text = counted(propagation.failureCount()) + " could not be changed" + others +
-                       "; " + (first.size() == 1 ? "the first is " : "the first are ");
+std::string failuresText(const WalkFailures& failures, const char* others) {
+    const auto& first = failures.first;
+    std::string text = counted(failures.count) + " could not be changed" +
+                       (failures.notReached == 0 ? "" : " or entered" + notReachedText(failures)) +
+                       others + "; " + (first.size() == 1 ? "the first is " : "the first are ");
     for (std::size_t i = 0; i != first.size(); ++i)
         text += (i == 0 ? "" : ", ") + quotedPath(NSURL::fileURLWithPath(first[i].path)) + " (" +
                 (first[i].code == EREMOTEIO
@@ -56,7 +56,7 @@ NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
 std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
                                                  const FileDescriptor& folder, const NSURL& url,
                                                  NSErrorRef* error) {
-    const AclItem item(FileDescriptor(fcntl(folder.get(), F_DUPFD_CLOEXEC, 0)));
+    const auto item = AclItem::borrowed(folder.get());
     const auto read = readPosixAcl(item);
     if (const auto* acl = std::get_if<PosixAcl>(&read)) {
         const auto inherited = inheritedPosixLists(entries, *acl);
@@ -79,48 +79,80 @@ std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
     return writer;
 }
 
+/// The work, which may outlive its request.
+class PropagationJob {
+  public:
+    PropagationJob(Entries entries, NSURL url, PathRule rule)
+        : entries_(std::move(entries)), url_(std::move(url)), rule_(rule) {}
+
+    void run() {
+        auto opened = openPath(url_.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule_);
+        if (const auto* code = std::get_if<int>(&opened)) {
+            refusal_ = posixError(*code, url_);
+            return;
+        }
+        auto& folder = std::get<FileDescriptor>(opened);
+        std::unique_ptr<const InheritedWriter> writer;
+        try {
+            writer = writerFor(entries_, folder, url_, &refusal_);
+        } catch (const std::exception& error) {
+            refusal_ = posixError(
+                EINVAL, url_,
+                "The entries do not have the boxes of a folder's: " + std::string(error.what()),
+                "Nothing was changed. Send entries as the folder has them.");
+        }
+        if (!refusal_)
+            propagation_.run(*writer, std::move(folder), url_.path());
+    }
+    void cancel() { propagation_.cancel(); }
+
+    /// Once the work is done: why it was not begun.
+    const NSErrorRef& refusal() const { return refusal_; }
+    const AclPropagation& propagation() const { return propagation_; }
+
+  private:
+    const Entries entries_;
+    const NSURL url_;
+    const PathRule rule_;
+    NSErrorRef refusal_;
+    AclPropagation propagation_{rule_.onBehalfOf};
+};
+
 }  // namespace
 
 NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
                                     const std::weak_ptr<NSXPCConnection>& client,
-                                    const PathRule& rule) {
+                                    const PathRule& rule, std::chrono::milliseconds interval) {
     if (!url.isFileURL())
         return posixError(EINVAL, url, "Only a folder has something below it.");
-    auto opened = openPath(url.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
-    if (const auto* code = std::get_if<int>(&opened))
-        return posixError(*code, url);
-    auto& folder = std::get<FileDescriptor>(opened);
-    std::unique_ptr<const InheritedWriter> writer;
-    try {
-        NSErrorRef error;
-        writer = writerFor(entries, folder, url, &error);
-        if (error)
-            return error;
-    } catch (const std::exception& error) {
-        return posixError(
-            EINVAL, url,
-            "The entries do not have the boxes of a folder's: " + std::string(error.what()),
-            "Nothing was changed. Send entries as the folder has them.");
-    }
-    const auto question = std::make_shared<ClientQuestion>(client);
-    AclPropagation propagation(
-        std::move(writer), rule.onBehalfOf, [&](std::uint64_t) { return question->ask(); },
-        interval);
-    propagation.run(std::move(folder), url.path());
-    return outcomeOfPropagation(propagation, url);
+    const auto job = std::make_shared<PropagationJob>(entries, url, rule);
+    const auto question = std::make_shared<ClientQuestion>(client, [job] { job->cancel(); });
+    const auto end = supervise([job] { job->run(); }, {.user = userOfRule(rule),
+                                                       .interval = interval,
+                                                       .goesOn = [&] { return question->ask(); },
+                                                       .cancel = [&] { job->cancel(); }});
+    if (auto error = errorOfWork(end, url))
+        return error;
+    if (end == WorkEnd::done && job->refusal())
+        return job->refusal();
+    return outcomeOfPropagation(job->propagation(), url, end);
 }
 
-NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url) {
-    const bool hasFailed = propagation.failureCount() != 0;
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url, WorkEnd end) {
+    const auto failures = propagation.failures();
     if (propagation.isCancelled())
         return posixError(ECANCELED, url,
                           "The propagation was cancelled after " + counted(propagation.items()) +
-                              "." + (hasFailed ? " " + failuresText(propagation, "") + "." : ""));
-    if (!hasFailed)
+                              "." +
+                              (failures.count == 0 ? "" : " " + failuresText(failures, "") + ".") +
+                              leftText(end));
+    if (failures.count == 0)
         return nullptr;
-    const auto& first = propagation.firstFailures().front();
-    return posixError(first.code, NSURL::fileURLWithPath(first.path),
-                      failuresText(propagation, ", the others are"));
+    const auto& first = failures.first.front();
+    return posixError(
+        first.code, NSURL::fileURLWithPath(first.path),
+        failuresText(failures,
+                     failures.notReached == 0 ? ", the others are" : "; the others are changed"));
 }
 
 }  // namespace morvane

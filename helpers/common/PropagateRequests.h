@@ -5,11 +5,13 @@
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
 #include "AclPropagation.h"
 #include "ItemPath.h"
+#include "SupervisedWork.h"
 
 namespace morvane {
 
@@ -21,16 +23,18 @@ namespace morvane {
 /// what is neither file nor folder is left alone.
 ///
 /// `entries` that do not fit a folder or whose inheritance the file system cannot hold are refused
-/// before anything is changed. A few times a second the client is asked whether to go on. Null if
+/// before anything is changed. Once in an interval the client is asked whether to go on. Null if
 /// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
 /// which tells how many and which first ones (the rest is changed), or ECANCELED with the folder's
 /// URL, which tells how far it came and the same of what could not be changed by then.
-NSErrorRef propagateAclEntriesBelow(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                                    const NSURL& url, const std::weak_ptr<NSXPCConnection>& client,
-                                    const PathRule& rule = {});
+NSErrorRef propagateAclEntriesBelow(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url,
+    const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {},
+    std::chrono::milliseconds interval = std::chrono::milliseconds(250));
 
 /// What propagateAclEntriesBelow() answers when the propagation below the folder at `url` has
-/// ended.
-NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url);
+/// ended, or was left because a file system does not answer.
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url,
+                                WorkEnd end = WorkEnd::done);
 
 }  // namespace morvane

@@ -1,121 +1,107 @@
 #include "SizeRequests.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
-#include <memory>
-#include <optional>
+#include <mutex>
 #include <string>
 #include <utility>
 
 #include "ClientQuestion.h"
 #include "RequestErrors.h"
 #include "SizeWalker.h"
+#include "WorkErrors.h"
 
 namespace morvane {
 namespace {
 
 constexpr std::int64_t unknown = -1;
-/// A link at the end of the path is an item of its own, here as everywhere.
-constexpr int itemFlags = O_PATH | O_NOFOLLOW;
 
-/// Tells the client how far a walk is, and asks it whether to go on.
-class ProgressReport {
+/// The work, which may outlive its request.
+class SizeJob {
   public:
-    ProgressReport(std::size_t count, const std::weak_ptr<NSXPCConnection>& client,
-                   const std::weak_ptr<SizeWalker>& walker, SizeWalker::Pace pace)
-        : question_(std::make_shared<ClientQuestion>(client,
-                                                     [walker] {
-                                                         if (const auto walk = walker.lock())
-                                                             walk->cancel();
-                                                     })),
-          pace_(std::move(pace)),
-          sizes_(count, unknown),
-          lastTold_(pace_.now()) {}
+    SizeJob(const std::vector<NSURL>& urls, PathRule rule)
+        : urls_(urls), rule_(rule), sizes_(urls.size(), unknown) {}
 
-    bool goesOn() const { return question_->goesOn(); }
-
-    /// Between items, each of which may be too small for its walk to tell anything.
-    void tellIfDue(std::size_t index) {
-        if (pace_.now() - lastTold_ >= pace_.interval)
-            tell(index, 0);
+    void run() {
+        for (const auto& url : urls_) {
+            const bool isKnown = walker_.add(url.path(), rule_);
+            if (walker_.isCancelled())
+                return;
+            const std::lock_guard lock(mutex_);
+            const auto size = walker_.take();
+            sizes_[done_++] = isKnown ? size : unknown;
+        }
     }
-    void setSize(std::size_t index, std::int64_t size) { sizes_[index] = size; }
+    void cancel() { walker_.cancel(); }
+    WalkFailures unreadable() const { return walker_.unreadable(); }
 
-    /// `index` is the item that is being walked.
-    bool tell(std::size_t index, std::int64_t bytesSoFar) {
-        lastTold_ = pace_.now();
-        sizes_[index] = bytesSoFar;
-        return question_->ask([&](MVFileResponse& client, const ClientQuestion::Answer& answer) {
-            std::vector<std::shared_ptr<MVFileSizeItem>> items;
-            items.reserve(sizes_.size());
-            for (std::size_t i = 0; i < sizes_.size(); ++i) {
-                auto& item = items.emplace_back(MVFileSizeItem::initWithSize(sizes_[i]));
-                item->setBusy(i >= index);
-            }
-            client.updateFileSizes(std::move(items), answer);
-        });
+    /// One item for each URL: those that are done, then the one that is walked and those that are
+    /// not begun, which are busy.
+    std::vector<std::shared_ptr<MVFileSizeItem>> items() {
+        const std::lock_guard lock(mutex_);
+        std::vector<std::shared_ptr<MVFileSizeItem>> items;
+        items.reserve(sizes_.size());
+        for (std::size_t i = 0; i < sizes_.size(); ++i) {
+            const auto size = i == done_ ? walker_.bytes() : sizes_[i];
+            items.push_back(MVFileSizeItem::initWithSize(size));
+            items.back()->setBusy(i >= done_);
+        }
+        return items;
     }
 
   private:
-    const std::shared_ptr<ClientQuestion> question_;
-    const SizeWalker::Pace pace_;
+    const std::vector<NSURL> urls_;
+    const PathRule rule_;
+    SizeWalker walker_;
+    std::mutex mutex_;
     std::vector<std::int64_t> sizes_;
-    SizeWalker::Pace::Clock::time_point lastTold_;
+    std::size_t done_ = 0;
 };
 
-std::string skippedText(const SizeWalker::Unreadable& unreadable) {
-    const auto url = NSURL::fileURLWithPath(unreadable.first);
-    const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, unreadable.error);
-    const auto first = quotedPath(url) + " (" + reason->localizedDescription() + ")";
-    return unreadable.count == 1
-               ? "1 item could not be read and counts as nothing: " + first
-               : std::to_string(unreadable.count) +
-                     " items could not be read and count as nothing; the first is " + first;
-}
-
-std::int64_t sizeOfUrl(SizeWalker& walker, const NSURL& url, const PathRule& rule) {
-    const auto& path = url.path();
-    if (!rule.onBehalfOf)
-        return walker.sizeOf(path);
-    const auto opened = openPath(path, itemFlags, rule);
-    if (const auto* item = std::get_if<FileDescriptor>(&opened))
-        return walker.sizeOf(path, item->get());
-    walker.cannotRead(path, std::get<int>(opened));
-    return 0;
+std::string skippedText(const WalkFailures& unreadable) {
+    const auto& [path, code] = unreadable.first.front();
+    const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, code);
+    const auto first =
+        quotedPath(NSURL::fileURLWithPath(path)) + " (" + reason->localizedDescription() + ")";
+    return unreadable.count == 1 ? "1 item could not be read and counts as nothing" +
+                                       notReachedText(unreadable) + ": " + first
+                                 : std::to_string(unreadable.count) +
+                                       " items could not be read and count as nothing" +
+                                       notReachedText(unreadable) + "; the first is " + first;
 }
 
 }  // namespace
 
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
                         const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule,
-                        SizeWalker::Pace pace) {
+                        std::chrono::milliseconds interval) {
     for (const auto& url : urls) {
         if (!url.isFileURL())
             return {{}, posixError(EINVAL, url, "Only files and folders have a size.")};
     }
-    std::optional<ProgressReport> report;
-    std::size_t current = 0;
-    const auto walker = std::make_shared<SizeWalker>(
-        [&](std::int64_t bytes, std::uint64_t) { return report->tell(current, bytes); }, pace);
-    report.emplace(urls.size(), client, walker, std::move(pace));
-    SizesAnswer answer;
-    for (; current < urls.size(); ++current) {
-        report->tellIfDue(current);
-        const auto size = report->goesOn() ? sizeOfUrl(*walker, urls[current], rule) : unknown;
-        report->setSize(current, size);
-        auto& item = answer.sizes.emplace_back(MVFileSizeItem::initWithSize(size));
-        item->setBusy(!report->goesOn());
-    }
-    const auto& unreadable = walker->unreadable();
+    if (urls.empty())
+        return {};
+    const auto job = std::make_shared<SizeJob>(urls, rule);
+    const auto question = std::make_shared<ClientQuestion>(client, [job] { job->cancel(); });
+    const auto tell = [&](MVFileResponse& host, const ClientQuestion::Answer& answer) {
+        host.updateFileSizes(job->items(), answer);
+    };
+    const auto end =
+        supervise([job] { job->run(); }, {.user = userOfRule(rule),
+                                          .interval = interval,
+                                          .goesOn = [&] { return question->ask(tell); },
+                                          .cancel = [&] { job->cancel(); }});
+    if (auto error = errorOfWork(end, urls.front()))
+        return {{}, std::move(error)};
+    SizesAnswer answer{job->items(), nullptr};
+    const auto unreadable = job->unreadable();
     const auto skipped = unreadable.count > 0 ? skippedText(unreadable) : "";
-    if (!report->goesOn())
-        answer.error = posixError(
-            ECANCELED, urls.front(),
-            "The computation was cancelled." + (skipped.empty() ? "" : " " + skipped + "."));
+    if (!question->goesOn())
+        answer.error = posixError(ECANCELED, urls.front(),
+                                  "The computation was cancelled." +
+                                      (skipped.empty() ? "" : " " + skipped + ".") + leftText(end));
     else if (unreadable.count > 0)
-        answer.error =
-            posixError(unreadable.error, NSURL::fileURLWithPath(unreadable.first), skipped);
+        answer.error = posixError(unreadable.first.front().code,
+                                  NSURL::fileURLWithPath(unreadable.first.front().path), skipped);
     return answer;
 }
 

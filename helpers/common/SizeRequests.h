@@ -3,16 +3,17 @@
 #include <MorvaneOperation/MVFileSizeItem.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
 #include "ItemPath.h"
-#include "SizeWalker.h"
 
 namespace morvane {
 
 struct SizesAnswer {
-    /// One item for each URL, in their order; what could not be read counts as nothing.
+    /// One item for each URL, in their order. What could not be read counts as nothing; the size of
+    /// an item that could not be read itself is unknown.
     std::vector<std::shared_ptr<MVFileSizeItem>> sizes;
     /// Null means that all was read. Otherwise a POSIX error that counts what was skipped and
     /// carries the URL of the first; ECANCELED when the client said no, or went away, which tells
@@ -20,10 +21,11 @@ struct SizesAnswer {
     NSErrorRef error;
 };
 
-/// Adds up what is at and below each URL. A few times a second the client is told the sizes so far
-/// (what is not done is busy) and asked whether to go on.
+/// Adds up what is at and below each URL; a file with several names counts once within each. Once
+/// in an interval the client is told the sizes so far (what is not done is busy) and asked whether
+/// to go on. After a no the answer comes soon, also if a file system does not answer.
 SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
                         const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {},
-                        SizeWalker::Pace pace = {});
+                        std::chrono::milliseconds interval = std::chrono::milliseconds(250));
 
 }  // namespace morvane

@@ -75,7 +75,7 @@ class SizeWalkerMemoryTest : public testing::Test {
     }
 
     /// One of each thread.
-    static constexpr std::size_t buffers = 2 * 65536;
+    static constexpr std::size_t buffers = 2 * 32768;
 
     struct Use {
         std::uint64_t items;
@@ -86,7 +86,7 @@ class SizeWalkerMemoryTest : public testing::Test {
         const std::size_t before = bytesNow;
         bytesMost = before;
         SizeWalker walker;
-        walker.sizeOf(folder / name);
+        walker.add(folder / name);
         return {walker.items(), bytesMost - before};
     }
 

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "SizeWalker.h"
@@ -21,7 +20,12 @@ namespace morvane {
 namespace {
 
 namespace fs = std::filesystem;
-using std::chrono::milliseconds;
+
+constexpr std::int64_t unknown = -1;
+
+std::int64_t sizeOf(SizeWalker& walker, const fs::path& path) {
+    return walker.add(path) ? walker.take() : unknown;
+}
 
 class SizeWalkerTest : public testing::Test {
   protected:
@@ -53,8 +57,8 @@ class SizeWalkerTest : public testing::Test {
     }
     void expectEqualsCount() const {
         SizeWalker walker;
-        EXPECT_EQ(std::vector{walker.sizeOf(folder)}, counted({folder}));
-        EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().first;
+        EXPECT_EQ(std::vector{sizeOf(walker, folder)}, counted({folder}));
+        EXPECT_EQ(walker.unreadable().count, 0u);
     }
 
     fs::path folder;
@@ -63,7 +67,7 @@ class SizeWalkerTest : public testing::Test {
 TEST_F(SizeWalkerTest, AFileHasItsOwnSize) {
     write("a", 1234);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder / "a"), 1234);
+    EXPECT_EQ(sizeOf(walker, folder / "a"), 1234);
     EXPECT_EQ(walker.items(), 1u);
 }
 
@@ -73,7 +77,7 @@ TEST_F(SizeWalkerTest, AFolderHasTheSumOfTheFilesBelow) {
     write("b/e", 300);
     fs::create_directory(folder / "empty");
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 321);
+    EXPECT_EQ(sizeOf(walker, folder), 321);
     EXPECT_EQ(walker.items(), 7u);
     expectEqualsCount();
 }
@@ -94,27 +98,26 @@ TEST_F(SizeWalkerTest, AFolderOfManyEntriesIsReadInSeveralChunks) {
     for (int i = 0; i < 1000; ++i)
         write("wide/sub" + std::to_string(i) + "/file", 5);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 6000 * 3 + 1000 * 5);
+    EXPECT_EQ(sizeOf(walker, folder), 6000 * 3 + 1000 * 5);
 }
 
-TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceInAllPathsOfAWalker) {
+TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceWithinEachItem) {
     write("one/file", 100);
     fs::create_directory(folder / "two");
     fs::create_hard_link(folder / "one/file", folder / "one/again");
     fs::create_hard_link(folder / "one/file", folder / "two/again");
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder / "one"), 100);
-    EXPECT_EQ(walker.sizeOf(folder / "two"), 0);
-    EXPECT_EQ(walker.sizeOf(folder / "one/again"), 0);
-    EXPECT_EQ(SizeWalker().sizeOf(folder / "two"), 100);
-    EXPECT_EQ(counted({folder / "one", folder / "two"}), (std::vector<std::int64_t>{100, 0}));
+    EXPECT_EQ(sizeOf(walker, folder / "one"), 100);
+    EXPECT_EQ(sizeOf(walker, folder / "two"), 100);
+    EXPECT_EQ(sizeOf(walker, folder / "one/again"), 100);
+    EXPECT_EQ(counted({folder / "one", folder / "two"}), (std::vector<std::int64_t>{100, 100}));
     expectEqualsCount();
 }
 
 TEST_F(SizeWalkerTest, ASparseFileCountsAsItClaims) {
     write("sparse", std::int64_t{1} << 40);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), std::int64_t{1} << 40);
+    EXPECT_EQ(sizeOf(walker, folder), std::int64_t{1} << 40);
     expectEqualsCount();
 }
 
@@ -124,9 +127,9 @@ TEST_F(SizeWalkerTest, LinksAreNotFollowedAlsoNotThePathItself) {
     fs::create_symlink("loop", folder / "loop");
     fs::create_symlink(folder / "real/file", folder / "link");
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 10);
-    EXPECT_EQ(walker.sizeOf(folder / "real/up"), 0);
-    EXPECT_EQ(walker.sizeOf(folder / "link"), 0);
+    EXPECT_EQ(sizeOf(walker, folder), 10);
+    EXPECT_EQ(sizeOf(walker, folder / "real/up"), 0);
+    EXPECT_EQ(sizeOf(walker, folder / "link"), 0);
     EXPECT_EQ(walker.unreadable().count, 0u);
     expectEqualsCount();
 }
@@ -134,16 +137,16 @@ TEST_F(SizeWalkerTest, LinksAreNotFollowedAlsoNotThePathItself) {
 TEST_F(SizeWalkerTest, NamesMayBeAnyBytes) {
     write(fs::path("caf\xe9/\xff\n'\x01") / "x", 7);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 7);
+    EXPECT_EQ(sizeOf(walker, folder), 7);
     expectEqualsCount();
 }
 
 TEST_F(SizeWalkerTest, OtherKindsOfFilesCountAsNothing) {
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 0);
-    EXPECT_EQ(walker.sizeOf(folder / "fifo"), 0);
-    EXPECT_EQ(walker.sizeOf("/dev/null"), 0);
+    EXPECT_EQ(sizeOf(walker, folder), 0);
+    EXPECT_EQ(sizeOf(walker, folder / "fifo"), 0);
+    EXPECT_EQ(sizeOf(walker, "/dev/null"), 0);
 }
 
 TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
@@ -157,7 +160,7 @@ TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
             ::_exit(2);
         write("mount/x", 100);
         SizeWalker walker;
-        ::_exit(walker.sizeOf(folder) == 5 && walker.sizeOf(folder / "mount") == 100 ? 0 : 1);
+        ::_exit(sizeOf(walker, folder) == 5 && sizeOf(walker, folder / "mount") == 100 ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -168,10 +171,12 @@ TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
 
 TEST_F(SizeWalkerTest, AMissingPathIsReportedAsUnreadable) {
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder / "none"), 0);
-    EXPECT_EQ(walker.unreadable().count, 1u);
-    EXPECT_EQ(walker.unreadable().first, folder / "none");
-    EXPECT_EQ(walker.unreadable().error, ENOENT);
+    EXPECT_EQ(sizeOf(walker, folder / "none"), unknown);
+    const auto unreadable = walker.unreadable();
+    EXPECT_EQ(unreadable.count, 1u);
+    EXPECT_EQ(unreadable.notReached, 0u);
+    EXPECT_EQ(unreadable.first.at(0).path, folder / "none");
+    EXPECT_EQ(unreadable.first.at(0).code, ENOENT);
 }
 
 TEST_F(SizeWalkerTest, WhatAnUnprivilegedUserCannotReadIsCountedAndTheFirstIsNamed) {
@@ -184,10 +189,12 @@ TEST_F(SizeWalkerTest, WhatAnUnprivilegedUserCannotReadIsCountedAndTheFirstIsNam
         if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
             ::_exit(2);
         SizeWalker walker;
-        const bool right = walker.sizeOf(folder) == 10 && walker.unreadable().count == 1 &&
-                           walker.unreadable().first == folder / "closed" &&
-                           walker.unreadable().error == EACCES;
-        ::_exit(right ? 0 : 1);
+        bool right = sizeOf(walker, folder) == 10;
+        const auto unreadable = walker.unreadable();
+        right = right && unreadable.count == 1 && unreadable.notReached == 1 &&
+                unreadable.first.at(0).path == folder / "closed" &&
+                unreadable.first.at(0).code == EACCES;
+        ::_exit(right && sizeOf(walker, folder / "closed") == unknown ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -212,8 +219,8 @@ TEST_F(SizeWalkerTest, ATreeDeeperThanTheDescriptorsAndThePathLimitIsCounted) {
     }
     ::close(fd);
     SizeWalker walker;
-    EXPECT_EQ(walker.sizeOf(folder), 2 * depth);
-    EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().error;
+    EXPECT_EQ(sizeOf(walker, folder), 2 * depth);
+    EXPECT_EQ(walker.unreadable().count, 0u);
     EXPECT_EQ(walker.items(), 4u * depth + 1);
 }
 
@@ -230,60 +237,33 @@ TEST_F(SizeWalkerTest, FilesThatVanishDuringTheWalkAreNoFailure) {
     });
     for (int i = 0; i < 200; ++i) {
         SizeWalker walker;
-        EXPECT_EQ(walker.sizeOf(folder), 2000);
-        EXPECT_EQ(walker.unreadable().count, 0u) << walker.unreadable().first;
+        EXPECT_EQ(sizeOf(walker, folder), 2000);
+        EXPECT_EQ(walker.unreadable().count, 0u);
     }
     stop = true;
     churn.join();
 }
 
-TEST_F(SizeWalkerTest, ProgressGrowsAndNoStopsTheWalk) {
+TEST_F(SizeWalkerTest, HowFarItIsGrowsAndIsWholeInTheEnd) {
     for (int i = 0; i < 300; ++i)
         write(std::to_string(i) + "/file", 10);
-    int told = 0;
-    SizeWalker walker(
-        [&](std::int64_t bytes, std::uint64_t items) {
-            EXPECT_LE(bytes, 3000);
-            EXPECT_GE(items, 1u);
-            return ++told < 3;
-        },
-        {milliseconds(0)});
-    EXPECT_LT(walker.sizeOf(folder), 3000);
-    EXPECT_EQ(told, 3);
-    EXPECT_TRUE(walker.isCancelled());
-    EXPECT_EQ(walker.sizeOf(folder), 0);
-}
-
-TEST_F(SizeWalkerTest, ProgressIsToldAgainOnlyAfterAnInterval) {
-    for (int i = 0; i < 300; ++i)
-        write(std::to_string(i) + "/file", 10);
-    SizeWalker::Pace::Clock::time_point time;
-    int told = 0;
-    SizeWalker walker(
-        [&](std::int64_t, std::uint64_t) {
-            ++told;
-            time += told < 4 ? milliseconds(100) : milliseconds(99);
-            return true;
-        },
-        {.interval = milliseconds(100), .now = [&, begun = false]() mutable {
-             // The first look begins the interval; it is over at the second.
-             return std::exchange(begun, true) && told == 0 ? time += milliseconds(100) : time;
-         }});
-    EXPECT_EQ(walker.sizeOf(folder), 3000);
-    EXPECT_EQ(told, 4);
-}
-
-TEST_F(SizeWalkerTest, ProgressIsToldOnTheCallingThread) {
-    for (int i = 0; i < 100; ++i)
-        write(std::to_string(i) + "/file", 10);
-    const auto caller = std::this_thread::get_id();
-    SizeWalker walker(
-        [&](std::int64_t, std::uint64_t) {
-            EXPECT_EQ(std::this_thread::get_id(), caller);
-            return true;
-        },
-        {milliseconds(0)});
-    EXPECT_EQ(walker.sizeOf(folder), 1000);
+    SizeWalker walker;
+    std::atomic<bool> stop = false;
+    std::thread reader([&] {
+        std::int64_t before = 0;
+        while (!stop) {
+            const auto now = walker.bytes();
+            EXPECT_GE(now, before);
+            EXPECT_LE(now, 3000);
+            before = now;
+        }
+    });
+    EXPECT_TRUE(walker.add(folder));
+    stop = true;
+    reader.join();
+    EXPECT_EQ(walker.bytes(), 3000);
+    EXPECT_EQ(walker.take(), 3000);
+    EXPECT_EQ(walker.bytes(), 0);
 }
 
 TEST_F(SizeWalkerTest, AnotherThreadMayCancel) {
@@ -292,9 +272,10 @@ TEST_F(SizeWalkerTest, AnotherThreadMayCancel) {
     SizeWalker walker;
     std::thread canceller([&] { walker.cancel(); });
     while (!walker.isCancelled())
-        walker.sizeOf(folder);
+        sizeOf(walker, folder);
     canceller.join();
-    EXPECT_EQ(walker.sizeOf(folder), 0);
+    EXPECT_FALSE(walker.add(folder));
+    EXPECT_EQ(walker.take(), 0);
 }
 
 }  // namespace

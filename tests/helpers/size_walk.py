@@ -4,10 +4,7 @@ import os
 import stat
 import sys
 
-met = set()
-
-
-def size_of(path, status, device):
+def size_of(path, status, device, met):
     if stat.S_ISREG(status.st_mode):
         if status.st_dev != device:
             return 0
@@ -23,7 +20,7 @@ def size_of(path, status, device):
         with os.scandir(path) as entries:
             for entry in entries:
                 try:
-                    total += size_of(entry.path, entry.stat(follow_symlinks=False), device)
+                    total += size_of(entry.path, entry.stat(follow_symlinks=False), device, met)
                 except OSError:
                     pass
     except OSError:
@@ -35,6 +32,6 @@ sys.setrecursionlimit(10000)
 for root in map(os.fsencode, sys.argv[1:]):
     try:
         root_status = os.lstat(root)
-        print(size_of(root, root_status, root_status.st_dev))
+        print(size_of(root, root_status, root_status.st_dev, set()))
     except OSError:
         print(0)

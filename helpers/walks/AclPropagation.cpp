@@ -1,0 +1,65 @@
+#include "AclPropagation.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+constexpr int fileFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
+
+std::size_t levelOf(const TreeFolder& folder) {
+    return std::min(folder.depth(), InheritedWriter::levels - 1);
+}
+
+}  // namespace
+
+void AclPropagation::run(const InheritedWriter& writer, FileDescriptor folder,
+                         const std::string& path) {
+    writer_ = &writer;
+    walk_.run(std::move(folder), path, *this);
+}
+
+void AclPropagation::visitFiles(const TreeFolder& in, FileNames names) {
+    names.forEach([&](const char* name) {
+        if (in.isCancelled())
+            return false;
+        if (const int code = writeFile(in, name))
+            in.failed(name, code);
+        return true;
+    });
+}
+
+int AclPropagation::visitFolder(const TreeFolder& in, const OpenItem& folder) {
+    struct stat status {};
+    if (fstat(folder.descriptor, &status) != 0)
+        return errno;
+    const int code = writer_->write(folder, status, levelOf(in));
+    ++items_;
+    return code;
+}
+
+int AclPropagation::writeFile(const TreeFolder& in, const char* name) {
+    auto descriptor = openBelow(in.descriptor(), name, fileFlags);
+    OpenItem item{descriptor.get(), {}};
+    if (!descriptor && (errno == EACCES || errno == EPERM)) {
+        // It can be written without being readable.
+        descriptor = openBelow(in.descriptor(), name, O_PATH);
+        item = {descriptor.get(), "/proc/self/fd/" + std::to_string(descriptor.get())};
+    }
+    struct stat status {};
+    if (!descriptor || fstat(item.descriptor, &status) != 0)
+        return hasGone(errno) ? 0 : errno;
+    if (!S_ISREG(status.st_mode))
+        return 0;
+    ++items_;
+    if (onBehalfOf_ && status.st_nlink > 1 && status.st_uid != *onBehalfOf_)
+        return EMLINK;
+    return writer_->write(item, status, levelOf(in));
+}
+
+}  // namespace morvane

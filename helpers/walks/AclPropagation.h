@@ -1,0 +1,61 @@
+#pragma once
+
+#include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "OpenItem.h"
+#include "TreeWalk.h"
+
+/// Writes lists to everything below a folder.
+namespace morvane {
+
+/// Gives one item below a folder what it inherits. Two threads call it at once.
+class InheritedWriter {
+  public:
+    /// What is in the folder itself, in its sub-folders, and further down.
+    static constexpr std::size_t levels = inheritedLevels;
+
+    virtual ~InheritedWriter() = default;
+    /// 0, or an errno value and the item, whose status is `status`, has what it had.
+    virtual int write(const OpenItem& item, const struct stat& status, std::size_t level) const = 0;
+};
+
+/// What a name leads to is written only if it is a file or a folder of the same file system and
+/// mount, and never through a link. What vanishes is not missed. Each list of an item is whole at
+/// every moment, and an item that cannot get all keeps what it had. One thread uses a propagation;
+/// cancel(), items() and failures() may be called from any.
+class AclPropagation final : private TreeVisitor {
+  public:
+    /// With `onBehalfOf`, files with further names are left alone unless they are that user's.
+    explicit AclPropagation(std::optional<std::uint32_t> onBehalfOf = std::nullopt)
+        : onBehalfOf_(onBehalfOf) {}
+
+    /// `folder` is open for reading; `path` is what failures are named by. Once.
+    void run(const InheritedWriter& writer, FileDescriptor folder, const std::string& path);
+
+    void cancel() { walk_.cancel(); }
+    bool isCancelled() const { return walk_.isCancelled(); }
+
+    /// How many files and folders have been dealt with, failures included.
+    std::uint64_t items() const { return items_; }
+    WalkFailures failures() const { return walk_.failures(); }
+
+  private:
+    void visitFiles(const TreeFolder& in, FileNames names) override;
+    int visitFolder(const TreeFolder& in, const OpenItem& folder) override;
+    int writeFile(const TreeFolder& in, const char* name);
+
+    const std::optional<std::uint32_t> onBehalfOf_;
+    const InheritedWriter* writer_ = nullptr;
+    TreeWalk walk_;
+    std::atomic<std::uint64_t> items_ = 0;
+};
+
+}  // namespace morvane

@@ -1,0 +1,104 @@
+#include "SupervisedWork.h"
+
+#include <condition_variable>
+#include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+/// How much of each user's work has been left and still goes on.
+class WorkLeft {
+  public:
+    static WorkLeft& shared() {
+        // For as long as the process: work that has been left may end later than everything else.
+        static auto& left = *new WorkLeft;
+        return left;
+    }
+    bool isFull(std::uint32_t user) {
+        const std::lock_guard lock(mutex_);
+        const auto found = counts_.find(user);
+        return found != counts_.end() && found->second >= maxWorkLeft;
+    }
+    void add(std::uint32_t user) {
+        const std::lock_guard lock(mutex_);
+        ++counts_[user];
+    }
+    void remove(std::uint32_t user) {
+        const std::lock_guard lock(mutex_);
+        if (--counts_[user] == 0)
+            counts_.erase(user);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::map<std::uint32_t, std::size_t> counts_;
+};
+
+/// What the two threads know of the work.
+struct Progress {
+    std::mutex mutex;
+    std::condition_variable ended;
+    bool isDone = false;
+    bool isLeft = false;
+    std::exception_ptr failure;
+};
+
+}  // namespace
+
+WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision) {
+    const auto user = supervision.user;
+    if (WorkLeft::shared().isFull(user))
+        return WorkEnd::tooMuchLeft;
+    const auto progress = std::make_shared<Progress>();
+    std::thread thread;
+    try {
+        thread = std::thread([progress, user, work = std::move(work)]() mutable {
+            std::exception_ptr failure;
+            try {
+                work();
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            work = nullptr;  // before anybody is told that it is done
+            const std::lock_guard lock(progress->mutex);
+            progress->isDone = true;
+            progress->failure = failure;
+            if (progress->isLeft)
+                WorkLeft::shared().remove(user);
+            progress->ended.notify_one();
+        });
+    } catch (const std::system_error&) {
+        return WorkEnd::noThread;
+    }
+    const auto isDone = [&] { return progress->isDone; };
+    std::unique_lock lock(progress->mutex);
+    while (!progress->ended.wait_for(lock, supervision.interval, isDone)) {
+        lock.unlock();
+        const bool goesOn = supervision.goesOn();
+        if (!goesOn)
+            supervision.cancel();
+        lock.lock();
+        if (goesOn)
+            continue;
+        if (!progress->ended.wait_for(lock, supervision.grace, isDone)) {
+            progress->isLeft = true;
+            WorkLeft::shared().add(user);
+            thread.detach();
+            return WorkEnd::left;
+        }
+        break;
+    }
+    lock.unlock();
+    thread.join();
+    if (progress->failure)
+        std::rethrow_exception(progress->failure);
+    return WorkEnd::done;
+}
+
+}  // namespace morvane
