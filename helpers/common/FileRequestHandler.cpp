@@ -10,6 +10,10 @@
 
 namespace morvane {
 
+void FileRequestHandler::outliveExceptions() {
+    NSSetUncaughtExceptionHandler([](const NSUncaughtException&) {});
+}
+
 void FileRequestHandler::configure(const std::shared_ptr<NSXPCConnection>& client) {
     const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
     const NSClassSet entries{&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),

@@ -17,6 +17,10 @@ namespace morvane {
 
 class FileRequestHandler final : public MVFileRequest {
   public:
+    /// Has what a request's long work throws (no memory, say) end that request, whose reply is
+    /// dropped, and nothing else. For a whole service.
+    static void outliveExceptions();
+
     /// Sets up a client's connection, so that its requests come to a handler of its own.
     static void serve(const std::shared_ptr<NSXPCConnection>& client);
     /// The same but for the handler, which the caller exports.

@@ -17,6 +17,7 @@ int main() {
                      error->localizedDescription().c_str());
         return usageError;
     }
+    morvane::FileRequestHandler::outliveExceptions();
     listener->setNewConnectionHandler([](const std::shared_ptr<morvane::NSXPCConnection>& client) {
         morvane::FileRequestHandler::serve(client);
         client->resume();

@@ -66,6 +66,7 @@ int main() {
         return startError;
     }
     listener->setIdleTimeout(idleSeconds);
+    FileRequestHandler::outliveExceptions();
     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& client) {
         serve(client);
         return true;

@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <memory>
 #include <mutex>
 #include <system_error>
 #include <unordered_map>
@@ -28,17 +29,22 @@ class ReadinessWorkers {
         }
     }
 
-    /// Gives the task back if nothing can wait for the descriptor.
-    ReadableTask add(int descriptor, ReadableTask task, bool once) {
+    /// False, and the task is not kept, if nothing can wait for the descriptor.
+    bool add(int descriptor, ReadableTask task, bool once) {
+        auto shared = std::make_shared<const ReadableTask>(std::move(task));
+        Task dropped;
         {
             const std::lock_guard lock(mutex_);
-            tasks_[descriptor] = {std::move(task), once};
-            if (!someoneWaits())
-                return take(descriptor);
+            tasks_[descriptor] = {std::move(shared), once};
+            if (!someoneWaits()) {
+                dropped = take(descriptor);
+                return false;
+            }
         }
-        if (!arm(EPOLL_CTL_ADD, descriptor) && (errno != EEXIST || !arm(EPOLL_CTL_MOD, descriptor)))
-            return remove(descriptor);
-        return {};
+        if (arm(EPOLL_CTL_ADD, descriptor) || (errno == EEXIST && arm(EPOLL_CTL_MOD, descriptor)))
+            return true;
+        remove(descriptor);
+        return false;
     }
 
     /// For one event and one waiter.
@@ -49,16 +55,18 @@ class ReadinessWorkers {
         return epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
     }
 
-    /// Empty if it was not there any more.
-    ReadableTask remove(int descriptor) {
+    void remove(int descriptor) {
         epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+        Task dropped;  // outside the lock
         const std::lock_guard lock(mutex_);
-        return take(descriptor);
+        dropped = take(descriptor);
     }
 
   private:
+    /// Shared: running it needs no memory.
+    using Task = std::shared_ptr<const ReadableTask>;
     struct Entry {
-        ReadableTask task;
+        Task task;
         bool once = true;
     };
 
@@ -68,9 +76,9 @@ class ReadinessWorkers {
     }
 
     /// Under the lock.
-    ReadableTask take(int descriptor) {
+    Task take(int descriptor) {
         auto taken = tasks_.extract(descriptor);
-        return taken ? std::move(taken.mapped().task) : ReadableTask();
+        return taken ? std::move(taken.mapped().task) : nullptr;
     }
 
     /// Under the lock. Whether there is a waiter for the tasks, maybe a new one.
@@ -92,7 +100,11 @@ class ReadinessWorkers {
             const int count = epoll_wait(epoll_.get(), &event, 1, idleMilliseconds);
             if (count < 0 && errno == EINTR)
                 continue;
-            if (count <= 0) {
+            if (count < 0) {
+                giveUp();
+                return;
+            }
+            if (count == 0) {
                 const std::lock_guard lock(mutex_);
                 if (waiters_ > 1 || tasks_.empty()) {
                     --waiters_;
@@ -105,9 +117,32 @@ class ReadinessWorkers {
         }
     }
 
+    /// Nothing can be waited for. Runs what would never run, alone; a descriptor that is watched
+    /// may have better luck when somebody waits again.
+    void giveUp() {
+        for (bool first = true;; first = false) {
+            Task task;
+            {
+                const std::lock_guard lock(mutex_);
+                if (first)
+                    --waiters_;
+                for (const auto& [descriptor, entry] : tasks_) {
+                    if (!entry.once)
+                        continue;
+                    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+                    task = take(descriptor);
+                    break;
+                }
+            }
+            if (!task)
+                return;
+            (*task)(true);
+        }
+    }
+
     /// Whether the caller has to go on waiting.
     bool run(int descriptor) {
-        ReadableTask task;
+        Task task;
         bool alone = false;
         {
             const std::lock_guard lock(mutex_);
@@ -125,7 +160,7 @@ class ReadinessWorkers {
             if (alone)
                 ++waiters_;  // this thread, in a moment
         }
-        task(alone);
+        (*task)(alone);
         task = nullptr;  // what it holds goes outside the lock
         if (alone)
             return true;
@@ -148,13 +183,13 @@ class ReadinessWorkers {
 
 void runWhenReadable(int descriptor, ReadableTask task) {
     auto* const workers = ReadinessWorkers::shared();
-    if (!workers || workers->add(descriptor, std::move(task), true))
+    if (!workers || !workers->add(descriptor, std::move(task), true))
         throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
 }
 
 void watchReadable(int descriptor, ReadableTask task) {
     auto* const workers = ReadinessWorkers::shared();
-    if (!workers || workers->add(descriptor, std::move(task), false))
+    if (!workers || !workers->add(descriptor, std::move(task), false))
         throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
 }
 

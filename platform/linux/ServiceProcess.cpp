@@ -36,9 +36,14 @@ std::string libexecFolder() {
 /// The stream to a service that this process has started; clears up behind it.
 class ServiceStream final : public LinuxStreamSocket {
   public:
-    /// `process` is the child's; empty if that has already gone.
-    ServiceStream(FileDescriptor socket, pid_t child, FileDescriptor process)
-        : LinuxStreamSocket(std::move(socket)), child_(child), process_(std::move(process)) {}
+    explicit ServiceStream(FileDescriptor socket) : LinuxStreamSocket(std::move(socket)) {}
+
+    /// Before the stream is used. `process` is the child's; empty if that has already gone. Needs
+    /// no memory: the child is there.
+    void serviceStarted(pid_t child, FileDescriptor process) noexcept {
+        child_ = child;
+        process_ = std::move(process);
+    }
 
     std::optional<PeerCredentials> peer() const override {
         // Both ends of a socket pair were made here; the process at the other end is the child.
@@ -66,8 +71,8 @@ class ServiceStream final : public LinuxStreamSocket {
     }
 
   private:
-    const pid_t child_;
-    const FileDescriptor process_;
+    pid_t child_ = 0;
+    FileDescriptor process_;
 };
 
 /// A descriptor of the child that was just started. Empty, with `errno` set, if there is none.
@@ -106,8 +111,13 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         }
 
         SpawnAttributes spawn(POSIX_SPAWN_SETPGROUP);
-        posix_spawn_file_actions_adddup2(&spawn.actions, theirs.get(), serviceDescriptor);
-        posix_spawn_file_actions_addclosefrom_np(&spawn.actions, serviceDescriptor + 1);
+        // Each of them needs memory, and a service without its stream would serve nobody.
+        if (const int code =
+                posix_spawn_file_actions_adddup2(&spawn.actions, theirs.get(), serviceDescriptor))
+            return failed(code);
+        if (const int code =
+                posix_spawn_file_actions_addclosefrom_np(&spawn.actions, serviceDescriptor + 1))
+            return failed(code);
         // A group of its own: a terminal's Ctrl-C is the application's to answer.
         posix_spawnattr_setpgroup(&spawn.attributes, 0);
 
@@ -118,6 +128,7 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         environment.push_back(const_cast<char*>(marker.c_str()));
         environment.push_back(nullptr);
         char* const arguments[] = {const_cast<char*>(program.c_str()), nullptr};
+        auto stream = std::make_shared<ServiceStream>(std::move(ours));
         pid_t child = 0;
         const int code = posix_spawn(&child, program.c_str(), &spawn.actions, &spawn.attributes,
                                      arguments, environment.data());
@@ -128,7 +139,8 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         // What could be neither ended nor waited for sees the stream's end and leaves.
         if (!process && errno != ESRCH)
             return failed(errno);
-        return std::make_shared<ServiceStream>(std::move(ours), child, std::move(process));
+        stream->serviceStarted(child, std::move(process));
+        return stream;
     }
 
   private:

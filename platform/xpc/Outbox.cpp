@@ -81,7 +81,12 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
 
 void Outbox::refuse(std::uint64_t id, std::string_view reason) noexcept {
     reason = reason.substr(0, limits::refusalText);
-    send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
+    try {
+        send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
+    } catch (const std::exception&) {
+        const std::lock_guard lock(mutex_);
+        giveUp();  // the peer learns at least that nothing more comes
+    }
 }
 
 void Outbox::sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body) {

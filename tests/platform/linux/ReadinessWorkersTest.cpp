@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ThreadShortage.h"
+#include "WaitFailure.h"
 
 namespace morvane {
 namespace {
@@ -149,6 +150,24 @@ TEST(ReadinessWorkers, ADescriptorThatCannotBeWaitedForIsRefusedAndItsTaskNotRun
     EXPECT_THROW(runWhenReadable(-1, [&](bool) { ran = true; }), std::system_error);
     EXPECT_FALSE(ran);
     EXPECT_THROW(watchReadable(-1, [](bool) {}), std::system_error);
+}
+
+TEST(ReadinessWorkers, WhereNothingCanBeWaitedForATaskRunsAlone) {
+    const auto never = counter();
+    const auto ran = promise<bool>();
+    auto future = ran->get_future();
+    noWaiting = true;
+    runWhenReadable(never->get(), [never, ran](bool alone) { ran->set_value(alone); });
+    // One who waits already does so until something comes.
+    const auto kick = counter(1);
+    runWhenReadable(kick->get(), [kick](bool) {});
+    EXPECT_TRUE(await(std::move(future)));
+    noWaiting = false;
+    const auto again = counter(1);
+    const auto ranAgain = promise<bool>();
+    auto second = ranAgain->get_future();
+    runWhenReadable(again->get(), [again, ranAgain](bool alone) { ranAgain->set_value(alone); });
+    EXPECT_FALSE(await(std::move(second)));
 }
 
 /// While this is there, no thread can be had and none is idle.

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <atomic>
@@ -150,6 +151,20 @@ TEST(NSXPCConnection, WhatACallbackThrowsGoesToTheHostsHandlerAndTheConnectionSt
     });
     pair.client->invalidate();
     EXPECT_EQ(uncaught.next(), "invalidation handler of echo: Name: reason");
+}
+
+TEST(NSXPCConnection, WhatALaterTaskOfAServiceThrowsEndsItsRequestAndTheConnectionStands) {
+    UncaughtExceptions uncaught;
+    EchoPair pair;
+    const auto queue = DispatchQueue::serialQueue("long work");
+    pair.service->onEcho = [&](auto, auto reply) {
+        queue->async([reply] { throw NSException("Name", "reason"); });
+    };
+    pair.client->resume();
+    EXPECT_EQ(await(pair.echo("x")).code, NSXPCConnectionReplyInvalid);
+    EXPECT_EQ(uncaught.next(), "task of long work: Name: reason");
+    pair.service->onEcho = nullptr;
+    EXPECT_EQ(await(pair.echo("still")).text, "still");
 }
 
 TEST(NSXPCConnection, WithoutAHandlerOfTheHostsWhatACallbackThrowsIsNamedAndEndsTheProcess) {

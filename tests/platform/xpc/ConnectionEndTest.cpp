@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -119,6 +120,39 @@ TEST(NSXPCConnection, InvalidatedAtAnyMomentWhileItConnectsEndsEveryRequestAndSt
             std::this_thread::yield();
         }
     }
+}
+
+/// A stream whose sends all fail.
+class DumbStream final : public FakeStreamSocket {
+  public:
+    using FakeStreamSocket::FakeStreamSocket;
+    std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
+};
+
+class DumbEndpoint final : public ServiceEndpoint {
+  public:
+    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+        return std::make_shared<DumbStream>(std::make_shared<FakeStreamSocket::Pipe>(),
+                                            std::make_shared<FakeStreamSocket::Pipe>());
+    }
+};
+
+TEST(NSXPCConnection, WhereNothingCanBeSentEachRequestEndsAndThenTheConnection) {
+    const auto connection = std::make_shared<NSXPCConnection>(
+        std::make_shared<NSXPCConnection::Core>("dumb", std::make_unique<DumbEndpoint>()));
+    connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+    std::promise<void> invalidated;
+    connection->setInvalidationHandler([&] { invalidated.set_value(); });
+    connection->resume();
+    for (unsigned i = 0; i < limits::crashesWithoutAnswer; ++i) {
+        std::promise<std::int64_t> code;
+        connection
+            ->remoteObjectProxyWithErrorHandler<Echo>(
+                [&](NSErrorRef error) { code.set_value(error->code()); })
+            ->echo("x", [](auto, auto) {});
+        EXPECT_EQ(await(code.get_future()), NSXPCConnectionInterrupted);
+    }
+    await(invalidated.get_future());
 }
 
 /// Reports that it is gone.
