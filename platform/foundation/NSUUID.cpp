@@ -9,7 +9,7 @@ constexpr bool isDashPosition(std::size_t i) {
     return i == 8 || i == 13 || i == 18 || i == 23;
 }
 
-int hexValue(char c) {
+int digitValue(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
     if (c >= 'a' && c <= 'f')
@@ -32,7 +32,7 @@ std::optional<NSUUID> NSUUID::initWithUUIDString(std::string_view text) {
                 return std::nullopt;
             continue;
         }
-        const int value = hexValue(text[i]);
+        const int value = digitValue(text[i]);
         if (value < 0)
             return std::nullopt;
         auto& byte = bytes[digit / 2];
