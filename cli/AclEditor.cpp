@@ -74,9 +74,15 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
     if (who == "everyone")
         return CBIdentity::identityWithName("everyone", authority);
+    for (const bool isGroup : {false, true}) {
+        if (who == (isGroup ? "creator-group" : "creator"))
+            return CBIdentity::identityWithUniqueIdentifier(uuidOfPosixIdentity(CBCreator{isGroup}),
+                                                            authority);
+    }
     const bool isUser = who.starts_with("user:");
     if (!isUser && !who.starts_with("group:")) {
-        problem = "'" + escaped(who) + "' is nobody; write user:NAME, group:NAME or everyone";
+        problem = "'" + escaped(who) +
+                  "' is nobody; write user:NAME, group:NAME, everyone, creator or creator-group";
         return nullptr;
     }
     const std::string name(who.substr(who.find(':') + 1));

@@ -48,7 +48,8 @@ class AclEditor {
     /// entry, "none".
     Problem choosePermissions(std::size_t entry, std::string_view name);
     Problem setTag(std::size_t entry, std::int32_t tag);
-    /// "user:NAME", "group:NAME" or "everyone"; a number may stand for a name.
+    /// "user:NAME", "group:NAME", "everyone", "creator" or "creator-group"; a number may stand for
+    /// a name.
     Problem setWho(std::size_t entry, std::string_view who);
     Problem setInherited(std::size_t entry, bool inherited);
 
@@ -64,8 +65,8 @@ class AclEditor {
     FolderQuestion isFolder_;
 };
 
-/// "user:NAME", "group:NAME" (a number may stand for the name) or "everyone" as an identity; null
-/// with `problem` set if there is none.
+/// "user:NAME", "group:NAME" (a number may stand for the name), "everyone", "creator" (who makes an
+/// item in the folder) or "creator-group" as an identity; null with `problem` set if there is none.
 CBIdentityRef identityWritten(std::string_view who, Problem& problem);
 
 }  // namespace morvane

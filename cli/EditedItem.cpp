@@ -63,10 +63,9 @@ EntryList EditedItem::afterWriting(const EntryList& entries, bool lossy, NSError
     // An allow/deny list holds what its boxes say; whom its entries name, the service knows.
     if (!ownership_)
         return entries;
-    const auto wanted =
-        reduceToPosixAcl(entries, {ownership_->owner, ownership_->group, folder, userIsInGroup});
+    const auto wanted = reduceToPosixAcl(entries, {ownership_->owner, ownership_->group, folder});
     if (!lossy && !wanted.losses.empty()) {
-        *error = errorOfLosses(wanted.losses, url_);
+        *error = errorOfLosses(wanted.losses, entries, url_);
         return {};
     }
     return entriesOfPosixAcl(wanted.acl);

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
+#include <utility>
 
 namespace morvane {
 
@@ -14,39 +16,110 @@ namespace {
 /// More than a list of 1024 entries that came from boxes can lose: only what somebody has made up
 /// is not told in full.
 constexpr std::size_t maxLossesTold = 8192;
+/// As values go those that somebody may look at one by one.
+constexpr std::size_t maxLossesCarried = 1024;
+
+NSErrorRef errorOf(const EntryLoss& loss) {
+    return NSError::errorWithDomain(MVEntryLossDomain, static_cast<std::int64_t>(loss.reason),
+                                    {{NSLocalizedDescriptionKey, loss.text()},
+                                     {MVEntryLossEntryKey, static_cast<std::int64_t>(loss.entry)},
+                                     {MVEntryLossBoxKey, loss.box},
+                                     {MVEntryLossWhoKey, loss.who},
+                                     {MVEntryLossWhyKey, loss.why}});
+}
+
+template <class Value>
+Value valueFor(const NSError& error, const char* key) {
+    const auto found = error.userInfo().find(key);
+    const auto* value =
+        found == error.userInfo().end() ? nullptr : std::get_if<Value>(&found->second);
+    return value ? *value : Value();
+}
 
 }  // namespace
 
-void addLoss(std::vector<std::string>& losses, std::size_t number, const MVAclEntry& entry,
-             const std::string& what) {
-    losses.push_back("entry " + std::to_string(number + 1) + " (" +
-                     (entry.tag() == TagDeny ? "deny " : "allow ") +
-                     (entry.identity() ? identityText(*entry.identity()) : identityName(entry)) +
-                     "): " + what);
+std::string EntryLoss::text() const {
+    return box.empty() ? why : '"' + box + "\": " + why;
 }
 
-std::string textOfLosses(std::string what, const std::vector<std::string>& losses) {
-    what += " It would lose";
-    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesTold); ++i)
-        what += (i == 0 ? ": " : "; ") + losses[i];
-    if (losses.size() > maxLossesTold)
-        what += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
-    return what + ".";
+EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry, EntryLossReason reason,
+                   std::string box, std::string why) {
+    return {number, reason, std::move(box),
+            (entry.tag() == TagDeny ? "deny " : "allow ") +
+                (entry.identity() ? identityText(*entry.identity()) : identityName(entry)),
+            std::move(why)};
 }
 
-NSErrorRef errorOfLosses(const std::vector<std::string>& losses, const NSURL& url) {
+std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
+                                       const std::vector<std::size_t>& numbers) {
+    std::vector<std::string> texts;
+    for (const auto& loss : losses) {
+        const auto who =
+            loss.entry < numbers.size()
+                ? "entry " + std::to_string(numbers[loss.entry]) + " (" + loss.who + ")"
+                : loss.who;
+        texts.push_back(who + ": " + loss.text());
+    }
+    return texts;
+}
+
+std::string textOfLosses(const std::vector<std::string>& texts) {
+    std::string text = "It would lose";
+    for (std::size_t i = 0; i != std::min(texts.size(), maxLossesTold); ++i)
+        text += (i == 0 ? ": " : "; ") + texts[i];
+    if (texts.size() > maxLossesTold)
+        text += "; and " + std::to_string(texts.size() - maxLossesTold) + " more";
+    return text + ".";
+}
+
+std::vector<std::size_t> canonicalNumbers(const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
+    std::vector<std::size_t> order(entries.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return entries[a]->canonicalScore() > entries[b]->canonicalScore();
+    });
+    std::vector<std::size_t> numbers(entries.size());
+    for (std::size_t place = 0; place != order.size(); ++place)
+        numbers[order[place]] = place + 1;
+    return numbers;
+}
+
+NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
+                         const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                         const NSURL& url) {
+    std::vector<NSErrorRef> values;
+    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesCarried); ++i)
+        values.push_back(errorOf(losses[i]));
     return NSError::errorWithDomain(
         NSPOSIXErrorDomain, EOPNOTSUPP,
         {{NSURLErrorKey, url},
          {NSLocalizedDescriptionKey,
-          textOfLosses("The file system cannot hold the whole list.", losses)},
+          "The file system cannot hold the whole list. " +
+              textOfLosses(textsOfLosses(losses, canonicalNumbers(entries)))},
          {NSLocalizedRecoverySuggestionErrorKey,
           std::string("Nothing was changed. Change these entries, or accept the nearest list that "
-                      "grants no more.")}});
+                      "grants no more.")},
+         {NSMultipleUnderlyingErrorsKey, std::move(values)}});
+}
+
+std::vector<EntryLoss> lossesOfError(const NSError& error) {
+    std::vector<EntryLoss> losses;
+    for (const auto& value :
+         valueFor<std::vector<NSErrorRef>>(error, NSMultipleUnderlyingErrorsKey)) {
+        if (!value || value->domain() != MVEntryLossDomain)
+            continue;
+        losses.push_back(
+            {static_cast<std::size_t>(valueFor<std::int64_t>(*value, MVEntryLossEntryKey)),
+             static_cast<EntryLossReason>(value->code()),
+             valueFor<std::string>(*value, MVEntryLossBoxKey),
+             valueFor<std::string>(*value, MVEntryLossWhoKey),
+             valueFor<std::string>(*value, MVEntryLossWhyKey)});
+    }
+    return losses;
 }
 
 std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEntry& entry,
-                      std::vector<std::string>& losses) {
+                      std::vector<EntryLoss>& losses) {
     std::uint32_t on = 0;
     for (const auto& box : group.childNodes()) {
         const auto* permission = MVTreeNode::permissionOf(*box);
@@ -55,8 +128,8 @@ std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEn
         if (permission->state() == MVStateOn)
             on |= static_cast<std::uint32_t>(permission->permission());
         else if (permission->state() != MVStateOff)
-            addLoss(losses, number, entry,
-                    '"' + std::string(permission->name()) + "\", which is neither on nor off");
+            losses.push_back(makeLoss(number, entry, EntryLossReason::shape,
+                                      std::string(permission->name()), "neither on nor off"));
     }
     return on;
 }

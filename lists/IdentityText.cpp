@@ -17,11 +17,16 @@ std::string identityName(const MVAclEntry& entry) {
         return "uid " + std::to_string(user->uid);
     if (const auto* group = std::get_if<CBPosixGroup>(&*who))
         return "gid " + std::to_string(group->gid);
+    if (const auto* creator = std::get_if<CBCreator>(&*who))
+        return creator->isGroup ? "creator group" : "creator";
     return "everyone";
 }
 
 std::string identityText(const CBIdentity& identity) {
     const auto& name = identity.name();
+    const auto who = posixIdentityOfUUID(identity.uniqueIdentifier());
+    if (who && std::holds_alternative<CBCreator>(*who))
+        return name;
     // "uid 1234" says already what it is.
     if (name == "everyone" || name.starts_with("uid ") || name.starts_with("gid "))
         return name;

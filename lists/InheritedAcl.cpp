@@ -80,6 +80,15 @@ class Inheritance {
     static std::optional<CBPosixIdentity> identityOf(const MVAclEntry& entry) {
         return entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
     }
+    /// The same on an item: whoever made it is its owner.
+    std::optional<CBPosixIdentity> identityOnItem(const MVAclEntry& entry) const {
+        const auto who = identityOf(entry);
+        const auto* creator = who ? std::get_if<CBCreator>(&*who) : nullptr;
+        if (!creator)
+            return who;
+        return creator->isGroup ? CBPosixIdentity{CBPosixGroup{lists_.group}}
+                                : CBPosixIdentity{CBPosixUser{lists_.owner}};
+    }
     /// Whether one of the entries is for a user, for a group, or for everyone, as `who` is.
     static bool hasKind(const Entries& entries, const CBPosixIdentity& who) {
         return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
@@ -98,13 +107,15 @@ class Inheritance {
         for (const auto& flat : copiesOf(flats_)) {
             const auto who = identityOf(*flat);
             if (std::none_of(inherited.begin(), inherited.end(),
-                             [&](const auto& entry) { return identityOf(*entry) == who; }))
+                             [&](const auto& entry) { return identityOnItem(*entry) == who; }))
                 entries.push_back(flat);
         }
-        auto result =
-            reduceToPosixAcl(entries, {lists_.owner, lists_.group, isDirectory, userIsInGroup});
-        for (const auto& loss : result.losses)
-            lists_.losses.insert(loss.substr(std::min(loss.find('('), loss.size())));
+        auto result = reduceToPosixAcl(entries, {lists_.owner, lists_.group, isDirectory});
+        for (auto& text : textsOfLosses(result.losses))
+            lists_.losses.insert(std::move(text));
+        if (result.fit == PosixAclFit::tooManyNames)
+            lists_.losses.insert("all of it, as it has more users and groups than a list holds: " +
+                                 std::to_string(maxPosixNames));
         return std::move(result.acl);
     }
 

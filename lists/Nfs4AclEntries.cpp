@@ -112,7 +112,8 @@ class Replacement {
             if (auto entry = entryOf(*wanted[i], models[i]))
                 result.acl.entries.push_back(std::move(*entry));
             else
-                addLoss(losses_, i, *entries[i], "it is for nobody whom this system knows");
+                lose(i, *entries[i], EntryLossReason::nobody,
+                     "it is for nobody whom this system knows");
         }
         // What is never shown stays where it was.
         for (std::size_t i = 0; i != old_.entries.size(); ++i) {
@@ -128,14 +129,20 @@ class Replacement {
     }
 
   private:
+    void lose(std::size_t number, const MVAclEntry& entry, EntryLossReason reason,
+              const char* why) {
+        losses_.push_back(makeLoss(number, entry, reason, "", why));
+    }
+
     std::optional<Shown> wantedOf(const MVAclEntry& entry, std::size_t number) {
         const auto& groups = entry.permissions();
         if (entry.tag() != TagAllow && entry.tag() != TagDeny) {
-            addLoss(losses_, number, entry, "it neither allows nor denies");
+            lose(number, entry, EntryLossReason::tag, "it neither allows nor denies");
             return std::nullopt;
         }
         if (!entry.isAcl() || groups.size() < permissionGroups + (target_.isDirectory ? 1 : 0)) {
-            addLoss(losses_, number, entry, "its boxes are not those of the item's kind");
+            lose(number, entry, EntryLossReason::shape,
+                 "its boxes are not those of the item's kind");
             return std::nullopt;
         }
         Shown shown{entry.uuid().value_or(uuidOfPosixIdentity(CBEveryone{})),
@@ -143,7 +150,7 @@ class Replacement {
         for (std::size_t i = 0; i != permissionGroups; ++i)
             shown.boxes |= boxesOn(*groups[i], number, entry, losses_);
         if (const auto strange = shown.boxes & ~boxesOfKind(target_.isDirectory); strange != 0) {
-            addLoss(losses_, number, entry, "boxes that this kind of item does not have");
+            lose(number, entry, EntryLossReason::box, "boxes that this kind of item does not have");
             shown.boxes &= ~strange;
         }
         if (target_.isDirectory) {
@@ -215,7 +222,10 @@ class Replacement {
         const auto* user = std::get_if<CBPosixUser>(&*identity);
         const auto* group = std::get_if<CBPosixGroup>(&*identity);
         entry.flags = when(group, Nfs4IsGroup);
-        if (user && user->uid == target_.owner)
+        // In an entry that is inherited the owner is whoever makes the item.
+        if (const auto* creator = std::get_if<CBCreator>(&*identity))
+            entry.who = creator->isGroup ? nfs4OwningGroup : nfs4Owner;
+        else if (user && user->uid == target_.owner)
             entry.who = nfs4Owner;
         else if (group && group->gid == target_.group)
             entry.who = nfs4OwningGroup;
@@ -245,7 +255,7 @@ class Replacement {
     const Nfs4Names& names_;
     std::vector<Shown> oldShown_;
     std::vector<bool> used_;
-    std::vector<std::string> losses_;
+    std::vector<EntryLoss> losses_;
 };
 
 }  // namespace

@@ -26,10 +26,9 @@ struct TreeEntries {
 };
 
 /// Adds what is shown for one identity that the list grants `granted`, when the classes that it
-/// comes to later grant `later`. The base is shown also where it grants nothing: a list without it
-/// would mean another.
+/// comes to later grant `later`.
 void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
-         PosixRights later, const ShownRights& applies, bool isBase = false) {
+         PosixRights later, const ShownRights& applies) {
     ShownRights entry = applies;
     entry.who = who;
     if (const PosixRights denied = later - granted; denied != PosixNothing) {
@@ -37,31 +36,43 @@ void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRig
         entry.rights = denied;
         entries.push_back(entry);
     }
-    if (granted != PosixNothing || isBase) {
-        entry.deny = false;
-        entry.rights = granted;
-        entries.push_back(entry);
-    }
+    entry.deny = false;
+    entry.rights = granted;
+    entries.push_back(entry);
 }
 
-TreeEntries treeEntriesOf(const PosixList& list, const PosixAcl& acl, const ShownRights& applies) {
+/// The same for a named user or group. One without a right is denied them all, whatever comes
+/// later: at this entry the kernel stops.
+void addNamed(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
+              PosixRights later, const ShownRights& applies) {
+    if (granted != PosixNothing)
+        return add(entries, who, granted, later, applies);
+    ShownRights entry = applies;
+    entry.who = who;
+    entry.deny = true;
+    entry.rights = PosixEverything;
+    entries.push_back(entry);
+}
+
+TreeEntries treeEntriesOf(const PosixList& list, const ShownRights& applies) {
     TreeEntries result;
     const PosixRights owningGroup = list.effective(list.owningGroup);
     PosixRights groupsAndOthers = owningGroup | list.others;
     for (const auto& group : list.groups)
-        groupsAndOthers = groupsAndOthers | list.effective(group.rights);
+        groupsAndOthers = groupsAndOthers | list.counting(group.rights);
 
     for (const auto& user : list.users)
-        add(result.users, CBPosixUser{user.id}, list.effective(user.rights), groupsAndOthers,
-            applies);
+        addNamed(result.users, CBPosixUser{user.id}, list.counting(user.rights), groupsAndOthers,
+                 applies);
     // Several groups add up, so one group has only the others after it.
     for (const auto& group : list.groups)
-        add(result.groups, CBPosixGroup{group.id}, list.effective(group.rights), list.others,
-            applies);
+        addNamed(result.groups, CBPosixGroup{group.id}, list.counting(group.rights), list.others,
+                 applies);
 
-    add(result.owner, CBPosixUser{acl.owner}, list.owner, groupsAndOthers, applies, true);
-    add(result.owningGroup, CBPosixGroup{acl.group}, owningGroup, list.others, applies, true);
-    add(result.others, CBEveryone{}, list.others, PosixNothing, applies, true);
+    // The base is shown also where it grants nothing: a list without it would mean another.
+    add(result.owner, CBCreator{false}, list.owner, groupsAndOthers, applies);
+    add(result.owningGroup, CBCreator{true}, owningGroup, list.others, applies);
+    add(result.others, CBEveryone{}, list.others, PosixNothing, applies);
     return result;
 }
 
@@ -146,13 +157,13 @@ std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std:
 }  // namespace
 
 std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl) {
-    TreeEntries access = treeEntriesOf(acl.access, acl, {});
+    TreeEntries access = treeEntriesOf(acl.access, {});
     TreeEntries defaults;
     if (acl.defaults) {
         ShownRights applies;
         applies.appliesToItem = false;
         applies.appliesToChildren = true;
-        defaults = treeEntriesOf(*acl.defaults, acl, applies);
+        defaults = treeEntriesOf(*acl.defaults, applies);
         mergeDefaults(access.users, defaults.users);
         mergeDefaults(access.groups, defaults.groups);
     }
@@ -195,7 +206,7 @@ std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool is
 std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl) {
     std::vector<std::shared_ptr<MVAclEntry>> entries;
     for (const auto& shown : shownRightsOfPosixAcl(acl)) {
-        const bool isOwner = shown.who == CBPosixIdentity{CBPosixUser{acl.owner}};
+        const bool isOwner = shown.who == CBPosixIdentity{CBCreator{false}};
         auto tree =
             shown.flat
                 ? flatTree(shown.rights)

@@ -1,307 +1,323 @@
-#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
-#include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
 #include <array>
+#include <limits>
+#include <map>
+#include <string>
+#include <unordered_map>
 #include <utility>
 #include <variant>
+
+#include "PosixStatements.h"
 
 namespace morvane {
 
 namespace {
 
-constexpr std::uint32_t readBoxes = ACL_READ_DATA | ACL_READ_EXTATTRIBUTES;
-constexpr std::uint32_t alwaysBoxes = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
-constexpr std::uint32_t ownersBoxes = ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY;
+using Statements = std::vector<PosixStatement>;
 
-std::uint32_t writeBoxes(bool isDirectory) {
-    return ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_WRITE_EXTATTRIBUTES |
-           (isDirectory ? ACL_DELETE_CHILD : 0);
-}
+/// No group has this id; it stands for the creator's.
+constexpr std::uint32_t noGroup = 0xffffffff;
 
-/// One entry as the evaluation takes it.
-struct Statement {
-    std::size_t number = 0;
-    CBPosixIdentity who;
-    bool flat = false;
-    bool deny = false;
-    PosixRights rights = PosixNothing;
-    bool item = true;
-    bool children = false;
-};
+constexpr std::array allRights{PosixRead, PosixWrite, PosixExecute};
 
-/// What is decided about one identity so far.
+/// What is decided about one identity so far, and by which statement each right was allowed.
 struct Decisions {
     PosixRights allowed = PosixNothing;
     PosixRights denied = PosixNothing;
+    std::array<std::size_t, allRights.size()> allowedAt{};
 
-    void decide(bool deny, PosixRights rights) {
-        auto& target = deny ? denied : allowed;
-        target = target | (rights - (allowed | denied));
+    /// Which of `rights` this decides.
+    PosixRights decide(bool deny, PosixRights rights, std::size_t place) {
+        const auto fresh = rights - (allowed | denied);
+        (deny ? denied : allowed) = (deny ? denied : allowed) | fresh;
+        for (std::size_t i = 0; !deny && i != allRights.size(); ++i) {
+            if ((fresh & allRights[i]) != PosixNothing)
+                allowedAt[i] = place;
+        }
+        return fresh;
     }
 };
 
-class Reduction {
-  public:
-    Reduction(const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAclTarget& target)
-        : entries_(entries), target_(target) {}
+/// The owner, the owning group or everyone; in a default list, the creator and its group.
+struct BaseClass {
+    CBPosixIdentity who;
+    Decisions decisions = {};
+    bool isSpokenOf = false;
+    /// A flat entry decides all of its class: nothing that everyone is allowed comes to it.
+    bool isFlat = false;
+};
 
-    PosixAclReduction run() {
-        for (std::size_t i = 0; i != entries_.size(); ++i)
-            take(i);
-        PosixAcl acl{target_.owner, target_.group, target_.isDirectory, accessList(), {}};
-        if (std::any_of(statements_.begin(), statements_.end(),
-                        [](const Statement& s) { return s.children; }))
-            acl.defaults = defaultList(acl.access);
-        return {std::move(acl), std::move(losses_)};
+/// A user's groups, each user's looked up once.
+class Memberships {
+  public:
+    explicit Memberships(const PosixAclTarget& target) : target_(target) {}
+
+    const std::vector<std::uint32_t>& of(std::uint32_t uid) {
+        const auto [found, isNew] = groups_.try_emplace(uid);
+        if (isNew && goesOn()) {
+            auto& groups = found->second;
+            groups =
+                target_.groupsOf
+                    ? target_.groupsOf(uid)
+                    : CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(uid);
+        }
+        return found->second;
+    }
+    bool isCancelled() const { return cancelled_; }
+
+  private:
+    bool goesOn() {
+        if (target_.goesOn && !cancelled_)
+            cancelled_ = !target_.goesOn();
+        return !cancelled_;
+    }
+
+    const PosixAclTarget& target_;
+    std::unordered_map<std::uint32_t, std::vector<std::uint32_t>> groups_;
+    bool cancelled_ = false;
+};
+
+/// The item's own list, or what it gives to new items.
+enum class Part { access, defaults };
+
+bool concerns(const PosixStatement& s, Part part) {
+    return part == Part::access ? s.item : s.children;
+}
+
+/// Works out one list.
+class ListReduction {
+  public:
+    ListReduction(Part part, const Statements& statements, const Statements& shown,
+                  const PosixList* old, const PosixAclTarget& target, Memberships& memberships)
+        : part_(part),
+          old_(old),
+          memberships_(memberships),
+          owner_{ownerOf(part, target)},
+          group_{groupOf(part, target)},
+          keptOwner_(isKept(owner_.who, statements, shown)),
+          keptGroup_(isKept(group_.who, statements, shown)) {
+        for (const auto& s : statements) {
+            if (!concerns(s, part))
+                continue;
+            statements_.push_back(s);
+            if (part == Part::access && isCreator(s.who))  // the creator of an item is its owner
+                statements_.back().who =
+                    std::get<CBCreator>(s.who).isGroup ? group_.who : owner_.who;
+        }
+        for (const auto& s : shown) {
+            if (const auto gid = groupIdOf(s); gid && s.deny && concerns(s, part))
+                shownDenials_[*gid] = shownDenials_[*gid] | s.rights;
+        }
+    }
+
+    /// False if the list holds fewer users and groups.
+    bool collect() {
+        for (const auto& s : statements_) {
+            if (auto* base = baseOf(s)) {
+                base->isSpokenOf = true;
+                base->isFlat = base->isFlat || s.flat;
+            } else if (const auto* user = std::get_if<CBPosixUser>(&s.who)) {
+                users_.try_emplace(user->uid);
+            } else {
+                groups_.try_emplace(std::get<CBPosixGroup>(s.who).gid);
+            }
+        }
+        return users_.size() + groups_.size() <= maxPosixNames;
+    }
+
+    void decide() {
+        findMembers();
+        for (std::size_t place = 0; place != statements_.size() && !memberships_.isCancelled();
+             ++place) {
+            const auto& s = statements_[place];
+            auto* const base = baseOf(s);
+            auto& own = base ? base->decisions : namedDecisions(s.who);
+            const auto fresh = own.decide(s.deny, s.rights, place);
+            if (base == &everyone_)
+                decideForAll(s.deny, fresh, place);
+            else if (s.deny && groupIdOf(s))
+                denyMembers(s, fresh, place);
+        }
+    }
+
+    /// `access` is what a default list takes the classes from that it does not speak of.
+    PosixList list(const PosixList* access, const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                   std::vector<EntryLoss>& losses) {
+        if (access) {
+            takeFrom(owner_, access->owner);
+            takeFrom(group_, access->effective(access->owningGroup));
+            takeFrom(everyone_, access->others);
+        }
+        takeFromOtherGroups(entries, losses);
+        PosixList list;
+        list.owner = owner_.decisions.allowed;
+        list.owningGroup = group_.decisions.allowed;
+        list.others = everyone_.decisions.allowed;
+        for (const auto& [uid, decisions] : users_)
+            list.users.push_back({uid, decisions.allowed});
+        for (const auto& [gid, decisions] : groups_)
+            list.groups.push_back({gid, decisions.allowed});
+        return masked(std::move(list));
     }
 
   private:
-    CBPosixIdentity owner() const { return CBPosixUser{target_.owner}; }
-    CBPosixIdentity owningGroup() const { return CBPosixGroup{target_.group}; }
-
-    /// `what` is lost of an entry.
-    void lose(std::size_t number, const std::string& what) {
-        addLoss(losses_, number, *entries_[number], what);
+    static bool isCreator(const CBPosixIdentity& who) {
+        return std::holds_alternative<CBCreator>(who);
+    }
+    static CBPosixIdentity ownerOf(Part part, const PosixAclTarget& target) {
+        return part == Part::access ? CBPosixIdentity{CBPosixUser{target.owner}}
+                                    : CBPosixIdentity{CBCreator{false}};
+    }
+    static CBPosixIdentity groupOf(Part part, const PosixAclTarget& target) {
+        return part == Part::access ? CBPosixIdentity{CBPosixGroup{target.group}}
+                                    : CBPosixIdentity{CBCreator{true}};
     }
 
-    void take(std::size_t number) {
-        const auto& entry = *entries_[number];
-        if (entry.tag() != TagAllow && entry.tag() != TagDeny)
-            return lose(number, "it neither allows nor denies");
-        const auto who =
-            entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
-        if (!who)
-            return lose(number, "it is for nobody whom this system knows");
-        if (entry.inherited())
-            lose(number, "the mark that it is inherited");
-        Statement statement{number, *who, !entry.isAcl(), entry.tag() == TagDeny};
-        if (statement.flat ? takeFlat(entry, statement) : takeTree(entry, statement))
-            statements_.push_back(statement);
-    }
-
-    bool takeFlat(const MVAclEntry& entry, Statement& statement) {
-        static constexpr std::array<PosixRights, 3> rightsInOrder{PosixRead, PosixWrite,
-                                                                  PosixExecute};
-        const auto& nodes = entry.permissions();
-        if (nodes.size() != rightsInOrder.size() || statement.deny ||
-            (statement.who != owner() && statement.who != owningGroup() &&
-             statement.who != CBPosixIdentity{CBEveryone{}})) {
-            lose(statement.number,
-                 "an entry of three rights is the owner's, the owning group's or everyone's, "
-                 "allows, and has \"Read\", \"Write\" and \"Execute\"");
-            return false;
-        }
-        for (std::size_t i = 0; i != nodes.size(); ++i) {
-            const auto state = MVTreeNode::stateOf(*nodes[i]);
-            if (state == MVStateOn)
-                statement.rights = statement.rights | rightsInOrder[i];
-            else if (state != MVStateOff)
-                lose(statement.number, "a right that is neither on nor off");
-        }
-        return true;
-    }
-
-    bool takeTree(const MVAclEntry& entry, Statement& statement) {
-        const auto& groups = entry.permissions();
-        if (groups.size() < permissionGroups ||
-            (target_.isDirectory && groups.size() <= permissionGroups)) {
-            lose(statement.number, "its boxes are not those of the item's kind");
-            return false;
-        }
-        std::uint32_t on = 0;
-        for (std::size_t i = 0; i != permissionGroups; ++i)
-            on |= boxesOn(*groups[i], statement.number, entry, losses_);
-        takeBoxes(on, statement);
-        if (target_.isDirectory)
-            takeApplicability(boxesOn(*groups[permissionGroups], statement.number, entry, losses_),
-                              statement);
-        return statement.item || statement.children;
-    }
-
-    static std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }
-
-    /// The names of the boxes of `bits`, as this kind of item has them.
-    std::string names(std::uint32_t bits) const {
-        std::string text;
-        for (const acl_perm_group* group = acl_perms; group->name; ++group) {
-            for (const acl_perm_entry* row = group->perms; row->name; ++row) {
-                if ((row->perm & bits) != 0 &&
-                    (row->kinds & (target_.isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES)) != 0)
-                    text += (text.empty() ? "" : ", ") + quoted(row->name);
+    /// Whether the item's own list names the owner (the owning group) besides its class, and what
+    /// is said of that is what was shown.
+    bool isKept(const CBPosixIdentity& who, const Statements& statements,
+                const Statements& shown) const {
+        const auto saidOf = [&](const Statements& all) {
+            std::vector<std::pair<bool, PosixRights>> said;
+            for (const auto& s : all) {
+                if (s.who == who && !s.flat && concerns(s, part_))
+                    said.emplace_back(s.deny, s.rights);
             }
-        }
-        return text;
-    }
-
-    void takeBoxes(std::uint32_t on, Statement& statement) {
-        const auto number = statement.number;
-        const auto bundle = [&](std::uint32_t boxes, PosixRights right) {
-            const auto part = on & boxes;
-            if (part == 0)
-                return;
-            if (part == boxes || statement.deny)
-                statement.rights = statement.rights | right;
-            if (part != boxes)
-                lose(number, names(part) + " without " + names(boxes & ~part));
+            return said;
         };
-        bundle(readBoxes, PosixRead);
-        bundle(writeBoxes(target_.isDirectory), PosixWrite);
-        bundle(ACL_SEARCH, PosixExecute);
-
-        const bool isOwner = statement.who == owner();
-        const std::uint32_t always = alwaysBoxes | (isOwner ? ownersBoxes : 0);
-        if (statement.deny) {
-            if ((on & always) != 0)
-                lose(number, names(on & always) + ", which nobody can be denied");
-        } else if ((on & always) != always) {
-            lose(number, names(always & ~on) + " off, which " +
-                             (isOwner ? "the owner always has" : "everybody always has"));
-        }
-        const auto others =
-            on & ~(readBoxes | writeBoxes(target_.isDirectory) | ACL_SEARCH | always);
-        if (others != 0)
-            lose(number, names(others));
+        const auto said = saidOf(shown);
+        return part_ == Part::access && !said.empty() && said == saidOf(statements);
     }
 
-    void takeApplicability(std::uint32_t on, Statement& statement) {
-        constexpr std::uint32_t below =
-            ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
-        // "This item" has the bit of the opposite flag.
-        statement.item = (on & ACL_ENTRY_ONLY_INHERIT) != 0;
-        statement.children = (on & below) == below;
-        if ((on & below) != 0 && !statement.children) {
-            lose(statement.number,
-                 "that it applies to a part only of the files, folders and descendants inside");
-            statement.children = statement.deny;
-        } else if (!statement.item && !statement.children) {
-            lose(statement.number, "all of it, as it applies to nothing");
-        }
+    /// The class that a statement is for; null if it is for a named user or group.
+    BaseClass* baseOf(const PosixStatement& s) {
+        if (s.who == everyone_.who)
+            return &everyone_;
+        if (s.who == owner_.who && (s.flat || !keptOwner_))
+            return &owner_;
+        if (s.who == group_.who && (s.flat || !keptGroup_))
+            return &group_;
+        return nullptr;
     }
 
-    PosixList accessList() {
-        const auto applies = [](const Statement& s) { return s.item; };
-        PosixList list;
-        list.owner = decide(owner(), applies).allowed;
-        list.owningGroup = decide(owningGroup(), applies).allowed;
-        list.others = decide(CBEveryone{}, applies).allowed;
-        // A flat entry decides for its class; what the others say otherwise is lost.
-        for (const auto& flat : statements_) {
-            if (!flat.flat)
-                continue;
-            auto& rights = flat.who == owner()         ? list.owner
-                           : flat.who == owningGroup() ? list.owningGroup
-                                                       : list.others;
-            rights = flat.rights;
-            for (const auto& s : statements_) {
-                if (!s.flat && s.item && (s.who == flat.who || (s.deny && s.who == everyone)))
-                    compare(s, rights);
-            }
-        }
-        addNamed(list, applies);
-        return list;
+    static void takeFrom(BaseClass& base, PosixRights rights) {
+        if (base.isSpokenOf)
+            return;
+        auto& decisions = base.decisions;
+        decisions.allowed = rights - decisions.denied;
+        decisions.allowedAt.fill(std::numeric_limits<std::size_t>::max());
     }
 
-    PosixList defaultList(const PosixList& access) {
-        const auto applies = [](const Statement& s) { return s.children; };
-        // A class that is not spoken of has what it has in the item's own list.
-        const auto rightsOf = [&](const CBPosixIdentity& who, PosixRights otherwise) {
-            const bool mentioned =
-                std::any_of(statements_.begin(), statements_.end(),
-                            [&](const Statement& s) { return s.children && s.who == who; });
-            return mentioned ? decide(who, applies).allowed : otherwise;
-        };
-        PosixList list;
-        list.owner = rightsOf(owner(), access.owner);
-        list.owningGroup = rightsOf(owningGroup(), access.owningGroup);
-        list.others = rightsOf(everyone, access.others);
-        addNamed(list, applies);
-        return list;
-    }
-
-    /// What the statements that apply decide for one identity, in their order.
-    template <class Applies>
-    Decisions decide(const CBPosixIdentity& who, Applies&& applies) const {
-        Decisions decisions;
+    Decisions& namedDecisions(const CBPosixIdentity& who) {
         const auto* user = std::get_if<CBPosixUser>(&who);
-        for (const auto& s : statements_) {
-            if (!applies(s))
-                continue;
-            const auto* group = std::get_if<CBPosixGroup>(&s.who);
-            const bool bearsOnMember = user && group && s.deny && who != owner() &&
-                                       target_.isMember(user->uid, group->gid);
-            // The flat entries of the owner and of the group are theirs alone.
-            if (s.who == who || bearsOnMember || s.who == everyone)
-                decisions.decide(s.deny, s.rights);
-        }
-        return decisions;
+        return user ? users_[user->uid] : groups_[std::get<CBPosixGroup>(who).gid];
     }
 
-    /// Adds the named users and groups, and the mask that lets all of them through.
-    template <class Applies>
-    void addNamed(PosixList& list, Applies&& applies) {
+    static std::optional<std::uint32_t> groupIdOf(const PosixStatement& s) {
+        if (const auto* group = std::get_if<CBPosixGroup>(&s.who))
+            return group->gid;
+        const auto* creator = std::get_if<CBCreator>(&s.who);
+        return creator && creator->isGroup ? std::optional(noGroup) : std::nullopt;
+    }
+
+    /// Of each group that is denied something, who of the owner and the named users is in it.
+    void findMembers() {
         for (const auto& s : statements_) {
-            if (!applies(s) || s.who == owner() || s.who == owningGroup() || s.who == everyone)
-                continue;
-            const auto* user = std::get_if<CBPosixUser>(&s.who);
-            const auto id = user ? user->uid : std::get<CBPosixGroup>(s.who).gid;
-            auto& named = user ? list.users : list.groups;
-            if (std::none_of(named.begin(), named.end(), [&](auto& n) { return n.id == id; }))
-                named.push_back({id, decide(s.who, applies).allowed});
+            if (const auto gid = groupIdOf(s); gid && s.deny)
+                members_.try_emplace(*gid);
         }
-        std::sort(list.users.begin(), list.users.end());
-        std::sort(list.groups.begin(), list.groups.end());
-        denyGroups(list, applies);
-        if (list.users.empty() && list.groups.empty())
+        if (members_.empty())
             return;
-        list.mask = list.owningGroup;
-        for (const auto* named : {&list.users, &list.groups}) {
-            for (const auto& entry : *named)
-                list.mask = *list.mask | entry.rights;
-        }
-        // Under a mask of nothing the kernel does not look at the list, and who is denied there has
-        // what others have.
-        if (list.mask == PosixNothing)
-            list.mask = list.others;
-    }
-
-    void compare(const Statement& s, PosixRights& flat) {
-        const auto contradicted = s.deny ? flat & s.rights : s.rights - flat;
-        if (contradicted == PosixNothing)
-            return;
-        lose(s.number,
-             "what the entry of three rights says otherwise: " + rightsText(contradicted));
-        if (s.deny)
-            flat = flat - contradicted;
-    }
-
-    /// A member of several groups has what any of them has: a deny for one holds only against
-    /// everyone.
-    template <class Applies>
-    void denyGroups(PosixList& list, Applies&& applies) {
-        for (const auto& s : statements_) {
-            const auto* group = std::get_if<CBPosixGroup>(&s.who);
-            if (!group || !s.deny || !applies(s))
-                continue;
-            const auto leaks = s.rights - list.others;
-            PosixRights leaked = PosixNothing;
-            const auto take = [&](PosixRights& rights) {
-                leaked = leaked | (rights & leaks);
-                rights = rights - leaks;
-            };
-            if (group->gid != target_.group)
-                take(list.owningGroup);
-            for (auto& other : list.groups) {
-                if (other.id != group->gid)
-                    take(other.rights);
+        const auto add = [&](std::uint32_t uid, Decisions& decisions) {
+            for (const auto gid : memberships_.of(uid)) {
+                if (const auto found = members_.find(gid); found != members_.end())
+                    found->second.push_back(&decisions);
             }
-            if (leaked != PosixNothing)
-                lose(s.number, "the denial of " + rightsText(leaked) +
-                                   " to members of other groups that are allowed it");
+        };
+        if (const auto* owner = std::get_if<CBPosixUser>(&owner_.who))
+            add(owner->uid, owner_.decisions);
+        for (auto& [uid, decisions] : users_)
+            add(uid, decisions);
+    }
+
+    void decideForAll(bool deny, PosixRights rights, std::size_t place) {
+        if (rights == PosixNothing)
+            return;
+        for (auto* base : {&owner_, &group_}) {
+            if (deny || !base->isFlat)
+                base->decisions.decide(deny, rights, place);
         }
+        for (auto& [uid, decisions] : users_)
+            decisions.decide(deny, rights, place);
+        for (auto& [gid, decisions] : groups_)
+            decisions.decide(deny, rights, place);
+    }
+
+    void denyMembers(const PosixStatement& s, PosixRights fresh, std::size_t place) {
+        auto& told = toldMembers_[*groupIdOf(s)];
+        const auto rights = s.rights - told;
+        told = told | s.rights;
+        if (rights != PosixNothing) {
+            for (auto* member : members_[*groupIdOf(s)])
+                member->decide(true, rights, place);
+        }
+        if (fresh != PosixNothing)
+            groupDenials_.push_back({place, *groupIdOf(s), fresh});
+    }
+
+    /// A member of several groups has what any of them has: a denial for one holds against the
+    /// others only if they do not have it either. What was so already stays so.
+    void takeFromOtherGroups(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                             std::vector<EntryLoss>& losses) {
+        struct Group {
+            std::uint32_t gid;
+            Decisions* decisions;
+            PosixRights had;
+        };
+        std::vector<Group> groups;
+        const auto* owning = std::get_if<CBPosixGroup>(&group_.who);
+        groups.push_back({owning ? owning->gid : noGroup, &group_.decisions,
+                          old_ ? old_->effective(old_->owningGroup) : PosixNothing});
+        for (auto& [gid, decisions] : groups_)
+            groups.push_back({gid, &decisions, hadBy(gid)});
+        for (const auto& denial : groupDenials_) {
+            PosixRights escaped = PosixNothing;
+            const auto shown = shownDenials_.find(denial.gid);
+            const auto wasDenied = shown == shownDenials_.end() ? PosixNothing : shown->second;
+            for (auto& group : groups) {
+                if (group.gid == denial.gid)
+                    continue;
+                auto& allowed = group.decisions->allowed;
+                for (std::size_t i = 0; i != allRights.size(); ++i) {
+                    const auto right = allRights[i];
+                    if ((denial.rights & allowed & right) == PosixNothing ||
+                        group.decisions->allowedAt[i] < denial.place ||
+                        (wasDenied & group.had & right) != PosixNothing)
+                        continue;
+                    allowed = allowed - right;
+                    escaped = escaped | right;
+                }
+            }
+            if (escaped == PosixNothing)
+                continue;
+            const auto number = statements_[denial.place].number;
+            losses.push_back(makeLoss(number, *entries[number], EntryLossReason::members, "",
+                                      "the denial of " + rightsText(escaped) +
+                                          " to members of other groups that are allowed it"));
+        }
+    }
+
+    PosixRights hadBy(std::uint32_t gid) const {
+        if (!old_)
+            return PosixNothing;
+        const auto found =
+            std::lower_bound(old_->groups.begin(), old_->groups.end(), PosixNamedRights{gid, {}});
+        return found != old_->groups.end() && found->id == gid ? old_->counting(found->rights)
+                                                               : PosixNothing;
     }
 
     static std::string rightsText(PosixRights rights) {
@@ -314,24 +330,159 @@ class Reduction {
         return text;
     }
 
-    const CBPosixIdentity everyone = CBEveryone{};
-    const std::vector<std::shared_ptr<MVAclEntry>>& entries_;
-    const PosixAclTarget& target_;
-    std::vector<Statement> statements_;
-    std::vector<std::string> losses_;
+    /// `wanted`, whose entries are what shall count, with a mask, and with what the old one holds
+    /// back.
+    PosixList masked(PosixList wanted) const {
+        if (old_) {
+            // What the mask limits is as it was: so it stays, the mask and what it holds back.
+            PosixList kept = wanted;
+            kept.mask = old_->mask;
+            kept.owningGroup = old_->owningGroup;
+            kept.users = old_->users;
+            kept.groups = old_->groups;
+            if (countsAs(kept, wanted))
+                return kept;
+        }
+        PosixRights mask = wanted.owningGroup;
+        for (const auto* named : {&wanted.users, &wanted.groups}) {
+            for (const auto& entry : *named)
+                mask = mask | entry.rights;
+        }
+        // Under a mask of nothing the kernel does not look at the list, and who is denied there has
+        // what others have.
+        const bool isNamed = !wanted.users.empty() || !wanted.groups.empty();
+        if (isNamed && mask == PosixNothing)
+            mask = wanted.others;
+        if (old_ && old_->mask) {
+            const auto add = [&](PosixRights& rights, PosixRights stored) {
+                rights = rights | (stored - mask);
+            };
+            if (old_->effective(old_->owningGroup) == wanted.owningGroup)
+                add(wanted.owningGroup, old_->owningGroup);
+            addHeldBack(wanted.users, old_->users, add);
+            addHeldBack(wanted.groups, old_->groups, add);
+        }
+        if (isNamed || (wanted.owningGroup - mask) != PosixNothing)
+            wanted.mask = mask;
+        return wanted;
+    }
+
+    template <class Add>
+    void addHeldBack(std::vector<PosixNamedRights>& wanted,
+                     const std::vector<PosixNamedRights>& stored, Add&& add) const {
+        auto old = stored.begin();
+        for (auto& entry : wanted) {
+            while (old != stored.end() && old->id < entry.id)
+                ++old;
+            if (old != stored.end() && old->id == entry.id &&
+                old_->counting(old->rights) == entry.rights)
+                add(entry.rights, old->rights);
+        }
+    }
+
+    /// Whether everybody whom the mask limits has in `list` what `wanted` says.
+    static bool countsAs(const PosixList& list, const PosixList& wanted) {
+        const auto same = [&](const auto& stored, const auto& counting) {
+            return std::equal(stored.begin(), stored.end(), counting.begin(), counting.end(),
+                              [&](const auto& a, const auto& b) {
+                                  return a.id == b.id && list.counting(a.rights) == b.rights;
+                              });
+        };
+        return list.effective(list.owningGroup) == wanted.owningGroup &&
+               same(list.users, wanted.users) && same(list.groups, wanted.groups);
+    }
+
+    struct GroupDenial {
+        std::size_t place;
+        std::uint32_t gid;
+        PosixRights rights;
+    };
+
+    const Part part_;
+    const PosixList* const old_;
+    Memberships& memberships_;
+    BaseClass owner_;
+    BaseClass group_;
+    BaseClass everyone_{CBEveryone{}};
+    const bool keptOwner_;
+    const bool keptGroup_;
+    Statements statements_;
+    /// By their ids, as a list has them.
+    std::map<std::uint32_t, Decisions> users_;
+    std::map<std::uint32_t, Decisions> groups_;
+    std::unordered_map<std::uint32_t, std::vector<Decisions*>> members_;
+    std::unordered_map<std::uint32_t, PosixRights> toldMembers_;
+    std::unordered_map<std::uint32_t, PosixRights> shownDenials_;
+    std::vector<GroupDenial> groupDenials_;
 };
+
+/// What is shown of a list, as the evaluation takes it.
+Statements statementsShownOf(const PosixAcl& acl) {
+    Statements shown;
+    for (const auto& entry : shownRightsOfPosixAcl(acl))
+        shown.push_back({0, entry.who, entry.flat, entry.deny, entry.rights, entry.appliesToItem,
+                         entry.appliesToChildren});
+    return shown;
+}
+
+bool someoneExecutes(const PosixList& list) {
+    auto rights = list.owner | list.effective(list.owningGroup) | list.others;
+    for (const auto* named : {&list.users, &list.groups}) {
+        for (const auto& entry : *named)
+            rights = rights | list.counting(entry.rights);
+    }
+    return (rights & PosixExecute) != PosixNothing;
+}
+
+/// On a file that nobody can execute, execution wants to be asked for by itself.
+void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
+    if (target.isDirectory || !target.old || someoneExecutes(target.old->access) ||
+        std::any_of(statements.begin(), statements.end(), [](const PosixStatement& s) {
+            return !s.deny && !s.executesByBundle && (s.rights & PosixExecute) != PosixNothing;
+        }))
+        return;
+    for (auto& s : statements) {
+        if (s.executesByBundle)
+            s.rights = s.rights - PosixExecute;
+    }
+}
 
 }  // namespace
 
-bool userIsInGroup(std::uint32_t uid, std::uint32_t gid) {
-    const auto groups =
-        CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(uid);
-    return std::find(groups.begin(), groups.end(), gid) != groups.end();
-}
-
 PosixAclReduction reduceToPosixAcl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                    const PosixAclTarget& target) {
-    return Reduction(entries, target).run();
+    auto [statements, losses] =
+        posixStatementsOf(entries, target.owner, target.group, target.isDirectory);
+    leaveExecutionOff(statements, target);
+    const auto shown = target.old ? statementsShownOf(*target.old) : Statements{};
+    Memberships memberships(target);
+    PosixAclReduction result;
+    result.acl = {target.owner, target.group, target.isDirectory, {}, {}};
+
+    ListReduction access(Part::access, statements, shown,
+                         target.old ? &target.old->access : nullptr, target, memberships);
+    ListReduction defaults(Part::defaults, statements, shown,
+                           target.old && target.old->defaults ? &*target.old->defaults : nullptr,
+                           target, memberships);
+    if (!access.collect() || !defaults.collect()) {
+        result.fit = PosixAclFit::tooManyNames;
+        return result;
+    }
+    access.decide();
+    result.acl.access = access.list(nullptr, entries, losses);
+    if (std::any_of(statements.begin(), statements.end(),
+                    [](const PosixStatement& s) { return s.children; })) {
+        defaults.decide();
+        result.acl.defaults = defaults.list(&result.acl.access, entries, losses);
+    }
+    if (memberships.isCancelled()) {
+        result.fit = PosixAclFit::cancelled;
+        return result;
+    }
+    std::stable_sort(losses.begin(), losses.end(),
+                     [](const EntryLoss& a, const EntryLoss& b) { return a.entry < b.entry; });
+    result.losses = std::move(losses);
+    return result;
 }
 
 }  // namespace morvane

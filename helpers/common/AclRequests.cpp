@@ -52,9 +52,18 @@ std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRu
     return ItemWithAcl{std::move(opened), std::move(std::get<Nfs4Item>(native))};
 }
 
-PosixAclReduction reduced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                          const PosixAcl& old) {
-    return reduceToPosixAcl(entries, {old.owner, old.group, old.isDirectory, userIsInGroup});
+NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
+    switch (fit) {
+        case PosixAclFit::tooManyNames:
+            return posixError(E2BIG, url,
+                              "A list holds at most " + std::to_string(maxPosixNames) +
+                                  " users and groups, and these entries name more.",
+                              "Nothing was changed. Put users into groups, and name the groups.");
+        case PosixAclFit::cancelled:
+            return posixError(ECANCELED, url);
+        default:
+            return nullptr;
+    }
 }
 
 Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
@@ -125,13 +134,15 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
-            return errorOfLosses(wanted.losses, url);
+            return errorOfLosses(wanted.losses, entries, url);
         return writeNative(item, *native, wanted.acl, url);
     }
     const auto& list = std::get<PosixAcl>(old);
-    const auto wanted = reduced(entries, list);
+    const auto wanted = reduceToPosixAcl(entries, PosixAclTarget::of(list));
+    if (const auto error = errorOfFit(wanted.fit, url))
+        return error;
     if (!wanted.losses.empty())
-        return errorOfLosses(wanted.losses, url);
+        return errorOfLosses(wanted.losses, entries, url);
     const int code = writePosixAcl(item.path(), list, wanted.acl);
     return code == 0 ? nullptr
                      : posixError(code, url, whyPosixAclIsRefused(code, item, wanted.acl));
@@ -139,7 +150,7 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {
     const auto who = posixIdentityOfUUID(uuid);
-    if (!who)
+    if (!who || std::holds_alternative<CBCreator>(*who))
         return {{}, posixError(EINVAL, url, "The identity is no user or group of this system.")};
     auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))

@@ -23,8 +23,9 @@ class EntriesWriter final : public InheritedWriter {
             for (const bool isFolder : {false, true}) {
                 const Nfs4Target target{folder_.target.owner, folder_.target.group, isFolder};
                 const auto& entries = isFolder ? level.folder : level.file;
-                for (const auto& loss : nfs4AclOfEntries(entries, none, target, names_).losses)
-                    losses.insert(loss.substr(std::min(loss.find('('), loss.size())));
+                const auto replaced = nfs4AclOfEntries(entries, none, target, names_);
+                for (auto& text : textsOfLosses(replaced.losses))
+                    losses.insert(std::move(text));
             }
         }
     }

@@ -2,8 +2,8 @@
 
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/PosixAclEntries.h>
-#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -14,6 +14,12 @@ namespace morvane {
 namespace {
 
 using Boxes = std::uint32_t;
+
+bool userIsInGroup(std::uint32_t uid, std::uint32_t gid) {
+    const auto groups =
+        CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(uid);
+    return std::find(groups.begin(), groups.end(), gid) != groups.end();
+}
 
 /// Whether nobody is both of them. The first one denies.
 bool areOthers(const Nfs4Entry& denied, const Nfs4Entry& allowed, const Nfs4Target& target,

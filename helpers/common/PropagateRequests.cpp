@@ -47,8 +47,8 @@ std::string failuresText(const WalkFailures& failures, const char* others) {
 
 NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
     return posixError(EOPNOTSUPP, url,
-                      textOfLosses("The file system cannot hold all that is inherited.",
-                                   {losses.begin(), losses.end()}),
+                      "The file system cannot hold all that is inherited. " +
+                          textOfLosses(std::vector(losses.begin(), losses.end())),
                       "Nothing was changed. Change these entries.");
 }
 

@@ -4,26 +4,89 @@
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-/// How people are told what of an entry a list cannot hold.
+/// What of entries a list cannot hold.
 namespace morvane {
 
-/// Adds `what` is lost of the entry that is `number`-th from 0: "entry 3 (allow user bob): ...".
-MORVANE_EXPORT void addLoss(std::vector<std::string>& losses, std::size_t number,
-                            const MVAclEntry& entry, const std::string& what);
+/// Why. The values are the codes of the errors of MVEntryLossDomain.
+enum class EntryLossReason : std::int64_t {
+    /// It neither allows nor denies.
+    tag = 1,
+    /// It is for nobody whom this system knows.
+    nobody = 2,
+    /// The mark that it is inherited.
+    inherited = 3,
+    /// Its boxes are not those of the item's kind, or one is neither on nor off.
+    shape = 4,
+    /// The list has no place for the box, for this identity.
+    box = 5,
+    /// The list has no place for the box without others, which are off.
+    half = 6,
+    /// Nobody can be denied the box.
+    always = 7,
+    /// It is inherited to a part only of what is inside.
+    inheritance = 8,
+    /// It applies to nothing.
+    nothing = 9,
+    /// Members of a group that is denied something have it through another group.
+    members = 10,
+};
 
-/// "`what` It would lose: ...; ....", with all of `losses`.
-MORVANE_EXPORT std::string textOfLosses(std::string what, const std::vector<std::string>& losses);
+struct EntryLoss {
+    /// Where the entry stands among those that were to be written, from 0.
+    std::size_t entry = 0;
+    EntryLossReason reason = EntryLossReason::box;
+    /// The name of the box or of the group of boxes; empty where all of the entry is meant.
+    std::string box;
+    /// "allow user bob"
+    std::string who;
+    /// For people: "only root has it".
+    std::string why;
 
-/// The POSIX error EOPNOTSUPP of a request to write entries to the item at `url` that cannot hold
-/// them: it names all of `losses`.
-MORVANE_EXPORT NSErrorRef errorOfLosses(const std::vector<std::string>& losses, const NSURL& url);
+    /// What is lost, for people: "\"Change Owner\": only root has it".
+    MORVANE_EXPORT std::string text() const;
+    bool operator==(const EntryLoss&) const = default;
+};
+
+MORVANE_EXPORT EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry,
+                                  EntryLossReason reason, std::string box, std::string why);
+
+/// "entry 3 (allow user bob): "Delete": ..." for each. `numbers` tells for each entry which one it
+/// is where people see it, from 1; without it, "allow user bob: ...".
+MORVANE_EXPORT std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
+                                                      const std::vector<std::size_t>& numbers = {});
+/// "It would lose: ...; ....", with all of `texts`.
+MORVANE_EXPORT std::string textOfLosses(const std::vector<std::string>& texts);
+
+/// The numbers of entries in canonical order, as a host shows them.
+MORVANE_EXPORT std::vector<std::size_t> canonicalNumbers(
+    const std::vector<std::shared_ptr<MVAclEntry>>& entries);
+
+/// The POSIX error EOPNOTSUPP of a request to write `entries` to the item at `url`, whose list
+/// cannot hold them: its text names all of `losses`, and they stand under
+/// NSMultipleUnderlyingErrorsKey as errors of MVEntryLossDomain.
+MORVANE_EXPORT NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
+                                        const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                                        const NSURL& url);
+
+/// The losses that `error` carries; empty if it is another error.
+MORVANE_EXPORT std::vector<EntryLoss> lossesOfError(const NSError& error);
+
+/// One loss as an error: its code is the EntryLossReason, its description what is lost.
+inline constexpr const char* MVEntryLossDomain = "MVEntryLossDomain";
+/// Of the user info of such an error: the members of EntryLoss of these names.
+inline constexpr const char* MVEntryLossEntryKey = "MVEntryLossEntry";
+inline constexpr const char* MVEntryLossBoxKey = "MVEntryLossBox";
+inline constexpr const char* MVEntryLossWhoKey = "MVEntryLossWho";
+inline constexpr const char* MVEntryLossWhyKey = "MVEntryLossWhy";
 
 /// The bits of the boxes of `group` that are on; one that is neither on nor off is a loss.
 MORVANE_EXPORT std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number,
-                                     const MVAclEntry& entry, std::vector<std::string>& losses);
+                                     const MVAclEntry& entry, std::vector<EntryLoss>& losses);
 
 }  // namespace morvane

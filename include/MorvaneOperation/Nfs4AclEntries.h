@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/Nfs4Acl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
@@ -50,8 +51,8 @@ MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const N
 
 struct Nfs4Replacement {
     Nfs4Acl acl;
-    /// What of the entries `acl` does not hold, for people; empty if it holds them all.
-    std::vector<std::string> losses;
+    /// What of the entries `acl` does not hold; empty if it holds them all.
+    std::vector<EntryLoss> losses;
 };
 
 /// The list that replaces `old`, which the item has now. Somebody new is the owner, the owning

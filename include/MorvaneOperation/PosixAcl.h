@@ -46,9 +46,14 @@ struct PosixList {
     std::vector<PosixNamedRights> users;
     std::vector<PosixNamedRights> groups;
 
-    /// What `stored` grants to a named user, a named group or the owning group.
+    /// What `stored` grants to the owning group.
     PosixRights effective(PosixRights stored) const {
         return stored & mask.value_or(PosixEverything);
+    }
+    /// What `stored` grants to a named user or a named group. Under a mask of nothing the kernel
+    /// does not look at the list, and takes who is named there for others.
+    PosixRights counting(PosixRights stored) const {
+        return mask == PosixNothing ? others : effective(stored);
     }
 
     bool operator==(const PosixList&) const = default;

@@ -14,8 +14,8 @@
 ///
 /// The owner, the owning group and everyone are flat entries: groups "Read", "Write" and "Execute"
 /// without children, so that nothing of the base is lost. Named users and groups, and all of a
-/// folder's default list, are entries with a full tree. Every right that is shown is one that the
-/// mask lets through.
+/// folder's default list, are entries with a full tree. Every right that is shown is one that
+/// counts: what the mask holds back is not shown.
 namespace morvane {
 
 /// One entry as the list means it, before it becomes check boxes.
@@ -33,8 +33,9 @@ struct ShownRights {
 };
 
 /// The entries to show. A deny entry stands right before the allow entry of its identity, and only
-/// where a class that the list comes to later grants what this identity does not have. Entries
-/// that would say nothing are left out, but for the base of a default list.
+/// where a class that the list comes to later grants what this identity does not have. A named user
+/// or group without a right is shown as denied all three. The owner and the owning group of a
+/// default list are the creator of the new item and the creator's group.
 MORVANE_EXPORT std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
 
 /// The permission bits for which the boxes of a tree entry are on.

@@ -301,6 +301,12 @@ void NSKeyedArchiver::appendErrorValue(const NSErrorValue& value) {
         state.pending.push_back(state.object(state.list.integer(*number)));
     } else if (const auto* url = std::get_if<NSURL>(&value)) {
         encodeURLValue(*url);
+    } else if (const auto* errors = std::get_if<std::vector<NSErrorRef>>(&value)) {
+        beginArray(errors->size());
+        for (const auto& error : *errors)
+            appendErrorValue(error);
+        endArray("");
+        state.pending.erase(state.pending.end() - 2);  // the key
     } else {
         encodeError(std::get<NSErrorRef>(value), "");
         state.pending.erase(state.pending.end() - 2);  // the key

@@ -48,13 +48,21 @@ NSErrorValue NSKeyedUnarchiver::State::errorValue(const Value& reference, std::s
     if (value.kind != Kind::dictionary)
         return std::string(text(value, key));
     Dictionary object(value);
-    static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject(), &NSStringClass};
+    static const NSClass* const classes[] = {&NSURLClass, &NSError::classObject(), &NSStringClass,
+                                             &NSArrayClass};
     const auto& c = classOf(object, classes, key);
     if (&c == &NSURLClass)
         return url(reference, key);
     if (&c == &NSStringClass)
         return std::string(text(value, key));
-    return error(reference, key);
+    if (&c != &NSArrayClass)
+        return error(reference, key);
+    const Depth depth(budget, key);
+    const auto values = elements(object, "NS.objects", key);
+    std::vector<NSErrorRef> errors;
+    for (std::uint64_t i = 0; i < values.count; ++i)
+        errors.push_back(error(list.element<Kind::uid>(values, i), key));
+    return errors;
 }
 
 }  // namespace morvane

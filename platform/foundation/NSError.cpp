@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -11,12 +12,21 @@ const std::string* stringForKey(const NSErrorUserInfo& userInfo, const char* key
     return found == userInfo.end() ? nullptr : std::get_if<std::string>(&found->second);
 }
 
+bool equalErrors(const NSErrorRef& a, const NSErrorRef& b) {
+    return a == b || (a && a->isEqual(b.get()));
+}
+
 bool equalValues(const NSErrorValue& a, const NSErrorValue& b) {
-    const auto* errorA = std::get_if<NSErrorRef>(&a);
-    const auto* errorB = std::get_if<NSErrorRef>(&b);
-    if (!errorA || !errorB)
-        return a == b;
-    return *errorA == *errorB || (*errorA && (*errorA)->isEqual(errorB->get()));
+    if (a.index() != b.index())
+        return false;
+    if (const auto* error = std::get_if<NSErrorRef>(&a))
+        return equalErrors(*error, std::get<NSErrorRef>(b));
+    if (const auto* errors = std::get_if<std::vector<NSErrorRef>>(&a)) {
+        const auto& others = std::get<std::vector<NSErrorRef>>(b);
+        return std::equal(errors->begin(), errors->end(), others.begin(), others.end(),
+                          equalErrors);
+    }
+    return a == b;
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 /// A failure of an operation: a domain, a code within it, and what else is known.
 ///
@@ -20,7 +21,8 @@ namespace morvane {
 
 class NSError;
 using NSErrorRef = std::shared_ptr<const NSError>;
-using NSErrorValue = std::variant<std::string, std::int64_t, NSURL, NSErrorRef>;
+using NSErrorValue =
+    std::variant<std::string, std::int64_t, NSURL, NSErrorRef, std::vector<NSErrorRef>>;
 using NSErrorUserInfo = std::map<std::string, NSErrorValue, std::less<>>;
 
 /// Domains.
@@ -35,6 +37,8 @@ inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
 inline constexpr const char* NSURLErrorKey = "NSURL";
 inline constexpr const char* NSFilePathErrorKey = "NSFilePath";
 inline constexpr const char* NSUnderlyingErrorKey = "NSUnderlyingError";
+/// An array of errors, where there are several.
+inline constexpr const char* NSMultipleUnderlyingErrorsKey = "NSMultipleUnderlyingErrorsKey";
 
 /// Codes of NSCocoaErrorDomain that this library gives.
 enum : std::int64_t {

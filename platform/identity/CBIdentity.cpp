@@ -12,7 +12,7 @@ constexpr NSUUID::Bytes frame = {'m', 'o', 'r', 'v', 'a', 'n', 0x80, 0, 0x80, 0,
 constexpr std::size_t kindAt = 7;
 constexpr std::size_t numberAt = 12;
 
-enum class Kind : std::uint8_t { user = 1, group = 2, everyone = 3 };
+enum class Kind : std::uint8_t { user = 1, group = 2, everyone = 3, creator = 4 };
 
 NSUUID make(Kind kind, std::uint32_t number) {
     auto bytes = frame;
@@ -31,6 +31,8 @@ NSUUID uuidOfPosixIdentity(const CBPosixIdentity& identity) {
     if (const auto* group = std::get_if<CBPosixGroup>(&identity)) {
         return make(Kind::group, group->gid);
     }
+    if (const auto* creator = std::get_if<CBCreator>(&identity))
+        return make(Kind::creator, creator->isGroup ? 1 : 0);
     return make(Kind::everyone, 0);
 }
 
@@ -49,6 +51,9 @@ std::optional<CBPosixIdentity> posixIdentityOfUUID(const NSUUID& uuid) {
             break;
         case Kind::everyone:
             identity = CBEveryone{};
+            break;
+        case Kind::creator:
+            identity = CBCreator{number != 0};
             break;
     }
     if (!identity || uuidOfPosixIdentity(*identity) != uuid)

@@ -15,10 +15,10 @@
 ///     auto me = CBIdentity::identityWithName("alice", authority);
 ///     me->uniqueIdentifier();
 ///
-/// A UUID is computed from the uid or gid and back, without asking the user database; "everyone"
-/// has one of its own. Look-ups go to the system's user database (any source that it is configured
-/// for) and are remembered for a few seconds, misses included. Safe from any thread; identities are
-/// immutable.
+/// A UUID is computed from the uid or gid and back, without asking the user database; "everyone",
+/// "creator" and "creator group" have UUIDs of their own. Look-ups go to the system's user database
+/// (any source that it is configured for) and are remembered for a few seconds, misses included.
+/// Safe from any thread; identities are immutable.
 namespace morvane {
 
 class CBIdentityAuthority;
@@ -35,10 +35,16 @@ struct CBPosixGroup {
 struct CBEveryone {
     bool operator==(const CBEveryone&) const = default;
 };
-using CBPosixIdentity = std::variant<CBPosixUser, CBPosixGroup, CBEveryone>;
+/// In what a folder gives to new items: whoever makes the item, or the group that it comes to have.
+/// Nobody that can be named.
+struct CBCreator {
+    bool isGroup = false;
+    bool operator==(const CBCreator&) const = default;
+};
+using CBPosixIdentity = std::variant<CBPosixUser, CBPosixGroup, CBEveryone, CBCreator>;
 
 MORVANE_EXPORT NSUUID uuidOfPosixIdentity(const CBPosixIdentity& identity);
-/// Empty for a UUID that no user, group or everyone has.
+/// Empty for a UUID that nobody has.
 MORVANE_EXPORT std::optional<CBPosixIdentity> posixIdentityOfUUID(const NSUUID& uuid);
 
 class MORVANE_EXPORT CBIdentity final : public NSObject {

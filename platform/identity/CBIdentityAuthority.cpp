@@ -98,6 +98,9 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithUniqueIdentifier(
         return nullptr;
     if (std::holds_alternative<CBEveryone>(*posix))
         return everyone();
+    if (const auto* creator = std::get_if<CBCreator>(&*posix))
+        return std::make_shared<const CBIdentity>(
+            uuid, creator->isGroup ? "creator group" : "creator", creator->isGroup);
     auto& state = *authority.state_;
     const auto now = state.now();
     if (const auto known = state.byUUID.find(uuid, now))

@@ -144,7 +144,8 @@ TEST_F(EditScript, TellsWhatIsWrongWithACommand) {
     EXPECT_EQ(run("add user:\xC3\xA9va"),
               "command 1: there is no user '\xC3\xA9va'; check the spelling, or write its number");
     EXPECT_EQ(run("add bob"),
-              "command 1: 'bob' is nobody; write user:NAME, group:NAME or everyone");
+              "command 1: 'bob' is nobody; write user:NAME, group:NAME, everyone, "
+              "creator or creator-group");
     EXPECT_EQ(run("on 'Read"), "command 1: a quotation mark is not closed: 'Read");
     EXPECT_EQ(run("on"), "command 1: 'on' wants one word behind it; quote what holds blanks");
     EXPECT_EQ(run("on Read Data"),

@@ -65,8 +65,8 @@ std::string boxesOn(const NSTreeNode& node) {
 }
 
 /// All boxes that are on in the three groups of a tree entry for `alice`, allowed `rights`.
-std::string boxesOfTree(PosixRights rights, bool isDirectory, std::uint32_t user = alice) {
-    PosixAcl acl = fileWith({none, none, none, rwx, {{user, rights}}, {}});
+std::string boxesOfTree(PosixRights rights, bool isDirectory) {
+    PosixAcl acl = fileWith({none, none, none, rwx, {{alice, rights}}, {}});
     acl.isDirectory = isDirectory;
     const auto entries = entriesOfPosixAcl(acl);
     std::string text;
@@ -167,15 +167,16 @@ TEST(PosixAclEntries, WhatTheMaskTakesFromALaterClassNeedsNoDenyEntry) {
     EXPECT_EQ(shown.size(), 4U);
 }
 
-TEST(PosixAclEntries, ANamedEntryThatGrantsNothingIsNotShown) {
+TEST(PosixAclEntries, ANamedEntryThatGrantsNothingIsADenialOfEverything) {
     EXPECT_EQ(shownRightsOfPosixAcl(fileWith({rw, none, none, r, {{alice, none}}, {{staff, w}}})),
-              (Shown{flat(CBPosixUser{owner}, rw), flat(CBPosixGroup{group}, none),
+              (Shown{flat(CBPosixUser{owner}, rw), deny(CBPosixUser{alice}, rwx),
+                     flat(CBPosixGroup{group}, none), deny(CBPosixGroup{staff}, rwx),
                      flat(CBEveryone{}, none)}));
 }
 
-TEST(PosixAclEntries, ANamedUserWithNothingWhereOthersReadIsOneDenyEntry) {
-    EXPECT_EQ(shownRightsOfPosixAcl(fileWith({rw, none, r, r, {{alice, none}}, {}})),
-              (Shown{flat(CBPosixUser{owner}, rw), deny(CBPosixUser{alice}, r),
+TEST(PosixAclEntries, UnderAMaskOfNothingWhoIsNamedHasWhatOthersHave) {
+    EXPECT_EQ(shownRightsOfPosixAcl(fileWith({rw, rw, r, none, {{alice, rw}}, {}})),
+              (Shown{flat(CBPosixUser{owner}, rw), allow(CBPosixUser{alice}, r),
                      flat(CBPosixGroup{group}, none), flat(CBEveryone{}, r)}));
 }
 
@@ -185,8 +186,7 @@ TEST(PosixAclEntries, TheDefaultListIsTreeEntriesForTheChildrenAfterTheBase) {
             folderWith(baseOf(rwx, rx, none), {rwx, rx, r, rwx, {{alice, rwx}}, {{staff, rx}}})),
         (Shown{flat(CBPosixUser{owner}, rwx), forChildren(allow(CBPosixUser{alice}, rwx)),
                flat(CBPosixGroup{group}, rx), flat(CBEveryone{}, none),
-               forChildren(allow(CBPosixUser{owner}, rwx)),
-               forChildren(allow(CBPosixGroup{group}, rx)),
+               forChildren(allow(CBCreator{false}, rwx)), forChildren(allow(CBCreator{true}, rx)),
                forChildren(allow(CBPosixGroup{staff}, rx)), forChildren(allow(CBEveryone{}, r))}));
 }
 
@@ -194,28 +194,28 @@ TEST(PosixAclEntries, TheMaskOfTheDefaultListIsItsOwn) {
     const auto shown = shownRightsOfPosixAcl(
         folderWith({rwx, rx, none, rwx, {}, {}}, {rwx, rwx, none, r, {{alice, rw}}, {}}));
     EXPECT_EQ(shown[1], forChildren(allow(CBPosixUser{alice}, r)));
-    EXPECT_EQ(shown[5], forChildren(allow(CBPosixGroup{group}, r)));
+    EXPECT_EQ(shown[5], forChildren(allow(CBCreator{true}, r)));
 }
 
 TEST(PosixAclEntries, TheDefaultOwnerIsDeniedWhatLaterClassesHave) {
     const auto shown =
         shownRightsOfPosixAcl(folderWith(baseOf(rwx, none, none), baseOf(r, none, rw)));
-    EXPECT_EQ(shown[3], forChildren(deny(CBPosixUser{owner}, w)));
-    EXPECT_EQ(shown[4], forChildren(allow(CBPosixUser{owner}, r)));
-    EXPECT_EQ(shown[5], forChildren(deny(CBPosixGroup{group}, rw)));
-    EXPECT_EQ(shown[6], forChildren(allow(CBPosixGroup{group}, none)));
+    EXPECT_EQ(shown[3], forChildren(deny(CBCreator{false}, w)));
+    EXPECT_EQ(shown[4], forChildren(allow(CBCreator{false}, r)));
+    EXPECT_EQ(shown[5], forChildren(deny(CBCreator{true}, rw)));
+    EXPECT_EQ(shown[6], forChildren(allow(CBCreator{true}, none)));
     EXPECT_EQ(shown[7], forChildren(allow(CBEveryone{}, rw)));
     EXPECT_EQ(shown.size(), 8U);
 }
 
 TEST(PosixAclEntries, AnIdentityWithTheSameRightsInBothListsIsOneEntry) {
     const PosixList list{rwx, none, none, rwx, {{alice, rx}}, {{staff, r}}};
-    EXPECT_EQ(shownRightsOfPosixAcl(folderWith(list, list)),
-              (Shown{flat(CBPosixUser{owner}, rwx), forAll(allow(CBPosixUser{alice}, rx)),
-                     flat(CBPosixGroup{group}, none), forAll(allow(CBPosixGroup{staff}, r)),
-                     flat(CBEveryone{}, none), forChildren(allow(CBPosixUser{owner}, rwx)),
-                     forChildren(allow(CBPosixGroup{group}, none)),
-                     forChildren(allow(CBEveryone{}, none))}));
+    EXPECT_EQ(
+        shownRightsOfPosixAcl(folderWith(list, list)),
+        (Shown{flat(CBPosixUser{owner}, rwx), forAll(allow(CBPosixUser{alice}, rx)),
+               flat(CBPosixGroup{group}, none), forAll(allow(CBPosixGroup{staff}, r)),
+               flat(CBEveryone{}, none), forChildren(allow(CBCreator{false}, rwx)),
+               forChildren(allow(CBCreator{true}, none)), forChildren(allow(CBEveryone{}, none))}));
 }
 
 TEST(PosixAclEntries, AnIdentityWithOtherRightsInTheDefaultListIsTwoEntries) {
@@ -256,17 +256,21 @@ TEST(PosixAclEntries, ExecuteOfAFolderIsTraverseFolder) {
     EXPECT_EQ(boxesOfTree(x, true), "Traverse Folder, Read Attributes, Read Permissions |  | ");
 }
 
-TEST(PosixAclEntries, TheOwnerMayBesidesWriteAttributesAndChangePermissions) {
-    EXPECT_EQ(boxesOfTree(x, false, owner),
-              "Execute File, Read Attributes, Read Permissions | Write Attributes | "
-              "Change Permissions");
+TEST(PosixAclEntries, TheCreatorMayBesidesWriteAttributesAndChangePermissions) {
+    const auto entries =
+        entriesOfPosixAcl(folderWith(baseOf(rwx, none, none), baseOf(x, none, none)));
+    const auto& tree = entries.at(3)->permissions();
+    EXPECT_EQ(entries[3]->identity()->name(), "creator");
+    EXPECT_EQ(boxesOn(*tree.at(0)), "Traverse Folder, Read Attributes, Read Permissions");
+    EXPECT_EQ(boxesOn(*tree.at(1)), "Write Attributes");
+    EXPECT_EQ(boxesOn(*tree.at(2)), "Change Permissions");
 }
 
 TEST(PosixAclEntries, ADenyEntryTakesAwayItsBundleAlone) {
     const auto entries = entriesOfPosixAcl(fileWith({rw, none, rw, rwx, {{alice, none}}, {}}));
     ASSERT_EQ(entries.at(1)->tag(), 2);
     const auto& tree = entries[1]->permissions();
-    EXPECT_EQ(boxesOn(*tree.at(0)), "Read Data, Read Extended Attributes");
+    EXPECT_EQ(boxesOn(*tree.at(0)), "Read Data, Execute File, Read Extended Attributes");
     EXPECT_EQ(boxesOn(*tree.at(1)), "Write Data, Append Data, Write Extended Attributes");
     EXPECT_EQ(boxesOn(*tree.at(2)), "");
 }

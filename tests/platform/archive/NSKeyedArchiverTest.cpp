@@ -100,12 +100,15 @@ TEST(NSKeyedArchiver, UuidsUrlsAndIndexPathsAreEqualAfterwards) {
 TEST(NSKeyedArchiver, AnErrorKeepsDomainCodeAndEveryKindOfUserInfo) {
     Values values;
     const auto inner = NSError::errorWithDomain(NSCocoaErrorDomain, -5, {});
-    values.error = NSError::errorWithDomain(NSPOSIXErrorDomain, 13,
-                                            {{NSLocalizedDescriptionKey, std::string("Größe")},
-                                             {NSURLErrorKey, NSURL::fileURLWithPath("/a b")},
-                                             {NSUnderlyingErrorKey, inner},
-                                             {"nothing", NSErrorRef()},
-                                             {"count", std::int64_t{-1}}});
+    values.error = NSError::errorWithDomain(
+        NSPOSIXErrorDomain, 13,
+        {{NSLocalizedDescriptionKey, std::string("Größe")},
+         {NSURLErrorKey, NSURL::fileURLWithPath("/a b")},
+         {NSUnderlyingErrorKey, inner},
+         {NSMultipleUnderlyingErrorsKey, std::vector<NSErrorRef>{inner, nullptr, inner}},
+         {"none", std::vector<NSErrorRef>()},
+         {"nothing", NSErrorRef()},
+         {"count", std::int64_t{-1}}});
     const auto copy = roundTrip(values)->error;
     ASSERT_TRUE(copy);
     EXPECT_TRUE(copy->isEqual(values.error.get()));

@@ -79,6 +79,18 @@ TEST_F(CBIdentityTest, EveryoneIsAGroupOfItsOwnAndTheDatabaseIsNotAsked) {
     EXPECT_EQ(database->lookups, 0);
 }
 
+TEST_F(CBIdentityTest, TheCreatorAndItsGroupAreIdentitiesOfTheirOwnAndTheDatabaseIsNotAsked) {
+    for (const bool isGroup : {false, true}) {
+        const auto creator = withUUID(CBCreator{isGroup});
+        ASSERT_TRUE(creator);
+        EXPECT_EQ(creator->name(), isGroup ? "creator group" : "creator");
+        EXPECT_EQ(creator->isGroup(), isGroup);
+        EXPECT_EQ(posixIdentityOfUUID(creator->uniqueIdentifier()),
+                  CBPosixIdentity{CBCreator{isGroup}});
+    }
+    EXPECT_EQ(withName("creator"), nullptr) << "a user may have that name";
+}
+
 TEST_F(CBIdentityTest, IdentitiesAreEqualByTheirUuidsAlone) {
     const CBIdentity alice(uuidOfPosixIdentity(CBPosixUser{1000}), "alice", false);
     const CBIdentity renamed(uuidOfPosixIdentity(CBPosixUser{1000}), "alicia", false);

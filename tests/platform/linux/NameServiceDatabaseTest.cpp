@@ -96,6 +96,15 @@ TEST_F(NameServiceDatabaseTest, AGroupOfThousandsIsFoundHoweverLongItsRecordIs) 
     }));
 }
 
+TEST_F(NameServiceDatabaseTest, AUsersGroupsAreItsOwnAndThoseThatItIsAMemberOf) {
+    EXPECT_TRUE(holds([](UserDatabase& database) {
+        auto groups = database.groupsOfUser(1000);
+        std::sort(groups.begin(), groups.end());
+        return groups == std::vector<std::uint32_t>{50, 1000} &&
+               database.groupsOfUser(1001).empty();
+    }));
+}
+
 TEST_F(NameServiceDatabaseTest, ListsAllInTheOrderOfTheDatabaseEachTime) {
     EXPECT_TRUE(holds([](auto& users) {
         const auto names = [](const std::vector<Record>& records) {
