@@ -91,6 +91,30 @@ const char* rightFor(std::string_view selector) {
     return nullptr;
 }
 
+/// A sentence without its capital and its full stop.
+std::string refusal(RightState state, const std::string& right) {
+    switch (state) {
+        case RightState::expired:
+            return "the right " + right + " has expired";
+        case RightState::unknown:
+            return "the system's policy service cannot be reached";
+        default:
+            return "the right " + right + " is not held";
+    }
+}
+
+const char* suggestion(RightState state) {
+    switch (state) {
+        case RightState::expired:
+            return "Ask again in five minutes, or in a program started anew.";
+        case RightState::unknown:
+            return "See that polkit runs, and try again.";
+        default:
+            return "Ask for the right again; it holds for 45 seconds, and for the process that has "
+                   "asked.";
+    }
+}
+
 }  // namespace
 
 NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
@@ -99,16 +123,14 @@ NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
         const auto state = right ? check(right) : RightState::notHeld;
         if (state == RightState::held)
             return NSErrorRef();
-        const std::string why = std::string("the right ") + (right ? right : "to it") +
-                                (state == RightState::expired ? " has expired" : " is not held");
+        const std::string why = refusal(state, right ? right : "to it");
         log(std::string(selector) + " refused, " + why);
-        NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, "T" + why.substr(1) + "."}};
-        userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey,
-                         state == RightState::expired
-                             ? "Ask again in five minutes, or in a program started anew."
-                             : "Ask for the right again; it holds for 45 seconds, and for the "
-                               "process that has asked.");
-        return NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, std::move(userInfo));
+        auto description = why + '.';
+        description.front() = 'T';
+        return NSError::errorWithDomain(
+            NSPOSIXErrorDomain, EACCES,
+            {{NSLocalizedDescriptionKey, std::move(description)},
+             {NSLocalizedRecoverySuggestionErrorKey, suggestion(state)}});
     };
 }
 

@@ -65,6 +65,8 @@ int main() {
                      std::strerror(code));
         return startError;
     }
+    // Whoever connects cannot take away what the questions need. Without it the first asks anew.
+    connectToPolicy();
     listener->setIdleTimeout(idleSeconds);
     FileRequestHandler::outliveExceptions();
     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& client) {

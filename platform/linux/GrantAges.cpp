@@ -29,14 +29,14 @@ bool GrantAges::isExpired(const PolicyGrant& grant, Time now) {
     const std::lock_guard lock(mutex_);
     std::erase_if(firstSeen_, [&](const auto& seen) { return now - seen.second > forgottenAfter; });
     const auto [known, isNew] = firstSeen_.try_emplace(grant, now);
-    if (isNew)
-        store();
+    if (isNew || !isStored_)
+        isStored_ = store();
     return !isNew && now - known->second > rightLifetime;
 }
 
-void GrantAges::store() const {
+bool GrantAges::store() const {
     if (file_.empty())
-        return;
+        return true;
     // Whole, or not at all: a file that is cut short would make old grants young.
     const std::string unfinished = file_ + ".new";
     std::ofstream lines(unfinished, std::ios::trunc);
@@ -44,18 +44,12 @@ void GrantAges::store() const {
         lines << grant.authority << ' ' << grant.id << ' ' << since.time_since_epoch().count()
               << '\n';
     lines.close();
-    if (lines)
-        std::rename(unfinished.c_str(), file_.c_str());
+    return lines && std::rename(unfinished.c_str(), file_.c_str()) == 0;
 }
 
 void GrantAges::forget(const PolicyGrant& grant) {
     const std::lock_guard lock(mutex_);
     firstSeen_.erase(grant);
-}
-
-std::map<PolicyGrant, GrantAges::Time> GrantAges::takeAll() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(firstSeen_, {});
 }
 
 }  // namespace morvane

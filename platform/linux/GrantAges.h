@@ -34,15 +34,15 @@ class GrantAges {
     /// time is young, and so is an answer that rests on no grant.
     bool isExpired(const PolicyGrant& grant, Time now = std::chrono::steady_clock::now());
     void forget(const PolicyGrant& grant);
-    /// The grants seen, which are forgotten.
-    std::map<PolicyGrant, Time> takeAll();
 
   private:
-    void store() const;
+    bool store() const;
 
     const std::string file_;
     std::mutex mutex_;
     std::map<PolicyGrant, Time> firstSeen_;
+    /// Where that has failed it is tried again whenever a grant is seen.
+    bool isStored_ = true;
 };
 
 }  // namespace morvane

@@ -1,78 +1,93 @@
 #include <MorvaneOperation/platform/linux/GrantAges.h>
+#include <MorvaneOperation/platform/linux/HelperInstallation.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
-#include <gio/gio.h>
+#include <MorvaneOperation/platform/linux/PolicyBus.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <utility>
 
 namespace morvane {
 namespace {
 
-constexpr const char* busName = "org.freedesktop.PolicyKit1";
-constexpr const char* objectPath = "/org/freedesktop/PolicyKit1/Authority";
-constexpr const char* interfaceName = "org.freedesktop.PolicyKit1.Authority";
 constexpr std::uint32_t allowUserInteraction = 1;
 /// polkit may stop for fifteen seconds and then answer rightly.
-constexpr int answerMilliseconds = 60000;
+constexpr std::chrono::seconds answerTime{60};
 /// A person takes as long as a person takes.
-constexpr int withoutLimit = G_MAXINT;
+constexpr auto withoutLimit = std::nullopt;
 
-struct VariantUnref {
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-};
-using Variant = std::unique_ptr<GVariant, VariantUnref>;
-
-struct ObjectUnref {
-    void operator()(void* object) const { g_object_unref(object); }
-};
-
-/// Takes `arguments`. Null on failure. `answerer`, if not null, is set to the name that the bus has
-/// given to who answers.
-Variant call(const char* method, GVariant* arguments, const char* replyType, int milliseconds,
-             std::string* answerer = nullptr) {
-    const Variant held(g_variant_ref_sink(arguments));
-    const std::unique_ptr<GDBusConnection, ObjectUnref> bus(
-        g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
-    if (!bus)
-        return nullptr;
-    // The library's default is to end the process together with the bus.
-    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
-    const std::unique_ptr<GDBusMessage, ObjectUnref> message(
-        g_dbus_message_new_method_call(busName, objectPath, interfaceName, method));
-    g_dbus_message_set_body(message.get(), held.get());
-    const std::unique_ptr<GDBusMessage, ObjectUnref> answer(
-        g_dbus_connection_send_message_with_reply_sync(bus.get(), message.get(),
-                                                       G_DBUS_SEND_MESSAGE_FLAGS_NONE, milliseconds,
-                                                       nullptr, nullptr, nullptr));
-    if (!answer ||
-        g_dbus_message_get_message_type(answer.get()) != G_DBUS_MESSAGE_TYPE_METHOD_RETURN)
-        return nullptr;
-    // An answer that says nothing has no body.
-    GVariant* const body = g_dbus_message_get_body(answer.get());
-    Variant value(body ? g_variant_ref(body) : g_variant_ref_sink(g_variant_new("()")));
-    if (!g_variant_is_of_type(value.get(), G_VARIANT_TYPE(replyType)))
-        return nullptr;
-    if (const char* const sender = g_dbus_message_get_sender(answer.get()); sender && answerer)
-        *answerer = sender;
-    return value;
+/// Writes a question about a "unix-process". The user is signed, as polkit declares it.
+int writeQuestion(sd_bus_message* message, const ProcessIdentity& process,
+                  const std::string& action, bool mayAsk) {
+    return sd_bus_message_append(message, "(sa{sv})sa{ss}us", "unix-process", 3, "pid", "u",
+                                 static_cast<std::uint32_t>(process.processIdentifier),
+                                 "start-time", "t", process.startTime, "uid", "i",
+                                 static_cast<std::int32_t>(process.userIdentifier), action.c_str(),
+                                 0, mayAsk ? allowUserInteraction : 0, "");
 }
 
-/// A "unix-process" subject. Of a process that is not known for sure, none.
-GVariant* subjectOf(const ProcessIdentity& process) {
-    GVariantBuilder details;
-    g_variant_builder_init(&details, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(
-        &details, "{sv}", "pid",
-        g_variant_new_uint32(static_cast<std::uint32_t>(process.processIdentifier)));
-    g_variant_builder_add(&details, "{sv}", "start-time", g_variant_new_uint64(process.startTime));
-    // Signed, as polkit declares it.
-    g_variant_builder_add(&details, "{sv}", "uid",
-                          g_variant_new_int32(static_cast<std::int32_t>(process.userIdentifier)));
-    return g_variant_new("(sa{sv})", "unix-process", &details);
+/// Negative if the answer is not a check's.
+int readAnswer(sd_bus_message* message, PolicyAnswer& answer) {
+    constexpr const char* contents = "bba{ss}";
+    if (!sd_bus_message_has_signature(message, "(bba{ss})"))
+        return -EBADMSG;
+    int isAuthorized = 0;
+    int isChallenge = 0;
+    int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT, contents);
+    if (result >= 0)
+        result = sd_bus_message_read(message, "bb", &isAuthorized, &isChallenge);
+    if (result >= 0)
+        result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{ss}");
+    bool isDismissed = false;
+    const char* key = nullptr;
+    const char* value = nullptr;
+    while (result >= 0 && (result = sd_bus_message_read(message, "{ss}", &key, &value)) > 0) {
+        if (std::strcmp(key, "polkit.dismissed") == 0) {
+            isDismissed = *value != '\0';
+        } else if (std::strcmp(key, "polkit.retains_authorization_after_challenge") == 0) {
+            answer.wouldBeKept = true;
+        } else if (std::strcmp(key, "polkit.temporary_authorization_id") == 0) {
+            answer.grant.id = value;
+        }
+    }
+    if (result < 0)
+        return result;
+    const char* const sender = sd_bus_message_get_sender(message);
+    answer.grant.authority = sender ? sender : "";
+    if (isAuthorized != 0 && isChallenge != 0)
+        return -EBADMSG;  // yes and no
+    if (isAuthorized != 0) {
+        answer.verdict = PolicyVerdict::yes;
+    } else if (isDismissed) {
+        answer.verdict = PolicyVerdict::dismissed;
+    } else {
+        answer.verdict = isChallenge != 0 ? PolicyVerdict::challenge : PolicyVerdict::no;
+    }
+    return 0;
+}
+
+/// Whether the list of all actions has `action`; negative if it is none.
+int findAction(sd_bus_message* message, const std::string& action) {
+    if (!sd_bus_message_has_signature(message, "a(ssssssuuua{ss})"))
+        return -EBADMSG;
+    int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "(ssssssuuua{ss})");
+    while (result >= 0 && (result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT,
+                                                                   "ssssssuuua{ss}")) > 0) {
+        const char* id = nullptr;
+        result = sd_bus_message_read(message, "s", &id);
+        if (result >= 0 && action == id)
+            return 1;
+        if (result >= 0)
+            result = sd_bus_message_skip(message, "sssssuuua{ss}");
+        if (result >= 0)
+            result = sd_bus_message_exit_container(message);
+    }
+    return result;
 }
 
 /// In the folder that the service manager keeps for a service while the system runs; empty outside
@@ -80,6 +95,12 @@ GVariant* subjectOf(const ProcessIdentity& process) {
 std::string fileOfGrants() {
     const char* const folder = std::getenv("RUNTIME_DIRECTORY");
     return folder ? std::string(folder) + "/grants" : std::string();
+}
+
+/// What this process knows as a service; a worker may still ask while static objects end.
+GrantAges& agesOfGrants() {
+    static auto* const ages = new GrantAges(fileOfGrants());
+    return *ages;
 }
 
 }  // namespace
@@ -100,61 +121,75 @@ ProcessIdentity ownProcess() {
     return {pid, startTimeOfProcess(pid), getuid()};
 }
 
-std::optional<PolicyAnswer> checkAuthorization(const ProcessIdentity& process,
-                                               const std::string& action, bool mayAsk) {
-    if (process.processIdentifier <= 0 || process.startTime == 0 || process.userIdentifier < 0)
-        return std::nullopt;
-    std::string authority;
-    const auto reply =
-        call("CheckAuthorization",
-             g_variant_new("(@(sa{sv})s@a{ss}us)", subjectOf(process), action.c_str(),
-                           g_variant_new_array(G_VARIANT_TYPE("{ss}"), nullptr, 0),
-                           mayAsk ? allowUserInteraction : 0, ""),
-             "((bba{ss}))", mayAsk ? withoutLimit : answerMilliseconds, &authority);
-    if (!reply)
-        return std::nullopt;
-    gboolean authorized = FALSE;
-    gboolean challenge = FALSE;
-    GVariant* details = nullptr;
-    g_variant_get(reply.get(), "((bb@a{ss}))", &authorized, &challenge, &details);
-    const Variant held(details);
-    if (authorized != FALSE && challenge != FALSE)
-        return std::nullopt;  // yes and no
-    PolicyAnswer answer{authorized != FALSE, challenge != FALSE, false, {}};
-    const char* value = nullptr;
-    answer.isDismissed =
-        g_variant_lookup(details, "polkit.dismissed", "&s", &value) && *value != '\0';
-    if (g_variant_lookup(details, "polkit.temporary_authorization_id", "&s", &value))
-        answer.grant = {std::move(authority), value};
+PolicyAnswer checkAuthorization(const ProcessIdentity& process, const std::string& action,
+                                bool mayAsk) {
+    PolicyAnswer answer;
+    if (process.processIdentifier <= 0 || process.startTime == 0 || process.userIdentifier < 0) {
+        // One that is not known for sure is not asked about.
+        answer.verdict = PolicyVerdict::refused;
+        return answer;
+    }
+    const auto limit = mayAsk ? withoutLimit : std::optional<std::chrono::microseconds>(answerTime);
+    const auto outcome = PolicyBus::shared().call(
+        "CheckAuthorization",
+        [&](sd_bus_message* question) { return writeQuestion(question, process, action, mayAsk); },
+        limit,
+        [&](sd_bus_message* message) {
+            if (readAnswer(message, answer) < 0)
+                answer = {};
+        });
+    if (outcome == PolicyBus::Outcome::refused)
+        answer.verdict = PolicyVerdict::refused;
     return answer;
 }
 
 std::optional<bool> isActionDefined(const std::string& action) {
-    const auto reply = call("EnumerateActions", g_variant_new("(s)", ""), "(a(ssssssuuua{ss}))",
-                            answerMilliseconds);
-    if (!reply)
-        return std::nullopt;
-    const Variant actions(g_variant_get_child_value(reply.get(), 0));
-    for (gsize i = 0; i != g_variant_n_children(actions.get()); ++i) {
-        const Variant one(g_variant_get_child_value(actions.get(), i));
-        const Variant id(g_variant_get_child_value(one.get(), 0));
-        if (action == g_variant_get_string(id.get(), nullptr))
-            return true;
-    }
-    return false;
+    int found = -1;
+    PolicyBus::shared().call(
+        "EnumerateActions",
+        [](sd_bus_message* question) { return sd_bus_message_append(question, "s", ""); },
+        answerTime, [&](sd_bus_message* answer) { found = findAction(answer, action); });
+    return found < 0 ? std::nullopt : std::optional(found > 0);
 }
 
 bool revokeTemporaryAuthorization(const PolicyGrant& grant) {
-    return call("RevokeTemporaryAuthorizationById", g_variant_new("(s)", grant.id.c_str()), "()",
-                answerMilliseconds) != nullptr;
+    bool isRevoked = false;
+    PolicyBus::shared().call(
+        "RevokeTemporaryAuthorizationById",
+        [&](sd_bus_message* question) {
+            return sd_bus_message_append(question, "s", grant.id.c_str());
+        },
+        answerTime,
+        [&](sd_bus_message* answer) { isRevoked = sd_bus_message_has_signature(answer, "") > 0; });
+    return isRevoked;
+}
+
+RightAnswer lookUpRight(const ProcessIdentity& process, const std::string& right, GrantAges& ages) {
+    auto answer = checkAuthorization(process, right, false);
+    const bool isYes = answer.verdict == PolicyVerdict::yes;
+    if (isYes && !ages.isExpired(answer.grant))
+        return {RightState::held, std::move(answer)};
+    if (answer.verdict == PolicyVerdict::unreachable)
+        return {RightState::unknown, std::move(answer)};
+    // Only a password that was given counts for another right, and only where one would do; one for
+    // a right to files is none to install something.
+    if ((isYes || (answer.verdict == PolicyVerdict::challenge && answer.wouldBeKept)) &&
+        right != installHelperRight) {
+        const auto implied = checkAuthorization(process, impliedAction, false);
+        if (implied.verdict == PolicyVerdict::yes && !implied.grant.id.empty() &&
+            !ages.isExpired(implied.grant))
+            return {RightState::held, implied};
+    }
+    return {isYes ? RightState::expired : RightState::notHeld, std::move(answer)};
+}
+
+bool connectToPolicy() {
+    agesOfGrants();
+    return PolicyBus::shared().connect();
 }
 
 RightState rightOfProcess(const ProcessIdentity& process, const std::string& right) {
-    static GrantAges ages(fileOfGrants());
-    const auto answer = checkAuthorization(process, right, false);
-    if (!answer || !answer->isAuthorized)
-        return RightState::notHeld;
-    return ages.isExpired(answer->grant) ? RightState::expired : RightState::held;
+    return lookUpRight(process, right, agesOfGrants()).state;
 }
 
 }  // namespace morvane

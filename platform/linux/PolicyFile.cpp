@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/PolicyFile.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -49,21 +50,15 @@ std::string xml(std::string_view text) {
     return result;
 }
 
-}  // namespace
-
-std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
-                           const std::string& prompt) {
-    // The user authenticates as a member of the group of administrators, whom polkit knows. A grant
-    // has to be kept for the moment between this process's question and the helper's.
-    const std::string answer =
-        rule.ruleClass == "user" && rule.group == "admin" ? "auth_admin_keep" : "no";
+std::string fileText(const std::string& action, const std::string& prompt,
+                     const std::string& answer, const std::string& annotations) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
            "<!DOCTYPE policyconfig PUBLIC \"-//freedesktop//DTD PolicyKit Policy Configuration "
            "1.0//EN\"\n"
            " \"http://www.freedesktop.org/standards/PolicyKit/1/policyconfig.dtd\">\n"
            "<policyconfig>\n"
            "  <action id=\"" +
-           xml(right) +
+           xml(action) +
            "\">\n"
            "    <description>" +
            xml(prompt) +
@@ -76,9 +71,27 @@ std::string policyFileText(const std::string& right, const AuthorizationRule& ru
            answer + "</allow_any>\n      <allow_inactive>" + answer +
            "</allow_inactive>\n      <allow_active>" + answer +
            "</allow_active>\n"
-           "    </defaults>\n"
+           "    </defaults>\n" +
+           annotations +
            "  </action>\n"
            "</policyconfig>\n";
+}
+
+}  // namespace
+
+std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
+                           const std::string& prompt) {
+    // The user authenticates as a member of the group of administrators, whom polkit knows. A grant
+    // has to be kept for the moment between this process's question and the helper's.
+    const std::string answer =
+        rule.ruleClass == "user" && rule.group == "admin" ? "auth_admin_keep" : "no";
+    return fileText(right, prompt, answer,
+                    "    <annotate key=\"org.freedesktop.policykit.imply\">" +
+                        std::string(impliedAction) + "</annotate>\n");
+}
+
+std::string impliedPolicyFileText() {
+    return fileText(impliedAction, "Morvane has been granted one of its rights.", "no", "");
 }
 
 int writePolicyFile(const std::string& right, const std::string& ownText) {

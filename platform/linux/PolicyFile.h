@@ -11,6 +11,9 @@ namespace morvane {
 std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
                            const std::string& prompt);
 
+/// The text of the file with the action that every right implies.
+std::string impliedPolicyFileText();
+
 /// Adds the action to the system's: 0, or an errno value. The file is there whole or not at all; it
 /// is the package's own, if that defines the right, and otherwise has the text.
 int writePolicyFile(const std::string& right, const std::string& text);

@@ -5,11 +5,14 @@
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 
 #include <cerrno>
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace morvane {
 namespace {
 
-/// Nothing is kept under a reference here: polkit itself keeps what this process was granted.
+/// polkit keeps what this process was granted; which of it belongs to a reference is known here.
 class PolicyReference final : public AuthorizationReference {};
 
 /// A right is an action of polkit with the right's name, a prompt that action's message.
@@ -30,32 +33,38 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     OSStatus AuthorizationRightSet(const AuthorizationRef&, const std::string& name,
                                    const AuthorizationRule& rule,
                                    const std::string& descriptionKey) override {
-        const int code = writePolicyFile(name, policyFileText(name, rule, descriptionKey));
+        int code = writePolicyFile(name, policyFileText(name, rule, descriptionKey));
+        if (code == 0 && isActionDefined(impliedAction) == false)
+            code = writePolicyFile(impliedAction, impliedPolicyFileText());
         if (code == 0)
             return errAuthorizationSuccess;
         return code == EACCES || code == EPERM || code == EROFS ? errAuthorizationDenied
                                                                 : errAuthorizationInternal;
     }
 
-    OSStatus AuthorizationCopyRights(const AuthorizationRef&,
+    OSStatus AuthorizationCopyRights(const AuthorizationRef& reference,
                                      const std::vector<AuthorizationItem>& rights,
                                      std::uint32_t flags) override {
+        if (!reference)
+            return errAuthorizationInvalidRef;
         const bool mayAsk = (flags & kAuthorizationFlagInteractionAllowed) != 0;
         for (const auto& right : rights) {
             const auto status = right.name == kSMRightBlessPrivilegedHelper
-                                    ? obtainInstallation(mayAsk)
-                                    : obtain(right.name, mayAsk);
+                                    ? obtainInstallation(reference, mayAsk)
+                                    : obtain(reference, right.name, mayAsk);
             if (status != errAuthorizationSuccess)
                 return status;
         }
         return errAuthorizationSuccess;
     }
 
-    OSStatus AuthorizationFree(const AuthorizationRef&, std::uint32_t flags) override {
-        if ((flags & kAuthorizationFlagDestroyRights) == 0)
+    OSStatus AuthorizationFree(const AuthorizationRef& reference, std::uint32_t flags) override {
+        if (!reference || (flags & kAuthorizationFlagDestroyRights) == 0)
             return errAuthorizationSuccess;
-        for (const auto& [grant, since] : grants_.takeAll())
+        for (const auto& grant : takeGrantsOf(reference)) {
             revokeTemporaryAuthorization(grant);
+            ages_.forget(grant);
+        }
         return errAuthorizationSuccess;
     }
 
@@ -63,6 +72,11 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         switch (status) {
             case errAuthorizationSuccess:
                 return "No error.";
+            case errAuthorizationInvalidRef:
+                return "The authorization reference is empty.";
+            case errAuthorizationInvalidSet:
+                return "The system's policy service refuses to answer for this right; it may not "
+                       "be defined.";
             case errAuthorizationDenied:
                 return "The authorization was denied.";
             case errAuthorizationCanceled:
@@ -71,6 +85,10 @@ class SystemAuthorizationServices final : public AuthorizationServices {
                 return "There is no agent to ask the user with.";
             case errAuthorizationInternal:
                 return "The system's policy service cannot be reached.";
+            case errAuthorizationExpired:
+                return "The authorization has expired. Outside of a login session it can be given "
+                       "anew once five minutes have passed since it was given; ask again then, or "
+                       "in a program started anew.";
             default:
                 return "Status " + std::to_string(status) + ".";
         }
@@ -82,38 +100,78 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     }
 
   private:
-    OSStatus obtain(const std::string& right, bool mayAsk) {
+    OSStatus obtain(const AuthorizationRef& reference, const std::string& right, bool mayAsk) {
         const auto self = ownProcess();
-        auto answer = checkAuthorization(self, right, mayAsk);
-        if (answer && answer->isAuthorized && grants_.isExpired(answer->grant) &&
-            revokeTemporaryAuthorization(answer->grant)) {
-            grants_.forget(answer->grant);
-            answer = checkAuthorization(self, right, mayAsk);
-            if (answer && answer->isAuthorized)
-                grants_.isExpired(answer->grant);  // its first sight
+        auto held = lookUpRight(self, right, ages_);
+        if (held.state == RightState::expired) {
+            if (!revokeTemporaryAuthorization(held.answer.grant))
+                return errAuthorizationExpired;
+            forget(held.answer.grant);
+            held = lookUpRight(self, right, ages_);
         }
-        if (!answer)
-            return errAuthorizationInternal;
-        if (answer->isAuthorized)
-            return errAuthorizationSuccess;
-        if (answer->isDismissed)
-            return errAuthorizationCanceled;
-        return answer->isChallenge ? errAuthorizationInteractionNotAllowed : errAuthorizationDenied;
+        auto& answer = held.answer;
+        if (held.state != RightState::held && mayAsk && answer.verdict == PolicyVerdict::challenge)
+            answer = checkAuthorization(self, right, true);
+        switch (answer.verdict) {
+            case PolicyVerdict::yes:
+                keep(reference, answer.grant);
+                return errAuthorizationSuccess;
+            case PolicyVerdict::no:
+                return errAuthorizationDenied;
+            case PolicyVerdict::challenge:
+                return errAuthorizationInteractionNotAllowed;
+            case PolicyVerdict::dismissed:
+                return errAuthorizationCanceled;
+            case PolicyVerdict::refused:
+                return errAuthorizationInvalidSet;
+            case PolicyVerdict::unreachable:
+                break;
+        }
+        return errAuthorizationInternal;
     }
 
     /// Nobody is asked where the helper is in its place, or cannot be put there.
-    OSStatus obtainInstallation(bool mayAsk) {
+    OSStatus obtainInstallation(const AuthorizationRef& reference, bool mayAsk) {
         if (isHelperInstalled(helperLabel) || obstacleToHelper(helperLabel))
             return errAuthorizationSuccess;
         const auto defined = isActionDefined(installHelperRight);
         if (!defined)
             return errAuthorizationInternal;
         // Where the package's action is not known, the elevation asks with an action of its own.
-        return *defined ? obtain(installHelperRight, mayAsk) : errAuthorizationSuccess;
+        return *defined ? obtain(reference, installHelperRight, mayAsk) : errAuthorizationSuccess;
     }
 
-    /// The grants that answers rested on.
-    GrantAges grants_;
+    /// A grant is its reference's that has presented it first.
+    void keep(const AuthorizationRef& reference, const PolicyGrant& grant) {
+        ages_.isExpired(grant);  // its first sight
+        const std::lock_guard lock(mutex_);
+        std::erase_if(owners_, [](const auto& owned) { return owned.second.expired(); });
+        if (!grant.id.empty())
+            owners_.try_emplace(grant, reference);
+    }
+
+    void forget(const PolicyGrant& grant) {
+        ages_.forget(grant);
+        const std::lock_guard lock(mutex_);
+        owners_.erase(grant);
+    }
+
+    std::vector<PolicyGrant> takeGrantsOf(const AuthorizationRef& reference) {
+        const std::lock_guard lock(mutex_);
+        std::vector<PolicyGrant> grants;
+        std::erase_if(owners_, [&](const auto& owned) {
+            const bool isTaken = owned.second.lock() == reference;
+            if (isTaken)
+                grants.push_back(owned.first);
+            return isTaken;
+        });
+        return grants;
+    }
+
+    /// Of the grants that answers rested on.
+    GrantAges ages_;
+    std::mutex mutex_;
+    std::map<PolicyGrant, std::weak_ptr<AuthorizationReference>> owners_;
 };
 
 }  // namespace

@@ -18,12 +18,18 @@ using OSStatus = std::int32_t;
 
 enum : OSStatus {
     errAuthorizationSuccess = 0,
+    /// The system does not answer for such a right: it is not defined, for example.
+    errAuthorizationInvalidSet = -60001,
+    /// The reference is empty.
+    errAuthorizationInvalidRef = -60002,
     /// The right is refused; of AuthorizationRightGet: it is not defined.
     errAuthorizationDenied = -60005,
     errAuthorizationCanceled = -60006,
     /// There is nobody to ask.
     errAuthorizationInteractionNotAllowed = -60007,
     errAuthorizationInternal = -60008,
+    /// The right was granted longer ago than it holds, and cannot be asked for anew yet.
+    errAuthorizationExpired = -60040,
 };
 
 enum AuthorizationFlags : std::uint32_t {
@@ -97,11 +103,13 @@ class AuthorizationServices {
     virtual OSStatus AuthorizationRightSet(const AuthorizationRef& reference,
                                            const std::string& name, const AuthorizationRule& rule,
                                            const std::string& descriptionKey) = 0;
-    /// May ask the user, and block for as long as the user takes.
+    /// May ask the user, and block for as long as the user takes. A password that the user gave for
+    /// one right serves the others of this process too, for as long as a right holds.
     virtual OSStatus AuthorizationCopyRights(const AuthorizationRef& reference,
                                              const std::vector<AuthorizationItem>& rights,
                                              std::uint32_t flags) = 0;
-    /// Harmless for an empty reference.
+    /// With kAuthorizationFlagDestroyRights what was obtained under the reference is given up, and
+    /// nothing else. Harmless for an empty reference.
     virtual OSStatus AuthorizationFree(const AuthorizationRef& reference, std::uint32_t flags) = 0;
     virtual std::string SecCopyErrorMessageString(OSStatus status) = 0;
     /// Installs the helper `label`. Empty on success, otherwise the error's code.

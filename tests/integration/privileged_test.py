@@ -7,6 +7,7 @@ import contextlib
 import ctypes
 import json
 import os
+import resource
 import signal
 import socket
 import stat
@@ -26,6 +27,9 @@ RIG = rigs.Rig(HELPER, [POLICY], AGENT, CLOCK)
 RIG.take_log()
 EACCES = 13
 CONNECTION_INVALID = 4099
+# The rights of the bare client's requests, in their order.
+REQUESTS = ("GetFileAcl", "GetFileAccess", "SetFileAcl", "PropagateFileAcl", "RenameFiles", "GetFileSize",
+            "GetFileSize")
 
 
 def run(*arguments, agent=None):
@@ -45,6 +49,34 @@ class Privileged(PrivilegedCase):
         for arguments, right in self.requests():
             with self.subTest(command=arguments[0]):
                 yield arguments, right
+
+    def captured_request(self):
+        """The bytes in which a client asks for the file's list."""
+        os.rename(SOCKET, SOCKET + ".aside")
+        listener = socket.socket(socket.AF_UNIX)
+        try:
+            listener.bind(SOCKET)
+            os.chmod(SOCKET, 0o666)
+            listener.listen()
+            program = RIG.start([MORVANE, "--privileged", "acl", self.file], "allow")
+            request = b""
+            while not request:  # whether anyone listens is looked at before
+                with listener.accept()[0] as peer:
+                    request = peer.recv(65536)
+            program.process.kill()
+            program.finish()
+            return request
+        finally:
+            listener.close()
+            os.unlink(SOCKET)
+            os.rename(SOCKET + ".aside", SOCKET)
+
+    def frame_from(self, connection):
+        """What a frame carries behind its header, which has the length of that."""
+        with connection.makefile("rb") as stream:
+            header = stream.read(24)
+            self.assertEqual((len(header), header[:4]), (24, b"MVX1"))
+            return stream.read(int.from_bytes(header[8:12], "little"))
 
 
 class Rights(Privileged):
@@ -99,21 +131,20 @@ class Rights(Privileged):
                 RIG.start_polkitd()
 
     def test_polkit_killed_before_the_helper_asks_it_ends_the_request(self):
-        for arguments, right in self.each_request():
+        for arguments, _ in self.each_request():
             with helper_stopped():
                 program = granted(*arguments)
                 RIG.kill_polkitd()
             try:
-                self.assertRefused(program.finish(), f"The right {LABEL}.{right} is not held.")
+                self.assertRefused(program.finish(), "The system's policy service cannot be reached.")
             finally:
                 RIG.start_polkitd()
 
-    def test_each_right_that_was_written_is_asked_for(self):
+    def test_an_edit_asks_once(self):
         outcome = run("acl", self.file, "--edit", "entry 2; on Read", agent="allow")
         self.assertEqual(outcome.code, 0, outcome.message)
         self.assertEqual(stat.S_IMODE(os.stat(self.file).st_mode), 0o640)
-        self.assertEqual([p.split(":")[0] for p in outcome.prompts],
-                         [f"{LABEL}.GetFileAcl", f"{LABEL}.SetFileAcl"])
+        self.assertEqual([p.split(":")[0] for p in outcome.prompts], [f"{LABEL}.GetFileAcl"])
 
     def edit(self, path, script, *options, agent="allow"):
         outcome = run("acl", path, *options, "--edit", script, agent=agent)
@@ -126,21 +157,22 @@ class Rights(Privileged):
     def test_an_entry_is_added_to_a_folder_that_only_the_helper_can_look_at(self):
         outcome, rights = self.edit(self.folder, 'add user:4711; permissions read')
         self.assertEqual(outcome.code, 0, outcome.message)
-        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess", "SetFileAcl"])
+        self.assertEqual(rights, ["GetFileAcl"])
         self.assertIn("user:4711:r-x", self.acl(self.folder))
         # Its list now says what it is.
         outcome, rights = self.edit(self.folder, 'add user:4712; permissions read')
-        self.assertEqual((outcome.code, rights), (0, ["GetFileAcl", "SetFileAcl"]), outcome.message)
+        self.assertEqual((outcome.code, rights), (0, ["GetFileAcl"]), outcome.message)
 
     def test_an_entry_is_added_to_a_file_that_only_the_helper_can_look_at(self):
         outcome, rights = self.edit(self.file, 'add user:4711; permissions read; off "Execute File"')
         self.assertEqual(outcome.code, 0, outcome.message)
-        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess", "SetFileAcl"])
+        self.assertEqual(rights, ["GetFileAcl"])
         self.assertIn("user:4711:r--", self.acl(self.file))
 
     def test_what_an_item_is_stays_unknown_without_the_right_to_ask(self):
-        outcome = run("acl", self.folder, "--edit", "add user:4711",
-                      agent=f"{LABEL}.GetFileAcl=allow,deny")
+        with RIG.rules(GetFileAccess="auth_admin"):
+            outcome = run("acl", self.folder, "--edit", "add user:4711",
+                          agent=f"{LABEL}.GetFileAcl=allow,deny")
         self.assertRefused(outcome, "cannot tell whether there is a folder at")
         self.assertIn("The authorization was denied.", outcome.message)
         self.assertEqual(len(outcome.prompts), 2)
@@ -159,7 +191,7 @@ class Rights(Privileged):
         outcome, _ = self.edit(self.file, script, "--dry-run")
         self.assertRefused(outcome, '"Delete"')
         outcome, rights = self.edit(self.file, script, "--dry-run", "--lossy", "--json")
-        self.assertEqual(rights, ["GetFileAcl", "GetFileAccess"])
+        self.assertEqual(rights, ["GetFileAcl"])
         self.assertEqual(self.look(), self.before)
         after = json.loads(outcome.output)["after"]
         outcome, _ = self.edit(self.file, script, "--lossy", "--json")
@@ -174,20 +206,21 @@ class Rights(Privileged):
         self.assertEqual(outcome.code, 0, outcome.message)
         self.assertEqual(sum(line.startswith("user:") for line in self.acl(folder.name)), 1022)
 
-    def test_a_propagation_is_done_by_the_helper(self):
+    def test_a_propagation_is_done_by_the_helper_and_asks_once(self):
         os.chmod(self.folder, 0o750)
         outcome = run("acl", self.folder, "--propagate", agent="allow")
         self.assertEqual(outcome.code, 0, outcome.message)
         self.assertEqual(stat.S_IMODE(os.stat(self.file).st_mode), 0o640)
-        self.assertEqual([p.split(":")[0] for p in outcome.prompts],
-                         [f"{LABEL}.GetFileAcl", f"{LABEL}.PropagateFileAcl"])
+        self.assertEqual([p.split(":")[0] for p in outcome.prompts], [f"{LABEL}.GetFileAcl"])
 
     def writings(self):
-        """Commands that have been granted reading first, and the right that they need then."""
-        for arguments, right in (((self.file, "--edit", "entry 2; on Read"), "SetFileAcl"),
-                                 ((self.folder, "--propagate"), "PropagateFileAcl")):
-            with self.subTest(right=right):
-                yield ("acl", *arguments), right
+        """Commands that have been granted reading first, and the right that they need then, with a password
+        of its own."""
+        with RIG.rules(SetFileAcl="auth_admin", PropagateFileAcl="auth_admin"):
+            for arguments, right in (((self.file, "--edit", "entry 2; on Read"), "SetFileAcl"),
+                                     ((self.folder, "--propagate"), "PropagateFileAcl")):
+                with self.subTest(right=right):
+                    yield ("acl", *arguments), right
 
     def test_writing_needs_its_right_although_reading_was_granted(self):
         for arguments, _ in self.writings():
@@ -260,10 +293,42 @@ class Rights(Privileged):
         self.assertEqual(self.look(), before)
         RIG.set_clock_forward(0)
         self.end(program)
-        self.assertEqual(len(program.prompts), 6)
+        self.assertEqual(len(program.prompts), 1)
+
+    def codes_with_rules(self, agent, **rules):
+        """What each request is answered with, its right having been asked for if there is an agent."""
+        with RIG.rules(**rules):
+            mode = ["authorize"] if agent else []
+            program = RIG.start([BARE_CLIENT, self.folder, *mode], agent, stdin=subprocess.PIPE)
+            codes = [int(code) for code in self.codes(program)]
+            self.end(program)
+        self.prompts = [prompt.split(":")[0].removeprefix(f"{LABEL}.") for prompt in program.prompts]
+        return [code == EACCES for code in codes]
+
+    def test_a_password_serves_no_right_that_a_rule_denies(self):
+        for place, right in enumerate(REQUESTS[:5]):
+            with self.subTest(right=right):
+                refused = self.codes_with_rules("allow", **{right: "no"})
+                self.assertEqual(refused, [i == place for i in range(len(REQUESTS))])
+                self.assertEqual(len(self.prompts), 1)
+                self.assertNotIn(right, self.prompts)
+
+    def test_a_password_serves_no_right_that_wants_one_each_time(self):
+        refused = self.codes_with_rules("allow", SetFileAcl="auth_admin")
+        self.assertEqual(refused, [right == "SetFileAcl" for right in REQUESTS])
+        self.assertEqual(self.prompts, ["GetFileAcl", "SetFileAcl"])
+
+    def test_what_a_rule_lets_everybody_do_serves_no_other_right(self):
+        for right in REQUESTS[:6]:
+            with self.subTest(right=right):
+                refused = self.codes_with_rules(None, **{right: "yes"})
+                self.assertEqual(refused, [name != right for name in REQUESTS])
+
+    def test_the_action_that_the_rights_imply_grants_nothing_by_itself(self):
+        self.assertEqual(self.codes_with_rules(None, AnyRight="yes"), [True] * len(REQUESTS))
 
     def test_a_long_job_outlives_its_grant(self):
-        many = 20000
+        many = 50000
         for i in range(many):
             with open(os.path.join(self.folder, str(i)), "w", encoding="ascii"):
                 pass
@@ -459,34 +524,6 @@ class Attackers(Privileged):
         finally:
             os.chown(SOCKET, 0, 0)
 
-    def captured_request(self):
-        """The bytes in which a client asks for the file's list."""
-        os.rename(SOCKET, SOCKET + ".aside")
-        listener = socket.socket(socket.AF_UNIX)
-        try:
-            listener.bind(SOCKET)
-            os.chmod(SOCKET, 0o666)
-            listener.listen()
-            program = RIG.start([MORVANE, "--privileged", "acl", self.file], "allow")
-            request = b""
-            while not request:  # whether anyone listens is looked at before
-                with listener.accept()[0] as peer:
-                    request = peer.recv(65536)
-            program.process.kill()
-            program.finish()
-            return request
-        finally:
-            listener.close()
-            os.unlink(SOCKET)
-            os.rename(SOCKET + ".aside", SOCKET)
-
-    def frame_from(self, connection):
-        """What a frame carries behind its header, which has the length of that."""
-        with connection.makefile("rb") as stream:
-            header = stream.read(24)
-            self.assertEqual((len(header), header[:4]), (24, b"MVX1"))
-            return stream.read(int.from_bytes(header[8:12], "little"))
-
     def test_a_process_that_has_the_number_of_the_one_that_connected_does_not_speak_for_it(self):
         request = self.captured_request()
         ours, theirs = socket.socketpair()
@@ -532,6 +569,34 @@ class Helper(Privileged):
                 lines = {key: value.strip() for key, _, value in (line.partition(":") for line in f)}
             self.assertEqual({name: int(lines[name], 16) for name in sets}, sets, lines["Name"])
             self.assertEqual(lines["NoNewPrivs"], "1")
+
+    def test_a_question_is_asked_however_short_descriptors_are_and_the_bus_may_have_gone_and_come_back(self):
+        request = self.captured_request()
+        RIG.stop_helper()
+        RIG.start_helper()
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(SOCKET)
+            client.settimeout(TIME_LIMIT)
+            wait_until(lambda: os.readlink(f"/proc/{RIG.helper.pid}/exe") == HELPER and RIG.serves_a_client(),
+                       "the client's reader")
+            self.leave_two_descriptors()
+            client.sendall(request)
+            self.assertIn(b"MVAclEntry", self.frame_from(client))
+            self.leave_two_descriptors()
+            RIG.kill_bus()
+            client.sendall(request)
+            self.assertIn(b"The system's policy service cannot be reached.", self.frame_from(client))
+            RIG.start_bus()
+            RIG.start_polkitd()
+            client.sendall(request)
+            self.assertIn(b"MVAclEntry", self.frame_from(client))
+
+    def leave_two_descriptors(self):
+        """For the helper's look at the peer's process, and for the item."""
+        taken = set(map(int, os.listdir(f"/proc/{RIG.helper.pid}/fd")))
+        third = [i for i in range(len(taken) + 3) if i not in taken][2]
+        resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE,
+                         (third, resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE)[1]))
 
     def assertLogged(self, process, text):
         end = f" morvane-helper[{RIG.helper.pid}]: uid {USER} pid {process.pid}: {text}"

@@ -6,6 +6,7 @@ usage: rig.py HELPER POLICY-FILE POLICY-AGENT COMMAND...
 runs the command there as an ordinary user who is granted every right. All of it runs in namespaces of its
 own and is gone with them. Needs root.
 """
+import contextlib
 import ctypes
 import os
 import shutil
@@ -86,9 +87,7 @@ class Rig:
             shutil.copy(policy, "/usr/share/polkit-1/actions")
         with open("/etc/polkit-1/rules.d/10-test.rules", "w", encoding="ascii") as f:
             f.write('polkit.addAdminRule(function() { return ["unix-user:root"]; });\n')
-        subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
-                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
+        self.start_bus()
         self.start_polkitd()
         self.start_helper()
 
@@ -148,6 +147,34 @@ class Rig:
             os.chmod(f.name, 0o444)
             subprocess.run(["mount", "--bind", f.name, f"/proc/{process.pid}/cgroup"], check=True)
 
+    def start_bus(self):
+        self.bus = subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
+
+    def kill_bus(self):
+        """polkitd goes with it."""
+        self.bus.kill()
+        self.bus.wait()
+        os.unlink("/run/dbus/system_bus_socket")
+        self.kill_polkitd()
+
+    @contextlib.contextmanager
+    def rules(self, **answers):
+        """An administrator's rules: what a right, by the end of its name, is answered with."""
+        path = "/etc/polkit-1/rules.d/00-answers.rules"
+        with open(path, "w", encoding="ascii") as f:
+            f.writelines(f'polkit.addRule(function(action) {{ if (action.id == "{LABEL}.{right}") return "{answer}"; }});'
+                         for right, answer in answers.items())
+        self.kill_polkitd()
+        self.start_polkitd()
+        try:
+            yield
+        finally:
+            os.unlink(path)
+            self.kill_polkitd()
+            self.start_polkitd()
+
     def start_polkitd(self):
         self.polkitd = subprocess.Popen([POLKITD, "--no-debug"], stdout=subprocess.DEVNULL,
                                         stderr=subprocess.DEVNULL)
@@ -190,6 +217,14 @@ class Rig:
         """How many clients the helper has, those included that it has not accepted yet."""
         with open("/proc/net/unix", encoding="ascii") as f:
             return sum(line.rstrip().endswith(" " + SOCKET) for line in f) - 1
+
+    def serves_a_client(self):
+        """Whether the helper has taken a client's connection, and has given itself its capabilities."""
+        with open("/proc/net/unix", encoding="ascii") as f:
+            inodes = {line.split()[6] for line in f if line.rstrip().endswith(" " + SOCKET)}
+        folder = f"/proc/{self.helper.pid}/fd"
+        targets = [os.readlink(f"{folder}/{descriptor}") for descriptor in os.listdir(folder)]
+        return sum(target[len("socket:["):-1] in inodes for target in targets) == 2
 
     def start(self, command, agent=None, cgroup=None, **options):
         """Starts the command as an ordinary user, with an agent that allows, denies, cancels or hangs.

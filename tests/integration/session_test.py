@@ -1,7 +1,7 @@
 """The privileged road inside of a login session, and who asks the user on a terminal, on real parts.
 
 usage: session_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK
-       [unittest arguments]
+       AUTHORIZATION-REFERENCES [unittest arguments]
 """
 import os
 import re
@@ -15,12 +15,13 @@ import terminal as terminals
 from privileged_case import PrivilegedCase
 from rig import IN_SESSION, IN_USER_SERVICE, LABEL, TIME_LIMIT, wait_until
 
-MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
+MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, REFERENCES = map(os.path.abspath, sys.argv[1:8])
 rigs.enter_namespaces()
 RIG = rigs.Rig(HELPER, [POLICY], AGENT, CLOCK)
 EACCES = 13
 RIGHTS = sorted(f"{LABEL}.{right}" for right in ("GetFileAcl", "GetFileAccess", "SetFileAcl",
                                                  "PropagateFileAcl", "RenameFiles", "GetFileSize"))
+FIRST = f"{LABEL}.GetFileAcl"
 REFUSED = [EACCES] * 7
 
 
@@ -33,7 +34,8 @@ def kept_grants(program):
 
 
 class Grants(PrivilegedCase):
-    """A client that keeps its connection, and asks for every right before each of its jobs."""
+    """A client that keeps its connection, and asks for every right before each of its jobs; a password for the
+    first serves them all."""
 
     def setUp(self):
         super().setUp()
@@ -72,18 +74,18 @@ class Grants(PrivilegedCase):
         # A slow machine has ten seconds left of the 45.
         self.start(IN_SESSION)
         grants = kept_grants(self.client)
-        self.assertEqual(sorted(grants.values()), RIGHTS)
+        self.assertEqual(list(grants.values()), [FIRST])
         self.assertEqual(self.job(35), self.first)
         self.assertEqual(kept_grants(self.client), grants, "what is still good is not asked for again")
         self.assertEqual(self.job(46), self.first)
         renewed = kept_grants(self.client)
-        self.assertEqual(sorted(renewed.values()), RIGHTS)
+        self.assertEqual(list(renewed.values()), [FIRST])
         self.assertTrue(grants.keys().isdisjoint(renewed), "polkit keeps what had expired")
         # 45 seconds from the second answer.
         self.assertEqual(self.job(46 + 35), self.first)
         self.assertEqual(kept_grants(self.client), renewed)
         self.assertEqual(self.job(46 + 46), self.first)
-        self.assertEqual(self.end(), sorted(3 * RIGHTS))
+        self.assertEqual(self.end(), 3 * [FIRST])
         self.assertNotIn("expired", self.client.message)
 
     def assertNothingIsDoneWhenAskedAnew(self, answer, reason):
@@ -92,7 +94,7 @@ class Grants(PrivilegedCase):
         self.assertEqual(self.job(46), REFUSED)
         self.assertEqual(self.look(), self.before)
         self.assertEqual(kept_grants(self.client), {})
-        self.assertEqual(self.end(), sorted(2 * RIGHTS))
+        self.assertEqual(self.end(), sorted([FIRST, *RIGHTS]))
         self.assertEqual(self.client.message.count(reason), len(RIGHTS), self.client.message)
 
     def test_in_a_session_what_is_denied_when_asked_anew_is_not_done(self):
@@ -101,12 +103,62 @@ class Grants(PrivilegedCase):
     def test_in_a_session_what_is_closed_when_asked_anew_is_not_done(self):
         self.assertNothingIsDoneWhenAskedAnew("cancel", "The authorization was cancelled by the user.")
 
-    def test_outside_of_any_session_an_expired_grant_stays_and_the_helper_refuses_it(self):
+    def test_outside_of_any_session_an_expired_grant_is_an_error_at_once(self):
         self.start(None)
         self.assertEqual(self.job(35), self.first)
+        self.client.start_agent("deny")
         self.assertEqual(self.job(46), REFUSED)
         self.assertEqual(self.look(), self.before)
         self.assertEqual(self.end(), RIGHTS)
+        self.assertIn("Authorization rights error: The authorization has expired. Outside of a login session it "
+                      "can be given anew once five minutes have passed since it was given; ask again then, or "
+                      "in a program started anew.", self.client.message.splitlines())
+
+    def test_outside_of_any_session_a_new_password_serves_the_expired_right_too(self):
+        self.start(None)
+        self.assertEqual(self.job(46), self.first)
+        self.assertEqual(self.look(), self.before)
+
+
+class References(PrivilegedCase):
+    """What a program was granted belongs to the reference under which it was."""
+
+    def setUp(self):
+        super().setUp()
+        RIG.set_clock_forward(0)
+        self.addCleanup(RIG.set_clock_forward, 0)
+        self.program = RIG.start(["env", *RIG.with_clock(), REFERENCES], "allow", IN_SESSION, stdin=subprocess.PIPE)
+        self.addCleanup(self.program.finish)
+        self.addCleanup(self.program.process.kill)
+
+    def do(self, command):
+        self.program.process.stdin.write(command.encode() + b"\n")
+        self.program.process.stdin.flush()
+        return self.program.process.stdout.readline().decode().rstrip()
+
+    def test_an_empty_reference_obtains_nothing_and_gives_nothing_up(self):
+        self.assertEqual(self.do(f"obtain nobody {FIRST}"), "-60002 The authorization reference is empty.")
+        self.assertEqual(self.do(f"obtain a {FIRST}"), "0 No error.")
+        grants = kept_grants(self.program)
+        self.assertEqual(list(grants.values()), [FIRST])
+        self.assertEqual(self.do("free nobody"), "0 No error.")
+        self.assertEqual(kept_grants(self.program), grants)
+
+    def test_a_reference_gives_up_what_was_obtained_under_it_only(self):
+        other = f"{LABEL}.SetFileAcl"
+        self.assertEqual(self.do(f"obtain a {FIRST}"), "0 No error.")
+        RIG.set_clock_forward(46)
+        self.assertEqual(self.do(f"obtain b {other}"), "0 No error.")
+        self.assertEqual(sorted(kept_grants(self.program).values()), [FIRST, other])
+        self.assertEqual(self.do("free a"), "0 No error.")
+        self.assertEqual(list(kept_grants(self.program).values()), [other])
+        self.assertEqual(self.do("free b"), "0 No error.")
+        self.assertEqual(kept_grants(self.program), {})
+
+    def test_a_right_that_is_not_defined_is_said_to_be_none(self):
+        self.assertEqual(self.do(f"obtain a {LABEL}.NoSuchRight"),
+                         "-60001 The system's policy service refuses to answer for this right; it may not be "
+                         "defined.")
 
 
 class TextualAgent(PrivilegedCase):
@@ -178,9 +230,8 @@ class TextualAgent(PrivilegedCase):
         shown = self.read(terminal)
         self.assertEqual(program.finish().code, 0, shown)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o400)
-        self.assertEqual([prompt.split(":")[0] for prompt in program.prompts],
-                         [f"{LABEL}.GetFileAcl", f"{LABEL}.SetFileAcl"])
+        self.assertEqual([prompt.split(":")[0] for prompt in program.prompts], [f"{LABEL}.GetFileAcl"])
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[7:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[8:])
