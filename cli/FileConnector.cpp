@@ -65,16 +65,23 @@ NSErrorRef connectPrivileged(FileConnector& connector, const char* right) {
     return error;
 }
 
-/// A connection to the helper that could not be made, with what helps; any other error as it is.
+/// What went wrong with the connection to the helper, with where to look for why; any other error
+/// as it is.
 NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
-    if (error->domain() != NSCocoaErrorDomain || error->code() != NSXPCConnectionInvalid ||
-        error->localizedRecoverySuggestion())
+    if (error->domain() != NSCocoaErrorDomain)
         return error;
+    const std::string look =
+        std::string("'systemctl status ") + MVPrivilegedHelperName + ".service' tells why.";
     auto userInfo = error->userInfo();
-    userInfo.insert_or_assign(
-        NSLocalizedRecoverySuggestionErrorKey,
-        std::string("Try again; the helper is then looked after. 'systemctl status "
-                    "io.github.morvaneoperation.PrivilegedHelper.service' tells why it failed."));
+    if (error->code() == NSXPCConnectionInvalid) {
+        userInfo.try_emplace(NSLocalizedRecoverySuggestionErrorKey,
+                             "Try again; the helper is then looked after. " + look);
+    } else if (error->code() == NSXPCConnectionInterrupted) {
+        userInfo.try_emplace(NSUnderlyingErrorKey,
+                             NSError::errorWithDomain(error->domain(), error->code(),
+                                                      {{NSLocalizedDescriptionKey,
+                                                        "If the helper has failed, " + look}}));
+    }
     return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
 }
 

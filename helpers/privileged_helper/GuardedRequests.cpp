@@ -36,8 +36,9 @@ Subjects subjectsOf(const std::tuple<T...>& arguments) {
 
 class LoggedRequests final : public MVFileRequest {
   public:
-    LoggedRequests(std::shared_ptr<MVFileRequest> requests, RequestLog log)
-        : requests_(std::move(requests)), log_(std::move(log)) {}
+    LoggedRequests(std::shared_ptr<MVFileRequest> requests, RequestLog log,
+                   std::shared_ptr<RequestsAtWork> work)
+        : requests_(std::move(requests)), log_(std::move(log)), work_(std::move(work)) {}
 
 #define MVLoggedRequest(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT)                   \
     void NAME PARAMETERS override {                                                     \
@@ -62,8 +63,8 @@ class LoggedRequests final : public MVFileRequest {
     template <class... T>
     NSXPCReply<T...> telling(NSXPCReply<T...>&& reply, std::string selector,
                              Subjects subjects) const {
-        return [reply = std::move(reply), log = log_, selector = std::move(selector),
-                subjects = std::move(subjects)](T... results) {
+        return [reply = std::move(reply), work = work_->begin(), log = log_,
+                selector = std::move(selector), subjects = std::move(subjects)](T... results) {
             const auto& error = std::get<NSErrorRef&>(std::tie(results...));
             const auto end =
                 error ? "failed, " + escapedForLog(error->localizedDescription()) : "done";
@@ -80,6 +81,7 @@ class LoggedRequests final : public MVFileRequest {
 
     const std::shared_ptr<MVFileRequest> requests_;
     const RequestLog log_;
+    const std::shared_ptr<RequestsAtWork> work_;
 };
 
 /// Null for what is no message of the protocol.
@@ -135,8 +137,9 @@ NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
 }
 
 std::shared_ptr<MVFileRequest> loggedRequests(std::shared_ptr<MVFileRequest> requests,
-                                              RequestLog log) {
-    return std::make_shared<LoggedRequests>(std::move(requests), std::move(log));
+                                              RequestLog log,
+                                              std::shared_ptr<RequestsAtWork> work) {
+    return std::make_shared<LoggedRequests>(std::move(requests), std::move(log), std::move(work));
 }
 
 std::string escapedForLog(std::string_view path) {

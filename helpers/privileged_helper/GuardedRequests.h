@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "RequestsAtWork.h"
+
 /// The requests of one client of the privileged helper, each behind its right.
 ///
 /// Nothing that a client says counts as authorization: before any argument of a request is looked
@@ -25,9 +27,11 @@ using RequestLog = std::function<void(const std::string& line)>;
 /// Admits the messages of MVFileRequest whose right is held, and no others.
 NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log);
 
-/// `requests`, which tell the log how each has ended before its reply is sent.
-std::shared_ptr<MVFileRequest> loggedRequests(std::shared_ptr<MVFileRequest> requests,
-                                              RequestLog log);
+/// `requests`, which tell the log how each has ended before its reply is sent, and are counted in
+/// `work` until they have replied.
+std::shared_ptr<MVFileRequest> loggedRequests(
+    std::shared_ptr<MVFileRequest> requests, RequestLog log,
+    std::shared_ptr<RequestsAtWork> work = std::make_shared<RequestsAtWork>());
 
 /// `path` in printable ASCII without quotation marks, the rest in hexadecimal.
 std::string escapedForLog(std::string_view path);

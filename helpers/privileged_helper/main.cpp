@@ -5,8 +5,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <thread>
 
 #include "Capabilities.h"
 #include "FileRequestHandler.h"
@@ -22,9 +28,11 @@ using namespace morvane;
 constexpr int usageError = 64;
 constexpr int startError = 70;
 constexpr std::uint32_t idleSeconds = 60;
+constexpr std::chrono::seconds upgradeInterval{2};
 
 /// Has the client's requests carried out, each if this very process holds the right to it.
-void serve(const std::shared_ptr<NSXPCConnection>& client) {
+void serve(const std::shared_ptr<NSXPCConnection>& client,
+           const std::shared_ptr<RequestsAtWork>& work) {
     const std::weak_ptr<NSXPCConnection> weak = client;
     const auto who = "uid " + std::to_string(client->effectiveUserIdentifier().value()) + " pid " +
                      std::to_string(client->processIdentifier().value()) + ": ";
@@ -43,8 +51,34 @@ void serve(const std::shared_ptr<NSXPCConnection>& client) {
         },
         log));
     client->setExportedObject<MVFileRequest>(
-        loggedRequests(FileRequestHandler::forPrivilegedClient(client), log));
+        loggedRequests(FileRequestHandler::forPrivilegedClient(client), log, work));
     client->resume();
+}
+
+/// Whether an upgrade has put another program in the place of this one.
+bool isReplaced() {
+    struct stat status {};
+    return stat("/proc/self/exe", &status) == 0 && status.st_nlink == 0;
+}
+
+/// Ends the service after an upgrade, whoever is connected, once no request has been worked on for
+/// a moment: time enough for the last reply. The next request starts the new program.
+void leaveAfterUpgrade(const std::stop_token& end, NSXPCListener& listener,
+                       const RequestsAtWork& work) {
+    std::mutex mutex;
+    std::condition_variable_any ended;
+    std::unique_lock lock(mutex);
+    std::optional<std::uint64_t> before;
+    while (!ended.wait_for(lock, end, upgradeInterval, [&] { return end.stop_requested(); })) {
+        if (!isReplaced())
+            continue;
+        const auto now = work.begunWhileNoneRuns();
+        if (now && now == before) {
+            listener.invalidate();
+            return;
+        }
+        before = now;
+    }
 }
 
 }  // namespace
@@ -69,9 +103,12 @@ int main() {
     connectToPolicy();
     listener->setIdleTimeout(idleSeconds);
     FileRequestHandler::outliveExceptions();
-    listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& client) {
-        serve(client);
+    const auto work = std::make_shared<RequestsAtWork>();
+    listener->setNewConnectionHandler([work](const std::shared_ptr<NSXPCConnection>& client) {
+        serve(client, work);
         return true;
     });
+    const std::jthread watch(
+        [&](const std::stop_token& end) { leaveAfterUpgrade(end, *listener, *work); });
     return listener->run();
 }

@@ -208,6 +208,17 @@ TEST(GuardedRequests, TheArgumentsOfARequestWithoutItsRightAreNotLookedAt) {
               "The right io.github.morvaneoperation.SetFileAcl is not held.");
 }
 
+TEST(GuardedRequests, ARequestIsAtWorkUntilItHasReplied) {
+    RequestsAtWork work;
+    EXPECT_EQ(work.begunWhileNoneRuns(), 0U);
+    auto first = work.begin();
+    auto second = work.begin();
+    first.reset();
+    EXPECT_FALSE(work.begunWhileNoneRuns());
+    second.reset();
+    EXPECT_EQ(work.begunWhileNoneRuns(), 2U);
+}
+
 TEST(GuardedRequests, TheLogTellsWhatWithWhichItemAndHowItEnded) {
     Guard holding(RightState::held);
     Guard refusing(RightState::notHeld);

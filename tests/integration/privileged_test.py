@@ -8,6 +8,7 @@ import ctypes
 import json
 import os
 import resource
+import shutil
 import signal
 import socket
 import stat
@@ -626,6 +627,25 @@ class Helper(Privileged):
             self.assertEqual(RIG.helper.wait(TIME_LIMIT / 2), 0)
             self.assertGreaterEqual(time.monotonic() - begin, 3)
         finally:
+            RIG.stop_helper()
+            RIG.start_helper()
+
+    def test_after_an_upgrade_it_leaves_whoever_stays_connected(self):
+        program, RIG.helper_program = RIG.helper_program, os.path.join(self.folder, "helper")
+        shutil.copy(program, RIG.helper_program)
+        RIG.stop_helper()
+        try:
+            RIG.start_helper()
+            with socket.socket(socket.AF_UNIX) as client:
+                client.connect(SOCKET)
+                wait_until(lambda: RIG.connections() == 1, "the connection")
+                self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+                self.assertIsNone(RIG.helper.poll())
+                shutil.copy(program, RIG.helper_program + ".new")
+                os.rename(RIG.helper_program + ".new", RIG.helper_program)
+                self.assertEqual(RIG.helper.wait(TIME_LIMIT / 2), 0)
+        finally:
+            RIG.helper_program = program
             RIG.stop_helper()
             RIG.start_helper()
 
