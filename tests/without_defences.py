@@ -52,6 +52,7 @@ PROGRAMS = {
     "AclRequestsOnBehalf": ("posix_acl_test",),
     "PropagateRequests": ("propagate_requests_test",),
     "RenameRequests": ("rename_requests_test",),
+    "Nfs4Storing": ("nfs4_storing_test",),
     "SizeRequestsTest": ("size_walker_test",),
     "TreeWalkTest": ("tree_walk_test",),
     "MovedFoldersTest": ("tree_walk_test",),
@@ -177,6 +178,23 @@ DEFENCES = (
             "return EPERM;",
             "return 0;",
             ("AclRequestsOnBehalf.OnlyFilesAndFoldersAreChanged",)),
+
+    # What a network mount does not tell.
+    Defence("A file that cannot lose its old name is not given a new one.",
+            "helpers/common/RenameRequests.cpp",
+            "(in.st_mode & S_ISVTX) != 0 &&",
+            "user == static_cast<uid_t>(-1) && (in.st_mode & S_ISVTX) != 0 &&",
+            ("RenameRequests.AFileThatCannotLoseItsOldNameDoesNotGetTheNewOne",)),
+    Defence("A denial that a server drops is told.",
+            "helpers/common/Nfs4Storing.cpp",
+            "now.granted & want.denied & ~ofEveryone_.granted",
+            "0",
+            ("Nfs4Storing.ADenialThatIsNotStoredIsToldOfWhomItWasFor",)),
+    Defence("A denial is not charged to whoever stands behind it.",
+            "helpers/common/Nfs4Storing.cpp",
+            "if (denial->type != Nfs4Deny || !isNew(*denial))",
+            "if (denial->type != Nfs4Alarm || !isNew(*denial))",
+            ("Nfs4Storing.ANewDenialStandsBehindWhatOthersAreAllowed",)),
 
     # Who asks, and for what.
     Defence("A request reaches its handler only if its right is held.",

@@ -112,10 +112,8 @@ std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item) {
         auto acl = decodeNfs4Acl(std::get<std::vector<std::uint8_t>>(read), form);
         if (!acl)
             return EBADMSG;
-        return Nfs4Item{{status.st_uid, status.st_gid, S_ISDIR(status.st_mode)},
-                        form,
-                        std::move(*acl),
-                        status.st_mode & 07777};
+        return Nfs4Item{
+            {status.st_uid, status.st_gid, S_ISDIR(status.st_mode)}, form, std::move(*acl)};
     }
     return ENODATA;
 }

@@ -17,8 +17,6 @@ struct Nfs4Item {
     Nfs4Target target;
     Nfs4Form form = Nfs4Form::named;
     Nfs4Acl acl;
-    /// The permission bits of stat().
-    std::uint32_t mode = 0;
 };
 
 /// The value of an extended attribute of any length, or an errno value.

@@ -47,8 +47,9 @@ class EntriesWriter final : public InheritedWriter {
         auto acl = nfs4AclOfEntries(isFolder ? entries_[level].folder : entries_[level].file,
                                     old.acl, target, names_)
                        .acl;
-        // Whoever inherits nothing has the rights of the folder's mode: nobody is left without any.
-        acl = withOthersAllowedFirst(withRightsOfMode(acl, folder_.mode, isFolder), {}, target,
+        // Whoever inherits nothing has the rights that the mode of the folder shows: nobody is left
+        // without any.
+        acl = withOthersAllowedFirst(withRightsOfFolder(acl, folder_.acl, isFolder), {}, target,
                                      names_);
         if (!isFolder && (status.st_mode & 0111) == 0) {
             for (auto& entry : acl.entries) {

@@ -68,6 +68,11 @@ struct Rule {
 struct Decision {
     Boxes allowed = 0;
     Boxes denied = 0;
+
+    /// The first entry that speaks of a box decides.
+    void decide(bool deny, Boxes boxes) {
+        (deny ? denied : allowed) |= boxes & ~(allowed | denied);
+    }
 };
 
 class Rules {
@@ -89,10 +94,8 @@ class Rules {
     Decision decisionOn(const NSUUID& who, const Scope& scope) const {
         Decision decision;
         for (const auto& rule : rules_) {
-            if (!rule.countsIn(scope) || (rule.who != who && rule.who != everyone))
-                continue;
-            auto& boxes = rule.deny ? decision.denied : decision.allowed;
-            boxes |= rule.boxes & ~(decision.allowed | decision.denied);
+            if (rule.countsIn(scope) && (rule.who == who || rule.who == everyone))
+                decision.decide(rule.deny, rule.boxes);
         }
         return decision;
     }
@@ -234,26 +237,26 @@ Nfs4Acl withOthersAllowedFirst(const Nfs4Acl& acl, const Nfs4Acl& old, const Nfs
     return result;
 }
 
-Nfs4Acl withRightsOfMode(const Nfs4Acl& acl, std::uint32_t mode, bool isDirectory) {
+Nfs4Acl withRightsOfFolder(const Nfs4Acl& acl, const Nfs4Acl& folder, bool isDirectory) {
     auto result = acl;
-    constexpr std::pair<const char*, unsigned> classes[] = {
-        {nfs4Owner, 6}, {nfs4OwningGroup, 3}, {nfs4Everyone, 0}};
-    for (const auto& [who, shift] : classes) {
-        const bool isThere = std::any_of(acl.entries.begin(), acl.entries.end(),
-                                         [&, who = who](const Nfs4Entry& entry) {
-                                             return entry.who == who && entry.type <= Nfs4Deny &&
-                                                    (entry.flags & Nfs4InheritOnly) == 0;
-                                         });
-        if (isThere)
+    const auto isOfItem = [](const Nfs4Entry& entry) {
+        return entry.type <= Nfs4Deny && (entry.flags & Nfs4InheritOnly) == 0;
+    };
+    for (const std::string who : {nfs4Owner, nfs4OwningGroup, nfs4Everyone}) {
+        if (std::any_of(acl.entries.begin(), acl.entries.end(), [&](const Nfs4Entry& entry) {
+                return entry.who == who && isOfItem(entry);
+            }))
             continue;
-        const auto rights = mode >> shift & 7U;
+        Decision has;
+        for (const auto& entry : folder.entries) {
+            if (isOfItem(entry) && (entry.who == who || entry.who == nfs4Everyone))
+                has.decide(entry.type == Nfs4Deny, boxesOfNfs4Mask(entry.mask));
+        }
         Boxes boxes = who == nfs4Owner ? alwaysAllowedToOwner : alwaysAllowed;
-        if ((rights & 4U) != 0)
-            boxes |= ACL_READ_DATA;
-        if ((rights & 2U) != 0)
-            boxes |= ACL_WRITE_DATA | ACL_APPEND_DATA | (isDirectory ? ACL_DELETE_CHILD : 0);
-        if ((rights & 1U) != 0)
-            boxes |= ACL_SEARCH;
+        boxes |= has.allowed & (ACL_READ_DATA | ACL_SEARCH);
+        constexpr Boxes write = ACL_WRITE_DATA | ACL_APPEND_DATA;
+        if ((has.allowed & write) == write)
+            boxes |= write | (isDirectory ? ACL_DELETE_CHILD : 0);
         constexpr std::uint32_t synchronize = 0x100000;
         result.entries.push_back({Nfs4Allow, 0, nfs4MaskOfBoxes(boxes) | synchronize, who});
     }

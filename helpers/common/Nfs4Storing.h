@@ -16,8 +16,9 @@ namespace morvane {
 Nfs4Acl withOthersAllowedFirst(const Nfs4Acl& acl, const Nfs4Acl& old, const Nfs4Target& target,
                                const Nfs4Names& names);
 
-/// `acl` with what `mode` gives the owner, the owning group and everyone, of whom it says nothing.
-Nfs4Acl withRightsOfMode(const Nfs4Acl& acl, std::uint32_t mode, bool isDirectory);
+/// `acl` with the right to read, write and execute that the list of the folder gives its owner, its
+/// owning group and everyone, for those of whom `acl` says nothing.
+Nfs4Acl withRightsOfFolder(const Nfs4Acl& acl, const Nfs4Acl& folder, bool isDirectory);
 
 /// The list with the other kind of text for whomever `old` does not name: "name@domain" for a
 /// number, a number for a name. Empty where there is nobody whom that can be said of.

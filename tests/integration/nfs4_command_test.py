@@ -103,12 +103,11 @@ class Lists(Mount):
             with open(path, "w", encoding="ascii"):
                 os.chmod(path, mode)
         mine = (ALLOW, 0, 0x1601FF, "OWNER@")
-        os.chmod(self.folder, 0o750)
         for path in (self.file, sub, inner, program):
             os.setxattr(path, "user.nfs4_acl", named((AUDIT, 0x10, 0x7, "EVERYONE@"), mine))
         os.setxattr(self.folder, "user.nfs4_acl", named(
             (DENY, FILES | FOLDERS | ONE_LEVEL, 0x2, "4712"), (ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x21, "4711"),
-            mine))
+            mine, (ALLOW, 0, 0x1200A1, "GROUP@")))
         self.assertEqual(self.run_morvane("acl", self.folder, "--propagate"), "")
         kept = (AUDIT, 0x10, 0x7, "EVERYONE@")
 
@@ -128,9 +127,8 @@ class Lists(Mount):
             (ALLOW, 0, 0x1200A1, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))
 
     def test_below_a_folder_that_leaves_nothing_to_inherit_items_get_the_rights_of_its_mode(self):
-        os.chmod(self.folder, 0o750)
         for path in (self.folder, self.file):
-            os.setxattr(path, "user.nfs4_acl", named((ALLOW, 0, 0x1601FF, "OWNER@")))
+            os.setxattr(path, "user.nfs4_acl", named((ALLOW, 0, 0x1601FF, "OWNER@"), (ALLOW, 0, 0x1, "GROUP@")))
         self.assertEqual(self.run_morvane("acl", self.folder, "--propagate"), "")
         self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(
             (ALLOW, 0, 0x160187, "OWNER@"), (ALLOW, 0, 0x120081, "GROUP@"), (ALLOW, 0, 0x120080, "EVERYONE@")))

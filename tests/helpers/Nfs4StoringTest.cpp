@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "Nfs4Names.h"
+#include "Nfs4Storing.h"
+
+namespace morvane {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr std::uint32_t read = 0x1;
+constexpr std::uint32_t write = 0x6;
+const Nfs4Target file{4710, 4710, false};
+const Nfs4Target folder{4710, 4710, true};
+const Nfs4Names nobodyByName{
+    [](const std::string&, bool) { return std::optional<CBPosixIdentity>(); },
+    [](const CBPosixIdentity& who) {
+        return who == CBPosixIdentity{CBPosixUser{4711}} ? std::optional<std::string>("alice")
+                                                         : std::nullopt;
+    }};
+
+Nfs4Acl placed(std::vector<Nfs4Entry> entries, const Nfs4Acl& old = {}) {
+    return withOthersAllowedFirst({0, std::move(entries)}, old, file, nobodyByName);
+}
+
+TEST(Nfs4Storing, ANewDenialStandsBehindWhatOthersAreAllowed) {
+    const Nfs4Entry denied{Nfs4Deny, 0, write, "4711"};
+    const Nfs4Entry owner{Nfs4Allow, 0, read | write, nfs4Owner};
+    const Nfs4Entry bob{Nfs4Allow, 0, write, "4712"};
+    const Nfs4Entry alice{Nfs4Allow, 0, read | write, "4711"};
+    const Nfs4Entry group{Nfs4Allow, 0, write, nfs4OwningGroup};
+    const Nfs4Entry all{Nfs4Allow, 0, write, nfs4Everyone};
+    const Nfs4Entry nobody{Nfs4Deny, 0, write, nfs4Everyone};
+    EXPECT_EQ(placed({denied, owner, bob, alice, group, all}).entries,
+              (std::vector{owner, bob, denied, alice, group, all}));
+    EXPECT_EQ(placed({denied, group, owner}).entries, (std::vector{owner, denied, group}));
+    // Who is denied with everyone stays so, and an entry that was there keeps its place.
+    EXPECT_EQ(placed({denied, nobody, owner}).entries, (std::vector{denied, nobody, owner}));
+    EXPECT_EQ(placed({denied, owner}, {0, {denied}}).entries, (std::vector{denied, owner}));
+}
+
+TEST(Nfs4Storing, WhatTheServerTakesOrAddsIsTold) {
+    const Nfs4Acl wanted{0,
+                         {{Nfs4Deny, 0, write, "4712"},
+                          {Nfs4Allow, 0, read | 0x10000, "4711"},
+                          {Nfs4Allow, Nfs4FileInherit | Nfs4FolderInherit, read, nfs4Everyone}}};
+    EXPECT_EQ(lostInStoring(wanted, wanted, folder, nobodyByName), Texts());
+    const Nfs4Acl stored{
+        0, {{Nfs4Allow, 0, read, "4711"}, {Nfs4Allow, 0, read | write | 0x20080, nfs4Everyone}}};
+    EXPECT_EQ(lostInStoring(wanted, stored, folder, nobodyByName),
+              (Texts{"allow everyone: \"Create Files\", \"Create Folder\", which was not asked for",
+                     "allow uid 4711: \"Delete\"",
+                     "allow everyone: \"List Folder Contents\" in child files",
+                     "allow everyone: \"List Folder Contents\" in child folders",
+                     "allow everyone: \"List Folder Contents\" in all descendants"}));
+}
+
+TEST(Nfs4Storing, ADenialThatIsNotStoredIsToldOfWhomItWasFor) {
+    const Nfs4Entry owner{Nfs4Allow, 0, read | write, nfs4Owner};
+    const Nfs4Entry all{Nfs4Allow, 0, read | write, nfs4Everyone};
+    EXPECT_EQ(lostInStoring({0, {owner, {Nfs4Deny, 0, write, "4712"}, all}}, {0, {owner, all}},
+                            file, nobodyByName),
+              (Texts{"deny uid 4712: \"Write Data\", \"Append Data\""}));
+}
+
+TEST(Nfs4Storing, WhatNoModeHoldsApartIsNotMissedOfAGroupThatIsOnAsAWhole) {
+    // "Read" as a whole, and a part of it.
+    const Nfs4Acl whole{0, {{Nfs4Allow, 0, 0x200A9, "4711"}}};
+    EXPECT_EQ(lostInStoring(whole, {0, {{Nfs4Allow, 0, 0x200A1, "4711"}}}, file, nobodyByName),
+              Texts());
+    const Nfs4Acl part{0, {{Nfs4Allow, 0, 0x9, "4711"}}};
+    EXPECT_EQ(lostInStoring(part, {0, {{Nfs4Allow, 0, 0x1, "4711"}}}, file, nobodyByName),
+              (Texts{"allow uid 4711: \"Read Extended Attributes\""}));
+}
+
+TEST(Nfs4Storing, TheOtherNamesAreForWhomTheListDoesNotNameYet) {
+    const Nfs4Entry old{Nfs4Allow, 0, read, "4711"};
+    const Nfs4Entry owner{Nfs4Allow, 0, read, nfs4Owner};
+    const auto other = [&](const Nfs4Acl& acl, const Nfs4Acl& before, const std::string& domain) {
+        return withOtherNames(acl, before, file, nobodyByName, domain);
+    };
+    EXPECT_EQ(other({0, {owner, old}}, {0, {owner}}, "example.org")->entries,
+              (std::vector{owner, Nfs4Entry{Nfs4Allow, 0, read, "alice@example.org"}}));
+    EXPECT_FALSE(other({0, {owner, old}}, {0, {old}}, "example.org"));
+    EXPECT_FALSE(other({0, {owner, old}}, {}, ""));
+    EXPECT_FALSE(other({0, {{Nfs4Allow, 0, read, "4712"}}}, {}, "example.org"));
+}
+
+TEST(Nfs4Names, TheDomainIsThatOfTheSettingsThenThatOfTheHost) {
+    const auto domainOf = [](const std::string& settings, const std::string& host) {
+        std::istringstream stream(settings);
+        return nfs4DomainOf(stream, host);
+    };
+    EXPECT_EQ(domainOf("[General]\n# Domain = no\n Domain = Example.ORG ; here\n", "a.b.c"),
+              "example.org");
+    EXPECT_EQ(domainOf("[Static]\nDomain = no\n", "a.b.C"), "b.c");
+    EXPECT_EQ(domainOf("", "a"), "localdomain");
+}
+
+}  // namespace
+}  // namespace morvane
