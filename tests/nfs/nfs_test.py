@@ -1,0 +1,297 @@
+"""Access-control lists on real NFSv4 mounts, of two servers. Runs in a machine of tests/nfs/machine.
+
+usage: nfs_test.py MORVANE LIBEXEC-DIR GANESHA-FOLDER [unittest arguments]
+
+What morvane reads, writes and propagates is compared with nfs4_getfacl, and with what users really can do: each
+reads and writes the files on the mount.
+"""
+import json
+import os
+import re
+import subprocess
+import sys
+import time
+import unittest
+
+MORVANE, LIBEXEC, GANESHA = map(os.path.abspath, sys.argv[1:4])
+ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
+OWNER, ALICE, BOB = 4710, 4711, 4712
+LETTERS = dict(zip("rwaxdDtTnNcCo", (0x1, 0x2, 0x4, 0x20, 0x10000, 0x40, 0x80, 0x100, 0x8, 0x10, 0x20000, 0x40000,
+                                     0x80000)))
+BOXES = {"Read Data": 0x1, "List Folder Contents": 0x1, "Write Data": 0x2, "Create Files": 0x2, "Append Data": 0x4,
+         "Create Folder": 0x4, "Execute File": 0x20, "Traverse Folder": 0x20, "Delete": 0x10000,
+         "Delete Subfolders and Files": 0x40, "Read Attributes": 0x80, "Write Attributes": 0x100,
+         "Read Extended Attributes": 0x8, "Write Extended Attributes": 0x10, "Read Permissions": 0x20000,
+         "Change Permissions": 0x40000, "Change Owner": 0x80000}
+
+
+def run(*command, **options):
+    return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
+
+
+def wait_until(condition, what, seconds=120):
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, f"there is no {what}"
+        time.sleep(0.05)
+
+
+def write(path, text):
+    with open(path, "w", encoding="ascii") as f:
+        f.write(text)
+
+
+def mount(what, at, *options):
+    os.makedirs(at, exist_ok=True)
+    run("mount", "-t", "nfs", "-o", ",".join(("vers=4.2,sec=sys,noac", *options)), what, at)
+
+
+def start_linux():
+    for module in ("nfsd", "nfsv4"):
+        run("modprobe", module)
+    for folder in ("/exports/linux", "/var/lib/nfs/rpc_pipefs", "/var/lib/nfs/v4recovery"):
+        os.makedirs(folder, exist_ok=True)
+    run("mount", "-t", "tmpfs", "tmpfs", "/exports/linux")
+    run("mount", "-t", "rpc_pipefs", "rpc_pipefs", "/var/lib/nfs/rpc_pipefs")
+    run("mount", "-t", "nfsd", "nfsd", "/proc/fs/nfsd")
+    write("/etc/exports", "/exports/linux 127.0.0.1(rw,fsid=0,no_subtree_check,no_root_squash,insecure)\n")
+    for name in ("nfsv4leasetime", "nfsv4gracetime"):
+        write(f"/proc/fs/nfsd/{name}", "10")
+    run("exportfs", "-ra")
+    run("rpc.mountd", "-N", "3")
+    run("rpc.nfsd", "-N", "3", "1")
+    write("/proc/fs/nfsd/v4_end_grace", "Y")
+    mount("127.0.0.1:/", "/mnt/linux")
+
+
+def start_ganesha():
+    for folder in ("/exports/ganesha", "/var/run/ganesha", "/var/lib/nfs/ganesha"):
+        os.makedirs(folder, exist_ok=True)
+    run("mount", "-t", "tmpfs", "tmpfs", "/exports/ganesha")
+    write("/run/ganesha.conf", f"""
+        NFS_CORE_PARAM {{ NFS_Port = 12049; Protocols = 4; Plugins_Dir = {GANESHA}; }}
+        NFSV4 {{ Lease_Lifetime = 10; Graceless = true; Minor_Versions = 2; Only_Numeric_Owners = true; }}
+        EXPORT {{ Export_ID = 2; Path = /exports/ganesha; Pseudo = /lists; Access_Type = RW; Squash = No_Root_Squash;
+                  SecType = sys; FSAL {{ Name = VFS; }} }}
+        LOG {{ Default_Log_Level = EVENT; }}""")
+    subprocess.Popen([f"{GANESHA}/ganesha.nfsd", "-F", "-f", "/run/ganesha.conf", "-L", "/run/ganesha.log",
+                      "-p", "/run/ganesha.pid"], env={**os.environ, "LD_LIBRARY_PATH": GANESHA})
+
+    def initialized():
+        try:
+            with open("/run/ganesha.log", encoding="utf-8") as f:
+                return "NFS SERVER INITIALIZED" in f.read()
+        except FileNotFoundError:
+            return False
+
+    wait_until(initialized, "server")
+    mount("127.0.0.1:/lists", "/mnt/ganesha", "port=12049")
+
+
+def act(uid, script, path):
+    """Whether the user can really do it."""
+    return subprocess.run(["setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "sh", "-c", script, "sh",
+                           path], capture_output=True).returncode == 0
+
+
+def reads(uid, path):
+    return act(uid, 'ls "$1" >&-' if os.path.isdir(path) else 'cat "$1"', path)
+
+
+def writes(uid, path):
+    return act(uid, ': >"$1/by-$$" && rm "$1/by-$$"' if os.path.isdir(path) else ': >>"$1"', path)
+
+
+class OnAMount:
+    """What holds for both servers."""
+    MOUNT = None
+    PLAIN = "A::OWNER@:rwatTnNcCy", "A::GROUP@:rtncy", "A::EVERYONE@:rtncy"
+    number = 0
+
+    def setUp(self):
+        OnAMount.number += 1
+        self.folder = f"{self.MOUNT}/{OnAMount.number}"
+        os.mkdir(self.folder)
+        self.give(self.folder, "A::OWNER@:rwaDxtTnNcCy", "A::GROUP@:rxtncy", "A::EVERYONE@:rxtncy")
+        self.file = self.make("file")
+
+    def make(self, name, *entries):
+        path = f"{self.folder}/{name}"
+        write(path, "text\n")
+        os.chown(path, OWNER, OWNER)
+        self.give(path, *(entries or self.PLAIN))
+        return path
+
+    def give(self, path, *entries):
+        run("nfs4_setfacl", "-s", ",".join(entries), path)
+
+    def getfacl(self, path):
+        """The entries as nfs4_getfacl prints them: (type, flags, whom, bits), without what has no box."""
+        lines = [line.split(":") for line in run("nfs4_getfacl", path).splitlines()
+                 if line and not line.startswith("#")]
+        return [(kind, flags, who, sum(bit for letter, bit in LETTERS.items() if letter in letters))
+                for kind, flags, who, letters in lines]
+
+    def try_morvane(self, *arguments):
+        return subprocess.run([MORVANE, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
+
+    def morvane(self, *arguments):
+        result = self.try_morvane(*arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, ""), arguments)
+        return result.stdout
+
+    def may(self, uid, path):
+        shown = self.morvane("access", path, "--user", str(uid))
+        on = set(re.findall(r"\[x\] (.*\S)", shown))
+        return ("Read Data" in on or "List Folder Contents" in on,
+                {"Write Data", "Append Data"} <= on or {"Create Files", "Create Folder"} <= on)
+
+    def assert_access_is_real(self, path, *users):
+        for uid in users or (OWNER, ALICE, BOB):
+            self.assertEqual(self.may(uid, path), (reads(uid, path), writes(uid, path)),
+                             f"{uid}, {path}: {self.getfacl(path)}")
+
+    def test_what_is_shown_is_what_nfs4_getfacl_prints(self):
+        self.give(self.file, "A::OWNER@:rwatTcCy", f"D::{ALICE}:wa", f"A::{ALICE}:rtcy", "A::GROUP@:rtcy",
+                  "A::EVERYONE@:rwatcy")
+        shown = []
+        for entry in json.loads(self.morvane("acl", "--json", self.file)):
+            bits = sum(BOXES[box["name"]] for group in entry["permissions"] for box in group["children"]
+                       if box["state"] == 1)
+            shown.append(("AD"[entry["tag"] - 1], bits))
+        self.assertEqual(sorted(shown), sorted((kind, bits & ~0x40) for kind, _, _, bits in self.getfacl(self.file)))
+        self.assert_access_is_real(self.file)
+
+    def test_each_choice_gives_a_user_what_it_says(self):
+        for choice, expected in (("read", (True, False)), ("write", (False, True)), ("read-write", (True, True))):
+            with self.subTest(choice):
+                path = self.make(choice, "A::OWNER@:rwatTnNcCy", "A::GROUP@:tcy", "A::EVERYONE@:tcy")
+                self.morvane("acl", path, "--edit", f"add user:{ALICE}; permissions {choice}")
+                self.assertEqual((reads(ALICE, path), writes(ALICE, path)), expected, self.getfacl(path))
+                self.assertEqual((reads(BOB, path), writes(BOB, path)), (False, False))
+                self.assert_access_is_real(path)
+
+    def test_a_denial_for_a_user_is_one_for_nobody_else(self):
+        self.give(self.file, "A::OWNER@:rwatTnNcCy", "A::GROUP@:rwatcy", "A::EVERYONE@:rwatcy")
+        self.try_morvane("acl", self.file, "--edit", f"add user:{ALICE}; permissions write; deny")
+        self.assertFalse(writes(ALICE, self.file), self.getfacl(self.file))
+        self.assertTrue(writes(OWNER, self.file), self.getfacl(self.file))
+        self.assertTrue(writes(BOB, self.file), self.getfacl(self.file))
+        self.assert_access_is_real(self.file)
+
+    def test_below_a_folder_that_leaves_nothing_to_inherit_the_mode_counts(self):
+        os.chown(self.folder, OWNER, OWNER)
+        before = os.stat(self.folder).st_mode & 0o777
+        self.morvane("acl", self.folder, "--propagate")
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, before & 0o666)
+        self.assertTrue(reads(OWNER, self.file) and writes(OWNER, self.file), self.getfacl(self.file))
+        self.assertTrue(reads(ALICE, self.file))
+        self.assertFalse(writes(ALICE, self.file))
+
+    def test_what_a_folder_leaves_is_propagated(self):
+        os.mkdir(f"{self.folder}/sub")
+        self.give(f"{self.folder}/sub", "A::OWNER@:rwaDxtTnNcCy", "A::GROUP@:tcy", "A::EVERYONE@:tcy")
+        deep = self.make("sub/deep", "A::OWNER@:rwatTnNcCy", "A::GROUP@:tcy", "A::EVERYONE@:tcy")
+        self.give(self.file, "A::OWNER@:rwatTnNcCy", "A::GROUP@:tcy", "A::EVERYONE@:tcy")
+        os.chown(self.folder, OWNER, OWNER)
+        self.give(self.folder, "A:fd:OWNER@:rwaDxtTcCy", "A::GROUP@:tcy", "A::EVERYONE@:xtcy",
+                  f"A:fd:{ALICE}:rxtcy")
+        self.morvane("acl", self.folder, "--propagate")
+        for path in (self.file, deep):
+            self.assertTrue(reads(ALICE, path), self.getfacl(path))
+            self.assertFalse(reads(BOB, path), self.getfacl(path))
+            self.assertTrue(reads(OWNER, path) and writes(OWNER, path), self.getfacl(path))
+            self.assert_access_is_real(path)
+        self.assertTrue(any("f" in flags and who == str(ALICE)
+                            for _, flags, who, _ in self.getfacl(f"{self.folder}/sub")))
+
+    def test_a_file_is_renamed_without_overwriting(self):
+        other = self.make("other")
+        result = self.try_morvane("rename", self.file, "other")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("File exists", result.stderr)
+        self.morvane("rename", self.file, "new")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["new", "other"])
+        self.assertEqual(os.stat(other).st_nlink, 1)
+        os.mkdir(f"{self.folder}/folder")
+        result = self.try_morvane("rename", f"{self.folder}/folder", "moved")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("cannot rename it without the risk of overwriting", result.stderr)
+
+    def test_what_root_may_is_what_root_can(self):
+        self.give(self.file, "A::OWNER@:tTcCy", "A::GROUP@:tcy", "A::EVERYONE@:tcy")
+        self.assert_access_is_real(self.file, 0)
+        result = subprocess.run(["setpriv", f"--reuid={ALICE}", "--clear-groups", MORVANE, "access", self.file,
+                                 "--user", "root"], env=ENVIRONMENT, capture_output=True, text=True)
+        self.assertIn("What root may do on a network mount is for its server to say", result.stderr)
+
+    def test_a_list_that_is_too_long_is_told_how_long_one_may_be(self):
+        script = ";".join(f"add user:{10000 + i}; permissions read" for i in range(1022))
+        result = self.try_morvane("acl", self.file, "--edit", script)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, "The list would have 102[0-9] entries; it can have at most 1024")
+
+    def test_a_dry_run_says_that_the_server_decides(self):
+        result = self.try_morvane("acl", self.file, "--dry-run", "--edit", f"add user:{ALICE}; permissions read")
+        self.assertIn("the server decides", result.stderr)
+
+
+class Linux(OnAMount, unittest.TestCase):
+    """Holds a POSIX list of what it is given."""
+    MOUNT = "/mnt/linux"
+
+    def test_what_is_not_stored_is_told(self):
+        result = self.try_morvane("acl", self.file, "--edit",
+                                  f'add user:{ALICE}; permissions read; on "Change Owner"')
+        self.assertEqual(result.returncode, 4, result.stderr)
+        self.assertIn(f'allow uid {ALICE}: "Change Owner"', result.stderr)
+        self.assertTrue(reads(ALICE, self.file))
+
+    def test_an_entry_for_one_level_is_refused_with_the_reason(self):
+        result = self.try_morvane("acl", self.folder, "--edit", f'add user:{ALICE}; permissions read; '
+                                  'on "Child folders"; off "All descendants"')
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn("inherited by one level only", result.stderr)
+
+
+class LinuxWithNames(unittest.TestCase):
+    """Knows users by name and domain only."""
+
+    def test_the_first_name_in_a_list_has_the_domain_of_the_system(self):
+        write("/sys/module/nfsd/parameters/nfs4_disable_idmapping", "N")
+        write("/etc/idmapd.conf", "[General]\nDomain = example.org\n"
+              "[Mapping]\nNobody-User = nobody\nNobody-Group = nogroup\n")
+        run("rpc.idmapd", "-S", "-p", "/var/lib/nfs/rpc_pipefs")
+        try:
+            path = "/mnt/linux/named"
+            write(path, "text\n")
+            result = subprocess.run([MORVANE, "acl", path, "--edit", "add user:games; permissions read"],
+                                    env=ENVIRONMENT, capture_output=True, text=True)
+            self.assertEqual((result.returncode, result.stderr), (0, ""))
+            self.assertIn("::games@example.org:r", run("nfs4_getfacl", path))
+            os.chmod(path, 0o640)
+            self.assertTrue(reads(5, path))
+        finally:
+            write("/sys/module/nfsd/parameters/nfs4_disable_idmapping", "Y")
+
+
+class Ganesha(OnAMount, unittest.TestCase):
+    """Holds a list as it is."""
+    MOUNT = "/mnt/ganesha"
+
+    def test_what_no_mode_holds_is_stored(self):
+        self.morvane("acl", self.file, "--edit", f'add user:{ALICE}; permissions read; on "Change Owner"')
+        self.assertTrue(any(who == str(ALICE) and bits & 0x80000 for _, _, who, bits in self.getfacl(self.file)))
+
+    def test_what_is_inherited_is_marked(self):
+        self.give(self.folder, "A::OWNER@:rwaDxtTcCy", "A::EVERYONE@:rxtcy", f"A:fd:{ALICE}:rxtcy")
+        self.morvane("acl", self.folder, "--propagate")
+        self.assertTrue(any(who == str(ALICE) and "I" in flags or flags == "I"
+                            for _, flags, who, _ in self.getfacl(self.file)) or
+                        b"\x00\x00\x00\x80" in os.getxattr(self.file, "system.nfs4_acl"))
+
+
+if __name__ == "__main__":
+    start_linux()
+    start_ganesha()
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
