@@ -1,6 +1,7 @@
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <glib-object.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -41,6 +42,50 @@ Contender virtualCalls() {
                     for (std::size_t i = 0; i < count; ++i)
                         target->stateWasSet(static_cast<std::int64_t>(i & 1));
                 });
+            }};
+}
+
+/// Adds `batch` observers to one object and removes them in the order of their adding, again and
+/// again; the time is that of one of them.
+std::function<double(std::size_t)> observers(std::size_t batch) {
+    return [batch](std::size_t count) {
+        const auto observed = MVAclPermission::initWithName("Read Data", 2, MVStateOff);
+        CountingObserver observer;
+        std::vector<NSObject> origins(batch);
+        const auto rounds = (count + batch - 1) / batch;
+        const auto time = timed([&] {
+            for (std::size_t round = 0; round < rounds; ++round) {
+                for (auto& origin : origins)
+                    observed->addObserver(&observer, MVTreeNode::representedObjectStateKeyPath,
+                                          origin);
+                for (auto& origin : origins)
+                    observed->removeObserver(&observer, MVTreeNode::representedObjectStateKeyPath,
+                                             origin);
+            }
+        });
+        return time * static_cast<double>(count) / static_cast<double>(rounds * batch);
+    };
+}
+
+void ignoreSignal() {}
+
+/// The same with the handlers of a GObject's signal.
+Contender signalHandlers(std::size_t batch) {
+    return {"GObject handlers", [batch](std::size_t count) {
+                auto* const object = G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr));
+                std::vector<gulong> handlers(batch);
+                const auto rounds = (count + batch - 1) / batch;
+                const auto time = timed([&] {
+                    for (std::size_t round = 0; round < rounds; ++round) {
+                        for (auto& handler : handlers)
+                            handler = g_signal_connect(object, "notify::state",
+                                                       G_CALLBACK(ignoreSignal), nullptr);
+                        for (const auto handler : handlers)
+                            g_signal_handler_disconnect(object, handler);
+                    }
+                });
+                g_object_unref(object);
+                return time * static_cast<double>(count) / static_cast<double>(rounds * batch);
             }};
 }
 
@@ -125,6 +170,38 @@ Lines stateChange(const Options& options) {
     return lines;
 }
 
+Lines observe1000(const Options& options) {
+    constexpr std::size_t batch = 1000;
+    return compare({.row = "observe-1000",
+                    .ours = {"", observers(batch)},
+                    .peers = {signalHandlers(batch)},
+                    .required = Requirement::atMostTimes(1),
+                    .limit = {},
+                    .note = "one added and removed"},
+                   options);
+}
+
+Lines observe100000(const Options& options) {
+    constexpr std::size_t batch = 100000;
+    constexpr double tolerance = 3;  // beside a thousand, which the caches hold
+    auto lines = compare({.row = "observe-100000",
+                          .ours = {"", observers(batch)},
+                          .peers = {signalHandlers(batch)},
+                          .required = Requirement::atMostTimes(1),
+                          .limit = {},
+                          .note = "one added and removed"},
+                         options);
+    const auto more = compare({.row = "observe-100000",
+                               .ours = {"", observers(batch)},
+                               .peers = {{"1000", observers(1000)}},
+                               .required = Requirement::atMostTimes(tolerance),
+                               .limit = {},
+                               .note = {}},
+                              options);
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
 Lines newFolderEntry(const Options& options) {
     return linear(
         "new-folder-entry",
@@ -155,6 +232,43 @@ Lines decode1000Entries(const Options& options) {
             };
         },
         options);
+}
+
+Lines encode1000Entries(const Options& options) {
+    constexpr std::size_t batches[] = {10, 1000, 10000};
+    constexpr double tolerance = 1.5;  // more memory is touched
+    const auto encodes = [](std::size_t batch) -> std::function<double(std::size_t)> {
+        std::vector<std::shared_ptr<MVAclEntry>> entries(batch);
+        for (auto& entry : entries)
+            entry = MVAclEntry::newEntryForDirectory(true);
+        return [entries, batch](std::size_t count) {
+            const auto rounds = (count + batch - 1) / batch;
+            const auto time = timed([&] {
+                for (std::size_t round = 0; round < rounds; ++round) {
+                    NSKeyedArchiver coder;
+                    coder.encodeObjects(entries, "entries");
+                    keep(coder.finishEncoding());
+                }
+            });
+            return time * static_cast<double>(count) / static_cast<double>(rounds * batch);
+        };
+    };
+    Lines lines;
+    for (const auto batch : batches) {
+        Comparison comparison{.row = "encode-1000-entries " + std::to_string(batch),
+                              .ours = {"", encodes(batch)},
+                              .peers = {},
+                              .required = {},
+                              .limit = {},
+                              .note = {}};
+        if (batch != batches[0]) {
+            comparison.peers.push_back({std::to_string(batches[0]), encodes(batches[0])});
+            comparison.required = Requirement::atMostTimes(tolerance);
+        }
+        auto measured = compare(comparison, options);
+        std::move(measured.begin(), measured.end(), std::back_inserter(lines));
+    }
+    return lines;
 }
 
 Lines convertEntry(const Options& options) {

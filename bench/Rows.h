@@ -19,8 +19,11 @@ Lines archiveEncodeEntry(const Options& options);
 Lines archiveDecodeEntry(const Options& options);
 
 Lines stateChange(const Options& options);
+Lines observe1000(const Options& options);
+Lines observe100000(const Options& options);
 Lines newFolderEntry(const Options& options);
 Lines decode1000Entries(const Options& options);
+Lines encode1000Entries(const Options& options);
 Lines convertEntry(const Options& options);
 
 Lines sizeText(const Options& options);
