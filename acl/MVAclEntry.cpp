@@ -235,6 +235,9 @@ void MVAclEntry::encodeWithCoder(NSKeyedArchiver& coder) const {
     coder.encodeInt32(tag_, "tag");
     coder.encodeObjects(permissions_, "permissions");
     coder.encodeBool(inherited_, "inherited");
+    // A key that peers which do not know of it leave alone.
+    if (origin_)
+        coder.encodeObject(origin_.get(), "origin");
 }
 
 std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
@@ -246,8 +249,11 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
     // A permission's class is listed for what the nodes hold; in the array itself it is refused.
     auto permissions = coder.decodeObjects<MVTreeNode>("permissions", classes);
     const bool inherited = coder.decodeBool("inherited");
+    static const auto& originClasses = *new NSClassSet{&MVAclOrigin::classObject()};
+    auto origin = coder.decodeObject("origin", originClasses);
     auto entry = coder.makeObject<MVAclEntry>(Private());
     entry->setUp(uuid, tag, std::move(permissions), inherited);
+    entry->setOrigin(std::static_pointer_cast<const MVAclOrigin>(std::move(origin)));
     return entry;
 }
 

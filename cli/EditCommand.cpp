@@ -1,5 +1,7 @@
 #include "EditCommand.h"
 
+#include <MorvaneOperation/EntryLosses.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -39,10 +41,28 @@ EntryList inOrderOfEvaluation(const EntryList& edited, const EntryList& original
     return result;
 }
 
+/// `error`, with the entries of its losses counted as `seen` shows them. `sent` is what was
+/// refused.
+NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& sent, const EntryList& seen) {
+    const auto losses = lossesOfError(*error);
+    if (losses.empty() || losses.size() == maxLossesCarried)
+        return error;
+    std::vector<std::size_t> numbers;
+    for (const auto& entry : sent) {
+        const auto found = std::find(seen.begin(), seen.end(), entry);
+        numbers.push_back(found == seen.end() ? 0
+                                              : static_cast<std::size_t>(found - seen.begin()) + 1);
+    }
+    auto userInfo = error->userInfo();
+    userInfo[NSLocalizedDescriptionKey] = "The file system cannot hold the whole list. " +
+                                          textOfLosses(textsOfLosses(losses, numbers));
+    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
+}
+
 Outcome refusal(const NSError& error, const EditOptions& options) {
     auto message = failureMessage("cannot change the access-control list of", options.path, error,
                                   Effect::changes);
-    if (!options.lossy && error.domain() == NSPOSIXErrorDomain && error.code() == EOPNOTSUPP)
+    if (!options.lossy && !lossesOfError(error).empty())
         message += "  --lossy accepts the nearest list.\n";
     return {exitCodeOf(error), {}, std::move(message)};
 }
@@ -86,9 +106,10 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
         auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
         if (options.dryRun || lossy) {
             NSErrorRef error;
+            const auto sent = entries;
             entries = item.afterWriting(entries, lossy, &error);
             if (error)
-                return refusal(*error, options);
+                return refusal(*countedAsSeen(error, sent, editor.entries()), options);
         }
         if (options.dryRun) {
             sortCanonically(entries);

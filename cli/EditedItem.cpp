@@ -38,7 +38,8 @@ bool hasBox(const AccessAnswer& answer, std::uint32_t permission) {
 EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
     : url_(std::move(url)),
       access_(std::move(access)),
-      isFolder_(kindToldBy(list)),
+      itemList_(ItemList::asRead(list)),
+      isFolder_(itemList_ ? itemList_->item().isDirectory : kindToldBy(list)),
       ownership_(ownershipToldBy(list)) {}
 
 bool EditedItem::isFolder(NSErrorRef* error) {
@@ -57,6 +58,10 @@ bool EditedItem::isFolder(NSErrorRef* error) {
 }
 
 EntryList EditedItem::afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error) {
+    if (itemList_) {
+        *error = itemList_->whyNot(entries, lossy);
+        return *error ? EntryList() : itemList_->nearest(entries);
+    }
     const bool folder = isFolder(error);
     if (*error)
         return {};

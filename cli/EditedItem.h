@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
@@ -34,6 +35,8 @@ class EditedItem {
   private:
     NSURL url_;
     AccessSource access_;
+    /// Empty if the service does not tell what it has read from.
+    std::optional<ItemList> itemList_;
     std::optional<bool> isFolder_;
     /// Empty for an allow/deny list.
     std::optional<PosixOwnership> ownership_;

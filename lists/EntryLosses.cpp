@@ -16,9 +16,6 @@ namespace {
 /// More than a list of 1024 entries that came from boxes can lose: only what somebody has made up
 /// is not told in full.
 constexpr std::size_t maxLossesTold = 8192;
-/// As values go those that somebody may look at one by one.
-constexpr std::size_t maxLossesCarried = 1024;
-
 NSErrorRef errorOf(const EntryLoss& loss) {
     return NSError::errorWithDomain(MVEntryLossDomain, static_cast<std::int64_t>(loss.reason),
                                     {{NSLocalizedDescriptionKey, loss.text()},
@@ -55,7 +52,7 @@ std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
     std::vector<std::string> texts;
     for (const auto& loss : losses) {
         const auto who =
-            loss.entry < numbers.size()
+            loss.entry < numbers.size() && numbers[loss.entry] != 0
                 ? "entry " + std::to_string(numbers[loss.entry]) + " (" + loss.who + ")"
                 : loss.who;
         texts.push_back(who + ": " + loss.text());

@@ -1,13 +1,12 @@
 #include <MorvaneOperation/InheritedAcl.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
-#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
-#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 #include <variant>
+
+#include "EntryCopies.h"
 
 namespace morvane {
 namespace {
@@ -17,17 +16,8 @@ using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
 /// Nodes are shared by the conversions, so each one gets entries of its own.
 Entries copiesOf(const Entries& entries) {
     Entries copies;
-    for (const auto& entry : entries) {
-        NSErrorRef error;
-        auto copy = NSKeyedUnarchiver::unarchivedObjectOfClasses(
-            {&MVAclEntry::classObject(), &MVTreeNode::classObject(),
-             &MVAclPermission::classObject()},
-            NSKeyedArchiver::archivedDataWithRootObject(*entry), &error);
-        if (!copy)
-            throw std::invalid_argument(error ? error->localizedDescription()
-                                              : "an entry cannot be copied");
-        copies.push_back(std::static_pointer_cast<MVAclEntry>(std::move(copy)));
-    }
+    for (const auto& entry : entries)
+        copies.push_back(copyOf(*entry));
     return copies;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <limits>
 #include <map>
 #include <string>
@@ -449,6 +450,35 @@ void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
 
 }  // namespace
 
+NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
+    const auto error = [&](int code, std::string text, const char* suggestion) {
+        return NSError::errorWithDomain(
+            NSPOSIXErrorDomain, code,
+            {{NSURLErrorKey, url},
+             {NSLocalizedDescriptionKey, std::move(text)},
+             {NSLocalizedRecoverySuggestionErrorKey, std::string(suggestion)}});
+    };
+    switch (fit) {
+        case PosixAclFit::tooManyNames:
+            return error(E2BIG,
+                         "A list holds at most " + std::to_string(maxPosixNames) +
+                             " users and groups, and these entries name more.",
+                         "Nothing was changed. Put users into groups, and name the groups.");
+        case PosixAclFit::modeOnly:
+            return error(
+                EOPNOTSUPP,
+                "The file system keeps no lists: there are the owner, the owning group and "
+                "everyone, and nothing for what is made inside.",
+                "Nothing was changed. Remove the other entries, or move the item to a file "
+                "system with lists.");
+        case PosixAclFit::cancelled:
+            return NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED, {{NSURLErrorKey, url}});
+        case PosixAclFit::fits:
+            break;
+    }
+    return nullptr;
+}
+
 PosixAclReduction reduceToPosixAcl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                    const PosixAclTarget& target) {
     auto [statements, losses] =
@@ -478,6 +508,12 @@ PosixAclReduction reduceToPosixAcl(const std::vector<std::shared_ptr<MVAclEntry>
     if (memberships.isCancelled()) {
         result.fit = PosixAclFit::cancelled;
         return result;
+    }
+    const auto& list = result.acl.access;
+    if (target.old && !target.old->hasLists) {
+        result.acl.hasLists = false;
+        if (list.mask || result.acl.defaults)
+            result.fit = PosixAclFit::modeOnly;
     }
     std::stable_sort(losses.begin(), losses.end(),
                      [](const EntryLoss& a, const EntryLoss& b) { return a.entry < b.entry; });

@@ -225,6 +225,14 @@ class Taking {
 
 }  // namespace
 
+std::uint32_t posixBoxesWith(std::uint32_t box, bool isDirectory) {
+    for (const auto boxes : {readBoxes, writeBoxes(isDirectory)}) {
+        if ((box & boxes) != 0)
+            return boxes;
+    }
+    return box;
+}
+
 PosixStatements posixStatementsOf(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                   std::uint32_t owner, std::uint32_t group, bool isDirectory) {
     return Taking(entries, owner, group, isDirectory).run();

@@ -36,4 +36,7 @@ struct PosixStatements {
 PosixStatements posixStatementsOf(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                   std::uint32_t owner, std::uint32_t group, bool isDirectory);
 
+/// The box with those that it can be stored with only.
+std::uint32_t posixBoxesWith(std::uint32_t box, bool isDirectory);
+
 }  // namespace morvane

@@ -52,20 +52,6 @@ std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRu
     return ItemWithAcl{std::move(opened), std::move(std::get<Nfs4Item>(native))};
 }
 
-NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
-    switch (fit) {
-        case PosixAclFit::tooManyNames:
-            return posixError(E2BIG, url,
-                              "A list holds at most " + std::to_string(maxPosixNames) +
-                                  " users and groups, and these entries name more.",
-                              "Nothing was changed. Put users into groups, and name the groups.");
-        case PosixAclFit::cancelled:
-            return posixError(ECANCELED, url);
-        default:
-            return nullptr;
-    }
-}
-
 Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                          const Nfs4Item& old) {
     return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
@@ -109,6 +95,30 @@ std::string whyPosixAclIsRefused(int code, const AclItem& item, const PosixAcl& 
            std::to_string(system.f_frsize) + " bytes, where each of them takes 8.";
 }
 
+/// What the entries of the item tell of where they were read.
+std::shared_ptr<const MVAclOrigin> originOf(const std::variant<PosixAcl, Nfs4Item>& acl,
+                                            const NSURL& url) {
+    if (const auto* native = std::get_if<Nfs4Item>(&acl)) {
+        const auto& target = native->target;
+        return MVAclOrigin::initWithValues({url, target.isDirectory, target.owner, target.group,
+                                            MVAclStorage::nfs4, digestOf(native->acl, target)});
+    }
+    const auto& list = std::get<PosixAcl>(acl);
+    return MVAclOrigin::initWithValues({url, list.isDirectory, list.owner, list.group,
+                                        list.hasLists ? MVAclStorage::posix : MVAclStorage::mode,
+                                        digestOf(list)});
+}
+
+/// Whether entries that were read from this item were read from another list. (Those that were read
+/// from another item are a copy, and no edit.)
+bool wereReadBefore(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                    const MVAclOrigin::Values& now) {
+    return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+        const auto& origin = entry->origin();
+        return origin && origin->values().url == now.url && origin->values().digest != now.digest;
+    });
+}
+
 }  // namespace
 
 AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
@@ -116,13 +126,18 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return {{}, *error};
     const auto& acl = std::get<ItemWithAcl>(found).acl;
-    if (const auto* native = std::get_if<Nfs4Item>(&acl))
-        return {entriesOfNfs4Acl(native->acl, native->target, systemNfs4Names()), nullptr};
-    return {entriesOfPosixAcl(std::get<PosixAcl>(acl)), nullptr};
+    const auto* native = std::get_if<Nfs4Item>(&acl);
+    auto entries = native ? entriesOfNfs4Acl(native->acl, native->target, systemNfs4Names())
+                          : entriesOfPosixAcl(std::get<PosixAcl>(acl));
+    const auto origin = originOf(acl, url);
+    for (const auto& entry : entries)
+        entry->setOrigin(origin);
+    return {std::move(entries), nullptr};
 }
 
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                              const NSURL& url, const PathRule& rule) {
+                              const NSURL& url, const PathRule& rule,
+                              const std::function<bool()>& goesOn) {
     auto found = openWithAcl(url, rule);
     if (const auto* error = std::get_if<NSErrorRef>(&found))
         return *error;
@@ -131,6 +146,14 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return posixError(code, url,
                           "Only files and folders are changed on behalf of another user, and a "
                           "file with several names only for its owner.");
+    if (wereReadBefore(entries, originOf(old, url)->values()))
+        return NSError::errorWithDomain(
+            MVAclErrorDomain, MVAclChanged,
+            {{NSURLErrorKey, url},
+             {NSLocalizedDescriptionKey, std::string("The list has changed since it was read.")},
+             {NSLocalizedRecoverySuggestionErrorKey,
+              std::string("Nothing was changed. Read it again, and make the change on what it is "
+                          "now.")}});
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
@@ -138,7 +161,9 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return writeNative(item, *native, wanted.acl, url);
     }
     const auto& list = std::get<PosixAcl>(old);
-    const auto wanted = reduceToPosixAcl(entries, PosixAclTarget::of(list));
+    auto target = PosixAclTarget::of(list);
+    target.goesOn = goesOn;
+    const auto wanted = reduceToPosixAcl(entries, target);
     if (const auto error = errorOfFit(wanted.fit, url))
         return error;
     if (!wanted.losses.empty())

@@ -6,6 +6,7 @@
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -27,8 +28,12 @@ AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
 /// system cannot hold is refused with an error that names each entry and box that would be lost.
 /// After an error the item has the list that it had, but for EREMOTEIO: the server of a network
 /// mount has made another list of it, and the error's text tells the difference.
+/// Entries that were read from this item when its list was another are refused with MVAclChanged.
+/// (Between this look and the write another program may still change it: the system has no write
+/// that compares.) `goesOn` is asked now and then; false ends the work before the write.
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
-                              const NSURL& url, const PathRule& rule = {});
+                              const NSURL& url, const PathRule& rule = {},
+                              const std::function<bool()>& goesOn = {});
 
 struct AclAccessAnswer {
     /// The groups "Read", "Write" and "Administration" with their boxes.

@@ -145,7 +145,8 @@ std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item, Attribu
                     .group = status.st_gid,
                     .isDirectory = S_ISDIR(status.st_mode),
                     .access = {},
-                    .defaults = std::nullopt};
+                    .defaults = std::nullopt,
+                    .hasLists = true};
     if (const AclHandle access{acl_get_file(name.c_str(), ACL_TYPE_ACCESS)}) {
         auto list = listOfAcl(access.get());
         if (!list)
@@ -153,6 +154,7 @@ std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item, Attribu
         result.access = std::move(*list);
     } else if (errno == EOPNOTSUPP) {
         result.access = listOfMode(status.st_mode);
+        result.hasLists = false;
         return result;
     } else {
         return AclReadFailure{errno};

@@ -57,7 +57,7 @@ MORVANE_EXPORT EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry,
                                   EntryLossReason reason, std::string box, std::string why);
 
 /// "entry 3 (allow user bob): "Delete": ..." for each. `numbers` tells for each entry which one it
-/// is where people see it, from 1; without it, "allow user bob: ...".
+/// is where people see it, from 1; without it, or with 0, "allow user bob: ...".
 MORVANE_EXPORT std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
                                                       const std::vector<std::size_t>& numbers = {});
 /// "It would lose: ...; ....", with all of `texts`.
@@ -74,6 +74,8 @@ MORVANE_EXPORT NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
                                         const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                         const NSURL& url);
 
+/// As many losses go with an error as values; its text names more.
+inline constexpr std::size_t maxLossesCarried = 1024;
 /// The losses that `error` carries; empty if it is another error.
 MORVANE_EXPORT std::vector<EntryLoss> lossesOfError(const NSError& error);
 

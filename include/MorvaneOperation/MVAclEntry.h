@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/MVTreeNode.h>
 #include <MorvaneOperation/platform/foundation/NSKeyValueObserving.h>
 #include <MorvaneOperation/platform/foundation/NSNotificationCenter.h>
@@ -120,6 +121,10 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     const std::string& applicableTo() const { return applicableTo_; }
     void setApplicableTo(std::string text);
 
+    /// The list that the entry was read from; null for one that was not read. Not observed.
+    const std::shared_ptr<const MVAclOrigin>& origin() const { return origin_; }
+    void setOrigin(std::shared_ptr<const MVAclOrigin> origin) { origin_ = std::move(origin); }
+
     /// Whether the first group has boxes; a flat entry's has none.
     bool isAcl() const;
     /// Entries in descending order of it are in canonical order: explicit before inherited, deny
@@ -192,6 +197,7 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     Permissions permissions_;
     CBIdentityRef identity_;
     std::string applicableTo_;
+    std::shared_ptr<const MVAclOrigin> origin_;
     // What is observed, though a host may have taken nodes out of the tree meanwhile.
     NSTreeNode::Children observedNodes_;
     NSNotificationCenter::Observation identitiesObservation_;

@@ -4,7 +4,9 @@
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVAuthorization.h>
 #include <MorvaneOperation/MVConnectResponder.h>

@@ -49,6 +49,9 @@ MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const N
                                                                          const Nfs4Target& target,
                                                                          const Nfs4Names& names);
 
+/// Tells one content of a list, owner and group included, from another.
+MORVANE_EXPORT std::string digestOf(const Nfs4Acl& acl, const Nfs4Target& target);
+
 struct Nfs4Replacement {
     Nfs4Acl acl;
     /// What of the entries `acl` does not hold; empty if it holds them all.

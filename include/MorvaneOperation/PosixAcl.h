@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 /// The access-control list of an item of a local file system, as values.
@@ -69,8 +70,13 @@ struct PosixAcl {
     PosixList access;
     /// What new items in a folder start with.
     std::optional<PosixList> defaults;
+    /// False on a file system that keeps the rights of the mode alone.
+    bool hasLists = true;
 
     bool operator==(const PosixAcl&) const = default;
 };
+
+/// Tells one content of a list, owner and group included, from another.
+MORVANE_EXPORT std::string digestOf(const PosixAcl& acl);
 
 }  // namespace morvane

@@ -51,6 +51,8 @@ enum class PosixAclFit {
     fits,
     /// More users and groups than maxPosixNames: nothing was worked out.
     tooManyNames,
+    /// The file system keeps the rights of the mode alone, and the list is more than that.
+    modeOnly,
     /// goesOn() said no: nothing was worked out.
     cancelled,
 };
@@ -62,6 +64,9 @@ struct PosixAclReduction {
     /// What of the entries `acl` does not hold. Empty if it holds them all.
     std::vector<EntryLoss> losses;
 };
+
+/// The error for a list that does not fit at all, for the item at `url`; null if it fits.
+MORVANE_EXPORT NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url);
 
 MORVANE_EXPORT PosixAclReduction reduceToPosixAcl(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAclTarget& target);

@@ -88,5 +88,57 @@ TEST_F(AclRequestsOnBehalf, AFileWithSeveralNamesIsChangedForItsOwnerOnly) {
     EXPECT_FALSE(rewrite(folder_ / "file", getuid()));
 }
 
+class AclRequestsOfAFile : public AclRequestsOnBehalf {
+  protected:
+    AclRequestsOfAFile() {
+        std::ofstream(folder_ / "file");
+        chmod((folder_ / "file").c_str(), 0640);
+    }
+
+    const NSURL file_ = NSURL::fileURLWithPath((folder_ / "file").string());
+};
+
+TEST_F(AclRequestsOfAFile, EntriesTellWhatTheyWereReadFrom) {
+    const auto answer = aclEntriesOfUrl(file_);
+    ASSERT_EQ(answer.entries.size(), 3U);
+    const auto& item = answer.entries[2]->origin()->values();
+    EXPECT_EQ(item.url, file_);
+    EXPECT_FALSE(item.isDirectory);
+    EXPECT_EQ(item.owner, getuid());
+    EXPECT_EQ(item.group, getgid());
+    EXPECT_EQ(item.digest.size(), 32U);
+    EXPECT_TRUE(aclEntriesOfUrl(NSURL::fileURLWithPath(folder_.string()))
+                    .entries[0]
+                    ->origin()
+                    ->values()
+                    .isDirectory);
+}
+
+TEST_F(AclRequestsOfAFile, AListThatHasChangedSinceItWasReadIsNotReplaced) {
+    const auto answer = aclEntriesOfUrl(file_);
+    chmod(file_.path().c_str(), 0600);
+    const auto error = setAclEntriesOfUrl(answer.entries, file_);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->domain(), MVAclErrorDomain);
+    EXPECT_EQ(error->code(), MVAclChanged);
+    EXPECT_EQ(error->localizedDescription(), "The list has changed since it was read.");
+    struct stat status {};
+    stat(file_.path().c_str(), &status);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    // Read again it can be written.
+    EXPECT_EQ(setAclEntriesOfUrl(aclEntriesOfUrl(file_).entries, file_), nullptr);
+}
+
+TEST_F(AclRequestsOfAFile, EntriesOfAnotherItemOrOfNoneAreWritten) {
+    const auto copied = aclEntriesOfUrl(NSURL::fileURLWithPath("/etc/passwd"));
+    ASSERT_EQ(copied.error, nullptr);
+    EXPECT_EQ(setAclEntriesOfUrl(copied.entries, file_), nullptr);
+    auto own = aclEntriesOfUrl(file_).entries;
+    chmod(file_.path().c_str(), 0600);
+    for (const auto& entry : own)
+        entry->setOrigin(nullptr);
+    EXPECT_EQ(setAclEntriesOfUrl(own, file_), nullptr);
+}
+
 }  // namespace
 }  // namespace morvane

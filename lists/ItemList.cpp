@@ -1,0 +1,154 @@
+#include <MorvaneOperation/ItemList.h>
+#include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
+#include <MorvaneOperation/acl_perms.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "EntryCopies.h"
+#include "PosixStatements.h"
+
+namespace morvane {
+
+namespace {
+
+/// What an allow/deny list cannot hold. It names by number whom it has not named so far.
+std::vector<EntryLoss> nfs4Losses(const ItemList::Entries& entries, const MVAclOrigin::Values& item,
+                                  const std::vector<NSUUID>& known) {
+    static const Nfs4Names nobody{
+        [](const std::string&, bool) -> std::optional<CBPosixIdentity> { return std::nullopt; },
+        [](const CBPosixIdentity&) -> std::optional<std::string> { return std::nullopt; }};
+    auto losses =
+        nfs4AclOfEntries(entries, {}, {item.owner, item.group, item.isDirectory}, nobody).losses;
+    std::erase_if(losses, [&](const EntryLoss& loss) {
+        const auto& uuid = entries[loss.entry]->uuid();
+        return loss.reason == EntryLossReason::nobody && uuid &&
+               std::find(known.begin(), known.end(), *uuid) != known.end();
+    });
+    return losses;
+}
+
+}  // namespace
+
+std::optional<ItemList> ItemList::asRead(const Entries& entries) {
+    const auto first = std::find_if(entries.begin(), entries.end(),
+                                    [](const auto& entry) { return entry->origin() != nullptr; });
+    if (first == entries.end())
+        return std::nullopt;
+    ItemList list((*first)->origin());
+    const auto& item = list.item();
+    if (item.storage == MVAclStorage::nfs4) {
+        for (const auto& entry : entries) {
+            if (entry->uuid())
+                list.known_.push_back(*entry->uuid());
+        }
+    } else {
+        // As they were read, users come before groups: who is in which makes no difference.
+        PosixAclTarget target{item.owner, item.group, item.isDirectory};
+        target.groupsOf = [](std::uint32_t) { return std::vector<std::uint32_t>{}; };
+        list.posix_ = reduceToPosixAcl(entries, target).acl;
+        list.posix_->hasLists = item.storage == MVAclStorage::posix;
+    }
+    return list;
+}
+
+bool ItemList::holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const {
+    const auto* permission = MVTreeNode::permissionOf(box);
+    if (!permission || !posix_ || !entry.isAcl())
+        return permission != nullptr;
+    if (!posix_->hasLists && !isOfTheBase(entry))
+        return false;
+    const auto probe = copyOf(entry);
+    probe->setInherited(false);
+    const auto bit = static_cast<std::uint32_t>(permission->permission());
+    const auto wanted = posixBoxesWith(bit, posix_->isDirectory);
+    const auto& groups = entry.permissions();
+    for (std::size_t i = 0; i != groups.size(); ++i) {
+        const bool isGroup = groups[i].get() == &box;
+        if (i >= permissionGroups) {
+            if (isGroup || groups[i].get() == box.parentNode())
+                return posix_->hasLists || (!isGroup && bit == ACL_ENTRY_ONLY_INHERIT);
+            continue;
+        }
+        for (const auto& node : probe->permissions()[i]->childNodes()) {
+            const auto* other = MVTreeNode::permissionOf(*node);
+            const bool goesWithIt = box.parentNode() && other &&
+                                    (static_cast<std::uint32_t>(other->permission()) & wanted) != 0;
+            MVTreeNode::setStateOf(*node, isGroup || goesWithIt ? MVStateOn : MVStateOff);
+        }
+    }
+    return holds(probe);
+}
+
+bool ItemList::holdsChoice(const MVAclEntry& entry, std::int64_t code) const {
+    const auto& offered = entry.permissionGroups();
+    if (code == MVAclGroupCustom ||
+        std::find(offered.begin(), offered.end(), code) == offered.end())
+        return false;
+    if (!posix_ || !entry.isAcl())
+        return true;
+    if (!posix_->hasLists && !isOfTheBase(entry))
+        return false;
+    const auto probe = copyOf(entry);
+    probe->setInherited(false);
+    probe->setPermissionGroup(code);
+    return holds(probe);
+}
+
+bool ItemList::holds(const std::shared_ptr<MVAclEntry>& probe) const {
+    const auto losses =
+        posixStatementsOf({probe}, posix_->owner, posix_->group, posix_->isDirectory).losses;
+    return std::none_of(losses.begin(), losses.end(), [](const EntryLoss& loss) {
+        return loss.reason == EntryLossReason::box || loss.reason == EntryLossReason::half ||
+               loss.reason == EntryLossReason::always || loss.reason == EntryLossReason::nobody;
+    });
+}
+
+bool ItemList::isOfTheBase(const MVAclEntry& entry) const {
+    const auto who =
+        entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
+    return who && (*who == CBPosixIdentity{CBPosixUser{posix_->owner}} ||
+                   *who == CBPosixIdentity{CBPosixGroup{posix_->group}} ||
+                   *who == CBPosixIdentity{CBEveryone{}});
+}
+
+std::vector<EntryLoss> ItemList::losses(const Entries& entries) const {
+    return posix_ ? reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).losses
+                  : nfs4Losses(entries, item(), known_);
+}
+
+ItemList::Entries ItemList::nearest(const Entries& entries) const {
+    Entries result;
+    if (posix_) {
+        result = entriesOfPosixAcl(reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).acl);
+    } else {
+        const auto losses = nfs4Losses(entries, item(), known_);
+        for (std::size_t i = 0; i != entries.size(); ++i) {
+            if (std::none_of(losses.begin(), losses.end(), [&](const EntryLoss& loss) {
+                    return loss.entry == i && loss.box.empty();
+                }))
+                result.push_back(entries[i]);
+        }
+    }
+    for (const auto& entry : result)
+        entry->setOrigin(origin_);
+    return result;
+}
+
+NSErrorRef ItemList::whyNot(const Entries& entries, bool lossy) const {
+    std::vector<EntryLoss> lost;
+    if (posix_) {
+        auto reduced = reduceToPosixAcl(entries, PosixAclTarget::of(*posix_));
+        if (auto error = errorOfFit(reduced.fit, item().url))
+            return error;
+        lost = std::move(reduced.losses);
+    } else {
+        lost = nfs4Losses(entries, item(), known_);
+    }
+    return lossy || lost.empty() ? nullptr : errorOfLosses(lost, entries, item().url);
+}
+
+}  // namespace morvane
