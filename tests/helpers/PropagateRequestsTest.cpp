@@ -567,8 +567,8 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
     /// Replaces what is beside the first file that it is to write by a link out of the tree.
     class Swapping final : public InheritedWriter {
       public:
-        Swapping(const std::string& top, const std::string& target, std::vector<ino_t>& written)
-            : top_(top), target_(target), written_(written) {}
+        Swapping(std::string top, std::string target, std::vector<ino_t>& written)
+            : top_(std::move(top)), target_(std::move(target)), written_(written) {}
         int write(const OpenItem&, const struct stat& status, std::size_t) const override {
             written_.push_back(status.st_ino);
             for (const auto* const name : {"/file", "/program"}) {
@@ -581,16 +581,16 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
         }
 
       private:
-        const std::string& top_;
-        const std::string& target_;
+        const std::string top_;
+        const std::string target_;
         std::vector<ino_t>& written_;
     };
     fs::remove_all(top_ + "/sub");
-    const auto elsewhere = outside_ + "/elsewhere";
-    makeFile(elsewhere);
+    makeFile(outside_ + "/elsewhere");
     std::vector<ino_t> written;
     AclPropagation propagation;
-    propagation.run(Swapping(top_, elsewhere, written), opened(top_), top_);
+    // By a way that leads to no other mount, which would be refused as such.
+    propagation.run(Swapping(top_, "../elsewhere", written), opened(top_), top_);
     EXPECT_EQ(written.size(), 1U);
     EXPECT_EQ(propagation.failures().count, 0U);
 }
