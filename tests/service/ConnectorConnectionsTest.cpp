@@ -203,6 +203,8 @@ TEST_F(MVConnectorWithServices, BothConnectionsAreResumed) {
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code(), NSXPCConnectionInvalid);
     }
+    std::unique_lock lock(mutex);
+    ASSERT_TRUE(logged.wait_for(lock, watchdog, [this] { return log.size() == 2; }));
 }
 
 TEST_F(MVConnectorWithServices, AnInterruptedConnectionStaysHeld) {
@@ -227,6 +229,8 @@ TEST_F(MVConnectorWithServices, ThePrivilegedConnectionLooksForItsSocketWhereOnl
     EXPECT_EQ(reason->localizedDescription(),
               "The service's socket \"/run/" + std::string(MVPrivilegedHelperName) +
                   ".sock\" cannot be used: No such file or directory.");
+    std::unique_lock lock(mutex);
+    ASSERT_TRUE(logged.wait_for(lock, watchdog, [this] { return log.size() == 1; }));
 }
 
 }  // namespace
