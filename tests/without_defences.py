@@ -50,6 +50,8 @@ PROGRAMS = {
     "install_helper": ("privileged_helper",),
     "PosixAclReader": ("posix_acl_test",),
     "AclRequestsOnBehalf": ("posix_acl_test",),
+    "AclRequestsOfAFile": ("posix_acl_test",),
+    "PosixAclReduction": ("lists_test",),
     "PropagateRequests": ("propagate_requests_test",),
     "RenameRequests": ("rename_requests_test",),
     "Nfs4Storing": ("nfs4_storing_test",),
@@ -82,6 +84,22 @@ PROGRAMS = {
 
 # Several rows for a defence that can be taken away in several ways.
 DEFENCES = (
+    # Lists.
+    Defence("A list that has changed since it was read is not replaced.",
+            "helpers/common/AclRequests.cpp",
+            "origin->values().digest != now.digest;",
+            "false;",
+            ("AclRequestsOfAFile.AListThatHasChangedSinceItWasReadIsNotReplaced",)),
+    Defence("More names than a list holds are refused before anybody is looked up.",
+            "lists/PosixAclReduction.cpp",
+            "return users_.size() + groups_.size() <= maxPosixNames;",
+            "return true;",
+            ("PosixAclReduction.MoreNamesThanAListHoldsAreRefusedBeforeAnybodyIsLookedUp",)),
+    Defence("A new mask lets nothing through that the old one held back.",
+            "lists/PosixAclReduction.cpp",
+            "rights = rights | (stored - mask);",
+            "rights = rights | stored;",
+            ("PosixAclReduction.ANewMaskLetsNothingThroughThatTheOldOneHeldBack",)),
     # Paths.
     Defence("No symbolic link on the way is followed for another user.",
             "helpers/items/ItemPath.cpp",
