@@ -2,6 +2,11 @@
 
 #include <MorvaneOperation/MVFileResponse.h>
 
+#include <algorithm>
+#include <functional>
+#include <set>
+#include <utility>
+
 #include "AclRequests.h"
 #include "DirectoryRequests.h"
 #include "PropagateRequests.h"
@@ -9,6 +14,12 @@
 #include "SizeRequests.h"
 
 namespace morvane {
+namespace {
+
+/// More are work that takes long.
+constexpr std::size_t itemsRenamedAtOnce = 64;
+
+}  // namespace
 
 void FileRequestHandler::outliveExceptions() {
     NSSetUncaughtExceptionHandler([](const NSUncaughtException&) {});
@@ -39,7 +50,12 @@ std::shared_ptr<FileRequestHandler> FileRequestHandler::forPrivilegedClient(
 }
 
 FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule)
-    : client_(std::move(client)), rule_(rule) {}
+    : client_(std::move(client)),
+      rule_(rule),
+      owner_{rule.onBehalfOf ? std::int64_t{*rule.onBehalfOf} : 0, this},
+      writes_(std::make_shared<WriteOrder>([owner = owner_](std::function<void()> write) {
+          LongWork::run(LongWork::shared(), owner, std::move(write));
+      })) {}
 
 void FileRequestHandler::getAclEntriesWithUrl(
     NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) {
@@ -56,31 +72,56 @@ void FileRequestHandler::getAclAccessWithUrl(
 
 void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
                                        NSXPCReply<NSErrorRef> reply) {
-    reply(setAclEntriesOfUrl(entries, url, rule_));
+    std::set<std::string> paths{url.path()};
+    WriteOrder::begin(writes_, std::move(paths),
+                      [rule = rule_, entries = std::move(entries), url = std::move(url),
+                       reply = std::move(reply)](const WriteOrder::Token&) {
+                          reply(setAclEntriesOfUrl(entries, url, rule));
+                      });
 }
 
 void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries,
                                              NSURL url, NSXPCReply<NSErrorRef> reply) {
-    longWork_->async([client = client_, rule = rule_, entries = std::move(entries),
-                      url = std::move(url), reply = std::move(reply)] {
-        reply(propagateAclEntriesBelow(entries, url, client, rule));
-    });
+    std::set<std::string> paths{url.path()};
+    WriteOrder::begin(writes_, std::move(paths),
+                      [owner = owner_, client = client_, rule = rule_, entries = std::move(entries),
+                       url = std::move(url), reply = std::move(reply)](WriteOrder::Token token) {
+                          LongWork::run(
+                              LongWork::shared(), owner,
+                              [client, rule, entries, url, reply, token = std::move(token)] {
+                                  reply(propagateAclEntriesBelow(entries, url, client, rule));
+                              });
+                      });
 }
 
 void FileRequestHandler::renameUrls(
     std::vector<NSURL> urls, std::vector<std::string> names,
     NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) {
-    longWork_->async(
-        [rule = rule_, urls = std::move(urls), names = std::move(names), reply = std::move(reply)] {
-            auto answer = renameUrlsTo(urls, names, rule);
-            reply(std::move(answer.urls), std::move(answer.codes), std::move(answer.error));
+    // Old and new names lie in the same folders, of which there are few.
+    std::set<std::string> folders;
+    for (const auto& url : urls)
+        folders.insert(url.path().substr(0, std::max<std::size_t>(url.path().rfind('/'), 1)));
+    const bool isLong = urls.size() > itemsRenamedAtOnce;
+    WriteOrder::begin(
+        writes_, std::move(folders),
+        [isLong, owner = owner_, rule = rule_, urls = std::move(urls), names = std::move(names),
+         reply = std::move(reply)](WriteOrder::Token token) {
+            auto rename = [rule, urls, names, reply, token = std::move(token)] {
+                auto answer = renameUrlsTo(urls, names, rule);
+                reply(std::move(answer.urls), std::move(answer.codes), std::move(answer.error));
+            };
+            if (isLong)
+                LongWork::run(LongWork::shared(), owner, std::move(rename));
+            else
+                rename();
         });
 }
 
 void FileRequestHandler::getSizesWithUrls(
     std::vector<NSURL> urls,
     NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) {
-    longWork_->async(
+    LongWork::run(
+        LongWork::shared(), owner_,
         [client = client_, rule = rule_, urls = std::move(urls), reply = std::move(reply)] {
             auto answer = sizesOfUrls(urls, client, rule);
             reply(std::move(answer.sizes), std::move(answer.error));
@@ -89,10 +130,8 @@ void FileRequestHandler::getSizesWithUrls(
 
 void FileRequestHandler::getContentsOfDirectory(NSURL directory, NSIndexPath,
                                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) {
-    longWork_->async([rule = rule_, directory = std::move(directory), reply = std::move(reply)] {
-        auto answer = contentsOfDirectory(directory, rule);
-        reply(std::move(answer.contents), std::move(answer.error));
-    });
+    auto answer = contentsOfDirectory(directory, rule_);
+    reply(std::move(answer.contents), std::move(answer.error));
 }
 
 }  // namespace morvane

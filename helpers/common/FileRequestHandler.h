@@ -1,7 +1,6 @@
 #pragma once
 
 #include <MorvaneOperation/MVFileRequest.h>
-#include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
 #include <memory>
@@ -9,10 +8,12 @@
 #include <vector>
 
 #include "ItemPath.h"
+#include "LongWork.h"
+#include "WriteOrder.h"
 
-/// Answers the requests of one client, in both service processes. What may take long is done on a
-/// queue of its own, one request after the other, so that the client's answers to callbacks come
-/// through meanwhile.
+/// Answers the requests of one client, in both service processes. What takes long runs beside
+/// everything else, within the limits of LongWork. Writes (lists, propagations, names) that concern
+/// the same item, or one below the other, keep the client's order.
 namespace morvane {
 
 class FileRequestHandler final : public MVFileRequest {
@@ -53,7 +54,8 @@ class FileRequestHandler final : public MVFileRequest {
   private:
     const std::weak_ptr<NSXPCConnection> client_;
     const PathRule rule_;
-    const std::shared_ptr<DispatchQueue> longWork_ = DispatchQueue::serialQueue(nullptr);
+    const LongWork::Owner owner_;
+    const std::shared_ptr<WriteOrder> writes_;
 };
 
 }  // namespace morvane
