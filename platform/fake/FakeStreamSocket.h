@@ -60,12 +60,27 @@ class FakeStreamSocket : public StreamSocket {
         } else if (!in_->changed.wait_until(lock, *deadline, ready)) {
             return 0;
         }
-        const auto count = std::min({into.size(), in_->bytes.size(), receiveAtMost});
-        std::copy_n(in_->bytes.begin(), count, into.begin());
-        in_->bytes.erase(in_->bytes.begin(),
-                         in_->bytes.begin() + static_cast<std::ptrdiff_t>(count));
-        in_->changed.notify_all();
-        return count;
+        return take(into);
+    }
+    std::optional<std::size_t> receiveWithin(std::span<std::uint8_t> into,
+                                             std::chrono::milliseconds time) override {
+        std::unique_lock lock(in_->mutex);
+        if (!in_->changed.wait_for(lock, time, [&] { return !in_->bytes.empty() || in_->ended; }))
+            return std::nullopt;
+        return take(into);
+    }
+    void whenReadable(std::function<void()> reading) override {
+        runOnWorker([in = in_, reading = std::move(reading)] {
+            {
+                std::unique_lock lock(in->mutex);
+                in->changed.wait(lock, [&] { return !in->bytes.empty() || in->ended; });
+            }
+            reading();
+        });
+    }
+    bool isOver() const override {
+        const std::lock_guard lock(in_->mutex);
+        return in_->ended;
     }
 
     /// Waits until the other end has received all that this one sent; false if it does not in time.
@@ -113,6 +128,16 @@ class FakeStreamSocket : public StreamSocket {
     PeerCredentials credentials{1, 0, 0};
 
   private:
+    /// Under the lock.
+    std::size_t take(std::span<std::uint8_t> into) {
+        const auto count = std::min({into.size(), in_->bytes.size(), receiveAtMost});
+        std::copy_n(in_->bytes.begin(), count, into.begin());
+        in_->bytes.erase(in_->bytes.begin(),
+                         in_->bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        in_->changed.notify_all();
+        return count;
+    }
+
     const std::shared_ptr<Pipe> in_;
     const std::shared_ptr<Pipe> out_;
 };

@@ -2,6 +2,7 @@
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 
 #include <algorithm>
@@ -70,23 +71,56 @@ void LinuxStreamSocket::whenReadable(std::function<void()> reading) {
                     });
 }
 
+/// -1 with `errno` set on failure, 0 at the end.
+ssize_t LinuxStreamSocket::receiveOnce(std::span<std::uint8_t> into, int flags) const {
+    iovec vector{into.data(), into.size()};
+    // No room for ancillary data: the kernel closes descriptors that the peer has sent, and says
+    // so.
+    msghdr message{};
+    message.msg_iov = &vector;
+    message.msg_iovlen = 1;
+    const auto count = recvmsg(socket_.get(), &message, flags);
+    return count > 0 && (message.msg_flags & MSG_CTRUNC) != 0 ? 0 : count;
+}
+
 std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadline& deadline) {
     for (;;) {
         if (deadline && !waitFor(POLLIN, deadline))
             return 0;
-        iovec vector{into.data(), into.size()};
-        // No room for ancillary data: the kernel closes descriptors that the peer has sent, and
-        // says so.
-        msghdr message{};
-        message.msg_iov = &vector;
-        message.msg_iovlen = 1;
-        const auto count = recvmsg(socket_.get(), &message, 0);
-        if (count >= 0) {
-            return (message.msg_flags & MSG_CTRUNC) != 0 ? 0 : static_cast<std::size_t>(count);
-        }
+        const auto count = receiveOnce(into, 0);
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
         if (errno != EINTR)
             return 0;
     }
+}
+
+std::optional<std::size_t> LinuxStreamSocket::receiveWithin(std::span<std::uint8_t> into,
+                                                            std::chrono::milliseconds time) {
+    using std::chrono::microseconds;
+    constexpr auto second = microseconds(std::chrono::seconds(1)).count();
+    if (time.count() != 0 && time != receiveTime_) {
+        const auto all = microseconds(time).count();
+        const timeval limit{all / second, all % second};
+        if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0)
+            receiveTime_ = time;
+        else
+            time = time.zero();
+    }
+    for (;;) {
+        const auto count = receiveOnce(into, time.count() == 0 ? MSG_DONTWAIT : 0);
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno == EAGAIN)
+            return std::nullopt;
+        if (errno != EINTR)
+            return 0;
+    }
+}
+
+bool LinuxStreamSocket::isOver() const {
+    pollfd poll{socket_.get(), 0, 0};
+    return ::poll(&poll, 1, 0) > 0 && (poll.revents & (POLLHUP | POLLERR)) != 0;
 }
 
 std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces) {

@@ -19,6 +19,9 @@ class LinuxStreamSocket : public StreamSocket,
 
     void whenReadable(std::function<void()> reading) override;
     std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) override;
+    std::optional<std::size_t> receiveWithin(std::span<std::uint8_t> into,
+                                             std::chrono::milliseconds time) override;
+    bool isOver() const override;
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
     bool waitUntilWritable(const Deadline& deadline) override;
     void shutdown() override;
@@ -27,10 +30,13 @@ class LinuxStreamSocket : public StreamSocket,
 
   private:
     ssize_t sendSeveral(std::span<const Bytes> pieces) const;
+    ssize_t receiveOnce(std::span<std::uint8_t> into, int flags) const;
     bool waitFor(short events, const Deadline& deadline) const;
 
     const FileDescriptor socket_;
     const PeerProcess peerProcess_;
+    /// How long a call that receives waits, once that was set.
+    std::chrono::milliseconds receiveTime_{0};
     /// Once a message was too large for the room that sockets start with.
     bool hasMoreRoom_ = false;
 };

@@ -183,6 +183,8 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
 
 std::function<void()> NSXPCConnection::Core::reader(std::shared_ptr<StreamSocket> stream,
                                                     std::shared_ptr<Outbox> outbox) {
+    if (!endpoint_)
+        return serving(stream, outbox);
     return [self = shared_from_this(), stream = std::move(stream), outbox = std::move(outbox)] {
         self->read(stream, outbox);
     };

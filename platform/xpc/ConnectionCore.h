@@ -1,6 +1,7 @@
 #pragma once
 
 #include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/xpc/ClientAccount.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 #include <MorvaneOperation/platform/xpc/PendingRequests.h>
@@ -17,6 +18,8 @@
 /// be sent, it is in flight, or it is refused and waits to hear so. Each is left without memory
 /// being needed, so that a request ends whatever fails on the way.
 namespace morvane {
+
+class ServedStream;
 
 class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from_this<Core> {
   public:
@@ -37,6 +40,9 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
     ReceivedRequests requests;
     /// What the peer's messages may use.
     FrameReader::Limits incoming;
+    /// What its requests are counted against; null for a private service, whose application is
+    /// trusted.
+    std::shared_ptr<ClientAccount> account;
 
     void setInterruptionHandler(Handler handler);
     void setInvalidationHandler(Handler handler);
@@ -56,6 +62,11 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
                      std::shared_ptr<NSXPCConnection> owner);
     std::optional<PeerCredentials> peer() const;
     std::uint64_t peerStartTime() const;
+
+    /// Of a service's connection: whether its client has gone, and since when it has said nothing
+    /// and waited for nothing; empty while it is served.
+    bool isOver() const;
+    std::optional<std::chrono::steady_clock::time_point> idleSince() const;
 
     /// For the listener: told after the invalidation handler has run.
     Handler onEnd;
@@ -104,6 +115,9 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
     /// Has another thread read the stream, or the one that has just accepted it. If none can, its
     /// end is reported.
     void startReading(std::function<void()> reading, StreamSocket& stream) noexcept;
+    /// A service's connection, which no thread waits for.
+    std::function<void()> serving(const std::shared_ptr<StreamSocket>& socket,
+                                  const std::shared_ptr<Outbox>& outbox);
     void read(const std::shared_ptr<StreamSocket>& socket, const std::shared_ptr<Outbox>& outbox);
     void handleReply(const Message& message);
     /// Has the receiver read it. Returns why it cannot be used; null if it can.
@@ -136,6 +150,7 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
     mutable std::mutex mutex_;
     State state_ = State::configuring;
     std::shared_ptr<StreamSocket> socket_;
+    std::weak_ptr<ServedStream> served_;
     std::shared_ptr<Outbox> outbox_;
     PendingRequests inFlight_;
     WaitingRequests waiting_;

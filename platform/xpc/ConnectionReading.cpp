@@ -3,12 +3,23 @@
 #include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/ConnectionErrors.h>
+#include <MorvaneOperation/platform/xpc/ServedStream.h>
 
+#include <cstdint>
 #include <new>
 #include <utility>
 
 /// How a connection's stream is read.
 namespace morvane {
+namespace {
+
+/// For connections that no listener has limited.
+std::shared_ptr<ClientAccount> applicationsAccount() {
+    return std::make_shared<ClientAccount>(
+        ClientAccount::Limits{SIZE_MAX, limits::placesOfTheApplication});
+}
+
+}  // namespace
 
 void NSXPCConnection::Core::startReading(std::function<void()> reading,
                                          StreamSocket& stream) noexcept {
@@ -26,6 +37,41 @@ void NSXPCConnection::Core::startReading(std::function<void()> reading,
         endsUnread_ = true;
     }
     startReporting();
+}
+
+std::function<void()> NSXPCConnection::Core::serving(const std::shared_ptr<StreamSocket>& socket,
+                                                     const std::shared_ptr<Outbox>& outbox) {
+    const auto self = shared_from_this();
+    const auto stream = std::make_shared<ServedStream>(
+        socket, outbox, requests, account ? account : applicationsAccount(), incoming,
+        ServedStream::Connection{
+            [self] { return self->invalidated_.load(); },
+            [self](const Message& reply) { self->handleReply(reply); },
+            [self, socket] { self->end(socket, true); },
+        });
+    const std::lock_guard lock(mutex_);
+    served_ = stream;
+    return [stream] { stream->readable(); };
+}
+
+bool NSXPCConnection::Core::isOver() const {
+    std::shared_ptr<StreamSocket> socket;
+    {
+        const std::lock_guard lock(mutex_);
+        socket = socket_;
+    }
+    return !socket || socket->isOver();
+}
+
+std::optional<std::chrono::steady_clock::time_point> NSXPCConnection::Core::idleSince() const {
+    std::shared_ptr<ServedStream> served;
+    {
+        const std::lock_guard lock(mutex_);
+        if (inFlight_.size() != 0 || !waiting_.empty())
+            return std::nullopt;
+        served = served_.lock();
+    }
+    return served ? served->idleSince() : std::nullopt;
 }
 
 void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
@@ -50,8 +96,6 @@ void NSXPCConnection::Core::read(const std::shared_ptr<StreamSocket>& socket,
                 handleReply(*message);
             }
         }
-        if (const auto& refused = reader.refused())
-            outbox->refuse(refused->id, refused->reason);
     } catch (const std::bad_alloc&) {
         // There is no memory for what the peer sends.
     }

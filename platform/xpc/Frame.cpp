@@ -12,9 +12,6 @@ namespace {
 constexpr std::array<std::uint8_t, 4> magic = {'M', 'V', 'X', '1'};
 constexpr std::uint8_t moreFollowsFlag = 1;
 
-/// Holds many small messages, and is read into at once.
-constexpr std::size_t bufferSize = std::size_t{64} << 10;
-
 template <class T>
 void put(std::uint8_t* p, T value) {
     for (std::size_t i = 0; i < sizeof value; ++i)
@@ -69,7 +66,7 @@ std::optional<FrameHeader> FrameHeader::parse(std::span<const std::uint8_t> byte
     return header;
 }
 
-void FrameReader::Bytes::reserve(std::size_t capacity) {
+void FrameParser::Bytes::reserve(std::size_t capacity) {
     if (capacity <= capacity_)
         return;
     auto* const data = static_cast<std::uint8_t*>(std::realloc(data_, capacity));
@@ -79,137 +76,180 @@ void FrameReader::Bytes::reserve(std::size_t capacity) {
     capacity_ = capacity;
 }
 
-FrameReader::FrameReader(StreamSocket& socket) : FrameReader(socket, Limits()) {}
+FrameParser::FrameParser(Limits limits, Gate* gate) : limits_(std::move(limits)), gate_(gate) {}
 
-FrameReader::FrameReader(StreamSocket& socket, Limits limits)
-    : socket_(socket), limits_(std::move(limits)), buffer_(bufferSize) {
-    buffer_.resize(bufferSize);
-}
-
-FrameReader::~FrameReader() {
+FrameParser::~FrameParser() {
     giveRoomBack();
 }
 
-bool FrameReader::takeRoom(const FrameHeader& first, std::size_t length) {
-    const auto refuse = [&](std::string reason) {
-        if (first.kind == FrameKind::request)
-            refused_ = {first.id, std::move(reason)};
-        return false;
-    };
-    if (length > limits_.messageSize - assembled_.all().size()) {
-        return refuse("The request is larger than " + std::to_string(limits_.messageSize) +
-                      " bytes; ask for fewer items at a time.");
-    }
-    if (limits_.shared && !limits_.shared->take(length)) {
-        return refuse("Too many large requests of this user are being handled; ask again later.");
-    }
-    taken_ += length;
-    return true;
-}
-
-void FrameReader::giveRoomBack() {
-    if (limits_.shared)
-        limits_.shared->giveBack(std::exchange(taken_, 0));
-}
-
-bool FrameReader::hasMessageWaiting() const {
-    const auto header = FrameHeader::parse(waiting());
-    return header && !header->moreFollows &&
-           waiting().size() - FrameHeader::size >= header->payloadLength;
-}
-
-std::size_t FrameReader::receive(std::span<std::uint8_t> into) {
-    // Asked of the clock too: of a sender that trickles there is always just a little more.
-    if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)
-        return 0;
-    return socket_.receive(into, deadline_);
-}
-
-bool FrameReader::fillBuffer(std::size_t needed) {
-    if (end_ - begin_ >= needed)
-        return true;
-    if (bufferSize - begin_ < needed) {
-        std::memmove(buffer_.all().data(), buffer_.all().data() + begin_, end_ - begin_);
-        end_ -= begin_;
-        begin_ = 0;
-    }
-    while (end_ - begin_ < needed) {
-        // A frame has begun once its first byte is here: from then on it has limited time.
-        if (begin_ != end_ && !deadline_) {
-            deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
-        }
-        const auto count = receive(buffer_.all().subspan(end_));
-        if (count == 0)
-            return false;
-        end_ += count;
-    }
-    return true;
-}
-
-bool FrameReader::appendPayload(std::size_t length) {
-    auto at = assembled_.all().size();
-    const auto end = at + length;
-    assembled_.resize(end);
-    const auto buffered = std::min(length, end_ - begin_);
-    if (buffered != 0)
-        std::memcpy(assembled_.all().data() + at, buffer_.all().data() + begin_, buffered);
-    begin_ += buffered;
-    at += buffered;
-    if (at < end && !deadline_)
-        deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
-    while (at < end) {
-        const auto count = receive(assembled_.all().subspan(at));
-        if (count == 0)
-            return false;
-        at += count;
-    }
-    return true;
-}
-
-std::optional<Message> FrameReader::next() {
+std::span<std::uint8_t> FrameParser::room() {
+    if (receivesPayload())
+        return assembled_.all().subspan(filled_, left_);
+    buffer_.resize(limits_.bufferSize);
     if (begin_ == end_)
         begin_ = end_ = 0;
+    if (end_ == limits_.bufferSize) {
+        std::memmove(buffer_.all().data(), buffer_.all().data() + begin_, end_ - begin_);
+        end_ -= std::exchange(begin_, 0);
+    }
+    return buffer_.all().subspan(end_);
+}
+
+void FrameParser::add(std::size_t count) {
+    if (receivesPayload()) {
+        filled_ += count;
+        left_ -= count;
+        if (left_ == 0)
+            deadline_.reset();
+    } else {
+        end_ += count;
+    }
+}
+
+void FrameParser::releaseBuffer() {
+    if (begin_ != end_)
+        return;
+    begin_ = end_ = 0;
+    buffer_.release();
+}
+
+void FrameParser::release() {
+    if (isLarge_)
+        return;  // it is not complete
+    filled_ = 0;
     if (assembled_.capacity() > limits::frameSize) {
         assembled_.release();
     } else {
         assembled_.resize(0);
     }
     giveRoomBack();
-    deadline_.reset();
-    std::optional<FrameHeader> first;
+}
+
+bool FrameParser::takeRoom(const FrameHeader& header) {
+    const auto refuse = [&](const std::string& reason) {
+        if (!gate_ || first_.kind != FrameKind::request)
+            return false;
+        gate_->refuses(first_.id, reason);
+        isDropped_ = true;
+        filled_ = 0;
+        assembled_.release();
+        giveRoomBack();
+        return true;
+    };
+    if (header.payloadLength > limits_.messageSize - filled_) {
+        return refuse("The request is larger than " + std::to_string(limits_.messageSize) +
+                      " bytes; ask for fewer items at a time.");
+    }
+    if (limits_.shared && !limits_.shared->take(header.payloadLength))
+        return refuse("Too many large requests of this user are being handled; ask again later.");
+    taken_ += header.payloadLength;
+    assembled_.resize(filled_ + header.payloadLength);
+    return true;
+}
+
+void FrameParser::giveRoomBack() {
+    if (limits_.shared)
+        limits_.shared->giveBack(std::exchange(taken_, 0));
+}
+
+bool FrameParser::hasMessageWaiting() const {
+    const auto header = isLarge_ ? std::nullopt : FrameHeader::parse(waiting());
+    return header && !header->moreFollows &&
+           waiting().size() - FrameHeader::size >= header->payloadLength;
+}
+
+StreamSocket::Deadline FrameParser::deadline() {
+    if (begin_ == end_ && !isLarge_) {
+        deadline_.reset();
+    } else if (!deadline_) {
+        deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
+    }
+    return deadline_;
+}
+
+bool FrameParser::takePayload() {
+    const auto length = std::min(left_, end_ - begin_);
+    if (left_ != 0 && length == left_)
+        deadline_.reset();  // the next frame is due from now on
+    if (length != 0 && !isDropped_) {
+        std::memcpy(assembled_.all().data() + filled_, buffer_.all().data() + begin_, length);
+        filled_ += length;
+    }
+    begin_ += length;
+    left_ -= length;
+    return left_ == 0;
+}
+
+/// One that does not lie whole in the buffer.
+bool FrameParser::openFrame(const FrameHeader& header) {
+    if (isLarge_) {
+        if (header.kind != first_.kind || header.id != first_.id || header.selectorLength != 0)
+            return false;
+    } else {
+        first_ = header;
+        isLarge_ = true;
+        const auto payload = waiting().subspan(FrameHeader::size);
+        isDropped_ = gate_ && header.kind == FrameKind::request &&
+                     !gate_->admits(header.id, text(payload.first(header.selectorLength)));
+    }
+    begin_ += FrameHeader::size;
+    left_ = header.payloadLength;
+    moreFollows_ = header.moreFollows;
+    return isDropped_ || takeRoom(header);
+}
+
+std::optional<Message> FrameParser::next() {
+    release();
     for (;;) {
-        if (!fillBuffer(FrameHeader::size))
+        if (isLarge_) {
+            if (!takePayload())
+                return std::nullopt;
+            if (!moreFollows_) {
+                deadline_.reset();
+                isLarge_ = false;
+                if (std::exchange(isDropped_, false))
+                    continue;
+                const auto payload = NSDataView(assembled_.all()).first(filled_);
+                return Message{first_.kind, first_.id, text(payload.first(first_.selectorLength)),
+                               payload.subspan(first_.selectorLength), gate_ != nullptr};
+            }
+        }
+        if (end_ - begin_ < FrameHeader::size)
             return std::nullopt;
         const auto header = FrameHeader::parse(waiting());
         if (!header)
+            return breakOff();
+        const auto size = FrameHeader::size + header->payloadLength;
+        const bool isSmall = !isLarge_ && !header->moreFollows && size <= limits_.bufferSize;
+        // The common case is that of a small one: nothing is copied.
+        if (end_ - begin_ < (isSmall ? size : FrameHeader::size + header->selectorLength))
             return std::nullopt;
-        if (!first) {
-            first = header;
-            if (!header->moreFollows && FrameHeader::size + header->payloadLength <= bufferSize) {
-                // The common case: nothing is copied.
-                if (!fillBuffer(FrameHeader::size + header->payloadLength))
-                    return std::nullopt;
-                const auto payload = waiting().subspan(FrameHeader::size, header->payloadLength);
-                begin_ += FrameHeader::size + header->payloadLength;
-                return Message{header->kind, header->id,
-                               text(payload.first(header->selectorLength)),
-                               payload.subspan(header->selectorLength)};
-            }
-        } else if (header->kind != first->kind || header->id != first->id ||
-                   header->selectorLength != 0) {
-            return std::nullopt;
+        if (isSmall) {
+            const auto payload = waiting().subspan(FrameHeader::size, header->payloadLength);
+            begin_ += size;
+            deadline_.reset();
+            return Message{header->kind, header->id, text(payload.first(header->selectorLength)),
+                           payload.subspan(header->selectorLength)};
         }
-        begin_ += FrameHeader::size;
-        if (!takeRoom(*first, header->payloadLength) || !appendPayload(header->payloadLength))
-            return std::nullopt;
-        if (!header->moreFollows)
-            break;
-        // Each frame has its own time, and the next is due from now on.
-        deadline_ = std::chrono::steady_clock::now() + limits_.frameTime;
+        deadline_.reset();  // each frame has its own time
+        if (!openFrame(*header))
+            return breakOff();
     }
-    const NSDataView payload(assembled_.all());
-    return Message{first->kind, first->id, text(payload.first(first->selectorLength)),
-                   payload.subspan(first->selectorLength)};
+}
+
+std::optional<Message> FrameReader::next() {
+    for (;;) {
+        if (auto message = parser_.next())
+            return message;
+        const auto deadline = parser_.deadline();
+        // Asked of the clock too: of a sender that trickles there is always just a little more.
+        if (parser_.isBroken() || (deadline && std::chrono::steady_clock::now() >= *deadline))
+            return std::nullopt;
+        const auto count = socket_.receive(parser_.room(), deadline);
+        if (count == 0)
+            return std::nullopt;
+        parser_.add(count);
+    }
 }
 
 }  // namespace morvane

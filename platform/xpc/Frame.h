@@ -53,12 +53,14 @@ struct Message {
     std::uint64_t id;
     std::string_view selector;
     NSDataView body;
+    /// It came through the parser's gate.
+    bool wasAdmitted = false;
 };
 
-/// Bytes that several readers may hold together. Any thread.
-class SharedBytes {
+/// What several may use together, in bytes or whatever is counted. Any thread.
+class SharedBudget {
   public:
-    explicit SharedBytes(std::size_t most) : left_(most) {}
+    explicit SharedBudget(std::size_t most) : left_(most) {}
     /// False, and nothing is taken, if there are not as many.
     bool take(std::size_t count) {
         auto left = left_.load();
@@ -74,58 +76,65 @@ class SharedBytes {
     std::atomic<std::size_t> left_;
 };
 
-/// Reads messages from a stream, which it does not own.
-class FrameReader {
+/// Cuts the bytes of a stream into messages as they come. One thread at a time.
+class FrameParser {
   public:
     struct Limits {
         /// From a frame's first byte to its last, and for another frame of a message from the end
         /// of the one before.
         std::chrono::milliseconds frameTime = limits::frameTime;
         std::size_t messageSize = limits::messageSize;
-        /// What the messages that do not fit into a reader's buffer are taken from, until the next
-        /// call of next(); null for no limit but their size.
-        std::shared_ptr<SharedBytes> shared = nullptr;
+        /// A message up to this size, header included, is held in the buffer.
+        std::size_t bufferSize = std::size_t{64} << 10;
+        /// What the messages that do not fit into the buffer are taken from, until they are
+        /// released; null for no limit but their size.
+        std::shared_ptr<SharedBudget> shared = nullptr;
+    };
+    /// Decides on the requests that do not fit into the buffer, before they are held.
+    class Gate {
+      public:
+        /// Whether to receive the request, of which only the selector is known. What is not
+        /// received is read over.
+        virtual bool admits(std::uint64_t id, std::string_view selector) = 0;
+        /// There is no room for the request, which is read over; `reason` is for people.
+        virtual void refuses(std::uint64_t id, const std::string& reason) = 0;
+
+      protected:
+        ~Gate() = default;
     };
 
-    explicit FrameReader(StreamSocket& socket);
-    FrameReader(StreamSocket& socket, Limits limits);
-    ~FrameReader();
-    FrameReader(const FrameReader&) = delete;
-    FrameReader& operator=(const FrameReader&) = delete;
+    /// Without a gate every request is received for which there is room, and one for which there is
+    /// none breaks the stream. The gate has to outlive this.
+    explicit FrameParser(Limits limits, Gate* gate = nullptr);
+    ~FrameParser();
+    FrameParser(const FrameParser&) = delete;
+    FrameParser& operator=(const FrameParser&) = delete;
 
-    /// Waits for the next message; its views hold until the next call. Empty when the stream has
-    /// ended, or the peer broke the rules or took too long.
+    /// Where the next bytes of the stream go; throws std::bad_alloc.
+    std::span<std::uint8_t> room();
+    /// That many were put there.
+    void add(std::size_t count);
+    /// The next message, if it is here whole; its views hold until the next call or release().
     std::optional<Message> next();
-    /// Whether the next message is here already, whole.
+    /// Gives back what the last message was held in.
+    void release();
+    /// Gives the buffer back if there is nothing in it.
+    void releaseBuffer();
+    /// The peer has broken the rules; there will be no further message.
+    bool isBroken() const { return broken_; }
+    /// Whether the next message is here already, whole, and fits into the buffer.
     bool hasMessageWaiting() const;
-
-    /// A request that there was no room for.
-    struct Refused {
-        std::uint64_t id;
-        /// Why, for people.
-        std::string reason;
-    };
-    /// Why next() has returned nothing, if it was this.
-    const std::optional<Refused>& refused() const { return refused_; }
+    /// When what has begun to arrive must be here; empty between messages. Counts from the first
+    /// call that finds it incomplete.
+    StreamSocket::Deadline deadline();
 
   private:
-    std::span<const std::uint8_t> waiting() const {
-        return buffer_.all().subspan(begin_, end_ - begin_);
-    }
-    std::size_t receive(std::span<std::uint8_t> into);
-    bool fillBuffer(std::size_t needed);
-    bool appendPayload(std::size_t length);
-    bool takeRoom(const FrameHeader& first, std::size_t length);
-    void giveRoomBack();
-
-    StreamSocket& socket_;
-    const Limits limits_;
     /// Bytes that are not set before they are received, and that grow without being copied where
     /// the system can move pages.
     class Bytes {
       public:
-        explicit Bytes(std::size_t capacity = 0) { reserve(capacity); }
         ~Bytes() { std::free(data_); }
+        Bytes() = default;
         Bytes(const Bytes&) = delete;
         Bytes& operator=(const Bytes&) = delete;
 
@@ -149,15 +158,59 @@ class FrameReader {
         std::size_t capacity_ = 0;
     };
 
+    std::span<const std::uint8_t> waiting() const {
+        return buffer_.all().subspan(begin_, end_ - begin_);
+    }
+    /// The rest of a frame's payload is received to where it stays.
+    bool receivesPayload() const { return isLarge_ && !isDropped_ && left_ != 0 && begin_ == end_; }
+    /// Takes what the buffer has of the payload. True once the frame is complete.
+    bool takePayload();
+    bool openFrame(const FrameHeader& header);
+    bool takeRoom(const FrameHeader& header);
+    void giveRoomBack();
+    std::optional<Message> breakOff() {
+        broken_ = true;
+        return std::nullopt;
+    }
+
+    const Limits limits_;
+    Gate* const gate_;
     Bytes buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
-    /// A message that does not lie whole in the buffer.
+    /// A message that does not lie whole in the buffer, and how much of it is here.
     Bytes assembled_;
+    std::size_t filled_ = 0;
     /// Of the shared bytes.
     std::size_t taken_ = 0;
-    std::optional<Refused> refused_;
+    /// Such a message is on its way; its first header, and what is due of the present frame.
+    bool isLarge_ = false;
+    FrameHeader first_;
+    bool moreFollows_ = false;
+    std::size_t left_ = 0;
+    /// It is read over.
+    bool isDropped_ = false;
+    bool broken_ = false;
     StreamSocket::Deadline deadline_;
+};
+
+/// Reads messages from a stream, which it does not own, and waits for them.
+class FrameReader {
+  public:
+    using Limits = FrameParser::Limits;
+
+    explicit FrameReader(StreamSocket& socket) : FrameReader(socket, Limits()) {}
+    FrameReader(StreamSocket& socket, Limits limits)
+        : socket_(socket), parser_(std::move(limits)) {}
+
+    /// Waits for the next message; its views hold until the next call. Empty when the stream has
+    /// ended, or the peer broke the rules or took too long.
+    std::optional<Message> next();
+    bool hasMessageWaiting() const { return parser_.hasMessageWaiting(); }
+
+  private:
+    StreamSocket& socket_;
+    FrameParser parser_;
 };
 
 }  // namespace morvane

@@ -17,6 +17,19 @@ inline constexpr std::size_t messageSize = std::size_t{256} << 20;
 inline constexpr std::size_t clientMessageSize = std::size_t{16} << 20;
 /// Messages that are being received or handled, of all clients of one user.
 inline constexpr std::size_t clientMessagesOfOneUser = 2 * clientMessageSize;
+/// What a client's connection may hold of a request whose right has not been seen: what is larger
+/// is received only then.
+inline constexpr std::size_t clientBufferSize = std::size_t{16} << 10;
+/// How long the requests behind one wait for it, if it meets something that does not answer.
+inline constexpr std::chrono::milliseconds patience{50};
+/// Threads that are with the requests of one user's clients, or of the application of a private
+/// service: what the kernel holds of them is missed by that user alone.
+inline constexpr std::size_t placesOfOneUser = 16;
+inline constexpr std::size_t placesOfTheApplication = 64;
+/// Threads that wait for a moment with clients that have just said something, and how long: one in
+/// conversation is answered without a thread being woken.
+inline constexpr int threadsThatLinger = 4;
+inline constexpr std::chrono::milliseconds lingerTime{10};
 /// What such a message may unfold into: bytes and objects.
 inline constexpr std::uint64_t clientMessageBytes = std::uint64_t{64} << 20;
 inline constexpr std::uint64_t clientMessageObjects = std::uint64_t{1} << 18;
@@ -35,9 +48,17 @@ inline constexpr std::chrono::milliseconds frameTime{30000};
 inline constexpr std::size_t refusalText = 1024;
 /// A private service that ended this often without having answered a request is not started again.
 inline constexpr unsigned crashesWithoutAnswer = 4;
-/// Clients at once, in all and of one user.
-inline constexpr std::size_t clients = 256;
-inline constexpr std::size_t clientsOfOneUser = 32;
+/// Clients of a listener: one costs a descriptor and some hundred bytes while it says nothing.
+struct ClientLimits {
+    std::size_t all = 1024;
+    std::size_t ofOneUser = 128;
+    /// The last places of all, which are for users who have hardly any.
+    std::size_t kept = 128;
+    std::size_t hardlyAny = 4;
+    /// After which time a client that says nothing and waits for nothing may have to make room for
+    /// another.
+    std::chrono::milliseconds idleTime{5000};
+};
 /// How long a private service may take to leave once its connection is closed, before it is killed.
 inline constexpr std::chrono::milliseconds serviceLeaveTime{2000};
 

@@ -40,6 +40,11 @@ void StreamSocket::whenReadable(std::function<void()> reading) {
     runOnWorker(std::move(reading));
 }
 
+std::optional<std::size_t> StreamSocket::receiveWithin(std::span<std::uint8_t> into,
+                                                       std::chrono::milliseconds) {
+    return receive(into, {});
+}
+
 ServiceEndpoint::~ServiceEndpoint() = default;
 StreamListener::~StreamListener() = default;
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -17,9 +18,9 @@ class NSXPCListener::Core {
   public:
     /// Serves one client, or those of a listening socket.
     explicit Core(std::shared_ptr<StreamSocket> only)
-        : clients_(std::make_shared<Clients>()), only_(std::move(only)) {}
-    explicit Core(std::unique_ptr<StreamListener> listener)
-        : clients_(std::make_shared<Clients>()), listener_(std::move(listener)) {}
+        : clients_(std::make_shared<Clients>(limits::ClientLimits())), only_(std::move(only)) {}
+    Core(std::unique_ptr<StreamListener> listener, const limits::ClientLimits& clients)
+        : clients_(std::make_shared<Clients>(clients)), listener_(std::move(listener)) {}
 
     NewConnectionHandler handler;
     std::chrono::seconds idleTimeout{0};
@@ -51,27 +52,65 @@ class NSXPCListener::Core {
     /// Outlives the listener: each connection tells it of its end.
     class Clients {
       public:
-        bool hasRoomFor(std::int64_t user) {
-            const std::lock_guard lock(mutex_);
-            const auto ofUser = std::count_if(connections_.begin(), connections_.end(),
-                                              [&](auto& c) { return c.user == user; });
-            return connections_.size() < limits::clients &&
-                   static_cast<std::size_t>(ofUser) < limits::clientsOfOneUser;
-        }
-        /// What all clients of the user receive their messages from.
-        std::shared_ptr<SharedBytes> messagesOf(std::int64_t user) {
-            const std::lock_guard lock(mutex_);
-            for (const auto& client : connections_) {
-                if (client.user == user)
-                    return client.messages;
+        explicit Clients(const limits::ClientLimits& limits) : limits_(limits) {}
+
+        /// Whether there is a place for another client of the user's; maybe by letting one go that
+        /// has been idle.
+        bool makeRoomFor(std::int64_t user) {
+            std::shared_ptr<NSXPCConnection::Core> idle;
+            {
+                const std::lock_guard lock(mutex_);
+                std::size_t all = 0;
+                std::size_t ofUser = 0;
+                // One that has gone but has not been cleared up does not count, or a client that
+                // comes back at once would be refused.
+                for (const auto& each : connections_) {
+                    const auto core = each.core.lock();
+                    if (!core || core->isOver())
+                        continue;
+                    ++all;
+                    ofUser += each.user == user;
+                }
+                if (connections_.size() >= 2 * limits_.all)
+                    return false;
+                const bool isUserFull = ofUser >= limits_.ofOneUser;
+                const auto kept = ofUser < limits_.hardlyAny ? 0 : limits_.kept;
+                if (!isUserFull && all + kept < limits_.all)
+                    return true;
+                auto since = std::chrono::steady_clock::now() - limits_.idleTime;
+                for (const auto& each : connections_) {
+                    auto core = each.core.lock();
+                    const auto began = core && (!isUserFull || each.user == user)
+                                           ? core->idleSince()
+                                           : std::nullopt;
+                    if (began && *began <= since) {
+                        since = *began;
+                        idle = std::move(core);
+                    }
+                }
             }
-            return std::make_shared<SharedBytes>(limits::clientMessagesOfOneUser);
+            if (idle)
+                idle->invalidate();
+            return idle != nullptr;
+        }
+        /// What all clients of the user are counted against.
+        std::shared_ptr<ClientAccount> accountOf(std::int64_t user) {
+            const std::lock_guard lock(mutex_);
+            std::erase_if(accounts_, [](const auto& each) { return each.second.expired(); });
+            auto& known = accounts_[user];
+            auto account = known.lock();
+            if (!account) {
+                account = std::make_shared<ClientAccount>(ClientAccount::Limits{
+                    limits::clientMessagesOfOneUser, limits::placesOfOneUser});
+                known = account;
+            }
+            return account;
         }
         /// Returns the client's number.
-        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection, std::int64_t user,
-                          std::shared_ptr<SharedBytes> messages) {
+        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection,
+                          const std::shared_ptr<NSXPCConnection::Core>& core, std::int64_t user) {
             const std::lock_guard lock(mutex_);
-            connections_.push_back({++lastNumber_, user, connection, nullptr, std::move(messages)});
+            connections_.push_back({++lastNumber_, user, core, connection, nullptr});
             return lastNumber_;
         }
         /// From now on until its end the connection is kept alive.
@@ -153,20 +192,24 @@ class NSXPCListener::Core {
         struct Client {
             std::uint64_t number;
             std::int64_t user;
+            std::weak_ptr<NSXPCConnection::Core> core;
             std::weak_ptr<NSXPCConnection> connection;
             /// The same, once it is in use.
             std::shared_ptr<NSXPCConnection> kept;
-            std::shared_ptr<SharedBytes> messages;
         };
         std::vector<Client>::iterator find(std::uint64_t number) {
             return std::find_if(connections_.begin(), connections_.end(),
                                 [&](auto& client) { return client.number == number; });
         }
 
+        const limits::ClientLimits limits_;
         std::mutex mutex_;
         std::condition_variable none_;
         std::condition_variable closing_;
         std::vector<Client> connections_;
+        /// By user. One lasts until the last of its user's requests has ended, whose connection may
+        /// have gone long before.
+        std::map<std::int64_t, std::weak_ptr<ClientAccount>> accounts_;
         std::chrono::steady_clock::time_point idleSince_ = std::chrono::steady_clock::now();
         std::uint64_t lastNumber_ = 0;
         unsigned accepting_ = 0;
@@ -194,21 +237,23 @@ class NSXPCListener::Core {
     void add(std::shared_ptr<StreamSocket> socket) {
         const auto peer = socket->peer();
         const auto user = peer ? peer->userIdentifier : 0;
-        if (!handler || !peer || !clients_->hasRoomFor(user)) {
+        if (!handler || !peer || !clients_->makeRoomFor(user)) {
             socket->shutdown();
             return;
         }
         const auto core = std::make_shared<NSXPCConnection::Core>("client", std::move(socket));
         const auto connection = std::make_shared<NSXPCConnection>(core);
-        const auto messages = clients_->messagesOf(user);
+        const auto account = clients_->accountOf(user);
         if (listener_) {
             // Anyone may connect; a private service has its application's trust.
             core->incoming.messageSize = limits::clientMessageSize;
-            core->incoming.shared = messages;
+            core->incoming.bufferSize = limits::clientBufferSize;
+            core->incoming.shared = ClientAccount::memoryOf(account);
+            core->account = account;
             core->requests.decoding.bytes = limits::clientMessageBytes;
             core->requests.decoding.objects = limits::clientMessageObjects;
         }
-        const auto number = clients_->add(connection, user, messages);
+        const auto number = clients_->add(connection, core, user);
         core->onEnd = [clients = clients_, number] { clients->remove(number); };
         bool isTaken = false;
         try {
@@ -231,7 +276,11 @@ class NSXPCListener::Core {
 NSXPCListener::NSXPCListener(std::unique_ptr<Core> core) : core_(std::move(core)) {}
 
 NSXPCListener::NSXPCListener(std::unique_ptr<StreamListener> listener)
-    : NSXPCListener(std::make_unique<Core>(std::move(listener))) {}
+    : NSXPCListener(std::move(listener), limits::ClientLimits()) {}
+
+NSXPCListener::NSXPCListener(std::unique_ptr<StreamListener> listener,
+                             const limits::ClientLimits& clients)
+    : NSXPCListener(std::make_unique<Core>(std::move(listener), clients)) {}
 
 NSXPCListener::~NSXPCListener() = default;
 

@@ -20,9 +20,16 @@
 /// The handler runs on a thread of the listener's choosing; a connection that it does not take
 /// (false, or an exception) is closed. The listener keeps a connection that the handler has resumed
 /// alive until it is invalid; one that is to be resumed later has to be kept by who does so.
+///
+/// Threads: no thread waits for a client. The requests of one connection are begun in the order in
+/// which they came, one after the other; where one has not returned after 50 ms, those behind it
+/// are begun on other threads. A handler that may take long returns at once and replies later.
 namespace morvane {
 
 class StreamListener;
+namespace limits {
+struct ClientLimits;
+}
 
 class MORVANE_EXPORT NSXPCListener {
   public:
@@ -50,6 +57,8 @@ class MORVANE_EXPORT NSXPCListener {
 
     /// Serves the clients of a listener that the platform or a test supplies.
     MORVANE_INTERNAL explicit NSXPCListener(std::unique_ptr<StreamListener> listener);
+    MORVANE_INTERNAL NSXPCListener(std::unique_ptr<StreamListener> listener,
+                                   const limits::ClientLimits& clients);
     class MORVANE_INTERNAL Core;
     explicit NSXPCListener(std::unique_ptr<Core> core);
 

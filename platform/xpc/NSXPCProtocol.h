@@ -48,6 +48,8 @@ using NSXPCReply = std::function<void(T...)>;
 class MORVANE_EXPORT NSXPCReplyPort {
   public:
     virtual ~NSXPCReplyPort();
+    /// The arguments are decoded, and the object's member function is called next.
+    virtual void willCallObject() {}
     /// True for the first caller, who then answers.
     virtual bool claim() = 0;
     virtual void sendReply(NSData archive) = 0;
@@ -263,6 +265,7 @@ void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassS
     using Message = Traits<decltype(Method)>;
     auto arguments = Message::Arguments::decodeRequest(coder, classes);
     auto* target = static_cast<typename Message::Protocol*>(object);
+    port->willCallObject();
     std::apply(
         [&](auto&&... own) {
             (target->*Method)(std::move(own)..., Replier<typename Message::ReplyArguments>(port));

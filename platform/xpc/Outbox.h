@@ -45,6 +45,7 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     }
     /// That answer is being sent.
     void keepPromise() noexcept { promised_.fetch_sub(1, std::memory_order_relaxed); }
+    bool owesAnswers() const noexcept { return promised_.load() != 0; }
     void holdBack();
     /// Sends what was collected.
     void release() noexcept;

@@ -36,6 +36,12 @@ class StreamSocket {
     /// Waits for bytes, until `deadline` if there is one. Returns how many came; 0 when the stream
     /// has ended, the deadline has passed, or the peer broke the rules (sent descriptors).
     virtual std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) = 0;
+    /// Waits for bytes for that long. Empty if none have come; 0 as above. A stream that cannot
+    /// tell waits without end.
+    virtual std::optional<std::size_t> receiveWithin(std::span<std::uint8_t> into,
+                                                     std::chrono::milliseconds time);
+    /// Whether the peer has gone, or the stream was ended.
+    virtual bool isOver() const { return false; }
     /// Sends what can be sent at once of `pieces`, in their order. Returns how much; empty when the
     /// stream has ended.
     virtual std::optional<std::size_t> send(std::span<const Bytes> pieces) = 0;

@@ -169,6 +169,14 @@ class KeptList final : public List {
     }
 };
 
+/// Of a request that nobody waits for.
+class NoPort final : public NSXPCReplyPort {
+  public:
+    bool claim() override { return false; }
+    void sendReply(NSData) override {}
+    void sendRefusal(std::string_view) override {}
+};
+
 TEST(NSXPCCoding, ARequestWithoutItsArrayIsNotOneWithAnEmptyArray) {
     const auto& message = protocolDescription<List>().messages[0];
     KeptList list;
@@ -179,7 +187,8 @@ TEST(NSXPCCoding, ARequestWithoutItsArrayIsNotOneWithAnEmptyArray) {
         const auto archive = archiver.finishEncoding();
         NSKeyedUnarchiver coder(archive);
         try {
-            message.dispatch(static_cast<List*>(&list), coder, message.arguments, nullptr);
+            message.dispatch(static_cast<List*>(&list), coder, message.arguments,
+                             std::make_shared<NoPort>());
         } catch (const NSXPCArgumentFailure& failure) {
             return failure.reason()->localizedDescription();
         }

@@ -198,51 +198,146 @@ TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
     EXPECT_LT(socket.given, limits::messageSize + 2 * limits::frameSize);
 }
 
-/// A request of two frames, 4,000 and 6,000 bytes of payload.
-void putRequest(FakeStreamSocket& socket, std::uint64_t id) {
-    put(socket, frame({FrameKind::request, true, 0, 4000, id}, 4000));
-    put(socket, frame({FrameKind::request, false, 0, 6000, id}, 6000));
-}
+/// Admits what a test lets it admit, and keeps what it is told.
+class KeptGate final : public FrameParser::Gate {
+  public:
+    bool isOpen = true;
+    std::vector<std::string> asked;
+    std::vector<std::string> refused;
 
-TEST(FrameReader, RefusesARequestLargerThanItsOwnLimit) {
-    for (const bool fits : {true, false}) {
-        auto [near, far] = FakeStreamSocket::pair();
-        FrameReader reader(*near, {.messageSize = fits ? 10000U : 9999U});
-        putRequest(*far, 5);
-        EXPECT_EQ(reader.next().has_value(), fits);
-        ASSERT_EQ(reader.refused().has_value(), !fits);
-        if (fits)
-            continue;
-        EXPECT_EQ(reader.refused()->id, 5U);
-        EXPECT_EQ(reader.refused()->reason,
-                  "The request is larger than 9999 bytes; ask for fewer items at a time.");
+    bool admits(std::uint64_t id, std::string_view selector) override {
+        asked.push_back(std::to_string(id) + " " + std::string(selector));
+        return isOpen;
+    }
+    void refuses(std::uint64_t id, const std::string& reason) override {
+        refused.push_back(std::to_string(id) + " " + reason);
+    }
+};
+
+void feed(FrameParser& parser, const NSData& bytes) {
+    for (std::size_t given = 0; given < bytes.size();) {
+        const auto room = parser.room();
+        const auto count = std::min(room.size(), bytes.size() - given);
+        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(given), count, room.begin());
+        parser.add(count);
+        given += count;
+        EXPECT_TRUE(given == bytes.size() || !parser.next());
     }
 }
 
-TEST(FrameReader, RefusesARequestWhileOthersHoldTheBytesThatTheyShare) {
-    const auto shared = std::make_shared<SharedBytes>(15000);
-    auto [near, far] = FakeStreamSocket::pair();
-    auto [otherNear, otherFar] = FakeStreamSocket::pair();
-    auto [thirdNear, thirdFar] = FakeStreamSocket::pair();
-    std::optional<FrameReader> reader;
-    reader.emplace(*near, FrameReader::Limits{.shared = shared});
-    putRequest(*far, 1);
-    ASSERT_TRUE(reader->next());
+/// A request of two frames, `size` bytes of payload in all.
+NSData requestOf(std::uint64_t id, std::uint32_t size) {
+    auto bytes = frame({FrameKind::request, true, 2, size / 2, id}, size / 2);
+    const auto rest = frame({FrameKind::request, false, 0, size - size / 2, id}, size - size / 2);
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    return bytes;
+}
 
-    FrameReader other(*otherNear, {.shared = shared});
-    putRequest(*otherFar, 2);
-    EXPECT_FALSE(other.next());
-    ASSERT_TRUE(other.refused());
-    EXPECT_EQ(other.refused()->reason,
-              "Too many large requests of this user are being handled; ask again later.");
-    EXPECT_FALSE(other.next());  // gives back what it had of the request
+TEST(FrameParser, ReadsOverARequestThatIsLargerThanItsLimitAndGoesOn) {
+    KeptGate gate;
+    FrameParser parser({.messageSize = 10000, .bufferSize = 1000}, &gate);
+    feed(parser, requestOf(5, 10000));
+    EXPECT_TRUE(parser.next());
+    feed(parser, requestOf(6, 10001));
+    EXPECT_FALSE(parser.next());
+    EXPECT_FALSE(parser.isBroken());
+    EXPECT_EQ(gate.refused, std::vector<std::string>{"6 The request is larger than 10000 bytes; "
+                                                     "ask for fewer items at a time."});
+    feed(parser, requestOf(7, 2000));
+    const auto message = parser.next();
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->id, 7U);
+}
 
-    reader.reset();
-    FrameReader third(*thirdNear, {.shared = shared});
+TEST(FrameParser, HoldsNothingOfALargeRequestThatIsNotAdmitted) {
+    KeptGate gate;
+    gate.isOpen = false;
+    const auto shared = std::make_shared<SharedBudget>(4000);
+    FrameParser parser({.bufferSize = 1000, .shared = shared}, &gate);
+    // More than there is room for, had it been looked at.
+    feed(parser, requestOf(5, 100000));
+    EXPECT_FALSE(parser.next());
+    EXPECT_EQ(gate.asked.size(), 1U);
+    EXPECT_TRUE(gate.refused.empty());
+    EXPECT_TRUE(shared->take(4000));
+    shared->giveBack(4000);
+    gate.isOpen = true;
+    feed(parser, requestOf(6, 4000));
+    ASSERT_TRUE(parser.next());
+    EXPECT_FALSE(shared->take(1));
+    parser.release();
+    EXPECT_TRUE(shared->take(4000));
+}
+
+TEST(FrameParser, AsksAboutALargeRequestBeforeAnyOfItsArgumentsIsHere) {
+    KeptGate gate;
+    FrameParser parser({.bufferSize = 1000}, &gate);
+    auto bytes = frame({FrameKind::request, false, 4, 50000, 9}, 4);
+    feed(parser, bytes);
+    EXPECT_FALSE(parser.next());
+    ASSERT_EQ(gate.asked.size(), 1U);
+    EXPECT_EQ(gate.asked.front().size(), std::string("9 abcd").size());
+}
+
+TEST(FrameParser, RefusesARequestWhileOthersHoldTheBytesThatTheyShare) {
+    const auto shared = std::make_shared<SharedBudget>(15000);
+    const FrameParser::Limits limits{.bufferSize = 1000, .shared = shared};
+    KeptGate gate;
+    FrameParser other(limits, &gate);
+    {
+        FrameParser one(limits);
+        feed(one, requestOf(1, 10000));
+        ASSERT_TRUE(one.next());
+        feed(other, requestOf(2, 10000));
+        EXPECT_FALSE(other.next());
+        EXPECT_EQ(gate.refused, std::vector<std::string>{
+                                    "2 Too many large requests of this user are being handled; ask "
+                                    "again later."});
+    }
     for (int i = 0; i < 3; ++i) {
-        putRequest(*thirdFar, 3);
-        EXPECT_TRUE(third.next());
+        feed(other, requestOf(3, 10000));
+        EXPECT_TRUE(other.next());
     }
+}
+
+TEST(FrameParser, BreaksAStreamWhoseReplyIsLargerThanItsLimit) {
+    KeptGate gate;
+    FrameParser parser({.messageSize = 10000, .bufferSize = 1000}, &gate);
+    feed(parser, frame({FrameKind::reply, false, 0, 10001, 5}, 0));
+    EXPECT_FALSE(parser.next());
+    EXPECT_TRUE(parser.isBroken());
+}
+
+TEST(FrameParser, GivesItsBufferBackBetweenMessages) {
+    FrameParser parser({.bufferSize = 1000});
+    feed(parser, goodFrame());
+    EXPECT_TRUE(parser.next());
+    parser.releaseBuffer();
+    feed(parser, goodFrame());
+    EXPECT_TRUE(parser.next());
+}
+
+TEST(FrameParser, TimesEachFrameAndNothingBetweenMessages) {
+    FrameParser parser({.bufferSize = 1000});
+    EXPECT_FALSE(parser.deadline());
+    const auto bytes = requestOf(1, 4000);
+    feed(parser, {bytes.begin(), bytes.begin() + 5});
+    EXPECT_FALSE(parser.next());
+    const auto first = parser.deadline();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(parser.deadline(), first);
+    // All of the first frame, and a bit of the second one's header.
+    const auto end = bytes.begin() + FrameHeader::size + 2000 + 5;
+    feed(parser, {bytes.begin() + 5, end});
+    EXPECT_FALSE(parser.next());
+    const auto second = parser.deadline();
+    EXPECT_GT(second, first);
+    feed(parser, {end, end + 5});
+    EXPECT_FALSE(parser.next());
+    EXPECT_EQ(parser.deadline(), second);
+    feed(parser, {end + 5, bytes.end()});
+    EXPECT_TRUE(parser.next());
+    EXPECT_FALSE(parser.deadline());
 }
 
 TEST(FrameReader, KnowsWhetherTheNextMessageIsHereWhole) {

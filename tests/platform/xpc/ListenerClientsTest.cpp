@@ -16,9 +16,10 @@ class LocalListener {
   public:
     using Stream = std::shared_ptr<FakeStreamSocket>;
 
-    LocalListener()
+    explicit LocalListener(const limits::ClientLimits& limits = {})
         : listener_(std::make_shared<NSXPCListener>(
-              std::unique_ptr<StreamListener>(std::make_unique<FakeStreamListener>(clients_)))) {
+              std::unique_ptr<StreamListener>(std::make_unique<FakeStreamListener>(clients_)),
+              limits)) {
         listener_->setNewConnectionHandler([this](const auto& connection) {
             if (onClient && !onClient())
                 return false;
@@ -76,36 +77,63 @@ class LocalListener {
     std::thread serving_;
 };
 
+/// Nobody has to make room.
+constexpr limits::ClientLimits fewClients{
+    .all = 16, .ofOneUser = 4, .kept = 4, .hardlyAny = 2, .idleTime = std::chrono::hours(1)};
+
 TEST(NSXPCListener, TurnsAUserAwayWhoHasTooManyConnectionsAndServesTheOthers) {
-    LocalListener listener;
-    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
+    LocalListener listener(fewClients);
+    const auto clients = listener.connect(1000, 4);
     EXPECT_FALSE(listener.connect(1000));
     EXPECT_TRUE(listener.connect(1001));
 }
 
-TEST(NSXPCListener, AClientThatLeavesMakesRoomForAnotherOfItsUser) {
-    LocalListener listener;
-    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
-    clients.front()->shutdown();
-    EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+TEST(NSXPCListener, AClientThatComesBackAtOnceIsServed) {
+    LocalListener listener(fewClients);
+    auto clients = listener.connect(1000, 4);
+    for (int i = 0; i < 100; ++i) {
+        clients.front()->shutdown();
+        clients.front() = listener.connect(1000);
+        ASSERT_TRUE(clients.front()) << i;
+    }
     EXPECT_FALSE(listener.connect(1000));
 }
 
 TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {
-    static_assert(limits::clients % limits::clientsOfOneUser == 0);
-    LocalListener listener;
+    LocalListener listener(fewClients);
+    std::vector<LocalListener::Stream> clients;
+    for (std::int64_t user = 1000; user < 1016; ++user)
+        clients.push_back(listener.connect(user));
+    EXPECT_FALSE(listener.connect(2000));
+    clients.front()->shutdown();
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(2000));
+}
+
+TEST(NSXPCListener, ItsLastPlacesAreForUsersWhoHaveHardlyAny) {
+    LocalListener listener(fewClients);
     std::vector<std::vector<LocalListener::Stream>> clients;
-    std::int64_t user = 1000;
-    for (; clients.size() < limits::clients / limits::clientsOfOneUser; ++user)
-        clients.push_back(listener.connect(user, limits::clientsOfOneUser));
-    EXPECT_FALSE(listener.connect(user));
-    clients.front().front()->shutdown();
-    EXPECT_TRUE(listener.connectWhenThereIsRoom(user));
+    for (std::int64_t user = 1000; user < 1003; ++user)
+        clients.push_back(listener.connect(user, 4));
+    clients.push_back(listener.connect(1003, 2));
+    EXPECT_FALSE(listener.connect(1003));
+    EXPECT_TRUE(listener.connect(1004));
+}
+
+TEST(NSXPCListener, AnIdleClientMakesRoomForAnother) {
+    auto limits = fewClients;
+    limits.idleTime = {};
+    LocalListener listener(limits);
+    // Each is idle once its thread has left it, which takes a moment.
+    const auto clients = listener.connect(1000, 4);
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+    EXPECT_EQ(std::count_if(clients.begin(), clients.end(),
+                            [](const auto& client) { return client->isOver(); }),
+              1);
 }
 
 TEST(NSXPCListener, AClientThatIsTurnedAwayDoesNotCount) {
-    LocalListener listener;
-    const auto clients = listener.connect(1000, limits::clientsOfOneUser);
+    LocalListener listener(fewClients);
+    const auto clients = listener.connect(1000, 4);
     for (int i = 0; i < 3; ++i)
         EXPECT_FALSE(listener.connect(1000));
     clients.front()->shutdown();
@@ -121,14 +149,21 @@ TEST(NSXPCListener, TurnsAClientAwayWhileNoThreadCanWaitForTheNext) {
     EXPECT_TRUE(listener.connect(1000));
 }
 
-/// Frames of a request, with this much payload each; more of them follow if it `isOpen`.
-void sendFrames(FakeStreamSocket& stream, std::size_t frames, std::uint32_t size, bool isOpen) {
-    const NSData payload(size);
+/// Frames of a request, with this much payload each; more of them follow if it `isOpen`. The first
+/// names its selector, the rest is no archive.
+void sendFrames(FakeStreamSocket& stream, std::size_t frames, std::uint32_t size, bool isOpen,
+                bool isFirst = true) {
+    constexpr std::string_view selector = "echo:reply:";
     for (std::size_t i = 0; i < frames; ++i) {
+        NSData payload(size);
         FrameHeader header;
         header.id = 8;
         header.moreFollows = isOpen || i + 1 < frames;
         header.payloadLength = size;
+        if (isFirst && i == 0) {
+            header.selectorLength = selector.size();
+            std::copy(selector.begin(), selector.end(), payload.begin());
+        }
         const auto bytes = header.bytes();
         const StreamSocket::Bytes pieces[] = {bytes, payload};
         stream.send(pieces);
@@ -146,17 +181,22 @@ std::string answerText(FakeStreamSocket& stream) {
     return message ? std::string(message->body.begin(), message->body.end()) : "";
 }
 
+constexpr const char* noArchive =
+    "The archive cannot be read: for key \"root\", it is not a binary property list.";
+
 constexpr auto framesOfAMessage = limits::clientMessageSize / limits::frameSize;
 
-TEST(NSXPCListener, RefusesAClientsRequestThatIsTooLargeAndClosesItsConnection) {
+TEST(NSXPCListener, RefusesAClientsRequestThatIsTooLargeAndServesTheNext) {
     LocalListener listener;
     const auto client = listener.connect(1000);
     sendLarge(*client, framesOfAMessage, false);
-    EXPECT_EQ(answerText(*client), "The peer has no message of that name.");
+    EXPECT_EQ(answerText(*client), noArchive);
     sendLarge(*client, framesOfAMessage + 1, true);
     EXPECT_EQ(answerText(*client),
               "The request is larger than 16777216 bytes; ask for fewer items at a time.");
-    EXPECT_EQ(answerText(*client), "");
+    sendFrames(*client, 1, 0, false, false);
+    sendLarge(*client, 1, false);
+    EXPECT_EQ(answerText(*client), noArchive);
 }
 
 TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
@@ -171,13 +211,12 @@ TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
     sendLarge(*refused, 1, true);
     EXPECT_EQ(answerText(*refused),
               "Too many large requests of this user are being handled; ask again later.");
-    EXPECT_EQ(answerText(*refused), "");
     // Nobody else is refused, and who is being served goes on.
     const auto other = listener.connect(1001);
     sendLarge(*other, framesOfAMessage, false);
-    EXPECT_EQ(answerText(*other), "The peer has no message of that name.");
-    sendFrames(*clients.front(), 1, 0, false);
-    EXPECT_EQ(answerText(*clients.front()), "The peer has no message of that name.");
+    EXPECT_EQ(answerText(*other), noArchive);
+    sendFrames(*clients.front(), 1, 0, false, false);
+    EXPECT_EQ(answerText(*clients.front()), noArchive);
 }
 
 TEST(NSXPCListener, AClientsSmallRequestCannotUnfoldIntoMany) {

@@ -1,0 +1,298 @@
+#include <MorvaneOperation/platform/dispatch/Clock.h>
+#include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/xpc/ServedStream.h>
+
+#include <atomic>
+#include <exception>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+/// How many threads wait with a client that may say more at once: none has to be woken for it.
+std::atomic<int> lingering = 0;
+
+std::optional<std::size_t> receiveSoon(StreamSocket& socket, std::span<std::uint8_t> into) {
+    const bool mayLinger = lingering.fetch_add(1) < limits::threadsThatLinger;
+    const auto count =
+        socket.receiveWithin(into, mayLinger ? limits::lingerTime : std::chrono::milliseconds(0));
+    --lingering;
+    return count;
+}
+
+}  // namespace
+
+/// The turn of the thread that carries out a request.
+class ServedStream::Turn final : public RequestTurn {
+  public:
+    Turn(ServedStream& stream, std::uint64_t number) : stream_(stream), number_(number) {}
+
+    void isAsked() override { mayBePassed(true); }
+    void hasBegun() override { mayBePassed(false); }
+    /// The request is done with. Whether the turn is still this one.
+    bool finish() {
+        const std::lock_guard lock(stream_.mutex_);
+        stream_.decide(number_);
+        if (stream_.turn_ != number_)
+            return false;
+        stream_.since_.reset();
+        return true;
+    }
+
+  private:
+    void mayBePassed(bool isAsking) {
+        const std::lock_guard lock(stream_.mutex_);
+        if (stream_.turn_ != number_) {
+            if (!isAsking)
+                stream_.decideLater(number_);
+            return;
+        }
+        if (!isAsking)
+            stream_.parser_.release();  // it is decoded
+        stream_.since_ = Clock::now();
+        stream_.isAsking_ = isAsking;
+        stream_.watchTurn(*stream_.since_ + limits::patience);
+    }
+    ServedStream& stream_;
+    const std::uint64_t number_;
+};
+
+ServedStream::ServedStream(std::shared_ptr<StreamSocket> socket, std::shared_ptr<Outbox> outbox,
+                           const ReceivedRequests& requests, std::shared_ptr<ClientAccount> account,
+                           FrameParser::Limits limits, Connection connection)
+    : socket_(std::move(socket)),
+      outbox_(std::move(outbox)),
+      requests_(requests),
+      account_(std::move(account)),
+      connection_(std::move(connection)),
+      parser_(std::move(limits), this) {}
+
+void ServedStream::readable() {
+    if (account_->places.take(1)) {
+        serve();
+        return;
+    }
+    try {
+        tryAgainLater();
+    } catch (const std::exception&) {
+        socket_->shutdown();
+        end();
+    }
+}
+
+void ServedStream::goOn() {
+    if (account_->places.take(1)) {
+        try {
+            runOnWorker([self = shared_from_this()] { self->serve(); });
+            return;
+        } catch (const std::exception&) {
+            account_->places.giveBack(1);
+        }
+    }
+    tryAgainLater();
+}
+
+void ServedStream::tryAgainLater() {
+    // A client that has gone needs no place to be told so.
+    const auto again = [self = shared_from_this()] {
+        if (!self->socket_->isOver()) {
+            self->goOn();
+            return;
+        }
+        try {
+            runOnWorker([self] { self->end(); });
+        } catch (const std::exception&) {
+            self->tryAgainLater();
+        }
+    };
+    runAt(Clock::now() + limits::patience, again);
+}
+
+void ServedStream::serve() {
+    std::uint64_t turn = 0;
+    std::optional<Message> message;
+    {
+        const std::lock_guard lock(mutex_);
+        turn = ++turn_;
+        frameDeadline_.reset();
+        idleSince_.reset();
+        since_.reset();
+        message = std::exchange(parked_, std::nullopt);
+    }
+    // What the one before has left there.
+    outbox_->release();
+    auto received = Received::bytes;
+    bool heldBack = false;
+    try {
+        while (received == Received::bytes && !connection_.isInvalid()) {
+            if (!message)
+                message = parser_.next();
+            if (!message) {
+                received = parser_.isBroken() ? Received::end : receive();
+                continue;
+            }
+            if (parser_.hasMessageWaiting()) {
+                outbox_->holdBack();
+                heldBack = true;
+            } else if (std::exchange(heldBack, false)) {
+                outbox_->release();
+            }
+            const auto next = std::exchange(message, std::nullopt);
+            if (next->kind != FrameKind::request) {
+                connection_.handleReply(*next);
+            } else if (!carryOut(*next, turn)) {
+                account_->places.giveBack(1);
+                return;
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        received = Received::end;  // there is no memory for what the peer sends
+    }
+    account_->places.giveBack(1);
+    if (received == Received::nothing) {
+        leave();
+    } else {
+        end();
+    }
+}
+
+bool ServedStream::carryOut(const Message& message, std::uint64_t turn) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (undecided_ != 0) {
+            parked_ = message;
+            return false;
+        }
+    }
+    Turn own(*this, turn);
+    requests_.handle(message, outbox_, &own);
+    return own.finish();
+}
+
+ServedStream::Received ServedStream::receive() {
+    const auto deadline = parser_.deadline();
+    // Of a sender that trickles there is always just a little more.
+    if (deadline && Clock::now() >= *deadline)
+        return Received::end;
+    const auto count = receiveSoon(*socket_, parser_.room());
+    if (!count)
+        return Received::nothing;
+    parser_.add(*count);
+    return *count == 0 ? Received::end : Received::bytes;
+}
+
+void ServedStream::leave() {
+    parser_.releaseBuffer();
+    {
+        const auto deadline = parser_.deadline();
+        const std::lock_guard lock(mutex_);
+        frameDeadline_ = deadline;
+        if (deadline)
+            watchFrame();
+        else
+            idleSince_ = Clock::now();
+    }
+    try {
+        socket_->whenReadable([self = shared_from_this()] { self->readable(); });
+    } catch (const std::exception&) {
+        end();
+    }
+}
+
+void ServedStream::watchFrame() {
+    if (isFrameWatched_)
+        return;
+    try {
+        runAt(*frameDeadline_, [weak = weak_from_this()] {
+            if (const auto self = weak.lock())
+                self->lookAtFrame();
+        });
+        isFrameWatched_ = true;
+    } catch (const std::exception&) {
+        socket_->shutdown();  // nobody could tell that its time is over
+    }
+}
+
+void ServedStream::lookAtFrame() {
+    const std::lock_guard lock(mutex_);
+    isFrameWatched_ = false;
+    if (!frameDeadline_)
+        return;
+    if (Clock::now() < *frameDeadline_) {
+        watchFrame();
+    } else {
+        socket_->shutdown();  // who is woken by that reports the end
+    }
+}
+
+std::optional<ServedStream::Clock::time_point> ServedStream::idleSince() {
+    const std::lock_guard lock(mutex_);
+    return outbox_->owesAnswers() ? std::nullopt : idleSince_;
+}
+
+void ServedStream::end() {
+    {
+        const std::lock_guard lock(mutex_);
+        ++turn_;
+        if (std::exchange(ended_, true))
+            return;
+    }
+    connection_.ended();
+}
+
+void ServedStream::decide(std::uint64_t turn) {
+    if (undecided_ != turn)
+        return;
+    undecided_ = 0;
+    if (parked_)
+        goOn();
+}
+
+void ServedStream::decideLater(std::uint64_t turn) {
+    runAt(Clock::now() + limits::patience, [weak = weak_from_this(), turn] {
+        if (const auto self = weak.lock()) {
+            const std::lock_guard lock(self->mutex_);
+            self->decide(turn);
+        }
+    });
+}
+
+void ServedStream::watchTurn(Clock::time_point time) {
+    if (isWatched_)
+        return;
+    try {
+        runAt(time, [weak = weak_from_this()] {
+            if (const auto self = weak.lock())
+                self->lookAtTurn();
+        });
+        isWatched_ = true;
+    } catch (const std::exception&) {
+        // Without a clock the requests of a client wait for each other.
+    }
+}
+
+void ServedStream::lookAtTurn() {
+    const std::lock_guard lock(mutex_);
+    isWatched_ = false;
+    if (!since_)
+        return;
+    if (const auto due = *since_ + limits::patience; Clock::now() < due) {
+        watchTurn(due);
+        return;
+    }
+    if (isAsking_)
+        undecided_ = turn_;
+    since_.reset();
+    ++turn_;
+    goOn();
+}
+
+bool ServedStream::admits(std::uint64_t id, std::string_view selector) {
+    return requests_.admits(id, selector, outbox_);
+}
+
+void ServedStream::refuses(std::uint64_t id, const std::string& reason) {
+    outbox_->refuse(id, reason);
+}
+
+}  // namespace morvane

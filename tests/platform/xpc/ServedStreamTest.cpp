@@ -1,0 +1,240 @@
+#include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/xpc/ClientAccount.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/xpc/RawRequests.h"
+#include "platform/xpc/XpcTestSupport.h"
+
+namespace morvane {
+namespace {
+
+std::shared_ptr<ClientAccount> accountWithPlaces(std::size_t places) {
+    return std::make_shared<ClientAccount>(ClientAccount::Limits{SIZE_MAX, places});
+}
+
+/// A service's connection and its client's, over a socket.
+class ServedClient {
+  public:
+    explicit ServedClient(std::shared_ptr<EchoService> service,
+                          std::shared_ptr<ClientAccount> account = accountWithPlaces(4),
+                          NSXPCConnection::Admission admission = {}) {
+        int pair[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
+            std::abort();
+        const auto served = std::make_shared<NSXPCConnection::Core>(
+            "client", std::make_shared<LinuxStreamSocket>(FileDescriptor(pair[0])));
+        served->account = std::move(account);
+        server = std::make_shared<NSXPCConnection>(served);
+        server->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        server->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        server->setExportedObject<Echo>(std::move(service));
+        server->setAdmission(std::move(admission));
+        server->setInvalidationHandler([ended = ended] { ended->set_value(); });
+        server->resume();
+        stream = std::make_shared<LinuxStreamSocket>(FileDescriptor(pair[1]));
+    }
+    ~ServedClient() {
+        server->invalidate();
+        stream->shutdown();
+        EXPECT_EQ(ended->get_future().wait_for(watchdog), std::future_status::ready);
+    }
+
+    void connect() {
+        client =
+            std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>("s", stream));
+        client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        client->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+        client->setExportedObject<Echo>(std::make_shared<EchoService>());
+        client->resume();
+    }
+    static std::future<std::string> echo(const std::shared_ptr<NSXPCConnection>& connection,
+                                         const std::string& text) {
+        const auto promise = std::make_shared<std::promise<std::string>>();
+        connection
+            ->remoteObjectProxyWithErrorHandler<Echo>(
+                [promise](NSErrorRef error) { promise->set_value(error->localizedDescription()); })
+            ->echo(text, [promise](std::string reply, NSErrorRef error) {
+                promise->set_value(error ? error->localizedDescription() : std::move(reply));
+            });
+        return promise->get_future();
+    }
+    std::future<std::string> echo(const std::string& text) { return echo(client, text); }
+
+    std::shared_ptr<std::promise<void>> ended = std::make_shared<std::promise<void>>();
+    std::shared_ptr<NSXPCConnection> server;
+    std::shared_ptr<NSXPCConnection> client;
+    std::shared_ptr<LinuxStreamSocket> stream;
+};
+
+/// Answers at once, but for what begins with "hang", which waits until it is let go.
+class HangingService final : public EchoService {
+  public:
+    HangingService() {
+        onEcho = [this](std::string text, const NSXPCReply<std::string, NSErrorRef>& reply) {
+            ++begun;
+            if (text.starts_with("hang"))
+                free.wait();
+            reply(std::move(text), nullptr);
+        };
+    }
+    ~HangingService() override { letGo(); }
+    void letGo() {
+        if (!gone.exchange(true))
+            promise.set_value();
+    }
+
+    std::atomic<int> begun = 0;
+    std::promise<void> promise;
+    std::shared_future<void> free = promise.get_future().share();
+    std::atomic<bool> gone = false;
+};
+
+std::size_t threadsOfThisProcess() {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+/// Waits for it, and says what it was at last.
+std::size_t threadsOnceAtMost(std::size_t most) {
+    const auto end = std::chrono::steady_clock::now() + watchdog;
+    while (threadsOfThisProcess() > most && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    return threadsOfThisProcess();
+}
+
+TEST(ServedStream, ARequestThatHangsHoldsUpNoneOfThoseBehindIt) {
+    const auto service = std::make_shared<HangingService>();
+    ServedClient pair(service);
+    pair.connect();
+    auto hung = pair.echo("hang");
+    EXPECT_EQ(await(pair.echo("a")), "a");
+    auto second = pair.echo("hang too");
+    EXPECT_EQ(await(pair.echo("b")), "b");
+    service->letGo();
+    EXPECT_EQ(await(std::move(hung)), "hang");
+    EXPECT_EQ(await(std::move(second)), "hang too");
+    EXPECT_EQ(await(pair.echo("c")), "c");
+}
+
+TEST(ServedStream, AnAnswerOfTheClientsComesThroughWhileARequestHangs) {
+    const auto service = std::make_shared<HangingService>();
+    ServedClient pair(service);
+    pair.connect();
+    auto hung = pair.echo("hang");
+    EXPECT_EQ(await(ServedClient::echo(pair.server, "question")), "question");
+    service->letGo();
+    await(std::move(hung));
+}
+
+TEST(ServedStream, TheEndOfAClientIsNoticedWhileItsRequestsHangInAllItsPlaces) {
+    const auto service = std::make_shared<HangingService>();
+    {
+        ServedClient pair(service, accountWithPlaces(1));
+        pair.connect();
+        pair.echo("hang");
+        const auto end = std::chrono::steady_clock::now() + watchdog;
+        while (service->begun == 0 && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        pair.client->invalidate();
+        // Its end, which the destructor waits for, comes before the request's.
+    }
+    service->letGo();
+}
+
+TEST(ServedStream, WhatHangsCostsThePlacesOfItsOwnUserOnly) {
+    const auto service = std::make_shared<HangingService>();
+    const auto account = accountWithPlaces(2);
+    ServedClient hanging(service, account);
+    ServedClient same(service, account);
+    ServedClient other(service, accountWithPlaces(2));
+    for (auto* each : {&hanging, &same, &other})
+        each->connect();
+    auto first = hanging.echo("hang");
+    auto second = hanging.echo("hang");
+    auto third = hanging.echo("hang");
+    auto waiting = same.echo("waits");
+    EXPECT_EQ(await(other.echo("goes on")), "goes on");
+    const auto end = std::chrono::steady_clock::now() + watchdog;
+    while (service->begun < 3 && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    service->letGo();
+    EXPECT_EQ(await(std::move(waiting)), "waits");
+    await(std::move(first));
+    await(std::move(second));
+    await(std::move(third));
+}
+
+TEST(ServedStream, ClientsThatSayNothingCostNoThread) {
+    const auto service = std::make_shared<EchoService>();
+    const auto before = threadsOfThisProcess();
+    std::vector<std::unique_ptr<ServedClient>> clients;
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(std::make_unique<ServedClient>(service));
+        const auto request = echoRequest("x");
+        const StreamSocket::Bytes bytes(request);
+        clients.back()->stream->send({&bytes, 1});
+        FrameReader reader(*clients.back()->stream);
+        EXPECT_TRUE(reader.next());
+    }
+    EXPECT_LE(threadsOnceAtMost(before + 10), before + 10);
+}
+
+TEST(ServedStream, HalfAFrameCostsNoThread) {
+    const auto service = std::make_shared<EchoService>();
+    const auto before = threadsOfThisProcess();
+    std::vector<std::unique_ptr<ServedClient>> clients;
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(std::make_unique<ServedClient>(service));
+        const auto request = echoRequest("x");
+        const auto bytes = StreamSocket::Bytes(request).first(10);
+        clients.back()->stream->send({&bytes, 1});
+    }
+    EXPECT_LE(threadsOnceAtMost(before + 10), before + 10);
+    const auto request = echoRequest("x");
+    const auto rest = StreamSocket::Bytes(request).subspan(10);
+    clients.front()->stream->send({&rest, 1});
+    FrameReader reader(*clients.front()->stream);
+    EXPECT_TRUE(reader.next());
+}
+
+TEST(ServedStream, WhileARightIsAskedForAnswersComeThroughAndRequestsKeepTheirOrder) {
+    const auto service = std::make_shared<EchoService>();
+    std::vector<std::string> order;
+    service->onEcho = [&](std::string text, const NSXPCReply<std::string, NSErrorRef>& reply) {
+        order.push_back(text);
+        reply(std::move(text), nullptr);
+    };
+    std::promise<void> isAsked;
+    std::promise<void> answer;
+    std::atomic<int> questions = 0;
+    ServedClient pair(service, accountWithPlaces(4), [&](std::string_view) {
+        if (questions++ == 0) {
+            isAsked.set_value();
+            answer.get_future().wait();
+        }
+        return NSErrorRef();
+    });
+    pair.connect();
+    auto first = pair.echo("first");
+    await(isAsked.get_future());
+    EXPECT_EQ(await(ServedClient::echo(pair.server, "question")), "question");
+    auto second = pair.echo("second");
+    answer.set_value();
+    EXPECT_EQ(await(std::move(first)), "first");
+    EXPECT_EQ(await(std::move(second)), "second");
+    EXPECT_EQ(order, (std::vector<std::string>{"first", "second"}));
+}
+
+}  // namespace
+}  // namespace morvane
