@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
+#include <MorvaneOperation/platform/linux/InstalledPlaces.h>
 #include <MorvaneOperation/platform/linux/SpawnAttributes.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 #include <sys/socket.h>
@@ -16,12 +17,13 @@
 namespace morvane {
 namespace {
 
-constexpr const char* installer = MORVANE_LIBEXEC_DIR "/morvane-install-helper";
 constexpr const char* elevation = "/usr/bin/pkexec";
-constexpr const char* packageFolder = MORVANE_DATA_DIR "/morvaneoperation/";
-constexpr const char* packagePolicies = MORVANE_DATA_DIR "/polkit-1/actions/";
 constexpr const char* unitFolder = "/etc/systemd/system/";
 constexpr const char* policyFolder = "/usr/share/polkit-1/actions/";
+
+std::string installer() {
+    return packageProgramFolder() + "/morvane-install-helper";
+}
 
 /// Whether somebody of root's listens at root's socket. One who does may start the helper for it.
 bool isListening(const std::string& label) {
@@ -94,8 +96,9 @@ std::optional<std::int64_t> codeOfInstaller(int status) {
 
 /// Empty on success.
 std::optional<std::int64_t> runElevated(const std::string& label) {
-    const std::array<const char*, 4> arguments{elevation, "--disable-internal-agent", installer,
-                                               nullptr};
+    const auto program = installer();
+    const std::array<const char*, 4> arguments{elevation, "--disable-internal-agent",
+                                               program.c_str(), nullptr};
     const SpawnAttributes spawn;
     pid_t child = 0;
     if (posix_spawn(&child, elevation, nullptr, &spawn.attributes,
@@ -118,18 +121,19 @@ bool isHelperInstalled(const std::string& label) {
     if (!isListening(label) || isInstallationBegun(label))
         return false;
     const auto left = "/var/lib/" + label + "/";
+    const auto units = packageDataFolder() + "/morvaneoperation/";
+    const auto policies = packageDataFolder() + "/polkit-1/actions/";
     const auto name = label.substr(0, label.rfind('.'));
-    return isUpToDate(packageFolder + label + ".service", unitFolder, left) &&
-           isUpToDate(packageFolder + label + ".socket", unitFolder, left) &&
-           isUpToDate(packagePolicies + name + ".policy", policyFolder, left) &&
-           isUpToDate(std::string(packagePolicies) + installHelperRight + ".policy", policyFolder,
-                      left);
+    return isUpToDate(units + label + ".service", unitFolder, left) &&
+           isUpToDate(units + label + ".socket", unitFolder, left) &&
+           isUpToDate(policies + name + ".policy", policyFolder, left) &&
+           isUpToDate(policies + installHelperRight + ".policy", policyFolder, left);
 }
 
 std::optional<std::int64_t> obstacleToHelper(const std::string& label) {
     if (isMasked(label + ".service") || isMasked(label + ".socket"))
         return kSMErrorJobMustBeEnabled;
-    if (access(installer, X_OK) != 0)
+    if (access(installer().c_str(), X_OK) != 0)
         return kSMErrorToolNotValid;
     if (access(elevation, X_OK) != 0)
         return kSMErrorServiceUnavailable;

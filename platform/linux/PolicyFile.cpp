@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/InstalledPlaces.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/PolicyFile.h>
 #include <fcntl.h>
@@ -19,8 +20,9 @@ namespace {
 constexpr const char* actionFolder = "/usr/share/polkit-1/actions";
 /// The package's file, with all of this library's rights. polkit reads it where it is if that is
 /// the folder of the actions.
-constexpr const char* packagePolicy =
-    MORVANE_DATA_DIR "/polkit-1/actions/io.github.morvaneoperation.policy";
+std::string packagePolicy() {
+    return packageDataFolder() + "/polkit-1/actions/io.github.morvaneoperation.policy";
+}
 
 std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -95,12 +97,12 @@ std::string impliedPolicyFileText() {
 }
 
 int writePolicyFile(const std::string& right, const std::string& ownText) {
-    const auto ofPackage = contents(packagePolicy);
+    const auto ofPackage = contents(packagePolicy());
     const bool isOfPackage =
         ofPackage.find("<action id=\"" + xml(right) + "\">") != std::string::npos;
     const auto& text = isOfPackage ? ofPackage : ownText;
-    const auto name =
-        isOfPackage ? std::filesystem::path(packagePolicy).filename().string() : right + ".policy";
+    const auto name = isOfPackage ? std::filesystem::path(packagePolicy()).filename().string()
+                                  : right + ".policy";
     const std::string path = std::string(actionFolder) + "/" + name;
     if (contents(path) == text)
         return 0;  // polkit has not noticed it yet

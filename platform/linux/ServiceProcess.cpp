@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/linux/InstalledPlaces.h>
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/SpawnAttributes.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
@@ -30,7 +31,7 @@ constexpr const char* libexecVariable = "MORVANE_LIBEXEC_DIR";
 
 std::string libexecFolder() {
     const char* const folder = secure_getenv(libexecVariable);
-    return folder && *folder ? folder : MORVANE_LIBEXEC_DIR;
+    return folder && *folder ? folder : packageProgramFolder();
 }
 
 /// The stream to a service that this process has started; clears up behind it.

@@ -1,0 +1,65 @@
+#include <MorvaneOperation/platform/linux/InstalledPlaces.h>
+#include <dlfcn.h>
+#include <link.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+namespace morvane {
+namespace {
+
+struct Places {
+    std::string programs;
+    std::string data;
+};
+
+/// The folder of the library, or of the program that has it built in. Empty if that is unknown.
+std::filesystem::path folderOfThisCode() {
+    static const char anchor = 0;
+    Dl_info info{};
+    void* map = nullptr;
+    if (dladdr1(&anchor, &info, &map, RTLD_DL_LINKMAP) == 0 || !map)
+        return {};
+    const char* const name = static_cast<const link_map*>(map)->l_name;
+    std::error_code error;
+    // The program itself has no name there.
+    const auto file = std::filesystem::canonical(name && *name ? name : "/proc/self/exe", error);
+    return error ? std::filesystem::path() : file.parent_path();
+}
+
+Places findPlaces() {
+    struct Distance {
+        const char* programs;
+        const char* data;
+    };
+    // From the folder of libraries and from that of programs.
+    constexpr std::array distances{Distance{MORVANE_LIBEXEC_FROM_LIB, MORVANE_DATA_FROM_LIB},
+                                   Distance{MORVANE_LIBEXEC_FROM_BIN, MORVANE_DATA_FROM_BIN}};
+    if (const auto here = folderOfThisCode(); !here.empty()) {
+        for (const auto& distance : distances) {
+            const auto programs = (here / distance.programs).lexically_normal();
+            std::error_code error;
+            if (std::filesystem::is_directory(programs, error))
+                return {programs.string(), (here / distance.data).lexically_normal().string()};
+        }
+    }
+    return {MORVANE_LIBEXEC_DIR, MORVANE_DATA_DIR};
+}
+
+const Places& places() {
+    static const auto* const found = new Places(findPlaces());
+    return *found;
+}
+
+}  // namespace
+
+const std::string& packageProgramFolder() {
+    return places().programs;
+}
+
+const std::string& packageDataFolder() {
+    return places().data;
+}
+
+}  // namespace morvane
