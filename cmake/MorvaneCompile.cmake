@@ -1,6 +1,7 @@
-# Warnings, sanitizers and the linker, the same for everything that is built here.
+# Warnings and sanitizers, the same for everything that is built here. Whether warnings are errors, and which
+# linker is used, is for the builder to choose; the presets that the project is developed with choose both.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-                    -Wconversion -Wno-sign-conversion -Werror
+                    -Wconversion -Wno-sign-conversion
                     # GCC 12 warns of its own std::string operator+ at -O3.
                     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 if(CMAKE_UNITY_BUILD)
@@ -11,10 +12,6 @@ endif()
 if(MORVANE_SANITIZE)
     add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${MORVANE_SANITIZE})
-endif()
-find_program(MORVANE_LLD NAMES ld.lld lld)
-if(MORVANE_LLD)
-    add_link_options(-fuse-ld=lld)
 endif()
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -1,9 +1,6 @@
 # What a program outside needs: the library, its headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-target_include_directories(MorvaneOperation INTERFACE
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_compile_features(MorvaneOperation INTERFACE cxx_std_20)
 install(TARGETS MorvaneOperation EXPORT MorvaneOperationTargets)
 install(DIRECTORY include/MorvaneOperation DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     FILES_MATCHING PATTERN "*.h")
@@ -30,11 +27,19 @@ endforeach()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/MorvaneOperation)
 install(EXPORT MorvaneOperationTargets NAMESPACE MorvaneOperation::
-    FILE MorvaneOperationConfig.cmake DESTINATION ${package_folder})
+    FILE MorvaneOperationTargets.cmake DESTINATION ${package_folder})
+configure_package_config_file(cmake/MorvaneOperationConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/MorvaneOperationConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/MorvaneOperationConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/MorvaneOperationConfigVersion.cmake DESTINATION ${package_folder})
+install(FILES ${PROJECT_BINARY_DIR}/MorvaneOperationConfig.cmake
+    ${PROJECT_BINARY_DIR}/MorvaneOperationConfigVersion.cmake DESTINATION ${package_folder})
 
+# The file says where everything is relative to itself: the prefix may be chosen at the installation.
+set(pkgconfig_folder ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefix_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH libdir_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH includedir_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/morvaneoperation.pc.in morvaneoperation.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/morvaneoperation.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -50,33 +50,77 @@ cmake -S "$work/outside" -B "$work/outside/build" -DCMAKE_PREFIX_PATH="$prefix" 
 cmake --build "$work/outside/build" >/dev/null
 [ "$("$work/outside/build/outside")" = "1.0.0 1.0 3 4 2" ] || fail "the package's program printed something else"
 
-# The prefix was chosen at installation; pkg-config is told so.
+# pkg-config finds the prefix, which was chosen at the installation, from where the file lies.
 pc=$(find "$prefix" -name morvaneoperation.pc)
 libdir=$(dirname "$(dirname "$pc")")
 "$cxx" -std=c++20 "$work/outside/main.cpp" -o "$work/by-pkg-config" \
-    $(PKG_CONFIG_PATH=${pc%/*} pkg-config --define-variable=includedir="$prefix/include" \
-        --define-variable=libdir="$libdir" --cflags --libs morvaneoperation)
+    $(PKG_CONFIG_PATH=${pc%/*} pkg-config --cflags --libs morvaneoperation)
 [ "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" = "1.0.0 1.0 3 4 2" ] ||
     fail "pkg-config's program printed something else"
 
-echo "the installed morvane finds its service"
+unset MORVANE_LIBEXEC_DIR
+echo "the installed morvane finds its service, also after it was moved"
 touch "$work/file"
-env -u MORVANE_LIBEXEC_DIR MORVANE_LIBEXEC_DIR="$prefix/libexec/morvaneoperation" \
-    "$prefix/bin/morvane" acl "$work/file" >/dev/null || fail "the installed morvane does not run"
+"$prefix/bin/morvane" acl "$work/file" >/dev/null || fail "the installed morvane does not run"
+mv "$prefix" "$work/moved"
+"$work/moved/bin/morvane" acl "$work/file" >/dev/null || fail "the moved morvane does not run"
+mv "$work/moved" "$prefix"
+
+echo "what is installed names the prefix that was chosen"
+grep -q "^ExecStart=.*$prefix/libexec/morvaneoperation/" \
+    "$prefix"/share/morvaneoperation/*.PrivilegedHelper.service || fail "the unit starts a program elsewhere"
+grep -q "exec.path\">$prefix/libexec/morvaneoperation/morvane-install-helper<" \
+    "$prefix"/share/polkit-1/actions/*.InstallHelper.policy || fail "the policy is for an installer elsewhere"
+
+echo "a host that cannot start a service says which program was looked for where"
+mv "$prefix/libexec/morvaneoperation/io.github.morvaneoperation.FileService" "$work/service"
+if "$prefix/bin/morvane" acl "$work/file" 2>"$work/errors"; then fail "a list was read without a service"; fi
+grep -qF "\"$prefix/libexec/morvaneoperation/io.github.morvaneoperation.FileService\"" "$work/errors" ||
+    fail "morvane said $(cat "$work/errors")"
+mv "$work/service" "$prefix/libexec/morvaneoperation/io.github.morvaneoperation.FileService"
+
+echo "the umbrella has every public header"
+for header in "$prefix"/include/MorvaneOperation/*.h; do
+    name=MorvaneOperation/${header##*/}
+    [ "$name" = MorvaneOperation/MorvaneOperation.h ] || grep -q "#include <$name>" \
+        "$prefix/include/MorvaneOperation/MorvaneOperation.h" || fail "the umbrella lacks $name"
+done
+
+echo "an older language is refused in plain words"
+if "$cxx" -std=c++17 -Wfatal-errors -fsyntax-only -I"$prefix/include" -x c++ "$work/outside/main.cpp" 2>"$work/errors"
+then fail "C++17 compiles"; fi
+[ "$(grep -c 'error' "$work/errors")" -ge 1 ] && grep -q 'MorvaneOperation needs C++20' "$work/errors" ||
+    fail "C++17 is told $(cat "$work/errors")"
+
+echo "a project has this one as a part of itself, under the same name"
+mkdir "$work/inside"
+cp "$work/outside/main.cpp" "$work/inside/"
+cat >"$work/inside/CMakeLists.txt" <<CMAKE
+cmake_minimum_required(VERSION 3.25)
+project(inside CXX)
+add_subdirectory($source morvane)
+if(TARGET xpc_test)
+    message(FATAL_ERROR "the tests of a part were made too")
+endif()
+add_executable(inside main.cpp)
+target_link_libraries(inside MorvaneOperation::MorvaneOperation)
+CMAKE
+cmake -S "$work/inside" -B "$work/inside/build" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null ||
+    fail "a project cannot have this one as a part"
+if grep -rqsE -- '-Werror|-fuse-ld' "$work/inside/build/CMakeFiles" "$work/inside/build/morvane/platform" \
+    --include=flags.make --include=link.txt; then fail "a builder's warnings or linker are chosen here"; fi
 
 echo "the smallest host is built and run outside"
 cmake -S "$source/examples/smallest_host" -B "$work/host" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="${flags[*]:1}" >/dev/null
 cmake --build "$work/host" >/dev/null
 setfacl -m u:daemon:r "$work/file"
-export MORVANE_LIBEXEC_DIR=$prefix/libexec/morvaneoperation
 [ "$("$work/host/smallest_host" "$work/file" | sort | tr '\n' ' ')" = \
     "$(printf '%s\n' daemon everyone "$(id -un)" "$(id -gn)" | sort | tr '\n' ' ')" ] ||
     fail "the smallest host printed something else"
 if "$work/host/smallest_host" "$work/no" 2>"$work/errors"; then fail "the smallest host read a file that is not there"; fi
 [ "$(cat "$work/errors")" = "smallest_host: No such file or directory" ] ||
     fail "the smallest host said $(cat "$work/errors")"
-unset MORVANE_LIBEXEC_DIR
 
 echo "what must not compile does not"
 refuse() {
