@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""Looks for what ordinary tests are too short to find, and prints one table.
+
+usage: campaign.py [MINUTES] [--only PART...]
+
+Parts: soak (a million requests from several threads, with a thousand kills of the service), frames (a million
+malformed frames for a listening service under sanitizers), faults (each call of a kind failing in turn, once and
+for good, in host and service), fuzz (every fuzzer for MINUTES of processor time each, 60 unless told). A whole run,
+with 60 minutes or more and all parts, leaves its table in docs/campaign.md. What was found lies below
+build/campaign. Ends with 1 if anything was found. Run by `./test campaign`, which builds what it needs.
+"""
+import argparse
+import concurrent.futures
+import json
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+DEV = os.path.join(TOP, "build/dev")
+SANITIZED = os.path.join(TOP, "build/asan-ubsan")
+FOUND = os.path.join(TOP, "build/campaign")
+SERVICE = "io.github.morvaneoperation.FileService"
+WHOLE_MINUTES = 60
+PROCESSORS = os.cpu_count() or 1
+TIME_LIMIT = 120  # for one run of the scenario; it has a watchdog of its own
+
+CALLS = ("malloc", "read", "recvmsg", "send", "sendmsg", "epoll_wait", "socketpair", "accept4", "posix_spawn",
+         "eventfd", "pthread_create", "openat", "statx", "getxattr", "fgetxattr", "setxattr", "fsetxattr", "mmap")
+ENDS = {0: "as it should", 1: "ended twice", 2: "never ended", 3: "next request not answered"}
+
+
+def keep(name, text):
+    os.makedirs(FOUND, exist_ok=True)
+    with open(os.path.join(FOUND, name), "a", encoding="utf-8") as file:
+        file.write(text + "\n")
+
+
+# Faults.
+
+def scenario(call, number, for_good, program):
+    """One run with that fault: whether the fault was reached, and what came of it."""
+    with tempfile.TemporaryDirectory() as work:
+        items = os.path.join(work, "items")
+        os.mkdir(items)
+        with open(os.path.join(items, "file"), "w", encoding="ascii") as file:
+            file.write("x")
+        mark = os.path.join(work, "mark")
+        environment = {**os.environ, "MORVANE_LIBEXEC_DIR": os.path.join(DEV, "libexec"),
+                       "LD_PRELOAD": os.path.join(DEV, "tests/campaign/libfailing_calls.so"),
+                       "FAILING_CALL": call, "FAILING_AT": str(number), "FAILING_FOR_GOOD": "1" if for_good else "0",
+                       "FAILING_PROGRAM": program, "FAILING_MARK": mark}
+        if program == "campaign_scenario":
+            environment["FAILING_WAITS"] = "1"
+        host = subprocess.Popen([os.path.join(DEV, "tests/campaign/campaign_scenario"), items], env=environment,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
+        try:
+            output, _ = host.communicate(timeout=TIME_LIMIT)
+        except subprocess.TimeoutExpired:
+            host.kill()
+            output, _ = host.communicate()
+            return os.path.exists(mark), "hung", output
+        code = host.returncode
+        end = ENDS.get(code, f"signal {-code}" if code < 0 else f"status {code}")
+        # A service that fails for good need not answer the host's last request.
+        if code == 3 and for_good and program == SERVICE:
+            end = ENDS[0]
+        return os.path.exists(mark), end, output
+
+
+def faults():
+    rows, findings = [], 0
+    total = 0
+    with concurrent.futures.ThreadPoolExecutor(PROCESSORS) as pool:
+        for program, role in (("campaign_scenario", "host"), (SERVICE, "service")):
+            for call in CALLS:
+                for for_good in (False, True):
+                    tried, bad, number, reached = 0, 0, 1, True
+                    while reached:
+                        numbers = range(number, number + 8 * PROCESSORS)
+                        number += 8 * PROCESSORS
+                        for at, result in zip(numbers, pool.map(
+                                lambda n: scenario(call, n, for_good, program), numbers)):
+                            was_reached, end, output = result
+                            reached = reached and was_reached
+                            if not was_reached:
+                                continue
+                            tried += 1
+                            if end != ENDS[0]:
+                                bad += 1
+                                keep("faults", f"{role} {call} at {at}{' and all behind' if for_good else ''}: {end}\n"
+                                               f"{output}")
+                    total += tried
+                    findings += bad
+                    if tried:
+                        rows.append((f"{role}: {call} fails {'for good' if for_good else 'once'}", tried, bad))
+    return [("faults", total, findings), *rows], findings
+
+
+# The soak.
+
+def soak(requests, kills, threads=8):
+    environment = {**os.environ, "MORVANE_LIBEXEC_DIR": os.path.join(DEV, "tests/campaign")}
+    run = subprocess.run([os.path.join(DEV, "tests/campaign/campaign_soak"), str(requests), str(kills), str(threads)],
+                         env=environment, capture_output=True, text=True, check=False)
+    if not run.stdout:
+        keep("soak", f"status {run.returncode}: {run.stderr}")
+        return [("soak", 0, 1)], 1
+    seen = json.loads(run.stdout)
+    findings = seen["never ended"] + seen["ended twice"] + seen["out of order"]
+    for what, slack in (("descriptors", 4), ("threads", 8), ("kilobytes", 8192)):
+        early, late = seen[what]
+        if late > early + slack:
+            findings += 1
+    if findings:
+        keep("soak", run.stdout)
+    ended = f"{seen['answered']} answered, {seen['interrupted']} interrupted, {seen['invalid']} not sent"
+    return [(f"requests with {seen['kills']} kills: {ended}", seen["requests"], findings),
+            *((f"{what}: early, late", " ".join(map(str, seen[what])), "") for what in
+              ("descriptors", "threads", "kilobytes"))], findings
+
+
+# Frames.
+
+def frames(count):
+    with tempfile.TemporaryDirectory() as work:
+        run = subprocess.run([os.path.join(SANITIZED, "tests/campaign/campaign_frames"),
+                              os.path.join(SANITIZED, "tests/platform/xpc/xpc_test_service"),
+                              os.path.join(work, "socket"), str(count), str(random.randrange(1 << 30))],
+                             capture_output=True, text=True, errors="replace", check=False)
+    found = 0 if run.returncode == 0 else 1
+    if found:
+        keep("frames", f"status {run.returncode}\n{run.stdout}{run.stderr}")
+    seen = json.loads(run.stdout) if run.stdout.startswith("{") else {"frames": 0, "connections": 0}
+    return [(f"malformed frames, under sanitizers, over {seen['connections']} connections", seen["frames"], found)], found
+
+
+# Fuzzers.
+
+def fuzz_one(name, minutes):
+    folder = os.path.join(FOUND, name)
+    os.makedirs(folder, exist_ok=True)
+    log = os.path.join(FOUND, f"{name}.log")
+    with open(log, "w", encoding="utf-8") as output:
+        run = subprocess.run([os.path.join(SANITIZED, "fuzz", f"{name}_fuzzer"), f"-max_total_time={int(minutes * 60)}",
+                              "-rss_limit_mb=2048", "-print_final_stats=1", f"-artifact_prefix={folder}/", folder,
+                              os.path.join(TOP, "fuzz/corpus", name)],
+                             stdout=output, stderr=subprocess.STDOUT, check=False)
+    inputs = 0
+    with open(log, encoding="utf-8", errors="replace") as output:
+        for line in output:
+            if line.startswith("stat::number_of_executed_units:"):
+                inputs = int(line.split()[1])
+    return (f"fuzzer {name}, {minutes:g} min, inputs", inputs, 0 if run.returncode == 0 else 1)
+
+
+def fuzz(minutes):
+    names = sorted(file.removesuffix("_fuzzer") for file in os.listdir(os.path.join(SANITIZED, "fuzz"))
+                   if file.endswith("_fuzzer"))
+    with concurrent.futures.ThreadPoolExecutor(PROCESSORS) as pool:
+        rows = list(pool.map(lambda name: fuzz_one(name, minutes), names))
+    return rows, sum(row[2] for row in rows)
+
+
+def table(rows):
+    lines = ["| what | how many | found |", "|---|---:|---:|"]
+    lines += [f"| {what} | {count} | {found} |" for what, count, found in rows]
+    return "\n".join(lines)
+
+
+def main():
+    parts = {"soak": lambda minutes: soak(1_000_000, 1000), "frames": lambda minutes: frames(1_000_000),
+             "faults": lambda minutes: faults(), "fuzz": fuzz}
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("minutes", nargs="?", type=float, default=WHOLE_MINUTES)
+    parser.add_argument("--only", nargs="+", choices=parts, default=list(parts))
+    arguments = parser.parse_args()
+    shutil.rmtree(FOUND, ignore_errors=True)
+    all_rows, all_findings, began = [], 0, time.monotonic()
+    for name in arguments.only:
+        rows, findings = parts[name](arguments.minutes)
+        print(table(rows), flush=True)
+        all_rows += rows
+        all_findings += findings
+    if set(arguments.only) == set(parts) and arguments.minutes >= WHOLE_MINUTES:
+        with open(os.path.join(TOP, "docs/campaign.md"), "w", encoding="utf-8") as file:
+            file.write(f"# The last whole campaign\n\n`./test campaign`, {time.strftime('%Y-%m-%d')}, "
+                       f"{(time.monotonic() - began) / 60:.0f} minutes on {PROCESSORS} processors.\n\n"
+                       f"{table(all_rows)}\n")
+    if all_findings:
+        print(f"What was found lies in {FOUND}.")
+    return 1 if all_findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
