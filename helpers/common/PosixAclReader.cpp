@@ -12,15 +12,11 @@
 #include <memory>
 #include <utility>
 
+#include "AclHandle.h"
+
 namespace morvane {
 
 namespace {
-
-struct AclFree {
-    void operator()(void* acl) const { acl_free(acl); }
-};
-using AclHandle = std::unique_ptr<std::remove_pointer_t<acl_t>, AclFree>;
-using QualifierHandle = std::unique_ptr<id_t, AclFree>;
 
 PosixRights rightsOfMode(mode_t bits) {
     return static_cast<PosixRights>(bits & 7U);

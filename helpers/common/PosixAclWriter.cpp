@@ -12,14 +12,11 @@
 #include <type_traits>
 #include <vector>
 
+#include "AclHandle.h"
+
 namespace morvane {
 
 namespace {
-
-struct AclFree {
-    void operator()(void* acl) const { acl_free(acl); }
-};
-using AclHandle = std::unique_ptr<std::remove_pointer_t<acl_t>, AclFree>;
 
 [[noreturn]] void fail() {
     throw std::system_error(errno, std::generic_category());

@@ -163,7 +163,7 @@ int main(int argc, char** argv) {
                 continue;
             }
             const auto service = connections.current()->processIdentifier();
-            if (service > 1 && kill(static_cast<pid_t>(service), SIGKILL) == 0) {
+            if (service && kill(static_cast<pid_t>(*service), SIGKILL) == 0) {
                 ++killed;
                 nextKill = ended() + (each * threads - ended()) / (kills - killed + 1);
             }
