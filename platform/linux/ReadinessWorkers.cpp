@@ -126,6 +126,8 @@ class ReadinessWorkers {
                 const std::lock_guard lock(mutex_);
                 if (first)
                     --waiters_;
+                if (waiters_ != 0)
+                    return;  // whoever waits now sees to the rest
                 for (const auto& [descriptor, entry] : tasks_) {
                     if (!entry.once)
                         continue;
