@@ -3,11 +3,13 @@
 #include <MorvaneOperation/MVFileResponse.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <set>
 #include <utility>
 
 #include "AclRequests.h"
+#include "ClientQuestion.h"
 #include "DirectoryRequests.h"
 #include "PropagateRequests.h"
 #include "RenameRequests.h"
@@ -18,6 +20,20 @@ namespace {
 
 /// More are work that takes long.
 constexpr std::size_t itemsRenamedAtOnce = 64;
+/// Ordinary lists are written before the client would be asked for the first time.
+constexpr std::chrono::milliseconds questionInterval{250};
+
+/// Asks the client now and then whether a request that may take long is to go on.
+std::function<bool()> askingNowAndThen(const std::weak_ptr<NSXPCConnection>& client) {
+    using Clock = std::chrono::steady_clock;
+    return [question = std::make_shared<ClientQuestion>(client),
+            next = Clock::now() + questionInterval]() mutable {
+        if (Clock::now() < next)
+            return question->goesOn();
+        next = Clock::now() + questionInterval;
+        return question->ask();
+    };
+}
 
 }  // namespace
 
@@ -74,9 +90,9 @@ void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> 
                                        NSXPCReply<NSErrorRef> reply) {
     std::set<std::string> paths{url.path()};
     WriteOrder::begin(writes_, std::move(paths),
-                      [rule = rule_, entries = std::move(entries), url = std::move(url),
-                       reply = std::move(reply)](const WriteOrder::Token&) {
-                          reply(setAclEntriesOfUrl(entries, url, rule));
+                      [client = client_, rule = rule_, entries = std::move(entries),
+                       url = std::move(url), reply = std::move(reply)](const WriteOrder::Token&) {
+                          reply(setAclEntriesOfUrl(entries, url, rule, askingNowAndThen(client)));
                       });
 }
 
