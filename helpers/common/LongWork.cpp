@@ -31,8 +31,17 @@ const std::shared_ptr<LongWork>& LongWork::shared() {
 
 void LongWork::run(const std::shared_ptr<LongWork>& work, Owner owner, std::function<void()> job) {
     const std::lock_guard lock(work->mutex_);
+    if (work->isStopped_)
+        return;
     work->waiting_.push_back({owner, std::move(job)});
     work->start(work);
+}
+
+void LongWork::stop() {
+    std::list<Job> dropped;  // what they hold goes outside of the lock
+    const std::lock_guard lock(mutex_);
+    isStopped_ = true;
+    dropped.swap(waiting_);
 }
 
 /// Of the user who has the fewest that run; the first that came, of one user's.

@@ -33,6 +33,8 @@ class LongWork {
 
     /// Runs `job` on a worker, once it is its turn. It must not throw.
     static void run(const std::shared_ptr<LongWork>& work, Owner owner, std::function<void()> job);
+    /// Drops the jobs that wait, and all that come: for the end of the process.
+    void stop();
 
   private:
     struct Job {
@@ -48,6 +50,7 @@ class LongWork {
     std::mutex mutex_;
     std::list<Job> waiting_;
     unsigned running_ = 0;
+    bool isStopped_ = false;
     std::map<std::int64_t, unsigned> ofUser_;
     std::map<const void*, unsigned> ofClient_;
 };

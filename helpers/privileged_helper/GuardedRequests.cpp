@@ -21,9 +21,14 @@ struct Subjects {
     template <class T>
     void add(const T&) {}
 
-    std::string line(std::size_t i) const {
-        auto text = '"' + escapedForLog(items[i].path()) + '"';
-        return i < names.size() ? text + " as \"" + escapedForLog(names[i]) + '"' : text;
+    std::vector<std::string> forLog() const {
+        std::vector<std::string> texts;
+        for (std::size_t i = 0; i != items.size(); ++i) {
+            auto text = '"' + escapedForLog(items[i].path()) + '"';
+            texts.push_back(i < names.size() ? text + " as \"" + escapedForLog(names[i]) + '"'
+                                             : std::move(text));
+        }
+        return texts;
     }
 };
 
@@ -36,9 +41,9 @@ Subjects subjectsOf(const std::tuple<T...>& arguments) {
 
 class LoggedRequests final : public MVFileRequest {
   public:
-    LoggedRequests(std::shared_ptr<MVFileRequest> requests, RequestLog log,
-                   std::shared_ptr<RequestsAtWork> work)
-        : requests_(std::move(requests)), log_(std::move(log)), work_(std::move(work)) {}
+    LoggedRequests(std::shared_ptr<MVFileRequest> requests, std::shared_ptr<RequestJournal> journal,
+                   const RequestClient& client)
+        : requests_(std::move(requests)), journal_(std::move(journal)), client_(client) {}
 
 #define MVLoggedRequest(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT)                   \
     void NAME PARAMETERS override {                                                     \
@@ -51,37 +56,31 @@ class LoggedRequests final : public MVFileRequest {
   private:
     template <class Method, class... T>
     void pass(std::string_view selector, Method method, std::tuple<T...> arguments) {
-        auto subjects = subjectsOf(arguments);
+        auto request = journal_->begin(client_, selector, subjectsOf(arguments).forLog());
         auto& reply = std::get<sizeof...(T) - 1>(arguments);
-        auto told = telling(std::move(reply), std::string(selector), std::move(subjects));
+        auto told = telling(std::move(reply), std::move(request));
         reply = std::move(told);
         std::apply([&](T&&... each) { (requests_.get()->*method)(std::forward<T>(each)...); },
                    std::move(arguments));
     }
 
-    /// `reply`, which tells the log of every item how the request has ended before it is sent.
+    /// `reply`, which tells the log how the request has ended before it is sent.
     template <class... T>
-    NSXPCReply<T...> telling(NSXPCReply<T...>&& reply, std::string selector,
-                             Subjects subjects) const {
-        return [reply = std::move(reply), work = work_->begin(), log = log_,
-                selector = std::move(selector), subjects = std::move(subjects)](T... results) {
+    static NSXPCReply<T...> telling(NSXPCReply<T...>&& reply,
+                                    std::shared_ptr<RequestJournal::Request> request) {
+        return [reply = std::move(reply), request = std::move(request)](T... results) {
             const auto& error = std::get<NSErrorRef&>(std::tie(results...));
-            const auto end =
-                error ? "failed, " + escapedForLog(error->localizedDescription()) : "done";
-            for (std::size_t i = 0; i != subjects.items.size(); ++i) {
-                auto line = selector + " ";
-                line += subjects.line(i);
-                line += ": ";
-                line += end;
-                log(line);
-            }
+            if (error)
+                request->failed(error->localizedDescription());
+            else
+                request->done();
             reply(std::move(results)...);
         };
     }
 
     const std::shared_ptr<MVFileRequest> requests_;
-    const RequestLog log_;
-    const std::shared_ptr<RequestsAtWork> work_;
+    const std::shared_ptr<RequestJournal> journal_;
+    const RequestClient client_;
 };
 
 /// Null for what is no message of the protocol.
@@ -110,7 +109,7 @@ const char* suggestion(RightState state) {
         case RightState::expired:
             return "Ask again in five minutes, or in a program started anew.";
         case RightState::unknown:
-            return "See that polkit runs, and try again.";
+            return "Check that polkit runs ('systemctl status polkit'), and try again.";
         default:
             return "Ask for the right again; it holds for 45 seconds, and for the process that has "
                    "asked.";
@@ -119,14 +118,17 @@ const char* suggestion(RightState state) {
 
 }  // namespace
 
-NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
-    return [check = std::move(check), log = std::move(log)](std::string_view selector) {
+NSXPCConnection::Admission admissionByRight(RightCheck check,
+                                            std::shared_ptr<RequestJournal> journal,
+                                            const RequestClient& client) {
+    return [check = std::move(check), journal = std::move(journal),
+            client](std::string_view selector) {
         const char* const right = rightFor(selector);
         const auto state = right ? check(right) : RightState::notHeld;
         if (state == RightState::held)
             return NSErrorRef();
         const std::string why = refusal(state, right ? right : "to it");
-        log(std::string(selector) + " refused, " + why);
+        journal->refused(client, selector, why);
         auto description = why + '.';
         description.front() = 'T';
         return NSError::errorWithDomain(
@@ -137,24 +139,9 @@ NSXPCConnection::Admission admissionByRight(RightCheck check, RequestLog log) {
 }
 
 std::shared_ptr<MVFileRequest> loggedRequests(std::shared_ptr<MVFileRequest> requests,
-                                              RequestLog log,
-                                              std::shared_ptr<RequestsAtWork> work) {
-    return std::make_shared<LoggedRequests>(std::move(requests), std::move(log), std::move(work));
-}
-
-std::string escapedForLog(std::string_view path) {
-    constexpr std::size_t longest = 4096;
-    constexpr const char* digits = "0123456789abcdef";
-    std::string text;
-    for (const char c : path.substr(0, longest)) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte >= 0x7F || c == '\\' || c == '"') {
-            text += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
-        } else {
-            text += c;
-        }
-    }
-    return text;
+                                              std::shared_ptr<RequestJournal> journal,
+                                              const RequestClient& client) {
+    return std::make_shared<LoggedRequests>(std::move(requests), std::move(journal), client);
 }
 
 }  // namespace morvane

@@ -6,10 +6,11 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <ctime>
 #include <optional>
 #include <stop_token>
 #include <thread>
@@ -28,17 +29,16 @@ using namespace morvane;
 constexpr int usageError = 64;
 constexpr int startError = 70;
 constexpr std::uint32_t idleSeconds = 60;
-constexpr std::chrono::seconds upgradeInterval{2};
+constexpr timespec watchInterval{.tv_sec = 2, .tv_nsec = 0};
+/// Work stops within a second or two; service managers wait for 90.
+constexpr std::chrono::seconds timeToStop{5};
 
 /// Has the client's requests carried out, each if this very process holds the right to it.
 void serve(const std::shared_ptr<NSXPCConnection>& client,
-           const std::shared_ptr<RequestsAtWork>& work) {
+           const std::shared_ptr<RequestJournal>& journal) {
     const std::weak_ptr<NSXPCConnection> weak = client;
-    const auto who = "uid " + std::to_string(client->effectiveUserIdentifier().value()) + " pid " +
-                     std::to_string(client->processIdentifier().value()) + ": ";
-    const auto log = [who](const std::string& line) {
-        syslog(LOG_INFO, "%s%s", who.c_str(), line.c_str());
-    };
+    const RequestClient who{client->effectiveUserIdentifier().value(),
+                            client->processIdentifier().value()};
     FileRequestHandler::configure(client);
     client->setAdmission(admissionByRight(
         [weak](const char* right) {
@@ -49,9 +49,9 @@ void serve(const std::shared_ptr<NSXPCConnection>& client,
                        ? rightOfProcess({*process, held->processStartTime(), *user}, right)
                        : RightState::notHeld;
         },
-        log));
+        journal, who));
     client->setExportedObject<MVFileRequest>(
-        loggedRequests(FileRequestHandler::forPrivilegedClient(client), log, work));
+        loggedRequests(FileRequestHandler::forPrivilegedClient(client), journal, who));
     client->resume();
 }
 
@@ -61,22 +61,41 @@ bool isReplaced() {
     return stat("/proc/self/exe", &status) == 0 && status.st_nlink == 0;
 }
 
-/// Ends the service after an upgrade, whoever is connected, once no request has been worked on for
-/// a moment: time enough for the last reply. The next request starts the new program.
-void leaveAfterUpgrade(const std::stop_token& end, NSXPCListener& listener,
-                       const RequestsAtWork& work) {
-    std::mutex mutex;
-    std::condition_variable_any ended;
-    std::unique_lock lock(mutex);
+/// SIGTERM, which every thread of this process leaves to the one that waits for it.
+sigset_t blockedTermination() {
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &termination, nullptr);
+    return termination;
+}
+
+/// Ends the process as the service manager wants it: nobody is served any more, work is told to
+/// stop, and the log is told how far each request came. What the kernel holds, or what cannot stop,
+/// is not waited for.
+[[noreturn]] void leaveInOrder(NSXPCListener& listener, RequestJournal& journal) {
+    listener.invalidate();  // which work takes for its client's no
+    LongWork::shared()->stop();
+    journal.close(timeToStop);
+    // Threads may still work. They end with the process, and nothing is destroyed below them.
+    std::_Exit(0);
+}
+
+/// Waits for the service manager's SIGTERM. Meanwhile ends the service after an upgrade, whoever is
+/// connected, once no request has been worked on for a moment: time enough for the last reply. The
+/// next request starts the new program.
+void watch(const std::stop_token& end, const sigset_t& termination, NSXPCListener& listener,
+           RequestJournal& journal) {
     std::optional<std::uint64_t> before;
-    while (!ended.wait_for(lock, end, upgradeInterval, [&] { return end.stop_requested(); })) {
+    while (!end.stop_requested()) {
+        if (sigtimedwait(&termination, nullptr, &watchInterval) == SIGTERM && !end.stop_requested())
+            leaveInOrder(listener, journal);
+        journal.tellLeftOut();
         if (!isReplaced())
             continue;
-        const auto now = work.begunWhileNoneRuns();
-        if (now && now == before) {
+        const auto now = journal.begunWhileNoneRuns();
+        if (now && now == before)
             listener.invalidate();
-            return;
-        }
         before = now;
     }
 }
@@ -84,6 +103,7 @@ void leaveAfterUpgrade(const std::stop_token& end, NSXPCListener& listener,
 }  // namespace
 
 int main() {
+    const auto termination = blockedTermination();  // before there is any other thread
     openMissingStandardStreams();
     NSErrorRef error;
     const auto listener = NSXPCListener::activatedListener(&error);
@@ -103,12 +123,19 @@ int main() {
     connectToPolicy();
     listener->setIdleTimeout(idleSeconds);
     FileRequestHandler::outliveExceptions();
-    const auto work = std::make_shared<RequestsAtWork>();
-    listener->setNewConnectionHandler([work](const std::shared_ptr<NSXPCConnection>& client) {
-        serve(client, work);
+    const auto journal = std::make_shared<RequestJournal>(
+        [](const std::string& line) { syslog(LOG_INFO, "%s", line.c_str()); });
+    listener->setNewConnectionHandler([journal](const std::shared_ptr<NSXPCConnection>& client) {
+        serve(client, journal);
         return true;
     });
-    const std::jthread watch(
-        [&](const std::stop_token& end) { leaveAfterUpgrade(end, *listener, *work); });
-    return listener->run();
+    std::jthread watching(
+        [&](const std::stop_token& end) { watch(end, termination, *listener, *journal); });
+    const int status = listener->run();
+    // A signal to the thread alone wakes it, unless the service manager's has done that.
+    watching.request_stop();
+    pthread_kill(watching.native_handle(), SIGTERM);
+    watching.join();
+    journal->close({});
+    return status;
 }

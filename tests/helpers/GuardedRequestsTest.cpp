@@ -19,7 +19,7 @@
 namespace morvane {
 namespace {
 
-/// Counts what reaches it, and answers with no error.
+/// Counts what reaches it, and answers with `error`.
 class Reached final : public MVFileRequest {
   public:
 #define MVCount(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT) \
@@ -31,16 +31,19 @@ class Reached final : public MVFileRequest {
 #undef MVCount
 
     std::map<std::string_view, int> times;
+    NSErrorRef error;
 
   private:
     template <class... T>
-    static void answer(T&&... arguments) {
+    void answer(T&&... arguments) {
         auto& reply = std::get<sizeof...(T) - 1>(std::tie(arguments...));
         end(reply);
     }
     template <class... T>
-    static void end(const NSXPCReply<T...>& reply) {
-        std::apply(reply, std::tuple<T...>());
+    void end(const NSXPCReply<T...>& reply) {
+        std::tuple<T...> results;
+        std::get<NSErrorRef>(results) = error;
+        std::apply(reply, std::move(results));
     }
 };
 
@@ -98,14 +101,13 @@ struct Guard {
         interface->setClasses({&NSArrayClass, &NSURLClass}, "renameUrls:names:reply:", 0, false);
         interface->setClasses({&NSArrayClass, &NSURLClass}, "getSizesWithUrls:reply:", 0, false);
         server->setExportedInterface(interface);
-        const auto tell = [this](const std::string& line) { log.push_back(line); };
         server->setAdmission(admissionByRight(
             [this, state](const char* right) {
                 asked.emplace_back(right);
                 return state;
             },
-            tell));
-        server->setExportedObject<MVFileRequest>(loggedRequests(reached, tell));
+            journal, who));
+        server->setExportedObject<MVFileRequest>(loggedRequests(reached, journal, who));
         server->setInvalidationHandler([this] { ended.set_value(); });
         server->resume();
         stream = near;
@@ -135,6 +137,9 @@ struct Guard {
     std::shared_ptr<Reached> reached = std::make_shared<Reached>();
     std::vector<std::string> asked;
     std::vector<std::string> log;
+    const std::shared_ptr<RequestJournal> journal =
+        std::make_shared<RequestJournal>([this](const std::string& line) { log.push_back(line); });
+    const RequestClient who{.user = 1000, .process = 4711};
     std::promise<void> ended;
     std::shared_ptr<NSXPCConnection> server;
     std::shared_ptr<NSXPCConnection> client;
@@ -208,28 +213,44 @@ TEST(GuardedRequests, TheArgumentsOfARequestWithoutItsRightAreNotLookedAt) {
               "The right io.github.morvaneoperation.SetFileAcl is not held.");
 }
 
-TEST(GuardedRequests, ARequestIsAtWorkUntilItHasReplied) {
-    RequestsAtWork work;
-    EXPECT_EQ(work.begunWhileNoneRuns(), 0U);
-    auto first = work.begin();
-    auto second = work.begin();
-    first.reset();
-    EXPECT_FALSE(work.begunWhileNoneRuns());
-    second.reset();
-    EXPECT_EQ(work.begunWhileNoneRuns(), 2U);
+TEST(GuardedRequests, WhereThePolicyServiceCannotBeReachedThatIsSaidAndHowToLookAtIt) {
+    Guard guard(RightState::unknown);
+    const auto error = guard.answerTo(everyMessage().front().send);
+    EXPECT_TRUE(guard.reached->times.empty());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), EACCES);
+    EXPECT_EQ(error->localizedDescription(), "The system's policy service cannot be reached.");
+    EXPECT_EQ(error->localizedRecoverySuggestion(),
+              "Check that polkit runs ('systemctl status polkit'), and try again.");
 }
 
-TEST(GuardedRequests, TheLogTellsWhatWithWhichItemAndHowItEnded) {
+TEST(GuardedRequests, TheLogTellsThatWorkBeginsAndHowItEnded) {
     Guard holding(RightState::held);
     Guard refusing(RightState::notHeld);
     for (auto* guard : {&holding, &refusing})
         guard->answerTo([](auto& requests, auto& reply) {
             requests.setAclEntries({}, NSURL::fileURLWithPath("/a\nb"), reply);
         });
-    EXPECT_EQ(holding.log, std::vector<std::string>{"setAclEntries:url:reply: \"/a\\x0ab\": done"});
-    EXPECT_EQ(refusing.log, std::vector<std::string>{"setAclEntries:url:reply: refused, the right "
-                                                     "io.github.morvaneoperation.SetFileAcl is not "
-                                                     "held"});
+    EXPECT_EQ(holding.log, (std::vector<std::string>{
+                               R"(begun: uid 1000 pid 4711: setAclEntries:url:reply: "/a\x0ab")",
+                               R"(done: uid 1000 pid 4711: setAclEntries:url:reply: "/a\x0ab")"}));
+    EXPECT_EQ(refusing.log, std::vector<std::string>{
+                                "refused: uid 1000 pid 4711: setAclEntries:url:reply: the right "
+                                "io.github.morvaneoperation.SetFileAcl is not held"});
+}
+
+TEST(GuardedRequests, TheLogTellsWhyARequestHasFailedBeforeItNamesTheItem) {
+    Guard guard(RightState::held);
+    guard.reached->error = NSError::errorWithDomain(
+        NSPOSIXErrorDomain, ECANCELED,
+        {{NSLocalizedDescriptionKey, "The propagation was cancelled after 7 items."}});
+    guard.answerTo([](auto& requests, auto& reply) {
+        requests.propagateAclEntries({}, NSURL::fileURLWithPath("/a"), reply);
+    });
+    EXPECT_EQ(guard.log, (std::vector<std::string>{
+                             "begun: uid 1000 pid 4711: propagateAclEntries:url:reply: \"/a\"",
+                             "failed: uid 1000 pid 4711: propagateAclEntries:url:reply: "
+                             "The propagation was cancelled after 7 items. \"/a\""}));
 }
 
 TEST(GuardedRequests, TheLogNamesEachItemOfARequestAndItsNewName) {
@@ -239,14 +260,11 @@ TEST(GuardedRequests, TheLogNamesEachItemOfARequestAndItsNewName) {
         requests.renameUrls(items, {"c", "d"},
                             [reply](auto, auto, const NSErrorRef& error) { reply(error); });
     });
+    const std::string who = "uid 1000 pid 4711: renameUrls:names:reply: ";
     EXPECT_EQ(holding.log,
-              (std::vector<std::string>{"renameUrls:names:reply: \"/a\" as \"c\": done",
-                                        "renameUrls:names:reply: \"/b\" as \"d\": done"}));
-}
-
-TEST(GuardedRequests, WhatTheLogIsToldCannotWriteToATerminalOrEndItsOwnQuotation) {
-    EXPECT_EQ(escapedForLog("/a\": done\x1b[2J\xc2\x9b\x7f\\\xff"),
-              R"(/a\x22: done\x1b[2J\xc2\x9b\x7f\x5c\xff)");
+              (std::vector<std::string>{
+                  "begun: " + who + R"("/a" as "c")", "begun: " + who + R"("/b" as "d")",
+                  "done: " + who + R"("/a" as "c")", "done: " + who + R"("/b" as "d")"}));
 }
 
 }  // namespace

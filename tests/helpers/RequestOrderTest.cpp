@@ -150,5 +150,20 @@ TEST(LongWork, AmongThoseThatWaitTheUserWithTheFewestIsNext) {
     jobs.waitUntilEnded(3);
 }
 
+TEST(LongWork, OnceStoppedBeginsNothingMoreAndLetsGoOfWhatWaited) {
+    Jobs jobs({.all = 1, .ofOneUser = 1, .ofOneClient = 1});
+    jobs.add("running", 1000, &jobs);
+    jobs.onceBegun(1);
+    const auto held = std::make_shared<int>();
+    LongWork::run(jobs.work, {1000, &jobs}, [held] {});
+    jobs.work->stop();
+    EXPECT_EQ(held.use_count(), 1);
+    LongWork::run(jobs.work, {1001, &held}, [held] {});
+    EXPECT_EQ(held.use_count(), 1);
+    jobs.letGo.set_value();
+    jobs.waitUntilEnded(1);
+    EXPECT_EQ(jobs.onceBegun(1), std::vector<std::string>{"running"});
+}
+
 }  // namespace
 }  // namespace morvane

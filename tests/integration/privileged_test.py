@@ -589,19 +589,93 @@ class Helper(Privileged):
         resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE,
                          (third, resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE)[1]))
 
-    def assertLogged(self, process, text):
-        end = f" morvane-helper[{RIG.helper.pid}]: uid {USER} pid {process.pid}: {text}"
+    def logged(self):
+        """What this helper has told the log."""
+        mark = f" morvane-helper[{RIG.helper.pid}]: "
+        return [line.rstrip("\0").split(mark, 1)[1] for line in RIG.logged if mark in line]
+
+    def assertLogged(self, process, outcome, text):
+        end = f" morvane-helper[{RIG.helper.pid}]: {outcome}: uid {USER} pid {process.pid}: {text}"
         # 86: authpriv, for information.
         wait_until(lambda: any(line.startswith("<86>") and line.rstrip("\0").endswith(end) for line in RIG.logged),
                    f"{end}\nin {RIG.logged}")
 
     def test_the_log_is_told_who_has_asked_for_what_and_how_it_ended(self):
         program = RIG.start([MORVANE, "--privileged", "rename", self.file, "public"], "allow").finish()
-        self.assertLogged(program.process, f'renameUrls:names:reply: "{self.file}" as "public": done')
+        for outcome in ("begun", "done"):
+            self.assertLogged(program.process, outcome, f'renameUrls:names:reply: "{self.file}" as "public"')
         with subprocess.Popen([*AS_USER, BARE_CLIENT, self.file], stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL) as client:
             client.wait(TIME_LIMIT)
-        self.assertLogged(client, f"setAclEntries:url:reply: refused, the right {LABEL}.SetFileAcl is not held")
+        self.assertLogged(client, "refused", f"setAclEntries:url:reply: the right {LABEL}.SetFileAcl is not held")
+
+    def end_in_order(self):
+        """Ends the helper as the service manager does; returns its exit status."""
+        RIG.helper.terminate()
+        return RIG.helper.wait(TIME_LIMIT)
+
+    def start_anew(self):
+        RIG.stop_helper()
+        RIG.start_helper()
+
+    def test_it_ends_well_when_it_is_told_to(self):
+        self.start_anew()
+        self.addCleanup(self.start_anew)
+        self.assertEqual(run("acl", self.file, agent="allow").code, 0)
+        self.assertEqual(self.end_in_order(), 0)
+
+    def test_a_propagation_that_the_helpers_end_cuts_off_is_told_with_its_count(self):
+        many = 150000  # work for longer than the client is not asked
+        for i in range(many):
+            os.mknod(os.path.join(self.folder, str(i)), 0o600)
+        os.chmod(self.folder, 0o750)
+        self.start_anew()
+        self.addCleanup(self.start_anew)
+        with os.scandir(self.folder) as entries:
+            first = next(entries).path
+        program = RIG.start([MORVANE, "--privileged", "acl", self.folder, "--propagate"], "allow")
+        limit = time.monotonic() + TIME_LIMIT
+        while stat.S_IMODE(os.stat(first).st_mode) != 0o640 and time.monotonic() < limit:
+            pass  # the job is over in no time
+        with helper_stopped():
+            RIG.helper.terminate()
+        self.assertEqual(RIG.helper.wait(TIME_LIMIT), 0)
+        self.assertNotEqual(program.finish().code, 0)
+        changed = sum(stat.S_IMODE(entry.stat().st_mode) == 0o640 for entry in os.scandir(self.folder))
+        self.assertLess(0, changed)
+        self.assertLess(changed, many)
+        who = f"uid {USER} pid {program.process.pid}: propagateAclEntries:url:reply:"
+        self.assertLogged(program.process, "begun", f'propagateAclEntries:url:reply: "{self.folder}"')
+        wait_until(lambda: any(line.startswith(f"failed: {who}") for line in self.logged()), "the end's line")
+        line = next(line for line in self.logged() if line.startswith(f"failed: {who}"))
+        self.assertEqual(line, f'failed: {who} The propagation was cancelled after {changed} items. "{self.folder}"')
+
+    def test_a_flood_of_refusals_is_a_few_lines_and_one_that_counts_the_rest(self):
+        request = self.captured_request()
+        self.start_anew()
+        self.addCleanup(self.start_anew)
+        flood = 500
+        script = ("import socket, sys\n"
+                  "request, path, times = bytes.fromhex(sys.argv[1]), sys.argv[2], int(sys.argv[3])\n"
+                  "with socket.socket(socket.AF_UNIX) as peer:\n"
+                  "    peer.connect(path)\n"
+                  "    stream = peer.makefile('rb')\n"
+                  "    for _ in range(times):\n"
+                  "        peer.sendall(request)\n"
+                  "        assert b'is not held' in stream.read(int.from_bytes(stream.read(24)[8:12], 'little'))\n")
+        subprocess.run([*AS_USER, sys.executable, "-c", script, request.hex(), SOCKET, str(flood)],
+                       timeout=TIME_LIMIT, check=True)
+        self.assertEqual(self.end_in_order(), 0)
+        begins = f"refused: uid {USER}"
+
+        def told():
+            lines = [line for line in self.logged() if line.startswith(f"{begins} pid ")]
+            rest = [line for line in self.logged() if line.startswith(f"{begins}: ")]
+            return len(lines), sum(int(line.split()[3]) for line in rest)
+
+        wait_until(lambda: sum(told()) == flood, f"{flood} refusals, not {told()}")
+        self.assertLess(told()[0], 40, "a handful")
+        self.assertLess(len([line for line in self.logged() if line.startswith(begins)]), 60)
 
     def test_it_leaves_a_minute_after_its_last_client(self):
         RIG.stop_helper()

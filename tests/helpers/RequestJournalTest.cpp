@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "RequestJournal.h"
+
+namespace morvane {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+/// A journal whose time stands still unless it is set forward.
+struct KeptJournal {
+    Lines taken() { return std::exchange(lines, {}); }
+    std::size_t refuse(std::int64_t user, int times) {
+        for (int i = 0; i != times; ++i)
+            journal->refused({.user = user, .process = 7}, "get:", "no");
+        return taken().size();
+    }
+
+    Lines lines;
+    RequestJournal::Time now{};
+    const std::shared_ptr<RequestJournal> journal = std::make_shared<RequestJournal>(
+        [this](const std::string& line) { lines.push_back(line); }, [this] { return now; });
+};
+
+TEST(RequestJournal, ARequestIsAtWorkUntilTheLastReferenceToItHasGone) {
+    KeptJournal kept;
+    auto& journal = *kept.journal;
+    EXPECT_EQ(journal.begunWhileNoneRuns(), 0U);
+    auto first = journal.begin({}, "get:", {});
+    auto second = journal.begin({}, "get:", {});
+    first->done();
+    first.reset();
+    EXPECT_FALSE(journal.begunWhileNoneRuns());
+    second.reset();
+    EXPECT_EQ(journal.begunWhileNoneRuns(), 2U);
+}
+
+TEST(RequestJournal, AFloodOfRefusalsMakesAFewLinesAndOneThatCountsTheRest) {
+    KeptJournal kept;
+    EXPECT_EQ(kept.refuse(1000, 500), RequestJournal::refusalsAtOnce);
+    kept.journal->tellLeftOut();
+    EXPECT_EQ(kept.taken(), Lines{});
+    kept.now += RequestJournal::refusalInterval;
+    kept.journal->tellLeftOut();
+    kept.journal->tellLeftOut();
+    EXPECT_EQ(kept.taken(), Lines{"refused: uid 1000: 492 more, left out here"});
+    EXPECT_EQ(kept.refuse(1000, 1), 0U) << "that was the interval's line";
+}
+
+TEST(RequestJournal, TheNextLineOfAUserTellsFirstHowManyWereLeftOut) {
+    KeptJournal kept;
+    kept.refuse(1000, 10);
+    kept.now += RequestJournal::refusalInterval;
+    kept.journal->refused({.user = 1000, .process = 7}, "get:", "the reason\n");
+    EXPECT_EQ(kept.taken(), (Lines{"refused: uid 1000: 2 more, left out here",
+                                   "refused: uid 1000 pid 7: get: the reason\\x0a"}));
+}
+
+TEST(RequestJournal, TheRefusalsOfOneUserTakeNoLineOfAnother) {
+    KeptJournal kept;
+    kept.refuse(1000, 500);
+    EXPECT_EQ(kept.refuse(1001, 3), 3U);
+}
+
+TEST(RequestJournal, ManyUsersHaveFewLinesTogether) {
+    KeptJournal kept;
+    const std::int64_t known = RequestJournal::usersRemembered;
+    for (std::int64_t user = 0; user != known; ++user)
+        EXPECT_EQ(kept.refuse(user, 1), 1U);
+    std::size_t lines = 0;
+    for (std::int64_t user = known; user != 10 * known; ++user)
+        lines += kept.refuse(user, 1);
+    EXPECT_EQ(lines, RequestJournal::refusalsAtOnce);
+    kept.journal->close({});
+    EXPECT_EQ(kept.taken(), Lines{"refused: other users: " +
+                                  std::to_string(9 * known - static_cast<std::int64_t>(lines)) +
+                                  " more, left out here"});
+}
+
+TEST(RequestJournal, WhoHasAllLinesAgainIsForgottenForTheSakeOfOthers) {
+    KeptJournal kept;
+    const std::int64_t known = RequestJournal::usersRemembered;
+    for (std::int64_t user = 0; user != known; ++user)
+        kept.refuse(user, 1);
+    kept.now += RequestJournal::refusalInterval;
+    EXPECT_EQ(kept.refuse(known, 500), RequestJournal::refusalsAtOnce);
+    EXPECT_EQ(kept.refuse(known + 1, 500), RequestJournal::refusalsAtOnce);
+}
+
+TEST(RequestJournal, TheEndTellsWhatIsNotDoneAndWhatWasLeftOut) {
+    KeptJournal kept;
+    kept.refuse(1000, 10);
+    const RequestClient client{.user = 1000, .process = 7};
+    auto ended = kept.journal->begin(client, "get:", {});
+    ended->done();
+    const auto running = kept.journal->begin(client, "set:", {"\"/a\"", "\"/b\""});
+    kept.taken();
+    kept.journal->close({});
+    EXPECT_EQ(kept.taken(), (Lines{"unfinished: uid 1000 pid 7: set: The helper ends. \"/a\"",
+                                   "unfinished: uid 1000 pid 7: set: The helper ends. \"/b\"",
+                                   "refused: uid 1000: 2 more, left out here"}));
+    running->failed("Too late.");
+    EXPECT_EQ(kept.taken(), Lines{});
+}
+
+TEST(RequestJournal, ARequestThatNobodyAnswersHasItsEndToo) {
+    KeptJournal kept;
+    kept.journal->begin({.user = 1, .process = 2}, "get:", {});
+    EXPECT_EQ(kept.taken(), (Lines{"begun: uid 1 pid 2: get:",
+                                   "dropped: uid 1 pid 2: get: It was not answered."}));
+}
+
+TEST(RequestJournal, WhatTheLogIsToldCannotWriteToATerminalOrEndItsOwnQuotation) {
+    EXPECT_EQ(escapedForLog("/a\": done\x1b[2J\xc2\x9b\x7f\\\xff"),
+              R"(/a\x22: done\x1b[2J\xc2\x9b\x7f\x5c\xff)");
+}
+
+}  // namespace
+}  // namespace morvane
