@@ -563,6 +563,7 @@ class Helper(Privileged):
 
     def test_a_question_is_asked_however_short_descriptors_are_and_the_bus_may_have_gone_and_come_back(self):
         request = self.captured_request()
+        self.addCleanup(self.forget_grants)
         RIG.stop_helper()
         RIG.start_helper()
         with socket.socket(socket.AF_UNIX) as client:
@@ -581,6 +582,13 @@ class Helper(Privileged):
             RIG.start_polkitd()
             client.sendall(request)
             self.assertIn(b"MVAclEntry", self.frame_from(client))
+
+    def forget_grants(self):
+        """A new bus gives its names out again, and a new polkitd its numbers: its grants would look old."""
+        RIG.stop_helper()
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(os.path.join(rigs.KEPT, "grants"))
+        RIG.start_helper()
 
     def leave_two_descriptors(self):
         """For the helper's look at the peer's process, and for the item."""
