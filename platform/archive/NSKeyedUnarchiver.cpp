@@ -94,6 +94,10 @@ NSKeyedUnarchiver::NSKeyedUnarchiver(NSDataView data, const NSDecodingBudget& mo
 
 NSKeyedUnarchiver::NSKeyedUnarchiver(State& state) : state_(&state) {}
 
+NSDecodingBudget NSKeyedUnarchiver::budgetLeft() const {
+    return state_->budget;
+}
+
 NSKeyedUnarchiver::~NSKeyedUnarchiver() = default;
 
 std::shared_ptr<NSObject> NSKeyedUnarchiver::unarchivedObjectOfClasses(const NSClassSet& classes,

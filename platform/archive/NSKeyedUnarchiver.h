@@ -124,6 +124,9 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
         return std::make_shared<T>(std::forward<Arguments>(arguments)...);
     }
 
+    /// What is left of what decoding it may use.
+    NSDecodingBudget budgetLeft() const;
+
     bool containsValueForKey(std::string_view key);
 
     // A missing key reads as false, 0, nil or an empty array; a value of another type throws.

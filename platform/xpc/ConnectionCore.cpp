@@ -103,7 +103,7 @@ void NSXPCConnection::Core::resume(const std::shared_ptr<NSXPCConnection>& owner
         stream = socket_;
     }
     if (stream) {
-        outbox = std::make_shared<Outbox>(stream);
+        outbox = std::make_shared<Outbox>(stream, Outbox::Limits{.shared = requests.memory});
         reading = reader(stream, outbox);
     }
     {

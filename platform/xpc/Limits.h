@@ -15,8 +15,16 @@ inline constexpr std::size_t messageSize = std::size_t{256} << 20;
 /// One message of a client of a listener, who may be anyone: a request about ten thousand items
 /// fits, and so does a list of 1,024 entries, which has over 8 MiB.
 inline constexpr std::size_t clientMessageSize = std::size_t{16} << 20;
-/// Messages that are being received or handled, of all clients of one user.
+/// Messages that are being received, until they are decoded, of all clients of one user.
 inline constexpr std::size_t clientMessagesOfOneUser = 2 * clientMessageSize;
+/// What all clients of one user have: requests from their decoding until they are done with, and
+/// replies that wait to be taken. Two requests of the dearest kind can be decoded at a time.
+inline constexpr std::size_t memoryOfOneUser = std::size_t{384} << 20;
+/// What a decoded object takes, generously, beside its text.
+inline constexpr std::size_t decodedObject = 512;
+/// Bytes of replies that a client has not taken from which on it is not read: one that takes none
+/// cannot ask for more of them.
+inline constexpr std::size_t bytesOwedWhileReading = std::size_t{64} << 10;
 /// What a client's connection may hold of a request whose right has not been seen: what is larger
 /// is received only then.
 inline constexpr std::size_t clientBufferSize = std::size_t{16} << 10;

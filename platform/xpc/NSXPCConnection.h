@@ -37,11 +37,13 @@
 /// system invalidate a connection.
 ///
 /// Threads: configure on one thread, then resume; everything else may be called from any thread.
-/// Replies, callbacks and handlers run one at a time on a thread of the connection's choosing,
-/// never inside a call of the host's, under no lock that a call would want; while one runs, nothing
-/// else of this connection is delivered, so it must not wait for another message of the same
-/// connection. None of a request that was made before the invalidation handler ran runs after it.
-/// What they throw goes where NSUncaughtException.h says, which by default ends the process.
+/// What is delivered to a host (replies, callbacks, the two handlers) runs one at a time on a
+/// thread of the connection's choosing, never inside a call of the host's, under no lock that a
+/// call would want; while one runs, nothing else is delivered, so it must not wait for another
+/// message of the same connection. In a service a connection's requests may run beside each other
+/// and beside its replies: see NSXPCListener.h. None of a request that was made before the
+/// invalidation handler ran runs after it. What they throw goes where NSUncaughtException.h says,
+/// which by default ends the process.
 ///
 /// Failure: a named private service that crashes interrupts the connection (its interruption
 /// handler runs) and is started again by the next request. The connection becomes invalid, for

@@ -100,8 +100,8 @@ class NSXPCListener::Core {
             auto& known = accounts_[user];
             auto account = known.lock();
             if (!account) {
-                account = std::make_shared<ClientAccount>(ClientAccount::Limits{
-                    limits::clientMessagesOfOneUser, limits::placesOfOneUser});
+                account = std::make_shared<ClientAccount>(
+                    ClientAccount::Limits{limits::memoryOfOneUser, limits::placesOfOneUser});
                 known = account;
             }
             return account;
@@ -248,8 +248,9 @@ class NSXPCListener::Core {
             // Anyone may connect; a private service has its application's trust.
             core->incoming.messageSize = limits::clientMessageSize;
             core->incoming.bufferSize = limits::clientBufferSize;
-            core->incoming.shared = ClientAccount::memoryOf(account);
+            core->incoming.shared = ClientAccount::receivedOf(account);
             core->account = account;
+            core->requests.memory = ClientAccount::memoryOf(account);
             core->requests.decoding.bytes = limits::clientMessageBytes;
             core->requests.decoding.objects = limits::clientMessageObjects;
         }

@@ -23,7 +23,9 @@
 ///
 /// Threads: no thread waits for a client. The requests of one connection are begun in the order in
 /// which they came, one after the other; where one has not returned after 50 ms, those behind it
-/// are begun on other threads. A handler that may take long returns at once and replies later.
+/// are begun on other threads, beside it: an exported object is ready for several threads. A
+/// handler that may take long returns at once and replies later. A client is not read while it owes
+/// it to take 64 KiB of replies or more.
 namespace morvane {
 
 class StreamListener;

@@ -51,32 +51,85 @@ class Prefix {
 Outbox::Outbox(std::shared_ptr<StreamSocket> socket) : Outbox(std::move(socket), Limits()) {}
 
 Outbox::Outbox(std::shared_ptr<StreamSocket> socket, Limits limits)
-    : socket_(std::move(socket)), limits_(limits) {}
+    : socket_(std::move(socket)), limits_(std::move(limits)) {}
+
+Outbox::~Outbox() {
+    if (limits_.shared)
+        limits_.shared->giveBack(counted_);
+}
 
 void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
                   NSData body) noexcept {
     const std::lock_guard lock(mutex_);
     if (ended_)
         return;
-    if (body.size() + selector.size() > limits::messageSize ||
-        bytes_ + body.size() > limits_.bytes) {
-        giveUp();
-        return;
-    }
-    FrameHeader header;
-    header.kind = kind;
-    header.id = id;
     try {
-        if (body.size() <= smallBody) {
-            sendSmall(header, selector, body);
+        if (const auto why = whyNot(body.size() + selector.size()); why.empty()) {
+            sendNow(kind, id, selector, std::move(body));
+        } else if (kind == FrameKind::reply && bytes_ + why.size() <= limits_.bytes) {
+            body = NSData();
+            sendNow(FrameKind::refusal, id, {}, NSData(why.begin(), why.end()));
         } else {
-            collectLarge(header, selector, std::move(body));
+            giveUp();
         }
-        if (!draining_ && (!isHeldBack() || bytes_ > heldBackBytes))
-            flush();
     } catch (const std::exception&) {
         giveUp();  // no memory for it
     }
+}
+
+std::string Outbox::whyNot(std::size_t size) const {
+    if (size > limits::messageSize)
+        return "The reply is larger than " + std::to_string(limits::messageSize) +
+               " bytes; ask for fewer items at a time.";
+    if (bytes_ + size > limits_.bytes)
+        return "More than " + std::to_string(limits_.bytes) +
+               " bytes of replies wait to be taken; take them, then ask again.";
+    return {};
+}
+
+void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) {
+    FrameHeader header;
+    header.kind = kind;
+    header.id = id;
+    // What is large is counted before it is held.
+    if (body.size() > smallBody && limits_.shared) {
+        const auto frames = body.size() / (limits::frameSize - selector.size()) + 1;
+        const auto size = body.size() + selector.size() + frames * FrameHeader::size;
+        if (!limits_.shared->take(size)) {
+            const std::string_view why =
+                "This user's requests and replies take too much memory; ask again later.";
+            if (kind == FrameKind::reply)
+                sendNow(FrameKind::refusal, id, {}, NSData(why.begin(), why.end()));
+            else
+                giveUp();
+            return;
+        }
+        counted_ += size;
+    }
+    if (body.size() <= smallBody) {
+        sendSmall(header, selector, body);
+    } else {
+        collectLarge(header, selector, std::move(body));
+    }
+    if (!draining_ && (!isHeldBack() || bytes_ > heldBackBytes))
+        flush();
+    // What was only collected need not wait.
+    if (!count() && !draining_)
+        flush();
+    if (!count())
+        giveUp();
+}
+
+bool Outbox::count() {
+    if (!limits_.shared || counted_ == bytes_)
+        return true;
+    if (counted_ > bytes_) {
+        limits_.shared->giveBack(counted_ - bytes_);
+    } else if (!limits_.shared->take(bytes_ - counted_)) {
+        return false;
+    }
+    counted_ = bytes_;
+    return true;
 }
 
 void Outbox::refuse(std::uint64_t id, std::string_view reason) noexcept {
@@ -145,6 +198,7 @@ void Outbox::release() noexcept {
     holder_ = {};
     if (!draining_)
         flush();
+    count();
 }
 
 void Outbox::flush() {
@@ -209,14 +263,21 @@ void Outbox::drain() {
         // Asked of the clock too: a reader that trickles is always just ready for a little more.
         if (!ended_ && (!writable || std::chrono::steady_clock::now() >= *deadline))
             giveUp();
+        count();
     } while (!ended_ && !sendPieces());
+    count();
     draining_ = false;
+    const auto task = std::exchange(onDrained_, nullptr);
+    lock.unlock();
+    if (task)
+        task();
 }
 
 void Outbox::giveUp() {
     ended_ = true;
     pieces_.clear();
     bytes_ = 0;
+    count();
     deadline_.reset();
     socket_->shutdown();
 }

@@ -5,9 +5,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -26,12 +28,17 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
         /// From when the stream first takes no more of a piece (a large frame, or small ones that
         /// go together) to that piece's last byte, whatever progress there is in between.
         std::chrono::milliseconds frameTime = limits::frameTime;
+        /// What the bytes that wait are taken from as well; null for no other limit.
+        std::shared_ptr<SharedBudget> shared = nullptr;
     };
 
     explicit Outbox(std::shared_ptr<StreamSocket> socket);
     Outbox(std::shared_ptr<StreamSocket> socket, Limits limits);
 
-    /// Takes the message, or gives the stream up: its limit is reached, or it has ended.
+    ~Outbox();
+
+    /// Takes the message, or gives the stream up: its limit is reached, or it has ended. A reply
+    /// that is too large becomes a refusal, which names the limit.
     void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) noexcept;
     /// Says that the request will have no reply, and why.
     void refuse(std::uint64_t id, std::string_view reason) noexcept;
@@ -45,6 +52,16 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     }
     /// That answer is being sent.
     void keepPromise() noexcept { promised_.fetch_sub(1, std::memory_order_relaxed); }
+    /// Whether the peer has much to take. If so, what `makeTask` returns runs on another thread
+    /// once it has taken all of it, or the stream has ended. One task at a time.
+    template <class MakeTask>
+    bool waitsForPeer(MakeTask&& makeTask) {
+        const std::lock_guard lock(mutex_);
+        if (!draining_ || ended_ || bytes_ < limits::bytesOwedWhileReading)
+            return false;
+        onDrained_ = makeTask();
+        return true;
+    }
     bool owesAnswers() const noexcept { return promised_.load() != 0; }
     void holdBack();
     /// Sends what was collected.
@@ -63,6 +80,11 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
         }
     };
 
+    void sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body);
+    /// Why a body of that size cannot be sent now; empty if it can.
+    std::string whyNot(std::size_t size) const;
+    /// Counts what waits against the shared budget. False if there is no room for it.
+    bool count();
     void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
     void collectLarge(FrameHeader header, std::string_view selector, NSData body);
     void append(StreamSocket::Bytes bytes);
@@ -83,6 +105,9 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     /// Memory that was used for frames before.
     NSData spare_;
     std::size_t bytes_ = 0;
+    /// Of them, in the shared budget.
+    std::size_t counted_ = 0;
+    std::function<void()> onDrained_;
     /// Who holds the outbox back; nobody if it is no thread.
     std::thread::id holder_;
     /// When the first piece must be out; set while the stream keeps it waiting.

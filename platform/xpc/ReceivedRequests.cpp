@@ -12,11 +12,14 @@ namespace morvane {
 class ReceivedRequests::Port final : public NSXPCReplyPort {
   public:
     /// Keeps the promise of an answer that was made to the outbox.
-    Port(std::shared_ptr<Outbox> outbox, std::uint64_t id) : outbox_(std::move(outbox)), id_(id) {}
+    Port(std::shared_ptr<Outbox> outbox, std::uint64_t id, std::shared_ptr<SharedBudget> memory)
+        : outbox_(std::move(outbox)), id_(id), memory_(std::move(memory)) {}
 
     ~Port() override {
         if (!claimed_.load(std::memory_order_relaxed) && claim())
             sendRefusal("The service dropped the request without a reply.");
+        if (memory_)
+            memory_->giveBack(counted_);
     }
 
     bool claim() override {
@@ -36,22 +39,49 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
     }
     /// There will be another port for the request.
     void withdraw() { claim(); }
-    /// Tells `turn` once the arguments are decoded.
-    void tell(RequestTurn* turn) { turn_ = turn; }
+    /// Counts what the request may take at most. False if there is no room for it.
+    bool count(const NSDecodingBudget& most) {
+        if (memory_ && !memory_->take(memoryOf(most)))
+            return false;
+        counted_ = memory_ ? memoryOf(most) : 0;
+        return true;
+    }
+    /// Where to look once the arguments are decoded, and whom to tell.
+    void decodes(const NSKeyedUnarchiver* coder, RequestTurn* turn) {
+        coder_ = coder;
+        turn_ = turn;
+    }
     void willCallObject() override {
+        if (const auto* const coder = std::exchange(coder_, nullptr))
+            giveBack(coder->budgetLeft());
         if (auto* const turn = std::exchange(turn_, nullptr))
             turn->hasBegun();
     }
 
   private:
+    static std::size_t memoryOf(const NSDecodingBudget& budget) {
+        return static_cast<std::size_t>(budget.bytes + budget.objects * limits::decodedObject);
+    }
+    void giveBack(const NSDecodingBudget& unused) {
+        if (!memory_)
+            return;
+        memory_->giveBack(memoryOf(unused));
+        counted_ -= memoryOf(unused);
+    }
+
     const std::shared_ptr<Outbox> outbox_;
     const std::uint64_t id_;
     std::atomic<bool> claimed_ = false;
+    const std::shared_ptr<SharedBudget> memory_;
+    std::size_t counted_ = 0;
+    const NSKeyedUnarchiver* coder_ = nullptr;
     RequestTurn* turn_ = nullptr;
 };
 
 namespace {
 
+constexpr const char* noRoom =
+    "Too many large requests of this user are being handled; ask again later.";
 constexpr const char* unknownMessage = "The peer has no message of that name.";
 
 /// The process stands, whatever a request makes its handler throw.
@@ -69,9 +99,9 @@ void attempt(Port& port, Work&& work) {
 }  // namespace
 
 std::shared_ptr<ReceivedRequests::Port> ReceivedRequests::accept(
-    std::uint64_t id, const std::shared_ptr<Outbox>& outbox) {
+    std::uint64_t id, const std::shared_ptr<Outbox>& outbox) const {
     if (outbox->promiseAnswer())
-        return std::make_shared<Port>(outbox, id);
+        return std::make_shared<Port>(outbox, id, memory);
     outbox->refuse(id, "Too many requests wait for their replies; this one was not carried out.");
     return nullptr;
 }
@@ -139,11 +169,16 @@ void ReceivedRequests::handle(const Message& message, const std::shared_ptr<Outb
             if (!asks(description, port))
                 return;
         }
-        port->tell(turn);
+        const auto most = NSDecodingBudget::forArchiveOfSize(body.size(), decoding);
+        if (!port->count(most)) {
+            port->refuse(noRoom);
+            return;
+        }
         NSKeyedUnarchiver coder(body, decoding);
+        port->decodes(&coder, turn);
         description.dispatch(target.get(), coder, interface->argumentClasses(*index), port);
     });
-    port->tell(nullptr);
+    port->decodes(nullptr, nullptr);
 }
 
 }  // namespace morvane

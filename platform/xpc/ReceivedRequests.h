@@ -30,6 +30,9 @@ class ReceivedRequests {
     std::shared_ptr<NSXPCInterface> interface;
     /// What one request may unfold into.
     NSDecodingBudget decoding;
+    /// What requests are counted against from their decoding until they are done with; null for no
+    /// limit.
+    std::shared_ptr<SharedBudget> memory;
     /// Asked about each request before any of its arguments is decoded; empty: all are carried out.
     NSXPCConnection::Admission admission;
 
@@ -46,7 +49,7 @@ class ReceivedRequests {
     class Port;
 
     /// Null if the peer waits for too many replies already, which it is told.
-    static std::shared_ptr<Port> accept(std::uint64_t id, const std::shared_ptr<Outbox>& outbox);
+    std::shared_ptr<Port> accept(std::uint64_t id, const std::shared_ptr<Outbox>& outbox) const;
     std::optional<std::size_t> indexOf(std::string_view selector) const;
     /// Whether the request is admitted; otherwise it is answered.
     bool asks(const NSXPCMessageDescription& message, const std::shared_ptr<Port>& port) const;

@@ -125,6 +125,13 @@ void ServedStream::serve() {
     bool heldBack = false;
     try {
         while (received == Received::bytes && !connection_.isInvalid()) {
+            // One that takes no replies cannot ask for more of them.
+            if (!message && outbox_->waitsForPeer([this] {
+                    return [self = shared_from_this()] { self->readable(); };
+                })) {
+                account_->places.giveBack(1);
+                return;
+            }
             if (!message)
                 message = parser_.next();
             if (!message) {

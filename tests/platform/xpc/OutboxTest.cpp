@@ -5,6 +5,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <string>
+
+#include "platform/fake/FakeStreamSocket.h"
 
 namespace morvane {
 namespace {
@@ -97,7 +100,7 @@ TEST(Outbox, HoldsNoMoreBytesThanItsLimit) {
     const auto outbox = std::make_shared<Outbox>(socket, Outbox::Limits{1000, 30s});
     outbox->send(FrameKind::reply, 1, {}, bytes(500));
     EXPECT_FALSE(socket->isShutDown());
-    outbox->send(FrameKind::reply, 2, {}, bytes(500));
+    outbox->send(FrameKind::request, 2, "a:", bytes(500));
     EXPECT_TRUE(socket->isShutDown());
 }
 
@@ -105,9 +108,52 @@ TEST(Outbox, RefusesAMessageOverTheLimit) {
     const auto socket = std::make_shared<ScriptedSocket>();
     socket->takesAll = true;
     const auto outbox = std::make_shared<Outbox>(socket);
-    outbox->send(FrameKind::reply, 1, {}, bytes(limits::messageSize + 1));
+    outbox->send(FrameKind::request, 1, {}, bytes(limits::messageSize + 1));
     EXPECT_TRUE(socket->isShutDown());
     EXPECT_EQ(socket->taken, 0U);
+}
+
+std::string refusalOn(FakeStreamSocket& stream) {
+    FrameReader reader(stream);
+    const auto message = reader.next();
+    return message && message->kind == FrameKind::refusal
+               ? std::string(message->body.begin(), message->body.end())
+               : "no refusal";
+}
+
+TEST(Outbox, AReplyOverTheLimitEndsItsOwnRequestOnly) {
+    const auto [near, far] = FakeStreamSocket::pair();
+    const auto outbox = std::make_shared<Outbox>(far);
+    outbox->send(FrameKind::reply, 1, {}, bytes(limits::messageSize + 1));
+    EXPECT_EQ(refusalOn(*near),
+              "The reply is larger than 268435456 bytes; ask for fewer items at a time.");
+    outbox->send(FrameKind::reply, 2, {}, bytes(10));
+    FrameReader reader(*near);
+    const auto message = reader.next();
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->id, 2U);
+}
+
+TEST(Outbox, WhatWaitsCountsAgainstTheSharedBudgetUntilItIsSent) {
+    const auto shared = std::make_shared<SharedBudget>(150000);
+    const auto [near, far] = FakeStreamSocket::pair();
+    {
+        const auto socket = std::make_shared<ScriptedSocket>();
+        const auto outbox =
+            std::make_shared<Outbox>(socket, Outbox::Limits{.frameTime = 30s, .shared = shared});
+        outbox->send(FrameKind::reply, 1, {}, bytes(100000));
+        EXPECT_FALSE(shared->take(60000));
+        const auto other = std::make_shared<Outbox>(far, Outbox::Limits{.shared = shared});
+        other->send(FrameKind::reply, 2, {}, bytes(100000));
+        EXPECT_EQ(refusalOn(*near),
+                  "This user's requests and replies take too much memory; ask again later.");
+        // What is taken at once does not count for longer.
+        for (std::uint64_t id = 3; id < 13; ++id)
+            other->send(FrameKind::reply, id, {}, bytes(20000));
+        socket->shutdown();
+        outbox->send(FrameKind::request, 20, {}, bytes(limits::messageSize + 1));
+    }
+    EXPECT_TRUE(shared->take(150000));
 }
 
 TEST(Outbox, SendsAtOnceWhenNothingIsInTheWay) {

@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/xpc/ClientAccount.h>
+#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -34,7 +35,10 @@ class ServedClient {
             std::abort();
         const auto served = std::make_shared<NSXPCConnection::Core>(
             "client", std::make_shared<LinuxStreamSocket>(FileDescriptor(pair[0])));
-        served->account = std::move(account);
+        served->account = account;
+        served->requests.memory = ClientAccount::memoryOf(account);
+        served->requests.decoding.bytes = limits::clientMessageBytes;
+        served->requests.decoding.objects = limits::clientMessageObjects;
         server = std::make_shared<NSXPCConnection>(served);
         server->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
         server->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
@@ -234,6 +238,50 @@ TEST(ServedStream, WhileARightIsAskedForAnswersComeThroughAndRequestsKeepTheirOr
     EXPECT_EQ(await(std::move(first)), "first");
     EXPECT_EQ(await(std::move(second)), "second");
     EXPECT_EQ(order, (std::vector<std::string>{"first", "second"}));
+}
+
+TEST(ServedStream, AClientThatTakesNoRepliesIsNotReadAnyFurther) {
+    ServedClient pair(std::make_shared<EchoService>());
+    const auto request = echoRequest(std::string(8000, 'x'));
+    constexpr std::size_t most = std::size_t{64} << 20;
+    std::size_t sent = 0;
+    std::size_t at = 0;
+    while (sent < most) {
+        const auto rest = StreamSocket::Bytes(request).subspan(at);
+        const auto count = pair.stream->send({&rest, 1});
+        ASSERT_TRUE(count);
+        sent += *count;
+        at = (at + *count) % request.size();
+        const auto soon = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+        if (*count == 0 && !pair.stream->waitUntilWritable(soon))
+            break;
+    }
+    EXPECT_LT(sent, most);
+}
+
+TEST(ServedStream, WhatIsDecodedCountsAgainstItsUserUntilItIsAnswered) {
+    const auto service = std::make_shared<EchoService>();
+    std::vector<NSXPCReply<std::string, NSErrorRef>> kept;
+    service->onEcho = [&](const std::string&, auto reply) { kept.push_back(std::move(reply)); };
+    constexpr std::size_t memory = std::size_t{1} << 20;
+    const auto account = std::make_shared<ClientAccount>(ClientAccount::Limits{memory, 4});
+    ServedClient pair(service, account);
+    pair.connect();
+    // Ten thousand letters may be twenty thousand objects until they are looked at.
+    EXPECT_EQ(await(pair.echo(std::string(10000, 'x'))),
+              "The service refused the request: Too many large requests of this user are being "
+              "handled; ask again later.");
+    auto answer = pair.echo("x");
+    // The one behind it is refused once it is decoded.
+    await(pair.echo(std::string(10000, 'x')));
+    EXPECT_FALSE(account->memory.take(memory));
+    kept.front()("y", nullptr);
+    kept.clear();
+    EXPECT_EQ(await(std::move(answer)), "y");
+    const auto end = std::chrono::steady_clock::now() + watchdog;
+    while (!account->memory.take(memory) && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_FALSE(account->memory.take(1));
 }
 
 }  // namespace
