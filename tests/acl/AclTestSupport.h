@@ -26,10 +26,10 @@ inline std::shared_ptr<MVTreeNode> node(std::string_view name, std::int32_t perm
                                         const std::vector<std::int64_t>& children = {}) {
     auto made = MVTreeNode::treeNodeWithRepresentedObject(
         MVAclPermission::initWithName(name, permission, state));
-    std::int32_t bit = 1;
+    std::uint32_t bit = 1;
     for (const auto childState : children) {
         bit *= 2;
-        made->mutableChildNodes().append(node("box", bit, childState));
+        made->mutableChildNodes().append(node("box", static_cast<std::int32_t>(bit), childState));
     }
     return made;
 }

@@ -227,7 +227,7 @@ class RandomTrees(Tree):
             for folder in folders[1:]:
                 os.chmod(folder, self.random.choice([0o755] * 12 + [0o000, 0o444, 0o311]))
             paths = [self.folder, *self.random.sample(folders, min(3, len(folders)))]
-            counted = subprocess.run([*AS_NOBODY, "python3", COUNTER, *paths], capture_output=True,
+            counted = subprocess.run([*AS_NOBODY, "/usr/bin/python3", COUNTER, *paths], capture_output=True,
                                      timeout=TIME_LIMIT)
             result = run("size", "--json", *paths, prefix=AS_NOBODY)
             for folder in reversed(folders):
