@@ -163,7 +163,13 @@ void MVAclEntry::refuseCustomGroup(std::int64_t previous) {
     // The guard stays set until the task has run, so the task only stores the code, unless
     // something else has cleared the guard meanwhile.
     DispatchQueue::mainQueue().async([self = shared_from_this(), previous] {
-        self->setPermissionGroup(previous);
+        try {
+            self->setPermissionGroup(previous);
+        } catch (const NSException& exception) {
+            // A peer's tree may lack a group. Nobody could catch it on the main queue.
+            if (exception.name() != NSRangeException)
+                throw;
+        }
         self->setUpdatingPermissions(false);
     });
 }

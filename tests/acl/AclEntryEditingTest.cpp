@@ -199,6 +199,18 @@ TEST_F(MVAclEntryEditing, AWaitingTaskOfAFormerCustomCodeQueuesItselfAgain) {
     EXPECT_EQ(world.loop->waiting(), 0u);
 }
 
+TEST_F(MVAclEntryEditing, AWaitingTaskLeavesATreeThatLacksAGroupAsItIs) {
+    const auto two =
+        MVAclEntry::initWithUuid({}, 1, {node("Read", 2, 0), node("Write", 2, 0)}, false);
+    EXPECT_EQ(exceptionName([&] { two->setPermissionGroup(3); }), "NSRangeException");
+    two->setInherited(false);
+    two->setPermissionGroup(6);
+    two->setInherited(false);
+    EXPECT_EQ(exceptionName([&] { EXPECT_EQ(world.loop->turn(), 1u); }), "none");
+    EXPECT_EQ(two->permissionGroup(), 3);
+    EXPECT_FALSE(two->updatingPermissions());
+}
+
 TEST_F(MVAclEntryEditing, ACodeForFewerThanThreeGroupsThrowsRange) {
     EXPECT_EQ(exceptionName([] { MVAclEntry::init()->setPermissionGroup(1); }), "NSRangeException");
     const auto two =
