@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <variant>
 
 #include "ConnectorTestSupport.h"
@@ -208,7 +209,10 @@ TEST_F(MVConnectorWithServices, BothConnectionsAreResumed) {
 }
 
 TEST_F(MVConnectorWithServices, AnInterruptedConnectionStaysHeld) {
-    std::filesystem::create_symlink("/bin/false", folder / MVFileServiceName);
+    // Ends once a request has come, not before: a service that ends unasked is started again.
+    const auto program = folder / MVFileServiceName;
+    std::ofstream(program) << "#!/bin/sh\nexec head -c 1 <&3 >/dev/null\n";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     const auto connector = MVConnector::init<Connector>();
     const auto connection = connector->connection();
     EXPECT_EQ(failure(*connection)->code(), NSXPCConnectionInterrupted);
