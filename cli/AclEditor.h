@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "EntryText.h"
@@ -35,6 +36,8 @@ class AclEditor {
         : entries_(std::move(entries)), isFolder_(std::move(isFolder)) {}
 
     const EntryList& entries() const { return entries_; }
+    /// Goes on with another state of the list.
+    void replaceEntries(EntryList entries) { entries_ = std::move(entries); }
 
     /// A new entry, last in the list, that allows `who` to read and write.
     Problem add(std::string_view who);

@@ -57,7 +57,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     auto* editFlag =
         command
             ->add_option("--edit", script,
-                         "Change the list by these commands; without any, on the terminal")
+                         "Change the list by these commands; without any, on the terminal. What "
+                         "another program changes meanwhile is kept")
             ->expected(0, 1)
             ->type_name("[SCRIPT]");
     command->add_flag("--dry-run", edit.dryRun, "Show the list before and after, change nothing")

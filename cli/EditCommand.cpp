@@ -3,42 +3,25 @@
 #include <MorvaneOperation/EntryLosses.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <optional>
+#include <utility>
 
 #include "EditScript.h"
 #include "EditedItem.h"
 #include "Failure.h"
+#include "ListEdit.h"
 
 namespace morvane {
 
 namespace {
 
-constexpr std::int32_t tagDeny = 2;
+/// So often a script is done to a list that other programs change meanwhile.
+constexpr int maxAttempts = 8;
 
-std::string shown(const EntryList& entries, const EditOptions& options, const Style& style) {
-    return options.json ? entriesAsJson(entries) : entriesAsTable(entries, options.tree, style);
-}
+constexpr const char* cannotChange = "cannot change the access-control list of";
 
-/// The edited entries in the order in which the item's list has them, as the order decides what
-/// they mean. A new entry that denies comes first, one that allows last.
-EntryList inOrderOfEvaluation(const EntryList& edited, const EntryList& original) {
-    EntryList result;
-    const auto holds = [](const EntryList& list, const auto& entry) {
-        return std::find(list.begin(), list.end(), entry) != list.end();
-    };
-    for (const auto& entry : edited) {
-        if (!holds(original, entry) && entry->tag() == tagDeny)
-            result.push_back(entry);
-    }
-    for (const auto& entry : original) {
-        if (holds(edited, entry))
-            result.push_back(entry);
-    }
-    for (const auto& entry : edited) {
-        if (!holds(original, entry) && entry->tag() != tagDeny)
-            result.push_back(entry);
-    }
-    return result;
+bool isChangedMeanwhile(const NSError& error) {
+    return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
 }
 
 /// `error`, with the entries of its losses counted as `seen` shows them. `sent` is what was
@@ -60,12 +43,186 @@ NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& sent, const E
 }
 
 Outcome refusal(const NSError& error, const EditOptions& options) {
-    auto message = failureMessage("cannot change the access-control list of", options.path, error,
-                                  Effect::changes);
+    auto message = failureMessage(cannotChange, options.path, error, Effect::changes);
     if (!options.lossy && !lossesOfError(error).empty())
         message += "  --lossy accepts the nearest list.\n";
     return {exitCodeOf(error), {}, std::move(message)};
 }
+
+std::string joined(const std::vector<std::string>& parts) {
+    std::string text;
+    for (const auto& part : parts)
+        text += (text.empty() ? "" : ", ") + part;
+    return text;
+}
+
+/// One run of `morvane acl PATH --edit`, from the list that was read to the one that is written.
+class AclEditing {
+  public:
+    AclEditing(const EditOptions& options, NSURL url, EntryList entries, const AclSource& source,
+               const AclSink& sink, const AccessSource& access, const Style& style)
+        : options_(options),
+          url_(std::move(url)),
+          source_(source),
+          sink_(sink),
+          access_(access),
+          style_(style),
+          edit_(std::move(entries)),
+          item_(url_, edit_.shown(), access_),
+          before_(shown(edit_.shown())),
+          editor_(edit_.shown(), [this](Problem& problem) {
+              const bool folder = item_.isFolder(&kindError_);
+              if (kindError_)
+                  problem = "whether the item is a folder cannot be told";
+              return folder;
+          }) {}
+
+    Outcome byScript(const std::string& script) {
+        const auto problem = runEditScript(script, editor_);
+        if (kindError_)
+            return {exitCodeOf(*kindError_),
+                    {},
+                    failureMessage("cannot tell whether there is a folder at", options_.path,
+                                   *kindError_) +
+                        "  Nothing was changed.\n"};
+        if (problem)
+            return {ExitUsage,
+                    {},
+                    "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
+        for (int attempt = 0; attempt != maxAttempts; ++attempt) {
+            if (auto outcome = save(options_.lossy)) {
+                if (attempt != 0 && outcome->exitCode == ExitSuccess)
+                    outcome->message =
+                        "morvane: another program has changed the list meanwhile; the edit was "
+                        "made on what it is now.\n" +
+                        outcome->message;
+                return *outcome;
+            }
+            std::vector<std::string> notMade;
+            if (auto failure = replay(notMade))
+                return *failure;
+            if (!notMade.empty())
+                return refusedAsChanged(
+                    "another program has changed the list meanwhile, and in it what the script "
+                    "changes: " +
+                    joined(notMade));
+        }
+        return refusedAsChanged("other programs change it again and again");
+    }
+
+    Outcome byHand(const AclInteraction& interaction) {
+        Outcome outcome;
+        const auto saveOrTell = [&](bool lossy) -> Problem {
+            std::vector<std::string> notMade;
+            if (const auto done = save(lossy || options_.lossy))
+                outcome = *done;
+            else if (const auto failure = replay(notMade))
+                outcome = *failure;
+            else
+                return "Another program has changed the list. Your changes are made on what it is "
+                       "now" +
+                       (notMade.empty() ? std::string()
+                                        : ", but not that of " + joined(notMade) +
+                                              ", which is no longer what it was") +
+                       ": look at it, and save again.";
+            if (outcome.exitCode != ExitFailure)
+                return std::nullopt;
+            return outcome.message;
+        };
+        const bool saved = interaction(editor_, escaped(options_.path), saveOrTell);
+        return saved ? outcome : Outcome{ExitSuccess, {}, "morvane: nothing was changed.\n"};
+    }
+
+  private:
+    std::string shown(const EntryList& entries) const {
+        return options_.json ? entriesAsJson(entries)
+                             : entriesAsTable(entries, options_.tree, style_);
+    }
+
+    Outcome refusedAsChanged(const std::string& why) const {
+        return {ExitFailure,
+                {},
+                std::string("morvane: ") + cannotChange + " '" + escaped(options_.path) +
+                    "': " + escaped(why) +
+                    ".\n  Nothing was changed. Look at the list, and edit it as it is now.\n"};
+    }
+
+    /// Empty if another program has changed the list since it was read.
+    std::optional<Outcome> save(bool lossy) {
+        if (const auto problem = editor_.unwritable())
+            return Outcome{ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
+
+        auto entries = edit_.inOrderOfEvaluation(editor_.entries());
+        if (options_.dryRun || lossy) {
+            NSErrorRef error;
+            const auto sent = entries;
+            entries = item_.afterWriting(entries, lossy, &error);
+            if (error)
+                return refusal(*countedAsSeen(error, sent, editor_.entries()), options_);
+        }
+        if (options_.dryRun)
+            return wouldBe(std::move(entries));
+        Outcome outcome;
+        if (const auto error = sink_(entries, url_)) {
+            if (isChangedMeanwhile(*error))
+                return std::nullopt;
+            if (exitCodeOf(*error) != ExitStoredOtherwise)
+                return refusal(*error, options_);
+            outcome = {ExitStoredOtherwise,
+                       {},
+                       "morvane: the list of '" + escaped(options_.path) + "' was written. " +
+                           escaped(error->localizedDescription()) + "\n  " +
+                           escaped(advice(*error, Effect::changes)) + '\n'};
+        }
+        // What the item has now, which is not always the order of what was written.
+        auto written = source_(url_);
+        if (written.error) {
+            outcome.message += "morvane: the list was written; it cannot be read back: " +
+                               escaped(written.error->localizedDescription()) + '\n';
+            return outcome;
+        }
+        sortCanonically(written.entries);
+        outcome.output = shown(written.entries);
+        return outcome;
+    }
+
+    Outcome wouldBe(EntryList entries) const {
+        sortCanonically(entries);
+        const auto after = shown(entries);
+        if (options_.json)
+            return {
+                ExitSuccess, "{\n\"before\": " + before_ + ",\n\"after\": " + after + "}\n", {}};
+        std::string message = "morvane: --dry-run, nothing was changed.\n";
+        if (item_.isAllowDeny())
+            message += "  On a network mount the server decides what it stores of it.\n";
+        return {ExitSuccess, "Before:\n" + before_ + "\nAfter:\n" + after, message};
+    }
+
+    /// Reads the list again and makes the edit on what it is now, but for `notMade`. Answers why it
+    /// cannot be read.
+    std::optional<Outcome> replay(std::vector<std::string>& notMade) {
+        auto now = source_(url_);
+        if (now.error)
+            return refusal(*now.error, options_);
+        item_ = EditedItem(url_, now.entries, access_);
+        auto replayed = edit_.replay(editor_.entries(), now.entries);
+        editor_.replaceEntries(std::move(replayed.entries));
+        notMade = std::move(replayed.notMade);
+        return std::nullopt;
+    }
+
+    const EditOptions& options_;
+    const NSURL url_;
+    const AclSource& source_;
+    const AclSink& sink_;
+    const AccessSource& access_;
+    const Style& style_;
+    ListEdit edit_;
+    EditedItem item_;
+    NSErrorRef kindError_;
+    const std::string before_;
+    AclEditor editor_;
+};
 
 }  // namespace
 
@@ -87,84 +244,8 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             exitCodeOf(*answer.error),
             {},
             failureMessage("cannot read the access-control list of", options.path, *answer.error)};
-    const auto inOrder = answer.entries;
-    sortCanonically(answer.entries);
-    const auto before = shown(answer.entries, options, style);
-
-    EditedItem item(url, answer.entries, access);
-    NSErrorRef kindError;
-    AclEditor editor(std::move(answer.entries), [&](Problem& problem) {
-        const bool folder = item.isFolder(&kindError);
-        if (kindError)
-            problem = "whether the item is a folder cannot be told";
-        return folder;
-    });
-    const auto save = [&](bool lossy) -> Outcome {
-        if (const auto problem = editor.unwritable())
-            return {ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
-
-        auto entries = inOrderOfEvaluation(editor.entries(), inOrder);
-        if (options.dryRun || lossy) {
-            NSErrorRef error;
-            const auto sent = entries;
-            entries = item.afterWriting(entries, lossy, &error);
-            if (error)
-                return refusal(*countedAsSeen(error, sent, editor.entries()), options);
-        }
-        if (options.dryRun) {
-            sortCanonically(entries);
-            const auto after = shown(entries, options, style);
-            if (options.json)
-                return {
-                    ExitSuccess, "{\n\"before\": " + before + ",\n\"after\": " + after + "}\n", {}};
-            std::string message = "morvane: --dry-run, nothing was changed.\n";
-            if (item.isAllowDeny())
-                message += "  On a network mount the server decides what it stores of it.\n";
-            return {ExitSuccess, "Before:\n" + before + "\nAfter:\n" + after, message};
-        }
-        Outcome outcome;
-        if (const auto error = sink(entries, url)) {
-            if (exitCodeOf(*error) != ExitStoredOtherwise)
-                return refusal(*error, options);
-            outcome = {ExitStoredOtherwise,
-                       {},
-                       "morvane: the list of '" + escaped(options.path) + "' was written. " +
-                           escaped(error->localizedDescription()) + "\n  " +
-                           escaped(advice(*error, Effect::changes)) + '\n'};
-        }
-        // What the item has now, which is not always the order of what was written.
-        auto written = source(url);
-        if (written.error) {
-            outcome.message += "morvane: the list was written; it cannot be read back: " +
-                               escaped(written.error->localizedDescription()) + '\n';
-            return outcome;
-        }
-        sortCanonically(written.entries);
-        outcome.output = shown(written.entries, options, style);
-        return outcome;
-    };
-    if (options.script) {
-        const auto problem = runEditScript(*options.script, editor);
-        if (kindError)
-            return {exitCodeOf(*kindError),
-                    {},
-                    failureMessage("cannot tell whether there is a folder at", options.path,
-                                   *kindError) +
-                        "  Nothing was changed.\n"};
-        if (problem)
-            return {ExitUsage,
-                    {},
-                    "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
-        return save(options.lossy);
-    }
-    Outcome outcome;
-    const bool saved = interaction(editor, escaped(options.path), [&](bool lossy) -> Problem {
-        outcome = save(lossy || options.lossy);
-        if (outcome.exitCode != ExitFailure)
-            return std::nullopt;
-        return outcome.message;
-    });
-    return saved ? outcome : Outcome{ExitSuccess, {}, "morvane: nothing was changed.\n"};
+    AclEditing editing(options, url, std::move(answer.entries), source, sink, access, style);
+    return options.script ? editing.byScript(*options.script) : editing.byHand(interaction);
 }
 
 }  // namespace morvane

@@ -135,6 +135,17 @@ void EditScreen::did(const Problem& problem) {
     changed_ = changed_ || !problem;
 }
 
+void EditScreen::tell(const std::string& message) {
+    message_ = message;
+    const auto& entries = editor_.entries();
+    std::erase_if(open_, [&](const MVAclEntry* open) {
+        return std::none_of(entries.begin(), entries.end(),
+                            [&](const auto& entry) { return entry.get() == open; });
+    });
+    const auto count = lines().size();
+    chosen_ = count == 0 ? 0 : std::min(chosen_, count - 1);
+}
+
 void EditScreen::nextPermissions(std::size_t entry) {
     static constexpr const char* choices[] = {"all", "read-write", "read", "write", "none"};
     const auto& target = *editor_.entries()[entry];

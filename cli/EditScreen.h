@@ -42,8 +42,8 @@ class EditScreen {
 
     /// keyEnd leaves whatever was being asked, as nobody can answer.
     Result press(char32_t key);
-    /// Shows why the list was not saved, until the next key.
-    void tell(const std::string& message) { message_ = message; }
+    /// Shows why the list was not saved, until the next key. The entries may be others by now.
+    void tell(const std::string& message);
     /// At most `rows` lines, each at most `columns` wide, with the chosen line among them.
     std::string draw(std::size_t rows, std::size_t columns) const;
 

@@ -444,6 +444,26 @@ class Terminal(Changing):
         self.assertEqual(status, 0)
         self.assertNotEqual(acl(self.file), before)
 
+    def test_a_list_that_another_program_has_changed_is_offered_with_the_edits_on_it(self):
+        self.setfacl("-m", "u:4711:rw", self.file)
+        shown = self.edit()
+        number = next(i for i, line in enumerate(
+            line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
+        for key in [*["\x1b[B"] * number, "g", "g", "g"]:
+            shown = self.edit_more(key)
+        self.assertIn("uid 4711  Allow  Read ", shown)
+        self.setfacl("-m", "u:4712:r", self.file)
+        shown = " ".join(self.edit_more("s").split())
+        self.assertIn("Another program has changed the list. Your changes are made on what it is now: look at it, "
+                      "and save again.", shown)
+        self.assertIn("uid 4711 Allow Read ", shown)
+        self.assertIn("uid 4712 Allow", shown)
+        self.assertIn("user:4711:rw-", acl(self.file), "nothing is written before it was looked at")
+        status, rest = self.end("s")
+        self.assertEqual(status, 0, rest)
+        self.assertEqual(acl(self.file), ["user::rw-", "user:4711:r--", "user:4712:r--", "group::r--", "mask::r--",
+                                          "other::---"])
+
     def test_another_size_draws_the_screen_anew(self):
         self.edit("\x1b[B")
         fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("4H", 20, 60, 0, 0))
@@ -471,6 +491,65 @@ class Terminal(Changing):
             os.kill(self.process, signal.SIGKILL)
         self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1]), 0)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+
+
+class Meanwhile(Changing):
+    """Another program changes the list between the reading and the writing of a script's edit."""
+
+    def edit(self, script, *meanwhile):
+        """The service is held whenever it has opened the file; before it goes on, it is the turn of the next of
+        `meanwhile`: of the first when it reads the list, of the second right before it would write."""
+        turns = iter(meanwhile)
+        told = os.path.join(os.path.dirname(self.folder), "told")
+        os.mkfifo(told)
+        tracer = subprocess.Popen(
+            ["strace", "-f", "-qq", "-o", told, "-P", self.file, "-e", "trace=openat,openat2",
+             "-e", "inject=openat,openat2:signal=SIGSTOP", MORVANE, "acl", self.file, "--edit", script],
+            env={**ENVIRONMENT, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"},
+            text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        with open(told, encoding="ascii") as lines:
+            opener = None
+            for line in lines:
+                thread = int(line.split()[0])
+                if "--- SIGSTOP" in line:
+                    opener = thread
+                elif "stopped by SIGSTOP" in line and thread == opener:
+                    next(turns, lambda: None)()
+                    os.kill(thread, signal.SIGCONT)
+        output, message = tracer.communicate(timeout=TIME_LIMIT)
+        return tracer.returncode, output, message
+
+    @staticmethod
+    def nothing():
+        pass
+
+    def test_an_edit_is_done_to_what_the_list_is_by_then(self):
+        self.setfacl("-m", "u:4711:rw,u:4712:rw", self.file)
+        code, output, message = self.edit("entry 2; permissions read; add user:4714; permissions read", self.nothing,
+                                          lambda: self.setfacl("-m", "u:4712:r,u:4710:r", self.file))
+        self.assertEqual((code, message), (0, "morvane: another program has changed the list meanwhile; the edit was "
+                                              "made on what it is now.\n"))
+        self.assertIn("uid 4710", output)
+        self.assertEqual(acl(self.file), ["user::rw-", "user:4710:r--", "user:4711:r--", "user:4712:r--",
+                                          "user:4714:r--", "group::r--", "mask::r--", "other::---"])
+
+    def test_an_edit_of_what_has_changed_is_refused(self):
+        self.setfacl("-m", "u:4711:rw", self.file)
+        code, output, message = self.edit("entry 2; permissions write", self.nothing,
+                                          lambda: self.setfacl("-m", "u:4711:r", self.file))
+        self.assertEqual((code, output), (1, ""))
+        self.assertIn("another program has changed the list meanwhile, and in it what the script changes: entry 2 "
+                      "(uid 4711).\n  Nothing was changed. Look at the list, and edit it as it is now.\n", message)
+        self.assertIn("user:4711:r--", acl(self.file))
+
+    def test_an_edit_of_a_file_that_has_gone_says_so(self):
+        def change_and_remove():
+            os.chmod(self.file, 0o600)
+            os.unlink(self.file)
+
+        code, output, message = self.edit("add user:4711", self.nothing, change_and_remove)
+        self.assertEqual((code, output), (1, ""))
+        self.assertIn(f"cannot change the access-control list of '{self.file}': No such file or directory", message)
 
 
 if __name__ == "__main__":

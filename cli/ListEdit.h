@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "EntryText.h"
+
+/// What a person changes of a list: the entries as they were read, and the same change on what the
+/// list is by then, where another program has changed it meanwhile.
+///
+///     ListEdit edit(entries);
+///     AclEditor editor(edit.shown(), ...);
+///     ...
+///     sink(edit.inOrderOfEvaluation(editor.entries()), url);   // MVAclChanged
+///     const auto replayed = edit.replay(editor.entries(), entriesReadAgain);
+namespace morvane {
+
+class ListEdit {
+  public:
+    /// `entries` as a service sends them, which are the ones that are edited: in the order that
+    /// decides what they mean.
+    explicit ListEdit(EntryList entries);
+
+    /// The entries that were read, in the order in which they are shown.
+    EntryList shown() const;
+
+    /// The edited entries in the order in which the item's list has them. A new entry that denies
+    /// comes first, one that allows last. New ones count as made for the list that was read, so
+    /// that they are refused with the others if it has changed.
+    EntryList inOrderOfEvaluation(const EntryList& edited) const;
+
+    struct Replayed {
+        /// In the order in which they are shown, new ones last.
+        EntryList entries;
+        /// Which changes could not be made, as the entry is no longer what it was when it was read:
+        /// "entry 4 (user alice)".
+        std::vector<std::string> notMade;
+    };
+    /// Does to `now` what makes `edited` of the entries that were read. From then on those of `now`
+    /// are the ones that were read.
+    Replayed replay(const EntryList& edited, const EntryList& now);
+
+  private:
+    struct Entry {
+        std::shared_ptr<MVAclEntry> entry;
+        /// All that there was to see of it when it was read, by which it is known again.
+        std::string asRead;
+        /// "entry 4 (user alice)", as it was then.
+        std::string title;
+    };
+    std::vector<Entry> read_;
+};
+
+}  // namespace morvane

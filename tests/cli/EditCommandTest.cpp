@@ -1,0 +1,166 @@
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "EditCommand.h"
+#include "acl/AclTestSupport.h"
+
+namespace morvane {
+namespace {
+
+constexpr std::uint32_t owner = 4801;
+constexpr std::uint32_t group = 4802;
+
+/// A service with one file, whose list another program changes between reading and writing.
+class Editing : public testing::Test {
+  protected:
+    Editing() {
+        acl_ = {owner, group, false, {PosixRead | PosixWrite, PosixRead, PosixNothing, {}, {}, {}}, {}};
+        acl_.access.mask = PosixRead | PosixWrite;
+        acl_.access.users = {{4803, PosixRead | PosixWrite}, {4804, PosixRead | PosixWrite}};
+    }
+
+    AclSource source() {
+        return [this](const NSURL& url) {
+            ++read_;
+            auto entries = entriesOfPosixAcl(acl_);
+            for (const auto& entry : entries)
+                entry->setOrigin(originNow(url));
+            return AclAnswer{std::move(entries), nullptr};
+        };
+    }
+    AclSink sink() {
+        return [this](const EntryList& entries, const NSURL& url) -> NSErrorRef {
+            if (!others_.empty()) {
+                others_.front()(acl_);
+                others_.erase(others_.begin());
+            }
+            for (const auto& entry : entries) {
+                EXPECT_NE(entry->origin(), nullptr) << "of a new entry, too";
+                if (entry->origin() && entry->origin()->values() != originNow(url)->values())
+                    return NSError::errorWithDomain(MVAclErrorDomain, MVAclChanged, {});
+            }
+            acl_ = reduceToPosixAcl(entries, PosixAclTarget::of(acl_)).acl;
+            return nullptr;
+        };
+    }
+    Outcome run(std::optional<std::string> script, const AclInteraction& interaction = nullptr) {
+        EditOptions options;
+        options.path = "/item";
+        options.script = std::move(script);
+        return runAclEdit(options, source(), sink(), nullptr, interaction, Style(false));
+    }
+    PosixRights rightsOf(std::uint32_t uid) {
+        for (const auto& user : acl_.access.users) {
+            if (user.id == uid)
+                return acl_.access.counting(user.rights);
+        }
+        return PosixNothing;
+    }
+    std::shared_ptr<const MVAclOrigin> originNow(const NSURL& url) const {
+        return MVAclOrigin::initWithValues(
+            {url, false, owner, group, MVAclStorage::posix, digestOf(acl_)});
+    }
+
+    acltest::World world_;
+    PosixAcl acl_;
+    int read_ = 0;
+    /// What other programs do before each write.
+    std::vector<std::function<void(PosixAcl&)>> others_;
+};
+
+const char* const madeMeanwhile =
+    "morvane: another program has changed the list meanwhile; the edit was made on what it is "
+    "now.\n";
+
+TEST_F(Editing, DoesAScriptToTheListThatAnotherProgramHasMadeMeanwhile) {
+    others_ = {[](PosixAcl& acl) { acl.access.users[1].rights = PosixRead; }};
+    const auto outcome = run("entry 2; permissions read; add user:4805; permissions read");
+    EXPECT_EQ(outcome.exitCode, ExitSuccess);
+    EXPECT_EQ(outcome.message, madeMeanwhile);
+    EXPECT_EQ(rightsOf(4803), PosixRead);
+    EXPECT_EQ(rightsOf(4804), PosixRead) << "as the other program has it";
+    EXPECT_EQ(rightsOf(4805), PosixRead);
+}
+
+TEST_F(Editing, FindsTheEntryOfAScriptThoughAnotherHasItsNumberNow) {
+    others_ = {[](PosixAcl& acl) {
+        acl.access.users.insert(acl.access.users.begin(), {4800, PosixRead | PosixWrite});
+    }};
+    EXPECT_EQ(run("entry 2; permissions read").message, madeMeanwhile);
+    EXPECT_EQ(rightsOf(4800), PosixRead | PosixWrite);
+    EXPECT_EQ(rightsOf(4803), PosixRead);
+}
+
+TEST_F(Editing, RemovesAnEntryFromTheListThatAnotherProgramHasMade) {
+    others_ = {[](PosixAcl& acl) { acl.access.users[1].rights = PosixRead; }};
+    EXPECT_EQ(run("entry 2; remove").message, madeMeanwhile);
+    ASSERT_EQ(acl_.access.users.size(), 1u);
+    EXPECT_EQ(acl_.access.users[0].id, 4804u);
+}
+
+TEST_F(Editing, RefusesAScriptThatChangesWhatAnotherProgramHasChanged) {
+    others_ = {[](PosixAcl& acl) { acl.access.users[0].rights = PosixRead; }};
+    const auto outcome = run("entry 2; permissions write; entry 3; permissions read");
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_EQ(outcome.message,
+              "morvane: cannot change the access-control list of '/item': another program has "
+              "changed the list meanwhile, and in it what the script changes: entry 2 (uid "
+              "4803).\n  Nothing was changed. Look at the list, and edit it as it is now.\n");
+    EXPECT_EQ(rightsOf(4803), PosixRead);
+    EXPECT_EQ(rightsOf(4804), PosixRead | PosixWrite) << "all of it or nothing";
+}
+
+TEST_F(Editing, GivesUpOnAListThatNeverStaysAsItIs) {
+    for (int i = 0; i != 8; ++i)
+        others_.emplace_back([=](PosixAcl& acl) {
+            acl.access.users[1].rights = i % 2 == 0 ? PosixRead : PosixWrite;
+        });
+    const auto outcome = run("add user:4805");
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_EQ(outcome.message,
+              "morvane: cannot change the access-control list of '/item': other programs change it "
+              "again and again.\n  Nothing was changed. Look at the list, and edit it as it is "
+              "now.\n");
+    EXPECT_EQ(rightsOf(4805), PosixNothing);
+}
+
+TEST_F(Editing, OffersTheEditByHandOnTheListThatAnotherProgramHasMade) {
+    others_ = {[](PosixAcl& acl) {
+        acl.access.users[0].rights = PosixRead;
+        acl.access.users.push_back({4806, PosixRead});
+    }};
+    Problem told;
+    const auto outcome =
+        run(std::nullopt, [&](AclEditor& editor, const std::string&, const AclSave& save) {
+            EXPECT_EQ(editor.choosePermissions(1, "write"), std::nullopt);
+            EXPECT_EQ(editor.choosePermissions(2, "read"), std::nullopt);
+            EXPECT_EQ(editor.add("user:4805"), std::nullopt);
+            told = save(false);
+            EXPECT_EQ(rightsOf(4805), PosixNothing) << "nothing is written before it was looked at";
+            EXPECT_EQ(editor.entries().size(), 7u);
+            EXPECT_EQ(editor.entries()[1]->permissionGroup(), MVAclGroupCustom) << "as it is now";
+            EXPECT_EQ(editor.entries()[2]->permissionGroup(), MVAclGroupRead) << "as it was edited";
+            return save(false) == std::nullopt;
+        });
+    EXPECT_EQ(told,
+              "Another program has changed the list. Your changes are made on what it is now, but "
+              "not that of entry 2 (uid 4803), which is no longer what it was: look at it, and "
+              "save again.");
+    EXPECT_EQ(outcome.exitCode, ExitSuccess);
+    EXPECT_EQ(rightsOf(4803), PosixRead);
+    EXPECT_EQ(rightsOf(4804), PosixRead);
+    EXPECT_EQ(rightsOf(4805), PosixRead | PosixWrite);
+    EXPECT_EQ(rightsOf(4806), PosixRead);
+}
+
+TEST_F(Editing, ReadsTheListOnceIfNobodyElseChangesIt) {
+    const auto outcome = run("add user:4805; permissions read");
+    EXPECT_EQ(outcome.message, "");
+    EXPECT_EQ(read_, 2) << "and once after it was written";
+}
+
+}  // namespace
+}  // namespace morvane
