@@ -14,8 +14,9 @@
 ///
 /// A service gives it to each entry that it sends, and entries carry it back when they are written:
 /// a list that has changed meanwhile is then refused instead of lost (MVAclErrorDomain). Entries
-/// that were not read have none; nor have those of a service that does not know of it. It is no
-/// part of what an entry says: equality does not see it.
+/// that were not read have none, unless the host gives them that of the list they are for: it
+/// should, as otherwise a list of new entries alone replaces whatever is there. Nor have those of a
+/// service that does not know of it. It is no part of what an entry says: equality does not see it.
 ///
 /// Immutable; any thread.
 namespace morvane {
