@@ -17,7 +17,8 @@ constexpr std::uint32_t group = 4802;
 class Editing : public testing::Test {
   protected:
     Editing() {
-        acl_ = {owner, group, false, {PosixRead | PosixWrite, PosixRead, PosixNothing, {}, {}, {}}, {}};
+        acl_ = {
+            owner, group, false, {PosixRead | PosixWrite, PosixRead, PosixNothing, {}, {}, {}}, {}};
         acl_.access.mask = PosixRead | PosixWrite;
         acl_.access.users = {{4803, PosixRead | PosixWrite}, {4804, PosixRead | PosixWrite}};
     }
