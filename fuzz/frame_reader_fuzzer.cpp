@@ -22,7 +22,6 @@ class InputStream final : public StreamSocket {
         return count;
     }
     std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
-    bool waitUntilWritable(const Deadline&) override { return false; }
     void shutdown() override {}
     std::optional<PeerCredentials> peer() const override { return std::nullopt; }
 

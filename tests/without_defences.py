@@ -434,15 +434,24 @@ DEFENCES = (
             ("FrameReader.GivesUpOnAFrameThatTakesTooLong",)),
     Defence("A client that never reads is cut off after the time of one frame.",
             "platform/xpc/Outbox.cpp",
-            "const bool writable = socket_->waitUntilWritable(deadline);",
-            "const bool writable = socket_->waitUntilWritable(*deadline + std::chrono::hours(1));",
+            "runAt(*deadline_, [weak = weak_from_this()] {",
+            "runAt(*deadline_ + std::chrono::hours(1), [weak = weak_from_this()] {",
             ("Outbox.CutsAReaderOffThatNeverReads",
              "HostilePeer.AClientThatNeverReadsIsCutOff")),
     Defence("A client that reads a little at a time is cut off too.",
             "platform/xpc/Outbox.cpp",
-            "if (!ended_ && (!writable || std::chrono::steady_clock::now() >= *deadline))",
-            "if (!ended_ && !writable)",
+            "        if (*sent == 0) {\n            if (!deadline_)\n",
+            "        if (*sent == 0) {\n",
             ("Outbox.CutsAReaderOffThatTricklesAlthoughItAlwaysGetsOn",)),
+    Defence("No thread waits for a client that takes no replies.",
+            "platform/linux/LinuxStreamSocket.cpp",
+            "    runWhenWritable(socket_.get(), onceReady(std::move(sending)));\n",
+            "    StreamSocket::whenWritable([self = shared_from_this(), sending = std::move(sending)] {\n"
+            "        pollfd room{self->socket_.get(), POLLOUT, 0};\n"
+            "        ::poll(&room, 1, -1);\n"
+            "        sending();\n"
+            "    });\n",
+            ("ServedStream.ClientsThatTakeNoRepliesCostNoThread",)),
     Defence("Of a large request nothing is held before it is admitted.",
             "platform/xpc/Frame.cpp",
             "isDropped_ = gate_ && header.kind == FrameKind::request &&",

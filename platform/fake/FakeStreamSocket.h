@@ -114,8 +114,6 @@ class FakeStreamSocket : public StreamSocket {
         return sent;
     }
 
-    bool waitUntilWritable(const Deadline&) override { return true; }
-
     void shutdown() override {
         for (const auto& pipe : {in_, out_}) {
             const std::lock_guard lock(pipe->mutex);

@@ -51,9 +51,9 @@ std::optional<PeerCredentials> LinuxStreamSocket::peer() const {
     return PeerCredentials{credentials.pid, credentials.uid, credentials.gid};
 }
 
-bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {
+bool LinuxStreamSocket::waitForBytes(const Deadline& deadline) const {
     for (;;) {
-        pollfd poll{socket_.get(), events, 0};
+        pollfd poll{socket_.get(), POLLIN, 0};
         const int ready = ::poll(&poll, 1, millisecondsUntil(deadline));
         if (ready > 0)
             return true;
@@ -63,12 +63,19 @@ bool LinuxStreamSocket::waitFor(short events, const Deadline& deadline) const {
 }
 
 void LinuxStreamSocket::whenReadable(std::function<void()> reading) {
-    runWhenReadable(socket_.get(),
-                    [self = shared_from_this(), reading = std::move(reading)](bool alone) {
-                        if (alone)
-                            self->shutdown();
-                        reading();
-                    });
+    runWhenReadable(socket_.get(), onceReady(std::move(reading)));
+}
+
+void LinuxStreamSocket::whenWritable(std::function<void()> sending) {
+    runWhenWritable(socket_.get(), onceReady(std::move(sending)));
+}
+
+std::function<void(bool)> LinuxStreamSocket::onceReady(std::function<void()> task) {
+    return [self = shared_from_this(), task = std::move(task)](bool alone) {
+        if (alone)
+            self->shutdown();
+        task();
+    };
 }
 
 /// -1 with `errno` set on failure, 0 at the end.
@@ -85,7 +92,7 @@ ssize_t LinuxStreamSocket::receiveOnce(std::span<std::uint8_t> into, int flags) 
 
 std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadline& deadline) {
     for (;;) {
-        if (deadline && !waitFor(POLLIN, deadline))
+        if (deadline && !waitForBytes(deadline))
             return 0;
         const auto count = receiveOnce(into, 0);
         if (count >= 0)
@@ -153,10 +160,6 @@ ssize_t LinuxStreamSocket::sendSeveral(std::span<const Bytes> pieces) const {
     message.msg_iov = vectors.data();
     message.msg_iovlen = count;
     return sendmsg(socket_.get(), &message, sendFlags);
-}
-
-bool LinuxStreamSocket::waitUntilWritable(const Deadline& deadline) {
-    return waitFor(POLLOUT, deadline);
 }
 
 void LinuxStreamSocket::shutdown() {

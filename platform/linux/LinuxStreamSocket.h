@@ -18,12 +18,12 @@ class LinuxStreamSocket : public StreamSocket,
     explicit LinuxStreamSocket(FileDescriptor socket);
 
     void whenReadable(std::function<void()> reading) override;
+    void whenWritable(std::function<void()> sending) override;
     std::size_t receive(std::span<std::uint8_t> into, const Deadline& deadline) override;
     std::optional<std::size_t> receiveWithin(std::span<std::uint8_t> into,
                                              std::chrono::milliseconds time) override;
     bool isOver() const override;
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
-    bool waitUntilWritable(const Deadline& deadline) override;
     void shutdown() override;
     std::optional<PeerCredentials> peer() const override;
     std::uint64_t peerStartTime() const override;
@@ -31,7 +31,9 @@ class LinuxStreamSocket : public StreamSocket,
   private:
     ssize_t sendSeveral(std::span<const Bytes> pieces) const;
     ssize_t receiveOnce(std::span<std::uint8_t> into, int flags) const;
-    bool waitFor(short events, const Deadline& deadline) const;
+    bool waitForBytes(const Deadline& deadline) const;
+    /// What there is to do once the socket is ready, in a way that a descriptor's worker may run.
+    std::function<void(bool alone)> onceReady(std::function<void()> task);
 
     const FileDescriptor socket_;
     const PeerProcess peerProcess_;

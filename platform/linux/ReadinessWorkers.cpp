@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -19,19 +20,15 @@ constexpr int idleMilliseconds = 10000;
 
 class ReadinessWorkers {
   public:
-    /// Null if there is no descriptor left for it; asked again then.
-    static ReadinessWorkers* shared() {
-        try {
-            static auto* const workers = new ReadinessWorkers;  // outlives static objects
-            return workers;
-        } catch (const std::system_error&) {
-            return nullptr;
-        }
+    explicit ReadinessWorkers(std::uint32_t events)
+        : events_(events | EPOLLONESHOT), epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+        if (!epoll_)
+            throw std::system_error(errno, std::generic_category(), "epoll_create1");
     }
 
     /// False, and the task is not kept, if nothing can wait for the descriptor.
-    bool add(int descriptor, ReadableTask task, bool once) {
-        auto shared = std::make_shared<const ReadableTask>(std::move(task));
+    bool add(int descriptor, ReadyTask task, bool once) {
+        auto shared = std::make_shared<const ReadyTask>(std::move(task));
         Task dropped;
         {
             const std::lock_guard lock(mutex_);
@@ -50,7 +47,7 @@ class ReadinessWorkers {
     /// For one event and one waiter.
     bool arm(int operation, int descriptor) {
         epoll_event event{};
-        event.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+        event.events = events_;
         event.data.fd = descriptor;
         return epoll_ctl(epoll_.get(), operation, descriptor, &event) == 0;
     }
@@ -64,16 +61,11 @@ class ReadinessWorkers {
 
   private:
     /// Shared: running it needs no memory.
-    using Task = std::shared_ptr<const ReadableTask>;
+    using Task = std::shared_ptr<const ReadyTask>;
     struct Entry {
         Task task;
         bool once = true;
     };
-
-    ReadinessWorkers() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-        if (!epoll_)
-            throw std::system_error(errno, std::generic_category(), "epoll_create1");
-    }
 
     /// Under the lock.
     Task take(int descriptor) {
@@ -173,6 +165,7 @@ class ReadinessWorkers {
         return true;
     }
 
+    const std::uint32_t events_;
     const FileDescriptor epoll_;
     std::mutex mutex_;
     /// By descriptor.
@@ -181,27 +174,49 @@ class ReadinessWorkers {
     unsigned waiters_ = 0;
 };
 
-}  // namespace
+/// One descriptor may be waited for both ways at a time. Both are there as soon as one is needed.
+struct AllWorkers {
+    ReadinessWorkers readers{EPOLLIN | EPOLLRDHUP};
+    ReadinessWorkers writers{EPOLLOUT};
+};
 
-void runWhenReadable(int descriptor, ReadableTask task) {
-    auto* const workers = ReadinessWorkers::shared();
-    if (!workers || !workers->add(descriptor, std::move(task), true))
+/// Null if there is no descriptor left for them; asked again then.
+AllWorkers* allWorkers() {
+    try {
+        static auto* const workers = new AllWorkers;  // outlives static objects
+        return workers;
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+}
+
+void add(ReadinessWorkers AllWorkers::*which, int descriptor, ReadyTask task, bool once) {
+    auto* const workers = allWorkers();
+    if (!workers || !(workers->*which).add(descriptor, std::move(task), once))
         throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
 }
 
-void watchReadable(int descriptor, ReadableTask task) {
-    auto* const workers = ReadinessWorkers::shared();
-    if (!workers || !workers->add(descriptor, std::move(task), false))
-        throw std::system_error(EAGAIN, std::generic_category(), "waiting for a descriptor");
+}  // namespace
+
+void runWhenReadable(int descriptor, ReadyTask task) {
+    add(&AllWorkers::readers, descriptor, std::move(task), true);
+}
+
+void runWhenWritable(int descriptor, ReadyTask task) {
+    add(&AllWorkers::writers, descriptor, std::move(task), true);
+}
+
+void watchReadable(int descriptor, ReadyTask task) {
+    add(&AllWorkers::readers, descriptor, std::move(task), false);
 }
 
 void watchAgain(int descriptor) {
-    ReadinessWorkers::shared()->arm(EPOLL_CTL_MOD, descriptor);
+    allWorkers()->readers.arm(EPOLL_CTL_MOD, descriptor);
 }
 
 void stopWatching(int descriptor) {
-    if (auto* const workers = ReadinessWorkers::shared())
-        workers->remove(descriptor);
+    if (auto* const workers = allWorkers())
+        workers->readers.remove(descriptor);
 }
 
 }  // namespace morvane

@@ -40,6 +40,10 @@ void StreamSocket::whenReadable(std::function<void()> reading) {
     runOnWorker(std::move(reading));
 }
 
+void StreamSocket::whenWritable(std::function<void()> sending) {
+    runOnWorker(std::move(sending));
+}
+
 std::optional<std::size_t> StreamSocket::receiveWithin(std::span<std::uint8_t> into,
                                                        std::chrono::milliseconds) {
     return receive(into, {});

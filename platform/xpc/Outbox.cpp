@@ -1,4 +1,4 @@
-#include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 
@@ -202,13 +202,43 @@ void Outbox::release() noexcept {
 }
 
 void Outbox::flush() {
-    if (sendPieces())
-        return;
+    if (!sendPieces())
+        waitForPeer();
+}
+
+void Outbox::waitForPeer() {
     try {
-        runOnWorker([self = shared_from_this()] { self->drain(); });
+        watchDeadline();
+        socket_->whenWritable([self = shared_from_this()] { self->drain(); });
         draining_ = true;
     } catch (const std::exception&) {
-        giveUp();  // no thread that could wait
+        draining_ = false;
+        giveUp();  // nothing can wait
+    }
+}
+
+void Outbox::watchDeadline() {
+    if (isDeadlineWatched_)
+        return;
+    runAt(*deadline_, [weak = weak_from_this()] {
+        if (const auto self = weak.lock())
+            self->lookAtDeadline();
+    });
+    isDeadlineWatched_ = true;
+}
+
+void Outbox::lookAtDeadline() {
+    const std::lock_guard lock(mutex_);
+    isDeadlineWatched_ = false;
+    if (!deadline_)
+        return;
+    try {
+        if (std::chrono::steady_clock::now() < *deadline_)
+            watchDeadline();
+        else
+            giveUp();
+    } catch (const std::exception&) {
+        giveUp();  // nobody could tell that its time is over
     }
 }
 
@@ -253,19 +283,12 @@ void Outbox::removeFirst() {
 
 void Outbox::drain() {
     std::unique_lock lock(mutex_);
-    do {
-        // The first piece stays the first, and keeps its deadline, while this is the one that
-        // sends.
-        const auto deadline = deadline_;
-        lock.unlock();
-        const bool writable = socket_->waitUntilWritable(deadline);
-        lock.lock();
-        // Asked of the clock too: a reader that trickles is always just ready for a little more.
-        if (!ended_ && (!writable || std::chrono::steady_clock::now() >= *deadline))
-            giveUp();
-        count();
-    } while (!ended_ && !sendPieces());
+    const bool isAll = ended_ || sendPieces();
     count();
+    if (!isAll)
+        waitForPeer();
+    if (!isAll && !ended_)
+        return;
     draining_ = false;
     const auto task = std::exchange(onDrained_, nullptr);
     lock.unlock();

@@ -15,9 +15,10 @@
 
 /// What is on its way out on one stream. Any thread.
 ///
-/// A message is sent at once, by the thread that sends it, as far as the stream takes it; a worker
-/// sends the rest. While a thread holds the outbox back (the reader has more messages at hand whose
-/// replies may go together), what that thread sends is only collected.
+/// A message is sent at once, by the thread that sends it, as far as the stream takes it. The rest
+/// is sent as the stream takes more, and no thread waits for that. While a thread holds the outbox
+/// back (the reader has more messages at hand whose replies may go together), what that thread
+/// sends is only collected.
 namespace morvane {
 
 class Outbox : public std::enable_shared_from_this<Outbox> {
@@ -88,11 +89,16 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
     void collectLarge(FrameHeader header, std::string_view selector, NSData body);
     void append(StreamSocket::Bytes bytes);
-    /// Sends what waits, the rest from a worker.
+    /// Sends what waits, the rest as the stream takes it.
     void flush();
     /// False when the stream takes no more for now.
     bool sendPieces();
+    /// The stream takes more, or has ended.
     void drain();
+    /// Has that noticed, and that the first piece's time is over. Under the lock.
+    void waitForPeer();
+    void watchDeadline();
+    void lookAtDeadline();
     void removeFirst();
     void giveUp();
     bool isHeldBack() const { return holder_ == std::this_thread::get_id(); }
@@ -112,6 +118,9 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     std::thread::id holder_;
     /// When the first piece must be out; set while the stream keeps it waiting.
     StreamSocket::Deadline deadline_;
+    /// The clock looks at that.
+    bool isDeadlineWatched_ = false;
+    /// The stream does not take everything; drain() comes.
     bool draining_ = false;
     bool ended_ = false;
 };

@@ -45,9 +45,9 @@ class StreamSocket {
     /// Sends what can be sent at once of `pieces`, in their order. Returns how much; empty when the
     /// stream has ended.
     virtual std::optional<std::size_t> send(std::span<const Bytes> pieces) = 0;
-    /// Waits until something can be sent. False when the deadline has passed or the stream has
-    /// ended.
-    virtual bool waitUntilWritable(const Deadline& deadline) = 0;
+    /// Runs `sending` on another thread, once, as soon as something can be sent or the stream has
+    /// ended; maybe earlier. Fails as whenReadable() does. One that waits at a time.
+    virtual void whenWritable(std::function<void()> sending);
     /// Ends the stream both ways; wakes who waits.
     virtual void shutdown() = 0;
     /// Called once, after the stream has ended: what there is to clear up behind it.

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <iterator>
 #include <string>
 
@@ -202,10 +203,32 @@ TEST(LinuxStreamSocket, SendsOnlyWhatThePeerHasRoomFor) {
         sent += *count;
     }
     EXPECT_GT(sent, 0U);
-    EXPECT_FALSE(stream->waitUntilWritable(std::chrono::steady_clock::now()));
+    std::promise<void> writable;
+    auto isWritable = writable.get_future();
+    stream->whenWritable([&] { writable.set_value(); });
+    EXPECT_EQ(isWritable.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     std::vector<std::uint8_t> into(sent);
     EXPECT_EQ(recv(peer.get(), into.data(), sent, MSG_WAITALL), static_cast<ssize_t>(sent));
-    EXPECT_TRUE(stream->waitUntilWritable({}));
+    EXPECT_EQ(isWritable.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+}
+
+TEST(LinuxStreamSocket, IsWaitedForBothWaysAtOnce) {
+    const auto [stream, peer] = streamAndPeer();
+    const std::vector<std::uint8_t> bytes(std::size_t{1} << 20, 'x');
+    const StreamSocket::Bytes pieces[] = {bytes};
+    while (stream->send(pieces).value_or(0) != 0) {
+    }
+    std::promise<void> readable;
+    std::promise<void> writable;
+    auto isReadable = readable.get_future();
+    auto isWritable = writable.get_future();
+    stream->whenWritable([&] { writable.set_value(); });
+    stream->whenReadable([&] { readable.set_value(); });
+    EXPECT_EQ(send(peer.get(), "x", 1, 0), 1);
+    EXPECT_EQ(isReadable.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(isWritable.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    stream->shutdown();
+    EXPECT_EQ(isWritable.wait_for(std::chrono::seconds(30)), std::future_status::ready);
 }
 
 TEST(LinuxStreamSocket, HasMoreRoomForALargeMessageThanASocketStartsWith) {

@@ -160,7 +160,6 @@ TEST(FrameReader, GivesUpOnASenderThatTricklesAlthoughThereIsAlwaysAByte) {
             return count;
         }
         std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
-        bool waitUntilWritable(const Deadline&) override { return false; }
         void shutdown() override {}
         std::optional<PeerCredentials> peer() const override { return std::nullopt; }
     };
@@ -187,7 +186,6 @@ TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
             return count;
         }
         std::optional<std::size_t> send(std::span<const Bytes>) override { return std::nullopt; }
-        bool waitUntilWritable(const Deadline&) override { return false; }
         void shutdown() override {}
         std::optional<PeerCredentials> peer() const override { return std::nullopt; }
     };

@@ -1,11 +1,14 @@
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "platform/fake/FakeStreamSocket.h"
 
@@ -33,16 +36,19 @@ class ScriptedSocket final : public StreamSocket {
         taken += count;
         return count;
     }
-    bool waitUntilWritable(const Deadline& deadline) override {
-        std::unique_lock lock(mutex_);
-        if (trickle != 0)
-            return !ended_;
-        return changed_.wait_until(lock, *deadline, [&] { return ended_; }) && false;
+    void whenWritable(std::function<void()> sending) override {
+        const std::lock_guard lock(mutex_);
+        if (trickle != 0 || ended_)
+            runOnWorker(std::move(sending));
+        else
+            sending_ = std::move(sending);
     }
     void shutdown() override {
         const std::lock_guard lock(mutex_);
         ended_ = true;
         changed_.notify_all();
+        if (const auto sending = std::exchange(sending_, nullptr))
+            runOnWorker(sending);
     }
     std::optional<PeerCredentials> peer() const override { return std::nullopt; }
 
@@ -58,6 +64,7 @@ class ScriptedSocket final : public StreamSocket {
   private:
     std::mutex mutex_;
     std::condition_variable changed_;
+    std::function<void()> sending_;
     bool ended_ = false;
 };
 

@@ -65,7 +65,8 @@ std::vector<std::string> inheritedDescriptors(const std::string& process) {
         std::string flags;
         while (info >> word && word != "flags:") {
         }
-        info >> flags;
+        if (!(info >> flags))
+            continue;  // closed meanwhile
         const auto number = entry.path().filename().string();
         if (std::stoi(number) > STDERR_FILENO && (std::stoul(flags, nullptr, 8) & O_CLOEXEC) == 0)
             inherited.push_back(number);
