@@ -22,6 +22,14 @@ if(BUILD_SHARED_LIBS AND NOT MORVANE_SANITIZE)
     set_target_properties(MorvaneOperation PROPERTIES LINK_DEPENDS ${exports})
 endif()
 
+# What the services have of it: everything but what serves an interface. They carry it with them, so that they start
+# at once and load none of the desktop's libraries.
+set(service_layers ${layers})
+list(REMOVE_ITEM service_layers layer_desktop)
+list(TRANSFORM service_layers REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>")
+add_library(morvane_services STATIC ${service_layers} $<TARGET_OBJECTS:headless>)
+target_link_libraries(morvane_services INTERFACE Threads::Threads)
+
 # What programs see of it: its public headers, as they are installed. This build's own programs and a project
 # that has this one as a part of itself find them here.
 set(public_root ${PROJECT_BINARY_DIR}/layers/public)

@@ -1,11 +1,12 @@
 #include <MorvaneOperation/platform/linux/PeerProcess.h>
-#include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace morvane {
@@ -48,6 +49,17 @@ std::uint64_t startTimeByNumber(const FileDescriptor& process, const PeerCredent
 }
 
 }  // namespace
+
+std::uint64_t startTimeOfProcess(std::int64_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat", std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    // The second field is the program's name in brackets, which may hold blanks and brackets.
+    auto at = text.rfind(')');
+    constexpr int fieldsBetween = 20;
+    for (int i = 0; i != fieldsBetween && at != text.npos; ++i)
+        at = text.find(' ', at + 1);
+    return at == text.npos ? 0 : std::strtoull(text.c_str() + at + 1, nullptr, 10);
+}
 
 PeerProcess::PeerProcess(const FileDescriptor& socket, const std::optional<PeerCredentials>& peer) {
     int code = 0;

@@ -8,6 +8,9 @@
 
 namespace morvane {
 
+/// When a process has started, in the kernel's own units; 0 if there is none.
+std::uint64_t startTimeOfProcess(std::int64_t pid);
+
 /// The process that has connected a socket, so that no other is taken for it.
 ///
 /// A process id may be given away again. A kernel from 6.5 on hands out the process itself

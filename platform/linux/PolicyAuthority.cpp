@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
+#include <MorvaneOperation/platform/linux/PeerProcess.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
 #include <MorvaneOperation/platform/linux/PolicyBus.h>
 #include <systemd/sd-bus.h>
@@ -9,8 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 namespace morvane {
 namespace {
@@ -104,17 +103,6 @@ GrantAges& agesOfGrants() {
 }
 
 }  // namespace
-
-std::uint64_t startTimeOfProcess(std::int64_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat", std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), {});
-    // The second field is the program's name in brackets, which may hold blanks and brackets.
-    auto at = text.rfind(')');
-    constexpr int fieldsBetween = 20;
-    for (int i = 0; i != fieldsBetween && at != text.npos; ++i)
-        at = text.find(' ', at + 1);
-    return at == text.npos ? 0 : std::strtoull(text.c_str() + at + 1, nullptr, 10);
-}
 
 ProcessIdentity ownProcess() {
     const auto pid = getpid();

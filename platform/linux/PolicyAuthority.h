@@ -56,7 +56,5 @@ RightAnswer lookUpRight(const ProcessIdentity& process, const std::string& right
 
 /// This very process.
 ProcessIdentity ownProcess();
-/// When a process has started; 0 if there is none.
-std::uint64_t startTimeOfProcess(std::int64_t pid);
 
 }  // namespace morvane
