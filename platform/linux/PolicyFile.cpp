@@ -24,7 +24,7 @@ std::string packagePolicy() {
     return packageDataFolder() + "/polkit-1/actions/io.github.morvaneoperation.policy";
 }
 
-std::string contents(const std::string& path) {
+std::string textOfFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -97,14 +97,14 @@ std::string impliedPolicyFileText() {
 }
 
 int writePolicyFile(const std::string& right, const std::string& ownText) {
-    const auto ofPackage = contents(packagePolicy());
+    const auto ofPackage = textOfFile(packagePolicy());
     const bool isOfPackage =
         ofPackage.find("<action id=\"" + xml(right) + "\">") != std::string::npos;
     const auto& text = isOfPackage ? ofPackage : ownText;
     const auto name = isOfPackage ? std::filesystem::path(packagePolicy()).filename().string()
                                   : right + ".policy";
     const std::string path = std::string(actionFolder) + "/" + name;
-    if (contents(path) == text)
+    if (textOfFile(path) == text)
         return 0;  // polkit has not noticed it yet
     std::string temporary = std::string(actionFolder) + "/." + name + ".XXXXXX";
     const FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
