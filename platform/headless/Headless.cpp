@@ -1,11 +1,12 @@
-#include <cerrno>
-#include <memory>
-#include <string>
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/foundation/NSNumberFormatter.h>
 #include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
 #include <MorvaneOperation/platform/foundation/NSUserDefaults.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
 
 /// What a service has in place of a desktop. It shows nothing to anybody and has no settings, so it
 /// needs neither GLib's loop nor GIO nor ICU, and the helper that runs as root does not load them.
