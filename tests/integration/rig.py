@@ -49,7 +49,7 @@ def wait_until(true, what):
     limit = time.monotonic() + TIME_LIMIT
     while not true():
         if time.monotonic() > limit:
-            raise TimeoutError(what)
+            raise AssertionError(f"waited in vain: {what}")
         time.sleep(0.02)
 
 
