@@ -31,8 +31,7 @@ bool isInSession() {
     return found;
 }
 
-/// Whether the agent finds a terminal: it takes only one that belongs to its session, which after
-/// `su -c` is not the one on which the command was typed.
+/// Whether the agent finds a terminal: it takes only that of its session.
 bool hasTerminal() {
     const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
     return terminal >= 0 && close(terminal) == 0;

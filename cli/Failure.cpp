@@ -30,8 +30,10 @@ std::string adviceAboutRight(std::int64_t code) {
         case errAuthorizationDenied:
             return "An administrator's password is needed, or a rule of polkit's that allows it.";
         case errAuthorizationInteractionNotAllowed:
-            return "Run the command in a desktop session or on a terminal. One that belongs to "
-                   "another session cannot be asked on: use 'su --pty -c' in the place of 'su -c'.";
+            return "Run the command in a desktop session or on a terminal. After 'su -c' it must "
+                   "be "
+                   "in the foreground, with its input and output on the terminal; else use "
+                   "'su --pty -c'.";
         case errAuthorizationInternal:
             return "Check that polkit runs: 'systemctl status polkit'.";
         default:

@@ -19,6 +19,7 @@
 #include "CommandLine.h"
 #include "EditScreen.h"
 #include "FileConnector.h"
+#include "OwnTerminal.h"
 #include "Terminal.h"
 
 namespace morvane {
@@ -136,6 +137,8 @@ Outcome run(int argc, char** argv) {
     if (const auto* outcome = std::get_if<Outcome>(&line)) {
         return *outcome;
     }
+    if (common.privileged)
+        moveToOwnTerminal();
     const Style style{
         wantsColours(isatty(STDOUT_FILENO) != 0, std::getenv("NO_COLOR"), std::getenv("TERM"))};
     const auto connector =

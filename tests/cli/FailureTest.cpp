@@ -80,8 +80,8 @@ TEST(ARightThatIsRefused, ComesWithAdviceAboutRightsAndNotAboutFolders) {
     EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationDenied),
               "An administrator's password is needed, or a rule of polkit's that allows it.");
     EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed),
-              "Run the command in a desktop session or on a terminal. One that belongs to another "
-              "session cannot be asked on: use 'su --pty -c' in the place of 'su -c'.");
+              "Run the command in a desktop session or on a terminal. After 'su -c' it must be in "
+              "the foreground, with its input and output on the terminal; else use 'su --pty -c'.");
     EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationInternal),
               "Check that polkit runs: 'systemctl status polkit'.");
     EXPECT_EQ(adviceAbout(NSOSStatusErrorDomain, errAuthorizationCanceled), "");

@@ -5,6 +5,7 @@ usage: session_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFT
 """
 import os
 import re
+import signal
 import subprocess
 import sys
 import termios
@@ -18,6 +19,7 @@ from rig import IN_SESSION, IN_USER_SERVICE, LABEL, TIME_LIMIT, wait_until
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, REFERENCES = map(os.path.abspath, sys.argv[1:8])
 rigs.enter_namespaces()
 RIG = rigs.Rig(HELPER, [POLICY], AGENT, CLOCK)
+RIG.set_password("root", "the password")
 EACCES = 13
 RIGHTS = sorted(f"{LABEL}.{right}" for right in ("GetFileAcl", "GetFileAccess", "SetFileAcl",
                                                  "PropagateFileAcl", "RenameFiles", "GetFileSize"))
@@ -161,33 +163,36 @@ class References(PrivilegedCase):
                          "defined.")
 
 
-class TextualAgent(PrivilegedCase):
-    """Who asks when the command runs on a terminal."""
+class OnTerminal(PrivilegedCase):
+    COMMAND = ["env", "TERM=xterm", MORVANE, "--privileged", "acl"]
 
-    def start(self, agent=None, cgroup=None, options=()):
+    def start(self, agent=None, cgroup=None, options=(), launcher=()):
         ours, theirs = os.openpty()
-        program = RIG.start(["setsid", "--ctty", "env", "TERM=xterm", MORVANE, "--privileged", "acl", self.file,
-                             *options], agent, cgroup, stdin=theirs, stdout=theirs, stderr=theirs)
+        program = RIG.start(["setsid", "--ctty", *launcher, *self.COMMAND, self.file, *options], agent, cgroup,
+                            stdin=theirs, stdout=theirs, stderr=theirs)
         os.close(theirs)
         self.addCleanup(os.close, ours)
         self.addCleanup(program.finish)
         self.addCleanup(program.process.kill)
         return program, ours
 
-    def type_password(self, terminal, password):
-        # What is typed before the echo is off is thrown away.
-        wait_until(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO, "the end of the echo")
+    def type_password(self, program, terminal, password):
+        wait_until(lambda: terminals.reads_password(program.process.pid), "an agent that listens")
         os.write(terminal, password.encode() + b"\n")
 
     def read(self, terminal, until=None):
         return terminals.read(terminal, TIME_LIMIT, until)
+
+
+class TextualAgent(OnTerminal):
+    """Who asks when the command runs on a terminal."""
 
     def test_outside_of_any_session_the_command_brings_an_agent(self):
         program, terminal = self.start()
         shown = self.read(terminal, until="Password:")
         self.assertIn(f"{LABEL}.GetFileAcl", shown)
         self.assertIn("Morvane wants to retrieve file Access Control List.", shown)
-        self.type_password(terminal, "not the password")
+        self.type_password(program, terminal, "not the password")
         shown = self.read(terminal)
         self.assertIn("The authorization was denied.", shown)
         self.assertNotIn("Who", shown)
@@ -195,10 +200,9 @@ class TextualAgent(PrivilegedCase):
         self.assertEqual(self.look(), self.before)
 
     def test_whoever_knows_an_administrators_password_is_shown_the_list(self):
-        RIG.set_password("root", "the password")
         program, terminal = self.start()
         self.read(terminal, until="Password:")
-        self.type_password(terminal, "the password")
+        self.type_password(program, terminal, "the password")
         shown = self.read(terminal)
         self.assertEqual(program.finish().code, 0, shown)
         self.assertIn("Who", shown)
@@ -231,6 +235,48 @@ class TextualAgent(PrivilegedCase):
         self.assertEqual(program.finish().code, 0, shown)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o400)
         self.assertEqual([prompt.split(":")[0] for prompt in program.prompts], [f"{LABEL}.GetFileAcl"])
+
+
+class TerminalOfAnotherSession(OnTerminal):
+    """As after `su -c`: the command runs in a session without a terminal, on that of the session it was typed in."""
+
+    # What waits for the command is in its terminal's foreground.
+    COMMAND = ["setsid", "--fork", "--wait", *OnTerminal.COMMAND]
+
+    def test_the_question_comes_on_that_terminal(self):
+        program, terminal = self.start()
+        before = termios.tcgetattr(terminal)
+        self.assertIn(f"{LABEL}.GetFileAcl", self.read(terminal, until="Password:"))
+        self.type_password(program, terminal, "the password")
+        shown = self.read(terminal)
+        self.assertEqual(program.finish().code, 0, shown)
+        self.assertIn("Who", shown)
+        self.assertNotIn("the password", shown)
+        self.assertEqual(termios.tcgetattr(terminal), before)
+
+    def test_ctrl_c_ends_the_command_and_leaves_the_terminal_as_it_was(self):
+        program, terminal = self.start()
+        before = termios.tcgetattr(terminal)
+        self.read(terminal, until="Password:")
+        os.write(terminal, b"\x03")
+        self.read(terminal)
+        self.assertEqual(program.finish().code, 128 + signal.SIGINT)
+        self.assertEqual(termios.tcgetattr(terminal), before)
+
+    def assertNobodyIsAsked(self, command):
+        program, terminal = self.start(launcher=["sh", "-c", command, "sh"])
+        shown = self.read(terminal)
+        program.finish()
+        self.assertIn("There is no agent to ask the user with.", shown)
+        self.assertIn("After 'su -c' it must be in the foreground, with its input and output on the terminal; else "
+                      "use 'su --pty -c'.", shown)
+        self.assertNotIn("Password", shown)
+
+    def test_in_the_background_nothing_is_taken_from_the_shell_in_the_foreground(self):
+        self.assertNobodyIsAsked('set -m; "$@" & wait')
+
+    def test_what_goes_elsewhere_is_not_mixed_with_questions(self):
+        self.assertNobodyIsAsked('"$@" | cat')
 
 
 if __name__ == "__main__":

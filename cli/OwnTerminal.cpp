@@ -1,0 +1,212 @@
+#include "OwnTerminal.h"
+
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace morvane {
+
+namespace {
+
+/// The terminal that the program was started on. It is open for reading and writing, as terminals
+/// are.
+constexpr int outer = STDIN_FILENO;
+/// What a terminal takes in at once.
+constexpr std::size_t chunk = 4096;
+/// As shells tell it.
+constexpr int endedBySignal = 128;
+
+bool hasTerminalToAskOn() {
+    return static_cast<bool>(FileDescriptor(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)));
+}
+
+bool areStreamsTerminals() {
+    return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 && isatty(STDERR_FILENO) != 0 &&
+           (fcntl(outer, F_GETFL) & O_ACCMODE) == O_RDWR;
+}
+
+/// What the kernel tells about a process and its terminal.
+struct Standing {
+    pid_t parent = 0;
+    pid_t group = 0;
+    pid_t session = 0;
+    unsigned terminal = 0;
+    pid_t foreground = 0;
+};
+
+std::optional<Standing> standingOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    // The name stands in brackets and may have some itself.
+    const auto name = text.rfind(')');
+    if (name == std::string::npos)
+        return std::nullopt;
+    std::istringstream rest(text.substr(name + 1));
+    char state = 0;
+    Standing standing;
+    rest >> state >> standing.parent >> standing.group >> standing.session >> standing.terminal >>
+        standing.foreground;
+    return rest ? std::optional(standing) : std::nullopt;
+}
+
+/// Whether what is typed on the terminal is meant for this program: the nearest of its ancestors
+/// whose terminal that is stands in its foreground.
+bool isInForeground() {
+    unsigned terminal = 0;
+    if (ioctl(outer, TIOCGDEV, &terminal) != 0)
+        return false;
+    for (auto at = standingOf(getppid()); at; at = standingOf(at->parent)) {
+        if (at->terminal == terminal)
+            return at->group == at->foreground;
+    }
+    return false;
+}
+
+void show(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return;
+        text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+    }
+}
+
+/// Between the two terminals, for as long as the child lives.
+class Relay {
+  public:
+    /// `own` is the new terminal's other end, and does not block. Every signal of `signals` is
+    /// blocked.
+    Relay(pid_t child, FileDescriptor own, const sigset_t& signals)
+        : child_(child),
+          own_(std::move(own)),
+          signals_(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)) {}
+
+    /// Returns the child's status, as waitpid() tells it.
+    int run() {
+        while (!hasEnded()) {
+            // What the child has not taken yet comes first.
+            std::array<pollfd, 3> ends{
+                {{signals_.get(), POLLIN, 0},
+                 {own_.get(), static_cast<short>(typed_.empty() ? POLLIN : POLLIN | POLLOUT), 0},
+                 {isHungUp_ || !typed_.empty() ? -1 : outer, POLLIN, 0}}};
+            if (poll(ends.data(), ends.size(), -1) < 0)
+                continue;
+            if (ends[0].revents != 0)
+                takeSignal();
+            if (ends[2].revents != 0)
+                takeTyped();
+            giveTyped();
+            showAll();
+        }
+        showAll();
+        return status_;
+    }
+
+  private:
+    bool hasEnded() { return waitpid(child_, &status_, WNOHANG) != 0; }
+
+    void takeSignal() {
+        signalfd_siginfo taken{};
+        if (read(signals_.get(), &taken, sizeof taken) == sizeof taken &&
+            taken.ssi_signo != SIGCHLD)
+            kill(child_, static_cast<int>(taken.ssi_signo));
+    }
+
+    void takeTyped() {
+        // It may have another size since.
+        winsize size{};
+        if (ioctl(outer, TIOCGWINSZ, &size) == 0)
+            ioctl(own_.get(), TIOCSWINSZ, &size);
+        std::array<char, chunk> bytes;
+        const ssize_t count = read(outer, bytes.data(), bytes.size());
+        if (count > 0) {
+            typed_.assign(bytes.data(), static_cast<std::size_t>(count));
+        } else if (count == 0 || errno != EINTR) {
+            isHungUp_ = true;
+            kill(child_, SIGHUP);
+        }
+    }
+
+    void giveTyped() {
+        const ssize_t count = typed_.empty() ? 0 : write(own_.get(), typed_.data(), typed_.size());
+        if (count > 0)
+            typed_.erase(0, static_cast<std::size_t>(count));
+    }
+
+    void showAll() {
+        std::array<char, chunk> bytes;
+        ssize_t count = 0;
+        while ((count = read(own_.get(), bytes.data(), bytes.size())) > 0)
+            show({bytes.data(), static_cast<std::size_t>(count)});
+    }
+
+    pid_t child_;
+    FileDescriptor own_;
+    FileDescriptor signals_;
+    std::string typed_;
+    bool isHungUp_ = false;
+    int status_ = 0;
+};
+
+}  // namespace
+
+void moveToOwnTerminal() {
+    if (hasTerminalToAskOn() || !areStreamsTerminals() || !isInForeground())
+        return;
+    termios settings{};
+    winsize size{};
+    int own = -1;
+    int inner = -1;
+    if (tcgetattr(outer, &settings) != 0 || ioctl(outer, TIOCGWINSZ, &size) != 0 ||
+        openpty(&own, &inner, nullptr, &settings, &size) != 0)
+        return;
+    fcntl(own, F_SETFD, FD_CLOEXEC);
+    fcntl(inner, F_SETFD, FD_CLOEXEC);
+    fcntl(own, F_SETFL, O_RDWR | O_NONBLOCK);
+    sigset_t signals;
+    sigset_t former;
+    sigemptyset(&signals);
+    for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+        sigaddset(&signals, number);
+    sigprocmask(SIG_BLOCK, &signals, &former);
+    signal(SIGCHLD, SIG_DFL);  // whoever ignores it is not told how a child has ended
+    const pid_t child = fork();
+    if (child > 0) {
+        // Held open here too, the new terminal's last words are not lost.
+        Relay relay(child, FileDescriptor(own), signals);
+        termios raw = settings;
+        cfmakeraw(&raw);
+        tcsetattr(outer, TCSADRAIN, &raw);
+        const int status = relay.run();
+        tcsetattr(outer, TCSADRAIN, &settings);
+        std::_Exit(WIFEXITED(status) ? WEXITSTATUS(status) : endedBySignal + WTERMSIG(status));
+    }
+    if (child == 0) {
+        setsid();
+        ioctl(inner, TIOCSCTTY, 0);
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            dup2(inner, stream);
+    }
+    sigprocmask(SIG_SETMASK, &former, nullptr);
+    close(own);
+    close(inner);
+}
+
+}  // namespace morvane
