@@ -3,6 +3,7 @@
 boots. The library is installed there below /usr/local, nothing of the helper is in its place yet."""
 import os
 import shutil
+import socket
 import stat
 import subprocess
 import sys
@@ -198,6 +199,17 @@ class Recovery(Installed):
             self.bring_helper_back()
             output = waiting.communicate(timeout=TIME_LIMIT)[0]
         self.assertEqual(waiting.returncode, 0, output)
+
+    def test_after_an_upgrade_the_old_helper_leaves_whoever_stays_connected(self):
+        self.assertRead(run(*ACL))
+        old = show(f"{UNIT}.service", "MainPID")
+        with socket.socket(socket.AF_UNIX) as idle:
+            idle.connect(SOCKET)
+            shutil.copy2(HELPER, f"{HELPER}.new")
+            os.rename(f"{HELPER}.new", HELPER)
+            wait_until(lambda: not os.path.exists(f"/proc/{old}"), "the old helper to leave")
+            self.assertRead(run(*ACL))
+        self.assertEqual(os.readlink(f"/proc/{show(f'{UNIT}.service', 'MainPID')}/exe"), HELPER)
 
     def test_a_program_that_stays_away_is_told_and_the_next_request_recovers(self):
         self.take_helper_away()
