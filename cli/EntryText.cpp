@@ -14,8 +14,6 @@ namespace {
 constexpr std::size_t columnCount = 5;
 using Row = std::array<std::string, columnCount>;
 constexpr std::size_t ruleColumn = 1;
-constexpr std::int32_t tagAllow = 1;
-constexpr std::int32_t tagDeny = 2;
 constexpr std::size_t ruleGroups = 3;
 
 std::string joined(const std::vector<std::string>& parts) {

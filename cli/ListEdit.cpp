@@ -9,8 +9,6 @@ namespace morvane {
 
 namespace {
 
-constexpr std::int32_t tagDeny = 2;
-
 bool holds(const EntryList& list, const std::shared_ptr<MVAclEntry>& entry) {
     return std::find(list.begin(), list.end(), entry) != list.end();
 }
