@@ -174,6 +174,18 @@ class Sandbox(Installed):
             with self.subTest(command=command, path=path):
                 self.assertEqual(done("morvane", "--privileged", command, path), done("morvane", command, path))
 
+    def test_no_setting_shows_it_other_files_than_there_are(self):
+        for setting in ("PrivateDevices", "PrivateMounts", "PrivateNetwork", "PrivateTmp", "PrivateUsers", "ProtectHome",
+                        "ProtectKernelLogs", "ProtectKernelModules", "ProtectKernelTunables", "ProtectSystem"):
+            with self.subTest(setting=setting):
+                self.assertEqual(show(f"{UNIT}.service", setting), "no")
+        for setting in ("RootDirectory", "RootImage", "InaccessiblePaths", "TemporaryFileSystem", "BindPaths",
+                        "NetworkNamespacePath"):
+            with self.subTest(setting=setting):
+                self.assertEqual(show(f"{UNIT}.service", setting), "")
+        self.assertEqual([show(f"{UNIT}.service", setting) for setting in ("ProtectProc", "ProcSubset")],
+                         ["default", "all"])
+
     def test_it_has_five_capabilities_and_opens_no_device(self):
         self.assertRead(run(*ACL))
         pid = show(f"{UNIT}.service", "MainPID")
@@ -320,4 +332,4 @@ class Installer(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2, failfast="--failfast" in sys.argv)
+    unittest.main(verbosity=2)
