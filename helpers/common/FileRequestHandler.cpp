@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <set>
 #include <utility>
 
 #include "AclRequests.h"
@@ -88,7 +87,7 @@ void FileRequestHandler::getAclAccessWithUrl(
 
 void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
                                        NSXPCReply<NSErrorRef> reply) {
-    std::set<std::string> paths{url.path()};
+    WriteOrder::Paths paths{url.path()};
     WriteOrder::begin(writes_, std::move(paths),
                       [client = client_, rule = rule_, entries = std::move(entries),
                        url = std::move(url), reply = std::move(reply)](const WriteOrder::Token&) {
@@ -98,7 +97,7 @@ void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> 
 
 void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries,
                                              NSURL url, NSXPCReply<NSErrorRef> reply) {
-    std::set<std::string> paths{url.path()};
+    WriteOrder::Paths paths{url.path()};
     WriteOrder::begin(writes_, std::move(paths),
                       [owner = owner_, client = client_, rule = rule_, entries = std::move(entries),
                        url = std::move(url), reply = std::move(reply)](WriteOrder::Token token) {
@@ -114,7 +113,7 @@ void FileRequestHandler::renameUrls(
     std::vector<NSURL> urls, std::vector<std::string> names,
     NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) {
     // Old and new names lie in the same folders, of which there are few.
-    std::set<std::string> folders;
+    WriteOrder::Paths folders;
     for (const auto& url : urls)
         folders.insert(url.path().substr(0, std::max<std::size_t>(url.path().rfind('/'), 1)));
     const bool isLong = urls.size() > itemsRenamedAtOnce;

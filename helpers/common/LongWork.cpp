@@ -2,26 +2,11 @@
 
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
 namespace morvane {
-namespace {
-
-template <class Key>
-unsigned countOf(const std::map<Key, unsigned>& counts, const Key& key) {
-    const auto found = counts.find(key);
-    return found == counts.end() ? 0 : found->second;
-}
-
-template <class Key>
-void countDown(std::map<Key, unsigned>& counts, const Key& key) {
-    const auto found = counts.find(key);
-    if (--found->second == 0)
-        counts.erase(found);
-}
-
-}  // namespace
 
 const std::shared_ptr<LongWork>& LongWork::shared() {
     // Workers may use it until the process has ended.
@@ -30,66 +15,77 @@ const std::shared_ptr<LongWork>& LongWork::shared() {
 }
 
 void LongWork::run(const std::shared_ptr<LongWork>& work, Owner owner, std::function<void()> job) {
+    Jobs fresh;
+    fresh.push_back({owner, std::move(job)});
+    Jobs dropped;  // what they hold goes outside the lock
     const std::lock_guard lock(work->mutex_);
     if (work->isStopped_)
         return;
-    work->waiting_.push_back({owner, std::move(job)});
-    work->start(work);
+    work->waiting_.splice(work->waiting_.end(), fresh);
+    dropped = work->start(work);
 }
 
 void LongWork::stop() {
-    std::list<Job> dropped;  // what they hold goes outside of the lock
+    Jobs dropped;  // as above
     const std::lock_guard lock(mutex_);
     isStopped_ = true;
     dropped.swap(waiting_);
 }
 
 /// Of the user who has the fewest that run; the first that came, of one user's.
-std::list<LongWork::Job>::iterator LongWork::next() {
+LongWork::Jobs::iterator LongWork::next() {
+    const auto running = [&](const auto& isMeant) {
+        return std::count_if(running_.begin(), running_.end(),
+                             [&](const Job& job) { return isMeant(job.owner); });
+    };
     auto best = waiting_.end();
-    unsigned fewest = limits_.ofOneUser;
+    std::ptrdiff_t fewest = limits_.ofOneUser;
     for (auto job = waiting_.begin(); job != waiting_.end() && fewest != 0; ++job) {
-        const auto running = countOf(ofUser_, job->owner.user);
-        if (running < fewest && countOf(ofClient_, job->owner.client) < limits_.ofOneClient) {
+        const auto& owner = job->owner;
+        const auto ofUser = running([&](const Owner& each) { return each.user == owner.user; });
+        const auto isFree = [&] {
+            return running([&](const Owner& each) { return each.client == owner.client; }) <
+                   limits_.ofOneClient;
+        };
+        if (ofUser < fewest && isFree()) {
             best = job;
-            fewest = running;
+            fewest = ofUser;
         }
     }
     return best;
 }
 
-void LongWork::start(const std::shared_ptr<LongWork>& self) {
-    while (running_ < limits_.all) {
-        const auto found = next();
-        if (found == waiting_.end())
-            return;
-        const auto owner = found->owner;
+LongWork::Jobs LongWork::start(const std::shared_ptr<LongWork>& self) noexcept {
+    Jobs dropped;
+    while (running_.size() < limits_.all) {
+        const auto job = next();
+        if (job == waiting_.end())
+            break;
         try {
             // A queue of its own: on any worker.
-            DispatchQueue::serialQueue(nullptr)->async([self, owner, job = found->job]() mutable {
-                job();
-                job = nullptr;  // what it holds goes before its place does
-                const std::lock_guard lock(self->mutex_);
-                self->ended(owner);
-                self->start(self);
-            });
+            DispatchQueue::serialQueue(nullptr)->async([self, job] { perform(self, job); });
+            running_.splice(running_.end(), waiting_, job);
         } catch (const std::exception&) {
-            // The next that ends starts it. If none runs, it goes, and its request with it.
-            if (running_ == 0)
-                waiting_.erase(found);
-            return;
+            if (!running_.empty())
+                break;  // the next that ends starts it
+            dropped.splice(dropped.end(), waiting_, job);
         }
-        waiting_.erase(found);
-        ++running_;
-        ++ofUser_[owner.user];
-        ++ofClient_[owner.client];
     }
+    return dropped;
 }
 
-void LongWork::ended(const Owner& owner) {
-    --running_;
-    countDown(ofUser_, owner.user);
-    countDown(ofClient_, owner.client);
+void LongWork::perform(const std::shared_ptr<LongWork>& self, Jobs::iterator job) noexcept {
+    try {
+        job->work();
+    } catch (...) {
+        // Its request ends with it.
+    }
+    job->work = nullptr;  // what it holds goes before its place does
+    Jobs ended;
+    Jobs dropped;
+    const std::lock_guard lock(self->mutex_);
+    ended.splice(ended.end(), self->running_, job);
+    dropped = self->start(self);
 }
 
 }  // namespace morvane

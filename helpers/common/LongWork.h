@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 
@@ -31,7 +30,9 @@ class LongWork {
     /// That of this process.
     static const std::shared_ptr<LongWork>& shared();
 
-    /// Runs `job` on a worker, once it is its turn. It must not throw.
+    /// Runs `job` on a worker, once it is its turn. One that throws has ended. One for which no
+    /// thread can be had, while none runs whose end could start it, is dropped. Throws
+    /// std::bad_alloc if there is no memory to note the job.
     static void run(const std::shared_ptr<LongWork>& work, Owner owner, std::function<void()> job);
     /// Drops the jobs that wait, and all that come: for the end of the process.
     void stop();
@@ -39,20 +40,23 @@ class LongWork {
   private:
     struct Job {
         Owner owner;
-        std::function<void()> job;
+        std::function<void()> work;
     };
-    /// Starts what may run now. Under the lock.
-    void start(const std::shared_ptr<LongWork>& self);
-    std::list<Job>::iterator next();
-    void ended(const Owner& owner);
+    using Jobs = std::list<Job>;
+
+    /// Starts what may run now. Returns what cannot run, to be dropped outside the lock. Under the
+    /// lock.
+    [[nodiscard]] Jobs start(const std::shared_ptr<LongWork>& self) noexcept;
+    Jobs::iterator next();
+    /// On a worker.
+    static void perform(const std::shared_ptr<LongWork>& self, Jobs::iterator job) noexcept;
 
     const Limits limits_;
     std::mutex mutex_;
-    std::list<Job> waiting_;
-    unsigned running_ = 0;
+    Jobs waiting_;
+    /// Few. A job moves here from the others, and needs no memory for it.
+    Jobs running_;
     bool isStopped_ = false;
-    std::map<std::int64_t, unsigned> ofUser_;
-    std::map<const void*, unsigned> ofClient_;
 };
 
 }  // namespace morvane

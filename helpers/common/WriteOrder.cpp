@@ -1,42 +1,72 @@
 #include "WriteOrder.h"
 
 #include <algorithm>
+#include <exception>
+#include <iterator>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 namespace morvane {
 namespace {
 
 /// Whether one of `paths` is one of `others`, or below it.
-bool isAtOrBelow(const std::set<std::string>& paths, const std::set<std::string>& others) {
-    return std::any_of(paths.begin(), paths.end(), [&](const std::string& path) {
-        auto part = path;
+bool isAtOrBelow(const WriteOrder::Paths& paths, const WriteOrder::Paths& others) {
+    return std::any_of(paths.begin(), paths.end(), [&](std::string_view part) {
         for (;;) {
             if (others.contains(part))
                 return true;
             const auto slash = part.rfind('/');
-            if (slash == std::string::npos || part.size() == 1)
+            if (slash == std::string_view::npos || part.size() == 1)
                 return false;
-            part.resize(slash == 0 ? 1 : slash);
+            part = part.substr(0, slash == 0 ? 1 : slash);
         }
     });
 }
 
 }  // namespace
 
-void WriteOrder::begin(const std::shared_ptr<WriteOrder>& order, std::set<std::string> paths,
-                       Write write) {
-    Token token;
-    {
-        const std::lock_guard lock(order->mutex_);
-        const auto entry = order->entries_.insert(order->entries_.end(), {std::move(paths), {}});
-        if (!order->mayBegin(entry)) {
-            entry->write = std::move(write);
-            return;
-        }
-        token = tokenFor(order, entry);
+/// What a write's token stands for.
+class WriteOrder::Place {
+  public:
+    explicit Place(std::shared_ptr<WriteOrder> order) : order_(std::move(order)) {}
+    ~Place() {
+        if (isTaken_)
+            order_->end(entry_);
     }
-    write(std::move(token));
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    void take(Entries::iterator entry) noexcept {
+        entry_ = entry;
+        isTaken_ = true;
+    }
+
+  private:
+    const std::shared_ptr<WriteOrder> order_;
+    Entries::iterator entry_;
+    bool isTaken_ = false;
+};
+
+void WriteOrder::begin(const std::shared_ptr<WriteOrder>& order, Paths paths, Write write) {
+    Entries fresh;
+    std::list<Task> now;
+    {
+        auto token = std::make_shared<Place>(order);
+        auto& place = *token;
+        auto& entry = fresh.emplace_back();
+        entry.paths = std::move(paths);
+        entry.waiting.emplace_back([write = std::move(write), token = std::move(token)]() mutable {
+            write(std::move(token));
+        });
+        const std::lock_guard lock(order->mutex_);
+        order->entries_.splice(order->entries_.end(), fresh);
+        const auto last = std::prev(order->entries_.end());
+        place.take(last);
+        if (order->mayBegin(last))
+            now.swap(entry.waiting);
+    }
+    for (auto& task : now)
+        task();
 }
 
 bool WriteOrder::mayBegin(Entries::const_iterator entry) const {
@@ -45,26 +75,30 @@ bool WriteOrder::mayBegin(Entries::const_iterator entry) const {
     });
 }
 
-WriteOrder::Token WriteOrder::tokenFor(const std::shared_ptr<WriteOrder>& order,
-                                       Entries::iterator entry) {
-    return {nullptr, [order, entry](void*) { done(order, entry); }};
-}
-
-void WriteOrder::done(const std::shared_ptr<WriteOrder>& order, Entries::iterator entry) {
-    std::vector<std::function<void()>> free;
-    {
-        const std::lock_guard lock(order->mutex_);
-        order->entries_.erase(entry);
-        for (auto each = order->entries_.begin(); each != order->entries_.end(); ++each) {
-            if (each->write && order->mayBegin(each)) {
-                free.push_back(
-                    [write = std::exchange(each->write, nullptr),
-                     token = tokenFor(order, each)]() mutable { write(std::move(token)); });
-            }
-        }
+void WriteOrder::end(Entries::iterator entry) noexcept {
+    Entries ended;  // goes outside the lock
+    std::unique_lock lock(mutex_);
+    ended.splice(ended.end(), entries_, entry);
+    for (auto each = entries_.begin(); each != entries_.end(); ++each) {
+        if (!each->waiting.empty() && mayBegin(each))
+            free_.splice(free_.end(), each->waiting);
     }
-    for (auto& write : free)
-        order->runner_(std::move(write));
+    // One that the runner drops ends here, inside the loop of who has given it.
+    if (std::exchange(isBeingFreed_, true))
+        return;
+    while (!free_.empty()) {
+        std::list<Task> next;
+        next.splice(next.end(), free_, free_.begin());
+        lock.unlock();
+        try {
+            runner_(std::move(next.front()));
+        } catch (const std::exception&) {
+            // Its request ends with it.
+        }
+        next.clear();
+        lock.lock();
+    }
+    isBeingFreed_ = false;
 }
 
 }  // namespace morvane

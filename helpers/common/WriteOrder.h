@@ -11,37 +11,44 @@ namespace morvane {
 
 /// Keeps the writes of one client in their order where they concern the same item, or one that is
 /// below the other; all others run side by side. Any thread.
+///
+/// What a write needs in order to run, and to make way for others, is made before it is in the
+/// order: from then on nothing that fails can leave those behind it waiting.
 class WriteOrder {
   public:
+    using Paths = std::set<std::string, std::less<>>;
     /// Held by a write until it is done.
     using Token = std::shared_ptr<void>;
     using Write = std::function<void(Token)>;
-    /// Runs a write that had to wait.
-    using Runner = std::function<void(std::function<void()>)>;
+    using Task = std::function<void()>;
+    /// Runs a write that had to wait, on another thread. Where it throws, the write is dropped.
+    using Runner = std::function<void(Task)>;
 
     explicit WriteOrder(Runner runner) : runner_(std::move(runner)) {}
 
     /// Runs `write` at once, or has the runner do so when all earlier ones that concern `paths` are
-    /// done.
-    static void begin(const std::shared_ptr<WriteOrder>& order, std::set<std::string> paths,
-                      Write write);
+    /// done. Throws what `write` throws, or std::bad_alloc; it does not run then.
+    static void begin(const std::shared_ptr<WriteOrder>& order, Paths paths, Write write);
 
   private:
+    class Place;
     struct Entry {
-        std::set<std::string> paths;
-        /// Empty once it has begun.
-        Write write;
+        Paths paths;
+        /// The write, until it begins.
+        std::list<Task> waiting;
     };
     using Entries = std::list<Entry>;
 
     bool mayBegin(Entries::const_iterator entry) const;
-    static Token tokenFor(const std::shared_ptr<WriteOrder>& order, Entries::iterator entry);
-    static void done(const std::shared_ptr<WriteOrder>& order, Entries::iterator entry);
+    void end(Entries::iterator entry) noexcept;
 
     const Runner runner_;
     std::mutex mutex_;
     /// In the order in which they came.
     Entries entries_;
+    /// May begin, and are being given to the runner, by one thread.
+    std::list<Task> free_;
+    bool isBeingFreed_ = false;
 };
 
 }  // namespace morvane

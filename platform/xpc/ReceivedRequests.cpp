@@ -2,6 +2,7 @@
 #include <MorvaneOperation/platform/xpc/ReceivedRequests.h>
 
 #include <atomic>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -89,6 +90,8 @@ template <class Port, class Work>
 void attempt(Port& port, Work&& work) {
     try {
         work();
+    } catch (const std::bad_alloc&) {
+        port.refuse("There is no memory for the request now; ask again later.");
     } catch (const std::exception& failure) {
         port.refuse(failure.what());
     } catch (...) {

@@ -26,7 +26,7 @@ struct Writes {
     std::vector<std::string> begun;
     std::map<std::string, WriteOrder::Token> tokens;
 
-    void begin(const std::string& name, const std::set<std::string>& paths) {
+    void begin(const std::string& name, const WriteOrder::Paths& paths) {
         WriteOrder::begin(order, paths, [this, name](WriteOrder::Token token) {
             begun.push_back(name);
             tokens[name] = std::move(token);

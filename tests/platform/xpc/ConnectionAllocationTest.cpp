@@ -5,43 +5,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <thread>
 
+#include "MemoryShortage.h"
 #include "XpcTestSupport.h"
-
-namespace {
-
-/// While this is set, allocations fail once `allocationsLeft` have succeeded: one, or all.
-std::atomic<bool> isShort = false;
-std::atomic<bool> forGood = false;
-std::atomic<long> allocationsLeft = 0;
-std::atomic<int> failed = 0;
-
-bool fails() {
-    if (!isShort)
-        return false;
-    const auto left = allocationsLeft.fetch_sub(1);
-    const bool now = forGood ? left <= 0 : left == 0;
-    failed += now;
-    return now;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (!fails()) {
-        if (void* const memory = std::malloc(size))
-            return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 /// What a connection does when memory runs out: each allocation of a scenario fails in turn.
 namespace morvane {
@@ -129,13 +98,10 @@ class Client {
     std::atomic<bool> invalidated = false;
 };
 
-void expectEachRequestToEndOnceAndTheNextToWork(bool good) {
+void expectEachRequestToEndOnceAndTheNextToWork(bool forGood) {
     for (long count = 0;; ++count) {
         Client client;
-        failed = 0;
-        forGood = good;
-        allocationsLeft = count;
-        isShort = true;
+        std::optional<MemoryShortage> shortage(std::in_place, count, forGood);
         client.send(0);  // connects
         client.send(1);
         client.requests[0].await();
@@ -144,7 +110,8 @@ void expectEachRequestToEndOnceAndTheNextToWork(bool good) {
             client.endpoint->server->invalidate();  // as if the service had died
         client.send(2);
         client.requests[2].await();
-        isShort = false;
+        const bool isReached = shortage->isReached();
+        shortage.reset();
         for (int attempt = 0; attempt < 2 && client.requests[3].replies == 0; ++attempt) {
             // The service's own end may only now be noticed, which is one error more.
             client.requests[3].errors = 0;
@@ -155,7 +122,7 @@ void expectEachRequestToEndOnceAndTheNextToWork(bool good) {
             ASSERT_EQ(client.requests[i].ends(), 1) << "request " << i << ", allocation " << count;
         ASSERT_EQ(client.requests[3].replies, 1) << "allocation " << count;
         ASSERT_FALSE(client.invalidated) << "allocation " << count;
-        if (failed == 0)
+        if (!isReached)
             return;
     }
 }
