@@ -4,7 +4,10 @@
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <bit>
+#include <memory>
 #include <utility>
 
 namespace morvane {
@@ -158,15 +161,43 @@ struct NSKeyedArchiver::State {
 
 namespace {
 
-/// States that ended archives have left on this thread, with their memory: an entry is written as
-/// some twenty archives within one.
+/// States that ended archives have left, with their memory, for the next ones: an entry is written
+/// as some twenty archives within one. No list of each thread's own: its end would have to be
+/// noted, which ends the process when there is no memory for it.
 template <class State>
-std::vector<std::unique_ptr<State>>& spareStates() {
-    thread_local std::vector<std::unique_ptr<State>> spare;
-    return spare;
-}
+class SpareStates {
+  public:
+    /// Null if there is none.
+    std::unique_ptr<State> take() noexcept {
+        for (auto& place : places_) {
+            if (place.load(std::memory_order_relaxed)) {
+                if (auto* const state = place.exchange(nullptr, std::memory_order_acquire))
+                    return std::unique_ptr<State>(state);
+            }
+        }
+        return nullptr;
+    }
+    void put(std::unique_ptr<State> state) noexcept {
+        for (auto& place : places_) {
+            State* none = nullptr;
+            if (!place.load(std::memory_order_relaxed) &&
+                place.compare_exchange_strong(none, state.get(), std::memory_order_release,
+                                              std::memory_order_relaxed)) {
+                (void)state.release();
+                return;
+            }
+        }
+    }
 
-constexpr std::size_t maxSpareStates = 4;
+    static SpareStates& shared() {
+        static auto* const spare = new SpareStates;  // threads may archive until the process ends
+        return *spare;
+    }
+
+  private:
+    std::array<std::atomic<State*>, 8> places_{};
+};
+
 /// From here on an array has room made for it.
 constexpr std::size_t largeArray = 1024;
 /// With so many elements, of a few values each, a list needs references of three bytes or more.
@@ -174,23 +205,16 @@ constexpr std::size_t hugeArray = 32768;
 
 }  // namespace
 
-NSKeyedArchiver::NSKeyedArchiver() {
-    auto& spare = spareStates<State>();
-    if (spare.empty()) {
+NSKeyedArchiver::NSKeyedArchiver() : state_(SpareStates<State>::shared().take()) {
+    if (!state_)
         state_ = std::make_unique<State>();
-    } else {
-        state_ = std::move(spare.back());
-        spare.pop_back();
-    }
     state_->reset();
 }
 
 NSKeyedArchiver::~NSKeyedArchiver() {
-    auto& spare = spareStates<State>();
-    // A large archive's memory is given back.
-    if (spare.size() < maxSpareStates && state_->objects.size() < 1024) {
-        spare.push_back(std::move(state_));
-    }
+    // A large archive's memory is given back, and so is what an exception has left halfway.
+    if (state_->finished && state_->objects.size() < 1024)
+        SpareStates<State>::shared().put(std::move(state_));
 }
 
 NSData NSKeyedArchiver::archivedDataWithRootObject(const NSObject& root) {

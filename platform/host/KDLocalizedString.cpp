@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <utility>
@@ -25,27 +24,27 @@ State& state() {
     return *s;
 }
 
-struct Text {
+/// What was looked up lately: every decoded check box asks for its name again, and who asks may be
+/// anyone. So there are few texts, and each is short. No list of each thread's own: its end would
+/// have to be noted, which ends the process when there is no memory for it.
+struct RecentText {
+    std::mutex mutex;
+    /// 0: none.
+    std::uint64_t generation = 0;
     std::string table;
     std::string key;
     std::string text;
 };
 
-/// What this thread has looked up lately: every decoded check box asks for its name again, and who
-/// asks may be anyone. So there are few texts, and each is short.
-struct RecentTexts {
-    std::uint64_t generation = 0;
-    std::array<Text, KDLocalizedString::mostRemembered> texts;
-
-    /// The place of `key`, whose text may be there.
-    Text& at(std::string_view key, std::string_view table) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, key.data(), std::min(key.size(), sizeof word));
-        word ^= key.size() << 32 ^ static_cast<std::uint64_t>(key.back()) << 40 ^ table.size();
-        static_assert(KDLocalizedString::mostRemembered == 256);
-        return texts[word * 0x9E3779B97F4A7C15u >> 56];
-    }
-};
+/// The place of `key`, whose text may be there.
+RecentText& recentText(std::string_view key, std::string_view table) {
+    static auto& texts = *new std::array<RecentText, KDLocalizedString::mostRemembered>;
+    std::uint64_t word = 0;
+    std::memcpy(&word, key.data(), std::min(key.size(), sizeof word));
+    word ^= key.size() << 32 ^ static_cast<std::uint64_t>(key.back()) << 40 ^ table.size();
+    static_assert(KDLocalizedString::mostRemembered == 256);
+    return texts[word * 0x9E3779B97F4A7C15u >> 56];
+}
 
 }  // namespace
 
@@ -53,28 +52,30 @@ std::string KDLocalizedString::localize(std::string_view key, std::string_view t
     if (key.empty())
         return {};
     auto& s = state();
-    thread_local std::unique_ptr<RecentTexts> recentTexts;
+    auto& recent = recentText(key, table);
     const auto generation = s.generation.load(std::memory_order_acquire);
-    if (!recentTexts || recentTexts->generation != generation) {
-        recentTexts = std::make_unique<RecentTexts>();
-        recentTexts->generation = generation;
+    {
+        const std::lock_guard lock(recent.mutex);
+        if (recent.generation == generation && recent.key == key && recent.table == table)
+            return recent.text;
     }
-    const Text& recent = recentTexts->at(key, table);
-    if (recent.key == key && recent.table == table)
-        return recent.text;
     Lookup lookup;
     {
         const std::shared_lock lock(s.mutex);
         lookup = s.lookup;
     }
-    // Not under the lock: the host's look-up may come back here.
-    Text text{std::string(table), std::string(key), {}};
-    text.text = lookup(text.key, text.table);
-    auto result = text.text;
-    // What a look-up tells that was replaced meanwhile is not remembered.
-    if (recentTexts->generation == generation &&
-        std::max({key.size(), table.size(), result.size()}) <= longestRemembered) {
-        recentTexts->at(key, table) = std::move(text);
+    std::string ownKey(key);
+    std::string ownTable(table);
+    // Under no lock: the host's look-up may come back here.
+    auto result = lookup(ownKey, ownTable);
+    if (std::max({key.size(), table.size(), result.size()}) <= longestRemembered) {
+        auto text = result;
+        const std::lock_guard lock(recent.mutex);
+        // One that was replaced meanwhile has told nothing that anybody will find here.
+        recent.generation = generation;
+        recent.table.swap(ownTable);
+        recent.key.swap(ownKey);
+        recent.text.swap(text);
     }
     return result;
 }

@@ -12,8 +12,8 @@
 ///     KDLocalizedString::localize("Applies To", "ACL");
 ///
 /// Without a host's own look-up, GNU gettext is asked, with the table as the domain; a text without
-/// a translation is its own key. Each thread remembers what it has looked up lately, within limits:
-/// a name may come from anyone. Safe from any thread.
+/// a translation is its own key. What was looked up lately is remembered, within limits: a name
+/// may come from anyone. Safe from any thread.
 namespace morvane {
 
 class MORVANE_EXPORT KDLocalizedString {
@@ -27,7 +27,7 @@ class MORVANE_EXPORT KDLocalizedString {
     /// forgotten.
     static void setLookup(Lookup lookup);
 
-    /// How many texts a thread remembers, and how many bytes a key or text has at most that is
+    /// How many texts are remembered, and how many bytes a key or text has at most that is
     /// remembered.
     static constexpr std::size_t mostRemembered = 256;
     static constexpr std::size_t longestRemembered = 128;

@@ -27,10 +27,9 @@ class NSXPCListener::Core {
 
     int run() {
         if (only_) {
-            if (!clients_->isClosed())
-                add(std::move(only_));
+            const bool isServed = clients_->isClosed() || add(std::move(only_));
             clients_->waitUntilNone();
-            return 0;
+            return isServed ? 0 : 1;
         }
         listener_->start([this, clients = clients_](bool alone) {
             if (clients->beginAccepting())  // or this may be gone
@@ -106,12 +105,14 @@ class NSXPCListener::Core {
             }
             return account;
         }
-        /// Returns the client's number.
-        std::uint64_t add(const std::shared_ptr<NSXPCConnection>& connection,
-                          const std::shared_ptr<NSXPCConnection::Core>& core, std::int64_t user) {
+        std::uint64_t newNumber() {
             const std::lock_guard lock(mutex_);
-            connections_.push_back({++lastNumber_, user, core, connection, nullptr});
-            return lastNumber_;
+            return ++lastNumber_;
+        }
+        void add(std::uint64_t number, const std::shared_ptr<NSXPCConnection>& connection,
+                 const std::shared_ptr<NSXPCConnection::Core>& core, std::int64_t user) {
+            const std::lock_guard lock(mutex_);
+            connections_.push_back({number, user, core, connection, nullptr});
         }
         /// From now on until its end the connection is kept alive.
         void keep(std::uint64_t number, const std::shared_ptr<NSXPCConnection>& connection) {
@@ -218,14 +219,18 @@ class NSXPCListener::Core {
 
     /// The thread that has accepted a client reads what it sends, while another waits for the next
     /// client already: no client waits until a thread has woken.
-    void serveNext(bool alone) {
+    void serveNext(bool alone) noexcept {
         std::function<void()> reading;
-        if (auto socket = listener_->accept()) {
-            if (alone) {
-                socket->shutdown();
-            } else {
-                reading = keepingFirstTask([&] { add(std::move(socket)); });
+        try {
+            if (auto socket = listener_->accept()) {
+                if (alone) {
+                    socket->shutdown();
+                } else {
+                    reading = keepingFirstTask([&] { add(std::move(socket)); });
+                }
             }
+        } catch (const std::bad_alloc&) {
+            // For the client's stream, which has gone.
         }
         listener_->waitForNext();
         // The listener may be gone after this.
@@ -234,14 +239,25 @@ class NSXPCListener::Core {
             reading();
     }
 
-    void add(std::shared_ptr<StreamSocket> socket) {
+    /// False if there is no memory or thread to serve it.
+    bool add(const std::shared_ptr<StreamSocket>& socket) noexcept {
+        try {
+            serve(socket);
+            return true;
+        } catch (const std::exception&) {
+            socket->shutdown();  // the other clients are served
+            return false;
+        }
+    }
+
+    void serve(const std::shared_ptr<StreamSocket>& socket) {
         const auto peer = socket->peer();
         const auto user = peer ? peer->userIdentifier : 0;
         if (!handler || !peer || !clients_->makeRoomFor(user)) {
             socket->shutdown();
             return;
         }
-        const auto core = std::make_shared<NSXPCConnection::Core>("client", std::move(socket));
+        const auto core = std::make_shared<NSXPCConnection::Core>("client", socket);
         const auto connection = std::make_shared<NSXPCConnection>(core);
         const auto account = clients_->accountOf(user);
         if (listener_) {
@@ -254,8 +270,10 @@ class NSXPCListener::Core {
             core->requests.decoding.bytes = limits::clientMessageBytes;
             core->requests.decoding.objects = limits::clientMessageObjects;
         }
-        const auto number = clients_->add(connection, core, user);
+        const auto number = clients_->newNumber();
+        // First: one that is among the clients is removed whatever happens.
         core->onEnd = [clients = clients_, number] { clients->remove(number); };
+        clients_->add(number, connection, core, user);
         bool isTaken = false;
         try {
             isTaken = handler(connection);

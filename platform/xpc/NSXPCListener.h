@@ -53,7 +53,7 @@ class MORVANE_EXPORT NSXPCListener {
     void setIdleTimeout(std::uint32_t seconds);
     /// Serves until the service is no longer needed: for a private service until the application
     /// closes the connection, otherwise until the idle timeout or invalidate(). Returns the
-    /// process's exit status, 0.
+    /// process's exit status: 0, or 1 if a private service had no memory or thread to serve with.
     int run();
     void invalidate();
 

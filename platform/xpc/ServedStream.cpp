@@ -80,7 +80,7 @@ void ServedStream::readable() {
     }
 }
 
-void ServedStream::goOn() {
+void ServedStream::goOn() noexcept {
     if (account_->places.take(1)) {
         try {
             runOnWorker([self = shared_from_this()] { self->serve(); });
@@ -89,23 +89,27 @@ void ServedStream::goOn() {
             account_->places.giveBack(1);
         }
     }
-    tryAgainLater();
+    try {
+        tryAgainLater();
+    } catch (const std::exception&) {
+        endElsewhere();
+    }
 }
 
 void ServedStream::tryAgainLater() {
-    // A client that has gone needs no place to be told so.
-    const auto again = [self = shared_from_this()] {
-        if (!self->socket_->isOver()) {
+    runAt(Clock::now() + limits::patience, [self = shared_from_this()] {
+        // A client that has gone needs no place to be told so.
+        if (self->socket_->isOver())
+            self->endElsewhere();
+        else
             self->goOn();
-            return;
-        }
-        try {
-            runOnWorker([self] { self->end(); });
-        } catch (const std::exception&) {
-            self->tryAgainLater();
-        }
-    };
-    runAt(Clock::now() + limits::patience, again);
+    });
+}
+
+void ServedStream::endElsewhere() noexcept {
+    socket_->shutdown();
+    if (!endsElsewhere_.exchange(true))
+        runLasting(shared_from_this());
 }
 
 void ServedStream::serve() {
@@ -152,7 +156,7 @@ void ServedStream::serve() {
                 return;
             }
         }
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         received = Received::end;  // there is no memory for what the peer sends
     }
     account_->places.giveBack(1);
@@ -237,7 +241,7 @@ std::optional<ServedStream::Clock::time_point> ServedStream::idleSince() {
     return outbox_->owesAnswers() ? std::nullopt : idleSince_;
 }
 
-void ServedStream::end() {
+void ServedStream::end() noexcept {
     {
         const std::lock_guard lock(mutex_);
         ++turn_;

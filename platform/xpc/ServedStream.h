@@ -1,8 +1,10 @@
 #pragma once
 
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ClientAccount.h>
 #include <MorvaneOperation/platform/xpc/ReceivedRequests.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -16,7 +18,8 @@ namespace morvane {
 /// one when something has come, and that one reads, decodes and carries out one request after the
 /// other. It has the turn. Where a request takes longer than limits::patience, another thread
 /// takes the turn over and goes on with what is behind it.
-class ServedStream final : public std::enable_shared_from_this<ServedStream>,
+class ServedStream final : public LastingTask,
+                           public std::enable_shared_from_this<ServedStream>,
                            private FrameParser::Gate {
   public:
     /// The connection, as far as it is none of a request's business.
@@ -48,10 +51,13 @@ class ServedStream final : public std::enable_shared_from_this<ServedStream>,
     enum class Received : std::uint8_t { bytes, nothing, end };
     Received receive();
     void leave();
-    void end();
+    void end() noexcept;
     /// Has a thread with a place of its own go on, now or when there are both.
-    void goOn();
+    void goOn() noexcept;
     void tryAgainLater();
+    /// On another thread, maybe the one that is kept in reserve.
+    void endElsewhere() noexcept;
+    void run() noexcept override { end(); }
     /// The request of this turn, which was taken over, has been begun: those behind it go on.
     /// Later, so that its handler comes before theirs unless it takes long.
     void decide(std::uint64_t turn);
@@ -90,6 +96,7 @@ class ServedStream final : public std::enable_shared_from_this<ServedStream>,
     /// While nobody has the turn and nothing is half here.
     std::optional<Clock::time_point> idleSince_;
     bool ended_ = false;
+    std::atomic<bool> endsElsewhere_ = false;
 };
 
 }  // namespace morvane

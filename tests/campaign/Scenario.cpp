@@ -1,5 +1,6 @@
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
 #include <array>
@@ -14,8 +15,7 @@
 /// A fixed run of a host: Scenario FOLDER. Sends every request of the protocol to the file service,
 /// some of them at once, and prints how they have ended. The exit status is 0 if each has ended
 /// exactly once and a request that was made when nothing failed any more was answered; 1 if one has
-/// ended twice, 2 if one never ended, 3 if the last one was not answered, 4 if the service is still
-/// there after the host let go of it.
+/// ended twice, 2 if one never ended, 3 if the last one was not answered.
 extern "C" {
 __attribute__((weak)) void failingCallsBegin();
 __attribute__((weak)) void failingCallsEnd();
@@ -140,6 +140,8 @@ int main(int argc, char** argv) {
         return 64;
     const auto folder = NSURL::fileURLWithPath(argv[1]);
     const auto file = NSURL::fileURLWithPath(std::string(argv[1]) + "/file");
+    // The C library itself ends a process that has no memory while it learns where users are noted.
+    NSUserName();
     std::size_t duringFailures = 0;
     {
         auto connection = connect();

@@ -1,8 +1,10 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 #include <sys/socket.h>
 
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdlib>
 #include <new>
 #include <optional>
@@ -10,6 +12,7 @@
 #include <thread>
 
 #include "MemoryShortage.h"
+#include "RawRequests.h"
 #include "XpcTestSupport.h"
 
 /// What a connection does when memory runs out: each allocation of a scenario fails in turn.
@@ -133,6 +136,85 @@ TEST(NSXPCConnectionWithoutMemory, EachRequestEndsOnceAndTheNextOneWorks) {
 
 TEST(NSXPCConnectionWithoutMemory, EachRequestEndsOnceAlsoWhileThereIsNoneForGood) {
     expectEachRequestToEndOnceAndTheNextToWork(true);
+}
+
+/// Clients of a listener in this process, accepted when the test says so.
+class ClientsHere final : public StreamListener {
+  public:
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::function<void(bool)> acceptNext;
+        FileDescriptor next;
+
+        /// A client that has sent a request already, and gives up after a while.
+        FileDescriptor connect(const std::vector<std::uint8_t>& request) {
+            int pair[2] = {-1, -1};
+            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+            next = FileDescriptor(pair[0]);
+            FileDescriptor client(pair[1]);
+            const timeval patience{std::chrono::seconds(watchdog).count(), 0};
+            setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+            EXPECT_EQ(send(client.get(), request.data(), request.size(), MSG_NOSIGNAL),
+                      static_cast<ssize_t>(request.size()));
+            return client;
+        }
+    };
+    explicit ClientsHere(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
+
+    void start(std::function<void(bool)> task) override {
+        const std::lock_guard lock(shared_->mutex);
+        shared_->acceptNext = std::move(task);
+        shared_->changed.notify_all();
+    }
+    std::shared_ptr<StreamSocket> accept() override {
+        auto client = std::move(shared_->next);
+        return std::make_shared<LinuxStreamSocket>(std::move(client));
+    }
+    void waitForNext() override {}
+    void stop() override {}
+
+  private:
+    const std::shared_ptr<Shared> shared_;
+};
+
+TEST(NSXPCListenerWithoutMemory, AClientIsAnsweredOrItsStreamEndsAndTheNextIsAnswered) {
+    const auto request = echoRequest("x");
+    for (const bool forGood : {false, true}) {
+        for (long count = 0;; ++count) {
+            const auto clients = std::make_shared<ClientsHere::Shared>();
+            const auto listener =
+                std::make_shared<NSXPCListener>(std::make_unique<ClientsHere>(clients));
+            listener->setNewConnectionHandler([](const auto& connection) {
+                connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
+                connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
+                connection->resume();
+                return true;
+            });
+            std::thread serving([&] { listener->run(); });
+            {
+                std::unique_lock lock(clients->mutex);
+                clients->changed.wait(lock, [&] { return clients->acceptNext != nullptr; });
+            }
+            std::uint8_t byte = 0;
+            bool isReached = false;
+            const auto first = clients->connect(request);
+            {
+                const MemoryShortage shortage(count, forGood);
+                clients->acceptNext(false);
+                isReached = shortage.isReached();
+            }
+            EXPECT_TRUE(recv(first.get(), &byte, 1, 0) >= 0 || errno == ECONNRESET)
+                << "allocation " << count;
+            const auto second = clients->connect(request);
+            clients->acceptNext(false);
+            EXPECT_EQ(recv(second.get(), &byte, 1, 0), 1) << "allocation " << count;
+            listener->invalidate();
+            serving.join();
+            if (!isReached || HasFailure())
+                break;
+        }
+    }
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "RawRequests.h"
 #include "XpcTestSupport.h"
 
 namespace morvane {
@@ -116,6 +120,117 @@ TEST(ServiceProcess, ThatIsNotThereMakesTheConnectionInvalidAndNamesTheProgram) 
     EXPECT_NE(reason->localizedDescription().find("no_such_service"), std::string::npos);
     EXPECT_EQ(client.interruptions, 0);
 }
+
+/// A service whose host is this test.
+class Started {
+  public:
+    explicit Started(const std::vector<std::string>& environment = {}) {
+        int pair[2] = {-1, -1};
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+        host = FileDescriptor(pair[0]);
+        const FileDescriptor service(pair[1]);
+        const char* const program = MORVANE_TEST_SERVICES "/xpc_test_service";
+        std::vector<std::string> all{"MORVANE_SERVICE_STREAM=1"};
+        all.insert(all.end(), environment.begin(), environment.end());
+        std::vector<char*> variables;
+        for (auto& variable : all)
+            variables.push_back(variable.data());
+        variables.push_back(nullptr);
+        child_ = fork();
+        if (child_ != 0)
+            return;
+        if (service.get() == 3)
+            fcntl(3, F_SETFD, 0);
+        else
+            dup2(service.get(), 3);
+        // What it says about its end is not the test's.
+        dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+        char* const arguments[] = {const_cast<char*>(program), nullptr};
+        execve(program, arguments, variables.data());
+        _exit(127);
+    }
+    ~Started() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
+    Started(const Started&) = delete;
+    Started& operator=(const Started&) = delete;
+
+    /// False if the service has ended.
+    bool send(const std::string& text) const {
+        const auto request = echoRequest(text);
+        return ::send(host.get(), request.data(), request.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(request.size());
+    }
+    bool answers() const {
+        std::uint8_t byte = 0;
+        return recv(host.get(), &byte, 1, 0) == 1;
+    }
+    bool ends() const {
+        const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, child_, 0)));
+        pollfd poll{process.get(), POLLIN, 0};
+        constexpr auto time = std::chrono::milliseconds(watchdog).count();
+        return ::poll(&poll, 1, static_cast<int>(time)) == 1;
+    }
+
+    FileDescriptor host;
+
+  private:
+    pid_t child_ = -1;
+};
+
+TEST(ServiceProcess, LeavesWithItsHostThatSaysNothing) {
+    Started service;
+    ASSERT_TRUE(service.send("x") && service.answers());
+    service.host = {};
+    EXPECT_TRUE(service.ends());
+}
+
+TEST(ServiceProcess, LeavesWithItsHostAlthoughItsRequestsHang) {
+    Started service;
+    for (int i = 0; i != 3; ++i)
+        ASSERT_TRUE(service.send("hang"));
+    service.host = {};
+    EXPECT_TRUE(service.ends());
+}
+
+#ifdef MORVANE_FAILING_CALLS
+/// The N-th call of that kind fails in it; `forGood`: all that follow as well.
+std::vector<std::string> failing(const char* call, int number, bool forGood,
+                                 const std::string& mark) {
+    return {std::string("LD_PRELOAD=") + MORVANE_FAILING_CALLS,
+            std::string("FAILING_CALL=") + call,
+            "FAILING_AT=" + std::to_string(number),
+            std::string("FAILING_FOR_GOOD=") + (forGood ? "1" : "0"),
+            "FAILING_PROGRAM=xpc_test_service",
+            "FAILING_MARK=" + mark};
+}
+
+void expectToLeaveWhicheverFails(const char* call, bool forGood) {
+    char folder[] = "/tmp/xpc-service-XXXXXX";
+    ASSERT_TRUE(mkdtemp(folder));
+    for (int number = 1;; ++number) {
+        const auto mark = std::string(folder) + "/" + std::to_string(number);
+        Started service(failing(call, number, forGood, mark));
+        if (service.send("x"))
+            service.answers();  // or ends
+        service.host = {};
+        ASSERT_TRUE(service.ends()) << call << " " << number;
+        if (!std::filesystem::exists(mark)) {
+            EXPECT_GT(number, 1) << call << " was never called";
+            break;
+        }
+    }
+    std::filesystem::remove_all(folder);
+}
+
+TEST(ServiceProcess, LeavesWithItsHostWhateverFails) {
+    for (const char* call : {"malloc", "pthread_create", "epoll_wait", "recvmsg", "send"}) {
+        expectToLeaveWhicheverFails(call, false);
+        expectToLeaveWhicheverFails(call, true);
+    }
+}
+#endif
 
 TEST(LinuxStreamSocket, EndsWhenThePeerSendsADescriptor) {
     int pair[2];

@@ -15,6 +15,8 @@ class Service final : public Echo {
     void echo(std::string text, NSXPCReply<std::string, NSErrorRef> reply) override {
         if (text == "die")
             kill(getpid(), SIGKILL);
+        while (text == "hang")
+            pause();
         if (text == "pid")
             text = std::to_string(getpid());
         reply(std::move(text), nullptr);
