@@ -152,7 +152,7 @@ MVIdentities::List MVAclEntry::identities() const {
 }
 
 const std::vector<std::int32_t>& MVAclEntry::tags() const {
-    static const std::vector<std::int32_t> tags{1, 2};
+    static const std::vector<std::int32_t> tags{MVAclTagAllow, MVAclTagDeny};
     return tags;
 }
 

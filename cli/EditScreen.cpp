@@ -178,7 +178,8 @@ void EditScreen::act(char32_t key, const Line& line) {
             nextPermissions(line.entry);
             break;
         case 't':
-            did(editor_.setTag(line.entry, entry->tag() == 2 ? 1 : 2));
+            did(editor_.setTag(line.entry,
+                               entry->tag() == MVAclTagDeny ? MVAclTagAllow : MVAclTagDeny));
             break;
         case 'i':
             did(editor_.setInherited(line.entry, !entry->inherited()));

@@ -61,8 +61,9 @@ class Script {
             if (arguments != 0)
                 return "'" + verb + "' stands alone";
             return onChosen([&](std::size_t entry) {
-                return verb == "remove" ? editor_.remove(entry)
-                                        : editor_.setTag(entry, verb == "allow" ? 1 : 2);
+                return verb == "remove"
+                           ? editor_.remove(entry)
+                           : editor_.setTag(entry, verb == "allow" ? MVAclTagAllow : MVAclTagDeny);
             });
         }
         const auto known = {"entry",  "add",         "on",  "off",

@@ -54,9 +54,9 @@ std::string groupText(const MVAclEntry& entry) {
 }
 
 std::string ruleText(const MVAclEntry& entry) {
-    if (entry.tag() == tagAllow)
+    if (entry.tag() == MVAclTagAllow)
         return "Allow";
-    return entry.tag() == tagDeny ? "Deny" : "Tag " + std::to_string(entry.tag());
+    return entry.tag() == MVAclTagDeny ? "Deny" : "Tag " + std::to_string(entry.tag());
 }
 
 std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
@@ -151,7 +151,8 @@ std::string entriesAsTable(const EntryList& entries, bool tree, const Style& sty
         for (std::size_t j = 0; j != columnCount; ++j) {
             const std::string content = cell(rows[i], j);
             if (j == ruleColumn)
-                text += entries[i]->tag() == tagDeny ? style.bad(content) : style.good(content);
+                text +=
+                    entries[i]->tag() == MVAclTagDeny ? style.bad(content) : style.good(content);
             else
                 text += content;
         }

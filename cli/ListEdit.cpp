@@ -49,7 +49,7 @@ EntryList ListEdit::inOrderOfEvaluation(const EntryList& edited) const {
             continue;
         if (!read_.empty())
             entry->setOrigin(read_.front().entry->origin());
-        (entry->tag() == tagDeny ? denying : allowing).push_back(entry);
+        (entry->tag() == MVAclTagDeny ? denying : allowing).push_back(entry);
     }
     auto result = std::move(denying);
     for (const auto& read : read_) {

@@ -42,7 +42,7 @@ std::string EntryLoss::text() const {
 EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry, EntryLossReason reason,
                    std::string box, std::string why) {
     return {number, reason, std::move(box),
-            (entry.tag() == TagDeny ? "deny " : "allow ") +
+            (entry.tag() == MVAclTagDeny ? "deny " : "allow ") +
                 (entry.identity() ? identityText(*entry.identity()) : identityName(entry)),
             std::move(why)};
 }

@@ -136,7 +136,7 @@ class Replacement {
 
     std::optional<Shown> wantedOf(const MVAclEntry& entry, std::size_t number) {
         const auto& groups = entry.permissions();
-        if (entry.tag() != TagAllow && entry.tag() != TagDeny) {
+        if (entry.tag() != MVAclTagAllow && entry.tag() != MVAclTagDeny) {
             lose(number, entry, EntryLossReason::tag, "it neither allows nor denies");
             return std::nullopt;
         }
@@ -146,7 +146,7 @@ class Replacement {
             return std::nullopt;
         }
         Shown shown{entry.uuid().value_or(uuidOfPosixIdentity(CBEveryone{})),
-                    entry.tag() == TagDeny, 0, 0, entry.inherited()};
+                    entry.tag() == MVAclTagDeny, 0, 0, entry.inherited()};
         for (std::size_t i = 0; i != permissionGroups; ++i)
             shown.boxes |= boxesOn(*groups[i], number, entry, losses_);
         if (const auto strange = shown.boxes & ~boxesOfKind(target_.isDirectory); strange != 0) {
@@ -299,7 +299,8 @@ std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const Nfs4Acl& acl,
         auto tree = permissionTree(shown.boxes, target.isDirectory);
         if (target.isDirectory)
             tree.push_back(appliesToNode(shown.applies));
-        entries.push_back(MVAclEntry::initWithUuid(shown.who, shown.deny ? TagDeny : TagAllow,
+        entries.push_back(MVAclEntry::initWithUuid(shown.who,
+                                                   shown.deny ? MVAclTagDeny : MVAclTagAllow,
                                                    std::move(tree), shown.inherited));
     }
     return entries;

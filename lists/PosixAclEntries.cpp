@@ -213,8 +213,8 @@ std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl) 
                 : fullTree(shown, boxesOfRights(shown.rights, shown.deny, isOwner, acl.isDirectory),
                            acl.isDirectory);
         entries.push_back(MVAclEntry::initWithUuid(uuidOfPosixIdentity(shown.who),
-                                                   shown.deny ? TagDeny : TagAllow, std::move(tree),
-                                                   false));
+                                                   shown.deny ? MVAclTagDeny : MVAclTagAllow,
+                                                   std::move(tree), false));
     }
     return entries;
 }

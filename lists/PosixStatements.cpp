@@ -65,7 +65,7 @@ class Taking {
 
     void take(std::size_t number) {
         const auto& entry = *entries_[number];
-        if (entry.tag() != TagAllow && entry.tag() != TagDeny)
+        if (entry.tag() != MVAclTagAllow && entry.tag() != MVAclTagDeny)
             return lose(number, EntryLossReason::tag, "", "it neither allows nor denies");
         const auto who =
             entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
@@ -74,7 +74,7 @@ class Taking {
                         "it is for nobody whom this system knows");
         if (entry.inherited())
             lose(number, EntryLossReason::inherited, "", "the mark that it is inherited");
-        PosixStatement statement{number, *who, !entry.isAcl(), entry.tag() == TagDeny};
+        PosixStatement statement{number, *who, !entry.isAcl(), entry.tag() == MVAclTagDeny};
         if (statement.flat ? takeFlat(entry, statement) : takeTree(entry, statement))
             result_.statements.push_back(statement);
     }

@@ -41,6 +41,9 @@
 /// its end throws NSRangeException and leaves the entry as the steps so far have made it.
 namespace morvane {
 
+/// What an entry's `tag` says of its boxes.
+enum MVAclTag : std::int32_t { MVAclTagAllow = 1, MVAclTagDeny = 2 };
+
 /// Codes of `permissionGroup`, told by the states of the first three groups.
 enum MVAclPermissionGroup : std::int64_t {
     MVAclGroupAll = 1,
@@ -82,7 +85,7 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     /// Tag 0, no tree, everyone, not inherited.
     static std::shared_ptr<MVAclEntry> init();
     /// Takes the tree as it is, makes its boxes settable or not, and looks the identity up: that of
-    /// `uuid`, or everyone for none. `tag` is 1 to allow, 2 to deny.
+    /// `uuid`, or everyone for none. `tag` is one of MVAclTag.
     static std::shared_ptr<MVAclEntry> initWithUuid(const std::optional<NSUUID>& uuid,
                                                     std::int32_t tag, Permissions permissions,
                                                     bool inherited);

@@ -42,8 +42,6 @@ MORVANE_EXPORT std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& ac
 MORVANE_EXPORT std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner,
                                            bool isDirectory);
 
-/// The tags of entries.
-enum : std::int32_t { TagAllow = 1, TagDeny = 2 };
 /// How many groups of boxes a tree entry starts with.
 inline constexpr std::size_t permissionGroups = 3;
 

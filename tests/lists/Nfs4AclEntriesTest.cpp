@@ -14,8 +14,6 @@ constexpr std::uint32_t group = 3000002;
 constexpr std::uint32_t alice = 3000003;
 constexpr std::uint32_t staff = 3000005;
 constexpr std::uint32_t synchronize = 0x100000;
-constexpr std::int32_t tagAllow = 1;
-constexpr std::int32_t tagDeny = 2;
 
 const Nfs4Target file{owner, group, false};
 const Nfs4Target folder{owner, group, true};
@@ -66,7 +64,7 @@ std::uint32_t boxesOf(const MVAclEntry& entry) {
 }
 
 std::shared_ptr<MVAclEntry> entryFor(const CBPosixIdentity& who, std::uint32_t boxes,
-                                     std::int32_t tag = tagAllow) {
+                                     std::int32_t tag = MVAclTagAllow) {
     return MVAclEntry::initWithUuid(uuidOfPosixIdentity(who), tag, permissionTree(boxes, false),
                                     false);
 }
@@ -107,10 +105,10 @@ TEST(Nfs4AclEntries, EntriesComeInTheOrderOfTheList) {
                                               {Nfs4Allow, Nfs4IsGroup, 0x1, "4711"}}),
                                         file, names);
     const std::pair<std::int32_t, CBPosixIdentity> expected[] = {
-        {tagAllow, CBPosixUser{alice}},  {tagDeny, CBPosixGroup{staff}},
-        {tagAllow, CBEveryone{}},        {tagAllow, CBPosixGroup{group}},
-        {tagAllow, CBPosixGroup{group}}, {tagAllow, CBPosixUser{4711}},
-        {tagAllow, CBPosixGroup{4711}}};
+        {MVAclTagAllow, CBPosixUser{alice}},  {MVAclTagDeny, CBPosixGroup{staff}},
+        {MVAclTagAllow, CBEveryone{}},        {MVAclTagAllow, CBPosixGroup{group}},
+        {MVAclTagAllow, CBPosixGroup{group}}, {MVAclTagAllow, CBPosixUser{4711}},
+        {MVAclTagAllow, CBPosixGroup{4711}}};
     ASSERT_EQ(shown.size(), std::size(expected));
     for (std::size_t i = 0; i != shown.size(); ++i) {
         EXPECT_EQ(shown[i]->tag(), expected[i].first) << i;
@@ -194,7 +192,7 @@ TEST(Nfs4AclEntries, ARemovedEntryTakesNothingElseAlong) {
 
 TEST(Nfs4AclEntries, SomebodyNewIsNamedAsTheListNamesOthers) {
     const Entries added{entryFor(CBPosixUser{alice}, ACL_READ_DATA),
-                        entryFor(CBPosixGroup{staff}, ACL_READ_DATA, tagDeny),
+                        entryFor(CBPosixGroup{staff}, ACL_READ_DATA, MVAclTagDeny),
                         entryFor(CBPosixUser{owner}, ACL_READ_DATA),
                         entryFor(CBPosixGroup{group}, ACL_READ_DATA),
                         entryFor(CBEveryone{}, ACL_READ_DATA),
@@ -225,7 +223,7 @@ TEST(Nfs4AclEntries, AnUnknownNameHasAUuidOfItsOwn) {
 
 TEST(Nfs4AclEntries, WhatTheListCannotHoldIsNamed) {
     const auto stranger = MVAclEntry::initWithUuid(
-        *NSUUID::initWithUUIDString("01234567-89AB-8DEF-8123-456789ABCDEF"), tagAllow,
+        *NSUUID::initWithUUIDString("01234567-89AB-8DEF-8123-456789ABCDEF"), MVAclTagAllow,
         permissionTree(ACL_READ_DATA, false), false);
     const auto neither = entryFor(CBPosixUser{alice}, ACL_READ_DATA, 0);
     const auto mixed = entryFor(CBPosixUser{alice}, ACL_READ_DATA);
