@@ -2,7 +2,6 @@
 
 #include <MorvaneOperation/MVAclEntry.h>
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,10 +12,6 @@
 namespace morvane {
 
 using EntryList = std::vector<std::shared_ptr<MVAclEntry>>;
-
-/// What the tag of an entry says.
-inline constexpr std::int32_t tagAllow = 1;
-inline constexpr std::int32_t tagDeny = 2;
 
 /// Descending canonical score; entries of one score stay in the order that they came in.
 void sortCanonically(EntryList& entries);

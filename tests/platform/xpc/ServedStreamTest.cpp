@@ -88,6 +88,8 @@ class HangingService final : public EchoService {
     HangingService() {
         onEcho = [this](std::string text, const NSXPCReply<std::string, NSErrorRef>& reply) {
             ++begun;
+            if (text == "waits" && !gone)
+                ++early;
             if (text.starts_with("hang"))
                 free.wait();
             reply(std::move(text), nullptr);
@@ -100,6 +102,8 @@ class HangingService final : public EchoService {
     }
 
     std::atomic<int> begun = 0;
+    /// How many "waits" were begun before anything was let go.
+    std::atomic<int> early = 0;
     std::promise<void> promise;
     std::shared_future<void> free = promise.get_future().share();
     std::atomic<bool> gone = false;
@@ -173,8 +177,12 @@ TEST(ServedStream, WhatHangsCostsThePlacesOfItsOwnUserOnly) {
     const auto end = std::chrono::steady_clock::now() + watchdog;
     while (service->begun < 3 && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
+    // Time in which what waits would be served, if anybody did.
+    for (int i = 0; i != 1000; ++i)
+        await(other.echo("goes on"));
     service->letGo();
     EXPECT_EQ(await(std::move(waiting)), "waits");
+    EXPECT_EQ(service->early, 0);
     await(std::move(first));
     await(std::move(second));
     await(std::move(third));
