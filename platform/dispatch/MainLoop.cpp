@@ -1,14 +1,14 @@
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
+#include <MorvaneOperation/platform/foundation/SystemPart.h>
 
 #include <utility>
 
 namespace morvane {
 namespace {
 
-std::shared_ptr<MainLoop>& replacement() {
-    // Never destroyed: other threads may use the loop while the process ends.
-    static auto& loop = *new std::shared_ptr<MainLoop>;
-    return loop;
+SystemPart<MainLoop>& mainLoop() {
+    static auto& part = *new SystemPart<MainLoop>(systemMainLoop);
+    return part;
 }
 
 }  // namespace
@@ -16,14 +16,11 @@ std::shared_ptr<MainLoop>& replacement() {
 MainLoop::~MainLoop() = default;
 
 MainLoop& MainLoop::current() {
-    if (const auto& loop = replacement())
-        return *loop;
-    static const auto& system = *new std::shared_ptr<MainLoop>(systemMainLoop());
-    return *system;
+    return mainLoop().current();
 }
 
 void MainLoop::setCurrent(std::shared_ptr<MainLoop> loop) {
-    replacement() = std::move(loop);
+    mainLoop().replace(std::move(loop));
 }
 
 }  // namespace morvane

@@ -1,12 +1,14 @@
 #include <MorvaneOperation/platform/foundation/NSNumberFormatter.h>
+#include <MorvaneOperation/platform/foundation/SystemPart.h>
 
 #include <utility>
 
 namespace morvane {
 namespace {
-NSNumberFormatter::Maker& currentMaker() {
-    static auto* const maker = new NSNumberFormatter::Maker(systemNumberFormatters());
-    return *maker;
+SystemPart<NSNumberFormatter::Maker>& numberFormatters() {
+    static auto& part = *new SystemPart<NSNumberFormatter::Maker>(
+        [] { return std::make_shared<NSNumberFormatter::Maker>(systemNumberFormatters()); });
+    return part;
 }
 }  // namespace
 
@@ -14,11 +16,11 @@ NSNumberFormatter::~NSNumberFormatter() = default;
 
 std::unique_ptr<NSNumberFormatter> NSNumberFormatter::numberFormatterWithFormat(
     std::string_view pattern) {
-    return currentMaker()(pattern);
+    return numberFormatters().current()(pattern);
 }
 
 void NSNumberFormatter::setMaker(Maker maker) {
-    currentMaker() = maker ? std::move(maker) : systemNumberFormatters();
+    numberFormatters().replace(maker ? std::make_shared<Maker>(std::move(maker)) : nullptr);
 }
 
 }  // namespace morvane

@@ -1,23 +1,26 @@
 #include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
+#include <MorvaneOperation/platform/foundation/SystemPart.h>
 
 #include <utility>
 
 namespace morvane {
 namespace {
-std::shared_ptr<FileInformation>& current() {
-    static auto* const information = new std::shared_ptr(systemFileInformation());
-    return *information;
+
+SystemPart<FileInformation>& fileInformation() {
+    static auto& part = *new SystemPart<FileInformation>(systemFileInformation);
+    return part;
 }
+
 }  // namespace
 
 FileInformation::~FileInformation() = default;
 
 void FileInformation::setCurrent(std::shared_ptr<FileInformation> information) {
-    current() = information ? std::move(information) : systemFileInformation();
+    fileInformation().replace(std::move(information));
 }
 
 NSURLResourceValues NSURLResourceValues::valuesForURL(const NSURL& url) {
-    return current()->read(url);
+    return fileInformation().current().read(url);
 }
 
 }  // namespace morvane

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/foundation/SystemPart.h>
 #include <MorvaneOperation/platform/host/FileAccess.h>
 
 #include <utility>
@@ -5,10 +6,9 @@
 namespace morvane {
 namespace {
 
-std::shared_ptr<FileAccess>& replacement() {
-    // Never destroyed: other threads may use it while the process ends.
-    static auto& access = *new std::shared_ptr<FileAccess>;
-    return access;
+SystemPart<FileAccess>& fileAccess() {
+    static auto& part = *new SystemPart<FileAccess>(systemFileAccess);
+    return part;
 }
 
 }  // namespace
@@ -16,14 +16,11 @@ std::shared_ptr<FileAccess>& replacement() {
 FileAccess::~FileAccess() = default;
 
 FileAccess& FileAccess::current() {
-    if (const auto& access = replacement())
-        return *access;
-    static const auto& system = *new std::shared_ptr<FileAccess>(systemFileAccess());
-    return *system;
+    return fileAccess().current();
 }
 
 void FileAccess::setCurrent(std::shared_ptr<FileAccess> access) {
-    replacement() = std::move(access);
+    fileAccess().replace(std::move(access));
 }
 
 }  // namespace morvane

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/foundation/SystemPart.h>
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 
 #include <utility>
@@ -5,10 +6,9 @@
 namespace morvane {
 namespace {
 
-std::shared_ptr<AuthorizationServices>& replacement() {
-    // Never destroyed: other threads may use them while the process ends.
-    static auto& services = *new std::shared_ptr<AuthorizationServices>;
-    return services;
+SystemPart<AuthorizationServices>& authorizationServices() {
+    static auto& part = *new SystemPart<AuthorizationServices>(systemAuthorizationServices);
+    return part;
 }
 
 }  // namespace
@@ -17,15 +17,11 @@ AuthorizationReference::~AuthorizationReference() = default;
 AuthorizationServices::~AuthorizationServices() = default;
 
 AuthorizationServices& AuthorizationServices::current() {
-    if (const auto& services = replacement())
-        return *services;
-    static const auto& system =
-        *new std::shared_ptr<AuthorizationServices>(systemAuthorizationServices());
-    return *system;
+    return authorizationServices().current();
 }
 
 void AuthorizationServices::setCurrent(std::shared_ptr<AuthorizationServices> services) {
-    replacement() = std::move(services);
+    authorizationServices().replace(std::move(services));
 }
 
 }  // namespace morvane
