@@ -13,6 +13,7 @@
 #include "PropagateRequests.h"
 #include "RenameRequests.h"
 #include "SizeRequests.h"
+#include "WorkErrors.h"
 
 namespace morvane {
 namespace {
@@ -61,13 +62,14 @@ void FileRequestHandler::serve(const std::shared_ptr<NSXPCConnection>& client) {
 std::shared_ptr<FileRequestHandler> FileRequestHandler::forPrivilegedClient(
     const std::shared_ptr<NSXPCConnection>& client) {
     return std::make_shared<FileRequestHandler>(
-        client, PathRule{static_cast<std::uint32_t>(client->effectiveUserIdentifier().value())});
+        client, PathRule{static_cast<std::uint32_t>(client->effectiveUserIdentifier().value()),
+                         static_cast<std::uint32_t>(client->accountableUserIdentifier().value())});
 }
 
 FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule)
     : client_(std::move(client)),
       rule_(rule),
-      owner_{rule.onBehalfOf ? std::int64_t{*rule.onBehalfOf} : 0, this},
+      owner_{rule.onBehalfOf ? std::int64_t{userOfRule(rule)} : 0, this},
       writes_(std::make_shared<WriteOrder>([owner = owner_](std::function<void()> write) {
           LongWork::run(LongWork::shared(), owner, std::move(write));
       })) {}

@@ -9,7 +9,7 @@
 namespace morvane {
 
 std::uint32_t userOfRule(const PathRule& rule) {
-    return rule.onBehalfOf.value_or(geteuid());
+    return rule.accountable.value_or(rule.onBehalfOf.value_or(geteuid()));
 }
 
 NSErrorRef errorOfWork(WorkEnd end, const NSURL& url) {

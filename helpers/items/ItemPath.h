@@ -13,7 +13,9 @@ namespace morvane {
 struct PathRule {
     /// Set for who works with other rights than the client's own: no symbolic link on the way is
     /// followed, and what root must not change for this user is refused.
-    std::optional<std::uint32_t> onBehalfOf;
+    std::optional<std::uint32_t> onBehalfOf{};
+    /// The user whose work that is, if it is another: one whom the number was lent.
+    std::optional<std::uint32_t> accountable{};
 };
 
 /// The item at `path`, or an errno value: ELOOP where the rule forbids a symbolic link. `flags` are

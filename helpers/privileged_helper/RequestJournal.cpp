@@ -68,7 +68,7 @@ RequestJournal::RequestJournal(Sink sink, Clock clock)
 void RequestJournal::refused(const RequestClient& client, std::string_view selector,
                              std::string_view why) {
     const std::lock_guard lock(mutex_);
-    const auto found = refusalsOf(client.user);
+    const auto found = refusalsOf(client.accountable.value_or(client.user));
     auto& refusals = found->second;
     if (!takeLine(refusals)) {
         ++refusals.leftOut;

@@ -20,6 +20,8 @@ namespace morvane {
 struct RequestClient {
     std::int64_t user = -1;
     std::int64_t process = -1;
+    /// The user whose lines its refusals take, if that is another.
+    std::optional<std::int64_t> accountable{};
 };
 
 /// What the log is told of all requests of the helper, and which of them are worked on. Each line

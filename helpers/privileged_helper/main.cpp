@@ -38,7 +38,8 @@ void serve(const std::shared_ptr<NSXPCConnection>& client,
            const std::shared_ptr<RequestJournal>& journal) {
     const std::weak_ptr<NSXPCConnection> weak = client;
     const RequestClient who{client->effectiveUserIdentifier().value(),
-                            client->processIdentifier().value()};
+                            client->processIdentifier().value(),
+                            client->accountableUserIdentifier().value()};
     FileRequestHandler::configure(client);
     client->setAdmission(admissionByRight(
         [weak](const char* right) {

@@ -124,6 +124,10 @@ class FakeStreamSocket : public StreamSocket {
 
     std::optional<PeerCredentials> peer() const override { return credentials; }
     PeerCredentials credentials{1, 0, 0};
+    std::int64_t accountableUser() const override {
+        return accountable.value_or(credentials.userIdentifier);
+    }
+    std::optional<std::int64_t> accountable;
 
   private:
     /// Under the lock.
@@ -152,9 +156,11 @@ class FakeStreamListener final : public StreamListener {
         bool alone = false;
 
         /// The client's end of a new stream of this user's.
-        std::shared_ptr<FakeStreamSocket> connect(std::int64_t user) {
+        std::shared_ptr<FakeStreamSocket> connect(std::int64_t user,
+                                                  std::optional<std::int64_t> accountable = {}) {
             auto [near, far] = FakeStreamSocket::pair();
             far->credentials.userIdentifier = user;
+            far->accountable = accountable;
             const std::lock_guard lock(mutex);
             waiting.push_back(far);
             wake();

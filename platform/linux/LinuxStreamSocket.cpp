@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
+#include <MorvaneOperation/platform/linux/SubordinateUsers.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -35,12 +36,17 @@ NSErrorRef systemError(int code, const std::string& what) {
         {{NSLocalizedDescriptionKey, what + ": " + std::generic_category().message(code) + "."}});
 }
 
-LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket)
-    : socket_(std::move(socket)), peerProcess_(socket_, peer()) {}
+LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket, PeerProcess peer)
+    : socket_(std::move(socket)), peerProcess_(std::move(peer)) {}
+
+std::int64_t LinuxStreamSocket::accountableUser() const {
+    const auto who = peer();
+    return who ? SubordinateUsers::ofTheSystem().accountableFor(who->userIdentifier) : -1;
+}
 
 std::uint64_t LinuxStreamSocket::peerStartTime() const {
     const auto who = peer();
-    return who ? peerProcess_.startTime(socket_, *who) : 0;
+    return who ? peerProcess_.startTime(*who) : 0;
 }
 
 std::optional<PeerCredentials> LinuxStreamSocket::peer() const {

@@ -15,7 +15,8 @@ namespace morvane {
 class LinuxStreamSocket : public StreamSocket,
                           public std::enable_shared_from_this<LinuxStreamSocket> {
   public:
-    explicit LinuxStreamSocket(FileDescriptor socket);
+    /// `peer`, of a service's: the process that has connected.
+    explicit LinuxStreamSocket(FileDescriptor socket, PeerProcess peer = {});
 
     void whenReadable(std::function<void()> reading) override;
     void whenWritable(std::function<void()> sending) override;
@@ -26,6 +27,7 @@ class LinuxStreamSocket : public StreamSocket,
     std::optional<std::size_t> send(std::span<const Bytes> pieces) override;
     void shutdown() override;
     std::optional<PeerCredentials> peer() const override;
+    std::int64_t accountableUser() const override;
     std::uint64_t peerStartTime() const override;
 
   private:

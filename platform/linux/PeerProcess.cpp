@@ -1,10 +1,15 @@
 #include <MorvaneOperation/platform/linux/PeerProcess.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -15,37 +20,23 @@ namespace {
 /// SO_PEERPIDFD, which the headers lack.
 constexpr int peerPidfdOption = 77;
 
-/// The peer's process, or an errno value.
-FileDescriptor processBehind(const FileDescriptor& socket, int* code) {
-    int process = -1;
-    socklen_t size = sizeof process;
-    *code = getsockopt(socket.get(), SOL_SOCKET, peerPidfdOption, &process, &size) == 0 ? 0 : errno;
-    return FileDescriptor(*code == 0 ? process : -1);
-}
-
 bool isAlive(const FileDescriptor& process) {
     pollfd poll{process.get(), POLLIN, 0};
     return ::poll(&poll, 1, 0) == 0;
 }
 
-/// As whom the process acts; -1 if there is none.
-std::int64_t userOfProcess(std::int64_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; file >> word;) {
-        std::int64_t real = -1;
-        std::int64_t effective = -1;
-        if (word == "Uid:" && file >> real >> effective)
-            return effective;
-    }
-    return -1;
+/// As whom the process acts whose status file this is; -1 if it has gone.
+std::int64_t userByStatus(const FileDescriptor& status) {
+    // Far more than what stands before it.
+    std::array<char, 1024> text{};
+    const auto count = pread(status.get(), text.data(), text.size() - 1, 0);
+    const char* const line = count > 0 ? std::strstr(text.data(), "\nUid:") : nullptr;
+    long long effective = -1;
+    return line && std::sscanf(line, "\nUid: %*d %lld", &effective) == 1 ? effective : -1;
 }
 
-/// The start time of the process with the peer's number, if it is one of the peer's user and alive
-/// after both were read: so neither is that of a process which has got the number since.
-std::uint64_t startTimeByNumber(const FileDescriptor& process, const PeerCredentials& peer) {
-    const auto startTime = startTimeOfProcess(peer.processIdentifier);
-    const auto user = userOfProcess(peer.processIdentifier);
-    return user == peer.userIdentifier && isAlive(process) ? startTime : 0;
+bool isShortage(int code) {
+    return code == EMFILE || code == ENFILE || code == ENOMEM;
 }
 
 }  // namespace
@@ -61,26 +52,45 @@ std::uint64_t startTimeOfProcess(std::int64_t pid) {
     return at == text.npos ? 0 : std::strtoull(text.c_str() + at + 1, nullptr, 10);
 }
 
-PeerProcess::PeerProcess(const FileDescriptor& socket, const std::optional<PeerCredentials>& peer) {
-    int code = 0;
-    processBehind(socket, &code);
-    if (code != ENOPROTOOPT || !peer || peer->processIdentifier <= 0)
+PeerProcess::PeerProcess(const FileDescriptor& socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0)
         return;
-    held_ = FileDescriptor(
-        static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(peer->processIdentifier), 0)));
-    if (held_)
-        heldSince_ = startTimeByNumber(held_, *peer);
+    errno = 0;
+    hold(socket, {peer.pid, peer.uid, peer.gid});
+    isMissed_ = startTime_ == 0 && isShortage(errno);
 }
 
-std::uint64_t PeerProcess::startTime(const FileDescriptor& socket,
-                                     const PeerCredentials& peer) const {
-    int code = 0;
-    if (const auto process = processBehind(socket, &code)) {
-        const auto startTime = startTimeOfProcess(peer.processIdentifier);
-        // Alive after its time was read: the time is not that of another process with the same id.
-        return isAlive(process) ? startTime : 0;
+void PeerProcess::hold(const FileDescriptor& socket, const PeerCredentials& peer) {
+    int process = -1;
+    socklen_t size = sizeof process;
+    if (getsockopt(socket.get(), SOL_SOCKET, peerPidfdOption, &process, &size) == 0) {
+        process_ = FileDescriptor(process);
+    } else if (errno == ENOPROTOOPT) {
+        process_ = FileDescriptor(static_cast<int>(
+            syscall(SYS_pidfd_open, static_cast<pid_t>(peer.processIdentifier), 0)));
+        if (!process_)
+            return;
+        const auto path = "/proc/" + std::to_string(peer.processIdentifier) + "/status";
+        status_ = FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!status_)
+            return;
     }
-    return held_ && startTimeByNumber(held_, peer) == heldSince_ ? heldSince_ : 0;
+    if (!process_)
+        return;
+    const auto startTime = startTimeOfProcess(peer.processIdentifier);
+    const int code = errno;
+    // Alive after its time was read: the time is not that of another process with the same number.
+    startTime_ = startTime;
+    startTime_ = this->startTime(peer);
+    errno = code;
+}
+
+std::uint64_t PeerProcess::startTime(const PeerCredentials& peer) const {
+    if (status_ && userByStatus(status_) != peer.userIdentifier)
+        return 0;
+    return process_ && isAlive(process_) ? startTime_ : 0;
 }
 
 }  // namespace morvane

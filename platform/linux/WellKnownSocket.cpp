@@ -82,8 +82,13 @@ class ActivatedListener final : public StreamListener {
 
     std::shared_ptr<StreamSocket> accept() override {
         FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        if (client)
-            return std::make_shared<LinuxStreamSocket>(std::move(client));
+        if (client) {
+            PeerProcess peer(client);
+            if (!peer.isMissed())
+                return std::make_shared<LinuxStreamSocket>(std::move(client), std::move(peer));
+            // Who cannot be asked about is let go; it may come again.
+            errno = EMFILE;
+        }
         // The client stays in the queue until there is a descriptor for it.
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
             poll(nullptr, 0, retryMilliseconds);

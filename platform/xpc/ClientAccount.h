@@ -3,6 +3,7 @@
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
+#include <cstdint>
 #include <memory>
 
 namespace morvane {
@@ -16,10 +17,15 @@ struct ClientAccount {
         std::size_t places;
         /// Bytes of what is being received.
         std::size_t received = limits::clientMessagesOfOneUser;
+        /// What both of these are taken from as well, with those of all other users.
+        std::shared_ptr<SharedBudget> all = nullptr;
     };
 
-    explicit ClientAccount(const Limits& limits)
-        : memory(limits.memory), places(limits.places), received(limits.received) {}
+    explicit ClientAccount(const Limits& limits, std::int64_t whose = -1)
+        : user(whose),
+          memory(limits.memory, limits.all),
+          places(limits.places),
+          received(limits.received, limits.all) {}
 
     /// Aliases of an account, for who needs no more of it.
     static std::shared_ptr<SharedBudget> memoryOf(const std::shared_ptr<ClientAccount>& account) {
@@ -29,6 +35,7 @@ struct ClientAccount {
         return {account, &account->received};
     }
 
+    const std::int64_t user;
     SharedBudget memory;
     SharedBudget places;
     SharedBudget received;

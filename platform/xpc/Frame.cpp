@@ -141,7 +141,7 @@ bool FrameParser::takeRoom(const FrameHeader& header) {
                       " bytes; ask for fewer items at a time.");
     }
     if (limits_.shared && !limits_.shared->take(header.payloadLength))
-        return refuse("Too many large requests of this user are being handled; ask again later.");
+        return refuse("Too many large requests are being handled; ask again later.");
     taken_ += header.payloadLength;
     assembled_.resize(filled_ + header.payloadLength);
     return true;

@@ -60,20 +60,31 @@ struct Message {
 /// What several may use together, in bytes or whatever is counted. Any thread.
 class SharedBudget {
   public:
-    explicit SharedBudget(std::size_t most) : left_(most) {}
+    /// What is taken is taken from `whole` as well; null for no other limit.
+    explicit SharedBudget(std::size_t most, std::shared_ptr<SharedBudget> whole = nullptr)
+        : left_(most), whole_(std::move(whole)) {}
     /// False, and nothing is taken, if there are not as many.
     bool take(std::size_t count) {
+        if (whole_ && !whole_->take(count))
+            return false;
         auto left = left_.load();
         while (count <= left) {
             if (left_.compare_exchange_weak(left, left - count))
                 return true;
         }
+        if (whole_)
+            whole_->giveBack(count);
         return false;
     }
-    void giveBack(std::size_t count) { left_ += count; }
+    void giveBack(std::size_t count) {
+        left_ += count;
+        if (whole_)
+            whole_->giveBack(count);
+    }
 
   private:
     std::atomic<std::size_t> left_;
+    const std::shared_ptr<SharedBudget> whole_;
 };
 
 /// Cuts the bytes of a stream into messages as they come. One thread at a time.

@@ -20,6 +20,9 @@ inline constexpr std::size_t clientMessagesOfOneUser = 2 * clientMessageSize;
 /// What all clients of one user have: requests from their decoding until they are done with, and
 /// replies that wait to be taken. Two requests of the dearest kind can be decoded at a time.
 inline constexpr std::size_t memoryOfOneUser = std::size_t{384} << 20;
+/// All of that together, of all users: below what a service manager allows a service that has 1
+/// GiB, by what a thousand connections take that have nothing of it.
+inline constexpr std::size_t memoryOfAllUsers = std::size_t{640} << 20;
 /// What a decoded object takes, generously, beside its text.
 inline constexpr std::size_t decodedObject = 512;
 /// Bytes of replies that a client has not taken from which on it is not read: one that takes none
@@ -66,6 +69,8 @@ struct ClientLimits {
     /// After which time a client that says nothing and waits for nothing may have to make room for
     /// another.
     std::chrono::milliseconds idleTime{5000};
+    /// Bytes of their messages.
+    std::size_t memory = memoryOfAllUsers;
 };
 /// How long a private service may take to leave once its connection is closed, before it is killed.
 inline constexpr std::chrono::milliseconds serviceLeaveTime{2000};

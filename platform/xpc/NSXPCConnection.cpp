@@ -49,6 +49,11 @@ std::optional<std::size_t> StreamSocket::receiveWithin(std::span<std::uint8_t> i
     return receive(into, {});
 }
 
+std::int64_t StreamSocket::accountableUser() const {
+    const auto who = peer();
+    return who ? who->userIdentifier : -1;
+}
+
 ServiceEndpoint::~ServiceEndpoint() = default;
 StreamListener::~StreamListener() = default;
 
@@ -149,6 +154,10 @@ std::optional<std::int64_t> NSXPCConnection::processIdentifier() const {
 std::optional<std::int64_t> NSXPCConnection::effectiveUserIdentifier() const {
     const auto peer = core_->peer();
     return peer ? std::optional(peer->userIdentifier) : std::nullopt;
+}
+
+std::optional<std::int64_t> NSXPCConnection::accountableUserIdentifier() const {
+    return core_->account ? std::optional(core_->account->user) : effectiveUserIdentifier();
 }
 
 std::optional<std::int64_t> NSXPCConnection::effectiveGroupIdentifier() const {

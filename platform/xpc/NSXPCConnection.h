@@ -127,6 +127,9 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     std::optional<std::int64_t> processIdentifier() const;
     std::optional<std::int64_t> effectiveUserIdentifier() const;
     std::optional<std::int64_t> effectiveGroupIdentifier() const;
+    /// The user against whom is counted what a client of a listener does: the peer's own, or the
+    /// one whom the system has lent the number of the peer's user.
+    std::optional<std::int64_t> accountableUserIdentifier() const;
     /// When that process started, in the kernel's units, read while it was seen alive; 0 if it has
     /// gone. Together with its identifier it names one process only.
     std::uint64_t processStartTime() const;

@@ -51,7 +51,8 @@ class NSXPCListener::Core {
     /// Outlives the listener: each connection tells it of its end.
     class Clients {
       public:
-        explicit Clients(const limits::ClientLimits& limits) : limits_(limits) {}
+        explicit Clients(const limits::ClientLimits& limits)
+            : limits_(limits), memory_(std::make_shared<SharedBudget>(limits.memory)) {}
 
         /// Whether there is a place for another client of the user's; maybe by letting one go that
         /// has been idle.
@@ -100,7 +101,10 @@ class NSXPCListener::Core {
             auto account = known.lock();
             if (!account) {
                 account = std::make_shared<ClientAccount>(
-                    ClientAccount::Limits{limits::memoryOfOneUser, limits::placesOfOneUser});
+                    ClientAccount::Limits{.memory = limits::memoryOfOneUser,
+                                          .places = limits::placesOfOneUser,
+                                          .all = memory_},
+                    user);
                 known = account;
             }
             return account;
@@ -204,6 +208,7 @@ class NSXPCListener::Core {
         }
 
         const limits::ClientLimits limits_;
+        const std::shared_ptr<SharedBudget> memory_;
         std::mutex mutex_;
         std::condition_variable none_;
         std::condition_variable closing_;
@@ -252,7 +257,7 @@ class NSXPCListener::Core {
 
     void serve(const std::shared_ptr<StreamSocket>& socket) {
         const auto peer = socket->peer();
-        const auto user = peer ? peer->userIdentifier : 0;
+        const auto user = socket->accountableUser();
         if (!handler || !peer || !clients_->makeRoomFor(user)) {
             socket->shutdown();
             return;

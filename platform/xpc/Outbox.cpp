@@ -97,7 +97,7 @@ void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector
         const auto size = body.size() + selector.size() + frames * FrameHeader::size;
         if (!limits_.shared->take(size)) {
             const std::string_view why =
-                "This user's requests and replies take too much memory; ask again later.";
+                "Requests and replies take too much memory; ask again later.";
             if (kind == FrameKind::reply)
                 sendNow(FrameKind::refusal, id, {}, NSData(why.begin(), why.end()));
             else

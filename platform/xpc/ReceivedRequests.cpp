@@ -81,8 +81,7 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
 
 namespace {
 
-constexpr const char* noRoom =
-    "Too many large requests of this user are being handled; ask again later.";
+constexpr const char* noRoom = "Too many large requests are being handled; ask again later.";
 constexpr const char* unknownMessage = "The peer has no message of that name.";
 
 /// The process stands, whatever a request makes its handler throw.

@@ -54,6 +54,9 @@ class StreamSocket {
     virtual void finish() {}
     /// Empty if the system does not say. (No number stands for nobody: some mean everybody.)
     virtual std::optional<PeerCredentials> peer() const = 0;
+    /// The user who answers for what the peer does, who need not be the peer's own: user numbers
+    /// are lent by the thousand. -1 if the system does not say.
+    virtual std::int64_t accountableUser() const;
     /// When the peer's process started, in the kernel's units; 0 if that could not be told while it
     /// was alive.
     virtual std::uint64_t peerStartTime() const { return 0; }

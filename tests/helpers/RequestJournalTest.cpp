@@ -109,6 +109,15 @@ TEST(RequestJournal, TheEndTellsWhatIsNotDoneAndWhatWasLeftOut) {
     EXPECT_EQ(kept.taken(), Lines{});
 }
 
+TEST(RequestJournal, RefusalsOfUsersWhomAnotherAnswersForTakeThatOnesLines) {
+    KeptJournal kept;
+    for (std::int64_t user = 100000; user != 100100; ++user)
+        kept.journal->refused({.user = user, .process = 7, .accountable = 1000}, "get:", "no");
+    EXPECT_EQ(kept.taken().size(), RequestJournal::refusalsAtOnce);
+    EXPECT_EQ(kept.refuse(1000, 1), 0U);
+    EXPECT_EQ(kept.refuse(1001, 1), 1U);
+}
+
 TEST(RequestJournal, ARequestThatNobodyAnswersHasItsEndToo) {
     KeptJournal kept;
     kept.journal->begin({.user = 1, .process = 2}, "get:", {});

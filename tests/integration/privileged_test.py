@@ -573,10 +573,13 @@ class Helper(Privileged):
             client.settimeout(TIME_LIMIT)
             wait_until(lambda: os.readlink(f"/proc/{RIG.helper.pid}/exe") == HELPER and RIG.serves_a_client(),
                        "the client's reader")
-            self.leave_two_descriptors()
+            self.leave_descriptors(0)
+            client.sendall(request)
+            # The right is held: what is said is that the item cannot be opened.
+            self.assertIn(self.file.encode(), self.frame_from(client))
+            self.leave_descriptors(2)  # for the item
             client.sendall(request)
             self.assertIn(b"MVAclEntry", self.frame_from(client))
-            self.leave_two_descriptors()
             RIG.kill_bus()
             client.sendall(request)
             self.assertIn(b"The system's policy service cannot be reached.", self.frame_from(client))
@@ -592,12 +595,11 @@ class Helper(Privileged):
             os.unlink(os.path.join(rigs.KEPT, "grants"))
         RIG.start_helper()
 
-    def leave_two_descriptors(self):
-        """For the helper's look at the peer's process, and for the item."""
+    def leave_descriptors(self, count):
         taken = set(map(int, os.listdir(f"/proc/{RIG.helper.pid}/fd")))
-        third = [i for i in range(len(taken) + 3) if i not in taken][2]
+        limit = [i for i in range(len(taken) + count + 1) if i not in taken][count]
         resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE,
-                         (third, resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE)[1]))
+                         (limit, resource.prlimit(RIG.helper.pid, resource.RLIMIT_NOFILE)[1]))
 
     def logged(self):
         """What this helper has told the log."""

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -26,10 +27,27 @@
 namespace morvane {
 namespace {
 
+/// As a service has it.
+std::shared_ptr<LinuxStreamSocket> accepted(FileDescriptor socket) {
+    PeerProcess peer(socket);
+    return std::make_shared<LinuxStreamSocket>(std::move(socket), std::move(peer));
+}
+
 std::pair<std::shared_ptr<LinuxStreamSocket>, FileDescriptor> streamAndPeer() {
     int pair[2] = {-1, -1};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-    return {std::make_shared<LinuxStreamSocket>(FileDescriptor(pair[0])), FileDescriptor(pair[1])};
+    return {accepted(FileDescriptor(pair[0])), FileDescriptor(pair[1])};
+}
+
+/// Runs `test` while this process can have so many more descriptors.
+void withDescriptorsLeft(rlim_t count, const std::function<void()>& test) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const FileDescriptor next(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    const rlimit limit{static_cast<rlim_t>(next.get()) + 1 + count, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    test();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 /// Field 22 of the process's own status line, as the kernel writes it.
@@ -55,7 +73,8 @@ TEST(LinuxStreamSocket, TellsWhoIsAtTheOtherEndAndSinceWhen) {
 /// A stream whose peer is a process of its own, which does as it is told after it has connected.
 class ProcessAtTheOtherEnd {
   public:
-    explicit ProcessAtTheOtherEnd(const std::function<void()>& then) {
+    explicit ProcessAtTheOtherEnd(
+        const std::function<void()>& then, const std::function<void()>& before = [] {}) {
         // A name of its own that no file has.
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -69,6 +88,7 @@ class ProcessAtTheOtherEnd {
         EXPECT_EQ(pipe2(done, O_CLOEXEC), 0);
         pid = fork();
         if (pid == 0) {
+            before();
             const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
             if (connect(socket, reinterpret_cast<sockaddr*>(&address), size) != 0)
                 _exit(1);
@@ -77,8 +97,7 @@ class ProcessAtTheOtherEnd {
             pause();
         }
         close(done[1]);
-        stream = std::make_shared<LinuxStreamSocket>(
-            FileDescriptor(accept(listening.get(), nullptr, nullptr)));
+        stream = accepted(FileDescriptor(accept(listening.get(), nullptr, nullptr)));
         char none = 0;
         EXPECT_EQ(read(done[0], &none, 1), 1);
         close(done[0]);
@@ -104,6 +123,49 @@ TEST(LinuxStreamSocket, APeerThatHasEndedHasNoStartTime) {
     EXPECT_NE(peer.stream->peerStartTime(), 0U);
     peer.kill();
     EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+}
+
+TEST(LinuxStreamSocket, APeerIsKnownAlthoughNoDescriptorIsLeft) {
+    const ProcessAtTheOtherEnd peer([] {});
+    const auto known = peer.stream->peerStartTime();
+    EXPECT_NE(known, 0U);
+    withDescriptorsLeft(0, [&] { EXPECT_EQ(peer.stream->peerStartTime(), known); });
+}
+
+TEST(LinuxStreamSocket, APeerThatThereIsNoDescriptorForIsMissed) {
+    const auto [stream, peer] = streamAndPeer();
+    for (rlim_t left = 0; left < 2; ++left) {
+        withDescriptorsLeft(left, [&] {
+            const PeerProcess process(peer);
+            EXPECT_TRUE(process.isMissed());
+            EXPECT_EQ(process.startTime(*stream->peer()), 0U);
+        });
+    }
+    EXPECT_FALSE(PeerProcess(peer).isMissed());
+}
+
+/// Runs `test` in a process of its own, where /etc has nothing but a list of lent user numbers.
+void whereNumbersAreLent(const std::string& list, const std::function<void()>& test) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        EXPECT_EQ(unshare(CLONE_NEWNS), 0);
+        EXPECT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+        EXPECT_EQ(mount("none", "/etc", "tmpfs", 0, nullptr), 0);
+        std::ofstream("/etc/subuid") << list;
+        test();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(LinuxStreamSocket, WhoeverIsLentANumberAnswersForTheProcessThatHasIt) {
+    whereNumbersAreLent("4711:100000:65536\n", [] {
+        const ProcessAtTheOtherEnd peer([] {}, [] { EXPECT_EQ(setuid(100005), 0); });
+        EXPECT_EQ(peer.stream->peer()->userIdentifier, 100005);
+        EXPECT_EQ(peer.stream->accountableUser(), 4711);
+    });
 }
 
 /// As on a kernel that does not hand out the process behind a socket.
@@ -152,6 +214,15 @@ TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerThatHasEndedHasNoStartTime) {
         EXPECT_NE(peer.stream->peerStartTime(), 0U);
         peer.kill();
         EXPECT_EQ(peer.stream->peerStartTime(), 0U);
+    });
+}
+
+TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerIsKnownAlthoughNoDescriptorIsLeft) {
+    inOne([] {
+        const ProcessAtTheOtherEnd peer([] {});
+        const auto known = peer.stream->peerStartTime();
+        EXPECT_NE(known, 0U);
+        withDescriptorsLeft(0, [&] { EXPECT_EQ(peer.stream->peerStartTime(), known); });
     });
 }
 

@@ -288,9 +288,9 @@ TEST(FrameParser, RefusesARequestWhileOthersHoldTheBytesThatTheyShare) {
         ASSERT_TRUE(one.next());
         feed(other, requestOf(2, 10000));
         EXPECT_FALSE(other.next());
-        EXPECT_EQ(gate.refused, std::vector<std::string>{
-                                    "2 Too many large requests of this user are being handled; ask "
-                                    "again later."});
+        EXPECT_EQ(gate.refused,
+                  std::vector<std::string>{"2 Too many large requests are being handled; ask "
+                                           "again later."});
     }
     for (int i = 0; i < 3; ++i) {
         feed(other, requestOf(3, 10000));

@@ -23,6 +23,7 @@ class LocalListener {
         listener_->setNewConnectionHandler([this](const auto& connection) {
             if (onClient && !onClient())
                 return false;
+            accountable = connection->accountableUserIdentifier();
             connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
             connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
             connection->resume();
@@ -37,6 +38,8 @@ class LocalListener {
 
     /// Asked before a client is served.
     std::function<bool()> onClient;
+    /// What the last connection says.
+    std::optional<std::int64_t> accountable;
     /// Whether the listener's thread is told that no other can wait in its place.
     void setAlone(bool alone) {
         const std::lock_guard lock(clients_->mutex);
@@ -44,8 +47,10 @@ class LocalListener {
     }
 
     /// A client of this user's that was answered; null if it was turned away.
-    Stream connect(std::int64_t user) {
-        auto stream = clients_->connect(user);
+    Stream connect(std::int64_t user) { return connectFor(user, user); }
+    /// For whom another user answers.
+    Stream connectFor(std::int64_t owner, std::int64_t user) {
+        auto stream = clients_->connect(user, owner);
         const auto request = echoRequest("x");
         const StreamSocket::Bytes pieces[] = {request};
         stream->send(pieces);
@@ -86,6 +91,20 @@ TEST(NSXPCListener, TurnsAUserAwayWhoHasTooManyConnectionsAndServesTheOthers) {
     const auto clients = listener.connect(1000, 4);
     EXPECT_FALSE(listener.connect(1000));
     EXPECT_TRUE(listener.connect(1001));
+}
+
+TEST(NSXPCListener, TheConnectionsOfUsersWhomAnotherAnswersForCountAsThatOnes) {
+    LocalListener listener(fewClients);
+    std::vector<LocalListener::Stream> streams;
+    for (std::int64_t user = 100000; user < 100004; ++user) {
+        streams.push_back(listener.connectFor(1000, user));
+        EXPECT_TRUE(streams.back());
+        EXPECT_EQ(listener.accountable, 1000);
+    }
+    EXPECT_FALSE(listener.connectFor(1000, 100004));
+    EXPECT_FALSE(listener.connect(1000));
+    EXPECT_TRUE(listener.connect(1001));
+    EXPECT_EQ(listener.accountable, 1001);
 }
 
 TEST(NSXPCListener, AClientThatComesBackAtOnceIsServed) {
@@ -209,14 +228,28 @@ TEST(NSXPCListener, RefusesLargeRequestsOfOneUserThatAreTooManyAtOnce) {
     }
     const auto refused = listener.connect(1000);
     sendLarge(*refused, 1, true);
-    EXPECT_EQ(answerText(*refused),
-              "Too many large requests of this user are being handled; ask again later.");
+    EXPECT_EQ(answerText(*refused), "Too many large requests are being handled; ask again later.");
     // Nobody else is refused, and who is being served goes on.
     const auto other = listener.connect(1001);
     sendLarge(*other, framesOfAMessage, false);
     EXPECT_EQ(answerText(*other), noArchive);
     sendFrames(*clients.front(), 1, 0, false, false);
     EXPECT_EQ(answerText(*clients.front()), noArchive);
+}
+
+TEST(NSXPCListener, RefusesLargeRequestsOfSeveralUsersThatAreTooManyAtOnce) {
+    LocalListener listener({.memory = 9 * limits::frameSize - 1});
+    std::vector<LocalListener::Stream> clients;
+    for (std::int64_t user = 1000; user < 1002; ++user) {
+        clients.push_back(listener.connect(user));
+        sendLarge(*clients.back(), 4, true);
+        EXPECT_TRUE(clients.back()->waitUntilReceived(watchdog));
+    }
+    const auto refused = listener.connect(1002);
+    sendLarge(*refused, 1, true);
+    EXPECT_EQ(answerText(*refused), "Too many large requests are being handled; ask again later.");
+    // What is small has room.
+    EXPECT_TRUE(listener.connect(1002));
 }
 
 TEST(NSXPCListener, AClientsSmallRequestCannotUnfoldIntoMany) {

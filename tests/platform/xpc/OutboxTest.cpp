@@ -152,8 +152,7 @@ TEST(Outbox, WhatWaitsCountsAgainstTheSharedBudgetUntilItIsSent) {
         EXPECT_FALSE(shared->take(60000));
         const auto other = std::make_shared<Outbox>(far, Outbox::Limits{.shared = shared});
         other->send(FrameKind::reply, 2, {}, bytes(100000));
-        EXPECT_EQ(refusalOn(*near),
-                  "This user's requests and replies take too much memory; ask again later.");
+        EXPECT_EQ(refusalOn(*near), "Requests and replies take too much memory; ask again later.");
         // What is taken at once does not count for longer.
         for (std::uint64_t id = 3; id < 13; ++id)
             other->send(FrameKind::reply, id, {}, bytes(20000));
@@ -161,6 +160,21 @@ TEST(Outbox, WhatWaitsCountsAgainstTheSharedBudgetUntilItIsSent) {
         outbox->send(FrameKind::request, 20, {}, bytes(limits::messageSize + 1));
     }
     EXPECT_TRUE(shared->take(150000));
+}
+
+TEST(SharedBudget, TakesFromTheWholeAsWellOrNothingAtAll) {
+    const auto whole = std::make_shared<SharedBudget>(100);
+    SharedBudget one(80, whole);
+    SharedBudget other(80, whole);
+    EXPECT_TRUE(one.take(60));
+    EXPECT_FALSE(other.take(50));
+    EXPECT_TRUE(other.take(40));
+    EXPECT_FALSE(one.take(10));
+    other.giveBack(40);
+    EXPECT_FALSE(one.take(30));
+    EXPECT_TRUE(one.take(20));
+    one.giveBack(80);
+    EXPECT_TRUE(whole->take(100));
 }
 
 TEST(Outbox, SendsAtOnceWhenNothingIsInTheWay) {

@@ -310,7 +310,7 @@ TEST(ServedStream, WhatIsDecodedCountsAgainstItsUserUntilItIsAnswered) {
     pair.connect();
     // Ten thousand letters may be twenty thousand objects until they are looked at.
     EXPECT_EQ(await(pair.echo(std::string(10000, 'x'))),
-              "The service refused the request: Too many large requests of this user are being "
+              "The service refused the request: Too many large requests are being "
               "handled; ask again later.");
     auto answer = pair.echo("x");
     // The one behind it is refused once it is decoded.
