@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <utility>
+#include <variant>
 
 #include "EntryCopies.h"
 #include "PosixStatements.h"
@@ -31,6 +32,55 @@ std::vector<EntryLoss> nfs4Losses(const ItemList::Entries& entries, const MVAclO
     return losses;
 }
 
+/// What counts of the list that is shown so: the way back from entriesOfPosixAcl().
+PosixAcl posixAclShownBy(const ItemList::Entries& entries, const MVAclOrigin::Values& item) {
+    PosixAcl acl{item.owner, item.group, item.isDirectory, {}, {}};
+    const auto give = [](PosixRights& to, const PosixStatement& s) {
+        to = to | (s.deny ? PosixNothing : s.rights);
+    };
+    const auto giveNamed = [&](std::vector<PosixNamedRights>& named, std::uint32_t id,
+                               const PosixStatement& s) {
+        const auto place = std::lower_bound(named.begin(), named.end(), PosixNamedRights{id, {}});
+        const bool isNew = place == named.end() || place->id != id;
+        give((isNew ? *named.insert(place, {id, PosixNothing}) : *place).rights, s);
+    };
+    const auto take = [&](PosixList& list, const PosixStatement& s) {
+        const auto* user = std::get_if<CBPosixUser>(&s.who);
+        const auto* group = std::get_if<CBPosixGroup>(&s.who);
+        const auto* creator = std::get_if<CBCreator>(&s.who);
+        if (user && !s.flat)
+            giveNamed(list.users, user->uid, s);
+        else if (group && !s.flat)
+            giveNamed(list.groups, group->gid, s);
+        else if (user || (creator && !creator->isGroup))
+            give(list.owner, s);
+        else if (group || creator)
+            give(list.owningGroup, s);
+        else
+            give(list.others, s);
+    };
+    for (const auto& s :
+         posixStatementsOf(entries, item.owner, item.group, item.isDirectory).statements) {
+        if (s.item)
+            take(acl.access, s);
+        if (s.children)
+            take(acl.defaults ? *acl.defaults : acl.defaults.emplace(), s);
+    }
+    for (auto* list : {&acl.access, acl.defaults ? &*acl.defaults : nullptr}) {
+        if (!list || (list->users.empty() && list->groups.empty()))
+            continue;
+        list->mask = list->owningGroup;
+        for (const auto* named : {&list->users, &list->groups}) {
+            for (const auto& entry : *named)
+                list->mask = *list->mask | entry.rights;
+        }
+        if (*list->mask == PosixNothing)
+            list->mask = list->others;  // under none, the named ones would have what others have
+    }
+    acl.hasLists = item.storage == MVAclStorage::posix;
+    return acl;
+}
+
 }  // namespace
 
 std::optional<ItemList> ItemList::asRead(const Entries& entries) {
@@ -46,11 +96,7 @@ std::optional<ItemList> ItemList::asRead(const Entries& entries) {
                 list.known_.push_back(*entry->uuid());
         }
     } else {
-        // As they were read, users come before groups: who is in which makes no difference.
-        PosixAclTarget target{item.owner, item.group, item.isDirectory};
-        target.groupsOf = [](std::uint32_t) { return std::vector<std::uint32_t>{}; };
-        list.posix_ = reduceToPosixAcl(entries, target).acl;
-        list.posix_->hasLists = item.storage == MVAclStorage::posix;
+        list.posix_ = posixAclShownBy(entries, item);
     }
     return list;
 }
@@ -123,7 +169,17 @@ std::vector<EntryLoss> ItemList::losses(const Entries& entries) const {
 ItemList::Entries ItemList::nearest(const Entries& entries) const {
     Entries result;
     if (posix_) {
-        result = entriesOfPosixAcl(reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).acl);
+        const auto target = PosixAclTarget::of(*posix_);
+        auto reduced = reduceToPosixAcl(entries, target);
+        result = entriesOfPosixAcl(reduced.acl);
+        // A denial that a list shows for a group, as others may, bears on members of other groups
+        // where it is asked for.
+        for (auto next = reduceToPosixAcl(result, target);
+             !next.losses.empty() && next.acl != reduced.acl;
+             next = reduceToPosixAcl(result, target)) {
+            reduced = std::move(next);
+            result = entriesOfPosixAcl(reduced.acl);
+        }
     } else {
         const auto losses = nfs4Losses(entries, item(), known_);
         for (std::size_t i = 0; i != entries.size(); ++i) {

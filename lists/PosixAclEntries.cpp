@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <utility>
 #include <variant>
 
@@ -54,20 +55,24 @@ void addNamed(std::vector<ShownRights>& entries, const CBPosixIdentity& who, Pos
     entries.push_back(entry);
 }
 
-TreeEntries treeEntriesOf(const PosixList& list, const ShownRights& applies) {
+/// `owner` and `group` are those of the item that the list is of. They may be named beside their
+/// classes, and nothing comes to them later: they are no others.
+TreeEntries treeEntriesOf(const PosixList& list, const ShownRights& applies,
+                          std::optional<std::uint32_t> owner = {},
+                          std::optional<std::uint32_t> group = {}) {
     TreeEntries result;
     const PosixRights owningGroup = list.effective(list.owningGroup);
     PosixRights groupsAndOthers = owningGroup | list.others;
-    for (const auto& group : list.groups)
-        groupsAndOthers = groupsAndOthers | list.counting(group.rights);
+    for (const auto& named : list.groups)
+        groupsAndOthers = groupsAndOthers | list.counting(named.rights);
 
     for (const auto& user : list.users)
-        addNamed(result.users, CBPosixUser{user.id}, list.counting(user.rights), groupsAndOthers,
-                 applies);
+        addNamed(result.users, CBPosixUser{user.id}, list.counting(user.rights),
+                 user.id == owner ? PosixNothing : groupsAndOthers, applies);
     // Several groups add up, so one group has only the others after it.
-    for (const auto& group : list.groups)
-        addNamed(result.groups, CBPosixGroup{group.id}, list.counting(group.rights), list.others,
-                 applies);
+    for (const auto& named : list.groups)
+        addNamed(result.groups, CBPosixGroup{named.id}, list.counting(named.rights),
+                 named.id == group ? PosixNothing : list.others, applies);
 
     // The base is shown also where it grants nothing: a list without it would mean another.
     add(result.owner, CBCreator{false}, list.owner, groupsAndOthers, applies);
@@ -157,7 +162,7 @@ std::vector<std::shared_ptr<MVTreeNode>> fullTree(const ShownRights& entry, std:
 }  // namespace
 
 std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl) {
-    TreeEntries access = treeEntriesOf(acl.access, {});
+    TreeEntries access = treeEntriesOf(acl.access, {}, acl.owner, acl.group);
     TreeEntries defaults;
     if (acl.defaults) {
         ShownRights applies;

@@ -98,9 +98,7 @@ class ListReduction {
           old_(old),
           memberships_(memberships),
           owner_{ownerOf(part, target)},
-          group_{groupOf(part, target)},
-          keptOwner_(isKept(owner_.who, statements, shown)),
-          keptGroup_(isKept(group_.who, statements, shown)) {
+          group_{groupOf(part, target)} {
         for (const auto& s : statements) {
             if (!concerns(s, part))
                 continue;
@@ -109,6 +107,8 @@ class ListReduction {
                 statements_.back().who =
                     std::get<CBCreator>(s.who).isGroup ? group_.who : owner_.who;
         }
+        keptOwner_ = isKept(owner_.who, shown);
+        keptGroup_ = isKept(group_.who, shown);
         for (const auto& s : shown) {
             if (const auto gid = groupIdOf(s); gid && s.deny && concerns(s, part))
                 shownDenials_[*gid] = shownDenials_[*gid] | s.rights;
@@ -180,8 +180,7 @@ class ListReduction {
 
     /// Whether the item's own list names the owner (the owning group) besides its class, and what
     /// is said of that is what was shown.
-    bool isKept(const CBPosixIdentity& who, const Statements& statements,
-                const Statements& shown) const {
+    bool isKept(const CBPosixIdentity& who, const Statements& shown) const {
         const auto saidOf = [&](const Statements& all) {
             std::vector<std::pair<bool, PosixRights>> said;
             for (const auto& s : all) {
@@ -191,7 +190,7 @@ class ListReduction {
             return said;
         };
         const auto said = saidOf(shown);
-        return part_ == Part::access && !said.empty() && said == saidOf(statements);
+        return part_ == Part::access && !said.empty() && said == saidOf(statements_);
     }
 
     /// The class that a statement is for; null if it is for a named user or group.
@@ -252,10 +251,20 @@ class ListReduction {
             if (deny || !base->isFlat)
                 base->decisions.decide(deny, rights, place);
         }
-        for (auto& [uid, decisions] : users_)
-            decisions.decide(deny, rights, place);
-        for (auto& [gid, decisions] : groups_)
-            decisions.decide(deny, rights, place);
+        // Whoever has a class is no other: what everyone is allowed comes to it there.
+        for (auto& [uid, decisions] : users_) {
+            if (!isBeside(CBPosixUser{uid}))
+                decisions.decide(deny, rights, place);
+        }
+        for (auto& [gid, decisions] : groups_) {
+            if (deny || !isBeside(CBPosixGroup{gid}))
+                decisions.decide(deny, rights, place);
+        }
+    }
+
+    /// Whether an entry for that user or group stays beside its class.
+    bool isBeside(const CBPosixIdentity& who) const {
+        return (keptOwner_ && who == owner_.who) || (keptGroup_ && who == group_.who);
     }
 
     void denyMembers(const PosixStatement& s, PosixRights fresh, std::size_t place) {
@@ -271,44 +280,58 @@ class ListReduction {
     }
 
     /// A member of several groups has what any of them has: a denial for one holds against the
-    /// others only if they do not have it either. What was so already stays so.
+    /// others only if they do not have it either. Likewise for whoever will make an item, and be
+    /// its owner. What was so already stays so.
     void takeFromOtherGroups(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                              std::vector<EntryLoss>& losses) {
-        struct Group {
+        struct Other {
             std::uint32_t gid;
             Decisions* decisions;
             PosixRights had;
+            PosixRights wanted;
         };
-        std::vector<Group> groups;
+        std::vector<Other> groups;
+        const auto add = [&](std::uint32_t gid, Decisions& decisions, PosixRights had) {
+            groups.push_back({gid, &decisions, had, decisions.allowed});
+        };
         const auto* owning = std::get_if<CBPosixGroup>(&group_.who);
-        groups.push_back({owning ? owning->gid : noGroup, &group_.decisions,
-                          old_ ? old_->effective(old_->owningGroup) : PosixNothing});
+        add(owning ? owning->gid : noGroup, group_.decisions,
+            old_ ? old_->effective(old_->owningGroup) : PosixNothing);
         for (auto& [gid, decisions] : groups_)
-            groups.push_back({gid, &decisions, hadBy(gid)});
+            add(gid, decisions, hadBy(gid));
+        const Other maker{noGroup, &owner_.decisions, old_ ? old_->owner : PosixNothing,
+                          owner_.decisions.allowed};
         for (const auto& denial : groupDenials_) {
-            PosixRights escaped = PosixNothing;
             const auto shown = shownDenials_.find(denial.gid);
             const auto wasDenied = shown == shownDenials_.end() ? PosixNothing : shown->second;
-            for (auto& group : groups) {
-                if (group.gid == denial.gid)
-                    continue;
-                auto& allowed = group.decisions->allowed;
+            const auto takeFrom = [&](const Other& other) {
+                PosixRights taken = PosixNothing;
                 for (std::size_t i = 0; i != allRights.size(); ++i) {
                     const auto right = allRights[i];
-                    if ((denial.rights & allowed & right) == PosixNothing ||
-                        group.decisions->allowedAt[i] < denial.place ||
-                        (wasDenied & group.had & right) != PosixNothing)
-                        continue;
-                    allowed = allowed - right;
-                    escaped = escaped | right;
+                    if ((denial.rights & other.wanted & right) != PosixNothing &&
+                        other.decisions->allowedAt[i] > denial.place &&
+                        (wasDenied & other.had & right) == PosixNothing)
+                        taken = taken | right;
                 }
+                other.decisions->allowed = other.decisions->allowed - taken;
+                return taken;
+            };
+            PosixRights escaped = PosixNothing;
+            for (const auto& group : groups) {
+                if (group.gid != denial.gid)
+                    escaped = escaped | takeFrom(group);
             }
-            if (escaped == PosixNothing)
-                continue;
-            const auto number = statements_[denial.place].number;
-            losses.push_back(makeLoss(number, *entries[number], EntryLossReason::members, "",
-                                      "the denial of " + rightsText(escaped) +
-                                          " to members of other groups that are allowed it"));
+            const auto lose = [&](PosixRights rights, const char* whom) {
+                const auto number = statements_[denial.place].number;
+                if (rights != PosixNothing)
+                    losses.push_back(makeLoss(
+                        number, *entries[number], EntryLossReason::members, "",
+                        "the denial of " + rightsText(rights) +
+                            (part_ == Part::defaults ? " in new items to " : " to ") + whom));
+            };
+            lose(escaped, "members of other groups that are allowed it");
+            if (part_ == Part::defaults)
+                lose(takeFrom(maker), "the member who makes them");
         }
     }
 
@@ -405,8 +428,8 @@ class ListReduction {
     BaseClass owner_;
     BaseClass group_;
     BaseClass everyone_{CBEveryone{}};
-    const bool keptOwner_;
-    const bool keptGroup_;
+    bool keptOwner_ = false;
+    bool keptGroup_ = false;
     Statements statements_;
     /// By their ids, as a list has them.
     std::map<std::uint32_t, Decisions> users_;

@@ -85,15 +85,15 @@ def said(who, granted, later, base=False):
     yield (who, 1, granted)
 
 
-def tree_rights(acl, base):
+def tree_rights(acl, base, owner=None, owning=None):
     groups = acl["owning"] | acl["others"]
     for bits in acl["group"].values():
         groups |= bits
     named = []
     for uid, bits in acl["user"].items():
-        named += said(("uid", uid), bits, groups)
+        named += said(("uid", uid), bits, 0 if uid == owner else groups)
     for gid, bits in acl["group"].items():
-        named += said(("gid", gid), bits, acl["others"])
+        named += said(("gid", gid), bits, 0 if gid == owning else acl["others"])
     rest = []
     if base:
         rest += said(base[0], acl["owner"], groups, True)
@@ -109,7 +109,7 @@ def expected(path):
     access, default = decode(path, "access"), decode(path, "default")
     result = [("flat", who, bits) for who, bits in
               ((owner, access["owner"]), (group, access["owning"]), (("everyone",), access["others"]))]
-    named, _ = tree_rights(access, None)
+    named, _ = tree_rights(access, None, status.st_uid, status.st_gid)
     inherited, rest = tree_rights(default, (("creator",), ("creator group",))) if default else ([], [])
     shown = [(entry, THIS | (BELOW if entry in inherited else set())) for entry in named]
     shown += [(entry, BELOW) for entry in inherited if entry not in named]

@@ -116,6 +116,49 @@ TEST_F(AnItemList, TellsLossesAndTheNearestList) {
     EXPECT_EQ(nearest[1]->origin(), entries[0]->origin());
 }
 
+TEST_F(AnItemList, HoldsItsNearestListThoughADenialForAGroupIsShownInIt) {
+    constexpr std::uint32_t staff = 3000005;
+    auto entries = read({itemOwner,
+                         itemGroup,
+                         true,
+                         {PosixEverything, PosixNothing, PosixRead | PosixExecute, {}, {}, {}},
+                         {}});
+    const auto list = *ItemList::asRead(entries);
+    auto asked =
+        MVAclEntry::initWithUuid(uuidOfPosixIdentity(CBPosixGroup{staff}), 1,
+                                 MVAclEntry::newEntryForDirectory(true)->permissions(), false);
+    for (const auto& node : asked->permissions()[3]->childNodes())
+        MVTreeNode::setStateOf(*node, MVStateOn);
+    asked->setPermissionGroup(MVAclGroupAll);
+    entries.push_back(asked);
+    ASSERT_FALSE(list.losses(entries).empty());
+    const auto nearest = list.nearest(entries);
+    EXPECT_EQ(textsOfLosses(list.losses(nearest)), std::vector<std::string>());
+}
+
+TEST_F(AnItemList, KeepsWhoIsNamedBesideTheOwnersClass) {
+    auto entries = read({itemOwner,
+                         itemGroup,
+                         false,
+                         {PosixRead,
+                          PosixNothing,
+                          PosixNothing,
+                          PosixEverything,
+                          {{itemOwner, PosixEverything}},
+                          {}},
+                         {}});
+    const auto list = *ItemList::asRead(entries);
+    entries.push_back(newEntry(CBEveryone{}, MVAclGroupReadWrite));
+    const auto nearest = list.nearest(entries);
+    ASSERT_EQ(nearest.size(), 4U);
+    EXPECT_FALSE(nearest[0]->isAcl());
+    EXPECT_EQ(MVTreeNode::stateOf(*nearest[0]->permissions()[1]), MVStateOff)
+        << "the owner is not given what the entry says";
+    EXPECT_EQ(nearest[1]->uuid(), entries[1]->uuid());
+    EXPECT_EQ(nearest[1]->tag(), 1);
+    EXPECT_EQ(MVTreeNode::stateOf(box(*nearest[1], "Write Data")), MVStateOn);
+}
+
 TEST_F(AnItemList, ARefusalCarriesItsLossesThroughAnArchive) {
     auto entries = readFile();
     const auto list = *ItemList::asRead(entries);

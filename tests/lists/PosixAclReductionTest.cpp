@@ -256,6 +256,15 @@ TEST(PosixAclReduction, ADenialForAGroupThatItsMembersEscapeThroughAnotherIsLost
               (std::vector<PosixNamedRights>{{staff, r}, {guests, none}}));
 }
 
+TEST(PosixAclReduction, EachDenialThatMembersOfAnotherGroupEscapeIsNamed) {
+    EXPECT_EQ(losses(Entries{deny(CBPosixGroup{guests}, w), deny(CBPosixGroup{guests + 1}, rw),
+                             allow(CBPosixGroup{staff}, rw)} +
+                     base()),
+              (Losses{"entry 1: the denial of write to members of other groups that are allowed it",
+                      "entry 2: the denial of read, write to members of other groups that are "
+                      "allowed it"}));
+}
+
 TEST(PosixAclReduction, AnAllowanceInFrontOfADenialForAnotherGroupIsNotTouchedByIt) {
     EXPECT_EQ(reduced(Entries{allow(CBPosixGroup{staff}, rw), deny(CBPosixGroup{guests}, w),
                               allow(CBPosixGroup{guests}, r)} +
@@ -333,6 +342,20 @@ TEST(PosixAclReduction, AnEntryThatNamesTheOwnerOrTheOwningGroupStaysBesideItsCl
     entries.push_back(allow(CBPosixUser{bob}, r));
     EXPECT_EQ(reduced(entries, changing(old)),
               (PosixList{r, r, none, rw, {{owner, rw}, {bob, r}}, {{group, w}}}));
+}
+
+TEST(PosixAclReduction, AnEntryBesideItsClassGetsNothingThatEveryoneIsAllowed) {
+    const PosixList old{r, r, none, r, {}, {{group, r}}};
+    auto entries = entriesOfPosixAcl({owner, group, false, old, {}});
+    entries.push_back(allow(CBEveryone{}, w));
+    EXPECT_EQ(reduced(entries, changing(old)), (PosixList{r, r, w, r, {}, {{group, r}}}));
+}
+
+TEST(PosixAclReduction, ADenialForTheCreatorIsOneForTheOwnerThoughAnEntryStandsBesideTheClass) {
+    const PosixList old{rw, r, none, rw, {{owner, rw}}, {}};
+    auto entries =
+        Entries{deny(CBCreator{false}, w)} + entriesOfPosixAcl({owner, group, false, old, {}});
+    EXPECT_EQ(reduced(entries, changing(old)).owner, r);
 }
 
 // Bundles.
@@ -517,6 +540,21 @@ TEST(PosixAclReduction, ADenialForEveryoneInsideTakesFromWhatTheDefaultListLacks
             base(rwx, rw, none),
         target(true));
     EXPECT_EQ(result.acl.defaults, (PosixList{rx, r, none, r, {{bob, r}}, {}}));
+}
+
+TEST(PosixAclReduction, ADenialForAGroupInsideIsLostForTheMemberWhoMakesAnItem) {
+    const Entries entries = Entries{tree(2, CBPosixGroup{guests},
+                                         boxesOfRights(w, true, false, true), true, childrenOnly),
+                                    folderAllow(CBCreator{false}, rwx, childrenOnly),
+                                    folderAllow(CBCreator{true}, r, childrenOnly)} +
+                            base(rwx, rx, rwx);
+    EXPECT_EQ(losses(entries, true),
+              (Losses{"entry 1: the denial of write in new items to the member who makes them"}));
+    EXPECT_EQ(reduceToPosixAcl(entries, target(true)).acl.defaults->owner, rx);
+    // Behind what the creator is allowed it says nothing of him.
+    EXPECT_EQ(
+        losses({entries[1], entries[2], entries[0], entries[3], entries[4], entries[5]}, true),
+        Losses{});
 }
 
 TEST(PosixAclReduction, WithoutAnEntryForChildrenThereIsNoDefaultList) {
