@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Each choice of the menu, for each kind of identity, in a new entry and in a changed one, on a file and on a
-folder: what is stored, as getfacl prints it, and what the kernel then lets that user do.
+folder, on each local file system: what is stored, as getfacl prints it, and what the kernel then lets that user do.
 
-usage: acl_choices_test.py MORVANE LIBEXEC-DIR [FOLDER]
+usage: acl_choices_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 
-The items are made in a folder of their own below FOLDER (a file system with lists). Needs root, which becomes
+The file systems are made for it, and mounted where only this program sees them. Needs root, which also becomes
 the users.
 """
 import itertools
@@ -16,7 +16,6 @@ import tempfile
 import unittest
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
-TOP = sys.argv[3] if len(sys.argv) > 3 else None
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
 
 OWNER, GROUP, USER, NAMED_GROUP, NOBODY = 4801, 4802, 4803, 4804, 4805
@@ -24,6 +23,7 @@ OWNER, GROUP, USER, NAMED_GROUP, NOBODY = 4801, 4802, 4803, 4804, 4805
 WHO = {"owner": (f"user:{OWNER}", OWNER, 4899),
        "user": (f"user:{USER}", USER, 4899),
        "group": (f"group:{NAMED_GROUP}", 4806, NAMED_GROUP),
+       "owning group": (f"group:{GROUP}", 4807, GROUP),
        "everyone": ("everyone", NOBODY, 4899)}
 BITS = {"r": 4, "w": 2, "x": 1}
 ADMINISTRATION = '"Administration": only the owner has it.'
@@ -45,20 +45,44 @@ def stored(path, who):
     """The rights of the entry, as getfacl prints it."""
     lines = subprocess.run(["getfacl", "-nE", "--omit-header", "--absolute-names", path], capture_output=True,
                            text=True, check=True).stdout.split()
-    start = {"owner": "user::", "everyone": "other::"}.get(who, WHO[who][0] + ":")
+    start = {"owner": "user::", "owning group": "group::", "everyone": "other::"}.get(who, WHO[who][0] + ":")
     found = [line for line in lines if line.startswith(start)]
     return sum(BITS.get(letter, 0) for letter in found[0].rsplit(":", 1)[1]) if found else None
 
 
-class Choices(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(dir=TOP)
-        self.addCleanup(folder.cleanup)
-        os.chmod(folder.name, 0o755)
-        self.top = folder.name
+class Choices:
+    SYSTEM = None
 
-    def item(self, is_folder, name, for_others=True):
-        path = os.path.join(self.top, name)
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        os.chmod(folder.name, 0o755)
+        cls.top = os.path.join(folder.name, "mounted")
+        os.mkdir(cls.top)
+        if cls.SYSTEM == "overlay":
+            parts = {name: os.path.join(folder.name, name) for name in ("lowerdir", "upperdir", "workdir")}
+            for part in parts.values():
+                os.mkdir(part)
+            options = ["-t", "overlay", "-o", ",".join(f"{name}={part}" for name, part in parts.items()), "overlay"]
+        elif cls.SYSTEM == "tmpfs":
+            options = ["-t", "tmpfs", "tmpfs"]
+        else:
+            image = os.path.join(folder.name, "image")
+            with open(image, "wb") as f:
+                f.truncate(512 << 20)  # what xfs wants at least, and holes but for what is written
+            subprocess.run([f"mkfs.{cls.SYSTEM}", "-q", image], check=True, capture_output=True)
+            options = ["-t", cls.SYSTEM, "-o", "loop", image]
+        subprocess.run(["mount", *options, cls.top], check=True)
+        cls.addClassCleanup(subprocess.run, ["umount", cls.top], check=True)
+        os.chmod(cls.top, 0o755)
+
+    def setUp(self):
+        self.number = 0
+
+    def item(self, is_folder, for_others=True):
+        self.number += 1
+        path = os.path.join(self.top, f"{self.id()}.{self.number}")
         if is_folder:
             os.mkdir(path)
         else:
@@ -78,9 +102,9 @@ class Choices(unittest.TestCase):
 
     def test_a_new_entry_is_stored_as_it_is_chosen(self):
         cases = itertools.product((False, True), WHO, ("read", "write", "read-write", "all", None))
-        for number, (is_folder, who, choice) in enumerate(cases):
+        for is_folder, who, choice in cases:
             with self.subTest(folder=is_folder, who=who, choice=choice):
-                path = self.item(is_folder, f"item{number}")
+                path = self.item(is_folder)
                 before = stored(path, who) or 0
                 script = f"add {WHO[who][0]}" + (f"; permissions {choice}" if choice else "")
                 done = morvane("acl", path, "--edit", script)
@@ -94,10 +118,10 @@ class Choices(unittest.TestCase):
 
     def test_a_changed_entry_is_stored_as_it_is_chosen(self):
         cases = itertools.product((False, True), ("user", "group"), ("read", "write", "read-write", "all"))
-        for number, (is_folder, who, choice) in enumerate(cases):
+        for is_folder, who, choice in cases:
             with self.subTest(folder=is_folder, who=who, choice=choice):
                 # Where the owning group may do more, a denial is shown as well, and stays.
-                path = self.item(is_folder, f"item{number}", for_others=False)
+                path = self.item(is_folder, for_others=False)
                 first = morvane("acl", path, "--edit", f"add {WHO[who][0]}; permissions write")
                 self.assertEqual(first.returncode, 0)
                 shown = json.loads(morvane("acl", path, "--json").stdout)
@@ -114,17 +138,40 @@ class Choices(unittest.TestCase):
 
     def test_a_changed_entry_of_the_base_is_stored_as_it_is_chosen(self):
         choices = {"read": 4, "write": 2, "read-write": 6, "all": 7, "none": 0}
-        cases = itertools.product((False, True), ("owner", "everyone"), choices)
-        for number, (is_folder, who, choice) in enumerate(cases):
+        numbers = {"owner": 1, "owning group": 2, "everyone": 3}
+        cases = itertools.product((False, True), numbers, choices)
+        for is_folder, who, choice in cases:
             with self.subTest(folder=is_folder, who=who, choice=choice):
-                path = self.item(is_folder, f"item{number}")
-                done = morvane("acl", path, "--edit",
-                               f"entry {1 if who == 'owner' else 3}; permissions {choice}")
+                path = self.item(is_folder)
+                done = morvane("acl", path, "--edit", f"entry {numbers[who]}; permissions {choice}")
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
                 self.check(path, who, choices[choice])
 
 
+class OnExt4(Choices, unittest.TestCase):
+    SYSTEM = "ext4"
+
+
+class OnXfs(Choices, unittest.TestCase):
+    SYSTEM = "xfs"
+
+
+class OnBtrfs(Choices, unittest.TestCase):
+    SYSTEM = "btrfs"
+
+
+class OnTmpfs(Choices, unittest.TestCase):
+    SYSTEM = "tmpfs"
+
+
+class OnOverlay(Choices, unittest.TestCase):
+    SYSTEM = "overlay"
+
+
 if __name__ == "__main__":
     if os.geteuid() != 0:
-        sys.exit("the choices are tried as other users: this needs root")
-    unittest.main(argv=sys.argv[:1])
+        sys.exit("file systems are mounted, and the choices are tried as other users: this needs root")
+    if "CHOICES_MOUNTS_APART" not in os.environ:
+        os.environ["CHOICES_MOUNTS_APART"] = "yes"
+        os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable, *sys.argv])
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
