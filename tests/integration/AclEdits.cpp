@@ -1,0 +1,78 @@
+#include <cerrno>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+
+#include "EditCommand.h"
+#include "FileConnector.h"
+
+namespace {
+
+using namespace morvane;
+using Json = nlohmann::json;
+
+/// What passes between `morvane acl PATH --edit SCRIPT` and the service.
+class RecordedEdit {
+  public:
+    RecordedEdit(FileConnector& connector, EditOptions options)
+        : connector_(connector), options_(std::move(options)) {}
+
+    Json run() {
+        Json answer;
+        if (options_.lossy) {
+            // Else what is asked for never leaves the host, which works the nearest list out itself.
+            options_.lossy = false;
+            edit([&](const EntryList& entries, const NSURL&) {
+                asked_ = entries;
+                return NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED, {});
+            });
+            options_.lossy = true;
+            answer["asked"] = Json::parse(entriesAsJson(asked_));
+        }
+        const auto outcome = edit([&](const EntryList& entries, const NSURL& url) {
+            asked_ = entries;
+            return connector_.setAclEntries(entries, url);
+        });
+        if (!options_.lossy)
+            answer["asked"] = Json::parse(entriesAsJson(asked_));
+        answer["read"] = read_;
+        answer["exit"] = static_cast<int>(outcome.exitCode);
+        answer["message"] = outcome.message;
+        return answer;
+    }
+
+  private:
+    Outcome edit(const AclSink& sink) {
+        read_ = nullptr;
+        const AclSource source = [&](const NSURL& url) {
+            auto answer = connector_.aclEntries(url);
+            if (read_.is_null())
+                read_ = Json::parse(entriesAsJson(answer.entries));
+            return answer;
+        };
+        return runAclEdit(options_, source, sink, nullptr, nullptr, Style(false));
+    }
+
+    FileConnector& connector_;
+    EditOptions options_;
+    EntryList asked_;
+    Json read_;
+};
+
+}  // namespace
+
+/// Each line of standard input is an edit: an object with the strings "path" and "script", and with
+/// "lossy". The line printed for it has the entries that were "read" and that were "asked" for, both
+/// in the order in which they count, and the "exit" status and the "message" of the command.
+int main() {
+    const auto connector = MVConnector::initWithQueueLabel<FileConnector>("acl-edits");
+    for (std::string line; std::getline(std::cin, line);) {
+        const auto edit = Json::parse(line);
+        EditOptions options;
+        options.path = edit.at("path");
+        options.script = edit.at("script").get<std::string>();
+        options.lossy = edit.at("lossy");
+        std::cout << RecordedEdit(*connector, options).run().dump() << std::endl;
+    }
+}
