@@ -160,8 +160,16 @@ class AclEditing {
             if (error)
                 return refusal(*countedAsSeen(error, sent, editor_.entries()), options_);
         }
-        if (options_.dryRun)
-            return wouldBe(std::move(entries));
+        std::string warning;
+        if (item_.leavesCreatorWithout(entries))
+            warning = "morvane: whoever makes an item in '" + escaped(options_.path) +
+                      "' will have no right to it, as all that is inherited is for others.\n"
+                      "  'add creator' adds an entry for them; let it apply to the same items.\n";
+        if (options_.dryRun) {
+            auto outcome = wouldBe(std::move(entries));
+            outcome.message += warning;
+            return outcome;
+        }
         Outcome outcome;
         if (const auto error = sink_(entries, url_)) {
             if (isChangedMeanwhile(*error))
@@ -174,6 +182,7 @@ class AclEditing {
                            escaped(error->localizedDescription()) + "\n  " +
                            escaped(advice(*error, Effect::changes)) + '\n'};
         }
+        outcome.message += warning;
         // What the item has now, which is not always the order of what was written.
         auto written = source_(url_);
         if (written.error) {

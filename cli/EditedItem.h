@@ -27,6 +27,11 @@ class EditedItem {
     /// Whether its list is of the kind that network mounts have.
     bool isAllowDeny() const { return !ownership_; }
 
+    /// Whether whoever makes an item in the folder has no right to it by `entries`.
+    bool leavesCreatorWithout(const EntryList& entries) const {
+        return itemList_ && itemList_->leavesCreatorWithout(entries);
+    }
+
     /// The entries that the item would have after `entries` were written; with `lossy` the nearest
     /// ones that grant no more. Empty, with `*error` set, if it cannot hold them or that cannot be
     /// told.

@@ -84,9 +84,6 @@ std::vector<std::size_t> canonicalNumbers(const std::vector<std::shared_ptr<MVAc
 NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
                          const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                          const NSURL& url) {
-    std::vector<NSErrorRef> values;
-    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesCarried); ++i)
-        values.push_back(errorOf(losses[i]));
     return NSError::errorWithDomain(
         NSPOSIXErrorDomain, EOPNOTSUPP,
         {{NSURLErrorKey, url},
@@ -96,7 +93,14 @@ NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
          {NSLocalizedRecoverySuggestionErrorKey,
           std::string("Nothing was changed. Change these entries, or accept the nearest list that "
                       "grants no more.")},
-         {NSMultipleUnderlyingErrorsKey, std::move(values)}});
+         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
+}
+
+std::vector<NSErrorRef> errorsOfLosses(const std::vector<EntryLoss>& losses) {
+    std::vector<NSErrorRef> values;
+    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesCarried); ++i)
+        values.push_back(errorOf(losses[i]));
+    return values;
 }
 
 std::vector<EntryLoss> lossesOfError(const NSError& error) {

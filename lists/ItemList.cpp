@@ -194,6 +194,35 @@ ItemList::Entries ItemList::nearest(const Entries& entries) const {
     return result;
 }
 
+bool ItemList::leavesCreatorWithout(const Entries& entries) const {
+    if (posix_ || !item().isDirectory)
+        return false;
+    bool isInherited = false;
+    std::vector<EntryLoss> ignored;
+    for (const auto& entry : entries) {
+        const auto& groups = entry->permissions();
+        if (!entry->isAcl() || groups.size() <= permissionGroups ||
+            (boxesOn(*groups[permissionGroups], 0, *entry, ignored) &
+             (ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT)) == 0)
+            continue;
+        isInherited = true;
+        const auto who =
+            entry->uuid() ? posixIdentityOfUUID(*entry->uuid()) : CBPosixIdentity{CBEveryone{}};
+        // In what is inherited, the owner is whoever makes the item.
+        const bool concernsCreator = who == CBPosixIdentity{CBPosixUser{item().owner}} ||
+                                     who == CBPosixIdentity{CBCreator{false}} ||
+                                     who == CBPosixIdentity{CBEveryone{}};
+        std::uint32_t on = 0;
+        for (std::size_t i = 0; i != permissionGroups; ++i)
+            on |= boxesOn(*groups[i], 0, *entry, ignored);
+        constexpr std::uint32_t uses =
+            ACL_READ_DATA | ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_SEARCH;
+        if (entry->tag() == TagAllow && concernsCreator && (on & uses) != 0)
+            return false;
+    }
+    return isInherited;
+}
+
 NSErrorRef ItemList::whyNot(const Entries& entries, bool lossy) const {
     std::vector<EntryLoss> lost;
     if (posix_) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <variant>
@@ -60,25 +61,57 @@ Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries
 /// More than people read, of a server that makes nothing of a list.
 constexpr std::size_t maxLossesTold = 64;
 
+/// Where in `wanted` the entries of `list` stand that are shown, which has the same in another
+/// order; behind the last, how many they are.
+std::vector<std::size_t> placesIn(const Nfs4Acl& wanted, const Nfs4Acl& list) {
+    const auto shown = [](const Nfs4Acl& acl) {
+        std::vector<Nfs4Entry> entries;
+        std::copy_if(acl.entries.begin(), acl.entries.end(), std::back_inserter(entries),
+                     [](const Nfs4Entry& entry) { return entry.type <= Nfs4Deny; });
+        return entries;
+    };
+    const auto from = shown(wanted);
+    std::vector<bool> isTaken(from.size());
+    std::vector<std::size_t> places;
+    for (const auto& entry : shown(list)) {
+        std::size_t place = 0;
+        while (isTaken[place] || from[place] != entry)
+            ++place;
+        isTaken[place] = true;
+        places.push_back(place);
+    }
+    places.push_back(from.size());
+    return places;
+}
+
 NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& wanted,
                        const NSURL& url) {
-    const auto list = old.form == Nfs4Form::named
+    const auto list = old.form == Nfs4Form::named && wanted != old.acl
                           ? withOthersAllowedFirst(wanted, old.acl, old.target, systemNfs4Names())
                           : wanted;
-    std::vector<std::string> losses;
-    const int code = Nfs4Writer().write(item, old, wanted == old.acl ? wanted : list, losses);
+    std::vector<EntryLoss> losses;
+    const int code = Nfs4Writer().write(item, old, list, losses);
     if (code == 0)
         return nullptr;
     if (losses.empty())
         return posixError(code, url, whyNfs4AclIsRefused(code, old, list));
+    const auto texts = textsOfStoring(losses);
     std::string text = "The server of the network mount has stored another list. It differs in: ";
-    for (std::size_t i = 0; i != std::min(losses.size(), maxLossesTold); ++i)
-        text += (i == 0 ? "" : "; ") + losses[i];
-    if (losses.size() > maxLossesTold)
-        text += "; and " + std::to_string(losses.size() - maxLossesTold) + " more";
-    return posixError(code, url, text + ".",
-                      "The item has the list that the server has stored: look at it, and change "
-                      "what must not stay so.");
+    for (std::size_t i = 0; i != std::min(texts.size(), maxLossesTold); ++i)
+        text += (i == 0 ? "" : "; ") + texts[i];
+    if (texts.size() > maxLossesTold)
+        text += "; and " + std::to_string(texts.size() - maxLossesTold) + " more";
+    const auto places = placesIn(wanted, list);
+    for (auto& loss : losses)
+        loss.entry = places[loss.entry];
+    return NSError::errorWithDomain(
+        NSPOSIXErrorDomain, code,
+        {{NSURLErrorKey, url},
+         {NSLocalizedDescriptionKey, text + "."},
+         {NSLocalizedRecoverySuggestionErrorKey,
+          std::string("The item has the list that the server has stored: look at it, and change "
+                      "what must not stay so.")},
+         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
 }
 
 /// Empty where the system's own text says it all.

@@ -119,12 +119,12 @@ std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item) {
 }
 
 int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) const {
-    std::vector<std::string> ignored;
+    std::vector<EntryLoss> ignored;
     return write(item, old, acl, ignored);
 }
 
 int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
-                      std::vector<std::string>& losses) const {
+                      std::vector<EntryLoss>& losses) const {
     const auto names = systemNfs4Names();
     const auto otherNames = [&](const Nfs4Acl& list) -> std::optional<Nfs4Acl> {
         if (old.form != Nfs4Form::named)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
 
 #include <atomic>
@@ -34,9 +35,9 @@ class Nfs4Writer {
     /// A list that is there already is not written. Where the server takes no mark of what is
     /// inherited, or other texts for names, it is written so.
     int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) const;
-    /// The same, and adds to `losses` what the server has made of it.
+    /// The same, and tells in `losses` what the server has made of it, as lostInStoring() does.
     int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
-              std::vector<std::string>& losses) const;
+              std::vector<EntryLoss>& losses) const;
 
   private:
     mutable std::atomic<bool> withoutMark_ = false;

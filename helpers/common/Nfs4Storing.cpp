@@ -123,16 +123,16 @@ class Rules {
     std::vector<Rule> rules_;
 };
 
-std::string namesOf(Boxes boxes, bool isDirectory) {
-    std::string text;
+std::vector<std::string> namesOf(Boxes boxes, bool isDirectory) {
+    std::vector<std::string> names;
     for (const acl_perm_group* group = acl_perms; group->name; ++group) {
         for (const acl_perm_entry* row = group->perms; row->name; ++row) {
             if ((row->kinds & (isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES)) != 0 &&
                 (row->perm & boxes) != 0)
-                text += (text.empty() ? "\"" : ", \"") + std::string(row->name) + '"';
+                names.emplace_back(row->name);
         }
     }
-    return text;
+    return names;
 }
 
 /// Compares two lists for one identity after the other.
@@ -144,7 +144,7 @@ class Comparison {
           isDirectory_(target.isDirectory),
           owner_(uuidOfPosixIdentity(CBPosixUser{target.owner})) {}
 
-    std::vector<std::string> run() {
+    std::vector<EntryLoss> run() {
         std::vector<std::pair<NSUUID, std::string>> all{{Rules::everyone, "everyone"}};
         for (const auto* rules : {&wanted_, &stored_}) {
             for (const auto& rule : rules->all()) {
@@ -183,21 +183,32 @@ class Comparison {
         }
         // What everyone has lost is told once.
         told |= ~own & ~ofEveryone_.missing;
-        tell("allow", name, now.missing & told, scope, "");
-        tell("deny", name, now.granted & want.denied & ~ofEveryone_.granted, scope, "");
-        tell("allow", name,
+        const auto tell = [&](bool deny, Boxes boxes, const char* what, const char* behind) {
+            for (auto& box : namesOf(boxes, isDirectory_))
+                found_.push_back({entryFor(who, deny), EntryLossReason::stored, std::move(box),
+                                  (deny ? "deny " : "allow ") + name,
+                                  std::string(what) + scope.text + behind});
+        };
+        tell(false, now.missing & told, "not stored", "");
+        tell(true, now.granted & want.denied & ~ofEveryone_.granted, "not stored", "");
+        tell(false,
              now.granted & ~want.denied & ~ofEveryone_.granted &
                  ~(who == owner_ ? alwaysAllowedToOwner : alwaysAllowed),
-             scope, ", which was not asked for");
+             "granted", ", which was not asked for");
         if (who == Rules::everyone)
             ofEveryone_ = now;
     }
 
-    void tell(const char* type, const std::string& name, Boxes boxes, const Scope& scope,
-              const char* behind) {
-        const auto names = namesOf(boxes, isDirectory_);
-        if (!names.empty())
-            found_.push_back(std::string(type) + ' ' + name + ": " + names + scope.text + behind);
+    /// The first entry of what was to be written that is for `who`, one of that kind if there is.
+    std::size_t entryFor(const NSUUID& who, bool deny) const {
+        const auto& all = wanted_.all();
+        auto found = std::find_if(all.begin(), all.end(), [&](const Rule& rule) {
+            return rule.who == who && rule.deny == deny;
+        });
+        if (found == all.end())
+            found = std::find_if(all.begin(), all.end(),
+                                 [&](const Rule& rule) { return rule.who == who; });
+        return static_cast<std::size_t>(found - all.begin());
     }
 
     const Rules& wanted_;
@@ -205,7 +216,7 @@ class Comparison {
     const bool isDirectory_;
     const NSUUID owner_;
     Difference ofEveryone_;
-    std::vector<std::string> found_;
+    std::vector<EntryLoss> found_;
 };
 
 }  // namespace
@@ -288,9 +299,24 @@ std::optional<Nfs4Acl> withOtherNames(const Nfs4Acl& acl, const Nfs4Acl& old,
     return changed ? std::optional(std::move(result)) : std::nullopt;
 }
 
-std::vector<std::string> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
-                                       const Nfs4Target& target, const Nfs4Names& names) {
+std::vector<EntryLoss> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
+                                     const Nfs4Target& target, const Nfs4Names& names) {
     return Comparison(Rules(wanted, target, names), Rules(stored, target, names), target).run();
+}
+
+std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses) {
+    std::vector<std::string> texts;
+    for (auto loss = losses.begin(); loss != losses.end();) {
+        auto text = loss->who + ": ";
+        const auto end = std::find_if(loss, losses.end(), [&](const EntryLoss& other) {
+            return other.who != loss->who || other.why != loss->why;
+        });
+        for (auto same = loss; same != end; ++same)
+            text += (same == loss ? "\"" : ", \"") + same->box + '"';
+        texts.push_back(text + ": " + loss->why);
+        loss = end;
+    }
+    return texts;
 }
 
 }  // namespace morvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
 
 #include <optional>
@@ -26,10 +27,13 @@ std::optional<Nfs4Acl> withOtherNames(const Nfs4Acl& acl, const Nfs4Acl& old,
                                       const Nfs4Target& target, const Nfs4Names& names,
                                       const std::string& domain);
 
-/// What `stored` takes from, or grants beyond, `wanted`, for people: "allow user bob: "Delete"".
-/// Not told is what no mode holds apart of a group of boxes that is on as a whole, and what
-/// everybody always may.
-std::vector<std::string> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
-                                       const Nfs4Target& target, const Nfs4Names& names);
+/// What `stored` takes from, or grants beyond, `wanted`, box by box: an entry is counted among
+/// those of `wanted` that are shown. Not told is what no mode holds apart of a group of boxes that
+/// is on as a whole, and what everybody always may.
+std::vector<EntryLoss> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& stored,
+                                     const Nfs4Target& target, const Nfs4Names& names);
+
+/// For people, the boxes of one sentence together: "allow user bob: "Delete": not stored".
+std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses);
 
 }  // namespace morvane

@@ -33,12 +33,16 @@ enum class EntryLossReason : std::int64_t {
     inheritance = 8,
     /// It applies to nothing.
     nothing = 9,
-    /// Members of a group that is denied something have it through another group.
+    /// Members of a group that is denied something have it through another group, or as whoever
+    /// makes an item.
     members = 10,
+    /// It was written, and the server of a network mount has made something else of it.
+    stored = 11,
 };
 
 struct EntryLoss {
-    /// Where the entry stands among those that were to be written, from 0.
+    /// Where the entry stands among those that were to be written, from 0; as many as these are if
+    /// it is about somebody of whom none of them speaks.
     std::size_t entry = 0;
     EntryLossReason reason = EntryLossReason::box;
     /// The name of the box or of the group of boxes; empty where all of the entry is meant.
@@ -74,9 +78,12 @@ MORVANE_EXPORT NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
                                         const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                         const NSURL& url);
 
+/// The losses as values, as they stand in an error under NSMultipleUnderlyingErrorsKey.
+MORVANE_EXPORT std::vector<NSErrorRef> errorsOfLosses(const std::vector<EntryLoss>& losses);
 /// As many losses go with an error as values; its text names more.
 inline constexpr std::size_t maxLossesCarried = 1024;
-/// The losses that `error` carries; empty if it is another error.
+/// The losses that `error` carries, be it that a list cannot hold them or that a server has stored
+/// something else (EREMOTEIO); empty if it is another error.
 MORVANE_EXPORT std::vector<EntryLoss> lossesOfError(const NSError& error);
 
 /// One loss as an error: its code is the EntryLossReason, its description what is lost.

@@ -41,6 +41,10 @@ class MORVANE_EXPORT ItemList {
     std::vector<EntryLoss> losses(const Entries& entries) const;
     /// The entries as they would be read after the nearest list that grants no more was written.
     Entries nearest(const Entries& entries) const;
+    /// Whether whoever makes an item in the folder has no right to it by `entries`: they say what
+    /// is inherited, and nothing that is for the creator or everyone. An allow/deny list is stored
+    /// so; a POSIX list takes what the creator has from the folder's own rights.
+    bool leavesCreatorWithout(const Entries& entries) const;
     /// The error that a service answers with for entries that the list cannot hold; null if it
     /// holds them. With `lossy`, of those that have no nearest list either.
     NSErrorRef whyNot(const Entries& entries, bool lossy) const;

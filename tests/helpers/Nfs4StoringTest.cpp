@@ -21,6 +21,10 @@ const Nfs4Names nobodyByName{
                                                          : std::nullopt;
     }};
 
+Texts told(const Nfs4Acl& wanted, const Nfs4Acl& stored, const Nfs4Target& target) {
+    return textsOfStoring(lostInStoring(wanted, stored, target, nobodyByName));
+}
+
 Nfs4Acl placed(std::vector<Nfs4Entry> entries, const Nfs4Acl& old = {}) {
     return withOthersAllowedFirst({0, std::move(entries)}, old, file, nobodyByName);
 }
@@ -46,33 +50,49 @@ TEST(Nfs4Storing, WhatTheServerTakesOrAddsIsTold) {
                          {{Nfs4Deny, 0, write, "4712"},
                           {Nfs4Allow, 0, read | 0x10000, "4711"},
                           {Nfs4Allow, Nfs4FileInherit | Nfs4FolderInherit, read, nfs4Everyone}}};
-    EXPECT_EQ(lostInStoring(wanted, wanted, folder, nobodyByName), Texts());
+    EXPECT_EQ(told(wanted, wanted, folder), Texts());
     const Nfs4Acl stored{
         0, {{Nfs4Allow, 0, read, "4711"}, {Nfs4Allow, 0, read | write | 0x20080, nfs4Everyone}}};
-    EXPECT_EQ(lostInStoring(wanted, stored, folder, nobodyByName),
-              (Texts{"allow everyone: \"Create Files\", \"Create Folder\", which was not asked for",
-                     "allow uid 4711: \"Delete\"",
-                     "allow everyone: \"List Folder Contents\" in child files",
-                     "allow everyone: \"List Folder Contents\" in child folders",
-                     "allow everyone: \"List Folder Contents\" in all descendants"}));
+    EXPECT_EQ(
+        told(wanted, stored, folder),
+        (Texts{
+            "allow everyone: \"Create Files\", \"Create Folder\": granted, which was not asked for",
+            "allow uid 4711: \"Delete\": not stored",
+            "allow everyone: \"List Folder Contents\": not stored in child files",
+            "allow everyone: \"List Folder Contents\": not stored in child folders",
+            "allow everyone: \"List Folder Contents\": not stored in all descendants"}));
+}
+
+TEST(Nfs4Storing, WhatTheServerTakesOrAddsIsToldAsValues) {
+    const Nfs4Acl wanted{0,
+                         {{2, 0, read, nfs4Everyone},  // for an audit, and not shown
+                          {Nfs4Allow, 0, read, nfs4Owner},
+                          {Nfs4Allow, 0, read | 0x10000, "4711"}}};
+    const Nfs4Acl stored{0,
+                         {{Nfs4Allow, 0, read, nfs4Owner},
+                          {Nfs4Allow, 0, read, "4711"},
+                          {Nfs4Allow, 0, 0x2, "4712"}}};
+    EXPECT_EQ(lostInStoring(wanted, stored, file, nobodyByName),
+              (std::vector<EntryLoss>{
+                  {1, EntryLossReason::stored, "Delete", "allow uid 4711", "not stored"},
+                  {2, EntryLossReason::stored, "Write Data", "allow uid 4712",
+                   "granted, which was not asked for"}}));
 }
 
 TEST(Nfs4Storing, ADenialThatIsNotStoredIsToldOfWhomItWasFor) {
     const Nfs4Entry owner{Nfs4Allow, 0, read | write, nfs4Owner};
     const Nfs4Entry all{Nfs4Allow, 0, read | write, nfs4Everyone};
-    EXPECT_EQ(lostInStoring({0, {owner, {Nfs4Deny, 0, write, "4712"}, all}}, {0, {owner, all}},
-                            file, nobodyByName),
-              (Texts{"deny uid 4712: \"Write Data\", \"Append Data\""}));
+    EXPECT_EQ(told({0, {owner, {Nfs4Deny, 0, write, "4712"}, all}}, {0, {owner, all}}, file),
+              (Texts{"deny uid 4712: \"Write Data\", \"Append Data\": not stored"}));
 }
 
 TEST(Nfs4Storing, WhatNoModeHoldsApartIsNotMissedOfAGroupThatIsOnAsAWhole) {
     // "Read" as a whole, and a part of it.
     const Nfs4Acl whole{0, {{Nfs4Allow, 0, 0x200A9, "4711"}}};
-    EXPECT_EQ(lostInStoring(whole, {0, {{Nfs4Allow, 0, 0x200A1, "4711"}}}, file, nobodyByName),
-              Texts());
+    EXPECT_EQ(told(whole, {0, {{Nfs4Allow, 0, 0x200A1, "4711"}}}, file), Texts());
     const Nfs4Acl part{0, {{Nfs4Allow, 0, 0x9, "4711"}}};
-    EXPECT_EQ(lostInStoring(part, {0, {{Nfs4Allow, 0, 0x1, "4711"}}}, file, nobodyByName),
-              (Texts{"allow uid 4711: \"Read Extended Attributes\""}));
+    EXPECT_EQ(told(part, {0, {{Nfs4Allow, 0, 0x1, "4711"}}}, file),
+              (Texts{"allow uid 4711: \"Read Extended Attributes\": not stored"}));
 }
 
 TEST(Nfs4Storing, TheOtherNamesAreForWhomTheListDoesNotNameYet) {

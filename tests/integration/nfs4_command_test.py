@@ -179,7 +179,7 @@ class Servers(Mount):
         result = self.run_on("linux", "acl", self.file, "--edit",
                              'add user:4711; permissions read; on "Change Owner"')
         self.assertEqual(result.returncode, 4)
-        self.assertIn("has stored another list. It differs in: allow uid 4711: \"Change Owner\".", result.stderr)
+        self.assertIn("has stored another list. It differs in: allow uid 4711: \"Change Owner\": not stored.", result.stderr)
         self.assertIn("4711", result.stdout)
         # A denial that has no place: what everybody may.
         result = self.run_on("linux", "acl", self.file, "--edit",
@@ -211,6 +211,22 @@ class Servers(Mount):
         self.assertIn((ALLOW, 0, 0x120081, "4711"), self.list_of(self.file))
         self.assertIn((ALLOW, 0, 0x160187, "OWNER@"), self.list_of(self.file))
         self.assertIn((ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x1200A1, "4711"), self.list_of(sub))
+
+    def test_a_list_that_leaves_nothing_to_who_makes_an_item_is_told(self):
+        self.put(self.folder, (ALLOW, 0, 0x1601E7, "OWNER@"), *self.PLAIN[1:])
+        below = 'on "Child files"; on "Child folders"; on "All descendants"'
+        for arguments in (("--dry-run",), ()):
+            result = self.run_on("linux", "acl", self.folder, *arguments, "--edit",
+                                 f"add user:4711; permissions read; {below}")
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn(f"morvane: whoever makes an item in '{self.folder}' will have no right to it, as all that "
+                          "is inherited is for others.\n  'add creator' adds an entry for them; let it apply to the "
+                          "same items.\n", result.stderr)
+        result = self.run_on("linux", "acl", self.folder, "--edit",
+                             f'add creator; permissions read-write; {below}; off "This item"')
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn((FILES | FOLDERS | ONLY_BELOW, "OWNER@"),
+                      [(flags, who) for _, flags, _, who in self.list_of(self.folder)])
 
     def test_a_refusal_without_a_reason_is_explained(self):
         self.put(self.folder, *self.PLAIN)

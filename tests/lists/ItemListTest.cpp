@@ -190,6 +190,36 @@ TEST_F(AnItemList, OfAModeHasNoPlaceForOthersAndNoNearestList) {
     EXPECT_TRUE(lossesOfError(*error).empty()) << "nothing to accept";
 }
 
+TEST_F(AnItemList, TellsWhetherWhoMakesAnItemHasNoRightToIt) {
+    const auto entryBelow = [](const CBPosixIdentity& who, std::int32_t tag, std::int64_t choice) {
+        auto entry =
+            MVAclEntry::initWithUuid(uuidOfPosixIdentity(who), tag,
+                                     MVAclEntry::newEntryForDirectory(true)->permissions(), false);
+        for (const auto& node : entry->permissions()[3]->childNodes())
+            MVTreeNode::setStateOf(*node, MVStateOn);
+        entry->setPermissionGroup(choice);
+        return entry;
+    };
+    const auto others = entryBelow(CBPosixUser{somebody}, 1, MVAclGroupRead);
+    const auto onlyHere =
+        MVAclEntry::initWithUuid(uuidOfPosixIdentity(CBPosixUser{itemOwner}), 1,
+                                 MVAclEntry::newEntryForDirectory(true)->permissions(), false);
+    const auto leaves = [&](MVAclStorage storage, bool isDirectory, ItemList::Entries entries) {
+        entries.front()->setOrigin(MVAclOrigin::initWithValues(
+            {NSURL::fileURLWithPath("/item"), isDirectory, itemOwner, itemGroup, storage, ""}));
+        return ItemList::asRead(entries)->leavesCreatorWithout(entries);
+    };
+    constexpr auto nfs4 = MVAclStorage::nfs4;
+    EXPECT_TRUE(leaves(nfs4, true, {others, onlyHere}));
+    EXPECT_TRUE(leaves(nfs4, true, {others, entryBelow(CBEveryone{}, 2, MVAclGroupRead)}));
+    EXPECT_FALSE(leaves(nfs4, true, {onlyHere})) << "nothing is inherited";
+    for (const CBPosixIdentity& who :
+         {CBPosixIdentity{CBPosixUser{itemOwner}}, CBPosixIdentity{CBCreator{false}},
+          CBPosixIdentity{CBEveryone{}}})
+        EXPECT_FALSE(leaves(nfs4, true, {others, entryBelow(who, 1, MVAclGroupRead)}));
+    EXPECT_FALSE(leaves(MVAclStorage::posix, true, {others}));
+}
+
 TEST_F(AnItemList, AnOriginIsSharedByTheEntriesOfAnArchive) {
     struct Message {
         std::vector<std::shared_ptr<MVAclEntry>> entries;
