@@ -21,7 +21,8 @@ class RecordedEdit {
     Json run() {
         Json answer;
         if (options_.lossy) {
-            // Else what is asked for never leaves the host, which works the nearest list out itself.
+            // Else what is asked for never leaves the host, which works the nearest list out
+            // itself.
             options_.lossy = false;
             edit([&](const EntryList& entries, const NSURL&) {
                 asked_ = entries;
@@ -63,8 +64,8 @@ class RecordedEdit {
 }  // namespace
 
 /// Each line of standard input is an edit: an object with the strings "path" and "script", and with
-/// "lossy". The line printed for it has the entries that were "read" and that were "asked" for, both
-/// in the order in which they count, and the "exit" status and the "message" of the command.
+/// "lossy". The line printed for it has the entries that were "read" and that were "asked" for,
+/// both in the order in which they count, and the "exit" status and the "message" of the command.
 int main() {
     const auto connector = MVConnector::initWithQueueLabel<FileConnector>("acl-edits");
     for (std::string line; std::getline(std::cin, line);) {
