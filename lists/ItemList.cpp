@@ -217,7 +217,7 @@ bool ItemList::leavesCreatorWithout(const Entries& entries) const {
             on |= boxesOn(*groups[i], 0, *entry, ignored);
         constexpr std::uint32_t uses =
             ACL_READ_DATA | ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_SEARCH;
-        if (entry->tag() == TagAllow && concernsCreator && (on & uses) != 0)
+        if (entry->tag() == MVAclTagAllow && concernsCreator && (on & uses) != 0)
             return false;
     }
     return isInherited;
