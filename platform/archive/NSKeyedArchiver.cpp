@@ -17,6 +17,16 @@ using Ref = PropertyListWriter::Ref;
 
 constexpr Ref unwritten = 0xffffffff;
 
+/// From here on an array has room made for it.
+constexpr std::size_t largeArray = 1024;
+/// With so many elements, of a few values each, a list needs references of three bytes or more.
+constexpr std::size_t hugeArray = 32768;
+/// An array that takes so much is written while its elements come, into memory of its size: it is
+/// not copied once more, nor each time that it has grown.
+constexpr std::size_t largeBytes = std::size_t{1} << 20;
+/// So many of its elements tell its size.
+constexpr std::size_t sample = 64;
+
 /// The objects that were written or are being written, by address.
 class ObjectTable {
   public:
@@ -92,7 +102,11 @@ struct NSKeyedArchiver::State {
     std::vector<Ref> objects;
     /// Keys and values of the dictionaries, elements of the arrays under way, innermost last.
     std::vector<Ref> pending;
-    std::vector<std::size_t> arrays;
+    struct Array {
+        std::size_t base;
+        std::size_t count;
+    };
+    std::vector<Array> arrays;
     /// With the references to them.
     std::vector<std::pair<const NSClass*, Ref>> classes;
     bool finished = false;
@@ -121,6 +135,16 @@ struct NSKeyedArchiver::State {
     }
 
     Ref nil() { return list.uid(0); }
+
+    /// After a few elements of a long array it is known what all of them will take.
+    void elementAdded() {
+        if (arrays.empty() || pending.size() - arrays.back().base != sample)
+            return;
+        const auto count = arrays.back().count;
+        const auto bytes = list.size() / sample * count;
+        if (bytes >= largeBytes)
+            list.beginLarge(count, bytes + bytes / 4);
+    }
 
     Ref classReference(const NSClass& c) {
         for (const auto& [known, reference] : classes) {
@@ -197,11 +221,6 @@ class SpareStates {
   private:
     std::array<std::atomic<State*>, 8> places_{};
 };
-
-/// From here on an array has room made for it.
-constexpr std::size_t largeArray = 1024;
-/// With so many elements, of a few values each, a list needs references of three bytes or more.
-constexpr std::size_t hugeArray = 32768;
 
 }  // namespace
 
@@ -352,8 +371,10 @@ void NSKeyedArchiver::encodeObjects(std::span<const std::shared_ptr<NSObject>> v
 
 void NSKeyedArchiver::encodeURLs(std::span<const NSURL> values, std::string_view key) {
     beginArray(values.size());
-    for (const auto& value : values)
+    for (const auto& value : values) {
         encodeURLValue(value);
+        state_->elementAdded();
+    }
     endArray(key);
 }
 
@@ -361,6 +382,7 @@ void NSKeyedArchiver::encodeStrings(std::span<const std::string> values, std::st
     beginArray(values.size());
     for (const auto& value : values) {
         state_->pending.push_back(state_->object(state_->list.string(value)));
+        state_->elementAdded();
     }
     endArray(key);
 }
@@ -384,7 +406,7 @@ NSData NSKeyedArchiver::finishEncoding() {
 
 void NSKeyedArchiver::beginArray(std::size_t count) {
     auto& state = *state_;
-    state.arrays.push_back(state.pending.size());
+    state.arrays.push_back({state.pending.size(), count});
     if (count < largeArray)
         return;
     state.pending.reserve(state.pending.size() + count + 2 * largeArray);
@@ -417,6 +439,7 @@ void NSKeyedArchiver::appendObject(const NSObject* value) {
                                                           " holds itself; it cannot be archived.");
     }
     state.pending.push_back(state.list.uid(uid));
+    state.elementAdded();
 }
 
 void NSKeyedArchiver::appendArchive(const NSObject& value) {
@@ -426,10 +449,11 @@ void NSKeyedArchiver::appendArchive(const NSObject& value) {
         nested.state_->finish(out);
     });
     state_->pending.push_back(state_->object(data));
+    state_->elementAdded();
 }
 
 void NSKeyedArchiver::endPlainArray(std::string_view key) {
-    const auto base = state_->arrays.back();
+    const auto base = state_->arrays.back().base;
     state_->arrays.pop_back();
     const auto elements = state_->list.array(std::span(state_->pending).subspan(base));
     state_->pending.resize(base);
@@ -437,7 +461,7 @@ void NSKeyedArchiver::endPlainArray(std::string_view key) {
 }
 
 void NSKeyedArchiver::endArray(std::string_view key) {
-    const auto base = state_->arrays.back();
+    const auto base = state_->arrays.back().base;
     endPlainArray("NS.objects");
     const auto dictionary = state_->endDictionary(base, NSArrayClass);
     state_->put(key, state_->object(dictionary));

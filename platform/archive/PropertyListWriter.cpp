@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <exception>
 #include <limits>
 
 namespace morvane {
@@ -73,14 +74,17 @@ void PropertyListWriter::reserveMore(std::size_t count) {
     refs_.reserve(refs_.size() + count * refsEach);
 }
 
-void PropertyListWriter::beginLarge(std::size_t count) {
-    if (isLarge_)
-        return;
-    // Memory that is reserved and not used costs nothing.
+void PropertyListWriter::beginLarge(std::size_t count, std::size_t bytes) {
+    // Memory that is reserved and not used costs nothing, and where there is less, it has to grow.
     constexpr std::size_t bytesEach = 96;
     constexpr std::size_t valuesEach = 4;
-    large_.reserve(count * bytesEach);
-    largeOffsets_.reserve(count * valuesEach);
+    try {
+        large_.reserve(std::max(count * bytesEach, bytes));
+        largeOffsets_.reserve(count * valuesEach);
+    } catch (const std::exception&) {
+    }
+    if (isLarge_)
+        return;
     const auto front = front_.bytes();
     large_.assign(front.begin(), front.end());
     largeEnd_ = front.size();

@@ -37,10 +37,16 @@ class PropertyListWriter {
     void clear();
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
-    /// The list will have `count` such values or more: from now on values are written as they are
-    /// added, with references of three bytes, or of four when there are very many. Such a list is
-    /// shorter than 4 GB; what would make it longer throws NSInvalidArgumentException.
-    void beginLarge(std::size_t count);
+    /// The list will have `count` such values or more, or `bytes` in all: from now on values are
+    /// written as they are added, with references of three bytes, or of four when there are very
+    /// many. Such a list is shorter than 4 GB; what would make it longer throws
+    /// NSInvalidArgumentException. Once it is large, a call only makes room.
+    void beginLarge(std::size_t count, std::size_t bytes = 0);
+    /// Bytes that the list would take by now, roughly.
+    std::size_t size() const {
+        constexpr std::size_t offsetEach = 4;
+        return bytes_ + refs_.size() * 2 + largeEnd_ + (firstNode_ + nodes_.size()) * offsetEach;
+    }
 
     Ref boolean(bool value) {
         const auto ref = booleans_[value ? 1 : 0];

@@ -102,6 +102,41 @@ TEST(LargeArray, ItStandsUnderTwoKeysAndIsOfTheSameObjects) {
     EXPECT_EQ(unarchiver.decodeObjects<Node>("others", Node::classes()), copies);
 }
 
+TEST(LargeArray, WhatTakesMuchIsWrittenWhileItsElementsComeAndHoldsTheSameObjects) {
+    // Of some kilobytes each: it is known only after a few elements how much all will take.
+    auto nodes = numberedNodes(300);
+    for (auto& node : nodes) {
+        for (const auto& part : numberedNodes(100))
+            node->archives.push_back(part);
+        node->objects = {nodes[2], nodes[290]};
+        node->next = nodes[200];
+    }
+    nodes[200]->next = nullptr;
+    for (const auto held : {2, 200, 290})
+        nodes[static_cast<std::size_t>(held)]->objects.clear();
+    nodes[2]->next = nodes[290]->next = nullptr;
+    nodes.push_back(nodes[5]);
+    const auto archive = archiveOf(nodes);
+    constexpr std::size_t referenceSizeAt = 32 - 7;
+    EXPECT_GT(archive.size(), std::size_t{1} << 20);
+    EXPECT_EQ(archive[archive.size() - referenceSizeAt], 3);
+    NSKeyedUnarchiver unarchiver(archive);
+    const auto copies = decoded(unarchiver);
+    ASSERT_EQ(copies.size(), nodes.size());
+    EXPECT_EQ(copies[300], copies[5]);
+    EXPECT_EQ(copies[200]->next, nullptr);
+    for (std::size_t i = 0; i < 300; ++i) {
+        ASSERT_EQ(copies[i]->number, static_cast<std::int64_t>(i));
+        ASSERT_EQ(copies[i]->archives.size(), 100u);
+        ASSERT_EQ(static_cast<const Node&>(*copies[i]->archives[99]).number, 99);
+        if (i == 2 || i == 200 || i == 290)
+            continue;
+        ASSERT_EQ(copies[i]->next, copies[200]);
+        const std::vector<std::shared_ptr<NSObject>> held{copies[2], copies[290]};
+        ASSERT_EQ(copies[i]->objects, held);
+    }
+}
+
 TEST(LargeArray, AnObjectOfAnotherAllowedClassIsRefused) {
     std::vector<std::shared_ptr<NSObject>> mixed;
     for (int i = 0; i < 2000; ++i)
