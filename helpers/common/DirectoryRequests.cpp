@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "RequestErrors.h"
+#include "WorkErrors.h"
 
 namespace morvane {
 namespace {
@@ -25,7 +26,7 @@ constexpr std::size_t bytesForArchive = 1024;
 }  // namespace
 
 DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule,
-                                    std::size_t messageSize) {
+                                    std::size_t messageSize, const std::function<bool()>& goesOn) {
     if (!directory.isFileURL())
         return {{}, posixError(EINVAL, directory, "Only folders can be listed.")};
     auto opened = openPath(directory.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
@@ -43,6 +44,8 @@ DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule
         const dirent* const entry = readdir(stream.get());
         if (!entry)
             break;
+        if (goesOn && !goesOn())
+            return {{}, errorOfCancelledWork(directory, WorkEnd::done)};
         const std::string_view name(entry->d_name);
         if (name == "." || name == "..")
             continue;

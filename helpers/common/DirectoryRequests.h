@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 #include "ItemPath.h"
@@ -17,8 +18,10 @@ struct DirectoryAnswer {
 };
 
 /// The items inside a folder, in the folder's own order. A folder whose listing does not fit one
-/// message of `messageSize` bytes is an error (EMSGSIZE), not a part of a listing.
+/// message of `messageSize` bytes is an error (EMSGSIZE), not a part of a listing; so is one
+/// (ECANCELED) that `goesOn`, asked for each item, has no wish for.
 DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule = {},
-                                    std::size_t messageSize = limits::messageSize);
+                                    std::size_t messageSize = limits::messageSize,
+                                    const std::function<bool()>& goesOn = {});
 
 }  // namespace morvane

@@ -3,12 +3,11 @@
 #include <MorvaneOperation/MVFileResponse.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
 #include <functional>
 #include <utility>
 
 #include "AclRequests.h"
-#include "ClientQuestion.h"
 #include "DirectoryRequests.h"
 #include "PropagateRequests.h"
 #include "RenameRequests.h"
@@ -20,20 +19,6 @@ namespace {
 
 /// More are work that takes long.
 constexpr std::size_t itemsRenamedAtOnce = 64;
-/// Ordinary lists are written before the client would be asked for the first time.
-constexpr std::chrono::milliseconds questionInterval{250};
-
-/// Asks the client now and then whether a request that may take long is to go on.
-std::function<bool()> askingNowAndThen(const std::weak_ptr<NSXPCConnection>& client) {
-    using Clock = std::chrono::steady_clock;
-    return [question = std::make_shared<ClientQuestion>(client),
-            next = Clock::now() + questionInterval]() mutable {
-        if (Clock::now() < next)
-            return question->goesOn();
-        next = Clock::now() + questionInterval;
-        return question->ask();
-    };
-}
 
 }  // namespace
 
@@ -69,6 +54,7 @@ std::shared_ptr<FileRequestHandler> FileRequestHandler::forPrivilegedClient(
 FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule)
     : client_(std::move(client)),
       rule_(rule),
+      asked_{client_, userOfRule(rule)},
       owner_{rule.onBehalfOf ? std::int64_t{userOfRule(rule)} : 0, this},
       writes_(std::make_shared<WriteOrder>([owner = owner_](std::function<void()> write) {
           LongWork::run(LongWork::shared(), owner, std::move(write));
@@ -76,24 +62,33 @@ FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, Pa
 
 void FileRequestHandler::getAclEntriesWithUrl(
     NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) {
-    auto answer = aclEntriesOfUrl(url, rule_);
-    reply(std::move(answer.entries), std::move(answer.error));
+    answerWhileAsking(asked_, url, reply, [&](const auto&) {
+        auto answer = aclEntriesOfUrl(url, rule_);
+        return std::tuple(std::move(answer.entries), std::move(answer.error));
+    });
 }
 
 void FileRequestHandler::getAclAccessWithUrl(
     NSURL url, NSUUID uuid,
     NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) {
-    auto answer = aclAccessOfUrl(url, uuid, rule_);
-    reply(std::move(answer.permissions), std::move(answer.error));
+    answerWhileAsking(asked_, url, reply, [&](const auto&) {
+        auto answer = aclAccessOfUrl(url, uuid, rule_);
+        return std::tuple(std::move(answer.permissions), std::move(answer.error));
+    });
 }
 
 void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
                                        NSXPCReply<NSErrorRef> reply) {
     WriteOrder::Paths paths{url.path()};
     WriteOrder::begin(writes_, std::move(paths),
-                      [client = client_, rule = rule_, entries = std::move(entries),
-                       url = std::move(url), reply = std::move(reply)](const WriteOrder::Token&) {
-                          reply(setAclEntriesOfUrl(entries, url, rule, askingNowAndThen(client)));
+                      [client = asked_, rule = rule_, entries = std::move(entries),
+                       url = std::move(url), reply = std::move(reply)](WriteOrder::Token token) {
+                          answerWhileAsking(
+                              client, url, reply,
+                              [&](const std::function<bool()>& goesOn) {
+                                  return std::tuple(setAclEntriesOfUrl(entries, url, rule, goesOn));
+                              },
+                              {}, std::move(token));
                       });
 }
 
@@ -121,11 +116,20 @@ void FileRequestHandler::renameUrls(
     const bool isLong = urls.size() > itemsRenamedAtOnce;
     WriteOrder::begin(
         writes_, std::move(folders),
-        [isLong, owner = owner_, rule = rule_, urls = std::move(urls), names = std::move(names),
-         reply = std::move(reply)](WriteOrder::Token token) {
-            auto rename = [rule, urls, names, reply, token = std::move(token)] {
-                auto answer = renameUrlsTo(urls, names, rule);
-                reply(std::move(answer.urls), std::move(answer.codes), std::move(answer.error));
+        [isLong, owner = owner_, client = asked_, rule = rule_, urls = std::move(urls),
+         names = std::move(names), reply = std::move(reply)](WriteOrder::Token token) {
+            auto rename = [client, rule, urls, names, reply, token = std::move(token)]() mutable {
+                const auto first = urls.empty() ? NSURL::fileURLWithPath("/") : urls.front();
+                answerWhileAsking(
+                    client, first, reply,
+                    [&](const std::function<bool()>& goesOn) {
+                        auto answer = renameUrlsTo(urls, names, rule, systemRename, goesOn);
+                        return std::tuple(std::move(answer.urls), std::move(answer.codes),
+                                          std::move(answer.error));
+                    },
+                    std::tuple(urls, std::vector<std::int64_t>(urls.size(), ECANCELED),
+                               NSErrorRef()),
+                    std::move(token));
             };
             if (isLong)
                 LongWork::run(LongWork::shared(), owner, std::move(rename));
@@ -147,8 +151,10 @@ void FileRequestHandler::getSizesWithUrls(
 
 void FileRequestHandler::getContentsOfDirectory(NSURL directory, NSIndexPath,
                                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) {
-    auto answer = contentsOfDirectory(directory, rule_);
-    reply(std::move(answer.contents), std::move(answer.error));
+    answerWhileAsking(asked_, directory, reply, [&](const std::function<bool()>& goesOn) {
+        auto answer = contentsOfDirectory(directory, rule_, limits::messageSize, goesOn);
+        return std::tuple(std::move(answer.contents), std::move(answer.error));
+    });
 }
 
 }  // namespace morvane

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "AskedWork.h"
 #include "ItemPath.h"
 #include "LongWork.h"
 #include "WriteOrder.h"
@@ -54,6 +55,7 @@ class FileRequestHandler final : public MVFileRequest {
   private:
     const std::weak_ptr<NSXPCConnection> client_;
     const PathRule rule_;
+    const AskedWork::Client asked_;
     const LongWork::Owner owner_;
     const std::shared_ptr<WriteOrder> writes_;
 };

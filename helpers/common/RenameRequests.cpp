@@ -101,8 +101,9 @@ int linkToNewName(int folder, const char* from, const char* to) {
 
 class Renaming {
   public:
-    Renaming(const std::vector<NSURL>& urls, const PathRule& rule, const RenameCall& call)
-        : urls_(urls), rule_(rule), call_(call) {}
+    Renaming(const std::vector<NSURL>& urls, const PathRule& rule, const RenameCall& call,
+             const std::function<bool()>& goesOn)
+        : urls_(urls), rule_(rule), call_(call), goesOn_(goesOn) {}
 
     /// Null, or why nothing can be begun.
     NSErrorRef prepare(const std::vector<std::string>& names);
@@ -117,11 +118,13 @@ class Renaming {
     /// 0 or the errno value.
     int exchange(std::size_t a, std::size_t b);
     void check(Item& item);
+    bool goesOn() const { return !goesOn_ || goesOn_(); }
     std::string presentFolderPath(const Item& item) const;
 
     const std::vector<NSURL>& urls_;
     const PathRule& rule_;
     const RenameCall& call_;
+    const std::function<bool()>& goesOn_;
     std::vector<Item> items_;
     std::vector<Folder> folders_;
     std::unordered_map<std::string, std::size_t> foldersByPath_;
@@ -231,6 +234,10 @@ void Renaming::renameChain(std::size_t first) {
     for (std::size_t i = first; i != none; i = items_[i].behind) {
         auto& item = items_[i];
         item.visited = true;
+        if (!goesOn()) {
+            item.code = ECANCELED;
+            continue;
+        }
         const int folder = folders_[item.folder].descriptor.get();
         const auto* from = item.oldName.c_str();
         const auto* to = item.newName.c_str();
@@ -262,6 +269,11 @@ void Renaming::renameCircle(std::size_t first) {
     for (std::size_t i = first; !items_[i].visited; i = items_[i].ahead) {
         items_[i].visited = true;
         circle.push_back(i);
+    }
+    if (!goesOn()) {
+        for (const auto i : circle)
+            items_[i].code = ECANCELED;
+        return;
     }
     for (std::size_t done = 0; done + 1 < circle.size(); ++done) {
         int code = exchange(circle[done], circle[done + 1]);
@@ -351,7 +363,8 @@ int systemRename(int folder, const char* from, const char* to, unsigned flags) {
 }
 
 RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std::string>& names,
-                          const PathRule& rule, const RenameCall& call) {
+                          const PathRule& rule, const RenameCall& call,
+                          const std::function<bool()>& goesOn) {
     const auto refused = [&](NSErrorRef error) {
         return RenameAnswer{urls, std::vector(urls.size(), error->code()), error};
     };
@@ -367,7 +380,7 @@ RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std:
                                       " items; one request renames at most " +
                                       std::to_string(maxItemsToRename) + ".",
                                   "Nothing was renamed. Make several requests."));
-    Renaming renaming(urls, rule, call);
+    Renaming renaming(urls, rule, call, goesOn);
     if (auto error = renaming.prepare(names))
         return refused(std::move(error));
     renaming.run();

@@ -43,8 +43,10 @@ inline constexpr std::size_t maxItemsToRename = 100'000;
 
 /// Gives each of `urls` the name at its place in `names`. A link at the end of a path is an item of
 /// its own. What cannot be meant (two items with one name, an item twice, a name that is none) is
-/// refused before anything is done.
+/// refused before anything is done. `goesOn` is asked before each rename, or circle of them; after
+/// a no what is left keeps its name, with ECANCELED.
 RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std::string>& names,
-                          const PathRule& rule = {}, const RenameCall& call = systemRename);
+                          const PathRule& rule = {}, const RenameCall& call = systemRename,
+                          const std::function<bool()>& goesOn = {});
 
 }  // namespace morvane

@@ -29,6 +29,10 @@ NSErrorRef errorOfWork(WorkEnd end, const NSURL& url) {
     return nullptr;
 }
 
+NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end) {
+    return posixError(ECANCELED, url, "The request was cancelled." + leftText(end));
+}
+
 std::string leftText(WorkEnd end) {
     return end == WorkEnd::left ? " A file system does not answer; what it was asked may still be "
                                   "done when it does."

@@ -18,6 +18,9 @@ std::uint32_t userOfRule(const PathRule& rule);
 /// Null if the work was begun. `url` is what it was to be done with.
 NSErrorRef errorOfWork(WorkEnd end, const NSURL& url);
 
+/// Of a request that its client said no to.
+NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end);
+
 /// What is said besides of work that was left; empty of other work.
 std::string leftText(WorkEnd end);
 

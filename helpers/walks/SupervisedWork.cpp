@@ -2,43 +2,16 @@
 
 #include <condition_variable>
 #include <exception>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "WorkLeft.h"
+
 namespace morvane {
 namespace {
-
-/// How much of each user's work has been left and still goes on.
-class WorkLeft {
-  public:
-    static WorkLeft& shared() {
-        // For as long as the process: work that has been left may end later than everything else.
-        static auto& left = *new WorkLeft;
-        return left;
-    }
-    bool isFull(std::uint32_t user) {
-        const std::lock_guard lock(mutex_);
-        const auto found = counts_.find(user);
-        return found != counts_.end() && found->second >= maxWorkLeft;
-    }
-    void add(std::uint32_t user) {
-        const std::lock_guard lock(mutex_);
-        ++counts_[user];
-    }
-    void remove(std::uint32_t user) {
-        const std::lock_guard lock(mutex_);
-        if (--counts_[user] == 0)
-            counts_.erase(user);
-    }
-
-  private:
-    std::mutex mutex_;
-    std::map<std::uint32_t, std::size_t> counts_;
-};
 
 /// What the two threads know of the work.
 struct Progress {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,6 +23,7 @@ class FakeUserDatabase final : public UserDatabase {
     std::map<std::uint32_t, std::vector<std::uint32_t>> memberships;
     std::atomic<int> lookups = 0;
     std::atomic<int> groupLookups = 0;
+    std::function<void()> whenGroupsAreAsked = [] {};
 
     std::optional<Record> userWithId(std::uint32_t uid) override { return byId(users, uid); }
     std::optional<Record> userWithName(const std::string& name) override {
@@ -35,6 +37,7 @@ class FakeUserDatabase final : public UserDatabase {
     std::vector<Record> allGroups() override { return groups; }
     std::vector<std::uint32_t> groupsOfUser(std::uint32_t uid) override {
         ++groupLookups;
+        whenGroupsAreAsked();
         const auto found = memberships.find(uid);
         return found == memberships.end() ? std::vector<std::uint32_t>{} : found->second;
     }

@@ -40,6 +40,15 @@ void expectError(const DirectoryAnswer& answer, int code, const NSURL& url) {
     EXPECT_EQ(std::get<NSURL>(answer.error->userInfo().at(NSURLErrorKey)), url);
 }
 
+TEST_F(DirectoryRequestsTest, EndsWhenItIsNotToGoOn) {
+    file("a");
+    file("b");
+    int asked = 0;
+    expectError(contentsOfDirectory(url(), {}, limits::messageSize, [&] { return asked++ == 0; }),
+                ECANCELED, url());
+    EXPECT_EQ(asked, 2);
+}
+
 TEST_F(DirectoryRequestsTest, EachItemIsAUrlBelowTheFolder) {
     file("a b");
     file("\xff\n");

@@ -48,14 +48,15 @@ class RenameRequests : public testing::Test {
         return result;
     }
     RenameAnswer rename(const std::vector<std::pair<std::string, std::string>>& pairs,
-                        const RenameCall& call = systemRename) const {
+                        const RenameCall& call = systemRename,
+                        const std::function<bool()>& goesOn = {}) const {
         std::vector<NSURL> urls;
         std::vector<std::string> names;
         for (const auto& [from, to] : pairs) {
             urls.push_back(url(from));
             names.push_back(to);
         }
-        return renameUrlsTo(urls, names, {}, call);
+        return renameUrlsTo(urls, names, {}, call, goesOn);
     }
     std::vector<std::string> pathsOf(const RenameAnswer& answer) const {
         std::vector<std::string> result;
@@ -90,6 +91,15 @@ TEST_F(RenameRequests, AChainIsRenamedFromItsEnd) {
     make({"1", "2", "3"});
     EXPECT_FALSE(rename({{"1", "2"}, {"2", "3"}, {"3", "4"}}).error);
     EXPECT_EQ(contents(), (Contents{{"2", "1"}, {"3", "2"}, {"4", "3"}}));
+}
+
+TEST_F(RenameRequests, AfterANoWhatIsLeftKeepsItsName) {
+    make({"a", "b", "c", "x", "y"});
+    int asked = 0;
+    const auto answer = rename({{"a", "A"}, {"b", "B"}, {"c", "b"}, {"x", "y"}, {"y", "x"}},
+                               systemRename, [&] { return asked++ == 0; });
+    EXPECT_EQ(answer.codes, (Codes{0, ECANCELED, ECANCELED, ECANCELED, ECANCELED}));
+    EXPECT_EQ(contents(), (Contents{{"A", "a"}, {"b", "b"}, {"c", "c"}, {"x", "x"}, {"y", "y"}}));
 }
 
 TEST_F(RenameRequests, NothingIsOverwritten) {

@@ -5,8 +5,9 @@ usage: helper_under_load.py HELPER POLICY-FILE POLICY-AGENT MORVANE [SECONDS [FI
 
 For SECONDS (300) a user without any right sends requests of 0.96 MB, whose archives unfold into a quarter of a
 million objects, over 32 connections; half of them never take a reply. Meanwhile another user propagates a folder's
-list over FILES (300000). Prints the most memory and threads that the helper had, how many requests were refused, and
-how the propagation ended. Ends with 1 if it was not whole, or if the helper took 64 MiB.
+list over FILES (300000). Prints the most memory and threads that the helper had, how many requests were refused, how
+the propagation ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both
+lines of each propagation, or if the helper took 64 MiB.
 """
 import os
 import plistlib
@@ -101,17 +102,19 @@ def main():
     seconds = float(sys.argv[5]) if len(sys.argv) > 5 else 300
     files = int(sys.argv[6]) if len(sys.argv) > 6 else 300000
     rig = Rig(helper, [policy], agent)
+    rig.take_log()
     rig.stop_helper()
     rig.start_helper("prlimit", "--nofile=16384", "--nproc=2048")
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
         tree = os.path.join(folder, "tree")
-        os.mkdir(tree, 0o700)
+        os.mkdir(tree)
+        os.chmod(tree, 0o750)
         for i in range(files // 1000):
             below = os.path.join(tree, str(i))
             os.mkdir(below)
             for j in range(999):
-                os.close(os.open(os.path.join(below, str(j)), os.O_CREAT | os.O_WRONLY, 0o600))
+                os.mknod(os.path.join(below, str(j)), 0o600)
         most, done = {"memory": 0, "threads": 0}, threading.Event()
         watcher = threading.Thread(target=watch, args=(rig.helper.pid, most, done))
         begin = time.monotonic()
@@ -132,9 +135,18 @@ def main():
         refused = stranger.communicate()[0].strip()
         done.set()
         watcher.join()
+        changed = sum(os.lstat(os.path.join(at, name)).st_mode & 0o777 == 0o640
+                      for at, _, names in os.walk(tree) for name in names)
+        print(f"{changed} files have the list")
+        whole = whole and changed == files // 1000 * 999
+    told = {outcome: sum(f"]: {outcome}: uid " in line for line in rig.logged) for outcome in ("begun", "done", "refused")}
+    print("lines of the log:", ", ".join(f"{count} {outcome}" for outcome, count in told.items()))
+    # The command reads the list before it is propagated.
+    told_whole = all(sum(f"]: {outcome}: uid " in line and "propagateAclEntries" in line for line in rig.logged) == runs
+                     for outcome in ("begun", "done"))
     print(f"refused {refused} requests; the helper had at most {most['memory'] / 2**20:.1f} MiB and "
           f"{most['threads']} threads")
-    return 0 if whole and most["memory"] < MOST_MEMORY else 1
+    return 0 if whole and told_whole and most["memory"] < MOST_MEMORY else 1
 
 
 if __name__ == "__main__":
