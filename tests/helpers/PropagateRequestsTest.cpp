@@ -39,8 +39,8 @@ constexpr PosixRights none = PosixNothing;
 constexpr PosixRights rw = PosixRead | PosixWrite;
 constexpr PosixRights rx = PosixRead | PosixExecute;
 constexpr PosixRights rwx = PosixEverything;
-constexpr std::uint32_t alice = 3000003;
-constexpr std::uint32_t staff = 3000005;
+constexpr std::uint32_t alice = 30003;
+constexpr std::uint32_t staff = 30005;
 constexpr uid_t ordinaryUser = 65534;
 /// The interval of a request whose client is not there to be asked.
 constexpr std::chrono::hours unasked{1};
@@ -164,11 +164,11 @@ TEST_F(PropagateRequests, AFolderWithoutInheritedEntriesGivesItsOwnThreeClasses)
 }
 
 TEST_F(PropagateRequests, TheOwnerAndTheGroupOfTheEntriesAreGiven) {
-    ASSERT_EQ(chown(top_.c_str(), 3000001, 3000002), 0);
+    ASSERT_EQ(chown(top_.c_str(), 30001, 30002), 0);
     ASSERT_EQ(propagate(own()), nullptr);
     for (const auto* const path : {"/file", "/program", "/sub", "/sub/deep/file"}) {
-        EXPECT_EQ(aclOf(top_ + path).owner, 3000001U) << path;
-        EXPECT_EQ(aclOf(top_ + path).group, 3000002U) << path;
+        EXPECT_EQ(aclOf(top_ + path).owner, 30001U) << path;
+        EXPECT_EQ(aclOf(top_ + path).group, 30002U) << path;
     }
 }
 
