@@ -117,14 +117,33 @@ class Rig:
         os.makedirs(os.path.dirname(LOG))
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         log.bind(LOG)
-        self.logged = []
+        self.logged, self.hold_log = [], lambda line: None
 
         def take():
             while True:
-                self.logged.append(log.recv(65536).decode(errors="replace"))
+                line = log.recv(65536).decode(errors="replace")
+                self.logged.append(line)
+                self.hold_log(line)
 
         # Who tells a log that nobody empties has to wait.
         threading.Thread(target=take, daemon=True).start()
+
+    @contextlib.contextmanager
+    def log_stopped_at(self, text):
+        """Nothing more is taken from the log once a line has the text, which the event that this yields tells. Soon
+        whoever tells the log more has to wait, until the end."""
+        reached, ended = threading.Event(), threading.Event()
+
+        def hold(line):
+            if text in line:
+                reached.set()
+                ended.wait()
+        self.hold_log = hold
+        try:
+            yield reached
+        finally:
+            self.hold_log = lambda line: None
+            ended.set()
 
     def set_password(self, user, password):
         """For as long as the rig stands; what the machine has is left alone."""
