@@ -55,6 +55,10 @@ FileService::FileService(Kind kind) {
     connection_->resume();
 }
 
+std::int64_t FileService::processIdentifier() const {
+    return connection_->processIdentifier().value();
+}
+
 FileService::~FileService() {
     connection_->invalidate();
 }

@@ -23,6 +23,9 @@ class FileService {
 
     using Entries = std::vector<std::shared_ptr<morvane::MVAclEntry>>;
 
+    /// Of the service, which has answered before.
+    std::int64_t processIdentifier() const;
+
     std::int64_t sizeOf(const std::string& path);
     Entries aclOf(const std::string& path);
     void propagate(const Entries& entries, const std::string& path);

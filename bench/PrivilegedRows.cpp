@@ -2,6 +2,7 @@
 #include <gio/gio.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -47,7 +48,7 @@ class PolicyQuestion {
     PolicyQuestion(const PolicyQuestion&) = delete;
     PolicyQuestion& operator=(const PolicyQuestion&) = delete;
 
-    void ask(const char* action) {
+    bool isAuthorized(const char* action) {
         GVariantBuilder subject;
         g_variant_builder_init(&subject, G_VARIANT_TYPE("a{sv}"));
         g_variant_builder_add(&subject, "{sv}", "pid",
@@ -65,7 +66,10 @@ class PolicyQuestion {
             g_variant_get(answer, "((bba{ss}))", &yes, nullptr, nullptr);
             g_variant_unref(answer);
         }
-        if (!yes)
+        return yes != FALSE;
+    }
+    void ask(const char* action) {
+        if (!isAuthorized(action))
             throw std::runtime_error("polkit does not say yes");
     }
 
@@ -74,7 +78,69 @@ class PolicyQuestion {
     const std::uint64_t startTime_ = startTimeOfThisProcess();
 };
 
+/// What a process has used so far, as anyone may look at it.
+struct Use {
+    explicit Use(std::int64_t process) {
+        const auto folder = "/proc/" + std::to_string(process);
+        std::ifstream stat(folder + "/stat");
+        std::string word;
+        std::getline(stat, word, ')');
+        constexpr int userTime = 14;
+        for (int field = 3; field != userTime; ++field)
+            stat >> word;
+        double user = 0;
+        double system = 0;
+        stat >> user >> system;
+        seconds = (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+        std::ifstream status(folder + "/status");
+        while (status >> word && word != "VmHWM:") {
+        }
+        status >> kibibytes;
+        if (!stat || !status)
+            throw std::runtime_error("the helper's process cannot be looked at");
+    }
+    double seconds = 0;
+    /// At most, of memory.
+    std::int64_t kibibytes = 0;
+};
+
+void beRefused(FileService& service, const std::string& name) {
+    try {
+        service.rename({NSURL::fileURLWithPath("/")}, {name});
+    } catch (const std::runtime_error& refusal) {
+        if (std::string(refusal.what()).find("is not held") != std::string::npos)
+            return;
+        throw;
+    }
+    throw std::runtime_error("a request whose right is not held was carried out");
+}
+
 }  // namespace
+
+/// Before the rows that obtain a right, which would serve for this one too.
+Lines refusedRequest(const Options& options) {
+    FileService privileged(FileService::Kind::privileged);
+    const std::string megabyte(std::size_t{1} << 20, 'x');
+    beRefused(privileged, "warm");
+    constexpr int times = 500;
+    const Use before(privileged.processIdentifier());
+    for (int i = 0; i != times; ++i)
+        beRefused(privileged, megabyte);
+    const Use after(privileged.processIdentifier());
+    const auto microseconds = (after.seconds - before.seconds) * 1e6 / times;
+    PolicyQuestion polkit;
+    return compare({.row = "refused-request",
+                    .ours = {"", repeated([&] { beRefused(privileged, megabyte); })},
+                    .peers = {{"polkit check",
+                               repeated([&] { keep(polkit.isAuthorized(MVRightRenameFiles)); })}},
+                    .required = {},
+                    .limit = {},
+                    .note = "the helper's own: " + std::to_string(std::lround(microseconds)) +
+                            " us of processor time for each, and " +
+                            std::to_string(after.kibibytes - before.kibibytes) +
+                            " KiB more memory after " + std::to_string(times)},
+                   options);
+}
 
 Lines privilegedList(const Options& options) {
     obtain(MVRightGetFileAcl);

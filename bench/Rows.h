@@ -34,6 +34,7 @@ Lines propagate100k(const Options& options);
 Lines rename10k(const Options& options);
 
 /// These need the privileged helper and polkit.
+Lines refusedRequest(const Options& options);
 Lines privilegedList(const Options& options);
 Lines authorizeHeld(const Options& options);
 

@@ -40,6 +40,7 @@ constexpr Row rows[] = {
     {"size-tree", sizeTree},
     {"propagate-100k", propagate100k},
     {"rename-10k", rename10k},
+    {"refused-request", refusedRequest},
     {"privileged-list", privilegedList},
     {"authorize-held", authorizeHeld},
 };
