@@ -69,6 +69,7 @@ class AclEditing {
           style_(style),
           edit_(std::move(entries)),
           item_(url_, edit_.shown(), access_),
+          leftCreatorWithout_(item_.leavesCreatorWithout(edit_.shown())),
           before_(shown(edit_.shown())),
           editor_(edit_.shown(), [this](Problem& problem) {
               const bool folder = item_.isFolder(&kindError_);
@@ -160,16 +161,16 @@ class AclEditing {
             if (error)
                 return refusal(*countedAsSeen(error, sent, editor_.entries()), options_);
         }
-        std::string warning;
-        if (item_.leavesCreatorWithout(entries))
-            warning = "morvane: whoever makes an item in '" + escaped(options_.path) +
-                      "' will have no right to it, as all that is inherited is for others.\n"
-                      "  'add creator' adds an entry for them; let it apply to the same items.\n";
-        if (options_.dryRun) {
-            auto outcome = wouldBe(std::move(entries));
-            outcome.message += warning;
-            return outcome;
-        }
+        if (!lossy && !leftCreatorWithout_ && item_.leavesCreatorWithout(entries))
+            return Outcome{ExitFailure,
+                           {},
+                           std::string("morvane: ") + cannotChange + " '" + escaped(options_.path) +
+                               "': whoever makes an item in the folder would have no right to it, "
+                               "as all that is inherited is for others.\n  Nothing was changed. "
+                               "'add creator' adds an entry for them; let it apply to the same "
+                               "items. --lossy accepts the list as it is.\n"};
+        if (options_.dryRun)
+            return wouldBe(std::move(entries));
         Outcome outcome;
         if (const auto error = sink_(entries, url_)) {
             if (isChangedMeanwhile(*error))
@@ -182,7 +183,6 @@ class AclEditing {
                            escaped(error->localizedDescription()) + "\n  " +
                            escaped(advice(*error, Effect::changes)) + '\n'};
         }
-        outcome.message += warning;
         // What the item has now, which is not always the order of what was written.
         auto written = source_(url_);
         if (written.error) {
@@ -214,6 +214,7 @@ class AclEditing {
         if (now.error)
             return refusal(*now.error, options_);
         item_ = EditedItem(url_, now.entries, access_);
+        leftCreatorWithout_ = item_.leavesCreatorWithout(now.entries);
         auto replayed = edit_.replay(editor_.entries(), now.entries);
         editor_.replaceEntries(std::move(replayed.entries));
         notMade = std::move(replayed.notMade);
@@ -228,6 +229,8 @@ class AclEditing {
     const Style& style_;
     ListEdit edit_;
     EditedItem item_;
+    /// As the list was read.
+    bool leftCreatorWithout_;
     NSErrorRef kindError_;
     const std::string before_;
     AclEditor editor_;

@@ -181,7 +181,7 @@ def written_otherwise(dump, paths):
 
 
 def main():
-    dump = sys.argv[1]
+    dump = os.path.abspath(sys.argv[1])
     count = int(sys.argv[2]) if len(sys.argv) > 2 else 10000
     seed = int(sys.argv[3]) if len(sys.argv) > 3 else 20260101
     rng = random.Random(seed)

@@ -148,16 +148,33 @@ class Choices:
                 self.check(path, who, choices[choice])
 
 
-class OnExt4(Choices, unittest.TestCase):
-    SYSTEM = "ext4"
+class Limited(Choices):
+    """A file system that holds no list as long as the kernel takes."""
+    NAMES = 6000
+    LIMIT = None
+
+    def test_a_list_that_is_too_long_says_how_long_one_may_be(self):
+        path = self.item(False)
+        done = morvane("acl", path, "--edit", ";".join(f"add user:{10000 + i}" for i in range(self.NAMES)))
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr, "The list is too long for this file system(, whose disk is not full)?: it would "
+                         f"name {self.NAMES} users and groups. {self.LIMIT}")
+        self.assertIsNone(stored(path, "user"))
 
 
-class OnXfs(Choices, unittest.TestCase):
+class OnExt4(Limited, unittest.TestCase):
+    SYSTEM, NAMES = "ext4", 600
+    LIMIT = "All extended attributes of an item have to fit into one block of 4096 bytes, where each of them takes 8."
+
+
+class OnXfs(Limited, unittest.TestCase):
     SYSTEM = "xfs"
+    LIMIT = "XFS holds at most 5461 entries in one list."
 
 
-class OnBtrfs(Choices, unittest.TestCase):
+class OnBtrfs(Limited, unittest.TestCase):
     SYSTEM = "btrfs"
+    LIMIT = "It has to fit into one node of the file system's tree, usually of 16384 bytes, where each of them takes 8."
 
 
 class OnTmpfs(Choices, unittest.TestCase):

@@ -212,25 +212,33 @@ class Servers(Mount):
         self.assertIn((ALLOW, 0, 0x160187, "OWNER@"), self.list_of(self.file))
         self.assertIn((ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x1200A1, "4711"), self.list_of(sub))
 
-    def test_a_list_that_leaves_nothing_to_who_makes_an_item_is_told(self):
-        self.put(self.folder, (ALLOW, 0, 0x1601E7, "OWNER@"), *self.PLAIN[1:])
+    def test_a_list_that_leaves_nothing_to_who_makes_an_item_is_refused_with_what_helps(self):
+        before = [(ALLOW, 0, 0x1601E7, "OWNER@"), *self.PLAIN[1:]]
+        self.put(self.folder, *before)
         below = 'on "Child files"; on "Child folders"; on "All descendants"'
+        script = f"add user:4711; permissions read; {below}"
         for arguments in (("--dry-run",), ()):
-            result = self.run_on("linux", "acl", self.folder, *arguments, "--edit",
-                                 f"add user:4711; permissions read; {below}")
-            self.assertEqual(result.returncode, 0, result.stderr)
-            self.assertIn(f"morvane: whoever makes an item in '{self.folder}' will have no right to it, as all that "
-                          "is inherited is for others.\n  'add creator' adds an entry for them; let it apply to the "
-                          "same items.\n", result.stderr)
+            result = self.run_on("linux", "acl", self.folder, *arguments, "--edit", script)
+            self.assertEqual((result.returncode, result.stderr), (
+                1, f"morvane: cannot change the access-control list of '{self.folder}': whoever makes an item in the "
+                   "folder would have no right to it, as all that is inherited is for others.\n  Nothing was changed. "
+                   "'add creator' adds an entry for them; let it apply to the same items. --lossy accepts the list as "
+                   "it is.\n"))
+            self.assertEqual(self.list_of(self.folder), before)
         result = self.run_on("linux", "acl", self.folder, "--edit",
-                             f'add creator; permissions read-write; {below}; off "This item"')
+                             f'{script}; add creator; permissions read-write; {below}; off "This item"')
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertIn((FILES | FOLDERS | ONLY_BELOW, "OWNER@"),
-                      [(flags, who) for _, flags, _, who in self.list_of(self.folder)])
+        self.assertIn((ALLOW, FILES | FOLDERS | ONLY_BELOW, "OWNER@"),
+                      [(kind, flags, who) for kind, flags, _, who in self.list_of(self.folder)])
+        # Where it is so already, it is nobody's edit that makes it so.
+        self.put(self.folder, *before)
+        self.assertEqual(self.run_on("", "acl", self.folder, "--lossy", "--edit", script).returncode, 0)
+        result = self.run_on("", "acl", self.folder, "--edit", "add user:4712; permissions read")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_a_refusal_without_a_reason_is_explained(self):
         self.put(self.folder, *self.PLAIN)
-        result = self.run_on("linux", "acl", self.folder, "--edit",
+        result = self.run_on("linux", "acl", self.folder, "--lossy", "--edit",
                              'add user:4711; permissions read; on "Child folders"; off "All descendants"')
         self.assertEqual(result.returncode, 1)
         self.assertIn("refused the list without a reason. Some hold no entry that is inherited by one level only",

@@ -247,23 +247,28 @@ class Linux(OnAMount, unittest.TestCase):
         self.assertIn(f'allow uid {ALICE}: "Change Owner"', result.stderr)
         self.assertTrue(reads(ALICE, self.file))
 
-    def test_who_makes_an_item_that_inherits_nothing_for_them_is_told_beforehand(self):
-        self.give(self.folder, "A::OWNER@:rwaDxtTcCy", "A::GROUP@:rwaxtcy", "A::EVERYONE@:rwaDxtcy")
+    def test_a_list_that_leaves_nothing_to_who_makes_an_item_is_refused_with_what_helps(self):
+        self.give(self.folder, "A::OWNER@:rwaDxtTcCy", "A::GROUP@:rwaDxtcy", "A::EVERYONE@:rwaDxtcy")
         below = 'on "Child files"; on "Child folders"; on "All descendants"'
-        result = self.try_morvane("acl", self.folder, "--edit", f"add user:{ALICE}; permissions read; {below}")
-        self.assertIn("whoever makes an item in", result.stderr)
-        self.assertTrue(act(BOB, 'umask 0; : >"$1/without"', self.folder))
-        self.assertFalse(reads(BOB, f"{self.folder}/without"), self.getfacl(f"{self.folder}/without"))
-        result = self.try_morvane("acl", self.folder, "--edit",
-                                  f'add creator; permissions read-write; {below}; off "This item"')
-        self.assertNotIn("whoever makes an item in", result.stderr)
-        self.assertTrue(act(BOB, 'umask 0; : >"$1/with"', self.folder))
-        self.assertTrue(reads(BOB, f"{self.folder}/with") and writes(BOB, f"{self.folder}/with"),
-                        self.getfacl(f"{self.folder}/with"))
+        script = f"add user:{ALICE}; permissions read; {below}"
+        other = f"{self.folder}/other"
+        os.mkdir(other)
+        self.give(other, "A::OWNER@:rwaDxtTcCy", "A::GROUP@:rwaDxtcy", "A::EVERYONE@:rwaDxtcy")
+        result = self.try_morvane("acl", other, "--edit", script)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("whoever makes an item in the folder would have no right to it", result.stderr)
+        self.try_morvane("acl", other, "--lossy", "--edit", script)
+        self.assertTrue(act(BOB, 'umask 0; : >"$1/made"', other), self.getfacl(other))
+        self.assertFalse(reads(BOB, f"{other}/made"), self.getfacl(f"{other}/made"))
+        self.try_morvane("acl", self.folder, "--edit",
+                         f'{script}; add creator; permissions read-write; {below}; off "This item"')
+        self.assertTrue(act(BOB, 'umask 0; : >"$1/made"', self.folder), self.getfacl(self.folder))
+        self.assertTrue(reads(BOB, f"{self.folder}/made") and writes(BOB, f"{self.folder}/made"),
+                        self.getfacl(f"{self.folder}/made"))
 
     def test_an_entry_for_one_level_is_refused_with_the_reason(self):
-        result = self.try_morvane("acl", self.folder, "--edit", f'add user:{ALICE}; permissions read; '
-                                  'on "Child folders"; off "All descendants"')
+        result = self.try_morvane("acl", self.folder, "--lossy", "--edit",
+                                  f'add user:{ALICE}; permissions read; on "Child folders"; off "All descendants"')
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn("inherited by one level only", result.stderr)
 
