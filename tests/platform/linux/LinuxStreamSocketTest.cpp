@@ -133,15 +133,15 @@ TEST(LinuxStreamSocket, APeerIsKnownAlthoughNoDescriptorIsLeft) {
 }
 
 TEST(LinuxStreamSocket, APeerThatThereIsNoDescriptorForIsMissed) {
-    const auto [stream, peer] = streamAndPeer();
+    const auto pair = streamAndPeer();
     for (rlim_t left = 0; left < 2; ++left) {
         withDescriptorsLeft(left, [&] {
-            const PeerProcess process(peer);
+            const PeerProcess process(pair.second);
             EXPECT_TRUE(process.isMissed());
-            EXPECT_EQ(process.startTime(*stream->peer()), 0U);
+            EXPECT_EQ(process.startTime(*pair.first->peer()), 0U);
         });
     }
-    EXPECT_FALSE(PeerProcess(peer).isMissed());
+    EXPECT_FALSE(PeerProcess(pair.second).isMissed());
 }
 
 /// Runs `test` in a process of its own, where /etc has nothing but a list of lent user numbers.
