@@ -78,7 +78,7 @@ class EntryOfOrigin final : public NSObject {
 };
 
 /// What the decode of such an entry says; empty if it is taken.
-std::string failureOf(EntryOfOrigin::Write write) {
+std::string failureOfOrigin(EntryOfOrigin::Write write) {
     NSErrorRef error;
     const auto entry = NSKeyedUnarchiver::unarchivedObjectOfClasses(
         {&MVAclEntry::classObject()},
@@ -136,18 +136,18 @@ TEST_F(MVAclOriginCoding, AnEntryOfAnOlderPeerHasNoOrigin) {
 }
 
 TEST_F(MVAclOriginCoding, AnOriginThatCannotBeIsRefused) {
-    EXPECT_EQ(failureOf([](auto& c) { writeOrigin(c, 1, 1, "d"); }), "");
+    EXPECT_EQ(failureOfOrigin([](auto& c) { writeOrigin(c, 1, 1, "d"); }), "");
     const auto refusal = [](const std::string& key, const std::string& what) {
         return "The archive cannot be read: for key \"" + key + "\", " + what + ".";
     };
-    EXPECT_EQ(failureOf([](auto&) {}), refusal("url", "an origin has no URL"));
+    EXPECT_EQ(failureOfOrigin([](auto&) {}), refusal("url", "an origin has no URL"));
     for (const std::int64_t owner : {std::int64_t{-1}, std::int64_t{1} << 32})
-        EXPECT_EQ(failureOf([=](auto& c) { writeOrigin(c, owner, 1, "d"); }),
+        EXPECT_EQ(failureOfOrigin([=](auto& c) { writeOrigin(c, owner, 1, "d"); }),
                   refusal("owner", "a user or group has another number"));
     for (const std::int32_t storage : {0, 4})
-        EXPECT_EQ(failureOf([=](auto& c) { writeOrigin(c, 1, storage, "d"); }),
+        EXPECT_EQ(failureOfOrigin([=](auto& c) { writeOrigin(c, 1, storage, "d"); }),
                   refusal("storage", "there is no such storage"));
-    EXPECT_EQ(failureOf([](auto& c) { writeOrigin(c, 1, 1, std::string(65, 'd')); }),
+    EXPECT_EQ(failureOfOrigin([](auto& c) { writeOrigin(c, 1, 1, std::string(65, 'd')); }),
               refusal("digest", "a digest is too long"));
 }
 

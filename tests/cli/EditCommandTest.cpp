@@ -10,15 +10,18 @@
 namespace morvane {
 namespace {
 
-constexpr std::uint32_t owner = 4801;
-constexpr std::uint32_t group = 4802;
+constexpr std::uint32_t itemOwner = 4801;
+constexpr std::uint32_t itemGroup = 4802;
 
 /// A service with one file, whose list another program changes between reading and writing.
 class Editing : public testing::Test {
   protected:
     Editing() {
-        acl_ = {
-            owner, group, false, {PosixRead | PosixWrite, PosixRead, PosixNothing, {}, {}, {}}, {}};
+        acl_ = {itemOwner,
+                itemGroup,
+                false,
+                {PosixRead | PosixWrite, PosixRead, PosixNothing, {}, {}, {}},
+                {}};
         acl_.access.mask = PosixRead | PosixWrite;
         acl_.access.users = {{4803, PosixRead | PosixWrite}, {4804, PosixRead | PosixWrite}};
     }
@@ -62,7 +65,7 @@ class Editing : public testing::Test {
     }
     std::shared_ptr<const MVAclOrigin> originNow(const NSURL& url) const {
         return MVAclOrigin::initWithValues(
-            {url, false, owner, group, MVAclStorage::posix, digestOf(acl_)});
+            {url, false, itemOwner, itemGroup, MVAclStorage::posix, digestOf(acl_)});
     }
 
     acltest::World world_;
