@@ -123,6 +123,7 @@ int main() {
     // Whoever connects cannot take away what the questions need. Without it the first asks anew.
     connectToPolicy();
     listener->setIdleTimeout(idleSeconds);
+    listener->holdClientProcesses();
     FileRequestHandler::outliveExceptions();
     const auto journal = std::make_shared<RequestJournal>(
         [](const std::string& line) { syslog(LOG_INFO, "%s", line.c_str()); });

@@ -76,6 +76,8 @@ class ActivatedListener final : public StreamListener {
     }
     ~ActivatedListener() override { stop(); }
 
+    void holdPeerProcesses() override { holdsPeers_ = true; }
+
     void start(std::function<void(bool alone)> task) override {
         watchReadable(socket_.get(), std::move(task));
     }
@@ -83,7 +85,7 @@ class ActivatedListener final : public StreamListener {
     std::shared_ptr<StreamSocket> accept() override {
         FileDescriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (client) {
-            PeerProcess peer(client);
+            auto peer = holdsPeers_ ? PeerProcess(client) : PeerProcess();
             if (!peer.isMissed())
                 return std::make_shared<LinuxStreamSocket>(std::move(client), std::move(peer));
             // Who cannot be asked about is let go; it may come again.
@@ -100,6 +102,7 @@ class ActivatedListener final : public StreamListener {
 
   private:
     const FileDescriptor socket_;
+    bool holdsPeers_ = false;
 };
 
 }  // namespace

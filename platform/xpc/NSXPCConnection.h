@@ -131,7 +131,8 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     /// one whom the system has lent the number of the peer's user.
     std::optional<std::int64_t> accountableUserIdentifier() const;
     /// When that process started, in the kernel's units, read while it was seen alive; 0 if it has
-    /// gone. Together with its identifier it names one process only.
+    /// gone, or unless NSXPCListener::holdClientProcesses() was called. Together with its
+    /// identifier it names one process only.
     std::uint64_t processStartTime() const;
 
     class MORVANE_INTERNAL Core;

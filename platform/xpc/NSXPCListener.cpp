@@ -25,6 +25,11 @@ class NSXPCListener::Core {
     NewConnectionHandler handler;
     std::chrono::seconds idleTimeout{0};
 
+    void holdClientProcesses() {
+        if (listener_)
+            listener_->holdPeerProcesses();
+    }
+
     int run() {
         if (only_) {
             const bool isServed = clients_->isClosed() || add(std::move(only_));
@@ -328,6 +333,10 @@ void NSXPCListener::setNewConnectionHandler(NewConnectionHandler handler) {
 
 void NSXPCListener::setIdleTimeout(std::uint32_t seconds) {
     core_->idleTimeout = std::chrono::seconds(seconds);
+}
+
+void NSXPCListener::holdClientProcesses() {
+    core_->holdClientProcesses();
 }
 
 int NSXPCListener::run() {

@@ -51,6 +51,11 @@ class MORVANE_EXPORT NSXPCListener {
     void setNewConnectionHandler(NewConnectionHandler handler);
     /// run() returns when there has been no connection for this long; 0 (the default): never.
     void setIdleTimeout(std::uint32_t seconds);
+    /// Holds each client's process from its connection on, so that
+    /// NSXPCConnection::processStartTime() tells when it started: for a service that asks the
+    /// system about its clients. It makes connecting dearer and takes one descriptor for each. Call
+    /// it before run().
+    void holdClientProcesses();
     /// Serves until the service is no longer needed: for a private service until the application
     /// closes the connection, otherwise until the idle timeout or invalidate(). Returns the
     /// process's exit status: 0, or 1 if a private service had no memory or thread to serve with.

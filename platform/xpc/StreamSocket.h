@@ -74,6 +74,9 @@ class ServiceEndpoint {
 class StreamListener {
   public:
     virtual ~StreamListener();
+    /// Before start(): the clients' streams are to tell when their processes started, see
+    /// StreamSocket::peerStartTime().
+    virtual void holdPeerProcesses() {}
     /// Calls `task` on another thread when there is a client, then not again before waitForNext().
     /// It is told whether it is alone: no thread can be had that would wait in its place, so that
     /// it must not serve the client. Throws std::system_error if there is no thread at all.

@@ -1,4 +1,5 @@
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <MorvaneOperation/platform/linux/PeerProcess.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -33,7 +34,7 @@ class Activated {
     ~Activated() { std::filesystem::remove_all(folder_); }
 
     /// Starts the service; it leaves after a second without clients.
-    void start() {
+    void start(const char* how = "--activated") {
         child_ = fork();
         if (child_ != 0)
             return;
@@ -44,7 +45,7 @@ class Activated {
         setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
         setenv("LISTEN_FDS", "1", 1);
         const char* const program = MORVANE_TEST_SERVICES "/xpc_test_service";
-        execl(program, program, "--activated", nullptr);
+        execl(program, program, how, nullptr);
         _exit(127);
     }
     int waitForEnd() {
@@ -100,6 +101,16 @@ TEST(NSXPCListener, AClientConnectsAgainWithItsNextRequest) {
     EXPECT_FALSE(second.starts_with("error"));
     connection->invalidate();
     EXPECT_EQ(service.waitForEnd(), 0);
+}
+
+TEST(NSXPCListener, TellsSinceWhenAClientIsThereIfItHoldsItsProcess) {
+    for (const bool holds : {false, true}) {
+        Activated service;
+        service.start(holds ? "--holding" : "--activated");
+        const auto expected = holds ? startTimeOfProcess(getpid()) : 0;
+        EXPECT_EQ(echo(*connectTo("echo"), "since"), std::to_string(expected));
+        EXPECT_EQ(service.waitForEnd(), 0);
+    }
 }
 
 TEST(NSXPCListener, ASocketThatIsNotThereMakesTheConnectionInvalid) {
