@@ -98,7 +98,10 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
 
     /// Has `admission` decide on each of the peer's requests before any of its arguments is
     /// decoded. An error ends the request: its reply has that error, and nothing else. Requests are
-    /// asked about in the order in which they came, one after the other. Before resume().
+    /// asked about in the order in which they came, one after the other. While that takes long for
+    /// one, the peer's answers to requests of this side still come through, as far as they came
+    /// before its next request: at that one reading stops until the first is decided. Before
+    /// resume().
     void setAdmission(Admission admission);
 
     /// Both may also be cleared with an empty handler, at any time.
