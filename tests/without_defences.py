@@ -397,7 +397,7 @@ DEFENCES = (
     Defence("Where the kernel tells the number alone, who has become another user is not the one that connected.",
             "platform/linux/PeerProcess.cpp",
             "if (status_ && userByStatus(status_) != peer.userIdentifier)",
-            "if (status_ && userByStatus(status_) < 0)",
+            "if (status_ && userByStatus(status_) < 0 && peer.userIdentifier < 0)",
             ("LinuxStreamSocketOfAnOlderKernel.APeerThatHasBecomeAnotherUserHasNoStartTime",)),
     Defence("A look at the client's process needs no descriptor.",
             "platform/linux/PeerProcess.cpp",
