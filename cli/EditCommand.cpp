@@ -49,7 +49,7 @@ Outcome refusal(const NSError& error, const EditOptions& options) {
     return {exitCodeOf(error), {}, std::move(message)};
 }
 
-std::string joined(const std::vector<std::string>& parts) {
+std::string enumerated(const std::vector<std::string>& parts) {
     std::string text;
     for (const auto& part : parts)
         text += (text.empty() ? "" : ", ") + part;
@@ -106,7 +106,7 @@ class AclEditing {
                 return refusedAsChanged(
                     "another program has changed the list meanwhile, and in it what the script "
                     "changes: " +
-                    joined(notMade));
+                    enumerated(notMade));
         }
         return refusedAsChanged("other programs change it again and again");
     }
@@ -123,7 +123,7 @@ class AclEditing {
                 return "Another program has changed the list. Your changes are made on what it is "
                        "now" +
                        (notMade.empty() ? std::string()
-                                        : ", but not that of " + joined(notMade) +
+                                        : ", but not that of " + enumerated(notMade) +
                                               ", which is no longer what it was") +
                        ": look at it, and save again.";
             if (outcome.exitCode != ExitFailure)

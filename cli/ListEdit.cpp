@@ -13,7 +13,7 @@ bool holds(const EntryList& list, const std::shared_ptr<MVAclEntry>& entry) {
     return std::find(list.begin(), list.end(), entry) != list.end();
 }
 
-std::string textOf(const std::shared_ptr<MVAclEntry>& entry) {
+std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
     return entriesAsJson({entry});
 }
 
@@ -21,7 +21,7 @@ std::string textOf(const std::shared_ptr<MVAclEntry>& entry) {
 
 ListEdit::ListEdit(EntryList entries) {
     for (auto& entry : entries) {
-        auto text = textOf(entry);
+        auto text = allShownOf(entry);
         read_.push_back({std::move(entry), std::move(text), {}});
     }
     const auto numbered = shown();
@@ -77,7 +77,7 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
     for (const auto& [entry, asRead, title] : read_) {
         auto* const found = take(asRead);
         const bool isRemoved = !holds(edited, entry);
-        if (!isRemoved && textOf(entry) == asRead)
+        if (!isRemoved && allShownOf(entry) == asRead)
             continue;
         if (!found) {
             result.notMade.push_back(title);

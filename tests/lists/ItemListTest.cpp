@@ -129,6 +129,7 @@ TEST_F(AnItemList, HoldsItsNearestListThoughADenialForAGroupIsShownInIt) {
                                  MVAclEntry::newEntryForDirectory(true)->permissions(), false);
     for (const auto& node : asked->permissions()[3]->childNodes())
         MVTreeNode::setStateOf(*node, MVStateOn);
+    MVTreeNode::setStateOf(*asked->permissions()[3]->childNodes()[0], MVStateOff);  // "This item"
     asked->setPermissionGroup(MVAclGroupAll);
     entries.push_back(asked);
     ASSERT_FALSE(list.losses(entries).empty());
