@@ -1,8 +1,11 @@
+#include <sched.h>
+
 #include <algorithm>
 #include <charconv>
 #include <clocale>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -20,11 +23,51 @@ struct Row {
     Lines (*measure)(const Options& options);
 };
 
+/// Puts all threads of this process, and the processes that they start, on one core while it lasts.
+class OneCore {
+  public:
+    OneCore() {
+        sched_getaffinity(0, sizeof before_, &before_);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        for (int core = 0; core != CPU_SETSIZE && CPU_COUNT(&one) == 0; ++core) {
+            if (CPU_ISSET(core, &before_))
+                CPU_SET(core, &one);
+        }
+        put(one);
+    }
+    ~OneCore() { put(before_); }
+    OneCore(const OneCore&) = delete;
+    OneCore& operator=(const OneCore&) = delete;
+
+  private:
+    static void put(const cpu_set_t& cores) {
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+            sched_setaffinity(std::stoi(thread.path().filename()), sizeof cores, &cores);
+    }
+    cpu_set_t before_;
+};
+
+/// Both ends take turns there, which shows what the work costs rather than how soon the other core
+/// is awake.
+template <Lines (*measure)(const Options&)>
+Lines onOneCore(const Options& options) {
+    const OneCore core;
+    auto lines = measure(options);
+    for (auto& line : lines)
+        line.row += "-one-core";
+    return lines;
+}
+
 constexpr Row rows[] = {
     {"round-trip-64", roundTrip64},
+    {"round-trip-64-one-core", onOneCore<roundTrip64>},
     {"callback-64", callback64},
+    {"callback-64-one-core", onOneCore<callback64>},
     {"pipelined-64", pipelined64},
+    {"pipelined-64-one-core", onOneCore<pipelined64>},
     {"connect-first-reply", connectFirstReply},
+    {"connect-first-reply-one-core", onOneCore<connectFirstReply>},
     {"archive-encode-entry", archiveEncodeEntry},
     {"archive-decode-entry", archiveDecodeEntry},
     {"state-change", stateChange},
