@@ -46,23 +46,23 @@ LETTERS = dict(zip(RIGHTS, "rwx"))
 
 def in_a_world_with_the_users():
     """Runs this program again where /etc/passwd and /etc/group have the users."""
-    if os.environ.get("RANDOM_EDITS_USERS"):
-        folder = os.environ["RANDOM_EDITS_USERS"]
-        for name in "passwd", "group":
-            subprocess.run(["mount", "--bind", f"{folder}/{name}", f"/etc/{name}"], check=True)
-        return
-    with tempfile.TemporaryDirectory() as folder:
-        os.chmod(folder, 0o755)
-        with open("/etc/passwd", encoding="utf-8") as old, open(f"{folder}/passwd", "w", encoding="utf-8") as new:
-            new.write(old.read())
-            new.writelines(f"{name}:x:{uid}:{EVERYBODYS}::/:/bin/sh\n" for name, (uid, _) in USERS.items())
-        with open("/etc/group", encoding="utf-8") as old, open(f"{folder}/group", "w", encoding="utf-8") as new:
-            new.write(old.read())
-            for group, gid in GROUPS.items():
-                members = ",".join(name for name, (_, groups) in USERS.items() if group in groups)
-                new.write(f"{group}:x:{gid}:{members}\n")
-        sys.exit(subprocess.run(["unshare", "--mount", "--propagation", "private", sys.executable, *sys.argv],
-                                env={**os.environ, "RANDOM_EDITS_USERS": folder}, check=False).returncode)
+    if "RANDOM_EDITS_ALONE" not in os.environ:
+        os.environ["RANDOM_EDITS_ALONE"] = "yes"
+        os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable, *sys.argv])
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/mnt"], check=True)
+    for part in "users", "work":
+        os.mkdir(f"/mnt/{part}", 0o755)
+    with open("/etc/passwd", encoding="utf-8") as old, open("/mnt/users/passwd", "w", encoding="utf-8") as new:
+        new.write(old.read())
+        new.writelines(f"{name}:x:{uid}:{EVERYBODYS}::/:/bin/sh\n" for name, (uid, _) in USERS.items())
+    with open("/etc/group", encoding="utf-8") as old, open("/mnt/users/group", "w", encoding="utf-8") as new:
+        new.write(old.read())
+        for group, gid in GROUPS.items():
+            members = ",".join(name for name, (_, groups) in USERS.items() if group in groups)
+            new.write(f"{group}:x:{gid}:{members}\n")
+    # All of the folder: a mount on a file is lost when another program replaces the file.
+    subprocess.run(["mount", "-t", "overlay", "-o", "lowerdir=/etc,upperdir=/mnt/users,workdir=/mnt/work", "overlay",
+                    "/etc"], check=True)
 
 
 class Actor:
