@@ -331,7 +331,9 @@ class Edit:
             who = ("creator",) if children and actor.who == ("user", MAKER) else actor.who
             for right in RIGHTS:
                 can = bool(self.after[key][actor.name] & right)
-                could = bool(self.before.get(key, {}).get(actor.name, 0) & right)
+                # So could whoever else is in these groups, of whom an edit may make this user one.
+                could = bool(self.before.get(key, {}).get(actor.name, 0) & right) or \
+                    Asked(self.shown, self.item, self.shown, children).may(("user", None), actor.groups, right, False)
                 strictly = asked.may(who, actor.groups, right)
                 if can and not strictly and not (could and asked.may(who, actor.groups, right, False)):
                     yield f"{actor.name} {'below ' * children}has {LETTERS[right]}, which nobody asked for"
