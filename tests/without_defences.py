@@ -542,7 +542,7 @@ DEFENCES = (
             "    runWhenWritable(socket_.get(), onceReady(std::move(sending)));\n",
             "    StreamSocket::whenWritable([self = shared_from_this(), sending = std::move(sending)] {\n"
             "        pollfd room{self->socket_.get(), POLLOUT, 0};\n"
-            "        ::poll(&room, 1, -1);\n"
+            "        ::poll(&room, 1, 1000);\n"
             "        sending();\n"
             "    });\n",
             ("ServedStream.ClientsThatTakeNoRepliesCostNoThread",)),
@@ -848,7 +848,8 @@ class Tests:
             if not re.search(r"^\[  PASSED  \] 1 test|^Ran 1 test", output, re.MULTILINE):
                 raise Misfit(f"{name} is not one test:\n{output}")
             return None
-        if not re.search(r": Failure$|^FAILED \(failures=", output, re.MULTILINE):
+        # Killed by a signal it has failed too: some tests are there to see that the program goes on.
+        if process.returncode > 0 and not re.search(r": Failure$|^FAILED \(failures=", output, re.MULTILINE):
             raise Misfit(f"{name} ends without a failed expectation:\n{output}")
         return output
 
