@@ -20,7 +20,7 @@ AskedWork::AskedWork(const Client& client, std::function<void()> instead)
       instead_(std::move(instead)) {}
 
 AskedWork::~AskedWork() {
-    if (isLeft_)
+    if (isCounted_)
         WorkLeft::shared().remove(user_);
 }
 
@@ -63,8 +63,7 @@ void AskedWork::look() {
         if (!instead_)
             return;
         if (!goesOn && std::exchange(isToEnd_, true)) {
-            isLeft_ = true;
-            WorkLeft::shared().add(user_);
+            isCounted_ = WorkLeft::shared().add(user_);
             instead.swap(instead_);
         }
     }

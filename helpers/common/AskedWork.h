@@ -60,7 +60,8 @@ class AskedWork : public std::enable_shared_from_this<AskedWork> {
     /// Empty once it has been called, or the work is done.
     std::function<void()> instead_;
     bool isToEnd_ = false;
-    bool isLeft_ = false;
+    /// Whether it was left, and takes a place of its user.
+    bool isCounted_ = false;
 };
 
 /// Whether too much of the user's work has been left for more to be begun.

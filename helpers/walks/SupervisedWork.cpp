@@ -18,7 +18,8 @@ struct Progress {
     std::mutex mutex;
     std::condition_variable ended;
     bool isDone = false;
-    bool isLeft = false;
+    /// Whether it was left, and takes a place of its user.
+    bool isCounted = false;
     std::exception_ptr failure;
 };
 
@@ -42,7 +43,7 @@ WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision
             const std::lock_guard lock(progress->mutex);
             progress->isDone = true;
             progress->failure = failure;
-            if (progress->isLeft)
+            if (progress->isCounted)
                 WorkLeft::shared().remove(user);
             progress->ended.notify_one();
         });
@@ -60,8 +61,7 @@ WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision
         if (goesOn)
             continue;
         if (!progress->ended.wait_for(lock, supervision.grace, isDone)) {
-            progress->isLeft = true;
-            WorkLeft::shared().add(user);
+            progress->isCounted = WorkLeft::shared().add(user);
             thread.detach();
             return WorkEnd::left;
         }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <new>
 
 #include "SupervisedWork.h"
 
@@ -22,9 +23,15 @@ class WorkLeft {
         const auto found = counts_.find(user);
         return found != counts_.end() && found->second >= maxWorkLeft;
     }
-    void add(std::uint32_t user) {
+    /// False if there is no memory to count it; it is not removed then.
+    bool add(std::uint32_t user) noexcept {
         const std::lock_guard lock(mutex_);
-        ++counts_[user];
+        try {
+            ++counts_[user];
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        return true;
     }
     void remove(std::uint32_t user) {
         const std::lock_guard lock(mutex_);
