@@ -59,15 +59,16 @@ std::string enumerated(const std::vector<std::string>& parts) {
 /// One run of `morvane acl PATH --edit`, from the list that was read to the one that is written.
 class AclEditing {
   public:
-    AclEditing(const EditOptions& options, NSURL url, EntryList entries, const AclSource& source,
-               const AclSink& sink, const AccessSource& access, const Style& style)
+    AclEditing(const EditOptions& options, NSURL url, const EntryList& entries,
+               const AclSource& source, const AclSink& sink, const AccessSource& access,
+               const Style& style)
         : options_(options),
           url_(std::move(url)),
           source_(source),
           sink_(sink),
           access_(access),
           style_(style),
-          edit_(std::move(entries)),
+          edit_(entries),
           item_(url_, edit_.shown(), access_),
           leftCreatorWithout_(item_.leavesCreatorWithout(edit_.shown())),
           before_(shown(edit_.shown())),
@@ -256,7 +257,7 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
             exitCodeOf(*answer.error),
             {},
             failureMessage("cannot read the access-control list of", options.path, *answer.error)};
-    AclEditing editing(options, url, std::move(answer.entries), source, sink, access, style);
+    AclEditing editing(options, url, answer.entries, source, sink, access, style);
     return options.script ? editing.byScript(*options.script) : editing.byHand(interaction);
 }
 

@@ -19,16 +19,19 @@ std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
 
 }  // namespace
 
-ListEdit::ListEdit(EntryList entries) {
-    for (auto& entry : entries) {
+ListEdit::ListEdit(const EntryList& entries) {
+    for (const auto& entry : entries) {
         auto text = allShownOf(entry);
-        read_.push_back({std::move(entry), std::move(text), {}});
+        read_.push_back({entry, std::move(text), {}, entry->tag(), entry->uuid()});
     }
     const auto numbered = shown();
-    for (auto& [entry, asRead, title] : read_) {
-        const auto place = std::find(numbered.begin(), numbered.end(), entry) - numbered.begin();
-        title = "entry " + std::to_string(place + 1) + " (" +
-                (entry->identity() ? identityText(*entry->identity()) : identityName(*entry)) + ")";
+    for (auto& read : read_) {
+        const auto& entry = *read.entry;
+        const auto place =
+            std::find(numbered.begin(), numbered.end(), read.entry) - numbered.begin();
+        read.title = "entry " + std::to_string(place + 1) + " (" +
+                     (entry.identity() ? identityText(*entry.identity()) : identityName(entry)) +
+                     ")";
     }
 }
 
@@ -44,20 +47,30 @@ EntryList ListEdit::inOrderOfEvaluation(const EntryList& edited) const {
     EntryList denying;
     EntryList allowing;
     for (const auto& entry : edited) {
-        if (std::any_of(read_.begin(), read_.end(),
-                        [&](const Entry& read) { return read.entry == entry; }))
+        const auto* const read = readAs(entry);
+        if (read && read->keepsPlace())
             continue;
-        if (!read_.empty())
+        if (!read && !read_.empty())
             entry->setOrigin(read_.front().entry->origin());
         (entry->tag() == MVAclTagDeny ? denying : allowing).push_back(entry);
     }
     auto result = std::move(denying);
     for (const auto& read : read_) {
-        if (holds(edited, read.entry))
+        if (read.keepsPlace() && holds(edited, read.entry))
             result.push_back(read.entry);
     }
     result.insert(result.end(), allowing.begin(), allowing.end());
     return result;
+}
+
+bool ListEdit::Entry::keepsPlace() const {
+    return entry->tag() == tag && entry->uuid() == uuid;
+}
+
+const ListEdit::Entry* ListEdit::readAs(const std::shared_ptr<MVAclEntry>& entry) const {
+    const auto found = std::find_if(read_.begin(), read_.end(),
+                                    [&](const Entry& read) { return read.entry == entry; });
+    return found == read_.end() ? nullptr : &*found;
 }
 
 ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& now) {
@@ -74,13 +87,14 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
     };
     Replayed result;
     EntryList removed;
-    for (const auto& [entry, asRead, title] : read_) {
-        auto* const found = take(asRead);
+    for (const auto& read : read_) {
+        const auto& entry = read.entry;
+        auto* const found = take(read.asRead);
         const bool isRemoved = !holds(edited, entry);
-        if (!isRemoved && allShownOf(entry) == asRead)
+        if (!isRemoved && allShownOf(entry) == read.asRead)
             continue;
         if (!found) {
-            result.notMade.push_back(title);
+            result.notMade.push_back(read.title);
         } else if (isRemoved) {
             removed.push_back(found->entry);
         } else {
@@ -93,8 +107,7 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
             result.entries.push_back(entry);
     }
     for (const auto& entry : edited) {
-        if (std::none_of(read_.begin(), read_.end(),
-                         [&](const Entry& read) { return read.entry == entry; }))
+        if (!readAs(entry))
             result.entries.push_back(entry);
     }
     read_ = std::move(current.read_);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,14 +23,15 @@ class ListEdit {
   public:
     /// `entries` as a service sends them, which are the ones that are edited: in the order that
     /// decides what they mean.
-    explicit ListEdit(EntryList entries);
+    explicit ListEdit(const EntryList& entries);
 
     /// The entries that were read, in the order in which they are shown.
     EntryList shown() const;
 
     /// The edited entries in the order in which the item's list has them. A new entry that denies
-    /// comes first, one that allows last. New ones count as made for the list that was read, so
-    /// that they are refused with the others if it has changed.
+    /// comes first, one that allows last; so does an entry that denies or allows now, or is for
+    /// somebody else, as it would deny nothing behind one that allows. New ones count as made for
+    /// the list that was read, so that they are refused with the others if it has changed.
     EntryList inOrderOfEvaluation(const EntryList& edited) const;
 
     struct Replayed {
@@ -49,7 +52,15 @@ class ListEdit {
         std::string asRead;
         /// "entry 4 (user alice)", as it was then.
         std::string title;
+        std::int32_t tag = 0;
+        std::optional<NSUUID> uuid;
+
+        /// Whether it still does the same for the same.
+        bool keepsPlace() const;
     };
+    /// What is known of `entry` from reading it; null for a new one.
+    const Entry* readAs(const std::shared_ptr<MVAclEntry>& entry) const;
+
     std::vector<Entry> read_;
 };
 

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
 #include <gtest/gtest.h>
@@ -5,6 +6,7 @@
 #include <cerrno>
 
 #include "EditCommand.h"
+#include "ListEdit.h"
 #include "acl/AclTestSupport.h"
 
 namespace morvane {
@@ -46,7 +48,10 @@ class Editing : public testing::Test {
                 if (entry->origin() && entry->origin()->values() != originNow(url)->values())
                     return NSError::errorWithDomain(MVAclErrorDomain, MVAclChanged, {});
             }
-            acl_ = reduceToPosixAcl(entries, PosixAclTarget::of(acl_)).acl;
+            const auto wanted = reduceToPosixAcl(entries, PosixAclTarget::of(acl_));
+            if (!wanted.losses.empty() && !entries.empty())
+                return errorOfLosses(wanted.losses, entries, url);
+            acl_ = wanted.acl;
             return nullptr;
         };
     }
@@ -164,6 +169,38 @@ TEST_F(Editing, ReadsTheListOnceIfNobodyElseChangesIt) {
     const auto outcome = run("add user:4805; permissions read");
     EXPECT_EQ(outcome.message, "");
     EXPECT_EQ(read_, 2) << "and once after it was written";
+}
+
+TEST_F(Editing, PutsAnEntryThatIsADenialNowBeforeAllThatAllow) {
+    const auto entries = entriesOfPosixAcl(acl_);
+    const auto last = entries.back();
+    ListEdit edit(entries);
+    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()), entries) << "unchanged ones stay in place";
+    last->setTag(MVAclTagDeny);
+    const auto denying = edit.inOrderOfEvaluation(edit.shown());
+    ASSERT_EQ(denying.size(), entries.size());
+    EXPECT_EQ(denying.front(), last);
+    last->setTag(MVAclTagAllow);
+    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()), entries) << "it is what it was";
+}
+
+TEST_F(Editing, PutsAnEntryThatIsForAnotherNowWhereANewOneComes) {
+    const auto entries = entriesOfPosixAcl(acl_);
+    const auto first = entries.front();
+    ListEdit edit(entries);
+    first->setUuid(uuidOfPosixIdentity(CBPosixUser{4805}));
+    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()).back(), first);
+}
+
+TEST_F(Editing, PutsADenialFirstInTheListThatAnotherProgramHasMade) {
+    const auto entries = entriesOfPosixAcl(acl_);
+    const auto denied = entries[2];
+    ListEdit edit(entries);
+    denied->setTag(MVAclTagDeny);
+    acl_.access.users[0].rights = PosixRead;
+    const auto replayed = edit.replay(edit.shown(), entriesOfPosixAcl(acl_));
+    EXPECT_TRUE(replayed.notMade.empty());
+    EXPECT_EQ(edit.inOrderOfEvaluation(replayed.entries).front(), denied);
 }
 
 }  // namespace

@@ -94,6 +94,17 @@ class Lists(Mount):
         self.assertIn("[x] Read Data", shown)
         self.assertIn("[ ] Write Data", shown)
 
+    def test_an_entry_that_is_made_a_denial_denies(self):
+        os.chmod(self.folder, 0o755)
+        os.setxattr(self.file, "user.nfs4_acl", named(
+            (ALLOW, 0, 0x1601FF, "OWNER@"), (ALLOW, 0, 0x1200A7, "EVERYONE@"), (ALLOW, 0, 0x1200A7, "4711")))
+        number = [e["identity"] for e in self.entries(self.file)].index("uid 4711") + 1
+        self.assertIn("[x] Write Data", self.run_morvane("access", self.file, "--user", "4711"))
+        self.run_morvane("acl", self.file, "--edit", f"entry {number}; deny")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(
+            (ALLOW, 0, 0x1601FF, "OWNER@"), (DENY, 0, 0x0200A7, "4711"), (ALLOW, 0, 0x1200A7, "EVERYONE@")))
+        self.assertIn("[ ] Write Data", self.run_morvane("access", self.file, "--user", "4711"))
+
     def test_a_folders_list_is_propagated(self):
         sub = os.path.join(self.folder, "sub")
         os.mkdir(sub)
