@@ -177,7 +177,7 @@ class AclEditing {
             if (isChangedMeanwhile(*error))
                 return std::nullopt;
             if (exitCodeOf(*error) != ExitStoredOtherwise)
-                return refusal(*error, options_);
+                return refusal(*countedAsSeen(error, entries, editor_.entries()), options_);
             outcome = {ExitStoredOtherwise,
                        {},
                        "morvane: the list of '" + escaped(options_.path) + "' was written. " +

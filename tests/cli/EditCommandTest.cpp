@@ -203,5 +203,14 @@ TEST_F(Editing, PutsADenialFirstInTheListThatAnotherProgramHasMade) {
     EXPECT_EQ(edit.inOrderOfEvaluation(replayed.entries).front(), denied);
 }
 
+TEST_F(Editing, CountsTheEntriesOfTheServicesRefusalAsTheyAreShown) {
+    const auto outcome = run("add user:4805; deny; entry 2; on Delete");
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_NE(outcome.message.find("entry 2 (allow uid 4803)"), std::string::npos)
+        << outcome.message;
+    EXPECT_NE(outcome.message.find("entry 6 (deny uid 4805)"), std::string::npos)
+        << outcome.message;
+}
+
 }  // namespace
 }  // namespace morvane
