@@ -4,6 +4,7 @@
 #include <MorvaneOperation/InheritedAcl.h>
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <set>
@@ -148,9 +149,13 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& 
                               leftText(end));
     if (failures.count == 0)
         return nullptr;
-    const auto& first = failures.first.front();
+    // A list that is stored otherwise is the least of what may have happened.
+    auto worst = std::find_if(failures.first.begin(), failures.first.end(),
+                              [](const WalkFailure& one) { return one.code != EREMOTEIO; });
+    if (worst == failures.first.end())
+        worst = failures.first.begin();
     return posixError(
-        first.code, NSURL::fileURLWithPath(first.path),
+        worst->code, NSURL::fileURLWithPath(worst->path),
         failuresText(failures,
                      failures.notReached == 0 ? ", the others are" : "; the others are changed"));
 }

@@ -25,7 +25,8 @@ namespace morvane {
 /// `entries` that do not fit a folder or whose inheritance the file system cannot hold are refused
 /// before anything is changed. Once in an interval the client is asked whether to go on. Null if
 /// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
-/// which tells how many and which first ones (the rest is changed), or ECANCELED with the folder's
+/// which tells how many and which first ones (the rest is changed; EREMOTEIO only if each of them
+/// has got a list, which its server has stored otherwise), or ECANCELED with the folder's
 /// URL, which tells how far it came and the same of what could not be changed by then.
 NSErrorRef propagateAclEntriesBelow(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url,

@@ -302,8 +302,12 @@ void TreeWalk::failed(std::string path, int code, bool notReached) {
     const std::lock_guard lock(mutex_);
     ++failures_.count;
     failures_.notReached += notReached ? 1 : 0;
-    if (failures_.first.size() < maxFailuresKept)
-        failures_.first.push_back({std::move(path), code});
+    auto& first = failures_.first;
+    if (first.size() < maxFailuresKept)
+        first.push_back({std::move(path), code});
+    else if (std::none_of(first.begin(), first.end(),
+                          [&](const WalkFailure& failure) { return failure.code == code; }))
+        first.back() = {std::move(path), code};
 }
 
 }  // namespace morvane

@@ -27,7 +27,8 @@ struct WalkFailures {
     std::uint64_t count = 0;
     /// Those of them below which not everything has been reached.
     std::uint64_t notReached = 0;
-    /// No more than are worth naming.
+    /// No more than are worth naming. If these all fail alike and a later one does otherwise, it
+    /// takes the place of the last.
     std::vector<WalkFailure> first;
 };
 

@@ -563,6 +563,35 @@ TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
     EXPECT_EQ(error->localizedDescription(), "The propagation was cancelled after 0 items.");
 }
 
+/// A server that stores every list otherwise, but refuses the last one.
+class RefusingLastWriter final : public InheritedWriter {
+  public:
+    explicit RefusingLastWriter(int items) : items_(items) {}
+    int write(const OpenItem&, const struct stat&, std::size_t) const override {
+        return ++written_ == items_ ? EPERM : EREMOTEIO;
+    }
+
+  private:
+    const int items_;
+    mutable int written_ = 0;
+};
+
+TEST_F(PropagateRequests, ARefusalIsNotHiddenByListsThatAreStoredOtherwise) {
+    fs::remove_all(top_);
+    fs::create_directory(top_);
+    constexpr int items = 200;
+    for (int i = 0; i != items; ++i)
+        makeFile(top_ + "/file" + std::to_string(i));
+    AclPropagation propagation;
+    propagation.run(RefusingLastWriter(items), opened(top_), top_);
+    EXPECT_EQ(propagation.failures().count, items);
+    const auto error = outcomeOfPropagation(propagation, url());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), EPERM);
+    EXPECT_NE(error->localizedDescription().find("(Operation not permitted)"), std::string::npos)
+        << error->localizedDescription();
+}
+
 TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
     /// Replaces what is beside the first file that it is to write by a link out of the tree.
     class Swapping final : public InheritedWriter {
