@@ -172,6 +172,16 @@ class AclEditing {
                                "items. --lossy accepts the list as it is.\n"};
         if (options_.dryRun)
             return wouldBe(std::move(entries));
+        // The service tells a list that has changed by what the entries were read from; where none
+        // tells it, as in a list without entries, this program looks itself.
+        if (std::none_of(entries.begin(), entries.end(),
+                         [](const auto& entry) { return entry->origin() != nullptr; })) {
+            const auto now = source_(url_);
+            if (now.error)
+                return refusal(*now.error, options_);
+            if (!edit_.isStill(now.entries))
+                return std::nullopt;
+        }
         Outcome outcome;
         if (const auto error = sink_(entries, url_)) {
             if (isChangedMeanwhile(*error))

@@ -43,6 +43,13 @@ EntryList ListEdit::shown() const {
     return entries;
 }
 
+bool ListEdit::isStill(const EntryList& now) const {
+    return std::equal(read_.begin(), read_.end(), now.begin(), now.end(),
+                      [](const Entry& read, const std::shared_ptr<MVAclEntry>& entry) {
+                          return read.asRead == allShownOf(entry);
+                      });
+}
+
 EntryList ListEdit::inOrderOfEvaluation(const EntryList& edited) const {
     EntryList denying;
     EntryList allowing;

@@ -28,6 +28,9 @@ class ListEdit {
     /// The entries that were read, in the order in which they are shown.
     EntryList shown() const;
 
+    /// Whether `now` shows the entries that were read, and no others.
+    bool isStill(const EntryList& now) const;
+
     /// The edited entries in the order in which the item's list has them. A new entry that denies
     /// comes first, one that allows last; so does an entry that denies or allows now, or is for
     /// somebody else, as it would deny nothing behind one that allows. New ones count as made for

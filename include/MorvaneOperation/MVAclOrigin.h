@@ -18,6 +18,11 @@
 /// should, as otherwise a list of new entries alone replaces whatever is there. Nor have those of a
 /// service that does not know of it. It is no part of what an entry says: equality does not see it.
 ///
+/// The check counts only where the entries are written to the very URL that they were read from:
+/// under another, though it names the same item, they are a copy and replace whatever is there. A
+/// list without entries tells nothing: read again right before it is written. And a moment remains
+/// between the service's look and its write, in which a change is not noticed.
+///
 /// Immutable; any thread.
 namespace morvane {
 

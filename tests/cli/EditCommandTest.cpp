@@ -212,5 +212,31 @@ TEST_F(Editing, CountsTheEntriesOfTheServicesRefusalAsTheyAreShown) {
         << outcome.message;
 }
 
+/// On a network mount, where a list may have no entry of the owner's.
+TEST_F(Editing, RemovesNoEntryThatAnotherProgramHasChangedThoughNoneIsLeftToTellIt) {
+    const auto namedUsers = [&](const NSURL&) {
+        if (++read_ == 2)
+            acl_.access.users[1].rights = PosixRead;
+        auto entries = entriesOfPosixAcl(acl_);
+        std::erase_if(entries, [](const auto& entry) { return !entry->isAcl(); });
+        return AclAnswer{std::move(entries), nullptr};
+    };
+    bool isWritten = false;
+    const auto sink = [&](const EntryList&, const NSURL&) -> NSErrorRef {
+        isWritten = true;
+        return nullptr;
+    };
+    EditOptions options;
+    options.path = "/item";
+    options.script = "entry 1; remove; entry 2; remove";
+    const auto outcome = runAclEdit(options, namedUsers, sink, nullptr, nullptr, Style(false));
+    EXPECT_FALSE(isWritten);
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_EQ(outcome.message,
+              "morvane: cannot change the access-control list of '/item': another program has "
+              "changed the list meanwhile, and in it what the script changes: entry 2 (uid "
+              "4804).\n  Nothing was changed. Look at the list, and edit it as it is now.\n");
+}
+
 }  // namespace
 }  // namespace morvane
