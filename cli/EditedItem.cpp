@@ -43,9 +43,11 @@ EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
       ownership_(ownershipToldBy(list)) {}
 
 bool EditedItem::isFolder(NSErrorRef* error) {
+    if (isFolder_)
+        return *isFolder_;
     std::error_code ignored;
     const auto status = std::filesystem::status(url_.path(), ignored);
-    if (!isFolder_ && std::filesystem::exists(status))
+    if (std::filesystem::exists(status))
         isFolder_ = std::filesystem::is_directory(status);
     if (!isFolder_ && access_) {
         // Only a folder has a box for what is deleted in it, whoever is asked for.
