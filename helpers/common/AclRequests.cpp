@@ -121,6 +121,10 @@ std::string limitOf(const struct statfs& system) {
         case EXT4_SUPER_MAGIC:
             return " All extended attributes of an item have to fit into one block of " +
                    std::to_string(system.f_bsize) + " bytes, where each of them takes 8.";
+        case OVERLAYFS_SUPER_MAGIC:
+            return " The file system below the overlay decides; on ext4, the usual one, all "
+                   "extended attributes of an item have to fit into one block, usually of 4096 "
+                   "bytes, where each of them takes 8.";
         case BTRFS_SUPER_MAGIC:
             return " It has to fit into one node of the file system's tree, usually of 16384 "
                    "bytes, where each of them takes 8.";

@@ -58,24 +58,30 @@ class Choices:
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
         os.chmod(folder.name, 0o755)
-        cls.top = os.path.join(folder.name, "mounted")
-        os.mkdir(cls.top)
         if cls.SYSTEM == "overlay":
-            parts = {name: os.path.join(folder.name, name) for name in ("lowerdir", "upperdir", "workdir")}
+            below = cls.mounted("ext4", folder.name, "below")
+            parts = {name: os.path.join(below, name) for name in ("lowerdir", "upperdir", "workdir")}
             for part in parts.values():
                 os.mkdir(part)
-            options = ["-t", "overlay", "-o", ",".join(f"{name}={part}" for name, part in parts.items()), "overlay"]
-        elif cls.SYSTEM == "tmpfs":
-            options = ["-t", "tmpfs", "tmpfs"]
+            options = (f"{name}={part}" for name, part in parts.items())
+            cls.top = cls.mounted("overlay", folder.name, "mounted", *options)
         else:
-            image = os.path.join(folder.name, "image")
-            with open(image, "wb") as f:
-                f.truncate(512 << 20)  # what xfs wants at least, and holes but for what is written
-            subprocess.run([f"mkfs.{cls.SYSTEM}", "-q", image], check=True, capture_output=True)
-            options = ["-t", cls.SYSTEM, "-o", "loop", image]
-        subprocess.run(["mount", *options, cls.top], check=True)
-        cls.addClassCleanup(subprocess.run, ["umount", cls.top], check=True)
+            cls.top = cls.mounted(cls.SYSTEM, folder.name, "mounted")
         os.chmod(cls.top, 0o755)
+
+    @classmethod
+    def mounted(cls, system, folder, name, *options):
+        source, top = system, os.path.join(folder, name)
+        os.mkdir(top)
+        if system not in ("overlay", "tmpfs"):
+            source, options = os.path.join(folder, "image"), ["loop"]
+            with open(source, "wb") as f:
+                f.truncate(512 << 20)  # what xfs wants at least, and holes but for what is written
+            subprocess.run([f"mkfs.{system}", "-q", source], check=True, capture_output=True)
+        chosen = ["-o", ",".join(options)] if options else []
+        subprocess.run(["mount", "-t", system, *chosen, source, top], check=True)
+        cls.addClassCleanup(subprocess.run, ["umount", top], check=True)
+        return top
 
     def setUp(self):
         self.number = 0
@@ -181,8 +187,9 @@ class OnTmpfs(Choices, unittest.TestCase):
     SYSTEM = "tmpfs"
 
 
-class OnOverlay(Choices, unittest.TestCase):
+class OnOverlay(Limited, unittest.TestCase):
     SYSTEM = "overlay"
+    LIMIT = "The file system below the overlay decides; on ext4, the usual one, all extended attributes"
 
 
 if __name__ == "__main__":
