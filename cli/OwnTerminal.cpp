@@ -79,7 +79,7 @@ bool isInForeground() {
     return false;
 }
 
-void show(std::string_view text) {
+void writeAll(std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
         if (written < 0 && errno != EINTR)
@@ -91,12 +91,10 @@ void show(std::string_view text) {
 /// Between the two terminals, for as long as the child lives.
 class Relay {
   public:
-    /// `own` is the new terminal's other end, and does not block. Every signal of `signals` is
-    /// blocked.
-    Relay(pid_t child, FileDescriptor own, const sigset_t& signals)
-        : child_(child),
-          own_(std::move(own)),
-          signals_(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)) {}
+    /// `own` is the new terminal's other end, and does not block; `signals` tells the signals that
+    /// are blocked.
+    Relay(pid_t child, FileDescriptor own, FileDescriptor signals)
+        : child_(child), own_(std::move(own)), signals_(std::move(signals)) {}
 
     /// Returns the child's status, as waitpid() tells it.
     int run() {
@@ -113,9 +111,10 @@ class Relay {
             if (ends[2].revents != 0)
                 takeTyped();
             giveTyped();
-            showAll();
+            show();
         }
-        showAll();
+        while (show()) {
+        }
         return status_;
     }
 
@@ -150,11 +149,13 @@ class Relay {
             typed_.erase(0, static_cast<std::size_t>(count));
     }
 
-    void showAll() {
+    /// One piece at a time, so that what is typed meanwhile comes through. False if there is none.
+    bool show() {
         std::array<char, chunk> bytes;
-        ssize_t count = 0;
-        while ((count = read(own_.get(), bytes.data(), bytes.size())) > 0)
-            show({bytes.data(), static_cast<std::size_t>(count)});
+        const ssize_t count = read(own_.get(), bytes.data(), bytes.size());
+        if (count > 0)
+            writeAll({bytes.data(), static_cast<std::size_t>(count)});
+        return count > 0;
     }
 
     pid_t child_;
@@ -185,12 +186,18 @@ void moveToOwnTerminal() {
     sigemptyset(&signals);
     for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM})
         sigaddset(&signals, number);
+    FileDescriptor told(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!told) {
+        close(own);
+        close(inner);
+        return;
+    }
     sigprocmask(SIG_BLOCK, &signals, &former);
     signal(SIGCHLD, SIG_DFL);  // whoever ignores it is not told how a child has ended
     const pid_t child = fork();
     if (child > 0) {
         // Held open here too, the new terminal's last words are not lost.
-        Relay relay(child, FileDescriptor(own), signals);
+        Relay relay(child, FileDescriptor(own), std::move(told));
         termios raw = settings;
         cfmakeraw(&raw);
         tcsetattr(outer, TCSADRAIN, &raw);

@@ -56,7 +56,12 @@ void AskedWork::lookLater(std::chrono::milliseconds time) {
 }
 
 void AskedWork::look() {
-    const bool goesOn = question_->ask();
+    bool goesOn = true;
+    try {
+        goesOn = question_->ask();
+    } catch (const std::exception&) {
+        // There is no memory to ask; the next time will do.
+    }
     std::function<void()> instead;
     {
         const std::lock_guard lock(mutex_);

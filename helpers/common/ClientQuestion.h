@@ -33,12 +33,24 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
         if (unanswered_ > 0 || !goesOn_)
             return goesOn_;
         unanswered_ = tell ? 2 : 1;
+        try {
+            send(*client, tell);
+        } catch (...) {
+            unanswered_ = 0;  // who was not asked does not answer
+            throw;
+        }
+        return goesOn_;
+    }
+
+  private:
+    void send(NSXPCConnection& client,
+              const std::function<void(MVFileResponse& client, const Answer& answer)>& tell) {
         const auto answer = [self = shared_from_this()](bool yes) {
             if (!yes)
                 self->stop();
             --self->unanswered_;
         };
-        const auto proxy = client->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+        const auto proxy = client.remoteObjectProxyWithErrorHandler<MVFileResponse>(
             [self = shared_from_this()](NSErrorRef error) {
                 // A client that merely has no answer for us lets the work go on.
                 if (error->code() != NSXPCConnectionReplyInvalid)
@@ -48,10 +60,8 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
         if (tell)
             tell(*proxy, answer);
         proxy->progressWithReply(answer);
-        return goesOn_;
     }
 
-  private:
     void stop() {
         goesOn_ = false;
         if (stop_)

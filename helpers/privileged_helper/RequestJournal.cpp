@@ -86,7 +86,9 @@ std::shared_ptr<RequestJournal::Request> RequestJournal::begin(const RequestClie
 
 std::optional<std::uint64_t> RequestJournal::begunWhileNoneRuns() const {
     const std::lock_guard lock(mutex_);
-    return running_.empty() ? std::optional(begun_) : std::nullopt;
+    const bool isIdle = std::all_of(running_.begin(), running_.end(),
+                                    [](const Request* request) { return request->hasEnded_; });
+    return isIdle ? std::optional(begun_) : std::nullopt;
 }
 
 void RequestJournal::tellLeftOut() {

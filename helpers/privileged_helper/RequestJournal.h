@@ -81,7 +81,8 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     std::shared_ptr<Request> begin(const RequestClient& client, std::string_view selector,
                                    std::vector<std::string> items);
 
-    /// How many requests have begun so far, if none is worked on now.
+    /// How many requests have begun so far, if each of them has ended. One that was answered may
+    /// still be held by a file system; nobody waits for it.
     std::optional<std::uint64_t> begunWhileNoneRuns() const;
 
     /// Tells how many refusals were left out, of the users who may have a line again. To be called

@@ -54,9 +54,14 @@ WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision
     std::unique_lock lock(progress->mutex);
     while (!progress->ended.wait_for(lock, supervision.interval, isDone)) {
         lock.unlock();
-        const bool goesOn = supervision.goesOn();
-        if (!goesOn)
-            supervision.cancel();
+        bool goesOn = true;
+        try {
+            goesOn = supervision.goesOn();
+            if (!goesOn)
+                supervision.cancel();
+        } catch (const std::exception&) {
+            goesOn = true;  // there is no memory to ask; the next time will do
+        }
         lock.lock();
         if (goesOn)
             continue;

@@ -65,15 +65,14 @@ class SharedBudget {
         : left_(most), whole_(std::move(whole)) {}
     /// False, and nothing is taken, if there are not as many.
     bool take(std::size_t count) {
-        if (whole_ && !whole_->take(count))
-            return false;
         auto left = left_.load();
-        while (count <= left) {
-            if (left_.compare_exchange_weak(left, left - count))
-                return true;
-        }
-        if (whole_)
-            whole_->giveBack(count);
+        do {
+            if (count > left)
+                return false;
+        } while (!left_.compare_exchange_weak(left, left - count));
+        if (!whole_ || whole_->take(count))
+            return true;
+        left_ += count;
         return false;
     }
     void giveBack(std::size_t count) {

@@ -220,10 +220,11 @@ void Outbox::waitForPeer() {
 void Outbox::watchDeadline() {
     if (isDeadlineWatched_)
         return;
-    runAt(*deadline_, [weak = weak_from_this()] {
-        if (const auto self = weak.lock())
-            self->lookAtDeadline();
-    });
+    runAt(std::min(*deadline_, std::chrono::steady_clock::now() + limits::lookInterval),
+          [weak = weak_from_this()] {
+              if (const auto self = weak.lock())
+                  self->lookAtDeadline();
+          });
     isDeadlineWatched_ = true;
 }
 

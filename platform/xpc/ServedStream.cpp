@@ -2,6 +2,7 @@
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ServedStream.h>
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <utility>
@@ -214,10 +215,11 @@ void ServedStream::watchFrame() {
     if (isFrameWatched_)
         return;
     try {
-        runAt(*frameDeadline_, [weak = weak_from_this()] {
-            if (const auto self = weak.lock())
-                self->lookAtFrame();
-        });
+        runAt(std::min(*frameDeadline_, Clock::now() + limits::lookInterval),
+              [weak = weak_from_this()] {
+                  if (const auto self = weak.lock())
+                      self->lookAtFrame();
+              });
         isFrameWatched_ = true;
     } catch (const std::exception&) {
         socket_->shutdown();  // nobody could tell that its time is over

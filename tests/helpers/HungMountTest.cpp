@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -95,6 +96,21 @@ TEST(SupervisedWork, WhatItThrowsIsThrownToWhoWaits) {
     EXPECT_THROW(supervise([] { throw std::out_of_range("too far"); },
                            {.user = alice, .goesOn = [] { return true; }, .cancel = [] {}}),
                  std::out_of_range);
+}
+
+TEST(SupervisedWork, WhereItsClientCannotBeAskedItGoesOn) {
+    const auto gate = std::make_shared<Gate>();
+    int asked = 0;
+    const auto end = supervise([gate] { gate->pass(); }, {.user = alice,
+                                                          .interval = std::chrono::milliseconds(1),
+                                                          .goesOn = [&]() -> bool {
+                                                              if (++asked == 3)
+                                                                  gate->open();
+                                                              throw std::bad_alloc();
+                                                          },
+                                                          .cancel = [] {}});
+    EXPECT_EQ(end, WorkEnd::done);
+    EXPECT_GE(asked, 3);
 }
 
 TEST(SupervisedWork, WithoutAThreadItIsNotBegun) {

@@ -28,7 +28,7 @@ struct KeptJournal {
         [this](const std::string& line) { lines.push_back(line); }, [this] { return now; });
 };
 
-TEST(RequestJournal, ARequestIsAtWorkUntilTheLastReferenceToItHasGone) {
+TEST(RequestJournal, ARequestIsAtWorkUntilItHasEndedOrTheLastReferenceToItHasGone) {
     KeptJournal kept;
     auto& journal = *kept.journal;
     EXPECT_EQ(journal.begunWhileNoneRuns(), 0U);
@@ -39,6 +39,10 @@ TEST(RequestJournal, ARequestIsAtWorkUntilTheLastReferenceToItHasGone) {
     EXPECT_FALSE(journal.begunWhileNoneRuns());
     second.reset();
     EXPECT_EQ(journal.begunWhileNoneRuns(), 2U);
+    const auto held = journal.begin({}, "get:", {});
+    EXPECT_FALSE(journal.begunWhileNoneRuns());
+    held->failed("The file system does not answer.");
+    EXPECT_EQ(journal.begunWhileNoneRuns(), 3U) << "nobody waits for what still holds it";
 }
 
 TEST(RequestJournal, AFloodOfRefusalsMakesAFewLinesAndOneThatCountsTheRest) {
