@@ -4,7 +4,8 @@
 usage: helper_under_load.py HELPER POLICY-FILE POLICY-AGENT MORVANE [SECONDS [FILES]]
 
 For SECONDS (300) a user without any right sends requests of 0.96 MB, whose archives unfold into a quarter of a
-million objects, over 32 connections; half of them never take a reply. Meanwhile another user propagates a folder's
+million objects, over 32 connections; half of them never take a reply. Two more processes of that user connect, send the
+beginning of a frame and leave, again and again. Meanwhile another user propagates a folder's
 list over FILES (300000). Prints the most memory and threads that the helper had, how many requests were refused, how
 the propagation ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both
 lines of each propagation, or if the helper took 64 MiB.
@@ -24,6 +25,7 @@ from rig import Rig, SOCKET, enter_namespaces, wait_until  # noqa: E402
 
 STRANGER = 65533
 CONNECTIONS = 32
+KNOCKING = 2
 MOST_MEMORY = 64 << 20
 SELECTOR = b"setAclEntries:url:reply:"
 HEADER = struct.Struct("<4sBBBBIIQ")
@@ -68,11 +70,26 @@ def attack(reads, end, refused):
             time.sleep(0.01)
 
 
+def knock(end):
+    while time.monotonic() < end:
+        try:
+            with socket.socket(socket.AF_UNIX) as connection:
+                connection.settimeout(5)
+                connection.connect(SOCKET)
+                connection.sendall(b"MVX1\1\0")
+        except OSError:
+            time.sleep(0.01)
+
+
 def be_the_stranger(seconds):
     os.setgroups([])
     os.setgid(STRANGER)
     os.setuid(STRANGER)
     end = time.monotonic() + seconds
+    for _ in range(KNOCKING):
+        if os.fork() == 0:
+            knock(end)
+            os._exit(0)
     counts = [[0] for _ in range(CONNECTIONS)]
     threads = [threading.Thread(target=attack, args=(i % 2 == 0, end, counts[i])) for i in range(CONNECTIONS)]
     for thread in threads:
@@ -89,7 +106,7 @@ def watch(pid, most, done):
                 lines = dict(line.split(":", 1) for line in f)
         except OSError:
             return
-        most["memory"] = max(most["memory"], int(lines["VmRSS"].split()[0]) << 10)
+        most["memory"] = max(most["memory"], int(lines["VmHWM"].split()[0]) << 10)
         most["threads"] = max(most["threads"], int(lines["Threads"]))
         done.wait(0.05)
 
