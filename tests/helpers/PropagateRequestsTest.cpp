@@ -513,7 +513,7 @@ class CancellingWriter final : public InheritedWriter {
 
   private:
     const int cancelledAt_;
-    mutable int written_ = 0;
+    mutable std::atomic<int> written_ = 0;
 };
 
 /// Of a propagation in a folder with files only, which one thread writes one after the other.
@@ -573,7 +573,7 @@ class RefusingLastWriter final : public InheritedWriter {
 
   private:
     const int items_;
-    mutable int written_ = 0;
+    mutable std::atomic<int> written_ = 0;
 };
 
 TEST_F(PropagateRequests, ARefusalIsNotHiddenByListsThatAreStoredOtherwise) {
