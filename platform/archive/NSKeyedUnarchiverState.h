@@ -111,6 +111,7 @@ struct NSKeyedUnarchiver::State {
     /// archive; no class has nearly as many.
     static constexpr std::uint64_t maxKeys = 64;
     static constexpr std::uint64_t largeArray = 1024;
+    static constexpr std::string_view keyTwice = "the key stands there twice";
     /// So many objects cost the budget only when they are read.
     static constexpr std::uint64_t fewObjects = 8;
 
@@ -181,6 +182,12 @@ struct NSKeyedUnarchiver::State {
         const auto count = dictionary.count;
         if (count > maxKeys)
             keyed::fail(context, "an object has too many keys");
+        // Which classOf() mostly takes without looking for another.
+        std::uint32_t classes = 0;
+        for (std::uint32_t i = 0; i < count; ++i)
+            classes += list.text(dictionary, i) == "$class";
+        if (classes > 1)
+            keyed::fail(context, keyTwice);
         if (count > shape.keys.size())
             return false;
         shape.distinctCount = count;
@@ -204,7 +211,7 @@ struct NSKeyedUnarchiver::State {
             if (!isKey(i))
                 continue;
             if (found != dictionary.count)
-                keyed::fail(context, "the key stands there twice");
+                keyed::fail(context, keyTwice);
             found = i;
         }
         if (found == dictionary.count)

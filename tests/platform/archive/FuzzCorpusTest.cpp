@@ -8,6 +8,7 @@
 
 extern "C" int fuzzPropertyList(const std::uint8_t* data, std::size_t size);
 extern "C" int fuzzKeyedUnarchiver(const std::uint8_t* data, std::size_t size);
+extern "C" int fuzzTwoReaders(const std::uint8_t* data, std::size_t size);
 
 namespace {
 
@@ -31,6 +32,11 @@ TEST(FuzzCorpus, EveryPropertyListIsReadOrRefused) {
 
 TEST(FuzzCorpus, EveryKeyedArchiveIsReadOrRefused) {
     EXPECT_GT(replay("keyed_unarchiver", fuzzKeyedUnarchiver), 5);
+}
+
+TEST(FuzzCorpus, BothReadersMakeTheSameOfEveryArchive) {
+    EXPECT_GT(replay("two_readers", fuzzTwoReaders), 5);
+    EXPECT_GT(replay("keyed_unarchiver", fuzzTwoReaders), 5);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "ArchiveTestModels.h"
+#include "PlainUnarchiver.h"
 
 /// Arrays of so many objects, and lists of so many values, that they have a way of their own.
 namespace morvane::test {
@@ -134,6 +135,29 @@ TEST(LargeArray, WhatTakesMuchIsWrittenWhileItsElementsComeAndHoldsTheSameObject
         ASSERT_EQ(copies[i]->next, copies[200]);
         const std::vector<std::shared_ptr<NSObject>> held{copies[2], copies[290]};
         ASSERT_EQ(copies[i]->objects, held);
+    }
+}
+
+TEST(LargeArray, OfEverySizeItIsWrittenSoThatThePlainReaderReadsIt) {
+    const PlainUnarchiver::Makers makers{
+        {&Node::classObject(), [](PlainUnarchiver& coder) -> std::shared_ptr<NSObject> {
+             auto node = std::make_shared<Node>();
+             node->number = coder.decodeInt64("number");
+             node->next = coder.decodeObject("next", Node::classes());
+             return node;
+         }}};
+    for (const std::int64_t count : {1000, 1500, 40000}) {
+        auto nodes = numberedNodes(count);
+        for (std::size_t i = 1; i < nodes.size(); i += 3)
+            nodes[i]->next = nodes[i - 1];
+        const auto archive = archiveOf(nodes);
+        PlainUnarchiver unarchiver(archive, makers);
+        const auto copies = unarchiver.decodeObjects<Node>("nodes", Node::classes());
+        ASSERT_EQ(copies.size(), nodes.size());
+        for (std::size_t i = 0; i < copies.size(); ++i) {
+            ASSERT_EQ(copies[i]->number, static_cast<std::int64_t>(i));
+            ASSERT_EQ(copies[i]->next, i % 3 == 1 ? copies[i - 1] : nullptr);
+        }
     }
 }
 
