@@ -1,6 +1,7 @@
 #include "AclEditor.h"
 
 #include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
@@ -56,6 +57,18 @@ NSTreeNode* find(const MVAclEntry& entry, std::string_view name) {
             if (sameName(nameOf(*box), boxName))
                 return box.get();
         }
+    }
+    return nullptr;
+}
+
+/// Null if the entry has none by itself.
+const NSTreeNode* executionBox(const MVAclEntry& entry) {
+    if (entry.permissions().empty())
+        return nullptr;
+    for (const auto& box : entry.permissions().front()->childNodes()) {
+        const auto* permission = MVTreeNode::permissionOf(*box);
+        if (permission && static_cast<std::uint32_t>(permission->permission()) == ACL_SEARCH)
+            return box.get();
     }
     return nullptr;
 }
@@ -166,7 +179,25 @@ Problem AclEditor::setNode(std::size_t entry, NSTreeNode& node, BoxChange change
     if (change == BoxChange::toggle)
         state = MVTreeNode::stateOf(node) == MVStateOn ? MVStateOff : MVStateOn;
     MVTreeNode::setStateOf(node, state);
+    const auto* const execution = executionBox(*entries_[entry]);
+    const bool executes = execution && MVTreeNode::stateOf(*execution) == MVStateOn;
+    if (execution == &node || !executes)
+        setExecutionChosen(entries_[entry], executes);
     return std::nullopt;
+}
+
+bool AclEditor::isExecutionChosen(const std::shared_ptr<MVAclEntry>& entry) const {
+    return std::any_of(executing_.begin(), executing_.end(),
+                       [&](const auto& other) { return other.lock() == entry; });
+}
+
+void AclEditor::setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen) {
+    std::erase_if(executing_, [&](const auto& other) {
+        const auto held = other.lock();
+        return !held || held == entry;
+    });
+    if (chosen)
+        executing_.push_back(entry);
 }
 
 Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
@@ -186,6 +217,7 @@ Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
             continue;
         if (text == name) {
             target.setPermissionGroup(code);
+            setExecutionChosen(entries_[entry], false);
             return std::nullopt;
         }
         choice += (choice.empty() ? "" : ", ") + std::string(text);

@@ -56,6 +56,10 @@ class AclEditor {
     Problem setWho(std::size_t entry, std::string_view who);
     Problem setInherited(std::size_t entry, bool inherited);
 
+    /// Whether the entry's box for execution was switched on by itself, and not off since. A choice
+    /// of all its permissions takes that back.
+    bool isExecutionChosen(const std::shared_ptr<MVAclEntry>& entry) const;
+
     /// Why the list must not be written as it stands: an entry whose user is not known would apply
     /// to everyone.
     Problem unwritable() const;
@@ -63,9 +67,12 @@ class AclEditor {
   private:
     Problem known(std::size_t entry) const;
     Problem changeable(std::size_t entry) const;
+    void setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen);
 
     EntryList entries_;
     FolderQuestion isFolder_;
+    /// Those whose execution was chosen.
+    std::vector<std::weak_ptr<MVAclEntry>> executing_;
 };
 
 /// "user:NAME", "group:NAME" (a number may stand for the name), "everyone", "creator" (who makes an

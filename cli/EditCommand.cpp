@@ -24,14 +24,14 @@ bool isChangedMeanwhile(const NSError& error) {
     return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
 }
 
-/// `error`, with the entries of its losses counted as `seen` shows them. `sent` is what was
-/// refused.
-NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& sent, const EntryList& seen) {
+/// `error`, with the entries of its losses counted as `seen` shows them. `asked` are the entries
+/// that were refused.
+NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& asked, const EntryList& seen) {
     const auto losses = lossesOfError(*error);
     if (losses.empty() || losses.size() == maxLossesCarried)
         return error;
     std::vector<std::size_t> numbers;
-    for (const auto& entry : sent) {
+    for (const auto& entry : asked) {
         const auto found = std::find(seen.begin(), seen.end(), entry);
         numbers.push_back(found == seen.end() ? 0
                                               : static_cast<std::size_t>(found - seen.begin()) + 1);
@@ -154,13 +154,18 @@ class AclEditing {
         if (const auto problem = editor_.unwritable())
             return Outcome{ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
 
-        auto entries = edit_.inOrderOfEvaluation(editor_.entries());
+        auto asked = edit_.inOrderOfEvaluation(editor_.entries());
+        auto entries = asked;
+        for (auto& entry : entries) {
+            if (editor_.isExecutionChosen(entry))
+                entry = item_.askingToExecute(entry);
+        }
         if (options_.dryRun || lossy) {
             NSErrorRef error;
-            const auto sent = entries;
             entries = item_.afterWriting(entries, lossy, &error);
             if (error)
-                return refusal(*countedAsSeen(error, sent, editor_.entries()), options_);
+                return refusal(*countedAsSeen(error, asked, editor_.entries()), options_);
+            asked = entries;
         }
         if (!lossy && !leftCreatorWithout_ && item_.leavesCreatorWithout(entries))
             return Outcome{ExitFailure,
@@ -187,7 +192,7 @@ class AclEditing {
             if (isChangedMeanwhile(*error))
                 return std::nullopt;
             if (exitCodeOf(*error) != ExitStoredOtherwise)
-                return refusal(*countedAsSeen(error, entries, editor_.entries()), options_);
+                return refusal(*countedAsSeen(error, asked, editor_.entries()), options_);
             outcome = {ExitStoredOtherwise,
                        {},
                        "morvane: the list of '" + escaped(options_.path) + "' was written. " +

@@ -32,6 +32,11 @@ class EditedItem {
         return itemList_ && itemList_->leavesCreatorWithout(entries);
     }
 
+    /// `entry`, as it asks for execution though "Read" may be on as a whole.
+    std::shared_ptr<MVAclEntry> askingToExecute(const std::shared_ptr<MVAclEntry>& entry) const {
+        return itemList_ ? itemList_->askingToExecute(entry) : entry;
+    }
+
     /// The entries that the item would have after `entries` were written; with `lossy` the nearest
     /// ones that grant no more. Empty, with `*error` set, if it cannot hold them or that cannot be
     /// told.

@@ -161,6 +161,22 @@ bool ItemList::isOfTheBase(const MVAclEntry& entry) const {
                    *who == CBPosixIdentity{CBEveryone{}});
 }
 
+std::shared_ptr<MVAclEntry> ItemList::askingToExecute(
+    const std::shared_ptr<MVAclEntry>& entry) const {
+    if (!posix_ || posix_->isDirectory || !entry->isAcl() || entry->tag() != MVAclTagAllow ||
+        MVTreeNode::stateOf(*entry->permissions().front()) != MVStateOn)
+        return entry;
+    auto copy = copyOf(*entry);
+    if (entry->identity())
+        copy->setIdentity(entry->identity());  // also where the system does not know it
+    for (const auto& node : copy->permissions().front()->childNodes()) {
+        const auto* box = MVTreeNode::permissionOf(*node);
+        if (box && static_cast<std::uint32_t>(box->permission()) == ACL_READ_ATTRIBUTES)
+            MVTreeNode::setStateOf(*node, MVStateOff);
+    }
+    return copy;
+}
+
 std::vector<EntryLoss> ItemList::losses(const Entries& entries) const {
     return posix_ ? reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).losses
                   : nfs4Losses(entries, item(), known_);

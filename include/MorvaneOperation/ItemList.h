@@ -37,6 +37,11 @@ class MORVANE_EXPORT ItemList {
     bool holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const;
     /// Whether `entry` can be given that choice of MVAclPermissionGroup.
     bool holdsChoice(const MVAclEntry& entry, std::int64_t code) const;
+    /// `entry`, as it asks for execution whatever the others ask for: where somebody has switched
+    /// its box "Execute File" on. With it "Read" may be on as a whole, which does not make a file
+    /// executable that nobody can execute. A copy then, without "Read Attributes", which asks for
+    /// nothing; else `entry` itself.
+    std::shared_ptr<MVAclEntry> askingToExecute(const std::shared_ptr<MVAclEntry>& entry) const;
     /// What of `entries` the list would lose; empty if it holds them all.
     std::vector<EntryLoss> losses(const Entries& entries) const;
     /// The entries as they would be read after the nearest list that grants no more was written.

@@ -21,8 +21,9 @@
 ///
 /// A group of boxes that is on as a whole is a bundle: "Read" asks for read and execute, "Write"
 /// for write, and those of their boxes that Linux cannot hold apart are left out without a word. On
-/// a file that nobody can execute, "Read" as a whole asks for read alone. A box that is off in an
-/// entry that allows asks for nothing.
+/// a file that nobody can execute, "Read" as a whole asks for read alone
+/// (ItemList::askingToExecute() is for who wants both). A box that is off in an entry that allows
+/// asks for nothing.
 namespace morvane {
 
 /// As many named users and groups as one list holds: 64 KiB in the kernel's form.

@@ -212,6 +212,32 @@ TEST_F(Editing, CountsTheEntriesOfTheServicesRefusalAsTheyAreShown) {
         << outcome.message;
 }
 
+TEST_F(Editing, GivesTheExecutionThatIsSwitchedOnByItselfThoughReadIsOnAsAWholeThen) {
+    const std::pair<const char*, PosixRights> scripts[] = {
+        {R"(entry 2; permissions read)", PosixRead},
+        {R"(entry 2; permissions read; on "Execute File")", PosixRead | PosixExecute},
+        {R"(entry 2; on "Execute File")", PosixRead | PosixWrite | PosixExecute},
+        {R"(entry 2; on "Execute File"; permissions read)", PosixRead},
+        {R"(entry 2; on "Execute File"; off Read; on Read; off Write)", PosixRead},
+        {R"(entry 2; off "Read Data"; on "Read Data"; off Write)", PosixRead},
+    };
+    const auto before = acl_;
+    for (const auto& [script, rights] : scripts) {
+        acl_ = before;
+        const auto outcome = run(script);
+        EXPECT_EQ(outcome.message, "") << script;
+        EXPECT_EQ(rightsOf(4803), rights) << script;
+        EXPECT_EQ(rightsOf(4804), PosixRead | PosixWrite) << script;
+    }
+}
+
+TEST_F(Editing, CountsTheEntryWhoseExecutionIsSwitchedOnAsItIsShown) {
+    const auto outcome = run(R"(entry 2; on "Execute File"; on Delete)");
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_NE(outcome.message.find("entry 2 (allow uid 4803): \"Delete\""), std::string::npos)
+        << outcome.message;
+}
+
 /// On a network mount, where a list may have no entry of the owner's.
 TEST_F(Editing, RemovesNoEntryThatAnotherProgramHasChangedThoughNoneIsLeftToTellIt) {
     const auto namedUsers = [&](const NSURL&) {

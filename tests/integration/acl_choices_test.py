@@ -122,6 +122,15 @@ class Choices:
                 self.assertEqual((done.returncode, done.stderr), (0, ""))
                 self.check(path, who, before | self.asked(choice or "read-write", is_folder))
 
+    def test_execution_that_is_switched_on_by_itself_is_stored(self):
+        for who, choice in itertools.product(("user", "group"), (None, "read", "write", "read-write")):
+            with self.subTest(who=who, choice=choice):
+                path = self.item(False, for_others=False)
+                script = f"add {WHO[who][0]}" + (f"; permissions {choice}" if choice else "") + '; on "Execute File"'
+                done = morvane("acl", path, "--edit", script)
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+                self.check(path, who, 1 | self.asked(choice or "read-write", False))
+
     def test_a_changed_entry_is_stored_as_it_is_chosen(self):
         cases = itertools.product((False, True), ("user", "group"), ("read", "write", "read-write", "all"))
         for is_folder, who, choice in cases:

@@ -100,6 +100,34 @@ TEST_F(AnItemList, TellsWhichBoxesAnEntryCanHave) {
     EXPECT_FALSE(list.holdsBox(*others, box(*others, "Read Attributes")));
 }
 
+TEST_F(AnItemList, AsksForTheExecutionThatSomebodyHasSwitchedOn) {
+    auto entries = readFile();
+    const auto list = *ItemList::asRead(entries);
+    const auto entry = newEntry(CBPosixUser{somebody}, MVAclGroupRead);
+    entry->setOrigin(entries.front()->origin());
+    const auto executes = [&](const std::shared_ptr<MVAclEntry>& given) {
+        auto edited = entries;
+        edited.push_back(given);
+        EXPECT_TRUE(list.losses(edited).empty());
+        const auto nearest = list.nearest(edited);
+        return MVTreeNode::stateOf(box(*nearest[1], "Execute File")) == MVStateOn;
+    };
+    EXPECT_FALSE(executes(entry)) << "\"Read\" as a whole, where nobody executes";
+    const auto asking = list.askingToExecute(entry);
+    EXPECT_TRUE(executes(asking));
+    EXPECT_EQ(asking->uuid(), entry->uuid());
+    ASSERT_TRUE(asking->origin());
+    EXPECT_EQ(asking->origin()->values(), entry->origin()->values());
+    EXPECT_EQ(entry->permissionGroup(), MVAclGroupRead) << "it stays what it was";
+
+    MVTreeNode::setStateOf(box(*entry, "Read Data"), MVStateOff);
+    EXPECT_EQ(list.askingToExecute(entry), entry) << "its boxes count one by one already";
+    EXPECT_EQ(list.askingToExecute(entries[0]), entries[0]) << "so do those of a flat entry";
+    entry->setPermissionGroup(MVAclGroupRead);
+    entry->setTag(MVAclTagDeny);
+    EXPECT_EQ(list.askingToExecute(entry), entry);
+}
+
 TEST_F(AnItemList, TellsLossesAndTheNearestList) {
     auto entries = readFile();
     const auto list = *ItemList::asRead(entries);
