@@ -59,9 +59,6 @@ Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries
     return nfs4AclOfEntries(entries, old.acl, old.target, systemNfs4Names());
 }
 
-/// More than people read, of a server that makes nothing of a list.
-constexpr std::size_t maxLossesTold = 64;
-
 /// Where in `wanted` the entries of `list` stand that are shown, which has the same in another
 /// order; behind the last, how many they are.
 std::vector<std::size_t> placesIn(const Nfs4Acl& wanted, const Nfs4Acl& list) {
@@ -96,19 +93,15 @@ NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& 
         return nullptr;
     if (losses.empty())
         return posixError(code, url, whyNfs4AclIsRefused(code, old, list));
-    const auto texts = textsOfStoring(losses);
-    std::string text = "The server of the network mount has stored another list. It differs in: ";
-    for (std::size_t i = 0; i != std::min(texts.size(), maxLossesTold); ++i)
-        text += (i == 0 ? "" : "; ") + texts[i];
-    if (texts.size() > maxLossesTold)
-        text += "; and " + std::to_string(texts.size() - maxLossesTold) + " more";
+    const auto text = "The server of the network mount has stored another list. It differs in: " +
+                      textOfStoring(losses) + ".";
     const auto places = placesIn(wanted, list);
     for (auto& loss : losses)
         loss.entry = places[loss.entry];
     return NSError::errorWithDomain(
         NSPOSIXErrorDomain, code,
         {{NSURLErrorKey, url},
-         {NSLocalizedDescriptionKey, text + "."},
+         {NSLocalizedDescriptionKey, text},
          {NSLocalizedRecoverySuggestionErrorKey,
           std::string("The item has the list that the server has stored: look at it, and change "
                       "what must not stay so.")},

@@ -146,7 +146,8 @@ class ListWriter final : public InheritedWriter {
         }
     }
 
-    int write(const OpenItem& item, const struct stat& status, std::size_t level) const override {
+    int write(const OpenItem& item, const struct stat& status, std::size_t level,
+              std::vector<EntryLoss>& /*lost*/) const override {
         const auto& values = values_[level];
         return writeItemValues(item, status, owner_, group_,
                                S_ISDIR(status.st_mode)        ? values.folder

@@ -118,11 +118,6 @@ std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item) {
     return ENODATA;
 }
 
-int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) const {
-    std::vector<EntryLoss> ignored;
-    return write(item, old, acl, ignored);
-}
-
 int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
                       std::vector<EntryLoss>& losses) const {
     const auto names = systemNfs4Names();

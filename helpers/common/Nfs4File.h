@@ -33,9 +33,8 @@ class Nfs4Writer {
     /// Puts `acl` in place of the list that `old` is, stored as that is. 0, or an errno value and
     /// nothing is changed; EREMOTEIO if it was written and the server has made another list of it.
     /// A list that is there already is not written. Where the server takes no mark of what is
-    /// inherited, or other texts for names, it is written so.
-    int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) const;
-    /// The same, and tells in `losses` what the server has made of it, as lostInStoring() does.
+    /// inherited, or other texts for names, it is written so. What the server has made of it is put
+    /// into `losses`, as lostInStoring() tells it.
     int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
               std::vector<EntryLoss>& losses) const;
 

@@ -30,7 +30,8 @@ class EntriesWriter final : public InheritedWriter {
         }
     }
 
-    int write(const OpenItem& item, const struct stat& status, std::size_t level) const override {
+    int write(const OpenItem& item, const struct stat& status, std::size_t level,
+              std::vector<EntryLoss>& lost) const override {
         const bool isFolder = S_ISDIR(status.st_mode);
         const auto held = AclItem::borrowed(item.descriptor);
         const auto read = readNfs4Item(held);
@@ -57,7 +58,7 @@ class EntriesWriter final : public InheritedWriter {
                     entry.mask &= ~execute;
             }
         }
-        const int code = writer_.write(held, old, acl);
+        const int code = writer_.write(held, old, acl, lost);
         if (code != 0 && code != EREMOTEIO && changesOwner)
             giveBack(item, status);
         return code;

@@ -42,6 +42,9 @@ constexpr Boxes alwaysAllowedToOwner = alwaysAllowed | ACL_WRITE_ATTRIBUTES | AC
 constexpr Boxes partsOfGroups =
     ACL_READ_EXTATTRIBUTES | ACL_WRITE_EXTATTRIBUTES | ACL_DELETE | ACL_WRITE_ATTRIBUTES;
 
+/// Of a server that makes nothing of a list.
+constexpr std::size_t maxDifferencesTold = 64;
+
 /// Where an entry counts: in the item itself, or in what is below it.
 struct Scope {
     const char* text;
@@ -317,6 +320,14 @@ std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses) {
         loss = end;
     }
     return texts;
+}
+
+std::string textOfStoring(const std::vector<EntryLoss>& losses) {
+    const auto texts = textsOfStoring(losses);
+    std::string text;
+    for (std::size_t i = 0; i != std::min(texts.size(), maxDifferencesTold); ++i)
+        text += (i == 0 ? "" : "; ") + texts[i];
+    return text + (texts.size() > maxDifferencesTold ? "; and more" : "");
 }
 
 }  // namespace morvane

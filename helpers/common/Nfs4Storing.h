@@ -35,5 +35,7 @@ std::vector<EntryLoss> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& store
 
 /// For people, the boxes of one sentence together: "allow user bob: "Delete": not stored".
 std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses);
+/// The same in a row, as many as people read.
+std::string textOfStoring(const std::vector<EntryLoss>& losses);
 
 }  // namespace morvane

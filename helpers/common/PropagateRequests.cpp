@@ -17,6 +17,7 @@
 #include "Nfs4File.h"
 #include "Nfs4Inheritance.h"
 #include "Nfs4Names.h"
+#include "Nfs4Storing.h"
 #include "PosixAclReader.h"
 #include "RequestErrors.h"
 #include "WorkErrors.h"
@@ -33,7 +34,11 @@ std::string counted(std::uint64_t items) {
 /// `others` tells what has become of the rest.
 std::string failuresText(const WalkFailures& failures, const char* others) {
     const auto& first = failures.first;
+    // If all of the first ones are alike, all are.
+    const bool isStored = std::all_of(first.begin(), first.end(),
+                                      [](const WalkFailure& one) { return one.code == EREMOTEIO; });
     std::string text = counted(failures.count) + " could not be changed" +
+                       (isStored ? " as asked" : "") +
                        (failures.notReached == 0 ? "" : " or entered" + notReachedText(failures)) +
                        others + "; " + (first.size() == 1 ? "the first is " : "the first are ");
     for (std::size_t i = 0; i != first.size(); ++i)
@@ -78,6 +83,17 @@ std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
     if (!losses.empty())
         *error = lossesError(losses, url);
     return writer;
+}
+
+/// `losses` of items below, each with the entry of the folder that is for the same one.
+std::vector<EntryLoss> countedAmong(const Entries& entries, std::vector<EntryLoss> losses) {
+    std::vector<std::string> whose;
+    for (std::size_t i = 0; !losses.empty() && i != entries.size(); ++i)
+        whose.push_back(makeLoss(i, *entries[i], EntryLossReason::stored, {}, {}).who);
+    for (auto& loss : losses)
+        loss.entry = static_cast<std::size_t>(std::find(whose.begin(), whose.end(), loss.who) -
+                                              whose.begin());
+    return losses;
 }
 
 /// The work, which may outlive its request.
@@ -136,17 +152,28 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
         return error;
     if (end == WorkEnd::done && job->refusal())
         return job->refusal();
-    return outcomeOfPropagation(job->propagation(), url, end);
+    return outcomeOfPropagation(job->propagation(), entries, url, end);
 }
 
-NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url, WorkEnd end) {
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries& entries,
+                                const NSURL& url, WorkEnd end) {
     const auto failures = propagation.failures();
+    const auto lost = countedAmong(entries, propagation.lost());
+    const auto error = [&](int code, const NSURL& where, const std::string& text) {
+        NSErrorUserInfo userInfo{{NSURLErrorKey, where}, {NSLocalizedDescriptionKey, text}};
+        if (!lost.empty())
+            userInfo.emplace(NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost));
+        return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
+    };
+    const auto lostText =
+        lost.empty() ? "" : ". The lists that are stored differ in: " + textOfStoring(lost) + ".";
     if (propagation.isCancelled())
-        return posixError(ECANCELED, url,
-                          "The propagation was cancelled after " + counted(propagation.items()) +
-                              "." +
-                              (failures.count == 0 ? "" : " " + failuresText(failures, "") + ".") +
-                              leftText(end));
+        return error(ECANCELED, url,
+                     "The propagation was cancelled after " + counted(propagation.items()) + "." +
+                         (failures.count == 0 ? ""
+                                              : " " + failuresText(failures, "") +
+                                                    (lost.empty() ? "." : lostText)) +
+                         leftText(end));
     if (failures.count == 0)
         return nullptr;
     // A list that is stored otherwise is the least of what may have happened.
@@ -154,10 +181,10 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& 
                               [](const WalkFailure& one) { return one.code != EREMOTEIO; });
     if (worst == failures.first.end())
         worst = failures.first.begin();
-    return posixError(
-        worst->code, NSURL::fileURLWithPath(worst->path),
-        failuresText(failures,
-                     failures.notReached == 0 ? ", the others are" : "; the others are changed"));
+    return error(worst->code, NSURL::fileURLWithPath(worst->path),
+                 failuresText(failures, failures.notReached == 0 ? ", the others are"
+                                                                 : "; the others are changed") +
+                     lostText);
 }
 
 }  // namespace morvane

@@ -27,15 +27,18 @@ namespace morvane {
 /// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
 /// which tells how many and which first ones (the rest is changed; EREMOTEIO only if each of them
 /// has got a list, which its server has stored otherwise), or ECANCELED with the folder's
-/// URL, which tells how far it came and the same of what could not be changed by then.
+/// URL, which tells how far it came and the same of what could not be changed by then. What servers
+/// have stored otherwise is told in the text and as values (lossesOfError()), each once, for the
+/// first one of `entries` that is for the same one.
 NSErrorRef propagateAclEntriesBelow(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url,
     const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {},
     std::chrono::milliseconds interval = std::chrono::milliseconds(250));
 
-/// What propagateAclEntriesBelow() answers when the propagation below the folder at `url` has
-/// ended, or was left because a file system does not answer.
-NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const NSURL& url,
-                                WorkEnd end = WorkEnd::done);
+/// What propagateAclEntriesBelow() answers when the propagation of `entries` below the folder at
+/// `url` has ended, or was left because a file system does not answer.
+NSErrorRef outcomeOfPropagation(const AclPropagation& propagation,
+                                const std::vector<std::shared_ptr<MVAclEntry>>& entries,
+                                const NSURL& url, WorkEnd end = WorkEnd::done);
 
 }  // namespace morvane

@@ -38,7 +38,7 @@ int AclPropagation::visitFolder(const TreeFolder& in, const OpenItem& folder) {
     struct stat status {};
     if (fstat(folder.descriptor, &status) != 0)
         return errno;
-    const int code = writer_->write(folder, status, levelOf(in));
+    const int code = write(in, folder, status);
     ++items_;
     return code;
 }
@@ -59,7 +59,23 @@ int AclPropagation::writeFile(const TreeFolder& in, const char* name) {
     ++items_;
     if (onBehalfOf_ && status.st_nlink > 1 && status.st_uid != *onBehalfOf_)
         return EMLINK;
-    return writer_->write(item, status, levelOf(in));
+    return write(in, item, status);
+}
+
+int AclPropagation::write(const TreeFolder& in, const OpenItem& item, const struct stat& status) {
+    std::vector<EntryLoss> lost;
+    const int code = writer_->write(item, status, levelOf(in), lost);
+    const std::lock_guard lock(mutex_);
+    for (auto& loss : lost) {
+        if (lost_.size() != maxLost)
+            lost_.insert(std::move(loss));
+    }
+    return code;
+}
+
+std::vector<EntryLoss> AclPropagation::lost() const {
+    const std::lock_guard lock(mutex_);
+    return {lost_.begin(), lost_.end()};
 }
 
 }  // namespace morvane

@@ -1,3 +1,4 @@
+#include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <fcntl.h>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -383,7 +385,10 @@ FileDescriptor opened(const std::string& path) {
 /// Of a system that has too few of something.
 class FailingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t) const override { return ENOENT; }
+    int write(const OpenItem&, const struct stat&, std::size_t,
+              std::vector<EntryLoss>&) const override {
+        return ENOENT;
+    }
 };
 
 TEST_F(PropagateRequests, AWriteThatFindsNothingIsNotTakenForAnItemThatHasGone) {
@@ -404,11 +409,13 @@ TEST_F(PropagateRequests, AnAllowDenyListIsWrittenWithoutAFurtherDescriptor) {
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     // A sanitizer looks at the object once, and needs descriptors for it.
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0), EOPNOTSUPP) << "there is no such list";
+    std::vector<EntryLoss> lost;
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, lost), EOPNOTSUPP)
+        << "there is no such list";
     // All numbers up to the item's are taken.
     const rlimit few{static_cast<rlim_t>(item.get()) + 1, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0), EOPNOTSUPP);
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, lost), EOPNOTSUPP);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
@@ -502,7 +509,8 @@ TEST_F(PropagateRequests, SetuidSetgidAndStickySurviveWhereTheOwnerStays) {
 /// Fails everything, and has the work cancelled while it is at the second item.
 class CancellingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t) const override {
+    int write(const OpenItem&, const struct stat&, std::size_t,
+              std::vector<EntryLoss>&) const override {
         if (++written_ == cancelledAt_)
             propagation->cancel();
         return ENOSPC;
@@ -522,7 +530,7 @@ NSErrorRef cancelledAfterFailing(const std::string& folder, int items) {
     CancellingWriter writer(items);
     writer.propagation = &propagation;
     propagation.run(writer, opened(folder), folder);
-    return outcomeOfPropagation(propagation, NSURL::fileURLWithPath(folder));
+    return outcomeOfPropagation(propagation, {}, NSURL::fileURLWithPath(folder));
 }
 
 TEST_F(PropagateRequests, ACancelledOneTellsWhatFailedBefore) {
@@ -557,7 +565,7 @@ TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
     propagation.cancel();
     propagation.run(*inheritedListWriter(plainLists()), opened(top_), top_);
     EXPECT_EQ(modeOf(top_ + "/file"), 0600U);
-    const auto error = outcomeOfPropagation(propagation, url());
+    const auto error = outcomeOfPropagation(propagation, {}, url());
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), ECANCELED);
     EXPECT_EQ(error->localizedDescription(), "The propagation was cancelled after 0 items.");
@@ -567,7 +575,8 @@ TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
 class RefusingLastWriter final : public InheritedWriter {
   public:
     explicit RefusingLastWriter(int items) : items_(items) {}
-    int write(const OpenItem&, const struct stat&, std::size_t) const override {
+    int write(const OpenItem&, const struct stat&, std::size_t,
+              std::vector<EntryLoss>&) const override {
         return ++written_ == items_ ? EPERM : EREMOTEIO;
     }
 
@@ -585,11 +594,77 @@ TEST_F(PropagateRequests, ARefusalIsNotHiddenByListsThatAreStoredOtherwise) {
     AclPropagation propagation;
     propagation.run(RefusingLastWriter(items), opened(top_), top_);
     EXPECT_EQ(propagation.failures().count, items);
-    const auto error = outcomeOfPropagation(propagation, url());
+    const auto error = outcomeOfPropagation(propagation, {}, url());
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), EPERM);
     EXPECT_NE(error->localizedDescription().find("(Operation not permitted)"), std::string::npos)
         << error->localizedDescription();
+}
+
+/// A server that stores something else of every list.
+class OtherwiseWriter final : public InheritedWriter {
+  public:
+    using Losses = std::function<std::vector<EntryLoss>(bool isFolder)>;
+    explicit OtherwiseWriter(Losses losses) : losses_(std::move(losses)) {}
+    int write(const OpenItem&, const struct stat& status, std::size_t,
+              std::vector<EntryLoss>& lost) const override {
+        lost = losses_(S_ISDIR(status.st_mode));
+        return EREMOTEIO;
+    }
+
+  private:
+    const Losses losses_;
+};
+
+TEST_F(PropagateRequests, WhatAServerHasLeftOutIsToldOnceForAllItems) {
+    const OtherwiseWriter writer([](bool isFolder) {
+        std::vector<EntryLoss> losses{
+            {7, EntryLossReason::stored, "Delete", "allow everyone", "not stored"},
+            {0, EntryLossReason::stored, "Change Owner", "allow everyone", "not stored"},
+            {1, EntryLossReason::stored, "Delete", "deny uid 4711", "not stored"}};
+        losses.resize(isFolder ? 3 : 2);
+        return losses;
+    });
+    AclPropagation propagation;
+    propagation.run(writer, opened(top_), top_);
+    const auto error = outcomeOfPropagation(propagation, own(), url());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), EREMOTEIO);
+    const auto text = error->localizedDescription();
+    EXPECT_TRUE(
+        text.starts_with("6 items could not be changed as asked, the others are; the first "
+                         "are "))
+        << text;
+    EXPECT_TRUE(
+        text.ends_with(". The lists that are stored differ in: allow everyone: \"Change "
+                       "Owner\", \"Delete\": not stored; deny uid 4711: \"Delete\": not "
+                       "stored."))
+        << text;
+    const auto losses = lossesOfError(*error);
+    ASSERT_EQ(losses.size(), 3U);
+    EXPECT_EQ(losses[0].box, "Change Owner");
+    EXPECT_EQ(identityText(*own()[losses[0].entry]->identity()), "everyone");
+    EXPECT_EQ(losses[2].who, "deny uid 4711");
+    EXPECT_EQ(losses[2].entry, own().size()) << "none of the entries is for them";
+}
+
+TEST_F(PropagateRequests, AServerThatMakesLossesUpCostsABound) {
+    std::atomic<int> number = 0;
+    const OtherwiseWriter writer([&](bool) {
+        std::vector<EntryLoss> losses;
+        for (int i = 0; i != 1000; ++i)
+            losses.push_back({0, EntryLossReason::stored, "Delete",
+                              "allow uid " + std::to_string(10000 + number++), "not stored"});
+        return losses;
+    });
+    AclPropagation propagation;
+    propagation.run(writer, opened(top_), top_);
+    EXPECT_EQ(number, 6000);
+    EXPECT_EQ(propagation.lost().size(), 2 * maxLossesCarried);
+    const auto error = outcomeOfPropagation(propagation, own(), url());
+    EXPECT_EQ(lossesOfError(*error).size(), maxLossesCarried);
+    EXPECT_TRUE(error->localizedDescription().ends_with("\"Delete\": not stored; and more."));
+    EXPECT_LT(error->localizedDescription().size(), 5000U);
 }
 
 TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
@@ -598,7 +673,8 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
       public:
         Swapping(std::string top, std::string target, std::vector<ino_t>& written)
             : top_(std::move(top)), target_(std::move(target)), written_(written) {}
-        int write(const OpenItem&, const struct stat& status, std::size_t) const override {
+        int write(const OpenItem&, const struct stat& status, std::size_t,
+                  std::vector<EntryLoss>&) const override {
             written_.push_back(status.st_ino);
             for (const auto* const name : {"/file", "/program"}) {
                 if (written_.size() == 1 && inodeOf(top_ + name) != status.st_ino) {

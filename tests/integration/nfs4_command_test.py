@@ -223,6 +223,19 @@ class Servers(Mount):
         self.assertIn((ALLOW, 0, 0x160187, "OWNER@"), self.list_of(self.file))
         self.assertIn((ALLOW, FILES | FOLDERS | ONLY_BELOW, 0x1200A1, "4711"), self.list_of(sub))
 
+    def test_what_the_server_has_left_out_below_a_folder_is_told(self):
+        sub = os.path.join(self.folder, "sub")
+        os.mkdir(sub)
+        for path in (self.file, sub):
+            self.put(path, *self.PLAIN)
+        self.put(self.folder, *self.PLAIN, (ALLOW, FILES | FOLDERS, 0x1A00A1, "4711"))
+        result = self.run_on("linux", "acl", self.folder, "--propagate")
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("2 items could not be changed as asked, the others are; the first are ", result.stderr)
+        self.assertIn(". The lists that are stored differ in: allow uid 4711: \"Change Owner\": not stored; allow uid "
+                      "4711: \"Change Owner\": not stored in all descendants; ", result.stderr)
+        self.assertIn((ALLOW, 0, 0x120081, "4711"), self.list_of(self.file))
+
     def test_a_list_that_leaves_nothing_to_who_makes_an_item_is_refused_with_what_helps(self):
         before = [(ALLOW, 0, 0x1601E7, "OWNER@"), *self.PLAIN[1:]]
         self.put(self.folder, *before)
