@@ -11,6 +11,7 @@ std::atomic<bool> isShort = false;
 std::atomic<bool> lasts = false;
 std::atomic<long> allocationsLeft = 0;
 std::atomic<bool> hasFailed = false;
+std::atomic<long> held = 0;
 
 bool fails() {
     if (!isShort)
@@ -26,16 +27,20 @@ bool fails() {
 
 void* operator new(std::size_t size) {
     if (!fails()) {
-        if (void* const memory = std::malloc(size))
+        if (void* const memory = std::malloc(size)) {
+            ++held;
             return memory;
+        }
     }
     throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
+    if (memory)
+        --held;
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    operator delete(memory);
 }
 
 namespace morvane {
@@ -53,6 +58,10 @@ MemoryShortage::~MemoryShortage() {
 
 bool MemoryShortage::isReached() const {
     return hasFailed;
+}
+
+long allocationsHeld() {
+    return held;
 }
 
 }  // namespace morvane

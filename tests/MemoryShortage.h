@@ -17,4 +17,7 @@ class MemoryShortage {
     bool isReached() const;
 };
 
+/// How many allocations of such a program have not been given back.
+long allocationsHeld();
+
 }  // namespace morvane

@@ -93,6 +93,8 @@ PROGRAMS = {
     "NSXPCConnection": ("xpc_test",),
     "NSXPCListener": ("xpc_test",),
     "Outbox": ("xpc_test",),
+    "LeavingClients": ("xpc_allocation_test",),
+    "Clock": ("dispatch_test",),
 }
 
 # Several rows for a defence that can be taken away in several ways.
@@ -543,8 +545,8 @@ DEFENCES = (
             ("FrameReader.GivesUpOnAFrameThatTakesTooLong",)),
     Defence("A client that never reads is cut off after the time of one frame.",
             "platform/xpc/Outbox.cpp",
-            "runAt(*deadline_, [weak = weak_from_this()] {",
-            "runAt(*deadline_ + std::chrono::hours(1), [weak = weak_from_this()] {",
+            "look_.emplace(*deadline_, [weak = weak_from_this()] {",
+            "look_.emplace(*deadline_ + std::chrono::hours(1), [weak = weak_from_this()] {",
             ("Outbox.CutsAReaderOffThatNeverReads",
              "HostilePeer.AClientThatNeverReadsIsCutOff")),
     Defence("A client that reads a little at a time is cut off too.",
@@ -561,6 +563,38 @@ DEFENCES = (
             "        sending();\n"
             "    });\n",
             ("ServedStream.ClientsThatTakeNoRepliesCostNoThread",)),
+    Defence("No thread waits for a client that says nothing.",
+            "platform/linux/LinuxStreamSocket.cpp",
+            "    runWhenReadable(socket_.get(), onceReady(std::move(reading)));\n",
+            "    StreamSocket::whenReadable([self = shared_from_this(), reading = std::move(reading)] {\n"
+            "        pollfd more{self->socket_.get(), POLLIN, 0};\n"
+            "        ::poll(&more, 1, -1);\n"
+            "        reading();\n"
+            "    });\n",
+            ("ServedStream.ClientsThatSayNothingCostNoThread",)),
+    Defence("No thread waits for the rest of a frame.",
+            "platform/xpc/ServedStream.cpp",
+            "const auto count = receiveSoon(*socket_, parser_.room());",
+            "const auto count = deadline ? socket_->receive(parser_.room(), deadline)\n"
+            "                                : receiveSoon(*socket_, parser_.room());",
+            ("ServedStream.HalfAFrameCostsNoThread",)),
+    Defence("Clients that leave while their user's places are taken cost one thread together.",
+            "platform/xpc/ServedStream.cpp",
+            "account_->ends->add(shared_from_this());",
+            "runLasting(shared_from_this());",
+            ("ServedStream.ClientsThatLeaveWhileTheirUsersPlacesAreTakenCostOneThreadTogether",)),
+    Defence("Clients that have left, and are not cleared up, take no places of other users.",
+            "platform/xpc/NSXPCListener.cpp",
+            " || heldByUser >= 2 * limits_.ofOneUser)",
+            ")",
+            ("NSXPCListener.ClientsThatComeAndLeaveFasterThanTheyAreClearedUpLockNobodyElseOut",)),
+    Defence("Nothing of a client that has left stays until its time limit would be over.",
+            "platform/dispatch/Clock.cpp",
+            "    clock().drop(time_, number_);\n",
+            "",
+            ("LeavingClients.NothingOfThemStaysUntilTheTimeOfTheirFramesIsOver",
+             "LeavingClients.NothingOfWhatTheyAreOwedStaysUntilItsTimeIsOver",
+             "Clock.ATaskThatIsDroppedDoesNotRun")),
     Defence("Of a large request nothing is held before it is admitted.",
             "platform/xpc/Frame.cpp",
             "isDropped_ = gate_ && header.kind == FrameKind::request &&",

@@ -13,25 +13,36 @@ class Clock {
   public:
     using Time = std::chrono::steady_clock::time_point;
 
-    void add(Time time, std::function<void()> task) {
+    /// Returns the task's number.
+    std::uint64_t add(Time time, std::function<void()> task) {
         const std::lock_guard lock(mutex_);
         if (!started_) {
             std::thread([this] { run(); }).detach();
             started_ = true;
         }
-        const bool isNext = tasks_.empty() || time < tasks_.begin()->first;
-        tasks_.emplace(time, std::move(task));
+        const bool isNext = tasks_.empty() || time < tasks_.begin()->first.first;
+        tasks_.emplace(std::pair(time, ++count_), std::move(task));
         if (isNext)
             changed_.notify_one();
+        return count_;
+    }
+
+    void drop(Time time, std::uint64_t number) {
+        Tasks::node_type dropped;  // what it holds goes outside the lock
+        const std::lock_guard lock(mutex_);
+        dropped = tasks_.extract({time, number});
     }
 
   private:
+    /// In the order of their times, then of their numbers.
+    using Tasks = std::map<std::pair<Time, std::uint64_t>, std::function<void()>>;
+
     void run() {
         std::unique_lock lock(mutex_);
         for (;;) {
             if (tasks_.empty()) {
                 changed_.wait(lock);
-            } else if (const auto next = tasks_.begin()->first;
+            } else if (const auto next = tasks_.begin()->first.first;
                        std::chrono::steady_clock::now() < next) {
                 changed_.wait_until(lock, next);
             } else {
@@ -46,15 +57,27 @@ class Clock {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::multimap<Time, std::function<void()>> tasks_;
+    Tasks tasks_;
+    std::uint64_t count_ = 0;
     bool started_ = false;
 };
+
+Clock& clock() {
+    static auto* const clock = new Clock;  // its thread outlives static objects
+    return *clock;
+}
 
 }  // namespace
 
 void runAt(std::chrono::steady_clock::time_point time, std::function<void()> task) {
-    static auto* const clock = new Clock;  // its thread outlives static objects
-    clock->add(time, std::move(task));
+    clock().add(time, std::move(task));
+}
+
+ClockTask::ClockTask(std::chrono::steady_clock::time_point time, std::function<void()> task)
+    : time_(time), number_(clock().add(time, std::move(task))) {}
+
+ClockTask::~ClockTask() {
+    clock().drop(time_, number_);
 }
 
 }  // namespace morvane

@@ -53,8 +53,6 @@ class WorkerPool {
     std::size_t idle_ = 0;
 };
 
-}  // namespace
-
 /// One thread, one task after the other.
 class ReserveWorker {
   public:
@@ -67,9 +65,7 @@ class ReserveWorker {
     }
     void run(std::shared_ptr<LastingTask> task) noexcept {
         const std::lock_guard lock(mutex_);
-        auto* const last = last_;
-        last_ = task.get();
-        (last ? last->next_ : first_) = std::move(task);
+        tasks_.add(std::move(task));
         wake_.notify_one();
     }
 
@@ -82,11 +78,8 @@ class ReserveWorker {
     void work() {
         for (;;) {
             std::unique_lock lock(mutex_);
-            wake_.wait(lock, [&] { return first_ != nullptr; });
-            const auto task = std::move(first_);
-            first_ = std::move(task->next_);
-            if (!first_)
-                last_ = nullptr;
+            std::shared_ptr<LastingTask> task;
+            wake_.wait(lock, [&] { return (task = tasks_.takeFirst()) != nullptr; });
             lock.unlock();
             task->run();
         }
@@ -94,12 +87,9 @@ class ReserveWorker {
 
     std::mutex mutex_;
     std::condition_variable wake_;
-    std::shared_ptr<LastingTask> first_;
-    LastingTask* last_ = nullptr;
+    LastingTasks tasks_;
     bool kept_ = false;
 };
-
-namespace {
 
 /// Where this thread keeps its next task instead of giving it away.
 thread_local std::function<void()>* kept = nullptr;
@@ -132,6 +122,20 @@ void runOnWorker(std::function<void()> task) {
 
 LastingTask::~LastingTask() = default;
 
+void LastingTasks::add(std::shared_ptr<LastingTask> task) noexcept {
+    auto* const last = std::exchange(last_, task.get());
+    (last ? last->next_ : first_) = std::move(task);
+}
+
+std::shared_ptr<LastingTask> LastingTasks::takeFirst() noexcept {
+    auto task = std::move(first_);
+    if (task)
+        first_ = std::move(task->next_);
+    if (!first_)
+        last_ = nullptr;
+    return task;
+}
+
 void keepReserveWorker() {
     ReserveWorker::shared().keep();
 }
@@ -141,6 +145,31 @@ void runLasting(std::shared_ptr<LastingTask> task) noexcept {
         runOnWorker([task] { task->run(); });
     } catch (const std::exception&) {
         ReserveWorker::shared().run(std::move(task));
+    }
+}
+
+void LastingLane::add(std::shared_ptr<LastingTask> task) noexcept {
+    {
+        const std::lock_guard lock(mutex_);
+        waiting_.add(std::move(task));
+        if (std::exchange(isRunning_, true))
+            return;
+    }
+    runLasting(shared_from_this());
+}
+
+void LastingLane::run() noexcept {
+    for (;;) {
+        std::shared_ptr<LastingTask> task;
+        {
+            const std::lock_guard lock(mutex_);
+            task = waiting_.takeFirst();
+            if (!task) {
+                isRunning_ = false;
+                return;
+            }
+        }
+        task->run();
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
@@ -39,6 +40,9 @@ struct ClientAccount {
     SharedBudget memory;
     SharedBudget places;
     SharedBudget received;
+    /// Where the ends of those connections are reported that find no place: nobody may have threads
+    /// by leaving.
+    const std::shared_ptr<LastingLane> ends = std::make_shared<LastingLane>();
 };
 
 }  // namespace morvane

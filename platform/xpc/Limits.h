@@ -33,10 +33,6 @@ inline constexpr std::size_t bytesOwedWhileReading = std::size_t{64} << 10;
 inline constexpr std::size_t clientBufferSize = std::size_t{16} << 10;
 /// How long the requests behind one wait for it, if it meets something that does not answer.
 inline constexpr std::chrono::milliseconds patience{50};
-/// How often a time limit is looked at while it lasts. What is watched takes memory until then,
-/// also once it has ended; whoever connects and leaves, again and again, must not have much of
-/// that.
-inline constexpr std::chrono::seconds lookInterval{1};
 /// Threads that are with the requests of one user's clients, or of the application of a private
 /// service: what the kernel holds of them is missed by that user alone.
 inline constexpr std::size_t placesOfOneUser = 16;

@@ -67,16 +67,18 @@ class NSXPCListener::Core {
                 const std::lock_guard lock(mutex_);
                 std::size_t all = 0;
                 std::size_t ofUser = 0;
+                std::size_t heldByUser = 0;
                 // One that has gone but has not been cleared up does not count, or a client that
                 // comes back at once would be refused.
                 for (const auto& each : connections_) {
+                    heldByUser += each.user == user;
                     const auto core = each.core.lock();
                     if (!core || core->isOver())
                         continue;
                     ++all;
                     ofUser += each.user == user;
                 }
-                if (connections_.size() >= 2 * limits_.all)
+                if (connections_.size() >= 2 * limits_.all || heldByUser >= 2 * limits_.ofOneUser)
                     return false;
                 const bool isUserFull = ofUser >= limits_.ofOneUser;
                 const auto kept = ofUser < limits_.hardlyAny ? 0 : limits_.kept;

@@ -1,4 +1,3 @@
-#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 
@@ -218,29 +217,19 @@ void Outbox::waitForPeer() {
 }
 
 void Outbox::watchDeadline() {
-    if (isDeadlineWatched_)
+    if (look_)
         return;
-    runAt(std::min(*deadline_, std::chrono::steady_clock::now() + limits::lookInterval),
-          [weak = weak_from_this()] {
-              if (const auto self = weak.lock())
-                  self->lookAtDeadline();
-          });
-    isDeadlineWatched_ = true;
+    look_.emplace(*deadline_, [weak = weak_from_this()] {
+        if (const auto self = weak.lock())
+            self->lookAtDeadline();
+    });
 }
 
 void Outbox::lookAtDeadline() {
     const std::lock_guard lock(mutex_);
-    isDeadlineWatched_ = false;
-    if (!deadline_)
-        return;
-    try {
-        if (std::chrono::steady_clock::now() < *deadline_)
-            watchDeadline();
-        else
-            giveUp();
-    } catch (const std::exception&) {
-        giveUp();  // nobody could tell that its time is over
-    }
+    // What is first by now may have more time.
+    if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)
+        giveUp();
 }
 
 bool Outbox::sendPieces() {
@@ -280,6 +269,7 @@ void Outbox::removeFirst() {
     }
     pieces_.pop_front();
     deadline_.reset();
+    look_.reset();
 }
 
 void Outbox::drain() {
@@ -303,6 +293,7 @@ void Outbox::giveUp() {
     bytes_ = 0;
     count();
     deadline_.reset();
+    look_.reset();
     socket_->shutdown();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/xpc/Frame.h>
 
 #include <atomic>
@@ -9,6 +10,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -118,8 +120,8 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     std::thread::id holder_;
     /// When the first piece must be out; set while the stream keeps it waiting.
     StreamSocket::Deadline deadline_;
-    /// The clock looks at that.
-    bool isDeadlineWatched_ = false;
+    /// Looks at that.
+    std::optional<ClockTask> look_;
     /// The stream does not take everything; drain() comes.
     bool draining_ = false;
     bool ended_ = false;

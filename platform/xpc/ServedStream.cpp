@@ -1,8 +1,6 @@
-#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ServedStream.h>
 
-#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <utility>
@@ -110,7 +108,7 @@ void ServedStream::tryAgainLater() {
 void ServedStream::endElsewhere() noexcept {
     socket_->shutdown();
     if (!endsElsewhere_.exchange(true))
-        runLasting(shared_from_this());
+        account_->ends->add(shared_from_this());
 }
 
 void ServedStream::serve() {
@@ -119,7 +117,7 @@ void ServedStream::serve() {
     {
         const std::lock_guard lock(mutex_);
         turn = ++turn_;
-        frameDeadline_.reset();
+        frameEnd_.reset();
         idleSince_.reset();
         since_.reset();
         message = std::exchange(parked_, std::nullopt);
@@ -160,11 +158,12 @@ void ServedStream::serve() {
     } catch (const std::exception&) {
         received = Received::end;  // there is no memory for what the peer sends
     }
-    account_->places.giveBack(1);
     if (received == Received::nothing) {
+        account_->places.giveBack(1);
         leave();
     } else {
         end();
+        account_->places.giveBack(1);
     }
 }
 
@@ -198,9 +197,8 @@ void ServedStream::leave() {
     {
         const auto deadline = parser_.deadline();
         const std::lock_guard lock(mutex_);
-        frameDeadline_ = deadline;
         if (deadline)
-            watchFrame();
+            watchFrame(*deadline);
         else
             idleSince_ = Clock::now();
     }
@@ -211,30 +209,15 @@ void ServedStream::leave() {
     }
 }
 
-void ServedStream::watchFrame() {
-    if (isFrameWatched_)
-        return;
+void ServedStream::watchFrame(Clock::time_point deadline) {
     try {
-        runAt(std::min(*frameDeadline_, Clock::now() + limits::lookInterval),
-              [weak = weak_from_this()] {
-                  if (const auto self = weak.lock())
-                      self->lookAtFrame();
-              });
-        isFrameWatched_ = true;
+        // Who is woken by that reports the end.
+        frameEnd_.emplace(deadline, [weak = std::weak_ptr(socket_)] {
+            if (const auto socket = weak.lock())
+                socket->shutdown();
+        });
     } catch (const std::exception&) {
         socket_->shutdown();  // nobody could tell that its time is over
-    }
-}
-
-void ServedStream::lookAtFrame() {
-    const std::lock_guard lock(mutex_);
-    isFrameWatched_ = false;
-    if (!frameDeadline_)
-        return;
-    if (Clock::now() < *frameDeadline_) {
-        watchFrame();
-    } else {
-        socket_->shutdown();  // who is woken by that reports the end
     }
 }
 
@@ -271,14 +254,13 @@ void ServedStream::decideLater(std::uint64_t turn) {
 }
 
 void ServedStream::watchTurn(Clock::time_point time) {
-    if (isWatched_)
+    if (look_)
         return;
     try {
-        runAt(time, [weak = weak_from_this()] {
+        look_.emplace(time, [weak = weak_from_this()] {
             if (const auto self = weak.lock())
                 self->lookAtTurn();
         });
-        isWatched_ = true;
     } catch (const std::exception&) {
         // Without a clock the requests of a client wait for each other.
     }
@@ -286,7 +268,7 @@ void ServedStream::watchTurn(Clock::time_point time) {
 
 void ServedStream::lookAtTurn() {
     const std::lock_guard lock(mutex_);
-    isWatched_ = false;
+    look_.reset();
     if (!since_)
         return;
     if (const auto due = *since_ + limits::patience; Clock::now() < due) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ClientAccount.h>
 #include <MorvaneOperation/platform/xpc/ReceivedRequests.h>
@@ -55,7 +56,7 @@ class ServedStream final : public LastingTask,
     /// Has a thread with a place of its own go on, now or when there are both.
     void goOn() noexcept;
     void tryAgainLater();
-    /// On another thread, maybe the one that is kept in reserve.
+    /// On the thread that its user's connections have for that.
     void endElsewhere() noexcept;
     void run() noexcept override { end(); }
     /// The request of this turn, which was taken over, has been begun: those behind it go on.
@@ -64,8 +65,7 @@ class ServedStream final : public LastingTask,
     void decideLater(std::uint64_t turn);
     void watchTurn(Clock::time_point time);
     void lookAtTurn();
-    void watchFrame();
-    void lookAtFrame();
+    void watchFrame(Clock::time_point deadline);
 
     bool admits(std::uint64_t id, std::string_view selector) override;
     void refuses(std::uint64_t id, const std::string& reason) override;
@@ -84,15 +84,14 @@ class ServedStream final : public LastingTask,
     std::optional<Clock::time_point> since_;
     /// That request's right is still being asked for.
     bool isAsking_ = false;
-    /// The clock looks at the turn.
-    bool isWatched_ = false;
+    /// Looks at the turn.
+    std::optional<ClockTask> look_;
     /// Whose turn was taken over while it was asking; the requests behind it have to wait.
     std::uint64_t undecided_ = 0;
     /// The first of those, for the next turn.
     std::optional<Message> parked_;
-    /// When what is half here is due, while nobody has the turn.
-    StreamSocket::Deadline frameDeadline_;
-    bool isFrameWatched_ = false;
+    /// Ends the stream when what is half here is due, while nobody has the turn.
+    std::optional<ClockTask> frameEnd_;
     /// While nobody has the turn and nothing is half here.
     std::optional<Clock::time_point> idleSince_;
     bool ended_ = false;

@@ -26,6 +26,8 @@ class LocalListener {
             accountable = connection->accountableUserIdentifier();
             connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
             connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
+            if (onEnd)
+                connection->setInvalidationHandler(onEnd);
             connection->resume();
             return true;
         });
@@ -38,6 +40,8 @@ class LocalListener {
 
     /// Asked before a client is served.
     std::function<bool()> onClient;
+    /// Of each client that is served from then on.
+    std::function<void()> onEnd;
     /// What the last connection says.
     std::optional<std::int64_t> accountable;
     /// Whether the listener's thread is told that no other can wait in its place.
@@ -116,6 +120,23 @@ TEST(NSXPCListener, AClientThatComesBackAtOnceIsServed) {
         ASSERT_TRUE(clients.front()) << i;
     }
     EXPECT_FALSE(listener.connect(1000));
+}
+
+TEST(NSXPCListener, ClientsThatComeAndLeaveFasterThanTheyAreClearedUpLockNobodyElseOut) {
+    std::promise<void> clearedUp;
+    LocalListener listener(fewClients);
+    listener.onEnd = [going = clearedUp.get_future().share()] { going.wait(); };
+    std::size_t served = 0;
+    for (std::size_t i = 0; i < 2 * fewClients.all; ++i) {
+        if (const auto client = listener.connect(1000)) {
+            ++served;
+            client->shutdown();
+        }
+    }
+    EXPECT_EQ(served, 2 * fewClients.ofOneUser);
+    EXPECT_TRUE(listener.connect(1001));
+    clearedUp.set_value();
+    EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
 }
 
 TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {

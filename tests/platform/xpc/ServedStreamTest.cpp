@@ -1,3 +1,4 @@
+#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/xpc/ClientAccount.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
@@ -8,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <iterator>
 #include <memory>
@@ -45,7 +47,11 @@ class ServedClient {
         server->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
         server->setExportedObject<Echo>(std::move(service));
         server->setAdmission(std::move(admission));
-        server->setInvalidationHandler([ended = ended] { ended->set_value(); });
+        server->setInvalidationHandler([this, ended = ended] {
+            if (onEnd)
+                onEnd();
+            ended->set_value();
+        });
         server->resume();
         stream = std::make_shared<LinuxStreamSocket>(FileDescriptor(pair[1]));
     }
@@ -76,6 +82,8 @@ class ServedClient {
     }
     std::future<std::string> echo(const std::string& text) { return echo(client, text); }
 
+    /// Called by the service's end once the client has left.
+    std::function<void()> onEnd;
     std::shared_ptr<std::promise<void>> ended = std::make_shared<std::promise<void>>();
     std::shared_ptr<NSXPCConnection> server;
     std::shared_ptr<NSXPCConnection> client;
@@ -208,9 +216,12 @@ TEST(ServedStream, HalfAFrameCostsNoThread) {
     std::vector<std::unique_ptr<ServedClient>> clients;
     for (int i = 0; i < 100; ++i) {
         clients.push_back(std::make_unique<ServedClient>(service));
+        // Has been read once what is before it is answered.
         const auto request = echoRequest("x");
-        const auto bytes = StreamSocket::Bytes(request).first(10);
-        clients.back()->stream->send({&bytes, 1});
+        const StreamSocket::Bytes bytes[] = {request, StreamSocket::Bytes(request).first(10)};
+        clients.back()->stream->send(bytes);
+        FrameReader reader(*clients.back()->stream);
+        EXPECT_TRUE(reader.next());
     }
     EXPECT_LE(threadsOnceAtMost(before + 10), before + 10);
     const auto request = echoRequest("x");
@@ -248,6 +259,46 @@ TEST(ServedStream, ClientsThatTakeNoRepliesCostNoThread) {
             received += more;
         }
     }
+}
+
+TEST(ServedStream, ClientsThatLeaveWhileTheirUsersPlacesAreTakenCostOneThreadTogether) {
+    const auto service = std::make_shared<HangingService>();
+    const auto account = accountWithPlaces(1);
+    ServedClient hanging(service, account);
+    hanging.connect();
+    auto hung = hanging.echo("hang");
+    const auto end = std::chrono::steady_clock::now() + watchdog;
+    while (service->begun == 0 && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    const auto before = threadsOfThisProcess();
+    std::promise<void> begun;
+    std::promise<void> goOn;
+    const auto going = goOn.get_future().share();
+    std::atomic<int> ends = 0;
+    {
+        std::vector<std::unique_ptr<ServedClient>> clients;
+        for (int i = 0; i < 100; ++i) {
+            clients.push_back(std::make_unique<ServedClient>(service, account));
+            clients.back()->onEnd = [&begun, &ends, going] {
+                if (ends++ == 0)
+                    begun.set_value();
+                going.wait();
+            };
+        }
+        for (const auto& client : clients)
+            client->stream->shutdown();
+        await(begun.get_future());
+        // The clock has looked at each of them when it comes to this.
+        std::promise<void> looked;
+        runAt(std::chrono::steady_clock::now() + 4 * limits::patience, [&] { looked.set_value(); });
+        await(looked.get_future());
+        EXPECT_EQ(ends, 1);
+        EXPECT_LE(threadsOnceAtMost(before + 10), before + 10);
+        goOn.set_value();
+    }
+    EXPECT_EQ(ends, 100);
+    service->letGo();
+    await(std::move(hung));
 }
 
 TEST(ServedStream, WhileARightIsAskedForAnswersComeThroughAndRequestsKeepTheirOrder) {

@@ -1,0 +1,65 @@
+#include <MorvaneOperation/platform/dispatch/Clock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace morvane {
+namespace {
+
+using Time = std::chrono::steady_clock;
+constexpr std::chrono::seconds watchdog{30};
+
+TEST(Clock, RunsATaskAtItsTime) {
+    std::promise<Time::time_point> ran;
+    const auto due = Time::now() + std::chrono::milliseconds(5);
+    const ClockTask task(due, [&] { ran.set_value(Time::now()); });
+    auto at = ran.get_future();
+    ASSERT_EQ(at.wait_for(watchdog), std::future_status::ready);
+    EXPECT_GE(at.get(), due);
+}
+
+TEST(Clock, ATaskThatIsDroppedDoesNotRun) {
+    std::promise<void> goOn;
+    std::promise<void> next;
+    std::atomic<bool> hasRun = false;
+    const auto now = Time::now();
+    runAt(now, [&] { goOn.get_future().wait(); });
+    {
+        const ClockTask dropped(now, [&] { hasRun = true; });
+        runAt(now, [&] { next.set_value(); });
+    }
+    goOn.set_value();
+    ASSERT_EQ(next.get_future().wait_for(watchdog), std::future_status::ready);
+    EXPECT_FALSE(hasRun);
+}
+
+TEST(Clock, NothingOfATaskThatIsDroppedStays) {
+    auto held = std::make_shared<int>();
+    const std::weak_ptr<int> weak = held;
+    std::optional<ClockTask> task(std::in_place, Time::now() + std::chrono::hours(1),
+                                  [held = std::move(held)] {});
+    EXPECT_FALSE(weak.expired());
+    task.reset();
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST(Clock, ATaskMayDropItself) {
+    std::optional<ClockTask> task;
+    std::promise<void> ran;
+    std::promise<void> isSet;
+    task.emplace(Time::now(), [&] {
+        isSet.get_future().wait();
+        task.reset();
+        ran.set_value();
+    });
+    isSet.set_value();
+    EXPECT_EQ(ran.get_future().wait_for(watchdog), std::future_status::ready);
+}
+
+}  // namespace
+}  // namespace morvane
