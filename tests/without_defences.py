@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Takes each defence away in turn and sees that its tests fail then.
 
-usage: without_defences.py [WORDS...]
+usage: without_defences.py [--fit | WORDS...]
 
-With words, only the defences whose title has one of them. The tracked files, as they stand, are copied to
+With --fit, only sees whether each row still fits the source; with words, only the defences whose title has one of
+them are taken away. The tracked files, as they stand, are copied to
 build/without-defences and built and changed there; the checkout stays as it is. Needs root, as the tests of
 the privileged road do. Ends with 1 if a test did not notice, or if a row does not fit the source any more.
 """
@@ -64,6 +65,7 @@ PROGRAMS = {
     "SupervisedWork": ("tree_walk_test",),
     "DirectoryRequestsTest": ("size_walker_test",),
     "GuardedRequests": ("guarded_requests_test",),
+    "HelperUnit": ("guarded_requests_test",),
     "RequestJournal": ("guarded_requests_test",),
     "LongWork": ("request_order_test",),
     "AskedWorkTest": ("asked_work_test",),
@@ -675,9 +677,19 @@ DEFENCES = (
             ("Outbox.WhatWaitsCountsAgainstTheSharedBudgetUntilItIsSent",)),
     Defence("What the requests of all users take is bounded too.",
             "platform/xpc/NSXPCListener.cpp",
-            ".all = memory_}",
-            ".all = nullptr}",
+            ".memoryOfAll = memory_,",
+            "",
             ("NSXPCListener.RefusesLargeRequestsOfSeveralUsersThatAreTooManyAtOnce",)),
+    Defence("The threads of all users' requests are bounded too.",
+            "platform/xpc/NSXPCListener.cpp",
+            ".placesOfAll = places_}",
+            "}",
+            ("NSXPCListener.RequestsWaitWhileThoseOfAllUsersHaveTheThreadsThatThereAreForThem",)),
+    Defence("The unit allows the helper well more than its clients can make it take.",
+            "helpers/privileged_helper/io.github.morvaneoperation.PrivilegedHelper.service.in",
+            "TasksMax=2048",
+            "TasksMax=1024",
+            ("HelperUnit.AllowsWellMoreThanTheHelperAllowsItsClients",)),
     Defence("A reply that is too large does not end its connection.",
             "platform/xpc/Outbox.cpp",
             "} else if (kind == FrameKind::reply &&",
@@ -903,14 +915,30 @@ class Tests:
         return output
 
 
-def unnoticed(defence):
-    """The tests that succeed without the defence."""
-    path = os.path.join(COPY, defence.file)
-    with open(path, encoding="utf-8") as f:
+def source_of(defence, folder):
+    with open(os.path.join(folder, defence.file), encoding="utf-8") as f:
         source = f.read()
     if source.count(defence.text) != 1:
         raise Misfit(f"{defence.file} has {source.count(defence.text)} times, not once:\n{defence.text}\n"
                      "Keep the row up with the source.")
+    return source
+
+
+def all_fit():
+    status = 0
+    for defence in DEFENCES:
+        try:
+            source_of(defence, SOURCE)
+        except Misfit as misfit:
+            print(f"{defence.title} {misfit}")
+            status = 1
+    return status
+
+
+def unnoticed(defence):
+    """The tests that succeed without the defence."""
+    path = os.path.join(COPY, defence.file)
+    source = source_of(defence, COPY)
     try:
         with open(path, "w", encoding="utf-8") as f:
             f.write(source.replace(defence.text, defence.without))
@@ -923,6 +951,8 @@ def unnoticed(defence):
 
 
 def main(words):
+    if words == ["--fit"]:
+        return all_fit()
     chosen = [d for d in DEFENCES if not words or any(word in d.title for word in words)]
     names = sorted({test for defence in chosen for test in defence.tests})
     if not names:

@@ -18,15 +18,16 @@ struct ClientAccount {
         std::size_t places;
         /// Bytes of what is being received.
         std::size_t received = limits::clientMessagesOfOneUser;
-        /// What both of these are taken from as well, with those of all other users.
-        std::shared_ptr<SharedBudget> all = nullptr;
+        /// What all bytes are taken from as well, and the threads, with those of all other users.
+        std::shared_ptr<SharedBudget> memoryOfAll = nullptr;
+        std::shared_ptr<SharedBudget> placesOfAll = nullptr;
     };
 
     explicit ClientAccount(const Limits& limits, std::int64_t whose = -1)
         : user(whose),
-          memory(limits.memory, limits.all),
-          places(limits.places),
-          received(limits.received, limits.all) {}
+          memory(limits.memory, limits.memoryOfAll),
+          places(limits.places, limits.placesOfAll),
+          received(limits.received, limits.memoryOfAll) {}
 
     /// Aliases of an account, for who needs no more of it.
     static std::shared_ptr<SharedBudget> memoryOf(const std::shared_ptr<ClientAccount>& account) {

@@ -37,6 +37,9 @@ inline constexpr std::chrono::milliseconds patience{50};
 /// service: what the kernel holds of them is missed by that user alone.
 inline constexpr std::size_t placesOfOneUser = 16;
 inline constexpr std::size_t placesOfTheApplication = 64;
+/// Those of all users together: well below what a service manager allows a service, with a thread
+/// more for each that asks a client whether to go on. Who finds none waits.
+inline constexpr std::size_t placesOfAllUsers = 512;
 /// Threads that wait for a moment with clients that have just said something, and how long: one in
 /// conversation is answered without a thread being woken.
 inline constexpr int threadsThatLinger = 4;
@@ -71,6 +74,8 @@ struct ClientLimits {
     std::chrono::milliseconds idleTime{5000};
     /// Bytes of their messages.
     std::size_t memory = memoryOfAllUsers;
+    /// Threads that are with their requests.
+    std::size_t places = placesOfAllUsers;
 };
 /// How long a private service may take to leave once its connection is closed, before it is killed.
 inline constexpr std::chrono::milliseconds serviceLeaveTime{2000};

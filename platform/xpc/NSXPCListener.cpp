@@ -57,7 +57,9 @@ class NSXPCListener::Core {
     class Clients {
       public:
         explicit Clients(const limits::ClientLimits& limits)
-            : limits_(limits), memory_(std::make_shared<SharedBudget>(limits.memory)) {}
+            : limits_(limits),
+              memory_(std::make_shared<SharedBudget>(limits.memory)),
+              places_(std::make_shared<SharedBudget>(limits.places)) {}
 
         /// Whether there is a place for another client of the user's; maybe by letting one go that
         /// has been idle.
@@ -110,7 +112,8 @@ class NSXPCListener::Core {
                 account = std::make_shared<ClientAccount>(
                     ClientAccount::Limits{.memory = limits::memoryOfOneUser,
                                           .places = limits::placesOfOneUser,
-                                          .all = memory_},
+                                          .memoryOfAll = memory_,
+                                          .placesOfAll = places_},
                     user);
                 known = account;
             }
@@ -216,6 +219,7 @@ class NSXPCListener::Core {
 
         const limits::ClientLimits limits_;
         const std::shared_ptr<SharedBudget> memory_;
+        const std::shared_ptr<SharedBudget> places_;
         std::mutex mutex_;
         std::condition_variable none_;
         std::condition_variable closing_;

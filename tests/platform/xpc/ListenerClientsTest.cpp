@@ -1,6 +1,8 @@
+#include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -25,7 +27,7 @@ class LocalListener {
                 return false;
             accountable = connection->accountableUserIdentifier();
             connection->setExportedInterface(NSXPCInterface::interfaceWithProtocol<Echo>());
-            connection->template setExportedObject<Echo>(std::make_shared<EchoService>());
+            connection->template setExportedObject<Echo>(service);
             if (onEnd)
                 connection->setInvalidationHandler(onEnd);
             connection->resume();
@@ -42,6 +44,7 @@ class LocalListener {
     std::function<bool()> onClient;
     /// Of each client that is served from then on.
     std::function<void()> onEnd;
+    const std::shared_ptr<EchoService> service = std::make_shared<EchoService>();
     /// What the last connection says.
     std::optional<std::int64_t> accountable;
     /// Whether the listener's thread is told that no other can wait in its place.
@@ -54,11 +57,16 @@ class LocalListener {
     Stream connect(std::int64_t user) { return connectFor(user, user); }
     /// For whom another user answers.
     Stream connectFor(std::int64_t owner, std::int64_t user) {
+        auto stream = ask("x", owner, user);
+        return FrameReader(*stream).next() ? stream : nullptr;
+    }
+    /// A client that has sent this and has not looked for an answer.
+    Stream ask(const std::string& text, std::int64_t owner, std::int64_t user) {
         auto stream = clients_->connect(user, owner);
-        const auto request = echoRequest("x");
+        const auto request = echoRequest(text);
         const StreamSocket::Bytes pieces[] = {request};
         stream->send(pieces);
-        return FrameReader(*stream).next() ? stream : nullptr;
+        return stream;
     }
     std::vector<Stream> connect(std::int64_t user, std::size_t count) {
         std::vector<Stream> streams;
@@ -137,6 +145,36 @@ TEST(NSXPCListener, ClientsThatComeAndLeaveFasterThanTheyAreClearedUpLockNobodyE
     EXPECT_TRUE(listener.connect(1001));
     clearedUp.set_value();
     EXPECT_TRUE(listener.connectWhenThereIsRoom(1000));
+}
+
+TEST(NSXPCListener, RequestsWaitWhileThoseOfAllUsersHaveTheThreadsThatThereAreForThem) {
+    std::promise<void> answer;
+    std::atomic<int> begun = 0;
+    auto limits = fewClients;
+    limits.places = 2;
+    LocalListener listener(limits);
+    listener.service->onEcho = [&, going = answer.get_future().share()](
+                                   std::string text,
+                                   const NSXPCReply<std::string, NSErrorRef>& reply) {
+        ++begun;
+        if (text == "hang")
+            going.wait();
+        reply(std::move(text), nullptr);
+    };
+    const auto hanging = {listener.ask("hang", 1000, 1000), listener.ask("hang", 1001, 1001)};
+    const auto end = std::chrono::steady_clock::now() + watchdog;
+    while (begun != 2 && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    const auto waiting = listener.ask("x", 1002, 1002);
+    // The clock has looked at it when it comes to this.
+    std::promise<void> looked;
+    runAt(std::chrono::steady_clock::now() + 4 * limits::patience, [&] { looked.set_value(); });
+    await(looked.get_future());
+    EXPECT_EQ(begun, 2);
+    answer.set_value();
+    EXPECT_TRUE(FrameReader(*waiting).next());
+    for (const auto& each : hanging)
+        EXPECT_TRUE(FrameReader(*each).next());
 }
 
 TEST(NSXPCListener, TurnsEveryoneAwayWhenItHasTooManyConnections) {
