@@ -2,8 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <numeric>
 #include <sstream>
 #include <string_view>
+
+#include "CommandTable.h"
+#include "EditScript.h"
 
 namespace morvane {
 
@@ -13,6 +17,14 @@ constexpr const char* footer =
     "Exit status: 0 done, 1 the operation failed, 2 the command line was not understood,\n"
     "3 the service could not be started or went away, 4 the server of a network mount has stored\n"
     "something else, 130 interrupted by Ctrl-C.";
+
+/// Without a command, how the program itself is used.
+Outcome misunderstood(const std::string& reason, const std::string& command) {
+    return {ExitUsage,
+            {},
+            "morvane: " + reason + "\n  'morvane " + (command.empty() ? "" : command + " ") +
+                "--help' tells how the command is used.\n"};
+}
 
 /// Whether --edit is followed by a script without commands, which the parser does not tell from
 /// none.
@@ -25,149 +37,275 @@ bool hasEmptyScript(int argc, const char* const* argv) {
     return false;
 }
 
+/// How many letters are to be added, taken away or replaced to make the one of the other.
+std::size_t editDistance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), 0U);
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+/// Asks for the one of `names` that is most like `word`, if one is like it at all.
+std::string didYouMean(std::string_view word, const std::vector<std::string_view>& names) {
+    constexpr std::size_t longest = 32;
+    if (word.size() > longest || names.empty())
+        return {};
+    const auto nearest = *std::min_element(names.begin(), names.end(), [&](auto a, auto b) {
+        return editDistance(word, a) < editDistance(word, b);
+    });
+    const bool isLike = editDistance(word, nearest) <= (word.size() < 4 ? 1U : 2U);
+    return isLike ? "; did you mean '" + std::string(nearest) + "'?" : std::string();
+}
+
+std::vector<std::string_view> commandNames() {
+    std::vector<std::string_view> names;
+    for (const auto& command : commandTable())
+        names.push_back(command.name);
+    return names;
+}
+
+std::vector<std::string_view> optionNames(std::string_view command) {
+    std::vector<std::string_view> names{"--help", "--version"};
+    const auto addAll = [&](const std::vector<OptionRow>& options) {
+        for (const auto& option : options) {
+            if (!option.standsAlone())
+                names.push_back(option.name);
+        }
+    };
+    for (const auto& row : commandTable()) {
+        if (row.name == command)
+            addAll(row.options);
+    }
+    if (command.empty())
+        addAll(commonOptions());
+    return names;
+}
+
+void addOption(CLI::App& command, const OptionRow& row) {
+    const std::string name(row.name);
+    const std::string says(row.says);
+    if (row.kind == WordKind::none) {
+        command.add_flag(name, says);
+        return;
+    }
+    auto* const option = command.add_option(name, says);
+    option->type_name(std::string(row.word));
+    if (row.times == OptionRow::Times::any)
+        option->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    else if (row.wordMayBeMissing())
+        option->expected(0, 1);
+    option->required(row.times == OptionRow::Times::once);
+}
+
+void relate(CLI::App& command, const OptionRow& row) {
+    auto* const option = command.get_option(std::string(row.name));
+    for (const auto& other : row.excludes)
+        option->excludes(command.get_option(std::string(other)));
+    if (!row.needs.empty())
+        option->needs(command.get_option(std::string(row.needs)));
+}
+
+/// The parser for the whole table.
+class Parser {
+  public:
+    explicit Parser(const std::string& version)
+        : app_("Shows who may do what with files and folders, and how large they are.", "morvane") {
+        describe(app_, commonOptions(), "morvane " + version);
+        app_.require_subcommand(1);
+        for (const auto& row : commandTable()) {
+            auto* const command = app_.add_subcommand(std::string(row.name), std::string(row.says));
+            describe(*command, row.options, "morvane " + version);
+        }
+    }
+
+    /// What is to be printed at once, or nothing if the words were understood.
+    std::optional<Outcome> parse(int argc, const char* const* argv) {
+        try {
+            app_.parse(argc, argv);
+            return std::nullopt;
+        } catch (const CLI::ParseError& stop) {
+            std::ostringstream output;
+            std::ostringstream message;
+            if (app_.exit(stop, output, message) == 0)
+                return Outcome{ExitSuccess, output.str(), {}};
+            return misunderstood(reasonOf(stop, argc, argv), chosen());
+        }
+    }
+
+    /// The command that the words name; empty if they name none.
+    std::string chosen() const {
+        const auto commands = app_.get_subcommands();
+        return commands.empty() ? std::string() : commands.front()->get_name();
+    }
+    const CLI::App& all() const { return app_; }
+
+    /// How a command is used; without one, the program.
+    std::string help(const std::string& command = {}) const {
+        const CLI::App* const app = command.empty() ? &app_ : app_.get_subcommand(command);
+        return app->get_formatter()->make_help(
+            app, command.empty() ? "morvane" : "morvane " + command, CLI::AppFormatMode::Normal);
+    }
+
+  private:
+    static void describe(CLI::App& app, const std::vector<OptionRow>& options,
+                         const std::string& version) {
+        app.set_help_flag("-h,--help", "Print this help and exit");
+        app.set_version_flag("--version", version, "Print the version and exit");
+        app.footer(footer);
+        for (const auto& row : options)
+            addOption(app, row);
+        for (const auto& row : options)
+            relate(app, row);
+    }
+
+    /// The first word that nothing is known of decides, as all others may follow from it.
+    std::string reasonOf(const CLI::ParseError& stop, int argc, const char* const* argv) const {
+        const auto command = chosen();
+        const bool isExtra = stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+        bool isBehindCommand = false;
+        for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+            const std::string_view word = argv[i];
+            if (word.empty())
+                continue;
+            if (word.front() != '-' && command.empty())
+                return "there is no command '" + escaped(word) + "'" +
+                       didYouMean(word, commandNames());
+            if (word.starts_with("--") && isExtra) {
+                if (const auto reason = reasonAgainst(word, isBehindCommand ? command : ""))
+                    return *reason;
+            }
+            isBehindCommand |= word == command;
+        }
+        return escaped(stop.what());
+    }
+
+    /// Why an option cannot stand where it does.
+    static std::optional<std::string> reasonAgainst(std::string_view word,
+                                                    std::string_view command) {
+        const auto option = word.substr(0, word.find('='));
+        const auto isAmong = [&](const std::vector<std::string_view>& names) {
+            return std::find(names.begin(), names.end(), option) != names.end();
+        };
+        const auto names = optionNames(command);
+        if (isAmong(names))
+            return std::nullopt;
+        if (isAmong(optionNames({})))
+            return "'" + std::string(option) + "' stands before the command";
+        return "there is no option '" + escaped(option) + "'" + didYouMean(option, names);
+    }
+
+    CLI::App app_;
+};
+
+/// The words behind one of the chosen command's options.
+class Values {
+  public:
+    explicit Values(const CLI::App& command) : command_(command) {}
+    bool has(const char* name) const { return command_.count(name) != 0; }
+    std::vector<std::string> all(const char* name) const {
+        return command_.get_option(name)->results();
+    }
+    std::string one(const char* name) const {
+        const auto words = all(name);
+        return words.empty() ? std::string() : words.front();
+    }
+
+  private:
+    const CLI::App& command_;
+};
+
+CommandLine aclCommand(const Values& values, int argc, const char* const* argv) {
+    if (values.has("--propagate"))
+        return PropagateOptions{values.one("PATH")};
+    const AclOptions acl{values.one("PATH"), values.has("--tree"), values.has("--json")};
+    if (!values.has("--edit"))
+        return acl;
+    EditOptions edit;
+    edit.path = acl.path;
+    edit.tree = acl.tree;
+    edit.json = acl.json;
+    edit.dryRun = values.has("--dry-run");
+    edit.lossy = values.has("--lossy");
+    const auto script = values.all("--edit");
+    if (!script.empty() && (!script.front().empty() || hasEmptyScript(argc, argv)))
+        edit.script = script.front();
+    return edit;
+}
+
+CommandLine accessCommand(const Values& values) {
+    AccessOptions access;
+    access.path = values.one("PATH");
+    access.user = values.one("--user");
+    access.group = values.one("--group");
+    access.json = values.has("--json");
+    if (access.user.empty() && access.group.empty())
+        return misunderstood("--user NAME or --group NAME is required", "access");
+    return access;
+}
+
+CommandLine sizeCommand(const Values& values) {
+    SizeOptions size;
+    size.paths = values.all("PATH");
+    size.json = values.has("--json");
+    size.base2 = values.has("--base2");
+    size.base10 = values.has("--base10");
+    if (size.paths.empty() && !size.base2 && !size.base10)
+        return misunderstood("PATH is required", "size");
+    return size;
+}
+
+CommandLine renameCommand(const Values& values) {
+    RenameOptions rename;
+    rename.words = values.all("PATH");
+    rename.json = values.has("--json");
+    if (rename.words.empty() || rename.words.size() % 2 != 0)
+        return misunderstood("a new name is required behind each PATH", "rename");
+    return rename;
+}
+
+Outcome helpCommand(const Values& values, const Parser& parser) {
+    const auto topic = values.one("COMMAND");
+    if (topic.empty())
+        return {ExitSuccess, parser.help(), {}};
+    if (topic == editTopic)
+        return {ExitSuccess, editScriptHelp(), {}};
+    auto names = commandNames();
+    if (std::find(names.begin(), names.end(), topic) != names.end())
+        return {ExitSuccess, parser.help(topic), {}};
+    names.push_back(editTopic);
+    return misunderstood("there is no command '" + escaped(topic) + "'" + didYouMean(topic, names),
+                         {});
+}
+
 }  // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
                              CommonOptions* common) {
-    CLI::App app("Shows who may do what with files and folders, and how large they are.",
-                 "morvane");
-    const std::string versionText = "morvane " + version;
-    app.set_version_flag("--version", versionText, "Print the version and exit");
-    app.set_help_flag("-h,--help", "Print this help and exit");
-    app.footer(footer);
-    app.require_subcommand(1);
-    CommonOptions options;
-    app.add_flag("--privileged", options.privileged,
-                 "Let the privileged helper do the work; the system asks you for the right to it");
-
-    AclOptions acl;
-    EditOptions edit;
-    CLI::App* command =
-        app.add_subcommand("acl", "Print or edit the access-control list of an item");
-    command->set_version_flag("--version", versionText, "Print the version and exit");
-    command->add_option("PATH", acl.path, "A file or a folder; a symbolic link is followed")
-        ->required();
-    auto* tree = command->add_flag("--tree", acl.tree, "Show each entry's boxes below it");
-    command->add_flag("--json", acl.json, "Print JSON instead of a table")->excludes(tree);
-    bool propagate = false;
-    auto* propagateFlag =
-        command->add_flag("--propagate", propagate,
-                          "Give everything below the folder what it inherits of the folder's list");
-    std::vector<std::string> script;
-    auto* editFlag =
-        command
-            ->add_option("--edit", script,
-                         "Change the list by these commands; without any, on the terminal. What "
-                         "another program changes meanwhile is kept")
-            ->expected(0, 1)
-            ->type_name("[SCRIPT]");
-    command->add_flag("--dry-run", edit.dryRun, "Show the list before and after, change nothing")
-        ->needs(editFlag);
-    command
-        ->add_flag("--lossy", edit.lossy,
-                   "Leave out what the file system cannot hold; never grants more")
-        ->needs(editFlag);
-    propagateFlag->excludes("--edit")->excludes("--tree")->excludes("--json");
-    command->footer(footer);
-
-    AccessOptions access;
-    CLI::App* accessCommand =
-        app.add_subcommand("access", "Tell what a user or group can really do to an item");
-    accessCommand->set_version_flag("--version", versionText, "Print the version and exit");
-    accessCommand->add_option("PATH", access.path, "A file or a folder")->required();
-    auto* user = accessCommand->add_option("--user", access.user, "The user's name or number");
-    accessCommand->add_option("--group", access.group, "The group's name or number")
-        ->excludes(user);
-    accessCommand->add_flag("--json", access.json, "Print JSON instead of boxes");
-    accessCommand->footer(footer);
-
-    SizeOptions size;
-    CLI::App* sizeCommand =
-        app.add_subcommand("size", "Add up the sizes of items with all that is below them");
-    sizeCommand->set_version_flag("--version", versionText, "Print the version and exit");
-    sizeCommand->add_option("PATH", size.paths,
-                            "Files and folders; symbolic links are not followed");
-    sizeCommand->add_flag("--json", size.json, "Print JSON instead of a table");
-    auto* base2 =
-        sizeCommand->add_flag("--base2", size.base2, "Keep as the default: 1 KB is 1024 bytes");
-    sizeCommand->add_flag("--base10", size.base10, "Keep as the default: 1 KB is 1000 bytes")
-        ->excludes(base2);
-    sizeCommand->footer(footer);
-
-    LsOptions ls;
-    CLI::App* lsCommand = app.add_subcommand("ls", "List a folder in its own order");
-    lsCommand->set_version_flag("--version", versionText, "Print the version and exit");
-    lsCommand->add_option("DIR", ls.path, "A folder")->required();
-    lsCommand->add_flag("--json", ls.json, "Print JSON instead of names");
-    lsCommand->footer(footer);
-
-    RenameOptions rename;
-    CLI::App* renameCommand = app.add_subcommand(
-        "rename", "Give items new names in their folders, also those that others give up");
-    renameCommand->set_version_flag("--version", versionText, "Print the version and exit");
-    renameCommand->add_option("PATH", rename.words, "Each item, and its new name behind it")
-        ->type_name("NAME");
-    renameCommand->add_flag("--json", rename.json, "Print as JSON where each item is now");
-    renameCommand->footer(footer);
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& stop) {
-        std::ostringstream output;
-        std::ostringstream message;
-        if (app.exit(stop, output, message) == 0)
-            return Outcome{ExitSuccess, output.str(), {}};
-        std::string reason = escaped(stop.what());
-        if (app.get_subcommands().empty()) {
-            const auto* const word = std::find_if(
-                argv + 1, argv + argc, [](const char* w) { return *w != '-' && *w != '\0'; });
-            if (word != argv + argc)
-                reason = "there is no command '" + escaped(*word) + "'";
-        }
-        return Outcome{
-            ExitUsage,
-            {},
-            "morvane: " + reason + "\n  'morvane --help' tells how the command is used.\n"};
-    }
+    Parser parser(version);
+    if (auto outcome = parser.parse(argc, argv))
+        return *outcome;
     if (common)
-        *common = options;
-    if (*sizeCommand) {
-        if (size.paths.empty() && !size.base2 && !size.base10)
-            return Outcome{ExitUsage,
-                           {},
-                           "morvane: PATH is required\n"
-                           "  'morvane size --help' tells how the command is used.\n"};
-        return size;
-    }
-    if (*lsCommand)
-        return ls;
-    if (*renameCommand) {
-        if (rename.words.empty() || rename.words.size() % 2 != 0)
-            return Outcome{ExitUsage,
-                           {},
-                           "morvane: a new name is required behind each PATH\n"
-                           "  'morvane rename --help' tells how the command is used.\n"};
-        return rename;
-    }
-    if (*accessCommand) {
-        if (access.user.empty() && access.group.empty())
-            return Outcome{ExitUsage,
-                           {},
-                           "morvane: --user NAME or --group NAME is required\n"
-                           "  'morvane access --help' tells how the command is used.\n"};
-        return access;
-    }
-    if (propagate)
-        return PropagateOptions{acl.path};
-    if (*editFlag) {
-        edit.path = acl.path;
-        edit.tree = acl.tree;
-        edit.json = acl.json;
-        if (!script.empty() && (!script.front().empty() || hasEmptyScript(argc, argv)))
-            edit.script = script.front();
-        return edit;
-    }
-    return acl;
+        common->privileged = Values(parser.all()).has("--privileged");
+    const auto name = parser.chosen();
+    const Values values(*parser.all().get_subcommand(name));
+    if (name == "acl")
+        return aclCommand(values, argc, argv);
+    if (name == "access")
+        return accessCommand(values);
+    if (name == "size")
+        return sizeCommand(values);
+    if (name == "ls")
+        return LsOptions{values.one("DIR"), values.has("--json")};
+    if (name == "rename")
+        return renameCommand(values);
+    return helpCommand(values, parser);
 }
 
 bool wantsColours(bool isTerminal, const char* noColor, const char* term) {

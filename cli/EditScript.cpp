@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <sstream>
+
+#include "CommandTable.h"
 
 namespace morvane {
 
@@ -46,6 +49,17 @@ Words nextCommand(std::string_view& script, Problem& problem) {
     return words;
 }
 
+std::string namesOfCommands() {
+    std::string names;
+    const auto& commands = editCommands();
+    for (std::size_t i = 0; i < commands.size(); ++i)
+        names += (i == 0                     ? ""
+                  : i + 1 == commands.size() ? " and "
+                                             : ", ") +
+                 std::string(commands[i].name);
+    return names;
+}
+
 class Script {
   public:
     explicit Script(AclEditor& editor) : editor_(editor) {
@@ -57,7 +71,12 @@ class Script {
         const auto& verb = words.front();
         const std::size_t arguments = words.size() - 1;
         const auto& argument = words.back();
-        if (verb == "allow" || verb == "deny" || verb == "remove") {
+        const auto& known = editCommands();
+        const auto row = std::find_if(known.begin(), known.end(),
+                                      [&](const auto& command) { return command.name == verb; });
+        if (row == known.end())
+            return "'" + escaped(verb) + "' is no command; there are " + namesOfCommands();
+        if (row->word.empty()) {
             if (arguments != 0)
                 return "'" + verb + "' stands alone";
             return onChosen([&](std::size_t entry) {
@@ -66,12 +85,6 @@ class Script {
                            : editor_.setTag(entry, verb == "allow" ? MVAclTagAllow : MVAclTagDeny);
             });
         }
-        const auto known = {"entry",  "add",         "on",  "off",
-                            "toggle", "permissions", "who", "inherited"};
-        if (std::find(known.begin(), known.end(), verb) == known.end())
-            return "'" + escaped(verb) +
-                   "' is no command; there are entry, add, remove, on, off, toggle, permissions, "
-                   "allow, deny, who and inherited";
         if (arguments != 1)
             return "'" + verb + "' wants one word behind it; quote what holds blanks";
         if (verb == "entry")
@@ -132,6 +145,29 @@ class Script {
 };
 
 }  // namespace
+
+std::string editScriptHelp() {
+    constexpr std::size_t indent = 22;
+    constexpr std::size_t width = 80;
+    std::string help =
+        "morvane acl PATH --edit 'COMMAND; COMMAND ...'\n\n"
+        "Commands stand apart by semicolons or line breaks. Words that hold blanks stand in\n"
+        "quotes; a # begins a comment.\n\n";
+    for (const auto& command : editCommands()) {
+        std::string line =
+            padded("  " + std::string(command.name) + " " + std::string(command.word), indent);
+        std::istringstream words{std::string(command.says)};
+        for (std::string word; words >> word;) {
+            if (columnsOf(line) + word.size() >= width) {
+                help += line + '\n';
+                line.assign(indent, ' ');
+            }
+            line += (line.back() == ' ' ? "" : " ") + word;
+        }
+        help += line + '\n';
+    }
+    return help + "\nExample: morvane acl notes.txt --edit 'add user:alice; permissions read'\n";
+}
 
 Problem runEditScript(std::string_view script, AclEditor& editor) {
     Script commands(editor);

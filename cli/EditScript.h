@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "AclEditor.h"
@@ -12,6 +13,9 @@
 /// begins a comment. Numbers are those of the list as it was shown: entries that were added count
 /// on from there, and none moves up when another is removed.
 namespace morvane {
+
+/// What `morvane help edit` prints.
+std::string editScriptHelp();
 
 /// Runs the commands up to the first that cannot be done, and tells which one and why.
 Problem runEditScript(std::string_view script, AclEditor& editor);

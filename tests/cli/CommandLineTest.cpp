@@ -63,6 +63,46 @@ TEST(CommandLine, NamesACommandThatIsNotThere) {
               "  'morvane --help' tells how the command is used.\n");
 }
 
+TEST(CommandLine, AsksWhetherACommandOrOptionThatIsLikeItWasMeant) {
+    EXPECT_EQ(stopped({"renmae"}).message,
+              "morvane: there is no command 'renmae'; did you mean 'rename'?\n"
+              "  'morvane --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"acl", "/x", "--dryrun"}).message,
+              "morvane: there is no option '--dryrun'; did you mean '--dry-run'?\n"
+              "  'morvane acl --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"acl", "/x", "--colour=always"}).message,
+              "morvane: there is no option '--colour'\n"
+              "  'morvane acl --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"help", "edti"}).message,
+              "morvane: there is no command 'edti'; did you mean 'edit'?\n"
+              "  'morvane --help' tells how the command is used.\n");
+}
+
+TEST(CommandLine, SaysWhereAnOptionStandsThatIsForAllCommands) {
+    EXPECT_EQ(stopped({"ls", "/x", "--privileged"}).message,
+              "morvane: '--privileged' stands before the command\n"
+              "  'morvane ls --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"--privileged", "ls", "/x", "--tree"}).message,
+              "morvane: there is no option '--tree'\n"
+              "  'morvane ls --help' tells how the command is used.\n");
+}
+
+TEST(CommandLine, SendsToTheHelpOfTheCommandThatWasNotUnderstood) {
+    for (const auto& words : std::vector<std::vector<const char*>>{
+             {"acl"}, {"acl", "/x", "--tree", "--json"}, {"acl", "/x", "--lossy"}}) {
+        const auto message = stopped(words).message;
+        EXPECT_NE(message.find("\n  'morvane acl --help' tells"), std::string::npos) << message;
+    }
+}
+
+TEST(CommandLine, HelpsWithACommandWithAllAndWithAnEdit) {
+    EXPECT_EQ(stopped({"help"}).output, stopped({"--help"}).output);
+    EXPECT_EQ(stopped({"help", "size"}).output, stopped({"size", "--help"}).output);
+    EXPECT_EQ(stopped({"help", "edit"}).exitCode, ExitSuccess);
+    EXPECT_NE(stopped({"help", "edit"}).output.find("\n  permissions CHOICE  All boxes"),
+              std::string::npos);
+}
+
 TEST(CommandLine, TakesAnEmptyScriptForOne) {
     const auto script = [](std::vector<const char*> words) {
         return std::get<EditOptions>(parse(std::move(words))).script;

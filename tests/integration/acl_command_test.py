@@ -251,49 +251,5 @@ class Programs(unittest.TestCase):
             self.assertEqual(run("acl", file.name).returncode, 0)
 
 
-class Completion(unittest.TestCase):
-    SCRIPT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../cli/completion/morvane.bash")
-
-    def complete(self, *words, cwd=None):
-        """What is offered for the last of the words, which bash splits at each =."""
-        result = subprocess.run(
-            ["bash", "-c", 'source "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _morvane\n'
-             'printf "%s\\n" "${COMPREPLY[@]}"', self.SCRIPT, "morvane", *words],
-            capture_output=True, text=True, timeout=TIME_LIMIT, check=True, cwd=cwd)
-        self.assertEqual(result.stderr, "")
-        return result.stdout.split()
-
-    def helped(self, *command):
-        """The commands and the long options that the help tells of."""
-        lines = run(*command, "--help").stdout.decode().splitlines()
-        options = {name for line in lines if line.startswith("  -")
-                   for name in line.split()[0].split(",") if name.startswith("--")}
-        commands = lines[lines.index("Subcommands:") + 1:] if "Subcommands:" in lines else []
-        return [line.split()[0] for line in commands if line.startswith("  ")], options
-
-    def test_every_command_and_option_of_the_help_is_offered_and_no_other(self):
-        commands, options = self.helped()
-        self.assertEqual(sorted(self.complete("")), sorted(commands))
-        self.assertEqual(set(self.complete("-")), options)
-        for command in commands:
-            self.assertEqual(set(self.complete(command, "--")), self.helped(command)[1], command)
-
-    def test_an_option_before_the_command_is_not_taken_for_it(self):
-        self.assertEqual(self.complete("--privileged", "ac"), ["access", "acl"])
-
-    def test_users_and_groups_are_offered_where_one_is_expected(self):
-        for name, kind in (("daemon", "--user"), ("daemon", "--group")):
-            self.assertIn(name, self.complete("access", kind, "dae"))
-            self.assertIn(name, self.complete("access", kind, "=", "dae"))
-            self.assertIn(name, self.complete("access", kind, "="))
-            self.assertIn(name, self.complete("access", kind, ""))
-
-    def test_files_are_offered_elsewhere(self):
-        with tempfile.TemporaryDirectory() as folder:
-            open(os.path.join(folder, "notes.txt"), "w", encoding="ascii").close()
-            for command in ("acl", "access", "ls", "rename", "size"):
-                self.assertEqual(self.complete(command, "no", cwd=folder), ["notes.txt"])
-
-
 if __name__ == "__main__":
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

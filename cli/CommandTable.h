@@ -1,0 +1,68 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+/// Every command of the command line with its options, in one place: what is parsed, what --help,
+/// the manual and the completion of the shells tell of it.
+namespace morvane {
+
+/// What a word on the command line names. A shell completes it accordingly.
+enum class WordKind {
+    none,  ///< there is no such word
+    text,  ///< nothing that could be offered
+    item,  ///< a file or a folder
+    folder,
+    user,
+    group,
+    command,  ///< a command of this program, or a topic of its help
+};
+
+/// One option; without dashes in front of its name, a word that stands by itself.
+struct OptionRow {
+    std::string_view name = {};
+    /// One sentence without its full stop.
+    std::string_view says = {};
+    /// The word that follows the option, or that the word itself is.
+    WordKind kind = WordKind::none;
+    /// How that word is called in texts. In brackets, it may be missing.
+    std::string_view word = {};
+    enum class Times { optional, once, any } times = Times::optional;
+    std::vector<std::string_view> excludes = {};
+    std::string_view needs = {};
+
+    bool standsAlone() const { return name.front() != '-'; }
+    bool wordMayBeMissing() const { return !word.empty() && word.front() == '['; }
+};
+
+struct CommandRow {
+    std::string_view name;
+    /// One sentence without its full stop.
+    std::string_view says;
+    std::vector<OptionRow> options;
+
+    /// The options that cannot stand beside one of them, whichever of the two says so.
+    std::vector<std::string_view> excludedBy(std::string_view option) const;
+};
+
+/// In the order in which they are told.
+const std::vector<CommandRow>& commandTable();
+
+/// What stands before the command.
+const std::vector<OptionRow>& commonOptions();
+
+/// A command of `morvane acl PATH --edit SCRIPT`.
+struct EditCommandRow {
+    std::string_view name;
+    /// What the one word behind it is; empty if it stands alone.
+    std::string_view word;
+    /// Sentences.
+    std::string_view says;
+};
+
+const std::vector<EditCommandRow>& editCommands();
+
+/// What `morvane help` tells of beside the commands.
+inline constexpr std::string_view editTopic = "edit";
+
+}  // namespace morvane

@@ -1,0 +1,341 @@
+#include "CommandTexts.h"
+
+#include <sstream>
+
+#include "CommandTable.h"
+
+namespace morvane {
+
+namespace {
+
+/// `text` with each `what` in it replaced.
+std::string replaced(std::string text, std::string_view what, std::string_view by) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != text.npos; at += by.size())
+        text.replace(at, what.size(), by);
+    return text;
+}
+
+/// In single quotes, for any of the shells.
+std::string quoted(std::string_view text) {
+    return "'" + replaced(std::string(text), "'", R"('\'')") + "'";
+}
+
+std::string joined(const std::vector<std::string_view>& words, std::string_view between) {
+    std::string text;
+    for (const auto& word : words)
+        text += (text.empty() ? "" : std::string(between)) + std::string(word);
+    return text;
+}
+
+std::vector<std::string_view> commandNames() {
+    std::vector<std::string_view> names;
+    for (const auto& command : commandTable())
+        names.push_back(command.name);
+    return names;
+}
+
+/// The commands that `help` explains, and the topic beside them.
+std::vector<std::string_view> helpTopics() {
+    auto topics = commandNames();
+    topics.push_back(editTopic);
+    return topics;
+}
+
+std::vector<std::string_view> optionsOf(const std::vector<OptionRow>& rows) {
+    std::vector<std::string_view> options;
+    for (const auto& row : rows) {
+        if (!row.standsAlone())
+            options.push_back(row.name);
+    }
+    options.insert(options.end(), {"--help", "--version"});
+    return options;
+}
+
+/// What the words that stand by themselves are.
+WordKind wordsOf(const CommandRow& command) {
+    for (const auto& row : command.options) {
+        if (row.standsAlone())
+            return row.kind;
+    }
+    return WordKind::none;
+}
+
+/// The sentence with its full stop.
+std::string sentence(std::string_view says) {
+    return std::string(says) + (says.ends_with('.') ? "" : ".");
+}
+
+std::string bashWords(WordKind kind) {
+    switch (kind) {
+        case WordKind::none:
+        case WordKind::text:
+            return ":";
+        case WordKind::item:
+            return "_morvane_offer -o filenames -f";
+        case WordKind::folder:
+            return "_morvane_offer -o filenames -d";
+        case WordKind::user:
+            return "_morvane_offer -u";
+        case WordKind::group:
+            return "_morvane_offer -g";
+        case WordKind::command:
+            return "_morvane_offer -W '" + joined(helpTopics(), " ") + "'";
+    }
+    return ":";
+}
+
+std::string zshWords(WordKind kind) {
+    switch (kind) {
+        case WordKind::none:
+            return {};
+        case WordKind::text:
+            return " ";
+        case WordKind::item:
+            return "_files";
+        case WordKind::folder:
+            return "_files -/";
+        case WordKind::user:
+            return "_users";
+        case WordKind::group:
+            return "_groups";
+        case WordKind::command:
+            return "(" + joined(helpTopics(), " ") + ")";
+    }
+    return {};
+}
+
+std::string fishWords(WordKind kind) {
+    switch (kind) {
+        case WordKind::none:
+        case WordKind::text:
+        case WordKind::item:
+            return {};
+        case WordKind::folder:
+            return "(__fish_complete_directories)";
+        case WordKind::user:
+            return "(__fish_complete_users)";
+        case WordKind::group:
+            return "(__fish_complete_groups)";
+        case WordKind::command:
+            return joined(helpTopics(), " ");
+    }
+    return {};
+}
+
+/// A text within a description of zsh's.
+std::string forZsh(std::string_view says) {
+    return replaced(replaced(replaced(std::string(says), ":", R"(\:)"), "[", R"(\[)"), "]",
+                    R"(\])");
+}
+
+std::string zshOption(const OptionRow& row, const std::vector<std::string_view>& excluded) {
+    std::string word;
+    if (row.kind != WordKind::none) {
+        const auto name = replaced(replaced(std::string(row.word), "[", ""), "]", "");
+        word = std::string(row.wordMayBeMissing() ? "::" : ":") + name + ":" + zshWords(row.kind);
+    }
+    const std::string front = excluded.empty() ? "" : "(" + joined(excluded, " ") + ")";
+    return quoted(front + std::string(row.name) +
+                  (row.kind == WordKind::none || row.wordMayBeMissing() ? "" : "=") + "[" +
+                  forZsh(row.says) + "]" + word);
+}
+
+/// A text of the manual: no character of it means something to the formatter.
+std::string forManual(std::string_view says) {
+    const auto text = replaced(replaced(std::string(says), "\\", R"(\e)"), "-", R"(\-)");
+    return text.starts_with('.') || text.starts_with('\'') ? "\\&" + text : text;
+}
+
+std::string manualOptions(const CommandRow& command) {
+    std::string text;
+    for (const auto& row : command.options) {
+        text += ".TP\n";
+        if (row.standsAlone())
+            text += ".I " + std::string(row.name) +
+                    (row.word.empty() ? "" : " " + std::string(row.word)) +
+                    (row.times == OptionRow::Times::any ? " ..." : "") + "\n";
+        else if (row.word.empty())
+            text += ".B " + forManual(row.name) + "\n";
+        else
+            text += ".BI " + forManual(row.name) + " \" " + std::string(row.word) + "\"\n";
+        text += forManual(sentence(row.says)) + "\n";
+        if (const auto excluded = command.excludedBy(row.name); !excluded.empty())
+            text += "Not together with " + forManual(joined(excluded, " or ")) + ".\n";
+        if (!row.needs.empty())
+            text += "Only together with " + forManual(row.needs) + ".\n";
+    }
+    return text;
+}
+
+std::string manualOfAllOptions() {
+    std::string text = manualOptions({{}, {}, commonOptions()});
+    text +=
+        ".TP\n.BR \\-h \", \" \\-\\-help\nPrint how the program, or a command, is used.\n"
+        ".TP\n.B \\-\\-version\nPrint the version.\n";
+    for (const auto& command : commandTable()) {
+        text += ".SS morvane " + std::string(command.name) + "\n" +
+                forManual(sentence(command.says)) + "\n" + manualOptions(command);
+    }
+    return text;
+}
+
+std::string manualOfEditCommands() {
+    std::string text;
+    for (const auto& command : editCommands()) {
+        text += ".TP\n.BI \"" + std::string(command.name) + " \" " + std::string(command.word) +
+                "\n" + forManual(command.says) + "\n";
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string bashCompletion() {
+    std::string text =
+        "# Completion of morvane(1) for bash.\n"
+        "_morvane_offer() {\n"
+        "    if [[ $1 == -o ]]; then\n"
+        "        compopt -o \"$2\" 2>/dev/null\n"
+        "        shift 2\n"
+        "    fi\n"
+        "    mapfile -t COMPREPLY < <(compgen \"$@\" -- \"$cur\")\n"
+        "}\n"
+        "_morvane() {\n"
+        "    local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command= "
+        "i\n"
+        "    # The = of --user=NAME is a word of its own.\n"
+        "    if [[ $cur == = ]]; then\n"
+        "        cur=\n"
+        "    elif [[ $previous == = ]]; then\n"
+        "        previous=${COMP_WORDS[COMP_CWORD - 2]}\n"
+        "    fi\n"
+        "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
+        "        if [[ ${COMP_WORDS[i]} != -* ]]; then\n"
+        "            command=${COMP_WORDS[i]}\n"
+        "            break\n"
+        "        fi\n"
+        "    done\n"
+        "    COMPREPLY=()\n"
+        "    case \"$command $previous\" in\n";
+    for (const auto& command : commandTable()) {
+        for (const auto& row : command.options) {
+            // A word that may be missing may as well be an option.
+            if (!row.standsAlone() && row.kind != WordKind::none && !row.wordMayBeMissing())
+                text += "        '" + std::string(command.name) + " " + std::string(row.name) +
+                        "') " + bashWords(row.kind) + "; return ;;\n";
+        }
+    }
+    text +=
+        "    esac\n"
+        "    case \"$command $cur\" in\n"
+        "        ' -'*) _morvane_offer -W '" +
+        joined(optionsOf(commonOptions()), " ") +
+        "' ;;\n"
+        "        ' '*) _morvane_offer -W '" +
+        joined(commandNames(), " ") + "' ;;\n";
+    for (const auto& command : commandTable()) {
+        const std::string name(command.name);
+        text += "        '" + name + " -'*) _morvane_offer -W '" +
+                joined(optionsOf(command.options), " ") + "' ;;\n        '" + name + " '*) " +
+                bashWords(wordsOf(command)) + " ;;\n";
+    }
+    return text + "    esac\n}\ncomplete -F _morvane morvane\n";
+}
+
+std::string zshCompletion() {
+    const std::string information =
+        "        '(- *)'{-h,--help}'[Print how it is used]' \\\n"
+        "        '(- *)--version[Print the version]'";
+    std::string text =
+        "#compdef morvane\n"
+        "# Completion of morvane(1) for zsh.\n"
+        "_morvane() {\n"
+        "    local curcontext=$curcontext state line ret=1\n"
+        "    local -a commands\n"
+        "    commands=(\n";
+    for (const auto& command : commandTable())
+        text += "        " +
+                quoted(std::string(command.name) + ":" +
+                       replaced(std::string(command.says), ":", R"(\:)")) +
+                "\n";
+    text += "    )\n    _arguments -C \\\n";
+    for (const auto& row : commonOptions())
+        text += "        " + zshOption(row, {}) + " \\\n";
+    text += information +
+            " \\\n        '1: :->command' '*:: :->words' && ret=0\n"
+            "    case $state in\n"
+            "        command) _describe command commands && ret=0 ;;\n"
+            "        words)\n"
+            "            curcontext=${curcontext%:*}-$words[1]:\n"
+            "            case $words[1] in\n";
+    for (const auto& command : commandTable()) {
+        text += "            " + std::string(command.name) + ") _arguments \\\n";
+        for (const auto& row : command.options) {
+            if (row.standsAlone())
+                text += "        " +
+                        quoted(std::string(row.times == OptionRow::Times::any ? "*" : "1") + ":" +
+                               std::string(row.name) + ":" + zshWords(row.kind)) +
+                        " \\\n";
+            else
+                text += "        " + zshOption(row, command.excludedBy(row.name)) + " \\\n";
+        }
+        text += information + " && ret=0 ;;\n";
+    }
+    return text +
+           "            esac ;;\n"
+           "    esac\n"
+           "    return ret\n"
+           "}\n"
+           "_morvane \"$@\"\n";
+}
+
+std::string fishCompletion() {
+    std::string text = "# Completion of morvane(1) for fish.\n";
+    const std::string line = "complete -c morvane ";
+    const std::string first = "-n __fish_use_subcommand ";
+    const auto option = [&](const std::string& condition, const OptionRow& row) {
+        std::string words = fishWords(row.kind);
+        const bool isPath = row.kind == WordKind::item;
+        text += line + condition + "-l " + std::string(row.name.substr(2));
+        if (row.kind != WordKind::none && !row.wordMayBeMissing())
+            text += isPath ? " -r" : " -x";
+        if (!words.empty())
+            text += " -a " + quoted(words);
+        text += " -d " + quoted(row.says) + "\n";
+    };
+    for (const auto& row : commonOptions())
+        option(first, row);
+    text += line + "-s h -l help -d 'Print how it is used'\n" + line +
+            "-l version -d 'Print the version'\n";
+    for (const auto& command : commandTable()) {
+        text += line + first + "-f -a " + std::string(command.name) + " -d " +
+                quoted(command.says) + "\n";
+        const std::string within =
+            "-n '__fish_seen_subcommand_from " + std::string(command.name) + "' ";
+        for (const auto& row : command.options) {
+            if (!row.standsAlone())
+                option(within, row);
+            else if (row.kind == WordKind::item)
+                text += line + within + "-F\n";
+            else
+                text += line + within + "-f -a " + quoted(fishWords(row.kind)) + "\n";
+        }
+    }
+    return text;
+}
+
+std::string manualWithLists(const std::string& text) {
+    std::istringstream lines(text);
+    std::string manual;
+    for (std::string line; std::getline(lines, line);) {
+        if (line == ".\\\" options")
+            manual += manualOfAllOptions();
+        else if (line == ".\\\" edit commands")
+            manual += manualOfEditCommands();
+        else
+            manual += line + "\n";
+    }
+    return manual;
+}
+
+}  // namespace morvane
