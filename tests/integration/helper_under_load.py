@@ -8,10 +8,12 @@ million objects, over 32 connections; half of them never take a reply. Two more 
 beginning of a frame and leave, again and again. Meanwhile another user propagates a folder's
 list over FILES (300000). Prints the most memory and threads that the helper had, how many requests were refused, how
 the propagation ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both
-lines of each propagation, or if the helper took 64 MiB.
+lines of each propagation, or if the helper took 64 MiB. The helper is under the limits of its unit: in cgroups of its
+own, where the machine lets some be made, which is said.
 """
 import os
 import plistlib
+import re
 import socket
 import struct
 import subprocess
@@ -27,6 +29,9 @@ STRANGER = 65533
 CONNECTIONS = 32
 KNOCKING = 2
 MOST_MEMORY = 64 << 20
+UNIT = "helpers/privileged_helper/io.github.morvaneoperation.PrivilegedHelper.service.in"
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+CGROUPS = "/sys/fs/cgroup"
 SELECTOR = b"setAclEntries:url:reply:"
 HEADER = struct.Struct("<4sBBBBIIQ")
 
@@ -99,6 +104,59 @@ def be_the_stranger(seconds):
     print(sum(count for count, in counts))
 
 
+def unit_limits():
+    with open(os.path.join(SOURCE, UNIT), encoding="utf-8") as f:
+        found = re.findall(r"^(MemoryMax|TasksMax|LimitNOFILE)=(\d+)([MG]?)$", f.read(), re.MULTILINE)
+    return {name: int(number) << {"": 0, "M": 20, "G": 30}[scale] for name, number, scale in found}
+
+
+def make_cgroups(limits):
+    """The folders of what the helper is to be put into, in either hierarchy; none where none can be made."""
+    made = []
+    name = f"morvane-under-load-{time.time_ns()}"
+    try:
+        for controller, files, limit in (("memory", ("memory.limit_in_bytes", "memory.max"), limits["MemoryMax"]),
+                                         ("pids", ("pids.max",), limits["TasksMax"])):
+            above = os.path.join(CGROUPS, controller)
+            if not os.path.isdir(above):  # one tree for all
+                above = CGROUPS
+                with open(f"{above}/cgroup.subtree_control", "w", encoding="ascii") as f:
+                    f.write(f"+{controller}")
+            folder = os.path.join(above, name)
+            if folder not in made:
+                os.mkdir(folder)
+                made.append(folder)
+            with open(next(path for each in files if os.path.exists(path := os.path.join(folder, each))),
+                      "w", encoding="ascii") as f:
+                f.write(str(limit))
+    except (OSError, StopIteration) as error:
+        print(f"The helper is in no cgroup of its own: {error!r}")
+        remove_cgroups(made)
+        return []
+    return made
+
+
+def peak_of(cgroups):
+    """What their memory was at most, the kernel's for it included; None if nothing tells."""
+    for path in (os.path.join(folder, name) for folder in cgroups
+                 for name in ("memory.max_usage_in_bytes", "memory.peak")):
+        if os.path.exists(path):
+            with open(path, encoding="ascii") as f:
+                return int(f.read())
+    return None
+
+
+def remove_cgroups(folders):
+    for folder in folders:
+        os.rmdir(folder)
+
+
+def launcher(limits, cgroups):
+    enter = "".join(f"echo $$ >{folder}/cgroup.procs; " for folder in cgroups)
+    return ("sh", "-ec", enter + 'exec "$@"', "sh", "prlimit", f"--nofile={limits['LimitNOFILE']}",
+            f"--nproc={limits['TasksMax']}")
+
+
 def watch(pid, most, done):
     while not done.is_set():
         try:
@@ -121,7 +179,9 @@ def main():
     rig = Rig(helper, [policy], agent)
     rig.take_log()
     rig.stop_helper()
-    rig.start_helper("prlimit", "--nofile=16384", "--nproc=2048")
+    limits = unit_limits()
+    cgroups = make_cgroups(limits)
+    rig.start_helper(*launcher(limits, cgroups))
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
         tree = os.path.join(folder, "tree")
@@ -156,13 +216,16 @@ def main():
                       for at, _, names in os.walk(tree) for name in names)
         print(f"{changed} files have the list")
         whole = whole and changed == files // 1000 * 999
+    rig.stop_helper()
+    peak = peak_of(cgroups)
+    remove_cgroups(cgroups)
     told = {outcome: sum(f"]: {outcome}: uid " in line for line in rig.logged) for outcome in ("begun", "done", "refused")}
     print("lines of the log:", ", ".join(f"{count} {outcome}" for outcome, count in told.items()))
     # The command reads the list before it is propagated.
     told_whole = all(sum(f"]: {outcome}: uid " in line and "propagateAclEntries" in line for line in rig.logged) == runs
                      for outcome in ("begun", "done"))
     print(f"refused {refused} requests; the helper had at most {most['memory'] / 2**20:.1f} MiB and "
-          f"{most['threads']} threads")
+          f"{most['threads']} threads" + (f"; its cgroup had {peak / 2**20:.1f} MiB" if peak else ""))
     return 0 if whole and told_whole and most["memory"] < MOST_MEMORY else 1
 
 
