@@ -5,11 +5,11 @@ usage: helper_under_load.py HELPER POLICY-FILE POLICY-AGENT MORVANE [SECONDS [FI
 
 For SECONDS (300) a user without any right sends requests of 0.96 MB, whose archives unfold into a quarter of a
 million objects, over 32 connections; half of them never take a reply. Two more processes of that user connect, send the
-beginning of a frame and leave, again and again. Meanwhile another user propagates a folder's
-list over FILES (300000). Prints the most memory and threads that the helper had, how many requests were refused, how
-the propagation ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both
-lines of each propagation, or if the helper took 64 MiB. The helper is under the limits of its unit: in cgroups of its
-own, where the machine lets some be made, which is said.
+beginning of a frame and leave, again and again. Meanwhile another user propagates a folder's list over FILES (300000),
+again and again too. Prints the most memory and threads that the helper had, how many requests were refused, how the
+propagations ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both lines
+of each propagation, or if the helper took 64 MiB. The helper is under the limits of its unit, in cgroups of its own; it
+says so if none can be made.
 """
 import os
 import plistlib
@@ -199,20 +199,22 @@ def main():
                                     stdout=subprocess.PIPE, text=True)
         wait_until(lambda: rig.connections() >= CONNECTIONS // 2, "the stranger")
         watcher.start()
-        runs = 0
-        whole = True
+        runs, longest, whole = 0, 0, True
         while whole and (runs == 0 or time.monotonic() - begin < seconds):
+            # Another list each time, or there would be nothing to write.
+            os.chmod(tree, (0o750, 0o770)[runs % 2])
+            started = time.monotonic()
             program = rig.start([morvane, "--privileged", "acl", tree, "--propagate"], "allow").finish(limit=None)
+            longest = max(longest, time.monotonic() - started)
             runs += 1
             whole = program.code == 0
-            print(f"propagation {runs} over {files} files: status {program.code} after "
-                  f"{time.monotonic() - begin:.0f} s {program.message.strip()}")
-            if program.code == 0 and time.monotonic() - begin < seconds:
-                time.sleep(max(0, seconds - (time.monotonic() - begin)))
+        print(f"{runs} propagations over {files} files, which took {longest:.0f} s at most; the last one ended with "
+              f"{program.code} {program.message.strip()}")
         refused = stranger.communicate()[0].strip()
         done.set()
         watcher.join()
-        changed = sum(os.lstat(os.path.join(at, name)).st_mode & 0o777 == 0o640
+        last = (0o640, 0o660)[(runs - 1) % 2]
+        changed = sum(os.lstat(os.path.join(at, name)).st_mode & 0o777 == last
                       for at, _, names in os.walk(tree) for name in names)
         print(f"{changed} files have the list")
         whole = whole and changed == files // 1000 * 999
