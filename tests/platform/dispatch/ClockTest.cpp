@@ -12,14 +12,14 @@ namespace morvane {
 namespace {
 
 using Time = std::chrono::steady_clock;
-constexpr std::chrono::seconds watchdog{30};
+constexpr std::chrono::seconds clockWatchdog{30};
 
 TEST(Clock, RunsATaskAtItsTime) {
     std::promise<Time::time_point> ran;
     const auto due = Time::now() + std::chrono::milliseconds(5);
     const ClockTask task(due, [&] { ran.set_value(Time::now()); });
     auto at = ran.get_future();
-    ASSERT_EQ(at.wait_for(watchdog), std::future_status::ready);
+    ASSERT_EQ(at.wait_for(clockWatchdog), std::future_status::ready);
     EXPECT_GE(at.get(), due);
 }
 
@@ -34,7 +34,7 @@ TEST(Clock, ATaskThatIsDroppedDoesNotRun) {
         runAt(now, [&] { next.set_value(); });
     }
     goOn.set_value();
-    ASSERT_EQ(next.get_future().wait_for(watchdog), std::future_status::ready);
+    ASSERT_EQ(next.get_future().wait_for(clockWatchdog), std::future_status::ready);
     EXPECT_FALSE(hasRun);
 }
 
@@ -58,7 +58,7 @@ TEST(Clock, ATaskMayDropItself) {
         ran.set_value();
     });
     isSet.set_value();
-    EXPECT_EQ(ran.get_future().wait_for(watchdog), std::future_status::ready);
+    EXPECT_EQ(ran.get_future().wait_for(clockWatchdog), std::future_status::ready);
 }
 
 }  // namespace

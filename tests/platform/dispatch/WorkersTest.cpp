@@ -11,11 +11,11 @@
 namespace morvane {
 namespace {
 
-constexpr std::chrono::seconds watchdog{30};
+constexpr std::chrono::seconds laneWatchdog{30};
 
-class Task final : public LastingTask {
+class LaneTask final : public LastingTask {
   public:
-    explicit Task(std::function<void()> work) : work_(std::move(work)) {}
+    explicit LaneTask(std::function<void()> work) : work_(std::move(work)) {}
     void run() noexcept override { work_(); }
 
   private:
@@ -27,16 +27,16 @@ TEST(LastingLane, RunsOneTaskAfterTheOtherInTheirOrder) {
     std::promise<void> goOn;
     std::promise<void> done;
     std::vector<int> order;
-    lane->add(std::make_shared<Task>([&] {
+    lane->add(std::make_shared<LaneTask>([&] {
         goOn.get_future().wait();
         order.push_back(0);
     }));
     for (int i = 1; i < 100; ++i)
-        lane->add(std::make_shared<Task>([&, i] { order.push_back(i); }));
-    lane->add(std::make_shared<Task>([&] { done.set_value(); }));
+        lane->add(std::make_shared<LaneTask>([&, i] { order.push_back(i); }));
+    lane->add(std::make_shared<LaneTask>([&] { done.set_value(); }));
     EXPECT_TRUE(order.empty());
     goOn.set_value();
-    ASSERT_EQ(done.get_future().wait_for(watchdog), std::future_status::ready);
+    ASSERT_EQ(done.get_future().wait_for(laneWatchdog), std::future_status::ready);
     ASSERT_EQ(order.size(), 100U);
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
@@ -46,9 +46,9 @@ TEST(LastingLane, RunsWhatIsAddedAfterItWasEmptyAndByATaskOfItsOwn) {
     const auto lane = std::make_shared<LastingLane>();
     for (int i = 0; i < 100; ++i) {
         std::promise<void> done;
-        lane->add(std::make_shared<Task>(
-            [&] { lane->add(std::make_shared<Task>([&] { done.set_value(); })); }));
-        ASSERT_EQ(done.get_future().wait_for(watchdog), std::future_status::ready);
+        lane->add(std::make_shared<LaneTask>(
+            [&] { lane->add(std::make_shared<LaneTask>([&] { done.set_value(); })); }));
+        ASSERT_EQ(done.get_future().wait_for(laneWatchdog), std::future_status::ready);
     }
 }
 

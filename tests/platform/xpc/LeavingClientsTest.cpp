@@ -12,7 +12,7 @@
 namespace morvane {
 namespace {
 
-constexpr int clients = 50;
+constexpr int clientsThatLeave = 50;
 
 /// Tells how often it was waited for.
 class WatchedSocket final : public FakeStreamSocket {
@@ -63,13 +63,13 @@ void knock() {
 TEST(LeavingClients, NothingOfThemStaysUntilTheTimeOfTheirFramesIsOver) {
     knock();  // what is made once is there
     const auto before = allocationsHeld();
-    for (int i = 0; i < clients; ++i)
+    for (int i = 0; i < clientsThatLeave; ++i)
         knock();
     // Some threads more may be idle; of each client less than one allocation has stayed.
     const auto end = std::chrono::steady_clock::now() + watchdog;
-    while (allocationsHeld() >= before + clients && std::chrono::steady_clock::now() < end)
+    while (allocationsHeld() >= before + clientsThatLeave && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
-    EXPECT_LT(allocationsHeld(), before + clients);
+    EXPECT_LT(allocationsHeld(), before + clientsThatLeave);
 }
 
 /// Takes nothing.
@@ -103,9 +103,9 @@ void owe() {
 TEST(LeavingClients, NothingOfWhatTheyAreOwedStaysUntilItsTimeIsOver) {
     owe();
     const auto before = allocationsHeld();
-    for (int i = 0; i < clients; ++i)
+    for (int i = 0; i < clientsThatLeave; ++i)
         owe();
-    EXPECT_LT(allocationsHeld(), before + clients);
+    EXPECT_LT(allocationsHeld(), before + clientsThatLeave);
 }
 
 }  // namespace
