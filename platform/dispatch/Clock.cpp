@@ -1,17 +1,23 @@
 #include <MorvaneOperation/platform/dispatch/Clock.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <mutex>
+#include <ratio>
 #include <thread>
 #include <utility>
 
 namespace morvane {
 namespace {
 
+/// The thread wakes no more often than this, for all that is due by then: every client of a service
+/// that connects and leaves has a task here.
+using Tick = std::chrono::duration<std::int64_t, std::ratio<1, 200>>;
+
 class Clock {
   public:
-    using Time = std::chrono::steady_clock::time_point;
+    using Time = std::chrono::time_point<std::chrono::steady_clock, Tick>;
 
     /// Returns the task's number.
     std::uint64_t add(Time time, std::function<void()> task) {
@@ -70,11 +76,11 @@ Clock& clock() {
 }  // namespace
 
 void runAt(std::chrono::steady_clock::time_point time, std::function<void()> task) {
-    clock().add(time, std::move(task));
+    clock().add(std::chrono::ceil<Tick>(time), std::move(task));
 }
 
 ClockTask::ClockTask(std::chrono::steady_clock::time_point time, std::function<void()> task)
-    : time_(time), number_(clock().add(time, std::move(task))) {}
+    : time_(std::chrono::ceil<Tick>(time)), number_(clock().add(time_, std::move(task))) {}
 
 ClockTask::~ClockTask() {
     clock().drop(time_, number_);

@@ -1,5 +1,6 @@
 #include <MorvaneOperation/platform/dispatch/Clock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
@@ -7,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace morvane {
 namespace {
@@ -59,6 +61,43 @@ TEST(Clock, ATaskMayDropItself) {
     });
     isSet.set_value();
     EXPECT_EQ(ran.get_future().wait_for(clockWatchdog), std::future_status::ready);
+}
+
+/// How often the calling thread has gone to sleep.
+long sleeps() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
+// Of a service whose clients connect and leave, each of whom is looked at for a time.
+TEST(Clock, DoesNotWakeForEachOfManyTasks) {
+    constexpr int tasks = 500;
+    constexpr std::chrono::microseconds apart{40};
+    const auto start = Time::now() + std::chrono::milliseconds(50);
+    long before = 0;
+    std::promise<long> after;
+    runAt(start, [&] { before = sleeps(); });
+    for (int i = 1; i < tasks; ++i)
+        runAt(start + i * apart, [] {});
+    runAt(start + tasks * apart, [&] { after.set_value(sleeps()); });
+    auto last = after.get_future();
+    ASSERT_EQ(last.wait_for(clockWatchdog), std::future_status::ready);
+    EXPECT_LE(last.get() - before, 10);  // in 20 ms, of which the thread sees every fifth
+}
+
+TEST(Clock, RunsTasksInTheOrderOfTheirTimes) {
+    const auto start = Time::now() + std::chrono::milliseconds(20);
+    std::vector<int> order;
+    std::promise<void> last;
+    runAt(start + std::chrono::milliseconds(40), [&] {
+        order.push_back(3);
+        last.set_value();
+    });
+    runAt(start, [&] { order.push_back(1); });
+    runAt(start + std::chrono::milliseconds(20), [&] { order.push_back(2); });
+    ASSERT_EQ(last.get_future().wait_for(clockWatchdog), std::future_status::ready);
+    EXPECT_EQ(order, (std::vector{1, 2, 3}));
 }
 
 }  // namespace
