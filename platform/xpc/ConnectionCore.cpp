@@ -6,40 +6,15 @@
 
 /// How a connection is configured and how it sends.
 namespace morvane {
-namespace {
-
-NSErrorRef interruptedError(const std::string& service) {
-    // Needed some day, when there may be no memory.
-    shortageError();
-    unreadReplyError();
-    return connectionError(NSXPCConnectionInterrupted,
-                           "The service \"" + service +
-                               "\" went away before it answered; whether it has carried out the "
-                               "request is unknown.");
-}
-
-std::string invalidText(const std::string& service) {
-    return "The connection to the service \"" + service +
-           "\" is invalid; the request was not sent.";
-}
-
-}  // namespace
-
 NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
-    : name_(std::move(name)),
-      endpoint_(std::move(endpoint)),
-      interrupted_(interruptedError(name_)),
-      invalid_(connectionError(NSXPCConnectionInvalid, invalidText(name_))) {
+    : name_(std::move(name)), endpoint_(std::move(endpoint)), endErrors_(endErrors(name_)) {
     processGeneration();  // a fork is noticed from now on
     if (!isForeign())
         keepReserveWorker();
 }
 
 NSXPCConnection::Core::Core(std::string name, std::shared_ptr<StreamSocket> socket)
-    : name_(std::move(name)),
-      interrupted_(interruptedError(name_)),
-      invalid_(connectionError(NSXPCConnectionInvalid, invalidText(name_))),
-      socket_(std::move(socket)) {
+    : name_(std::move(name)), endErrors_(endErrors(name_)), socket_(std::move(socket)) {
     processGeneration();
     if (!isForeign())
         keepReserveWorker();
@@ -78,14 +53,15 @@ bool NSXPCConnection::Core::isInUse() const {
     return state_ != State::configuring;
 }
 
-NSErrorRef NSXPCConnection::Core::invalidError() const noexcept {
-    if (!whyInvalid_)
-        return invalid_;
-    try {
-        return connectionError(NSXPCConnectionInvalid, invalidText(name_), whyInvalid_);
-    } catch (const std::exception&) {
-        return invalid_;
+NSErrorRef NSXPCConnection::Core::whyRefused() const noexcept {
+    if (whyInvalid_) {
+        try {
+            return invalidError(name_, whyInvalid_);
+        } catch (const std::exception&) {
+            // The reason is left out.
+        }
     }
+    return endErrors_->invalid;
 }
 
 std::string_view NSXPCConnection::Core::selectorOf(const PendingRequests::Request& request) const {
@@ -127,7 +103,7 @@ void NSXPCConnection::Core::resume(const std::shared_ptr<NSXPCConnection>& owner
 
 NSErrorRef NSXPCConnection::Core::refusal() const {
     if (state_ == State::invalid || invalidated_)
-        return invalidError();
+        return whyRefused();
     const bool flows = state_ == State::streaming || state_ == State::catchingUp;
     const auto most = flows ? limits::requestsInFlight : limits::requestsDeferred;
     if (waiting_.size() + inFlight_.size() < most)

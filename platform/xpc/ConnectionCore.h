@@ -2,6 +2,7 @@
 
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/xpc/ClientAccount.h>
+#include <MorvaneOperation/platform/xpc/ConnectionErrors.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 #include <MorvaneOperation/platform/xpc/PendingRequests.h>
@@ -127,7 +128,8 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
 
     /// All that waits to be sent. Under the lock.
     void refuseWaiting(const NSErrorRef& error) noexcept;
-    NSErrorRef invalidError() const noexcept;
+    /// What a request hears once the connection is invalid.
+    NSErrorRef whyRefused() const noexcept;
     void fail(PendingRequests::Request& request, const NSErrorRef& error) const noexcept;
     /// Has a thread run() soon.
     void startReporting() noexcept;
@@ -140,9 +142,7 @@ class NSXPCConnection::Core : public LastingTask, public std::enable_shared_from
 
     const std::string name_;
     const std::unique_ptr<ServiceEndpoint> endpoint_;
-    // Made beforehand: there may be no memory when they are needed.
-    const NSErrorRef interrupted_;
-    const NSErrorRef invalid_;
+    const std::shared_ptr<const EndErrors> endErrors_;
 
     /// Held while a reply, callback or handler runs: one at a time. Taken before the other, never
     /// inside a call of the host's.

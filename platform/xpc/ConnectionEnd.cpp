@@ -102,7 +102,7 @@ void NSXPCConnection::Core::reportEnd(bool wasRead) noexcept {
         }
         for (auto& [id, request] : ended) {
             if (id != 0)
-                fail(request, interrupted_);
+                fail(request, endErrors_->interrupted);
         }
         if (interruption && !invalidated_)
             callOut("interruption handler", name_, *interruption);
@@ -116,7 +116,7 @@ void NSXPCConnection::Core::reportEnd(bool wasRead) noexcept {
                     state_ = connects ? State::connecting : State::idle;
                     break;
                 }
-                refuseWaiting(invalidError());
+                refuseWaiting(whyRefused());
                 refused.swap(refused_);
                 if (refused.empty())
                     state_ = State::invalid;

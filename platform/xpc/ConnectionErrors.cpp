@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <mutex>
 #include <utility>
 
 namespace morvane {
@@ -25,6 +26,35 @@ const NSErrorRef& unreadReplyError() {
     static const auto& error = *new NSErrorRef(connectionError(
         NSXPCConnectionReplyInvalid, "There is no memory for the reply to the request."));
     return error;
+}
+
+NSErrorRef invalidError(const std::string& service, NSErrorRef reason) {
+    return connectionError(
+        NSXPCConnectionInvalid,
+        "The connection to the service \"" + service + "\" is invalid; the request was not sent.",
+        std::move(reason));
+}
+
+std::shared_ptr<const EndErrors> endErrors(const std::string& service) {
+    struct Latest {
+        std::mutex mutex;
+        std::string service;
+        std::shared_ptr<const EndErrors> errors;
+    };
+    static auto& latest = *new Latest;  // outlives static objects
+    const std::lock_guard lock(latest.mutex);
+    if (!latest.errors || latest.service != service) {
+        shortageError();
+        unreadReplyError();
+        latest.errors = std::make_shared<const EndErrors>(EndErrors{
+            connectionError(NSXPCConnectionInterrupted,
+                            "The service \"" + service +
+                                "\" went away before it answered; whether it has carried out the "
+                                "request is unknown."),
+            invalidError(service)});
+        latest.service = service;
+    }
+    return latest.errors;
 }
 
 bool isShortage(const NSErrorRef& reason) {

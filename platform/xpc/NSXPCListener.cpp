@@ -267,9 +267,8 @@ class NSXPCListener::Core {
     }
 
     void serve(const std::shared_ptr<StreamSocket>& socket) {
-        const auto peer = socket->peer();
         const auto user = socket->accountableUser();
-        if (!handler || !peer || !clients_->makeRoomFor(user)) {
+        if (!handler || user < 0 || !clients_->makeRoomFor(user)) {
             socket->shutdown();
             return;
         }
