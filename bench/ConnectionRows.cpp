@@ -159,16 +159,18 @@ class SocketFolder {
 
 /// A new connection to the well-known socket until the callback with its first reply, each time.
 /// As with the round trips it does not count that this thread is woken after it; nor does the
-/// connection's end.
+/// connection's end, which is waited for until nothing of the connection is left.
 double connectsToService(std::size_t count) {
     double time = 0;
     for (std::size_t i = 0; i < count; ++i) {
         Outcome reply;
         Outcome end;
         const auto start = Clock::now();
-        const auto connection = NSXPCConnection::initWithMachServiceName(serviceName, 0);
-        connection->setRemoteObjectInterface(benchInterface());
-        connection->setInvalidationHandler([&] { end.finish(); });
+        auto connection = NSXPCConnection::initWithMachServiceName(serviceName, 0);
+        // What the connection holds goes after its socket.
+        const auto interface = benchInterface();
+        connection->setRemoteObjectInterface(
+            {interface.get(), [interface, end](auto*) mutable { end.finish(); }});
         connection->resume();
         connection
             ->remoteObjectProxyWithErrorHandler<Bench>(
@@ -179,6 +181,7 @@ double connectsToService(std::size_t count) {
             });
         time += reply.wait();
         connection->invalidate();
+        connection.reset();
         end.wait();
     }
     return time;
