@@ -1,5 +1,12 @@
 #include <MorvaneOperation/MVServiceNames.h>
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -96,9 +103,8 @@ TEST_F(MVConnectorTest, AnInvalidatedConnectionIsHeldUntilTheResetOnTheQueue) {
     const auto auth = connector->authConnection();
     std::promise<void> open;
     connector->queue()->async([gate = open.get_future().share()] { gate.wait(); });
-    file->invalidate();
-    auth->invalidate();
-    awaitResets(connector, 2);
+    invalidateAndWaitForHandler(*file);
+    invalidateAndWaitForHandler(*auth);
     EXPECT_EQ(connector->connection(), file);
     EXPECT_EQ(connector->authConnection(), auth);
     {
@@ -122,9 +128,8 @@ TEST_F(MVConnectorTest, AResetThatIsQueuedKeepsItsConnectorUntilItHasRun) {
     drain(*queue);
     std::promise<void> open;
     queue->async([gate = open.get_future().share()] { gate.wait(); });
-    file->invalidate();
-    auth->invalidate();
-    awaitResets(connector, 2);
+    invalidateAndWaitForHandler(*file);
+    invalidateAndWaitForHandler(*auth);
     connector.reset();
     EXPECT_FALSE(weak.expired());
     open.set_value();
@@ -221,6 +226,60 @@ TEST_F(MVConnectorWithServices, AnInterruptedConnectionStaysHeld) {
     drain(*connector->queue());
     EXPECT_EQ(connector->connection(), connection);
     EXPECT_EQ(connector->calls.size(), 5u);
+}
+
+/// Ends with 0 if the connector still holds its privileged connection after two interruptions.
+/// In a process of its own, all of whose threads see an empty /run.
+[[noreturn]] void interruptThePrivilegedConnection(Connector& connector, NSXPCConnection& auth,
+                                                   NSErrorRef (*failure)(NSXPCConnection&)) {
+    const auto fail = [](const char* what) {
+        std::perror(what);
+        std::_Exit(1);
+    };
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "/run/%s.sock",
+                  MVPrivilegedHelperName);
+    const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listening, 1) != 0) {
+        fail(address.sun_path);
+    }
+    std::thread([listening] {
+        for (;;) {
+            // Ends once a request has come.
+            const FileDescriptor client(accept(listening, nullptr, nullptr));
+            char byte = 0;
+            (void)!read(client.get(), &byte, 1);
+        }
+    }).detach();
+    for (int i = 0; i != 2; ++i) {
+        const auto error = failure(auth);
+        if (!error || error->code() != NSXPCConnectionInterrupted)
+            fail("the request was not interrupted");
+    }
+    // The second one ended after an interruption handler of the first, and the queue has run it.
+    std::promise<void> ran;
+    connector.queue()->async([&] { ran.set_value(); });
+    ran.get_future().wait();
+    std::_Exit(connector.authConnection().get() == &auth ? 0 : 1);
+}
+
+TEST_F(MVConnectorWithServices, AnInterruptedPrivilegedConnectionStaysHeldToo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            if (unshare(CLONE_NEWNS) != 0 ||
+                mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0) {
+                std::perror("an empty /run");
+                std::_Exit(1);
+            }
+            const auto connector = MVConnector::init<Connector>();
+            EXPECT_FALSE(authorize(*connector).error);
+            interruptThePrivilegedConnection(*connector, *connector->authConnection(), failure);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST_F(MVConnectorWithServices, ThePrivilegedConnectionLooksForItsSocketWhereOnlyRootMayPutIt) {

@@ -84,15 +84,18 @@ class MVConnectorTest : public AuthorizationTest {
         ASSERT_TRUE(logged.wait_for(lock, watchdog, [this] { return !log.empty(); }));
     }
 
-    /// Waits until that many tasks of its queue hold the connector, and nobody else: whoever
-    /// submits one holds it for a moment too, so it is looked at more than once.
-    static void awaitResets(const std::shared_ptr<Connector>& connector, long count) {
-        const auto end = std::chrono::steady_clock::now() + watchdog;
-        for (int settled = 0; settled < 20;) {
-            settled = connector.use_count() == 1 + count ? settled + 1 : 0;
-            ASSERT_LT(std::chrono::steady_clock::now(), end) << connector.use_count();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    /// Invalidates, and waits until the connection's handler has returned: only then does the
+    /// connection let go of its other handler.
+    static void invalidateAndWaitForHandler(NSXPCConnection& connection) {
+        struct Held {
+            std::promise<void> released;
+            ~Held() { released.set_value(); }
+        };
+        auto held = std::make_shared<Held>();
+        const auto released = held->released.get_future();
+        connection.setInterruptionHandler([held = std::move(held)] {});
+        connection.invalidate();
+        ASSERT_EQ(released.wait_for(watchdog), std::future_status::ready);
     }
 
     /// The error that getAuthConnectionForRight() replies with, and where.

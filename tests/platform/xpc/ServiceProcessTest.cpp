@@ -72,8 +72,12 @@ std::vector<std::string> inheritedDescriptors(const std::string& process) {
         if (!(info >> flags))
             continue;  // closed meanwhile
         const auto number = entry.path().filename().string();
-        if (std::stoi(number) > STDERR_FILENO && (std::stoul(flags, nullptr, 8) & O_CLOEXEC) == 0)
-            inherited.push_back(number);
+        if (std::stoi(number) > STDERR_FILENO && (std::stoul(flags, nullptr, 8) & O_CLOEXEC) == 0) {
+            std::error_code closed;
+            const auto what =
+                std::filesystem::read_symlink("/proc/" + process + "/fd/" + number, closed);
+            inherited.push_back(number + ": " + what.native());
+        }
     }
     return inherited;
 }
@@ -81,7 +85,8 @@ std::vector<std::string> inheritedDescriptors(const std::string& process) {
 TEST(ServiceProcess, LeavesNoDescriptorToProgramsThatEitherEndStarts) {
     const auto before = inheritedDescriptors("self");
     Client client("xpc_test_service");
-    const auto service = client.echo("pid").text;
+    const auto [service, code, error] = client.echo("pid");
+    ASSERT_FALSE(error) << error->localizedDescription();
     EXPECT_EQ(inheritedDescriptors("self"), before);
     EXPECT_EQ(inheritedDescriptors(service), std::vector<std::string>{});
 }
