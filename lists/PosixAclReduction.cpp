@@ -179,7 +179,8 @@ class ListReduction {
     }
 
     /// Whether the item's own list names the owner (the owning group) besides its class, and what
-    /// is said of that is what was shown.
+    /// is said of that is what was shown. Where nothing else is said of the class, it is said of
+    /// that: a denial would not hold for the class otherwise.
     bool isKept(const CBPosixIdentity& who, const Statements& shown) const {
         const auto saidOf = [&](const Statements& all) {
             std::vector<std::pair<bool, PosixRights>> said;
@@ -189,6 +190,9 @@ class ListReduction {
             }
             return said;
         };
+        if (std::none_of(statements_.begin(), statements_.end(),
+                         [&](const PosixStatement& s) { return s.flat && s.who == who; }))
+            return false;
         const auto said = saidOf(shown);
         return part_ == Part::access && !said.empty() && said == saidOf(statements_);
     }

@@ -124,7 +124,8 @@ class Asked:
             for who, kept_as in ((item.owner, None), (item.group, self.beside)):
                 now, then = ([(s.deny, s.rights) for s in some if s.who == who and s.of_item and not s.flat]
                              for some in (self.statements, read))
-                if now and now == then:
+                # Where nothing else is said of the class, it is what is said of the class.
+                if now and now == then and any(s.who == who and s.flat for s in self.statements):
                     self.statements = [s._replace(who=kept_as) if s.who == who and not s.flat else s
                                        for s in self.statements]
             self.statements = [s for s in self.statements if s.who]

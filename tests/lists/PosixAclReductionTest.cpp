@@ -351,6 +351,16 @@ TEST(PosixAclReduction, AnEntryBesideItsClassGetsNothingThatEveryoneIsAllowed) {
     EXPECT_EQ(reduced(entries, changing(old)), (PosixList{r, r, w, r, {}, {{group, r}}}));
 }
 
+TEST(PosixAclReduction, AnEntryBesideAClassOfWhichNothingElseIsSaidIsThatOfTheClass) {
+    const PosixList old{r, r, rwx, rwx, {}, {{group, none}}};
+    auto entries = entriesOfPosixAcl({owner, group, false, old, {}});
+    std::erase_if(entries, [](const auto& entry) {
+        return !entry->isAcl() && entry->uuid() == uuidOfPosixIdentity(CBPosixGroup{group});
+    });
+    EXPECT_EQ(reduced(entries, changing(old)).owningGroup, none)
+        << "a denial holds against what everyone is allowed";
+}
+
 TEST(PosixAclReduction, ADenialForTheCreatorIsOneForTheOwnerThoughAnEntryStandsBesideTheClass) {
     const PosixList old{rw, r, none, rw, {{owner, rw}}, {}};
     auto entries =
