@@ -101,11 +101,9 @@ class Inheritance {
                 entries.push_back(flat);
         }
         auto result = reduceToPosixAcl(entries, {lists_.owner, lists_.group, isDirectory});
-        for (auto& text : textsOfLosses(result.losses))
-            lists_.losses.insert(std::move(text));
-        if (result.fit == PosixAclFit::tooManyNames)
-            lists_.losses.insert("all of it, as it has more users and groups than a list holds: " +
-                                 std::to_string(maxPosixNames));
+        lists_.losses.insert(result.losses.begin(), result.losses.end());
+        if (result.fit != PosixAclFit::fits)
+            lists_.fit = result.fit;
         return std::move(result.acl);
     }
 

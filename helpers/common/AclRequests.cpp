@@ -3,8 +3,6 @@
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
-#include <linux/magic.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -108,39 +106,6 @@ NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& 
          {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
 }
 
-/// How much of a list that file system holds; empty if that is not known.
-std::string limitOf(const struct statfs& system) {
-    switch (system.f_type) {
-        case EXT4_SUPER_MAGIC:
-            return " All extended attributes of an item have to fit into one block of " +
-                   std::to_string(system.f_bsize) + " bytes, where each of them takes 8.";
-        case OVERLAYFS_SUPER_MAGIC:
-            return " The file system below the overlay decides; on ext4, the usual one, all "
-                   "extended attributes of an item have to fit into one block, usually of 4096 "
-                   "bytes, where each of them takes 8.";
-        case BTRFS_SUPER_MAGIC:
-            return " It has to fit into one node of the file system's tree, usually of 16384 "
-                   "bytes, where each of them takes 8.";
-        case XFS_SUPER_MAGIC:
-            return " XFS holds at most 5461 entries in one list.";
-        default:
-            return {};
-    }
-}
-
-/// Empty where the system's own text says it all.
-std::string whyPosixAclIsRefused(int code, const AclItem& item, const PosixAcl& acl) {
-    struct statfs system {};
-    if ((code != ENOSPC && code != E2BIG) || statfs(item.path().c_str(), &system) != 0 ||
-        (code == ENOSPC && system.f_bavail == 0))
-        return {};
-    const auto count = [](const PosixList& list) { return list.users.size() + list.groups.size(); };
-    const auto entries = count(acl.access) + (acl.defaults ? count(*acl.defaults) : 0);
-    return std::string("The list is too long for this file system") +
-           (code == ENOSPC ? ", whose disk is not full" : "") + ": it would name " +
-           std::to_string(entries) + " users and groups." + limitOf(system);
-}
-
 /// What the entries of the item tell of where they were read.
 std::shared_ptr<const MVAclOrigin> originOf(const std::variant<PosixAcl, Nfs4Item>& acl,
                                             const NSURL& url) {
@@ -216,7 +181,8 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return errorOfLosses(wanted.losses, entries, url);
     const int code = writePosixAcl(item.path(), list, wanted.acl);
     return code == 0 ? nullptr
-                     : posixError(code, url, whyPosixAclIsRefused(code, item, wanted.acl));
+                     : posixError(code, url,
+                                  whyPosixAclIsRefused(code, item.path(), namesIn(wanted.acl)));
 }
 
 AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {

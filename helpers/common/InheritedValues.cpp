@@ -9,6 +9,9 @@
 #include <array>
 #include <cerrno>
 
+#include "PosixAclReader.h"
+#include "PosixAclWriter.h"
+
 namespace morvane {
 namespace {
 
@@ -20,6 +23,8 @@ struct ItemValues {
     bool isMode = false;
     /// Empty for none.
     std::vector<std::uint8_t> defaults;
+    /// The users and groups that both lists name.
+    std::size_t names = 0;
 };
 
 constexpr const char* accessName = "system.posix_acl_access";
@@ -103,6 +108,7 @@ ItemValues itemValuesOf(const PosixList& access,
     values.isMode = !access.mask && access.users.empty() && access.groups.empty();
     if (defaults)
         values.defaults = attributeOfPosixList(*defaults);
+    values.names = namesIn({0, 0, false, access, defaults});
     return values;
 }
 
@@ -147,12 +153,16 @@ class ListWriter final : public InheritedWriter {
     }
 
     int write(const OpenItem& item, const struct stat& status, std::size_t level,
-              std::vector<EntryLoss>& /*lost*/) const override {
-        const auto& values = values_[level];
-        return writeItemValues(item, status, owner_, group_,
-                               S_ISDIR(status.st_mode)        ? values.folder
-                               : (status.st_mode & 0111) != 0 ? values.executable
-                                                              : values.file);
+              WriteNotes& notes) const override {
+        const auto& ofLevel = values_[level];
+        const auto& values = S_ISDIR(status.st_mode)        ? ofLevel.folder
+                             : (status.st_mode & 0111) != 0 ? ofLevel.executable
+                                                            : ofLevel.file;
+        const int code = writeItemValues(item, status, owner_, group_, values);
+        if (code != 0)
+            notes.why =
+                whyPosixAclIsRefused(code, AclItem::borrowed(item.descriptor).path(), values.names);
+        return code;
     }
 
   private:

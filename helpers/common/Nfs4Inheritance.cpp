@@ -17,21 +17,20 @@ class EntriesWriter final : public InheritedWriter {
     EntriesWriter(InheritedEntries entries, const Nfs4Item& folder, Nfs4Names names)
         : entries_(std::move(entries)), folder_(folder), names_(std::move(names)) {}
 
-    void tellLosses(std::set<std::string>& losses) const {
+    void tellLosses(EntryLossSet& losses) const {
         const Nfs4Acl none;
         for (const auto& level : entries_) {
             for (const bool isFolder : {false, true}) {
                 const Nfs4Target target{folder_.target.owner, folder_.target.group, isFolder};
                 const auto& entries = isFolder ? level.folder : level.file;
                 const auto replaced = nfs4AclOfEntries(entries, none, target, names_);
-                for (auto& text : textsOfLosses(replaced.losses))
-                    losses.insert(std::move(text));
+                losses.insert(replaced.losses.begin(), replaced.losses.end());
             }
         }
     }
 
     int write(const OpenItem& item, const struct stat& status, std::size_t level,
-              std::vector<EntryLoss>& lost) const override {
+              WriteNotes& notes) const override {
         const bool isFolder = S_ISDIR(status.st_mode);
         const auto held = AclItem::borrowed(item.descriptor);
         const auto read = readNfs4Item(held);
@@ -58,8 +57,11 @@ class EntriesWriter final : public InheritedWriter {
                     entry.mask &= ~execute;
             }
         }
-        const int code = writer_.write(held, old, acl, lost);
-        if (code != 0 && code != EREMOTEIO && changesOwner)
+        const int code = writer_.write(held, old, acl, notes.lost);
+        if (code == 0 || code == EREMOTEIO)
+            return code;
+        notes.why = whyNfs4AclIsRefused(code, old, acl);
+        if (changesOwner)
             giveBack(item, status);
         return code;
     }
@@ -76,7 +78,7 @@ class EntriesWriter final : public InheritedWriter {
 std::unique_ptr<const InheritedWriter> inheritedEntriesWriter(InheritedEntries entries,
                                                               const Nfs4Item& folder,
                                                               Nfs4Names names,
-                                                              std::set<std::string>& losses) {
+                                                              EntryLossSet& losses) {
     auto writer = std::make_unique<EntriesWriter>(std::move(entries), folder, std::move(names));
     writer->tellLosses(losses);
     return writer;

@@ -4,8 +4,6 @@
 #include <MorvaneOperation/Nfs4AclEntries.h>
 
 #include <memory>
-#include <set>
-#include <string>
 
 #include "AclPropagation.h"
 #include "Nfs4File.h"
@@ -19,6 +17,6 @@ namespace morvane {
 std::unique_ptr<const InheritedWriter> inheritedEntriesWriter(InheritedEntries entries,
                                                               const Nfs4Item& folder,
                                                               Nfs4Names names,
-                                                              std::set<std::string>& losses);
+                                                              EntryLossSet& losses);
 
 }  // namespace morvane

@@ -1,8 +1,10 @@
 #include "PosixAclWriter.h"
 
 #include <acl/libacl.h>
+#include <linux/magic.h>
 #include <sys/acl.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -105,7 +107,42 @@ bool wouldLoseSetgid(const std::string& path) {
     return std::find(groups.begin(), groups.end(), status.st_gid) == groups.end();
 }
 
+/// How much of a list that file system holds; empty if that is not known.
+std::string limitOf(const struct statfs& system) {
+    switch (system.f_type) {
+        case EXT4_SUPER_MAGIC:
+            return " All extended attributes of an item have to fit into one block of " +
+                   std::to_string(system.f_bsize) + " bytes, where each of them takes 8.";
+        case OVERLAYFS_SUPER_MAGIC:
+            return " The file system below the overlay decides; on ext4, the usual one, all "
+                   "extended attributes of an item have to fit into one block, usually of 4096 "
+                   "bytes, where each of them takes 8.";
+        case BTRFS_SUPER_MAGIC:
+            return " It has to fit into one node of the file system's tree, usually of 16384 "
+                   "bytes, where each of them takes 8.";
+        case XFS_SUPER_MAGIC:
+            return " XFS holds at most 5461 entries in one list.";
+        default:
+            return {};
+    }
+}
+
 }  // namespace
+
+std::size_t namesIn(const PosixAcl& acl) {
+    const auto count = [](const PosixList& list) { return list.users.size() + list.groups.size(); };
+    return count(acl.access) + (acl.defaults ? count(*acl.defaults) : 0);
+}
+
+std::string whyPosixAclIsRefused(int code, const std::string& path, std::size_t names) {
+    struct statfs system {};
+    if ((code != ENOSPC && code != E2BIG) || statfs(path.c_str(), &system) != 0 ||
+        (code == ENOSPC && system.f_bavail == 0))
+        return {};
+    return std::string("The list is too long for this file system") +
+           (code == ENOSPC ? ", whose disk is not full" : "") + ": it would name " +
+           std::to_string(names) + " users and groups." + limitOf(system);
+}
 
 int writePosixAcl(const std::string& path, const PosixAcl& old, const PosixAcl& acl) {
     try {

@@ -2,6 +2,7 @@
 
 #include <MorvaneOperation/PosixAcl.h>
 
+#include <cstddef>
 #include <string>
 
 /// Writes the access-control list of a real item.
@@ -14,5 +15,12 @@ namespace morvane {
 /// the other fails. Each of them is whole at every moment. A list that is there already is not
 /// written.
 int writePosixAcl(const std::string& path, const PosixAcl& old, const PosixAcl& acl);
+
+/// The users and groups that its lists name.
+std::size_t namesIn(const PosixAcl& acl);
+
+/// Why the system has refused to write lists with so many names to the item at `path`, for people;
+/// empty where its own text says it all.
+std::string whyPosixAclIsRefused(int code, const std::string& path, std::size_t names);
 
 }  // namespace morvane

@@ -2,12 +2,13 @@
 
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <set>
+#include <map>
 #include <string>
 #include <utility>
 #include <variant>
@@ -21,6 +22,9 @@
 #include "PosixAclReader.h"
 #include "RequestErrors.h"
 #include "WorkErrors.h"
+
+// After the system's headers, which use some of these names.
+#include <MorvaneOperation/acl_perms.h>
 
 namespace morvane {
 namespace {
@@ -51,11 +55,40 @@ std::string failuresText(const WalkFailures& failures, const char* others) {
     return text;
 }
 
-NSErrorRef lossesError(const std::set<std::string>& losses, const NSURL& url) {
-    return posixError(EOPNOTSUPP, url,
-                      "The file system cannot hold all that is inherited. " +
-                          textOfLosses(std::vector(losses.begin(), losses.end())),
-                      "Nothing was changed. Change these entries.");
+/// `losses` of items below, each with the first entry of the folder's that is for the same one and
+/// is inherited, in the order of these.
+std::vector<EntryLoss> countedAmong(const Entries& entries, const EntryLossSet& losses) {
+    std::map<std::string, std::size_t> places;
+    for (std::size_t i = 0; !losses.empty() && i != entries.size(); ++i) {
+        std::vector<EntryLoss> ignored;
+        const auto& groups = entries[i]->permissions();
+        const bool isInherited = !entries[i]->isAcl() || groups.size() <= permissionGroups ||
+                                 (boxesOn(*groups[permissionGroups], i, *entries[i], ignored) &
+                                  (ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT)) != 0;
+        if (isInherited)
+            places.emplace(makeLoss(i, *entries[i], EntryLossReason::stored, {}, {}).who, i);
+    }
+    std::vector<EntryLoss> counted(losses.begin(), losses.end());
+    for (auto& loss : counted) {
+        const auto found = places.find(loss.who);
+        loss.entry = found == places.end() ? entries.size() : found->second;
+    }
+    std::stable_sort(counted.begin(), counted.end(),
+                     [](const EntryLoss& a, const EntryLoss& b) { return a.entry < b.entry; });
+    return counted;
+}
+
+NSErrorRef lossesError(const Entries& entries, const EntryLossSet& losses, const NSURL& url) {
+    const auto lost = countedAmong(entries, losses);
+    return NSError::errorWithDomain(
+        NSPOSIXErrorDomain, EOPNOTSUPP,
+        {{NSURLErrorKey, url},
+         {NSLocalizedDescriptionKey,
+          "The file system cannot hold all that is inherited. " +
+              textOfLosses(textsOfLosses(lost, canonicalNumbers(entries)))},
+         {NSLocalizedRecoverySuggestionErrorKey,
+          std::string("Nothing was changed. Change these entries.")},
+         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost)}});
 }
 
 /// What writes to the items below the folder; empty, with `*error` set, if that cannot be done.
@@ -66,8 +99,9 @@ std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
     const auto read = readPosixAcl(item);
     if (const auto* acl = std::get_if<PosixAcl>(&read)) {
         const auto inherited = inheritedPosixLists(entries, *acl);
-        if (!inherited.losses.empty())
-            *error = lossesError(inherited.losses, url);
+        *error = errorOfFit(inherited.fit, url);
+        if (!*error && !inherited.losses.empty())
+            *error = lossesError(entries, inherited.losses, url);
         return inheritedListWriter(inherited);
     }
     const auto& failure = std::get<AclReadFailure>(read);
@@ -77,23 +111,12 @@ std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
         *error = posixError(*code, url);
         return nullptr;
     }
-    std::set<std::string> losses;
+    EntryLossSet losses;
     auto writer = inheritedEntriesWriter(inheritedEntries(entries), std::get<Nfs4Item>(native),
                                          systemNfs4Names(), losses);
     if (!losses.empty())
-        *error = lossesError(losses, url);
+        *error = lossesError(entries, losses, url);
     return writer;
-}
-
-/// `losses` of items below, each with the entry of the folder that is for the same one.
-std::vector<EntryLoss> countedAmong(const Entries& entries, std::vector<EntryLoss> losses) {
-    std::vector<std::string> whose;
-    for (std::size_t i = 0; !losses.empty() && i != entries.size(); ++i)
-        whose.push_back(makeLoss(i, *entries[i], EntryLossReason::stored, {}, {}).who);
-    for (auto& loss : losses)
-        loss.entry = static_cast<std::size_t>(std::find(whose.begin(), whose.end(), loss.who) -
-                                              whose.begin());
-    return losses;
 }
 
 /// The work, which may outlive its request.
@@ -165,15 +188,16 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
             userInfo.emplace(NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost));
         return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
     };
-    const auto lostText =
-        lost.empty() ? "" : ". The lists that are stored differ in: " + textOfStoring(lost) + ".";
+    std::string details;
+    if (!lost.empty())
+        details += " The lists that are stored differ in: " + textOfStoring(lost) + ".";
+    for (const auto& reason : propagation.reasons())
+        details += ' ' + reason;
     if (propagation.isCancelled())
         return error(ECANCELED, url,
                      "The propagation was cancelled after " + counted(propagation.items()) + "." +
-                         (failures.count == 0 ? ""
-                                              : " " + failuresText(failures, "") +
-                                                    (lost.empty() ? "." : lostText)) +
-                         leftText(end));
+                         (failures.count == 0 ? "" : " " + failuresText(failures, "") + ".") +
+                         details + leftText(end));
     if (failures.count == 0)
         return nullptr;
     // A list that is stored otherwise is the least of what may have happened.
@@ -184,7 +208,7 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
     return error(worst->code, NSURL::fileURLWithPath(worst->path),
                  failuresText(failures, failures.notReached == 0 ? ", the others are"
                                                                  : "; the others are changed") +
-                     lostText);
+                     (details.empty() ? "" : "." + details));
 }
 
 }  // namespace morvane

@@ -23,13 +23,14 @@ namespace morvane {
 /// what is neither file nor folder is left alone.
 ///
 /// `entries` that do not fit a folder or whose inheritance the file system cannot hold are refused
-/// before anything is changed. Once in an interval the client is asked whether to go on. Null if
-/// all went well; otherwise a POSIX error with the URL of the first item that could not be changed,
-/// which tells how many and which first ones (the rest is changed; EREMOTEIO only if each of them
-/// has got a list, which its server has stored otherwise), or ECANCELED with the folder's
-/// URL, which tells how far it came and the same of what could not be changed by then. What servers
-/// have stored otherwise is told in the text and as values (lossesOfError()), each once, for the
-/// first one of `entries` that is for the same one.
+/// before anything is changed; what it cannot hold is told as values, too (lossesOfError()). Once
+/// in an interval the client is asked whether to go on. Null if all went well; otherwise a POSIX
+/// error with the URL of the first item that could not be changed, which tells how many and which
+/// first ones (the rest is changed; EREMOTEIO only if each of them has got a list, which its server
+/// has stored otherwise), or ECANCELED with the folder's URL, which tells how far it came and the
+/// same of what could not be changed by then. What servers have stored otherwise is told in the
+/// text and as values (lossesOfError()), each once, for the first one of `entries` that is for the
+/// same one.
 NSErrorRef propagateAclEntriesBelow(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url,
     const std::weak_ptr<NSXPCConnection>& client, const PathRule& rule = {},

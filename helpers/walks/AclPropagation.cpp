@@ -63,19 +63,28 @@ int AclPropagation::writeFile(const TreeFolder& in, const char* name) {
 }
 
 int AclPropagation::write(const TreeFolder& in, const OpenItem& item, const struct stat& status) {
-    std::vector<EntryLoss> lost;
-    const int code = writer_->write(item, status, levelOf(in), lost);
+    WriteNotes notes;
+    const int code = writer_->write(item, status, levelOf(in), notes);
+    if (notes.lost.empty() && notes.why.empty())
+        return code;
     const std::lock_guard lock(mutex_);
-    for (auto& loss : lost) {
+    for (auto& loss : notes.lost) {
         if (lost_.size() != maxLost)
             lost_.insert(std::move(loss));
     }
+    if (!notes.why.empty() && reasons_.size() != maxReasons)
+        reasons_.insert(std::move(notes.why));
     return code;
 }
 
-std::vector<EntryLoss> AclPropagation::lost() const {
+EntryLossSet AclPropagation::lost() const {
     const std::lock_guard lock(mutex_);
-    return {lost_.begin(), lost_.end()};
+    return lost_;
+}
+
+std::vector<std::string> AclPropagation::reasons() const {
+    const std::lock_guard lock(mutex_);
+    return {reasons_.begin(), reasons_.end()};
 }
 
 }  // namespace morvane

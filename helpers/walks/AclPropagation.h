@@ -12,7 +12,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "OpenItem.h"
@@ -20,6 +19,14 @@
 
 /// Writes lists to everything below a folder.
 namespace morvane {
+
+/// What there is to say, besides an errno value, of an item that has not got its list.
+struct WriteNotes {
+    /// What the server of its mount has made of it otherwise.
+    std::vector<EntryLoss> lost;
+    /// Why it was refused, for people: sentences. Empty where the system's own text says it all.
+    std::string why;
+};
 
 /// Gives one item below a folder what it inherits. Two threads call it at once.
 class InheritedWriter {
@@ -29,16 +36,15 @@ class InheritedWriter {
 
     virtual ~InheritedWriter() = default;
     /// 0, or an errno value and the item, whose status is `status`, has what it had. EREMOTEIO if
-    /// it has got a list, of which the server of its mount has made another: in what is put into
-    /// `lost`.
+    /// it has got a list, of which the server of its mount has made another.
     virtual int write(const OpenItem& item, const struct stat& status, std::size_t level,
-                      std::vector<EntryLoss>& lost) const = 0;
+                      WriteNotes& notes) const = 0;
 };
 
 /// What a name leads to is written only if it is a file or a folder of the same file system and
 /// mount, and never through a link. What vanishes is not missed. Each list of an item is whole at
 /// every moment, and an item that cannot get all keeps what it had. One thread uses a propagation;
-/// cancel(), items(), failures() and lost() may be called from any.
+/// cancel() and what tells of it may be called from any.
 class AclPropagation final : private TreeVisitor {
   public:
     /// With `onBehalfOf`, files with further names are left alone unless they are that user's.
@@ -56,17 +62,15 @@ class AclPropagation final : private TreeVisitor {
     WalkFailures failures() const { return walk_.failures(); }
     /// What the servers of network mounts have made otherwise, each once whichever items it is
     /// about, what is about one identity together.
-    std::vector<EntryLoss> lost() const;
+    EntryLossSet lost() const;
+    /// Why items were refused, each reason once, and no more of them than are worth telling.
+    std::vector<std::string> reasons() const;
 
   private:
-    struct LessByText {
-        bool operator()(const EntryLoss& a, const EntryLoss& b) const {
-            return std::tie(a.who, a.why, a.box) < std::tie(b.who, b.why, b.box);
-        }
-    };
     /// More than is told of it. The items' lists are alike: only a server that makes differences up
     /// comes so far.
     static constexpr std::size_t maxLost = 2 * maxLossesCarried;
+    static constexpr std::size_t maxReasons = 4;
 
     void visitFiles(const TreeFolder& in, FileNames names) override;
     int visitFolder(const TreeFolder& in, const OpenItem& folder) override;
@@ -78,7 +82,8 @@ class AclPropagation final : private TreeVisitor {
     TreeWalk walk_;
     std::atomic<std::uint64_t> items_ = 0;
     mutable std::mutex mutex_;
-    std::set<EntryLoss, LessByText> lost_;
+    EntryLossSet lost_;
+    std::set<std::string> reasons_;
 };
 
 }  // namespace morvane

@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 /// What of entries a list cannot hold.
@@ -56,6 +58,14 @@ struct EntryLoss {
     MORVANE_EXPORT std::string text() const;
     bool operator==(const EntryLoss&) const = default;
 };
+
+/// Takes those for one that say the same, whichever entries they are about.
+struct EntryLossByText {
+    bool operator()(const EntryLoss& a, const EntryLoss& b) const {
+        return std::tie(a.who, a.why, a.box) < std::tie(b.who, b.why, b.box);
+    }
+};
+using EntryLossSet = std::set<EntryLoss, EntryLossByText>;
 
 MORVANE_EXPORT EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry,
                                   EntryLossReason reason, std::string box, std::string why);

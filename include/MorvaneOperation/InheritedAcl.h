@@ -1,14 +1,14 @@
 #pragma once
 
+#include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/PosixAcl.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
-#include <string>
 #include <vector>
 
 /// What the items below a folder inherit of its entries.
@@ -35,8 +35,11 @@ struct InheritedLists {
     std::uint32_t owner = 0;
     std::uint32_t group = 0;
     std::array<Level, inheritedLevels> levels;
-    /// What of the entries the lists do not hold, each for people; empty if they hold them all.
-    std::set<std::string> losses;
+    /// Whether all of them are lists.
+    PosixAclFit fit = PosixAclFit::fits;
+    /// What of the entries the lists do not hold; empty if they hold them all. The entries are not
+    /// counted, as those of the folder have become others.
+    EntryLossSet losses;
 };
 
 /// `folder` is the list that the folder has; the classes of its base that `entries` do not speak of

@@ -215,9 +215,13 @@ TEST_F(PropagateRequests, WhatTheFileSystemCannotHoldIsRefusedBeforeAnythingChan
     EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
     EXPECT_EQ(error->code(), EOPNOTSUPP);
     EXPECT_NE(error->localizedDescription().find(
-                  "The file system cannot hold all that is inherited. It would lose: "),
+                  "The file system cannot hold all that is inherited. It would lose: entry 4 ("),
               std::string::npos)
         << error->localizedDescription();
+    const auto losses = lossesOfError(*error);
+    ASSERT_FALSE(losses.empty());
+    EXPECT_EQ(losses[0].entry, own().size());
+    EXPECT_EQ(losses[0].reason, EntryLossReason::inheritance);
     EXPECT_EQ(aclOf(top_ + "/file"), before);
 }
 
@@ -385,8 +389,7 @@ FileDescriptor opened(const std::string& path) {
 /// Of a system that has too few of something.
 class FailingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t,
-              std::vector<EntryLoss>&) const override {
+    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
         return ENOENT;
     }
 };
@@ -401,7 +404,7 @@ TEST_F(PropagateRequests, AWriteThatFindsNothingIsNotTakenForAnItemThatHasGone) 
 
 TEST_F(PropagateRequests, AnAllowDenyListIsWrittenWithoutAFurtherDescriptor) {
     const Nfs4Item folder{{0, 0, true}, Nfs4Form::named, {}};
-    std::set<std::string> losses;
+    EntryLossSet losses;
     const auto writer = inheritedEntriesWriter({}, folder, systemNfs4Names(), losses);
     struct stat status {};
     ASSERT_EQ(stat(top_.c_str(), &status), 0);
@@ -409,13 +412,13 @@ TEST_F(PropagateRequests, AnAllowDenyListIsWrittenWithoutAFurtherDescriptor) {
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     // A sanitizer looks at the object once, and needs descriptors for it.
-    std::vector<EntryLoss> lost;
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, lost), EOPNOTSUPP)
+    WriteNotes notes;
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, notes), EOPNOTSUPP)
         << "there is no such list";
     // All numbers up to the item's are taken.
     const rlimit few{static_cast<rlim_t>(item.get()) + 1, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, lost), EOPNOTSUPP);
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, notes), EOPNOTSUPP);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
@@ -509,8 +512,7 @@ TEST_F(PropagateRequests, SetuidSetgidAndStickySurviveWhereTheOwnerStays) {
 /// Fails everything, and has the work cancelled while it is at the second item.
 class CancellingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t,
-              std::vector<EntryLoss>&) const override {
+    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
         if (++written_ == cancelledAt_)
             propagation->cancel();
         return ENOSPC;
@@ -575,8 +577,7 @@ TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
 class RefusingLastWriter final : public InheritedWriter {
   public:
     explicit RefusingLastWriter(int items) : items_(items) {}
-    int write(const OpenItem&, const struct stat&, std::size_t,
-              std::vector<EntryLoss>&) const override {
+    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
         return ++written_ == items_ ? EPERM : EREMOTEIO;
     }
 
@@ -607,8 +608,8 @@ class OtherwiseWriter final : public InheritedWriter {
     using Losses = std::function<std::vector<EntryLoss>(bool isFolder)>;
     explicit OtherwiseWriter(Losses losses) : losses_(std::move(losses)) {}
     int write(const OpenItem&, const struct stat& status, std::size_t,
-              std::vector<EntryLoss>& lost) const override {
-        lost = losses_(S_ISDIR(status.st_mode));
+              WriteNotes& notes) const override {
+        notes.lost = losses_(S_ISDIR(status.st_mode));
         return EREMOTEIO;
     }
 
@@ -674,7 +675,7 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
         Swapping(std::string top, std::string target, std::vector<ino_t>& written)
             : top_(std::move(top)), target_(std::move(target)), written_(written) {}
         int write(const OpenItem&, const struct stat& status, std::size_t,
-                  std::vector<EntryLoss>&) const override {
+                  WriteNotes&) const override {
             written_.push_back(status.st_ino);
             for (const auto* const name : {"/file", "/program"}) {
                 if (written_.size() == 1 && inodeOf(top_ + name) != status.st_ino) {

@@ -285,9 +285,9 @@ class Interruption(Changing):
                                r"  What is changed stays so\.\r\n$")
 
     def test_what_failed_before_an_interrupt_is_told(self):
-        last = self.on_terminal(":error=ENOSPC").rpartition("\r\033[K")[2]
+        last = self.on_terminal(":error=EIO").rpartition("\r\033[K")[2]
         self.assertRegex(last, r"^morvane: The propagation was cancelled after (\d+ items?)\. \1 could "
-                               r'not be changed; the first are ("\S+" \(No space left on device\)(, )?)+'
+                               r'not be changed; the first are ("\S+" \(Input/output error\)(, )?)+'
                                r"\.\r\n  What is changed stays so\.\r\n$")
 
     def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):

@@ -181,6 +181,17 @@ class OnExt4(Limited, unittest.TestCase):
     SYSTEM, NAMES = "ext4", 600
     LIMIT = "All extended attributes of an item have to fit into one block of 4096 bytes, where each of them takes 8."
 
+    def test_a_list_that_is_too_long_below_a_folder_says_how_long_one_may_be(self):
+        path = self.item(True)
+        os.mkdir(f"{path}/sub")
+        # It fits once, and a sub-folder would have it twice.
+        names = ",".join(f"d:u:{10000 + i}:r" for i in range(300))
+        subprocess.run(["setfacl", "-m", names, path], check=True)
+        done = morvane("acl", path, "--propagate")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("/sub\" (No space left on device). The list is too long for this file system, whose disk is not "
+                      f"full: it would name 600 users and groups. {self.LIMIT}", done.stderr)
+
 
 class OnXfs(Limited, unittest.TestCase):
     SYSTEM = "xfs"

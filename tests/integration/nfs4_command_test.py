@@ -290,6 +290,16 @@ class Servers(Mount):
         self.assertIn("some no list of so many entries (4)", result.stderr)
         self.assertEqual(self.list_of(self.file), before)
 
+    def test_a_list_that_is_too_long_below_a_folder_is_explained(self):
+        self.put(self.file, *self.PLAIN)
+        self.put(self.folder, *self.PLAIN, (ALLOW, FILES | FOLDERS, 0x1200A1, "4711"))
+        result = self.run_on("short", "acl", self.folder, "--propagate")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("(Input/output error). The server of the network mount has refused the list without a reason. ",
+                      result.stderr)
+        self.assertIn("some no list of so many entries (4)", result.stderr)
+        self.assertEqual(self.list_of(self.file), list(self.PLAIN))
+
     def test_what_root_may_is_asked_of_the_server_by_root_alone(self):
         os.chmod(self.folder, 0o755)
         os.chmod(self.file, 0)
