@@ -2,12 +2,15 @@
 
 usage: nfs_test.py MORVANE LIBEXEC-DIR GANESHA-FOLDER [unittest arguments]
 
-What morvane reads, writes and propagates is compared with nfs4_getfacl, and with what users really can do: each
-reads and writes the files on the mount.
+What morvane reads, writes and propagates is compared with nfs4_getfacl, entry by entry: what it does, whom it is for,
+its flags and its bits. And with what users really can do: each reads and writes the files on the mount.
 """
+import grp
 import json
 import os
+import pwd
 import re
+import struct
 import subprocess
 import sys
 import time
@@ -95,7 +98,7 @@ def act(uid, script, path):
 
 
 def reads(uid, path):
-    return act(uid, 'ls "$1" >&-' if os.path.isdir(path) else 'cat "$1"', path)
+    return act(uid, 'ls "$1"' if os.path.isdir(path) else 'cat "$1"', path)
 
 
 def writes(uid, path):
@@ -126,11 +129,54 @@ class OnAMount:
         run("nfs4_setfacl", "-s", ",".join(entries), path)
 
     def getfacl(self, path):
-        """The entries as nfs4_getfacl prints them: (type, flags, whom, bits), without what has no box."""
+        """The entries as nfs4_getfacl prints them: (type, flags, whom, bits), without what has no box. The mark of
+        what is inherited, which it does not print, is I."""
         lines = [line.split(":") for line in run("nfs4_getfacl", path).splitlines()
                  if line and not line.startswith("#")]
-        return [(kind, flags, who, sum(bit for letter, bit in LETTERS.items() if letter in letters))
-                for kind, flags, who, letters in lines]
+        return [(kind, flags + "I" * bool(stored & 0x80), who,
+                 sum(bit for letter, bit in LETTERS.items() if letter in letters))
+                for (kind, flags, who, letters), stored in zip(lines, self.flags_stored(path), strict=True)]
+
+    @staticmethod
+    def flags_stored(path):
+        data, at = os.getxattr(path, "system.nfs4_acl"), 4
+        for _ in range(*struct.unpack_from(">I", data)):
+            _, flags, _, length = struct.unpack_from(">4I", data, at)
+            yield flags
+            at += 16 + (length + 3) // 4 * 4
+
+    def shown(self, path):
+        """The entries as morvane shows them, in the form of `printed`."""
+        entries = []
+        for entry in json.loads(self.morvane("acl", "--json", path)):
+            boxes = {box["name"]: box["state"] == 1 for group in entry["permissions"] for box in group["children"]}
+            flags = "I" * entry["inherited"]
+            if os.path.isdir(path):
+                flags += "f" * boxes["Child files"] + "d" * boxes["Child folders"] + "i" * (not boxes["This item"])
+                flags += "n" * (boxes["Child folders"] and not boxes["All descendants"])
+            name = entry["identity"]
+            if name != "everyone":
+                kind = "group" if entry["isGroup"] else "user"
+                number = name[4:] if name.startswith(("uid ", "gid ")) else \
+                    (grp.getgrnam(name).gr_gid if entry["isGroup"] else pwd.getpwnam(name).pw_uid)
+                name = f"{kind} {number}"
+            entries.append(("AD"[entry["tag"] - 1], "".join(sorted(flags)), name,
+                            sum(bit for box, bit in BOXES.items() if boxes.get(box))))
+        return entries
+
+    def printed(self, path):
+        """What nfs4_getfacl prints, in the order and the form in which it is to be shown."""
+        status = os.stat(path)
+        whom = {"OWNER@": f"user {status.st_uid}", "GROUP@": f"group {status.st_gid}", "EVERYONE@": "everyone"}
+        bits_of_kind = ~0 if os.path.isdir(path) else ~LETTERS["D"]
+        entries = [(kind, "".join(sorted(set(flags) - {"g"})),
+                    whom.get(who) or f"{'group' if 'g' in flags else 'user'} {who}", bits & bits_of_kind)
+                   for kind, flags, who, bits in self.getfacl(path)]
+        return sorted(entries, key=lambda entry: ("I" in entry[1], entry[0] != "D"))
+
+    def assert_shown_is_printed(self, *paths):
+        for path in paths:
+            self.assertEqual(self.shown(path), self.printed(path), path)
 
     def try_morvane(self, *arguments):
         return subprocess.run([MORVANE, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
@@ -147,20 +193,45 @@ class OnAMount:
                 {"Write Data", "Append Data"} <= on or {"Create Files", "Create Folder"} <= on)
 
     def assert_access_is_real(self, path, *users):
+        self.assert_shown_is_printed(path)
         for uid in users or (OWNER, ALICE, BOB):
             self.assertEqual(self.may(uid, path), (reads(uid, path), writes(uid, path)),
                              f"{uid}, {path}: {self.getfacl(path)}")
 
     def test_what_is_shown_is_what_nfs4_getfacl_prints(self):
-        self.give(self.file, "A::OWNER@:rwatTcCy", f"D::{ALICE}:wa", f"A::{ALICE}:rtcy", "A::GROUP@:rtcy",
-                  "A::EVERYONE@:rwatcy")
-        shown = []
-        for entry in json.loads(self.morvane("acl", "--json", self.file)):
-            bits = sum(BOXES[box["name"]] for group in entry["permissions"] for box in group["children"]
-                       if box["state"] == 1)
-            shown.append(("AD"[entry["tag"] - 1], bits))
-        self.assertEqual(sorted(shown), sorted((kind, bits & ~0x40) for kind, _, _, bits in self.getfacl(self.file)))
+        self.give(self.file, "A::OWNER@:rwatTcCy", f"D::{ALICE}:wa", f"A::{ALICE}:rtcy", f"A:g:{BOB}:rwatcy",
+                  "A::GROUP@:rtcy", "A::EVERYONE@:rwatcy")
         self.assert_access_is_real(self.file)
+        whom = {who for _, _, who, _ in self.printed(self.file)}
+        self.assertEqual(whom, {f"user {OWNER}", f"user {ALICE}", f"group {BOB}", f"group {OWNER}", "everyone"})
+        self.give(self.folder, "A:fdi:OWNER@:rwaDxtTcCy", "A::OWNER@:rwaDxtTcCy", f"A:fd:{ALICE}:rxtcy",
+                  f"A:fdg:{BOB}:rxtcy", "A:fd:GROUP@:rxtcy", "A:fd:EVERYONE@:rxtcy")
+        self.assert_shown_is_printed(self.folder)
+        self.assertTrue({("user " + str(ALICE), "df"), ("user " + str(ALICE), "dfi")} &
+                        {(who, flags) for _, flags, who, _ in self.printed(self.folder)})
+        self.assertIn(f"group {BOB}", {who for _, _, who, _ in self.printed(self.folder)})
+
+    READ, READ_FOLDER = (sum(LETTERS[letter] for letter in letters) for letters in ("rxtnc", "rxtnc"))
+
+    def test_what_is_written_is_what_nfs4_getfacl_prints(self):
+        for number, (who, whom) in enumerate(((f"user:{ALICE}", f"user {ALICE}"), (f"group:{BOB}", f"group {BOB}"))):
+            path = self.make(f"file-{number}")
+            before = self.printed(path)
+            self.morvane("acl", path, "--edit", f"add {who}; permissions read")
+            self.assert_shown_is_printed(path)
+            self.assert_written(path, before, [("A", "", whom, self.READ)])
+
+            path = f"{self.folder}/folder-{number}"
+            os.mkdir(path)
+            self.give(path, "A::OWNER@:rwaDxtTnNcCy", "A::GROUP@:rxtncy", "A::EVERYONE@:rxtncy")
+            before = self.printed(path)
+            below = 'on "Child files"; on "Child folders"; on "All descendants"'
+            self.morvane("acl", path, "--edit", f"add {who}; permissions read; {below}; "
+                         f'add creator; permissions read-write; {below}; off "This item"')
+            self.assert_shown_is_printed(path)
+            self.assert_written(path, before, [
+                ("A", "df", whom, self.READ),
+                ("A", "dfi", "user 0", sum(LETTERS[letter] for letter in "rxtncwadDTN"))])
 
     def test_each_choice_gives_a_user_what_it_says(self):
         for choice, expected in (("read", (True, False)), ("write", (False, True)), ("read-write", (True, True))):
@@ -202,8 +273,13 @@ class OnAMount:
             self.assertFalse(reads(BOB, path), self.getfacl(path))
             self.assertTrue(reads(OWNER, path) and writes(OWNER, path), self.getfacl(path))
             self.assert_access_is_real(path)
-        self.assertTrue(any("f" in flags and who == str(ALICE)
-                            for _, flags, who, _ in self.getfacl(f"{self.folder}/sub")))
+        self.assert_access_is_real(f"{self.folder}/sub")
+        for path, flags in ((self.file, self.OF_FILE), (f"{self.folder}/sub", self.OF_FOLDER), (deep, self.OF_FILE)):
+            alices = [entry for entry in self.printed(path) if entry[2] == f"user {ALICE}"]
+            self.assertEqual([entry[:2] for entry in alices], [("A", some) for some in flags], path)
+            for _, _, _, bits in alices:
+                self.assertEqual(bits & (LETTERS["r"] | LETTERS["w"] | LETTERS["x"]),
+                                 LETTERS["r"] | (LETTERS["x"] if os.path.isdir(path) else 0), path)
 
     def test_a_file_is_renamed_without_overwriting(self):
         other = self.make("other")
@@ -239,6 +315,22 @@ class OnAMount:
 class Linux(OnAMount, unittest.TestCase):
     """Holds a POSIX list of what it is given."""
     MOUNT = "/mnt/linux"
+    # The flags of an entry that was inherited by files and folders.
+    OF_FILE, OF_FOLDER = ("",), ("", "dfi")
+
+    def assert_written(self, path, before, entries):
+        """What is for the item and what is inherited are entries of their own; of the bits those are held that a mode
+        has."""
+        after = self.printed(path)
+        for kind, flags, who, bits in entries:
+            wanted = [flags] if "i" in flags else ["", flags + "i"] if flags else [""]
+            for some in wanted:
+                found = [stored for stored in after if stored[:3] == (kind, some, who)]
+                self.assertEqual(len(found), 1, (some, who, after))
+                for right in "rwx":
+                    self.assertEqual(found[0][3] & LETTERS[right], bits & LETTERS[right], (right, found))
+        classes = [entry for entry in before if entry[2] != f"user {ALICE}"]
+        self.assertLessEqual({entry[:3] for entry in classes}, {entry[:3] for entry in after})
 
     def test_what_is_not_stored_is_told(self):
         result = self.try_morvane("acl", self.file, "--edit",
@@ -297,6 +389,10 @@ class LinuxWithNames(unittest.TestCase):
 class Ganesha(OnAMount, unittest.TestCase):
     """Holds a list as it is."""
     MOUNT = "/mnt/ganesha"
+    OF_FILE, OF_FOLDER = ("I",), ("Idf",)
+
+    def assert_written(self, path, before, entries):
+        self.assertEqual(self.printed(path), before + entries)
 
     def test_what_no_mode_holds_is_stored(self):
         self.morvane("acl", self.file, "--edit", f'add user:{ALICE}; permissions read; on "Change Owner"')
