@@ -17,7 +17,7 @@ using Tick = std::chrono::duration<std::int64_t, std::ratio<1, 200>>;
 
 class Clock {
   public:
-    using Time = std::chrono::time_point<std::chrono::steady_clock, Tick>;
+    using Time = std::chrono::steady_clock::time_point;
 
     /// Returns the task's number.
     std::uint64_t add(Time time, std::function<void()> task) {
