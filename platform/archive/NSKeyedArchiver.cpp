@@ -140,10 +140,13 @@ struct NSKeyedArchiver::State {
     void elementAdded() {
         if (arrays.empty() || pending.size() - arrays.back().base != sample)
             return;
-        const auto count = arrays.back().count;
-        const auto bytes = list.size() / sample * count;
-        if (bytes >= largeBytes)
-            list.beginLarge(count, bytes + bytes / 4);
+        const auto forAll = [count = arrays.back().count](std::size_t some) {
+            return some / sample * count / 4 * 5;
+        };
+        if (forAll(list.size()) < largeBytes)
+            return;
+        objects.reserve(forAll(objects.size()));
+        list.beginLarge(forAll(list.valueCount() + objects.size()), forAll(list.size()));
     }
 
     Ref classReference(const NSClass& c) {
@@ -416,7 +419,9 @@ void NSKeyedArchiver::beginArray(std::size_t count) {
         state.list.reserveMore(count);
     } else {
         state.nil();  // the UID that may be asked for again
-        state.list.beginLarge(count);
+        constexpr std::size_t valuesEach = 4;
+        constexpr std::size_t bytesEach = 96;
+        state.list.beginLarge(count * valuesEach, count * bytesEach);
     }
 }
 

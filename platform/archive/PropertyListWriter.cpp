@@ -1,6 +1,7 @@
 #include <MorvaneOperation/platform/archive/PropertyListBytes.h>
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/archive/Unicode.h>
+#include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <algorithm>
@@ -74,13 +75,12 @@ void PropertyListWriter::reserveMore(std::size_t count) {
     refs_.reserve(refs_.size() + count * refsEach);
 }
 
-void PropertyListWriter::beginLarge(std::size_t count, std::size_t bytes) {
+void PropertyListWriter::beginLarge(std::size_t values, std::size_t bytes) {
     // Memory that is reserved and not used costs nothing, and where there is less, it has to grow.
-    constexpr std::size_t bytesEach = 96;
-    constexpr std::size_t valuesEach = 4;
     try {
-        large_.reserve(std::max(count * bytesEach, bytes));
-        largeOffsets_.reserve(count * valuesEach);
+        large_.reserve(bytes);
+        largeOffsets_.reserve(values);
+        willBeWritten(large_.data(), large_.capacity());
     } catch (const std::exception&) {
     }
     if (isLarge_)

@@ -37,15 +37,16 @@ class PropertyListWriter {
     void clear();
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
-    /// The list will have `count` such values or more, or `bytes` in all: from now on values are
+    /// The list will have so many values and take so many bytes, roughly: from now on values are
     /// written as they are added, with references of three bytes, or of four when there are very
     /// many. Such a list is shorter than 4 GB; what would make it longer throws
     /// NSInvalidArgumentException. Once it is large, a call only makes room.
-    void beginLarge(std::size_t count, std::size_t bytes = 0);
+    void beginLarge(std::size_t values, std::size_t bytes);
+    std::size_t valueCount() const { return firstNode_ + nodes_.size(); }
     /// Bytes that the list would take by now, roughly.
     std::size_t size() const {
         constexpr std::size_t offsetEach = 4;
-        return bytes_ + refs_.size() * 2 + largeEnd_ + (firstNode_ + nodes_.size()) * offsetEach;
+        return bytes_ + refs_.size() * 2 + largeEnd_ + valueCount() * offsetEach;
     }
 
     Ref boolean(bool value) {
@@ -150,7 +151,7 @@ class PropertyListWriter {
 
     /// `size`: the bytes that the node will take, without its references.
     Ref add(Kind kind, std::uint32_t count, std::uint64_t payload, std::size_t size) {
-        const auto ref = static_cast<Ref>(firstNode_ + nodes_.size());
+        const auto ref = static_cast<Ref>(valueCount());
         nodes_.emplace_back(kind, count, payload);
         bytes_ += size;
         if (isLarge_)

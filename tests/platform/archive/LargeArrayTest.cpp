@@ -186,7 +186,7 @@ TEST(LargeArray, AnObjectOfAnotherAllowedClassIsRefused) {
 NSData listOf(std::size_t count, std::size_t mostNarrow) {
     PropertyListWriter list(nullptr, mostNarrow);
     std::vector<PropertyListWriter::Ref> refs{list.sharedString("first")};
-    list.beginLarge(count);
+    list.beginLarge(count, count);
     for (std::size_t i = 0; i < count; ++i) {
         const auto number = list.integer(static_cast<std::int64_t>(i));
         const PropertyListWriter::Ref pairs[] = {refs.front(), number, number, refs.back()};
