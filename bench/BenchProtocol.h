@@ -27,7 +27,14 @@ inline constexpr const char* serviceName = "io.github.morvaneoperation.BenchServ
     /* Makes the array that the next items() hands over. */                                       \
     MESSAGE(prepareItems, "prepareItems:reply:", (std::int64_t count, NSXPCReply<bool> reply),    \
             (count, std::move(reply)))                                                            \
-    MESSAGE(items, "itemsWithReply:", (NSXPCReply<SizeItems> reply), (std::move(reply)))
+    MESSAGE(items, "itemsWithReply:", (NSXPCReply<SizeItems> reply), (std::move(reply)))          \
+    /* Makes the data that the next data() hands over. */                                         \
+    MESSAGE(prepareData, "prepareData:reply:", (std::int64_t size, NSXPCReply<bool> reply),       \
+            (size, std::move(reply)))                                                             \
+    MESSAGE(data, "dataWithReply:", (NSXPCReply<NSData> reply), (std::move(reply)))               \
+    /* The most memory that the service had since prepareData(), in bytes. */                     \
+    MESSAGE(mostMemory, "mostMemoryWithReply:", (NSXPCReply<std::int64_t> reply),                 \
+            (std::move(reply)))
 
 class Bench {
   public:

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <utility>
 
@@ -60,11 +61,27 @@ class Service final : public Bench {
         reply(true);
     }
     void items(NSXPCReply<SizeItems> reply) override { reply(std::exchange(prepared_, {})); }
+    void prepareData(std::int64_t size, NSXPCReply<bool> reply) override {
+        std::ofstream("/proc/self/clear_refs") << "5";  // the most memory is counted from here on
+        data_ = NSData(static_cast<std::size_t>(size), 'x');
+        reply(true);
+    }
+    void data(NSXPCReply<NSData> reply) override { reply(std::exchange(data_, {})); }
+    void mostMemory(NSXPCReply<std::int64_t> reply) override {
+        std::ifstream status("/proc/self/status");
+        std::string name;
+        std::int64_t kilobytes = 0;
+        while (status >> name && name != "VmHWM:") {
+        }
+        status >> kilobytes;
+        reply(kilobytes * 1024);
+    }
 
   private:
     const std::shared_ptr<BenchCallback> client_;
     SizeItems items_;
     SizeItems prepared_;
+    NSData data_;
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "BenchProtocol.h"
 #include "PeerClients.h"
@@ -124,6 +125,30 @@ class Client {
         const double time = outcome.wait();
         if (received.size() != count)
             throw std::runtime_error("not all items came");
+        return time;
+    }
+
+    /// The same with data of that many bytes. `mostMemory`: what the service had for it, in bytes.
+    double data(std::size_t size, double& mostMemory) {
+        Outcome prepared;
+        proxy(prepared)->prepareData(static_cast<std::int64_t>(size),
+                                     [&](bool) { prepared.finish(); });
+        prepared.wait();
+        Outcome outcome;
+        const auto service = proxy(outcome);
+        NSData received;
+        const auto start = Clock::now();
+        service->data([&](NSData data) {
+            received = std::move(data);
+            outcome.finish(std::chrono::duration<double, std::nano>(Clock::now() - start).count());
+        });
+        const double time = outcome.wait();
+        if (received.size() != size)
+            throw std::runtime_error("not all data came");
+        Outcome most;
+        proxy(most)->mostMemory(
+            [&](std::int64_t bytes) { most.finish(static_cast<double>(bytes)); });
+        mostMemory = most.wait();
         return time;
     }
 
@@ -250,6 +275,40 @@ Lines connectFirstReply(const Options& options) {
          .limit = {},
          .note = {}},
         options);
+}
+
+Lines reply64m(const Options& options) {
+    constexpr std::size_t size = std::size_t{64} << 20;
+    constexpr double limit = static_cast<double>(size) / 200e6 * 1e9;  // 200 MB a second
+    constexpr double mostTimes = 1.3;
+    Client client;
+    std::vector<double> memory;
+    auto lines = compare({.row = "reply-64m",
+                          .ours = {"",
+                                   [&](std::size_t count) {
+                                       double time = 0;
+                                       for (std::size_t i = 0; i < count; ++i)
+                                           time += client.data(size, memory.emplace_back());
+                                       return time;
+                                   }},
+                          .peers = {},
+                          .required = Requirement::atMostTimes(1),
+                          .limit = limit,
+                          .note = "64 MB of data"},
+                         options);
+    Line most;
+    most.row = "reply-64m-memory";
+    most.isBytes = true;
+    most.ours = summarize(memory);
+    most.peerName = "the reply";
+    most.peer = Summary{size, size, size};
+    for (auto& bytes : memory)
+        bytes /= static_cast<double>(size);
+    most.ratio = summarize(memory);
+    most.required = Requirement::atMostTimes(mostTimes);
+    most.note = "most memory of the service";
+    lines.push_back(std::move(most));
+    return lines;
 }
 
 Lines items100k(const Options& options) {

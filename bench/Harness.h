@@ -61,6 +61,8 @@ Summary summarize(std::vector<double> values);
 struct Line {
     std::string row;
     bool asRate = false;
+    /// In the place of nanoseconds.
+    bool isBytes = false;
     Summary ours;
     std::string peerName;
     std::optional<Summary> peer;

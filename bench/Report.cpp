@@ -40,11 +40,14 @@ Summary rateOf(const Summary& time) {
     return {1e9 / time.median, 1e9 / time.max, 1e9 / time.min};
 }
 
-std::string measured(const Summary& time, bool asRate) {
+std::string measured(const Summary& time, const Line& line) {
     static constexpr std::array<Unit, 4> times{
         {{" ns", 1}, {" µs", 1e3}, {" ms", 1e6}, {" s", 1e9}}};
     static constexpr std::array<Unit, 3> rates{{{"/s", 1}, {"k/s", 1e3}, {"M/s", 1e6}}};
-    if (!asRate)
+    static constexpr std::array<Unit, 3> sizes{{{" B", 1}, {" KiB", 1024}, {" MiB", 1024 * 1024}}};
+    if (line.isBytes)
+        return withSpread(time, unitFor(time.median, sizes));
+    if (!line.asRate)
         return withSpread(time, unitFor(time.median, times));
     const auto rate = rateOf(time);
     return withSpread(rate, unitFor(rate.median, rates));
@@ -70,11 +73,11 @@ using Cells = std::array<std::string, 5>;
 Cells cellsOf(const Line& line) {
     Cells cells;
     cells[0] = line.row;
-    cells[1] = measured(line.ours, line.asRate);
+    cells[1] = measured(line.ours, line);
     if (!line.note.empty())
         cells[1] += ", " + line.note;
     if (line.peer) {
-        cells[2] = line.peerName + " " + measured(*line.peer, line.asRate);
+        cells[2] = line.peerName + " " + measured(*line.peer, line);
     } else if (line.limit) {
         cells[2] = "limit " + number(*line.limit / 1e6) + " ms";
     }
@@ -124,10 +127,11 @@ std::string tableOf(const std::vector<Line>& lines) {
 std::string jsonOf(const std::vector<Line>& lines) {
     auto array = nlohmann::ordered_json::array();
     for (const auto& line : lines) {
-        nlohmann::ordered_json object{{"row", line.row}, {"oursNs", jsonOf(line.ours)}};
+        const std::string unit = line.isBytes ? "Bytes" : "Ns";
+        nlohmann::ordered_json object{{"row", line.row}, {"ours" + unit, jsonOf(line.ours)}};
         if (line.peer) {
             object["peer"] = line.peerName;
-            object["peerNs"] = jsonOf(*line.peer);
+            object["peer" + unit] = jsonOf(*line.peer);
         }
         if (line.limit)
             object["limitNs"] = *line.limit;

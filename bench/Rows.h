@@ -14,6 +14,7 @@ Lines callback64(const Options& options);
 Lines pipelined64(const Options& options);
 Lines connectFirstReply(const Options& options);
 Lines items100k(const Options& options);
+Lines reply64m(const Options& options);
 
 Lines archiveEncodeEntry(const Options& options);
 Lines archiveDecodeEntry(const Options& options);

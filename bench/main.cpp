@@ -80,6 +80,7 @@ constexpr Row rows[] = {
     {"size-text", sizeText},
     {"display-info", displayInfo},
     {"items-100k", items100k},
+    {"reply-64m", reply64m},
     {"size-tree", sizeTree},
     {"propagate-100k", propagate100k},
     {"rename-10k", rename10k},

@@ -176,13 +176,15 @@ struct NSKeyedArchiver::State {
         return dictionary;
     }
 
-    void finish(std::vector<std::uint8_t>& out) {
-        finished = true;
+    /// The value that holds all others.
+    Ref finish() {
+        if (std::exchange(finished, true))
+            throw NSException(NSInvalidArgumentException, "The archive is finished already.");
         const auto top = list.dictionary(pending);
         const Ref pairs[] = {
             versionKey, list.integer(100000), archiverKey,        archiverName, topKey,
             top,        objectsKey,           list.array(objects)};
-        list.write(list.dictionary(pairs), out);
+        return list.dictionary(pairs);
     }
 };
 
@@ -267,6 +269,10 @@ void NSKeyedArchiver::encodeString(std::optional<std::string_view> value, std::s
 
 void NSKeyedArchiver::encodeData(NSDataView value, std::string_view key) {
     state_->put(key, state_->object(state_->list.data(value)));
+}
+
+void NSKeyedArchiver::encodeOwnedData(NSData value, std::string_view key) {
+    state_->put(key, state_->object(state_->list.ownedData(std::move(value))));
 }
 
 void NSKeyedArchiver::encodeUUID(const std::optional<NSUUID>& value, std::string_view key) {
@@ -399,11 +405,15 @@ void NSKeyedArchiver::encodeIntegers(std::span<const std::int64_t> values, std::
 }
 
 NSData NSKeyedArchiver::finishEncoding() {
-    if (state_->finished) {
-        throw NSException(NSInvalidArgumentException, "The archive is finished already.");
-    }
     NSData archive;
-    state_->finish(archive);
+    state_->list.write(state_->finish(), archive);
+    return archive;
+}
+
+NSDataPieces NSKeyedArchiver::finishEncodingInPieces() {
+    NSDataPieces archive;
+    const auto root = state_->finish();
+    archive.others = state_->list.writeInPieces(root, archive.first);
     return archive;
 }
 
@@ -451,7 +461,7 @@ void NSKeyedArchiver::appendArchive(const NSObject& value) {
     const auto data = state_->list.data([&](NSData& out) {
         NSKeyedArchiver nested;
         nested.encodeObject(&value, "root");
-        nested.state_->finish(out);
+        nested.state_->list.write(nested.state_->finish(), out);
     });
     state_->pending.push_back(state_->object(data));
     state_->elementAdded();

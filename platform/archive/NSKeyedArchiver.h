@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// Writes objects as keyed archives: binary property lists ("bplist00") with "$version" 100000,
@@ -31,6 +32,21 @@ namespace morvane {
 using NSData = std::vector<std::uint8_t>;
 using NSDataView = std::span<const std::uint8_t>;
 
+/// Bytes that stand one after the other, in one piece or in several.
+struct NSDataPieces {
+    NSData first;
+    std::vector<NSData> others;
+
+    NSDataPieces() = default;
+    NSDataPieces(NSData whole) : first(std::move(whole)) {}
+    std::size_t size() const {
+        auto size = first.size();
+        for (const auto& piece : others)
+            size += piece.size();
+        return size;
+    }
+};
+
 class MORVANE_EXPORT NSKeyedArchiver {
   public:
     /// The whole archive of one object, under the key "root". Throws NSInvalidArgumentException if
@@ -50,6 +66,8 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void encodeDouble(double value, std::string_view key);
     void encodeString(std::optional<std::string_view> value, std::string_view key);
     void encodeData(NSDataView value, std::string_view key);
+    /// Takes the bytes over: what is large is a piece of the archive as it is, not a copy in it.
+    void encodeOwnedData(NSData value, std::string_view key);
     void encodeUUID(const std::optional<NSUUID>& value, std::string_view key);
     void encodeURL(const std::optional<NSURL>& value, std::string_view key);
     void encodeIndexPath(const NSIndexPath& value, std::string_view key);
@@ -81,6 +99,8 @@ class MORVANE_EXPORT NSKeyedArchiver {
 
     /// Ends the archive and hands it over. The archiver cannot be used after this.
     NSData finishEncoding();
+    /// The same without joining the pieces.
+    NSDataPieces finishEncodingInPieces();
 
   private:
     void beginArray(std::size_t count);

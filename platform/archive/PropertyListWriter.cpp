@@ -56,6 +56,7 @@ void PropertyListWriter::clear() {
     nodes_.clear();
     refs_.clear();
     arena_.clear();
+    owned_.clear();
     bytes_ = 0;
     shared_.clear();
     ++list_;
@@ -149,6 +150,7 @@ void PropertyListWriter::flush() {
     nodes_.clear();
     refs_.clear();
     arena_.clear();
+    owned_.clear();
     bytes_ = 0;
 }
 
@@ -210,6 +212,15 @@ PropertyListWriter::Ref PropertyListWriter::data(std::span<const std::uint8_t> b
     const auto start = arena_.size();
     arena_.insert(arena_.end(), bytes.begin(), bytes.end());
     return addBytes(Kind::data, start, 1);
+}
+
+PropertyListWriter::Ref PropertyListWriter::ownedData(Bytes&& bytes) {
+    constexpr std::size_t least = std::size_t{64} << 10;
+    if (isLarge_ || bytes.size() < least)
+        return data(std::span<const std::uint8_t>(bytes));
+    const auto count = checkedCount(bytes.size());
+    owned_.push_back(std::move(bytes));
+    return add(Kind::ownedData, count, owned_.size() - 1, markerSize(count) + count);
 }
 
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
@@ -292,6 +303,9 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
         case Kind::data:
             p = putMarker(p, 0x40, node.count);
             return putBytes(p, arena_.data() + node.payload, node.count);
+        case Kind::ownedData:
+            p = putMarker(p, 0x40, node.count);
+            return putBytes(p, owned_[node.payload].data(), node.count);
         case Kind::uid:
             return putUid(p, node.payload);
         case Kind::array:
@@ -308,25 +322,37 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
 }
 
 template <class RefInteger, class Offset>
-void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table) const {
+void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const {
     const auto start = out.size();
-    const auto firstUid = firstNode_ + nodes_.size();
+    const auto firstUid = valueCount();
     const auto count = firstUid + uidCount_;
-    out.resize(start + table + count * sizeof(Offset) + trailerSize);
+    std::size_t missing = 0;
+    if (gaps) {
+        for (const auto& bytes : owned_)
+            missing += bytes.size();
+    }
+    out.resize(start + table - missing + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
     auto* p = begin;
-    auto* offset = begin + table;
+    std::size_t missed = 0;
+    auto* offset = begin + table - missing;
     p = putBytes(p, front_.bytes().data(), front_.bytes().size());
     const auto offsets = front_.offsets(sizeof(Offset));
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
-        offset = put(offset, static_cast<Offset>(p - begin));
+        offset = put(offset, static_cast<Offset>(p - begin + missed));
+        if (node.kind == Kind::ownedData && gaps) [[unlikely]] {
+            p = putMarker(p, 0x40, node.count);
+            gaps->push_back(static_cast<std::size_t>(p - out.data()));
+            missed += node.count;
+            continue;
+        }
         p = putNode(p, node, [&](std::uint8_t* at, Ref ref) {
             return put(at, static_cast<RefInteger>(numberOf(ref, firstUid)));
         });
     }
     for (std::uint32_t uid = 0; uid < uidCount_; ++uid) {
-        offset = put(offset, static_cast<Offset>(p - begin));
+        offset = put(offset, static_cast<Offset>(p - begin + missed));
         p = putUid(p, uid);
     }
     putTrailer(offset, sizeof(Offset), sizeof(RefInteger), count, numberOf(root, firstUid), table);
@@ -353,32 +379,46 @@ void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
 }
 
 template <class RefInteger>
-void PropertyListWriter::writeSized(Ref root, Bytes& out) const {
+void PropertyListWriter::writeSized(Ref root, Bytes& out, Gaps* gaps) const {
     const std::size_t table =
         front_.bytes().size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
     if (table <= 0xff) {
-        writeAll<RefInteger, std::uint8_t>(root, out, table);
+        writeAll<RefInteger, std::uint8_t>(root, out, table, gaps);
     } else if (table <= 0xffff) {
-        writeAll<RefInteger, std::uint16_t>(root, out, table);
+        writeAll<RefInteger, std::uint16_t>(root, out, table, gaps);
     } else if (table <= 0xffffffff) {
-        writeAll<RefInteger, std::uint32_t>(root, out, table);
+        writeAll<RefInteger, std::uint32_t>(root, out, table, gaps);
     } else {
-        writeAll<RefInteger, std::uint64_t>(root, out, table);
+        writeAll<RefInteger, std::uint64_t>(root, out, table, gaps);
     }
 }
 
-void PropertyListWriter::write(Ref root, Bytes& out) {
+std::vector<PropertyListWriter::Bytes> PropertyListWriter::writeInPieces(Ref root, Bytes& out) {
+    Gaps gaps;
+    writeList(root, out, &gaps);
+    std::vector<Bytes> pieces;
+    for (std::size_t i = 0; i < gaps.size(); ++i) {
+        const auto next = i + 1 < gaps.size() ? gaps[i + 1] : out.size();
+        pieces.push_back(std::move(owned_[i]));
+        pieces.emplace_back(out.begin() + gaps[i], out.begin() + next);
+    }
+    if (!gaps.empty())
+        out.resize(gaps.front());
+    return pieces;
+}
+
+void PropertyListWriter::writeList(Ref root, Bytes& out, Gaps* gaps) {
     if (isLarge_) {
         writeLarge(root, out);
         return;
     }
-    const auto count = firstNode_ + nodes_.size() + uidCount_;
+    const auto count = valueCount() + uidCount_;
     if (count <= 0x100) {
-        writeSized<std::uint8_t>(root, out);
+        writeSized<std::uint8_t>(root, out, gaps);
     } else if (count <= 0x10000) {
-        writeSized<std::uint16_t>(root, out);
+        writeSized<std::uint16_t>(root, out, gaps);
     } else {
-        writeSized<std::uint32_t>(root, out);
+        writeSized<std::uint32_t>(root, out, gaps);
     }
 }
 

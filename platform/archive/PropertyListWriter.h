@@ -76,6 +76,8 @@ class PropertyListWriter {
         return newSharedString(text, at);
     }
     Ref data(std::span<const std::uint8_t> bytes);
+    /// The same of bytes that are taken over, not copied, if they are many.
+    Ref ownedData(Bytes&& bytes);
     /// A data value whose bytes `fill(Bytes&)` appends.
     template <class Fill>
     Ref data(Fill&& fill) {
@@ -100,7 +102,10 @@ class PropertyListWriter {
     }
 
     /// Appends the whole list to `out`. A large one can be written once.
-    void write(Ref root, Bytes& out);
+    void write(Ref root, Bytes& out) { writeList(root, out, nullptr); }
+    /// The same, but what was taken over is handed on: the list is what is in `out`, which was
+    /// empty, and then what is returned.
+    std::vector<Bytes> writeInPieces(Ref root, Bytes& out);
 
   private:
     enum class Kind : std::uint8_t {
@@ -112,6 +117,7 @@ class PropertyListWriter {
         sharedAscii,
         utf16,
         data,
+        ownedData,
         uid,
         array,
         dictionary
@@ -125,7 +131,8 @@ class PropertyListWriter {
         Node(Kind k, std::uint32_t c, std::uint64_t p) : kind(k), count(c), payload(p) {}
         Kind kind;
         std::uint32_t count;
-        /// The value, where it starts in arena_ or refs_, or a shared text's address.
+        /// The value, where it starts in arena_ or refs_, its index in owned_, or a shared text's
+        /// address.
         std::uint64_t payload;
     };
     struct Shared {
@@ -166,10 +173,13 @@ class PropertyListWriter {
     }
     template <class PutRef>
     std::uint8_t* putNode(std::uint8_t* p, const Node& node, PutRef&& putRef) const;
+    /// Where owned data is missing, by its order; null if it is copied.
+    using Gaps = std::vector<std::size_t>;
+    void writeList(Ref root, Bytes& out, Gaps* gaps);
     template <class RefInteger>
-    void writeSized(Ref root, Bytes& out) const;
+    void writeSized(Ref root, Bytes& out, Gaps* gaps) const;
     template <class RefInteger, class Offset>
-    void writeAll(Ref root, Bytes& out, std::size_t table) const;
+    void writeAll(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const;
     std::size_t uidBytes() const;
     /// Writes the nodes into large_, and forgets them.
     void flush();
@@ -217,6 +227,7 @@ class PropertyListWriter {
     std::size_t firstNode_;
     std::vector<Ref> refs_;
     Bytes arena_;
+    std::vector<Bytes> owned_;
     std::size_t bytes_ = 0;
     std::vector<Shared> shared_;
     std::array<Recent, recentCount> recent_;

@@ -212,6 +212,9 @@ struct NSXPCCoding<NSData> : xpc_coding::Value<NSDataClass> {
     static void encode(NSKeyedArchiver& coder, const NSData& value, std::string_view key) {
         coder.encodeData(value, key);
     }
+    static void encode(NSKeyedArchiver& coder, NSData&& value, std::string_view key) {
+        coder.encodeOwnedData(std::move(value), key);
+    }
     static NSData decode(NSKeyedUnarchiver& coder, std::string_view key,
                          const NSClassSet& allowed) {
         requireClass(allowed, NSDataClass, key);

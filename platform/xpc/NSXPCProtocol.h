@@ -52,7 +52,7 @@ class MORVANE_EXPORT NSXPCReplyPort {
     virtual void willCallObject() {}
     /// True for the first caller, who then answers.
     virtual bool claim() = 0;
-    virtual void sendReply(NSData archive) = 0;
+    virtual void sendReply(NSDataPieces archive) = 0;
     /// Answers that no reply will come, and why.
     virtual void sendRefusal(std::string_view reason) = 0;
 };
@@ -150,9 +150,11 @@ struct Types {
         return {NSXPCCoding<T>::defaultClasses()...};
     }
 
-    static void encode(NSKeyedArchiver& coder, const T&... values) {
+    /// What is handed over may become a part of the archive.
+    template <class... V>
+    static void encode(NSKeyedArchiver& coder, V&&... values) {
         std::size_t i = 0;
-        (NSXPCCoding<T>::encode(coder, values, keys[i++]), ...);
+        (NSXPCCoding<T>::encode(coder, std::forward<V>(values), keys[i++]), ...);
     }
 
     static Tuple decode(NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes) {
@@ -238,14 +240,14 @@ class Replier<Types<T...>> {
   public:
     explicit Replier(std::shared_ptr<NSXPCReplyPort> port) : port_(std::move(port)) {}
 
-    void operator()(const T&... values) const {
+    void operator()(T... values) const {
         if (!port_->claim())
             return;
-        NSData archive;
+        NSDataPieces archive;
         try {
             NSKeyedArchiver coder;
-            Types<T...>::encode(coder, values...);
-            archive = coder.finishEncoding();
+            Types<T...>::encode(coder, std::move(values)...);
+            archive = coder.finishEncodingInPieces();
         } catch (const std::exception& failure) {
             // The sender is told. Not thrown on: a thread of the handler's may have nobody to catch
             // it.
@@ -337,7 +339,7 @@ class NSXPCProxyTarget {
         using Receiver =
             xpc_message::Receiver<typename Traits::ReplyFunction, typename Traits::ReplyArguments>;
         NSKeyedArchiver coder;
-        Traits::Arguments::encode(coder, std::get<I>(arguments)...);
+        Traits::Arguments::encode(coder, std::get<I>(std::move(arguments))...);
         sink_->sendRequest(Index, coder.finishEncoding(),
                            std::make_unique<Receiver>(std::move(std::get<sizeof...(I)>(arguments)),
                                                       errorHandler_));

@@ -58,7 +58,7 @@ Outbox::~Outbox() {
 }
 
 void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
-                  NSData body) noexcept {
+                  NSDataPieces body) noexcept {
     const std::lock_guard lock(mutex_);
     if (ended_)
         return;
@@ -66,7 +66,7 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
         if (const auto why = whyNot(body.size() + selector.size()); why.empty()) {
             sendNow(kind, id, selector, std::move(body));
         } else if (kind == FrameKind::reply && bytes_ + why.size() <= limits_.bytes) {
-            body = NSData();
+            body = {};
             sendNow(FrameKind::refusal, id, {}, NSData(why.begin(), why.end()));
         } else {
             giveUp();
@@ -86,7 +86,8 @@ std::string Outbox::whyNot(std::size_t size) const {
     return {};
 }
 
-void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) {
+void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector,
+                     NSDataPieces body) {
     FrameHeader header;
     header.kind = kind;
     header.id = id;
@@ -105,8 +106,8 @@ void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector
         }
         counted_ += size;
     }
-    if (body.size() <= smallBody) {
-        sendSmall(header, selector, body);
+    if (body.size() <= smallBody && body.others.empty()) {
+        sendSmall(header, selector, body.first);
     } else {
         collectLarge(header, selector, std::move(body));
     }
@@ -162,17 +163,29 @@ void Outbox::sendSmall(FrameHeader header, std::string_view selector, StreamSock
     }
 }
 
-void Outbox::collectLarge(FrameHeader header, std::string_view selector, NSData body) {
-    const auto shared = std::make_shared<const NSData>(std::move(body));
-    for (std::size_t begin = 0; begin < shared->size();) {
-        const auto end = std::min(begin + limits::frameSize - selector.size(), shared->size());
-        header.moreFollows = end < shared->size();
-        append(Prefix(header, selector, end - begin).bytes());
-        pieces_.push_back({{}, shared, begin, end});
-        bytes_ += end - begin;
-        begin = end;
-        selector = {};
-    }
+void Outbox::collectLarge(FrameHeader header, std::string_view selector, NSDataPieces body) {
+    auto left = body.size();
+    std::size_t leftOfFrame = 0;
+    const auto collect = [&](NSData&& data) {
+        const auto shared = std::make_shared<const NSData>(std::move(data));
+        for (std::size_t begin = 0; begin < shared->size();) {
+            if (leftOfFrame == 0) {
+                leftOfFrame = std::min(limits::frameSize - selector.size(), left);
+                left -= leftOfFrame;
+                header.moreFollows = left != 0;
+                append(Prefix(header, selector, leftOfFrame).bytes());
+                selector = {};
+            }
+            const auto end = std::min(begin + leftOfFrame, shared->size());
+            pieces_.push_back({{}, shared, begin, end});
+            bytes_ += end - begin;
+            leftOfFrame -= end - begin;
+            begin = end;
+        }
+    };
+    collect(std::move(body.first));
+    for (auto& data : body.others)
+        collect(std::move(data));
 }
 
 void Outbox::append(StreamSocket::Bytes bytes) {

@@ -42,7 +42,8 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
     /// Takes the message, or gives the stream up: its limit is reached, or it has ended. A reply
     /// that is too large becomes a refusal, which names the limit.
-    void send(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body) noexcept;
+    void send(FrameKind kind, std::uint64_t id, std::string_view selector,
+              NSDataPieces body) noexcept;
     /// Says that the request will have no reply, and why.
     void refuse(std::uint64_t id, std::string_view reason) noexcept;
     /// That there will be an answer to one more request. False, and no promise, if too many are
@@ -83,13 +84,13 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
         }
     };
 
-    void sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSData body);
+    void sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSDataPieces body);
     /// Why a body of that size cannot be sent now; empty if it can.
     std::string whyNot(std::size_t size) const;
     /// Counts what waits against the shared budget. False if there is no room for it.
     bool count();
     void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
-    void collectLarge(FrameHeader header, std::string_view selector, NSData body);
+    void collectLarge(FrameHeader header, std::string_view selector, NSDataPieces body);
     void append(StreamSocket::Bytes bytes);
     /// Sends what waits, the rest as the stream takes it.
     void flush();

@@ -30,7 +30,7 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
             outbox_->keepPromise();
         return isFirst;
     }
-    void sendReply(NSData archive) override {
+    void sendReply(NSDataPieces archive) override {
         outbox_->send(FrameKind::reply, id_, {}, std::move(archive));
     }
     void sendRefusal(std::string_view reason) override { outbox_->refuse(id_, reason); }

@@ -81,6 +81,68 @@ TEST(NSKeyedArchiver, DataKeepsItsBytesAtEveryLengthOfLength) {
     }
 }
 
+/// An archive of two data values with `more` behind them, copied into it or taken over.
+template <class More>
+NSDataPieces archiveOfData(bool takenOver, std::vector<NSData> values, More&& more) {
+    NSKeyedArchiver archiver;
+    for (std::size_t i = 0; i != values.size(); ++i) {
+        static constexpr std::string_view keys[] = {"one", "two", "three"};
+        if (takenOver)
+            archiver.encodeOwnedData(std::move(values[i]), keys[i]);
+        else
+            archiver.encodeData(NSDataView(values[i]), keys[i]);
+    }
+    more(archiver);
+    return archiver.finishEncodingInPieces();
+}
+
+NSData joined(const NSDataPieces& pieces) {
+    auto bytes = pieces.first;
+    for (const auto& piece : pieces.others)
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
+    EXPECT_EQ(bytes.size(), pieces.size());
+    return bytes;
+}
+
+TEST(NSKeyedArchiver, DataThatIsTakenOverGivesTheSameBytesInPieces) {
+    const auto nothing = [](NSKeyedArchiver&) {};
+    const auto some = [](NSKeyedArchiver& archiver) {
+        archiver.encodeString(std::string_view("behind"), "behind");
+    };
+    const auto veryLarge = [](NSKeyedArchiver& archiver) {
+        archiver.encodeStrings(std::vector<std::string>(40000, "a text"), "texts");
+    };
+    for (const std::size_t size : {10, 70000, 300000, 20000000}) {
+        const std::vector<NSData> values{NSData(size, 'a'), NSData(100, 'b'),
+                                         NSData(size + 1, 'c')};
+        EXPECT_EQ(joined(archiveOfData(true, values, nothing)),
+                  joined(archiveOfData(false, values, nothing)));
+        EXPECT_EQ(joined(archiveOfData(true, values, some)),
+                  joined(archiveOfData(false, values, some)));
+        EXPECT_EQ(joined(archiveOfData(true, values, veryLarge)),
+                  joined(archiveOfData(false, values, veryLarge)));
+    }
+}
+
+TEST(NSKeyedArchiver, LargeDataThatIsTakenOverIsNotCopied) {
+    NSData large(1000000, 'x');
+    const auto* const place = large.data();
+    NSKeyedArchiver archiver;
+    archiver.encodeOwnedData(std::move(large), "data");
+    const auto pieces = archiver.finishEncodingInPieces();
+    ASSERT_EQ(pieces.others.size(), 2U);
+    EXPECT_EQ(pieces.others[0].data(), place);
+    EXPECT_LT(pieces.first.size() + pieces.others[1].size(), 300U);
+}
+
+TEST(NSKeyedArchiver, AnArchiveThatIsJoinedHoldsTheDataThatWasTakenOver) {
+    NSKeyedArchiver archiver;
+    archiver.encodeOwnedData(NSData(1000000, 'x'), "data");
+    const auto bytes = archiver.finishEncoding();
+    NSKeyedUnarchiver unarchiver(bytes);
+    EXPECT_EQ(unarchiver.decodeData("data"), NSData(1000000, 'x'));
+}
+
 TEST(NSKeyedArchiver, UuidsUrlsAndIndexPathsAreEqualAfterwards) {
     Values values;
     values.uuid = NSUUID::initWithUUIDString("6ba7b810-9dad-11d1-80b4-00c04fd430c8");

@@ -173,9 +173,30 @@ class KeptList final : public List {
 class NoPort final : public NSXPCReplyPort {
   public:
     bool claim() override { return false; }
-    void sendReply(NSData) override {}
+    void sendReply(NSDataPieces) override {}
     void sendRefusal(std::string_view) override {}
 };
+
+/// Keeps the reply.
+class KeepingPort final : public NSXPCReplyPort {
+  public:
+    NSDataPieces reply;
+    bool claim() override { return true; }
+    void sendReply(NSDataPieces archive) override { reply = std::move(archive); }
+    void sendRefusal(std::string_view reason) override { FAIL() << reason; }
+};
+
+TEST(NSXPCCoding, LargeDataOfAReplyIsSentFromWhereItIs) {
+    const auto port = std::make_shared<KeepingPort>();
+    const NSXPCReply<NSData, bool> reply(
+        xpc_message::Replier<xpc_message::Types<NSData, bool>>{port});
+    NSData large(1000000, 'x');
+    const auto* const place = large.data();
+    reply(std::move(large), true);
+    ASSERT_FALSE(port->reply.others.empty());
+    EXPECT_EQ(port->reply.others[0].data(), place);
+    EXPECT_LT(port->reply.size(), 1000400U);
+}
 
 TEST(NSXPCCoding, ARequestWithoutItsArrayIsNotOneWithAnEmptyArray) {
     const auto& message = protocolDescription<List>().messages[0];

@@ -177,6 +177,41 @@ TEST(SharedBudget, TakesFromTheWholeAsWellOrNothingAtAll) {
     EXPECT_TRUE(whole->take(100));
 }
 
+/// Keeps what it takes.
+class KeepingSocket final : public StreamSocket {
+  public:
+    NSData sent;
+
+    std::size_t receive(std::span<std::uint8_t>, const Deadline&) override { return 0; }
+    std::optional<std::size_t> send(std::span<const Bytes> pieces) override {
+        const auto before = sent.size();
+        for (const auto& piece : pieces)
+            sent.insert(sent.end(), piece.begin(), piece.end());
+        return sent.size() - before;
+    }
+    void shutdown() override {}
+    std::optional<PeerCredentials> peer() const override { return std::nullopt; }
+};
+
+TEST(Outbox, SendsABodyInPiecesAsItWouldInOne) {
+    const auto sent = [](const NSDataPieces& body) {
+        const auto socket = std::make_shared<KeepingSocket>();
+        const auto outbox = std::make_shared<Outbox>(socket);
+        outbox->send(FrameKind::request, 1, "selector", body);
+        return socket->sent;
+    };
+    for (const std::size_t size : {std::size_t{10}, std::size_t{70000},
+                                   std::size_t{limits::frameSize}, std::size_t{5000000}}) {
+        NSDataPieces pieces(NSData(100, 'a'));
+        pieces.others = {NSData(size, 'b'), NSData(), NSData(1, 'c'), NSData(size + 1, 'd')};
+        auto whole = pieces.first;
+        for (const auto& piece : pieces.others)
+            whole.insert(whole.end(), piece.begin(), piece.end());
+        EXPECT_EQ(sent(pieces), sent(whole));
+        EXPECT_GT(sent(pieces).size(), whole.size());
+    }
+}
+
 TEST(Outbox, SendsAtOnceWhenNothingIsInTheWay) {
     const auto socket = std::make_shared<ScriptedSocket>();
     socket->takesAll = true;
