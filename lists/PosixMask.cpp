@@ -1,0 +1,73 @@
+#include "PosixMask.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace morvane {
+
+namespace {
+
+/// Calls `add` for each of the `wanted` rights that are what `stored`, of `list`, grants now.
+template <class Add>
+void addHeldBack(std::vector<PosixNamedRights>& wanted, const std::vector<PosixNamedRights>& stored,
+                 const PosixList& list, Add&& add) {
+    auto old = stored.begin();
+    for (auto& entry : wanted) {
+        while (old != stored.end() && old->id < entry.id)
+            ++old;
+        if (old != stored.end() && old->id == entry.id &&
+            list.counting(old->rights) == entry.rights)
+            add(entry.rights, old->rights);
+    }
+}
+
+/// Whether everybody whom the mask limits has in `list` what `wanted` says.
+bool countsAs(const PosixList& list, const PosixList& wanted) {
+    const auto same = [&](const auto& stored, const auto& counting) {
+        return std::equal(stored.begin(), stored.end(), counting.begin(), counting.end(),
+                          [&](const auto& a, const auto& b) {
+                              return a.id == b.id && list.counting(a.rights) == b.rights;
+                          });
+    };
+    return list.effective(list.owningGroup) == wanted.owningGroup &&
+           same(list.users, wanted.users) && same(list.groups, wanted.groups);
+}
+
+}  // namespace
+
+PosixList withMask(PosixList wanted, const PosixList* old) {
+    if (old) {
+        // What the mask limits is as it was: so it stays, the mask and what it holds back.
+        PosixList kept = wanted;
+        kept.mask = old->mask;
+        kept.owningGroup = old->owningGroup;
+        kept.users = old->users;
+        kept.groups = old->groups;
+        if (countsAs(kept, wanted))
+            return kept;
+    }
+    PosixRights mask = wanted.owningGroup;
+    for (const auto* named : {&wanted.users, &wanted.groups}) {
+        for (const auto& entry : *named)
+            mask = mask | entry.rights;
+    }
+    // Under a mask of nothing the kernel does not look at the list, and who is denied there has
+    // what others have.
+    const bool isNamed = !wanted.users.empty() || !wanted.groups.empty();
+    if (isNamed && mask == PosixNothing)
+        mask = wanted.others;
+    if (old && old->mask) {
+        const auto add = [&](PosixRights& rights, PosixRights stored) {
+            rights = rights | (stored - mask);
+        };
+        if (old->effective(old->owningGroup) == wanted.owningGroup)
+            add(wanted.owningGroup, old->owningGroup);
+        addHeldBack(wanted.users, old->users, *old, add);
+        addHeldBack(wanted.groups, old->groups, *old, add);
+    }
+    if (isNamed || (wanted.owningGroup - mask) != PosixNothing)
+        wanted.mask = mask;
+    return wanted;
+}
+
+}  // namespace morvane
