@@ -22,7 +22,9 @@
 
 #include "AclRequests.h"
 #include "EffectiveAccess.h"
-#include "Nfs4File.h"
+#include "Nfs4Access.h"
+#include "PosixAccess.h"
+#include "PosixAclReader.h"
 #include "PosixAclWriter.h"
 
 // After the system's headers, which use some of these names.

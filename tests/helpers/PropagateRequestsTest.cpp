@@ -23,7 +23,7 @@
 
 #include "AclPropagation.h"
 #include "AclRequests.h"
-#include "InheritedValues.h"
+#include "PosixInheritance.h"
 #include "Nfs4Inheritance.h"
 #include "Nfs4Names.h"
 #include "PosixAclReader.h"

@@ -17,7 +17,7 @@
 
 #include "../ThreadShortage.h"
 #include "AclPropagation.h"
-#include "InheritedValues.h"
+#include "PosixInheritance.h"
 #include "SilentMount.h"
 #include "SizeWalker.h"
 #include "TreeWalk.h"

@@ -14,7 +14,7 @@
 #include <variant>
 
 #include "ClientQuestion.h"
-#include "InheritedValues.h"
+#include "PosixInheritance.h"
 #include "Nfs4File.h"
 #include "Nfs4Inheritance.h"
 #include "Nfs4Names.h"

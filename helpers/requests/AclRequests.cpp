@@ -13,6 +13,7 @@
 #include <variant>
 
 #include "EffectiveAccess.h"
+#include "Nfs4Access.h"
 #include "Nfs4File.h"
 #include "Nfs4Names.h"
 #include "Nfs4Storing.h"

@@ -1,6 +1,5 @@
 #include "EffectiveAccess.h"
 
-#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/openat2.h>
@@ -15,8 +14,10 @@
 #include <variant>
 #include <vector>
 
-#include "Nfs4File.h"
+#include "Nfs4Access.h"
 #include "Nfs4Names.h"
+#include "PosixAccess.h"
+#include "PosixAclReader.h"
 
 // After the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
@@ -24,46 +25,6 @@
 namespace morvane {
 
 namespace {
-
-bool contains(const std::vector<std::uint32_t>& ids, std::uint32_t id) {
-    return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
-bool isRoot(const CBPosixIdentity& who) {
-    return who == CBPosixIdentity{CBPosixUser{0}};
-}
-
-bool owns(const CBPosixIdentity& who, std::uint32_t owner) {
-    return who == CBPosixIdentity{CBPosixUser{owner}};
-}
-
-/// Whether one entry that a member of `groups` can use, who is neither the owner nor named, grants
-/// all of `needed`.
-bool groupsGrant(const PosixList& list, std::uint32_t owningGroup,
-                 const std::vector<std::uint32_t>& groups, PosixRights needed) {
-    bool found = false;
-    const auto grants = [&](std::uint32_t group, PosixRights rights) {
-        if (!contains(groups, group))
-            return false;
-        found = true;
-        return (list.effective(rights) & needed) == needed;
-    };
-    if (grants(owningGroup, list.owningGroup))
-        return true;
-    for (const auto& group : list.groups) {
-        if (grants(group.id, group.rights))
-            return true;
-    }
-    return !found && (list.others & needed) == needed;
-}
-
-/// root reads and writes everything, and executes what anybody may execute.
-PosixRights rightsOfRoot(const PosixAcl& acl) {
-    const auto& list = acl.access;
-    const auto anybody = list.owner | list.mask.value_or(list.owningGroup) | list.others;
-    return PosixRead | PosixWrite |
-           (acl.isDirectory ? PosixExecute : static_cast<PosixRights>(anybody & PosixExecute));
-}
 
 /// The same folder seen through the same mount.
 bool isSame(const AclItem& a, const AclItem& b) {
@@ -132,8 +93,7 @@ bool takesAttributes(const AclItem& item, bool isOwner) {
            (S_ISDIR(status.st_mode) && ((status.st_mode & S_ISVTX) == 0 || isOwner));
 }
 
-}  // namespace
-
+/// The folder that the item is in, that of `/` being itself; empty if the item is in none any more.
 std::optional<AclItem> folderOf(const AclItem& item) {
     char target[PATH_MAX];
     const auto size = readlink(item.path().c_str(), target, sizeof target);
@@ -160,16 +120,7 @@ std::optional<AclItem> folderOf(const AclItem& item) {
     return AclItem(std::move(folder));
 }
 
-std::uint32_t withinFolders(const AclItem& item, const std::optional<AclItem>& folder,
-                            const CBPosixIdentity& who, std::uint32_t boxes) {
-    if (!folder || !mayReach(*folder, who))
-        return 0;
-    if (isMountRoot(item) || isSame(item, *folder) ||
-        withinMount(*folder, ACL_DELETE_CHILD, true) == 0)
-        boxes &= ~static_cast<std::uint32_t>(ACL_DELETE);
-    return boxes;
-}
-
+/// `boxes` without what the file system that `item` is on, or the item's flags, give to nobody.
 std::uint32_t withinMount(const AclItem& item, std::uint32_t boxes, bool isDirectory) {
     constexpr std::uint32_t looking = ACL_READ_DATA | ACL_SEARCH | ACL_READ_ATTRIBUTES |
                                       ACL_READ_EXTATTRIBUTES | ACL_READ_SECURITY;
@@ -190,39 +141,41 @@ std::uint32_t withinMount(const AclItem& item, std::uint32_t boxes, bool isDirec
     return boxes;
 }
 
-bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed) {
-    PosixList list = acl.access;
-    // The kernel does not look at a list whose mask lets nothing through: who is named there has
-    // then what strangers have.
-    if (list.mask == PosixNothing)
-        list = {list.owner, PosixNothing, list.others, {}, {}, {}};
-    if (isRoot(who))
-        return (rightsOfRoot(acl) & needed) == needed;
-    if (owns(who, acl.owner))
-        return (list.owner & needed) == needed;
-    if (const auto* user = std::get_if<CBPosixUser>(&who)) {
-        for (const auto& named : list.users) {
-            if (named.id == user->uid)
-                return (list.effective(named.rights) & needed) == needed;
-        }
-        return groupsGrant(
-            list, acl.group,
-            CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(user->uid),
-            needed);
-    }
-    if (const auto* group = std::get_if<CBPosixGroup>(&who))
-        return groupsGrant(list, acl.group, {group->gid}, needed);
-    return (list.others & needed) == needed;
+/// `boxes` without what the folders above the item keep `who` from. `folder` is the item's, as
+/// folderOf() tells it.
+std::uint32_t withinFolders(const AclItem& item, const std::optional<AclItem>& folder,
+                            const CBPosixIdentity& who, std::uint32_t boxes) {
+    if (!folder || !mayReach(*folder, who))
+        return 0;
+    if (isMountRoot(item) || isSame(item, *folder) ||
+        withinMount(*folder, ACL_DELETE_CHILD, true) == 0)
+        boxes &= ~static_cast<std::uint32_t>(ACL_DELETE);
+    return boxes;
 }
 
-PosixRights effectiveRights(const PosixAcl& acl, const CBPosixIdentity& who) {
-    PosixRights rights = PosixNothing;
-    for (const auto right : {PosixRead, PosixWrite, PosixExecute}) {
-        if (grants(acl, who, right))
-            rights = rights | right;
-    }
-    return rights;
+/// What the server of the mount answers to root, who asks it for the whole of each right.
+std::uint32_t boxesOfRoot(const AclItem& item, const Nfs4Item& list, std::uint32_t byList) {
+    const bool isDirectory = list.target.isDirectory;
+    const auto may = [&](int right) {
+        return faccessat(AT_FDCWD, item.path().c_str(), right, AT_EACCESS) == 0;
+    };
+    constexpr std::uint32_t asked = ACL_READ_DATA | ACL_SEARCH | ACL_WRITE_DATA | ACL_APPEND_DATA;
+    std::uint32_t boxes = 0;
+    if (may(R_OK))
+        boxes |= ACL_READ_DATA | ACL_READ_EXTATTRIBUTES;
+    if (may(X_OK))
+        boxes |= ACL_SEARCH;
+    if (may(isDirectory ? W_OK | X_OK : W_OK))
+        boxes |= ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_WRITE_EXTATTRIBUTES |
+                 (isDirectory ? ACL_DELETE_CHILD : 0);
+    // Who may more than the list says is root to the server, too, and may everything.
+    if ((boxes & asked & ~byList) != 0)
+        return boxes | byList | ACL_READ_ATTRIBUTES | ACL_READ_SECURITY | ACL_WRITE_ATTRIBUTES |
+               ACL_WRITE_SECURITY | ACL_CHANGE_OWNER | ACL_DELETE;
+    return boxes | (byList & ~asked);
 }
+
+}  // namespace
 
 std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBPosixIdentity& who) {
     const auto rights = effectiveRights(acl, who);
@@ -243,6 +196,21 @@ std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBP
     boxes |= when(folder && mayDelete(*folder, acl, who), ACL_DELETE);
 
     return withinMount(item, withinFolders(item, folder, who, boxes), acl.isDirectory);
+}
+
+std::uint32_t effectiveBoxes(const AclItem& item, const Nfs4Item& list, const CBPosixIdentity& who,
+                             const Nfs4Names& names) {
+    auto boxes = boxesByNfs4Acl(list, who, names);
+    const auto folder = folderOf(item);
+    if (folder) {
+        const auto parent = readNfs4Item(*folder);
+        const auto* above = std::get_if<Nfs4Item>(&parent);
+        if (above && (boxesByNfs4Acl(*above, who, names) & ACL_DELETE_CHILD) != 0)
+            boxes |= ACL_DELETE;
+    }
+    if (isServersRoot(list, who) && geteuid() == 0)
+        boxes = boxesOfRoot(item, list, boxes);
+    return withinMount(item, withinFolders(item, folder, who, boxes), list.target.isDirectory);
 }
 
 }  // namespace morvane

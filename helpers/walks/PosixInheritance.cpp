@@ -1,4 +1,4 @@
-#include "InheritedValues.h"
+#include "PosixInheritance.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 
+#include "ItemOwner.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
 
@@ -62,12 +63,6 @@ int write(const OpenItem& item, const char* name, const Bytes& bytes) {
     return result == 0 ? 0 : errno;
 }
 
-int writeMode(const OpenItem& item, mode_t mode) {
-    const int result =
-        item.path.empty() ? fchmod(item.descriptor, mode) : chmod(item.path.c_str(), mode);
-    return result == 0 ? 0 : errno;
-}
-
 /// Whether this process may leave setgid on an item of the group.
 bool keepsSetgid(gid_t group) {
     if (geteuid() == 0 || getegid() == group)
@@ -96,7 +91,7 @@ int writeAccess(const OpenItem& item, const ItemValues& values) {
     struct stat now {};
     if (fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) != 0)
         return errno;
-    return writeMode(item, (now.st_mode & 07000) | values.mode);
+    return changeMode(item, (now.st_mode & 07000) | values.mode);
 }
 
 ItemValues itemValuesOf(const PosixList& access,
@@ -177,25 +172,6 @@ class ListWriter final : public InheritedWriter {
 };
 
 }  // namespace
-
-int changeOwner(const OpenItem& item, const struct stat& status, std::uint32_t owner,
-                std::uint32_t group) {
-    if (fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) != 0)
-        return errno;
-    constexpr mode_t runsAsOther = S_ISUID | S_ISGID;
-    // Asked for only now: whoever owned the item until now could set the bits until now.
-    struct stat now {};
-    int code = fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) == 0 ? 0 : errno;
-    if (code == 0 && !S_ISDIR(now.st_mode) && (now.st_mode & runsAsOther) != 0)
-        code = writeMode(item, now.st_mode & 07777 & ~runsAsOther);
-    if (code != 0)
-        giveBack(item, status);
-    return code;
-}
-
-void giveBack(const OpenItem& item, const struct stat& status) {
-    static_cast<void>(fchownat(item.descriptor, "", status.st_uid, status.st_gid, AT_EMPTY_PATH));
-}
 
 std::unique_ptr<const InheritedWriter> inheritedListWriter(const InheritedLists& lists) {
     return std::make_unique<ListWriter>(lists);

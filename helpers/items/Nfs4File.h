@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "PosixAclReader.h"
+#include "AclItem.h"
 
 /// Reads and writes the allow/deny list of a real item.
 namespace morvane {
@@ -19,9 +19,6 @@ struct Nfs4Item {
     Nfs4Form form = Nfs4Form::named;
     Nfs4Acl acl;
 };
-
-/// The value of an extended attribute of any length, or an errno value.
-std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name);
 
 /// An errno value where there is none, or none that is well-formed (EBADMSG).
 std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item);
@@ -45,19 +42,5 @@ class Nfs4Writer {
 
 /// Why the system has refused to write `acl`, for people; empty where its own text says it all.
 std::string whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl);
-
-/// The permission bits that `who` has by the list: the first entry that speaks of a bit and of
-/// `who`, or of a group that `who` is in, decides. The server of a network mount may know more: of
-/// root, and of users that it takes for others.
-std::uint32_t boxesByNfs4Acl(const Nfs4Item& list, const CBPosixIdentity& who,
-                             const Nfs4Names& names);
-
-/// Whether what `who` may do is for the server of a network mount to say, who tells only root.
-bool isServersRoot(const Nfs4Item& list, const CBPosixIdentity& who);
-
-/// The same, with what the folder that the item is in and the mount add and take. What root may do
-/// on a network mount the server tells, to root alone.
-std::uint32_t effectiveBoxes(const AclItem& item, const Nfs4Item& list, const CBPosixIdentity& who,
-                             const Nfs4Names& names);
 
 }  // namespace morvane

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "InheritedValues.h"
+#include "ItemOwner.h"
 #include "Nfs4Storing.h"
 
 namespace morvane {

@@ -88,32 +88,10 @@ std::optional<PosixList> listOfAcl(acl_t acl) {
     return list;
 }
 
-std::string pathTo(int descriptor) {
-    return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
 }  // namespace
 
 int systemAttributeProbe(const char* path, const char* name) {
     return getxattr(path, name, nullptr, 0) >= 0 ? 0 : errno;
-}
-
-std::variant<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
-    // Such a descriptor opens any kind of item, without waiting and without any right to it.
-    auto item = openPath(path, O_PATH, rule);
-    if (const auto* code = std::get_if<int>(&item))
-        return *code;
-    return AclItem(std::get<FileDescriptor>(std::move(item)));
-}
-
-// Attribute calls refuse such a descriptor, but take its name.
-AclItem::AclItem(FileDescriptor descriptor)
-    : descriptor_(std::move(descriptor)), path_(pathTo(descriptor_.get())) {}
-
-AclItem AclItem::borrowed(int descriptor) {
-    AclItem item{FileDescriptor()};
-    item.path_ = pathTo(descriptor);
-    return item;
 }
 
 std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {

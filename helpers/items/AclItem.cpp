@@ -1,0 +1,53 @@
+#include "AclItem.h"
+
+#include <fcntl.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+/// Enough for most lists. The kernel clears as much memory as it is asked for.
+constexpr std::size_t usualAttributeSize = 1024;
+
+std::string pathTo(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+}  // namespace
+
+std::variant<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
+    // Such a descriptor opens any kind of item, without waiting and without any right to it.
+    auto item = openPath(path, O_PATH, rule);
+    if (const auto* code = std::get_if<int>(&item))
+        return *code;
+    return AclItem(std::get<FileDescriptor>(std::move(item)));
+}
+
+// Attribute calls refuse such a descriptor, but take its name.
+AclItem::AclItem(FileDescriptor descriptor)
+    : descriptor_(std::move(descriptor)), path_(pathTo(descriptor_.get())) {}
+
+AclItem AclItem::borrowed(int descriptor) {
+    AclItem item{FileDescriptor()};
+    item.path_ = pathTo(descriptor);
+    return item;
+}
+
+std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name) {
+    std::vector<std::uint8_t> bytes(usualAttributeSize);
+    auto size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
+    if (size < 0 && errno == ERANGE) {
+        bytes.resize(maxAttributeSize);
+        size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
+    }
+    if (size < 0)
+        return errno;
+    bytes.resize(static_cast<std::size_t>(size));
+    return bytes;
+}
+
+}  // namespace morvane
