@@ -16,16 +16,17 @@ Outcome runAccess(const AccessOptions& options, const AccessSource& source, cons
         options.group.empty() ? "user:" + options.user : "group:" + options.group, problem);
     if (problem)
         return {ExitUsage, {}, "morvane: " + *problem + ".\n"};
-    const auto answer = source(NSURL::fileURLWithPath(options.path), identity->uniqueIdentifier());
-    if (answer.error)
-        return {exitCodeOf(*answer.error),
+    const auto permissions =
+        source(NSURL::fileURLWithPath(options.path), identity->uniqueIdentifier());
+    if (!permissions)
+        return {exitCodeOf(*permissions.error()),
                 {},
-                failureMessage("cannot tell the access to", options.path, *answer.error)};
+                failureMessage("cannot tell the access to", options.path, *permissions.error())};
     if (options.json)
-        return {ExitSuccess, nodesAsJson(answer.permissions), {}};
+        return {ExitSuccess, nodesAsJson(*permissions), {}};
     const auto text =
         style.heading(escaped(identityText(*identity)) + " on " + escaped(options.path)) + '\n';
-    return {ExitSuccess, text + nodesAsTree(answer.permissions, style), {}};
+    return {ExitSuccess, text + nodesAsTree(*permissions, style), {}};
 }
 
 }  // namespace morvane

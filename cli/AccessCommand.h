@@ -1,9 +1,9 @@
 #pragma once
 
 #include <MorvaneOperation/MVTreeNode.h>
-#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <functional>
 #include <memory>
@@ -24,12 +24,9 @@ struct AccessOptions {
     bool json = false;
 };
 
-struct AccessAnswer {
-    std::vector<std::shared_ptr<MVTreeNode>> permissions;
-    NSErrorRef error;
-};
+using PermissionList = std::vector<std::shared_ptr<MVTreeNode>>;
 
-using AccessSource = std::function<AccessAnswer(const NSURL& url, const NSUUID& who)>;
+using AccessSource = std::function<Result<PermissionList>(const NSURL& url, const NSUUID& who)>;
 
 Outcome runAccess(const AccessOptions& options, const AccessSource& source, const Style& style);
 

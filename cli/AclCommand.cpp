@@ -7,16 +7,15 @@ namespace morvane {
 Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& style) {
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
-    AclAnswer answer = source(NSURL::fileURLWithPath(options.path));
-    if (answer.error)
-        return {
-            exitCodeOf(*answer.error),
-            {},
-            failureMessage("cannot read the access-control list of", options.path, *answer.error)};
-    sortCanonically(answer.entries);
+    auto entries = source(NSURL::fileURLWithPath(options.path));
+    if (!entries)
+        return {exitCodeOf(*entries.error()),
+                {},
+                failureMessage("cannot read the access-control list of", options.path,
+                               *entries.error())};
+    sortCanonically(*entries);
     return {ExitSuccess,
-            options.json ? entriesAsJson(answer.entries)
-                         : entriesAsTable(answer.entries, options.tree, style),
+            options.json ? entriesAsJson(*entries) : entriesAsTable(*entries, options.tree, style),
             {}};
 }
 

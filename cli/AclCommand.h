@@ -1,7 +1,7 @@
 #pragma once
 
-#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <functional>
 #include <string>
@@ -18,13 +18,8 @@ struct AclOptions {
     bool json = false;
 };
 
-struct AclAnswer {
-    EntryList entries;
-    NSErrorRef error;
-};
-
 /// Asks for the list of an item and waits for the answer.
-using AclSource = std::function<AclAnswer(const NSURL& url)>;
+using AclSource = std::function<Result<EntryList>(const NSURL& url)>;
 
 Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& style);
 

@@ -182,9 +182,9 @@ class AclEditing {
         if (std::none_of(entries.begin(), entries.end(),
                          [](const auto& entry) { return entry->origin() != nullptr; })) {
             const auto now = source_(url_);
-            if (now.error)
-                return refusal(*now.error, options_);
-            if (!edit_.isStill(now.entries))
+            if (!now)
+                return refusal(*now.error(), options_);
+            if (!edit_.isStill(*now))
                 return std::nullopt;
         }
         Outcome outcome;
@@ -201,13 +201,13 @@ class AclEditing {
         }
         // What the item has now, which is not always the order of what was written.
         auto written = source_(url_);
-        if (written.error) {
+        if (!written) {
             outcome.message += "morvane: the list was written; it cannot be read back: " +
-                               escaped(written.error->localizedDescription()) + '\n';
+                               escaped(written.error()->localizedDescription()) + '\n';
             return outcome;
         }
-        sortCanonically(written.entries);
-        outcome.output = shown(written.entries);
+        sortCanonically(*written);
+        outcome.output = shown(*written);
         return outcome;
     }
 
@@ -227,11 +227,11 @@ class AclEditing {
     /// cannot be read.
     std::optional<Outcome> replay(std::vector<std::string>& notMade) {
         auto now = source_(url_);
-        if (now.error)
-            return refusal(*now.error, options_);
-        item_ = EditedItem(url_, now.entries, access_);
-        leftCreatorWithout_ = item_.leavesCreatorWithout(now.entries);
-        auto replayed = edit_.replay(editor_.entries(), now.entries);
+        if (!now)
+            return refusal(*now.error(), options_);
+        item_ = EditedItem(url_, *now, access_);
+        leftCreatorWithout_ = item_.leavesCreatorWithout(*now);
+        auto replayed = edit_.replay(editor_.entries(), *now);
         editor_.replaceEntries(std::move(replayed.entries));
         notMade = std::move(replayed.notMade);
         return std::nullopt;
@@ -266,13 +266,13 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
                 "  Write the changes behind --edit, as in: --edit 'add user:alice; permissions "
                 "read'\n"};
     const auto url = NSURL::fileURLWithPath(options.path);
-    auto answer = source(url);
-    if (answer.error)
-        return {
-            exitCodeOf(*answer.error),
-            {},
-            failureMessage("cannot read the access-control list of", options.path, *answer.error)};
-    AclEditing editing(options, url, answer.entries, source, sink, access, style);
+    const auto entries = source(url);
+    if (!entries)
+        return {exitCodeOf(*entries.error()),
+                {},
+                failureMessage("cannot read the access-control list of", options.path,
+                               *entries.error())};
+    AclEditing editing(options, url, *entries, source, sink, access, style);
     return options.script ? editing.byScript(*options.script) : editing.byHand(interaction);
 }
 

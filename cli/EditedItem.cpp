@@ -22,8 +22,8 @@ std::optional<bool> kindToldBy(const EntryList& list) {
     return std::nullopt;
 }
 
-bool hasBox(const AccessAnswer& answer, std::uint32_t permission) {
-    for (const auto& group : answer.permissions) {
+bool hasBox(const PermissionList& permissions, std::uint32_t permission) {
+    for (const auto& group : permissions) {
         for (const auto& node : group->childNodes()) {
             const auto* box = MVTreeNode::permissionOf(*node);
             if (box && static_cast<std::uint32_t>(box->permission()) == permission)
@@ -52,9 +52,10 @@ bool EditedItem::isFolder(NSErrorRef* error) {
     if (!isFolder_ && access_) {
         // Only a folder has a box for what is deleted in it, whoever is asked for.
         const auto answer = access_(url_, uuidOfPosixIdentity(CBEveryone{}));
-        *error = answer.error;
-        if (!answer.error)
-            isFolder_ = hasBox(answer, ACL_DELETE_CHILD);
+        if (answer)
+            isFolder_ = hasBox(*answer, ACL_DELETE_CHILD);
+        else
+            *error = answer.error();
     }
     return isFolder_.value_or(false);
 }

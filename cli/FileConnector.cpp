@@ -85,58 +85,90 @@ NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
     return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
 }
 
+/// What a reply's values, of which the error is the last, are to whoever waits.
+template <class T>
+struct FromReply {
+    template <class... Values>
+    static T made(Values&&... values) {
+        return T{std::forward<Values>(values)...};
+    }
+};
+template <class T>
+struct FromReply<Result<T>> {
+    static Result<T> made(T value, NSErrorRef error) {
+        if (error)
+            return Failure{std::move(error)};
+        return value;
+    }
+};
+
+/// The answer to one request, which comes on another thread.
+template <class T>
+class Answer {
+  public:
+    /// The reply that puts the values that came into the answer.
+    auto ofReply() const {
+        return [promise = promise_](auto... values) {
+            promise->set_value(FromReply<T>::made(std::move(values)...));
+        };
+    }
+    std::function<void(NSErrorRef)> ofFailure() const {
+        return [promise = promise_](NSErrorRef error) {
+            if constexpr (std::is_constructible_v<T, Failure<NSErrorRef>>) {
+                promise->set_value(Failure{std::move(error)});
+            } else if constexpr (std::is_same_v<T, NSErrorRef>) {
+                promise->set_value(std::move(error));
+            } else {
+                T failed;
+                failed.error = std::move(error);
+                promise->set_value(std::move(failed));
+            }
+        };
+    }
+    T wait() const { return promise_->get_future().get(); }
+
+  private:
+    const std::shared_ptr<std::promise<T>> promise_ = std::make_shared<std::promise<T>>();
+};
+
 }  // namespace
 
-template <class Answer>
-std::shared_ptr<MVFileRequest> FileConnector::serviceAnswering(
-    const char* right, std::shared_ptr<std::promise<Answer>> answer) {
+std::shared_ptr<MVFileRequest> FileConnector::serviceOrTell(const char* right,
+                                                            std::function<void(NSErrorRef)> fail) {
     if (privileged_) {
         if (auto error = connectPrivileged(*this, right)) {
-            answer->set_value({{}, std::move(error)});
+            fail(std::move(error));
             return nullptr;
         }
     }
     const auto held = privileged_ ? authConnection() : connection();
     return held->template remoteObjectProxyWithErrorHandler<MVFileRequest>(
-        [answer, privileged = privileged_](NSErrorRef error) {
-            answer->set_value(
-                {{}, privileged ? withAdviceAboutHelper(std::move(error)) : std::move(error)});
+        [fail = std::move(fail), privileged = privileged_](NSErrorRef error) {
+            fail(privileged ? withAdviceAboutHelper(std::move(error)) : std::move(error));
         });
 }
 
 // Of the reply and the error handler of a request one runs, once.
 
-AclAnswer FileConnector::aclEntries(const NSURL& url) {
-    const auto answer = std::make_shared<std::promise<AclAnswer>>();
-    if (const auto service = serviceAnswering(MVRightGetFileAcl, answer))
-        service->getAclEntriesWithUrl(url, [answer](EntryList entries, NSErrorRef error) {
-            answer->set_value({std::move(entries), std::move(error)});
-        });
-    return answer->get_future().get();
+Result<EntryList> FileConnector::aclEntries(const NSURL& url) {
+    const Answer<Result<EntryList>> answer;
+    if (const auto service = serviceOrTell(MVRightGetFileAcl, answer.ofFailure()))
+        service->getAclEntriesWithUrl(url, answer.ofReply());
+    return answer.wait();
 }
 
 NSErrorRef FileConnector::setAclEntries(const EntryList& entries, const NSURL& url) {
-    struct Answer {
-        std::monostate nothing;
-        NSErrorRef error;
-    };
-    const auto answer = std::make_shared<std::promise<Answer>>();
-    if (const auto service = serviceAnswering(MVRightSetFileAcl, answer))
-        service->setAclEntries(entries, url, [answer](NSErrorRef error) {
-            answer->set_value({{}, std::move(error)});
-        });
-    return answer->get_future().get().error;
+    const Answer<NSErrorRef> answer;
+    if (const auto service = serviceOrTell(MVRightSetFileAcl, answer.ofFailure()))
+        service->setAclEntries(entries, url, answer.ofReply());
+    return answer.wait();
 }
 
-AccessAnswer FileConnector::access(const NSURL& url, const NSUUID& who) {
-    const auto answer = std::make_shared<std::promise<AccessAnswer>>();
-    if (const auto service = serviceAnswering(MVRightGetFileAccess, answer))
-        service->getAclAccessWithUrl(
-            url, who,
-            [answer](std::vector<std::shared_ptr<MVTreeNode>> permissions, NSErrorRef error) {
-                answer->set_value({std::move(permissions), std::move(error)});
-            });
-    return answer->get_future().get();
+Result<PermissionList> FileConnector::access(const NSURL& url, const NSUUID& who) {
+    const Answer<Result<PermissionList>> answer;
+    if (const auto service = serviceOrTell(MVRightGetFileAccess, answer.ofFailure()))
+        service->getAclAccessWithUrl(url, who, answer.ofReply());
+    return answer.wait();
 }
 
 SizesReply FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress progress) {
@@ -144,43 +176,28 @@ SizesReply FileConnector::sizes(const std::vector<NSURL>& urls, SizeProgress pro
         const std::lock_guard lock(mutex_);
         progress_ = std::move(progress);
     }
-    const auto answer = std::make_shared<std::promise<SizesReply>>();
-    if (const auto service = serviceAnswering(MVRightGetFileSize, answer))
-        service->getSizesWithUrls(urls, [answer](SizeList sizes, NSErrorRef error) {
-            answer->set_value({std::move(sizes), std::move(error)});
-        });
-    auto result = answer->get_future().get();
+    const Answer<SizesReply> answer;
+    if (const auto service = serviceOrTell(MVRightGetFileSize, answer.ofFailure()))
+        service->getSizesWithUrls(urls, answer.ofReply());
+    auto result = answer.wait();
     const std::lock_guard lock(mutex_);
     progress_ = {};
     return result;
 }
 
-ContentsAnswer FileConnector::contents(const NSURL& directory) {
-    const auto answer = std::make_shared<std::promise<ContentsAnswer>>();
-    if (const auto service = serviceAnswering(MVRightGetFileSize, answer))
-        service->getContentsOfDirectory(directory, {},
-                                        [answer](std::vector<NSURL> urls, NSErrorRef error) {
-                                            answer->set_value({std::move(urls), std::move(error)});
-                                        });
-    return answer->get_future().get();
+Result<std::vector<NSURL>> FileConnector::contents(const NSURL& directory) {
+    const Answer<Result<std::vector<NSURL>>> answer;
+    if (const auto service = serviceOrTell(MVRightGetFileSize, answer.ofFailure()))
+        service->getContentsOfDirectory(directory, {}, answer.ofReply());
+    return answer.wait();
 }
 
 RenamesAnswer FileConnector::rename(const std::vector<NSURL>& urls,
                                     const std::vector<std::string>& names) {
-    struct Answer {
-        RenamesAnswer renamed;
-        NSErrorRef error;
-    };
-    const auto answer = std::make_shared<std::promise<Answer>>();
-    if (const auto service = serviceAnswering(MVRightRenameFiles, answer))
-        service->renameUrls(
-            urls, names,
-            [answer](std::vector<NSURL> now, std::vector<std::int64_t> codes, NSErrorRef error) {
-                answer->set_value({{std::move(now), std::move(codes), {}}, std::move(error)});
-            });
-    auto [renamed, error] = answer->get_future().get();
-    renamed.error = std::move(error);
-    return renamed;
+    const Answer<RenamesAnswer> answer;
+    if (const auto service = serviceOrTell(MVRightRenameFiles, answer.ofFailure()))
+        service->renameUrls(urls, names, answer.ofReply());
+    return answer.wait();
 }
 
 NSErrorRef FileConnector::propagateAclEntries(const EntryList& entries, const NSURL& url,
@@ -189,16 +206,10 @@ NSErrorRef FileConnector::propagateAclEntries(const EntryList& entries, const NS
         const std::lock_guard lock(mutex_);
         progress_ = [goesOn = std::move(goesOn)](const SizeList&) { return goesOn(); };
     }
-    struct Answer {
-        std::monostate nothing;
-        NSErrorRef error;
-    };
-    const auto answer = std::make_shared<std::promise<Answer>>();
-    if (const auto service = serviceAnswering(MVRightPropagateFileAcl, answer))
-        service->propagateAclEntries(entries, url, [answer](NSErrorRef error) {
-            answer->set_value({{}, std::move(error)});
-        });
-    auto error = answer->get_future().get().error;
+    const Answer<NSErrorRef> answer;
+    if (const auto service = serviceOrTell(MVRightPropagateFileAcl, answer.ofFailure()))
+        service->propagateAclEntries(entries, url, answer.ofReply());
+    auto error = answer.wait();
     const std::lock_guard lock(mutex_);
     progress_ = {};
     return error;

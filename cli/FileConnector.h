@@ -35,16 +35,16 @@ class FileConnector final : public MVConnector {
     void usePrivilegedHelper() { privileged_ = true; }
 
     /// Asks the service for the list of an item and waits for its answer.
-    AclAnswer aclEntries(const NSURL& url);
+    Result<EntryList> aclEntries(const NSURL& url);
     /// Likewise to write it.
     NSErrorRef setAclEntries(const EntryList& entries, const NSURL& url);
     /// Likewise for what a user or group can do to an item.
-    AccessAnswer access(const NSURL& url, const NSUUID& who);
+    Result<PermissionList> access(const NSURL& url, const NSUUID& who);
     /// Likewise for sizes. `progress` is told what is known so far, on another thread, and answers
     /// whether to go on.
     SizesReply sizes(const std::vector<NSURL>& urls, SizeProgress progress);
     /// Likewise for what is inside a folder.
-    ContentsAnswer contents(const NSURL& directory);
+    Result<std::vector<NSURL>> contents(const NSURL& directory);
     /// Likewise to give items new names.
     RenamesAnswer rename(const std::vector<NSURL>& urls, const std::vector<std::string>& names);
     /// Likewise to propagate a list below a folder. `goesOn` is asked on another thread.
@@ -54,11 +54,10 @@ class FileConnector final : public MVConnector {
   private:
     bool tell(const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes);
 
-    /// The service's proxy, whose failures end `answer`; null, with `answer` ended, if the right is
-    /// not to be had.
-    template <class Answer>
-    std::shared_ptr<MVFileRequest> serviceAnswering(const char* right,
-                                                    std::shared_ptr<std::promise<Answer>> answer);
+    /// The service's proxy, whose failures `fail` hears of; null, and `fail` was told why, if the
+    /// right is not to be had.
+    std::shared_ptr<MVFileRequest> serviceOrTell(const char* right,
+                                                 std::function<void(NSErrorRef)> fail);
 
     bool privileged_ = false;
     std::mutex mutex_;

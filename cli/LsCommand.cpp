@@ -10,21 +10,21 @@ namespace morvane {
 Outcome runLs(const LsOptions& options, const ContentsSource& source) {
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a folder.\n"};
-    const auto answer = source(NSURL::fileURLWithPath(options.path));
-    if (answer.error)
-        return {exitCodeOf(*answer.error),
+    const auto contents = source(NSURL::fileURLWithPath(options.path));
+    if (!contents)
+        return {exitCodeOf(*contents.error()),
                 {},
-                failureMessage("cannot list", options.path, *answer.error)};
+                failureMessage("cannot list", options.path, *contents.error())};
     Outcome outcome;
     if (options.json) {
         auto array = nlohmann::ordered_json::array();
-        for (const auto& url : answer.contents)
+        for (const auto& url : *contents)
             array.push_back({{"name", url.lastPathComponent()}, {"url", url.absoluteString()}});
         constexpr int indent = 2;
         outcome.output =
             array.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
     } else {
-        for (const auto& url : answer.contents)
+        for (const auto& url : *contents)
             outcome.output += escaped(url.lastPathComponent()) + '\n';
     }
     return outcome;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <functional>
 #include <string>
@@ -17,12 +17,7 @@ struct LsOptions {
     bool json = false;
 };
 
-struct ContentsAnswer {
-    std::vector<NSURL> contents;
-    NSErrorRef error;
-};
-
-using ContentsSource = std::function<ContentsAnswer(const NSURL& directory)>;
+using ContentsSource = std::function<Result<std::vector<NSURL>>(const NSURL& directory)>;
 
 Outcome runLs(const LsOptions& options, const ContentsSource& source);
 

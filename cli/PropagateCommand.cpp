@@ -17,14 +17,14 @@ Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
     if (options.path.empty())
         return {ExitUsage, {}, "morvane: the path is empty; name a folder.\n"};
     const auto url = NSURL::fileURLWithPath(options.path);
-    const auto answer = source(url);
-    if (answer.error)
-        return {
-            exitCodeOf(*answer.error),
-            {},
-            failureMessage("cannot read the access-control list of", options.path, *answer.error)};
+    const auto entries = source(url);
+    if (!entries)
+        return {exitCodeOf(*entries.error()),
+                {},
+                failureMessage("cannot read the access-control list of", options.path,
+                               *entries.error())};
     // In the list's own order, which decides what it means.
-    const auto error = sink(answer.entries, url);
+    const auto error = sink(*entries, url);
     if (!error)
         return {};
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)

@@ -18,6 +18,7 @@
 #include "Nfs4Names.h"
 #include "PosixAccess.h"
 #include "PosixAclReader.h"
+#include "StoredAcl.h"
 
 // After the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
@@ -39,12 +40,13 @@ bool isSame(const AclItem& a, const AclItem& b) {
 }
 
 bool maySearch(const AclItem& folder, const CBPosixIdentity& who) {
-    const auto read = readPosixAcl(folder);
-    if (const auto* list = std::get_if<PosixAcl>(&read))
+    const auto read = readStoredAcl(folder);
+    if (!read)
+        return false;
+    if (const auto* list = std::get_if<PosixAcl>(&*read))
         return grants(*list, who, PosixExecute);
-    const auto native = readNfs4Item(folder);
-    const auto* list = std::get_if<Nfs4Item>(&native);
-    return list && (boxesByNfs4Acl(*list, who, systemNfs4Names()) & ACL_SEARCH) != 0;
+    const auto& list = std::get<Nfs4Item>(*read);
+    return (boxesByNfs4Acl(list, who, systemNfs4Names()) & ACL_SEARCH) != 0;
 }
 
 /// Whether `who` may search the folder and all that are above it.
@@ -67,8 +69,7 @@ bool mayReach(const AclItem& folder, const CBPosixIdentity& who) {
 
 /// Whether `who` may take the item out of the folder that it is in.
 bool mayDelete(const AclItem& folder, const PosixAcl& acl, const CBPosixIdentity& who) {
-    const auto read = readPosixAcl(folder);
-    const auto* list = std::get_if<PosixAcl>(&read);
+    const auto list = readPosixAcl(folder);
     struct stat status {};
     if (!list || stat(folder.path().c_str(), &status) != 0)
         return false;
@@ -203,8 +204,7 @@ std::uint32_t effectiveBoxes(const AclItem& item, const Nfs4Item& list, const CB
     auto boxes = boxesByNfs4Acl(list, who, names);
     const auto folder = folderOf(item);
     if (folder) {
-        const auto parent = readNfs4Item(*folder);
-        const auto* above = std::get_if<Nfs4Item>(&parent);
+        const auto above = readNfs4Item(*folder);
         if (above && (boxesByNfs4Acl(*above, who, names) & ACL_DELETE_CHILD) != 0)
             boxes |= ACL_DELETE;
     }

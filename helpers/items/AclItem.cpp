@@ -19,12 +19,12 @@ std::string pathTo(int descriptor) {
 
 }  // namespace
 
-std::variant<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
+Result<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
     // Such a descriptor opens any kind of item, without waiting and without any right to it.
     auto item = openPath(path, O_PATH, rule);
-    if (const auto* code = std::get_if<int>(&item))
-        return *code;
-    return AclItem(std::get<FileDescriptor>(std::move(item)));
+    if (!item)
+        return Failure{item.error()};
+    return AclItem(*std::move(item));
 }
 
 // Attribute calls refuse such a descriptor, but take its name.
@@ -37,7 +37,7 @@ AclItem AclItem::borrowed(int descriptor) {
     return item;
 }
 
-std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name) {
+Result<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name) {
     std::vector<std::uint8_t> bytes(usualAttributeSize);
     auto size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
     if (size < 0 && errno == ERANGE) {
@@ -45,7 +45,7 @@ std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, 
         size = getxattr(item.path().c_str(), name, bytes.data(), bytes.size());
     }
     if (size < 0)
-        return errno;
+        return Failure{errno};
     bytes.resize(static_cast<std::size_t>(size));
     return bytes;
 }

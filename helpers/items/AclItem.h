@@ -1,11 +1,11 @@
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "ItemPath.h"
@@ -19,7 +19,7 @@ class AclItem {
   public:
     /// The item at `path`; a symbolic link is followed where the rule allows it. An errno value if
     /// there is none.
-    static std::variant<AclItem, int> open(const std::string& path, const PathRule& rule = {});
+    static Result<AclItem, int> open(const std::string& path, const PathRule& rule = {});
     /// `descriptor` may be one that gives no right to the item (O_PATH).
     explicit AclItem(FileDescriptor descriptor);
     /// An item that somebody else holds, for as long.
@@ -37,6 +37,6 @@ class AclItem {
 inline constexpr std::size_t maxAttributeSize = 65536;
 
 /// The value of an extended attribute of any length, or an errno value.
-std::variant<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name);
+Result<std::vector<std::uint8_t>, int> readAttribute(const AclItem& item, const char* name);
 
 }  // namespace morvane

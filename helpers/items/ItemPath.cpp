@@ -10,8 +10,7 @@
 
 namespace morvane {
 
-std::variant<FileDescriptor, int> openPath(const std::string& path, int flags,
-                                           const PathRule& rule) {
+Result<FileDescriptor, int> openPath(const std::string& path, int flags, const PathRule& rule) {
     int descriptor = -1;
     if (rule.onBehalfOf) {
         open_how how{};
@@ -23,7 +22,7 @@ std::variant<FileDescriptor, int> openPath(const std::string& path, int flags,
         descriptor = open(path.c_str(), flags | O_CLOEXEC);
     }
     if (descriptor < 0)
-        return errno;
+        return Failure{errno};
     return FileDescriptor(descriptor);
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <variant>
 
 /// How the path of a request is looked up.
 namespace morvane {
@@ -20,8 +20,7 @@ struct PathRule {
 
 /// The item at `path`, or an errno value: ELOOP where the rule forbids a symbolic link. `flags` are
 /// those of open(); the descriptor is close-on-exec.
-std::variant<FileDescriptor, int> openPath(const std::string& path, int flags,
-                                           const PathRule& rule);
+Result<FileDescriptor, int> openPath(const std::string& path, int flags, const PathRule& rule);
 
 /// 0 if the item may be changed under the rule, otherwise an errno value. On behalf of another only
 /// files and folders are, and a file with further names only if it is that user's: any of the

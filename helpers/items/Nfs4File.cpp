@@ -38,28 +38,29 @@ int store(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) {
 
 }  // namespace
 
-std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item) {
+Result<Nfs4Item, int> readNfs4Item(const AclItem& item) {
     struct stat status {};
     if (stat(item.path().c_str(), &status) != 0)
-        return errno;
+        return Failure{errno};
     for (const auto form : {Nfs4Form::numbered, Nfs4Form::named}) {
         const auto read = readAttribute(item, attributeOfForm(form));
-        if (const auto* code = std::get_if<int>(&read)) {
-            if (*code == ENODATA || *code == EOPNOTSUPP)
+        if (!read) {
+            if (read.error() == ENODATA || read.error() == EOPNOTSUPP)
                 continue;
-            return *code;
+            return Failure{read.error()};
         }
-        auto acl = decodeNfs4Acl(std::get<std::vector<std::uint8_t>>(read), form);
+        auto acl = decodeNfs4Acl(*read, form);
         if (!acl)
-            return EBADMSG;
+            return Failure{EBADMSG};
         return Nfs4Item{
             {status.st_uid, status.st_gid, S_ISDIR(status.st_mode)}, form, std::move(*acl)};
     }
-    return ENODATA;
+    return Failure{ENODATA};
 }
 
-int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
-                      std::vector<EntryLoss>& losses) const {
+Result<std::vector<EntryLoss>, int> Nfs4Writer::write(const AclItem& item, const Nfs4Item& old,
+                                                      const Nfs4Acl& acl) const {
+    using Losses = std::vector<EntryLoss>;
     const auto names = systemNfs4Names();
     const auto otherNames = [&](const Nfs4Acl& list) -> std::optional<Nfs4Acl> {
         if (old.form != Nfs4Form::named)
@@ -83,13 +84,16 @@ int Nfs4Writer::write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& a
             code = store(item, old, list);
         withOtherNames_ = withOtherNames_ || code == 0;
     }
-    if (code != 0 || list == old.acl)
-        return code;
+    if (code != 0)
+        return Failure{code};
+    if (list == old.acl)
+        return Losses();
     const auto stored = readNfs4Item(item);
-    if (const auto* failure = std::get_if<int>(&stored))
-        return *failure == EACCES ? 0 : *failure;  // Its new list may hide it.
-    losses = lostInStoring(list, std::get<Nfs4Item>(stored).acl, old.target, names);
-    return losses.empty() ? 0 : EREMOTEIO;
+    if (stored)
+        return lostInStoring(list, stored->acl, old.target, names);
+    if (stored.error() == EACCES)  // Its new list may hide it.
+        return Losses();
+    return Failure{stored.error()};
 }
 
 std::string whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl) {

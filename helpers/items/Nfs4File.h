@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "AclItem.h"
@@ -21,19 +20,18 @@ struct Nfs4Item {
 };
 
 /// An errno value where there is none, or none that is well-formed (EBADMSG).
-std::variant<Nfs4Item, int> readNfs4Item(const AclItem& item);
+Result<Nfs4Item, int> readNfs4Item(const AclItem& item);
 
 /// Writes lists to items of one mount, and remembers what its server refuses. Several threads may
 /// call it.
 class Nfs4Writer {
   public:
-    /// Puts `acl` in place of the list that `old` is, stored as that is. 0, or an errno value and
-    /// nothing is changed; EREMOTEIO if it was written and the server has made another list of it.
-    /// A list that is there already is not written. Where the server takes no mark of what is
-    /// inherited, or other texts for names, it is written so. What the server has made of it is put
-    /// into `losses`, as lostInStoring() tells it.
-    int write(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl,
-              std::vector<EntryLoss>& losses) const;
+    /// Puts `acl` in place of the list that `old` is, stored as that is. What the server has made
+    /// of it otherwise, as lostInStoring() tells it; or an errno value, and nothing is changed. A
+    /// list that is there already is not written. Where the server takes no mark of what is
+    /// inherited, or other texts for names, it is written so.
+    Result<std::vector<EntryLoss>, int> write(const AclItem& item, const Nfs4Item& old,
+                                              const Nfs4Acl& acl) const;
 
   private:
     mutable std::atomic<bool> withoutMark_ = false;

@@ -94,25 +94,25 @@ int systemAttributeProbe(const char* path, const char* name) {
     return getxattr(path, name, nullptr, 0) >= 0 ? 0 : errno;
 }
 
-std::variant<PosixAcl, AclReadFailure> readPosixAcl(const std::string& path, AttributeProbe probe) {
+Result<PosixAcl, int> readPosixAcl(const std::string& path, AttributeProbe probe) {
     const auto item = AclItem::open(path);
-    if (const auto* code = std::get_if<int>(&item))
-        return AclReadFailure{*code};
-    return readPosixAcl(std::get<AclItem>(item), probe);
+    if (!item)
+        return Failure{item.error()};
+    return readPosixAcl(*item, probe);
 }
 
-std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item, AttributeProbe probe) {
+Result<PosixAcl, int> readPosixAcl(const AclItem& item, AttributeProbe probe) {
     const std::string& name = item.path();
     struct stat status {};
     if (stat(name.c_str(), &status) != 0)
-        return AclReadFailure{errno};
+        return Failure{errno};
 
     for (const char* attribute : {"system.nfs4_acl_xdr", "system.nfs4_acl"}) {
         const int code = probe(name.c_str(), attribute);
         if (code == 0)
-            return AclReadFailure{EOPNOTSUPP, true};
+            return Failure{EOPNOTSUPP};
         if (code != ENODATA && code != EOPNOTSUPP)
-            return AclReadFailure{code};
+            return Failure{code};
     }
 
     PosixAcl result{.owner = status.st_uid,
@@ -124,24 +124,24 @@ std::variant<PosixAcl, AclReadFailure> readPosixAcl(const AclItem& item, Attribu
     if (const AclHandle access{acl_get_file(name.c_str(), ACL_TYPE_ACCESS)}) {
         auto list = listOfAcl(access.get());
         if (!list)
-            return AclReadFailure{errno};
+            return Failure{errno};
         result.access = std::move(*list);
     } else if (errno == EOPNOTSUPP) {
         result.access = listOfMode(status.st_mode);
         result.hasLists = false;
         return result;
     } else {
-        return AclReadFailure{errno};
+        return Failure{errno};
     }
 
     if (result.isDirectory) {
         const AclHandle defaults{acl_get_file(name.c_str(), ACL_TYPE_DEFAULT)};
         if (!defaults)
-            return AclReadFailure{errno};
+            return Failure{errno};
         if (acl_entries(defaults.get()) > 0) {
             result.defaults = listOfAcl(defaults.get());
             if (!result.defaults)
-                return AclReadFailure{errno};
+                return Failure{errno};
         }
     }
     return result;

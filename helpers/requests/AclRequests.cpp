@@ -14,43 +14,37 @@
 
 #include "EffectiveAccess.h"
 #include "Nfs4Access.h"
-#include "Nfs4File.h"
 #include "Nfs4Names.h"
 #include "Nfs4Storing.h"
-#include "PosixAclReader.h"
 #include "PosixAclWriter.h"
 #include "RequestErrors.h"
+#include "StoredAcl.h"
 
 namespace morvane {
 
 namespace {
 
-/// The item at `url`, and the list that it has, of either kind.
+/// The item at `url`, and the list that it has.
 struct ItemWithAcl {
     AclItem item;
-    std::variant<PosixAcl, Nfs4Item> acl;
+    StoredAcl acl;
 };
 
-std::variant<ItemWithAcl, NSErrorRef> openWithAcl(const NSURL& url, const PathRule& rule) {
+Result<ItemWithAcl> openWithAcl(const NSURL& url, const PathRule& rule) {
     if (!url.isFileURL())
-        return posixError(EINVAL, url, "Only files and folders have an access-control list.");
+        return Failure{
+            posixError(EINVAL, url, "Only files and folders have an access-control list.")};
     auto item = AclItem::open(url.path(), rule);
-    if (const auto* code = std::get_if<int>(&item))
-        return posixError(*code, url);
-    auto& opened = std::get<AclItem>(item);
-    auto read = readPosixAcl(opened);
-    if (auto* acl = std::get_if<PosixAcl>(&read))
-        return ItemWithAcl{std::move(opened), std::move(*acl)};
-    const auto& failure = std::get<AclReadFailure>(read);
-    if (!failure.otherKindOfList)
-        return posixError(failure.code, url);
-    auto native = readNfs4Item(opened);
-    if (const auto* code = std::get_if<int>(&native))
-        return posixError(*code, url,
-                          *code == EBADMSG ? "The item's NFSv4 access-control list is damaged, or "
-                                             "has more than 1024 entries."
-                                           : "");
-    return ItemWithAcl{std::move(opened), std::move(std::get<Nfs4Item>(native))};
+    if (!item)
+        return Failure{posixError(item.error(), url)};
+    auto acl = readStoredAcl(*item);
+    if (!acl)
+        return Failure{posixError(acl.error(), url,
+                                  acl.error() == EBADMSG
+                                      ? "The item's NFSv4 access-control list is damaged, or has "
+                                        "more than 1024 entries."
+                                      : "")};
+    return ItemWithAcl{*std::move(item), *std::move(acl)};
 }
 
 Nfs4Replacement replaced(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
@@ -86,30 +80,28 @@ NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& 
     const auto list = old.form == Nfs4Form::named && wanted != old.acl
                           ? withOthersAllowedFirst(wanted, old.acl, old.target, systemNfs4Names())
                           : wanted;
-    std::vector<EntryLoss> losses;
-    const int code = Nfs4Writer().write(item, old, list, losses);
-    if (code == 0)
+    auto losses = Nfs4Writer().write(item, old, list);
+    if (!losses)
+        return posixError(losses.error(), url, whyNfs4AclIsRefused(losses.error(), old, list));
+    if (losses->empty())
         return nullptr;
-    if (losses.empty())
-        return posixError(code, url, whyNfs4AclIsRefused(code, old, list));
     const auto text = "The server of the network mount has stored another list. It differs in: " +
-                      textOfStoring(losses) + ".";
+                      textOfStoring(*losses) + ".";
     const auto places = placesIn(wanted, list);
-    for (auto& loss : losses)
+    for (auto& loss : *losses)
         loss.entry = places[loss.entry];
     return NSError::errorWithDomain(
-        NSPOSIXErrorDomain, code,
+        NSPOSIXErrorDomain, EREMOTEIO,
         {{NSURLErrorKey, url},
          {NSLocalizedDescriptionKey, text},
          {NSLocalizedRecoverySuggestionErrorKey,
           std::string("The item has the list that the server has stored: look at it, and change "
                       "what must not stay so.")},
-         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
+         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(*losses)}});
 }
 
 /// What the entries of the item tell of where they were read.
-std::shared_ptr<const MVAclOrigin> originOf(const std::variant<PosixAcl, Nfs4Item>& acl,
-                                            const NSURL& url) {
+std::shared_ptr<const MVAclOrigin> originOf(const StoredAcl& acl, const NSURL& url) {
     if (const auto* native = std::get_if<Nfs4Item>(&acl)) {
         const auto& target = native->target;
         return MVAclOrigin::initWithValues({url, target.isDirectory, target.owner, target.group,
@@ -133,27 +125,28 @@ bool wereReadBefore(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
 
 }  // namespace
 
-AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule) {
-    auto found = openWithAcl(url, rule);
-    if (const auto* error = std::get_if<NSErrorRef>(&found))
-        return {{}, *error};
-    const auto& acl = std::get<ItemWithAcl>(found).acl;
+Result<std::vector<std::shared_ptr<MVAclEntry>>> aclEntriesOfUrl(const NSURL& url,
+                                                                 const PathRule& rule) {
+    const auto found = openWithAcl(url, rule);
+    if (!found)
+        return Failure{found.error()};
+    const auto& acl = found->acl;
     const auto* native = std::get_if<Nfs4Item>(&acl);
     auto entries = native ? entriesOfNfs4Acl(native->acl, native->target, systemNfs4Names())
                           : entriesOfPosixAcl(std::get<PosixAcl>(acl));
     const auto origin = originOf(acl, url);
     for (const auto& entry : entries)
         entry->setOrigin(origin);
-    return {std::move(entries), nullptr};
+    return entries;
 }
 
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule,
                               const std::function<bool()>& goesOn) {
-    auto found = openWithAcl(url, rule);
-    if (const auto* error = std::get_if<NSErrorRef>(&found))
-        return *error;
-    const auto& [item, old] = std::get<ItemWithAcl>(found);
+    const auto found = openWithAcl(url, rule);
+    if (!found)
+        return found.error();
+    const auto& [item, old] = *found;
     if (const int code = whyNotChangeable(item.path(), rule))
         return posixError(code, url,
                           "Only files and folders are changed on behalf of another user, and a "
@@ -186,27 +179,28 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
                                   whyPosixAclIsRefused(code, item.path(), namesIn(wanted.acl)));
 }
 
-AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule) {
+Result<std::vector<std::shared_ptr<MVTreeNode>>> aclAccessOfUrl(const NSURL& url,
+                                                                const NSUUID& uuid,
+                                                                const PathRule& rule) {
     const auto who = posixIdentityOfUUID(uuid);
     if (!who || std::holds_alternative<CBCreator>(*who))
-        return {{}, posixError(EINVAL, url, "The identity is no user or group of this system.")};
-    auto found = openWithAcl(url, rule);
-    if (const auto* error = std::get_if<NSErrorRef>(&found))
-        return {{}, *error};
-    const auto& [item, acl] = std::get<ItemWithAcl>(found);
+        return Failure{posixError(EINVAL, url, "The identity is no user or group of this system.")};
+    const auto found = openWithAcl(url, rule);
+    if (!found)
+        return Failure{found.error()};
+    const auto& [item, acl] = *found;
     const auto* native = std::get_if<Nfs4Item>(&acl);
     if (native && isServersRoot(*native, *who) && geteuid() != 0)
-        return {{},
-                posixError(EPERM, url,
-                           "What root may do on a network mount is for its server to say, which "
-                           "takes root for somebody else, or does not, and tells only root.",
-                           "Ask as root, or with the privileged helper.")};
+        return Failure{
+            posixError(EPERM, url,
+                       "What root may do on a network mount is for its server to say, which "
+                       "takes root for somebody else, or does not, and tells only root.",
+                       "Ask as root, or with the privileged helper.")};
     if (native)
-        return {permissionTree(effectiveBoxes(item, *native, *who, systemNfs4Names()),
-                               native->target.isDirectory),
-                nullptr};
+        return permissionTree(effectiveBoxes(item, *native, *who, systemNfs4Names()),
+                              native->target.isDirectory);
     const auto& list = std::get<PosixAcl>(acl);
-    return {permissionTree(effectiveBoxes(item, list, *who), list.isDirectory), nullptr};
+    return permissionTree(effectiveBoxes(item, list, *who), list.isDirectory);
 }
 
 }  // namespace morvane

@@ -2,9 +2,9 @@
 
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/PosixAclEntries.h>
-#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <functional>
 #include <memory>
@@ -12,17 +12,13 @@
 
 #include "ItemPath.h"
 
-/// What the service processes answer, apart from how the question came.
+/// What the service processes answer, apart from how the question came. Failures are POSIX errors
+/// that carry the URL and say why.
 namespace morvane {
 
-struct AclEntriesAnswer {
-    std::vector<std::shared_ptr<MVAclEntry>> entries;
-    /// Null means success. Otherwise a POSIX error that carries the URL and says why.
-    NSErrorRef error;
-};
-
 /// The entries of the item at `url`; symbolic links are followed where the rule allows it.
-AclEntriesAnswer aclEntriesOfUrl(const NSURL& url, const PathRule& rule = {});
+Result<std::vector<std::shared_ptr<MVAclEntry>>> aclEntriesOfUrl(const NSURL& url,
+                                                                 const PathRule& rule = {});
 
 /// Replaces the list of the item at `url`. What the file
 /// system cannot hold is refused with an error that names each entry and box that would be lost.
@@ -35,13 +31,10 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
                               const NSURL& url, const PathRule& rule = {},
                               const std::function<bool()>& goesOn = {});
 
-struct AclAccessAnswer {
-    /// The groups "Read", "Write" and "Administration" with their boxes.
-    std::vector<std::shared_ptr<MVTreeNode>> permissions;
-    NSErrorRef error;
-};
-
-/// What the user or group `uuid` can really do to the item at `url` now.
-AclAccessAnswer aclAccessOfUrl(const NSURL& url, const NSUUID& uuid, const PathRule& rule = {});
+/// What the user or group `uuid` can really do to the item at `url` now: the groups "Read", "Write"
+/// and "Administration" with their boxes.
+Result<std::vector<std::shared_ptr<MVTreeNode>>> aclAccessOfUrl(const NSURL& url,
+                                                                const NSUUID& uuid,
+                                                                const PathRule& rule = {});
 
 }  // namespace morvane

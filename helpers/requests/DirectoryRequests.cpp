@@ -25,19 +25,20 @@ constexpr std::size_t bytesForArchive = 1024;
 
 }  // namespace
 
-DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule,
-                                    std::size_t messageSize, const std::function<bool()>& goesOn) {
+Result<std::vector<NSURL>> contentsOfDirectory(const NSURL& directory, const PathRule& rule,
+                                               std::size_t messageSize,
+                                               const std::function<bool()>& goesOn) {
     if (!directory.isFileURL())
-        return {{}, posixError(EINVAL, directory, "Only folders can be listed.")};
+        return Failure{posixError(EINVAL, directory, "Only folders can be listed.")};
     auto opened = openPath(directory.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
-    if (const auto* code = std::get_if<int>(&opened))
-        return {{}, posixError(*code, directory)};
-    auto& descriptor = std::get<FileDescriptor>(opened);
+    if (!opened)
+        return Failure{posixError(opened.error(), directory)};
+    auto& descriptor = *opened;
     const std::unique_ptr<DIR, CloseDirectory> stream(fdopendir(descriptor.get()));
     if (!stream)
-        return {{}, posixError(errno, directory)};
+        return Failure{posixError(errno, directory)};
     descriptor.release();  // the stream's from now on
-    DirectoryAnswer answer;
+    std::vector<NSURL> contents;
     std::size_t bytes = bytesForArchive;
     for (;;) {
         errno = 0;
@@ -45,21 +46,20 @@ DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule
         if (!entry)
             break;
         if (goesOn && !goesOn())
-            return {{}, errorOfCancelledWork(directory, WorkEnd::done)};
+            return Failure{errorOfCancelledWork(directory, WorkEnd::done)};
         const std::string_view name(entry->d_name);
         if (name == "." || name == "..")
             continue;
-        answer.contents.push_back(directory.URLByAppendingPathComponent(name));
-        bytes += answer.contents.back().absoluteString().size() + bytesForUrl;
+        contents.push_back(directory.URLByAppendingPathComponent(name));
+        bytes += contents.back().absoluteString().size() + bytesForUrl;
         if (bytes > messageSize)
-            return {{},
-                    posixError(EMSGSIZE, directory,
-                               "The folder has more items than one answer can hold (" +
-                                   std::to_string(messageSize) + " bytes).")};
+            return Failure{posixError(EMSGSIZE, directory,
+                                      "The folder has more items than one answer can hold (" +
+                                          std::to_string(messageSize) + " bytes).")};
     }
     if (errno != 0)
-        return {{}, posixError(errno, directory)};
-    return answer;
+        return Failure{posixError(errno, directory)};
+    return contents;
 }
 
 }  // namespace morvane

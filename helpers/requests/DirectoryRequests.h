@@ -1,6 +1,6 @@
 #pragma once
 
-#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
 #include <cstddef>
@@ -11,17 +11,11 @@
 
 namespace morvane {
 
-struct DirectoryAnswer {
-    std::vector<NSURL> contents;
-    /// Null means success. Otherwise a POSIX error that carries the URL.
-    NSErrorRef error;
-};
-
 /// The items inside a folder, in the folder's own order. A folder whose listing does not fit one
 /// message of `messageSize` bytes is an error (EMSGSIZE), not a part of a listing; so is one
 /// (ECANCELED) that `goesOn`, asked for each item, has no wish for.
-DirectoryAnswer contentsOfDirectory(const NSURL& directory, const PathRule& rule = {},
-                                    std::size_t messageSize = limits::messageSize,
-                                    const std::function<bool()>& goesOn = {});
+Result<std::vector<NSURL>> contentsOfDirectory(const NSURL& directory, const PathRule& rule = {},
+                                               std::size_t messageSize = limits::messageSize,
+                                               const std::function<bool()>& goesOn = {});
 
 }  // namespace morvane

@@ -17,6 +17,14 @@
 namespace morvane {
 namespace {
 
+/// As it is sent: a value, empty after a failure, and an error, null otherwise.
+template <class T>
+std::tuple<T, NSErrorRef> asReply(Result<T> result) {
+    if (!result)
+        return {T(), result.error()};
+    return {*std::move(result), nullptr};
+}
+
 /// More are work that takes long.
 constexpr std::size_t itemsRenamedAtOnce = 64;
 
@@ -62,19 +70,15 @@ FileRequestHandler::FileRequestHandler(std::weak_ptr<NSXPCConnection> client, Pa
 
 void FileRequestHandler::getAclEntriesWithUrl(
     NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) {
-    answerWhileAsking(asked_, url, reply, [&](const auto&) {
-        auto answer = aclEntriesOfUrl(url, rule_);
-        return std::tuple(std::move(answer.entries), std::move(answer.error));
-    });
+    answerWhileAsking(asked_, url, reply,
+                      [&](const auto&) { return asReply(aclEntriesOfUrl(url, rule_)); });
 }
 
 void FileRequestHandler::getAclAccessWithUrl(
     NSURL url, NSUUID uuid,
     NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) {
-    answerWhileAsking(asked_, url, reply, [&](const auto&) {
-        auto answer = aclAccessOfUrl(url, uuid, rule_);
-        return std::tuple(std::move(answer.permissions), std::move(answer.error));
-    });
+    answerWhileAsking(asked_, url, reply,
+                      [&](const auto&) { return asReply(aclAccessOfUrl(url, uuid, rule_)); });
 }
 
 void FileRequestHandler::setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
@@ -152,8 +156,7 @@ void FileRequestHandler::getSizesWithUrls(
 void FileRequestHandler::getContentsOfDirectory(NSURL directory, NSIndexPath,
                                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) {
     answerWhileAsking(asked_, directory, reply, [&](const std::function<bool()>& goesOn) {
-        auto answer = contentsOfDirectory(directory, rule_, limits::messageSize, goesOn);
-        return std::tuple(std::move(answer.contents), std::move(answer.error));
+        return asReply(contentsOfDirectory(directory, rule_, limits::messageSize, goesOn));
     });
 }
 

@@ -14,13 +14,12 @@
 #include <variant>
 
 #include "ClientQuestion.h"
-#include "PosixInheritance.h"
-#include "Nfs4File.h"
 #include "Nfs4Inheritance.h"
 #include "Nfs4Names.h"
 #include "Nfs4Storing.h"
-#include "PosixAclReader.h"
+#include "PosixInheritance.h"
 #include "RequestErrors.h"
+#include "StoredAcl.h"
 #include "WorkErrors.h"
 
 // After the system's headers, which use some of these names.
@@ -91,31 +90,26 @@ NSErrorRef lossesError(const Entries& entries, const EntryLossSet& losses, const
          {NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost)}});
 }
 
-/// What writes to the items below the folder; empty, with `*error` set, if that cannot be done.
-std::unique_ptr<const InheritedWriter> writerFor(const Entries& entries,
-                                                 const FileDescriptor& folder, const NSURL& url,
-                                                 NSErrorRef* error) {
-    const auto item = AclItem::borrowed(folder.get());
-    const auto read = readPosixAcl(item);
-    if (const auto* acl = std::get_if<PosixAcl>(&read)) {
+/// What writes to the items below the folder.
+Result<std::unique_ptr<const InheritedWriter>> writerFor(const Entries& entries,
+                                                         const FileDescriptor& folder,
+                                                         const NSURL& url) {
+    const auto read = readStoredAcl(AclItem::borrowed(folder.get()));
+    if (!read)
+        return Failure{posixError(read.error(), url)};
+    if (const auto* acl = std::get_if<PosixAcl>(&*read)) {
         const auto inherited = inheritedPosixLists(entries, *acl);
-        *error = errorOfFit(inherited.fit, url);
-        if (!*error && !inherited.losses.empty())
-            *error = lossesError(entries, inherited.losses, url);
+        if (auto error = errorOfFit(inherited.fit, url))
+            return Failure{std::move(error)};
+        if (!inherited.losses.empty())
+            return Failure{lossesError(entries, inherited.losses, url)};
         return inheritedListWriter(inherited);
     }
-    const auto& failure = std::get<AclReadFailure>(read);
-    const auto native =
-        failure.otherKindOfList ? readNfs4Item(item) : std::variant<Nfs4Item, int>(failure.code);
-    if (const auto* code = std::get_if<int>(&native)) {
-        *error = posixError(*code, url);
-        return nullptr;
-    }
     EntryLossSet losses;
-    auto writer = inheritedEntriesWriter(inheritedEntries(entries), std::get<Nfs4Item>(native),
+    auto writer = inheritedEntriesWriter(inheritedEntries(entries), std::get<Nfs4Item>(*read),
                                          systemNfs4Names(), losses);
     if (!losses.empty())
-        *error = lossesError(entries, losses, url);
+        return Failure{lossesError(entries, losses, url)};
     return writer;
 }
 
@@ -127,22 +121,24 @@ class PropagationJob {
 
     void run() {
         auto opened = openPath(url_.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule_);
-        if (const auto* code = std::get_if<int>(&opened)) {
-            refusal_ = posixError(*code, url_);
+        if (!opened) {
+            refusal_ = posixError(opened.error(), url_);
             return;
         }
-        auto& folder = std::get<FileDescriptor>(opened);
         std::unique_ptr<const InheritedWriter> writer;
         try {
-            writer = writerFor(entries_, folder, url_, &refusal_);
+            if (auto made = writerFor(entries_, *opened, url_))
+                writer = *std::move(made);
+            else
+                refusal_ = made.error();
         } catch (const std::exception& error) {
             refusal_ = posixError(
                 EINVAL, url_,
                 "The entries do not have the boxes of a folder's: " + std::string(error.what()),
                 "Nothing was changed. Send entries as the folder has them.");
         }
-        if (!refusal_)
-            propagation_.run(*writer, std::move(folder), url_.path());
+        if (writer)
+            propagation_.run(*writer, *std::move(opened), url_.path());
     }
     void cancel() { propagation_.cancel(); }
 

@@ -138,9 +138,9 @@ std::optional<int> Renaming::findFolder(const std::string& path, std::size_t& nu
     }
     // Held from here on, so that it is the same folder whatever becomes of its path.
     auto opened = openPath(path, O_PATH | O_DIRECTORY, rule_);
-    if (const auto* code = std::get_if<int>(&opened))
-        return *code;
-    auto& descriptor = std::get<FileDescriptor>(opened);
+    if (!opened)
+        return opened.error();
+    auto& descriptor = *opened;
     struct stat status {};
     if (fstat(descriptor.get(), &status) != 0)
         return errno;

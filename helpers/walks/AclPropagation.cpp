@@ -63,18 +63,21 @@ int AclPropagation::writeFile(const TreeFolder& in, const char* name) {
 }
 
 int AclPropagation::write(const TreeFolder& in, const OpenItem& item, const struct stat& status) {
-    WriteNotes notes;
-    const int code = writer_->write(item, status, levelOf(in), notes);
-    if (notes.lost.empty() && notes.why.empty())
-        return code;
+    auto written = writer_->write(item, status, levelOf(in));
+    if (written && written->empty())
+        return 0;
     const std::lock_guard lock(mutex_);
-    for (auto& loss : notes.lost) {
+    if (!written) {
+        const auto& [code, why] = written.error();
+        if (!why.empty() && reasons_.size() != maxReasons)
+            reasons_.insert(why);
+        return code;
+    }
+    for (auto& loss : *written) {
         if (lost_.size() != maxLost)
             lost_.insert(std::move(loss));
     }
-    if (!notes.why.empty() && reasons_.size() != maxReasons)
-        reasons_.insert(std::move(notes.why));
-    return code;
+    return EREMOTEIO;
 }
 
 EntryLossSet AclPropagation::lost() const {

@@ -2,6 +2,7 @@
 
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <sys/stat.h>
 
@@ -20,12 +21,12 @@
 /// Writes lists to everything below a folder.
 namespace morvane {
 
-/// What there is to say, besides an errno value, of an item that has not got its list.
-struct WriteNotes {
-    /// What the server of its mount has made of it otherwise.
-    std::vector<EntryLoss> lost;
-    /// Why it was refused, for people: sentences. Empty where the system's own text says it all.
-    std::string why;
+/// Why an item has not got its list.
+struct WriteFailure {
+    /// An errno value.
+    int code = 0;
+    /// For people: sentences. Empty where the system's own text says it all.
+    std::string why{};
 };
 
 /// Gives one item below a folder what it inherits. Two threads call it at once.
@@ -35,10 +36,11 @@ class InheritedWriter {
     static constexpr std::size_t levels = inheritedLevels;
 
     virtual ~InheritedWriter() = default;
-    /// 0, or an errno value and the item, whose status is `status`, has what it had. EREMOTEIO if
-    /// it has got a list, of which the server of its mount has made another.
-    virtual int write(const OpenItem& item, const struct stat& status, std::size_t level,
-                      WriteNotes& notes) const = 0;
+    /// What the server of the item's mount has made otherwise of the list that it was given; or a
+    /// failure, and the item, whose status is `status`, has what it had.
+    virtual Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem& item,
+                                                               const struct stat& status,
+                                                               std::size_t level) const = 0;
 };
 
 /// What a name leads to is written only if it is a file or a folder of the same file system and

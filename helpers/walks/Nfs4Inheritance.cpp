@@ -29,23 +29,23 @@ class EntriesWriter final : public InheritedWriter {
         }
     }
 
-    int write(const OpenItem& item, const struct stat& status, std::size_t level,
-              WriteNotes& notes) const override {
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem& item,
+                                                       const struct stat& status,
+                                                       std::size_t level) const override {
         const bool isFolder = S_ISDIR(status.st_mode);
         const auto held = AclItem::borrowed(item.descriptor);
-        const auto read = readNfs4Item(held);
-        if (const auto* code = std::get_if<int>(&read))
-            return *code == ENODATA ? EOPNOTSUPP : *code;
-        const auto& old = std::get<Nfs4Item>(read);
+        const auto old = readNfs4Item(held);
+        if (!old)
+            return Failure{WriteFailure{old.error() == ENODATA ? EOPNOTSUPP : old.error()}};
         const auto& [owner, group, folder] = folder_.target;
         const bool changesOwner = status.st_uid != owner || status.st_gid != group;
         if (changesOwner) {
             if (const int code = changeOwner(item, status, owner, group))
-                return code;
+                return Failure{WriteFailure{code}};
         }
         const Nfs4Target target{owner, group, isFolder};
         auto acl = nfs4AclOfEntries(isFolder ? entries_[level].folder : entries_[level].file,
-                                    old.acl, target, names_)
+                                    old->acl, target, names_)
                        .acl;
         // Whoever inherits nothing has the rights that the mode of the folder shows: nobody is left
         // without any.
@@ -57,13 +57,13 @@ class EntriesWriter final : public InheritedWriter {
                     entry.mask &= ~execute;
             }
         }
-        const int code = writer_.write(held, old, acl, notes.lost);
-        if (code == 0 || code == EREMOTEIO)
-            return code;
-        notes.why = whyNfs4AclIsRefused(code, old, acl);
+        auto written = writer_.write(held, *old, acl);
+        if (written)
+            return *std::move(written);
         if (changesOwner)
             giveBack(item, status);
-        return code;
+        return Failure{
+            WriteFailure{written.error(), whyNfs4AclIsRefused(written.error(), *old, acl)}};
     }
 
   private:

@@ -147,17 +147,19 @@ class ListWriter final : public InheritedWriter {
         }
     }
 
-    int write(const OpenItem& item, const struct stat& status, std::size_t level,
-              WriteNotes& notes) const override {
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem& item,
+                                                       const struct stat& status,
+                                                       std::size_t level) const override {
         const auto& ofLevel = values_[level];
         const auto& values = S_ISDIR(status.st_mode)        ? ofLevel.folder
                              : (status.st_mode & 0111) != 0 ? ofLevel.executable
                                                             : ofLevel.file;
         const int code = writeItemValues(item, status, owner_, group_, values);
-        if (code != 0)
-            notes.why =
-                whyPosixAclIsRefused(code, AclItem::borrowed(item.descriptor).path(), values.names);
-        return code;
+        if (code == 0)
+            return std::vector<EntryLoss>();
+        return Failure{WriteFailure{
+            code,
+            whyPosixAclIsRefused(code, AclItem::borrowed(item.descriptor).path(), values.names)}};
     }
 
   private:

@@ -28,9 +28,9 @@ bool SizeWalker::add(const std::string& path, const PathRule& rule) {
         return false;
     };
     const auto opened = openPath(path, itemFlags, rule);
-    if (const auto* code = std::get_if<int>(&opened))
-        return fail(*code);
-    const int item = std::get<FileDescriptor>(opened).get();
+    if (!opened)
+        return fail(opened.error());
+    const int item = opened->get();
     struct statx status;
     if (const int code = statusAt(item, "", status, true); code != 0)
         return fail(code);

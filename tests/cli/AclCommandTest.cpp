@@ -39,20 +39,12 @@ constexpr std::uint32_t nobodysId = 3999999999;
 
 Outcome run(AclOptions options, EntryList entries) {
     return runAcl(
-        options,
-        [&](const NSURL&) {
-            return AclAnswer{entries, nullptr};
-        },
-        Style(false));
+        options, [&](const NSURL&) { return entries; }, Style(false));
 }
 
 Outcome runFailing(NSErrorRef error) {
     return runAcl(
-        {.path = "/some/where"},
-        [&](const NSURL&) {
-            return AclAnswer{{}, error};
-        },
-        Style(false));
+        {.path = "/some/where"}, [&](const NSURL&) { return Failure{error}; }, Style(false));
 }
 
 TEST(AclCommand, PrintsATableInWhichTheColumnsAreAligned) {
@@ -141,7 +133,7 @@ TEST(AclCommand, AsksForTheAbsolutePath) {
         {.path = "relative"},
         [&](const NSURL& url) {
             asked = url.path();
-            return AclAnswer{};
+            return EntryList();
         },
         Style(false));
     EXPECT_EQ(asked.substr(0, 1), "/");

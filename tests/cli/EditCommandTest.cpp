@@ -34,7 +34,7 @@ class Editing : public testing::Test {
             auto entries = entriesOfPosixAcl(acl_);
             for (const auto& entry : entries)
                 entry->setOrigin(originNow(url));
-            return AclAnswer{std::move(entries), nullptr};
+            return Result<EntryList>(std::move(entries));
         };
     }
     AclSink sink() {
@@ -245,7 +245,7 @@ TEST_F(Editing, RemovesNoEntryThatAnotherProgramHasChangedThoughNoneIsLeftToTell
             acl_.access.users[1].rights = PosixRead;
         auto entries = entriesOfPosixAcl(acl_);
         std::erase_if(entries, [](const auto& entry) { return !entry->isAcl(); });
-        return AclAnswer{std::move(entries), nullptr};
+        return Result<EntryList>(std::move(entries));
     };
     bool isWritten = false;
     const auto sink = [&](const EntryList&, const NSURL&) -> NSErrorRef {

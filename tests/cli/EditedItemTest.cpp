@@ -35,14 +35,14 @@ class AnEditedItem : public testing::Test {
     AccessSource service(bool isDirectory) {
         return [=, this](const NSURL&, const NSUUID&) {
             ++asked_;
-            return AccessAnswer{permissionTree(0, isDirectory), nullptr};
+            return Result<PermissionList>(permissionTree(0, isDirectory));
         };
     }
     AccessSource refusingService() {
         return [this](const NSURL& url, const NSUUID&) {
             ++asked_;
-            return AccessAnswer{
-                {}, NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}})};
+            return Result<PermissionList>(Failure{
+                NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}})});
         };
     }
 

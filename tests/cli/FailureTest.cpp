@@ -23,8 +23,8 @@ NSErrorRef lostService() {
     return NSError::errorWithDomain(NSCocoaErrorDomain, NSXPCConnectionInterrupted);
 }
 
-AclAnswer emptyList(const NSURL&) {
-    return {};
+Result<EntryList> emptyList(const NSURL&) {
+    return EntryList();
 }
 
 NSErrorRef losesTheService(const EntryList&, const NSURL&) {
@@ -33,11 +33,7 @@ NSErrorRef losesTheService(const EntryList&, const NSURL&) {
 
 TEST(ALostService, HasChangedNothingThatWasOnlyRead) {
     const auto outcome = runAcl(
-        {.path = "/x"},
-        [](const NSURL&) {
-            return AclAnswer{{}, lostService()};
-        },
-        Style(false));
+        {.path = "/x"}, [](const NSURL&) { return Failure{lostService()}; }, Style(false));
     EXPECT_TRUE(outcome.message.ends_with("  Nothing was changed; try again.\n"))
         << outcome.message;
 }

@@ -28,25 +28,25 @@ void expectError(const NSErrorRef& error, std::int64_t code, const NSURL& url) {
 
 TEST(AclRequests, ARealFileHasItsEntriesAndNoError) {
     const auto answer = aclEntriesOfUrl(NSURL::fileURLWithPath("/etc/passwd"));
-    EXPECT_FALSE(answer.error);
-    ASSERT_GE(answer.entries.size(), 3U);
-    EXPECT_EQ(answer.entries.front()->uuid(), uuidOfPosixIdentity(CBPosixUser{0}));
+    ASSERT_TRUE(answer);
+    ASSERT_GE(answer->size(), 3U);
+    EXPECT_EQ(answer->front()->uuid(), uuidOfPosixIdentity(CBPosixUser{0}));
 }
 
 TEST(AclRequests, AMissingItemIsAPosixErrorWithTheUrl) {
     const auto url = NSURL::fileURLWithPath("/etc/there-is-no-such-file");
     const auto answer = aclEntriesOfUrl(url);
-    EXPECT_TRUE(answer.entries.empty());
-    expectError(answer.error, ENOENT, url);
-    EXPECT_EQ(answer.error->localizedDescription(), "No such file or directory");
+    ASSERT_FALSE(answer);
+    expectError(answer.error(), ENOENT, url);
+    EXPECT_EQ(answer.error()->localizedDescription(), "No such file or directory");
 }
 
 TEST(AclRequests, AUrlOfSomethingElseThanAFileIsRefused) {
     const auto url = NSURL::URLWithString("https://example.org/x");
     ASSERT_TRUE(url);
     const auto answer = aclEntriesOfUrl(*url);
-    expectError(answer.error, EINVAL, *url);
-    EXPECT_EQ(answer.error->localizedDescription(),
+    expectError(answer.error(), EINVAL, *url);
+    EXPECT_EQ(answer.error()->localizedDescription(),
               "Only files and folders have an access-control list.");
 }
 
@@ -63,8 +63,8 @@ class AclRequestsOnBehalf : public testing::Test {
     static NSErrorRef rewrite(const std::string& path, std::uint32_t user) {
         const auto url = NSURL::fileURLWithPath(path);
         const auto answer = aclEntriesOfUrl(url);
-        EXPECT_FALSE(answer.error);
-        return setAclEntriesOfUrl(answer.entries, url, PathRule{user});
+        EXPECT_TRUE(answer);
+        return setAclEntriesOfUrl(*answer, url, PathRule{user});
     }
 
     static constexpr std::uint32_t somebody_ = 65534;
@@ -100,15 +100,14 @@ class AclRequestsOfAFile : public AclRequestsOnBehalf {
 
 TEST_F(AclRequestsOfAFile, EntriesTellWhatTheyWereReadFrom) {
     const auto answer = aclEntriesOfUrl(file_);
-    ASSERT_EQ(answer.entries.size(), 3U);
-    const auto& item = answer.entries[2]->origin()->values();
+    ASSERT_EQ(answer->size(), 3U);
+    const auto& item = (*answer)[2]->origin()->values();
     EXPECT_EQ(item.url, file_);
     EXPECT_FALSE(item.isDirectory);
     EXPECT_EQ(item.owner, getuid());
     EXPECT_EQ(item.group, getgid());
     EXPECT_EQ(item.digest.size(), 32U);
-    EXPECT_TRUE(aclEntriesOfUrl(NSURL::fileURLWithPath(folder_.string()))
-                    .entries[0]
+    EXPECT_TRUE((*aclEntriesOfUrl(NSURL::fileURLWithPath(folder_.string())))[0]
                     ->origin()
                     ->values()
                     .isDirectory);
@@ -117,7 +116,7 @@ TEST_F(AclRequestsOfAFile, EntriesTellWhatTheyWereReadFrom) {
 TEST_F(AclRequestsOfAFile, AListThatHasChangedSinceItWasReadIsNotReplaced) {
     const auto answer = aclEntriesOfUrl(file_);
     chmod(file_.path().c_str(), 0600);
-    const auto error = setAclEntriesOfUrl(answer.entries, file_);
+    const auto error = setAclEntriesOfUrl(*answer, file_);
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->domain(), MVAclErrorDomain);
     EXPECT_EQ(error->code(), MVAclChanged);
@@ -126,14 +125,14 @@ TEST_F(AclRequestsOfAFile, AListThatHasChangedSinceItWasReadIsNotReplaced) {
     stat(file_.path().c_str(), &status);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
     // Read again it can be written.
-    EXPECT_EQ(setAclEntriesOfUrl(aclEntriesOfUrl(file_).entries, file_), nullptr);
+    EXPECT_EQ(setAclEntriesOfUrl(*aclEntriesOfUrl(file_), file_), nullptr);
 }
 
 TEST_F(AclRequestsOfAFile, EntriesOfAnotherItemOrOfNoneAreWritten) {
     const auto copied = aclEntriesOfUrl(NSURL::fileURLWithPath("/etc/passwd"));
-    ASSERT_EQ(copied.error, nullptr);
-    EXPECT_EQ(setAclEntriesOfUrl(copied.entries, file_), nullptr);
-    auto own = aclEntriesOfUrl(file_).entries;
+    ASSERT_TRUE(copied);
+    EXPECT_EQ(setAclEntriesOfUrl(*copied, file_), nullptr);
+    auto own = *aclEntriesOfUrl(file_);
     chmod(file_.path().c_str(), 0600);
     for (const auto& entry : own)
         entry->setOrigin(nullptr);

@@ -136,7 +136,7 @@ TEST_F(AskedWorkTest, AClientsNoFreesItsRequestsOnAMountThatDoesNotAnswer) {
     EXPECT_EQ(
         exitCodeOf([&] {
             const auto own = aclEntriesOfUrl(url());
-            if (own.error || !hasOwnMounts())
+            if (!own || !hasOwnMounts())
                 return 1;
             auto server = silentMount(top_ + "/hung");
             if (!server)
@@ -150,7 +150,7 @@ TEST_F(AskedWorkTest, AClientsNoFreesItsRequestsOnAMountThatDoesNotAnswer) {
                                              reply);
             }));
             answers.push_back(answerOf([&, handler = service.handler](auto reply) {
-                handler->setAclEntries(own.entries, url("/hung/item"), reply);
+                handler->setAclEntries(*own, url("/hung/item"), reply);
             }));
             answers.push_back(answerOf([&, handler = service.handler](auto reply) {
                 handler->getContentsOfDirectory(url("/hung/item"), {}, reply);
@@ -180,14 +180,14 @@ TEST_F(AskedWorkTest, AClientsNoFreesItsRequestsOnAMountThatDoesNotAnswer) {
 TEST_F(AskedWorkTest, AClientThatHasGoneFreesItsRequestAndItsWritesOrder) {
     EXPECT_EQ(exitCodeOf([&] {
                   const auto own = aclEntriesOfUrl(url());
-                  if (own.error || !hasOwnMounts())
+                  if (!own || !hasOwnMounts())
                       return 1;
                   const auto server = silentMount(top_ + "/hung");
                   if (!server)
                       return 2;
                   Service service(carol);
                   auto first = answerOf([&, handler = service.handler](auto reply) {
-                      handler->setAclEntries(own.entries, url("/hung/item"), reply);
+                      handler->setAclEntries(*own, url("/hung/item"), reply);
                   });
                   // Until the work has been asked about, while it goes on.
                   while (service.client->asked == 0)
@@ -199,7 +199,7 @@ TEST_F(AskedWorkTest, AClientThatHasGoneFreesItsRequestAndItsWritesOrder) {
                       return 4;
                   // One that waited for it is begun, and has its own end.
                   auto second = answerOf([&, handler = service.handler](auto reply) {
-                      handler->setAclEntries(own.entries, url("/hung/item"), reply);
+                      handler->setAclEntries(*own, url("/hung/item"), reply);
                   });
                   return textOf(std::move(second)) == leftBehind ? 0 : 5;
               }),
@@ -215,7 +215,7 @@ class LongReduction : public AskedWorkTest {
         database->whenGroupsAreAsked = [] {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         };
-        entries = aclEntriesOfUrl(url("/file")).entries;
+        entries = *aclEntriesOfUrl(url("/file"));
         const auto add = [&](const CBPosixIdentity& who, std::int32_t tag) {
             entries.push_back(MVAclEntry::initWithUuid(
                 uuidOfPosixIdentity(who), tag,
@@ -239,7 +239,7 @@ class LongReduction : public AskedWorkTest {
         EXPECT_EQ(error->code(), ECANCELED);
         EXPECT_EQ(error->localizedDescription(), cancelled->localizedDescription());
         EXPECT_LT(database->groupLookups, users);
-        EXPECT_EQ(aclEntriesOfUrl(url("/file")).entries.size(), 3U);
+        EXPECT_EQ(aclEntriesOfUrl(url("/file"))->size(), 3U);
     }
 
     const FakeUserDatabaseInstallation database;

@@ -32,12 +32,11 @@ class DirectoryRequestsTest : public testing::Test {
     fs::path folder;
 };
 
-void expectError(const DirectoryAnswer& answer, int code, const NSURL& url) {
-    EXPECT_TRUE(answer.contents.empty());
-    ASSERT_TRUE(answer.error);
-    EXPECT_EQ(answer.error->domain(), NSPOSIXErrorDomain);
-    EXPECT_EQ(answer.error->code(), code);
-    EXPECT_EQ(std::get<NSURL>(answer.error->userInfo().at(NSURLErrorKey)), url);
+void expectError(const Result<std::vector<NSURL>>& answer, int code, const NSURL& url) {
+    ASSERT_FALSE(answer);
+    EXPECT_EQ(answer.error()->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(answer.error()->code(), code);
+    EXPECT_EQ(std::get<NSURL>(answer.error()->userInfo().at(NSURLErrorKey)), url);
 }
 
 TEST_F(DirectoryRequestsTest, EndsWhenItIsNotToGoOn) {
@@ -55,27 +54,27 @@ TEST_F(DirectoryRequestsTest, EachItemIsAUrlBelowTheFolder) {
     fs::create_directory(folder / "sub");
     file("sub/deeper");
     const auto answer = contentsOfDirectory(url());
-    EXPECT_FALSE(answer.error);
+    ASSERT_TRUE(answer);
     std::set<std::string> paths;
-    for (const auto& item : answer.contents)
+    for (const auto& item : *answer)
         paths.insert(item.path());
     EXPECT_EQ(paths, (std::set<std::string>{folder / "a b", folder / "\xff\n", folder / "sub"}));
 }
 
 TEST_F(DirectoryRequestsTest, AnEmptyFolderIsAnEmptyList) {
     const auto answer = contentsOfDirectory(url());
-    EXPECT_FALSE(answer.error);
-    EXPECT_TRUE(answer.contents.empty());
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->empty());
 }
 
 TEST_F(DirectoryRequestsTest, ALinkToAFolderIsFollowedButNotOnBehalfOfAnother) {
     fs::create_directory(folder / "real");
     file("real/file");
     fs::create_directory_symlink("real", folder / "link");
-    EXPECT_EQ(contentsOfDirectory(url("link")).contents.at(0).path(), folder / "link/file");
+    EXPECT_EQ(contentsOfDirectory(url("link"))->at(0).path(), folder / "link/file");
     const PathRule rule{static_cast<std::uint32_t>(::getuid())};
     expectError(contentsOfDirectory(url("link"), rule), ELOOP, url("link"));
-    EXPECT_EQ(contentsOfDirectory(url("real"), rule).contents.size(), 1U);
+    EXPECT_EQ(contentsOfDirectory(url("real"), rule)->size(), 1U);
 }
 
 TEST_F(DirectoryRequestsTest, OnlyFoldersCanBeListed) {
@@ -85,7 +84,7 @@ TEST_F(DirectoryRequestsTest, OnlyFoldersCanBeListed) {
     const auto remote = *NSURL::URLWithString("http://example.org/");
     const auto answer = contentsOfDirectory(remote);
     expectError(answer, EINVAL, remote);
-    EXPECT_EQ(answer.error->localizedDescription(), "Only folders can be listed.");
+    EXPECT_EQ(answer.error()->localizedDescription(), "Only folders can be listed.");
 }
 
 TEST_F(DirectoryRequestsTest, AListingThatDoesNotFitOneMessageIsAnErrorAndNotAPart) {
@@ -93,9 +92,9 @@ TEST_F(DirectoryRequestsTest, AListingThatDoesNotFitOneMessageIsAnErrorAndNotAPa
         file(std::to_string(i));
     const auto answer = contentsOfDirectory(url(), {}, 4000);
     expectError(answer, EMSGSIZE, url());
-    EXPECT_EQ(answer.error->localizedDescription(),
+    EXPECT_EQ(answer.error()->localizedDescription(),
               "The folder has more items than one answer can hold (4000 bytes).");
-    EXPECT_EQ(contentsOfDirectory(url(), {}, 1 << 20).contents.size(), 100U);
+    EXPECT_EQ(contentsOfDirectory(url(), {}, 1 << 20)->size(), 100U);
 }
 
 TEST_F(DirectoryRequestsTest, WhatIsListedFitsItsMessage) {
@@ -103,9 +102,9 @@ TEST_F(DirectoryRequestsTest, WhatIsListedFitsItsMessage) {
     for (int i = 0; i < items; ++i)
         fs::create_symlink("x", folder / std::to_string(i));
     const auto answer = contentsOfDirectory(url());
-    ASSERT_EQ(answer.contents.size(), std::size_t{items});
+    ASSERT_EQ(answer->size(), std::size_t{items});
     NSKeyedArchiver archiver;
-    archiver.encodeURLs(answer.contents, "0");
+    archiver.encodeURLs(*answer, "0");
     const auto size = archiver.finishEncoding().size();
     expectError(contentsOfDirectory(url(), {}, size - 1), EMSGSIZE, url());
 }

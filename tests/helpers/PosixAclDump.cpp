@@ -25,14 +25,14 @@ int main(int argc, char** argv) {
     const bool copies = argc > 1 && std::string_view(argv[1]) == "--copy";
     for (std::string path; std::getline(std::cin, path);) {
         const auto answer = aclEntriesOfUrl(NSURL::fileURLWithPath(path));
-        if (failed(answer.error, path))
+        if (!answer && failed(answer.error(), path))
             return 1;
         if (copies) {
             std::getline(std::cin, path);
-            if (failed(setAclEntriesOfUrl(answer.entries, NSURL::fileURLWithPath(path)), path))
+            if (failed(setAclEntriesOfUrl(*answer, NSURL::fileURLWithPath(path)), path))
                 return 1;
         } else {
-            std::cout << entriesAsJson(answer.entries) << "--\n";
+            std::cout << entriesAsJson(*answer) << "--\n";
         }
     }
 }

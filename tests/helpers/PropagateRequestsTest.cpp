@@ -23,11 +23,11 @@
 
 #include "AclPropagation.h"
 #include "AclRequests.h"
-#include "PosixInheritance.h"
 #include "Nfs4Inheritance.h"
 #include "Nfs4Names.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
+#include "PosixInheritance.h"
 #include "PropagateRequests.h"
 #include "SilentMount.h"
 
@@ -63,8 +63,8 @@ std::shared_ptr<MVAclEntry> entry(const CBPosixIdentity& who, PosixRights rights
 
 PosixAcl aclOf(const std::string& path) {
     auto acl = readPosixAcl(path);
-    EXPECT_TRUE(std::holds_alternative<PosixAcl>(acl)) << path;
-    return std::get<PosixAcl>(acl);
+    EXPECT_TRUE(acl) << path;
+    return *acl;
 }
 
 void write(const std::string& path, const PosixList& access,
@@ -113,8 +113,8 @@ class PropagateRequests : public testing::Test {
     NSURL url() const { return NSURL::fileURLWithPath(top_); }
     Entries own() const {
         auto answer = aclEntriesOfUrl(url());
-        EXPECT_EQ(answer.error, nullptr);
-        return answer.entries;
+        EXPECT_TRUE(answer);
+        return *answer;
     }
     NSErrorRef propagate(const Entries& entries, const PathRule& rule = {}) const {
         return propagateAclEntriesBelow(entries, url(), {}, rule, unasked);
@@ -389,8 +389,9 @@ FileDescriptor opened(const std::string& path) {
 /// Of a system that has too few of something.
 class FailingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
-        return ENOENT;
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem&, const struct stat&,
+                                                       std::size_t) const override {
+        return Failure{WriteFailure{ENOENT}};
     }
 };
 
@@ -412,13 +413,12 @@ TEST_F(PropagateRequests, AnAllowDenyListIsWrittenWithoutAFurtherDescriptor) {
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     // A sanitizer looks at the object once, and needs descriptors for it.
-    WriteNotes notes;
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, notes), EOPNOTSUPP)
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0).error().code, EOPNOTSUPP)
         << "there is no such list";
     // All numbers up to the item's are taken.
     const rlimit few{static_cast<rlim_t>(item.get()) + 1, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_EQ(writer->write({item.get(), {}}, status, 0, notes), EOPNOTSUPP);
+    EXPECT_EQ(writer->write({item.get(), {}}, status, 0).error().code, EOPNOTSUPP);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
@@ -512,10 +512,11 @@ TEST_F(PropagateRequests, SetuidSetgidAndStickySurviveWhereTheOwnerStays) {
 /// Fails everything, and has the work cancelled while it is at the second item.
 class CancellingWriter final : public InheritedWriter {
   public:
-    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem&, const struct stat&,
+                                                       std::size_t) const override {
         if (++written_ == cancelledAt_)
             propagation->cancel();
-        return ENOSPC;
+        return Failure{WriteFailure{ENOSPC}};
     }
     explicit CancellingWriter(int cancelledAt) : cancelledAt_(cancelledAt) {}
 
@@ -577,8 +578,11 @@ TEST_F(PropagateRequests, ACancelledOneWithoutFailuresTellsHowFarItCame) {
 class RefusingLastWriter final : public InheritedWriter {
   public:
     explicit RefusingLastWriter(int items) : items_(items) {}
-    int write(const OpenItem&, const struct stat&, std::size_t, WriteNotes&) const override {
-        return ++written_ == items_ ? EPERM : EREMOTEIO;
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem&, const struct stat&,
+                                                       std::size_t) const override {
+        if (++written_ == items_)
+            return Failure{WriteFailure{EPERM}};
+        return std::vector<EntryLoss>(1);
     }
 
   private:
@@ -607,10 +611,9 @@ class OtherwiseWriter final : public InheritedWriter {
   public:
     using Losses = std::function<std::vector<EntryLoss>(bool isFolder)>;
     explicit OtherwiseWriter(Losses losses) : losses_(std::move(losses)) {}
-    int write(const OpenItem&, const struct stat& status, std::size_t,
-              WriteNotes& notes) const override {
-        notes.lost = losses_(S_ISDIR(status.st_mode));
-        return EREMOTEIO;
+    Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem&, const struct stat& status,
+                                                       std::size_t) const override {
+        return losses_(S_ISDIR(status.st_mode));
     }
 
   private:
@@ -674,8 +677,9 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
       public:
         Swapping(std::string top, std::string target, std::vector<ino_t>& written)
             : top_(std::move(top)), target_(std::move(target)), written_(written) {}
-        int write(const OpenItem&, const struct stat& status, std::size_t,
-                  WriteNotes&) const override {
+        Result<std::vector<EntryLoss>, WriteFailure> write(const OpenItem&,
+                                                           const struct stat& status,
+                                                           std::size_t) const override {
             written_.push_back(status.st_ino);
             for (const auto* const name : {"/file", "/program"}) {
                 if (written_.size() == 1 && inodeOf(top_ + name) != status.st_ino) {
@@ -683,7 +687,7 @@ TEST_F(PropagateRequests, AFileThatHasBecomeALinkSinceItWasListedIsLeftAlone) {
                     fs::create_symlink(target_, top_ + name);
                 }
             }
-            return 0;
+            return std::vector<EntryLoss>();
         }
 
       private:
