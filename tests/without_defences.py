@@ -177,9 +177,9 @@ DEFENCES = (
             privileged("Attackers.test_a_link_swapped_in_during_the_check_is_refused",
                        "Attackers.test_a_hard_link_to_a_file_of_another_is_not_changed")),
     Defence("An item is used through its descriptor, whatever has its path by then.",
-            "helpers/items/PosixAclReader.cpp",
-            "return AclItem(std::get<FileDescriptor>(std::move(item)));",
-            "AclItem opened(std::get<FileDescriptor>(std::move(item)));\n"
+            "helpers/items/AclItem.cpp",
+            "return AclItem(*std::move(item));",
+            "AclItem opened(*std::move(item));\n"
             "    opened.path_ = path;\n"
             "    return opened;",
             ("PosixAclReader.AnItemThatWasOpenedIsReadWhateverHasItsPathByThen",)),
