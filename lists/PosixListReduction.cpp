@@ -195,8 +195,12 @@ void PosixListReduction::findMembers() {
     };
     if (const auto* owner = std::get_if<CBPosixUser>(&owner_.who))
         add(owner->uid, owner_.decisions);
-    for (auto& [uid, decisions] : users_)
-        add(uid, decisions);
+    // An entry for the owner beside his class says nothing: it stays as it is, or else it would be
+    // another one, which speaks of the class.
+    for (auto& [uid, decisions] : users_) {
+        if (!isBeside(CBPosixUser{uid}))
+            add(uid, decisions);
+    }
 }
 
 void PosixListReduction::decideForAll(bool deny, PosixRights rights, std::size_t place) {

@@ -52,6 +52,20 @@ TEST(PosixAclReduction, AnEntryBesideItsClassGetsNothingThatEveryoneIsAllowed) {
     EXPECT_EQ(reduced(entries, changing(old)), (PosixList{r, r, w, r, {}, {{group, r}}}));
 }
 
+TEST(PosixAclReduction, ADenialForAGroupLeavesTheEntryOfItsMemberBesideTheOwnersClassAsItIs) {
+    const PosixList old{rw, none, none, rwx, {{owner, rwx}}, {}};
+    auto whose = changing(old);
+    whose.groupsOf = [](std::uint32_t uid) {
+        return uid == owner ? std::vector{staff} : std::vector<std::uint32_t>{};
+    };
+    const auto entries =
+        Entries{deny(CBPosixGroup{staff}, w)} + entriesOfPosixAcl({owner, group, false, old, {}});
+    const PosixList stored{r, none, none, rwx, {{owner, rwx}}, {{staff, none}}};
+    EXPECT_EQ(reduced(entries, whose), stored);
+    EXPECT_EQ(reduced(entriesOfPosixAcl({owner, group, false, stored, {}}), whose), stored)
+        << "also where the nearest list is evaluated again";
+}
+
 TEST(PosixAclReduction, AnEntryBesideAClassOfWhichNothingElseIsSaidIsThatOfTheClass) {
     const PosixList old{r, r, rwx, rwx, {}, {{group, none}}};
     auto entries = entriesOfPosixAcl({owner, group, false, old, {}});
