@@ -61,6 +61,9 @@ class Thing : public NSObject {
     /// Each object writes and asks for a part of the keys only, or there would be none of few keys.
     template <class Coder>
     void read(Coder& coder) {
+        // What these meet and do not tell must not be in the way of what is read then.
+        answers = {coder.containsValueForKey("things"), coder.isNil("things"),
+                   coder.isArray("things"), coder.isArray("next")};
         flag = coder.decodeBool("flag");
         wide = coder.decodeInt64("wide");
         if (flag) {
@@ -79,8 +82,6 @@ class Thing : public NSObject {
         next = coder.decodeObject("next", classes());
         things = coder.template decodeObjects<Thing>("things", classes());
         archives = coder.decodeArchives("archives", classObject());
-        answers = {coder.containsValueForKey("things"), coder.isNil("things"),
-                   coder.isArray("things"), coder.isArray("next")};
     }
     void encodeWithCoder(NSKeyedArchiver& coder) const override {
         coder.encodeBool(flag, "flag");

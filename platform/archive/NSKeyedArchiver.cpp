@@ -1,12 +1,10 @@
-#include <MorvaneOperation/platform/archive/ArchiveFront.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
+#include <MorvaneOperation/platform/archive/fast/ArchiveFront.h>
+#include <MorvaneOperation/platform/archive/fast/ObjectTable.h>
+#include <MorvaneOperation/platform/archive/fast/SpareStates.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <bit>
 #include <memory>
 #include <utility>
 
@@ -16,82 +14,6 @@ namespace {
 using Ref = PropertyListWriter::Ref;
 
 constexpr Ref unwritten = 0xffffffff;
-
-/// From here on an array has room made for it.
-constexpr std::size_t largeArray = 1024;
-/// With so many elements, of a few values each, a list needs references of three bytes or more.
-constexpr std::size_t hugeArray = 32768;
-/// An array that takes so much is written while its elements come, into memory of its size: it is
-/// not copied once more, nor each time that it has grown.
-constexpr std::size_t largeBytes = std::size_t{1} << 20;
-/// So many of its elements tell its size.
-constexpr std::size_t sample = 64;
-
-/// The objects that were written or are being written, by address.
-class ObjectTable {
-  public:
-    /// The UID of `object`, and whether it is new; `nextUID` is given to a new one.
-    std::pair<std::uint32_t, bool> insert(const void* object, std::uint32_t nextUID) {
-        if (slots_.size() < 2 * (count_ + 1))
-            grow(4 * slots_.size());
-        auto& slot = find(object);
-        if (slot != free)
-            return {slot, false};
-        slot = nextUID;
-        if (addresses_.size() < nextUID)
-            addresses_.resize(nextUID);
-        addresses_.push_back(object);
-        ++count_;
-        return {nextUID, true};
-    }
-
-    /// Makes room for `more` objects.
-    void reserveMore(std::size_t more) {
-        grow(2 * (count_ + more + 1));
-        addresses_.reserve(addresses_.size() + more);
-    }
-
-    void clear() {
-        if (count_ == 0)
-            return;
-        slots_.assign(slots_.size() > keptSlots ? 0 : slots_.size(), free);
-        addresses_.clear();
-        count_ = 0;
-    }
-
-  private:
-    static constexpr std::size_t fewestSlots = 16;
-    static constexpr std::size_t keptSlots = 64;
-    /// The UID of "$null".
-    static constexpr std::uint32_t free = 0;
-
-    std::uint32_t& find(const void* object) {
-        // Neighbours in memory, which are often written one after the other, stay neighbours.
-        const auto address = reinterpret_cast<std::uintptr_t>(object);
-        const auto mask = slots_.size() - 1;
-        for (auto i = address >> 5 ^ address >> 12 ^ address >> 20;; ++i) {
-            auto& slot = slots_[i & mask];
-            if (slot == free || addresses_[slot] == object)
-                return slot;
-        }
-    }
-
-    void grow(std::size_t needed) {
-        if (slots_.size() >= std::max(needed, fewestSlots))
-            return;
-        slots_.assign(std::bit_ceil(std::max(needed, fewestSlots)), free);
-        for (std::size_t uid = 0; uid < addresses_.size(); ++uid) {
-            if (addresses_[uid])
-                find(addresses_[uid]) = static_cast<std::uint32_t>(uid);
-        }
-    }
-
-    /// UIDs, by the hash of the address.
-    std::vector<std::uint32_t> slots_;
-    /// By UID; null for what is no object.
-    std::vector<const void*> addresses_;
-    std::size_t count_ = 0;
-};
 
 }  // namespace
 
@@ -136,18 +58,9 @@ struct NSKeyedArchiver::State {
 
     Ref nil() { return list.uid(0); }
 
-    /// After a few elements of a long array it is known what all of them will take.
-    void elementAdded() {
-        if (arrays.empty() || pending.size() - arrays.back().base != sample)
-            return;
-        const auto forAll = [count = arrays.back().count](std::size_t some) {
-            return some / sample * count / 4 * 5;
-        };
-        if (forAll(list.size()) < largeBytes)
-            return;
-        objects.reserve(forAll(objects.size()));
-        list.beginLarge(forAll(list.valueCount() + objects.size()), forAll(list.size()));
-    }
+    // What large arrays get room for; defined in fast/ArrayRoom.h.
+    void arrayBegun(std::size_t count);
+    void elementAdded();
 
     Ref classReference(const NSClass& c) {
         for (const auto& [known, reference] : classes) {
@@ -188,46 +101,11 @@ struct NSKeyedArchiver::State {
     }
 };
 
-namespace {
+}  // namespace morvane
 
-/// States that ended archives have left, with their memory, for the next ones: an entry is written
-/// as some twenty archives within one. No list of each thread's own: its end would have to be
-/// noted, which ends the process when there is no memory for it.
-template <class State>
-class SpareStates {
-  public:
-    /// Null if there is none.
-    std::unique_ptr<State> take() noexcept {
-        for (auto& place : places_) {
-            if (place.load(std::memory_order_relaxed)) {
-                if (auto* const state = place.exchange(nullptr, std::memory_order_acquire))
-                    return std::unique_ptr<State>(state);
-            }
-        }
-        return nullptr;
-    }
-    void put(std::unique_ptr<State> state) noexcept {
-        for (auto& place : places_) {
-            State* none = nullptr;
-            if (!place.load(std::memory_order_relaxed) &&
-                place.compare_exchange_strong(none, state.get(), std::memory_order_release,
-                                              std::memory_order_relaxed)) {
-                (void)state.release();
-                return;
-            }
-        }
-    }
+#include <MorvaneOperation/platform/archive/fast/ArrayRoom.h>
 
-    static SpareStates& shared() {
-        static auto* const spare = new SpareStates;  // threads may archive until the process ends
-        return *spare;
-    }
-
-  private:
-    std::array<std::atomic<State*>, 8> places_{};
-};
-
-}  // namespace
+namespace morvane {
 
 NSKeyedArchiver::NSKeyedArchiver() : state_(SpareStates<State>::shared().take()) {
     if (!state_)
@@ -237,7 +115,10 @@ NSKeyedArchiver::NSKeyedArchiver() : state_(SpareStates<State>::shared().take())
 
 NSKeyedArchiver::~NSKeyedArchiver() {
     // A large archive's memory is given back, and so is what an exception has left halfway.
-    if (state_->finished && state_->objects.size() < 1024)
+    constexpr std::size_t mostObjects = 1024;
+    constexpr std::size_t mostMemory = std::size_t{256} << 10;
+    if (state_->finished && state_->objects.size() < mostObjects &&
+        state_->list.memory() <= mostMemory)
         SpareStates<State>::shared().put(std::move(state_));
 }
 
@@ -418,21 +299,8 @@ NSDataPieces NSKeyedArchiver::finishEncodingInPieces() {
 }
 
 void NSKeyedArchiver::beginArray(std::size_t count) {
-    auto& state = *state_;
-    state.arrays.push_back({state.pending.size(), count});
-    if (count < largeArray)
-        return;
-    state.pending.reserve(state.pending.size() + count + 2 * largeArray);
-    state.objects.reserve(state.objects.size() + count + largeArray);
-    state.table.reserveMore(count);
-    if (count < hugeArray) {
-        state.list.reserveMore(count);
-    } else {
-        state.nil();  // the UID that may be asked for again
-        constexpr std::size_t valuesEach = 4;
-        constexpr std::size_t bytesEach = 96;
-        state.list.beginLarge(count * valuesEach, count * bytesEach);
-    }
+    state_->arrays.push_back({state_->pending.size(), count});
+    state_->arrayBegun(count);
 }
 
 void NSKeyedArchiver::appendObject(const NSObject* value) {

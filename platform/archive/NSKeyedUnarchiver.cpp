@@ -1,10 +1,9 @@
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <algorithm>
 #include <bit>
 #include <limits>
-#include <mutex>
-#include <new>
 
 #include "NSKeyedUnarchiverState.h"
 
@@ -15,22 +14,6 @@ using keyed::Dictionary;
 using keyed::fail;
 using keyed::Kind;
 using keyed::Value;
-
-/// Kept for the next large array: sizes come again and again while they are added up, and memory
-/// that is new to the process costs more than to fill it.
-constexpr std::size_t maxSpareBlocks = 160;  // ten megabytes
-
-struct SpareBlocks {
-    std::mutex mutex;
-    std::vector<void*> blocks;
-    SpareBlocks() { blocks.reserve(maxSpareBlocks); }
-};
-
-SpareBlocks& spareBlocks() {
-    // Never destroyed: other threads may decode while the process ends.
-    static auto& spare = *new SpareBlocks;
-    return spare;
-}
 
 /// Damage below the keyed layer, told in terms of the key that was being read.
 template <class Read>
@@ -51,32 +34,6 @@ NSArchiveFailure::NSArchiveFailure(std::string_view key, const std::string& what
 }
 
 NSArchiveFailure::~NSArchiveFailure() = default;
-
-NSObjectBlock* NSObjectBlock::make() {
-    auto& spare = spareBlocks();
-    void* memory = nullptr;
-    {
-        const std::lock_guard lock(spare.mutex);
-        if (!spare.blocks.empty()) {
-            memory = spare.blocks.back();
-            spare.blocks.pop_back();
-        }
-    }
-    return new (memory ? memory : ::operator new(sizeof(NSObjectBlock))) NSObjectBlock;
-}
-
-void NSObjectBlock::end() noexcept {
-    this->~NSObjectBlock();
-    auto& spare = spareBlocks();
-    {
-        const std::lock_guard lock(spare.mutex);
-        if (spare.blocks.size() < maxSpareBlocks) {
-            spare.blocks.push_back(this);
-            return;
-        }
-    }
-    ::operator delete(this);
-}
 
 NSDecodingBudget NSDecodingBudget::forArchiveOfSize(std::size_t size,
                                                     const NSDecodingBudget& most) {
@@ -299,14 +256,14 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::st
     return object;
 }
 
-NSObjectBlock* NSKeyedUnarchiver::takeRoom(std::size_t size) {
+NSKeyedUnarchiver::ObjectBlock* NSKeyedUnarchiver::takeRoom(std::size_t size) {
     const auto* const within = state_->innermost;
     state_->spendBytes(size, within ? within->key : "root");
-    if (state_->largeArrays == 0)
+    if (state_->largeArrays == 0 || size > ObjectBlock::largest)
         return nullptr;
     auto& block = state_->block;
     if (!block || !block->hasRoom(size))
-        block.reset(NSObjectBlock::make());
+        block = ObjectBlock::make();
     return block.get();
 }
 

@@ -2,7 +2,6 @@
 
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 
-#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <functional>
@@ -59,45 +58,6 @@ struct NSDecodingBudget {
     static NSDecodingBudget forArchiveOfSize(std::size_t size, const NSDecodingBudget& most);
 };
 
-/// Memory for objects that are decoded together: one maker fills it, and it goes with the last of
-/// its objects, on whatever thread.
-class MORVANE_EXPORT NSObjectBlock {
-  public:
-    static NSObjectBlock* make();
-    /// The maker is done with it.
-    void close() noexcept { release(held - made_); }
-
-    bool hasRoom(std::size_t size) const { return size <= capacity - used_; }
-    /// For one object, where there is room.
-    void* allocate(std::size_t size) noexcept {
-        constexpr auto unit = alignof(std::max_align_t);
-        ++made_;
-        return bytes_ + std::exchange(used_, used_ + (size + unit - 1) / unit * unit);
-    }
-    /// The end of one object.
-    void release() noexcept { release(1); }
-
-    /// The largest that is put into a block.
-    static constexpr std::size_t largest = 1024;
-
-  private:
-    static constexpr std::size_t capacity = std::size_t{64} << 10;
-    /// More than there can be objects.
-    static constexpr std::size_t held = capacity;
-
-    NSObjectBlock() {}
-    void end() noexcept;
-    void release(std::size_t count) noexcept {
-        if (left_.fetch_sub(count, std::memory_order_acq_rel) == count)
-            end();
-    }
-
-    std::atomic<std::size_t> left_ = held;
-    std::size_t made_ = 0;
-    std::size_t used_ = 0;
-    alignas(std::max_align_t) std::byte bytes_[capacity];
-};
-
 class MORVANE_EXPORT NSKeyedUnarchiver {
   public:
     /// The object under "root", whose class must be in `classes`. Null with `*error` set on
@@ -117,7 +77,6 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     template <class T, class... Arguments>
     std::shared_ptr<T> makeObject(Arguments&&... arguments) {
         constexpr std::size_t control = 32;  // beside the object, generously
-        static_assert(sizeof(T) + control <= NSObjectBlock::largest);
         if (auto* const block = takeRoom(sizeof(T) + control))
             return std::allocate_shared<T>(BlockAllocator<T>(*block),
                                            std::forward<Arguments>(arguments)...);
@@ -167,24 +126,28 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
                                                           const NSClass& root);
 
   private:
-    /// Of one object.
+    /// Memory of several objects of one large array.
+    class MORVANE_INTERNAL ObjectBlock;
+    /// Puts one object there.
     template <class T>
     class BlockAllocator {
       public:
         using value_type = T;
-        explicit BlockAllocator(NSObjectBlock& block) : block_(&block) {}
+        explicit BlockAllocator(ObjectBlock& block) : block_(&block) {}
         template <class Other>
         BlockAllocator(const BlockAllocator<Other>& other) : block_(other.block_) {}
-        T* allocate(std::size_t) { return static_cast<T*>(block_->allocate(sizeof(T))); }
-        void deallocate(T*, std::size_t) noexcept { block_->release(); }
+        T* allocate(std::size_t) { return static_cast<T*>(allocateIn(*block_, sizeof(T))); }
+        void deallocate(T*, std::size_t) noexcept { releaseIn(*block_); }
 
       private:
         template <class>
         friend class BlockAllocator;
-        NSObjectBlock* block_;
+        ObjectBlock* block_;
     };
+    static void* allocateIn(ObjectBlock& block, std::size_t size) noexcept;
+    static void releaseIn(ObjectBlock& block) noexcept;
     /// Counts an object of that size against the budget. Null outside large arrays.
-    NSObjectBlock* takeRoom(std::size_t size);
+    ObjectBlock* takeRoom(std::size_t size);
 
     /// The elements of an array, in their order.
     class Elements {

@@ -94,4 +94,17 @@ inline std::uint8_t* putBytes(std::uint8_t* p, const void* bytes, std::size_t si
     return p + size;
 }
 
+constexpr std::size_t trailerSize = 32;
+
+inline std::uint8_t* putTrailer(std::uint8_t* p, std::size_t offsetSize, std::size_t refSize,
+                                std::uint64_t count, std::uint64_t root, std::uint64_t table) {
+    for (int unused = 0; unused < 6; ++unused)
+        *p++ = 0;
+    *p++ = static_cast<std::uint8_t>(offsetSize);
+    *p++ = static_cast<std::uint8_t>(refSize);
+    p = put(p, count);
+    p = put(p, root);
+    return put(p, table);
+}
+
 }  // namespace morvane::property_list_bytes

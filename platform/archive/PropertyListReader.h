@@ -1,6 +1,6 @@
 #pragma once
 
-#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/PropertyListFront.h>
 
 #include <bit>
 #include <cstdint>
@@ -106,41 +106,7 @@ class PropertyListReader {
     /// The value that is number `ref`. A short one of the `likely` kind is told by a branch that is
     /// foreseen where that kind is expected; every other is looked at in full.
     template <Kind likely = Kind::null>
-    [[gnu::always_inline]] Value value(std::uint64_t ref) const {
-        const auto* const p = locate(ref);
-        if (!p)
-            return anyValue(ref);
-        const auto left = static_cast<std::uint64_t>(table_ - p) - 1;
-        const unsigned low = *p & 0x0Fu;
-        const unsigned high = *p >> 4;
-        if constexpr (likely == Kind::boolean) {
-            if ((*p & 0xFE) == 0x08)
-                return {Kind::boolean, 0, {*p & 1u}};
-        } else if constexpr (likely == Kind::integer) {
-            if (high == 0x1 && low <= 3 && (1u << low) <= left)
-                return {Kind::integer, 0, {bigEndian(p + 1, 1u << low)}};
-        } else if constexpr (likely == Kind::uid) {
-            if (high == 0x8 && low < 8 && low < left)
-                return {Kind::uid, 0, {bigEndian(p + 1, low + 1)}};
-        } else if constexpr (likely == Kind::data) {
-            // Of 256 to 65,535 bytes: a nested archive.
-            if (*p == 0x4F && left >= 3 && p[1] == 0x11) {
-                const auto size = static_cast<std::uint32_t>(bigEndian(p + 2, 2));
-                if (size <= left - 3)
-                    return counted(Kind::data, size, p + 4);
-            }
-        } else if constexpr (likely == Kind::ascii) {
-            if (const auto text = textAt(p); text.bytes)
-                return counted(Kind::ascii, static_cast<std::uint32_t>(text.size), text.bytes);
-        } else if constexpr (likely == Kind::array) {
-            if (high == 0xA && low != 15 && low * std::uint64_t{refSize_} <= left)
-                return counted(Kind::array, low, p + 1);
-        } else if constexpr (likely == Kind::dictionary) {
-            if (high == 0xD && low != 15 && low * std::uint64_t{refSize_} * 2 <= left)
-                return counted(Kind::dictionary, low, p + 1);
-        }
-        return anyValue(ref);
-    }
+    Value value(std::uint64_t ref) const;
     /// The i-th element or key as a number of a value, which is not checked.
     std::uint64_t reference(const Value& container, std::uint64_t i) const {
         return bigEndian(container.bytes + i * refSize_) >> refShift_;
@@ -226,3 +192,5 @@ class PropertyListReader {
 };
 
 }  // namespace morvane
+
+#include <MorvaneOperation/platform/archive/fast/LikelyValue.h>

@@ -1,7 +1,6 @@
 #include <MorvaneOperation/platform/archive/PropertyListBytes.h>
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/archive/Unicode.h>
-#include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <algorithm>
@@ -15,18 +14,6 @@ namespace morvane {
 using namespace property_list_bytes;
 
 namespace {
-
-constexpr std::size_t trailerSize = 32;
-
-std::uint8_t* putTrailer(std::uint8_t* p, std::size_t offsetSize, std::size_t refSize,
-                         std::uint64_t count, std::uint64_t root, std::uint64_t table) {
-    p = std::fill_n(p, 6, std::uint8_t{0});
-    *p++ = static_cast<std::uint8_t>(offsetSize);
-    *p++ = static_cast<std::uint8_t>(refSize);
-    p = put(p, count);
-    p = put(p, root);
-    return put(p, table);
-}
 
 bool isAscii(std::string_view text) {
     const char* p = text.data();
@@ -50,7 +37,9 @@ const PropertyListFront& emptyFront() {
 }  // namespace
 
 PropertyListWriter::PropertyListWriter(const PropertyListFront* front, std::size_t mostNarrow)
-    : front_(front ? *front : emptyFront()), mostNarrow_(mostNarrow), firstNode_(front_.count()) {}
+    : front_(front ? *front : emptyFront()),
+      firstNode_(front_.count()),
+      large_(front_, mostNarrow) {}
 
 void PropertyListWriter::clear() {
     nodes_.clear();
@@ -59,14 +48,18 @@ void PropertyListWriter::clear() {
     owned_.clear();
     bytes_ = 0;
     shared_.clear();
-    ++list_;
     uidCount_ = 0;
     booleans_[0] = booleans_[1] = none;
-    firstNode_ = front_.count();
     isLarge_ = false;
     large_.clear();
-    largeEnd_ = 0;
-    largeOffsets_.clear();
+}
+
+std::size_t PropertyListWriter::memory() const {
+    auto memory = nodes_.capacity() * sizeof(Node) + refs_.capacity() * sizeof(Ref) +
+                  arena_.capacity() + large_.memory();
+    for (const auto& bytes : owned_)
+        memory += bytes.capacity();
+    return memory;
 }
 
 void PropertyListWriter::reserveMore(std::size_t count) {
@@ -77,72 +70,21 @@ void PropertyListWriter::reserveMore(std::size_t count) {
 }
 
 void PropertyListWriter::beginLarge(std::size_t values, std::size_t bytes) {
-    // Memory that is reserved and not used costs nothing, and where there is less, it has to grow.
-    try {
-        large_.reserve(bytes);
-        largeOffsets_.reserve(values);
-        willBeWritten(large_.data(), large_.capacity());
-    } catch (const std::exception&) {
-    }
+    large_.reserve(values, bytes);
     if (isLarge_)
         return;
-    const auto front = front_.bytes();
-    large_.assign(front.begin(), front.end());
-    largeEnd_ = front.size();
+    large_.begin(nodes_.size(), uidCount_);
     isLarge_ = true;
-    const auto firstUid = front_.count() + nodes_.size();
-    if (firstUid + uidCount_ <= mostNarrow_) {
-        largeRefs_ = {firstUid, 3, 8};
-    } else {
-        largeRefs_ = {firstUid, 4, 0};
-    }
-    for (std::uint32_t value = 0; value < uidCount_; ++value) {
-        nodes_.push_back({Kind::uid, 0, value});
-        bytes_ += uidSize(value);
-    }
     flush();
-}
-
-void PropertyListWriter::growLarge(std::size_t bytes) {
-    constexpr std::size_t more = std::size_t{64} << 10;
-    // Each value takes a byte at least.
-    if (largeRefs_.size == 3 && firstNode_ + bytes + more > mostNarrow_)
-        widen();
-    if (largeEnd_ + bytes + more > std::numeric_limits<std::uint32_t>::max()) {
-        throw NSException(NSInvalidArgumentException, "A list is too long to be archived.");
-    }
-    large_.resize(largeEnd_ + bytes + more);
-}
-
-void PropertyListWriter::widen() {
-    Bytes wide;
-    wide.reserve(large_.capacity() / 3 * 4);
-    const auto front = front_.bytes();
-    wide.assign(front.begin(), front.end());
-    for (std::size_t i = 0; i < largeOffsets_.size(); ++i) {
-        const auto* p = large_.data() + largeOffsets_[i];
-        const auto* const end =
-            large_.data() + (i + 1 < largeOffsets_.size() ? largeOffsets_[i + 1] : largeEnd_);
-        largeOffsets_[i] = static_cast<std::uint32_t>(wide.size());
-        if (*p >> 4 == 0xA || *p >> 4 == 0xD) {
-            const std::size_t marker = (*p & 0xF) != 0xF ? 1 : 2 + (std::size_t{1} << (p[1] & 0xF));
-            wide.insert(wide.end(), p, p + marker);
-            for (p += marker; p != end; p += 3)
-                wide.insert(wide.end(), {0, p[0], p[1], p[2]});
-        } else {
-            wide.insert(wide.end(), p, end);
-        }
-    }
-    large_.swap(wide);
-    largeEnd_ = large_.size();
-    largeRefs_ = {largeRefs_.firstUid, 4, 0};
+    for (std::uint32_t value = 0; value < uidCount_; ++value)
+        large_.uid(value);
 }
 
 void PropertyListWriter::flush() {
     const auto most = bytes_ + refs_.size() * sizeof(Ref);
     for (const auto& node : nodes_) {
-        addLarge(most, [&](std::uint8_t* p) {
-            return putNode(p, node, [refs = largeRefs_](std::uint8_t* at, Ref ref) {
+        large_.add(most, [&](std::uint8_t* p) {
+            return putNode(p, node, [refs = large_.refs()](std::uint8_t* at, Ref ref) {
                 return refs.put(at, ref);
             });
         });
@@ -188,23 +130,13 @@ PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
     return addBytes(Kind::utf16, start, 2);
 }
 
-PropertyListWriter::Ref PropertyListWriter::newSharedString(std::string_view text, std::size_t at) {
-    // A text that was seen in this list has left its mark, unless others have taken its places.
-    if (recent_[at].list == list_)
-        at ^= 1;
-    if (recent_[at].list == list_) {
-        for (const auto& known : shared_) {
-            if (known.text == text)
-                return known.ref;
-        }
-    }
+PropertyListWriter::Ref PropertyListWriter::newSharedString(std::string_view text) {
     const auto address = reinterpret_cast<std::uintptr_t>(text.data());
     const auto count = checkedCount(text.size());
     const auto ref = isAscii(text)
                          ? add(Kind::sharedAscii, count, address, markerSize(count) + text.size())
                          : string(text);
-    recent_[at] = {text.data(), count, ref, list_};
-    shared_.push_back({text, ref});
+    shared_.add(text, ref);
     return ref;
 }
 
@@ -226,9 +158,9 @@ PropertyListWriter::Ref PropertyListWriter::ownedData(Bytes&& bytes) {
 PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements) {
     const auto count = checkedCount(elements.size());
     if (isLarge_) {
-        return addLarge(mostMarkerBytes + elements.size_bytes(), [&](std::uint8_t* p) {
+        return large_.add(mostMarkerBytes + elements.size_bytes(), [&](std::uint8_t* p) {
             p = putMarker(p, 0xA0, count);
-            const auto refs = largeRefs_;
+            const auto refs = large_.refs();
             for (const auto ref : elements)
                 p = refs.put(p, ref);
             return p;
@@ -241,8 +173,8 @@ PropertyListWriter::Ref PropertyListWriter::array(std::span<const Ref> elements)
 
 PropertyListWriter::Ref PropertyListWriter::largeDictionary(std::span<const Ref> keysAndValues) {
     const auto count = checkedCount(keysAndValues.size() / 2);
-    return addLarge(mostMarkerBytes + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
-        const auto refs = largeRefs_;
+    return large_.add(mostMarkerBytes + keysAndValues.size_bytes(), [&](std::uint8_t* p) {
+        const auto refs = large_.refs();
         p = putMarker(p, 0xD0, count);
         for (std::size_t i = 0; i < keysAndValues.size(); i += 2)
             p = refs.put(p, keysAndValues[i]);
@@ -262,10 +194,6 @@ PropertyListWriter::Ref PropertyListWriter::smallDictionary(std::span<const Ref>
         keys[count + i] = keysAndValues[2 * i + 1];
     }
     return add(Kind::dictionary, count, start, markerSize(count));
-}
-
-std::size_t PropertyListWriter::uidSize(std::uint32_t value) {
-    return integerSize(value);
 }
 
 std::size_t PropertyListWriter::uidBytes() const {
@@ -306,8 +234,6 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
         case Kind::ownedData:
             p = putMarker(p, 0x40, node.count);
             return putBytes(p, owned_[node.payload].data(), node.count);
-        case Kind::uid:
-            return putUid(p, node.payload);
         case Kind::array:
         case Kind::dictionary:
             break;
@@ -341,7 +267,7 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table, Gaps*
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin + missed));
-        if (node.kind == Kind::ownedData && gaps) [[unlikely]] {
+        if (gaps && node.kind == Kind::ownedData) [[unlikely]] {
             p = putMarker(p, 0x40, node.count);
             gaps->push_back(static_cast<std::size_t>(p - out.data()));
             missed += node.count;
@@ -356,26 +282,6 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table, Gaps*
         p = putUid(p, uid);
     }
     putTrailer(offset, sizeof(Offset), sizeof(RefInteger), count, numberOf(root, firstUid), table);
-}
-
-void PropertyListWriter::writeLarge(Ref root, Bytes& out) {
-    const auto table = largeEnd_;
-    // Mostly three bytes are enough; the fourth is overwritten by the next.
-    const unsigned offsetSize = table <= 0xffffff ? 3 : 4;
-    const auto front = front_.offsets(offsetSize);
-    large_.resize(table + firstNode_ * offsetSize + trailerSize);
-    auto* p = putBytes(large_.data() + table, front.data(), front.size());
-    for (const auto offset : largeOffsets_) {
-        put(p, offset << (32 - 8 * offsetSize));
-        p += offsetSize;
-    }
-    putTrailer(p, offsetSize, largeRefs_.size, firstNode_, numberOf(root, largeRefs_.firstUid),
-               table);
-    if (out.empty()) {
-        out.swap(large_);
-    } else {
-        out.insert(out.end(), large_.begin(), large_.end());
-    }
 }
 
 template <class RefInteger>
@@ -409,7 +315,7 @@ std::vector<PropertyListWriter::Bytes> PropertyListWriter::writeInPieces(Ref roo
 
 void PropertyListWriter::writeList(Ref root, Bytes& out, Gaps* gaps) {
     if (isLarge_) {
-        writeLarge(root, out);
+        large_.finish(root, out);
         return;
     }
     const auto count = valueCount() + uidCount_;

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <MorvaneOperation/platform/archive/PropertyListBytes.h>
-#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/LargeList.h>
+#include <MorvaneOperation/platform/archive/fast/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/SharedTexts.h>
 
 #include <array>
 #include <cstdint>
@@ -38,15 +40,18 @@ class PropertyListWriter {
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
     /// The list will have so many values and take so many bytes, roughly: from now on values are
-    /// written as they are added, with references of three bytes, or of four when there are very
-    /// many. Such a list is shorter than 4 GB; what would make it longer throws
-    /// NSInvalidArgumentException. Once it is large, a call only makes room.
+    /// written as they are added, see LargeList. What would make such a list longer than 4 GB
+    /// throws NSInvalidArgumentException. Once it is large, a call only makes room.
     void beginLarge(std::size_t values, std::size_t bytes);
-    std::size_t valueCount() const { return firstNode_ + nodes_.size(); }
+    std::size_t valueCount() const {
+        return isLarge_ ? large_.valueCount() : firstNode_ + nodes_.size();
+    }
+    /// Bytes that the writer has for the list, and keeps after clear() but for what it took over.
+    std::size_t memory() const;
     /// Bytes that the list would take by now, roughly.
     std::size_t size() const {
         constexpr std::size_t offsetEach = 4;
-        return bytes_ + refs_.size() * 2 + largeEnd_ + valueCount() * offsetEach;
+        return bytes_ + refs_.size() * 2 + large_.size() + valueCount() * offsetEach;
     }
 
     Ref boolean(bool value) {
@@ -56,7 +61,7 @@ class PropertyListWriter {
     Ref integer(std::int64_t value) {
         const auto bits = static_cast<std::uint64_t>(value);
         if (isLarge_) {
-            return addLarge(property_list_bytes::mostIntegerBytes, [bits](std::uint8_t* p) {
+            return large_.add(property_list_bytes::mostIntegerBytes, [bits](std::uint8_t* p) {
                 return property_list_bytes::putInteger(p, bits);
             });
         }
@@ -67,13 +72,8 @@ class PropertyListWriter {
     Ref string(std::string_view text);
     /// The same text gives the same value. For texts that occur often and live as long as the list.
     Ref sharedString(std::string_view text) {
-        const auto at = recentAt(text.data());
-        for (const auto i : {at, at ^ 1}) {
-            const auto& recent = recent_[i];
-            if (recent.list == list_ && recent.text == text.data() && recent.size == text.size())
-                return recent.ref;
-        }
-        return newSharedString(text, at);
+        const auto known = shared_.find(text);
+        return known != SharedTexts::none ? known : newSharedString(text);
     }
     Ref data(std::span<const std::uint8_t> bytes);
     /// The same of bytes that are taken over, not copied, if they are many.
@@ -90,7 +90,7 @@ class PropertyListWriter {
     Ref uid(std::uint32_t value) {
         if (value >= uidCount_) {
             if (isLarge_)
-                return largeUid(value);
+                return large_.uid(value);
             uidCount_ = value + 1;
         }
         return uidBit | value;
@@ -118,14 +118,12 @@ class PropertyListWriter {
         utf16,
         data,
         ownedData,
-        uid,
         array,
         dictionary
     };
     static constexpr Ref none = 0xffffffff;
-    static constexpr std::size_t recentCount = 256;
     /// Marks the reference to a UID, which has no node: the UIDs are written after all nodes.
-    static constexpr Ref uidBit = 0x80000000;
+    static constexpr Ref uidBit = LargeList::uidBit;
 
     struct Node {
         Node(Kind k, std::uint32_t c, std::uint64_t p) : kind(k), count(c), payload(p) {}
@@ -135,39 +133,21 @@ class PropertyListWriter {
         /// address.
         std::uint64_t payload;
     };
-    struct Shared {
-        std::string_view text;
-        Ref ref;
-    };
-    /// The shared texts of this list by their address, where most are found.
-    struct Recent {
-        const char* text = nullptr;
-        std::uint32_t size = 0;
-        Ref ref = none;
-        std::uint64_t list = 0;
-    };
-    /// One of the two places of a text.
-    static std::size_t recentAt(const char* text) {
-        const auto address = reinterpret_cast<std::uintptr_t>(text);
-        return (address ^ address >> 8) % recentCount;
-    }
     Ref newBoolean(bool value);
-    Ref newSharedString(std::string_view text, std::size_t at);
+    Ref newSharedString(std::string_view text);
     /// Throws NSInvalidArgumentException for what is too long for a count.
     static std::uint32_t checkedCount(std::size_t count);
 
     /// `size`: the bytes that the node will take, without its references.
     Ref add(Kind kind, std::uint32_t count, std::uint64_t payload, std::size_t size) {
-        const auto ref = static_cast<Ref>(valueCount());
         nodes_.emplace_back(kind, count, payload);
         bytes_ += size;
         if (isLarge_)
             flush();
-        return ref;
+        return static_cast<Ref>(valueCount() - 1);
     }
     /// What arena_ holds from `start` on, in units of `unit` bytes.
     Ref addBytes(Kind kind, std::size_t start, std::size_t unit);
-    static std::size_t uidSize(std::uint32_t value);
     static std::uint64_t numberOf(Ref ref, std::uint64_t firstUid) {
         return (ref & uidBit) != 0 ? firstUid + (ref & ~uidBit) : ref;
     }
@@ -183,62 +163,21 @@ class PropertyListWriter {
     std::size_t uidBytes() const;
     /// Writes the nodes into large_, and forgets them.
     void flush();
-    void writeLarge(Ref root, Bytes& out);
-
-    // The most frequent values of large lists are written without becoming a node.
-    Ref largeUid(std::uint32_t value) {
-        return addLarge(property_list_bytes::mostIntegerBytes,
-                        [value](std::uint8_t* p) { return property_list_bytes::putUid(p, value); });
-    }
     Ref largeDictionary(std::span<const Ref> keysAndValues);
     Ref smallDictionary(std::span<const Ref> keysAndValues);
-    template <class Put>
-    Ref addLarge(std::size_t mostBytes, Put&& putValue) {
-        if (large_.size() - largeEnd_ < mostBytes)
-            growLarge(mostBytes);
-        largeOffsets_.push_back(static_cast<std::uint32_t>(largeEnd_));
-        const auto* const end = putValue(large_.data() + largeEnd_);
-        largeEnd_ = static_cast<std::size_t>(end - large_.data());
-        return static_cast<Ref>(firstNode_++);
-    }
-    void growLarge(std::size_t bytes);
-    /// Makes the references of what is written four bytes wide.
-    void widen();
-    /// How references are written into a large list. A copy stays where it is at hand.
-    struct LargeRefs {
-        std::uint64_t firstUid = 0;
-        unsigned size = 3;
-        unsigned shift = 8;
-
-        std::uint8_t* put(std::uint8_t* p, Ref ref) const {
-            // Few are from before the list became large.
-            if ((ref & uidBit) != 0) [[unlikely]]
-                ref = static_cast<Ref>(numberOf(ref, firstUid));
-            // Four bytes; of three that count, the next overwrites the last.
-            property_list_bytes::put(p, ref << shift);
-            return p + size;
-        }
-    };
 
     const PropertyListFront& front_;
-    const std::size_t mostNarrow_;
     std::vector<Node> nodes_;
     /// The Ref of the first of nodes_.
-    std::size_t firstNode_;
+    const std::size_t firstNode_;
     std::vector<Ref> refs_;
     Bytes arena_;
     std::vector<Bytes> owned_;
     std::size_t bytes_ = 0;
-    std::vector<Shared> shared_;
-    std::array<Recent, recentCount> recent_;
-    std::uint64_t list_ = 1;
+    SharedTexts shared_;
     std::uint32_t uidCount_ = 0;
     bool isLarge_ = false;
-    /// What is written already, up to largeEnd_, where each value of it stands.
-    Bytes large_;
-    std::size_t largeEnd_ = 0;
-    std::vector<std::uint32_t> largeOffsets_;
-    LargeRefs largeRefs_;
+    LargeList large_;
     Ref booleans_[2] = {none, none};
 };
 

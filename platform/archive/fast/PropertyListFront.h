@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
-/// ASCII texts that stand at the front of every list of one kind, in one order. They are made ready
-/// once, and a reader that finds them there knows them by their number.
+/// For the rows archive-encode-entry and archive-decode-entry of the bench: ASCII texts that stand
+/// at the front of every list of one kind, in one order. They are made ready once, and a reader
+/// that finds them there knows them by their number.
 namespace morvane {
 
 class PropertyListFront {

@@ -1,4 +1,4 @@
-#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/PropertyListFront.h>
 
 namespace morvane {
 

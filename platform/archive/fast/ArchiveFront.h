@@ -1,8 +1,10 @@
 #pragma once
 
-#include <MorvaneOperation/platform/archive/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/PropertyListFront.h>
 
-/// The texts of every keyed archive, by their number in those that are written here.
+/// For the rows archive-encode-entry and archive-decode-entry of the bench: the texts of every
+/// keyed archive, by their number in those that are written here. An entry is some twenty archives
+/// within one, and each has them.
 namespace morvane {
 
 enum ArchiveText : std::uint32_t {

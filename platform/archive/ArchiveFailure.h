@@ -1,0 +1,19 @@
+#pragma once
+
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/archive/PropertyListReader.h>
+
+#include <string>
+#include <string_view>
+
+namespace morvane::keyed {
+
+using Kind = PropertyListReader::Kind;
+using Value = PropertyListReader::Value;
+
+[[noreturn, gnu::cold, gnu::noinline]] inline void fail(std::string_view key,
+                                                        std::string_view what) {
+    throw NSArchiveFailure(key, std::string(what));
+}
+
+}  // namespace morvane::keyed

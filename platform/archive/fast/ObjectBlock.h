@@ -1,0 +1,56 @@
+#pragma once
+
+#include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <utility>
+
+/// For the row items-100k of the bench: the objects of a large array stand side by side in blocks
+/// of memory. One unarchiver fills a block, and it goes with the last of its objects, on whatever
+/// thread.
+namespace morvane {
+
+class NSKeyedUnarchiver::ObjectBlock {
+  public:
+    struct Close {
+        void operator()(ObjectBlock* filled) const { filled->close(); }
+    };
+    using Filled = std::unique_ptr<ObjectBlock, Close>;
+    static Filled make();
+
+    bool hasRoom(std::size_t size) const { return size <= capacity - used_; }
+    /// For one object, where there is room.
+    void* allocate(std::size_t size) noexcept {
+        constexpr auto unit = alignof(std::max_align_t);
+        ++made_;
+        return bytes_ + std::exchange(used_, used_ + (size + unit - 1) / unit * unit);
+    }
+    /// The end of one object.
+    void release() noexcept { release(1); }
+
+    /// The largest object that is put into a block.
+    static constexpr std::size_t largest = 1024;
+
+  private:
+    static constexpr std::size_t capacity = std::size_t{64} << 10;
+    /// More than there can be objects.
+    static constexpr std::size_t held = capacity;
+
+    ObjectBlock() {}
+    /// No further object will be put there.
+    void close() noexcept { release(held - made_); }
+    void end() noexcept;
+    void release(std::size_t count) noexcept {
+        if (left_.fetch_sub(count, std::memory_order_acq_rel) == count)
+            end();
+    }
+
+    std::atomic<std::size_t> left_ = held;
+    std::size_t made_ = 0;
+    std::size_t used_ = 0;
+    alignas(std::max_align_t) std::byte bytes_[capacity];
+};
+
+}  // namespace morvane
