@@ -30,7 +30,7 @@ struct Depth {
 
 struct ArchiveValues {
     PropertyListReader list;
-    KeyLookup keys{list};
+    KeyLookup keys;
     NSDecodingBudget ownBudget;
     NSDecodingBudget& budget;
     /// "$objects", by UID.
@@ -47,7 +47,7 @@ struct ArchiveValues {
     template <Kind likely = Kind::uid>
     [[gnu::always_inline]] Found find(Dictionary& dictionary, std::string_view key,
                                       std::string_view context) {
-        return keys.find<likely>(dictionary, key, context);
+        return keys.find<likely>(list, dictionary, key, context);
     }
 
     void spendObject(std::string_view key) {

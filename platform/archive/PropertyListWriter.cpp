@@ -203,9 +203,11 @@ std::size_t PropertyListWriter::uidBytes() const {
            (count > 0x10000 ? 2 * (count - 0x10000) : 0);
 }
 
+// Of each kind of reference there is one loop that calls it.
 template <class PutRef>
-std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
-                                          PutRef&& putRef) const {
+[[gnu::always_inline]] inline std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p,
+                                                                        const Node& node,
+                                                                        PutRef&& putRef) const {
     switch (node.kind) {
         case Kind::no:
             *p++ = 0x08;
@@ -247,31 +249,34 @@ std::uint8_t* PropertyListWriter::putNode(std::uint8_t* p, const Node& node,
     return p;
 }
 
-template <class RefInteger, class Offset>
-void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const {
+template <class RefInteger, class Offset, bool inPieces>
+void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table,
+                                  [[maybe_unused]] Gaps* gaps) const {
     const auto start = out.size();
     const auto firstUid = valueCount();
     const auto count = firstUid + uidCount_;
     std::size_t missing = 0;
-    if (gaps) {
+    if constexpr (inPieces) {
         for (const auto& bytes : owned_)
             missing += bytes.size();
     }
     out.resize(start + table - missing + count * sizeof(Offset) + trailerSize);
     auto* const begin = out.data() + start;
     auto* p = begin;
-    std::size_t missed = 0;
     auto* offset = begin + table - missing;
+    std::size_t missed = 0;
     p = putBytes(p, front_.bytes().data(), front_.bytes().size());
     const auto offsets = front_.offsets(sizeof(Offset));
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin + missed));
-        if (gaps && node.kind == Kind::ownedData) [[unlikely]] {
-            p = putMarker(p, 0x40, node.count);
-            gaps->push_back(static_cast<std::size_t>(p - out.data()));
-            missed += node.count;
-            continue;
+        if constexpr (inPieces) {
+            if (node.kind == Kind::ownedData) {
+                p = putMarker(p, 0x40, node.count);
+                gaps->push_back(static_cast<std::size_t>(p - out.data()));
+                missed += node.count;
+                continue;
+            }
         }
         p = putNode(p, node, [&](std::uint8_t* at, Ref ref) {
             return put(at, static_cast<RefInteger>(numberOf(ref, firstUid)));
@@ -284,18 +289,27 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table, Gaps*
     putTrailer(offset, sizeof(Offset), sizeof(RefInteger), count, numberOf(root, firstUid), table);
 }
 
+template <class RefInteger, class Offset>
+void PropertyListWriter::writeTable(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const {
+    if (gaps)
+        writeAll<RefInteger, Offset, true>(root, out, table, gaps);
+    else
+        writeAll<RefInteger, Offset, false>(root, out, table, nullptr);
+}
+
 template <class RefInteger>
 void PropertyListWriter::writeSized(Ref root, Bytes& out, Gaps* gaps) const {
     const std::size_t table =
         front_.bytes().size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
+    // What is taken over is too long for offsets of two bytes.
     if (table <= 0xff) {
-        writeAll<RefInteger, std::uint8_t>(root, out, table, gaps);
+        writeAll<RefInteger, std::uint8_t, false>(root, out, table, nullptr);
     } else if (table <= 0xffff) {
-        writeAll<RefInteger, std::uint16_t>(root, out, table, gaps);
+        writeAll<RefInteger, std::uint16_t, false>(root, out, table, nullptr);
     } else if (table <= 0xffffffff) {
-        writeAll<RefInteger, std::uint32_t>(root, out, table, gaps);
+        writeTable<RefInteger, std::uint32_t>(root, out, table, gaps);
     } else {
-        writeAll<RefInteger, std::uint64_t>(root, out, table, gaps);
+        writeTable<RefInteger, std::uint64_t>(root, out, table, gaps);
     }
 }
 

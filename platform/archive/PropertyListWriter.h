@@ -159,6 +159,8 @@ class PropertyListWriter {
     template <class RefInteger>
     void writeSized(Ref root, Bytes& out, Gaps* gaps) const;
     template <class RefInteger, class Offset>
+    void writeTable(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const;
+    template <class RefInteger, class Offset, bool inPieces>
     void writeAll(Ref root, Bytes& out, std::size_t table, Gaps* gaps) const;
     std::size_t uidBytes() const;
     /// Writes the nodes into large_, and forgets them.

@@ -50,20 +50,18 @@ struct Shape {
 
 class KeyLookup {
   public:
-    explicit KeyLookup(const PropertyListReader& list) : list_(list) {}
-
-    /// The value of `key`; empty if there is none.
+    /// The value of `key`; empty if there is none. All dictionaries are of one list.
     template <Kind likely = Kind::uid>
-    [[gnu::always_inline]] Found find(Dictionary& dictionary, std::string_view key,
-                                      std::string_view context) {
-        if (dictionary.shape != shape_.number && !takeShape(dictionary, context)) {
-            return findIf<likely>(dictionary.value, context, [&](std::uint64_t i) {
-                return list_.text(dictionary.value, i) == key;
+    [[gnu::always_inline]] Found find(const PropertyListReader& list, Dictionary& dictionary,
+                                      std::string_view key, std::string_view context) {
+        if (dictionary.shape != shape_.number && !takeShape(list, dictionary, context)) {
+            return findIf<likely>(list, dictionary.value, context, [&](std::uint64_t i) {
+                return list.text(dictionary.value, i) == key;
             });
         }
         if (shape_.next < shape_.distinctCount && shape_.keys[shape_.next] == key)
-            return list_.valueOf<likely>(dictionary.value, shape_.next++);
-        return findIf<likely>(dictionary.value, context, [&](std::uint32_t i) {
+            return list.valueOf<likely>(dictionary.value, shape_.next++);
+        return findIf<likely>(list, dictionary.value, context, [&](std::uint32_t i) {
             return shape_.keys[i] == key && (shape_.next = i + 1, true);
         });
     }
@@ -75,12 +73,13 @@ class KeyLookup {
     static constexpr std::uint64_t maxKeys = 64;
 
     /// False for a dictionary that is too large to have its keys kept.
-    [[gnu::always_inline]] bool takeShape(Dictionary& dictionary, std::string_view context) {
-        const auto references = list_.keyReferences(dictionary.value);
+    [[gnu::always_inline]] bool takeShape(const PropertyListReader& list, Dictionary& dictionary,
+                                          std::string_view context) {
+        const auto references = list.keyReferences(dictionary.value);
         if ((references.size() != shape_.references.size() ||
              !PropertyListReader::sameBytes(references.data(), shape_.references.data(),
                                             references.size())) &&
-            !readShape(dictionary.value, context)) {
+            !readShape(list, dictionary.value, context)) {
             return false;
         }
         shape_.next = 0;
@@ -88,7 +87,8 @@ class KeyLookup {
         return true;
     }
 
-    [[gnu::noinline]] bool readShape(const Value& dictionary, std::string_view context) {
+    [[gnu::noinline]] bool readShape(const PropertyListReader& list, const Value& dictionary,
+                                     std::string_view context) {
         const auto count = dictionary.count;
         if (count > maxKeys)
             fail(context, "an object has too many keys");
@@ -96,7 +96,7 @@ class KeyLookup {
         std::uint32_t classes = 0;
         if (count > shape_.keys.size()) {
             for (std::uint32_t i = 0; i < count; ++i)
-                classes += list_.text(dictionary, i) == "$class";
+                classes += list.text(dictionary, i) == "$class";
             if (classes > 1)
                 fail(context, keyTwice);
             return false;
@@ -107,21 +107,21 @@ class KeyLookup {
         shape_.number = ++shapes_;
         bool isDistinct = true;
         for (std::uint32_t i = 0; i < count; ++i) {
-            shape_.keys[i] = list_.text(dictionary, i);
+            shape_.keys[i] = list.text(dictionary, i);
             classes += shape_.keys[i] == "$class";
             for (std::uint32_t k = 0; k < i; ++k)
                 isDistinct = isDistinct && !(shape_.keys[k] == shape_.keys[i]);
         }
         if (classes > 1)
             fail(context, keyTwice);
-        shape_.references = list_.keyReferences(dictionary);
+        shape_.references = list.keyReferences(dictionary);
         shape_.distinctCount = isDistinct ? count : 0;
         return true;
     }
 
     template <Kind likely, class IsKey>
-    [[gnu::noinline]] Found findIf(const Value& dictionary, std::string_view context,
-                                   IsKey&& isKey) {
+    [[gnu::noinline]] Found findIf(const PropertyListReader& list, const Value& dictionary,
+                                   std::string_view context, IsKey&& isKey) {
         auto found = dictionary.count;
         for (std::uint32_t i = 0; i < dictionary.count; ++i) {
             if (!isKey(i))
@@ -132,10 +132,9 @@ class KeyLookup {
         }
         if (found == dictionary.count)
             return {};
-        return list_.valueOf<likely>(dictionary, found);
+        return list.valueOf<likely>(dictionary, found);
     }
 
-    const PropertyListReader& list_;
     Shape shape_;
     std::uint64_t shapes_ = 1;
 };
