@@ -5,9 +5,10 @@ usage: campaign.py [MINUTES] [--only PART...] [--calls CALL...]
 
 Parts: soak (a million requests from several threads, with a thousand kills of the service), frames (a million
 malformed frames for a listening service under sanitizers), faults (each call of a kind failing in turn, once and
-for good, in host and service; CALLs alone if named), fuzz (every fuzzer for MINUTES of processor time each, 60 unless told). A whole run,
-with 60 minutes or more and all parts, leaves its table in docs/campaign.md. What was found lies below
-build/campaign. Ends with 1 if anything was found. Run by `./test campaign`, which builds what it needs.
+for good, in host and service; CALLs alone if named), fuzz (every fuzzer for MINUTES of processor time each, 60
+unless told). Each part that was run whole, fuzz with 60 minutes or more, takes its place in docs/campaign.md with
+its date and commit, beside what other parts have left there. What was found lies below build/campaign. Ends with
+1 if anything was found. Run by `./test campaign`, which builds what it needs.
 """
 import argparse
 import concurrent.futures
@@ -157,20 +158,25 @@ def frames(count):
 # Fuzzers.
 
 def fuzz_one(name, minutes):
+    """Until it has had that much of a processor, whatever else the machine does."""
     folder = os.path.join(FOUND, name)
     os.makedirs(folder, exist_ok=True)
     log = os.path.join(FOUND, f"{name}.log")
-    with open(log, "w", encoding="utf-8") as output:
-        run = subprocess.run([os.path.join(SANITIZED, "fuzz", f"{name}_fuzzer"), f"-max_total_time={int(minutes * 60)}",
-                              "-rss_limit_mb=2048", "-print_final_stats=1", f"-artifact_prefix={folder}/", folder,
-                              os.path.join(TOP, "fuzz/corpus", name)],
-                             stdout=output, stderr=subprocess.STDOUT, check=False)
-    inputs = 0
-    with open(log, encoding="utf-8", errors="replace") as output:
-        for line in output:
-            if line.startswith("stat::number_of_executed_units:"):
-                inputs = int(line.split()[1])
-    return (f"fuzzer {name}, {minutes:g} min, inputs", inputs, 0 if run.returncode == 0 else 1)
+    inputs, spent, status = 0, 0.0, 0
+    while status == 0 and spent < 60 * minutes:
+        with open(log, "w", encoding="utf-8") as output:
+            left = max(1, round(60 * minutes - spent))
+            run = subprocess.Popen([os.path.join(SANITIZED, "fuzz", f"{name}_fuzzer"), f"-max_total_time={left}",
+                                    "-rss_limit_mb=2048", "-print_final_stats=1", f"-artifact_prefix={folder}/",
+                                    folder, os.path.join(TOP, "fuzz/corpus", name)],
+                                   stdout=output, stderr=subprocess.STDOUT)
+            status, used = os.wait4(run.pid, 0)[1:]
+            run.returncode = os.waitstatus_to_exitcode(status)
+        spent += used.ru_utime + used.ru_stime
+        with open(log, encoding="utf-8", errors="replace") as output:
+            inputs += sum(int(line.split()[1]) for line in output
+                          if line.startswith("stat::number_of_executed_units:"))
+    return (f"fuzzer {name}, {spent / 60:.0f} minutes of a processor, inputs", inputs, 0 if status == 0 else 1)
 
 
 def fuzz(minutes):
@@ -182,31 +188,76 @@ def fuzz(minutes):
 
 
 def table(rows):
-    lines = ["| what | how many | found |", "|---|---:|---:|"]
-    lines += [f"| {what} | {count} | {found} |" for what, count, found in rows]
+    lines = ["| part | what | how many | found | when | commit |", "|---|---|---:|---:|---|---|"]
+    lines += ["| " + " | ".join(map(str, row)) + " |" for row in rows]
     return "\n".join(lines)
 
 
+# The document is what remembers the parts that ran earlier.
+RECORD = os.path.join(TOP, "docs/campaign.md")
+ABOUT = """# The last whole campaign
+
+`./test campaign` looks for what ordinary tests are too short to find (`tests/campaign/campaign.py --help`). Its parts
+may run at different times: each row says when its part last ran whole, and on which commit. "Found" counts what
+was not as it should be in that run.
+
+"""
+
+
+def recorded():
+    """The rows of each part that has been run whole."""
+    rows = {name: [] for name in PARTS}
+    if os.path.exists(RECORD):
+        with open(RECORD, encoding="utf-8") as file:
+            for line in file:
+                cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+                if len(cells) == 6 and cells[0] in rows:
+                    rows[cells[0]].append(cells)
+    return rows
+
+
+def record(name, rows):
+    known = recorded()
+    known[name] = rows
+    with open(RECORD, "w", encoding="utf-8") as file:
+        file.write(ABOUT + table([row for part in known.values() for row in part]) + "\n")
+
+
+def present_commit():
+    def git(*arguments):
+        return subprocess.run(["git", "-C", TOP, *arguments], capture_output=True, text=True, check=True).stdout.strip()
+
+    changed = git("status", "--porcelain", "--untracked-files=no", "--", ":!docs")
+    return git("rev-parse", "--short", "HEAD") + (" with changes" if changed else "")
+
+
+PARTS = {"soak": lambda arguments: soak(1_000_000, 1000), "frames": lambda arguments: frames(1_000_000),
+         "faults": lambda arguments: faults(arguments.calls), "fuzz": lambda arguments: fuzz(arguments.minutes)}
+
+
+def is_whole(name, arguments):
+    if name == "faults":
+        return set(arguments.calls) == set(CALLS)
+    return name != "fuzz" or arguments.minutes >= WHOLE_MINUTES
+
+
 def main():
-    parts = {"soak": lambda minutes: soak(1_000_000, 1000), "frames": lambda minutes: frames(1_000_000),
-             "faults": lambda minutes: faults(arguments.calls), "fuzz": fuzz}
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("minutes", nargs="?", type=float, default=WHOLE_MINUTES)
-    parser.add_argument("--only", nargs="+", choices=parts, default=list(parts))
+    parser.add_argument("--only", nargs="+", choices=PARTS, default=list(PARTS))
     parser.add_argument("--calls", nargs="+", choices=CALLS, default=list(CALLS), metavar="CALL")
     arguments = parser.parse_args()
     shutil.rmtree(FOUND, ignore_errors=True)
-    all_rows, all_findings, began = [], 0, time.monotonic()
+    all_rows, all_findings, commit = [], 0, present_commit()
     for name in arguments.only:
-        rows, findings = parts[name](arguments.minutes)
-        print(table(rows), flush=True)
+        rows, findings = PARTS[name](arguments)
+        when = time.strftime("%Y-%m-%d")
+        rows = [(name, *row, when, commit) for row in rows]
         all_rows += rows
         all_findings += findings
-    if set(arguments.only) == set(parts) and set(arguments.calls) == set(CALLS) and arguments.minutes >= WHOLE_MINUTES:
-        with open(os.path.join(TOP, "docs/campaign.md"), "w", encoding="utf-8") as file:
-            file.write(f"# The last whole campaign\n\n`./test campaign`, {time.strftime('%Y-%m-%d')}, "
-                       f"{(time.monotonic() - began) / 60:.0f} minutes on {PROCESSORS} processors.\n\n"
-                       f"{table(all_rows)}\n")
+        if is_whole(name, arguments):
+            record(name, rows)
+    print(table(all_rows))
     if all_findings:
         print(f"What was found lies in {FOUND}.")
     return 1 if all_findings else 0
