@@ -1,4 +1,6 @@
+#include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+#include <MorvaneOperation/platform/xpc/StreamSocket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -96,7 +98,13 @@ int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "activated") == 0) {
         setenv("LISTEN_FDS", "1", 1);
         setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-        listener = morvane::NSXPCListener::activatedListener(&error);
+        // All clients are one user's here.
+        constexpr std::size_t clients = 2048;
+        if (auto socket = morvane::inheritedListener(&error)) {
+            listener = std::make_shared<morvane::NSXPCListener>(
+                std::move(socket),
+                morvane::limits::ClientLimits{.all = clients, .ofOneUser = clients, .kept = 0});
+        }
     } else {
         listener = morvane::NSXPCListener::serviceListener(&error);
     }

@@ -1,14 +1,18 @@
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "BenchProtocol.h"
@@ -182,6 +186,46 @@ class SocketFolder {
     std::filesystem::path path_;
 };
 
+/// The bench's service behind a well-known socket.
+class ListeningService {
+  public:
+    ListeningService() { setenv("MORVANE_RUNTIME_DIR", folder.file("").c_str(), 1); }
+    const SocketFolder folder;
+
+  private:
+    struct Listening {
+        explicit Listening(const std::string& path) : descriptor(listenAt(path)) {}
+        ~Listening() { close(descriptor); }
+        const int descriptor;
+    };
+    const Listening listening_{folder.file(std::string(serviceName) + ".sock")};
+
+  public:
+    const Child process{serviceName, "activated", listening_.descriptor};
+};
+
+/// What a process takes.
+struct Usage {
+    double threads = 0;
+    double descriptors = 0;
+    double bytes = 0;
+};
+
+Usage usageOf(pid_t process) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    Usage usage;
+    std::ifstream status(folder + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "Threads:")
+            status >> usage.threads;
+        if (word == "VmRSS:" && status >> usage.bytes)
+            usage.bytes *= 1024;
+    }
+    const std::filesystem::directory_iterator descriptors(folder + "/fd");
+    usage.descriptors = static_cast<double>(std::distance(begin(descriptors), end(descriptors)));
+    return usage;
+}
+
 /// A new connection to the well-known socket until the callback with its first reply, each time.
 /// As with the round trips it does not count that this thread is woken after it; nor does the
 /// connection's end, which is waited for until nothing of the connection is left.
@@ -261,12 +305,8 @@ Lines pipelined64(const Options& options) {
 }
 
 Lines connectFirstReply(const Options& options) {
-    const SocketFolder folder;
-    setenv("MORVANE_RUNTIME_DIR", folder.file("").c_str(), 1);
-    const int listening = listenAt(folder.file(std::string(serviceName) + ".sock"));
-    const Child service(serviceName, "activated", listening);
-    close(listening);
-    RawConnect raw(folder.file("raw.sock"));
+    const ListeningService service;
+    RawConnect raw(service.folder.file("raw.sock"));
     return compare(
         {.row = "connect-first-reply",
          .ours = {"", connectsToService},
@@ -309,6 +349,46 @@ Lines reply64m(const Options& options) {
     most.note = "most memory of the service";
     lines.push_back(std::move(most));
     return lines;
+}
+
+Lines idleClients1000(const Options&) {
+    constexpr std::size_t clients = 1000;
+    constexpr double threads = 16;  // those of a single client that is busy
+    constexpr double otherDescriptors = 16;
+    constexpr double bytesEach = 4096;
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;  // of the service, too
+    setrlimit(RLIMIT_NOFILE, &files);
+    const ListeningService service;
+    std::vector<std::shared_ptr<NSXPCConnection>> connections;
+    const auto connect = [&] {
+        Outcome reply;
+        const auto connection = NSXPCConnection::initWithMachServiceName(serviceName, 0);
+        connection->setRemoteObjectInterface(benchInterface());
+        connection->resume();
+        connection
+            ->remoteObjectProxyWithErrorHandler<Bench>(
+                [&](const NSErrorRef& error) { reply.fail(error); })
+            ->echo(NSData(messageSize, 'x'), [&](const NSData&) { reply.finish(); });
+        reply.wait();
+        connections.push_back(connection);
+    };
+    connect();  // what the first one costs is the service's own
+    const auto before = usageOf(service.process.process());
+    while (connections.size() <= clients)
+        connect();
+    // No thread lingers with a client any more.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const auto after = usageOf(service.process.process());
+    for (const auto& connection : connections)
+        connection->invalidate();
+    return {countedLine("idle-clients-1000", after.threads, "threads", threads),
+            countedLine("idle-clients-1000", after.descriptors, "descriptors",
+                        clients + otherDescriptors),
+            countedLine("idle-clients-1000",
+                        (after.bytes - before.bytes) / static_cast<double>(clients),
+                        "bytes for each", bytesEach)};
 }
 
 Lines items100k(const Options& options) {

@@ -1,6 +1,9 @@
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FileService.h"
@@ -64,6 +67,55 @@ Lines propagate100k(const Options& options) {
          .limit = {},
          .note = std::to_string(files) + " files"},
         options);
+}
+
+Lines shortBehindLong(const Options& options) {
+    constexpr int files = 1000000;
+    const FileTree tree(files);
+    const std::string path = tree.path();
+    FileService service;
+    /// Sums, again and again, on the connection of the small requests.
+    class Sums {
+      public:
+        Sums(FileService& service, const std::string& path)
+            : thread_([&, path](const std::stop_token& stop) {
+                  while (!stop.stop_requested())
+                      service.sizeOf(path);
+              }) {}
+
+      private:
+        std::jthread thread_;
+    };
+    const auto lists = repeated([&] { service.aclOf(path); });
+    return compare({.row = "short-behind-long",
+                    .ours = {"",
+                             [&](std::size_t count) {
+                                 const Sums sums(service, path);
+                                 return lists(count);
+                             }},
+                    .peers = {{"with nothing else", lists}},
+                    .required = Requirement::atMostTimes(1.5),
+                    .limit = {},
+                    .note = "sums of " + std::to_string(files) + " files"},
+                   options);
+}
+
+Lines commandLine(const Options& options) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path() / "a-file";
+    makeFile(path);
+    setenv("MORVANE_LIBEXEC_DIR", MORVANE_LIBEXEC, 1);
+    return compare({.row = "command-acl",
+                    .ours = {"", repeated([&] {
+                                 runProgram({MORVANE_COMMAND, "acl", path});
+                             })},
+                    .peers = {{"getfacl", repeated([&] {
+                                   runProgram({"getfacl", "-p", path});
+                               })}},
+                    .required = Requirement::atMostTimes(4),
+                    .limit = {},
+                    .note = {}},
+                   options);
 }
 
 Lines rename10k(const Options& options) {

@@ -36,6 +36,17 @@ bool Line::isMet() const {
                                                            : ratio->median >= required.bound;
 }
 
+Line countedLine(std::string row, double count, std::string unit, double limit) {
+    Line line;
+    line.row = std::move(row);
+    line.unit = std::move(unit);
+    line.ours = summarize({count});
+    line.limit = limit;
+    line.ratio = summarize({count / limit});
+    line.required = Requirement::atMostTimes(1);
+    return line;
+}
+
 std::vector<Line> compare(const Comparison& comparison, const Options& options) {
     std::vector<const Contender*> contenders{&comparison.ours};
     for (const auto& peer : comparison.peers)

@@ -63,6 +63,8 @@ struct Line {
     bool asRate = false;
     /// In the place of nanoseconds.
     bool isBytes = false;
+    /// What else is counted in their place; `limit` as well.
+    std::string unit;
     Summary ours;
     std::string peerName;
     std::optional<Summary> peer;
@@ -82,6 +84,9 @@ struct Options {
     /// A run has as many operations as take about this long.
     std::chrono::milliseconds runTime{100};
 };
+
+/// A line of what was counted, which is required to be at most `limit`.
+Line countedLine(std::string row, double count, std::string unit, double limit);
 
 /// One line for each peer, or one if there is none.
 std::vector<Line> compare(const Comparison& comparison, const Options& options);

@@ -20,6 +20,8 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
+    pid_t process() const { return process_; }
+
   private:
     pid_t process_ = -1;
 };

@@ -73,13 +73,15 @@ using Cells = std::array<std::string, 5>;
 Cells cellsOf(const Line& line) {
     Cells cells;
     cells[0] = line.row;
-    cells[1] = measured(line.ours, line);
+    cells[1] =
+        line.unit.empty() ? measured(line.ours, line) : number(line.ours.median) + " " + line.unit;
     if (!line.note.empty())
         cells[1] += ", " + line.note;
     if (line.peer) {
         cells[2] = line.peerName + " " + measured(*line.peer, line);
     } else if (line.limit) {
-        cells[2] = "limit " + number(*line.limit / 1e6) + " ms";
+        cells[2] = "limit " + (line.unit.empty() ? number(*line.limit / 1e6) + " ms"
+                                                 : number(*line.limit) + " " + line.unit);
     }
     if (line.ratio)
         cells[3] = withSpread(*line.ratio, {"", 1});
@@ -127,14 +129,16 @@ std::string tableOf(const std::vector<Line>& lines) {
 std::string jsonOf(const std::vector<Line>& lines) {
     auto array = nlohmann::ordered_json::array();
     for (const auto& line : lines) {
-        const std::string unit = line.isBytes ? "Bytes" : "Ns";
+        const std::string unit = line.isBytes ? "Bytes" : line.unit.empty() ? "Ns" : "";
         nlohmann::ordered_json object{{"row", line.row}, {"ours" + unit, jsonOf(line.ours)}};
+        if (!line.unit.empty())
+            object["unit"] = line.unit;
         if (line.peer) {
             object["peer"] = line.peerName;
             object["peer" + unit] = jsonOf(*line.peer);
         }
         if (line.limit)
-            object["limitNs"] = *line.limit;
+            object["limit" + unit] = *line.limit;
         if (line.ratio)
             object["ratio"] = jsonOf(*line.ratio);
         if (line.isRequired()) {

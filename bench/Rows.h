@@ -13,6 +13,7 @@ Lines roundTrip64(const Options& options);
 Lines callback64(const Options& options);
 Lines pipelined64(const Options& options);
 Lines connectFirstReply(const Options& options);
+Lines idleClients1000(const Options& options);
 Lines items100k(const Options& options);
 Lines reply64m(const Options& options);
 
@@ -33,6 +34,8 @@ Lines displayInfo(const Options& options);
 Lines sizeTree(const Options& options);
 Lines propagate100k(const Options& options);
 Lines rename10k(const Options& options);
+Lines shortBehindLong(const Options& options);
+Lines commandLine(const Options& options);
 
 /// These need the privileged helper and polkit.
 Lines refusedRequest(const Options& options);

@@ -62,7 +62,7 @@ inline constexpr std::chrono::milliseconds frameTime{30000};
 inline constexpr std::size_t refusalText = 1024;
 /// A private service that ended this often without having answered a request is not started again.
 inline constexpr unsigned crashesWithoutAnswer = 4;
-/// Clients of a listener: one costs a descriptor and some hundred bytes while it says nothing.
+/// Clients of a listener: one costs a descriptor and some 3 KB while it says nothing.
 struct ClientLimits {
     std::size_t all = 1024;
     std::size_t ofOneUser = 128;

@@ -195,7 +195,7 @@ def table(rows):
 
 # The document is what remembers the parts that ran earlier.
 RECORD = os.path.join(TOP, "docs/campaign.md")
-ABOUT = """# The last whole campaign
+ABOUT = """# The last campaign
 
 `./test campaign` looks for what ordinary tests are too short to find (`tests/campaign/campaign.py --help`). Its parts
 may run at different times: each row says when its part last ran whole, and on which commit. "Found" counts what
