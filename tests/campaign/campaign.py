@@ -91,7 +91,7 @@ def scenario(call, number, for_good, program):
 
 def faults(calls):
     rows, findings = [], 0
-    total = 0
+    total, never = 0, []
     with concurrent.futures.ThreadPoolExecutor(PROCESSORS) as pool:
         for program, role in (("campaign_scenario", "host"), (SERVICE, "service")):
             for call in calls:
@@ -113,8 +113,11 @@ def faults(calls):
                                                f"{output}")
                     total += tried
                     findings += bad
-                    rows.append((f"{role}: {call} fails {'for good' if for_good else 'once'}", tried, bad))
-    return [("faults", total, findings), *rows], findings
+                    if tried:
+                        rows.append((f"{role}: {call} fails {'for good' if for_good else 'once'}", tried, bad))
+                    elif not for_good:
+                        never.append(f"{role}: {call}")
+    return [("all", total, findings), *rows, (f"never called there: {', '.join(never)}", 0, "")], findings
 
 
 # The soak.
