@@ -12,7 +12,6 @@
 #include <tuple>
 #include <vector>
 
-/// What of entries a list cannot hold.
 namespace morvane {
 
 /// Why. The values are the codes of the errors of MVEntryLossDomain.
@@ -42,6 +41,7 @@ enum class EntryLossReason : std::int64_t {
     stored = 11,
 };
 
+/// What of entries a list cannot hold.
 struct EntryLoss {
     /// Where the entry stands among those that were to be written, from 0; as many as these are if
     /// it is about somebody of whom none of them speaks.

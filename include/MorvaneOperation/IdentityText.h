@@ -4,7 +4,9 @@
 
 #include <string>
 
+/// \file
 /// How people are told whom an entry is for.
+
 namespace morvane {
 
 /// The name of the entry's user or group; "uid 1234" or "gid 1234" if it has none any more, and a

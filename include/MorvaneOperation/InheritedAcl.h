@@ -11,13 +11,16 @@
 #include <optional>
 #include <vector>
 
+/// \file
 /// What the items below a folder inherit of its entries.
 ///
-///     const auto inherited = inheritedPosixLists(entries, folder);
-///     if (inherited.losses.empty()) write(inherited.levels[0].file, ...);
+///     const auto inherited = inheritedPosixLists(entries, acl);   // the folder's
+///     if (inherited.losses.empty())
+///         store(inherited.levels[0].file);
 ///
 /// Both throw for entries that do not have the boxes of a folder's: NSException, or
 /// std::invalid_argument for one that cannot be copied.
+
 namespace morvane {
 
 /// What is in the folder itself, in its sub-folders, and further down.

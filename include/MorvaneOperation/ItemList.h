@@ -10,18 +10,21 @@
 #include <string>
 #include <vector>
 
+namespace morvane {
+
 /// What the list of an item can hold: for a host, before anything is sent.
 ///
-///     const auto list = ItemList::asRead(entries);        // before they are edited
-///     ...
-///     if (!list->holdsChoice(*entry, MVAclGroupAll)) greyOut(...);
-///     for (const auto& loss : list->losses(entries)) show(loss.text());
+///     const auto list = ItemList::asRead(entries);   // before they are edited
+///     for (const auto& entry : entries) {
+///         if (!list->holdsChoice(*entry, MVAclGroupAll))
+///             greyOut(*entry, MVAclGroupAll);
+///     }
+///     for (const auto& loss : list->losses(entries))
+///         show(loss.text());
 ///     entries = list->nearest(entries);
 ///
 /// It computes; no service, no rights and no look at the item are needed. A service that is given
 /// the same entries comes to the same result, as long as the list is what was read.
-namespace morvane {
-
 class MORVANE_EXPORT ItemList {
   public:
     using Entries = std::vector<std::shared_ptr<MVAclEntry>>;

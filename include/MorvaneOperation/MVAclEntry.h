@@ -14,31 +14,6 @@
 #include <string>
 #include <vector>
 
-/// One entry of a file's access-control list, made to be edited: whom it applies to, whether it
-/// allows or denies, and a tree of check boxes saying what.
-///
-///     auto entry = MVAclEntry::newEntryForDirectory(true);
-///     entry->addObserver(&view);                               // told of what observableKeyPaths
-///     names entry->setPermissionGroup(MVAclGroupRead);               // a choice from the menu
-///     MVTreeNode::setStateOf(*entry->permissions()[0]->childNodeAtIndex(1), MVStateOff);
-///     entry->permissionGroup();                                // MVAclGroupCustom
-///
-/// The tree has the groups "Read", "Write", "Administration" and, for a folder only, "Applies To",
-/// in this order, each with its boxes as children; groups and boxes are found by position. The
-/// entry observes the states of both levels: a changed box decides its group's state and the
-/// group code, a changed group decides its boxes. An entry whose groups have no boxes is a flat
-/// entry.
-///
-/// No uuid means everyone. An entry made for a user who can't be found has none and would apply to
-/// everyone: check `uuid()` before writing such an entry.
-///
-/// In an archive an entry, a node or a box stands in one place only; one that stands in a second,
-/// in the same entry or in another, is refused.
-///
-/// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
-/// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
-/// the main thread; no locks. Failure: a tree of another shape is not verified; what reaches past
-/// its end throws NSRangeException and leaves the entry as the steps so far have made it.
 namespace morvane {
 
 /// What an entry's `tag` says of its boxes.
@@ -56,6 +31,31 @@ enum MVAclPermissionGroup : std::int64_t {
     MVAclGroupCustom = 6,
 };
 
+/// One entry of a file's access-control list, made to be edited: whom it applies to, whether it
+/// allows or denies, and a tree of check boxes saying what.
+///
+///     auto entry = MVAclEntry::newEntryForDirectory(true);
+///     entry->addObserver(&view);                   // is told of what observableKeyPaths() names
+///     entry->setPermissionGroup(MVAclGroupRead);   // a choice from the menu
+///     MVTreeNode::setStateOf(*entry->permissions()[0]->childNodeAtIndex(1), MVStateOff);
+///     assert(entry->permissionGroup() == MVAclGroupCustom);
+///
+/// The tree has the groups "Read", "Write", "Administration" and, for a folder only, "Applies To",
+/// in this order, each with its boxes as children; groups and boxes are found by position. The
+/// entry observes the states of both levels: a changed box decides its group's state and the
+/// group code, a changed group decides its boxes. An entry whose groups have no boxes is a flat
+/// entry.
+///
+/// No uuid means everyone. An entry made for a user who can't be found has none and would apply to
+/// everyone: check `uuid()` before writing such an entry.
+///
+/// In an archive an entry, a node or a box stands in one place only; one that stands in a second,
+/// in the same entry or in another, is refused.
+///
+/// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
+/// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
+/// the main thread; no locks. Failure: a tree of another shape is not verified; what reaches past
+/// its end throws NSRangeException and leaves the entry as the steps so far have made it.
 class MORVANE_EXPORT MVAclEntry : public NSObservable,
                                   public NSKeyValueObserver,
                                   public std::enable_shared_from_this<MVAclEntry> {

@@ -7,23 +7,6 @@
 #include <memory>
 #include <string>
 
-/// Which list entries were read from: of which item, and what the item is.
-///
-///     const auto& origin = entries.front()->origin();
-///     if (origin && origin->values().isDirectory) ...
-///
-/// A service gives it to each entry that it sends, and entries carry it back when they are written:
-/// a list that has changed meanwhile is then refused instead of lost (MVAclErrorDomain). Entries
-/// that were not read have none, unless the host gives them that of the list they are for: it
-/// should, as otherwise a list of new entries alone replaces whatever is there. Nor have those of a
-/// service that does not know of it. It is no part of what an entry says: equality does not see it.
-///
-/// The check counts only where the entries are written to the very URL that they were read from:
-/// under another, though it names the same item, they are a copy and replace whatever is there. A
-/// list without entries tells nothing: read again right before it is written. And a moment remains
-/// between the service's look and its write, in which a change is not noticed.
-///
-/// Immutable; any thread.
 namespace morvane {
 
 /// How the list of an item is stored.
@@ -43,6 +26,24 @@ enum : std::int64_t {
     MVAclChanged = 1,
 };
 
+/// Which list entries were read from: of which item, and what the item is.
+///
+///     const auto& origin = entries.front()->origin();
+///     if (origin && origin->values().isDirectory)
+///         show("These are the entries of a folder.");
+///
+/// A service gives it to each entry that it sends, and entries carry it back when they are written:
+/// a list that has changed meanwhile is then refused instead of lost (MVAclErrorDomain). Entries
+/// that were not read have none, unless the host gives them that of the list they are for: it
+/// should, as otherwise a list of new entries alone replaces whatever is there. Nor have those of a
+/// service that does not know of it. It is no part of what an entry says: equality does not see it.
+///
+/// The check counts only where the entries are written to the very URL that they were read from:
+/// under another, though it names the same item, they are a copy and replace whatever is there. A
+/// list without entries tells nothing: read again right before it is written. And a moment remains
+/// between the service's look and its write, in which a change is not noticed.
+///
+/// Immutable; any thread.
 class MORVANE_EXPORT MVAclOrigin final : public NSObject {
   public:
     struct Values {

@@ -9,14 +9,6 @@
 #include <string_view>
 #include <utility>
 
-/// One check box of an access-control entry: the text beside it, the bit it stands for, its state,
-/// and whether the user may change it.
-///
-///     auto box = MVAclPermission::initWithName("Read Data", ACL_READ_DATA, MVStateOn);
-///     box->setState(MVStateOff);   // tells whoever observes the state
-///
-/// The group nodes of an entry's tree hold such objects too, with a marker value as their bit.
-/// Main thread; setters store what they are given, unchecked, and tell their observers.
 namespace morvane {
 
 class NSTreeNode;
@@ -27,6 +19,15 @@ inline constexpr std::int64_t MVStateOn = 1;
 /// A group whose children disagree.
 inline constexpr std::int64_t MVStateMixed = -1;
 
+/// One check box of an access-control entry: the text beside it, the bit it stands for, its state,
+/// and whether the user may change it.
+///
+///     auto box = MVAclPermission::initWithName("Read Data", ACL_READ_DATA, MVStateOn);
+///     box->setState(MVStateOff);   // tells whoever observes the state
+///     assert(box->name() == "Read Data" && !box->settable());
+///
+/// The group nodes of an entry's tree hold such objects too, with a marker value as their bit.
+/// Main thread; setters store what they are given, unchecked, and tell their observers.
 class MORVANE_EXPORT MVAclPermission : public NSObservable {
   public:
     static const NSKeyPath nameKeyPath;

@@ -6,13 +6,18 @@
 
 #include <memory>
 
+namespace morvane {
+
+inline constexpr const char* MVErrorDomainLaunchd = "CFErrorDomainLaunchd";
+
 /// The one holder of the process's authorization: defines the rights of the privileged file service
 /// where they are missing, obtains them for the user, and has the privileged helper installed the
 /// first time that one is obtained.
 ///
 ///     NSErrorRef error;
 ///     auto authorization = MVAuthorization::sharedAuthorization();
-///     if (authorization && authorization->authorizeRight(MVRightGetFileAcl, &error)) ...
+///     if (!authorization || !authorization->authorizeRight(MVRightGetFileAcl, &error))
+///         show(error);
 ///
 /// Threads: sharedAuthorization() is safe from any thread. authorizeRight() blocks its caller for
 /// as long as the system asks the user; it takes no lock, and two first calls at once may both
@@ -21,10 +26,6 @@
 /// Failure: an error of NSOSStatusErrorDomain with the system's code when the right is not
 /// obtained, of MVErrorDomainLaunchd with the installer's code when the helper cannot be installed;
 /// each has a description and nothing else.
-namespace morvane {
-
-inline constexpr const char* MVErrorDomainLaunchd = "CFErrorDomainLaunchd";
-
 class MORVANE_EXPORT MVAuthorization final : public NSObject {
   public:
     static const NSClass& classObject();

@@ -5,13 +5,13 @@
 
 #include <memory>
 
-/// What a connector exports to the services: passes each callback on to its connector, on the
-/// thread on which it arrives. It holds the connector weakly; when the connector is gone, nothing
-/// is called and the reply is dropped without an answer.
 namespace morvane {
 
 class MVConnector;
 
+/// What a connector exports to the services: passes each callback on to its connector, on the
+/// thread on which it arrives. It holds the connector weakly; when the connector is gone, nothing
+/// is called and the reply is dropped without an answer.
 class MORVANE_EXPORT MVConnectResponder : public NSObject, public MVFileResponse {
   public:
     static const NSClass& classObject();

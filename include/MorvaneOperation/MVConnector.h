@@ -14,6 +14,11 @@
 #include <type_traits>
 #include <utility>
 
+namespace morvane {
+
+inline constexpr const char* MVAbstractClassCreation = "MVAbstractClassCreation";
+inline constexpr const char* MVAbstractMethodNotOverridden = "MVAbstractMethodNotOverridden";
+
 /// The host's way to the file services. Abstract: a host derives from it, says which classes may be
 /// decoded from each message, and answers the callbacks.
 ///
@@ -31,20 +36,26 @@
 ///                                                      &MVAclPermission::classObject()}}};
 ///         }
 ///         EncodableClasses exportedEncodableClasses() override { return {}; }
-///         void progressWithReply(NSXPCReply<bool> reply) override { reply(!cancelled); }
-///         ...
+///         void progressWithReply(NSXPCReply<bool> reply) override { reply(true); }
+///         void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
+///                              NSXPCReply<bool> reply) override {
+///             reply(true);
+///         }
 ///     };
 ///     auto connector = MVConnector::init<Connector>();
-///     connector->connection()->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)->...
+///     connector->connection()
+///         ->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
+///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///
 /// For privileged work, call getAuthConnectionForRight() with the right of the request (see
 /// MVFileRequest.h); once its reply brings no error, send the request through authConnection():
 ///
-///     connector->getAuthConnectionForRight(MVRightGetFileAcl, [=](NSErrorRef error) {
+///     connector->getAuthConnectionForRight(MVRightGetFileAcl, [](NSErrorRef error) {
 ///         const auto helper = connector->authConnection();
 ///         if (error || !helper)
-///             return failed(error);
-///         helper->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)->...
+///             return show(error);
+///         helper->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
+///             ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///     });
 ///
 /// Look at both, and at the connection once: it may be null although there is no error, for two
@@ -79,11 +90,6 @@
 /// the reader of connection(), and the next read returns that connection as it is, unconfigured.
 /// For the privileged helper nobody could catch it on `queue`, so that it goes where
 /// NSUncaughtException.h says.
-namespace morvane {
-
-inline constexpr const char* MVAbstractClassCreation = "MVAbstractClassCreation";
-inline constexpr const char* MVAbstractMethodNotOverridden = "MVAbstractMethodNotOverridden";
-
 class MORVANE_EXPORT MVConnector : public NSObject,
                                    public MVFileResponse,
                                    public std::enable_shared_from_this<MVConnector> {

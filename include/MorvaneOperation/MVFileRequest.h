@@ -13,16 +13,6 @@
 #include <utility>
 #include <vector>
 
-/// What a client asks of the file service or the privileged helper.
-///
-///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
-///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { ... });
-///
-/// Every reply ends with an error; null means success, and what stands before it is then whole. An
-/// error of the file system is of NSPOSIXErrorDomain and has the URL under NSURLErrorKey.
-///
-/// This list is the one place where a message is declared: its member, its selector, its
-/// parameters, and the right that the privileged helper wants for it.
 namespace morvane {
 
 /* MESSAGE(member, selector, parameters, arguments, right) */
@@ -63,6 +53,16 @@ namespace morvane {
              NSXPCReply<std::vector<NSURL>, NSErrorRef> reply),                                  \
             (std::move(directory), std::move(indexPath), std::move(reply)), MVRightGetFileSize)
 
+/// What a client asks of the file service or the privileged helper.
+///
+///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
+///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
+///
+/// Every reply ends with an error; null means success, and what stands before it is then whole. An
+/// error of the file system is of NSPOSIXErrorDomain and has the URL under NSURLErrorKey.
+///
+/// This list is the one place where a message is declared: its member, its selector, its
+/// parameters, and the right that the privileged helper wants for it.
 class MORVANE_EXPORT MVFileRequest {
   public:
     virtual ~MVFileRequest();

@@ -6,9 +6,13 @@
 #include <memory>
 #include <string>
 
+namespace morvane {
+
+inline constexpr const char* MVFileSizeBaseChanged = "MVFileSizeBaseChanged";
+
 /// The formatter of file sizes: a byte count becomes a short text such as "123.5 MB".
 ///
-///     MVFileSizeInfo::sharedFileSizeInfo()->stringWithFileSize(1536, true);   // "1.5 KB"
+///     show(MVFileSizeInfo::sharedFileSizeInfo()->stringWithFileSize(1500, true));   // 1.5 KB
 ///
 /// The user chooses between decimal units and units of 1024 through the boolean user default
 /// "useBase2MathForSizes". On every change of it the formatter takes over the new base and posts
@@ -18,10 +22,6 @@
 /// of that post may already use it), and lives as long as the process. Making it and formatting are
 /// safe from any thread; a text that is made at the moment of a change may mix both bases. The unit
 /// labels are the host's to replace, on its main thread.
-namespace morvane {
-
-inline constexpr const char* MVFileSizeBaseChanged = "MVFileSizeBaseChanged";
-
 class MORVANE_EXPORT MVFileSizeInfo final : public NSObservable, private NSKeyValueObserver {
     /// What only init() can make.
     struct Private {

@@ -10,19 +10,19 @@
 #include <optional>
 #include <string>
 
-/// One row of a size result: a file or folder, its size, and what a list shows of it.
-///
-///     auto item = MVFileSizeItem::initWithSize(123456789);
-///     item->setUrl(NSURL::fileURLWithPath("/home/me/Films"));
-///     item->displayInfo();   // "123.5 MB (123,456,789 bytes)"
-///
-/// Only `size` and `busy` cross a connection; everything else is filled in on the receiving side
-/// from the URL. Every setter tells its observers; displaySize and displayInfo are computed when
-/// read and have no observers. Used on one thread at a time.
 namespace morvane {
 
 class NSKeyedUnarchiver;
 
+/// One row of a size result: a file or folder, its size, and what a list shows of it.
+///
+///     auto item = MVFileSizeItem::initWithSize(123456789);
+///     item->setUrl(NSURL::fileURLWithPath("/home/me/Films"));
+///     show(item->displayInfo());   // 123.5 MB (123,456,789 bytes)
+///
+/// Only `size` and `busy` cross a connection; everything else is filled in on the receiving side
+/// from the URL. Every setter tells its observers; displaySize and displayInfo are computed when
+/// read and have no observers. Used on one thread at a time.
 class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
   public:
     static const NSKeyPath busyKeyPath;

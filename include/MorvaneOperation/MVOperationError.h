@@ -5,10 +5,13 @@
 #include <optional>
 #include <string>
 
+/// \file
 /// Two helpers for the errors that file operations bring back. Any thread.
 ///
-///     if (isPermissionError(error)) tryWithTheHelper();
+///     if (isPermissionError(error))
+///         askTheHelper();
 ///     show(errorWithError(error, "The list of \"notes.txt\" could not be read."));
+
 namespace morvane {
 
 /// The error re-worded for display: `description` is the new headline, the old message (and its

@@ -1,6 +1,8 @@
 #pragma once
 
+/// \file
 /// The names of the services and rights of this application: one identifier prefix for all.
+
 namespace morvane {
 
 #define MVApplicationIdentifierPrefix "io.github.morvaneoperation"

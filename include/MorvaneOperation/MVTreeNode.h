@@ -3,18 +3,19 @@
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/platform/foundation/NSTreeNode.h>
 
+namespace morvane {
+
 /// A node of a permission tree: a check box and the nodes below it. Travels in keyed archives, each
 /// child as an archive of its own.
 ///
 ///     auto group = MVTreeNode::treeNodeWithRepresentedObject(
 ///         MVAclPermission::initWithName("Read", 2, MVStateOff));
-///     group->mutableChildNodes().append(child);
-///     MVTreeNode::permissionOf(*group)->state();
+///     group->mutableChildNodes().append(MVTreeNode::treeNodeWithRepresentedObject(
+///         MVAclPermission::initWithName("Read Data", ACL_READ_DATA, MVStateOn)));
+///     assert(MVTreeNode::stateOf(*group) == MVStateOff);   // the entry decides it, not the node
 ///
 /// A node owns its check box and its children. A decoded node may lack a check box; it then reads
 /// as off and ignores what is written to it. Main thread.
-namespace morvane {
-
 class MORVANE_EXPORT MVTreeNode : public NSTreeNode {
   public:
     /// "representedObject.state": registered on the check box, with the node as origin.

@@ -1,6 +1,8 @@
 #pragma once
 
+/// \file
 /// Everything that the library offers, and its version.
+
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/InheritedAcl.h>

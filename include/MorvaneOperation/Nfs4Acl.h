@@ -8,12 +8,15 @@
 #include <string>
 #include <vector>
 
+/// \file
 /// Allow/deny lists as a network mount (or a file system that enforces them itself) stores them.
 ///
-///     if (auto list = decodeNfs4Acl(bytes, Nfs4Form::named))
-///         bytes = encodeNfs4Acl(*list, Nfs4Form::named);      // the same bytes
+///     const Nfs4Acl list{.entries = {{.mask = 0x1, .who = nfs4Everyone}}};
+///     const auto stored = encodeNfs4Acl(list, Nfs4Form::named);
+///     assert(decodeNfs4Acl(*stored, Nfs4Form::named) == list);
 ///
 /// Pure: no system call, no user database. What is decoded encodes to the very same bytes.
+
 namespace morvane {
 
 /// How the list is stored, told by the name of the extended attribute.

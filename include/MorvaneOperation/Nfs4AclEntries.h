@@ -11,11 +11,13 @@
 #include <string>
 #include <vector>
 
+/// \file
 /// How an allow/deny list is shown as entries, and what entries become in it.
 ///
 /// Every allow and deny entry is shown, in its order, with a full tree. What has no box (audit and
 /// alarm entries, "synchronize", flags that mean nothing for the item) is kept from the list that
 /// the item has, so that entries which are written back unchanged give the same list.
+
 namespace morvane {
 
 /// Who is who by name.

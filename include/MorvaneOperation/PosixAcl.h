@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-/// The access-control list of an item of a local file system, as values.
 namespace morvane {
 
 /// What one entry of a list grants: read, write and execute.
@@ -63,6 +62,7 @@ struct PosixList {
 /// The value of the extended attribute that is the list.
 MORVANE_EXPORT std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list);
 
+/// The access-control list of an item of a local file system, as values.
 struct PosixAcl {
     std::uint32_t owner = 0;
     std::uint32_t group = 0;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+/// \file
 /// How a POSIX list is shown as entries.
 ///
 ///     auto entries = entriesOfPosixAcl(acl);   // in the order in which the list is evaluated
@@ -16,6 +17,7 @@
 /// without children, so that nothing of the base is lost. Named users and groups, and all of a
 /// folder's default list, are entries with a full tree. Every right that is shown is one that
 /// counts: what the mask holds back is not shown.
+
 namespace morvane {
 
 /// One entry as the list means it, before it becomes check boxes.

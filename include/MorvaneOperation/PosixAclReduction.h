@@ -9,21 +9,6 @@
 #include <optional>
 #include <vector>
 
-/// What allow and deny entries become in a POSIX list, the way back from entriesOfPosixAcl().
-///
-///     const auto reduced = reduceToPosixAcl(entries, PosixAclTarget::of(acl));
-///     if (reduced.losses.empty()) write(reduced.acl);
-///
-/// The entries are evaluated in their order: the first decision for a right and an identity counts,
-/// an identity that comes up for the first time starts from what everyone has so far, and a deny
-/// for a group bears on the owner and the named users in it. What is stored never grants more than
-/// the entries, and what is not changed stays as it is stored, with what the mask holds back.
-///
-/// A group of boxes that is on as a whole is a bundle: "Read" asks for read and execute, "Write"
-/// for write, and those of their boxes that Linux cannot hold apart are left out without a word. On
-/// a file that nobody can execute, "Read" as a whole asks for read alone
-/// (ItemList::askingToExecute() is for who wants both). A box that is off in an entry that allows
-/// asks for nothing.
 namespace morvane {
 
 /// As many named users and groups as one list holds: 64 KiB in the kernel's form.
@@ -69,6 +54,22 @@ struct PosixAclReduction {
 /// The error for a list that does not fit at all, for the item at `url`; null if it fits.
 MORVANE_EXPORT NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url);
 
+/// What allow and deny entries become in a POSIX list, the way back from entriesOfPosixAcl().
+///
+///     const auto reduced = reduceToPosixAcl(entries, PosixAclTarget::of(acl));
+///     if (reduced.losses.empty())
+///         store(reduced.acl.access);
+///
+/// The entries are evaluated in their order: the first decision for a right and an identity counts,
+/// an identity that comes up for the first time starts from what everyone has so far, and a deny
+/// for a group bears on the owner and the named users in it. What is stored never grants more than
+/// the entries, and what is not changed stays as it is stored, with what the mask holds back.
+///
+/// A group of boxes that is on as a whole is a bundle: "Read" asks for read and execute, "Write"
+/// for write, and those of their boxes that Linux cannot hold apart are left out without a word. On
+/// a file that nobody can execute, "Read" as a whole asks for read alone
+/// (ItemList::askingToExecute() is for who wants both). A box that is off in an entry that allows
+/// asks for nothing.
 MORVANE_EXPORT PosixAclReduction reduceToPosixAcl(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAclTarget& target);
 

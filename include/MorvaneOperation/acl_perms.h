@@ -4,11 +4,12 @@
 #include <MorvaneOperation/platform/foundation/Export.h>
 #include <stdint.h>
 
+/// \file
 /// The constant catalogue of access-control permissions and inheritance flags, for C and C++.
 ///
 ///     for (const acl_perm_entry* row = acl_write_perms; row->name; ++row) {
 ///         if (row->kinds & ACL_KIND_FOLDERS)
-///             puts(row->name);
+///             show(row->name);
 ///     }
 ///
 /// Each table ends with a row whose name is null; the other values of that row mean nothing. Names
@@ -18,6 +19,7 @@
 /// In C++ everything stands in namespace morvane, beside the system's own <sys/acl.h>. That header
 /// defines ACL_EXECUTE as a macro of another value, so 0x8 is given here by its other name only,
 /// ACL_SEARCH: a constant whose value hung on the order of includes would be a trap.
+
 #ifdef __cplusplus
 namespace morvane {
 extern "C" {

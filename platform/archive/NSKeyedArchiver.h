@@ -14,19 +14,6 @@
 #include <utility>
 #include <vector>
 
-/// Writes objects as keyed archives: binary property lists ("bplist00") with "$version" 100000,
-/// "$archiver" "NSKeyedArchiver", "$top" and "$objects", readable by any property-list reader.
-///
-///     std::vector<std::uint8_t> bytes = NSKeyedArchiver::archivedDataWithRootObject(*entry);
-///
-///     void MVAclPermission::encodeWithCoder(NSKeyedArchiver& coder) const {
-///         coder.encodeString(name(), "name");
-///         coder.encodeInt32(permission(), "permission");
-///     }
-///
-/// An object that is reached twice is written once. An archiver is used on one thread; it holds no
-/// objects after the archive is finished. Keys are string literals: the archiver keeps views of
-/// them until the archive is finished.
 namespace morvane {
 
 using NSData = std::vector<std::uint8_t>;
@@ -47,6 +34,16 @@ struct NSDataPieces {
     }
 };
 
+/// Writes objects as keyed archives: binary property lists ("bplist00") with "$version" 100000,
+/// "$archiver" "NSKeyedArchiver", "$top" and "$objects", readable by any property-list reader.
+///
+///     auto item = MVFileSizeItem::initWithSize(1500);
+///     NSData archive = NSKeyedArchiver::archivedDataWithRootObject(*item);
+///     assert(std::string(archive.begin(), archive.begin() + 8) == "bplist00");
+///
+/// An object that is reached twice is written once. An archiver is used on one thread; it holds no
+/// objects after the archive is finished. Keys are string literals: the archiver keeps views of
+/// them until the archive is finished.
 class MORVANE_EXPORT NSKeyedArchiver {
   public:
     /// The whole archive of one object, under the key "root". Throws NSInvalidArgumentException if

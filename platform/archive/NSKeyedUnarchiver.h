@@ -8,26 +8,6 @@
 #include <typeinfo>
 #include <utility>
 
-/// Reads keyed archives that came from anyone, with a set of allowed classes for each key.
-///
-///     auto result = NSKeyedUnarchiver::unarchivedObjectOfClasses({&MVAclEntry::classObject()},
-///     data,
-///                                                                &error);
-///
-///     std::shared_ptr<NSObject> MVAclPermission::initWithCoder(NSKeyedUnarchiver& coder) {
-///         auto name = coder.decodeString("name");
-///         auto permission = coder.decodeInt32("permission");
-///         ...
-///
-/// Texts and data may stand there as values or as objects of their own. A class is checked before
-/// anything of it is constructed. What is damaged, of a class that is not
-/// allowed at its key, lies about its class's ancestry, refers to itself, or does not fit (an
-/// integer too large for its field, a text that is not UTF-8) fails the whole decode: the decode
-/// operations throw NSArchiveFailure, which the entry points turn into an error of
-/// NSCocoaErrorDomain, code NSCoderReadCorruptError, whose description names the key. Nothing wraps
-/// silently.
-///
-/// One budget covers an archive and all archives nested in it. An unarchiver is used on one thread.
 namespace morvane {
 
 /// Unwinds a decode; carries the error. Never leaves the entry points of this class.
@@ -58,6 +38,23 @@ struct NSDecodingBudget {
     static NSDecodingBudget forArchiveOfSize(std::size_t size, const NSDecodingBudget& most);
 };
 
+/// Reads keyed archives that came from anyone, with a set of allowed classes for each key.
+///
+///     NSErrorRef error;
+///     auto object = NSKeyedUnarchiver::unarchivedObjectOfClasses(
+///         {&MVFileSizeItem::classObject()}, bytes, &error);
+///     if (error)
+///         show(error);
+///
+/// Texts and data may be values at their key or objects of their own. A class is checked before
+/// anything of it is constructed. An archive is refused as a whole if it is damaged, holds an
+/// object of a class that is not allowed at its key, lies about the ancestry of a class, refers to
+/// itself, or has a value that does not fit (an integer too large for its field, a text that is not
+/// UTF-8). The decode operations then throw NSArchiveFailure, which the entry points turn into an
+/// error of NSCocoaErrorDomain with the code NSCoderReadCorruptError, whose description names the
+/// key. No integer is ever truncated silently.
+///
+/// One budget covers an archive and all archives nested in it. An unarchiver is used on one thread.
 class MORVANE_EXPORT NSKeyedUnarchiver {
   public:
     /// The object under "root", whose class must be in `classes`. Null with `*error` set on

@@ -7,18 +7,18 @@
 #include <optional>
 #include <string>
 
+namespace morvane {
+
 /// Queues of tasks that run one after the other, each to its end, in the order of submission.
 ///
 ///     auto queue = DispatchQueue::serialQueue("io.github.me.connector");
-///     queue->async([self = shared_from_this()] { self->reset(); });
+///     queue->async([] { redraw(); });
 ///
 /// A serial queue runs its tasks on a worker thread while it has any; no thread is kept for an idle
 /// one. Queued tasks keep the queue alive until they have run. The main queue runs its tasks on the
 /// thread that runs the host's loop, each on a later turn of the loop than the one that submitted
 /// it. async() may be called from any thread. A task should not throw: nobody could catch it, so
 /// that the exception goes where NSUncaughtException.h says, which by default ends the process.
-namespace morvane {
-
 class MORVANE_EXPORT DispatchQueue {
   public:
     using Task = std::function<void()>;

@@ -5,9 +5,9 @@
 #include <functional>
 #include <memory>
 
-/// The host's loop, on which the main queue runs. Supplied by the system, or by a test.
 namespace morvane {
 
+/// The host's loop, on which the main queue runs. Supplied by the system, or by a test.
 class MORVANE_EXPORT MainLoop {
   public:
     virtual ~MainLoop();

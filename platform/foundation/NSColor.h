@@ -1,11 +1,9 @@
 #pragma once
 
-/// A colour as components from 0 to 1, not premultiplied, in sRGB. A value.
-///
-///     GdkRGBA rgba{color.red, color.green, color.blue, color.alpha};
-///     QColor::fromRgbF(color.red, color.green, color.blue, color.alpha);
 namespace morvane {
 
+/// A colour as components from 0 to 1, not premultiplied, in sRGB. A value. The components are what
+/// GTK's `GdkRGBA` and Qt's `QColor::fromRgbF()` are made of.
 struct NSColor {
     float red = 0;
     float green = 0;

@@ -11,12 +11,6 @@
 #include <variant>
 #include <vector>
 
-/// A failure of an operation: a domain, a code within it, and what else is known.
-///
-///     auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}});
-///
-/// Errors are immutable and shared; a null NSErrorRef means success. They may be used on any
-/// thread.
 namespace morvane {
 
 class NSError;
@@ -52,6 +46,12 @@ enum : std::int64_t {
     NSXPCConnectionReplyInvalid = 4101,
 };
 
+/// A failure of an operation: a domain, a code within it, and what else is known.
+///
+///     auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES, {{NSURLErrorKey, url}});
+///
+/// Errors are immutable and shared; a null NSErrorRef means success. They may be used on any
+/// thread.
 class MORVANE_EXPORT NSError final : public NSObject {
   public:
     static const NSClass& classObject();

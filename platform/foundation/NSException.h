@@ -5,13 +5,13 @@
 #include <exception>
 #include <string>
 
+namespace morvane {
+
 /// A programming error: a name that code can test, and a reason for people.
 ///
 ///     throw NSException(NSRangeException, "index 4 beyond bounds [0 .. 2]");
 ///
 /// Failures of operations are never exceptions; they are NSError objects.
-namespace morvane {
-
 class MORVANE_EXPORT NSException : public std::exception {
   public:
     NSException(std::string name, std::string reason);

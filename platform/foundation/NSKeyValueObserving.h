@@ -6,16 +6,28 @@
 #include <memory>
 #include <string_view>
 
+/// \file
 /// Change observation: an object tells its observers that one of its properties was set.
 ///
-///     entry->addObserver(this, MVAclEntry::tagKeyPath);
-///     ...
-///     void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject& object) override;
+///     class View : public NSKeyValueObserver {
+///       public:
+///         void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject& object) override {
+///             seen = keyPath.name;
+///         }
+///         std::string_view seen;
+///     };
+///     View view;
+///     auto entry = MVAclEntry::init();
+///     entry->addObserver(&view, MVAclEntry::tagKeyPath);
+///     entry->setTag(MVAclTagDeny);
+///     assert(view.seen == "tag");
+///     entry->removeObserver(&view, MVAclEntry::tagKeyPath);
 ///
 /// A setter tells its observers once per call, after the whole setter has run, also when the value
 /// is unchanged, synchronously, on the caller's thread. An observer is not owned: it removes itself
 /// before it goes. It may add and remove observers while it is being told; one that was removed is
 /// not told any more.
+
 namespace morvane {
 
 /// A property, or a property reached through others ("representedObject.state"). Each exists once

@@ -7,14 +7,6 @@
 #include <string>
 #include <string_view>
 
-/// Named announcements from anyone to anyone in the process.
-///
-///     auto observation = NSNotificationCenter::defaultCenter().addObserver(
-///         "MVFileSizeBaseChanged", [](const NSNotification&) { redraw(); });
-///
-/// Threads: safe from any thread. A post calls the observers in the order of their registration, on
-/// the posting thread, under no lock. An observer that was removed is not called by later posts; a
-/// post that is under way on another thread may still be calling it.
 namespace morvane {
 
 struct NSNotification {
@@ -23,6 +15,14 @@ struct NSNotification {
     NSObject* object = nullptr;
 };
 
+/// Named announcements from anyone to anyone in the process.
+///
+///     auto observation = NSNotificationCenter::defaultCenter().addObserver(
+///         "MVFileSizeBaseChanged", [](const NSNotification&) { redraw(); });
+///
+/// Threads: safe from any thread. A post calls the observers in the order of their registration, on
+/// the posting thread, under no lock. An observer that was removed is not called by later posts; a
+/// post that is under way on another thread may still be calling it.
 class MORVANE_EXPORT NSNotificationCenter {
     struct MORVANE_INTERNAL Entry;
     struct MORVANE_INTERNAL State;

@@ -6,19 +6,6 @@
 #include <string_view>
 #include <vector>
 
-/// The root of the object model: run-time class identity, equality by content, secure coding.
-///
-/// A class with identity derives from NSObject, names itself with one static NSClass, and is held
-/// by std::shared_ptr:
-///
-///     class Point : public NSObject {
-///      public:
-///         static const NSClass& classObject();
-///         const NSClass& objectClass() const override { return classObject(); }
-///     };
-///
-/// Threads: objects take no locks; one object is used on one thread at a time unless its own header
-/// says otherwise. NSClass objects are immutable and live as long as the process.
 namespace morvane {
 
 class NSObject;
@@ -48,6 +35,23 @@ struct NSClass {
 /// The classes that may be decoded at one place. Order carries no meaning.
 using NSClassSet = std::vector<const NSClass*>;
 
+/// The root of the object model: run-time class identity, equality by content, secure coding.
+///
+/// A class with identity derives from NSObject, names itself with one static NSClass, and is held
+/// by std::shared_ptr:
+///
+///     class Point : public NSObject {
+///       public:
+///         static const NSClass& classObject() {
+///             static const NSClass c{"Point", &NSObject::classObject()};
+///             return c;
+///         }
+///         const NSClass& objectClass() const override { return classObject(); }
+///     };
+///     assert(Point().isKindOfClass(NSObject::classObject()));
+///
+/// Threads: objects take no locks; one object is used on one thread at a time unless its own header
+/// says otherwise. NSClass objects are immutable and live as long as the process.
 class MORVANE_EXPORT NSObject {
   public:
     NSObject() = default;

@@ -6,17 +6,18 @@
 #include <memory>
 #include <vector>
 
+namespace morvane {
+
 /// A node of a tree: one represented object, ordered children that it owns, and a link to its
 /// parent.
 ///
-///     auto node = NSTreeNode::treeNodeWithRepresentedObject(object);
+///     auto node = NSTreeNode::treeNodeWithRepresentedObject(MVFileSizeItem::init());
+///     auto child = NSTreeNode::treeNodeWithRepresentedObject(MVFileSizeItem::init());
 ///     node->mutableChildNodes().append(child);
-///     child->parentNode();   // node.get()
+///     assert(child->parentNode() == node.get());
 ///
 /// A node has at most one parent at a time. The parent link is not an owner; it is cleared when the
 /// parent goes. Used on one thread at a time.
-namespace morvane {
-
 class MORVANE_EXPORT NSTreeNode : public NSObject {
   public:
     using Children = std::vector<std::shared_ptr<NSTreeNode>>;

@@ -7,17 +7,17 @@
 #include <string>
 #include <string_view>
 
+namespace morvane {
+
 /// A uniform resource locator, in practice the location of a file. A value: copied and compared by
 /// content.
 ///
 ///     auto url = NSURL::fileURLWithPath("/home/me/My Files");
-///     url.absoluteString();   // "file:///home/me/My%20Files"
-///     url.path();             // "/home/me/My Files"
+///     assert(url.path() == "/home/me/My Files");
+///     assert(url.absoluteString() == "file:///home/me/My%20Files");
 ///
 /// Paths are bytes as the kernel has them: any byte but NUL, not necessarily UTF-8. Only file URLs
 /// have a path.
-namespace morvane {
-
 class MORVANE_EXPORT NSURL {
   public:
     /// The URL of a file. A relative path is taken from the current directory; nothing else is

@@ -9,11 +9,12 @@
 #include <string>
 #include <string_view>
 
+namespace morvane {
+
 /// A universally unique identifier: 16 bytes in network order, compared by value.
 ///
 ///     auto uuid = NSUUID::initWithUUIDString("6ba7b810-9dad-11d1-80b4-00c04fd430c8");
-namespace morvane {
-
+///     assert(uuid && uuid->bytes()[0] == 0x6b);
 class MORVANE_EXPORT NSUUID {
   public:
     using Bytes = std::array<std::uint8_t, 16>;

@@ -7,12 +7,14 @@
 #include <string_view>
 #include <utility>
 
+namespace morvane {
+
 /// What becomes of an exception that a callback of the host lets out on a thread of the library's:
 /// the reply, error, interruption or invalidation handler of a connection, or a task of a queue.
 /// Nobody above could catch it there.
 ///
 ///     NSSetUncaughtExceptionHandler([](const NSUncaughtException& uncaught) {
-///         log(uncaught.callback, uncaught.of, uncaught.exception);
+///         show(std::string(uncaught.callback) + " of " + std::string(uncaught.of));
 ///     });
 ///
 /// It ends the callback, and with it the request's or the task's work; nothing else is called for
@@ -23,8 +25,6 @@
 ///
 /// Not meant here: a callback that runs inside a call of the host's throws to that caller, and what
 /// an exported object throws goes to the peer, as the request's refusal.
-namespace morvane {
-
 struct NSUncaughtException {
     /// "reply", "error handler", "interruption handler", "invalidation handler" or "task".
     std::string_view callback;

@@ -11,17 +11,6 @@
 #include <string_view>
 #include <vector>
 
-/// The user's settings: they outlive the process, and a person may edit them while it runs.
-///
-///     auto& defaults = NSUserDefaults::standardUserDefaults();
-///     defaults.addObserver(this, MVFileSizeInfo::useBase2MathForSizesKeyPath);
-///     defaults.setBool(true, "useBase2MathForSizes");
-///
-/// An observer is told once for each setBool() of its key, also when the value stays the same, on
-/// the thread that set it; and once when someone else changed what is stored so that its key reads
-/// differently, on a thread of the platform's own, which needs no loop of the host. Any thread may
-/// use the defaults. Observers are told under no lock; one that was removed may still be being told
-/// on another thread.
 namespace morvane {
 
 /// Where settings are kept. Supplied by the system, or by a test.
@@ -39,6 +28,17 @@ class MORVANE_EXPORT DefaultsStore {
     virtual void watch(std::function<void()> changed) = 0;
 };
 
+/// The user's settings: they outlive the process, and a person may edit them while it runs.
+///
+///     auto& defaults = NSUserDefaults::standardUserDefaults();
+///     defaults.addObserver(&view, MVFileSizeInfo::useBase2MathForSizesKeyPath);
+///     defaults.setBool(true, "useBase2MathForSizes");
+///
+/// An observer is told once for each setBool() of its key, also when the value stays the same, on
+/// the thread that set it; and once when someone else changed what is stored so that its key reads
+/// differently, on a thread of the platform's own, which needs no loop of the host. Any thread may
+/// use the defaults. Observers are told under no lock; one that was removed may still be being told
+/// on another thread.
 class MORVANE_EXPORT NSUserDefaults final : public NSObject {
   public:
     static NSUserDefaults& standardUserDefaults();

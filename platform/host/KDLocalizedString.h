@@ -7,15 +7,15 @@
 #include <string>
 #include <string_view>
 
+namespace morvane {
+
 /// The texts that people see, looked up by their English keys in a table.
 ///
-///     KDLocalizedString::localize("Applies To", "ACL");
+///     show(KDLocalizedString::localize("Applies To", "ACL"));
 ///
 /// Without a host's own look-up, GNU gettext is asked, with the table as the domain; a text without
 /// a translation is its own key. What was looked up lately is remembered, within limits: a name
 /// may come from anyone. Safe from any thread.
-namespace morvane {
-
 class MORVANE_EXPORT KDLocalizedString {
   public:
     using Lookup = std::function<std::string(const std::string& key, const std::string& table)>;

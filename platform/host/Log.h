@@ -5,8 +5,10 @@
 #include <functional>
 #include <string_view>
 
+/// \file
 /// The library's log: standard error, unless the host takes the lines. Only the connector writes to
 /// it, when one of its connections has ended. Any thread.
+
 namespace morvane {
 
 void logLine(std::string_view line);

@@ -6,18 +6,19 @@
 #include <memory>
 #include <vector>
 
+namespace morvane {
+
+inline constexpr const char* MVIdentitiesUpdated = "MVIdentitiesUpdated";
+
 /// The named users and groups that an interface offers for choice.
 ///
-///     for (const auto& identity : MVIdentities::sharedIdentities().fullNamedUsers()) ...
+///     for (const auto& identity : MVIdentities::sharedIdentities().fullNamedUsers())
+///         show(identity->name());
 ///
 /// A host that has better lists (filtered, sorted, from a server) derives from MVIdentities and
 /// puts its object in place with setSharedIdentities(); whoever changes the lists posts
 /// "MVIdentitiesUpdated" on the default notification centre. The default reads the system's user
 /// database each time it is asked. Main thread.
-namespace morvane {
-
-inline constexpr const char* MVIdentitiesUpdated = "MVIdentitiesUpdated";
-
 class MORVANE_EXPORT MVIdentities {
   public:
     using List = std::vector<CBIdentityRef>;

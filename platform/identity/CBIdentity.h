@@ -9,16 +9,6 @@
 #include <string>
 #include <variant>
 
-/// Users and groups of the system, by UUID and by name.
-///
-///     auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
-///     auto me = CBIdentity::identityWithName("alice", authority);
-///     me->uniqueIdentifier();
-///
-/// A UUID is computed from the uid or gid and back, without asking the user database; "everyone",
-/// "creator" and "creator group" have UUIDs of their own. Look-ups go to the system's user database
-/// (any source that it is configured for) and are remembered for a few seconds, misses included.
-/// Safe from any thread; identities are immutable.
 namespace morvane {
 
 class CBIdentityAuthority;
@@ -47,6 +37,17 @@ MORVANE_EXPORT NSUUID uuidOfPosixIdentity(const CBPosixIdentity& identity);
 /// Empty for a UUID that nobody has.
 MORVANE_EXPORT std::optional<CBPosixIdentity> posixIdentityOfUUID(const NSUUID& uuid);
 
+/// Users and groups of the system, by UUID and by name.
+///
+///     auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
+///     auto root = CBIdentity::identityWithUniqueIdentifier(uuidOfPosixIdentity(CBPosixUser{0}),
+///                                                          authority);
+///     assert(root->name() == "root");
+///
+/// A UUID is computed from the uid or gid and back, without asking the user database; "everyone",
+/// "creator" and "creator group" have UUIDs of their own. Look-ups go to the system's user database
+/// (any source that it is configured for) and are remembered for a few seconds, misses included.
+/// Safe from any thread; identities are immutable.
 class MORVANE_EXPORT CBIdentity final : public NSObject {
   public:
     static const NSClass& classObject();

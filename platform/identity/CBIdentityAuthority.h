@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-/// Where identities are looked up: the system's user database, with a short memory in front of it.
 namespace morvane {
 
 class CBIdentity;
@@ -41,6 +40,7 @@ class MORVANE_EXPORT UserDatabase {
 /// The C library's name service switch. Defined by the Linux platform.
 std::shared_ptr<UserDatabase> systemUserDatabase();
 
+/// Where identities are looked up: the system's user database, with a short memory in front of it.
 class MORVANE_EXPORT CBIdentityAuthority {
   public:
     static CBIdentityAuthority& defaultIdentityAuthority();

@@ -8,10 +8,6 @@
 #include <string>
 #include <vector>
 
-/// The system's authorization: a policy database of rights, a way to obtain them for the user, and
-/// the installer of the privileged helper. Supplied by the system, or by a test.
-///
-/// A status of 0 is success. Any thread.
 namespace morvane {
 
 using OSStatus = std::int32_t;
@@ -91,6 +87,10 @@ struct AuthorizationRule {
     bool operator==(const AuthorizationRule&) const = default;
 };
 
+/// The system's authorization: a policy database of rights, a way to obtain them for the user, and
+/// the installer of the privileged helper. Supplied by the system, or by a test.
+///
+/// A status of 0 is success. Any thread.
 class AuthorizationServices {
   public:
     virtual ~AuthorizationServices();

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <string>
 
+/// \file
 /// Whether another process holds a right, for a service that works on behalf of its clients.
+
 namespace morvane {
 
 /// A process that no other can be taken for: the id may be given away again, the two together not.

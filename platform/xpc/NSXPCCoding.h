@@ -15,13 +15,6 @@
 #include <utility>
 #include <vector>
 
-/// How each type that may stand in a message is written to and read from an archive, and which
-/// classes may be decoded at its position unless the interface says otherwise. A type without a
-/// coding here cannot be declared in a message: it does not compile.
-///
-/// decode() throws NSArchiveFailure for what is not allowed or does not fit; nil is refused where
-/// the type has no room for it. A nil array reads as an empty one in a reply, where an error stands
-/// beside it; a request must have its arrays.
 namespace morvane {
 
 /// Whether an object of class `c` may stand where `allowed` rules.
@@ -35,6 +28,13 @@ inline void requireClass(const NSClassSet& allowed, const NSClass& c, std::strin
         throw NSArchiveFailure(key, "class " + std::string(c.name) + " is not allowed here");
 }
 
+/// How each type that may stand in a message is written to and read from an archive, and which
+/// classes may be decoded at its position unless the interface says otherwise. A type without a
+/// coding here cannot be declared in a message: it does not compile.
+///
+/// decode() throws NSArchiveFailure for what is not allowed or does not fit; nil is refused where
+/// the type has no room for it. A nil array reads as an empty one in a reply, where an error stands
+/// beside it; a request must have its arrays.
 template <class T>
 struct NSXPCCoding;
 

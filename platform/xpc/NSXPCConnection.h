@@ -11,13 +11,21 @@
 #include <string>
 #include <string_view>
 
+namespace morvane {
+
+/// Options of initWithMachServiceName().
+enum NSXPCConnectionOptions : std::uint64_t {
+    /// The service must be privileged: socket and peer process belong to root.
+    NSXPCConnectionPrivileged = 4096,
+};
+
 /// A connection to another process over which messages of a protocol travel both ways.
 ///
 ///     auto connection = NSXPCConnection::initWithServiceName("io.github.me.FileService");
 ///     connection->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileRequest>());
 ///     connection->resume();
-///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>([](NSErrorRef error) { ... })
-///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { ... });
+///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
+///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///
 /// The promise: every request that was accepted ends exactly once, in its reply or in its error
 /// handler. A request is never sent twice. The error tells what is known: NSXPCConnectionInvalid
@@ -52,14 +60,6 @@
 /// the requests of the moment end with NSXPCConnectionInvalid, and the next one tries again. In a
 /// child after fork() there is no thread: every request ends with NSXPCConnectionInvalid inside its
 /// call, and nothing else is touched.
-namespace morvane {
-
-/// Options of initWithMachServiceName().
-enum NSXPCConnectionOptions : std::uint64_t {
-    /// The service must be privileged: socket and peer process belong to root.
-    NSXPCConnectionPrivileged = 4096,
-};
-
 class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPCConnection> {
   public:
     using Handler = std::function<void()>;

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+namespace morvane {
+
 /// What one end of a connection speaks: a protocol, and the classes that may be decoded at each
 /// position of its messages.
 ///
@@ -20,8 +22,6 @@
 /// A position that was never set takes the property-list classes and the position's own type (an
 /// array of property-list objects for an array). An interface is configured before its connection
 /// is resumed and not changed after.
-namespace morvane {
-
 class MORVANE_EXPORT NSXPCInterface {
   public:
     template <class P>

@@ -6,6 +6,13 @@
 #include <memory>
 #include <string>
 
+namespace morvane {
+
+class StreamListener;
+namespace limits {
+struct ClientLimits;
+}
+
 /// The service's end: gives the service one connection for each client.
 ///
 ///     auto listener = NSXPCListener::serviceListener();   // in a private service process
@@ -15,7 +22,7 @@
 ///         connection->resume();
 ///         return true;
 ///     });
-///     return listener->run();
+///     const int exitStatus = listener->run();
 ///
 /// The handler runs on a thread of the listener's choosing; a connection that it does not take
 /// (false, or an exception) is closed. The listener keeps a connection that the handler has resumed
@@ -26,13 +33,6 @@
 /// are begun on other threads, beside it: an exported object is ready for several threads. A
 /// handler that may take long returns at once and replies later. A client is not read while it owes
 /// it to take 64 KiB of replies or more.
-namespace morvane {
-
-class StreamListener;
-namespace limits {
-struct ClientLimits;
-}
-
 class MORVANE_EXPORT NSXPCListener {
   public:
     using NewConnectionHandler = std::function<bool(const std::shared_ptr<NSXPCConnection>&)>;

@@ -16,6 +16,7 @@
 #include <vector>
 
 /**
+ * \file
  * Declares the messages of a protocol, once. Proxy, dispatcher and description come from it.
  *
  *     #define ClockMessages(MESSAGE)                                                          \
@@ -36,6 +37,7 @@
  * types that may be used are those of NSXPCCoding.h. NSXPC_PROTOCOL() stands in the namespace of
  * the protocol; a host may declare protocols of its own.
  */
+
 namespace morvane {
 
 /// The last parameter of every message. Called once, from any thread; a second call does nothing.
