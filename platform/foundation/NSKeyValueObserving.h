@@ -9,7 +9,7 @@
 /// \file
 /// Change observation: an object tells its observers that one of its properties was set.
 ///
-///     class View : public NSKeyValueObserver {
+///     class View final : public NSKeyValueObserver {
 ///       public:
 ///         void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject& object) override {
 ///             seen = keyPath.name;

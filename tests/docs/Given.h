@@ -32,7 +32,7 @@ inline void store(const PosixList&) {}
 inline void askTheHelper() {}
 inline const std::function<void(NSErrorRef)> onError = [](NSErrorRef) {};
 
-struct View : NSKeyValueObserver {
+struct View final : NSKeyValueObserver {
     void observeValueForKeyPath(const NSKeyPath&, NSObject&) override { redraw(); }
 };
 inline View view;
