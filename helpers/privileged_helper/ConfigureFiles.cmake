@@ -17,7 +17,8 @@ function(configure_helper_files to)
     string(REPLACE "%" "%%" UNIT_HELPER_FOLDER "${folder}")
     quoted_for_xml(XML_INSTALLER "${folder}/morvane-install-helper")
     foreach(file io.github.morvaneoperation.PrivilegedHelper.service
-            io.github.morvaneoperation.InstallHelper.policy morvane-install-helper)
+            io.github.morvaneoperation.InstallHelper.policy morvane-install-helper
+            io.github.morvaneoperation.PrivilegedHelper.8 morvane-install-helper.8)
         configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${file}.in "${to}/${file}" @ONLY)
     endforeach()
 endfunction()

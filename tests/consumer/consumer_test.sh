@@ -71,6 +71,10 @@ grep -q "^ExecStart=.*$prefix/libexec/morvaneoperation/" \
     "$prefix"/share/morvaneoperation/*.PrivilegedHelper.service || fail "the unit starts a program elsewhere"
 grep -q "exec.path\">$prefix/libexec/morvaneoperation/morvane-install-helper<" \
     "$prefix"/share/polkit-1/actions/*.InstallHelper.policy || fail "the policy is for an installer elsewhere"
+for page in morvane-install-helper io.github.morvaneoperation.PrivilegedHelper; do
+    grep -q "^\.B $prefix/libexec/morvaneoperation/" "$prefix/share/man/man8/$page.8" ||
+        fail "the manual page of $page names a program elsewhere"
+done
 
 echo "a host that cannot start a service says which program was looked for where"
 mv "$prefix/libexec/morvaneoperation/io.github.morvaneoperation.FileService" "$work/service"
