@@ -10,58 +10,14 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <map>
-#include <optional>
 #include <unordered_map>
 #include <utility>
-#include <variant>
 
+#include "RenamePlan.h"
 #include "RequestErrors.h"
 
 namespace morvane {
 namespace {
-
-constexpr std::size_t none = static_cast<std::size_t>(-1);
-
-struct Folder {
-    FileDescriptor descriptor;
-    dev_t device = 0;
-    ino_t inode = 0;
-    /// The items in it by their present (by their new) names.
-    std::unordered_map<std::string, std::size_t> byOld = {};
-    std::unordered_map<std::string, std::size_t> byNew = {};
-};
-
-struct Item {
-    /// Of the folder that the item is in, as the request spells it, and its number.
-    std::string folderPath;
-    std::size_t folder = none;
-    std::string oldName;
-    std::string newName;
-    /// The name that it has at this moment.
-    std::string name;
-    std::int64_t code = 0;
-    /// Who has the name that this item is to get; who is to get the name that this item has.
-    std::size_t ahead = none;
-    std::size_t behind = none;
-    bool visited = false;
-};
-
-/// Empty for a name that a folder can hold, otherwise what is wrong with it.
-std::string faultOfName(const std::string& name) {
-    if (name.empty())
-        return "A new name is empty.";
-    if (name == "." || name == "..")
-        return "\"" + name + "\" names a folder's own place and cannot be given to an item.";
-    if (name.find('/') != std::string::npos)
-        return "The new name \"" + name + "\" holds a slash; an item stays in its folder.";
-    if (name.find('\0') != std::string::npos)
-        return "A new name holds a NUL character.";
-    if (name.size() > NAME_MAX)
-        return "A new name has " + std::to_string(name.size()) + " bytes; a name has at most " +
-               std::to_string(NAME_MAX) + ".";
-    return {};
-}
 
 /// Whether a file system may refuse the name itself.
 bool isUnusual(const std::string& name) {
@@ -101,121 +57,38 @@ int linkToNewName(int folder, const char* from, const char* to) {
 
 class Renaming {
   public:
-    Renaming(const std::vector<NSURL>& urls, const PathRule& rule, const RenameCall& call,
+    Renaming(RenamePlan plan, const std::vector<NSURL>& urls, const RenameCall& call,
              const std::function<bool()>& goesOn)
-        : urls_(urls), rule_(rule), call_(call), goesOn_(goesOn) {}
+        : urls_(urls),
+          call_(call),
+          goesOn_(goesOn),
+          items_(std::move(plan.items)),
+          folders_(std::move(plan.folders)),
+          foldersByPath_(std::move(plan.foldersByPath)) {}
 
-    /// Null, or why nothing can be begun.
-    NSErrorRef prepare(const std::vector<std::string>& names);
     void run();
     RenameAnswer answer();
 
   private:
-    std::optional<int> findFolder(const std::string& path, std::size_t& number);
-    NSErrorRef prepareItem(std::size_t index, const std::string& name);
     void renameChain(std::size_t first);
     void renameCircle(std::size_t first);
     /// 0 or the errno value.
     int exchange(std::size_t a, std::size_t b);
-    void check(Item& item);
+    void check(RenameItem& item);
     bool goesOn() const { return !goesOn_ || goesOn_(); }
-    std::string presentFolderPath(const Item& item) const;
+    std::string presentFolderPath(const RenameItem& item) const;
 
     const std::vector<NSURL>& urls_;
-    const PathRule& rule_;
     const RenameCall& call_;
     const std::function<bool()>& goesOn_;
-    std::vector<Item> items_;
-    std::vector<Folder> folders_;
-    std::unordered_map<std::string, std::size_t> foldersByPath_;
-    std::map<std::pair<dev_t, ino_t>, std::size_t> foldersById_;
+    std::vector<RenameItem> items_;
+    const std::vector<RenameFolder> folders_;
+    const std::unordered_map<std::string, std::size_t> foldersByPath_;
 };
-
-std::optional<int> Renaming::findFolder(const std::string& path, std::size_t& number) {
-    if (const auto known = foldersByPath_.find(path); known != foldersByPath_.end()) {
-        number = known->second;
-        return {};
-    }
-    // Held from here on, so that it is the same folder whatever becomes of its path.
-    auto opened = openPath(path, O_PATH | O_DIRECTORY, rule_);
-    if (!opened)
-        return opened.error();
-    auto& descriptor = *opened;
-    struct stat status {};
-    if (fstat(descriptor.get(), &status) != 0)
-        return errno;
-    const auto [place, isNew] =
-        foldersById_.try_emplace({status.st_dev, status.st_ino}, folders_.size());
-    if (isNew)
-        folders_.push_back({std::move(descriptor), status.st_dev, status.st_ino});
-    number = foldersByPath_[path] = place->second;
-    return {};
-}
-
-NSErrorRef Renaming::prepareItem(std::size_t index, const std::string& name) {
-    const auto& url = urls_[index];
-    if (!url.isFileURL())
-        return posixError(EINVAL, url, "Only files and folders can be renamed.");
-    if (const auto fault = faultOfName(name); !fault.empty())
-        return posixError(name.size() > NAME_MAX ? ENAMETOOLONG : EINVAL, url, fault,
-                          "Nothing was renamed. Give each item a name of its own.");
-    auto path = url.path();
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    const auto slash = path.rfind('/');
-    Item item;
-    item.oldName = path.substr(slash + 1);
-    if (item.oldName.empty() || item.oldName == "." || item.oldName == "..")
-        return posixError(EINVAL, url, "The path does not end with the name of an item.",
-                          "Nothing was renamed. Name the item as its folder lists it.");
-    item.folderPath = slash == 0 ? "/" : path.substr(0, slash);
-    item.name = item.oldName;
-    item.newName = name;
-    if (const auto code = findFolder(item.folderPath, item.folder)) {
-        if (*code == EMFILE || *code == ENFILE)
-            return posixError(*code, url,
-                              "The items are in too many different folders for one request.",
-                              "Nothing was renamed. Make several requests.");
-        item.code = *code;
-        item.visited = true;
-        items_.push_back(std::move(item));
-        return nullptr;
-    }
-    auto& folder = folders_[item.folder];
-    if (!folder.byOld.emplace(item.oldName, index).second)
-        return posixError(EINVAL, url,
-                          "The item " + quotedPath(url) + " is named twice in the request.",
-                          "Nothing was renamed. Name each item once.");
-    if (!folder.byNew.emplace(name, index).second)
-        return posixError(EEXIST, url,
-                          "Two items of one folder would both get the name \"" + name + "\".",
-                          "Nothing was renamed. Give each item a name of its own.");
-    items_.push_back(std::move(item));
-    return nullptr;
-}
-
-NSErrorRef Renaming::prepare(const std::vector<std::string>& names) {
-    items_.reserve(urls_.size());
-    for (std::size_t i = 0; i < urls_.size(); ++i) {
-        if (auto error = prepareItem(i, names[i]))
-            return error;
-    }
-    for (std::size_t i = 0; i < items_.size(); ++i) {
-        auto& item = items_[i];
-        if (item.folder == none)
-            continue;
-        const auto& present = folders_[item.folder].byOld;
-        if (const auto found = present.find(item.newName); found != present.end()) {
-            item.ahead = found->second;
-            items_[item.ahead].behind = i;
-        }
-    }
-    return nullptr;
-}
 
 void Renaming::run() {
     for (std::size_t i = 0; i < items_.size(); ++i) {
-        if (items_[i].ahead == none && !items_[i].visited)
+        if (items_[i].ahead == noItem && !items_[i].visited)
             renameChain(i);
     }
     // What no chain has reached is in a circle.
@@ -231,7 +104,7 @@ void Renaming::run() {
 
 /// Who waits for nobody goes first, so that the name of each is free for the one behind it.
 void Renaming::renameChain(std::size_t first) {
-    for (std::size_t i = first; i != none; i = items_[i].behind) {
+    for (std::size_t i = first; i != noItem; i = items_[i].behind) {
         auto& item = items_[i];
         item.visited = true;
         if (!goesOn()) {
@@ -291,7 +164,7 @@ void Renaming::renameCircle(std::size_t first) {
 }
 
 /// There is nothing to do for an item that keeps its name, if it is there.
-void Renaming::check(Item& item) {
+void Renaming::check(RenameItem& item) {
     struct stat status {};
     if (fstatat(folders_[item.folder].descriptor.get(), item.name.c_str(), &status,
                 AT_SYMLINK_NOFOLLOW) != 0)
@@ -299,7 +172,7 @@ void Renaming::check(Item& item) {
 }
 
 /// The way that the request has gone, with the new names of those folders on it that got one.
-std::string Renaming::presentFolderPath(const Item& item) const {
+std::string Renaming::presentFolderPath(const RenameItem& item) const {
     const auto& path = item.folderPath;
     std::string present = "/";
     for (std::size_t begin = 1; begin < path.size();) {
@@ -334,7 +207,7 @@ RenameAnswer Renaming::answer() {
     for (std::size_t i = 0; i < items_.size(); ++i) {
         const auto& item = items_[i];
         const auto [place, isNew] = present.try_emplace(item.folderPath, item.folderPath);
-        if (isNew && item.folder != none)
+        if (isNew && item.folder != noItem)
             place->second = presentFolderPath(item);
         answer.urls.push_back(NSURL::fileURLWithPath(joined(place->second, item.name)));
         answer.codes.push_back(item.code);
@@ -380,9 +253,10 @@ RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std:
                                       " items; one request renames at most " +
                                       std::to_string(maxItemsToRename) + ".",
                                   "Nothing was renamed. Make several requests."));
-    Renaming renaming(urls, rule, call, goesOn);
-    if (auto error = renaming.prepare(names))
-        return refused(std::move(error));
+    auto plan = planOfRenaming(urls, names, rule);
+    if (!plan)
+        return refused(plan.error());
+    Renaming renaming(*std::move(plan), urls, call, goesOn);
     renaming.run();
     return renaming.answer();
 }

@@ -48,8 +48,8 @@ class RecordedEdit {
         read_ = nullptr;
         const AclSource source = [&](const NSURL& url) {
             auto answer = connector_.aclEntries(url);
-            if (read_.is_null())
-                read_ = Json::parse(entriesAsJson(answer.entries));
+            if (answer && read_.is_null())
+                read_ = Json::parse(entriesAsJson(*answer));
             return answer;
         };
         return runAclEdit(options_, source, sink, nullptr, nullptr, Style(false));
