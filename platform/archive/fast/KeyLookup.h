@@ -94,11 +94,14 @@ class KeyLookup {
             fail(context, "an object has too many keys");
         // That of the class is mostly taken unseen, see ArchiveObjects::classOf().
         std::uint32_t classes = 0;
+        const auto requireOneClass = [&] {
+            if (classes > 1)
+                fail(context, keyTwice);
+        };
         if (count > shape_.keys.size()) {
             for (std::uint32_t i = 0; i < count; ++i)
                 classes += list.text(dictionary, i) == "$class";
-            if (classes > 1)
-                fail(context, keyTwice);
+            requireOneClass();
             return false;
         }
         // Until all keys are read, no dictionary has these: a damaged one ends this halfway.
@@ -112,8 +115,7 @@ class KeyLookup {
             for (std::uint32_t k = 0; k < i; ++k)
                 isDistinct = isDistinct && !(shape_.keys[k] == shape_.keys[i]);
         }
-        if (classes > 1)
-            fail(context, keyTwice);
+        requireOneClass();
         shape_.references = list.keyReferences(dictionary);
         shape_.distinctCount = isDistinct ? count : 0;
         return true;
