@@ -149,10 +149,12 @@ Lines privilegedList(const Options& options) {
     makeFile(path);
     FileService privileged(FileService::Kind::privileged);
     FileService own;
+    PolicyQuestion polkit;
     return compare({.row = "privileged-list",
                     .ours = {"", repeated([&] { keep(privileged.aclOf(path)); })},
-                    .peers = {{"file service", repeated([&] { keep(own.aclOf(path)); })}},
-                    .required = {},
+                    .peers = {{"polkit check", repeated([&] { polkit.ask(MVRightGetFileAcl); })},
+                              {"file service", repeated([&] { keep(own.aclOf(path)); })}},
+                    .required = Requirement::atMostTimes(1.2),
                     .limit = {},
                     .note = {}},
                    options);
