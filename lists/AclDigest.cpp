@@ -8,8 +8,9 @@ namespace morvane {
 
 namespace {
 
-/// Two sums of another start, so that different lists come out different but by a chance of one in
-/// very many. (Who made two lists that come out the same would deceive nobody but himself.)
+/// Two sums with different starting values, so that the chance that two different lists have the
+/// same digest is negligible. (Whoever makes two such lists on purpose deceives nobody but
+/// himself.)
 class Digest {
   public:
     void add(std::span<const std::uint8_t> bytes) {

@@ -6,8 +6,8 @@
 
 namespace morvane {
 
-/// An entry of the same content with a tree of its own. Throws std::invalid_argument for one that
-/// cannot be copied.
+/// Makes an entry with the same content and a tree of its own. Throws std::invalid_argument for an
+/// entry that cannot be copied.
 std::shared_ptr<MVAclEntry> copyOf(const MVAclEntry& entry);
 
 }  // namespace morvane

@@ -13,8 +13,8 @@ namespace morvane {
 
 namespace {
 
-/// More than a list of 1024 entries that came from boxes can lose: only what somebody has made up
-/// is not told in full.
+/// More than a list of 1024 entries that came from boxes can lose: only entries that somebody has
+/// made up are not reported in full.
 constexpr std::size_t maxLossesTold = 8192;
 NSErrorRef errorOf(const EntryLoss& loss) {
     return NSError::errorWithDomain(MVEntryLossDomain, static_cast<std::int64_t>(loss.reason),

@@ -30,7 +30,7 @@ Entries converted(const Entries& entries, bool (MVAclEntry::*convert)()) {
     return reached;
 }
 
-/// Works out what a folder's entries become below it.
+/// Computes what the entries of a folder become for the items below it.
 class Inheritance {
   public:
     Inheritance(const Entries& entries, const PosixAcl& folder) {
@@ -70,7 +70,7 @@ class Inheritance {
     static std::optional<CBPosixIdentity> identityOf(const MVAclEntry& entry) {
         return entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
     }
-    /// The same on an item: whoever made it is its owner.
+    /// Returns whom the entry is for on an item: the creator of an item is its owner.
     std::optional<CBPosixIdentity> identityOnItem(const MVAclEntry& entry) const {
         const auto who = identityOf(entry);
         const auto* creator = who ? std::get_if<CBCreator>(&*who) : nullptr;
@@ -107,8 +107,8 @@ class Inheritance {
         return std::move(result.acl);
     }
 
-    /// A file is not made executable by what is said of folders: as in a new file, the mask
-    /// withholds what the named ones could do.
+    /// Keeps entries that are meant for folders from making a file executable: as in a new file,
+    /// the mask holds back what the named users and groups could do.
     static PosixList withoutExecution(PosixList list) {
         for (auto* rights : {&list.owner, &list.owningGroup, &list.others})
             *rights = *rights - PosixExecute;

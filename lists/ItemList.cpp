@@ -16,7 +16,8 @@ namespace morvane {
 
 namespace {
 
-/// What an allow/deny list cannot hold. It names by number whom it has not named so far.
+/// Returns what an allow/deny list cannot hold. The list names with a number whomever it does not
+/// name yet.
 std::vector<EntryLoss> nfs4Losses(const ItemList::Entries& entries, const MVAclOrigin::Values& item,
                                   const std::vector<NSUUID>& known) {
     static const Nfs4Names nobody{
@@ -32,7 +33,8 @@ std::vector<EntryLoss> nfs4Losses(const ItemList::Entries& entries, const MVAclO
     return losses;
 }
 
-/// What counts of the list that is shown so: the way back from entriesOfPosixAcl().
+/// Rebuilds the list from the entries that show it, without what its mask holds back: the reverse
+/// of entriesOfPosixAcl().
 PosixAcl posixAclShownBy(const ItemList::Entries& entries, const MVAclOrigin::Values& item) {
     PosixAcl acl{item.owner, item.group, item.isDirectory, {}, {}};
     const auto give = [](PosixRights& to, const PosixStatement& s) {

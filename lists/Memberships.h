@@ -9,7 +9,7 @@
 
 namespace morvane {
 
-/// A user's groups, each user's looked up once.
+/// Looks up the groups that users are in, once for each user.
 class Memberships {
   public:
     explicit Memberships(const PosixAclTarget& target) : target_(target) {}

@@ -12,7 +12,7 @@ constexpr std::size_t wordSize = 4;
 constexpr std::size_t namedEntrySize = 4 * wordSize;
 constexpr std::size_t numberedEntrySize = 5 * wordSize;
 
-/// Takes big-endian words from the front; once something is missing, everything is.
+/// Reads big-endian words from the front. After the first one that is missing, every read fails.
 class WordReader {
   public:
     explicit WordReader(std::span<const std::uint8_t> bytes) : rest_(bytes) {}

@@ -19,7 +19,7 @@ constexpr std::pair<std::uint32_t, std::uint32_t> boxesAndBits[] = {
     {ACL_CHANGE_OWNER, 0x80000},
 };
 
-/// What there is to see of an entry.
+/// What is shown of an entry.
 struct Shown {
     NSUUID who;
     bool deny = false;
@@ -49,8 +49,8 @@ std::uint32_t boxesOfKind(bool isDirectory) {
     return boxes;
 }
 
-/// Always the same for the same name, and never that of a user or group, whose UUIDs have another
-/// version.
+/// Makes a UUID from a name: always the same one for the same name, and never that of a user or
+/// group, whose UUIDs have another version.
 NSUUID uuidOfUnknownName(const std::string& who, bool isGroup) {
     NSUUID::Bytes bytes{};
     for (std::size_t half = 0; half != 2; ++half) {
@@ -80,7 +80,7 @@ Shown shownOf(const Nfs4Entry& entry, const Nfs4Target& target, const Nfs4Names&
             applies, has(Nfs4Inherited)};
 }
 
-/// Puts entries in the place of a list.
+/// Replaces a list with entries.
 class Replacement {
   public:
     Replacement(const Nfs4Acl& old, const Nfs4Target& target, const Nfs4Names& names)
@@ -172,7 +172,8 @@ class Replacement {
         return nullptr;
     }
 
-    /// Empty if this system cannot say who it is for. What is not shown is that of `model`.
+    /// Empty if this system cannot tell whom the entry is for. What has no box is taken from
+    /// `model`.
     std::optional<Nfs4Entry> entryOf(const Shown& shown, const Nfs4Entry* model) const {
         Nfs4Entry entry;
         if (!nameWho(entry, shown.who, model))
@@ -237,7 +238,8 @@ class Replacement {
         return true;
     }
 
-    /// As the list names others already: it has a domain only if this system knows somebody in it.
+    /// Names somebody as the list names others already: with its domain, if this system knows
+    /// somebody in it.
     std::optional<std::string> nameInDomain(const CBPosixIdentity& identity) const {
         for (const auto& entry : old_.entries) {
             const auto at = entry.who.rfind('@');

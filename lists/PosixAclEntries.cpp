@@ -16,8 +16,8 @@ namespace {
 /// The markers of the group nodes.
 enum : std::int32_t { GroupMarker = 2, AppliesToMarker = 0x2000 };
 
-/// The tree entries of one list, in the order in which the list is evaluated, in three stretches:
-/// the base of the access list is put between them.
+/// The tree entries of one list, in the order in which the list is evaluated. They come in three
+/// parts, between which the base of the access list is inserted.
 struct TreeEntries {
     std::vector<ShownRights> owner;
     std::vector<ShownRights> users;
@@ -26,8 +26,8 @@ struct TreeEntries {
     std::vector<ShownRights> others;
 };
 
-/// Adds what is shown for one identity that the list grants `granted`, when the classes that it
-/// comes to later grant `later`.
+/// Adds what is shown for one identity to which the list grants `granted`, if the classes that are
+/// evaluated later grant `later`.
 void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
          PosixRights later, const ShownRights& applies) {
     ShownRights entry = applies;
@@ -42,8 +42,8 @@ void add(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRig
     entries.push_back(entry);
 }
 
-/// The same for a named user or group. One without a right is denied them all, whatever comes
-/// later: at this entry the kernel stops.
+/// Does the same for a named user or group. One without a right is shown as denied all of them,
+/// because the kernel stops at this entry.
 void addNamed(std::vector<ShownRights>& entries, const CBPosixIdentity& who, PosixRights granted,
               PosixRights later, const ShownRights& applies) {
     if (granted != PosixNothing)
@@ -55,8 +55,8 @@ void addNamed(std::vector<ShownRights>& entries, const CBPosixIdentity& who, Pos
     entries.push_back(entry);
 }
 
-/// `owner` and `group` are those of the item that the list is of. They may be named beside their
-/// classes, and nothing comes to them later: they are no others.
+/// `owner` and `group` are those of the item. If they are named beside their classes, no class that
+/// is evaluated later applies to them, because they are not others.
 TreeEntries treeEntriesOf(const PosixList& list, const ShownRights& applies,
                           std::optional<std::uint32_t> owner = {},
                           std::optional<std::uint32_t> group = {}) {
@@ -81,7 +81,7 @@ TreeEntries treeEntriesOf(const PosixList& list, const ShownRights& applies,
     return result;
 }
 
-/// Takes from `defaults` what `entries` says as well, and lets the entry say both.
+/// Moves what both `defaults` and `entries` say into one entry that says both.
 void mergeDefaults(std::vector<ShownRights>& entries, std::vector<ShownRights>& defaults) {
     for (auto& entry : entries) {
         const auto same =

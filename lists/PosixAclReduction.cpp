@@ -16,7 +16,7 @@ namespace {
 
 using Statements = std::vector<PosixStatement>;
 
-/// What is shown of a list, as the evaluation takes it.
+/// What is shown of a list, in the form in which it is evaluated.
 Statements statementsShownOf(const PosixAcl& acl) {
     Statements shown;
     for (const auto& entry : shownRightsOfPosixAcl(acl))
@@ -34,7 +34,7 @@ bool someoneExecutes(const PosixList& list) {
     return (rights & PosixExecute) != PosixNothing;
 }
 
-/// On a file that nobody can execute, execution wants to be asked for by itself.
+/// On a file that nobody can execute, execution has to be asked for by its own box.
 void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
     if (target.isDirectory || !target.old || someoneExecutes(target.old->access) ||
         std::any_of(statements.begin(), statements.end(), [](const PosixStatement& s) {

@@ -19,33 +19,36 @@
 
 namespace morvane {
 
-/// The item's own list, or what it gives to new items.
+/// Which list of an item is meant: its own, or the default list for new items.
 enum class PosixPart { access, defaults };
 
-/// Works out one list: collect(), decide(), then list(). What it is given must outlive it.
+/// Computes one list: call collect(), decide(), then list(). The arguments of the constructor must
+/// outlive it.
 class PosixListReduction {
   public:
     PosixListReduction(PosixPart part, const std::vector<PosixStatement>& statements,
                        const std::vector<PosixStatement>& shown, const PosixList* old,
                        const PosixAclTarget& target, Memberships& memberships);
 
-    /// False if the list holds fewer users and groups.
+    /// Collects the users and groups that the list will name. False if there are more of them than
+    /// a list can hold.
     bool collect();
 
     void decide();
 
-    /// `access` is what a default list takes the classes from that it does not speak of.
+    /// Makes the list. A default list takes those classes from `access` that the entries do not
+    /// mention.
     PosixList list(const PosixList* access, const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                    std::vector<EntryLoss>& losses);
 
   private:
-    /// What is decided about one identity so far, and by which statement each right was allowed.
+    /// What has been decided about one identity so far, and which statement allowed each right.
     struct Decisions {
         PosixRights allowed = PosixNothing;
         PosixRights denied = PosixNothing;
         std::array<std::size_t, 3> allowedAt{};
 
-        /// Which of `rights` this decides.
+        /// Decides those of `rights` that are still undecided, and returns them.
         PosixRights decide(bool deny, PosixRights rights, std::size_t place);
     };
 
@@ -58,9 +61,10 @@ class PosixListReduction {
         bool isFlat = false;
     };
 
-    /// Whether the item's own list names the owner (the owning group) besides its class, and what
-    /// is said of that is what was shown. Where nothing else is said of the class, it is said of
-    /// that: a denial would not hold for the class otherwise.
+    /// Whether the item's own list names the owner (or the owning group) in an entry beside its
+    /// class, and the statements about that entry are those that were shown. If there are no other
+    /// statements about the class, these are about the class: a denial would not hold for it
+    /// otherwise.
     bool isKept(const CBPosixIdentity& who, const std::vector<PosixStatement>& shown) const;
 
     /// The class that a statement is for; null if it is for a named user or group.
@@ -70,7 +74,8 @@ class PosixListReduction {
 
     Decisions& namedDecisions(const CBPosixIdentity& who);
 
-    /// Of each group that is denied something, who of the owner and the named users is in it.
+    /// Finds out, for each group that is denied something, which of the owner and the named users
+    /// are its members.
     void findMembers();
 
     void decideForAll(bool deny, PosixRights rights, std::size_t place);
@@ -80,9 +85,10 @@ class PosixListReduction {
 
     void denyMembers(const PosixStatement& s, PosixRights fresh, std::size_t place);
 
-    /// A member of several groups has what any of them has: a denial for one holds against the
-    /// others only if they do not have it either. Likewise for whoever will make an item, and be
-    /// its owner. What was so already stays so.
+    /// Takes rights that are denied to one group from the other groups, too. A member of several
+    /// groups has every right that one of them has, so that a denial for one group has an effect
+    /// only if the others do not have the right either. The same goes for the creator of an item,
+    /// who will be its owner. Where the stored list is like that already it is left so.
     void takeFromOtherGroups(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                              std::vector<EntryLoss>& losses);
 
@@ -103,7 +109,7 @@ class PosixListReduction {
     bool keptOwner_ = false;
     bool keptGroup_ = false;
     std::vector<PosixStatement> statements_;
-    /// By their ids, as a list has them.
+    /// Sorted by id, as in a list.
     std::map<std::uint32_t, Decisions> users_;
     std::map<std::uint32_t, Decisions> groups_;
     std::unordered_map<std::uint32_t, std::vector<Decisions*>> members_;

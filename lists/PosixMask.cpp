@@ -7,7 +7,8 @@ namespace morvane {
 
 namespace {
 
-/// Calls `add` for each of the `wanted` rights that are what `stored`, of `list`, grants now.
+/// Calls `add` for each entry of `wanted` whose rights equal those that its counterpart in `list`
+/// grants now.
 template <class Add>
 void addHeldBack(std::vector<PosixNamedRights>& wanted, const std::vector<PosixNamedRights>& stored,
                  const PosixList& list, Add&& add) {
@@ -21,7 +22,7 @@ void addHeldBack(std::vector<PosixNamedRights>& wanted, const std::vector<PosixN
     }
 }
 
-/// Whether everybody whom the mask limits has in `list` what `wanted` says.
+/// Whether everybody whom the mask limits has the same rights in `list` as in `wanted`.
 bool countsAs(const PosixList& list, const PosixList& wanted) {
     const auto same = [&](const auto& stored, const auto& counting) {
         return std::equal(stored.begin(), stored.end(), counting.begin(), counting.end(),

@@ -4,8 +4,8 @@
 
 namespace morvane {
 
-/// `wanted`, whose entries are what shall count, with a mask, and with what that of `old`, the list
-/// that is there now, holds back. `old` is null if there is none.
+/// Adds a mask to `wanted`, whose rights are those that shall have an effect, and the rights that
+/// the mask of `old` holds back. `old` is the list that the item has now, or null if it has none.
 PosixList withMask(PosixList wanted, const PosixList* old);
 
 }  // namespace morvane

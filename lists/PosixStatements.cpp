@@ -126,7 +126,7 @@ class Taking {
         return statement.item || statement.children;
     }
 
-    /// A group of boxes that is on as a whole.
+    /// Adds the rights of a group of boxes that is on as a whole.
     void takeBundle(std::size_t group, std::uint32_t boxes, PosixStatement& statement) {
         if (group == ReadGroup && (boxes & readBoxes) == readBoxes) {
             statement.rights = statement.rights | PosixRead | PosixExecute;
@@ -142,7 +142,7 @@ class Taking {
         }
     }
 
-    /// Whether it is for nobody but the owner, of the item or of what is made in it.
+    /// Whether the entry is for the owner alone: the item's, or that of the items made in it.
     bool isOwners(const PosixStatement& statement) const {
         return statement.who == CBPosixIdentity{CBCreator{false}} ||
                (statement.who == owner_ && !statement.children);
@@ -168,7 +168,7 @@ class Taking {
         return text;
     }
 
-    /// Boxes that are on each by itself.
+    /// Adds the rights of boxes that are on one by one.
     void takeBoxes(std::uint32_t on, PosixStatement& statement) {
         const auto number = statement.number;
         const auto bundle = [&](std::uint32_t boxes, PosixRights right) {

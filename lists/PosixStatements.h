@@ -11,9 +11,9 @@
 
 namespace morvane {
 
-/// One entry as the evaluation takes it.
+/// One entry in the form in which it is evaluated.
 struct PosixStatement {
-    /// Of the entry, among all.
+    /// The index of the entry among all.
     std::size_t number = 0;
     CBPosixIdentity who;
     /// One of the three entries of the base.
@@ -22,21 +22,21 @@ struct PosixStatement {
     PosixRights rights = PosixNothing;
     bool item = true;
     bool children = false;
-    /// Execution is asked for as a part of "Read" alone.
+    /// Whether execution is asked for only as a part of "Read".
     bool executesByBundle = false;
 };
 
 struct PosixStatements {
     std::vector<PosixStatement> statements;
-    /// What no list can hold of the entries, each by itself.
+    /// What no list can hold of the entries, whatever the other entries are.
     std::vector<EntryLoss> losses;
 };
 
-/// What the boxes of entries say about the item of `owner` and `group`, in rights.
+/// Translates the boxes of entries into rights to an item of `owner` and `group`.
 PosixStatements posixStatementsOf(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                   std::uint32_t owner, std::uint32_t group, bool isDirectory);
 
-/// The box with those that it can be stored with only.
+/// Returns the box together with the boxes without which it cannot be stored.
 std::uint32_t posixBoxesWith(std::uint32_t box, bool isDirectory);
 
 }  // namespace morvane

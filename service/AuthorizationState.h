@@ -6,9 +6,9 @@
 #include <memory>
 #include <mutex>
 
-/// What the process knows of its authorization. Tests put a new one in place to begin anew.
 namespace morvane {
 
+/// What the process knows of its authorization. Tests replace it to start afresh.
 struct AuthorizationState {
     std::once_flag once;
     std::mutex mutex;

@@ -14,7 +14,7 @@ struct Right {
     const char* prompt;
 };
 
-/// In the order of their registration.
+/// The rights in the order in which they are defined.
 constexpr std::array rights = {
     Right{MVRightGetFileAcl, "Morvane wants to retrieve file Access Control List."},
     Right{MVRightGetFileAccess, "Morvane wants to retrieve effective permissions."},

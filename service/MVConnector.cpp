@@ -18,8 +18,8 @@ namespace {
                           "] of the base class MVConnector.");
 }
 
-/// Declares the classes of argument 0 of each message that the table names. The table is asked for
-/// its keys once, and then again for the classes of each.
+/// Declares the classes of argument 0 of each message that the table names. The table is read once
+/// for its keys, and then again for the classes of each key.
 template <class Table>
 void apply(NSXPCInterface& interface, bool ofReply, Table table) {
     for (const auto& [selector, classes] : table()) {

@@ -14,52 +14,54 @@
 
 namespace morvane {
 
-/// Why. The values are the codes of the errors of MVEntryLossDomain.
+/// Why something of an entry cannot be stored. The values are the codes of the errors of
+/// MVEntryLossDomain.
 enum class EntryLossReason : std::int64_t {
-    /// It neither allows nor denies.
+    /// The entry neither allows nor denies.
     tag = 1,
-    /// It is for nobody whom this system knows.
+    /// The entry is for somebody whom this system does not know.
     nobody = 2,
-    /// The mark that it is inherited.
+    /// The list cannot mark an entry as inherited.
     inherited = 3,
-    /// Its boxes are not those of the item's kind, or one is neither on nor off.
+    /// The entry's boxes are not those of the item's kind, or one is neither on nor off.
     shape = 4,
-    /// The list has no place for the box, for this identity.
+    /// The list cannot store the box for this identity.
     box = 5,
-    /// The list has no place for the box without others, which are off.
+    /// The list can store the box only together with others, which are off.
     half = 6,
     /// Nobody can be denied the box.
     always = 7,
-    /// It is inherited to a part only of what is inside.
+    /// The entry is inherited by only a part of the items inside the folder.
     inheritance = 8,
-    /// It applies to nothing.
+    /// The entry applies to nothing.
     nothing = 9,
-    /// Members of a group that is denied something have it through another group, or as whoever
-    /// makes an item.
+    /// Members of a group that is denied something are allowed it through another group, or as the
+    /// creator of an item.
     members = 10,
-    /// It was written, and the server of a network mount has made something else of it.
+    /// The entry was written, and the server of a network mount stored something else.
     stored = 11,
 };
 
-/// What of entries a list cannot hold.
+/// One thing that a list cannot hold: an entry, or a box of it.
 struct EntryLoss {
-    /// Where the entry stands among those that were to be written, from 0; as many as these are if
-    /// it is about somebody of whom none of them speaks.
+    /// The index of the entry among those that were to be written. It equals their number if the
+    /// loss is about somebody for whom there is no entry.
     std::size_t entry = 0;
     EntryLossReason reason = EntryLossReason::box;
-    /// The name of the box or of the group of boxes; empty where all of the entry is meant.
+    /// The name of the box or of the group of boxes; empty if the whole entry is lost.
     std::string box;
-    /// "allow user bob"
+    /// Describes the entry to people: "allow user bob".
     std::string who;
-    /// For people: "only root has it".
+    /// Gives the reason to people: "only root has it".
     std::string why;
 
-    /// What is lost, for people: "\"Change Owner\": only root has it".
+    /// Says to people what is lost: "\"Change Owner\": only root has it".
     MORVANE_EXPORT std::string text() const;
     bool operator==(const EntryLoss&) const = default;
 };
 
-/// Takes those for one that say the same, whichever entries they are about.
+/// Orders losses by what they say to people: two with the same text are equal, whichever entries
+/// they are about.
 struct EntryLossByText {
     bool operator()(const EntryLoss& a, const EntryLoss& b) const {
         return std::tie(a.who, a.why, a.box) < std::tie(b.who, b.why, b.box);
@@ -70,41 +72,44 @@ using EntryLossSet = std::set<EntryLoss, EntryLossByText>;
 MORVANE_EXPORT EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry,
                                   EntryLossReason reason, std::string box, std::string why);
 
-/// "entry 3 (allow user bob): "Delete": ..." for each. `numbers` tells for each entry which one it
-/// is where people see it, from 1; without it, or with 0, "allow user bob: ...".
+/// Describes each loss: "entry 3 (allow user bob): "Delete": ...". `numbers` has for each entry the
+/// number under which it is shown, counted from 1; where it is missing or 0 the text begins with
+/// "allow user bob: ...".
 MORVANE_EXPORT std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
                                                       const std::vector<std::size_t>& numbers = {});
-/// "It would lose: ...; ....", with all of `texts`.
+/// Makes one sentence of all `texts`: "It would lose: ...; ....".
 MORVANE_EXPORT std::string textOfLosses(const std::vector<std::string>& texts);
 
-/// The numbers of entries in canonical order, as a host shows them.
+/// Returns the number of each entry, counted from 1, when the entries are shown in canonical order.
 MORVANE_EXPORT std::vector<std::size_t> canonicalNumbers(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 
-/// The POSIX error EOPNOTSUPP of a request to write `entries` to the item at `url`, whose list
-/// cannot hold them: its text names all of `losses`, and they stand under
-/// NSMultipleUnderlyingErrorsKey as errors of MVEntryLossDomain.
+/// Makes the POSIX error EOPNOTSUPP that answers a request to write `entries` to the item at `url`,
+/// whose list cannot hold them. Its text names all of `losses`; under NSMultipleUnderlyingErrorsKey
+/// it carries them as errors of MVEntryLossDomain.
 MORVANE_EXPORT NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
                                         const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                                         const NSURL& url);
 
-/// The losses as values, as they stand in an error under NSMultipleUnderlyingErrorsKey.
+/// Makes an error of MVEntryLossDomain of each loss, for NSMultipleUnderlyingErrorsKey.
 MORVANE_EXPORT std::vector<NSErrorRef> errorsOfLosses(const std::vector<EntryLoss>& losses);
-/// As many losses go with an error as values; its text names more.
+/// An error carries at most this many losses as values; its text may name more.
 inline constexpr std::size_t maxLossesCarried = 1024;
-/// The losses that `error` carries, be it that a list cannot hold them or that a server has stored
-/// something else (EREMOTEIO); empty if it is another error.
+/// Returns the losses that `error` carries, whether the list cannot hold them or a server has
+/// stored something else (EREMOTEIO). Returns none for any other error.
 MORVANE_EXPORT std::vector<EntryLoss> lossesOfError(const NSError& error);
 
-/// One loss as an error: its code is the EntryLossReason, its description what is lost.
+/// The domain of the errors that each stand for one loss: the code is the EntryLossReason, the
+/// description says what is lost.
 inline constexpr const char* MVEntryLossDomain = "MVEntryLossDomain";
-/// Of the user info of such an error: the members of EntryLoss of these names.
+/// Keys of the user info of such an error: it has the members of EntryLoss under these names.
 inline constexpr const char* MVEntryLossEntryKey = "MVEntryLossEntry";
 inline constexpr const char* MVEntryLossBoxKey = "MVEntryLossBox";
 inline constexpr const char* MVEntryLossWhoKey = "MVEntryLossWho";
 inline constexpr const char* MVEntryLossWhyKey = "MVEntryLossWhy";
 
-/// The bits of the boxes of `group` that are on; one that is neither on nor off is a loss.
+/// Returns the bits of those boxes of `group` that are on. A box that is neither on nor off is
+/// added to `losses`.
 MORVANE_EXPORT std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number,
                                      const MVAclEntry& entry, std::vector<EntryLoss>& losses);
 

@@ -5,14 +5,15 @@
 #include <string>
 
 /// \file
-/// How people are told whom an entry is for.
+/// The texts that tell people whom an entry is for.
 
 namespace morvane {
 
-/// The name of the entry's user or group; "uid 1234" or "gid 1234" if it has none any more, and a
-/// UUID that is nobody's as it is.
+/// Returns the name of the entry's user or group. One that has no name any more is called "uid
+/// 1234" or "gid 1234"; for a UUID that belongs to nobody the UUID itself is returned.
 MORVANE_EXPORT std::string identityName(const MVAclEntry& entry);
-/// "user alice" or "group staff"; "everyone", and of one without a name "uid 1234", alone.
+/// Returns "user alice" or "group staff". "everyone" and an identity without a name ("uid 1234")
+/// are not preceded by a word.
 MORVANE_EXPORT std::string identityText(const CBIdentity& identity);
 
 }  // namespace morvane

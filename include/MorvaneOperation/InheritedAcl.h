@@ -23,14 +23,15 @@
 
 namespace morvane {
 
-/// What is in the folder itself, in its sub-folders, and further down.
+/// The levels below a folder: the items directly in it, those in its sub-folders, and everything
+/// further down.
 inline constexpr std::size_t inheritedLevels = 3;
 
-/// As POSIX lists.
+/// What the items below a folder inherit, as POSIX lists.
 struct InheritedLists {
     struct Level {
         PosixList file;
-        /// For a file that somebody can execute now.
+        /// The list for a file that somebody can execute now.
         PosixList executable;
         PosixList folder;
         std::optional<PosixList> folderDefaults;
@@ -38,25 +39,27 @@ struct InheritedLists {
     std::uint32_t owner = 0;
     std::uint32_t group = 0;
     std::array<Level, inheritedLevels> levels;
-    /// Whether all of them are lists.
+    /// Whether all of them can be stored as lists.
     PosixAclFit fit = PosixAclFit::fits;
-    /// What of the entries the lists do not hold; empty if they hold them all. The entries are not
-    /// counted, as those of the folder have become others.
+    /// The losses; empty if the lists hold everything that the entries say. EntryLoss::entry has no
+    /// meaning here, because the folder's entries have been converted into others.
     EntryLossSet losses;
 };
 
-/// `folder` is the list that the folder has; the classes of its base that `entries` do not speak of
-/// are those of the items, too.
+/// Computes what the items inherit as POSIX lists. `folder` is the list that the folder has now:
+/// where `entries` say nothing about its owner, owning group or everyone, the items get the
+/// folder's rights.
 MORVANE_EXPORT InheritedLists inheritedPosixLists(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries, const PosixAcl& folder);
 
-/// As entries, for allow/deny lists.
+/// What the items of one level inherit, as entries for allow/deny lists.
 struct InheritedLevel {
     std::vector<std::shared_ptr<MVAclEntry>> file;
     std::vector<std::shared_ptr<MVAclEntry>> folder;
 };
 using InheritedEntries = std::array<InheritedLevel, inheritedLevels>;
 
+/// Computes what the items inherit as entries.
 MORVANE_EXPORT InheritedEntries
 inheritedEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 

@@ -12,7 +12,7 @@
 
 namespace morvane {
 
-/// What the list of an item can hold: for a host, before anything is sent.
+/// Tells a host what the list of an item can hold, before anything is sent.
 ///
 ///     const auto list = ItemList::asRead(entries);   // before they are edited
 ///     for (const auto& entry : entries) {
@@ -23,50 +23,52 @@ namespace morvane {
 ///         show(loss.text());
 ///     entries = list->nearest(entries);
 ///
-/// It computes; no service, no rights and no look at the item are needed. A service that is given
-/// the same entries comes to the same result, as long as the list is what was read.
+/// It only computes: it needs neither a service nor a right and does not look at the item. A
+/// service that is given the same entries comes to the same result, as long as the list is what was
+/// read.
 class MORVANE_EXPORT ItemList {
   public:
     using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
 
-    /// The list that `entries` are, all of them and as they were read; empty if they do not tell
-    /// where they were read from. They are not kept.
+    /// Makes the list from all of its entries as they were read; empty if the entries have no
+    /// origin. The entries are not kept.
     static std::optional<ItemList> asRead(const Entries& entries);
 
     const MVAclOrigin::Values& item() const { return origin_->values(); }
 
-    /// Whether `entry` can have the box on: one of its tree, or the group node of a flat entry.
-    /// (Several boxes may only go together; losses() tells.)
+    /// Whether the box may be on in `entry`: a box of its tree, or the group node of a flat entry.
+    /// (Some boxes can only be stored together; losses() names them.)
     bool holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const;
-    /// Whether `entry` can be given that choice of MVAclPermissionGroup.
+    /// Whether the list can hold `entry` with this code of MVAclPermissionGroup.
     bool holdsChoice(const MVAclEntry& entry, std::int64_t code) const;
-    /// `entry`, as it asks for execution whatever the others ask for: where somebody has switched
-    /// its box "Execute File" on. With it "Read" may be on as a whole, which does not make a file
-    /// executable that nobody can execute. A copy then, without "Read Attributes", which asks for
-    /// nothing; else `entry` itself.
+    /// Returns an entry that asks for execution even if nobody can execute the file now: to be
+    /// called when the user has switched the box "Execute File" on. "Read" as a whole does not make
+    /// such a file executable; if all of "Read" is on, a copy without "Read Attributes" is
+    /// returned, a box that asks for nothing. Otherwise `entry` itself is returned.
     std::shared_ptr<MVAclEntry> askingToExecute(const std::shared_ptr<MVAclEntry>& entry) const;
-    /// What of `entries` the list would lose; empty if it holds them all.
+    /// Returns what the list would lose of `entries`; empty if it holds them all.
     std::vector<EntryLoss> losses(const Entries& entries) const;
-    /// The entries as they would be read after the nearest list that grants no more was written.
+    /// Returns the entries that would be read if the nearest list were written: the one that comes
+    /// closest to `entries` and grants no more than they do.
     Entries nearest(const Entries& entries) const;
-    /// Whether whoever makes an item in the folder has no right to it by `entries`: they say what
-    /// is inherited, and nothing that is for the creator or everyone. An allow/deny list is stored
-    /// so; a POSIX list takes what the creator has from the folder's own rights.
+    /// Whether `entries` would leave the creator of an item in the folder without any right to it:
+    /// some are inherited, but none of these is for the creator or for everyone. Only an allow/deny
+    /// list can be stored like that; in a POSIX list the creator gets the folder's own rights.
     bool leavesCreatorWithout(const Entries& entries) const;
-    /// The error that a service answers with for entries that the list cannot hold; null if it
-    /// holds them. With `lossy`, of those that have no nearest list either.
+    /// Returns the error with which a service answers if the list cannot hold `entries`, or null if
+    /// it can. With `lossy`, entries that have a nearest list are no error.
     NSErrorRef whyNot(const Entries& entries, bool lossy) const;
 
   private:
     explicit ItemList(std::shared_ptr<const MVAclOrigin> origin) : origin_(std::move(origin)) {}
     bool holds(const std::shared_ptr<MVAclEntry>& probe) const;
-    /// Whether it is for the owner, the owning group or everyone.
+    /// Whether the entry is for the owner, the owning group or everyone.
     bool isOfTheBase(const MVAclEntry& entry) const;
 
     std::shared_ptr<const MVAclOrigin> origin_;
-    /// What counts of a POSIX list.
+    /// The POSIX list without what its mask holds back; empty for an allow/deny list.
     std::optional<PosixAcl> posix_;
-    /// Whom the entries of an allow/deny list are for.
+    /// The identities that the entries of an allow/deny list are for.
     std::vector<NSUUID> known_;
 };
 

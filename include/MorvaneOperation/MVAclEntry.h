@@ -16,10 +16,10 @@
 
 namespace morvane {
 
-/// What an entry's `tag` says of its boxes.
+/// What the `tag` of an entry says: its boxes are allowed, or denied.
 enum MVAclTag : std::int32_t { MVAclTagAllow = 1, MVAclTagDeny = 2 };
 
-/// Codes of `permissionGroup`, told by the states of the first three groups.
+/// Codes of `permissionGroup`, which follow from the states of the first three groups.
 enum MVAclPermissionGroup : std::int64_t {
     MVAclGroupAll = 1,
     MVAclGroupReadWrite = 2,
@@ -46,16 +46,16 @@ enum MVAclPermissionGroup : std::int64_t {
 /// group code, a changed group decides its boxes. An entry whose groups have no boxes is a flat
 /// entry.
 ///
-/// No uuid means everyone. An entry made for a user who can't be found has none and would apply to
-/// everyone: check `uuid()` before writing such an entry.
+/// An entry without a uuid applies to everyone. An entry that was made for a user who cannot be
+/// found has none either: check `uuid()` before writing such an entry.
 ///
-/// In an archive an entry, a node or a box stands in one place only; one that stands in a second,
-/// in the same entry or in another, is refused.
+/// An archive may reach an entry, a node or a box from one place only. If it reaches one of them a
+/// second time, from the same entry or from another, it is refused.
 ///
 /// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
 /// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
-/// the main thread; no locks. Failure: a tree of another shape is not verified; what reaches past
-/// its end throws NSRangeException and leaves the entry as the steps so far have made it.
+/// the main thread; no locks. Failure: a tree of another shape is not verified; an
+/// operation that reaches past its end throws NSRangeException and keeps the changes made so far.
 class MORVANE_EXPORT MVAclEntry : public NSObservable,
                                   public NSKeyValueObserver,
                                   public std::enable_shared_from_this<MVAclEntry> {
@@ -75,22 +75,22 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     static const NSKeyPath permissionsKeyPath;
     static const NSKeyPath identityKeyPath;
     static const NSKeyPath applicableToKeyPath;
-    /// Told when the lists that `identities` reads have changed.
+    /// Changes when the lists that identities() reads have changed.
     static const NSKeyPath identitiesKeyPath;
 
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
     static bool supportsSecureCoding() { return true; }
 
-    /// Tag 0, no tree, everyone, not inherited.
+    /// Makes an entry with tag 0 and without a tree, for everyone, not inherited.
     static std::shared_ptr<MVAclEntry> init();
-    /// Takes the tree as it is, makes its boxes settable or not, and looks the identity up: that of
-    /// `uuid`, or everyone for none. `tag` is one of MVAclTag.
+    /// Takes the tree as it is, makes its boxes settable unless `inherited`, and looks up the
+    /// identity of `uuid`; without a uuid it is everyone. `tag` is one of MVAclTag.
     static std::shared_ptr<MVAclEntry> initWithUuid(const std::optional<NSUUID>& uuid,
                                                     std::int32_t tag, Permissions permissions,
                                                     bool inherited);
-    /// A new entry that allows the logged-in user to read and write; on a folder it applies to the
-    /// folder itself only.
+    /// Makes an entry that allows the logged-in user to read and write; on a folder it applies to
+    /// the folder itself only.
     static std::shared_ptr<MVAclEntry> newEntryForDirectory(bool directory);
     ~MVAclEntry() override;
 
@@ -130,12 +130,12 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
 
     /// Whether the first group has boxes; a flat entry's has none.
     bool isAcl() const;
-    /// Entries in descending order of it are in canonical order: explicit before inherited, deny
+    /// Entries sorted by descending score are in canonical order: explicit before inherited, deny
     /// before allow.
     std::int64_t canonicalScore() const;
     /// Whether "Read", "Write" and "Administration" are all off.
     bool isShallow() const;
-    /// Always 1: how deep the inheritance is, is not tracked.
+    /// Always 1: the depth of the inheritance is not tracked.
     std::int64_t inheritanceLevel() const { return 1; }
 
     /// The identities to choose from: all for an entry with boxes; for a flat entry the groups if
@@ -171,8 +171,9 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     bool convertInheritedToFileEntry();
     bool convertInheritedToDirectoryEntry();
 
-    /// By class, tag, inheritance, kind, identity and boxes. One-sided: nodes that only `other` has
-    /// are not compared. An entry without an identity equals nothing, itself included.
+    /// Compares class, tag, inheritance, kind, identity and boxes. The comparison is one-sided:
+    /// nodes that only `other` has are ignored. An entry without an identity equals nothing, not
+    /// even itself.
     bool isEqual(const NSObject* other) const override;
 
     void encodeWithCoder(NSKeyedArchiver& coder) const override;

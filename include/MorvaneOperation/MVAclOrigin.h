@@ -19,29 +19,30 @@ enum class MVAclStorage : std::int32_t {
     nfs4 = 3,
 };
 
-/// Of the errors about a list.
+/// The domain of the errors about a list.
 inline constexpr const char* MVAclErrorDomain = "MVAclErrorDomain";
 enum : std::int64_t {
-    /// The list has changed since the entries were read that were to be written. Nothing was done.
+    /// The list has changed since the entries were read. Nothing was written.
     MVAclChanged = 1,
 };
 
-/// Which list entries were read from: of which item, and what the item is.
+/// The list that entries were read from: its item, and what the item is.
 ///
 ///     const auto& origin = entries.front()->origin();
 ///     if (origin && origin->values().isDirectory)
 ///         show("These are the entries of a folder.");
 ///
-/// A service gives it to each entry that it sends, and entries carry it back when they are written:
-/// a list that has changed meanwhile is then refused instead of lost (MVAclErrorDomain). Entries
-/// that were not read have none, unless the host gives them that of the list they are for: it
-/// should, as otherwise a list of new entries alone replaces whatever is there. Nor have those of a
-/// service that does not know of it. It is no part of what an entry says: equality does not see it.
+/// A service sets it on each entry that it sends, and the entries carry it back when they are
+/// written. If the list has changed since, the request is refused (MVAclErrorDomain) and the change
+/// is not overwritten. New entries have no origin; a host should give them that of the list they
+/// are added to, because a list of entries without an origin replaces whatever is there. Entries
+/// from a service that does not know of origins have none either. An origin is not compared when
+/// entries are.
 ///
-/// The check counts only where the entries are written to the very URL that they were read from:
-/// under another, though it names the same item, they are a copy and replace whatever is there. A
-/// list without entries tells nothing: read again right before it is written. And a moment remains
-/// between the service's look and its write, in which a change is not noticed.
+/// The service checks only entries that are written to the very URL they were read from. Under
+/// another URL, even one of the same item, they are a copy and replace whatever is there. An empty
+/// list carries no origin: read the item again right before emptying its list. A change between the
+/// service's check and its write is not noticed.
 ///
 /// Immutable; any thread.
 class MORVANE_EXPORT MVAclOrigin final : public NSObject {
@@ -52,7 +53,7 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
         std::uint32_t owner = 0;
         std::uint32_t group = 0;
         MVAclStorage storage = MVAclStorage::posix;
-        /// Tells one content of the list, owner and group included, from another.
+        /// Differs between any two contents of the list, its owner and group included.
         std::string digest;
         bool operator==(const Values&) const = default;
     };

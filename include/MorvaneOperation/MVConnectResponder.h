@@ -9,9 +9,9 @@ namespace morvane {
 
 class MVConnector;
 
-/// What a connector exports to the services: passes each callback on to its connector, on the
-/// thread on which it arrives. It holds the connector weakly; when the connector is gone, nothing
-/// is called and the reply is dropped without an answer.
+/// The object that a connector exports to the services. It passes each callback on to its
+/// connector, on the thread on which the callback arrives. It holds the connector weakly; when the
+/// connector is gone, nothing is called and the reply is dropped without an answer.
 class MORVANE_EXPORT MVConnectResponder : public NSObject, public MVFileResponse {
   public:
     static const NSClass& classObject();

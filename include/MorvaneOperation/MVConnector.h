@@ -58,30 +58,30 @@ inline constexpr const char* MVAbstractMethodNotOverridden = "MVAbstractMethodNo
 ///             ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///     });
 ///
-/// Look at both, and at the connection once: it may be null although there is no error, for two
-/// reasons. The rights could not be defined, so that there was nobody to ask and no error to hand
-/// on. Or the connection has ended between the reply and its use, and was forgotten.
+/// Check both the error and the connection, and read the connection only once. It may be null
+/// although there is no error, for two reasons: the rights could not be defined, so that nobody
+/// could be asked and there was no error to pass on; or the connection has ended between the reply
+/// and its use, and was forgotten.
 ///
 /// Creation: by init() or initWithQueueLabel() only, as the compiler sees to. A subclass inherits
 /// the constructor, or passes its own `Creation` on, and names itself with a classObject() and an
 /// objectClass() of its own.
 ///
 /// Ownership: a connector owns its connections, queue and responder; the responder and the
-/// connections' handlers hold it weakly. Its end invalidates both connections. A connection that
-/// another takes the place of is let go of, not invalidated: requests that are under way on it end
-/// as if nothing had happened.
+/// connections' handlers hold it weakly. Its destruction invalidates both connections. A connection
+/// that is replaced by another is released, not invalidated: requests in flight on it end as usual.
 ///
 /// Threads: no lock is held while anything is built or called. Read connection() on one thread at a
-/// time: two first reads at once may each build one. A connection stands in its property before it
-/// is configured, so that another thread may see it without its interfaces: share it between
-/// threads once the read that has built it has returned. The privileged connection is built, and
+/// time: two first reads at once may each build one. A connection is stored in its property before
+/// it is configured, so that another thread may see it without its interfaces: share it between
+/// threads only after the call that built it has returned. The privileged connection is built, and
 /// connections are reset after an invalidation, on `queue`. Callbacks of the services arrive on a
 /// thread of the connection's choosing. getAuthConnectionForRight() blocks its caller while the
 /// system asks the user.
 ///
-/// The two tables are asked for anew for each connection: once for their keys, then once more for
-/// each of them; for the file service on the thread that reads connection(), for the privileged
-/// helper on `queue`. Answer from what does not change.
+/// The two tables are read anew for each connection: once for their keys, then once more for each
+/// key; for the file service on the thread that calls connection(), for the privileged helper on
+/// `queue`. Both must always return the same table.
 ///
 /// Failure: an invalidated connection is forgotten, one line is logged, and the next use connects
 /// again; requests in flight are not repeated. A table that names a message which the protocol does
@@ -94,8 +94,8 @@ class MORVANE_EXPORT MVConnector : public NSObject,
                                    public MVFileResponse,
                                    public std::enable_shared_from_this<MVConnector> {
   public:
-    /// Selector to the classes that argument 0 may hold: of the reply for the requests, of the
-    /// message itself for the callbacks.
+    /// Maps a selector to the classes that argument 0 may hold: argument 0 of the reply for the
+    /// requests, of the message itself for the callbacks.
     using EncodableClasses = std::map<std::string, NSClassSet>;
     using AuthReply = std::function<void(NSErrorRef)>;
 
@@ -146,9 +146,9 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     /// Obtains the right (its full name), asking the user if need be, and then makes sure that
     /// there is a privileged connection. The reply runs on the caller's thread, before this
     /// returns, if the right is refused (with the error, if there is one), the connection is there
-    /// already, or `queue` can have no thread (with the error EAGAIN) or no memory (ENOMEM);
-    /// otherwise on `queue`. It brings no connection: read authConnection(), and see whether it is
-    /// null.
+    /// already, or `queue` cannot get a thread (with the error EAGAIN) or memory (ENOMEM);
+    /// otherwise on `queue`. It carries no connection: read authConnection(), and check whether it
+    /// is null.
     void getAuthConnectionForRight(const char* right, AuthReply reply);
 
     // To be overridden; each throws NSException "MVAbstractMethodNotOverridden".
@@ -182,7 +182,7 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     Property load(const Property& property) const;
     void store(Property& property, Property connection);
 
-    /// Keeps the two pointers whole between threads; nothing else.
+    /// Guards the two pointers, and nothing else.
     mutable std::mutex properties_;
     Property connection_;
     std::shared_ptr<DispatchQueue> queue_;

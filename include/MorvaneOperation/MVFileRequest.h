@@ -15,7 +15,9 @@
 
 namespace morvane {
 
-/* MESSAGE(member, selector, parameters, arguments, right) */
+/* This list is the one place where a message is declared: its member, its selector, its parameters,
+   and the right that the privileged helper requires for it. Each row is
+   MESSAGE(member, selector, parameters, arguments, right). */
 #define MVFileRequestMessages(MESSAGE)                                                           \
     /* The access-control list of the item, in the list's own order. */                          \
     MESSAGE(getAclEntriesWithUrl, "getAclEntriesWithUrl:reply:",                                 \
@@ -53,16 +55,14 @@ namespace morvane {
              NSXPCReply<std::vector<NSURL>, NSErrorRef> reply),                                  \
             (std::move(directory), std::move(indexPath), std::move(reply)), MVRightGetFileSize)
 
-/// What a client asks of the file service or the privileged helper.
+/// The requests that a client makes of the file service or the privileged helper.
 ///
 ///     connection->remoteObjectProxyWithErrorHandler<MVFileRequest>(onError)
 ///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///
-/// Every reply ends with an error; null means success, and what stands before it is then whole. An
-/// error of the file system is of NSPOSIXErrorDomain and has the URL under NSURLErrorKey.
-///
-/// This list is the one place where a message is declared: its member, its selector, its
-/// parameters, and the right that the privileged helper wants for it.
+/// Every reply ends with an error; null means success, and the arguments before it are then
+/// complete. An error of the file system is of NSPOSIXErrorDomain and has the URL under
+/// NSURLErrorKey.
 class MORVANE_EXPORT MVFileRequest {
   public:
     virtual ~MVFileRequest();
@@ -71,7 +71,7 @@ class MORVANE_EXPORT MVFileRequest {
 
 NSXPC_PROTOCOL(MVFileRequest, MVFileRequestMessages)
 
-/// A message and the right that the privileged helper wants for it.
+/// A message and the right that the privileged helper requires for it.
 struct MVGuardedMessage {
     std::string_view selector;
     std::string_view right;

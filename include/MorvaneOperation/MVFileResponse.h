@@ -17,9 +17,9 @@ namespace morvane {
             (std::vector<std::shared_ptr<MVFileSizeItem>> sizes, NSXPCReply<bool> reply),          \
             (std::move(sizes), std::move(reply)))
 
-/// What a service asks of its client while a request runs. Each message is answered with yes or no;
-/// what the answer means is between the service and the host's connector (the reference services go
-/// on while it is yes, and stop at a no).
+/// The questions that a service asks its client while a request runs. Each is answered with yes or
+/// no; the service and the host's connector agree on what the answer means (the reference services
+/// go on after a yes, and stop at a no).
 class MORVANE_EXPORT MVFileResponse {
   public:
     virtual ~MVFileResponse();

@@ -23,7 +23,7 @@ inline constexpr const char* MVFileSizeBaseChanged = "MVFileSizeBaseChanged";
 /// safe from any thread; a text that is made at the moment of a change may mix both bases. The unit
 /// labels are the host's to replace, on its main thread.
 class MORVANE_EXPORT MVFileSizeInfo final : public NSObservable, private NSKeyValueObserver {
-    /// What only init() can make.
+    /// Only init() can make one.
     struct Private {
         explicit Private() = default;
     };

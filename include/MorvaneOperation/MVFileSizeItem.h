@@ -98,8 +98,8 @@ class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
     const Display& display() const { return display_ ? *display_ : placeholder(); }
     Display& mutableDisplay();
 
-    // Items arrive by the hundred thousand, and most are never shown: what only a shown one needs
-    // is made when it is first set.
+    // Items arrive by the hundred thousand, and most are never shown: what only a shown item needs
+    // is allocated when it is first set.
     std::unique_ptr<Display> display_;
     std::int64_t size_;
     bool busy_ = true;

@@ -19,11 +19,11 @@
 
 namespace morvane {
 
-/// How the list is stored, told by the name of the extended attribute.
+/// How the list is stored. The name of the extended attribute tells which form it is.
 enum class Nfs4Form {
-    /// system.nfs4_acl: whom an entry is for is a text.
+    /// system.nfs4_acl: each entry names its user or group with a text.
     named,
-    /// system.nfs4_acl_xdr: whom an entry is for is a number.
+    /// system.nfs4_acl_xdr: each entry names its user or group with a number.
     numbered,
 };
 
@@ -56,7 +56,7 @@ struct Nfs4Entry {
 };
 
 struct Nfs4Acl {
-    /// Nfs4ListFlag; the named form has none.
+    /// Values of Nfs4ListFlag; the named form has no flags.
     std::uint32_t flags = 0;
     std::vector<Nfs4Entry> entries;
     bool operator==(const Nfs4Acl&) const = default;
@@ -69,12 +69,12 @@ constexpr std::size_t maxNfs4Who = 1024;
 MORVANE_EXPORT std::optional<Nfs4Acl> decodeNfs4Acl(std::span<const std::uint8_t> bytes,
                                                     Nfs4Form form);
 
-/// Empty if the form cannot hold the list: too many entries, list flags or text where there are
-/// none.
+/// Empty if the form cannot hold the list: it has too many entries, or list flags or texts in a
+/// form that has none.
 MORVANE_EXPORT std::optional<std::vector<std::uint8_t>> encodeNfs4Acl(const Nfs4Acl& acl,
                                                                       Nfs4Form form);
 
-/// The id that `who` is the decimal text of; empty if it is another text.
+/// The number that `who` is in decimal; empty for any other text.
 MORVANE_EXPORT std::optional<std::uint32_t> idOfNfs4Who(const std::string& who);
 
 }  // namespace morvane

@@ -15,12 +15,12 @@
 /// How an allow/deny list is shown as entries, and what entries become in it.
 ///
 /// Every allow and deny entry is shown, in its order, with a full tree. What has no box (audit and
-/// alarm entries, "synchronize", flags that mean nothing for the item) is kept from the list that
-/// the item has, so that entries which are written back unchanged give the same list.
+/// alarm entries, "synchronize", flags that mean nothing for the item) is taken over from the list
+/// that the item has, so that entries which are written back unchanged give the same list.
 
 namespace morvane {
 
-/// Who is who by name.
+/// Translates between identities and the names in a list.
 struct Nfs4Names {
     /// The user or group called "name@domain"; empty if this system knows none.
     std::function<std::optional<CBPosixIdentity>(const std::string& who, bool isGroup)> identityOf;
@@ -28,7 +28,7 @@ struct Nfs4Names {
     std::function<std::optional<std::string>(const CBPosixIdentity& identity)> nameOf;
 };
 
-/// The item that a list is of.
+/// The item that a list belongs to.
 struct Nfs4Target {
     std::uint32_t owner = 0;
     std::uint32_t group = 0;
@@ -51,18 +51,19 @@ MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const N
                                                                          const Nfs4Target& target,
                                                                          const Nfs4Names& names);
 
-/// Tells one content of a list, owner and group included, from another.
+/// A digest that differs between any two contents of a list, its owner and group included.
 MORVANE_EXPORT std::string digestOf(const Nfs4Acl& acl, const Nfs4Target& target);
 
 struct Nfs4Replacement {
     Nfs4Acl acl;
-    /// What of the entries `acl` does not hold; empty if it holds them all.
+    /// What `acl` does not hold of the entries; empty if it holds them all.
     std::vector<EntryLoss> losses;
 };
 
-/// The list that replaces `old`, which the item has now. Somebody new is the owner, the owning
-/// group or everyone where that is who they are, else named as `old` names others that this system
-/// knows, else by id.
+/// Makes the list that replaces `old`, the one that the item has now. A user or group that `old`
+/// does not name is written as "OWNER@", "GROUP@" or "EVERYONE@" if it is one of these, otherwise
+/// with a name in the domain that `old` uses for others that this system knows, otherwise with its
+/// id.
 MORVANE_EXPORT Nfs4Replacement
 nfs4AclOfEntries(const std::vector<std::shared_ptr<MVAclEntry>>& entries, const Nfs4Acl& old,
                  const Nfs4Target& target, const Nfs4Names& names);

@@ -25,7 +25,7 @@ constexpr PosixRights operator&(PosixRights a, PosixRights b) {
 constexpr PosixRights operator|(PosixRights a, PosixRights b) {
     return static_cast<PosixRights>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
 }
-/// What of `a` is not in `b`.
+/// The rights of `a` that are not in `b`.
 constexpr PosixRights operator-(PosixRights a, PosixRights b) {
     return static_cast<PosixRights>(static_cast<unsigned>(a) & ~static_cast<unsigned>(b));
 }
@@ -50,8 +50,8 @@ struct PosixList {
     PosixRights effective(PosixRights stored) const {
         return stored & mask.value_or(PosixEverything);
     }
-    /// What `stored` grants to a named user or a named group. Under a mask of nothing the kernel
-    /// does not look at the list, and takes who is named there for others.
+    /// What `stored` grants to a named user or a named group. If the mask is empty the kernel
+    /// ignores the list, and treats whoever is named there as others.
     PosixRights counting(PosixRights stored) const {
         return mask == PosixNothing ? others : effective(stored);
     }
@@ -59,7 +59,7 @@ struct PosixList {
     bool operator==(const PosixList&) const = default;
 };
 
-/// The value of the extended attribute that is the list.
+/// The list as the value of its extended attribute.
 MORVANE_EXPORT std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list);
 
 /// The access-control list of an item of a local file system, as values.
@@ -68,15 +68,15 @@ struct PosixAcl {
     std::uint32_t group = 0;
     bool isDirectory = false;
     PosixList access;
-    /// What new items in a folder start with.
+    /// The list that new items in a folder start with.
     std::optional<PosixList> defaults;
-    /// False on a file system that keeps the rights of the mode alone.
+    /// False on a file system that stores nothing but the rights of the mode.
     bool hasLists = true;
 
     bool operator==(const PosixAcl&) const = default;
 };
 
-/// Tells one content of a list, owner and group included, from another.
+/// A digest that differs between any two contents of a list, its owner and group included.
 MORVANE_EXPORT std::string digestOf(const PosixAcl& acl);
 
 }  // namespace morvane

@@ -15,12 +15,12 @@
 ///
 /// The owner, the owning group and everyone are flat entries: groups "Read", "Write" and "Execute"
 /// without children, so that nothing of the base is lost. Named users and groups, and all of a
-/// folder's default list, are entries with a full tree. Every right that is shown is one that
-/// counts: what the mask holds back is not shown.
+/// folder's default list, are entries with a full tree. Only rights that have an effect are shown:
+/// what the mask holds back is not.
 
 namespace morvane {
 
-/// One entry as the list means it, before it becomes check boxes.
+/// What one entry shows, before it becomes check boxes.
 struct ShownRights {
     CBPosixIdentity who;
     bool deny = false;
@@ -34,9 +34,9 @@ struct ShownRights {
     bool operator==(const ShownRights&) const = default;
 };
 
-/// The entries to show. A deny entry stands right before the allow entry of its identity, and only
-/// where a class that the list comes to later grants what this identity does not have. A named user
-/// or group without a right is shown as denied all three. The owner and the owning group of a
+/// Computes the entries to show. A deny entry comes right before the allow entry of its identity,
+/// and only if a class that is evaluated later grants what this identity does not have. A named
+/// user or group without a right is shown as denied all three. The owner and the owning group of a
 /// default list are the creator of the new item and the creator's group.
 MORVANE_EXPORT std::vector<ShownRights> shownRightsOfPosixAcl(const PosixAcl& acl);
 
@@ -47,24 +47,26 @@ MORVANE_EXPORT std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool i
 /// How many groups of boxes a tree entry starts with.
 inline constexpr std::size_t permissionGroups = 3;
 
-/// The groups "Read", "Write" and "Administration" with the boxes of the item's kind, those of
-/// `boxes` on.
+/// Makes the groups "Read", "Write" and "Administration" with the boxes of the item's kind; those
+/// in `boxes` are on.
 MORVANE_EXPORT std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes,
                                                                        bool isDirectory);
 
-/// The group "Applies To" of a folder's entry; `on` are the values of acl_flags whose boxes are on.
+/// Makes the group "Applies To" of a folder's entry; `on` has the values of acl_flags whose boxes
+/// are on.
 MORVANE_EXPORT std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
 
 MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
 
-/// Whose item a list is of.
+/// The owner and the owning group of an item.
 struct PosixOwnership {
     std::uint32_t owner = 0;
     std::uint32_t group = 0;
     bool operator==(const PosixOwnership&) const = default;
 };
 
-/// As the flat entries of a POSIX list tell; empty for entries that are not one.
+/// Reads the owner and the owning group from the flat entries of a POSIX list; empty for entries
+/// that are no such list.
 MORVANE_EXPORT std::optional<PosixOwnership> ownershipToldBy(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 

@@ -11,8 +11,8 @@
 namespace morvane {
 namespace {
 
-/// The thread wakes no more often than this, for all that is due by then: every client of a service
-/// that connects and leaves has a task here.
+/// The thread wakes up no more often than this and then runs all tasks that are due: each client
+/// that connects to a service and leaves has a task here.
 using Tick = std::chrono::duration<std::int64_t, std::ratio<1, 200>>;
 
 class Clock {
@@ -40,7 +40,7 @@ class Clock {
     }
 
   private:
-    /// In the order of their times, then of their numbers.
+    /// The tasks, sorted by their times and then by their numbers.
     using Tasks = std::map<std::pair<Time, std::uint64_t>, std::function<void()>>;
 
     void run() {

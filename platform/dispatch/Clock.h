@@ -6,22 +6,24 @@
 #include <cstdint>
 #include <functional>
 
-/// One thread that looks at the clock for everybody: what has limited time costs no thread of its
-/// own while it lasts.
+/// \file
+/// One thread that watches the clock for everybody: work with a time limit needs no thread of its
+/// own that waits.
+
 namespace morvane {
 
 /// Runs `task` at `time` or soon after it, on the clock's thread, one task at a time. A task must
-/// be short, and must not throw. Throws std::system_error if the thread cannot be had; nothing is
-/// kept then.
+/// be short, and must not throw. Throws std::system_error if the thread cannot be started; the task
+/// is not kept then.
 MORVANE_EXPORT void runAt(std::chrono::steady_clock::time_point time, std::function<void()> task);
 
-/// A task that the clock has for as long as this stands: nothing of it stays once nobody needs it
-/// any more, however far off its time is. For one thread at a time.
+/// A task that the clock keeps for as long as this object lives: a task that nobody needs any more
+/// takes no memory, however far off its time is. Used by one thread at a time.
 class ClockTask {
   public:
     /// Does and throws what runAt() does.
     ClockTask(std::chrono::steady_clock::time_point time, std::function<void()> task);
-    /// Drops the task, which may be running, or about to.
+    /// Drops the task; it may be running, or about to run.
     ~ClockTask();
     ClockTask(const ClockTask&) = delete;
     ClockTask& operator=(const ClockTask&) = delete;

@@ -20,7 +20,7 @@ class WorkerPool {
             std::unique_lock lock(mutex_);
             if (tasks_.size() < idle_) {
                 tasks_.push_back(std::move(task));
-                // Not under the lock, which who wakes wants first.
+                // Not under the lock: the thread that is woken up takes it first.
                 lock.unlock();
                 wake_.notify_one();
                 return;
