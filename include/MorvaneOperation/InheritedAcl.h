@@ -29,6 +29,7 @@ inline constexpr std::size_t inheritedLevels = 3;
 
 /// What the items below a folder inherit, as POSIX lists.
 struct InheritedLists {
+    /// The lists of the items of one level.
     struct Level {
         PosixList file;
         /// The list for a file that somebody can execute now.

@@ -47,6 +47,7 @@ enum : std::int64_t {
 /// Immutable; any thread.
 class MORVANE_EXPORT MVAclOrigin final : public NSObject {
   public:
+    /// What is known of the item and its list.
     struct Values {
         NSURL url;
         bool isDirectory = false;

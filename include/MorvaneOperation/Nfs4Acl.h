@@ -27,6 +27,7 @@ enum class Nfs4Form {
     numbered,
 };
 
+/// Returns the name of the extended attribute that has a list in this form.
 MORVANE_EXPORT const char* attributeOfForm(Nfs4Form form);
 
 enum Nfs4Type : std::uint32_t { Nfs4Allow = 0, Nfs4Deny = 1, Nfs4Audit = 2, Nfs4Alarm = 3 };
@@ -46,6 +47,7 @@ constexpr const char* nfs4Owner = "OWNER@";
 constexpr const char* nfs4OwningGroup = "GROUP@";
 constexpr const char* nfs4Everyone = "EVERYONE@";
 
+/// One entry of an allow/deny list, as it is stored.
 struct Nfs4Entry {
     std::uint32_t type = Nfs4Allow;
     std::uint32_t flags = 0;
@@ -55,6 +57,7 @@ struct Nfs4Entry {
     bool operator==(const Nfs4Entry&) const = default;
 };
 
+/// An allow/deny list, as it is stored.
 struct Nfs4Acl {
     /// Values of Nfs4ListFlag; the named form has no flags.
     std::uint32_t flags = 0;

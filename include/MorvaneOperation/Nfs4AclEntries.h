@@ -54,6 +54,7 @@ MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfNfs4Acl(const N
 /// A digest that differs between any two contents of a list, its owner and group included.
 MORVANE_EXPORT std::string digestOf(const Nfs4Acl& acl, const Nfs4Target& target);
 
+/// The list that replaces another, and what is lost of the entries.
 struct Nfs4Replacement {
     Nfs4Acl acl;
     /// What `acl` does not hold of the entries; empty if it holds them all.

@@ -30,6 +30,7 @@ constexpr PosixRights operator-(PosixRights a, PosixRights b) {
     return static_cast<PosixRights>(static_cast<unsigned>(a) & ~static_cast<unsigned>(b));
 }
 
+/// The entry of a named user or a named group.
 struct PosixNamedRights {
     std::uint32_t id = 0;
     PosixRights rights = PosixNothing;

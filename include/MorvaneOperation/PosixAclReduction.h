@@ -33,6 +33,7 @@ struct PosixAclTarget {
     }
 };
 
+/// Whether a list can be stored at all.
 enum class PosixAclFit {
     fits,
     /// There are more users and groups than maxPosixNames; nothing was computed.
@@ -43,6 +44,7 @@ enum class PosixAclFit {
     cancelled,
 };
 
+/// The list that reduceToPosixAcl() makes, and what is lost of the entries.
 struct PosixAclReduction {
     PosixAclFit fit = PosixAclFit::fits;
     /// The nearest list that grants no more than the entries.

@@ -59,6 +59,7 @@ enum {
 /// The bits of acl_perm_entry.kinds.
 enum { ACL_KIND_FOLDERS = 1, ACL_KIND_FILES = 2 };
 
+/// One row of a table: a permission or an inheritance flag.
 typedef struct acl_perm_entry {
     const char* name;
     /// The permission bit; in acl_flags the inheritance flag.
@@ -67,6 +68,7 @@ typedef struct acl_perm_entry {
     uint32_t kinds;
 } acl_perm_entry;
 
+/// A group of permissions, shown together.
 typedef struct acl_perm_group {
     const char* name;
     const acl_perm_entry* perms;

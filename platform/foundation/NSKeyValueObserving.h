@@ -40,6 +40,7 @@ struct NSKeyPath {
     const NSKeyPath& property() const { return last ? *last : *this; }
 };
 
+/// Is told when properties of the objects that it was registered with are set.
 class MORVANE_EXPORT NSKeyValueObserver {
   public:
     /// `object` is the object that the observer was registered with. The new value is read from it.

@@ -9,6 +9,7 @@
 
 namespace morvane {
 
+/// One announcement, as its observers get it.
 struct NSNotification {
     std::string_view name;
     /// The poster's choice, usually itself; may be null.

@@ -13,26 +13,30 @@ namespace morvane {
 
 class CBIdentityAuthority;
 
-/// Whom a UUID stands for, told from the UUID alone.
+/// A user, told from the UUID alone.
 struct CBPosixUser {
     std::uint32_t uid;
     bool operator==(const CBPosixUser&) const = default;
 };
+/// A group, told from the UUID alone.
 struct CBPosixGroup {
     std::uint32_t gid;
     bool operator==(const CBPosixGroup&) const = default;
 };
+/// Everyone: all users of the system.
 struct CBEveryone {
     bool operator==(const CBEveryone&) const = default;
 };
-/// In what a folder gives to new items: whoever makes the item, or the group that it comes to have.
-/// Nobody that can be named.
+/// Somebody whom only the entries that a folder gives to new items are for: the user who makes the
+/// item, or the group that the item gets.
 struct CBCreator {
     bool isGroup = false;
     bool operator==(const CBCreator&) const = default;
 };
+/// Whom a UUID stands for, told from the UUID alone.
 using CBPosixIdentity = std::variant<CBPosixUser, CBPosixGroup, CBEveryone, CBCreator>;
 
+/// Computes the UUID that stands for the identity.
 MORVANE_EXPORT NSUUID uuidOfPosixIdentity(const CBPosixIdentity& identity);
 /// Empty for a UUID that nobody has.
 MORVANE_EXPORT std::optional<CBPosixIdentity> posixIdentityOfUUID(const NSUUID& uuid);

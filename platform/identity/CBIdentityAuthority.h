@@ -17,6 +17,7 @@ class CBIdentity;
 /// The user database, asked directly. Supplied by the system, or by a test.
 class MORVANE_EXPORT UserDatabase {
   public:
+    /// A user or a group: its uid or gid, and its name.
     struct Record {
         std::uint32_t id;
         std::string name;
