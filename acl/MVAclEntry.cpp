@@ -235,7 +235,7 @@ void MVAclEntry::encodeWithCoder(NSKeyedArchiver& coder) const {
     coder.encodeInt32(tag_, "tag");
     coder.encodeObjects(permissions_, "permissions");
     coder.encodeBool(inherited_, "inherited");
-    // A key that peers which do not know of it leave alone.
+    // Peers that do not know this key ignore it.
     if (origin_)
         coder.encodeObject(origin_.get(), "origin");
 }
@@ -246,7 +246,8 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
         *new NSClassSet{&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()};
     const auto uuid = coder.decodeUUID("uuid");
     const auto tag = coder.decodeInt32("tag");
-    // A permission's class is listed for what the nodes hold; in the array itself it is refused.
+    // The class of permissions is listed because nodes hold them; in the array itself they are
+    // refused.
     auto permissions = coder.decodeObjects<MVTreeNode>("permissions", classes);
     const bool inherited = coder.decodeBool("inherited");
     static const auto& originClasses = *new NSClassSet{&MVAclOrigin::classObject()};

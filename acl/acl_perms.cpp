@@ -3,8 +3,8 @@
 namespace morvane {
 extern "C" {
 
-// Where a row of the folders has a counterpart for files, both stand at the same position among
-// the rows of their kind: the conversion of an inherited entry renames by position.
+// A row for folders that has a counterpart for files is at the same position among the rows of its
+// kind, because the conversion of an inherited entry renames by position.
 
 const acl_perm_entry acl_read_perms[8] = {
     {"Read Data", ACL_READ_DATA, 2},

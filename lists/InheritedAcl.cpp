@@ -90,7 +90,7 @@ class Inheritance {
     PosixAcl reduced(const Entries& inherited, bool isDirectory) {
         Entries entries;
         for (const auto& entry : inherited) {
-            // The mark has no place in the list, and is not missed in it.
+            // A POSIX list cannot mark entries as inherited, which is no loss here.
             entry->setInherited(false);
             entries.push_back(entry);
         }
@@ -114,7 +114,7 @@ class Inheritance {
             *rights = *rights - PosixExecute;
         if (list.mask) {
             list.mask = *list.mask - PosixExecute;
-            // With an empty mask the system would take the named ones for others.
+            // With an empty mask the kernel would treat the named users and groups as others.
             if (list.mask == PosixNothing)
                 list.mask = list.others;
         }

@@ -190,8 +190,8 @@ ItemList::Entries ItemList::nearest(const Entries& entries) const {
         const auto target = PosixAclTarget::of(*posix_);
         auto reduced = reduceToPosixAcl(entries, target);
         result = entriesOfPosixAcl(reduced.acl);
-        // A denial that a list shows for a group, as others may, bears on members of other groups
-        // where it is asked for.
+        // A list shows a denial for a group if others may do it. Asked for as an entry, that denial
+        // also affects members of other groups, so the reduction is repeated until it is stable.
         for (auto next = reduceToPosixAcl(result, target);
              !next.losses.empty() && next.acl != reduced.acl;
              next = reduceToPosixAcl(result, target)) {

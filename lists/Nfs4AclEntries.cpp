@@ -94,7 +94,8 @@ class Replacement {
         for (std::size_t i = 0; i != entries.size(); ++i)
             wanted.push_back(wantedOf(*entries[i], i));
 
-        // Whatever is still there keeps its own, before what was changed takes of the rest.
+        // Entries that are unchanged keep their stored entry; only then do changed ones take one of
+        // the rest as their model.
         std::vector<const Nfs4Entry*> models(wanted.size());
         for (std::size_t i = 0; i != wanted.size(); ++i)
             models[i] = wanted[i] ? take([&](const Shown& s) { return s == *wanted[i]; }) : nullptr;
@@ -115,7 +116,7 @@ class Replacement {
                 lose(i, *entries[i], EntryLossReason::nobody,
                      "it is for nobody whom this system knows");
         }
-        // What is never shown stays where it was.
+        // Stored entries that are never shown keep their positions.
         for (std::size_t i = 0; i != old_.entries.size(); ++i) {
             auto& list = result.acl.entries;
             if (!isShown(old_.entries[i]))
@@ -199,8 +200,8 @@ class Replacement {
                                     when(files, Nfs4FileInherit) | when(folders, Nfs4FolderInherit);
         if (folders)
             return flags | when(!on(ACL_ENTRY_LIMIT_INHERIT), Nfs4NoPropagate);
-        // Without "Child folders" there is no box for how deep files inherit: what was not changed
-        // stays as it was, and what is new reaches no further than it says.
+        // Without "Child folders" there is no box for how deep files inherit: an unchanged entry
+        // keeps its depth, and a new one reaches no further than its boxes say.
         constexpr std::uint32_t reach = Nfs4FileInherit | Nfs4FolderInherit;
         if ((kept & reach) == (flags & reach))
             return flags | (kept & Nfs4NoPropagate);

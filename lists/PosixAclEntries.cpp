@@ -200,7 +200,7 @@ std::uint32_t boxesOfRights(PosixRights rights, bool deny, bool isOwner, bool is
     if ((rights & PosixExecute) != PosixNothing)
         boxes |= ACL_SEARCH;
     if (!deny) {
-        // No list takes these away.
+        // No list can take these rights away.
         boxes |= ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
         if (isOwner)
             boxes |= ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY;

@@ -195,8 +195,8 @@ void PosixListReduction::findMembers() {
     };
     if (const auto* owner = std::get_if<CBPosixUser>(&owner_.who))
         add(owner->uid, owner_.decisions);
-    // An entry for the owner beside his class says nothing: it stays as it is, or else it would be
-    // another one, which speaks of the class.
+    // An entry for the owner beside the owner's class has no effect and is kept as it is; if it
+    // were changed, it would be a statement about the class.
     for (auto& [uid, decisions] : users_) {
         if (!isBeside(CBPosixUser{uid}))
             add(uid, decisions);
@@ -210,7 +210,8 @@ void PosixListReduction::decideForAll(bool deny, PosixRights rights, std::size_t
         if (deny || !base->isFlat)
             base->decisions.decide(deny, rights, place);
     }
-    // Whoever has a class is no other: what everyone is allowed comes to it there.
+    // The owner and the owning group are not others: what everyone is allowed was added to their
+    // classes above.
     for (auto& [uid, decisions] : users_) {
         if (!isBeside(CBPosixUser{uid}))
             decisions.decide(deny, rights, place);

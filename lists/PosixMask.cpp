@@ -38,7 +38,8 @@ bool countsAs(const PosixList& list, const PosixList& wanted) {
 
 PosixList withMask(PosixList wanted, const PosixList* old) {
     if (old) {
-        // What the mask limits is as it was: so it stays, the mask and what it holds back.
+        // If everything that the mask limits has its old rights, the mask and what it holds back
+        // are kept.
         PosixList kept = wanted;
         kept.mask = old->mask;
         kept.owningGroup = old->owningGroup;
@@ -52,8 +53,8 @@ PosixList withMask(PosixList wanted, const PosixList* old) {
         for (const auto& entry : *named)
             mask = mask | entry.rights;
     }
-    // Under a mask of nothing the kernel does not look at the list, and who is denied there has
-    // what others have.
+    // If the mask is empty the kernel ignores the list, and gives whoever is denied there the
+    // rights of others.
     const bool isNamed = !wanted.users.empty() || !wanted.groups.empty();
     if (isNamed && mask == PosixNothing)
         mask = wanted.others;

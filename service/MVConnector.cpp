@@ -122,8 +122,8 @@ void MVConnector::submitReset(const DispatchQueue::Task& reset) {
     try {
         queue_->async(reset);
     } catch (const std::exception&) {
-        // No thread or no memory can be had, and nobody above could do anything about it: done here
-        // then.
+        // There is no thread or no memory, and no caller could do anything about it: the reset runs
+        // here instead.
         reset();
     }
 }

@@ -35,7 +35,7 @@ enum MVAclPermissionGroup : std::int64_t {
 /// allows or denies, and a tree of check boxes saying what.
 ///
 ///     auto entry = MVAclEntry::newEntryForDirectory(true);
-///     entry->addObserver(&view);                   // is told of what observableKeyPaths() names
+///     entry->addObserver(&view);                   // observes what observableKeyPaths() names
 ///     entry->setPermissionGroup(MVAclGroupRead);   // a choice from the menu
 ///     MVTreeNode::setStateOf(*entry->permissions()[0]->childNodeAtIndex(1), MVStateOff);
 ///     assert(entry->permissionGroup() == MVAclGroupCustom);
@@ -53,8 +53,8 @@ enum MVAclPermissionGroup : std::int64_t {
 /// second time, from the same entry or from another, it is refused.
 ///
 /// Ownership: an entry owns its tree and identity; observers are not owned. An observer must not
-/// replace the tree (or convert the entry) while it is being told of a change of a box. Threads:
-/// the main thread; no locks. Failure: a tree of another shape is not verified; an
+/// replace the tree (or convert the entry) while it is being notified of a change of a box.
+/// Threads: the main thread; no locks. Failure: a tree of another shape is not verified; an
 /// operation that reaches past its end throws NSRangeException and keeps the changes made so far.
 class MORVANE_EXPORT MVAclEntry : public NSObservable,
                                   public NSKeyValueObserver,

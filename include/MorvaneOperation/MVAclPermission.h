@@ -23,11 +23,11 @@ inline constexpr std::int64_t MVStateMixed = -1;
 /// and whether the user may change it.
 ///
 ///     auto box = MVAclPermission::initWithName("Read Data", ACL_READ_DATA, MVStateOn);
-///     box->setState(MVStateOff);   // tells whoever observes the state
+///     box->setState(MVStateOff);   // notifies whoever observes the state
 ///     assert(box->name() == "Read Data" && !box->settable());
 ///
 /// The group nodes of an entry's tree hold such objects too, with a marker value as their bit.
-/// Main thread; setters store what they are given, unchecked, and tell their observers.
+/// Main thread; setters store what they are given, unchecked, and notify their observers.
 class MORVANE_EXPORT MVAclPermission : public NSObservable {
   public:
     static const NSKeyPath nameKeyPath;

@@ -63,9 +63,9 @@ inline constexpr const char* MVAbstractMethodNotOverridden = "MVAbstractMethodNo
 /// could be asked and there was no error to pass on; or the connection has ended between the reply
 /// and its use, and was forgotten.
 ///
-/// Creation: by init() or initWithQueueLabel() only, as the compiler sees to. A subclass inherits
-/// the constructor, or passes its own `Creation` on, and names itself with a classObject() and an
-/// objectClass() of its own.
+/// Creation: only by init() or initWithQueueLabel(), which the compiler enforces. A subclass
+/// inherits the constructor, or passes its own `Creation` on, and names itself with a classObject()
+/// and an objectClass() of its own.
 ///
 /// Ownership: a connector owns its connections, queue and responder; the responder and the
 /// connections' handlers hold it weakly. Its destruction invalidates both connections. A connection

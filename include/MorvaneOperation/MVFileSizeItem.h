@@ -21,7 +21,7 @@ class NSKeyedUnarchiver;
 ///     show(item->displayInfo());   // 123.5 MB (123,456,789 bytes)
 ///
 /// Only `size` and `busy` cross a connection; everything else is filled in on the receiving side
-/// from the URL. Every setter tells its observers; displaySize and displayInfo are computed when
+/// from the URL. Every setter notifies its observers; displaySize and displayInfo are computed when
 /// read and have no observers. Used on one thread at a time.
 class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
   public:

@@ -16,9 +16,9 @@
 /// are constant UTF-8 English display keys, to be localised with the table "ACL". All of it is
 /// read-only and lives as long as the process; any thread may read it.
 ///
-/// In C++ everything stands in namespace morvane, beside the system's own <sys/acl.h>. That header
+/// In C++ everything is in namespace morvane, beside the system's own <sys/acl.h>. That header
 /// defines ACL_EXECUTE as a macro of another value, so 0x8 is given here by its other name only,
-/// ACL_SEARCH: a constant whose value hung on the order of includes would be a trap.
+/// ACL_SEARCH: a constant whose value depended on the order of includes would be a trap.
 
 #ifdef __cplusplus
 namespace morvane {
@@ -47,7 +47,7 @@ enum {
 };
 
 /// Inheritance flags. Their values overlap those of the permissions: which is meant follows from
-/// the table (or the group of the tree) that a value stands in.
+/// the table (or the group of the tree) that has the value.
 enum {
     ACL_ENTRY_INHERITED = 0x10,
     ACL_ENTRY_FILE_INHERIT = 0x20,

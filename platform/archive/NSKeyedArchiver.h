@@ -19,7 +19,7 @@ namespace morvane {
 using NSData = std::vector<std::uint8_t>;
 using NSDataView = std::span<const std::uint8_t>;
 
-/// Bytes that stand one after the other, in one piece or in several.
+/// A sequence of bytes, in one piece or in several.
 struct NSDataPieces {
     NSData first;
     std::vector<NSData> others;

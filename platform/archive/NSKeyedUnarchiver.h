@@ -103,7 +103,7 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
 
     /// Whether there is nothing at `key`, or nil.
     bool isNil(std::string_view key);
-    /// Whether a whole array stands at `key`; false for whatever else does.
+    /// Whether the value at `key` is an array.
     bool isArray(std::string_view key);
     /// Every element must be a T of a class in `classes` other than NSArray: an array, nil or a
     /// value standing there throws. `classes` must contain NSArray. A large array that is all that
@@ -118,7 +118,7 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::vector<std::string> decodeStrings(std::string_view key);
     std::vector<std::int64_t> decodeIntegers(std::string_view key);
     /// Each element is a data blob holding a whole archive with an object of exactly class `root`
-    /// under "root", read within this decode's budget. A blob stands in one place only.
+    /// under "root", read within this decode's budget. A blob may be used once only.
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key,
                                                           const NSClass& root);
 

@@ -24,8 +24,8 @@ class SerialQueue final : public DispatchQueue, public std::enable_shared_from_t
         try {
             runOnWorker([self = shared_from_this()] { self->run(); });
         } catch (...) {
-            // No thread, so nobody to run it: it goes, outside the lock, with the caller's
-            // argument.
+            // There is no thread to run the task: it is destroyed as the caller's argument, outside
+            // the lock.
             task = std::move(tasks_.back());
             tasks_.pop_back();
             running_ = false;

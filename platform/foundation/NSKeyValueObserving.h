@@ -7,7 +7,7 @@
 #include <string_view>
 
 /// \file
-/// Change observation: an object tells its observers that one of its properties was set.
+/// Change observation: an object notifies its observers when one of its properties was set.
 ///
 ///     class View final : public NSKeyValueObserver {
 ///       public:
@@ -23,10 +23,10 @@
 ///     assert(view.seen == "tag");
 ///     entry->removeObserver(&view, MVAclEntry::tagKeyPath);
 ///
-/// A setter tells its observers once per call, after the whole setter has run, also when the value
-/// is unchanged, synchronously, on the caller's thread. An observer is not owned: it removes itself
-/// before it goes. It may add and remove observers while it is being told; one that was removed is
-/// not told any more.
+/// A setter notifies the observers once per call, even if the value is unchanged, synchronously on
+/// the caller's thread, after everything else that it does. An observer is not owned: it must
+/// remove itself before it is destroyed. It may add and remove observers while it is being
+/// notified; an observer that was removed is not notified any more.
 
 namespace morvane {
 
@@ -34,13 +34,13 @@ namespace morvane {
 /// and is compared by address; the text is for people.
 struct NSKeyPath {
     std::string_view name;
-    /// The last property on the path, whose setter tells; null when the path is that property.
+    /// The last property on the path, whose setter notifies; null if the path is a single property.
     const NSKeyPath* last = nullptr;
 
     const NSKeyPath& property() const { return last ? *last : *this; }
 };
 
-/// Is told when properties of the objects that it was registered with are set.
+/// Is notified when properties of the objects that it was registered with are set.
 class MORVANE_EXPORT NSKeyValueObserver {
   public:
     /// `object` is the object that the observer was registered with. The new value is read from it.
@@ -55,9 +55,9 @@ class MORVANE_EXPORT NSObservable : public NSObject {
   public:
     ~NSObservable() override;
 
-    /// Registers `observer` for one property of this object. The same observer may be registered
-    /// more than once and is then told as often. Adding and removing cost the same however many
-    /// observers there are.
+    /// Registers `observer` for one property of this object. An observer that is registered several
+    /// times is notified as often. Adding and removing take the same time however many observers
+    /// there are.
     void addObserver(NSKeyValueObserver* observer, const NSKeyPath& keyPath) {
         addObserver(observer, keyPath, *this);
     }
@@ -77,7 +77,8 @@ class MORVANE_EXPORT NSObservable : public NSObject {
 
     /// To be called last in every setter of `property`.
     void didChangeValueForKey(const NSKeyPath& property) {
-        // One observer, nearly always: nothing is left to do once it was told, whatever it does.
+        // One observer, nearly always: nothing is left to do once it was notified, whatever it
+        // does.
         if (only_.observer) {
             if (&only_.keyPath->property() == &property)
                 only_.observer->observeValueForKeyPath(*only_.keyPath, *only_.origin);
@@ -97,7 +98,7 @@ class MORVANE_EXPORT NSObservable : public NSObject {
     struct MORVANE_INTERNAL Many;
 
     void notify(const NSKeyPath& property);
-    /// Puts many_ in order after a removal, unless observers are being told.
+    /// Puts many_ in order after a removal, unless observers are being notified.
     void settle() noexcept;
 
     // Nearly every observed object has one observer, which stands in the object itself. Several

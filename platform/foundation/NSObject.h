@@ -20,7 +20,8 @@ struct NSClass {
     /// Rebuilds an object from an archive. Null: the class cannot be decoded as an object of its
     /// own (property-list and value classes are read by the unarchiver itself).
     std::shared_ptr<NSObject> (*initWithCoder)(NSKeyedUnarchiver& coder) = nullptr;
-    /// An archive has each of its objects in one place only: what owns it changes it.
+    /// Whether an archive may reach each object of the class from one place only, because its owner
+    /// changes it.
     bool standsOnce = false;
 
     bool isSubclassOfClass(const NSClass& other) const {

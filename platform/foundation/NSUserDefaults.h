@@ -34,11 +34,11 @@ class MORVANE_EXPORT DefaultsStore {
 ///     defaults.addObserver(&view, MVFileSizeInfo::useBase2MathForSizesKeyPath);
 ///     defaults.setBool(true, "useBase2MathForSizes");
 ///
-/// An observer is told once for each setBool() of its key, also when the value stays the same, on
-/// the thread that set it; and once when someone else changed what is stored so that its key reads
-/// differently, on a thread of the platform's own, which needs no loop of the host. Any thread may
-/// use the defaults. Observers are told under no lock; one that was removed may still be being told
-/// on another thread.
+/// An observer is notified once for each setBool() of its key, also when the value stays the same,
+/// on the thread that set it; and once when someone else changed what is stored so that its key
+/// reads differently, on a thread of the platform's own, which needs no loop of the host. Any
+/// thread may use the defaults. Observers are notified under no lock; one that was removed may
+/// still be running on another thread.
 class MORVANE_EXPORT NSUserDefaults final : public NSObject {
   public:
     static NSUserDefaults& standardUserDefaults();
@@ -57,8 +57,8 @@ class MORVANE_EXPORT NSUserDefaults final : public NSObject {
     /// Undoes the latest such registration. Throws NSInvalidArgumentException if there is none.
     void removeObserver(NSKeyValueObserver* observer, const NSKeyPath& keyPath);
 
-    /// For tests: reads and writes there from now on, and tells nobody of the difference. Null puts
-    /// the system's store in place.
+    /// For tests: reads and writes there from now on, and notifies nobody of the difference. Null
+    /// puts the system's store in place.
     void setStore(std::shared_ptr<DefaultsStore> store);
 
   private:

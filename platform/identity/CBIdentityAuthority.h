@@ -48,7 +48,7 @@ class MORVANE_EXPORT CBIdentityAuthority {
 
     using Clock = std::chrono::steady_clock;
 
-    /// `now` tells the age of what is remembered; a test may tell another time.
+    /// `now` is the clock by which remembered answers expire; a test may supply its own.
     explicit CBIdentityAuthority(std::shared_ptr<UserDatabase> database,
                                  std::function<Clock::time_point()> now = Clock::now);
     ~CBIdentityAuthority();

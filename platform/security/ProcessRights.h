@@ -13,7 +13,7 @@ namespace morvane {
 /// A process that no other can be taken for: the id may be given away again, the two together not.
 struct ProcessIdentity {
     std::int64_t processIdentifier = -1;
-    /// When the process started, in the kernel's own units; 0 if that could not be told while the
+    /// When the process started, in the kernel's own units; 0 if it could not be read while the
     /// process was alive.
     std::uint64_t startTime = 0;
     std::int64_t userIdentifier = -1;
