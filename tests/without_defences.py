@@ -423,7 +423,7 @@ DEFENCES = (
     Defence("A process that has the number of the one that connected does not speak for it.",
             "platform/linux/PeerProcess.cpp",
             "return process_ && isAlive(process_) ? startTime_ : 0;",
-            "return process_ ? startTime_ : 0;",
+            "return isAlive(process_) || process_ ? startTime_ : 0;",
             ("LinuxStreamSocket.APeerThatHasEndedHasNoStartTime",
              "LinuxStreamSocketOfAnOlderKernel.APeerThatHasEndedHasNoStartTime",
              "LinuxStreamSocketOfAnOlderKernel.AProcessThatHasThePeersNumberSinceIsNotThePeer",
@@ -450,7 +450,8 @@ DEFENCES = (
     Defence("Lent numbers are no users of their own to a listener.",
             "platform/xpc/NSXPCListener.cpp",
             "const auto user = socket->accountableUser();",
-            "const auto user = peer ? peer->userIdentifier : -1;",
+            "const auto peer = socket->peer();\n"
+            "        const auto user = peer ? peer->userIdentifier : -1;",
             ("NSXPCListener.TheConnectionsOfUsersWhomAnotherAnswersForCountAsThatOnes",)),
     Defence("Lent numbers have no lines of their own in the log.",
             "helpers/privileged_helper/RequestJournal.cpp",
