@@ -11,8 +11,10 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace morvane {
 namespace {
@@ -55,12 +57,15 @@ std::optional<std::string> contents(const std::string& path) {
 
 /// Whether the installer has left the package's file there; what an administrator has made of it
 /// since is their word. Where the package has none, as beside a program that was not installed,
-/// there is nothing that could be newer.
+/// there is nothing that could be newer; nor where it is read in its own folder, as what a
+/// distribution's package has installed.
 bool isUpToDate(const std::string& ofPackage, const std::string& folder, const std::string& left) {
     const auto wanted = contents(ofPackage);
-    if (!wanted)
+    const auto slash = ofPackage.rfind('/');
+    std::error_code error;
+    if (!wanted || std::filesystem::equivalent(ofPackage.substr(0, slash), folder, error))
         return true;
-    const auto name = ofPackage.substr(ofPackage.rfind('/') + 1);
+    const auto name = ofPackage.substr(slash + 1);
     struct stat status {};
     return lstat((folder + name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&

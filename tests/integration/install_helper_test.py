@@ -269,10 +269,33 @@ class Installer(unittest.TestCase):
         self.assertRefused(self.run_installer("--remove"), 2, "'--remove' is not understood")
         self.assertAllInPlace()
 
-    def configure(self, prefix, made):
+    def configure(self, prefix, made, *more):
         return subprocess.run(["cmake", f"-DCMAKE_INSTALL_FULL_LIBEXECDIR={prefix}/libexec",
-                               f"-DCMAKE_INSTALL_FULL_DATADIR={prefix}/share", f"-DTO={made}",
+                               f"-DCMAKE_INSTALL_FULL_DATADIR={prefix}/share", f"-DTO={made}", *more,
                                "-P", f"{SOURCE}/ConfigureFiles.cmake"], capture_output=True, text=True)
+
+    def test_what_a_distributions_package_has_in_place_is_copied_nowhere(self):
+        units = "/run/units"
+        os.mkdir(units)
+        made = "/run/made"
+        os.makedirs(made)
+        self.configure("/run/distribution", made, f"-DMORVANE_UNIT_DIR={units}")
+        packaged = {name: f"/run/distribution/{name}" for name in ("libexec/morvaneoperation", "share/polkit-1")}
+        for folder in packaged.values():
+            os.makedirs(folder)
+        shutil.copy(HELPER, packaged["libexec/morvaneoperation"])
+        os.symlink(ACTIONS, f"{packaged['share/polkit-1']}/actions")
+        for path, (_, folder) in PACKAGED.items():
+            shutil.copy(path, units if folder == UNITS else ACTIONS)
+        outcome = subprocess.run(["sh", f"{made}/morvane-install-helper"], capture_output=True, text=True,
+                                 env={"PATH": "/run/bin:/usr/sbin:/usr/bin:/sbin:/bin"})
+        self.assertEqual((outcome.returncode, outcome.stderr), (0, ""))
+        self.assertEqual((os.listdir(UNITS), os.path.exists(LEFT), os.path.exists(BEGUN)), ([], False, False))
+        self.assertEqual(self.told(), ["daemon-reload", f"enable {LABEL}.PrivilegedHelper.socket"])
+        os.symlink("/dev/null", f"{UNITS}/{LABEL}.PrivilegedHelper.service")
+        outcome = subprocess.run(["sh", f"{made}/morvane-install-helper"], capture_output=True, text=True,
+                                 env={"PATH": "/run/bin:/usr/sbin:/usr/bin:/sbin:/bin"})
+        self.assertEqual(outcome.returncode, 9, "a mask is kept")
 
     def test_a_path_that_the_service_manager_cannot_take_is_told_when_it_is_built(self):
         for sign in "\"'\\":

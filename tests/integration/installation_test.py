@@ -70,6 +70,16 @@ class Installation(PrivilegedCase):
         self.assertEqual([p.split(":")[0] for p in run("acl", self.file, agent="allow").prompts],
                          [f"{LABEL}.GetFileAcl"], "what is installed is not asked for again")
 
+    def test_what_a_distributions_package_has_in_place_is_not_asked_about(self):
+        os.rename(SOCKET + ".aside", SOCKET)
+        shutil.rmtree(f"{DATA}/morvaneoperation")
+        shutil.rmtree(f"{DATA}/polkit-1/actions")
+        os.symlink(self.ACTIONS, f"{DATA}/polkit-1/actions")
+        outcome = run("acl", "--json", self.file, agent="allow")
+        self.assertEqual((outcome.code, [p.split(":")[0] for p in outcome.prompts]), (0, [f"{LABEL}.GetFileAcl"]),
+                         outcome.message)
+        self.assertEqual((os.listdir(self.UNITS), os.listdir("/var/lib")), ([], []))
+
     def test_a_refusal_installs_nothing(self):
         for answer, reason in (("deny", "denied"), ("cancel", "cancelled by the user")):
             with self.subTest(answer=answer):
