@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS MorvaneOperation EXPORT MorvaneOperationTargets)
-install(DIRECTORY include/MorvaneOperation DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+install(DIRECTORY include/MorvaneOperation DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.h")
 
 # The platform headers that the public ones reach.
@@ -22,7 +22,7 @@ set(platform_headers
 foreach(header ${platform_headers})
     get_filename_component(room ${header} DIRECTORY)
     install(FILES platform/${header}
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MorvaneOperation/platform/${room})
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MorvaneOperation/platform/${room} COMPONENT development)
 endforeach()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/MorvaneOperation)
@@ -40,6 +40,10 @@ set(pkgconfig_folder ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH prefix_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH libdir_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH includedir_from_pkgconfig ${pkgconfig_folder} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+# An archive leaves to the program's link what a shared library brings itself; its headers need none of that.
+if(NOT BUILD_SHARED_LIBS)
+    set(pkgconfig_requires "${MORVANE_SYSTEM_PACKAGES}")
+endif()
 configure_file(cmake/morvaneoperation.pc.in morvaneoperation.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/morvaneoperation.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

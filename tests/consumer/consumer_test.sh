@@ -185,6 +185,9 @@ done
 
 echo "only what is public is exported"
 exported=$(nm -DC --defined-only "$build/libMorvaneOperation.so")
+unversioned=$(grep -v '@@MORVANE_1$' <<<"$exported" | grep -v ' A MORVANE_1$' || true)
+[ -z "$unversioned" ] || fail "the library exports without its version: $unversioned"
+exported=$(sed -n 's/@@MORVANE_1$//p' <<<"$exported")
 hidden=$(grep -E "morvane::(PropertyList|FrameReader|Outbox|LinuxStreamSocket|SizeWalker|AuthorizationState)" \
     <<<"$exported" || true)
 [ -z "$hidden" ] || fail "the library exports its inside: $hidden"
