@@ -258,4 +258,48 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
     return entry;
 }
 
+bool MVAclEntry::inherited() const {
+    return inherited_;
+}
+
+bool MVAclEntry::applicableToInitialized() const {
+    return applicableToInitialized_;
+}
+
+bool MVAclEntry::updatingPermissions() const {
+    return updatingPermissions_;
+}
+
+std::int32_t MVAclEntry::tag() const {
+    return tag_;
+}
+
+std::int64_t MVAclEntry::permissionGroup() const {
+    return permissionGroup_;
+}
+
+const std::optional<NSUUID>& MVAclEntry::uuid() const {
+    return uuid_;
+}
+
+const MVAclEntry::Permissions& MVAclEntry::permissions() const {
+    return permissions_;
+}
+
+const CBIdentityRef& MVAclEntry::identity() const {
+    return identity_;
+}
+
+const std::string& MVAclEntry::applicableTo() const {
+    return applicableTo_;
+}
+
+const std::shared_ptr<const MVAclOrigin>& MVAclEntry::origin() const {
+    return origin_;
+}
+
+void MVAclEntry::setOrigin(std::shared_ptr<const MVAclOrigin> origin) {
+    origin_ = std::move(origin);
+}
+
 }  // namespace morvane

@@ -61,4 +61,8 @@ std::shared_ptr<NSObject> MVAclOrigin::initWithCoder(NSKeyedUnarchiver& coder) {
                                                 std::move(digest)});
 }
 
+const MVAclOrigin::Values& MVAclOrigin::values() const {
+    return values_;
+}
+
 }  // namespace morvane

@@ -83,4 +83,45 @@ std::shared_ptr<NSObject> MVAclPermission::initWithCoder(NSKeyedUnarchiver& code
     return coder.makeObject<MVAclPermission>(name, permission, state);
 }
 
+bool MVAclPermission::hasName() const {
+    return hasName_;
+}
+
+const std::string& MVAclPermission::name() const {
+    return name_;
+}
+
+void MVAclPermission::setName(std::optional<std::string> name) {
+    hasName_ = name.has_value();
+    name_ = std::move(name).value_or(std::string());
+    didChangeValueForKey(nameKeyPath);
+}
+
+std::int32_t MVAclPermission::permission() const {
+    return permission_;
+}
+
+void MVAclPermission::setPermission(std::int32_t permission) {
+    permission_ = permission;
+    didChangeValueForKey(permissionKeyPath);
+}
+
+std::int64_t MVAclPermission::state() const {
+    return state_;
+}
+
+void MVAclPermission::setState(std::int64_t state) {
+    state_ = state;
+    didChangeValueForKey(stateKeyPath);
+}
+
+bool MVAclPermission::settable() const {
+    return settable_;
+}
+
+void MVAclPermission::setSettable(bool settable) {
+    settable_ = settable;
+    didChangeValueForKey(settableKeyPath);
+}
+
 }  // namespace morvane

@@ -254,4 +254,8 @@ NSErrorRef ItemList::whyNot(const Entries& entries, bool lossy) const {
     return lossy || lost.empty() ? nullptr : errorOfLosses(lost, entries, item().url);
 }
 
+const MVAclOrigin::Values& ItemList::item() const {
+    return origin_->values();
+}
+
 }  // namespace morvane

@@ -164,4 +164,12 @@ NSErrorRef MVAuthorization::obtain(const char* right) {
     return nullptr;
 }
 
+const AuthorizationRef& MVAuthorization::authRef() const {
+    return authRef_;
+}
+
+void MVAuthorization::setAuthRef(AuthorizationRef reference) {
+    authRef_ = std::move(reference);
+}
+
 }  // namespace morvane

@@ -21,4 +21,12 @@ void MVConnectResponder::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeI
         to->updateFileSizes(std::move(sizes), std::move(reply));
 }
 
+std::shared_ptr<MVConnector> MVConnectResponder::connector() const {
+    return connector_.lock();
+}
+
+void MVConnectResponder::setConnector(std::weak_ptr<MVConnector> connector) {
+    connector_ = std::move(connector);
+}
+
 }  // namespace morvane

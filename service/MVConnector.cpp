@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/host/Log.h>
 
 #include <cerrno>
+#include <mutex>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -29,18 +30,38 @@ void apply(NSXPCInterface& interface, bool ofReply, Table table) {
 
 }  // namespace
 
+struct MVConnector::State {
+    using Property = std::shared_ptr<NSXPCConnection>;
+
+    Property load(const Property& property) const {
+        const std::lock_guard lock(properties);
+        return property;
+    }
+    void store(Property& property, Property value) {
+        const std::lock_guard lock(properties);
+        property.swap(value);
+    }
+
+    /// Guards the two pointers, and nothing else.
+    mutable std::mutex properties;
+    Property connection;
+    std::shared_ptr<DispatchQueue> queue;
+    Property authConnection;
+    std::shared_ptr<MVConnectResponder> responder;
+};
+
 const NSClass& MVConnector::classObject() {
     static const NSClass c{"MVConnector", &NSObject::classObject(), nullptr};
     return c;
 }
 
-MVConnector::MVConnector(Creation) {}
+MVConnector::MVConnector(Creation) : state_(std::make_unique<State>()) {}
 
 MVConnector::~MVConnector() {
-    if (connection_)
-        connection_->invalidate();
-    if (authConnection_)
-        authConnection_->invalidate();
+    if (state_->connection)
+        state_->connection->invalidate();
+    if (state_->authConnection)
+        state_->authConnection->invalidate();
 }
 
 void MVConnector::refuseAbstractClass(const NSClass& c) {
@@ -52,26 +73,16 @@ void MVConnector::refuseAbstractClass(const NSClass& c) {
 }
 
 void MVConnector::prepare(const char* queueLabel) {
-    queue_ = DispatchQueue::serialQueue(queueLabel);
-    responder_ = std::make_shared<MVConnectResponder>();
-    responder_->setConnector(weak_from_this());
-}
-
-MVConnector::Property MVConnector::load(const Property& property) const {
-    const std::lock_guard lock(properties_);
-    return property;
-}
-
-void MVConnector::store(Property& property, Property connection) {
-    const std::lock_guard lock(properties_);
-    property.swap(connection);
+    state_->queue = DispatchQueue::serialQueue(queueLabel);
+    state_->responder = std::make_shared<MVConnectResponder>();
+    state_->responder->setConnector(weak_from_this());
 }
 
 std::shared_ptr<NSXPCConnection> MVConnector::connection() {
-    if (auto held = load(connection_))
+    if (auto held = state_->load(state_->connection))
         return held;
     auto built = NSXPCConnection::initWithServiceName(MVFileServiceName);
-    store(connection_, built);
+    state_->store(state_->connection, built);
     configure(*built);
     built->setInvalidationHandler([weak = weak_from_this()] {
         if (const auto self = weak.lock())
@@ -82,11 +93,11 @@ std::shared_ptr<NSXPCConnection> MVConnector::connection() {
 }
 
 void MVConnector::setConnection(std::shared_ptr<NSXPCConnection> connection) {
-    store(connection_, std::move(connection));
+    state_->store(state_->connection, std::move(connection));
 }
 
 void MVConnector::setAuthConnection(std::shared_ptr<NSXPCConnection> connection) {
-    store(authConnection_, std::move(connection));
+    state_->store(state_->authConnection, std::move(connection));
 }
 
 void MVConnector::configure(NSXPCConnection& connection) {
@@ -96,7 +107,7 @@ void MVConnector::configure(NSXPCConnection& connection) {
     const auto exported = NSXPCInterface::interfaceWithProtocol<MVFileResponse>();
     apply(*exported, false, [this] { return exportedEncodableClasses(); });
     connection.setExportedInterface(exported);
-    connection.setExportedObject<MVFileResponse>(responder_);
+    connection.setExportedObject<MVFileResponse>(state_->responder);
 }
 
 // Both act on what the property holds now, which need not be the connection that has ended.
@@ -120,7 +131,7 @@ void MVConnector::authConnectionInvalidated() {
 
 void MVConnector::submitReset(const DispatchQueue::Task& reset) {
     try {
-        queue_->async(reset);
+        state_->queue->async(reset);
     } catch (const std::exception&) {
         // There is no thread or no memory, and no caller could do anything about it: the reset runs
         // here instead.
@@ -140,7 +151,7 @@ void MVConnector::getAuthConnectionForRight(const char* right, AuthReply reply) 
         return;
     }
     try {
-        queue_->async([self = shared_from_this(), reply] {
+        state_->queue->async([self = shared_from_this(), reply] {
             self->buildAuthConnection();
             reply(nullptr);
         });
@@ -157,7 +168,7 @@ void MVConnector::buildAuthConnection() {
     // Built without a second look: of two calls close together the later replaces the former.
     const auto built =
         NSXPCConnection::initWithMachServiceName(MVPrivilegedHelperName, NSXPCConnectionPrivileged);
-    store(authConnection_, built);
+    state_->store(state_->authConnection, built);
     configure(*built);
     built->setInvalidationHandler([weak = weak_from_this()] {
         if (const auto self = weak.lock())
@@ -180,6 +191,26 @@ void MVConnector::progressWithReply(NSXPCReply<bool>) {
 
 void MVConnector::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>>, NSXPCReply<bool>) {
     notOverridden(*this, "updateFileSizes:reply:");
+}
+
+std::shared_ptr<NSXPCConnection> MVConnector::authConnection() const {
+    return state_->load(state_->authConnection);
+}
+
+const std::shared_ptr<DispatchQueue>& MVConnector::queue() const {
+    return state_->queue;
+}
+
+void MVConnector::setQueue(std::shared_ptr<DispatchQueue> queue) {
+    state_->queue = std::move(queue);
+}
+
+const std::shared_ptr<MVConnectResponder>& MVConnector::responder() const {
+    return state_->responder;
+}
+
+void MVConnector::setResponder(std::shared_ptr<MVConnectResponder> responder) {
+    state_->responder = std::move(responder);
 }
 
 }  // namespace morvane

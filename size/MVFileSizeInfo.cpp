@@ -171,4 +171,24 @@ std::string MVFileSizeInfo::stringWithFileSize(std::int64_t size, bool allowByte
     return text;
 }
 
+const std::string& MVFileSizeInfo::byteUnits() const {
+    return byteUnits_;
+}
+
+const std::string& MVFileSizeInfo::kilobyteUnits() const {
+    return kilobyteUnits_;
+}
+
+const std::string& MVFileSizeInfo::megabyteUnits() const {
+    return megabyteUnits_;
+}
+
+const std::string& MVFileSizeInfo::gigabyteUnits() const {
+    return gigabyteUnits_;
+}
+
+const std::string& MVFileSizeInfo::terabyteUnits() const {
+    return terabyteUnits_;
+}
+
 }  // namespace morvane

@@ -123,4 +123,44 @@ std::string MVFileSizeItem::displayInfo() const {
     return text;
 }
 
+bool MVFileSizeItem::busy() const {
+    return busy_;
+}
+
+bool MVFileSizeItem::initialized() const {
+    return initialized_;
+}
+
+bool MVFileSizeItem::isLeaf() const {
+    return leaf_;
+}
+
+std::int64_t MVFileSizeItem::size() const {
+    return size_;
+}
+
+const std::optional<NSURL>& MVFileSizeItem::url() const {
+    return display().url;
+}
+
+const std::optional<std::string>& MVFileSizeItem::path() const {
+    return display().path;
+}
+
+const std::optional<NSImage>& MVFileSizeItem::icon() const {
+    return display().icon;
+}
+
+const std::optional<std::string>& MVFileSizeItem::name() const {
+    return display().name;
+}
+
+const std::optional<NSColor>& MVFileSizeItem::color() const {
+    return display().color;
+}
+
+const MVFileSizeItem::Display& MVFileSizeItem::display() const {
+    return display_ ? *display_ : placeholder();
+}
+
 }  // namespace morvane

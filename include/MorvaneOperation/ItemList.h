@@ -34,7 +34,7 @@ class MORVANE_EXPORT ItemList {
     /// origin. The entries are not kept.
     static std::optional<ItemList> asRead(const Entries& entries);
 
-    const MVAclOrigin::Values& item() const { return origin_->values(); }
+    const MVAclOrigin::Values& item() const;
 
     /// Whether the box may be on in `entry`: a box of its tree, or the group node of a flat entry.
     /// (Some boxes can only be stored together; losses() names them.)

@@ -94,39 +94,39 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     static std::shared_ptr<MVAclEntry> newEntryForDirectory(bool directory);
     ~MVAclEntry() override;
 
-    bool inherited() const { return inherited_; }
+    bool inherited() const;
     /// Makes every box settable or not, and resolves the applicability.
     void setInherited(bool inherited);
-    bool applicableToInitialized() const { return applicableToInitialized_; }
+    bool applicableToInitialized() const;
     void setApplicableToInitialized(bool initialized);
     /// True while the entry changes its own tree and does not listen to it.
-    bool updatingPermissions() const { return updatingPermissions_; }
+    bool updatingPermissions() const;
     void setUpdatingPermissions(bool updating);
-    std::int32_t tag() const { return tag_; }
+    std::int32_t tag() const;
     void setTag(std::int32_t tag);
-    std::int64_t permissionGroup() const { return permissionGroup_; }
+    std::int64_t permissionGroup() const;
     /// Sets the first three groups and their boxes as `code` says (an unknown code is taken for
     /// MVAclGroupAll). MVAclGroupCustom is shown until the next turn of the main loop, which puts
     /// the former code back; edits of the boxes before then are not followed. Throws
     /// NSRangeException if there are fewer than three groups.
     void setPermissionGroup(std::int64_t code);
-    const std::optional<NSUUID>& uuid() const { return uuid_; }
+    const std::optional<NSUUID>& uuid() const;
     void setUuid(const std::optional<NSUUID>& uuid);
-    const Permissions& permissions() const { return permissions_; }
+    const Permissions& permissions() const;
     /// Replaces the tree and observes the new one instead. Nothing is resolved. Throws
     /// NSInvalidArgumentException for a null group.
     void setPermissions(Permissions permissions);
     /// Null if unknown.
-    const CBIdentityRef& identity() const { return identity_; }
+    const CBIdentityRef& identity() const;
     /// Sets `uuid` too.
     void setIdentity(CBIdentityRef identity);
     /// What the entry applies to, for people: "This item, Child files".
-    const std::string& applicableTo() const { return applicableTo_; }
+    const std::string& applicableTo() const;
     void setApplicableTo(std::string text);
 
     /// The list that the entry was read from; null for one that was not read. Not observed.
-    const std::shared_ptr<const MVAclOrigin>& origin() const { return origin_; }
-    void setOrigin(std::shared_ptr<const MVAclOrigin> origin) { origin_ = std::move(origin); }
+    const std::shared_ptr<const MVAclOrigin>& origin() const;
+    void setOrigin(std::shared_ptr<const MVAclOrigin> origin);
 
     /// Whether the first group has boxes; a flat entry's has none.
     bool isAcl() const;

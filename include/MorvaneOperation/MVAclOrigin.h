@@ -63,7 +63,7 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
     const NSClass& objectClass() const override { return classObject(); }
 
     static std::shared_ptr<const MVAclOrigin> initWithValues(Values values);
-    const Values& values() const { return values_; }
+    const Values& values() const;
 
     bool isEqual(const NSObject* other) const override;
     void encodeWithCoder(NSKeyedArchiver& coder) const override;

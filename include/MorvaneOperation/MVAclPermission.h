@@ -48,30 +48,17 @@ class MORVANE_EXPORT MVAclPermission : public NSObservable {
                                                          std::int64_t state);
 
     /// False for one without a name, which is not one whose name is empty.
-    bool hasName() const { return hasName_; }
+    bool hasName() const;
     /// Empty for none too.
-    const std::string& name() const { return name_; }
+    const std::string& name() const;
     /// Stored as given, not localised.
-    void setName(std::optional<std::string> name) {
-        hasName_ = name.has_value();
-        name_ = std::move(name).value_or(std::string());
-        didChangeValueForKey(nameKeyPath);
-    }
-    std::int32_t permission() const { return permission_; }
-    void setPermission(std::int32_t permission) {
-        permission_ = permission;
-        didChangeValueForKey(permissionKeyPath);
-    }
-    std::int64_t state() const { return state_; }
-    void setState(std::int64_t state) {
-        state_ = state;
-        didChangeValueForKey(stateKeyPath);
-    }
-    bool settable() const { return settable_; }
-    void setSettable(bool settable) {
-        settable_ = settable;
-        didChangeValueForKey(settableKeyPath);
-    }
+    void setName(std::optional<std::string> name);
+    std::int32_t permission() const;
+    void setPermission(std::int32_t permission);
+    std::int64_t state() const;
+    void setState(std::int64_t state);
+    bool settable() const;
+    void setSettable(bool settable);
 
     /// Same class and same name, or none in both; permission, state and settable play no part.
     bool isEqual(const NSObject* other) const override;

@@ -43,8 +43,8 @@ class MORVANE_EXPORT MVAuthorization final : public NSObject {
     /// `error` may be null, and is set to null on success.
     bool authorizeRight(const char* right, NSErrorRef* error);
 
-    const AuthorizationRef& authRef() const { return authRef_; }
-    void setAuthRef(AuthorizationRef reference) { authRef_ = std::move(reference); }
+    const AuthorizationRef& authRef() const;
+    void setAuthRef(AuthorizationRef reference);
 
     /// What only init() can make: a permission to construct.
     class Creation {

@@ -18,8 +18,8 @@ class MORVANE_EXPORT MVConnectResponder : public NSObject, public MVFileResponse
     const NSClass& objectClass() const override { return classObject(); }
 
     /// Null when the connector is gone.
-    std::shared_ptr<MVConnector> connector() const { return connector_.lock(); }
-    void setConnector(std::weak_ptr<MVConnector> connector) { connector_ = std::move(connector); }
+    std::shared_ptr<MVConnector> connector() const;
+    void setConnector(std::weak_ptr<MVConnector> connector);
 
     void progressWithReply(NSXPCReply<bool> reply) override;
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,

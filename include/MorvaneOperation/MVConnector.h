@@ -9,7 +9,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -134,14 +133,12 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     void setConnection(std::shared_ptr<NSXPCConnection> connection);
     /// The connection to the privileged helper; null until getAuthConnectionForRight() has built
     /// it.
-    std::shared_ptr<NSXPCConnection> authConnection() const { return load(authConnection_); }
+    std::shared_ptr<NSXPCConnection> authConnection() const;
     void setAuthConnection(std::shared_ptr<NSXPCConnection> connection);
-    const std::shared_ptr<DispatchQueue>& queue() const { return queue_; }
-    void setQueue(std::shared_ptr<DispatchQueue> queue) { queue_ = std::move(queue); }
-    const std::shared_ptr<MVConnectResponder>& responder() const { return responder_; }
-    void setResponder(std::shared_ptr<MVConnectResponder> responder) {
-        responder_ = std::move(responder);
-    }
+    const std::shared_ptr<DispatchQueue>& queue() const;
+    void setQueue(std::shared_ptr<DispatchQueue> queue);
+    const std::shared_ptr<MVConnectResponder>& responder() const;
+    void setResponder(std::shared_ptr<MVConnectResponder> responder);
 
     /// Obtains the right (its full name), asking the user if need be, and then makes sure that
     /// there is a privileged connection. The reply runs on the caller's thread, before this
@@ -178,16 +175,9 @@ class MORVANE_EXPORT MVConnector : public NSObject,
     void authConnectionInvalidated();
     void submitReset(const DispatchQueue::Task& reset);
 
-    using Property = std::shared_ptr<NSXPCConnection>;
-    Property load(const Property& property) const;
-    void store(Property& property, Property connection);
-
-    /// Guards the two pointers, and nothing else.
-    mutable std::mutex properties_;
-    Property connection_;
-    std::shared_ptr<DispatchQueue> queue_;
-    Property authConnection_;
-    std::shared_ptr<MVConnectResponder> responder_;
+    // Behind a pointer: the size of this class is part of each program that derives from it.
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace morvane

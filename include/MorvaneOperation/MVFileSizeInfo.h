@@ -58,15 +58,15 @@ class MORVANE_EXPORT MVFileSizeInfo final : public NSObservable, private NSKeyVa
     /// The callback of the user default; calls updateConstants() whatever changed.
     void observeValueForKeyPath(const NSKeyPath& keyPath, NSObject& object) override;
 
-    const std::string& byteUnits() const { return byteUnits_; }
+    const std::string& byteUnits() const;
     void setByteUnits(std::string units);
-    const std::string& kilobyteUnits() const { return kilobyteUnits_; }
+    const std::string& kilobyteUnits() const;
     void setKilobyteUnits(std::string units);
-    const std::string& megabyteUnits() const { return megabyteUnits_; }
+    const std::string& megabyteUnits() const;
     void setMegabyteUnits(std::string units);
-    const std::string& gigabyteUnits() const { return gigabyteUnits_; }
+    const std::string& gigabyteUnits() const;
     void setGigabyteUnits(std::string units);
-    const std::string& terabyteUnits() const { return terabyteUnits_; }
+    const std::string& terabyteUnits() const;
     void setTerabyteUnits(std::string units);
 
   private:

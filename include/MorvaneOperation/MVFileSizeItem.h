@@ -52,31 +52,31 @@ class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
     ~MVFileSizeItem() override;
 
     /// Whether the size is still being computed. Cleared by the host only.
-    bool busy() const { return busy_; }
+    bool busy() const;
     void setBusy(bool busy);
     /// For the host's use.
-    bool initialized() const { return initialized_; }
+    bool initialized() const;
     void setInitialized(bool initialized);
     /// Whether the item is not a directory; false until the URL is set.
-    bool isLeaf() const { return leaf_; }
+    bool isLeaf() const;
     void setLeaf(bool leaf);
     /// Bytes; negative when unknown.
-    std::int64_t size() const { return size_; }
+    std::int64_t size() const;
     void setSize(std::int64_t size);
 
-    const std::optional<NSURL>& url() const { return display().url; }
+    const std::optional<NSURL>& url() const;
     /// Also sets path, name, icon and leaf from what is at the URL; what cannot be read there
     /// becomes empty (and leaf true). Asks the file system and may block.
     void setUrl(std::optional<NSURL> url);
 
-    const std::optional<std::string>& path() const { return display().path; }
+    const std::optional<std::string>& path() const;
     void setPath(std::optional<std::string> path);
-    const std::optional<NSImage>& icon() const { return display().icon; }
+    const std::optional<NSImage>& icon() const;
     void setIcon(std::optional<NSImage> icon);
-    const std::optional<std::string>& name() const { return display().name; }
+    const std::optional<std::string>& name() const;
     void setName(std::optional<std::string> name);
     /// The host's choice.
-    const std::optional<NSColor>& color() const { return display().color; }
+    const std::optional<NSColor>& color() const;
     void setColor(std::optional<NSColor> color);
 
     /// The size as MVFileSizeInfo shows it, bytes allowed; "--" when unknown.
@@ -95,7 +95,7 @@ class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
     };
 
     static const Display& placeholder();
-    const Display& display() const { return display_ ? *display_ : placeholder(); }
+    const Display& display() const;
     Display& mutableDisplay();
 
     // Items arrive by the hundred thousand, and most are never shown: what only a shown item needs

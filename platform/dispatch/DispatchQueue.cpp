@@ -85,4 +85,8 @@ DispatchQueue& DispatchQueue::mainQueue() {
     return *queue;
 }
 
+const std::optional<std::string>& DispatchQueue::label() const {
+    return label_;
+}
+
 }  // namespace morvane

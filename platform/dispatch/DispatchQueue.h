@@ -37,7 +37,7 @@ class MORVANE_EXPORT DispatchQueue {
     /// Whether the caller is a task of this queue (for the main queue: on the loop's thread).
     virtual bool isCurrent() const = 0;
 
-    const std::optional<std::string>& label() const { return label_; }
+    const std::optional<std::string>& label() const;
 
   protected:
     explicit DispatchQueue(std::optional<std::string> label);

@@ -76,4 +76,16 @@ bool NSError::isEqual(const NSObject* other) const {
     return true;
 }
 
+const std::string& NSError::domain() const {
+    return domain_;
+}
+
+std::int64_t NSError::code() const {
+    return code_;
+}
+
+const NSErrorUserInfo& NSError::userInfo() const {
+    return userInfo_;
+}
+
 }  // namespace morvane

@@ -60,9 +60,9 @@ class MORVANE_EXPORT NSError final : public NSObject {
     static NSErrorRef errorWithDomain(std::string domain, std::int64_t code,
                                       NSErrorUserInfo userInfo = {});
 
-    const std::string& domain() const { return domain_; }
-    std::int64_t code() const { return code_; }
-    const NSErrorUserInfo& userInfo() const { return userInfo_; }
+    const std::string& domain() const;
+    std::int64_t code() const;
+    const NSErrorUserInfo& userInfo() const;
 
     /// The text under NSLocalizedDescriptionKey; without one, the system's text for a POSIX code,
     /// or a sentence that names domain and code.

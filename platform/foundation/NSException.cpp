@@ -15,4 +15,16 @@ void throwRangeException(std::size_t index, std::size_t count) {
                                             std::to_string(count) + " elements.");
 }
 
+const std::string& NSException::name() const {
+    return name_;
+}
+
+const std::string& NSException::reason() const {
+    return reason_;
+}
+
+const char* NSException::what() const noexcept {
+    return what_.c_str();
+}
+
 }  // namespace morvane

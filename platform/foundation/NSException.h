@@ -17,10 +17,10 @@ class MORVANE_EXPORT NSException : public std::exception {
     NSException(std::string name, std::string reason);
     ~NSException() override;
 
-    const std::string& name() const { return name_; }
-    const std::string& reason() const { return reason_; }
+    const std::string& name() const;
+    const std::string& reason() const;
     /// "NAME: REASON".
-    const char* what() const noexcept override { return what_.c_str(); }
+    const char* what() const noexcept override;
 
   private:
     std::string name_;

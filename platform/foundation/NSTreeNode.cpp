@@ -55,4 +55,16 @@ void NSTreeNode::MutableChildNodes::removeObjectAtIndex(std::size_t index) {
     children.erase(children.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
+const std::shared_ptr<NSObject>& NSTreeNode::representedObject() const {
+    return representedObject_;
+}
+
+const NSTreeNode::Children& NSTreeNode::childNodes() const {
+    return children_;
+}
+
+NSTreeNode* NSTreeNode::parentNode() const {
+    return parent_;
+}
+
 }  // namespace morvane

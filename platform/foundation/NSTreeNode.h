@@ -47,13 +47,13 @@ class MORVANE_EXPORT NSTreeNode : public NSObject {
     explicit NSTreeNode(std::shared_ptr<NSObject> representedObject);
     ~NSTreeNode() override;
 
-    const std::shared_ptr<NSObject>& representedObject() const { return representedObject_; }
-    const Children& childNodes() const { return children_; }
+    const std::shared_ptr<NSObject>& representedObject() const;
+    const Children& childNodes() const;
     /// The child at `index`. Throws NSRangeException if there is none.
     const std::shared_ptr<NSTreeNode>& childNodeAtIndex(std::size_t index) const;
     MutableChildNodes mutableChildNodes() { return MutableChildNodes(*this); }
     /// Null for a root.
-    NSTreeNode* parentNode() const { return parent_; }
+    NSTreeNode* parentNode() const;
 
   private:
     std::shared_ptr<NSObject> representedObject_;

@@ -74,4 +74,16 @@ bool CBIdentity::isEqual(const NSObject* other) const {
     return identity && identity->uniqueIdentifier_ == uniqueIdentifier_;
 }
 
+const NSUUID& CBIdentity::uniqueIdentifier() const {
+    return uniqueIdentifier_;
+}
+
+const std::string& CBIdentity::name() const {
+    return name_;
+}
+
+bool CBIdentity::isGroup() const {
+    return isGroup_;
+}
+
 }  // namespace morvane

@@ -64,10 +64,10 @@ class MORVANE_EXPORT CBIdentity final : public NSObject {
     static std::shared_ptr<const CBIdentity> identityWithName(const std::string& name,
                                                               const CBIdentityAuthority& authority);
 
-    const NSUUID& uniqueIdentifier() const { return uniqueIdentifier_; }
-    const std::string& name() const { return name_; }
+    const NSUUID& uniqueIdentifier() const;
+    const std::string& name() const;
     /// True for groups and for everyone.
-    bool isGroup() const { return isGroup_; }
+    bool isGroup() const;
 
     /// Same unique identifier.
     bool isEqual(const NSObject* other) const override;

@@ -39,4 +39,21 @@ const NSClassSet& NSXPCInterface::classesForSelector(std::string_view selector,
     return classes(find(selector, argumentIndex, ofReply)).of(ofReply)[argumentIndex];
 }
 
+const NSXPCProtocolDescription& NSXPCInterface::protocol() const {
+    return protocol_;
+}
+
+const std::vector<NSClassSet>& NSXPCInterface::argumentClasses(std::size_t message) const {
+    return classes(message).arguments;
+}
+
+const std::vector<NSClassSet>& NSXPCInterface::replyClasses(std::size_t message) const {
+    return classes(message).replyArguments;
+}
+
+const NSXPCMessageClasses& NSXPCInterface::classes(std::size_t message) const {
+    const auto set = set_.find(message);
+    return set == set_.end() ? protocol_.messages[message] : set->second;
+}
+
 }  // namespace morvane

@@ -38,24 +38,17 @@ class MORVANE_EXPORT NSXPCInterface {
     const NSClassSet& classesForSelector(std::string_view selector, std::size_t argumentIndex,
                                          bool ofReply) const;
 
-    const NSXPCProtocolDescription& protocol() const { return protocol_; }
+    const NSXPCProtocolDescription& protocol() const;
     /// The allowed classes of each position of a message, by its index in the protocol.
-    const std::vector<NSClassSet>& argumentClasses(std::size_t message) const {
-        return classes(message).arguments;
-    }
-    const std::vector<NSClassSet>& replyClasses(std::size_t message) const {
-        return classes(message).replyArguments;
-    }
+    const std::vector<NSClassSet>& argumentClasses(std::size_t message) const;
+    const std::vector<NSClassSet>& replyClasses(std::size_t message) const;
 
     /// Use interfaceWithProtocol().
     explicit NSXPCInterface(const NSXPCProtocolDescription& protocol);
     ~NSXPCInterface();
 
   private:
-    const NSXPCMessageClasses& classes(std::size_t message) const {
-        const auto set = set_.find(message);
-        return set == set_.end() ? protocol_.messages[message] : set->second;
-    }
+    const NSXPCMessageClasses& classes(std::size_t message) const;
     std::size_t find(std::string_view selector, std::size_t argumentIndex, bool ofReply) const;
 
     const NSXPCProtocolDescription& protocol_;

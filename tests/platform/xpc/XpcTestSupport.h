@@ -89,6 +89,8 @@ class EchoPair {
     std::shared_ptr<EchoService> service = std::make_shared<EchoService>();
     /// Called with the service's end of each new stream, before it is used.
     std::function<void(FakeStreamSocket&)> onStream;
+    /// Called with the service's connection, before it is resumed.
+    std::function<void(NSXPCConnection&)> configure;
     bool refuse = false;
     std::atomic<int> interruptions = 0;
     std::atomic<int> streams = 0;
@@ -108,6 +110,8 @@ class EchoPair {
             std::make_shared<NSXPCConnection::Core>("client", farEnd));
         server->setExportedInterface(exported);
         server->setExportedObject<Echo>(service);
+        if (configure)
+            configure(*server);
         server->resume();
         servers.push_back(std::move(server));
         return true;
