@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVTreeNode.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/acl_perms.h>
 
 namespace morvane {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <sys/resource.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FileService.h"
 
 #include <MorvaneOperation/MVFileResponse.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FileTree.h"
 
 #include <fcntl.h>

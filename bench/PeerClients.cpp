@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PeerClients.h"
 
 #include <signal.h>

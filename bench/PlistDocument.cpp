@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PlistDocument.h"
 
 #include <plist/plist.h>

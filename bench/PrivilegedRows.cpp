@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAuthorization.h>
 #include <gio/gio.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "VirtualCall.h"
 
 namespace bench {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AccessCommand.h"
 
 #include <MorvaneOperation/IdentityText.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AclCommand.h"
 
 #include "Failure.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AclEditor.h"
 
 #include <MorvaneOperation/IdentityText.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AuthenticationAgent.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EditCommand.h"
 
 #include <MorvaneOperation/EntryLosses.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EditScreen.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EditedItem.h"
 
 #include <MorvaneOperation/EntryLosses.h>

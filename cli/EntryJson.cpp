@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/IdentityText.h>
 
 #include <nlohmann/json.hpp>

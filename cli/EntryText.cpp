@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EntryText.h"
 
 #include <MorvaneOperation/IdentityText.h>

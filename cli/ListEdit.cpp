@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ListEdit.h"
 
 #include <MorvaneOperation/IdentityText.h>

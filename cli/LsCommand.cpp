@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LsCommand.h"
 
 #include <nlohmann/json.hpp>

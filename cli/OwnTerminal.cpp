@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "OwnTerminal.h"
 
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>

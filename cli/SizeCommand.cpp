@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SizeCommand.h"
 
 #include <MorvaneOperation/MVFileSizeInfo.h>

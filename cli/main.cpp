@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/host/Log.h>
 #include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <signal.h>

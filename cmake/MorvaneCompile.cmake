@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Warnings and sanitizers, the same for everything that is built here. Whether warnings are errors, and which
 # linker is used, is for the builder to choose; the presets that the project is developed with choose both.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual

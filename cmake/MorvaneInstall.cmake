@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a program outside needs: the library, its headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 

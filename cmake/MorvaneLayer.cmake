@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # morvane_layer(NAME [ROOM FOLDER] SOURCES ... USES ...)
 #
 # One layer of the library: an object library that sees its own headers and those of the layers

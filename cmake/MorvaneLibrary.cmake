@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The one library, shared unless the builder wants an archive, and the same objects as an archive for the tests
 # that look inside.
 get_property(layers GLOBAL PROPERTY MORVANE_LAYERS)

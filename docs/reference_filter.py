@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """What the reference sees of a header: the messages of a protocol's list as member functions with their comments."""
 import re
 import sys

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 
 #include <cstddef>

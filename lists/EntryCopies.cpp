@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EntryCopies.h"
 
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>

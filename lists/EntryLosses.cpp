@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/MVAclPermission.h>

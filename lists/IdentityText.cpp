@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 

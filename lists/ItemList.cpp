@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
 #include <MorvaneOperation/PosixAclEntries.h>

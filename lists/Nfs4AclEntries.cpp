@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
 #include <MorvaneOperation/PosixAclEntries.h>

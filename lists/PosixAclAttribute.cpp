@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/PosixAcl.h>
 
 namespace morvane {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVTreeNode.h>
 #include <MorvaneOperation/PosixAclEntries.h>

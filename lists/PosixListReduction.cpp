@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixListReduction.h"
 
 #include <algorithm>

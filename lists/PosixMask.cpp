@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixMask.h"
 
 #include <algorithm>

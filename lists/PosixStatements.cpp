@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixStatements.h"
 
 #include <MorvaneOperation/PosixAclEntries.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAuthorization.h>
 #include <MorvaneOperation/MVConnector.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/platform/host/FileAccess.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <MorvaneOperation/platform/foundation/NSNotificationCenter.h>
 #include <MorvaneOperation/platform/foundation/NSUserDefaults.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <MorvaneOperation/MVFileSizeItem.h>
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>

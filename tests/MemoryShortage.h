@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process whose memory runs out.
 #pragma once
 

@@ -1,1 +1,2 @@
+// SPDX-License-Identifier: MIT
 // What nearly every test reads, compiled once.

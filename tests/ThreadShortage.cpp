@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ThreadShortage.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process that can have no more threads.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WaitFailure.h"
 
 #include <dlfcn.h>

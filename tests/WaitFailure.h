@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process whose waiting for descriptors fails.
 #pragma once
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Takes each defence away in turn and sees that its tests fail then.
 
 usage: without_defences.py [--fit | WORDS...]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The smallest host: prints who is named in the access-control list of a file or folder.
 //     cmake -S . -B build && cmake --build build && build/smallest_host PATH
 #include <MorvaneOperation/MorvaneOperation.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EffectiveAccess.h"
 
 #include <fcntl.h>

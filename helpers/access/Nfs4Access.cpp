@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Nfs4Access.h"
 
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixAccess.h"
 
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>

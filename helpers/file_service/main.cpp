@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 

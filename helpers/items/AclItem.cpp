@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AclItem.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ItemOwner.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ItemPath.h"
 
 #include <fcntl.h>

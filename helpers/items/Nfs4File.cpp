@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Nfs4File.h"
 
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Nfs4Names.h"
 
 #include <grp.h>

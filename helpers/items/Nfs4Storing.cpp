@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Nfs4Storing.h"
 
 #include <MorvaneOperation/IdentityText.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixAclReader.h"
 
 #include <acl/libacl.h>

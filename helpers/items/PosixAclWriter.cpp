@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixAclWriter.h"
 
 #include <acl/libacl.h>

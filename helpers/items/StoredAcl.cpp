@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "StoredAcl.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Capabilities.h"
 
 #include <linux/capability.h>

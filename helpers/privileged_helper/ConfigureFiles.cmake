@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # configure_helper_files(TO): the files that hold an absolute path, each with the path as its reader wants it, in the
 # folder TO. Also a script of its own (cmake -D TO=... -P).
 

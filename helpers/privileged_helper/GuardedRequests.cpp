@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GuardedRequests.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AclRequests.h"
 
 #include <MorvaneOperation/EntryLosses.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AskedWork.h"
 
 #include <MorvaneOperation/platform/dispatch/Clock.h>

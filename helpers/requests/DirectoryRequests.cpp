@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DirectoryRequests.h"
 
 #include <dirent.h>

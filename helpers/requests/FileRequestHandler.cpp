@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FileRequestHandler.h"
 
 #include <MorvaneOperation/MVFileResponse.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LongWork.h"
 
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>

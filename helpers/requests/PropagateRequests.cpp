@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PropagateRequests.h"
 
 #include <MorvaneOperation/EntryLosses.h>

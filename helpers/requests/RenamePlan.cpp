@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RenamePlan.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RenameRequests.h"
 
 #include <fcntl.h>

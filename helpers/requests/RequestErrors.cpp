@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RequestErrors.h"
 
 #include <glib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WorkErrors.h"
 
 #include <unistd.h>

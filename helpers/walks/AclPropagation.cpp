@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "AclPropagation.h"
 
 #include <fcntl.h>

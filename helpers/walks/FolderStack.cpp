@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FolderStack.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Nfs4Inheritance.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PosixInheritance.h"
 
 #include <fcntl.h>

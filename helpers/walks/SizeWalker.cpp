@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SizeWalker.h"
 
 #include <fcntl.h>

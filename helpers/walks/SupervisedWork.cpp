@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SupervisedWork.h"
 
 #include <condition_variable>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TreeWalk.h"
 
 #include <dirent.h>

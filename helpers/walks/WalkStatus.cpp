@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WalkStatus.h"
 
 #include <fcntl.h>

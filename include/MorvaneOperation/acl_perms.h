@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef MORVANEOPERATION_ACL_PERMS_H
 #define MORVANEOPERATION_ACL_PERMS_H
 

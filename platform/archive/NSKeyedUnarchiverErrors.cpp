@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
 #include "NSKeyedUnarchiverState.h"

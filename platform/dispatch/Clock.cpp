@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/Clock.h>
 
 #include <condition_variable>

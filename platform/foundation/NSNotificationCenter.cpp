@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/foundation/NSNotificationCenter.h>
 
 #include <atomic>

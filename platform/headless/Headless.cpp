@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/foundation/NSNumberFormatter.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/host/MVIdentities.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <glib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/foundation/NSURLResourceValues.h>
 #include <gio/gio.h>
 

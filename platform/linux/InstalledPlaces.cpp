@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/InstalledPlaces.h>
 #include <dlfcn.h>
 #include <link.h>

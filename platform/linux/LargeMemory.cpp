@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/PeerProcess.h>
 #include <fcntl.h>
 #include <poll.h>

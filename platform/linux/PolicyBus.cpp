@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/PolicyBus.h>
 #include <poll.h>
 #include <sys/eventfd.h>

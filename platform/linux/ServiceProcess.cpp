@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/InstalledPlaces.h>
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/SpawnAttributes.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <MorvaneOperation/platform/linux/SubordinateUsers.h>
 

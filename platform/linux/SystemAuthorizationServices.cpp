@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>

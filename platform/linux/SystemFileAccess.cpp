@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/host/FileAccess.h>
 #include <unistd.h>
 

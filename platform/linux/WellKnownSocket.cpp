@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>
 #include <MorvaneOperation/platform/linux/WellKnownSocket.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/ConnectionErrors.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/foundation/NSUncaughtException.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <MorvaneOperation/platform/xpc/ConnectionErrors.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/foundation/NSUncaughtException.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 

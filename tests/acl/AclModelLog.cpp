@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Edits random entries and writes every command with the state that followed it, for
 // acl_model.py to check against rules written down a second time.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system's header first: the catalogue must stand beside it.
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>

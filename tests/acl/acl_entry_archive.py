@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads ("check FILE UUID") and writes ("write FILE UUID") the archives of AclEntryArchiveTest.cpp."""
 import plistlib
 import sys

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The rules of access-control entries, written down a second time.
 
 Reads the log of AclModelLog (commands with the states that followed) on standard input or from the

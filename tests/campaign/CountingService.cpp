@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A library for LD_PRELOAD in whose process one kind of call fails, at its N-th use or from then
 // on.
 //

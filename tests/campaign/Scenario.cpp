@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>

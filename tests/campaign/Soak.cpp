@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 #include <signal.h>
 #include <unistd.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Looks for what ordinary tests are too short to find, and prints one table.
 
 usage: campaign.py [MINUTES] [--only PART...] [--calls CALL...]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <gtest/gtest.h>
 

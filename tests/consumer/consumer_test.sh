@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Uses the installed library as an outside program does.
 # usage: consumer_test.sh BUILD-FOLDER CXX SOURCE-FOLDER
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // What the pieces of code in the documentation take as given: a host's own functions and objects.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The pieces of code in documents and in the comments of headers.
 
 usage: code_blocks.py write OUTPUT FILE...          writes a C++ program that has all pieces of C++ in it

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The manual pages of the privileged helper and of its installer.
 
 usage: manuals_test.py WRITTEN SOURCES [unittest arguments]

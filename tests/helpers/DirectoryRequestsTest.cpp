@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

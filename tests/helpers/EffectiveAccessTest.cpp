@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <fcntl.h>
 #include <grp.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // File systems that do not answer, in a mount namespace of the test's own.
 #pragma once
 

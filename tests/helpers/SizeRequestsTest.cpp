@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Sets random lists with setfacl, compares what is shown with a reader of its own, has the entries
 written back as they are, and sees that getfacl prints the very same.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Prints the sizes of paths, counted independently of the walker: one line for each path."""
 
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cerrno>
 #include <iostream>
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 
 #include <cstdio>

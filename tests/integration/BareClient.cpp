@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAuthorization.h>
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>

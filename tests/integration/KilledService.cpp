@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stands in a service's place: runs the real one, and kills it as it enters the N-th system call
 // since it began to work, that is since its first thread. Exits with 0 if it ended without having
 // made as many.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Preloaded into a program, lets it find the lists of a network mount in user attributes: what it
 // asks for as system.nfs4_acl is user.nfs4_acl. MORVANE_NFS_SERVER tells what its server is like:
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Preloaded into a program, sets its monotonic clock forward by the seconds that a file tells; what
 // waits in poll() waits by that clock.
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Changing access-control lists by the command-line host with the real file service, on real files.
 
 usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]

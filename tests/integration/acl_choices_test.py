@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Each choice of the menu, for each kind of identity, in a new entry and in a changed one, on a file and on a
 folder, on each local file system: what is stored, as getfacl prints it, and what the kernel then lets that user do.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command-line host with the real file service, on real files.
 
 usage: acl_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What bash, zsh and fish offer for the words of the command line, beside what the help tells of; and the manual.
 
 usage: completion_test.py MORVANE [unittest arguments]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Sees what the privileged helper takes while a stranger keeps it busy; takes minutes, and is no part of the tests.
 
 usage: helper_under_load.py HELPER POLICY-FILE POLICY-AGENT MORVANE [SECONDS [FILES]]

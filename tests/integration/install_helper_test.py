@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The program that puts the privileged helper's files into place, with folders of its own in the places of
 the system's, and with a service manager that only notes what it is told.
 

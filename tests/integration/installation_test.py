@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How the helper is installed at the first privileged request, on real parts.
 
 usage: installation_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK

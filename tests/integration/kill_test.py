@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Kills the real file service at each of its system calls, and looks at what is left.
 
 usage: kill_test.py MORVANE LIBEXEC-DIR KILLED-SERVICE [unittest arguments]

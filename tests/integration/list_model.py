@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What entries ask for that are to be written to a POSIX list, worked out from the rules alone.
 
 Entries are those that `morvane acl --json` prints, in the order in which they count. What they ask for is told in

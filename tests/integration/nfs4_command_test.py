@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The allow/deny lists of network mounts, through the command-line host and the real file service.
 
 usage: nfs4_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY [unittest arguments]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The privileged road where rights are not defined, and where the policy service answers otherwise than polkit
 does, or not at all.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A file that only root may read, for the tests of the privileged road."""
 import os
 import tempfile

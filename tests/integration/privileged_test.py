@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The privileged road on real parts: each right, granted or not, and who tries to get round it.
 
 usage: privileged_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK

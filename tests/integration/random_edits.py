@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Makes random edits of random lists through the real service, and sees for each that it is stored or refused as the
 rules say (list_model.py), and that nobody can then do more than the list asks for, nor less: the kernel is asked by
 users who try it, on the item and on what they find made in it.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The rename command with the real file service, in real folders.
 
 usage: rename_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]

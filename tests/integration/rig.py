@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The privileged road on real parts: a message bus, polkitd, the helper as root behind socket
 activation, an agent that answers as it is told, and programs of an ordinary user.
 

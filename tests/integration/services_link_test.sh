@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Sees that no service loads GIO, GObject, ICU or the shared library.
 # usage: services_link_test.sh PROGRAM...
 for program in "$@"; do

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The privileged road inside of a login session, and who asks the user on a terminal, on real parts.
 
 usage: session_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SHIFTED-CLOCK

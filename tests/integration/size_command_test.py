@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The size and ls commands with the real file service, on real trees.
 
 usage: size_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a program shows on a terminal, and the questions for a password that it asks there."""
 import errno
 import os

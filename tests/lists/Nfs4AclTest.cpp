@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/Nfs4Acl.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Access-control lists on real NFSv4 mounts, of two servers. Runs in a machine of tests/nfs/machine.
 
 usage: nfs_test.py MORVANE LIBEXEC-DIR GANESHA-FOLDER [unittest arguments]

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The life of the Debian packages where systemd is process 1: as root in a machine of its own, which
 tests/systemd/machine boots. /packages has them, /packages/next has them in a higher version.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "size/SizeFixture.h"
 
 // What holds only before the formatter of this process is made: one test, one program.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Checks lines "BASE2 ALLOW_BYTES SIZE TEXT" against size texts made here, independently."""
 
 import sys

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The privileged road on a real system, where systemd is process 1: as root in a machine of its own, which `machine`
 boots. The library is installed there below /usr/local, nothing of the helper is in its place yet."""
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// For the rows items-100k and encode-1000-entries of the bench: an array of many elements, or of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// For the rows items-100k and decode-1000-entries of the bench: what is different while a large

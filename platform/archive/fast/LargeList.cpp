@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/fast/LargeList.h>
 #include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// For the row archive-decode-entry of the bench: a value is mostly a short one of the kind that is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/fast/ObjectBlock.h>
 
 #include <mutex>

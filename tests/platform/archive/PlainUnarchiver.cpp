@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "PlainUnarchiver.h"
 
 #include <MorvaneOperation/platform/archive/Unicode.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads ("check FILE", "check-large FILE") and writes ("write FILE") the archives of PythonArchiveTest.cpp."""
 import plistlib
 import sys

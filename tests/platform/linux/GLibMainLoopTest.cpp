@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/DispatchQueue.h>
 #include <glib.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/KeyFileDefaults.h>
 #include <MorvaneOperation/platform/linux/KeyFileText.h>
 #include <gtest/gtest.h>

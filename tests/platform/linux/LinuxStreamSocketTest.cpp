@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/LinuxStreamSocket.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/host/FileAccess.h>
 #include <MorvaneOperation/platform/host/MVIdentities.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/Workers.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/ReadinessWorkers.h>

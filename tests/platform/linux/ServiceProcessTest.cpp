@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>
 #include <gtest/gtest.h>
 #include <linux/sched.h>

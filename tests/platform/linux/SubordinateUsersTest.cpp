@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/SubordinateUsers.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>

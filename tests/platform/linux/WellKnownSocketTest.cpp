@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/WellKnownSocket.h>
 #include <MorvaneOperation/platform/xpc/StreamSocket.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileSizeItem.h>
 #include <MorvaneOperation/platform/xpc/NSXPCProtocol.h>
 #include <gtest/gtest.h>

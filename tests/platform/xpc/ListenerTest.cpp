@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <MorvaneOperation/platform/linux/PeerProcess.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
