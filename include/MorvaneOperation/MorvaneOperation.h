@@ -14,6 +14,8 @@
 #include <MorvaneOperation/MVAuthorization.h>
 #include <MorvaneOperation/MVConnectResponder.h>
 #include <MorvaneOperation/MVConnector.h>
+#include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVFileConnector.h>
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/MVFileSizeInfo.h>

@@ -3,9 +3,11 @@
 
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,8 @@ class FakeAuthorizationServices final : public AuthorizationServices {
     std::map<std::string, OSStatus> setStatus;
     OSStatus copyStatus = 0;
     std::optional<std::int64_t> blessCode;
+    /// Called while the user is asked.
+    std::function<void()> whenAsked;
 
     // What was called.
     std::vector<std::string> calls;
@@ -46,6 +50,8 @@ class FakeAuthorizationServices final : public AuthorizationServices {
     std::vector<SetCall> sets;
     std::vector<CopyCall> copies;
     std::vector<BlessCall> blesses;
+    /// How often the user was asked: a right that was granted is not asked for again.
+    int prompts = 0;
     std::vector<std::pair<AuthorizationRef, std::uint32_t>> frees;
     AuthorizationRef reference = std::make_shared<Reference>();
 
@@ -74,6 +80,18 @@ class FakeAuthorizationServices final : public AuthorizationServices {
                                      std::uint32_t flags) override {
         calls.push_back("AuthorizationCopyRights");
         copies.push_back({from, rights, flags});
+        bool isNew = false;
+        for (const auto& right : rights)
+            isNew = held_.count(right.name) == 0 || isNew;
+        if (isNew) {
+            ++prompts;
+            if (whenAsked)
+                whenAsked();
+        }
+        if (copyStatus == 0) {
+            for (const auto& right : rights)
+                held_.insert(right.name);
+        }
         return copyStatus;
     }
     OSStatus AuthorizationFree(const AuthorizationRef& freed, std::uint32_t flags) override {
@@ -90,6 +108,9 @@ class FakeAuthorizationServices final : public AuthorizationServices {
         blesses.push_back({domain, label, with});
         return blessCode;
     }
+
+  private:
+    std::set<std::string> held_;
 };
 
 }  // namespace morvane

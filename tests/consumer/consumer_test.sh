@@ -123,6 +123,8 @@ setfacl -m u:daemon:r "$work/file"
 [ "$("$work/host/smallest_host" "$work/file" | sort | tr '\n' ' ')" = \
     "$(printf '%s\n' daemon everyone "$(id -un)" "$(id -gn)" | sort | tr '\n' ' ')" ] ||
     fail "the smallest host printed something else"
+getfacl -cp "$work/file" | grep -qx 'other::---' || fail "the smallest host saved something else"
+getfacl -cp "$work/file" | grep -qx 'user:daemon:r--' || fail "the smallest host has lost daemon's entry"
 if "$work/host/smallest_host" "$work/no" 2>"$work/errors"; then fail "the smallest host read a file that is not there"; fi
 [ "$(cat "$work/errors")" = "smallest_host: No such file or directory" ] ||
     fail "the smallest host said $(cat "$work/errors")"
@@ -202,8 +204,8 @@ done
 
 echo "no include leaves its room"
 relative=$(grep -rnE '#include "\.\./' --include='*.h' --include='*.cpp' \
-    "$source"/{acl,lists,size,service,platform,helpers,cli,include} || true)
+    "$source"/{acl,lists,size,service,client,platform,helpers,cli,include} || true)
 [ -z "$relative" ] || fail "a relative include: $relative"
-outside=$(grep -rnE '#include <' --include='*.h' --include='*.cpp' "$source"/{acl,lists,size,service} |
+outside=$(grep -rnE '#include <' --include='*.h' --include='*.cpp' "$source"/{acl,lists,size,service,client} |
     grep -vE '<(MorvaneOperation/[^>]+|[a-z_]+)>' || true)
 [ -z "$outside" ] || fail "a layer includes a system header: $outside"

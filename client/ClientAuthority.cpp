@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+#include "ClientAuthority.h"
+
+#include <MorvaneOperation/MVAuthorization.h>
+#include <MorvaneOperation/MVFileClient.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+bool isAboutRights(const NSError& error) {
+    return error.domain() == NSOSStatusErrorDomain || error.domain() == MVErrorDomainLaunchd;
+}
+
+}  // namespace
+
+NSErrorRef helperMissing() {
+    if (MVAuthorization::sharedAuthorization())
+        return NSError::errorWithDomain(
+            NSCocoaErrorDomain, NSXPCConnectionInvalid,
+            {{NSLocalizedDescriptionKey, std::string("The connection to the privileged helper "
+                                                     "has ended.")}});
+    return NSError::errorWithDomain(
+        NSOSStatusErrorDomain, errAuthorizationInvalidSet,
+        {{NSLocalizedDescriptionKey,
+          std::string("The rights of this program are not defined on this system, and only root "
+                      "may define them.")}});
+}
+
+ClientAuthority::ClientAuthority() : queue_(DispatchQueue::serialQueue(nullptr)) {}
+
+void ClientAuthority::obtain(const char* right, std::uint64_t begun,
+                             std::shared_ptr<MVFileConnector> connector,
+                             std::function<bool()> isWanted,
+                             std::function<void(NSErrorRef)> obtained) {
+    queue_->async([self = shared_from_this(), right, begun, connector = std::move(connector),
+                   isWanted = std::move(isWanted), obtained = std::move(obtained)] {
+        if (!isWanted())
+            return;
+        const auto& refusal = self->refusals_[right];
+        if (refusal.when > begun)
+            return obtained(refusal.error);
+        connector->getAuthConnectionForRight(right, [self, right, connector,
+                                                     obtained](NSErrorRef error) {
+            // What is refused is told before the call returns,
+            // and so on this queue.
+            if (error && isAboutRights(*error))
+                self->refusals_[right] = {self->now(), error};
+            if (!error && (!MVAuthorization::sharedAuthorization() || !connector->authConnection()))
+                error = helperMissing();
+            obtained(std::move(error));
+        });
+    });
+}
+
+NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
+    if (error->domain() != NSCocoaErrorDomain)
+        return error;
+    const std::string look =
+        std::string("'systemctl status ") + MVPrivilegedHelperName + ".service' tells why.";
+    auto userInfo = error->userInfo();
+    if (error->code() == NSXPCConnectionInvalid) {
+        userInfo.try_emplace(NSLocalizedRecoverySuggestionErrorKey,
+                             "Try again; the helper is then looked after. " + look);
+    } else if (error->code() == NSXPCConnectionInterrupted) {
+        userInfo.try_emplace(NSUnderlyingErrorKey,
+                             NSError::errorWithDomain(error->domain(), error->code(),
+                                                      {{NSLocalizedDescriptionKey,
+                                                        "If the helper has failed, " + look}}));
+    }
+    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
+}
+
+MVRefusal refusalOfError(const NSErrorRef& error) {
+    if (!error || error->domain() != NSOSStatusErrorDomain)
+        return MVRefusal::none;
+    switch (error->code()) {
+        case errAuthorizationDenied:
+            return MVRefusal::denied;
+        case errAuthorizationCanceled:
+            return MVRefusal::cancelled;
+        case errAuthorizationInteractionNotAllowed:
+            return MVRefusal::nobodyToAsk;
+        default:
+            return MVRefusal::none;
+    }
+}
+
+bool isCancellation(const NSErrorRef& error) {
+    return error && error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED;
+}
+
+}  // namespace morvane

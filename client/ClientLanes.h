@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <MorvaneOperation/MVFileClient.h>
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace morvane {
+
+class ClientOperation;
+class ClientLanes;
+
+/// One operation's use of a connector; lets the next one have it at its end.
+class ClientLane {
+  public:
+    ClientLane(std::shared_ptr<ClientLanes> lanes, std::shared_ptr<MVFileConnector> connector,
+               bool isLong);
+    ~ClientLane();
+    ClientLane(const ClientLane&) = delete;
+    ClientLane& operator=(const ClientLane&) = delete;
+
+    const std::shared_ptr<MVFileConnector>& connector() const { return connector_; }
+
+  private:
+    const std::shared_ptr<ClientLanes> lanes_;
+    const std::shared_ptr<MVFileConnector> connector_;
+    const bool isLong_;
+};
+
+/// Gives each operation a connector of its own, as many as there may be, and has the others wait.
+/// Short operations go first, and one connector is kept for them. Any thread.
+class ClientLanes : public std::enable_shared_from_this<ClientLanes> {
+  public:
+    explicit ClientLanes(MVFileClient::ConnectorMaker maker) : maker_(std::move(maker)) {}
+
+    /// Has `operation` run once a connector is free.
+    void add(std::shared_ptr<ClientOperation> operation);
+
+  private:
+    friend class ClientLane;
+    void giveBack(std::shared_ptr<MVFileConnector> connector, bool isLong);
+    /// Starts whatever can start.
+    void serve();
+    /// The next operation that can start; null if none can. Counts it as started.
+    std::shared_ptr<ClientOperation> next();
+
+    const MVFileClient::ConnectorMaker maker_;
+    std::mutex mutex_;
+    std::deque<std::shared_ptr<ClientOperation>> short_;
+    std::deque<std::shared_ptr<ClientOperation>> long_;
+    std::vector<std::shared_ptr<MVFileConnector>> idle_;
+    std::size_t used_ = 0;
+    std::size_t usedLong_ = 0;
+};
+
+}  // namespace morvane

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
+
+#include <memory>
+#include <vector>
+
+namespace morvane {
+
+/// The entries of a list as they are when it is taken, for another thread, while the host goes on
+/// with its own.
+class EntrySnapshot {
+  public:
+    /// Throws std::invalid_argument for a null entry.
+    explicit EntrySnapshot(const MVFileAcl& acl);
+
+    /// New entries of the same content. Those that were read under `from` have been read under
+    /// `to`. Throws std::invalid_argument if one cannot be rebuilt.
+    MVFileAcl::Entries entries(const NSURL& from, const NSURL& to) const;
+
+  private:
+    std::vector<NSData> archives_;
+    std::shared_ptr<const MVAclOrigin> origin_;
+};
+
+/// Has what was read under `from` be read under `to`.
+void moveOrigins(const MVFileAcl::Entries& entries, const NSURL& from, const NSURL& to);
+
+}  // namespace morvane

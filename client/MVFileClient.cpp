@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVOperationError.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "ClientOperation.h"
+#include "EntrySnapshot.h"
+
+namespace morvane {
+
+namespace {
+
+using Operations = std::shared_ptr<MVFileClient::State>;
+
+/// The same item by a path without symbolic links.
+NSURL withoutLinks(const NSURL& url) {
+    std::error_code error;
+    const auto path = std::filesystem::canonical(url.path(), error);
+    return error ? url : NSURL::fileURLWithPath(path.string());
+}
+
+/// Likewise where a link at the end of the path is the item itself.
+NSURL withoutLinksOnTheWay(const NSURL& url) {
+    const std::filesystem::path path(url.path());
+    if (!path.has_filename())
+        return url;
+    return withoutLinks(NSURL::fileURLWithPath(path.parent_path().string()))
+        .URLByAppendingPathComponent(path.filename().string());
+}
+
+NSURL itemFor(bool privileged, const NSURL& url) {
+    return privileged ? withoutLinks(url) : url;
+}
+
+std::vector<NSURL> itemsFor(bool privileged, const std::vector<NSURL>& urls) {
+    std::vector<NSURL> items;
+    for (const auto& url : urls)
+        items.push_back(privileged ? withoutLinksOnTheWay(url) : url);
+    return items;
+}
+
+template <class Answer>
+std::shared_ptr<ClientOperationFor<Answer>> operation(
+    Operations client, MVOperationOptions options, const char* right, bool isLong,
+    typename ClientOperationFor<Answer>::Request request,
+    MVFileClient::Completion<Answer> completion) {
+    return std::make_shared<ClientOperationFor<Answer>>(std::move(client), std::move(options),
+                                                        right, isLong, std::move(request),
+                                                        std::move(completion));
+}
+
+template <class T>
+auto asResult(std::function<void(Result<T>)> reply) {
+    return [reply = std::move(reply)](T value, NSErrorRef error) {
+        if (error)
+            reply(Failure{std::move(error)});
+        else
+            reply(std::move(value));
+    };
+}
+
+/// The list of `item`, which is what the host means by `url`.
+MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries) {
+    MVFileAcl acl{url, std::move(entries)};
+    moveOrigins(acl.entries, item, url);
+    acl.list = ItemList::asRead(acl.entries);
+    const auto told = std::find_if(acl.entries.begin(), acl.entries.end(),
+                                   [](const auto& entry) { return entry->origin() != nullptr; });
+    if (told != acl.entries.end())
+        acl.origin = (*told)->origin();
+    return acl;
+}
+
+/// What is asked for, and what has come of it so far.
+struct Renaming {
+    std::vector<NSURL> urls;
+    std::vector<std::string> names;
+    /// What the file service has answered, where some are asked for again.
+    std::optional<MVFileRenames> first;
+    /// Their places in it.
+    std::vector<std::size_t> places;
+
+    /// With what has come of those that were asked for again.
+    MVFileRenames whole(MVFileRenames part) const {
+        if (!first)
+            return part;
+        MVFileRenames all = *first;
+        if (part.urls.size() == places.size() && part.codes.size() == places.size()) {
+            for (std::size_t i = 0; i != places.size(); ++i) {
+                all.urls[places[i]] = std::move(part.urls[i]);
+                all.codes[places[i]] = part.codes[i];
+            }
+        }
+        const bool isDone = std::all_of(all.codes.begin(), all.codes.end(),
+                                        [](std::int64_t code) { return code == 0; });
+        if (part.error || isDone)
+            all.error = std::move(part.error);
+        return all;
+    }
+};
+
+/// Whether some were refused, which are then what is asked for.
+bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
+    Renaming again;
+    for (std::size_t i = 0; i != std::min(answer.urls.size(), answer.codes.size()); ++i) {
+        const auto& url = answer.urls[i];
+        if (i < renaming.names.size() &&
+            isPermissionError(NSError::errorWithDomain(NSPOSIXErrorDomain, answer.codes[i],
+                                                       {{NSURLErrorKey, url}}))) {
+            again.urls.push_back(url);
+            again.names.push_back(renaming.names[i]);
+            again.places.push_back(i);
+        }
+    }
+    if (again.places.empty())
+        return false;
+    again.first = answer;
+    renaming = std::move(again);
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<MVFileClient> MVFileClient::init(Executor executor, ConnectorMaker maker) {
+    if (!executor)
+        executor = [](std::function<void()> task) {
+            DispatchQueue::mainQueue().async(std::move(task));
+        };
+    if (!maker)
+        maker = [] { return MVConnector::init<MVFileConnector>(); };
+    return std::make_shared<MVFileClient>(
+        std::make_shared<State>(std::move(executor), std::move(maker)));
+}
+
+MVFileClient::MVFileClient(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+MVFileClient::~MVFileClient() {
+    state_->cancelAll();
+}
+
+void MVFileClient::readAcl(const NSURL& url, MVOperationOptions options,
+                           Completion<Result<MVFileAcl>> completion) {
+    operation<Result<MVFileAcl>>(
+        state_, std::move(options), MVRightGetFileAcl, false,
+        [url](MVFileRequest& service, bool privileged, auto reply) {
+            const auto item = itemFor(privileged, url);
+            service.getAclEntriesWithUrl(
+                item, [url, item, reply](MVFileAcl::Entries entries, NSErrorRef error) {
+                    if (error)
+                        reply(Failure{std::move(error)});
+                    else
+                        reply(aclOf(url, item, std::move(entries)));
+                });
+        },
+        std::move(completion))
+        ->start();
+}
+
+void MVFileClient::writeAcl(const MVFileAcl& acl, MVOperationOptions options,
+                            Completion<NSErrorRef> completion) {
+    operation<NSErrorRef>(
+        state_, std::move(options), MVRightSetFileAcl, false,
+        [url = acl.url, snapshot = EntrySnapshot(acl)](MVFileRequest& service, bool privileged,
+                                                       auto reply) {
+            const auto item = itemFor(privileged, url);
+            service.setAclEntries(snapshot.entries(url, item), item, reply);
+        },
+        std::move(completion))
+        ->start();
+}
+
+void MVFileClient::propagateAcl(const MVFileAcl& acl, MVOperationOptions options,
+                                Completion<NSErrorRef> completion) {
+    operation<NSErrorRef>(
+        state_, std::move(options), MVRightPropagateFileAcl, true,
+        [url = acl.url, snapshot = EntrySnapshot(acl)](MVFileRequest& service, bool privileged,
+                                                       auto reply) {
+            const auto item = itemFor(privileged, url);
+            service.propagateAclEntries(snapshot.entries(url, item), item, reply);
+        },
+        std::move(completion))
+        ->start();
+}
+
+void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
+                               Completion<Result<MVAclLosses>> completion) {
+    const auto compare = [list = acl.list, url = acl.url, snapshot = EntrySnapshot(acl),
+                          stop = std::move(options.stop)]() -> Result<MVAclLosses> {
+        if (!list)
+            return Failure{
+                NSError::errorWithDomain(NSPOSIXErrorDomain, ENOTSUP, {{NSURLErrorKey, url}})};
+        if (stop.stop_requested())
+            return Failure{cancellation()};
+        const auto entries = snapshot.entries(url, url);
+        return MVAclLosses{list->losses(entries), list->nearest(entries)};
+    };
+    const auto tell = [executor = state_->executor, completion](Result<MVAclLosses> losses) {
+        executor([completion, losses = std::move(losses)] { completion(losses); });
+    };
+    try {
+        state_->work->async([compare, tell] {
+            try {
+                tell(compare());
+            } catch (const std::exception&) {
+                tell(Failure{errorOfFailure(std::current_exception())});
+            }
+        });
+    } catch (const std::exception&) {
+        tell(Failure{errorOfFailure(std::current_exception())});
+    }
+}
+
+void MVFileClient::effectiveAccess(
+    const NSURL& url, const NSUUID& who, MVOperationOptions options,
+    Completion<Result<std::vector<std::shared_ptr<MVTreeNode>>>> completion) {
+    using Nodes = std::vector<std::shared_ptr<MVTreeNode>>;
+    operation<Result<Nodes>>(
+        state_, std::move(options), MVRightGetFileAccess, false,
+        [url, who](MVFileRequest& service, bool privileged, auto reply) {
+            service.getAclAccessWithUrl(itemFor(privileged, url), who, asResult<Nodes>(reply));
+        },
+        std::move(completion))
+        ->start();
+}
+
+void MVFileClient::rename(std::vector<NSURL> urls, std::vector<std::string> names,
+                          MVOperationOptions options, Completion<MVFileRenames> completion) {
+    // Of the request and the look at its answer one runs at a time.
+    const auto asked = std::make_shared<Renaming>();
+    asked->urls = std::move(urls);
+    asked->names = std::move(names);
+    const auto renaming = operation<MVFileRenames>(
+        state_, std::move(options), MVRightRenameFiles, false,
+        [asked](MVFileRequest& service, bool privileged, auto reply) {
+            service.renameUrls(
+                itemsFor(privileged, asked->urls), asked->names,
+                [asked, reply](auto now, auto codes, NSErrorRef error) {
+                    reply(asked->whole({std::move(now), std::move(codes), std::move(error)}));
+                });
+        },
+        std::move(completion));
+    renaming->setRefusal(
+        [asked](const MVFileRenames& answer) { return asksAgain(*asked, answer); });
+    renaming->start();
+}
+
+void MVFileClient::sizes(std::vector<NSURL> urls, MVOperationOptions options,
+                         Completion<MVFileSizes> completion) {
+    operation<MVFileSizes>(
+        state_, std::move(options), MVRightGetFileSize, true,
+        [urls = std::move(urls)](MVFileRequest& service, bool privileged, auto reply) {
+            service.getSizesWithUrls(itemsFor(privileged, urls),
+                                     [reply](auto items, NSErrorRef error) {
+                                         reply(MVFileSizes{std::move(items), std::move(error)});
+                                     });
+        },
+        std::move(completion))
+        ->start();
+}
+
+void MVFileClient::contents(const NSURL& directory, MVOperationOptions options,
+                            Completion<Result<std::vector<NSURL>>> completion) {
+    operation<Result<std::vector<NSURL>>>(
+        state_, std::move(options), MVRightGetFileSize, false,
+        [directory](MVFileRequest& service, bool privileged, auto reply) {
+            service.getContentsOfDirectory(itemFor(privileged, directory), {},
+                                           asResult<std::vector<NSURL>>(reply));
+        },
+        std::move(completion))
+        ->start();
+}
+
+}  // namespace morvane

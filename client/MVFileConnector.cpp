@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVFileConnector.h>
+
+#include <mutex>
+#include <utility>
+
+namespace morvane {
+
+struct MVFileConnector::State {
+    ProgressHandler progressHandler() const {
+        const std::lock_guard lock(mutex);
+        return progress;
+    }
+
+    mutable std::mutex mutex;
+    ProgressHandler progress;
+};
+
+MVFileConnector::MVFileConnector(Creation creation)
+    : MVConnector(creation), state_(std::make_unique<State>()) {}
+
+MVFileConnector::~MVFileConnector() = default;
+
+const NSClass& MVFileConnector::classObject() {
+    static const NSClass c{"MVFileConnector", &MVConnector::classObject(), nullptr};
+    return c;
+}
+
+MVConnector::EncodableClasses MVFileConnector::remoteEncodableClasses() {
+    return {{"getAclEntriesWithUrl:reply:",
+             {&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
+              &MVAclPermission::classObject()}},
+            {"getAclAccessWithUrl:uuid:reply:",
+             {&NSArrayClass, &MVTreeNode::classObject(), &MVAclPermission::classObject()}},
+            {"getSizesWithUrls:reply:", {&NSArrayClass, &MVFileSizeItem::classObject()}},
+            {"renameUrls:names:reply:", {&NSArrayClass, &NSURLClass}},
+            {"getContentsOfDirectory:indexPath:reply:", {&NSArrayClass, &NSURLClass}}};
+}
+
+MVConnector::EncodableClasses MVFileConnector::exportedEncodableClasses() {
+    return {{"updateFileSizes:reply:", {&NSArrayClass, &MVFileSizeItem::classObject()}}};
+}
+
+void MVFileConnector::setProgressHandler(ProgressHandler handler) {
+    const std::lock_guard lock(state_->mutex);
+    state_->progress.swap(handler);
+}
+
+void MVFileConnector::progressWithReply(NSXPCReply<bool> reply) {
+    const auto progress = state_->progressHandler();
+    reply(!progress || progress({}));
+}
+
+void MVFileConnector::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
+                                      NSXPCReply<bool> reply) {
+    const auto progress = state_->progressHandler();
+    reply(!progress || progress(std::move(sizes)));
+}
+
+}  // namespace morvane

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVFileRequest.h>
+#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/platform/xpc/NSXPCListener.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+/// The sizes of "/N" are N bytes so far, and again and again, until the client says no. Lists and
+/// folders are empty, and answered at once.
+namespace {
+
+using namespace morvane;
+
+class Sum : public std::enable_shared_from_this<Sum> {
+  public:
+    using Reply = NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef>;
+    Sum(std::shared_ptr<NSXPCConnection> client, const NSURL& url, Reply reply)
+        : client_(std::move(client)),
+          bytes_(std::atoll(url.path().c_str() + 1)),
+          reply_(std::move(reply)) {}
+
+    void ask() {
+        client_
+            ->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+                [self = shared_from_this()](NSErrorRef) {})
+            ->updateFileSizes(
+                {MVFileSizeItem::initWithSize(bytes_)}, [self = shared_from_this()](bool goesOn) {
+                    if (goesOn)
+                        return self->ask();
+                    self->reply_({MVFileSizeItem::initWithSize(self->bytes_)},
+                                 NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED));
+                });
+    }
+
+  private:
+    const std::shared_ptr<NSXPCConnection> client_;
+    const std::int64_t bytes_;
+    const Reply reply_;
+};
+
+class AskingService final : public MVFileRequest {
+  public:
+    explicit AskingService(std::weak_ptr<NSXPCConnection> client) : client_(std::move(client)) {}
+
+    void getSizesWithUrls(std::vector<NSURL> urls, Sum::Reply reply) override {
+        if (const auto client = client_.lock())
+            std::make_shared<Sum>(client, urls.at(0), std::move(reply))->ask();
+    }
+    void getAclEntriesWithUrl(
+        NSURL, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override {
+        reply({}, nullptr);
+    }
+    void getContentsOfDirectory(NSURL, NSIndexPath,
+                                NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override {
+        reply({}, nullptr);
+    }
+    // The rest is never answered.
+    void getAclAccessWithUrl(
+        NSURL, NSUUID, NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef>) override {}
+    void setAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
+                       NSXPCReply<NSErrorRef>) override {}
+    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
+                             NSXPCReply<NSErrorRef>) override {}
+    void renameUrls(
+        std::vector<NSURL>, std::vector<std::string>,
+        NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef>) override {}
+
+  private:
+    const std::weak_ptr<NSXPCConnection> client_;
+};
+
+}  // namespace
+
+int main() {
+    const auto listener = NSXPCListener::serviceListener();
+    if (!listener)
+        return 1;
+    listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& connection) {
+        const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
+        requests->setClasses({&NSArrayClass, &NSURLClass}, "getSizesWithUrls:reply:", 0, false);
+        connection->setExportedInterface(requests);
+        connection->setExportedObject<MVFileRequest>(std::make_shared<AskingService>(connection));
+        connection->setRemoteObjectInterface(
+            NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+        connection->resume();
+        return true;
+    });
+    return listener->run();
+}

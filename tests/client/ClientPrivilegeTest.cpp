@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVAclOrigin.h>
+
+#include <future>
+#include <variant>
+
+#include "ClientTestSupport.h"
+
+/// Who does the work of an operation, and what the user is asked for it.
+namespace morvane {
+namespace {
+
+using ClientPrivilege = ClientTest;
+
+/// The file service runs as a user who can reach nothing in `locked`.
+class ClientWhenRefused : public ClientTest {
+  protected:
+    ClientWhenRefused() {
+        serveAsNobody();
+        std::filesystem::create_directory(folder / "locked");
+        for (int i = 0; i != items; ++i)
+            makeFile("locked/" + std::to_string(i), 0644);
+        std::filesystem::permissions(folder / "locked", std::filesystem::perms(0700));
+    }
+
+    /// What reading ten items brings.
+    std::vector<Result<MVFileAcl>> readAll() {
+        std::vector<Result<MVFileAcl>> answers;
+        for (int i = 0; i != items; ++i) {
+            const auto path = folder / "locked" / std::to_string(i);
+            client->readAcl(NSURL::fileURLWithPath(path.string()),
+                            {.privilege = MVPrivilege::whenRefused},
+                            [&](Result<MVFileAcl> acl) { answers.push_back(std::move(acl)); });
+        }
+        EXPECT_TRUE(loop.runUntil([&] { return answers.size() == items; }));
+        return answers;
+    }
+
+    static constexpr int items = 10;
+};
+
+TEST_F(ClientWhenRefused, TenItemsCostOnePrompt) {
+    for (const auto& acl : readAll()) {
+        ASSERT_TRUE(acl) << acl.error()->localizedDescription();
+        EXPECT_EQ(acl->entries.size(), 3u);
+    }
+    EXPECT_EQ(services->prompts, 1);
+}
+
+TEST_F(ClientWhenRefused, ANoCountsForAllThatWasBegunBeforeAndIsAskedAboutAnew) {
+    services->copyStatus = errAuthorizationCanceled;
+    for (const auto& acl : readAll()) {
+        ASSERT_FALSE(acl);
+        EXPECT_EQ(refusalOfError(acl.error()), MVRefusal::cancelled);
+        // The refusal that it was all about.
+        const auto& underlying =
+            std::get<NSErrorRef>(acl.error()->userInfo().at(NSUnderlyingErrorKey));
+        EXPECT_EQ(underlying->code(), EACCES);
+    }
+    EXPECT_EQ(services->prompts, 1);
+    services->copyStatus = 0;
+    for (const auto& acl : readAll())
+        EXPECT_TRUE(acl);
+    EXPECT_EQ(services->prompts, 2);
+}
+
+TEST_F(ClientWhenRefused, DeniedCancelledAndNobodyToAskAreToldApart) {
+    const std::map<OSStatus, MVRefusal> refusals{
+        {errAuthorizationDenied, MVRefusal::denied},
+        {errAuthorizationCanceled, MVRefusal::cancelled},
+        {errAuthorizationInteractionNotAllowed, MVRefusal::nobodyToAsk},
+        {errAuthorizationInternal, MVRefusal::none}};
+    for (const auto& [status, refusal] : refusals) {
+        services->copyStatus = status;
+        const auto acl = read(folder / "locked/1", {.privilege = MVPrivilege::whenRefused});
+        ASSERT_FALSE(acl);
+        EXPECT_EQ(acl.error()->domain(), NSOSStatusErrorDomain);
+        EXPECT_EQ(acl.error()->code(), status);
+        EXPECT_EQ(refusalOfError(acl.error()), refusal);
+    }
+}
+
+TEST_F(ClientWhenRefused, NothingIsAskedWhereTheUsersOwnRightsSuffice) {
+    EXPECT_TRUE(read(makeFile("open"), {.privilege = MVPrivilege::whenRefused}));
+    EXPECT_EQ(services->calls.size(), 0u);
+}
+
+TEST_F(ClientWhenRefused, NothingIsAskedWhereItIsNotWanted) {
+    const auto acl = read(folder / "locked/1");
+    ASSERT_FALSE(acl);
+    EXPECT_EQ(acl.error()->code(), EACCES);
+    EXPECT_EQ(services->calls.size(), 0u);
+}
+
+TEST_F(ClientWhenRefused, ARefusedListIsWrittenByTheHelper) {
+    const auto acl = read(folder / "locked/1", {.privilege = MVPrivilege::whenRefused});
+    ASSERT_TRUE(acl);
+    setOthers(*acl, MVAclGroupNone);
+    EXPECT_FALSE(write(*acl, {.privilege = MVPrivilege::whenRefused}));
+    EXPECT_EQ(modeOf(folder / "locked/1"), 0640u);
+}
+
+TEST_F(ClientWhenRefused, OnlyTheItemsThatWereRefusedAreRenamedByTheHelper) {
+    std::filesystem::create_directory(folder / "open");
+    makeFile("open/a");
+    std::filesystem::permissions(folder / "open", std::filesystem::perms(0777));
+    const auto renames = waitFor<MVFileRenames>([&](auto completion) {
+        client->rename({NSURL::fileURLWithPath((folder / "locked/1").string()),
+                        NSURL::fileURLWithPath((folder / "open/a").string()),
+                        NSURL::fileURLWithPath((folder / "open/missing").string())},
+                       {"one", "b", "c"}, {.privilege = MVPrivilege::whenRefused}, completion);
+    });
+    EXPECT_EQ(renames.codes, (std::vector<std::int64_t>{0, 0, ENOENT}));
+    ASSERT_TRUE(renames.error);
+    EXPECT_TRUE(std::filesystem::exists(folder / "locked/one"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "open/b"));
+    EXPECT_EQ(services->prompts, 1);
+}
+
+TEST_F(ClientWhenRefused, WhatWasRenamedStaysKnownWhereTheRightIsRefused) {
+    services->copyStatus = errAuthorizationDenied;
+    std::filesystem::create_directory(folder / "open");
+    makeFile("open/a");
+    std::filesystem::permissions(folder / "open", std::filesystem::perms(0777));
+    const auto renames = waitFor<MVFileRenames>([&](auto completion) {
+        client->rename({NSURL::fileURLWithPath((folder / "locked/1").string()),
+                        NSURL::fileURLWithPath((folder / "open/a").string())},
+                       {"one", "b"}, {.privilege = MVPrivilege::whenRefused}, completion);
+    });
+    EXPECT_EQ(refusalOfError(renames.error), MVRefusal::denied);
+    EXPECT_EQ(renames.codes, (std::vector<std::int64_t>{EACCES, 0}));
+}
+
+TEST_F(ClientPrivilege, TheCallerDoesNotWaitWhileTheUserIsAskedAndMayCancelMeanwhile) {
+    const auto file = makeFile("file", 0644);
+    const auto acl = read(file);
+    ASSERT_TRUE(acl);
+    setOthers(*acl, MVAclGroupNone);
+    std::promise<void> asked;
+    std::promise<void> answered;
+    services->whenAsked = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        asked.set_value();
+        answered.get_future().wait();
+    };
+    std::stop_source stop;
+    const auto error = waitFor<NSErrorRef>([&](auto completion) {
+        client->writeAcl(*acl, {.privilege = MVPrivilege::always, .stop = stop.get_token()},
+                         completion);
+        asked.get_future().wait();
+        // What needs no right goes on meanwhile.
+        bool isRead = false;
+        client->readAcl(acl->url, {}, [&](const Result<MVFileAcl>&) { isRead = true; });
+        EXPECT_TRUE(loop.runUntil([&] { return isRead; }));
+        stop.request_stop();
+    });
+    expectCancelled(error);
+    answered.set_value();
+    // Asked for after the other, whose request would have been sent by then.
+    EXPECT_TRUE(read(file, {.privilege = MVPrivilege::always}));
+    EXPECT_EQ(modeOf(file), 0644u);
+}
+
+TEST_F(ClientPrivilege, AListThatWasReadThroughALinkIsNotReplacedOnceItHasChangedWhoeverWritesIt) {
+    const auto file = makeFile("file", 0644);
+    std::filesystem::create_symlink(file, folder / "link");
+    for (const auto reads : {MVPrivilege::never, MVPrivilege::always}) {
+        for (const auto writes : {MVPrivilege::never, MVPrivilege::always}) {
+            std::filesystem::permissions(file, std::filesystem::perms(0644));
+            const auto acl = read(folder / "link", {.privilege = reads});
+            ASSERT_TRUE(acl);
+            EXPECT_FALSE(write(*acl, {.privilege = writes}));
+            std::filesystem::permissions(file, std::filesystem::perms(0600));
+            const auto error = write(*acl, {.privilege = writes});
+            ASSERT_TRUE(error);
+            EXPECT_EQ(error->domain(), MVAclErrorDomain);
+            EXPECT_EQ(error->code(), MVAclChanged);
+        }
+    }
+}
+
+TEST_F(ClientPrivilege, WhereTheRightsAreNotDefinedNothingIsAskedOrSent) {
+    services->setStatus[MVRightGetFileAcl] = errAuthorizationDenied;
+    const auto acl = read(makeFile("file"), {.privilege = MVPrivilege::always});
+    ASSERT_FALSE(acl);
+    EXPECT_EQ(acl.error()->domain(), NSOSStatusErrorDomain);
+    EXPECT_EQ(acl.error()->code(), errAuthorizationInvalidSet);
+    EXPECT_EQ(acl.error()->localizedDescription(),
+              "The rights of this program are not defined on this system, and only root may "
+              "define them.");
+    EXPECT_EQ(services->prompts, 0);
+}
+
+}  // namespace
+}  // namespace morvane
