@@ -93,7 +93,7 @@ void addOption(CLI::App& command, const OptionRow& row) {
     const std::string name(row.name);
     const std::string says(row.says);
     if (row.kind == WordKind::none) {
-        command.add_flag(name, says);
+        command.add_flag(name, says)->disable_flag_override();
         return;
     }
     auto* const option = command.add_option(name, says);
@@ -113,6 +113,56 @@ void relate(CLI::App& command, const OptionRow& row) {
         option->needs(command.get_option(std::string(row.needs)));
 }
 
+/// Stands before a word that the parser is not to look into: it would take brackets for a list, and
+/// what is behind "--" for nobody's. It stands before those that begin with it, too.
+constexpr char plainMark = '\x01';
+
+std::string marked(std::string_view word) {
+    return plainMark + std::string(word);
+}
+
+std::string unmarked(std::string word) {
+    if (!word.empty() && word.front() == plainMark)
+        word.erase(0, 1);
+    return word;
+}
+
+bool mayLackItsWord(std::string_view option) {
+    for (const auto& command : commandTable()) {
+        for (const auto& row : command.options) {
+            if (row.name == option && row.wordMayBeMissing())
+                return true;
+        }
+    }
+    return false;
+}
+
+/// The words for the parser, which takes them from the back.
+std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
+    std::vector<std::string> words;
+    bool isBehindDashes = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (word == "--" && !isBehindDashes) {
+            isBehindDashes = true;
+            // Its word does not come from behind them.
+            if (mayLackItsWord(argv[i - 1]))
+                words.emplace_back("--");
+            continue;
+        }
+        const auto value = word.starts_with("--") ? word.find('=') : word.npos;
+        if (isBehindDashes || word.starts_with('[') || word.starts_with(plainMark))
+            words.push_back(marked(word));
+        else if (value != word.npos)
+            words.push_back(std::string(word.substr(0, value + 1)) +
+                            marked(word.substr(value + 1)));
+        else
+            words.emplace_back(word);
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
 /// The parser for the whole table.
 class Parser {
   public:
@@ -129,14 +179,14 @@ class Parser {
     /// What is to be printed at once, or nothing if the words were understood.
     std::optional<Outcome> parse(int argc, const char* const* argv) {
         try {
-            app_.parse(argc, argv);
+            app_.parse(wordsForParser(argc, argv));
             return std::nullopt;
         } catch (const CLI::ParseError& stop) {
             std::ostringstream output;
             std::ostringstream message;
             if (app_.exit(stop, output, message) == 0)
                 return Outcome{ExitSuccess, output.str(), {}};
-            return misunderstood(reasonOf(stop, argc, argv), chosen());
+            return whyNot(stop, argc, argv);
         }
     }
 
@@ -167,24 +217,31 @@ class Parser {
     }
 
     /// The first word that nothing is known of decides, as all others may follow from it.
-    std::string reasonOf(const CLI::ParseError& stop, int argc, const char* const* argv) const {
+    Outcome whyNot(const CLI::ParseError& stop, int argc, const char* const* argv) const {
         const auto command = chosen();
         const bool isExtra = stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
         bool isBehindCommand = false;
-        for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+        bool isBehindDashes = false;
+        for (int i = 1; i < argc; ++i) {
             const std::string_view word = argv[i];
-            if (word.empty())
+            const bool isOption = !isBehindDashes && word.starts_with('-');
+            isBehindDashes |= word == "--";
+            if (word.empty() || word == "--")
                 continue;
-            if (word.front() != '-' && command.empty())
-                return "there is no command '" + escaped(word) + "'" +
-                       didYouMean(word, commandNames());
-            if (word.starts_with("--") && isExtra) {
-                if (const auto reason = reasonAgainst(word, isBehindCommand ? command : ""))
-                    return *reason;
+            if (!isOption && command.empty())
+                return misunderstood("there is no command '" + escaped(word) + "'" +
+                                         didYouMean(word, commandNames()),
+                                     {});
+            if (isOption && word.starts_with("--") && isExtra) {
+                const auto where = isBehindCommand ? command : std::string();
+                if (const auto reason = reasonAgainst(word, where))
+                    return misunderstood(*reason, where);
             }
             isBehindCommand |= word == command;
         }
-        return escaped(stop.what());
+        std::string reason = stop.what();
+        std::erase(reason, plainMark);
+        return misunderstood(escaped(reason), command);
     }
 
     /// Why an option cannot stand where it does.
@@ -211,7 +268,10 @@ class Values {
     explicit Values(const CLI::App& command) : command_(command) {}
     bool has(const char* name) const { return command_.count(name) != 0; }
     std::vector<std::string> all(const char* name) const {
-        return command_.get_option(name)->results();
+        auto words = command_.get_option(name)->results();
+        for (auto& word : words)
+            word = unmarked(std::move(word));
+        return words;
     }
     std::string one(const char* name) const {
         const auto words = all(name);

@@ -88,6 +88,15 @@ TEST(CommandLine, SaysWhereAnOptionStandsThatIsForAllCommands) {
               "  'morvane ls --help' tells how the command is used.\n");
 }
 
+TEST(CommandLine, SaysWhatIsWrongBeforeTheCommand) {
+    EXPECT_EQ(stopped({"--jsn", "acl", "/x"}).message,
+              "morvane: there is no option '--jsn'\n"
+              "  'morvane --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"--", "acl", "/x"}).message,
+              "morvane: there is no command 'acl'; did you mean 'acl'?\n"
+              "  'morvane --help' tells how the command is used.\n");
+}
+
 TEST(CommandLine, SendsToTheHelpOfTheCommandThatWasNotUnderstood) {
     for (const auto& words : std::vector<std::vector<const char*>>{
              {"acl"}, {"acl", "/x", "--tree", "--json"}, {"acl", "/x", "--lossy"}}) {
@@ -102,6 +111,34 @@ TEST(CommandLine, HelpsWithACommandWithAllAndWithAnEdit) {
     EXPECT_EQ(stopped({"help", "edit"}).exitCode, ExitSuccess);
     EXPECT_NE(stopped({"help", "edit"}).output.find("\n  permissions CHOICE  All boxes"),
               std::string::npos);
+}
+
+TEST(CommandLine, TakesAWordAsItIsWhateverItBeginsWith) {
+    using Paths = std::vector<std::string>;
+    const auto sized = [](std::vector<const char*> words) {
+        return std::get<SizeOptions>(parse(std::move(words))).paths;
+    };
+    EXPECT_EQ(sized({"size", "[a]", "[b,c]"}), (Paths{"[a]", "[b,c]"}));
+    EXPECT_EQ(sized({"size", "--", "-x", "--json", "[y]", "\x01z"}),
+              (Paths{"-x", "--json", "[y]", "\x01z"}));
+    EXPECT_EQ(sized({"size", "a", "--", "-x", "--"}), (Paths{"a", "-x", "--"}));
+    EXPECT_EQ(std::get<LsOptions>(parse({"ls", "[d]"})).path, "[d]");
+    EXPECT_EQ(std::get<AclOptions>(parse({"acl", "[f]"})).path, "[f]");
+    const auto renamed =
+        std::get<RenameOptions>(parse({"rename", "a", "[b]", "--", "-c", "-d"})).words;
+    EXPECT_EQ(renamed, (Paths{"a", "[b]", "-c", "-d"}));
+    EXPECT_EQ(std::get<AccessOptions>(parse({"access", "x", "--user=[u]"})).user, "[u]");
+    const auto edit = std::get<EditOptions>(parse({"acl", "--edit", "--", "-f"}));
+    EXPECT_EQ(edit.path, "-f");
+    EXPECT_EQ(edit.script, std::nullopt);
+    EXPECT_EQ(std::get<EditOptions>(parse({"acl", "f", "--edit=[x]"})).script, "[x]");
+}
+
+TEST(CommandLine, TakesNoValueForAnOptionThatHasNone) {
+    for (const auto* const word : {"--propagate=false", "--json=no", "--tree=0", "--json=x"})
+        EXPECT_EQ(stopped({"acl", "/x", word}).exitCode, ExitUsage) << word;
+    EXPECT_EQ(stopped({"--privileged=false", "ls", "/x"}).exitCode, ExitUsage);
+    EXPECT_EQ(stopped({"size", "--base2=false"}).exitCode, ExitUsage);
 }
 
 TEST(CommandLine, TakesAnEmptyScriptForOne) {

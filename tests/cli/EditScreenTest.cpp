@@ -9,18 +9,18 @@ namespace {
 
 using acltest::box;
 using acltest::flatTree;
-using Result = EditScreen::Result;
+using Pressed = EditScreen::Result;
 
 class Screen : public testing::Test {
   protected:
-    Result press(std::initializer_list<char32_t> keys) {
-        auto result = Result::goesOn;
+    Pressed press(std::initializer_list<char32_t> keys) {
+        auto result = Pressed::goesOn;
         for (const auto key : keys)
             result = screen_.press(key);
         return result;
     }
-    Result type(std::string_view text) {
-        auto result = Result::goesOn;
+    Pressed type(std::string_view text) {
+        auto result = Pressed::goesOn;
         for (const char c : text)
             result = screen_.press(static_cast<unsigned char>(c));
         return result;
@@ -151,7 +151,7 @@ TEST_F(Screen, TellsWhatIsWrongWithAnAnswerAndChangesNothing) {
 TEST_F(Screen, LeavesAQuestionWithEscape) {
     press({'a', 'x', keyEscape});
     EXPECT_EQ(editor_.entries().size(), 2u);
-    EXPECT_EQ(press({'q'}), Result::leave);
+    EXPECT_EQ(press({'q'}), Pressed::leave);
 }
 
 TEST_F(Screen, RemovesAnEntryAndChoosesTheOneBefore) {
@@ -163,20 +163,20 @@ TEST_F(Screen, RemovesAnEntryAndChoosesTheOneBefore) {
 }
 
 TEST_F(Screen, SavesWithS) {
-    EXPECT_EQ(press({'s'}), Result::save);
+    EXPECT_EQ(press({'s'}), Pressed::save);
 }
 
 TEST_F(Screen, AsksBeforeChangesAreLost) {
-    EXPECT_EQ(press({keyDown, 't', 'q'}), Result::goesOn);
+    EXPECT_EQ(press({keyDown, 't', 'q'}), Pressed::goesOn);
     EXPECT_EQ(drawn()[5], "Leave without saving? (y/n)");
-    EXPECT_EQ(press({'n'}), Result::goesOn);
-    EXPECT_EQ(press({keyInterrupt, 'y'}), Result::leave);
+    EXPECT_EQ(press({'n'}), Pressed::goesOn);
+    EXPECT_EQ(press({keyInterrupt, 'y'}), Pressed::leave);
 }
 
 TEST_F(Screen, LeavesAtTheEndOfInputWhateverIsAsked) {
     for (const auto question : {U'a', U'q'}) {
         press({keyDown, 't', question});
-        EXPECT_EQ(press({keyEnd}), Result::leave);
+        EXPECT_EQ(press({keyEnd}), Pressed::leave);
         press({keyEscape});
     }
 }
@@ -217,7 +217,7 @@ TEST_F(Screen, ShowsAWholeRefusalUntilTheNextKey) {
 }
 
 TEST_F(Screen, SavesLossilyWithL) {
-    EXPECT_EQ(press({'l'}), Result::saveLossily);
+    EXPECT_EQ(press({'l'}), Pressed::saveLossily);
 }
 
 }  // namespace
