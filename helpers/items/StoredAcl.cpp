@@ -15,8 +15,9 @@ Result<StoredAcl, int> readStoredAcl(const AclItem& item) {
     if (list.error() != EOPNOTSUPP)
         return Failure{list.error()};
     auto native = readNfs4Item(item);
+    // Where there is no such list either, it is the first that could not be read.
     if (!native)
-        return Failure{native.error()};
+        return Failure{native.error() == ENODATA ? list.error() : native.error()};
     return StoredAcl(*std::move(native));
 }
 

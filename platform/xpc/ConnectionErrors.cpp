@@ -43,19 +43,24 @@ std::shared_ptr<const EndErrors> endErrors(const std::string& service) {
         std::shared_ptr<const EndErrors> errors;
     };
     static auto& latest = *new Latest;  // outlives static objects
-    const std::lock_guard lock(latest.mutex);
-    if (!latest.errors || latest.service != service) {
-        shortageError();
-        unreadReplyError();
-        latest.errors = std::make_shared<const EndErrors>(EndErrors{
-            connectionError(NSXPCConnectionInterrupted,
-                            "The service \"" + service +
-                                "\" went away before it answered; whether it has carried out the "
-                                "request is unknown."),
-            invalidError(service)});
-        latest.service = service;
+    // Not waited for: in the child of a fork nobody may hold it any more.
+    const std::unique_lock lock(latest.mutex, std::try_to_lock);
+    if (lock && latest.errors && latest.service == service)
+        return latest.errors;
+    shortageError();
+    unreadReplyError();
+    auto errors = std::make_shared<const EndErrors>(EndErrors{
+        connectionError(NSXPCConnectionInterrupted,
+                        "The service \"" + service +
+                            "\" went away before it answered; whether it has carried out the "
+                            "request is unknown."),
+        invalidError(service)});
+    if (lock) {
+        auto name = service;
+        latest.service.swap(name);
+        latest.errors = errors;
     }
-    return latest.errors;
+    return errors;
 }
 
 bool isShortage(const NSErrorRef& reason) {

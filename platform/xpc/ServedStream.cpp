@@ -212,10 +212,14 @@ void ServedStream::leave() {
 
 void ServedStream::watchFrame(Clock::time_point deadline) {
     try {
-        // Who is woken by that reports the end.
-        frameEnd_.emplace(deadline, [weak = std::weak_ptr(socket_)] {
-            if (const auto socket = weak.lock())
-                socket->shutdown();
+        frameEnd_.emplace(deadline, [weak = weak_from_this(), turn = turn_] {
+            const auto self = weak.lock();
+            if (!self)
+                return;
+            const std::lock_guard lock(self->mutex_);
+            // The rest may have come while this was about to run.
+            if (self->turn_ == turn)
+                self->socket_->shutdown();  // who is woken by that reports the end
         });
     } catch (const std::exception&) {
         socket_->shutdown();  // nobody could tell that its time is over
