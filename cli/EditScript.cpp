@@ -148,20 +148,20 @@ class Script {
 }  // namespace
 
 std::string editScriptHelp() {
-    constexpr std::size_t indent = 22;
-    constexpr std::size_t width = 80;
+    constexpr std::size_t helpIndent = 22;
+    constexpr std::size_t helpWidth = 80;
     std::string help =
         "morvane acl PATH --edit 'COMMAND; COMMAND ...'\n\n"
         "Commands stand apart by semicolons or line breaks. Words that hold blanks stand in\n"
         "quotes; a # begins a comment.\n\n";
     for (const auto& command : editCommands()) {
         std::string line =
-            padded("  " + std::string(command.name) + " " + std::string(command.word), indent);
+            padded("  " + std::string(command.name) + " " + std::string(command.word), helpIndent);
         std::istringstream words{std::string(command.says)};
         for (std::string word; words >> word;) {
-            if (columnsOf(line) + word.size() >= width) {
+            if (columnsOf(line) + word.size() >= helpWidth) {
                 help += line + '\n';
-                line.assign(indent, ' ');
+                line.assign(helpIndent, ' ');
             }
             line += (line.back() == ' ' ? "" : " ") + word;
         }
