@@ -9,16 +9,11 @@
 
 /// What a call gives, or why it gives nothing.
 ///
-///     Result<std::string> read(const NSURL& url) {
-///         if (!url.isFileURL())
-///             return Failure{posixError(EINVAL, url)};
-///         return std::string("text");
-///     }
-///
-///     if (const auto text = read(url))
-///         print(*text);
-///     else
-///         tell(text.error());
+///     Result<std::string> name = Failure{NSError::errorWithDomain(NSPOSIXErrorDomain, ENOENT)};
+///     if (!name)
+///         show(name.error());
+///     name = std::string("notes.txt");
+///     assert(name && *name == "notes.txt");
 ///
 /// A call that has nothing to give returns the error itself: null, or 0, means that it is done.
 namespace morvane {
@@ -32,8 +27,8 @@ template <class E>
 Failure(E) -> Failure<E>;
 
 /// `E` is an NSError for what people read, or an errno value between a call of the system and
-/// whoever puts it into words. A value is moved out with `*std::move(result)`. Looking at the value
-/// of a failure, or at the error of a value, throws std::bad_variant_access.
+/// whoever puts it into words. Dereferencing a result that is moved from moves its value out.
+/// Looking at the value of a failure, or at the error of a value, throws std::bad_variant_access.
 template <class T, class E = NSErrorRef>
 class [[nodiscard]] Result {
   public:
