@@ -65,6 +65,10 @@ std::string didYouMean(std::string_view word, const std::vector<std::string_view
     return isLike ? "; did you mean '" + std::string(nearest) + "'?" : std::string();
 }
 
+bool isAmong(const std::vector<std::string_view>& names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 std::vector<std::string_view> commandNames() {
     std::vector<std::string_view> names;
     for (const auto& command : commandTable())
@@ -151,7 +155,8 @@ std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
             continue;
         }
         const auto value = word.starts_with("--") ? word.find('=') : word.npos;
-        if (isBehindDashes || word.starts_with('[') || word.starts_with(plainMark))
+        // "++" would end a command.
+        if (isBehindDashes || word == "++" || word.starts_with('[') || word.starts_with(plainMark))
             words.push_back(marked(word));
         else if (value != word.npos)
             words.push_back(std::string(word.substr(0, value + 1)) +
@@ -207,8 +212,9 @@ class Parser {
   private:
     static void describe(CLI::App& app, const std::vector<OptionRow>& options,
                          const std::string& version) {
-        app.set_help_flag("-h,--help", "Print this help and exit");
-        app.set_version_flag("--version", version, "Print the version and exit");
+        app.set_help_flag("-h,--help", "Print this help and exit")->disable_flag_override();
+        app.set_version_flag("--version", version, "Print the version and exit")
+            ->disable_flag_override();
         app.footer(footer);
         for (const auto& row : options)
             addOption(app, row);
@@ -228,7 +234,7 @@ class Parser {
             isBehindDashes |= word == "--";
             if (word.empty() || word == "--")
                 continue;
-            if (!isOption && command.empty())
+            if (!isOption && command.empty() && !isAmong(commandNames(), word))
                 return misunderstood("there is no command '" + escaped(word) + "'" +
                                          didYouMean(word, commandNames()),
                                      {});
@@ -248,13 +254,10 @@ class Parser {
     static std::optional<std::string> reasonAgainst(std::string_view word,
                                                     std::string_view command) {
         const auto option = word.substr(0, word.find('='));
-        const auto isAmong = [&](const std::vector<std::string_view>& names) {
-            return std::find(names.begin(), names.end(), option) != names.end();
-        };
         const auto names = optionNames(command);
-        if (isAmong(names))
+        if (isAmong(names, option))
             return std::nullopt;
-        if (isAmong(optionNames({})))
+        if (isAmong(optionNames({}), option))
             return "'" + std::string(option) + "' stands before the command";
         return "there is no option '" + escaped(option) + "'" + didYouMean(option, names);
     }
@@ -338,7 +341,7 @@ Outcome helpCommand(const Values& values, const Parser& parser) {
     if (topic == editTopic)
         return {ExitSuccess, editScriptHelp(), {}};
     auto names = commandNames();
-    if (std::find(names.begin(), names.end(), topic) != names.end())
+    if (isAmong(names, topic))
         return {ExitSuccess, parser.help(topic), {}};
     names.push_back(editTopic);
     return misunderstood("there is no command '" + escaped(topic) + "'" + didYouMean(topic, names),

@@ -150,7 +150,7 @@ class Script {
 std::string editScriptHelp() {
     constexpr std::size_t helpIndent = 22;
     constexpr std::size_t helpWidth = 80;
-    std::string help =
+    std::string told =
         "morvane acl PATH --edit 'COMMAND; COMMAND ...'\n\n"
         "Commands stand apart by semicolons or line breaks. Words that hold blanks stand in\n"
         "quotes; a # begins a comment.\n\n";
@@ -160,14 +160,14 @@ std::string editScriptHelp() {
         std::istringstream words{std::string(command.says)};
         for (std::string word; words >> word;) {
             if (columnsOf(line) + word.size() >= helpWidth) {
-                help += line + '\n';
+                told += line + '\n';
                 line.assign(helpIndent, ' ');
             }
             line += (line.back() == ' ' ? "" : " ") + word;
         }
-        help += line + '\n';
+        told += line + '\n';
     }
-    return help + "\nExample: morvane acl notes.txt --edit 'add user:alice; permissions read'\n";
+    return told + "\nExample: morvane acl notes.txt --edit 'add user:alice; permissions read'\n";
 }
 
 Problem runEditScript(std::string_view script, AclEditor& editor) {

@@ -44,11 +44,14 @@ void ClientLanes::add(std::shared_ptr<ClientOperation> operation) {
     serve();
 }
 
-std::shared_ptr<ClientOperation> ClientLanes::next() {
+std::shared_ptr<ClientOperation> ClientLanes::next(
+    std::vector<std::shared_ptr<ClientOperation>>& ended) {
     // What has ended while it waited needs no connector.
     for (auto* waiting : {&short_, &long_}) {
-        while (!waiting->empty() && !waiting->front()->isWaiting())
+        while (!waiting->empty() && !waiting->front()->isWaiting()) {
+            ended.push_back(std::move(waiting->front()));
             waiting->pop_front();
+        }
     }
     if (used_ == MVFileClient::mostConnections)
         return nullptr;
@@ -67,8 +70,9 @@ void ClientLanes::serve() {
     if (servedHere == this)
         return;
     const Serving serving(this);
+    std::vector<std::shared_ptr<ClientOperation>> ended;
     std::unique_lock lock(mutex_);
-    while (const auto operation = next()) {
+    while (const auto operation = next(ended)) {
         std::shared_ptr<MVFileConnector> connector;
         if (!idle_.empty()) {
             connector = std::move(idle_.back());
@@ -89,8 +93,10 @@ void ClientLanes::serve() {
         else
             operation->run(lane);
         lane.reset();
+        ended.clear();
         lock.lock();
     }
+    lock.unlock();
 }
 
 void ClientLanes::giveBack(std::shared_ptr<MVFileConnector> connector, bool isLong) {
@@ -100,7 +106,7 @@ void ClientLanes::giveBack(std::shared_ptr<MVFileConnector> connector, bool isLo
         const std::lock_guard lock(mutex_);
         --used_;
         usedLong_ -= isLong ? 1 : 0;
-        const bool isWanted = !short_.empty() || !long_.empty() || idle_.empty();
+        const bool isWanted = !short_.empty() || !long_.empty() || (keepsOne_ && idle_.empty());
         if (connector && isWanted)
             idle_.push_back(std::move(connector));
     }

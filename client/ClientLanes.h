@@ -35,7 +35,9 @@ class ClientLane {
 /// Short operations go first, and one connector is kept for them. Any thread.
 class ClientLanes : public std::enable_shared_from_this<ClientLanes> {
   public:
-    explicit ClientLanes(MVFileClient::ConnectorMaker maker) : maker_(std::move(maker)) {}
+    /// With `keepsOne`, a connector that nobody uses is kept for the next operation.
+    ClientLanes(MVFileClient::ConnectorMaker maker, bool keepsOne)
+        : maker_(std::move(maker)), keepsOne_(keepsOne) {}
 
     /// Has `operation` run once a connector is free.
     void add(std::shared_ptr<ClientOperation> operation);
@@ -45,10 +47,13 @@ class ClientLanes : public std::enable_shared_from_this<ClientLanes> {
     void giveBack(std::shared_ptr<MVFileConnector> connector, bool isLong);
     /// Starts whatever can start.
     void serve();
-    /// The next operation that can start; null if none can. Counts it as started.
-    std::shared_ptr<ClientOperation> next();
+    /// The next operation that can start; null if none can. Counts it as started. Those that have
+    /// ended meanwhile are moved to `ended`: they may hold what their host has given them, which is
+    /// not to go while the lock is held.
+    std::shared_ptr<ClientOperation> next(std::vector<std::shared_ptr<ClientOperation>>& ended);
 
     const MVFileClient::ConnectorMaker maker_;
+    const bool keepsOne_;
     std::mutex mutex_;
     std::deque<std::shared_ptr<ClientOperation>> short_;
     std::deque<std::shared_ptr<ClientOperation>> long_;

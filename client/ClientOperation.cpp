@@ -30,8 +30,9 @@ NSErrorRef cancellation() {
 
 MVFileClient::State::State(Executor givenExecutor, ConnectorMaker maker)
     : executor(std::move(givenExecutor)),
-      lanes(std::make_shared<ClientLanes>(maker)),
-      privilegedLanes(std::make_shared<ClientLanes>(maker)) {}
+      lanes(std::make_shared<ClientLanes>(maker, true)),
+      // The helper ends when nobody is connected any more.
+      privilegedLanes(std::make_shared<ClientLanes>(maker, false)) {}
 
 void MVFileClient::State::add(const std::shared_ptr<ClientOperation>& operation) {
     const std::lock_guard lock(mutex_);
@@ -162,6 +163,9 @@ void ClientOperation::repeatPrivileged() {
     bool isCancelled = false;
     {
         const std::lock_guard lock(mutex_);
+        // It may have been told to have failed after the request had gone out.
+        if (phase_ != Phase::sent)
+            return;
         phase_ = Phase::waiting;
         isPrivileged_ = true;
         isCancelled = isCancelled_;

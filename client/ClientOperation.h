@@ -198,7 +198,8 @@ class ClientOperationFor final : public ClientOperation {
     void deliver(Answer answer) {
         post([completion = std::move(completion_),
               answer = std::make_shared<Answer>(std::move(answer))] {
-            completion(std::move(*answer));
+            if (completion)
+                completion(std::move(*answer));
         });
     }
 

@@ -200,7 +200,10 @@ void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
         return MVAclLosses{list->losses(entries), list->nearest(entries)};
     };
     const auto tell = [executor = state_->executor, completion](Result<MVAclLosses> losses) {
-        executor([completion, losses = std::move(losses)] { completion(losses); });
+        executor([completion, losses = std::move(losses)] {
+            if (completion)
+                completion(losses);
+        });
     };
     try {
         state_->work->async([compare, tell] {
