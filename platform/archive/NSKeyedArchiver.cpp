@@ -6,6 +6,7 @@
 #include <MorvaneOperation/platform/archive/fast/SpareStates.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -28,6 +29,10 @@ struct NSKeyedArchiver::State {
     struct Array {
         std::size_t base;
         std::size_t count;
+        /// What there was before it.
+        std::size_t objects;
+        std::size_t values;
+        std::size_t bytes;
     };
     std::vector<Array> arrays;
     /// With the references to them.
@@ -300,7 +305,8 @@ NSDataPieces NSKeyedArchiver::finishEncodingInPieces() {
 }
 
 void NSKeyedArchiver::beginArray(std::size_t count) {
-    state_->arrays.push_back({state_->pending.size(), count});
+    state_->arrays.push_back({state_->pending.size(), count, state_->objects.size(),
+                              state_->list.valueCount(), state_->list.size()});
     state_->arrayBegun(count);
 }
 

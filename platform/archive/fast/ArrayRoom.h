@@ -31,13 +31,17 @@ inline void NSKeyedArchiver::State::elementAdded() {
     constexpr std::size_t muchToWrite = std::size_t{1} << 20;
     if (arrays.empty() || pending.size() - arrays.back().base != sample)
         return;
-    const auto forAll = [count = arrays.back().count](std::size_t some) {
-        return some / sample * count / 4 * 5;
+    const auto& array = arrays.back();
+    // What was there before stays; what has come since comes again and again.
+    const auto forAll = [&](std::size_t before, std::size_t now) {
+        return before + (now - std::min(before, now)) / sample * array.count / 4 * 5;
     };
-    if (forAll(list.size()) < muchToWrite)
+    const auto bytes = forAll(array.bytes, list.size());
+    if (bytes - array.bytes < muchToWrite)
         return;
-    objects.reserve(forAll(objects.size()));
-    list.beginLarge(forAll(list.valueCount() + objects.size()), forAll(list.size()));
+    const auto mostObjects = forAll(array.objects, objects.size());
+    objects.reserve(mostObjects);
+    list.beginLarge(forAll(array.values, list.valueCount()) + mostObjects, bytes);
 }
 
 }  // namespace morvane
