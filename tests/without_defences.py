@@ -427,7 +427,6 @@ DEFENCES = (
             "return isAlive(process_) || process_ ? startTime_ : 0;",
             ("LinuxStreamSocket.APeerThatHasEndedHasNoStartTime",
              "LinuxStreamSocketOfAnOlderKernel.APeerThatHasEndedHasNoStartTime",
-             "LinuxStreamSocketOfAnOlderKernel.AProcessThatHasThePeersNumberSinceIsNotThePeer",
              *privileged("Attackers.test_a_process_that_has_the_number_of_the_one_that_connected"
                          "_does_not_speak_for_it"))),
     Defence("Where the kernel tells the number alone, who has become another user is not the one that connected.",
