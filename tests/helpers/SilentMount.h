@@ -2,14 +2,19 @@
 // File systems that do not answer, in a mount namespace of the test's own.
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/NSURL.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace morvane {
@@ -51,5 +56,25 @@ inline FileDescriptor silentMount(const std::string& path, bool forAll = true) {
         return {};
     return server;
 }
+
+/// A folder with a file, and with a folder and a file that a mount can take the place of. What
+/// mounts there does so in a process of its own, which a watchdog ends if something waits for it.
+class SilentMountTest : public testing::Test {
+  protected:
+    SilentMountTest() {
+        char pattern[] = "/tmp/morvane-hung.XXXXXX";
+        top_ = mkdtemp(pattern);
+        std::filesystem::create_directories(top_ + "/hung");
+        for (const auto* const name : {"/file", "/hung-file"})
+            std::ofstream(top_ + name) << "text";
+        chmod((top_ + "/file").c_str(), 0600);
+        chmod(top_.c_str(), 0755);
+    }
+    ~SilentMountTest() override { std::filesystem::remove_all(top_); }
+
+    NSURL url(const char* name = "") const { return NSURL::fileURLWithPath(top_ + name); }
+
+    std::string top_;
+};
 
 }  // namespace morvane

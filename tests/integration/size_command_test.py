@@ -22,7 +22,7 @@ import unittest
 import terminal as terminals
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
-COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helpers", "size_walk.py")
+COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helpers", "walks", "size_walk.py")
 # Runs what follows as a user to whom modes apply.
 AS_NOBODY = () if os.geteuid() else ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 TIME_LIMIT = 120  # a watchdog; nothing here takes long

@@ -16,12 +16,12 @@
 #include <thread>
 #include <vector>
 
-#include "../ThreadShortage.h"
 #include "AclPropagation.h"
 #include "PosixInheritance.h"
-#include "SilentMount.h"
 #include "SizeWalker.h"
+#include "ThreadShortage.h"
 #include "TreeWalk.h"
+#include "helpers/SilentMount.h"
 
 namespace morvane {
 namespace {

@@ -4,14 +4,10 @@
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
@@ -20,14 +16,12 @@
 
 #include "AclRequests.h"
 #include "FileRequestHandler.h"
-#include "SilentMount.h"
+#include "helpers/SilentMount.h"
 #include "platform/fake/FakeStreamSocket.h"
 #include "platform/fake/FakeUserDatabase.h"
 
 namespace morvane {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds watchdog{30};
 constexpr std::uint32_t carol = 3000005;
@@ -108,17 +102,8 @@ std::string textOf(Answer answer) {
     return error ? error->localizedDescription() : "none";
 }
 
-class AskedWorkTest : public testing::Test {
+class AskedWorkTest : public SilentMountTest {
   protected:
-    AskedWorkTest() {
-        char pattern[] = "/tmp/morvane-asked.XXXXXX";
-        top_ = mkdtemp(pattern);
-        fs::create_directories(top_ + "/hung");
-        std::ofstream(top_ + "/file") << "text";
-    }
-    ~AskedWorkTest() override { fs::remove_all(top_); }
-
-    NSURL url(const char* name = "") const { return NSURL::fileURLWithPath(top_ + name); }
     Answer list(const Service& service, const char* name) const {
         return answerOf([handler = service.handler, at = url(name)](auto reply) {
             handler->getAclEntriesWithUrl(at, reply);
@@ -129,8 +114,6 @@ class AskedWorkTest : public testing::Test {
             handler->renameUrls({at}, {"new"}, reply);
         });
     }
-
-    std::string top_;
 };
 
 TEST_F(AskedWorkTest, AClientsNoFreesItsRequestsOnAMountThatDoesNotAnswer) {

@@ -30,7 +30,7 @@
 #include "PosixAclWriter.h"
 #include "PosixInheritance.h"
 #include "PropagateRequests.h"
-#include "SilentMount.h"
+#include "helpers/SilentMount.h"
 
 namespace morvane {
 namespace {
