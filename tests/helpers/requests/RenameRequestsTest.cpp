@@ -1,75 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <numeric>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "RenameRequests.h"
+#include "RenameTest.h"
 
 namespace morvane {
 namespace {
 
 namespace fs = std::filesystem;
-using Codes = std::vector<std::int64_t>;
-/// What stands in a folder: each file's name, and what is in it.
-using Contents = std::map<std::string, std::string>;
-
-class RenameRequests : public testing::Test {
-  protected:
-    RenameRequests() {
-        char pattern[] = "/tmp/morvane-rename.XXXXXX";
-        folder_ = mkdtemp(pattern);
-    }
-    ~RenameRequests() override { fs::remove_all(folder_); }
-
-    std::string path(const std::string& name) const { return folder_ + '/' + name; }
-    NSURL url(const std::string& name) const { return NSURL::fileURLWithPath(path(name)); }
-    /// Each file holds the name that it has first.
-    void make(const std::vector<std::string>& names) const {
-        for (const auto& name : names)
-            std::ofstream(path(name)) << name;
-    }
-    Contents contents() const {
-        Contents result;
-        for (const auto& entry : fs::directory_iterator(folder_)) {
-            std::ifstream file(entry.path());
-            result[entry.path().filename()] = {std::istreambuf_iterator<char>(file), {}};
-        }
-        return result;
-    }
-    RenameAnswer rename(const std::vector<std::pair<std::string, std::string>>& pairs,
-                        const RenameCall& call = systemRename,
-                        const std::function<bool()>& goesOn = {}) const {
-        std::vector<NSURL> urls;
-        std::vector<std::string> names;
-        for (const auto& [from, to] : pairs) {
-            urls.push_back(url(from));
-            names.push_back(to);
-        }
-        return renameUrlsTo(urls, names, {}, call, goesOn);
-    }
-    std::vector<std::string> pathsOf(const RenameAnswer& answer) const {
-        std::vector<std::string> result;
-        for (const auto& each : answer.urls)
-            result.push_back(fs::relative(each.path(), folder_));
-        return result;
-    }
-
-    std::string folder_;
-};
-
-using Names = std::vector<std::string>;
+using RenameRequests = RenameTest;
 
 TEST_F(RenameRequests, EachItemHasItsNewName) {
     make({"a", "b"});
@@ -127,88 +76,6 @@ TEST_F(RenameRequests, AMissingItemInACircleLeavesAllUnderTheirOldNames) {
     const auto answer = rename({{"a", "b"}, {"b", "c"}, {"c", "d"}, {"d", "a"}});
     EXPECT_EQ(answer.codes, (Codes{ENOENT, ENOENT, ENOENT, ENOENT}));
     EXPECT_EQ(contents(), (Contents{{"a", "a"}, {"b", "b"}, {"d", "d"}}));
-}
-
-TEST_F(RenameRequests, ACircleThatCannotBeTakenBackIsToldAsItIs) {
-    make({"a", "b", "c", "d"});
-    int calls = 0;
-    const auto answer = rename({{"a", "b"}, {"b", "c"}, {"c", "d"}, {"d", "a"}},
-                               [&](int folder, const auto& from, const auto& to, unsigned flags) {
-                                   return ++calls > 2 ? EIO : systemRename(folder, from, to, flags);
-                               });
-    EXPECT_EQ(answer.codes, (Codes{0, 0, EIO, EIO}));
-    EXPECT_EQ(pathsOf(answer), (Names{"b", "c", "a", "d"}));
-    EXPECT_EQ(contents(), (Contents{{"b", "a"}, {"c", "b"}, {"a", "c"}, {"d", "d"}}));
-}
-
-TEST_F(RenameRequests, AFileSystemThatCannotKeepWhatIsThereIsNotChanged) {
-    make({"a", "b", "c"});
-    std::vector<unsigned> flags;
-    const auto answer = rename({{"a", "b"}, {"b", "a"}, {"c", "d"}},
-                               [&](int, const auto&, const auto&, unsigned f) {
-                                   flags.push_back(f);
-                                   return EOPNOTSUPP;
-                               });
-    EXPECT_EQ(answer.codes, (Codes{EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP}));
-    EXPECT_EQ(flags, (std::vector<unsigned>{RENAME_NOREPLACE, RENAME_EXCHANGE}));
-}
-
-/// What a network mount says of a rename that must not overwrite.
-int renameOnANetworkMount(int, const char*, const char*, unsigned) {
-    return EINVAL;
-}
-
-TEST_F(RenameRequests, WhereTheRenameWouldOverwriteAFileIsLinkedToItsNewName) {
-    make({"a", "b", "there"});
-    fs::create_symlink("nowhere", path("link"));
-    const auto answer =
-        rename({{"a", "b"}, {"b", "\u00e4"}, {"link", "moved"}}, renameOnANetworkMount);
-    EXPECT_EQ(answer.codes, (Codes{0, 0, 0}));
-    EXPECT_EQ(fs::read_symlink(path("moved")), "nowhere");
-    EXPECT_FALSE(fs::is_symlink(path("link")));
-    fs::remove(path("moved"));
-    EXPECT_EQ(contents(), (Contents{{"b", "a"}, {"\u00e4", "b"}, {"there", "there"}}));
-    EXPECT_EQ(rename({{"b", "there"}}, renameOnANetworkMount).codes, (Codes{EEXIST}));
-    EXPECT_EQ(contents(), (Contents{{"b", "a"}, {"\u00e4", "b"}, {"there", "there"}}));
-    EXPECT_EQ(fs::hard_link_count(path("b")), 1U);
-}
-
-TEST_F(RenameRequests, AFileThatCannotLoseItsOldNameDoesNotGetTheNewOne) {
-    make({"a"});
-    fs::permissions(path("a"), fs::perms(0666));
-    fs::permissions(folder_, fs::perms(01777));
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root can be somebody else";
-    ASSERT_EQ(seteuid(65534), 0);
-    const auto answer = rename({{"a", "b"}}, renameOnANetworkMount);
-    ASSERT_EQ(seteuid(0), 0);
-    EXPECT_EQ(answer.codes, (Codes{EPERM}));
-    EXPECT_EQ(contents(), (Contents{{"a", "a"}}));
-}
-
-TEST_F(RenameRequests, WhereTheRenameWouldOverwriteFoldersAndCirclesAreRefusedWithTheReason) {
-    make({"a", "b", "c"});
-    fs::create_directory(path("folder"));
-    const auto textOf = [&](const std::vector<std::pair<std::string, std::string>>& pairs,
-                            std::int64_t code) {
-        const auto answer = rename(pairs, renameOnANetworkMount);
-        EXPECT_EQ(answer.codes, Codes(pairs.size(), code));
-        return answer.error->localizedDescription();
-    };
-    const std::string explained =
-        "\" (This file system cannot rename folders, or let items change places, without the risk "
-        "of overwriting what gets the new name at that moment.)";
-    EXPECT_EQ(
-        textOf({{"folder", "d"}}, EOPNOTSUPP),
-        "1 of 1 items could not be renamed; the first is \"" + url("folder").path() + explained);
-    EXPECT_EQ(textOf({{"a", "b"}, {"b", "a"}}, EOPNOTSUPP),
-              "2 of 2 items could not be renamed; the first is \"" + url("a").path() + explained);
-    // Here the name may be what it does not take.
-    EXPECT_EQ(textOf({{"folder", "d:e"}}, EINVAL),
-              "1 of 1 items could not be renamed; the first is \"" + url("folder").path() +
-                  "\" (Invalid argument)");
-    fs::remove(path("folder"));
-    EXPECT_EQ(contents(), (Contents{{"a", "a"}, {"b", "b"}, {"c", "c"}}));
 }
 
 TEST_F(RenameRequests, AFolderAndWhatIsInItAreRenamedInOneRequest) {
@@ -363,55 +230,6 @@ TEST_F(RenameRequests, RandomRequestsDoWhatAPlainModelDoes) {
             EXPECT_EQ(answer.urls[i].lastPathComponent(),
                       answer.codes[i] == 0 ? request[i].second : request[i].first);
         }
-    }
-}
-
-/// Runs the request in a process of its own, which is killed before (or after) its n-th call to the
-/// system. Whether it was.
-template <class Work>
-bool killedAt(int n, bool after, Work work) {
-    const auto child = fork();
-    if (child == 0) {
-        int calls = 0;
-        work([&](int folder, const char* from, const char* to, unsigned flags) {
-            const bool now = ++calls == n;
-            if (now && !after)
-                raise(SIGKILL);
-            const int code = systemRename(folder, from, to, flags);
-            if (now)
-                raise(SIGKILL);
-            return code;
-        });
-        _exit(0);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFSIGNALED(status);
-}
-
-TEST_F(RenameRequests, AKillAtAnyCallLosesNoNameAndNoItem) {
-    const Names all{"a", "b", "c", "d", "e", "f", "g"};
-    for (const bool after : {false, true}) {
-        bool killed = true;
-        int n = 1;
-        for (; killed; ++n) {
-            fs::remove_all(folder_);
-            fs::create_directory(folder_);
-            make(all);
-            killed = killedAt(n, after, [&](const RenameCall& call) {
-                rename({{"a", "b"}, {"b", "c"}, {"c", "d"}, {"d", "a"}, {"e", "f"}, {"f", "x"}},
-                       call);
-            });
-            std::vector<std::string> items;
-            for (const auto& [name, item] : contents()) {
-                items.push_back(item);
-                EXPECT_TRUE(name == "x" || std::find(all.begin(), all.end(), name) != all.end())
-                    << name << " was never asked for";
-            }
-            std::sort(items.begin(), items.end());
-            EXPECT_EQ(items, all) << "killed at call " << n;
-        }
-        EXPECT_EQ(n, 7) << "five calls, and one run that ended";
     }
 }
 
