@@ -20,7 +20,8 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <string_view>
+
+#include "Terminal.h"
 
 namespace morvane {
 
@@ -78,15 +79,6 @@ bool isInForeground() {
             return at->group == at->foreground;
     }
     return false;
-}
-
-void writeAll(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return;
-        text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-    }
 }
 
 /// Between the two terminals, for as long as the child lives.
@@ -155,7 +147,7 @@ class Relay {
         std::array<char, chunk> bytes;
         const ssize_t count = read(own_.get(), bytes.data(), bytes.size());
         if (count > 0)
-            writeAll({bytes.data(), static_cast<std::size_t>(count)});
+            putOnTerminal({bytes.data(), static_cast<std::size_t>(count)});
         return count > 0;
     }
 

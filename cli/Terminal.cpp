@@ -27,15 +27,6 @@ constexpr int waitForEver = -1;
 /// The rest of a key's sequence comes at once; a person's next key does not.
 constexpr int sequenceMilliseconds = 50;
 
-void put(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return;
-        text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-    }
-}
-
 constexpr std::array endingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 /// What the handler gives back; set before it can run.
@@ -52,7 +43,7 @@ void tellOfResize(int) {
 
 /// Whatever it calls may be called at any moment.
 void giveBackTheTerminal() {
-    put("\033[?25h\033[?1049l");
+    putOnTerminal("\033[?25h\033[?1049l");
     tcsetattr(STDIN_FILENO, TCSANOW, &formerSettings);
 }
 
@@ -64,6 +55,15 @@ void endBySignal(int number) {
 }
 
 }  // namespace
+
+void putOnTerminal(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return;
+        text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+    }
+}
 
 bool Terminal::isThere() {
     const char* const kind = std::getenv("TERM");
@@ -96,7 +96,7 @@ Terminal::Terminal() {
     sigaction(SIGWINCH, &resize, nullptr);
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
         throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
-    put("\033[?1049h\033[?25l");
+    putOnTerminal("\033[?1049h\033[?25l");
 }
 
 Terminal::~Terminal() {
@@ -119,7 +119,7 @@ std::pair<std::size_t, std::size_t> Terminal::size() const {
 }
 
 void Terminal::show(const std::string& text) {
-    put("\033[H\033[2J" + text);
+    putOnTerminal("\033[H\033[2J" + text);
 }
 
 int Terminal::nextByte(int milliseconds) {

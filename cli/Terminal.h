@@ -3,12 +3,16 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 
 /// The terminal that this program runs on, taken over for a screen of its own: keys come one by one
 /// and are not shown, and what stood there comes back afterwards, also when a signal ends the
 /// program.
 namespace morvane {
+
+/// Writes all of `text` to the standard output, unless that fails. A signal handler may call it.
+void putOnTerminal(std::string_view text);
 
 /// There is at most one at a time.
 class Terminal {

@@ -12,6 +12,7 @@ std::atomic<bool> isShort = false;
 std::atomic<bool> lasts = false;
 std::atomic<long> allocationsLeft = 0;
 std::atomic<bool> hasFailed = false;
+std::atomic<long> made = 0;
 std::atomic<long> held = 0;
 
 bool fails() {
@@ -29,6 +30,7 @@ bool fails() {
 void* operator new(std::size_t size) {
     if (!fails()) {
         if (void* const memory = std::malloc(size)) {
+            ++made;
             ++held;
             return memory;
         }
@@ -59,6 +61,10 @@ MemoryShortage::~MemoryShortage() {
 
 bool MemoryShortage::isReached() const {
     return hasFailed;
+}
+
+long allocationsMade() {
+    return made;
 }
 
 long allocationsHeld() {

@@ -4,9 +4,9 @@
 
 namespace morvane {
 
-/// While one stands, this program's allocations fail once `count` have succeeded: the next one, or
-/// all from there on. Stands in the test programs that are built with MemoryShortage.cpp, which
-/// takes the place of operator new.
+/// While one exists, this program's allocations fail once `count` have succeeded: the next one, or
+/// all from there on. It is for test programs that are built with MemoryShortage.cpp, which defines
+/// operator new.
 class MemoryShortage {
   public:
     MemoryShortage(long count, bool forGood);
@@ -18,7 +18,10 @@ class MemoryShortage {
     bool isReached() const;
 };
 
-/// How many allocations of such a program have not been given back.
+/// How many allocations of such a program have succeeded since it began.
+long allocationsMade();
+
+/// How many of them have not been freed yet.
 long allocationsHeld();
 
 }  // namespace morvane

@@ -1,36 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include <cstdlib>
-#include <new>
-
+#include "MemoryShortage.h"
 #include "size/SizeFixture.h"
 
-namespace {
-thread_local int allocations = 0;
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size))
-        return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-// Counts what the whole program allocates.
 namespace morvane {
 namespace {
 
 using MVFileSizeInfoAllocationTest = SizeFixture;
 
-int allocationsOf(const MVFileSizeInfo& info, std::int64_t size) {
-    const int before = allocations;
+long allocationsOf(const MVFileSizeInfo& info, std::int64_t size) {
+    const auto before = allocationsMade();
     const auto text = info.stringWithFileSize(size, true);
-    return allocations - before;
+    return allocationsMade() - before;
 }
 
 TEST_F(MVFileSizeInfoAllocationTest, ATextTakesNoMoreThanItself) {
