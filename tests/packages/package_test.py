@@ -9,14 +9,12 @@ import glob
 import os
 import socket
 import stat
-import subprocess
 import sys
-import time
 import unittest
 
-TIME_LIMIT = 300
-UNIT = "io.github.morvaneoperation.PrivilegedHelper"
-SOCKET = f"/run/{UNIT}.sock"
+sys.path.insert(0, "/test")
+from guest import SOCKET, TIME_LIMIT, UNIT, done, run, show, wait_until
+
 HELPER = f"/usr/libexec/morvaneoperation/{UNIT}"
 PACKAGES = ["libmorvaneoperation1", "libmorvaneoperation-dev", "morvane", "morvaneoperation-services"]
 # Folders that are not looked at: other file systems, and what any program may write.
@@ -30,33 +28,8 @@ MADE = {"/var/lib/dpkg/status-old", "/var/lib/dpkg/triggers/Lock", "/var/lib/dpk
         "/var/cache/apt/pkgcache.bin", "/var/cache/apt/srcpkgcache.bin", "/var/cache/ldconfig/aux-cache"}
 
 
-def run(*command, limit=TIME_LIMIT):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=limit,
-                          env={**os.environ, "DEBIAN_FRONTEND": "noninteractive", "PYTHONDONTWRITEBYTECODE": "yes"})
-
-
-def done(*command):
-    outcome = run(*command)
-    if outcome.returncode != 0:
-        raise AssertionError(f"{command}: {outcome.stdout}")
-    return outcome.stdout
-
-
 def apt(*arguments):
-    done("apt-get", "-y", "-q", "--no-install-recommends", *arguments)
-
-
-def show(unit, name):
-    return done("systemctl", "show", "--value", "-p", name, unit).strip()
-
-
-def wait_until(true, what):
-    limit = time.monotonic() + TIME_LIMIT
-    while not true():
-        if time.monotonic() > limit:
-            raise TimeoutError(what)
-        time.sleep(0.1)
+    done("apt-get", "-y", "-q", "--no-install-recommends", *arguments, DEBIAN_FRONTEND="noninteractive")
 
 
 def files():
@@ -107,7 +80,7 @@ class Life(unittest.TestCase):
         self.step("installed")
         apt("install", *glob.glob("/packages/*.deb"))
         self.assertEqual(len(installed_versions()), 1, installed_versions())
-        outcome = run("/test/privileged", limit=4 * TIME_LIMIT)
+        outcome = run("/test/privileged", limit=4 * TIME_LIMIT, PYTHONDONTWRITEBYTECODE="yes")
         print(outcome.stdout, flush=True)
         self.assertEqual(outcome.returncode, 0, "the installed test")
 
@@ -151,4 +124,4 @@ class Life(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[1:], verbosity=2)
+    unittest.main(verbosity=2)

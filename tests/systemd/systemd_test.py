@@ -8,15 +8,13 @@ import socket
 import stat
 import subprocess
 import sys
-import time
 import unittest
 
 sys.path.insert(0, "/test")
+from guest import SOCKET, UNIT, done, run, show, wait_until
 from terminal import TIME_LIMIT, on_terminal
 
 LABEL = "io.github.morvaneoperation"
-UNIT = f"{LABEL}.PrivilegedHelper"
-SOCKET = f"/run/{UNIT}.sock"
 LIBEXEC = "/usr/local/libexec/morvaneoperation"
 HELPER = f"{LIBEXEC}/{UNIT}"
 INSTALLER = f"{LIBEXEC}/morvane-install-helper"
@@ -24,30 +22,6 @@ ACTIONS = "/usr/share/polkit-1/actions"
 SECRET = "/srv/secret"
 ACL = ["morvane", "--privileged", "acl", f"{SECRET}/file"]
 LIST = "user root (owner)"
-
-
-def run(*command):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=TIME_LIMIT)
-
-
-def done(*command):
-    outcome = run(*command)
-    if outcome.returncode != 0:
-        raise AssertionError(f"{command}: {outcome.stdout}")
-    return outcome.stdout
-
-
-def show(unit, name):
-    return done("systemctl", "show", "--value", "-p", name, unit).strip()
-
-
-def wait_until(true, what):
-    limit = time.monotonic() + TIME_LIMIT
-    while not true():
-        if time.monotonic() > limit:
-            raise TimeoutError(what)
-        time.sleep(0.05)
 
 
 def our_files():
