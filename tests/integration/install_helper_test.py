@@ -262,6 +262,15 @@ class Installer(unittest.TestCase):
         self.assertEqual((outcome.returncode, os.listdir(UNITS) + os.listdir(ACTIONS)), (0, [f"{LABEL}.policy"]))
         self.assertIn(f"{policy} was changed by hand and stays", outcome.stderr)
 
+    def test_what_a_distributions_package_has_put_there_since_is_not_taken_away(self):
+        self.install()
+        policy = f"{ACTIONS}/{LABEL}.policy"
+        with open("/run/bin/dpkg-query", "w", encoding="ascii") as f:
+            f.write(f'#!/bin/sh\n[ "$1 $2" = "--search {policy}" ]\n')
+        os.chmod("/run/bin/dpkg-query", 0o755)
+        outcome = self.run_installer("--uninstall")
+        self.assertEqual((outcome.returncode, os.listdir(UNITS) + os.listdir(ACTIONS)), (0, [f"{LABEL}.policy"]))
+
     def test_the_right_to_install_takes_nothing_away(self):
         self.install()
         os.unlink(TOLD)

@@ -15,6 +15,7 @@ import unittest
 sys.path.insert(0, "/test")
 from guest import SOCKET, TIME_LIMIT, UNIT, done, run, show, wait_until
 
+LEFT = f"/var/lib/{UNIT}"
 HELPER = f"/usr/libexec/morvaneoperation/{UNIT}"
 PACKAGES = ["libmorvaneoperation1", "libmorvaneoperation-dev", "morvane", "morvaneoperation-services"]
 # Folders that are not looked at: other file systems, and what any program may write.
@@ -67,6 +68,18 @@ class Life(unittest.TestCase):
         self.assertFalse([pid for pid in filter(str.isdigit, os.listdir("/proc")) if self.runs_helper(pid)])
         self.assertEqual([line for line in done("pkaction").split() if "morvane" in line], [])
 
+    def put_there_by_hand(self, units, policies):
+        """What morvane-install-helper does, as of a program that is in /usr/local."""
+        os.mkdir(LEFT)
+        for folder, files in (("/etc/systemd/system", units), ("/usr/share/polkit-1/actions", policies)):
+            for path, text in files.items():
+                name = os.path.basename(path)
+                for place in (folder, LEFT):
+                    with open(f"{place}/{name}", "w", encoding="utf-8") as f:
+                        f.write(text.replace("/usr/libexec/", "/usr/local/libexec/"))
+        done("systemctl", "daemon-reload")
+        done("systemctl", "enable", "--now", f"{UNIT}.socket")
+
     def runs_helper(self, pid):
         try:
             return os.readlink(f"/proc/{pid}/exe").startswith(HELPER)
@@ -97,11 +110,18 @@ class Life(unittest.TestCase):
         self.assertEqual(show(f"{UNIT}.socket", "InvocationID"), listening, "somebody listened all the time")
         self.assertEqual(os.readlink(f"/proc/{show(f'{UNIT}.service', 'MainPID')}/exe"), HELPER)
 
-        self.step("removed and installed again")
+        self.step("removed, and installed over what was put there by hand")
+        units = {name: done("systemctl", "cat", name) for name in (f"{UNIT}.service", f"{UNIT}.socket")}
+        policies = {path: done("cat", path) for path in glob.glob("/usr/share/polkit-1/actions/*morvane*")}
         apt("remove", *PACKAGES)
         self.assertGone()
+        self.put_there_by_hand(units, policies)
         apt("install", *glob.glob("/packages/next/*.deb"))
         self.assertServed()
+        self.assertEqual(os.path.realpath(show(f"{UNIT}.socket", "FragmentPath")), f"/usr/lib/systemd/system/{UNIT}.socket")
+        self.assertEqual(os.readlink(f"/proc/{show(f'{UNIT}.service', 'MainPID')}/exe"), HELPER)
+        self.assertEqual(glob.glob(f"/etc/systemd/system/{UNIT}*"), [])
+        self.assertFalse(os.path.exists(LEFT))
 
         self.step("switched off by the administrator, which an upgrade keeps")
         done("systemctl", "disable", "--now", f"{UNIT}.socket")
