@@ -2,14 +2,14 @@
 # SPDX-License-Identifier: MIT
 """Looks for what ordinary tests are too short to find, and prints one table.
 
-usage: campaign.py [MINUTES] [--only PART...] [--calls CALL...]
+usage: campaign.py [MINUTES] [--only PART...] [--calls CALL...] [--fuzzers NAME...]
 
 Parts: soak (a million requests from several threads, with a thousand kills of the service), frames (a million
 malformed frames for a listening service under sanitizers), faults (each call of a kind failing in turn, once and
-for good, in host and service; CALLs alone if named), fuzz (every fuzzer for MINUTES of processor time each, 60
-unless told). Each part that was run whole, fuzz with 60 minutes or more, takes its place in docs/campaign.md with
-its date and commit, beside what other parts have left there. What was found lies below build/campaign. Ends with
-1 if anything was found. Run by `./test campaign`, which builds what it needs.
+for good, in host and service; CALLs alone if named), fuzz (every fuzzer, or the named ones, for MINUTES of processor
+time each, 60 unless told). Each part that was run whole, and each fuzzer with 60 minutes or more, takes its place in
+docs/campaign.md with its date and commit, beside what others have left there. What was found lies below
+build/campaign. Ends with 1 if anything was found. Run by `./test campaign`, which builds what it needs.
 """
 import argparse
 import concurrent.futures
@@ -183,9 +183,12 @@ def fuzz_one(name, minutes):
     return (f"fuzzer {name}, {spent / 60:.0f} minutes of a processor, inputs", inputs, 0 if status == 0 else 1)
 
 
-def fuzz(minutes):
-    names = sorted(file.removesuffix("_fuzzer") for file in os.listdir(os.path.join(SANITIZED, "fuzz"))
-                   if file.endswith("_fuzzer"))
+def all_fuzzers():
+    return sorted(file.removesuffix("_fuzzer.cpp") for file in os.listdir(os.path.join(TOP, "fuzz"))
+                  if file.endswith("_fuzzer.cpp"))
+
+
+def fuzz(names, minutes):
     with concurrent.futures.ThreadPoolExecutor(PROCESSORS) as pool:
         rows = list(pool.map(lambda name: fuzz_one(name, minutes), names))
     return rows, sum(row[2] for row in rows)
@@ -222,6 +225,10 @@ def recorded():
 
 def record(name, rows):
     known = recorded()
+    if name == "fuzz":  # of which each row is whole by itself
+        fresh = {row[1].split(",")[0] for row in rows}
+        rows += [row for row in known[name] if row[1].split(",")[0] not in fresh]
+        rows.sort(key=lambda row: row[1])
     known[name] = rows
     with open(RECORD, "w", encoding="utf-8") as file:
         file.write(ABOUT + table([row for part in known.values() for row in part]) + "\n")
@@ -236,7 +243,8 @@ def present_commit():
 
 
 PARTS = {"soak": lambda arguments: soak(1_000_000, 1000), "frames": lambda arguments: frames(1_000_000),
-         "faults": lambda arguments: faults(arguments.calls), "fuzz": lambda arguments: fuzz(arguments.minutes)}
+         "faults": lambda arguments: faults(arguments.calls),
+         "fuzz": lambda arguments: fuzz(arguments.fuzzers, arguments.minutes)}
 
 
 def is_whole(name, arguments):
@@ -250,6 +258,7 @@ def main():
     parser.add_argument("minutes", nargs="?", type=float, default=WHOLE_MINUTES)
     parser.add_argument("--only", nargs="+", choices=PARTS, default=list(PARTS))
     parser.add_argument("--calls", nargs="+", choices=CALLS, default=list(CALLS), metavar="CALL")
+    parser.add_argument("--fuzzers", nargs="+", choices=all_fuzzers(), default=all_fuzzers(), metavar="NAME")
     arguments = parser.parse_args()
     shutil.rmtree(FOUND, ignore_errors=True)
     all_rows, all_findings, commit = [], 0, present_commit()
