@@ -75,18 +75,19 @@ NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
 }
 
 MVRefusal refusalOfError(const NSErrorRef& error) {
-    if (!error || error->domain() != NSOSStatusErrorDomain)
-        return MVRefusal::none;
-    switch (error->code()) {
-        case errAuthorizationDenied:
-            return MVRefusal::denied;
-        case errAuthorizationCanceled:
-            return MVRefusal::cancelled;
-        case errAuthorizationInteractionNotAllowed:
-            return MVRefusal::nobodyToAsk;
-        default:
-            return MVRefusal::none;
-    }
+    const auto is = [&](const std::string& domain, std::int64_t code) {
+        return error && error->domain() == domain && error->code() == code;
+    };
+    // The right itself, or the one to install the helper before.
+    if (is(NSOSStatusErrorDomain, errAuthorizationDenied) ||
+        is(MVErrorDomainLaunchd, kSMErrorAuthorizationFailure))
+        return MVRefusal::denied;
+    if (is(NSOSStatusErrorDomain, errAuthorizationCanceled) ||
+        is(MVErrorDomainLaunchd, kSMErrorLaunchDeniedByUser))
+        return MVRefusal::cancelled;
+    if (is(NSOSStatusErrorDomain, errAuthorizationInteractionNotAllowed))
+        return MVRefusal::nobodyToAsk;
+    return MVRefusal::none;
 }
 
 bool isCancellation(const NSErrorRef& error) {

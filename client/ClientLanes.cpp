@@ -2,6 +2,7 @@
 #include "ClientLanes.h"
 
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "ClientOperation.h"
@@ -83,6 +84,8 @@ void ClientLanes::serve() {
         try {
             if (!connector)
                 connector = maker_();
+            if (!connector)
+                throw std::invalid_argument("the host has made no connector");
         } catch (const std::exception&) {
             failure = std::current_exception();
         }

@@ -62,7 +62,9 @@ ClientOperation::ClientOperation(std::shared_ptr<MVFileClient::State> client,
       right_(right),
       isLong_(isLong),
       begun_(client_->authority->now()),
-      isPrivileged_(options_.privilege == MVPrivilege::always) {}
+      isPrivileged_(options_.privilege == MVPrivilege::always) {
+    reports_->progress = std::move(options_.progress);
+}
 
 void ClientOperation::start() {
     client_->add(shared_from_this());
@@ -177,18 +179,27 @@ void ClientOperation::repeatPrivileged() {
 }
 
 bool ClientOperation::report(std::vector<std::shared_ptr<MVFileSizeItem>> sizes) {
+    std::shared_ptr<Reports> reports;
     {
         const std::lock_guard lock(mutex_);
         if (isCancelled_ || phase_ == Phase::ended)
             return !isCancelled_;
+        if (reports_->progress && !reports_->isOneWaiting.exchange(true))
+            reports = reports_;
     }
-    if (options_.progress && !reporting_->exchange(true)) {
-        post([progress = options_.progress, reporting = reporting_, sizes = std::move(sizes)] {
-            *reporting = false;
-            progress(sizes);
+    if (reports) {
+        post([reports, sizes = std::move(sizes)] {
+            reports->isOneWaiting = false;
+            if (!reports->isOver)
+                reports->progress(sizes);
         });
     }
     return true;
+}
+
+std::shared_ptr<ClientOperation::Reports> ClientOperation::takeReports() {
+    const std::lock_guard lock(mutex_);
+    return std::move(reports_);
 }
 
 }  // namespace morvane

@@ -86,6 +86,15 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     }
     void repeatPrivileged();
     void post(std::function<void()> task) const { client_->executor(std::move(task)); }
+    /// What a host has given is destroyed where it is called: the completion's task takes it.
+    struct Reports {
+        decltype(MVOperationOptions::progress) progress = nullptr;
+        /// In the executor.
+        std::atomic<bool> isOneWaiting = false;
+        /// The completion has come.
+        std::atomic<bool> isOver = false;
+    };
+    std::shared_ptr<Reports> takeReports();
 
   private:
     enum class Phase { waiting, sent, ended };
@@ -96,7 +105,7 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     bool report(std::vector<std::shared_ptr<MVFileSizeItem>> sizes);
 
     const std::shared_ptr<MVFileClient::State> client_;
-    const MVOperationOptions options_;
+    MVOperationOptions options_;
     const char* const right_;
     const bool isLong_;
     const std::uint64_t begun_;
@@ -105,9 +114,7 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     bool isCancelled_ = false;
     /// Only set with the repetition with privileges.
     bool isPrivileged_;
-    /// Whether a report waits in the executor.
-    const std::shared_ptr<std::atomic<bool>> reporting_ =
-        std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<Reports> reports_ = std::make_shared<Reports>();
     std::optional<std::stop_callback<std::function<void()>>> stop_;
 };
 
@@ -196,8 +203,9 @@ class ClientOperationFor final : public ClientOperation {
     }
 
     void deliver(Answer answer) {
-        post([completion = std::move(completion_),
+        post([completion = std::move(completion_), reports = takeReports(),
               answer = std::make_shared<Answer>(std::move(answer))] {
+            reports->isOver = true;
             if (completion)
                 completion(std::move(*answer));
         });

@@ -4,34 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "ClientOperation.h"
 #include "EntrySnapshot.h"
+#include "ResolvedUrl.h"
 
 namespace morvane {
 
 namespace {
 
 using Operations = std::shared_ptr<MVFileClient::State>;
-
-/// The same item by a path without symbolic links.
-NSURL withoutLinks(const NSURL& url) {
-    std::error_code error;
-    const auto path = std::filesystem::canonical(url.path(), error);
-    return error ? url : NSURL::fileURLWithPath(path.string());
-}
-
-/// Likewise where a link at the end of the path is the item itself.
-NSURL withoutLinksOnTheWay(const NSURL& url) {
-    const std::filesystem::path path(url.path());
-    if (!path.has_filename())
-        return url;
-    return withoutLinks(NSURL::fileURLWithPath(path.parent_path().string()))
-        .URLByAppendingPathComponent(path.filename().string());
-}
 
 NSURL itemFor(bool privileged, const NSURL& url) {
     return privileged ? withoutLinks(url) : url;
@@ -85,7 +68,7 @@ struct Renaming {
     /// Their places in it.
     std::vector<std::size_t> places;
 
-    /// With what has come of those that were asked for again.
+    /// With what has come of those that were asked for again, which are all that had failed.
     MVFileRenames whole(MVFileRenames part) const {
         if (!first)
             return part;
@@ -96,32 +79,39 @@ struct Renaming {
                 all.codes[places[i]] = part.codes[i];
             }
         }
-        const bool isDone = std::all_of(all.codes.begin(), all.codes.end(),
-                                        [](std::int64_t code) { return code == 0; });
-        if (part.error || isDone)
-            all.error = std::move(part.error);
+        all.error = std::move(part.error);
         return all;
     }
 };
 
-/// Whether some were refused, which are then what is asked for.
+/// Whether some were refused. All that have failed are asked for then, as others may have waited
+/// for the names of these.
 bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
     Renaming again;
-    for (std::size_t i = 0; i != std::min(answer.urls.size(), answer.codes.size()); ++i) {
+    bool isRefused = false;
+    const auto known = std::min({answer.urls.size(), answer.codes.size(), renaming.names.size()});
+    for (std::size_t i = 0; i != known; ++i) {
         const auto& url = answer.urls[i];
-        if (i < renaming.names.size() &&
-            isPermissionError(NSError::errorWithDomain(NSPOSIXErrorDomain, answer.codes[i],
-                                                       {{NSURLErrorKey, url}}))) {
-            again.urls.push_back(url);
-            again.names.push_back(renaming.names[i]);
-            again.places.push_back(i);
-        }
+        if (answer.codes[i] == 0)
+            continue;
+        isRefused |= isPermissionError(
+            NSError::errorWithDomain(NSPOSIXErrorDomain, answer.codes[i], {{NSURLErrorKey, url}}));
+        again.urls.push_back(url);
+        again.names.push_back(renaming.names[i]);
+        again.places.push_back(i);
     }
-    if (again.places.empty())
+    if (!isRefused)
         return false;
     again.first = answer;
     renaming = std::move(again);
     return true;
+}
+
+/// Where the items are, by the way that the host has named them.
+void moveBack(std::vector<NSURL>& now, const std::vector<NSURL>& items,
+              const std::vector<NSURL>& meant) {
+    for (std::size_t i = 0; i != std::min(now.size(), items.size()); ++i)
+        now[i] = movedTo(now[i], folderOf(items[i]), folderOf(meant[i]));
 }
 
 }  // namespace
@@ -199,8 +189,10 @@ void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
         const auto entries = snapshot.entries(url, url);
         return MVAclLosses{list->losses(entries), list->nearest(entries)};
     };
-    const auto tell = [executor = state_->executor, completion](Result<MVAclLosses> losses) {
-        executor([completion, losses = std::move(losses)] {
+    // The task of the executor holds it alone.
+    const auto held = std::make_shared<decltype(completion)>(std::move(completion));
+    const auto tell = [executor = state_->executor, held](Result<MVAclLosses> losses) {
+        executor([completion = std::move(*held), losses = std::move(losses)] {
             if (completion)
                 completion(losses);
         });
@@ -240,9 +232,10 @@ void MVFileClient::rename(std::vector<NSURL> urls, std::vector<std::string> name
     const auto renaming = operation<MVFileRenames>(
         state_, std::move(options), MVRightRenameFiles, false,
         [asked](MVFileRequest& service, bool privileged, auto reply) {
+            const auto items = itemsFor(privileged, asked->urls);
             service.renameUrls(
-                itemsFor(privileged, asked->urls), asked->names,
-                [asked, reply](auto now, auto codes, NSErrorRef error) {
+                items, asked->names, [asked, items, reply](auto now, auto codes, NSErrorRef error) {
+                    moveBack(now, items, asked->urls);
                     reply(asked->whole({std::move(now), std::move(codes), std::move(error)}));
                 });
         },
@@ -271,8 +264,13 @@ void MVFileClient::contents(const NSURL& directory, MVOperationOptions options,
     operation<Result<std::vector<NSURL>>>(
         state_, std::move(options), MVRightGetFileSize, false,
         [directory](MVFileRequest& service, bool privileged, auto reply) {
-            service.getContentsOfDirectory(itemFor(privileged, directory), {},
-                                           asResult<std::vector<NSURL>>(reply));
+            const auto item = itemFor(privileged, directory);
+            service.getContentsOfDirectory(
+                item, {}, [directory, item, reply](std::vector<NSURL> urls, NSErrorRef error) {
+                    for (auto& url : urls)
+                        url = movedTo(url, item, directory);
+                    asResult<std::vector<NSURL>>(reply)(std::move(urls), std::move(error));
+                });
         },
         std::move(completion))
         ->start();

@@ -96,6 +96,8 @@ MORVANE_EXPORT bool isCancellation(const NSErrorRef& error);
 ///     client->readAcl(url, {}, [=](Result<MVFileAcl> acl) {
 ///         if (!acl)
 ///             return show(acl.error());
+///         if (acl->entries.empty())
+///             return;
 ///         acl->entries[0]->setPermissionGroup(MVAclGroupRead);
 ///         client->writeAcl(*acl, {.privilege = MVPrivilege::whenRefused}, [](NSErrorRef error) {
 ///             if (error) show(error);
@@ -133,7 +135,8 @@ class MORVANE_EXPORT MVFileClient final {
     /// Runs a task later, on the thread on which completions are wanted, in the order in which it
     /// is given them. Called on any thread.
     using Executor = std::function<void(std::function<void()> task)>;
-    /// Makes a connector for each connection that is needed.
+    /// Makes a connector for each connection that is needed: on any thread, on several at once. An
+    /// operation for which it throws, or makes none, ends with an error.
     using ConnectorMaker = std::function<std::shared_ptr<MVFileConnector>()>;
     template <class Answer>
     using Completion = std::function<void(Answer)>;

@@ -141,6 +141,39 @@ TEST_F(ClientOperations, AServiceThatCannotBeStartedEndsEachOperationOnce) {
     }
 }
 
+TEST_F(ClientOperations, AHostThatMakesNoConnectorIsTold) {
+    const auto other = MVFileClient::init(loop.executor(), [] { return nullptr; });
+    const auto error = waitFor<Result<MVFileAcl>>([&](auto completion) {
+                           other->readAcl(NSURL::fileURLWithPath("/"), {}, completion);
+                       }).error();
+    EXPECT_EQ(error->localizedDescription(), "the host has made no connector");
+}
+
+/// Notes on which threads it is destroyed.
+struct Held {
+    std::atomic<int>* elsewhere;
+    std::thread::id here = std::this_thread::get_id();
+    explicit Held(std::atomic<int>* count) : elsewhere(count) {}
+    ~Held() { *elsewhere += std::this_thread::get_id() == here ? 0 : 1; }
+};
+
+TEST_F(ClientOperations, WhatTheHostHasGivenIsDestroyedOnItsOwnThread) {
+    std::atomic<int> elsewhere = 0;
+    const auto url = NSURL::fileURLWithPath(makeFile("file").string());
+    const auto held = [&] { return std::make_shared<Held>(&elsewhere); };
+    const auto acl = read(folder / "file");
+    ASSERT_TRUE(acl);
+    int come = 0;
+    for (int i = 0; i != 20; ++i) {
+        client->sizes({url}, {.progress = [a = held()](const auto&) {}},
+                      [&, a = held()](const MVFileSizes&) { ++come; });
+        client->lossesOfAcl(*acl, {}, [&, a = held()](const Result<MVAclLosses>&) { ++come; });
+    }
+    EXPECT_TRUE(loop.runUntil([&] { return come == 40; }));
+    client.reset();
+    EXPECT_EQ(elsewhere, 0);
+}
+
 TEST_F(ClientOperations, WithoutAnExecutorCompletionsComeOnTheMainQueue) {
     const FakeMainLoopInstallation mainLoop;
     std::atomic<int> come = 0;

@@ -111,7 +111,11 @@ TEST_F(ClientWhenRefused, OnlyTheItemsThatWereRefusedAreRenamedByTheHelper) {
                        {"one", "b", "c"}, {.privilege = MVPrivilege::whenRefused}, completion);
     });
     EXPECT_EQ(renames.codes, (std::vector<std::int64_t>{0, 0, ENOENT}));
+    // Of what is left, not of what was refused at first.
     ASSERT_TRUE(renames.error);
+    EXPECT_EQ(renames.error->code(), ENOENT);
+    EXPECT_EQ(std::get<NSURL>(renames.error->userInfo().at(NSURLErrorKey)),
+              NSURL::fileURLWithPath((folder / "open/missing").string()));
     EXPECT_TRUE(std::filesystem::exists(folder / "locked/one"));
     EXPECT_TRUE(std::filesystem::exists(folder / "open/b"));
     EXPECT_EQ(services->prompts, 1);
@@ -129,6 +133,54 @@ TEST_F(ClientWhenRefused, WhatWasRenamedStaysKnownWhereTheRightIsRefused) {
     });
     EXPECT_EQ(refusalOfError(renames.error), MVRefusal::denied);
     EXPECT_EQ(renames.codes, (std::vector<std::int64_t>{EACCES, 0}));
+}
+
+TEST_F(ClientWhenRefused, ItemsThatWaitedForTheNamesOfRefusedOnesAreRenamedWithThem) {
+    const auto sticky = folder / "sticky";
+    std::filesystem::create_directory(sticky);
+    makeFile("sticky/a");
+    makeFile("sticky/b");
+    std::filesystem::permissions(sticky, std::filesystem::perms(01777));
+    ASSERT_EQ(chown((sticky / "a").c_str(), 65534, 65534), 0);
+    const auto renames = waitFor<MVFileRenames>([&](auto completion) {
+        client->rename({NSURL::fileURLWithPath((sticky / "a").string()),
+                        NSURL::fileURLWithPath((sticky / "b").string())},
+                       {"b", "c"}, {.privilege = MVPrivilege::whenRefused}, completion);
+    });
+    EXPECT_EQ(renames.codes, (std::vector<std::int64_t>{0, 0}));
+    EXPECT_FALSE(renames.error);
+    EXPECT_FALSE(std::filesystem::exists(sticky / "a"));
+    EXPECT_TRUE(std::filesystem::exists(sticky / "c"));
+}
+
+TEST_F(ClientPrivilege, WhatTheHelperFindsIsNamedByTheWayThatTheHostHasNamed) {
+    std::filesystem::create_directory(folder / "real");
+    std::filesystem::create_symlink("real", folder / "way");
+    makeFile("real/file");
+    const auto way = NSURL::fileURLWithPath((folder / "way").string());
+    const auto file = way.URLByAppendingPathComponent("file");
+    const auto inside = waitFor<Result<std::vector<NSURL>>>([&](auto completion) {
+        client->contents(way, {.privilege = MVPrivilege::always}, completion);
+    });
+    ASSERT_TRUE(inside) << inside.error()->localizedDescription();
+    EXPECT_EQ(*inside, std::vector{file});
+    const auto renames = waitFor<MVFileRenames>([&](auto completion) {
+        client->rename({file}, {"other"}, {.privilege = MVPrivilege::always}, completion);
+    });
+    EXPECT_FALSE(renames.error);
+    EXPECT_EQ(renames.urls, std::vector{way.URLByAppendingPathComponent("other")});
+}
+
+TEST_F(ClientPrivilege, ARefusedInstallationOfTheHelperIsARefusal) {
+    const auto refusal = [](std::string domain, std::int64_t code) {
+        return refusalOfError(NSError::errorWithDomain(std::move(domain), code));
+    };
+    EXPECT_EQ(refusal(MVErrorDomainLaunchd, kSMErrorLaunchDeniedByUser), MVRefusal::cancelled);
+    EXPECT_EQ(refusal(MVErrorDomainLaunchd, kSMErrorAuthorizationFailure), MVRefusal::denied);
+    EXPECT_EQ(refusal(MVErrorDomainLaunchd, kSMErrorJobNotFound), MVRefusal::none);
+    // Codes of the same number that mean something else.
+    EXPECT_EQ(refusal(NSPOSIXErrorDomain, kSMErrorLaunchDeniedByUser), MVRefusal::none);
+    EXPECT_EQ(refusalOfError(nullptr), MVRefusal::none);
 }
 
 TEST_F(ClientPrivilege, TheCallerDoesNotWaitWhileTheUserIsAskedAndMayCancelMeanwhile) {
