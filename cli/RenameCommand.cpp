@@ -10,7 +10,7 @@
 namespace morvane {
 namespace {
 
-std::string asJson(const std::vector<NSURL>& urls, const RenamesAnswer& answer) {
+std::string asJson(const std::vector<NSURL>& urls, const MVFileRenames& answer) {
     auto array = nlohmann::ordered_json::array();
     for (std::size_t i = 0; i < answer.urls.size(); ++i)
         array.push_back({{"from", urls[i].absoluteString()},

@@ -100,20 +100,20 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
     if (urls.empty())
         return {};
     const auto answer = source(urls);
-    if (answer.error && answer.sizes.empty())
+    if (answer.error && answer.items.empty())
         return {exitCodeOf(*answer.error),
                 {},
                 failureMessage("cannot add up", options.paths.front(), *answer.error)};
-    for (std::size_t i = 0; i < std::min(urls.size(), answer.sizes.size()); ++i)
-        answer.sizes[i]->setUrl(urls[i]);
-    Outcome outcome{ExitSuccess, options.json ? asJson(answer.sizes) : asTable(answer.sizes), {}};
+    for (std::size_t i = 0; i < std::min(urls.size(), answer.items.size()); ++i)
+        answer.items[i]->setUrl(urls[i]);
+    Outcome outcome{ExitSuccess, options.json ? asJson(answer.items) : asTable(answer.items), {}};
     if (!answer.error)
         return outcome;
     if (answer.error->domain() == NSPOSIXErrorDomain && answer.error->code() == ECANCELED)
         return {ExitInterrupted,
                 {},
                 "morvane: " + escaped(answer.error->localizedDescription()) + "\n  " +
-                    sizeText(sumOf(answer.sizes)) + " were added up so far.\n"};
+                    sizeText(sumOf(answer.items)) + " were added up so far.\n"};
     outcome.exitCode = ExitFailure;
     outcome.message = "morvane: " + escaped(answer.error->localizedDescription()) + '\n';
     if (const auto help = advice(*answer.error, Effect::reads); !help.empty())

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/MVFileClient.h>
 #include <MorvaneOperation/MVFileSizeItem.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
@@ -26,14 +27,10 @@ struct SizeOptions {
 
 using SizeList = std::vector<std::shared_ptr<MVFileSizeItem>>;
 
-struct SizesReply {
-    SizeList sizes;
-    NSErrorRef error;
-};
-
-/// Told what is known so far (nothing, if the service merely asks); answers whether to go on.
+/// Called with what is known so far (nothing, if the service merely asks); answers whether to go
+/// on.
 using SizeProgress = std::function<bool(const SizeList& sizes)>;
-using SizeSource = std::function<SizesReply(const std::vector<NSURL>& urls)>;
+using SizeSource = std::function<MVFileSizes(const std::vector<NSURL>& urls)>;
 
 Outcome runSize(const SizeOptions& options, const SizeSource& source);
 

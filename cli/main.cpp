@@ -19,7 +19,7 @@
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
 #include "EditScreen.h"
-#include "FileConnector.h"
+#include "FileServices.h"
 #include "OwnTerminal.h"
 #include "Terminal.h"
 
@@ -79,19 +79,19 @@ class LiveLine {
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-SizesReply sizesWithLiveLine(FileConnector& connector, const std::vector<NSURL>& urls) {
+MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& urls) {
     const LiveLine live;
-    return connector.sizes(urls, [&](const SizeList& sizes) {
+    return services.sizes(urls, [&](const SizeList& sizes) {
         if (!sizes.empty())
             LiveLine::show(progressLine(sizes, live.elapsed()));
         return !interrupted;
     });
 }
 
-NSErrorRef propagateWithLiveLine(FileConnector& connector, const EntryList& entries,
+NSErrorRef propagateWithLiveLine(FileServices& services, const EntryList& entries,
                                  const NSURL& url) {
     const LiveLine live;
-    return connector.propagateAclEntries(entries, url, [&] {
+    return services.propagateAclEntries(entries, url, [&] {
         LiveLine::show(propagationLine(live.elapsed()));
         return !interrupted;
     });
@@ -142,11 +142,10 @@ Outcome run(int argc, char** argv) {
         moveToOwnTerminal();
     const Style style{
         wantsColours(isatty(STDOUT_FILENO) != 0, std::getenv("NO_COLOR"), std::getenv("TERM"))};
-    const auto connector =
-        MVConnector::initWithQueueLabel<FileConnector>("io.github.morvaneoperation.morvane");
+    FileServices services("io.github.morvaneoperation.morvane");
     std::optional<AuthenticationAgent> agent;
     if (common.privileged) {
-        connector->usePrivilegedHelper();
+        services.usePrivilegedHelper();
         if (isatty(STDIN_FILENO) != 0)
             agent.emplace();
     }
@@ -159,27 +158,27 @@ Outcome run(int argc, char** argv) {
             std::vector<NSURL> items;
             for (const auto& url : urls)
                 items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
-            return sizesWithLiveLine(*connector, items);
+            return sizesWithLiveLine(services, items);
         });
     }
     if (const auto* ls = std::get_if<LsOptions>(&line)) {
-        return runLs(*ls, [&](const NSURL& url) { return connector->contents(resolved(url)); });
+        return runLs(*ls, [&](const NSURL& url) { return services.contents(resolved(url)); });
     }
     if (const auto* rename = std::get_if<RenameOptions>(&line)) {
         return runRename(*rename, [&](const auto& urls, const auto& names) {
             std::vector<NSURL> items;
             for (const auto& url : urls)
                 items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
-            return connector->rename(items, names);
+            return services.rename(items, names);
         });
     }
-    const auto entriesOf = [&](const NSURL& url) { return connector->aclEntries(resolved(url)); };
+    const auto entriesOf = [&](const NSURL& url) { return services.aclEntries(resolved(url)); };
     const auto accessOf = [&](const NSURL& url, const NSUUID& who) {
-        return connector->access(resolved(url), who);
+        return services.access(resolved(url), who);
     };
     if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
         return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
-            return propagateWithLiveLine(*connector, entries, resolved(url));
+            return propagateWithLiveLine(services, entries, resolved(url));
         });
     }
     if (const auto* access = std::get_if<AccessOptions>(&line)) {
@@ -189,7 +188,7 @@ Outcome run(int argc, char** argv) {
         return runAclEdit(
             *edit, entriesOf,
             [&](const EntryList& entries, const NSURL& url) {
-                return connector->setAclEntries(entries, resolved(url));
+                return services.setAclEntries(entries, resolved(url));
             },
             common.privileged ? AccessSource(accessOf) : nullptr,
             Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);

@@ -56,24 +56,6 @@ void ClientAuthority::obtain(const char* right, std::uint64_t begun,
     });
 }
 
-NSErrorRef withAdviceAboutHelper(NSErrorRef error) {
-    if (error->domain() != NSCocoaErrorDomain)
-        return error;
-    const std::string look =
-        std::string("'systemctl status ") + MVPrivilegedHelperName + ".service' tells why.";
-    auto userInfo = error->userInfo();
-    if (error->code() == NSXPCConnectionInvalid) {
-        userInfo.try_emplace(NSLocalizedRecoverySuggestionErrorKey,
-                             "Try again; the helper is then looked after. " + look);
-    } else if (error->code() == NSXPCConnectionInterrupted) {
-        userInfo.try_emplace(NSUnderlyingErrorKey,
-                             NSError::errorWithDomain(error->domain(), error->code(),
-                                                      {{NSLocalizedDescriptionKey,
-                                                        "If the helper has failed, " + look}}));
-    }
-    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
-}
-
 MVRefusal refusalOfError(const NSErrorRef& error) {
     const auto is = [&](const std::string& domain, std::int64_t code) {
         return error && error->domain() == domain && error->code() == code;

@@ -43,7 +43,5 @@ class ClientAuthority : public std::enable_shared_from_this<ClientAuthority> {
 
 /// Why there is no connection to the helper although nothing was refused.
 NSErrorRef helperMissing();
-/// `error`, which ended a request to the helper, with where to look for why.
-NSErrorRef withAdviceAboutHelper(NSErrorRef error);
 
 }  // namespace morvane

@@ -154,7 +154,7 @@ void ClientOperation::sendLater(const std::shared_ptr<ClientLane>& lane, bool pr
             if (held)
                 self->send(*held, privileged, lane);
             else
-                self->fail(withAdviceAboutHelper(helperMissing()));
+                self->fail(errorWithAdviceAboutHelper(helperMissing()));
         } catch (const std::exception&) {
             self->failWith(std::current_exception());
         }

@@ -160,7 +160,7 @@ class ClientOperationFor final : public ClientOperation {
               std::shared_ptr<ClientLane> lane) override {
         const auto service = connection.remoteObjectProxyWithErrorHandler<MVFileRequest>(
             [self = self(), privileged, lane](NSErrorRef error) {
-                self->fail(privileged ? withAdviceAboutHelper(std::move(error)) : error);
+                self->fail(privileged ? errorWithAdviceAboutHelper(std::move(error)) : error);
             });
         request_(*service, privileged, [self = self(), privileged, lane](Answer answer) {
             self->answered(std::move(answer), privileged);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVOperationError.h>
+#include <MorvaneOperation/MVServiceNames.h>
 #include <MorvaneOperation/platform/host/FileAccess.h>
 
 #include <cerrno>
@@ -50,6 +51,24 @@ bool isPermissionError(const NSErrorRef& error) {
         return false;
     const int code = FileAccess::current().access(path.c_str(), readAndWrite);
     return code == 0 || code == EACCES;
+}
+
+NSErrorRef errorWithAdviceAboutHelper(NSErrorRef error) {
+    if (error->domain() != NSCocoaErrorDomain)
+        return error;
+    const std::string look =
+        std::string("'systemctl status ") + MVPrivilegedHelperName + ".service' tells why.";
+    auto userInfo = error->userInfo();
+    if (error->code() == NSXPCConnectionInvalid) {
+        userInfo.try_emplace(NSLocalizedRecoverySuggestionErrorKey,
+                             "Try again; the helper is then looked after. " + look);
+    } else if (error->code() == NSXPCConnectionInterrupted) {
+        userInfo.try_emplace(NSUnderlyingErrorKey,
+                             NSError::errorWithDomain(error->domain(), error->code(),
+                                                      {{NSLocalizedDescriptionKey,
+                                                        "If the helper has failed, " + look}}));
+    }
+    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
 }
 
 }  // namespace morvane

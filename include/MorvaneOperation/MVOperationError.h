@@ -7,7 +7,7 @@
 #include <string>
 
 /// \file
-/// Two helpers for the errors that file operations bring back. Any thread.
+/// Helpers for the errors that file operations bring back. Any thread.
 ///
 ///     if (isPermissionError(error))
 ///         askTheHelper();
@@ -25,5 +25,9 @@ MORVANE_EXPORT NSErrorRef errorWithError(const NSErrorRef& error,
 /// that this process may read and write or is refused to (EACCES). No other domain, no other code.
 /// Calls access(2) for EPERM and leaves errno as that sets it.
 MORVANE_EXPORT bool isPermissionError(const NSErrorRef& error);
+
+/// The error that ended a request to the privileged helper, with where to look for the reason if
+/// its connection was interrupted or invalid; any other error as it is. `error` must not be null.
+MORVANE_EXPORT NSErrorRef errorWithAdviceAboutHelper(NSErrorRef error);
 
 }  // namespace morvane

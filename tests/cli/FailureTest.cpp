@@ -55,7 +55,7 @@ TEST(ALostService, MayHavePropagatedAPart) {
 
 TEST(ALostService, MayHaveRenamedAPart) {
     const auto outcome = runRename({.words = {"/x", "y"}}, [](const auto&, const auto&) {
-        return RenamesAnswer{{}, {}, lostService()};
+        return MVFileRenames{{}, {}, lostService()};
     });
     EXPECT_EQ(outcome.exitCode, ExitService);
     EXPECT_TRUE(outcome.message.ends_with(outcomeUnknown)) << outcome.message;

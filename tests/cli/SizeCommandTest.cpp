@@ -25,7 +25,7 @@ std::string inUnits(std::int64_t bytes) {
 
 TEST(ACancelledSum, TellsWhyItEndedAndHowFarItCame) {
     const auto outcome = runSize({.paths = {"/x"}}, [](const std::vector<NSURL>&) {
-        return SizesReply{
+        return MVFileSizes{
             {item(4000, true)},
             NSError::errorWithDomain(
                 NSPOSIXErrorDomain, ECANCELED,

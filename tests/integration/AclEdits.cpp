@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "EditCommand.h"
-#include "FileConnector.h"
+#include "FileServices.h"
 
 namespace {
 
@@ -16,8 +16,8 @@ using Json = nlohmann::json;
 /// What passes between `morvane acl PATH --edit SCRIPT` and the service.
 class RecordedEdit {
   public:
-    RecordedEdit(FileConnector& connector, EditOptions options)
-        : connector_(connector), options_(std::move(options)) {}
+    RecordedEdit(FileServices& services, EditOptions options)
+        : services_(services), options_(std::move(options)) {}
 
     Json run() {
         Json answer;
@@ -34,7 +34,7 @@ class RecordedEdit {
         }
         const auto outcome = edit([&](const EntryList& entries, const NSURL& url) {
             asked_ = entries;
-            return connector_.setAclEntries(entries, url);
+            return services_.setAclEntries(entries, url);
         });
         if (!options_.lossy)
             answer["asked"] = Json::parse(entriesAsJson(asked_));
@@ -48,7 +48,7 @@ class RecordedEdit {
     Outcome edit(const AclSink& sink) {
         read_ = nullptr;
         const AclSource source = [&](const NSURL& url) {
-            auto answer = connector_.aclEntries(url);
+            auto answer = services_.aclEntries(url);
             if (answer && read_.is_null())
                 read_ = Json::parse(entriesAsJson(*answer));
             return answer;
@@ -56,7 +56,7 @@ class RecordedEdit {
         return runAclEdit(options_, source, sink, nullptr, nullptr, Style(false));
     }
 
-    FileConnector& connector_;
+    FileServices& services_;
     EditOptions options_;
     EntryList asked_;
     Json read_;
@@ -68,13 +68,13 @@ class RecordedEdit {
 /// "lossy". The line printed for it has the entries that were "read" and that were "asked" for,
 /// both in the order in which they count, and the "exit" status and the "message" of the command.
 int main() {
-    const auto connector = MVConnector::initWithQueueLabel<FileConnector>("acl-edits");
+    FileServices services("acl-edits");
     for (std::string line; std::getline(std::cin, line);) {
         const auto edit = Json::parse(line);
         EditOptions options;
         options.path = edit.at("path");
         options.script = edit.at("script").get<std::string>();
         options.lossy = edit.at("lossy");
-        std::cout << RecordedEdit(*connector, options).run().dump() << std::endl;
+        std::cout << RecordedEdit(services, options).run().dump() << std::endl;
     }
 }

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#include "FileServices.h"
+
+#include <MorvaneOperation/MVOperationError.h>
+
+#include <cerrno>
+#include <future>
+#include <type_traits>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+/// Obtains the right and a connection to the helper; an error if either cannot be had.
+NSErrorRef connectPrivileged(MVFileConnector& connector, const char* right) {
+    std::promise<NSErrorRef> connected;
+    connector.getAuthConnectionForRight(right,
+                                        [&](NSErrorRef error) { connected.set_value(error); });
+    auto error = connected.get_future().get();
+    if (!error && !connector.authConnection())
+        error = NSError::errorWithDomain(
+            NSPOSIXErrorDomain, EACCES,
+            {{NSLocalizedDescriptionKey,
+              std::string("The rights of this program are not defined on this system, and only "
+                          "root may define them.")},
+             {NSLocalizedRecoverySuggestionErrorKey,
+              std::string("Run '" MORVANE_INSTALLER "' as root; it lets polkit know them from "
+                          "'" MORVANE_POLICY "'.")}});
+    return error;
+}
+
+/// What a reply's values, of which the error is the last, are to whoever waits.
+template <class T>
+struct FromReply {
+    template <class... Values>
+    static T made(Values&&... values) {
+        return T{std::forward<Values>(values)...};
+    }
+};
+template <class T>
+struct FromReply<Result<T>> {
+    static Result<T> made(T value, NSErrorRef error) {
+        if (error)
+            return Failure{std::move(error)};
+        return value;
+    }
+};
+
+/// The answer to one request, which comes on another thread.
+template <class T>
+class Answer {
+  public:
+    /// The reply that puts the values that came into the answer.
+    auto ofReply() const {
+        return [promise = promise_](auto... values) {
+            promise->set_value(FromReply<T>::made(std::move(values)...));
+        };
+    }
+    std::function<void(NSErrorRef)> ofFailure() const {
+        return [promise = promise_](NSErrorRef error) {
+            if constexpr (std::is_constructible_v<T, Failure<NSErrorRef>>) {
+                promise->set_value(Failure{std::move(error)});
+            } else if constexpr (std::is_same_v<T, NSErrorRef>) {
+                promise->set_value(std::move(error));
+            } else {
+                T failed;
+                failed.error = std::move(error);
+                promise->set_value(std::move(failed));
+            }
+        };
+    }
+    T wait() const { return promise_->get_future().get(); }
+
+  private:
+    const std::shared_ptr<std::promise<T>> promise_ = std::make_shared<std::promise<T>>();
+};
+
+}  // namespace
+
+FileServices::FileServices(const char* queueLabel)
+    : connector_(MVConnector::initWithQueueLabel<MVFileConnector>(queueLabel)) {}
+
+std::shared_ptr<MVFileRequest> FileServices::serviceFor(const char* right,
+                                                        std::function<void(NSErrorRef)> fail) {
+    if (privileged_) {
+        if (auto error = connectPrivileged(*connector_, right)) {
+            fail(std::move(error));
+            return nullptr;
+        }
+    }
+    const auto held = privileged_ ? connector_->authConnection() : connector_->connection();
+    return held->remoteObjectProxyWithErrorHandler<MVFileRequest>(
+        [fail = std::move(fail), privileged = privileged_](NSErrorRef error) {
+            fail(privileged ? errorWithAdviceAboutHelper(std::move(error)) : std::move(error));
+        });
+}
+
+// Of the reply and the error handler of a request one runs, once.
+
+Result<EntryList> FileServices::aclEntries(const NSURL& url) {
+    const Answer<Result<EntryList>> answer;
+    if (const auto service = serviceFor(MVRightGetFileAcl, answer.ofFailure()))
+        service->getAclEntriesWithUrl(url, answer.ofReply());
+    return answer.wait();
+}
+
+NSErrorRef FileServices::setAclEntries(const EntryList& entries, const NSURL& url) {
+    const Answer<NSErrorRef> answer;
+    if (const auto service = serviceFor(MVRightSetFileAcl, answer.ofFailure()))
+        service->setAclEntries(entries, url, answer.ofReply());
+    return answer.wait();
+}
+
+Result<PermissionList> FileServices::access(const NSURL& url, const NSUUID& who) {
+    const Answer<Result<PermissionList>> answer;
+    if (const auto service = serviceFor(MVRightGetFileAccess, answer.ofFailure()))
+        service->getAclAccessWithUrl(url, who, answer.ofReply());
+    return answer.wait();
+}
+
+MVFileSizes FileServices::sizes(const std::vector<NSURL>& urls, SizeProgress progress) {
+    connector_->setProgressHandler(std::move(progress));
+    const Answer<MVFileSizes> answer;
+    if (const auto service = serviceFor(MVRightGetFileSize, answer.ofFailure()))
+        service->getSizesWithUrls(urls, answer.ofReply());
+    auto result = answer.wait();
+    connector_->setProgressHandler({});
+    return result;
+}
+
+Result<std::vector<NSURL>> FileServices::contents(const NSURL& directory) {
+    const Answer<Result<std::vector<NSURL>>> answer;
+    if (const auto service = serviceFor(MVRightGetFileSize, answer.ofFailure()))
+        service->getContentsOfDirectory(directory, {}, answer.ofReply());
+    return answer.wait();
+}
+
+MVFileRenames FileServices::rename(const std::vector<NSURL>& urls,
+                                   const std::vector<std::string>& names) {
+    const Answer<MVFileRenames> answer;
+    if (const auto service = serviceFor(MVRightRenameFiles, answer.ofFailure()))
+        service->renameUrls(urls, names, answer.ofReply());
+    return answer.wait();
+}
+
+NSErrorRef FileServices::propagateAclEntries(const EntryList& entries, const NSURL& url,
+                                             std::function<bool()> goesOn) {
+    connector_->setProgressHandler(
+        [goesOn = std::move(goesOn)](const SizeList&) { return goesOn(); });
+    const Answer<NSErrorRef> answer;
+    if (const auto service = serviceFor(MVRightPropagateFileAcl, answer.ofFailure()))
+        service->propagateAclEntries(entries, url, answer.ofReply());
+    auto error = answer.wait();
+    connector_->setProgressHandler({});
+    return error;
+}
+
+}  // namespace morvane
