@@ -101,10 +101,12 @@ int main(int argc, char** argv) {
         setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
         // All clients are one user's here.
         constexpr std::size_t clients = 2048;
-        if (auto socket = morvane::inheritedListener(&error)) {
+        if (auto socket = morvane::inheritedListener()) {
             listener = std::make_shared<morvane::NSXPCListener>(
-                std::move(socket),
+                *std::move(socket),
                 morvane::limits::ClientLimits{.all = clients, .ofOneUser = clients, .kept = 0});
+        } else {
+            error = socket.error();
         }
     } else {
         listener = morvane::NSXPCListener::serviceListener(&error);

@@ -74,10 +74,12 @@ class AclEditing {
           leftCreatorWithout_(item_.leavesCreatorWithout(edit_.shown())),
           before_(shown(edit_.shown())),
           editor_(edit_.shown(), [this](Problem& problem) {
-              const bool folder = item_.isFolder(&kindError_);
-              if (kindError_)
-                  problem = "whether the item is a folder cannot be told";
-              return folder;
+              const auto folder = item_.isFolder();
+              if (folder)
+                  return *folder;
+              kindError_ = folder.error();
+              problem = "whether the item is a folder cannot be told";
+              return false;
           }) {}
 
     Outcome byScript(const std::string& script) {
@@ -162,10 +164,10 @@ class AclEditing {
                 entry = item_.askingToExecute(entry);
         }
         if (options_.dryRun || lossy) {
-            NSErrorRef error;
-            entries = item_.afterWriting(entries, lossy, &error);
-            if (error)
-                return refusal(*countedAsSeen(error, asked, editor_.entries()), options_);
+            auto after = item_.afterWriting(entries, lossy);
+            if (!after)
+                return refusal(*countedAsSeen(after.error(), asked, editor_.entries()), options_);
+            entries = *std::move(after);
             asked = entries;
         }
         if (!lossy && !leftCreatorWithout_ && item_.leavesCreatorWithout(entries))

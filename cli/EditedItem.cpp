@@ -43,7 +43,7 @@ EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
       isFolder_(itemList_ ? itemList_->item().isDirectory : kindToldBy(list)),
       ownership_(ownershipToldBy(list)) {}
 
-bool EditedItem::isFolder(NSErrorRef* error) {
+Result<bool> EditedItem::isFolder() {
     if (isFolder_)
         return *isFolder_;
     std::error_code ignored;
@@ -53,30 +53,28 @@ bool EditedItem::isFolder(NSErrorRef* error) {
     if (!isFolder_ && access_) {
         // Only a folder has a box for what is deleted in it, whoever is asked for.
         const auto answer = access_(url_, uuidOfPosixIdentity(CBEveryone{}));
-        if (answer)
-            isFolder_ = hasBox(*answer, ACL_DELETE_CHILD);
-        else
-            *error = answer.error();
+        if (!answer)
+            return Failure{answer.error()};
+        isFolder_ = hasBox(*answer, ACL_DELETE_CHILD);
     }
     return isFolder_.value_or(false);
 }
 
-EntryList EditedItem::afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error) {
+Result<EntryList> EditedItem::afterWriting(const EntryList& entries, bool lossy) {
     if (itemList_) {
-        *error = itemList_->whyNot(entries, lossy);
-        return *error ? EntryList() : itemList_->nearest(entries);
+        if (auto error = itemList_->whyNot(entries, lossy))
+            return Failure{std::move(error)};
+        return itemList_->nearest(entries);
     }
-    const bool folder = isFolder(error);
-    if (*error)
-        return {};
+    const auto folder = isFolder();
+    if (!folder)
+        return Failure{folder.error()};
     // An allow/deny list holds what its boxes say; whom its entries name, the service knows.
     if (!ownership_)
         return entries;
-    const auto wanted = reduceToPosixAcl(entries, {ownership_->owner, ownership_->group, folder});
-    if (!lossy && !wanted.losses.empty()) {
-        *error = errorOfLosses(wanted.losses, entries, url_);
-        return {};
-    }
+    const auto wanted = reduceToPosixAcl(entries, {ownership_->owner, ownership_->group, *folder});
+    if (!lossy && !wanted.losses.empty())
+        return Failure{errorOfLosses(wanted.losses, entries, url_)};
     return entriesOfPosixAcl(wanted.acl);
 }
 

@@ -3,8 +3,8 @@
 
 #include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/PosixAclEntries.h>
-#include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <optional>
 
@@ -22,8 +22,8 @@ class EditedItem {
     /// more than this program; null if there is none.
     EditedItem(NSURL url, const EntryList& list, AccessSource access);
 
-    /// Whether it is a folder; with `*error` set if that cannot be told.
-    bool isFolder(NSErrorRef* error);
+    /// Whether it is a folder, or why that cannot be determined.
+    Result<bool> isFolder();
 
     /// Whether its list is of the kind that network mounts have.
     bool isAllowDeny() const { return !ownership_; }
@@ -39,9 +39,8 @@ class EditedItem {
     }
 
     /// The entries that the item would have after `entries` were written; with `lossy` the nearest
-    /// ones that grant no more. Empty, with `*error` set, if it cannot hold them or that cannot be
-    /// told.
-    EntryList afterWriting(const EntryList& entries, bool lossy, NSErrorRef* error);
+    /// ones that grant no more. An error if it cannot hold them or that cannot be determined.
+    Result<EntryList> afterWriting(const EntryList& entries, bool lossy);
 
   private:
     NSURL url_;

@@ -214,12 +214,11 @@ class FakeServiceEndpoint final : public ServiceEndpoint {
 
     explicit FakeServiceEndpoint(Accept accept) : accept_(std::move(accept)) {}
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         auto [near, far] = FakeStreamSocket::pair();
         if (accept_(far))
             return near;
-        *error = NSError::errorWithDomain(NSPOSIXErrorDomain, 2);
-        return nullptr;
+        return Failure{NSError::errorWithDomain(NSPOSIXErrorDomain, 2)};
     }
 
   private:

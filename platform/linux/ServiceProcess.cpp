@@ -93,12 +93,11 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
   public:
     explicit PrivateServiceEndpoint(std::string name) : name_(std::move(name)) {}
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         const auto program = libexecFolder() + "/" + name_;
         const auto failed = [&](int code) {
-            *error =
-                systemError(code, "The service's program \"" + program + "\" could not be started");
-            return nullptr;
+            return Failure{systemError(
+                code, "The service's program \"" + program + "\" could not be started")};
         };
         int pair[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
@@ -157,18 +156,14 @@ std::unique_ptr<ServiceEndpoint> privateServiceEndpoint(std::string name) {
     return std::make_unique<PrivateServiceEndpoint>(std::move(name));
 }
 
-std::shared_ptr<StreamSocket> inheritedStream(NSErrorRef* error) {
+Result<std::shared_ptr<StreamSocket>> inheritedStream() {
     const char* const marker = secure_getenv(serviceVariable);
     int type = 0;
     socklen_t size = sizeof type;
     if (!marker || getsockopt(serviceDescriptor, SOL_SOCKET, SO_TYPE, &type, &size) != 0 ||
-        type != SOCK_STREAM) {
-        if (error) {
-            *error = systemError(
-                ENOTCONN, "This program is a service; the application that uses it starts it");
-        }
-        return nullptr;
-    }
+        type != SOCK_STREAM)
+        return Failure{systemError(
+            ENOTCONN, "This program is a service; the application that uses it starts it")};
     unsetenv(serviceVariable);
     fcntl(serviceDescriptor, F_SETFD, FD_CLOEXEC);
     return std::make_shared<LinuxStreamSocket>(FileDescriptor(serviceDescriptor));

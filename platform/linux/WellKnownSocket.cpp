@@ -28,10 +28,10 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
     WellKnownServiceEndpoint(std::string name, bool privileged)
         : privileged_(privileged), path_(folder(privileged) + "/" + name + ".sock") {}
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         const auto failed = [&](int code) {
-            *error = systemError(code, "The service's socket \"" + path_ + "\" cannot be used");
-            return nullptr;
+            return Failure{
+                systemError(code, "The service's socket \"" + path_ + "\" cannot be used")};
         };
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -134,21 +134,16 @@ std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool
     return std::make_unique<WellKnownServiceEndpoint>(std::move(name), privileged);
 }
 
-std::unique_ptr<StreamListener> inheritedListener(NSErrorRef* error) {
+Result<std::unique_ptr<StreamListener>> inheritedListener() {
     const char* const pid = secure_getenv("LISTEN_PID");
     const char* const count = secure_getenv("LISTEN_FDS");
     int listening = 0;
     socklen_t size = sizeof listening;
     if (!pid || !count || std::to_string(getpid()) != pid || std::strcmp(count, "1") != 0 ||
         getsockopt(firstActivated, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) != 0 ||
-        listening == 0) {
-        if (error) {
-            *error = systemError(
-                ENOTCONN,
-                "This program is a service; the service manager starts it with its socket");
-        }
-        return nullptr;
-    }
+        listening == 0)
+        return Failure{systemError(
+            ENOTCONN, "This program is a service; the service manager starts it with its socket")};
     for (const char* variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
         unsetenv(variable);
     fcntl(firstActivated, F_SETFD, FD_CLOEXEC);

@@ -174,15 +174,18 @@ void NSXPCConnection::Core::connect() {
     NSErrorRef reason;
     NSErrorRef notNow = shortageError();
     try {
-        stream = endpoint_->connect(&reason);
-        if (stream) {
+        auto answer = endpoint_->connect();
+        if (answer) {
+            stream = *std::move(answer);
             outbox = std::make_shared<Outbox>(stream);
             reading = reader(stream, outbox);
-        } else if (isShortage(reason)) {
-            notNow = connectionError(
-                NSXPCConnectionInvalid,
-                "The service \"" + name_ + "\" cannot be had now; the request was not sent.",
-                reason);
+        } else {
+            reason = answer.error();
+            if (isShortage(reason))
+                notNow = connectionError(
+                    NSXPCConnectionInvalid,
+                    "The service \"" + name_ + "\" cannot be had now; the request was not sent.",
+                    reason);
         }
     } catch (const std::exception&) {
         reason = shortageError();

@@ -320,17 +320,21 @@ NSXPCListener::NSXPCListener(std::unique_ptr<StreamListener> listener,
 NSXPCListener::~NSXPCListener() = default;
 
 std::shared_ptr<NSXPCListener> NSXPCListener::serviceListener(NSErrorRef* error) {
-    auto socket = inheritedStream(error);
-    if (!socket)
-        return nullptr;
-    return std::make_shared<NSXPCListener>(std::make_unique<Core>(std::move(socket)));
+    auto stream = inheritedStream();
+    if (stream)
+        return std::make_shared<NSXPCListener>(std::make_unique<Core>(*std::move(stream)));
+    if (error)
+        *error = stream.error();
+    return nullptr;
 }
 
 std::shared_ptr<NSXPCListener> NSXPCListener::activatedListener(NSErrorRef* error) {
-    auto listener = inheritedListener(error);
-    if (!listener)
-        return nullptr;
-    return std::make_shared<NSXPCListener>(std::move(listener));
+    auto listener = inheritedListener();
+    if (listener)
+        return std::make_shared<NSXPCListener>(*std::move(listener));
+    if (error)
+        *error = listener.error();
+    return nullptr;
 }
 
 void NSXPCListener::setNewConnectionHandler(NewConnectionHandler handler) {

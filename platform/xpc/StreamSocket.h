@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/Result.h>
 
 #include <chrono>
 #include <cstddef>
@@ -67,8 +67,8 @@ class StreamSocket {
 class ServiceEndpoint {
   public:
     virtual ~ServiceEndpoint();
-    /// Null, with `*error` set, if the service cannot be had.
-    virtual std::shared_ptr<StreamSocket> connect(NSErrorRef* error) = 0;
+    /// A new stream, or why the service cannot be reached.
+    virtual Result<std::shared_ptr<StreamSocket>> connect() = 0;
 };
 
 /// Waits for clients.
@@ -95,10 +95,10 @@ class StreamListener {
 std::unique_ptr<ServiceEndpoint> privateServiceEndpoint(std::string name);
 /// The well-known socket of the service `name`; `privileged`: it and its process must be root's.
 std::unique_ptr<ServiceEndpoint> wellKnownServiceEndpoint(std::string name, bool privileged);
-/// The stream that the application gave this process. Null, with `*error` set, if there is none.
-std::shared_ptr<StreamSocket> inheritedStream(NSErrorRef* error);
-/// The listening socket that the service manager gave this process. Null likewise.
-std::unique_ptr<StreamListener> inheritedListener(NSErrorRef* error);
+/// The stream that the application gave this process, or an error if it gave none.
+Result<std::shared_ptr<StreamSocket>> inheritedStream();
+/// The listening socket that the service manager gave this process, or an error if it gave none.
+Result<std::unique_ptr<StreamListener>> inheritedListener();
 /// How often this process was forked off another since that one first asked.
 unsigned processGeneration();
 

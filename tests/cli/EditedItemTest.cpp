@@ -49,14 +49,13 @@ class AnEditedItem : public testing::Test {
 
     acltest::World world_;
     int asked_ = 0;
-    NSErrorRef error_;
 };
 
 TEST_F(AnEditedItem, IsAFolderIfAnEntryOfItsListAppliesToWhatIsBelow) {
     auto acl = aclOf(true);
     acl.access.users = {{bob, PosixRead}};
     EditedItem item(outOfReach(), entriesOfPosixAcl(acl), service(false));
-    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_TRUE(*item.isFolder());
     EXPECT_EQ(asked_, 0);
 }
 
@@ -64,35 +63,33 @@ TEST_F(AnEditedItem, IsAFileIfAnEntryOfItsListHasAFilesTree) {
     auto acl = aclOf(false);
     acl.access.users = {{bob, PosixRead}};
     EditedItem item(outOfReach(), entriesOfPosixAcl(acl), service(true));
-    EXPECT_FALSE(item.isFolder(&error_));
+    EXPECT_FALSE(*item.isFolder());
     EXPECT_EQ(asked_, 0);
 }
 
 TEST_F(AnEditedItem, InReachIsLookedAtAndNoServiceAsked) {
     EditedItem item(NSURL::fileURLWithPath("/"), entriesOf(true), service(false));
-    EXPECT_TRUE(item.isFolder(&error_));
+    EXPECT_TRUE(*item.isFolder());
     EXPECT_EQ(asked_, 0);
 }
 
 TEST_F(AnEditedItem, OutOfReachIsAFolderIfTheServiceShowsAFoldersBoxes) {
     EditedItem item(outOfReach(), entriesOf(true), service(true));
-    EXPECT_TRUE(item.isFolder(&error_));
-    EXPECT_TRUE(item.isFolder(&error_));
-    EXPECT_EQ(error_, nullptr);
+    EXPECT_TRUE(*item.isFolder());
+    EXPECT_TRUE(*item.isFolder());
     EXPECT_EQ(asked_, 1) << "once is enough";
 }
 
 TEST_F(AnEditedItem, OutOfReachIsAFileIfTheServiceShowsAFilesBoxes) {
     EditedItem item(outOfReach(), entriesOf(false), service(false));
-    EXPECT_FALSE(item.isFolder(&error_));
-    EXPECT_EQ(error_, nullptr);
+    EXPECT_FALSE(*item.isFolder());
 }
 
 TEST_F(AnEditedItem, OutOfReachOfTheServiceHasNoKind) {
     EditedItem item(outOfReach(), entriesOf(true), refusingService());
-    EXPECT_FALSE(item.isFolder(&error_));
-    ASSERT_NE(error_, nullptr);
-    EXPECT_EQ(error_->code(), EACCES);
+    const auto folder = item.isFolder();
+    ASSERT_FALSE(folder);
+    EXPECT_EQ(folder.error()->code(), EACCES);
 }
 
 }  // namespace

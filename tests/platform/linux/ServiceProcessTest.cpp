@@ -31,10 +31,7 @@ class ServiceProcessEnd : public testing::Test {
     std::shared_ptr<StreamSocket> start(const std::string& script) {
         std::ofstream(folder / "service") << "#!/bin/sh\n" << script << "\n";
         std::filesystem::permissions(folder / "service", std::filesystem::perms::owner_all);
-        NSErrorRef error;
-        auto stream = privateServiceEndpoint("service")->connect(&error);
-        EXPECT_TRUE(stream);
-        return stream;
+        return *privateServiceEndpoint("service")->connect();
     }
 
     std::filesystem::path folder;

@@ -74,29 +74,27 @@ class WellKnownSocketTest : public testing::Test {
         return FileDescriptor(accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
     }
 
-    std::shared_ptr<StreamSocket> connect(bool privileged) {
-        error = nullptr;
-        return wellKnownServiceEndpoint(name, privileged)->connect(&error);
+    Result<std::shared_ptr<StreamSocket>> connect(bool privileged) const {
+        return wellKnownServiceEndpoint(name, privileged)->connect();
     }
-    void expectRefused(bool privileged, int code) {
-        EXPECT_FALSE(connect(privileged));
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
-        EXPECT_EQ(error->code(), code);
+    void expectRefused(bool privileged, int code) const {
+        const auto stream = connect(privileged);
+        ASSERT_FALSE(stream);
+        EXPECT_EQ(stream.error()->domain(), NSPOSIXErrorDomain);
+        EXPECT_EQ(stream.error()->code(), code);
     }
 
     const std::string name = "morvane-test-" + std::to_string(getpid());
     const std::filesystem::path privilegedPath = "/run/" + name + ".sock";
     std::filesystem::path folder;
-    NSErrorRef error;
 };
 
 TEST_F(WellKnownSocketTest, RootsServiceOnRootsSocketIsPrivileged) {
     const auto listening = listenAt(privilegedPath);
     const auto stream = connect(true);
     ASSERT_TRUE(stream);
-    EXPECT_EQ(stream->peer()->userIdentifier, 0);
-    EXPECT_EQ(stream->peer()->processIdentifier, getpid());
+    EXPECT_EQ((*stream)->peer()->userIdentifier, 0);
+    EXPECT_EQ((*stream)->peer()->processIdentifier, getpid());
     EXPECT_TRUE(accept(listening));
 }
 
@@ -136,15 +134,15 @@ TEST_F(WellKnownSocketTest, AnOrdinaryServiceMayBeAnyUsers) {
     ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
     const auto stream = connect(false);
     ASSERT_TRUE(stream);
-    EXPECT_EQ(stream->peer()->userIdentifier, std::int64_t{nobody});
+    EXPECT_EQ((*stream)->peer()->userIdentifier, std::int64_t{nobody});
 }
 
 TEST_F(WellKnownSocketTest, ANameThatIsTooLongIsRefusedAndNamed) {
     const std::string longName(200, 'x');
-    EXPECT_FALSE(wellKnownServiceEndpoint(longName, false)->connect(&error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), ENAMETOOLONG);
-    EXPECT_NE(error->localizedDescription().find(longName), std::string::npos);
+    const auto stream = wellKnownServiceEndpoint(longName, false)->connect();
+    ASSERT_FALSE(stream);
+    EXPECT_EQ(stream.error()->code(), ENAMETOOLONG);
+    EXPECT_NE(stream.error()->localizedDescription().find(longName), std::string::npos);
 }
 
 TEST_F(WellKnownSocketTest, AListenerThatAcceptsNobodyIsNotWaitedForLongerThanTheLimit) {

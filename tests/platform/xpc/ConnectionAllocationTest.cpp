@@ -23,12 +23,10 @@ namespace {
 /// Real streams to a service in this process.
 class ServiceHere final : public ServiceEndpoint {
   public:
-    std::shared_ptr<StreamSocket> connect(NSErrorRef* error) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         int pair[2] = {-1, -1};
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
-            *error = systemError(errno, "no stream");
-            return nullptr;
-        }
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
+            return Failure{systemError(errno, "no stream")};
         FileDescriptor far(pair[0]);
         FileDescriptor near(pair[1]);
         auto connection = std::make_shared<NSXPCConnection>(std::make_shared<NSXPCConnection::Core>(

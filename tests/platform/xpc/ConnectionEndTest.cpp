@@ -33,7 +33,7 @@ class SilentEndpoint final : public ServiceEndpoint {
     /// The other end of the last one.
     FileDescriptor peer;
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         int pair[2] = {-1, -1};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
         peer = FileDescriptor(pair[1]);
@@ -132,7 +132,7 @@ class DumbStream final : public FakeStreamSocket {
 
 class DumbEndpoint final : public ServiceEndpoint {
   public:
-    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         return std::make_shared<DumbStream>(std::make_shared<FakeStreamSocket::Pipe>(),
                                             std::make_shared<FakeStreamSocket::Pipe>());
     }

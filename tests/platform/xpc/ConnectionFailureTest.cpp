@@ -280,7 +280,7 @@ class EndpointInvalidatedWhileItConnects final : public ServiceEndpoint {
   public:
     std::weak_ptr<NSXPCConnection> connection;
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         connection.lock()->invalidate();
         return std::make_shared<StreamReadAtOnce>(std::make_shared<FakeStreamSocket::Pipe>(),
                                                   std::make_shared<FakeStreamSocket::Pipe>());

@@ -28,7 +28,7 @@ class GatedEndpoint final : public ServiceEndpoint {
     std::function<void()> beforeReading;
     std::function<void(const std::shared_ptr<FakeStreamSocket>&)> accept;
 
-    std::shared_ptr<StreamSocket> connect(NSErrorRef*) override {
+    Result<std::shared_ptr<StreamSocket>> connect() override {
         const auto there = std::make_shared<FakeStreamSocket::Pipe>();
         const auto back = std::make_shared<FakeStreamSocket::Pipe>();
         const auto near = std::make_shared<GatedStream>(back, there);
