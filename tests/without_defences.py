@@ -372,7 +372,7 @@ DEFENCES = (
             privileged("Rights.test_polkit_killed_before_the_helper_asks_it_ends_the_request")),
     Defence("A yes together with a question to the user is no yes.",
             "platform/linux/PolicyAuthority.cpp",
-            "if (isAuthorized != 0 && isChallenge != 0)\n        return -EBADMSG;  // yes and no\n",
+            "if (isAuthorized != 0 && isChallenge != 0)\n        return -EBADMSG;  // The answer says yes and no at once.\n",
             "",
             ("policy Answers.test_nothing_else_grants",)),
     Defence("Polkit's answer is not waited for without end.",

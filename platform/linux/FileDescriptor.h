@@ -7,8 +7,8 @@
 
 namespace morvane {
 
-/// An open descriptor, closed with its owner. Moves, does not copy. Whoever opens one makes it
-/// close-on-exec from birth.
+/// An open descriptor, which is closed when its owner is destroyed. It can be moved but not copied.
+/// Whoever opens one makes it close-on-exec in the same call.
 class FileDescriptor {
   public:
     FileDescriptor() = default;
@@ -24,7 +24,7 @@ class FileDescriptor {
     }
 
     int get() const { return fd_; }
-    /// Gives the descriptor away, still open.
+    /// Returns the descriptor, which stays open and is the caller's from now on.
     int release() { return std::exchange(fd_, -1); }
     explicit operator bool() const { return fd_ >= 0; }
 

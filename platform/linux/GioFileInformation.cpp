@@ -37,7 +37,7 @@ class GioFileInformation final : public FileInformation {
         if (const char* const name = g_file_info_get_display_name(info.get()))
             values.localizedName = name;
         values.effectiveIcon = imageOf(g_file_info_get_icon(info.get()));
-        // GIO answers for what it may not look at as well, with a type of its own.
+        // For an item that may not be read, GIO answers as well, with the type "unknown".
         const auto type = g_file_info_get_file_type(info.get());
         if (type != G_FILE_TYPE_UNKNOWN)
             values.isDirectory = type == G_FILE_TYPE_DIRECTORY;

@@ -8,7 +8,8 @@
 namespace morvane {
 namespace {
 
-/// A grant that the policy service has surely let go, its own time being five minutes.
+/// After this time the policy service has certainly forgotten a grant, which it keeps for five
+/// minutes.
 constexpr std::chrono::minutes forgottenAfter{10};
 
 }  // namespace
@@ -38,7 +39,8 @@ bool GrantAges::isExpired(const PolicyGrant& grant, Time now) {
 bool GrantAges::store() const {
     if (file_.empty())
         return true;
-    // Whole, or not at all: a file that is cut short would make old grants young.
+    // The file is written completely or not at all: with a truncated one, old grants would count as
+    // new.
     const std::string unfinished = file_ + ".new";
     std::ofstream lines(unfinished, std::ios::trunc);
     for (const auto& [grant, since] : firstSeen_)

@@ -28,7 +28,7 @@ std::string installer() {
     return packageProgramFolder() + "/morvane-install-helper";
 }
 
-/// Whether somebody of root's listens at root's socket. One who does may start the helper for it.
+/// Whether a process of root listens at root's socket. The connection may start the helper.
 bool isListening(const std::string& label) {
     const auto path = "/run/" + label + ".sock";
     struct stat status {};
@@ -38,13 +38,13 @@ bool isListening(const std::string& label) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    // With a full backlog somebody listens, too.
+    // If the backlog is full, somebody listens as well.
     const auto* const to = reinterpret_cast<const sockaddr*>(&address);
     return connect(socket.get(), to, sizeof address) == 0 || errno == EAGAIN;
 }
 
-/// Whether the installer has begun and its last step was not done: the service manager may not know
-/// yet what lies in the files. It knows them all once the machine has started anew.
+/// Whether an installation was begun and not finished: the service manager may not have read the
+/// new files yet. After a restart of the machine it has read them all.
 bool isInstallationBegun(const std::string& label) {
     return access(("/run/" + label + ".installing").c_str(), F_OK) == 0;
 }
@@ -56,10 +56,10 @@ std::optional<std::string> contents(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-/// Whether the installer has left the package's file there; what an administrator has made of it
-/// since is their word. Where the package has none, as beside a program that was not installed,
-/// there is nothing that could be newer; nor where it is read in its own folder, as what a
-/// distribution's package has installed.
+/// Whether the installed file is the one of the package. A file that an administrator has edited
+/// since counts as installed. It also counts if the package has no such file, as for a program that
+/// was not installed, and if the file is used in the package's own folder, as with a distribution's
+/// package: then none can be newer.
 bool isUpToDate(const std::string& ofPackage, const std::string& folder, const std::string& left) {
     const auto wanted = contents(ofPackage);
     const auto slash = ofPackage.rfind('/');
@@ -93,14 +93,14 @@ std::optional<std::int64_t> codeOfInstaller(int status) {
         case notAuthorized:
             return kSMErrorAuthorizationFailure;
         default:
-            // The installer's own codes are those of this table.
+            // The installer exits with the codes of this table.
             return code >= kSMErrorInternalFailure && code <= kSMErrorAlreadyRegistered
                        ? code
                        : static_cast<int>(kSMErrorInternalFailure);
     }
 }
 
-/// Empty on success.
+/// Returns nothing on success.
 std::optional<std::int64_t> runElevated(const std::string& label) {
     const auto program = installer();
     const std::array<const char*, 4> arguments{elevation, "--disable-internal-agent",
@@ -114,7 +114,8 @@ std::optional<std::int64_t> runElevated(const std::string& label) {
     while (waitpid(child, &status, 0) < 0) {
         if (errno == EINTR)
             continue;
-        // It has ended, but its status went to an application that reaps, or ignores, its children.
+        // The installer has ended, but the application reaps or ignores its children and so has
+        // taken the status.
         return isHelperInstalled(label) ? std::nullopt
                                         : std::optional<std::int64_t>(kSMErrorInternalFailure);
     }

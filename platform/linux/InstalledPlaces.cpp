@@ -15,7 +15,8 @@ struct Places {
     std::string data;
 };
 
-/// The folder of the library, or of the program that has it built in. Empty if that is unknown.
+/// Returns the folder of the library, or of the program that has it built in; empty if it is
+/// unknown.
 std::filesystem::path folderOfThisCode() {
     static const char anchor = 0;
     Dl_info info{};
@@ -24,7 +25,7 @@ std::filesystem::path folderOfThisCode() {
         return {};
     const char* const name = static_cast<const link_map*>(map)->l_name;
     std::error_code error;
-    // The program itself has no name there.
+    // For the program itself the name is empty.
     const auto file = std::filesystem::canonical(name && *name ? name : "/proc/self/exe", error);
     return error ? std::filesystem::path() : file.parent_path();
 }
@@ -34,7 +35,7 @@ Places findPlaces() {
         const char* programs;
         const char* data;
     };
-    // From the folder of libraries and from that of programs.
+    // These lead there from the folder of libraries and from that of programs.
     constexpr std::array distances{Distance{MORVANE_LIBEXEC_FROM_LIB, MORVANE_DATA_FROM_LIB},
                                    Distance{MORVANE_LIBEXEC_FROM_BIN, MORVANE_DATA_FROM_BIN}};
     if (const auto here = folderOfThisCode(); !here.empty()) {

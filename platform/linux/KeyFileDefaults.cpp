@@ -19,10 +19,10 @@
 namespace morvane {
 namespace {
 
-/// Settings are a few lines; what is larger is not ours.
+/// Settings take a few lines; a file that is larger than this is not one of ours.
 constexpr std::size_t largestFile = 1 << 20;
 
-/// 0 or the error number. A file that does not exist reads as empty.
+/// Returns 0 or an errno value. A file that does not exist is read as an empty one.
 int readFile(const std::string& path, std::string& text) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file)
@@ -59,7 +59,8 @@ int writeAll(int descriptor, std::string_view text) {
     return 0;
 }
 
-/// 0 or the error number. Readers see the former file or the new one, also after a crash.
+/// Returns 0 or an errno value. Readers see either the former file or the new one, even after a
+/// crash.
 int replaceFile(const std::string& path, std::string_view text) {
     struct stat former;
     const bool existed = ::stat(path.c_str(), &former) == 0;
@@ -79,10 +80,10 @@ int replaceFile(const std::string& path, std::string_view text) {
     return error;
 }
 
-/// The path and, where it is a symbolic link, what that leads to in turn. A person may keep the
-/// file elsewhere and link to it, also before the file is there.
+/// Returns the path and, if it is a symbolic link, each path to which it leads in turn. A person
+/// may keep the file elsewhere and link to it, even before the file exists.
 std::vector<std::string> placesOf(const std::string& path) {
-    constexpr std::size_t mostLinks = 40;  // as many as the kernel follows
+    constexpr std::size_t mostLinks = 40;  // The kernel follows as many.
     std::vector<std::string> places{path};
     while (places.size() <= mostLinks) {
         std::error_code noLink;
@@ -94,9 +95,9 @@ std::vector<std::string> placesOf(const std::string& path) {
     return places;
 }
 
-/// Keeps other saves of the files in a folder out, of this process and of others, while it lives.
-/// The folder itself is locked: a lock on the file would be lost as the file is replaced. Where the
-/// file system has no locks, a save goes on without.
+/// While this object exists, no other save of files in the folder can run, in this process or
+/// another. It locks the folder, as a lock on the file would be lost when the file is replaced. On
+/// a file system without locks, a save goes on without one.
 class FolderLock {
   public:
     explicit FolderLock(const std::string& folder)
@@ -134,7 +135,7 @@ struct KeyFileDefaults::Watch {
     }
 
     void quit() {
-        // Queued, not called: the loop may not have begun yet.
+        // The task is queued, not called, as the loop may not have begun yet.
         GSource* const source = g_idle_source_new();
         g_source_set_callback(
             source,
@@ -149,7 +150,8 @@ struct KeyFileDefaults::Watch {
     }
 
     static void onEvent(GFileMonitor*, GFile*, GFile*, GFileMonitorEvent event, gpointer self) {
-        // A write in place counts when it is done, so that a half-written file is not read.
+        // A write in place counts when the writer closes the file, so that a half-written one is
+        // not read.
         if (event != G_FILE_MONITOR_EVENT_CHANGED &&
             event != G_FILE_MONITOR_EVENT_ATTRIBUTE_CHANGED &&
             event != G_FILE_MONITOR_EVENT_CREATED)
@@ -157,9 +159,11 @@ struct KeyFileDefaults::Watch {
     }
 
     void watchPlaces() {
-        // Again after the watch began: a link may have been pointed elsewhere before.
+        // The paths are looked up again after the watch began: a link may have been changed in
+        // between.
         for (auto now = placesOf(path); now != places; now = placesOf(path)) {
-            // The new ones begin before the old ones end: what both watch is never unwatched.
+            // The new watches begin before the old ones end, so that no path is unwatched in
+            // between.
             const auto former = std::exchange(monitors, {});
             places = std::move(now);
             for (const auto& place : places)
@@ -188,7 +192,7 @@ struct KeyFileDefaults::Watch {
 
     void update() {
         watchPlaces();
-        changed();  // after: what happened before the watch began counts as well
+        changed();  // This call comes last, as changes from before the watch began count as well.
     }
 
     void run() {
@@ -227,7 +231,7 @@ void KeyFileDefaults::watch(std::function<void()> changed) {
     auto watch = std::make_unique<Watch>();
     watch->path = path_;
     watch->changed = std::move(changed);
-    // The host's signals are not for this thread.
+    // This thread must not receive the host's signals.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -236,7 +240,7 @@ void KeyFileDefaults::watch(std::function<void()> changed) {
         watch->thread = std::thread([started = watch.get()] { started->run(); });
         watch_ = std::move(watch);
     } catch (const std::system_error&) {
-        // No thread is to be had: edits by hand show in the next process.
+        // Without a thread, edits by hand take effect in the next process.
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

@@ -11,8 +11,8 @@
 /// A save replaces the file atomically and keeps what it does not understand; a file that cannot be
 /// read is never overwritten. Saves of several processes wait for one another, so that none is
 /// lost. Where the path is a symbolic link, the file that it leads to is replaced and watched as
-/// well. Changes are watched on a thread of the store's own; where none is to be had, they are
-/// not told of.
+/// well. Changes are watched on a thread of the store's own; if no thread can be started, they are
+/// not reported.
 namespace morvane {
 
 class KeyFileDefaults final : public DefaultsStore {

@@ -18,13 +18,13 @@ std::string_view trimmed(std::string_view text) {
 
 struct Line {
     std::size_t begin;
-    std::size_t end;  // before the line's end
+    std::size_t end;  // This is before the end of the line.
     std::string_view key;
     std::string_view value;
 };
 
-/// Calls `visit` for each key of the group; returns where a line can be put in at the group's end,
-/// if the text has the group.
+/// Calls `visit` for each key of the group; returns where a line can be inserted at the end of the
+/// group, if the text has the group.
 std::optional<std::size_t> forEachKey(std::string_view text,
                                       const std::function<void(const Line&)>& visit) {
     std::optional<std::size_t> place;

@@ -9,7 +9,7 @@
 namespace morvane {
 
 void willBeWritten(void* memory, std::size_t size) noexcept {
-    // Smaller memory than a few large pages is mostly memory that was used before.
+    // An area smaller than a few large pages is mostly memory that was used before.
     constexpr std::size_t least = std::size_t{8} << 20;
     if (size < least)
         return;

@@ -17,7 +17,7 @@
 namespace morvane {
 namespace {
 
-/// Bytes; the system may allow less.
+/// The size of the send buffer in bytes; the system may allow less.
 constexpr int largeRoom = 1 << 20;
 constexpr int sendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
 
@@ -85,11 +85,11 @@ std::function<void(bool)> LinuxStreamSocket::onceReady(std::function<void()> tas
     };
 }
 
-/// -1 with `errno` set on failure, 0 at the end.
+/// Returns -1 with `errno` set on failure, and 0 at the end of the stream.
 ssize_t LinuxStreamSocket::receiveOnce(std::span<std::uint8_t> into, int flags) const {
     iovec vector{into.data(), into.size()};
-    // No room for ancillary data: the kernel closes descriptors that the peer has sent, and says
-    // so.
+    // There is no room for ancillary data, so the kernel closes descriptors that the peer has sent
+    // and reports that it did.
     msghdr message{};
     message.msg_iov = &vector;
     message.msg_iovlen = 1;
@@ -147,7 +147,8 @@ std::optional<std::size_t> LinuxStreamSocket::send(std::span<const Bytes> pieces
         if (errno == EAGAIN) {
             if (std::exchange(hasMoreRoom_, true))
                 return 0;
-            // A large message: with more room its reader and this side take fewer turns.
+            // With a larger buffer, a large message takes fewer switches between its reader and
+            // this side.
             setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &largeRoom, sizeof largeRoom);
         } else if (errno != EINTR) {
             return std::nullopt;

@@ -16,7 +16,7 @@ namespace morvane {
 class LinuxStreamSocket : public StreamSocket,
                           public std::enable_shared_from_this<LinuxStreamSocket> {
   public:
-    /// `peer`, of a service's: the process that has connected.
+    /// A service passes the process that has connected as `peer`.
     explicit LinuxStreamSocket(FileDescriptor socket, PeerProcess peer = {});
 
     void whenReadable(std::function<void()> reading) override;
@@ -35,18 +35,19 @@ class LinuxStreamSocket : public StreamSocket,
     ssize_t sendSeveral(std::span<const Bytes> pieces) const;
     ssize_t receiveOnce(std::span<std::uint8_t> into, int flags) const;
     bool waitForBytes(const Deadline& deadline) const;
-    /// What there is to do once the socket is ready, in a way that a descriptor's worker may run.
+    /// Wraps what is to be done once the socket is ready as a task that a descriptor's worker can
+    /// run.
     std::function<void(bool alone)> onceReady(std::function<void()> task);
 
     const FileDescriptor socket_;
     const PeerProcess peerProcess_;
-    /// How long a call that receives waits, once that was set.
+    /// How long a call that receives waits; 0 until that was set.
     std::chrono::milliseconds receiveTime_{0};
-    /// Once a message was too large for the room that sockets start with.
+    /// Set once a message was too large for the buffer that sockets begin with.
     bool hasMoreRoom_ = false;
 };
 
-/// A POSIX error with a sentence that says what could not be done.
+/// Returns a POSIX error with a sentence that says what could not be done.
 NSErrorRef systemError(int code, const std::string& what);
 
 }  // namespace morvane

@@ -14,11 +14,11 @@ namespace {
 
 using Record = UserDatabase::Record;
 
-/// A record that does not fit into this is not looked at: a group of that many members is not ours
-/// to hold in memory.
+/// A record that does not fit into so many bytes is ignored: a group with that many members should
+/// not be held in memory.
 constexpr std::size_t maxRecordSize = std::size_t{16} << 20;
 
-/// More than the kernel gives a process.
+/// The kernel gives no process more groups than this.
 constexpr std::size_t maxGroups = std::size_t{1} << 17;
 
 /// Calls one of the get...._r functions with a buffer that grows until the record fits.
@@ -98,7 +98,8 @@ class NameServiceDatabase final : public UserDatabase {
         std::vector<gid_t> groups(64);
         auto count = static_cast<int>(groups.size());
         while (getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count) < 0) {
-            // The number needed is told; the database may have grown meanwhile.
+            // The call has returned the number that it needs; the database may have grown
+            // meanwhile.
             groups.resize(std::max(groups.size() * 2, static_cast<std::size_t>(count)));
             if (groups.size() > maxGroups)
                 break;
@@ -132,7 +133,7 @@ class NameServiceDatabase final : public UserDatabase {
         return Record{entry->gr_gid, entry->gr_name};
     }
 
-    /// The enumeration has one place in the whole process.
+    /// There is one enumeration in the whole process.
     std::mutex enumeration_;
 };
 

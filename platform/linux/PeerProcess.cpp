@@ -18,7 +18,7 @@
 namespace morvane {
 namespace {
 
-/// SO_PEERPIDFD, which the headers lack.
+/// The value of SO_PEERPIDFD, which the C library's headers lack.
 constexpr int peerPidfdOption = 77;
 
 bool isAlive(const FileDescriptor& process) {
@@ -26,9 +26,9 @@ bool isAlive(const FileDescriptor& process) {
     return ::poll(&poll, 1, 0) == 0;
 }
 
-/// As whom the process acts whose status file this is; -1 if it has gone.
+/// Returns the effective user id of the process with this status file; -1 if the process has ended.
 std::int64_t userByStatus(const FileDescriptor& status) {
-    // Far more than what stands before it.
+    // The lines up to the wanted one are far shorter than this.
     std::array<char, 1024> text{};
     const auto count = pread(status.get(), text.data(), text.size() - 1, 0);
     const char* const line = count > 0 ? std::strstr(text.data(), "\nUid:") : nullptr;
@@ -45,7 +45,8 @@ bool isShortage(int code) {
 std::uint64_t startTimeOfProcess(std::int64_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat", std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(file)), {});
-    // The second field is the program's name in brackets, which may hold blanks and brackets.
+    // The second field is the program's name in brackets, which may itself contain blanks and
+    // brackets.
     auto at = text.rfind(')');
     constexpr int fieldsBetween = 20;
     for (int i = 0; i != fieldsBetween && at != text.npos; ++i)
@@ -82,7 +83,8 @@ void PeerProcess::hold(const FileDescriptor& socket, const PeerCredentials& peer
         return;
     const auto startTime = startTimeOfProcess(peer.processIdentifier);
     const int code = errno;
-    // Alive after its time was read: the time is not that of another process with the same number.
+    // The process is alive after its time was read, so the time is not that of another process with
+    // the same id.
     startTime_ = startTime;
     startTime_ = this->startTime(peer);
     errno = code;

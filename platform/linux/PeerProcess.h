@@ -9,33 +9,34 @@
 
 namespace morvane {
 
-/// When a process has started, in the kernel's own units; 0 if there is none.
+/// When a process started, in the kernel's own units; 0 if there is no such process.
 std::uint64_t startTimeOfProcess(std::int64_t pid);
 
-/// The process that has connected a socket, so that no other is taken for it.
+/// The process that has connected a socket, held so that no other process can be taken for it.
 ///
-/// A process id may be given away again. So the process itself is held, from the moment when this
-/// object was made: the one that a kernel from 6.5 on hands out (SO_PEERPIDFD), or, of an older
-/// kernel, the one that has the number then, which is to be at once after the connection. While
-/// that one is alive nobody else has its number. Any thread.
+/// The kernel may give a process id to another process later. So this object holds the process
+/// itself from the moment when it is made: the one that a kernel from 6.5 on reports (SO_PEERPIDFD)
+/// or, on an older kernel, the one that has the id at that moment, which should be right after the
+/// connection. While that process is alive, no other one has its id. The object may be used on any
+/// thread.
 class PeerProcess {
   public:
-    /// Of a socket whose peer is not asked about.
+    /// Holds nothing, for a socket whose peer does not matter.
     PeerProcess() = default;
-    /// Needs two descriptors, or three on an older kernel, and keeps all but one.
+    /// It needs two descriptors, or three on an older kernel, and keeps all but one.
     explicit PeerProcess(const FileDescriptor& socket);
 
-    /// Whether that failed for want of descriptors or memory.
+    /// Whether the process could not be held because descriptors or memory ran out.
     bool isMissed() const { return isMissed_; }
-    /// When the process started, in the kernel's own units; 0 unless it is alive and for sure the
-    /// one that has connected. Needs no descriptor.
+    /// When the process started, in the kernel's own units; 0 unless it is alive and certainly the
+    /// one that has connected. This needs no descriptor.
     std::uint64_t startTime(const PeerCredentials& peer) const;
 
   private:
     void hold(const FileDescriptor& socket, const PeerCredentials& peer);
 
     FileDescriptor process_;
-    /// Of an older kernel: what the system tells of the process.
+    /// On an older kernel, what the system reports about the process.
     FileDescriptor status_;
     std::uint64_t startTime_ = 0;
     bool isMissed_ = false;

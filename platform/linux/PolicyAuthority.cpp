@@ -16,9 +16,9 @@ namespace morvane {
 namespace {
 
 constexpr std::uint32_t allowUserInteraction = 1;
-/// polkit may stop for fifteen seconds and then answer rightly.
+/// polkit may pause for fifteen seconds and then still answer correctly.
 constexpr std::chrono::seconds answerTime{60};
-/// A person takes as long as a person takes.
+/// A question to a person has no time limit.
 constexpr auto withoutLimit = std::nullopt;
 
 /// Writes a question about a "unix-process". The user is signed, as polkit declares it.
@@ -31,7 +31,7 @@ int writeQuestion(sd_bus_message* message, const ProcessIdentity& process,
                                  0, mayAsk ? allowUserInteraction : 0, "");
 }
 
-/// Negative if the answer is not a check's.
+/// Returns a negative number if the message is not the answer to a check.
 int readAnswer(sd_bus_message* message, PolicyAnswer& answer) {
     constexpr const char* contents = "bba{ss}";
     if (!sd_bus_message_has_signature(message, "(bba{ss})"))
@@ -60,7 +60,7 @@ int readAnswer(sd_bus_message* message, PolicyAnswer& answer) {
     const char* const sender = sd_bus_message_get_sender(message);
     answer.grant.authority = sender ? sender : "";
     if (isAuthorized != 0 && isChallenge != 0)
-        return -EBADMSG;  // yes and no
+        return -EBADMSG;  // The answer says yes and no at once.
     if (isAuthorized != 0) {
         answer.verdict = PolicyVerdict::yes;
     } else if (isDismissed) {
@@ -71,7 +71,8 @@ int readAnswer(sd_bus_message* message, PolicyAnswer& answer) {
     return 0;
 }
 
-/// Whether the list of all actions has `action`; negative if it is none.
+/// Returns whether the list of all actions contains `action`; a negative number if the message is
+/// no such list.
 int findAction(sd_bus_message* message, const std::string& action) {
     if (!sd_bus_message_has_signature(message, "a(ssssssuuua{ss})"))
         return -EBADMSG;
@@ -90,14 +91,15 @@ int findAction(sd_bus_message* message, const std::string& action) {
     return result;
 }
 
-/// In the folder that the service manager keeps for a service while the system runs; empty outside
-/// of one.
+/// Returns the path in the folder that the service manager keeps for a service while the system
+/// runs; empty in a process that is no service.
 std::string fileOfGrants() {
     const char* const folder = std::getenv("RUNTIME_DIRECTORY");
     return folder ? std::string(folder) + "/grants" : std::string();
 }
 
-/// What this process knows as a service; a worker may still ask while static objects end.
+/// The ages that this process knows as a service. They are never destroyed, as a worker may still
+/// ask while static objects are.
 GrantAges& agesOfGrants() {
     static auto* const ages = new GrantAges(fileOfGrants());
     return *ages;
@@ -114,7 +116,7 @@ PolicyAnswer checkAuthorization(const ProcessIdentity& process, const std::strin
                                 bool mayAsk) {
     PolicyAnswer answer;
     if (process.processIdentifier <= 0 || process.startTime == 0 || process.userIdentifier < 0) {
-        // One that is not known for sure is not asked about.
+        // If the process is not known for certain, polkit is not asked.
         answer.verdict = PolicyVerdict::refused;
         return answer;
     }
@@ -160,8 +162,8 @@ RightAnswer lookUpRight(const ProcessIdentity& process, const std::string& right
         return {RightState::held, std::move(answer)};
     if (answer.verdict == PolicyVerdict::unreachable)
         return {RightState::unknown, std::move(answer)};
-    // Only a password that was given counts for another right, and only where one would do; one for
-    // a right to files is none to install something.
+    // The grant for another right counts only if a password was entered for it and one would
+    // suffice for this right; a password for a right to files does not permit an installation.
     if ((isYes || (answer.verdict == PolicyVerdict::challenge && answer.wouldBeKept)) &&
         right != installHelperRight) {
         const auto implied = checkAuthorization(process, impliedAction, false);

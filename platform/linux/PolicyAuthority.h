@@ -7,7 +7,8 @@
 #include <optional>
 #include <string>
 
-/// The system's policy service, polkit. Any thread; every call blocks until it is answered.
+/// Questions to the system's policy service, polkit. Every function may be called on any thread and
+/// blocks until polkit answers.
 namespace morvane {
 
 enum class PolicyVerdict {
@@ -15,34 +16,34 @@ enum class PolicyVerdict {
     no,
     /// The user would have to be asked, and was not.
     challenge,
-    /// The user was asked and has closed the question.
+    /// The user was asked and closed the dialog.
     dismissed,
-    /// polkit refuses the question: it knows no such action, or no such process.
+    /// polkit refuses the question because it knows no such action or no such process.
     refused,
-    /// Nobody answers, or nothing that has a meaning.
+    /// There is no answer, or one that makes no sense.
     unreachable,
 };
 
 struct PolicyAnswer {
     PolicyVerdict verdict = PolicyVerdict::unreachable;
-    /// Of a challenge: whether a yes would be kept for a while.
+    /// For a challenge, whether a grant would be kept for a while.
     bool wouldBeKept = false;
-    /// Of a yes: the grant that was kept, if it rests on one.
+    /// For a yes, the kept grant on which it is based, if any.
     PolicyGrant grant;
 };
 
 PolicyAnswer checkAuthorization(const ProcessIdentity& process, const std::string& action,
                                 bool mayAsk);
-/// Empty on failure.
+/// Returns nothing if polkit cannot be asked.
 std::optional<bool> isActionDefined(const std::string& action);
-/// Whether polkit has forgotten the grant. It listens only to who sits in a session.
+/// Returns whether polkit has forgotten the grant. It does so only for a caller in a login session.
 bool revokeTemporaryAuthorization(const PolicyGrant& grant);
 
-/// An action that every right implies, and that nobody is ever asked for: polkit answers for it
-/// with the grant of whichever right the user has given a password for.
+/// An action that every right implies and that users are never asked for: polkit answers for it
+/// with the grant of whichever right the user has entered a password for.
 ///
-/// The rights cannot imply each other. polkit lets what is implied pass even where an
-/// administrator's rule says no, and a rule's yes to one of them would be one to all.
+/// The rights cannot imply each other. polkit allows what is implied even where an administrator's
+/// rule says no, and a rule that allows one of them would allow all.
 inline constexpr const char* impliedAction = "io.github.morvaneoperation.AnyRight";
 
 struct RightAnswer {
@@ -50,12 +51,11 @@ struct RightAnswer {
     /// polkit's answer about the right itself.
     PolicyAnswer answer;
 };
-/// Whether `process` holds `right`, without asking the user. A right for which the user would have
-/// to give a password that is then kept is held too for as long as one that was given for another
-/// right is good.
+/// Looks up whether `process` holds `right`, without asking the user. A right that needs a password
+/// whose grant is kept is also held while the grant for another right is valid.
 RightAnswer lookUpRight(const ProcessIdentity& process, const std::string& right, GrantAges& ages);
 
-/// This very process.
+/// The identity of this process.
 ProcessIdentity ownProcess();
 
 }  // namespace morvane

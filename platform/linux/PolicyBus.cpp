@@ -28,7 +28,7 @@ struct SlotUnref {
     void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
 
-/// For poll(), from a time of the monotonic clock in microseconds.
+/// Converts a time of the monotonic clock in microseconds to a timeout for poll().
 int millisecondsUntil(std::uint64_t time) {
     if (time == UINT64_MAX)
         return -1;
@@ -43,7 +43,7 @@ int millisecondsUntil(std::uint64_t time) {
 
 }  // namespace
 
-/// One that waits for its answer; an end without an answer leaves it null.
+/// A call that waits for its answer, which stays null if none comes.
 struct PolicyBus::Call {
     bool hasEnded = false;
     Message answer;
@@ -70,7 +70,7 @@ bool PolicyBus::connect() {
     return isConnected() || reconnect();
 }
 
-/// Whoever listens finds out by himself that the bus has gone away.
+/// The caller that receives notices by itself when the connection is lost.
 bool PolicyBus::isConnected() {
     if (bus_ && !isListening_) {
         int processed = 1;
@@ -90,7 +90,7 @@ bool PolicyBus::reconnect() {
     sd_bus* opened = nullptr;
     if (sd_bus_open_system(&opened) >= 0) {
         bus_.reset(opened);
-        // Returns once the bus has given this connection its name.
+        // This returns once the bus has given the connection its unique name.
         const char* name = nullptr;
         if (sd_bus_get_unique_name(opened, &name) < 0)
             drop();
@@ -105,7 +105,7 @@ void PolicyBus::drop() {
     turn_.notify_all();
 }
 
-/// Waits for the next that the bus brings, for all calls. False if the bus has gone away.
+/// Receives the next message from the bus, for all calls. Returns false if the connection is lost.
 bool PolicyBus::listen(std::unique_lock<std::mutex>& lock) {
     isListening_ = true;
     int processed = sd_bus_process(bus_.get(), nullptr);
@@ -129,7 +129,7 @@ bool PolicyBus::listen(std::unique_lock<std::mutex>& lock) {
 PolicyBus::Outcome PolicyBus::call(const char* method, const Writer& write,
                                    std::optional<std::chrono::microseconds> limit,
                                    const Reader& read) {
-    // Messages are counted without a lock of their own: whatever touches one holds this.
+    // The reference counts of messages are not atomic: whoever touches a message holds this lock.
     std::unique_lock lock(mutex_);
     Call call;
     if (!isConnected() && !reconnect())

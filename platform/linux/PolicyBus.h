@@ -20,15 +20,16 @@ struct sd_bus_message;
 ///         "EnumerateActions", [](sd_bus_message* m) { return sd_bus_message_append(m, "s", ""); },
 ///         std::chrono::minutes(1), [&](sd_bus_message* answer) { ... });
 ///
-/// Any thread; a call blocks until it is answered, and holds no other one up. A call makes no
-/// thread and no descriptor: of those who wait, one listens for all. Only where the bus has gone
-/// away is it connected to anew, in the place of the former connection. Where anything is not to be
-/// had, the outcome is that nobody answers. Nothing here throws but what runs out of memory.
+/// Calls may be made on any thread; each blocks until it is answered and delays no other one. A
+/// call needs no thread and no descriptor of its own: one of the callers that wait receives the
+/// messages for all. If the connection to the bus was lost, the next call makes a new one in its
+/// place. If any resource is missing, the outcome is that nobody answers. Only running out of
+/// memory throws.
 namespace morvane {
 
 class PolicyBus {
   public:
-    /// The process's own, which outlives static objects.
+    /// The one of this process, which outlives static objects.
     static PolicyBus& shared();
 
     PolicyBus() = default;
@@ -37,20 +38,21 @@ class PolicyBus {
 
     enum class Outcome {
         answered,
-        /// The policy service itself answers with an error.
+        /// The policy service itself answered with an error.
         refused,
-        /// Nobody answers, or not in time.
+        /// No answer came, or not in time.
         unreachable,
     };
-    /// Writes a question's arguments, and reads its answer: negative on failure, as sd-bus does it.
+    /// Functions that write the arguments of a question and read its answer; they return a negative
+    /// number on failure, as those of sd-bus do.
     using Writer = std::function<int(sd_bus_message*)>;
     using Reader = std::function<void(sd_bus_message*)>;
 
-    /// Connects ahead of the first call. False if there is no bus to connect to; a call then tries
-    /// again.
+    /// Connects before the first call. Returns false if there is no bus to connect to; the next
+    /// call then tries again.
     bool connect();
-    /// Without a `limit` the answer is waited for without end. `read` runs on this thread, and only
-    /// if the outcome is that it was answered.
+    /// Without a `limit` the call waits for the answer without end. `read` runs on this thread, and
+    /// only if an answer came.
     Outcome call(const char* method, const Writer& write,
                  std::optional<std::chrono::microseconds> limit, const Reader& read);
 
@@ -69,9 +71,9 @@ class PolicyBus {
     std::condition_variable turn_;
     std::unique_ptr<sd_bus, CloseBus> bus_;
     std::vector<Call*> calls_;
-    /// Whether one of those who wait listens to the bus.
+    /// Whether one of the waiting callers receives messages from the bus.
     bool isListening_ = false;
-    /// Wakes who listens, when there is a new call.
+    /// Wakes the caller that receives, when there is a new call.
     FileDescriptor wake_;
 };
 

@@ -19,8 +19,8 @@ namespace morvane {
 namespace {
 
 constexpr const char* actionFolder = "/usr/share/polkit-1/actions";
-/// The package's file, with all of this library's rights. polkit reads it where it is if that is
-/// the folder of the actions.
+/// Returns the path of the package's file, which has all of this library's rights. If it is in the
+/// folder of polkit's actions, polkit reads it there.
 std::string packagePolicy() {
     return packageDataFolder() + "/polkit-1/actions/io.github.morvaneoperation.policy";
 }
@@ -84,8 +84,8 @@ std::string fileText(const std::string& action, const std::string& prompt,
 
 std::string policyFileText(const std::string& right, const AuthorizationRule& rule,
                            const std::string& prompt) {
-    // The user authenticates as a member of the group of administrators, whom polkit knows. A grant
-    // has to be kept for the moment between this process's question and the helper's.
+    // The user authenticates as one of the administrators that polkit knows. A grant has to be kept
+    // for the time between this process's question and the helper's.
     const std::string answer =
         rule.ruleClass == "user" && rule.group == "admin" ? "auth_admin_keep" : "no";
     return fileText(right, prompt, answer,
@@ -106,7 +106,7 @@ int writePolicyFile(const std::string& right, const std::string& ownText) {
                                   : right + ".policy";
     const std::string path = std::string(actionFolder) + "/" + name;
     if (textOfFile(path) == text)
-        return 0;  // polkit has not noticed it yet
+        return 0;  // polkit has not noticed the file yet.
     std::string temporary = std::string(actionFolder) + "/." + name + ".XXXXXX";
     const FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
     if (!file)

@@ -15,7 +15,7 @@
 namespace morvane {
 namespace {
 
-/// While one runs a task, the next descriptor finds another one waiting.
+/// While one worker runs a task, the next descriptor finds another one waiting.
 constexpr unsigned waitersKept = 2;
 constexpr int idleMilliseconds = 10000;
 
@@ -27,7 +27,7 @@ class ReadinessWorkers {
             throw std::system_error(errno, std::generic_category(), "epoll_create1");
     }
 
-    /// False, and the task is not kept, if nothing can wait for the descriptor.
+    /// Returns false, and drops the task, if the descriptor cannot be waited for.
     bool add(int descriptor, ReadyTask task, bool once) {
         auto shared = std::make_shared<const ReadyTask>(std::move(task));
         Task dropped;
@@ -45,7 +45,7 @@ class ReadinessWorkers {
         return false;
     }
 
-    /// For one event and one waiter.
+    /// Has the kernel report one event, to one waiting thread.
     bool arm(int operation, int descriptor) {
         epoll_event event{};
         event.events = events_;
@@ -61,7 +61,7 @@ class ReadinessWorkers {
     }
 
   private:
-    /// Shared: running it needs no memory.
+    /// The task is shared, so that running it needs no memory.
     using Task = std::shared_ptr<const ReadyTask>;
     struct Entry {
         Task task;
@@ -74,7 +74,8 @@ class ReadinessWorkers {
         return taken ? std::move(taken.mapped().task) : nullptr;
     }
 
-    /// Under the lock. Whether there is a waiter for the tasks, maybe a new one.
+    /// Returns whether a thread waits for the tasks; starts one if necessary. To be called with the
+    /// lock held.
     bool someoneWaits() {
         if (waiters_ != 0 || tasks_.empty())
             return true;
@@ -110,8 +111,8 @@ class ReadinessWorkers {
         }
     }
 
-    /// Nothing can be waited for. Runs what would never run, alone; a descriptor that is watched
-    /// may have better luck when somebody waits again.
+    /// Called if the kernel cannot wait. The tasks that would never run are run here, without
+    /// blocking; a descriptor that is watched may be ready when a thread waits again.
     void giveUp() {
         for (bool first = true;; first = false) {
             Task task;
@@ -120,7 +121,7 @@ class ReadinessWorkers {
                 if (first)
                     --waiters_;
                 if (waiters_ != 0)
-                    return;  // whoever waits now sees to the rest
+                    return;  // The thread that waits now runs the others.
                 for (const auto& [descriptor, entry] : tasks_) {
                     if (!entry.once)
                         continue;
@@ -135,7 +136,7 @@ class ReadinessWorkers {
         }
     }
 
-    /// Whether the caller has to go on waiting.
+    /// Runs the task; returns whether the caller has to go on waiting.
     bool run(int descriptor) {
         Task task;
         bool alone = false;
@@ -153,10 +154,10 @@ class ReadinessWorkers {
             --waiters_;
             alone = !someoneWaits();
             if (alone)
-                ++waiters_;  // this thread, in a moment
+                ++waiters_;  // This thread will wait again.
         }
         (*task)(alone);
-        task = nullptr;  // what it holds goes outside the lock
+        task = nullptr;  // What the task holds is destroyed without the lock.
         if (alone)
             return true;
         const std::lock_guard lock(mutex_);
@@ -169,19 +170,20 @@ class ReadinessWorkers {
     const std::uint32_t events_;
     const FileDescriptor epoll_;
     std::mutex mutex_;
-    /// By descriptor.
+    /// The tasks by descriptor.
     std::unordered_map<int, Entry> tasks_;
-    /// Threads that wait, or are on their way to.
+    /// How many threads wait or are about to.
     unsigned waiters_ = 0;
 };
 
-/// One descriptor may be waited for both ways at a time. Both are there as soon as one is needed.
+/// A descriptor may be waited for in both directions at a time, so both are made as soon as one is
+/// needed.
 struct AllWorkers {
     ReadinessWorkers readers{EPOLLIN | EPOLLRDHUP};
     ReadinessWorkers writers{EPOLLOUT};
 };
 
-/// Null if there is no descriptor left for them; asked again then.
+/// Returns null if no descriptor is left for them; the next call tries again.
 AllWorkers* allWorkers() {
     try {
         static auto* const workers = new AllWorkers;  // outlives static objects

@@ -3,27 +3,28 @@
 
 #include <functional>
 
-/// Tasks that wait for a descriptor. The descriptor itself wakes a worker, which runs the task at
-/// once: no thread hands over to another. Two workers at most are kept waiting to read, for all
-/// descriptors, and two to write.
+/// Runs tasks when a descriptor becomes ready. The descriptor itself wakes a worker, which runs the
+/// task at once, so that no thread has to wake another. At most two workers are kept waiting for
+/// all descriptors to read from, and two for those to write to.
 namespace morvane {
 
-/// `alone`: no other thread can be had to wait in this one's place. The task must not block then.
+/// If `alone`, no other thread can be started to wait in place of this one, and the task must not
+/// block.
 using ReadyTask = std::function<void(bool alone)>;
 
 /// Runs `task` on a worker, once, when there is something to read or to accept on `descriptor`, or
-/// it has ended; maybe also earlier. The task has to keep the descriptor open. Throws, and does not
-/// run it, if nothing can wait for the descriptor.
+/// it has been closed by the peer; it may also run earlier. The task has to keep the descriptor
+/// open. If the descriptor cannot be waited for, this throws and never runs the task.
 void runWhenReadable(int descriptor, ReadyTask task);
-/// The same when `descriptor` has room for more, or has ended.
+/// Does the same when `descriptor` can take more bytes, or has been closed by the peer.
 void runWhenWritable(int descriptor, ReadyTask task);
 
-/// Runs `task` each time, but not again before watchAgain(). Throws std::system_error if nothing
-/// can wait for the descriptor.
+/// Runs `task` each time, but not again before watchAgain(). Throws std::system_error if the
+/// descriptor cannot be waited for.
 void watchReadable(int descriptor, ReadyTask task);
-/// Called by the task, or after it.
+/// Waits for the descriptor again; the task calls this, or somebody does after it has returned.
 void watchAgain(int descriptor);
-/// Drops the descriptor's task. It may be running, or about to.
+/// Forgets the descriptor's task, which may still be running or about to run.
 void stopWatching(int descriptor);
 
 }  // namespace morvane

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
-extern "C" {  // this C library's header forgets to say so
+extern "C" {  // The C library's header lacks this.
 #include <sys/pidfd.h>
 }
 
@@ -25,7 +25,7 @@ extern "C" {  // this C library's header forgets to say so
 namespace morvane {
 namespace {
 
-/// Where a service finds its stream, and the variable that says that it is there.
+/// The descriptor of a service's stream, and the variable that tells the service that it has one.
 constexpr int serviceDescriptor = 3;
 constexpr const char* serviceVariable = "MORVANE_SERVICE_STREAM";
 constexpr const char* libexecVariable = "MORVANE_LIBEXEC_DIR";
@@ -35,20 +35,21 @@ std::string libexecFolder() {
     return folder && *folder ? folder : packageProgramFolder();
 }
 
-/// The stream to a service that this process has started; clears up behind it.
+/// The stream to a service that this process has started; it ends and reaps the process afterwards.
 class ServiceStream final : public LinuxStreamSocket {
   public:
     explicit ServiceStream(FileDescriptor socket) : LinuxStreamSocket(std::move(socket)) {}
 
-    /// Before the stream is used. `process` is the child's; empty if that has already gone. Needs
-    /// no memory: the child is there.
+    /// To be called before the stream is used. `process` is the child's descriptor, or empty if the
+    /// child has already ended. This needs no memory, as the child is already running.
     void serviceStarted(pid_t child, FileDescriptor process) noexcept {
         child_ = child;
         process_ = std::move(process);
     }
 
     std::optional<PeerCredentials> peer() const override {
-        // Both ends of a socket pair were made here; the process at the other end is the child.
+        // This process made both ends of the socket pair, so the kernel would report it; the
+        // process at the other end is the child.
         auto peer = LinuxStreamSocket::peer();
         if (peer)
             peer->processIdentifier = child_;
@@ -58,7 +59,8 @@ class ServiceStream final : public LinuxStreamSocket {
     void finish() override {
         if (!process_)
             return;
-        // Through its descriptor: where the application reaps it, its number may be another's now.
+        // The signal is sent through the descriptor: if the application has reaped the child, its
+        // id may belong to another process now.
         pollfd poll{process_.get(), POLLIN, 0};
         constexpr auto second = std::chrono::milliseconds(std::chrono::seconds(1)).count();
         constexpr auto time = limits::serviceLeaveTime.count();
@@ -77,11 +79,12 @@ class ServiceStream final : public LinuxStreamSocket {
     FileDescriptor process_;
 };
 
-/// A descriptor of the child that was just started. Empty, with `errno` set, if there is none.
+/// Returns a descriptor of the child that was just started; it is empty, with `errno` set, if there
+/// is none.
 FileDescriptor descriptorOf(pid_t child) {
     FileDescriptor process(pidfd_open(child, 0));
     siginfo_t how;
-    // Where children are reaped by themselves, another process may have the number already.
+    // If children are reaped automatically, another process may have the id already.
     if (process && waitid(P_PIDFD, process.get(), &how, WEXITED | WNOHANG | WNOWAIT) != 0) {
         errno = ESRCH;
         return {};
@@ -112,14 +115,15 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         }
 
         SpawnAttributes spawn(POSIX_SPAWN_SETPGROUP);
-        // Each of them needs memory, and a service without its stream would serve nobody.
+        // Each of these calls needs memory, and a service without its stream would be useless.
         if (const int code =
                 posix_spawn_file_actions_adddup2(&spawn.actions, theirs.get(), serviceDescriptor))
             return failed(code);
         if (const int code =
                 posix_spawn_file_actions_addclosefrom_np(&spawn.actions, serviceDescriptor + 1))
             return failed(code);
-        // A group of its own: a terminal's Ctrl-C is the application's to answer.
+        // The service has a process group of its own, as the application decides what a terminal's
+        // Ctrl-C means.
         posix_spawnattr_setpgroup(&spawn.attributes, 0);
 
         const auto marker = std::string(serviceVariable) + "=1";
@@ -137,7 +141,7 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
             return failed(code);
         theirs = {};
         auto process = descriptorOf(child);
-        // What could be neither ended nor waited for sees the stream's end and leaves.
+        // A child that could be neither ended nor reaped notices the end of the stream and exits.
         if (!process && errno != ESRCH)
             return failed(errno);
         stream->serviceStarted(child, std::move(process));

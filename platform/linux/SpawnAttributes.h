@@ -6,8 +6,9 @@
 
 namespace morvane {
 
-/// What posix_spawn() is told. The program starts with no signal blocked or ignored, whatever the
-/// application does with its own: programs rely on being told of their children's ends.
+/// The attributes for posix_spawn(). The program starts with no signal blocked or ignored, whatever
+/// the application does with its own signals: programs rely on being notified when their children
+/// end.
 class SpawnAttributes {
   public:
     explicit SpawnAttributes(int moreFlags = 0) {

@@ -3,11 +3,12 @@
 
 #include <fcntl.h>
 
-/// The three standard descriptors of a program.
+/// Makes sure that a program has its three standard descriptors.
 namespace morvane {
 
-/// Opens /dev/null, for reading only, on those that the program was started without, so that no
-/// file or socket gets such a number and what is printed. To be called first in main().
+/// Opens /dev/null, for reading only, for each one that the program was started without, so that no
+/// file or socket gets its number and with it what is printed. It has to be the first call in
+/// main().
 inline void openMissingStandardStreams() {
     constexpr int streams = 3;
     for (int stream = 0; stream < streams; ++stream) {

@@ -17,7 +17,7 @@ std::optional<std::int64_t> number(std::string_view text) {
     return error == std::errc() && at == end ? std::optional<std::int64_t>(value) : std::nullopt;
 }
 
-/// Cut off `line`, up to the next colon.
+/// Removes the field up to the next colon from `line` and returns it.
 std::string_view takeField(std::string_view& line) {
     const auto field = line.substr(0, line.find(':'));
     line.remove_prefix(std::min(field.size() + 1, line.size()));
@@ -70,7 +70,7 @@ void SubordinateUsers::readIfChanged() {
         return;
     std::ifstream lines(file_);
     if (!lines)
-        return;  // there is no descriptor for it now; what was known before still holds
+        return;  // There is no descriptor for the file now; the ranges from before still hold.
     status_ = status;
     ranges_.clear();
     for (std::string text; std::getline(lines, text);) {

@@ -11,37 +11,39 @@
 
 namespace morvane {
 
-/// Whose user numbers are that are lent to others: a user whom /etc/subuid lends a range of them
-/// has processes under all of these, by way of a user namespace, as often as it likes. Any thread.
+/// Determines who is responsible for a subordinate user id. A user to whom /etc/subuid grants a
+/// range of ids can run processes under each of them, in a user namespace, as often as they like.
+/// The object may be used on any thread.
 class SubordinateUsers {
   public:
     explicit SubordinateUsers(std::string file) : file_(std::move(file)) {}
 
-    /// The user who answers for what `user` does: the one whom its number is lent to, or itself.
-    /// What is lent to root, for its containers, or to a user whom nobody knows is one user by
-    /// itself, who has the first number of the range. Looks at the file again if it has changed.
+    /// Returns the user who is responsible for what `user` does: the one to whom the id is granted,
+    /// or `user` itself. A range that is granted to root, for its containers, or to an unknown user
+    /// counts as one user, who has the first id of the range. The file is read again if it has
+    /// changed.
     std::int64_t accountableFor(std::int64_t user);
 
-    /// That of this system.
+    /// The instance for this system's file.
     static SubordinateUsers& ofTheSystem();
 
   private:
     struct Range {
-        /// A name or a number.
+        /// The owner, as a name or an id.
         std::string owner;
         std::int64_t first;
         std::int64_t count;
-        /// Once it was asked for.
+        /// The owner's id, once it was looked up.
         std::optional<std::int64_t> accountable;
     };
 
-    /// Under the lock.
+    /// Reads the file if it has changed; to be called with the lock held.
     void readIfChanged();
     static std::int64_t accountableOf(const Range& range);
 
     const std::string file_;
     std::mutex mutex_;
-    /// As of which the ranges are.
+    /// The state of the file from which the ranges were read.
     struct stat status_ {};
     std::vector<Range> ranges_;
 };

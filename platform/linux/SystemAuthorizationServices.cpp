@@ -13,7 +13,8 @@
 namespace morvane {
 namespace {
 
-/// polkit keeps what this process was granted; which of it belongs to a reference is known here.
+/// polkit keeps what this process was granted. Which of the grants belong to a reference is
+/// recorded by the services below.
 class PolicyReference final : public AuthorizationReference {};
 
 /// A right is an action of polkit with the right's name, a prompt that action's message.
@@ -131,20 +132,21 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         return errAuthorizationInternal;
     }
 
-    /// Nobody is asked where the helper is in its place, or cannot be put there.
+    /// The user is not asked if the helper is installed already or cannot be installed.
     OSStatus obtainInstallation(const AuthorizationRef& reference, bool mayAsk) {
         if (isHelperInstalled(helperLabel) || obstacleToHelper(helperLabel))
             return errAuthorizationSuccess;
         const auto defined = isActionDefined(installHelperRight);
         if (!defined)
             return errAuthorizationInternal;
-        // Where the package's action is not known, the elevation asks with an action of its own.
+        // If polkit does not know the package's action, the program that runs the installer as root
+        // asks with its own.
         return *defined ? obtain(reference, installHelperRight, mayAsk) : errAuthorizationSuccess;
     }
 
-    /// A grant is its reference's that has presented it first.
+    /// A grant belongs to the reference that has used it first.
     void keep(const AuthorizationRef& reference, const PolicyGrant& grant) {
-        ages_.isExpired(grant);  // its first sight
+        ages_.isExpired(grant);  // This records when the grant was first seen.
         const std::lock_guard lock(mutex_);
         std::erase_if(owners_, [](const auto& owned) { return owned.second.expired(); });
         if (!grant.id.empty())
@@ -169,7 +171,7 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         return grants;
     }
 
-    /// Of the grants that answers rested on.
+    /// When each grant on which an answer was based was first seen.
     GrantAges ages_;
     std::mutex mutex_;
     std::map<PolicyGrant, std::weak_ptr<AuthorizationReference>> owners_;

@@ -20,7 +20,7 @@ constexpr const char* runtimeFolder = "/run";
 constexpr const char* runtimeVariable = "MORVANE_RUNTIME_DIR";
 /// The first descriptor that a service manager hands over.
 constexpr int firstActivated = 3;
-/// How long a client waits that no descriptor was left for, before it is looked at again.
+/// How long a client for which no descriptor was left waits before accepting it is tried again.
 constexpr int retryMilliseconds = 50;
 
 class WellKnownServiceEndpoint final : public ServiceEndpoint {
@@ -38,8 +38,8 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
         if (path_.size() >= sizeof address.sun_path)
             return failed(ENAMETOOLONG);
         std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
-        // Whoever may put a socket there is root; the process behind it is looked at once
-        // connected, and before anything is sent.
+        // Only root can put a socket there; the process behind it is checked after connecting and
+        // before anything is sent.
         struct stat status {};
         if (privileged_ && (lstat(path_.c_str(), &status) != 0))
             return failed(errno);
@@ -89,7 +89,7 @@ class ActivatedListener final : public StreamListener {
             auto peer = holdsPeers_ ? PeerProcess(client) : PeerProcess();
             if (!peer.isMissed())
                 return std::make_shared<LinuxStreamSocket>(std::move(client), std::move(peer));
-            // Who cannot be asked about is let go; it may come again.
+            // A client whose process cannot be determined is disconnected; it may connect again.
             errno = EMFILE;
         }
         // The client stays in the queue until there is a descriptor for it.
@@ -117,7 +117,7 @@ int connectWithin(std::chrono::milliseconds time, const FileDescriptor& socket,
             std::chrono::duration_cast<microseconds>(deadline - std::chrono::steady_clock::now());
         if (left <= left.zero())
             return ETIMEDOUT;
-        // What bounds a send bounds the wait for a place in the backlog as well.
+        // The time limit of a send also limits the wait for a place in the backlog.
         constexpr auto second = microseconds(std::chrono::seconds(1)).count();
         const timeval limit{left.count() / second, left.count() % second};
         if (setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)

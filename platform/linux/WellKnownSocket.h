@@ -9,7 +9,8 @@
 namespace morvane {
 
 /// Connects a blocking stream socket, waiting no longer than `time` for a listener whose backlog is
-/// full. Returns 0 or the error's number; ETIMEDOUT if nobody accepted in time. Any thread.
+/// full. Returns 0 or an errno value, which is ETIMEDOUT if nobody accepted in time. It may be
+/// called on any thread.
 int connectWithin(std::chrono::milliseconds time, const FileDescriptor& socket,
                   const sockaddr_un& address);
 
