@@ -31,6 +31,7 @@ inline void redraw() {}
 inline void greyOut(const MVAclEntry&, std::int64_t) {}
 inline void store(const PosixList&) {}
 inline void askTheHelper() {}
+inline void runOnMyLoop(const std::function<void()>&) {}
 inline const std::function<void(NSErrorRef)> onError = [](NSErrorRef) {};
 
 struct View final : NSKeyValueObserver {
@@ -46,6 +47,8 @@ inline std::vector<std::shared_ptr<MVAclEntry>> entries;
 inline std::vector<std::uint8_t> bytes;
 inline std::shared_ptr<NSXPCConnection> connection;
 inline std::shared_ptr<MVConnector> connector;
+inline const std::shared_ptr<MVFileClient> client = MVFileClient::init();
+inline const MVFileAcl shown{url, entries};
 
 // What a service serves: each request is answered by nobody.
 struct FileService : MVFileRequest {
