@@ -10,16 +10,17 @@
 
 namespace morvane {
 
-/// What one user's connections use together, counted until it is done with. Any thread.
+/// Counts what all connections of one user use together. It may be used on any thread.
 struct ClientAccount {
     struct Limits {
-        /// Bytes of what is decoded and what waits to be sent.
+        /// The bytes of decoded requests and of what waits to be sent.
         std::size_t memory;
-        /// Threads that are with its requests.
+        /// The threads that carry out its requests.
         std::size_t places;
-        /// Bytes of what is being received.
+        /// The bytes of messages that are being received.
         std::size_t received = limits::clientMessagesOfOneUser;
-        /// What all bytes are taken from as well, and the threads, with those of all other users.
+        /// The budgets of all users together, from which the bytes and the threads are taken as
+        /// well.
         std::shared_ptr<SharedBudget> memoryOfAll = nullptr;
         std::shared_ptr<SharedBudget> placesOfAll = nullptr;
     };
@@ -30,7 +31,7 @@ struct ClientAccount {
           places(limits.places, limits.placesOfAll),
           received(limits.received, limits.memoryOfAll) {}
 
-    /// Aliases of an account, for who needs no more of it.
+    /// Pointers to one budget of an account, which keep the account.
     static std::shared_ptr<SharedBudget> memoryOf(const std::shared_ptr<ClientAccount>& account) {
         return {account, &account->memory};
     }
@@ -42,8 +43,8 @@ struct ClientAccount {
     SharedBudget memory;
     SharedBudget places;
     SharedBudget received;
-    /// Where the ends of those connections are reported that find no place: nobody may have threads
-    /// by leaving.
+    /// Reports the ends of those connections that find no thread free: clients must not cause
+    /// further threads by leaving.
     const std::shared_ptr<LastingLane> ends = std::make_shared<LastingLane>();
 };
 

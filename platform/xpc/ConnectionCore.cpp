@@ -9,7 +9,7 @@
 namespace morvane {
 NSXPCConnection::Core::Core(std::string name, std::unique_ptr<ServiceEndpoint> endpoint)
     : name_(std::move(name)), endpoint_(std::move(endpoint)), endErrors_(endErrors(name_)) {
-    processGeneration();  // a fork is noticed from now on
+    processGeneration();  // From now on a fork is noticed.
     if (!isForeign())
         keepReserveWorker();
 }
@@ -141,7 +141,7 @@ void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
             waiting.request = std::move(request);
             waiting.archive = std::move(archive);
             if (state_ == State::configuring)
-                waiting.request.owner.reset();  // may never be resumed
+                waiting.request.owner.reset();  // The connection may never be resumed.
             if (state_ != State::idle)
                 return;
             state_ = State::connecting;
@@ -206,7 +206,7 @@ void NSXPCConnection::Core::connect() {
         startReporting();
         return;
     }
-    // The reader waits already when the reply comes: it is woken by that alone.
+    // The reader already waits when the reply arrives, so that only the reply wakes it.
     startReading(std::move(reading), *stream);  // NOLINT(bugprone-use-after-move): not moved here
     catchUp(outbox);
 }
@@ -230,7 +230,8 @@ void NSXPCConnection::Core::catchUp(const std::shared_ptr<Outbox>& outbox) {
         std::uint64_t id = 0;
         {
             const std::lock_guard lock(mutex_);
-            // Who ends the stream or the connection sees to what still waits.
+            // The thread that ends the stream or the connection also ends the requests that still
+            // wait.
             if (state_ != State::catchingUp || outbox_ != outbox || invalidated_)
                 return;
             if (waiting_.empty()) {
@@ -262,7 +263,7 @@ void NSXPCConnection::Core::letGo() {
     {
         const std::lock_guard lock(mutex_);
         if (invalidated_)
-            return;  // which is reported, whoever still holds the connection
+            return;  // The invalidation is reported, even if nobody holds the connection.
         invalidation.swap(invalidationHandler_);
         interruption.swap(interruptionHandler_);
     }
@@ -279,12 +280,12 @@ void NSXPCConnection::Core::invalidate() {
         switch (state_) {
             case State::catchingUp:
             case State::streaming:
-                socket_->shutdown();  // its reader reports the end
+                socket_->shutdown();  // The reader of the stream reports the end.
                 return;
             case State::connecting:
             case State::reportingEnd:
             case State::invalid:
-                return;  // who does that sees it
+                return;  // The thread that is doing this notices it.
             case State::configuring:
             case State::idle:
                 state_ = State::reportingEnd;

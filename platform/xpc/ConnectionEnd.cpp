@@ -6,12 +6,12 @@
 
 #include <utility>
 
-/// How requests that have no reply end, and connections. Nothing here needs memory to do its work,
-/// or runs inside a call of the host's.
+/// Ends requests that get no reply, and connections. Nothing here needs memory, or runs inside a
+/// call that the host makes.
 namespace morvane {
 namespace {
 
-/// Null if there is no memory for it.
+/// Returns null if there is no memory for it.
 NSErrorRef keepsCrashingError(const std::string& service) noexcept {
     try {
         return connectionError(NSXPCConnectionInterrupted,
@@ -138,7 +138,7 @@ void NSXPCConnection::Core::reportInvalidation() noexcept {
     {
         Handler handler;
         std::shared_ptr<const Handler> interruption;
-        const auto object = requests.object();  // often holds the connection
+        const auto object = requests.object();  // The exported object often holds the connection.
         requests.setObject(nullptr);
         {
             const std::lock_guard lock(mutex_);
@@ -147,7 +147,7 @@ void NSXPCConnection::Core::reportInvalidation() noexcept {
         }
         if (handler)
             callOut("invalidation handler", name_, handler);
-        // All three go here, outside the lock and before a listener may end the process.
+        // All three are destroyed here, without the lock and before a listener may end the process.
     }
     if (const auto ended = std::exchange(onEnd, {}))
         ended();

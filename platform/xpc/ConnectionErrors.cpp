@@ -43,7 +43,7 @@ std::shared_ptr<const EndErrors> endErrors(const std::string& service) {
         std::shared_ptr<const EndErrors> errors;
     };
     static auto& latest = *new Latest;  // outlives static objects
-    // Not waited for: in the child of a fork nobody may hold it any more.
+    // The lock is not waited for: in the child of a fork, the thread that held it may not exist.
     const std::unique_lock lock(latest.mutex, std::try_to_lock);
     if (lock && latest.errors && latest.service == service)
         return latest.errors;

@@ -9,27 +9,29 @@
 /// The errors that end a connection's requests.
 namespace morvane {
 
-/// Of NSCocoaErrorDomain.
+/// Returns an error of NSCocoaErrorDomain.
 NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef underlying = nullptr);
 
-/// There is no memory or no thread for a request, which was not sent. Made on the first call, for
-/// good, so that it is there when it is needed.
+/// Returns the error which says that there was no memory or no thread for a request, so that it was
+/// not sent. It is made on the first call and kept, so that it exists when it is needed.
 const NSErrorRef& shortageError();
-/// Likewise for a reply that has come.
+/// Returns the error which says the same of a reply that has arrived.
 const NSErrorRef& unreadReplyError();
 
-/// What ends the requests of a connection to one service. Made with the connection: there may be no
-/// memory when they are needed.
+/// The errors that end the requests of a connection to one service. They are made with the
+/// connection, as there may be no memory when they are needed.
 struct EndErrors {
     NSErrorRef interrupted;
     NSErrorRef invalid;
 };
-/// Connections to the same service, made one after the other, share theirs. Throws std::bad_alloc.
+/// Returns the errors, which connections share that are made to the same service one after the
+/// other. Throws std::bad_alloc.
 std::shared_ptr<const EndErrors> endErrors(const std::string& service);
-/// That the connection to `service` cannot be used, and why.
+/// Returns the error which says that the connection to `service` cannot be used, and why.
 NSErrorRef invalidError(const std::string& service, NSErrorRef reason = nullptr);
 
-/// Whether what made a service unreachable may be over when the next request comes.
+/// Whether the reason why a service could not be reached may have passed when the next request is
+/// made.
 bool isShortage(const NSErrorRef& reason);
 
 }  // namespace morvane

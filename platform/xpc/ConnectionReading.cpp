@@ -10,11 +10,11 @@
 #include <new>
 #include <utility>
 
-/// How a connection's stream is read.
+/// Reads the stream of a connection.
 namespace morvane {
 namespace {
 
-/// For connections that no listener has limited.
+/// These are shared by all connections for which no listener has set limits.
 std::shared_ptr<ClientAccount> applicationsAccount() {
     return std::make_shared<ClientAccount>(
         ClientAccount::Limits{SIZE_MAX, limits::placesOfTheApplication});

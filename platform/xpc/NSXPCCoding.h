@@ -18,7 +18,7 @@
 
 namespace morvane {
 
-/// Whether an object of class `c` may stand where `allowed` rules.
+/// Whether an object of class `c` may be decoded where the classes `allowed` are.
 inline bool classesAllow(const NSClassSet& allowed, const NSClass& c) {
     return std::any_of(allowed.begin(), allowed.end(),
                        [&](const NSClass* each) { return c.isSubclassOfClass(*each); });
@@ -29,13 +29,13 @@ inline void requireClass(const NSClassSet& allowed, const NSClass& c, std::strin
         throw NSArchiveFailure(key, "class " + std::string(c.name) + " is not allowed here");
 }
 
-/// How each type that may stand in a message is written to and read from an archive, and which
-/// classes may be decoded at its position unless the interface says otherwise. A type without a
-/// coding here cannot be declared in a message: it does not compile.
+/// Defines for each type that a message may have how it is written to and read from an archive, and
+/// which classes may be decoded at its position unless the interface says otherwise. A type without
+/// a coding here cannot be declared in a message: it does not compile.
 ///
-/// decode() throws NSArchiveFailure for what is not allowed or does not fit; nil is refused where
-/// the type has no room for it. A nil array reads as an empty one in a reply, where an error stands
-/// beside it; a request must have its arrays.
+/// decode() throws NSArchiveFailure for what is not allowed or does not fit; nil is refused if the
+/// type cannot represent it. In a reply, which also has an error, a nil array is decoded as an
+/// empty one; a request must have its arrays.
 template <class T>
 struct NSXPCCoding;
 
@@ -49,7 +49,7 @@ inline NSClassSet defaultClassesWith(const NSClass& own) {
     return classes;
 }
 
-/// A value of one class that is always there.
+/// The coding of a value of one class that must not be nil.
 template <const NSClass& Own>
 struct Value {
     static NSClassSet defaultClasses() { return defaultClassesWith(Own); }
@@ -62,7 +62,7 @@ T requireValue(std::optional<T> value, std::string_view key) {
     return *std::move(value);
 }
 
-/// Refuses an array where arrays are not allowed. What is no array is refused by its decoding.
+/// Refuses an array where arrays are not allowed. Decoding refuses what is no array.
 inline void admitArray(NSKeyedUnarchiver& coder, std::string_view key, const NSClassSet& allowed) {
     if (coder.isArray(key))
         requireClass(allowed, NSArrayClass, key);
@@ -73,7 +73,7 @@ inline constexpr bool isArray = false;
 template <class T>
 inline constexpr bool isArray<std::vector<T>> = !std::same_as<T, std::uint8_t>;
 
-/// A request that lacks an array does not ask for what an empty one would.
+/// A request without an array does not mean the same as one with an empty array.
 template <class T>
 void requireArray([[maybe_unused]] NSKeyedUnarchiver& coder,
                   [[maybe_unused]] std::string_view key) {
@@ -194,7 +194,7 @@ struct NSXPCCoding<NSErrorRef> {
     }
 };
 
-/// Strings, UUIDs and URLs that must be there.
+/// Strings, UUIDs and URLs, which must not be nil.
 template <class T>
 requires std::same_as<T, std::string> || std::same_as<T, NSUUID> || std::same_as<T, NSURL>
 struct NSXPCCoding<T> {
@@ -289,7 +289,7 @@ struct NSXPCCoding<std::shared_ptr<T>> {
     }
 };
 
-/// An array of such objects. Their class must have been listed for the position.
+/// An array of such objects, whose class must be among those of the position.
 template <std::derived_from<NSObject> T>
 struct NSXPCCoding<std::vector<std::shared_ptr<T>>> : xpc_coding::Value<NSArrayClass> {
     static void encode(NSKeyedArchiver& coder, const std::vector<std::shared_ptr<T>>& values,

@@ -8,7 +8,7 @@
 namespace morvane {
 namespace {
 
-/// Where a proxy's messages go; keeps the connection.
+/// Sends the messages of a proxy, and keeps the connection.
 class ProxySink final : public NSXPCRequestSink {
   public:
     ProxySink(std::shared_ptr<NSXPCConnection> connection,

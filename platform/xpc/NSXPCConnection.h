@@ -65,7 +65,8 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
   public:
     using Handler = std::function<void()>;
     using ErrorHandler = std::function<void(NSErrorRef)>;
-    /// Null: the request of that selector may be carried out.
+    /// Returns null if the request with that selector may be carried out, otherwise the error for
+    /// its reply.
     using Admission = std::function<NSErrorRef(std::string_view selector)>;
 
     // Both throw if the process can have no thread for its connections.
@@ -98,14 +99,14 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
     std::shared_ptr<void> exportedObject() const;
 
     /// Has `admission` decide on each of the peer's requests before any of its arguments is
-    /// decoded. An error ends the request: its reply has that error, and nothing else. Requests are
-    /// asked about in the order in which they came, one after the other. While that takes long for
-    /// one, the peer's answers to requests of this side still come through, as far as they came
-    /// before its next request: at that one reading stops until the first is decided. Before
+    /// decoded. An error ends the request: its reply has that error, and nothing else. It is called
+    /// for one request after the other, in the order in which they came. While it takes long for
+    /// one, the peer's replies to requests of this side are still delivered, if they came before
+    /// its next request: at that one, reading stops until the decision. To be called before
     /// resume().
     void setAdmission(Admission admission);
 
-    /// Both may also be cleared with an empty handler, at any time.
+    /// Both handlers may be replaced, or removed with an empty one, at any time.
     void setInterruptionHandler(Handler handler);
     void setInvalidationHandler(Handler handler);
     bool hasInvalidationHandler() const;
@@ -127,12 +128,12 @@ class MORVANE_EXPORT NSXPCConnection : public std::enable_shared_from_this<NSXPC
         return makeProxy<P>(proxyTarget(protocolDescription<P>(), std::move(errorHandler)));
     }
 
-    /// Who is at the other end; empty while nobody is.
+    /// The process at the other end; empty while there is none.
     std::optional<std::int64_t> processIdentifier() const;
     std::optional<std::int64_t> effectiveUserIdentifier() const;
     std::optional<std::int64_t> effectiveGroupIdentifier() const;
-    /// The user against whom is counted what a client of a listener does: the peer's own, or the
-    /// one whom the system has lent the number of the peer's user.
+    /// The user to whom the resources of a listener's client are charged: the peer's own, or the
+    /// one to whom the system has granted the peer's user id as a subordinate one.
     std::optional<std::int64_t> accountableUserIdentifier() const;
     /// When that process started, in the kernel's units, read while it was seen alive; 0 if it has
     /// gone, or unless NSXPCListener::holdClientProcesses() was called. Together with its

@@ -13,8 +13,8 @@
 
 namespace morvane {
 
-/// What one end of a connection speaks: a protocol, and the classes that may be decoded at each
-/// position of its messages.
+/// Describes what one end of a connection understands: a protocol, and the classes that may be
+/// decoded at each position of its messages.
 ///
 ///     auto interface = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
 ///     interface->setClasses({&NSArrayClass, &MVAclEntry::classObject()},
@@ -53,8 +53,8 @@ class MORVANE_EXPORT NSXPCInterface {
     std::size_t find(std::string_view selector, std::size_t argumentIndex, bool ofReply) const;
 
     const NSXPCProtocolDescription& protocol_;
-    /// Of the messages that do not have their defaults alone: few, as an interface is made for each
-    /// connection.
+    /// The classes of those messages that have others than the defaults. They are few, which
+    /// matters as each connection has an interface of its own.
     std::map<std::size_t, NSXPCMessageClasses> set_;
 };
 

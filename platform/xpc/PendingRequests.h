@@ -15,28 +15,29 @@ namespace morvane {
 
 class NSXPCConnection;
 
-/// A connection's requests that wait for their replies. A request's number tells its place, and is
-/// not used again.
+/// The requests of a connection that wait for their replies. The number of a request contains its
+/// index in the table, and is never used again.
 class PendingRequests {
   public:
     struct Request {
         std::size_t message = 0;
         std::unique_ptr<NSXPCReplyReceiver> receiver;
-        /// The connection, which a request that is under way keeps.
+        /// The connection, which is kept until the request has ended.
         std::shared_ptr<NSXPCConnection> owner;
     };
     struct Entry {
-        /// 0: not in use.
+        /// 0 while the entry is not in use.
         std::uint64_t id = 0;
         Request request;
     };
 
     std::size_t size() const { return entries_.size() - free_.size(); }
 
-    /// Returns its number. Leaves the request as it is if there is no memory, and throws.
+    /// Adds the request and returns its number. If there is no memory, it throws and leaves the
+    /// request as it is.
     std::uint64_t add(Request&& request) {
         if (free_.empty()) {
-            free_.reserve(entries_.size() + 1);  // taking one out needs no memory
+            free_.reserve(entries_.size() + 1);  // Removing an entry then needs no memory.
             entries_.emplace_back();
             free_.push_back(entries_.size() - 1);
         }
@@ -47,7 +48,7 @@ class PendingRequests {
         entries_[place].request = std::move(request);
         return id;
     }
-    /// Empty if there is none of that number, which a peer may make up.
+    /// Removes the request of that number; empty if there is none, as a peer may make numbers up.
     std::optional<Request> take(std::uint64_t id) {
         const auto place = id & ((std::uint64_t{1} << placeBits) - 1);
         if (place >= entries_.size() || entries_[place].id != id)

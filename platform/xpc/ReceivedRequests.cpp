@@ -10,10 +10,10 @@
 
 namespace morvane {
 
-/// The way back of one request, while its stream lasts.
+/// Sends the answer to one request, if its stream still exists.
 class ReceivedRequests::Port final : public NSXPCReplyPort {
   public:
-    /// Keeps the promise of an answer that was made to the outbox.
+    /// Sends the answer for which the outbox has reserved a place.
     Port(std::shared_ptr<Outbox> outbox, std::uint64_t id, std::shared_ptr<SharedBudget> memory)
         : outbox_(std::move(outbox)), id_(id), memory_(std::move(memory)) {}
 
@@ -26,7 +26,7 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
 
     bool claim() override {
         const bool isFirst = !claimed_.exchange(true);
-        // Before the peer can know: it may send its next request at once.
+        // This comes before the peer gets the answer, as it may send its next request at once.
         if (isFirst)
             outbox_->keepPromise();
         return isFirst;
@@ -39,16 +39,17 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
         if (claim())
             sendRefusal(reason);
     }
-    /// There will be another port for the request.
+    /// The request will get another port.
     void withdraw() { claim(); }
-    /// Counts what the request may take at most. False if there is no room for it.
+    /// Charges the most that the request may take. Returns false if that exceeds the limit.
     bool count(const NSDecodingBudget& most) {
         if (memory_ && !memory_->take(memoryOf(most)))
             return false;
         counted_ = memory_ ? memoryOf(most) : 0;
         return true;
     }
-    /// Where to look once the arguments are decoded, and whom to tell.
+    /// Notes the decoder, whose unused budget is given back once the arguments are decoded, and the
+    /// turn, which is then notified.
     void decodes(const NSKeyedUnarchiver* coder, RequestTurn* turn) {
         coder_ = coder;
         turn_ = turn;
@@ -85,7 +86,7 @@ namespace {
 constexpr const char* noRoom = "Too many large requests are being handled; ask again later.";
 constexpr const char* unknownMessage = "The peer has no message of that name.";
 
-/// The process stands, whatever a request makes its handler throw.
+/// Whatever a request makes its handler throw, the process goes on.
 template <class Port, class Work>
 void attempt(Port& port, Work&& work) {
     try {

@@ -11,30 +11,32 @@
 
 namespace morvane {
 
-/// Told how far a request is, by the thread that carries it out.
+/// Observes the progress of a request; the thread that carries it out makes the calls.
 class RequestTurn {
   public:
-    /// Its right is being asked for, which may take long. The message is not needed for that.
+    /// The right to the request is about to be checked, which may take long. The message is not
+    /// needed meanwhile.
     virtual void isAsked() = 0;
-    /// It is decoded, and its handler begins.
+    /// The request is decoded, and its handler is about to run.
     virtual void hasBegun() = 0;
 
   protected:
     ~RequestTurn() = default;
 };
 
-/// The half of a connection that serves: what becomes of the requests that its peer sends. Any
-/// thread.
+/// The serving half of a connection, which carries out the requests that its peer sends. It may be
+/// used on any thread.
 class ReceivedRequests {
   public:
-    /// What the peer may send; set before the connection is resumed.
+    /// The protocol that the peer may use, to be set before the connection is resumed.
     std::shared_ptr<NSXPCInterface> interface;
-    /// What one request may unfold into.
+    /// The bytes and objects into which one request may be decoded.
     NSDecodingBudget decoding;
-    /// What requests are counted against from their decoding until they are done with; null for no
-    /// limit.
+    /// The budget that requests take from when they are decoded until they are finished; null for
+    /// no limit.
     std::shared_ptr<SharedBudget> memory;
-    /// Asked about each request before any of its arguments is decoded; empty: all are carried out.
+    /// Decides on each request before any of its arguments is decoded; if empty, all requests are
+    /// carried out.
     NSXPCConnection::Admission admission;
 
     void setObject(std::shared_ptr<void> object);
@@ -49,10 +51,11 @@ class ReceivedRequests {
   private:
     class Port;
 
-    /// Null if the peer waits for too many replies already, which it is told.
+    /// Returns null if the peer waits for too many replies already; the request is then answered
+    /// with a refusal.
     std::shared_ptr<Port> accept(std::uint64_t id, const std::shared_ptr<Outbox>& outbox) const;
     std::optional<std::size_t> indexOf(std::string_view selector) const;
-    /// Whether the request is admitted; otherwise it is answered.
+    /// Returns whether the request is admitted; otherwise it is answered with the error.
     bool asks(const NSXPCMessageDescription& message, const std::shared_ptr<Port>& port) const;
 
     mutable std::mutex mutex_;

@@ -9,7 +9,7 @@
 namespace morvane {
 namespace {
 
-/// How many threads wait with a client that may say more at once: none has to be woken for it.
+/// How many threads wait a moment for more from a client, so that none has to be woken for it.
 std::atomic<int> lingering = 0;
 
 std::optional<std::size_t> receiveSoon(StreamSocket& socket, std::span<std::uint8_t> into) {
@@ -29,7 +29,7 @@ class ServedStream::Turn final : public RequestTurn {
 
     void isAsked() override { mayBePassed(true); }
     void hasBegun() override { mayBePassed(false); }
-    /// The request is done with. Whether the turn is still this one.
+    /// Called when the request is finished. Returns whether this thread still has the turn.
     bool finish() {
         const std::lock_guard lock(stream_.mutex_);
         stream_.decide(number_);
@@ -48,7 +48,7 @@ class ServedStream::Turn final : public RequestTurn {
             return;
         }
         if (!isAsking)
-            stream_.parser_.release();  // it is decoded
+            stream_.parser_.release();  // The message is decoded by now.
         stream_.since_ = Clock::now();
         stream_.isAsking_ = isAsking;
         stream_.watchTurn(*stream_.since_ + limits::patience);
@@ -98,7 +98,7 @@ void ServedStream::goOn() noexcept {
 
 void ServedStream::tryAgainLater() {
     runAt(Clock::now() + limits::patience, [self = shared_from_this()] {
-        // A client that has gone needs no place to be told so.
+        // The end of a client that has disconnected is reported without a thread of its own.
         if (self->socket_->isOver())
             self->endElsewhere();
         else
@@ -123,13 +123,13 @@ void ServedStream::serve() {
         since_.reset();
         message = std::exchange(parked_, std::nullopt);
     }
-    // What the one before has left there.
+    // This is the request that the previous turn has left.
     outbox_->release();
     auto received = Received::bytes;
     bool heldBack = false;
     try {
         while (received == Received::bytes && !connection_.isInvalid()) {
-            // One that takes no replies cannot ask for more of them.
+            // A client that takes no replies cannot request more.
             if (!message && outbox_->waitsForPeer([this] {
                     return [self = shared_from_this()] { self->readable(); };
                 })) {
@@ -157,7 +157,7 @@ void ServedStream::serve() {
             }
         }
     } catch (const std::exception&) {
-        received = Received::end;  // there is no memory for what the peer sends
+        received = Received::end;  // There is no memory for what the peer sends.
     }
     if (received == Received::nothing) {
         account_->places.giveBack(1);
@@ -183,7 +183,7 @@ bool ServedStream::carryOut(const Message& message, std::uint64_t turn) {
 
 ServedStream::Received ServedStream::receive() {
     const auto deadline = parser_.deadline();
-    // Of a sender that trickles there is always just a little more.
+    // A client that sends a few bytes at a time always has a little more.
     if (deadline && Clock::now() >= *deadline)
         return Received::end;
     const auto count = receiveSoon(*socket_, parser_.room());
@@ -217,12 +217,12 @@ void ServedStream::watchFrame(Clock::time_point deadline) {
             if (!self)
                 return;
             const std::lock_guard lock(self->mutex_);
-            // The rest may have come while this was about to run.
+            // The rest may have arrived while this was about to run.
             if (self->turn_ == turn)
-                self->socket_->shutdown();  // who is woken by that reports the end
+                self->socket_->shutdown();  // The thread that this wakes reports the end.
         });
     } catch (const std::exception&) {
-        socket_->shutdown();  // nobody could tell that its time is over
+        socket_->shutdown();  // Nothing would notice that its time is over.
     }
 }
 
@@ -267,7 +267,7 @@ void ServedStream::watchTurn(Clock::time_point time) {
                 self->lookAtTurn();
         });
     } catch (const std::exception&) {
-        // Without a clock the requests of a client wait for each other.
+        // Without a timer, the requests of a client wait for each other.
     }
 }
 

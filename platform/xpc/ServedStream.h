@@ -17,18 +17,18 @@
 namespace morvane {
 
 /// A service's end of a client's stream. No thread waits for the client: the stream itself wakes
-/// one when something has come, and that one reads, decodes and carries out one request after the
-/// other. It has the turn. Where a request takes longer than limits::patience, another thread
-/// takes the turn over and goes on with what is behind it.
+/// one when bytes have arrived, and that thread reads, decodes and carries out one request after
+/// the other. It has "the turn". If a request takes longer than limits::patience, another thread
+/// takes the turn over and goes on with the requests behind it.
 class ServedStream final : public LastingTask,
                            public std::enable_shared_from_this<ServedStream>,
                            private FrameParser::Gate {
   public:
-    /// The connection, as far as it is none of a request's business.
+    /// What the stream reports to its connection, apart from requests.
     struct Connection {
         std::function<bool()> isInvalid;
         std::function<void(const Message&)> handleReply;
-        /// Called once.
+        /// Called once, when the stream has ended.
         std::function<void()> ended;
     };
 
@@ -36,32 +36,35 @@ class ServedStream final : public LastingTask,
                  const ReceivedRequests& requests, std::shared_ptr<ClientAccount> account,
                  FrameParser::Limits limits, Connection connection);
 
-    /// Something has come, or may have: reads and serves for as long as there is more.
+    /// Called when bytes have arrived, or may have. Reads and serves for as long as there are more.
     void readable();
     using Clock = std::chrono::steady_clock;
-    /// Empty while there is a request that has not been answered, or a part of one.
+    /// Since when the client has been idle; empty while a request, or a part of one, has not been
+    /// answered.
     std::optional<Clock::time_point> idleSince();
 
   private:
     class Turn;
 
-    /// On this thread, which has a place.
+    /// Serves on this thread, which counts towards the user's limit.
     void serve();
-    /// Whether this thread still has the turn after that.
+    /// Handles one message; returns whether this thread still has the turn afterwards.
     bool carryOut(const Message& message, std::uint64_t turn);
-    /// Waits for bytes, for a moment at most.
+    /// Waits a moment for more bytes.
     enum class Received : std::uint8_t { bytes, nothing, end };
     Received receive();
     void leave();
     void end() noexcept;
-    /// Has a thread with a place of its own go on, now or when there are both.
+    /// Has another thread go on that counts towards the user's limit, now or as soon as one is
+    /// available.
     void goOn() noexcept;
     void tryAgainLater();
-    /// On the thread that its user's connections have for that.
+    /// Reports the end on the thread that the user's connections share for this.
     void endElsewhere() noexcept;
     void run() noexcept override { end(); }
-    /// The request of this turn, which was taken over, has been begun: those behind it go on.
-    /// Later, so that its handler comes before theirs unless it takes long.
+    /// Called when the handler of a request whose turn was taken over has begun: the requests
+    /// behind it go on. That happens later, so that this handler begins before theirs unless it
+    /// takes long.
     void decide(std::uint64_t turn);
     void decideLater(std::uint64_t turn);
     void watchTurn(Clock::time_point time);
@@ -76,24 +79,25 @@ class ServedStream final : public LastingTask,
     const ReceivedRequests& requests_;
     const std::shared_ptr<ClientAccount> account_;
     const Connection connection_;
-    /// Of who has the turn.
+    /// Only the thread that has the turn uses the parser.
     FrameParser parser_;
 
     std::mutex mutex_;
     std::uint64_t turn_ = 0;
-    /// Since when the one who has the turn is with a request that others need not wait for.
+    /// Since when that thread has been busy with a request for which others need not wait.
     std::optional<Clock::time_point> since_;
-    /// That request's right is still being asked for.
+    /// Whether the right to that request is still being checked.
     bool isAsking_ = false;
-    /// Looks at the turn.
+    /// The timer that checks whether the turn is to be taken over.
     std::optional<ClockTask> look_;
-    /// Whose turn was taken over while it was asking; the requests behind it have to wait.
+    /// The turn that was taken over while the right was being checked; the requests behind it have
+    /// to wait.
     std::uint64_t undecided_ = 0;
-    /// The first of those, for the next turn.
+    /// The first of those requests, for the next turn.
     std::optional<Message> parked_;
-    /// Ends the stream when what is half here is due, while nobody has the turn.
+    /// Ends the stream when a message that is partly here is overdue while no thread has the turn.
     std::optional<ClockTask> frameEnd_;
-    /// While nobody has the turn and nothing is half here.
+    /// Set while no thread has the turn and no message is partly here.
     std::optional<Clock::time_point> idleSince_;
     bool ended_ = false;
     std::atomic<bool> endsElsewhere_ = false;
