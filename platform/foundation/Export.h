@@ -3,6 +3,7 @@
 
 #if defined(__cplusplus) && __cplusplus < 202002L
 #error "MorvaneOperation needs C++20: compile with -std=c++20 or later."
+#include <nothing>  // a file that is not there ends the compiler, before all errors that follow
 #endif
 
 /// Marks what the shared library exports; everything else stays inside it.
