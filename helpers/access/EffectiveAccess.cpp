@@ -21,7 +21,7 @@
 #include "PosixAclReader.h"
 #include "StoredAcl.h"
 
-// After the system's headers, which use some of these names.
+// This comes after the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
 
 namespace morvane {
@@ -60,7 +60,7 @@ bool mayReach(const AclItem& folder, const CBPosixIdentity& who) {
         if (!opened)
             return false;
         AclItem above(std::move(opened));
-        // The topmost folder is in itself.
+        // The topmost folder is its own parent.
         if (isSame(*at, above))
             return true;
         held = std::move(above);
@@ -103,7 +103,7 @@ std::optional<AclItem> folderOf(const AclItem& item) {
         return {};
     const std::string path(target, static_cast<std::size_t>(size));
     const auto slash = path.rfind('/');
-    // The system's own spelling has no links: where there is one, it is a newcomer.
+    // The kernel reports a path without links, so a link on it was made since.
     open_how how{};
     how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
     how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
@@ -170,7 +170,8 @@ std::uint32_t boxesOfRoot(const AclItem& item, const Nfs4Item& list, std::uint32
     if (may(isDirectory ? W_OK | X_OK : W_OK))
         boxes |= ACL_WRITE_DATA | ACL_APPEND_DATA | ACL_WRITE_EXTATTRIBUTES |
                  (isDirectory ? ACL_DELETE_CHILD : 0);
-    // Who may more than the list says is root to the server, too, and may everything.
+    // If root may do more than the list says, the server treats root as root, who may do
+    // everything.
     if ((boxes & asked & ~byList) != 0)
         return boxes | byList | ACL_READ_ATTRIBUTES | ACL_READ_SECURITY | ACL_WRITE_ATTRIBUTES |
                ACL_WRITE_SECURITY | ACL_CHANGE_OWNER | ACL_DELETE;
@@ -189,7 +190,7 @@ std::uint32_t effectiveBoxes(const AclItem& item, const PosixAcl& acl, const CBP
     boxes |= when(has(PosixRead), ACL_READ_DATA | ACL_READ_EXTATTRIBUTES);
     boxes |= when(has(PosixExecute), ACL_SEARCH);
     boxes |= when(has(PosixWrite) && takesAttributes(item, isOwner), ACL_WRITE_EXTATTRIBUTES);
-    // A folder takes a new item from whoever may write and enter it.
+    // Whoever may write and enter a folder can create an item in it.
     boxes |= when(grants(acl, who, acl.isDirectory ? PosixWrite | PosixExecute : PosixWrite),
                   ACL_WRITE_DATA | ACL_APPEND_DATA | when(acl.isDirectory, ACL_DELETE_CHILD));
     boxes |= when(isOwner, ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY);

@@ -10,13 +10,13 @@
 /// What an allow/deny list by itself grants.
 namespace morvane {
 
-/// The permission bits that `who` has by the list: the first entry that speaks of a bit and of
-/// `who`, or of a group that `who` is in, decides. The server of a network mount may know more: of
-/// root, and of users that it takes for others.
+/// The permission bits that the list grants `who`: for each bit, the first entry decides that
+/// mentions it and is for `who` or for a group that `who` is in. The server of a network mount may
+/// decide otherwise for root, and for users whom it maps to others.
 std::uint32_t boxesByNfs4Acl(const Nfs4Item& list, const CBPosixIdentity& who,
                              const Nfs4Names& names);
 
-/// Whether what `who` may do is for the server of a network mount to say, who tells only root.
+/// Whether the server of a network mount decides what `who` may do, and reports it only to root.
 bool isServersRoot(const Nfs4Item& list, const CBPosixIdentity& who);
 
 }  // namespace morvane

@@ -55,8 +55,8 @@ bool owns(const CBPosixIdentity& who, std::uint32_t owner) {
 
 bool grants(const PosixAcl& acl, const CBPosixIdentity& who, PosixRights needed) {
     PosixList list = acl.access;
-    // The kernel does not look at a list whose mask lets nothing through: who is named there has
-    // then what strangers have.
+    // The kernel ignores a list whose mask lets nothing through: the users and groups that it names
+    // then have the rights of others.
     if (list.mask == PosixNothing)
         list = {list.owner, PosixNothing, list.others, {}, {}, {}};
     if (isRoot(who))

@@ -11,7 +11,8 @@ namespace morvane {
 
 namespace {
 
-/// Enough for most lists. The kernel clears as much memory as it is asked for.
+/// This is enough for most lists, and not more, as the kernel clears the memory that it is asked to
+/// fill.
 constexpr std::size_t usualAttributeSize = 1024;
 
 std::string pathTo(int descriptor) {
@@ -21,14 +22,14 @@ std::string pathTo(int descriptor) {
 }  // namespace
 
 Result<AclItem, int> AclItem::open(const std::string& path, const PathRule& rule) {
-    // Such a descriptor opens any kind of item, without waiting and without any right to it.
+    // With this flag any kind of item can be opened, without waiting and without any right to it.
     auto item = openPath(path, O_PATH, rule);
     if (!item)
         return Failure{item.error()};
     return AclItem(*std::move(item));
 }
 
-// Attribute calls refuse such a descriptor, but take its name.
+// Calls that read attributes refuse such a descriptor, but accept its name in /proc.
 AclItem::AclItem(FileDescriptor descriptor)
     : descriptor_(std::move(descriptor)), path_(pathTo(descriptor_.get())) {}
 

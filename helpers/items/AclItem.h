@@ -11,19 +11,19 @@
 
 #include "ItemPath.h"
 
-/// One open item whose list is read or written, of either kind.
+/// Holds an open item while its list, of either kind, is read or written.
 namespace morvane {
 
-/// One item, held from the time when its path was looked up: whatever the path names later, what is
-/// read and written is this.
+/// An item that is held from the time when its path was looked up: whatever the path names later,
+/// this item is read and written.
 class AclItem {
   public:
-    /// The item at `path`; a symbolic link is followed where the rule allows it. An errno value if
+    /// Opens the item at `path`, following a symbolic link if the rule allows it; an errno value if
     /// there is none.
     static Result<AclItem, int> open(const std::string& path, const PathRule& rule = {});
     /// `descriptor` may be one that gives no right to the item (O_PATH).
     explicit AclItem(FileDescriptor descriptor);
-    /// An item that somebody else holds, for as long.
+    /// Refers to an item that somebody else holds, and may be used for as long as that.
     static AclItem borrowed(int descriptor);
 
     /// A path to this very item, good in this process for as long as the item is held.
@@ -34,7 +34,7 @@ class AclItem {
     std::string path_;
 };
 
-/// The kernel gives and takes no attribute that is longer.
+/// The kernel reads and writes no attribute that is longer.
 inline constexpr std::size_t maxAttributeSize = 65536;
 
 /// The value of an extended attribute of any length, or an errno value.

@@ -19,7 +19,7 @@ int changeOwner(const OpenItem& item, const struct stat& status, std::uint32_t o
     if (fchownat(item.descriptor, "", owner, group, AT_EMPTY_PATH) != 0)
         return errno;
     constexpr mode_t runsAsOther = S_ISUID | S_ISGID;
-    // Asked for only now: whoever owned the item until now could set the bits until now.
+    // The bits are read only now, as the former owner could set them until now.
     struct stat now {};
     int code = fstatat(item.descriptor, "", &now, AT_EMPTY_PATH) == 0 ? 0 : errno;
     if (code == 0 && !S_ISDIR(now.st_mode) && (now.st_mode & runsAsOther) != 0)

@@ -7,16 +7,16 @@
 
 #include "OpenItem.h"
 
-/// Whom an item belongs to.
+/// Changes the owner of an item.
 namespace morvane {
 
 /// Gives the item, whose status is `status`, to `owner` and `group`, and takes setuid and setgid
 /// from it unless it is a folder: whether the kernel does so depends on the mode and on the file
-/// system, and a list written later can bring a bit to life that was without effect. 0, or an errno
-/// value and the item belongs to whom it did.
+/// system, and a list that is written later can make a bit effective that was not. Returns 0, or an
+/// errno value if nothing was changed.
 int changeOwner(const OpenItem& item, const struct stat& status, std::uint32_t owner,
                 std::uint32_t group);
-/// Takes changeOwner() back, as far as it can be: setuid and setgid do not come back.
+/// Reverts changeOwner(), but for setuid and setgid, which stay cleared.
 void giveBack(const OpenItem& item, const struct stat& status);
 
 /// 0 or an errno value.

@@ -30,7 +30,7 @@ int store(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& acl) {
     const auto bytes = encodeNfs4Acl(acl, old.form);
     if (!bytes)
         return E2BIG;
-    // The attribute is there: if it is no longer, this is another kind of file system by now.
+    // The attribute exists; if it is gone, this is another kind of file system by now.
     return setxattr(item.path().c_str(), attributeOfForm(old.form), bytes->data(), bytes->size(),
                     XATTR_REPLACE) == 0
                ? 0
@@ -74,7 +74,7 @@ Result<std::vector<EntryLoss>, int> Nfs4Writer::write(const AclItem& item, const
     if (withOtherNames_)
         list = otherNames(list).value_or(list);
     int code = store(item, old, list);
-    // The server says of neither what it does not like.
+    // The server does not report which of the two it refuses.
     if (code == EIO && removeMarks(list)) {
         code = store(item, old, list);
         withoutMark_ = withoutMark_ || code == 0;

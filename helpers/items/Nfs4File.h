@@ -20,7 +20,8 @@ struct Nfs4Item {
     Nfs4Acl acl;
 };
 
-/// An errno value where there is none, or none that is well-formed (EBADMSG).
+/// Reads the list; an errno value if there is none, which is EBADMSG for one that is not
+/// well-formed.
 Result<Nfs4Item, int> readNfs4Item(const AclItem& item);
 
 /// Writes lists to items of one mount, and remembers what its server refuses. Several threads may

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::size_t maxRecordSize = std::size_t{1} << 24;
 
-/// Calls one of the get...r() functions with room enough; whether it found a record.
+/// Calls one of the get...r() functions with a buffer that is large enough; returns whether it
+/// found a record.
 template <class Record, class Call>
 bool findRecord(Record& record, std::vector<char>& buffer, Call&& call) {
     buffer.resize(16384);

@@ -22,7 +22,7 @@ bool userIsInGroup(std::uint32_t uid, std::uint32_t gid) {
     return std::find(groups.begin(), groups.end(), gid) != groups.end();
 }
 
-/// Whether nobody is both of them. The first one denies.
+/// Whether nobody can be both identities, of which the first one is denied.
 bool areOthers(const Nfs4Entry& denied, const Nfs4Entry& allowed, const Nfs4Target& target,
                const Nfs4Names& names) {
     const auto first = identityOfNfs4Entry(denied, target, names);
@@ -36,14 +36,14 @@ bool areOthers(const Nfs4Entry& denied, const Nfs4Entry& allowed, const Nfs4Targ
     return group && !userIsInGroup(user->uid, group->gid);
 }
 
-/// What everybody may, whatever a list says of it; the owner a little more.
+/// The permissions that everybody has whatever a list says, and the owner's, which are a few more.
 constexpr Boxes alwaysAllowed = ACL_READ_ATTRIBUTES | ACL_READ_SECURITY;
 constexpr Boxes alwaysAllowedToOwner = alwaysAllowed | ACL_WRITE_ATTRIBUTES | ACL_WRITE_SECURITY;
-/// What a mode does not hold apart from reading and writing.
+/// The permissions that a mode does not distinguish from reading and writing.
 constexpr Boxes partsOfGroups =
     ACL_READ_EXTATTRIBUTES | ACL_WRITE_EXTATTRIBUTES | ACL_DELETE | ACL_WRITE_ATTRIBUTES;
 
-/// Of a server that makes nothing of a list.
+/// The text for a server that ignores a part of a list.
 constexpr std::size_t maxDifferencesTold = 64;
 
 /// Where an entry counts: in the item itself, or in what is below it.
@@ -73,7 +73,7 @@ struct Decision {
     Boxes allowed = 0;
     Boxes denied = 0;
 
-    /// The first entry that speaks of a box decides.
+    /// The first entry that mentions a box decides.
     void decide(bool deny, Boxes boxes) {
         (deny ? denied : allowed) |= boxes & ~(allowed | denied);
     }

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-/// What to mind of the servers of network mounts, which need not store an allow/deny list as it is.
-/// Linux's own keeps a POSIX list instead: it holds the three rights of the mode, charges a denial
-/// to whoever comes behind it, and says success.
+/// Deals with servers of network mounts, which need not store an allow/deny list as it is. The one
+/// of Linux stores a POSIX list instead: it keeps the three rights of the mode, applies a denial to
+/// everyone who comes after it, and reports success.
 namespace morvane {
 
 /// The same list for everybody, in which no entry that `old` does not have denies something in

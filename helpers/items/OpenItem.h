@@ -5,8 +5,8 @@
 
 namespace morvane {
 
-/// An open item, held by somebody else: `path` is empty, or leads to the item where the descriptor
-/// itself gives no right to it (O_PATH).
+/// An open item that somebody else holds. `path` is empty unless the descriptor itself gives no
+/// right to the item (O_PATH), and then leads to it.
 struct OpenItem {
     int descriptor = -1;
     std::string path;

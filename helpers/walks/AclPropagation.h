@@ -70,8 +70,8 @@ class AclPropagation final : private TreeVisitor {
     std::vector<std::string> reasons() const;
 
   private:
-    /// More than is told of it. The items' lists are alike: only a server that makes differences up
-    /// comes so far.
+    /// This is more than is reported. As the lists of the items are similar, only a server that
+    /// invents differences reaches it.
     static constexpr std::size_t maxLost = 2 * maxLossesCarried;
     static constexpr std::size_t maxReasons = 4;
 

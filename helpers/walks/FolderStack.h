@@ -11,12 +11,12 @@
 
 #include "WalkStatus.h"
 
-/// The way down that one thread of a walk has gone.
+/// Holds the folders between the top of a tree and the one in which a thread of a walk is.
 namespace morvane {
 
 /// A folder on the way, and how far it has been read.
 struct WalkedFolder {
-    /// Empty while the stack has let it go. The one on top is always open for reading.
+    /// Empty while the stack has closed it. The folder on top is always open for reading.
     FileDescriptor descriptor;
     ItemId id;
     /// The whole path for the first of a stack.

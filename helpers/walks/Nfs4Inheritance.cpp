@@ -48,8 +48,8 @@ class EntriesWriter final : public InheritedWriter {
         auto acl = nfs4AclOfEntries(isFolder ? entries_[level].folder : entries_[level].file,
                                     old->acl, target, names_)
                        .acl;
-        // Whoever inherits nothing has the rights that the mode of the folder shows: nobody is left
-        // without any.
+        // Identities that inherit nothing get the rights that the mode of the folder shows, so that
+        // nobody is left without any.
         acl = withOthersAllowedFirst(withRightsOfFolder(acl, folder_.acl, isFolder), {}, target,
                                      names_);
         if (!isFolder && (status.st_mode & 0111) == 0) {

@@ -23,7 +23,7 @@ struct ItemValues {
     mode_t mode = 0;
     /// Whether these are the whole list, which has neither names nor a mask.
     bool isMode = false;
-    /// Empty for none.
+    /// Returns an empty value if there is none.
     std::vector<std::uint8_t> defaults;
     /// The users and groups that both lists name.
     std::size_t names = 0;

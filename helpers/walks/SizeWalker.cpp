@@ -58,7 +58,7 @@ void SizeWalker::visitFiles(const TreeFolder& in, FileNames names) {
     names.forEach([&](const char* name) {
         struct statx status;
         int code = statusAt(in.descriptor(), name, status);
-        // Not asked of a file that another file system is mounted on.
+        // A file on which another file system is mounted is not examined.
         if (code == 0 && asksFileSystem_ && idOf(status).isOnMountOf(in.id()))
             code = statusAt(in.descriptor(), name, status, true);
         if (code == 0 && S_ISREG(status.stx_mode) && idOf(status).isOnMountOf(in.id()))

@@ -40,7 +40,7 @@ WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision
             } catch (...) {
                 failure = std::current_exception();
             }
-            work = nullptr;  // before anybody is told that it is done
+            work = nullptr;  // This comes before anybody is notified that the work is done.
             const std::lock_guard lock(progress->mutex);
             progress->isDone = true;
             progress->failure = failure;
@@ -61,7 +61,7 @@ WorkEnd supervise(std::function<void()> work, const WorkSupervision& supervision
             if (!goesOn)
                 supervision.cancel();
         } catch (const std::exception&) {
-            goesOn = true;  // there is no memory to ask; the next time will do
+            goesOn = true;  // There is no memory to ask now; it is asked again later.
         }
         lock.lock();
         if (goesOn)

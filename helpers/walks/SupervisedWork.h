@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <functional>
 
-/// Waits for work on files, and does not wait for ever.
+/// Waits for work on files, but not without end.
 namespace morvane {
 
 /// A file system of a user's need not answer, and nothing but its answer brings a thread back from
@@ -27,11 +27,11 @@ struct WorkSupervision {
 
 enum class WorkEnd {
     done,
-    /// It goes on on its thread until its file system answers.
+    /// The work continues on its thread until its file system answers.
     left,
-    /// Not begun: too much of this user's work has been left.
+    /// The work was not begun, because too much work of this user has been left.
     tooMuchLeft,
-    /// Not begun: no thread can be had.
+    /// The work was not begun, because no thread could be started.
     noThread,
 };
 

@@ -21,9 +21,9 @@ namespace morvane {
 namespace {
 
 constexpr std::size_t maxFailuresKept = 5;
-/// What waits for an idle thread.
+/// How many jobs may wait for an idle thread.
 constexpr std::size_t maxJobs = 4;
-/// Of fewer files, half are not worth another thread's while.
+/// With fewer files than this, sharing them costs more than it saves.
 constexpr std::size_t manyFiles = 64;
 /// Of so many folders on the way down each keeps the names of a whole chunk; below, of a short one.
 constexpr std::size_t shallow = 64;
@@ -191,7 +191,7 @@ class TreeWalk::Run {
     /// entered.
     WalkedFolder enter(const FolderStack& stack, const char* name) {
         const int parent = stack.top().descriptor.get();
-        // Not opened before this is known: opening could wake another file system.
+        // The item is not opened before this is known, as opening could access another file system.
         struct statx status;
         if (const int code = statusAt(parent, name, status); code != 0)
             return notEntered(stack, name, code);
@@ -267,7 +267,7 @@ class TreeWalk::Run {
         try {
             second_ = std::thread([this] { work(); });
         } catch (const std::system_error&) {
-            return false;  // one thread has to do
+            return false;  // The walk goes on with one thread.
         }
         return true;
     }

@@ -26,10 +26,10 @@ struct WalkFailure {
 /// What a walk could not deal with. Each item counts once.
 struct WalkFailures {
     std::uint64_t count = 0;
-    /// Those of them below which not everything has been reached.
+    /// How many of them are folders below which not everything has been reached.
     std::uint64_t notReached = 0;
-    /// No more than are worth naming. If these all fail alike and a later one does otherwise, it
-    /// takes the place of the last.
+    /// The first few, which are named. If all of these have the same code and a later one has
+    /// another, it replaces the last.
     std::vector<WalkFailure> first;
 };
 

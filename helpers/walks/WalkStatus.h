@@ -6,15 +6,16 @@
 
 #include <cstdint>
 
-/// How a walk looks at items: without waiting for a file system that it does not enter.
+/// Examines the items of a walk without waiting for a file system that it does not enter.
 namespace morvane {
 
-/// Which item it is. A number alone would not do: it is given to another item once the first is
+/// Identifies an item. The inode number alone would not suffice, as it is reused once the item is
 /// gone.
 struct ItemId {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
-    /// The mount that it is met in. A folder that is mounted in a second place is another there.
+    /// The mount through which the item was found; the same folder in another mount counts as
+    /// another item.
     std::uint64_t mount = 0;
     std::int64_t bornSeconds = 0;
     std::uint32_t bornNanoseconds = 0;
@@ -28,8 +29,8 @@ ItemId idOf(const struct statx& status);
 
 /// The status of the item called `name` in `folder`, or of `folder` itself if the name is empty: 0
 /// or an errno value (EXDEV for another mount that may not be looked at). Links are not followed
-/// and automounts not started. What the kernel knows of the item has to do, so that no file system
-/// is asked that does not answer; `askFileSystem` has it asked.
+/// and automounts not started. Only what the kernel has cached is used, so that no file system is
+/// asked that does not answer, unless `askFileSystem` is set.
 int statusAt(int folder, const char* name, struct statx& status, bool askFileSystem = false);
 
 /// Whether the kernel knows the sizes of what is in the open folder as well as its file system

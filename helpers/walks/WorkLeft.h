@@ -11,11 +11,12 @@
 
 namespace morvane {
 
-/// How much of each user's work has been left and still goes on.
+/// Counts the work of each user that has been left and still continues.
 class WorkLeft {
   public:
     static WorkLeft& shared() {
-        // For as long as the process: work that has been left may end later than everything else.
+        // The one of this process, which is never destroyed: work that has been left may end after
+        // everything else.
         static auto& left = *new WorkLeft;
         return left;
     }
