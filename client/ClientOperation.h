@@ -18,6 +18,7 @@
 
 #include "ClientAuthority.h"
 #include "ClientLanes.h"
+#include "IdentitySearch.h"
 
 namespace morvane {
 
@@ -37,6 +38,7 @@ class MVFileClient::State {
     const std::shared_ptr<ClientLanes> privilegedLanes;
     /// For what needs no service.
     const std::shared_ptr<DispatchQueue> work = DispatchQueue::serialQueue(nullptr);
+    const std::shared_ptr<IdentitySearch> people = std::make_shared<IdentitySearch>();
 
     void add(const std::shared_ptr<ClientOperation>& operation);
     void cancelAll();

@@ -276,4 +276,21 @@ void MVFileClient::contents(const NSURL& directory, MVOperationOptions options,
         ->start();
 }
 
+void MVFileClient::identities(std::string text, MVOperationOptions options,
+                              Completion<Result<std::vector<CBIdentityRef>>> completion) {
+    using Identities = Result<std::vector<CBIdentityRef>>;
+    const auto held = std::make_shared<decltype(completion)>(std::move(completion));
+    const auto tell = [executor = state_->executor, held](Identities identities) {
+        executor([completion = std::move(*held), identities = std::move(identities)] {
+            if (completion)
+                completion(identities);
+        });
+    };
+    try {
+        state_->people->find(std::move(text), options.stop, tell);
+    } catch (const std::exception&) {
+        tell(Failure{errorOfFailure(std::current_exception())});
+    }
+}
+
 }  // namespace morvane

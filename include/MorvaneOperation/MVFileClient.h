@@ -4,6 +4,7 @@
 #include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/MVFileConnector.h>
 #include <MorvaneOperation/platform/foundation/Result.h>
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -176,6 +177,18 @@ class MORVANE_EXPORT MVFileClient final {
     /// The items inside the folder, in its own order.
     void contents(const NSURL& directory, MVOperationOptions options,
                   Completion<Result<std::vector<NSURL>>> completion);
+
+    /// At most so many identities are found at once.
+    static constexpr std::size_t mostIdentities = 1000;
+    /// Whom an entry can be for: users, groups and everyone, whose names contain `text` in letters
+    /// of either case. Those of exactly that name come first, then those that begin with it, then
+    /// the others, each in alphabetical order; for an empty text all are found. Somebody whom a
+    /// directory knows but does not list is found by the whole name. Nothing is waited for on the
+    /// caller's thread, and when the user has typed on, the stop token ends the search for what was
+    /// typed before at once, even if a directory does not answer. Of the options the stop token
+    /// counts.
+    void identities(std::string text, MVOperationOptions options,
+                    Completion<Result<std::vector<CBIdentityRef>>> completion);
 
     class MORVANE_INTERNAL State;
     explicit MVFileClient(std::shared_ptr<State> state);

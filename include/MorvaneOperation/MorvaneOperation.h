@@ -20,6 +20,7 @@
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <MorvaneOperation/MVFileSizeItem.h>
+#include <MorvaneOperation/MVObservation.h>
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/MVServiceNames.h>
 #include <MorvaneOperation/MVTreeNode.h>
