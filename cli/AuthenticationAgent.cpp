@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AuthenticationAgent.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,13 +22,24 @@ constexpr const char* program = "/usr/bin/pkttyagent";
 constexpr int readyMilliseconds = 5000;
 
 /// Whether polkit finds a login session for this process: the one that it is in, or the one that
-/// its user's services belong to.
+/// its user's services belong to. The library that tells it is loaded here: no other command needs
+/// it, and it comes with five more.
 bool isInSession() {
+    void* const library = dlopen("libsystemd.so.0", RTLD_LAZY | RTLD_LOCAL);
+    if (!library)
+        return false;
+    const auto find = [&](const char* name) { return dlsym(library, name); };
+    const auto pidSession =
+        reinterpret_cast<decltype(&sd_pid_get_session)>(find("sd_pid_get_session"));
+    const auto pidOwner =
+        reinterpret_cast<decltype(&sd_pid_get_owner_uid)>(find("sd_pid_get_owner_uid"));
+    const auto userDisplay =
+        reinterpret_cast<decltype(&sd_uid_get_display)>(find("sd_uid_get_display"));
     char* session = nullptr;
     uid_t user = 0;
-    const bool found =
-        sd_pid_get_session(0, &session) >= 0 ||
-        (sd_pid_get_owner_uid(0, &user) >= 0 && sd_uid_get_display(user, &session) >= 0);
+    const bool found = pidSession && pidOwner && userDisplay &&
+                       (pidSession(0, &session) >= 0 ||
+                        (pidOwner(0, &user) >= 0 && userDisplay(user, &session) >= 0));
     free(session);
     return found;
 }

@@ -205,7 +205,9 @@ bool print(const std::string& text, std::FILE* to) {
 
 int main(int argc, char** argv) {
     morvane::openMissingStandardStreams();
-    std::setlocale(LC_ALL, "");
+    // What texts are made of. Numbers are ICU's, and no time is shown.
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_MESSAGES, "");
     // The request that a connection ends with tells it in its own words.
     morvane::setLogSink([](std::string_view) {});
     morvane::Outcome outcome;

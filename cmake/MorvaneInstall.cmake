@@ -3,6 +3,9 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS MorvaneOperation EXPORT MorvaneOperationTargets)
+if(BUILD_SHARED_LIBS)
+    install(TARGETS morvane_desktop LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/${MORVANE_MODULES})
+endif()
 install(DIRECTORY include/MorvaneOperation DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.h")
 

@@ -2,33 +2,61 @@
 # The one library, shared unless the builder wants an archive, and the same objects as an archive for the tests
 # that look inside.
 get_property(layers GLOBAL PROPERTY MORVANE_LAYERS)
-set(objects ${layers})
-list(TRANSFORM objects REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>")
+macro(morvane_objects variable)
+    set(${variable} ${ARGN})
+    list(TRANSFORM ${variable} REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>")
+endmacro()
 
+# A shared library has a desktop's libraries loaded when they are first needed, by a module below its own folder.
+set(library_layers ${layers})
+set(desktop_layers layer_policy layer_desktop)
+if(BUILD_SHARED_LIBS)
+    list(REMOVE_ITEM library_layers ${desktop_layers})
+    list(APPEND library_layers desktop_loader)
+endif()
+morvane_objects(objects ${library_layers})
 add_library(MorvaneOperation ${objects})
 add_library(MorvaneOperation::MorvaneOperation ALIAS MorvaneOperation)
+if(BUILD_SHARED_LIBS)
+    morvane_objects(objects ${desktop_layers} desktop_module)
+    add_library(morvane_desktop MODULE ${objects})
+    # The library by its file, so that whoever links the library can have the module built as well.
+    target_link_libraries(morvane_desktop PRIVATE $<TARGET_FILE:MorvaneOperation> ${MORVANE_SYSTEM_LIBRARIES})
+    add_dependencies(morvane_desktop MorvaneOperation)
+    add_library(morvane_desktop_built INTERFACE)
+    add_dependencies(morvane_desktop_built morvane_desktop)
+    target_link_libraries(MorvaneOperation PRIVATE ${CMAKE_DL_LIBS} INTERFACE $<BUILD_INTERFACE:morvane_desktop_built>)
+    set_target_properties(morvane_desktop PROPERTIES PREFIX "" OUTPUT_NAME desktop
+        LIBRARY_OUTPUT_DIRECTORY $<TARGET_FILE_DIR:MorvaneOperation>/${MORVANE_MODULES})
+else()
+    target_link_libraries(MorvaneOperation PRIVATE ${MORVANE_SYSTEM_LIBRARIES})
+endif()
+target_link_libraries(MorvaneOperation PRIVATE Threads::Threads)
+
+morvane_objects(objects ${layers})
 add_library(morvane_internal STATIC ${objects})
-foreach(target MorvaneOperation morvane_internal)
-    target_link_libraries(${target} PRIVATE Threads::Threads ${MORVANE_SYSTEM_LIBRARIES})
-endforeach()
+target_link_libraries(morvane_internal PRIVATE Threads::Threads ${MORVANE_SYSTEM_LIBRARIES})
 target_link_libraries(morvane_internal INTERFACE ${layers})
 set_target_properties(MorvaneOperation PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 1)
 if(BUILD_SHARED_LIBS)
     # Calls within the library are direct ones.
     target_link_options(MorvaneOperation PRIVATE -Wl,-Bsymbolic-functions)
+    # Calls within the module too: the library has functions of the same names, which lead to it.
+    target_link_options(morvane_desktop PRIVATE -Wl,-Bsymbolic-functions)
 endif()
 if(BUILD_SHARED_LIBS AND NOT MORVANE_SANITIZE)
     set(exports ${PROJECT_SOURCE_DIR}/cmake/MorvaneOperation.map)
     target_link_options(MorvaneOperation PRIVATE -Wl,-z,defs -Wl,--version-script=${exports})
     set_target_properties(MorvaneOperation PROPERTIES LINK_DEPENDS ${exports})
+    target_link_options(morvane_desktop PRIVATE -Wl,-z,defs)
 endif()
 
 # What the services have of it: everything but what serves an interface. They carry it with them, so that they start
 # at once and load none of the desktop's libraries.
-set(service_layers ${layers})
+set(service_layers ${layers} headless)
 list(REMOVE_ITEM service_layers layer_desktop)
-list(TRANSFORM service_layers REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>")
-add_library(morvane_services STATIC ${service_layers} $<TARGET_OBJECTS:headless>)
+morvane_objects(objects ${service_layers})
+add_library(morvane_services STATIC ${objects})
 target_link_libraries(morvane_services INTERFACE Threads::Threads)
 
 # What programs see of it: its public headers, as they are installed. This build's own programs and a project

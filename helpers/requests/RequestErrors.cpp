@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "RequestErrors.h"
 
-#include <glib.h>
+#include <MorvaneOperation/platform/archive/Unicode.h>
 
-#include <memory>
 #include <utility>
 
 namespace morvane {
@@ -18,10 +17,7 @@ NSErrorRef posixError(int code, const NSURL& url, std::string text, std::string 
 }
 
 std::string quotedPath(const NSURL& url) {
-    const auto& path = url.path();
-    const std::unique_ptr<char, decltype(&g_free)> text(
-        g_utf8_make_valid(path.data(), static_cast<gssize>(path.size())), &g_free);
-    return '"' + std::string(text.get()) + '"';
+    return '"' + validUtf8(url.path()) + '"';
 }
 
 }  // namespace morvane

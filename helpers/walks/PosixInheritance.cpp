@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <span>
 
 #include "ItemOwner.h"
 #include "PosixAclReader.h"
@@ -35,21 +36,28 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// 0 or the errno value; no bytes if there is no such list.
 int read(const OpenItem& item, const char* name, Bytes& bytes) {
-    // The kernel makes and clears room for as much as it is asked for.
+    const auto readInto = [&](std::span<std::uint8_t> room) {
+        return item.path.empty() ? fgetxattr(item.descriptor, name, room.data(), room.size())
+                                 : getxattr(item.path.c_str(), name, room.data(), room.size());
+    };
+    // The kernel makes and clears room for as much as it is asked for. So would each thread, at its
+    // start, for as much as it kept here.
     constexpr std::size_t usual = 1024;
     constexpr std::size_t longest = 65536;
-    thread_local std::array<std::uint8_t, longest> buffer;
-    const auto readUpTo = [&](std::size_t room) {
-        return item.path.empty() ? fgetxattr(item.descriptor, name, buffer.data(), room)
-                                 : getxattr(item.path.c_str(), name, buffer.data(), room);
-    };
-    auto size = readUpTo(usual);
-    if (size < 0 && errno == ERANGE)
-        size = readUpTo(longest);
-    if (size < 0)
-        return errno == ENODATA ? 0 : errno;
-    bytes.assign(buffer.begin(), buffer.begin() + size);
-    return 0;
+    std::array<std::uint8_t, usual> buffer;
+    auto size = readInto(buffer);
+    if (size >= 0) {
+        bytes.assign(buffer.begin(), buffer.begin() + size);
+        return 0;
+    }
+    if (errno == ERANGE) {
+        bytes.resize(longest);
+        size = readInto(bytes);
+        bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+        if (size >= 0)
+            return 0;
+    }
+    return errno == ENODATA ? 0 : errno;
 }
 
 int write(const OpenItem& item, const char* name, const Bytes& bytes) {

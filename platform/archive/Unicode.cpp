@@ -110,4 +110,19 @@ std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> 
     return text;
 }
 
+std::string validUtf8(std::string_view bytes) {
+    constexpr std::uint32_t replacement = 0xFFFD;
+    std::string text;
+    while (!bytes.empty()) {
+        const auto before = bytes;
+        if (takeCodePoint(bytes)) {
+            text += before.substr(0, before.size() - bytes.size());
+        } else {
+            appendUtf8(replacement, text);
+            bytes.remove_prefix(1);
+        }
+    }
+    return text;
+}
+
 }  // namespace morvane

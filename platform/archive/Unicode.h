@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-/// The two encodings that a property list's text goes between.
+/// UTF-8, which texts are in, and UTF-16, which a property list has for some.
 namespace morvane {
 
 /// Appends UTF-8 text as big-endian UTF-16. False, with nothing appended, if it is not UTF-8.
@@ -16,5 +16,8 @@ bool appendUtf16BigEndian(std::string_view utf8, std::vector<std::uint8_t>& out)
 
 /// Big-endian UTF-16 as UTF-8; empty if a surrogate stands alone.
 std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> utf16);
+
+/// The text with U+FFFD for each byte that is not part of UTF-8.
+std::string validUtf8(std::string_view bytes);
 
 }  // namespace morvane

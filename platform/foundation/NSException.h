@@ -31,6 +31,8 @@ class MORVANE_EXPORT NSException : public std::exception {
 
 inline constexpr const char* NSRangeException = "NSRangeException";
 inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentException";
+/// A part of the library itself is missing, or is not of this library's make.
+inline constexpr const char* NSInternalInconsistencyException = "NSInternalInconsistencyException";
 
 /// Throws NSRangeException, naming the index and the count that it does not fit.
 [[noreturn]] MORVANE_EXPORT void throwRangeException(std::size_t index, std::size_t count);

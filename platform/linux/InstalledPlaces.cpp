@@ -13,6 +13,7 @@ namespace {
 struct Places {
     std::string programs;
     std::string data;
+    std::string code;
 };
 
 /// Returns the folder of the library, or of the program that has it built in; empty if it is
@@ -38,15 +39,17 @@ Places findPlaces() {
     // These lead there from the folder of libraries and from that of programs.
     constexpr std::array distances{Distance{MORVANE_LIBEXEC_FROM_LIB, MORVANE_DATA_FROM_LIB},
                                    Distance{MORVANE_LIBEXEC_FROM_BIN, MORVANE_DATA_FROM_BIN}};
-    if (const auto here = folderOfThisCode(); !here.empty()) {
+    const auto here = folderOfThisCode();
+    if (!here.empty()) {
         for (const auto& distance : distances) {
             const auto programs = (here / distance.programs).lexically_normal();
             std::error_code error;
             if (std::filesystem::is_directory(programs, error))
-                return {programs.string(), (here / distance.data).lexically_normal().string()};
+                return {programs.string(), (here / distance.data).lexically_normal().string(),
+                        here.string()};
         }
     }
-    return {MORVANE_LIBEXEC_DIR, MORVANE_DATA_DIR};
+    return {MORVANE_LIBEXEC_DIR, MORVANE_DATA_DIR, here.empty() ? MORVANE_LIB_DIR : here.string()};
 }
 
 const Places& places() {
@@ -58,6 +61,10 @@ const Places& places() {
 
 const std::string& packageProgramFolder() {
     return places().programs;
+}
+
+const std::string& packageCodeFolder() {
+    return places().code;
 }
 
 const std::string& packageDataFolder() {

@@ -59,7 +59,7 @@ inline constexpr const char* kSMRightBlessPrivilegedHelper =
     "com.apple.ServiceManagement.blesshelper";
 
 /// What the rights obtained so far are kept under; null is an empty reference.
-class AuthorizationReference {
+class MORVANE_EXPORT AuthorizationReference {
   public:
     virtual ~AuthorizationReference();
 };
@@ -92,7 +92,7 @@ struct AuthorizationRule {
 /// the installer of the privileged helper. Supplied by the system, or by a test.
 ///
 /// A status of 0 is success. Any thread.
-class AuthorizationServices {
+class MORVANE_EXPORT AuthorizationServices {
   public:
     virtual ~AuthorizationServices();
 

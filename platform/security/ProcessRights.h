@@ -31,7 +31,7 @@ enum class RightState {
 
 /// Makes what the questions need, so that rightOfProcess() makes no thread and no descriptor any
 /// more: for a service, before it has its first client. False if the policy service's bus is not
-/// there; the next question then tries again.
+/// there; the next question then tries again. Throws where the library is not installed whole.
 MORVANE_EXPORT bool connectToPolicy();
 
 /// Asks the system's policy, and nobody else: a right that the user would have to be asked for is

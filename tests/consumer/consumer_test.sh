@@ -60,11 +60,15 @@ libdir=$(dirname "$(dirname "$pc")")
     fail "pkg-config's program printed something else"
 
 unset MORVANE_LIBEXEC_DIR
-echo "the installed morvane finds its service, also after it was moved"
+echo "the installed morvane finds its service and the library its module, also after they were moved"
 touch "$work/file"
-"$prefix/bin/morvane" acl "$work/file" >/dev/null || fail "the installed morvane does not run"
+for command in acl size; do
+    "$prefix/bin/morvane" $command "$work/file" >/dev/null || fail "the installed morvane does not run $command"
+done
 mv "$prefix" "$work/moved"
-"$work/moved/bin/morvane" acl "$work/file" >/dev/null || fail "the moved morvane does not run"
+for command in acl size; do
+    "$work/moved/bin/morvane" $command "$work/file" >/dev/null || fail "the moved morvane does not run $command"
+done
 mv "$work/moved" "$prefix"
 
 echo "what is installed names the prefix that was chosen"
