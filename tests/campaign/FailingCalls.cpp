@@ -7,6 +7,9 @@
 // FAILING_MARK, a file that is made when the first call has failed. With FAILING_AT=0 nothing
 // fails.
 //
+// An item whose name is "slow" takes half a second in each process that looks at it, so that a
+// client is asked whether to go on.
+//
 // The program may call failingCallsBegin() and failingCallsEnd(), between which alone calls count;
 // a program that does not is counted from its start on.
 #include <dlfcn.h>
@@ -158,8 +161,6 @@ FAILING(int, pthread_create,
         (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
          void* argument),
         (thread, attributes, start, argument), EAGAIN, EAGAIN)
-FAILING(int, statx, (int fd, const char* path, int flags, unsigned mask, struct statx* status),
-        (fd, path, flags, mask, status), -1, EIO)
 FAILING(ssize_t, getxattr, (const char* path, const char* name, void* value, size_t size),
         (path, name, value, size), -1, EIO)
 FAILING(ssize_t, fgetxattr, (int fd, const char* name, void* value, size_t size),
@@ -171,6 +172,18 @@ FAILING(int, fsetxattr, (int fd, const char* name, const void* value, size_t siz
         (fd, name, value, size, flags), -1, ENOSPC)
 FAILING(void*, mmap, (void* at, size_t size, int protection, int flags, int fd, off_t offset),
         (at, size, protection, flags, fd, offset), MAP_FAILED, ENOMEM)
+
+int statx(int fd, const char* path, int flags, unsigned mask, struct statx* status) {
+    static const auto real = next<int (*)(int, const char*, int, unsigned, struct statx*)>("statx");
+    static std::atomic<bool> wasSlow = false;
+    if (strcmp(path, "slow") == 0 && !wasSlow.exchange(true))
+        usleep(500000);
+    if (fails("statx")) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd, path, flags, mask, status);
+}
 
 int openat(int fd, const char* path, int flags, ...) {
     static const auto real = next<int (*)(int, const char*, int, ...)>("openat");

@@ -13,8 +13,9 @@
 #include <mutex>
 #include <string>
 
-/// A fixed run of a host: Scenario FOLDER. Sends every request of the protocol to the file service,
-/// some of them at once, and prints how they have ended. The exit status is 0 if each has ended
+/// A fixed run of a host: Scenario FOLDER. Sends every request of the protocol over two connections
+/// to the file service, of which one says no when it is asked whether to go on, many of them at
+/// once, and prints how they have ended. The exit status is 0 if each has ended
 /// exactly once and a request that was made when nothing failed any more was answered; 1 if one has
 /// ended twice, 2 if one never ended, 3 if the last one was not answered.
 extern "C" {
@@ -26,7 +27,7 @@ namespace {
 
 using namespace morvane;
 
-constexpr std::size_t most = 64;
+constexpr std::size_t most = 128;
 constexpr std::chrono::seconds patience{20};
 
 /// How often each request has ended; nothing here allocates.
@@ -58,14 +59,40 @@ std::atomic<std::size_t> made = 0;
 
 class Responses final : public MVFileResponse {
   public:
-    void progressWithReply(NSXPCReply<bool> reply) override { reply(true); }
+    explicit Responses(bool goesOn) : goesOn_(goesOn) {}
+    void progressWithReply(NSXPCReply<bool> reply) override { reply(goesOn_); }
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>>,
                          NSXPCReply<bool> reply) override {
-        reply(true);
+        reply(goesOn_);
     }
+
+  private:
+    const bool goesOn_;
 };
 
-std::shared_ptr<NSXPCConnection> connect() {
+/// What a run works on; campaign.py makes it.
+struct Items {
+    explicit Items(const std::string& path)
+        : folder(NSURL::fileURLWithPath(path)),
+          file(NSURL::fileURLWithPath(path + "/file")),
+          one(NSURL::fileURLWithPath(path + "/one")),
+          two(NSURL::fileURLWithPath(path + "/two")),
+          tree(NSURL::fileURLWithPath(path + "/tree")),
+          slow(NSURL::fileURLWithPath(path + "/slow-tree")),
+          missing(NSURL::fileURLWithPath(path + "/missing")) {}
+
+    const NSURL folder;
+    const NSURL file;
+    const NSURL one;
+    const NSURL two;
+    /// Folders, files, a hard link and a symbolic one.
+    const NSURL tree;
+    /// With an item that takes long enough for a question whether to go on.
+    const NSURL slow;
+    const NSURL missing;
+};
+
+std::shared_ptr<NSXPCConnection> connect(bool goesOn) {
     const NSClassSet entries{&NSArrayClass, &MVAclEntry::classObject(), &MVTreeNode::classObject(),
                              &MVAclPermission::classObject()};
     const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
@@ -81,7 +108,7 @@ std::shared_ptr<NSXPCConnection> connect() {
     auto connection = NSXPCConnection::initWithServiceName(MVFileServiceName);
     connection->setRemoteObjectInterface(requests);
     connection->setExportedInterface(responses);
-    connection->setExportedObject<MVFileResponse>(std::make_shared<Responses>());
+    connection->setExportedObject<MVFileResponse>(std::make_shared<Responses>(goesOn));
     connection->resume();
     return connection;
 }
@@ -105,33 +132,84 @@ void list(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url) 
     });
 }
 
-void everyRequest(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& folder,
-                  const NSURL& file) {
-    const auto with = [&](const auto& send) { request(connection, send); };
-    list(connection, file);
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.getAclAccessWithUrl(file, uuidOfPosixIdentity(CBPosixUser{0}),
+void access(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url,
+            const CBPosixIdentity& who) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.getAclAccessWithUrl(url, uuidOfPosixIdentity(who),
                                     [number](auto, NSErrorRef) { ends.end(number, true); });
     });
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.setAclEntries({MVAclEntry::newEntryForDirectory(false)}, file,
-                              [number](NSErrorRef) { ends.end(number, true); });
+}
+
+void write(const std::shared_ptr<NSXPCConnection>& connection,
+           const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.setAclEntries(entries, url, [number](NSErrorRef) { ends.end(number, true); });
     });
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.propagateAclEntries({MVAclEntry::newEntryForDirectory(true)}, folder,
-                                    [number](NSErrorRef) { ends.end(number, true); });
+}
+
+void propagate(const std::shared_ptr<NSXPCConnection>& connection,
+               const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.propagateAclEntries(entries, url, [number](NSErrorRef) { ends.end(number, true); });
     });
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.renameUrls({file}, {"renamed"},
+}
+
+void rename(const std::shared_ptr<NSXPCConnection>& connection, const std::vector<NSURL>& urls,
+            const std::vector<std::string>& names) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.renameUrls(urls, names,
                            [number](auto, auto, NSErrorRef) { ends.end(number, true); });
     });
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.getSizesWithUrls({folder}, [number](auto, NSErrorRef) { ends.end(number, true); });
+}
+
+void sizes(const std::shared_ptr<NSXPCConnection>& connection, const std::vector<NSURL>& urls) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.getSizesWithUrls(urls, [number](auto, NSErrorRef) { ends.end(number, true); });
     });
-    with([&](MVFileRequest& service, std::size_t number) {
-        service.getContentsOfDirectory(folder, {},
+}
+
+void contents(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url) {
+    request(connection, [&](MVFileRequest& service, std::size_t number) {
+        service.getContentsOfDirectory(url, {},
                                        [number](auto, NSErrorRef) { ends.end(number, true); });
     });
+}
+
+/// Entries of everyone and of a user by name; empty where there is no memory for them.
+std::vector<std::shared_ptr<MVAclEntry>> someEntries(bool directory) {
+    try {
+        auto named = MVAclEntry::newEntryForDirectory(directory);
+        named->setUuid(uuidOfPosixIdentity(CBPosixUser{1}));
+        return {MVAclEntry::newEntryForDirectory(directory), std::move(named)};
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+void everyRequest(const std::shared_ptr<NSXPCConnection>& connection,
+                  const std::shared_ptr<NSXPCConnection>& stopping, const Items& items) {
+    // Both at once, and what is behind them does not wait for them.
+    sizes(connection, {items.slow, items.tree, items.missing});
+    sizes(stopping, {items.slow});
+    list(connection, items.file);
+    access(connection, items.file, CBPosixUser{0});
+    access(stopping, items.file, CBPosixGroup{1});
+    access(connection, items.folder, CBEveryone{});
+    write(connection, someEntries(false), items.file);
+    write(connection, someEntries(true), items.tree);
+    write(stopping, {}, items.missing);
+    list(connection, items.tree);
+    propagate(connection, someEntries(true), items.tree);
+    propagate(stopping, someEntries(true), items.slow);
+    rename(connection, {items.file}, {"renamed"});
+    rename(connection, {items.one, items.two}, {"two", "one"});
+    rename(stopping, {items.missing, items.tree}, {"nothing", "slow-tree"});
+    contents(connection, items.folder);
+    contents(stopping, items.missing);
+    for (int i = 0; i != 4; ++i) {
+        list(connection, items.folder);
+        list(stopping, items.folder);
+    }
 }
 
 }  // namespace
@@ -139,18 +217,16 @@ void everyRequest(const std::shared_ptr<NSXPCConnection>& connection, const NSUR
 int main(int argc, char** argv) {
     if (argc != 2)
         return 64;
-    const auto folder = NSURL::fileURLWithPath(argv[1]);
-    const auto file = NSURL::fileURLWithPath(std::string(argv[1]) + "/file");
+    const Items items(argv[1]);
     // The C library itself ends a process that has no memory while it learns where users are noted.
     NSUserName();
     std::size_t duringFailures = 0;
     {
-        auto connection = connect();
+        const auto connection = connect(true);
+        const auto stopping = connect(false);
         if (failingCallsBegin)
             failingCallsBegin();
-        everyRequest(connection, folder, file);
-        for (int i = 0; i != 8; ++i)
-            list(connection, folder);
+        everyRequest(connection, stopping, items);
         duringFailures = made;
         const bool allEnded = ends.waitForAll(0, duringFailures);
         if (failingCallsEnd)
@@ -159,17 +235,19 @@ int main(int argc, char** argv) {
             std::printf("a request never ended\n");
             return 2;
         }
-        list(connection, folder);
+        list(connection, items.folder);
+        list(stopping, items.folder);
         if (!ends.waitForAll(duringFailures, made)) {
             std::printf("a request behind the failures never ended\n");
             return 2;
         }
         connection->invalidate();
+        stopping->invalidate();
     }
     const auto last = made.load();
     // A host whose connection has become invalid makes another one.
-    const auto another = connect();
-    list(another, folder);
+    const auto another = connect(true);
+    list(another, items.folder);
     if (!ends.waitForAll(last, last + 1) || !ends.answered[last]) {
         std::printf("the next request was not answered\n");
         return 3;

@@ -30,6 +30,7 @@ FOUND = os.path.join(TOP, "build/campaign")
 SERVICE = "io.github.morvaneoperation.FileService"
 WHOLE_MINUTES = 60
 PROCESSORS = os.cpu_count() or 1
+AT_ONCE = 8 * PROCESSORS  # runs of the scenario, which mostly wait
 TIME_LIMIT = 120  # for one run of the scenario; it has a watchdog of its own
 LEAVE_LIMIT = 10  # for a service whose host has gone
 
@@ -50,9 +51,13 @@ def scenario(call, number, for_good, program):
     """One run with that fault: whether the fault was reached, and what came of it."""
     with tempfile.TemporaryDirectory() as work:
         items = os.path.join(work, "items")
-        os.mkdir(items)
-        with open(os.path.join(items, "file"), "w", encoding="ascii") as file:
-            file.write("x")
+        for folder in ("tree/folder/deep", "slow-tree"):
+            os.makedirs(os.path.join(items, folder))
+        for name in ("file", "one", "two", "tree/file", "tree/folder/file", "tree/folder/deep/file", "slow-tree/slow"):
+            with open(os.path.join(items, name), "w", encoding="ascii") as file:
+                file.write("x")
+        os.link(os.path.join(items, "tree/file"), os.path.join(items, "tree/link"))
+        os.symlink("file", os.path.join(items, "tree/symbolic"))
         mark = os.path.join(work, "mark")
         environment = {**os.environ, "MORVANE_LIBEXEC_DIR": os.path.join(DEV, "libexec"),
                        "LD_PRELOAD": os.path.join(DEV, "tests/campaign/libfailing_calls.so"),
@@ -93,14 +98,14 @@ def scenario(call, number, for_good, program):
 def faults(calls):
     rows, findings = [], 0
     total, never = 0, []
-    with concurrent.futures.ThreadPoolExecutor(PROCESSORS) as pool:
+    with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
         for program, role in (("campaign_scenario", "host"), (SERVICE, "service")):
             for call in calls:
                 for for_good in (False, True):
                     tried, bad, number, reached = 0, 0, 1, True
                     while reached:
-                        numbers = range(number, number + 8 * PROCESSORS)
-                        number += 8 * PROCESSORS
+                        numbers = range(number, number + AT_ONCE)
+                        number += AT_ONCE
                         for at, result in zip(numbers, pool.map(
                                 lambda n: scenario(call, n, for_good, program), numbers)):
                             was_reached, end, output = result
