@@ -134,11 +134,10 @@ std::int64_t MVAclEntry::canonicalScore() const {
 }
 
 bool MVAclEntry::isShallow() const {
-    constexpr std::int32_t appliesToMarker = 0x2000;
     for (const auto& group : permissions_) {
         const auto* permission = MVTreeNode::permissionOf(*group);
         if (permission && permission->state() != MVStateOff &&
-            permission->permission() != appliesToMarker) {
+            permission->permission() != MVAclMarkerAppliesTo) {
             return false;
         }
     }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/acl_perms.h>
 
 #include <utility>
 
@@ -8,7 +9,7 @@ namespace {
 
 constexpr std::size_t readGroup = 0;
 constexpr std::size_t writeGroup = 1;
-constexpr std::size_t appliesToGroup = 3;
+constexpr std::size_t appliesToGroup = ACL_PERM_GROUPS;
 constexpr std::size_t deleteSubfoldersAndFiles = 3;
 constexpr std::size_t thisItem = 0;
 constexpr std::size_t childFiles = 1;

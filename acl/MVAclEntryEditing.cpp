@@ -12,11 +12,6 @@
 namespace morvane {
 namespace {
 
-constexpr std::size_t permissionGroupCount = 3;
-constexpr std::size_t appliesToFlagCount = 4;
-constexpr std::int32_t permissionGroupMarker = 2;
-constexpr std::int32_t appliesToMarker = 0x2000;
-
 std::shared_ptr<MVTreeNode> newNode(std::string_view name, std::int32_t permission,
                                     std::int64_t state) {
     return MVTreeNode::treeNodeWithRepresentedObject(
@@ -28,7 +23,7 @@ void appendRow(MVTreeNode& group, const acl_perm_entry& row, std::int64_t state)
 }
 
 std::shared_ptr<MVTreeNode> newPermissionGroup(const acl_perm_group& table, std::uint32_t kind) {
-    auto group = newNode(table.name, permissionGroupMarker, MVStateOff);
+    auto group = newNode(table.name, MVAclMarkerPermissions, MVStateOff);
     const auto state = table.perms->perm == ACL_WRITE_SECURITY ? MVStateOff : MVStateOn;
     for (const auto* row = table.perms; row->name; ++row) {
         if (row->kinds & kind)
@@ -40,9 +35,9 @@ std::shared_ptr<MVTreeNode> newPermissionGroup(const acl_perm_group& table, std:
 
 std::shared_ptr<MVTreeNode> newAppliesToGroup() {
     auto group =
-        newNode(KDLocalizedString::localize("Applies To", "ACL"), appliesToMarker, MVStateOff);
-    for (std::size_t i = 0; i < appliesToFlagCount; ++i)
-        appendRow(*group, acl_flags[i], i == 0 ? MVStateOn : MVStateOff);
+        newNode(KDLocalizedString::localize("Applies To", "ACL"), MVAclMarkerAppliesTo, MVStateOff);
+    for (const auto* row = acl_flags; row->name; ++row)
+        appendRow(*group, *row, row == acl_flags ? MVStateOn : MVStateOff);
     MVAclEntry::resolveStateForPermissionNode(group.get());
     return group;
 }
@@ -56,16 +51,16 @@ void setSettableOf(const NSTreeNode& node, bool settable) {
 
 std::shared_ptr<MVAclEntry> MVAclEntry::newEntryForDirectory(bool directory) {
     Permissions permissions;
-    permissions.reserve(permissionGroupCount + 1);
+    permissions.reserve(ACL_PERM_GROUPS + 1);
     const std::uint32_t kind = directory ? ACL_KIND_FOLDERS : ACL_KIND_FILES;
-    for (std::size_t i = 0; i < permissionGroupCount; ++i)
-        permissions.push_back(newPermissionGroup(acl_perms[i], kind));
+    for (const auto* group = acl_perms; group->name; ++group)
+        permissions.push_back(newPermissionGroup(*group, kind));
     if (directory)
         permissions.push_back(newAppliesToGroup());
     const auto user =
         CBIdentity::identityWithName(NSUserName(), CBIdentityAuthority::defaultIdentityAuthority());
-    auto entry = initWithUuid(user ? std::optional(user->uniqueIdentifier()) : std::nullopt, 1,
-                              std::move(permissions), false);
+    auto entry = initWithUuid(user ? std::optional(user->uniqueIdentifier()) : std::nullopt,
+                              MVAclTagAllow, std::move(permissions), false);
     entry->setInherited(false);
     return entry;
 }
@@ -98,7 +93,7 @@ void MVAclEntry::observeValueForKeyPath(const NSKeyPath&, NSObject& object) {
 
 void MVAclEntry::resolvePermissionGroup() {
     std::int64_t code = MVAclGroupCustom;
-    if (permissions_.size() >= permissionGroupCount) {
+    if (permissions_.size() >= ACL_PERM_GROUPS) {
         const auto read = MVTreeNode::stateOf(*permissions_[0]);
         const auto write = MVTreeNode::stateOf(*permissions_[1]);
         const auto administration = MVTreeNode::stateOf(*permissions_[2]);
@@ -189,7 +184,7 @@ void MVAclEntry::setInherited(bool inherited) {
 }
 
 void MVAclEntry::resolveApplicableTo() {
-    if (permissions_.size() <= permissionGroupCount) {
+    if (permissions_.size() <= ACL_PERM_GROUPS) {
         setApplicableTo(KDLocalizedString::localize("This item", "ACL"));
         return;
     }

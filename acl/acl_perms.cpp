@@ -36,7 +36,7 @@ const acl_perm_entry acl_admin_perms[3] = {
     {nullptr, ACL_WRITE_SECURITY, 0},
 };
 
-const acl_perm_group acl_perms[4] = {
+const acl_perm_group acl_perms[ACL_PERM_GROUPS + 1] = {
     {"Read", acl_read_perms},
     {"Write", acl_write_perms},
     {"Administration", acl_admin_perms},

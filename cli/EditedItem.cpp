@@ -12,13 +12,11 @@ namespace morvane {
 
 namespace {
 
-/// A folder's entry has the group "Applies To", too.
-constexpr std::size_t groupsOfAFile = 3;
-
 std::optional<bool> kindToldBy(const EntryList& list) {
     for (const auto& entry : list) {
         if (entry->isAcl())
-            return entry->permissions().size() > groupsOfAFile;
+            // A folder's entry has the group "Applies To" as well.
+            return entry->permissions().size() > ACL_PERM_GROUPS;
     }
     return std::nullopt;
 }

@@ -14,9 +14,6 @@ namespace morvane {
 
 namespace {
 
-/// The markers of the group nodes.
-enum : std::int32_t { GroupMarker = 2, AppliesToMarker = 0x2000 };
-
 /// The tree entries of one list, in the order in which the list is evaluated. They come in three
 /// parts, between which the base of the access list is inserted.
 struct TreeEntries {
@@ -115,9 +112,9 @@ std::shared_ptr<MVTreeNode> makeNode(std::string_view name, std::uint32_t permis
 }
 
 std::vector<std::shared_ptr<MVTreeNode>> flatTree(PosixRights rights) {
-    return {makeNode("Read", GroupMarker, (rights & PosixRead) != PosixNothing),
-            makeNode("Write", GroupMarker, (rights & PosixWrite) != PosixNothing),
-            makeNode("Execute", GroupMarker, (rights & PosixExecute) != PosixNothing)};
+    return {makeNode("Read", MVAclMarkerPermissions, (rights & PosixRead) != PosixNothing),
+            makeNode("Write", MVAclMarkerPermissions, (rights & PosixWrite) != PosixNothing),
+            makeNode("Execute", MVAclMarkerPermissions, (rights & PosixExecute) != PosixNothing)};
 }
 
 }  // namespace
@@ -126,7 +123,7 @@ std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, boo
     std::vector<std::shared_ptr<MVTreeNode>> tree;
     const std::uint32_t kind = isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES;
     for (const acl_perm_group* group = acl_perms; group->name; ++group) {
-        auto node = makeNode(group->name, GroupMarker, false);
+        auto node = makeNode(group->name, MVAclMarkerPermissions, false);
         for (const acl_perm_entry* row = group->perms; row->name; ++row) {
             if (row->kinds & kind)
                 node->mutableChildNodes().append(
@@ -139,7 +136,7 @@ std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint32_t boxes, boo
 }
 
 std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on) {
-    auto node = makeNode("Applies To", AppliesToMarker, false);
+    auto node = makeNode("Applies To", MVAclMarkerAppliesTo, false);
     for (const acl_perm_entry* row = acl_flags; row->name; ++row)
         node->mutableChildNodes().append(makeNode(row->name, row->perm, (on & row->perm) != 0));
     MVAclEntry::resolveStateForPermissionNode(node.get());

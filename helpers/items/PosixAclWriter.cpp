@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "PosixAclWriter.h"
 
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <acl/libacl.h>
 #include <linux/magic.h>
 #include <sys/acl.h>
@@ -10,9 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
-#include <system_error>
-#include <type_traits>
 #include <vector>
 
 #include "AclHandle.h"
@@ -21,40 +19,29 @@ namespace morvane {
 
 namespace {
 
-[[noreturn]] void fail() {
-    throw std::system_error(errno, std::generic_category());
-}
-
-void add(acl_t& acl, acl_tag_t tag, PosixRights rights, const id_t* id = nullptr) {
+/// Returns 0 or an errno value. `acl` may move, as the list grows.
+int add(acl_t& acl, acl_tag_t tag, PosixRights rights, const id_t* id = nullptr) {
     acl_entry_t entry = nullptr;
     acl_permset_t permissions = nullptr;
     if (acl_create_entry(&acl, &entry) != 0 || acl_set_tag_type(entry, tag) != 0 ||
         (id && acl_set_qualifier(entry, id) != 0) || acl_get_permset(entry, &permissions) != 0)
-        fail();
+        return errno;
     const auto grant = [&](PosixRights right, acl_perm_t permission) {
-        if ((rights & right) != PosixNothing && acl_add_perm(permissions, permission) != 0)
-            fail();
+        return (rights & right) == PosixNothing || acl_add_perm(permissions, permission) == 0;
     };
-    grant(PosixRead, ACL_READ);
-    grant(PosixWrite, ACL_WRITE);
-    grant(PosixExecute, ACL_EXECUTE);
+    const bool granted = grant(PosixRead, ACL_READ) && grant(PosixWrite, ACL_WRITE) &&
+                         grant(PosixExecute, ACL_EXECUTE);
+    return granted ? 0 : errno;
 }
 
-AclHandle aclOf(const PosixList& list) {
+Result<AclHandle, int> aclOf(const PosixList& list) {
     acl_t acl = acl_init(static_cast<int>(4 + list.users.size() + list.groups.size()));
     if (!acl)
-        fail();
-    // Held while it grows, which may move it.
-    AclHandle handle(acl);
+        return Failure{errno};
+    int code = 0;
     const auto append = [&](acl_tag_t tag, PosixRights rights, const id_t* id = nullptr) {
-        acl = handle.release();
-        try {
-            add(acl, tag, rights, id);
-        } catch (...) {
-            handle.reset(acl);
-            throw;
-        }
-        handle.reset(acl);
+        if (code == 0)
+            code = add(acl, tag, rights, id);
     };
     append(ACL_USER_OBJ, list.owner);
     for (const auto& user : list.users)
@@ -65,6 +52,9 @@ AclHandle aclOf(const PosixList& list) {
     if (list.mask)
         append(ACL_MASK, *list.mask);
     append(ACL_OTHER, list.others);
+    AclHandle handle(acl);
+    if (code != 0)
+        return Failure{code};
     return handle;
 }
 
@@ -77,8 +67,10 @@ mode_t modeOf(const PosixList& list) {
 }
 
 int writeAccess(const std::string& path, const PosixList& list) {
-    const AclHandle acl = aclOf(list);
-    if (acl_set_file(path.c_str(), ACL_TYPE_ACCESS, acl.get()) == 0)
+    const auto acl = aclOf(list);
+    if (!acl)
+        return acl.error();
+    if (acl_set_file(path.c_str(), ACL_TYPE_ACCESS, acl->get()) == 0)
         return 0;
     if (errno != EOPNOTSUPP || !isModeOnly(list))
         return errno;
@@ -90,9 +82,12 @@ int writeAccess(const std::string& path, const PosixList& list) {
 }
 
 int writeDefaults(const std::string& path, const std::optional<PosixList>& list) {
-    const int code = list ? acl_set_file(path.c_str(), ACL_TYPE_DEFAULT, aclOf(*list).get())
-                          : acl_delete_def_file(path.c_str());
-    return code == 0 ? 0 : errno;
+    if (!list)
+        return acl_delete_def_file(path.c_str()) == 0 ? 0 : errno;
+    const auto acl = aclOf(*list);
+    if (!acl)
+        return acl.error();
+    return acl_set_file(path.c_str(), ACL_TYPE_DEFAULT, acl->get()) == 0 ? 0 : errno;
 }
 
 /// Whether the system would take setgid from the item: from whoever is neither in its group nor
@@ -146,22 +141,18 @@ std::string whyPosixAclIsRefused(int code, const std::string& path, std::size_t 
 }
 
 int writePosixAcl(const std::string& path, const PosixAcl& old, const PosixAcl& acl) {
-    try {
-        if (acl.access != old.access && wouldLoseSetgid(path))
-            return EPERM;
-        if (acl.defaults != old.defaults) {
-            if (const int code = writeDefaults(path, acl.defaults))
-                return code;
-        }
-        if (acl.access == old.access)
-            return 0;
-        const int code = writeAccess(path, acl.access);
-        if (code != 0 && acl.defaults != old.defaults)
-            writeDefaults(path, old.defaults);
-        return code;
-    } catch (const std::system_error& error) {
-        return error.code().value();
+    if (acl.access != old.access && wouldLoseSetgid(path))
+        return EPERM;
+    if (acl.defaults != old.defaults) {
+        if (const int code = writeDefaults(path, acl.defaults))
+            return code;
     }
+    if (acl.access == old.access)
+        return 0;
+    const int code = writeAccess(path, acl.access);
+    if (code != 0 && acl.defaults != old.defaults)
+        writeDefaults(path, old.defaults);
+    return code;
 }
 
 }  // namespace morvane

@@ -91,14 +91,10 @@ NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& 
     const auto places = placesIn(wanted, list);
     for (auto& loss : *losses)
         loss.entry = places[loss.entry];
-    return NSError::errorWithDomain(
-        NSPOSIXErrorDomain, EREMOTEIO,
-        {{NSURLErrorKey, url},
-         {NSLocalizedDescriptionKey, text},
-         {NSLocalizedRecoverySuggestionErrorKey,
-          std::string("The item has the list that the server has stored: look at it, and change "
-                      "what must not stay so.")},
-         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(*losses)}});
+    return posixError(EREMOTEIO, url, text,
+                      "The item has the list that the server has stored: look at it, and change "
+                      "what must not stay so.",
+                      errorsOfLosses(*losses));
 }
 
 /// What the entries of the item tell of where they were read.

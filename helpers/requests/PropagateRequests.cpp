@@ -80,15 +80,10 @@ std::vector<EntryLoss> countedAmong(const Entries& entries, const EntryLossSet& 
 
 NSErrorRef lossesError(const Entries& entries, const EntryLossSet& losses, const NSURL& url) {
     const auto lost = countedAmong(entries, losses);
-    return NSError::errorWithDomain(
-        NSPOSIXErrorDomain, EOPNOTSUPP,
-        {{NSURLErrorKey, url},
-         {NSLocalizedDescriptionKey,
-          "The file system cannot hold all that is inherited. " +
-              textOfLosses(textsOfLosses(lost, canonicalNumbers(entries)))},
-         {NSLocalizedRecoverySuggestionErrorKey,
-          std::string("Nothing was changed. Change these entries.")},
-         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost)}});
+    return posixError(EOPNOTSUPP, url,
+                      "The file system cannot hold all that is inherited. " +
+                          textOfLosses(textsOfLosses(lost, canonicalNumbers(entries))),
+                      "Nothing was changed. Change these entries.", errorsOfLosses(lost));
 }
 
 /// What writes to the items below the folder.
@@ -180,10 +175,7 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
     const auto failures = propagation.failures();
     const auto lost = countedAmong(entries, propagation.lost());
     const auto error = [&](int code, const NSURL& where, const std::string& text) {
-        NSErrorUserInfo userInfo{{NSURLErrorKey, where}, {NSLocalizedDescriptionKey, text}};
-        if (!lost.empty())
-            userInfo.emplace(NSMultipleUnderlyingErrorsKey, errorsOfLosses(lost));
-        return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
+        return posixError(code, where, text, {}, errorsOfLosses(lost));
     };
     std::string details;
     if (!lost.empty())

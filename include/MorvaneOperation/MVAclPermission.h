@@ -20,6 +20,10 @@ inline constexpr std::int64_t MVStateOn = 1;
 /// A group whose children disagree.
 inline constexpr std::int64_t MVStateMixed = -1;
 
+/// What a group node has as its permission: a group of permissions, or "Applies To".
+inline constexpr std::int32_t MVAclMarkerPermissions = 2;
+inline constexpr std::int32_t MVAclMarkerAppliesTo = 0x2000;
+
 /// One check box of an access-control entry: the text beside it, the bit it stands for, its state,
 /// and whether the user may change it.
 ///

@@ -60,6 +60,9 @@ enum {
 /// The bits of acl_perm_entry.kinds.
 enum { ACL_KIND_FOLDERS = 1, ACL_KIND_FILES = 2 };
 
+/// How many groups of permissions acl_perms has, without the row that ends it.
+enum { ACL_PERM_GROUPS = 3 };
+
 /// One row of a table: a permission or an inheritance flag.
 typedef struct acl_perm_entry {
     const char* name;
@@ -79,7 +82,7 @@ extern MORVANE_EXPORT const acl_perm_entry acl_read_perms[8];
 extern MORVANE_EXPORT const acl_perm_entry acl_write_perms[9];
 extern MORVANE_EXPORT const acl_perm_entry acl_admin_perms[3];
 /// "Read", "Write", "Administration".
-extern MORVANE_EXPORT const acl_perm_group acl_perms[4];
+extern MORVANE_EXPORT const acl_perm_group acl_perms[ACL_PERM_GROUPS + 1];
 /// "This item" and "All descendants" have the opposite sense of their flags (ONLY, LIMIT).
 extern MORVANE_EXPORT const acl_perm_entry acl_flags[5];
 
