@@ -5,8 +5,6 @@
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "AskedWork.h"
 #include "ItemPath.h"
@@ -35,23 +33,10 @@ class FileRequestHandler final : public MVFileRequest {
     /// `client` is called back while long requests run, as long as it is there.
     explicit FileRequestHandler(std::weak_ptr<NSXPCConnection> client, PathRule rule = {});
 
-    void getAclEntriesWithUrl(
-        NSURL url, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override;
-    void getAclAccessWithUrl(
-        NSURL url, NSUUID uuid,
-        NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef> reply) override;
-    void setAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
-                       NSXPCReply<NSErrorRef> reply) override;
-    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>> entries, NSURL url,
-                             NSXPCReply<NSErrorRef> reply) override;
-    void renameUrls(
-        std::vector<NSURL> urls, std::vector<std::string> names,
-        NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) override;
-    void getSizesWithUrls(
-        std::vector<NSURL> urls,
-        NSXPCReply<std::vector<std::shared_ptr<MVFileSizeItem>>, NSErrorRef> reply) override;
-    void getContentsOfDirectory(NSURL directory, NSIndexPath indexPath,
-                                NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override;
+#define MVHandledRequest(NAME, SELECTOR, PARAMETERS, ARGUMENTS, RIGHT) \
+    void NAME PARAMETERS override;
+    MVFileRequestMessages(MVHandledRequest)
+#undef MVHandledRequest
 
   private:
     const std::weak_ptr<NSXPCConnection> client_;

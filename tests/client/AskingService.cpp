@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "EveryMessage.h"
+
 /// The sizes of "/N" are N bytes so far, and again and again, until the client says no. Lists and
 /// folders are empty, and answered at once.
 namespace {
@@ -41,7 +43,7 @@ class Sum : public std::enable_shared_from_this<Sum> {
     const Reply reply_;
 };
 
-class AskingService final : public MVFileRequest {
+class AskingService final : public UnansweredRequests {
   public:
     explicit AskingService(std::weak_ptr<NSXPCConnection> client) : client_(std::move(client)) {}
 
@@ -57,16 +59,6 @@ class AskingService final : public MVFileRequest {
                                 NSXPCReply<std::vector<NSURL>, NSErrorRef> reply) override {
         reply({}, nullptr);
     }
-    // The rest is never answered.
-    void getAclAccessWithUrl(
-        NSURL, NSUUID, NSXPCReply<std::vector<std::shared_ptr<MVTreeNode>>, NSErrorRef>) override {}
-    void setAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
-                       NSXPCReply<NSErrorRef>) override {}
-    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
-                             NSXPCReply<NSErrorRef>) override {}
-    void renameUrls(
-        std::vector<NSURL>, std::vector<std::string>,
-        NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef>) override {}
 
   private:
     const std::weak_ptr<NSXPCConnection> client_;

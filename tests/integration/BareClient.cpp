@@ -6,8 +6,11 @@
 #include <cstdio>
 #include <future>
 #include <iostream>
+#include <set>
 #include <string>
-#include <tuple>
+#include <string_view>
+
+#include "EveryMessage.h"
 
 /// Sends each request of the protocol to the privileged helper without having asked for any right:
 /// BareClient PATH. Prints a line for each: its selector, and the error's code (0 for none). With
@@ -24,37 +27,23 @@ void finish(const NSErrorRef& error) {
 }
 
 void obtainEveryRight() {
-    for (const auto* right : {MVRightGetFileAcl, MVRightGetFileAccess, MVRightSetFileAcl,
-                              MVRightPropagateFileAcl, MVRightRenameFiles, MVRightGetFileSize}) {
+    std::set<std::string_view> asked;
+    for (const auto& message : MVFileRequestRights) {
         NSErrorRef error;
-        if (!MVAuthorization::sharedAuthorization()->authorizeRight(right, &error))
+        if (!asked.insert(message.right).second)
+            continue;
+        if (!MVAuthorization::sharedAuthorization()->authorizeRight(message.right.data(), &error))
             std::fprintf(stderr, "%s\n", error->localizedDescription().c_str());
     }
 }
 
 void sendEach(MVFileRequest& service, const NSURL& url) {
-    const auto who = uuidOfPosixIdentity(CBPosixUser{0});
-    const auto tell = [&](const char* selector, auto&& send) {
+    for (const auto& message : everyMessage()) {
         done = {};
         auto answer = done.get_future();
-        send();
-        std::printf("%s %lld\n", selector, static_cast<long long>(answer.get()));
-    };
-    tell("getAclEntriesWithUrl:reply:",
-         [&] { service.getAclEntriesWithUrl(url, [](auto, NSErrorRef error) { finish(error); }); });
-    tell("getAclAccessWithUrl:uuid:reply:", [&] {
-        service.getAclAccessWithUrl(url, who, [](auto, NSErrorRef error) { finish(error); });
-    });
-    tell("setAclEntries:url:reply:", [&] { service.setAclEntries({}, url, finish); });
-    tell("propagateAclEntries:url:reply:", [&] { service.propagateAclEntries({}, url, finish); });
-    tell("renameUrls:names:reply:", [&] {
-        service.renameUrls({url}, {"taken"}, [](auto, auto, NSErrorRef error) { finish(error); });
-    });
-    tell("getSizesWithUrls:reply:",
-         [&] { service.getSizesWithUrls({url}, [](auto, NSErrorRef error) { finish(error); }); });
-    tell("getContentsOfDirectory:indexPath:reply:", [&] {
-        service.getContentsOfDirectory(url, {}, [](auto, NSErrorRef error) { finish(error); });
-    });
+        message.send(service, {url, finish});
+        std::printf("%s %lld\n", message.selector.data(), static_cast<long long>(answer.get()));
+    }
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "EveryMessage.h"
 #include "GuardedRequests.h"
 #include "platform/fake/FakeStreamSocket.h"
 #include "platform/xpc/RawRequests.h"
@@ -48,39 +49,7 @@ class Reached final : public MVFileRequest {
     }
 };
 
-/// Takes the error of an answer.
-using Reply = std::function<void(const NSErrorRef&)>;
-
-struct Sent {
-    std::string_view selector;
-    std::function<void(MVFileRequest&, const Reply&)> send;
-};
-
 const NSURL item = NSURL::fileURLWithPath("/some/where");
-
-std::vector<Sent> everyMessage() {
-    const auto last = [](const Reply& reply) {
-        return [reply](auto&&... results) {
-            reply(std::get<sizeof...(results) - 1>(std::tie(results...)));
-        };
-    };
-    return {
-        {"getAclEntriesWithUrl:reply:",
-         [=](auto& r, auto& e) { r.getAclEntriesWithUrl(item, last(e)); }},
-        {"getAclAccessWithUrl:uuid:reply:",
-         [=](auto& r, auto& e) {
-             r.getAclAccessWithUrl(item, uuidOfPosixIdentity(CBEveryone{}), last(e));
-         }},
-        {"setAclEntries:url:reply:", [=](auto& r, auto& e) { r.setAclEntries({}, item, last(e)); }},
-        {"propagateAclEntries:url:reply:",
-         [=](auto& r, auto& e) { r.propagateAclEntries({}, item, last(e)); }},
-        {"renameUrls:names:reply:",
-         [=](auto& r, auto& e) { r.renameUrls({item}, {"name"}, last(e)); }},
-        {"getSizesWithUrls:reply:", [=](auto& r, auto& e) { r.getSizesWithUrls({item}, last(e)); }},
-        {"getContentsOfDirectory:indexPath:reply:",
-         [=](auto& r, auto& e) { r.getContentsOfDirectory(item, {}, last(e)); }},
-    };
-}
 
 std::string_view rightOf(std::string_view selector) {
     for (const auto& message : MVFileRequestRights) {
@@ -122,12 +91,13 @@ struct Guard {
     }
 
     /// Sends the message, and returns the error that it was answered with.
-    NSErrorRef answerTo(const std::function<void(MVFileRequest&, const Reply&)>& send) const {
+    NSErrorRef answerTo(
+        const std::function<void(MVFileRequest&, const SampleArguments&)>& send) const {
         client->resume();
         auto answer = std::make_shared<std::promise<NSErrorRef>>();
         auto answered = answer->get_future();
         const auto keep = [answer](const NSErrorRef& error) { answer->set_value(error); };
-        send(*client->remoteObjectProxyWithErrorHandler<MVFileRequest>(keep), keep);
+        send(*client->remoteObjectProxyWithErrorHandler<MVFileRequest>(keep), {item, keep});
         if (answered.wait_for(watchdog) != std::future_status::ready) {
             ADD_FAILURE() << "no answer";
             std::abort();
@@ -229,8 +199,8 @@ TEST(GuardedRequests, TheLogTellsThatWorkBeginsAndHowItEnded) {
     Guard holding(RightState::held);
     Guard refusing(RightState::notHeld);
     for (auto* guard : {&holding, &refusing})
-        guard->answerTo([](auto& requests, auto& reply) {
-            requests.setAclEntries({}, NSURL::fileURLWithPath("/a\nb"), reply);
+        guard->answerTo([](auto& requests, auto& sample) {
+            requests.setAclEntries({}, NSURL::fileURLWithPath("/a\nb"), sample.ended);
         });
     EXPECT_EQ(holding.log, (std::vector<std::string>{
                                R"(begun: uid 1000 pid 4711: setAclEntries:url:reply: "/a\x0ab")",
@@ -245,8 +215,8 @@ TEST(GuardedRequests, TheLogTellsWhyARequestHasFailedBeforeItNamesTheItem) {
     guard.reached->error = NSError::errorWithDomain(
         NSPOSIXErrorDomain, ECANCELED,
         {{NSLocalizedDescriptionKey, "The propagation was cancelled after 7 items."}});
-    guard.answerTo([](auto& requests, auto& reply) {
-        requests.propagateAclEntries({}, NSURL::fileURLWithPath("/a"), reply);
+    guard.answerTo([](auto& requests, auto& sample) {
+        requests.propagateAclEntries({}, NSURL::fileURLWithPath("/a"), sample.ended);
     });
     EXPECT_EQ(guard.log, (std::vector<std::string>{
                              "begun: uid 1000 pid 4711: propagateAclEntries:url:reply: \"/a\"",
@@ -257,9 +227,9 @@ TEST(GuardedRequests, TheLogTellsWhyARequestHasFailedBeforeItNamesTheItem) {
 TEST(GuardedRequests, TheLogNamesEachItemOfARequestAndItsNewName) {
     Guard holding(RightState::held);
     const std::vector<NSURL> items{NSURL::fileURLWithPath("/a"), NSURL::fileURLWithPath("/b")};
-    holding.answerTo([&](auto& requests, auto& reply) {
+    holding.answerTo([&](auto& requests, auto& sample) {
         requests.renameUrls(items, {"c", "d"},
-                            [reply](auto, auto, const NSErrorRef& error) { reply(error); });
+                            [&](auto, auto, const NSErrorRef& error) { sample.ended(error); });
     });
     const std::string who = "uid 1000 pid 4711: renameUrls:names:reply: ";
     EXPECT_EQ(holding.log,
