@@ -301,53 +301,5 @@ TEST_F(MVConnectorTest, ACallbackAfterTheConnectorsEndIsDropped) {
     EXPECT_FALSE(responder->connector());
 }
 
-TEST(MVFileRequest, HasTheMessagesOfTheProtocolWithTheirArgumentsAndRights) {
-    struct Expected {
-        const char* selector;
-        std::size_t arguments;
-        std::size_t replyArguments;
-        const char* right;
-    };
-    constexpr Expected expected[] = {
-        {"getAclEntriesWithUrl:reply:", 1, 2, ".GetFileAcl"},
-        {"getAclAccessWithUrl:uuid:reply:", 2, 2, ".GetFileAccess"},
-        {"setAclEntries:url:reply:", 2, 1, ".SetFileAcl"},
-        {"propagateAclEntries:url:reply:", 2, 1, ".PropagateFileAcl"},
-        {"renameUrls:names:reply:", 2, 3, ".RenameFiles"},
-        {"getSizesWithUrls:reply:", 1, 2, ".GetFileSize"},
-        {"getContentsOfDirectory:indexPath:reply:", 2, 2, ".GetFileSize"},
-    };
-    const auto& messages = protocolDescription<MVFileRequest>().messages;
-    ASSERT_EQ(messages.size(), std::size(expected));
-    for (std::size_t i = 0; i < messages.size(); ++i) {
-        EXPECT_EQ(messages[i].selector, expected[i].selector);
-        EXPECT_EQ(messages[i].arguments.size(), expected[i].arguments);
-        EXPECT_EQ(messages[i].replyArguments.size(), expected[i].replyArguments);
-        EXPECT_EQ(MVFileRequestRights[i].selector, expected[i].selector);
-        EXPECT_EQ(MVFileRequestRights[i].right,
-                  MVApplicationIdentifierPrefix + std::string(expected[i].right));
-    }
-}
-
-TEST(MVFileRequest, RepliesOfErrorsAloneTakeTheirClassesAtPositionZero) {
-    const auto interface = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
-    for (const char* selector : {"setAclEntries:url:reply:", "propagateAclEntries:url:reply:"}) {
-        const auto& classes = interface->classesForSelector(selector, 0, true);
-        EXPECT_NE(std::find(classes.begin(), classes.end(), &NSError::classObject()),
-                  classes.end());
-    }
-}
-
-TEST(MVFileResponse, HasTheTwoCallbacks) {
-    const auto& messages = protocolDescription<MVFileResponse>().messages;
-    ASSERT_EQ(messages.size(), 2u);
-    EXPECT_EQ(messages[0].selector, "progressWithReply:");
-    EXPECT_EQ(messages[0].arguments.size(), 0u);
-    EXPECT_EQ(messages[0].replyArguments.size(), 1u);
-    EXPECT_EQ(messages[1].selector, "updateFileSizes:reply:");
-    EXPECT_EQ(messages[1].arguments.size(), 1u);
-    EXPECT_EQ(messages[1].replyArguments.size(), 1u);
-}
-
 }  // namespace
 }  // namespace morvane
