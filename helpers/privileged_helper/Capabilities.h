@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// What the helper may do as root, from its start on.
+/// Limits what the helper may do as root.
 namespace morvane {
 
-/// Gives up every capability but those that the requests need, for this process and for whatever it
-/// might start. 0, or an errno value.
+/// Gives up every capability except those that the requests need, for this process and all that it
+/// may start. Returns 0 or an errno value.
 int keepNeededCapabilities();
 
 }  // namespace morvane

@@ -14,9 +14,9 @@
 /// The requests of one client of the privileged helper, each behind its right.
 ///
 /// Nothing that a client says counts as authorization: before any argument of a request is looked
-/// at, the right that its declaration names is checked, once. What is refused is answered with
-/// EACCES and reaches no handler. The journal is told of every request: of one that is refused its
-/// message, of any other each item, when it begins and how it has ended.
+/// at, the right that its declaration names is checked, once. A refused request is answered with
+/// EACCES and reaches no handler. Every request is logged: a refused one with its message, any
+/// other with each item, when it begins and how it has ended.
 namespace morvane {
 
 /// Whether the client holds the right now.
@@ -27,8 +27,8 @@ NSXPCConnection::Admission admissionByRight(RightCheck check,
                                             std::shared_ptr<RequestJournal> journal,
                                             const RequestClient& client);
 
-/// `requests`, of which the journal is told when each begins, and how it has ended before its reply
-/// is sent.
+/// Wraps `requests`, so that the journal logs when each one begins and, before its reply is sent,
+/// how it has ended.
 std::shared_ptr<MVFileRequest> loggedRequests(std::shared_ptr<MVFileRequest> requests,
                                               std::shared_ptr<RequestJournal> journal,
                                               const RequestClient& client);

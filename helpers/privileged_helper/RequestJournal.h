@@ -17,7 +17,7 @@
 
 namespace morvane {
 
-/// Whose request it is.
+/// The client that has made a request.
 struct RequestClient {
     std::int64_t user = -1;
     std::int64_t process = -1;
@@ -25,14 +25,15 @@ struct RequestClient {
     std::optional<std::int64_t> accountable{};
 };
 
-/// What the log is told of all requests of the helper, and which of them are worked on. Each line
-/// begins with what has become of the request, because loggers cut long lines:
+/// Logs all requests of the helper, and knows which of them are being carried out. Each line begins
+/// with what has become of the request, because loggers cut long lines:
 ///
 ///     begun: uid 1000 pid 4711: propagateAclEntries:url:reply: "/srv/share"
 ///     failed: uid 1000 pid 4711: propagateAclEntries:url:reply: WHY "/srv/share"
 ///
-/// Work that has begun is told at once, and its end before its reply is sent. Anyone can be
-/// refused, so a user's refusals are told only now and then, and the others counted. Any thread.
+/// The begin of work is logged at once, and its end before its reply is sent. Anyone can be
+/// refused, so only some of a user's refusals are logged, and the others counted. It may be used on
+/// any thread.
 class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
   public:
     /// Takes one line. Called under a lock, one line after the other.
@@ -40,20 +41,20 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     using Time = std::chrono::steady_clock::time_point;
     using Clock = std::function<Time()>;
 
-    /// Refusals of one user that are told one after the other.
+    /// How many refusals of one user are logged one after the other.
     static constexpr unsigned refusalsAtOnce = 8;
-    /// How long a user waits for another line when these have been told.
+    /// After how long another one is logged when so many have been.
     static constexpr std::chrono::seconds refusalInterval{10};
-    /// Users whose refusals are told apart; all further ones have the lines of one. Whoever has
-    /// many user numbers does not get many lines.
+    /// How many users have lines of their own; all further ones share those of one. So whoever has
+    /// many user ids does not get many lines.
     static constexpr std::size_t usersRemembered = 256;
 
-    /// A request that is worked on until the last reference to this has gone.
+    /// A request that is being carried out until the last reference to this is released.
     class Request {
       public:
         Request(std::shared_ptr<RequestJournal> journal, const RequestClient& client,
                 std::string_view selector, std::vector<std::string> items);
-        /// One that has not ended by then is told to have been dropped.
+        /// A request that has not ended by then is logged as dropped.
         ~Request();
         Request(const Request&) = delete;
         Request& operator=(const Request&) = delete;
@@ -78,24 +79,25 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     explicit RequestJournal(Sink sink, Clock clock = std::chrono::steady_clock::now);
 
     void refused(const RequestClient& client, std::string_view selector, std::string_view why);
-    /// Tells that it has begun; `items` are what it is about, fit for the log, each for a line.
+    /// Logs that a request has begun; `items` are the items that it is about, escaped for the log,
+    /// one for each line.
     std::shared_ptr<Request> begin(const RequestClient& client, std::string_view selector,
                                    std::vector<std::string> items);
 
-    /// How many requests have begun so far, if each of them has ended. One that was answered may
-    /// still be held by a file system; nobody waits for it.
+    /// How many requests have begun so far, if all of them have ended. A file system may still hold
+    /// one that was answered; nobody waits for it.
     std::optional<std::uint64_t> begunWhileNoneRuns() const;
 
-    /// Tells how many refusals were left out, of the users who may have a line again. To be called
+    /// Logs how many refusals were left out, for the users who may have a line again. To be called
     /// now and then.
     void tellLeftOut();
-    /// At the end of the process: waits until no request is worked on, for so long at most, then
-    /// tells which are, and how many refusals were left out.
+    /// To be called at the end of the process: waits until no request is being carried out, for so
+    /// long at most, then logs which still are, and how many refusals were left out.
     void close(std::chrono::milliseconds patience);
 
   private:
     struct Refusals {
-        /// When all lines may be told again: the later, the fewer are left.
+        /// When all lines are available again: the later this is, the fewer are left.
         Time whole;
         std::uint64_t leftOut = 0;
     };

@@ -31,7 +31,7 @@ constexpr int usageError = 64;
 constexpr int startError = 70;
 constexpr std::uint32_t idleSeconds = 60;
 constexpr timespec watchInterval{.tv_sec = 2, .tv_nsec = 0};
-/// Work stops within a second or two; service managers wait for 90.
+/// Work stops within a second or two; service managers wait for 90 seconds.
 constexpr std::chrono::seconds timeToStop{5};
 
 /// Has the client's requests carried out, each if this very process holds the right to it.
@@ -57,7 +57,7 @@ void serve(const std::shared_ptr<NSXPCConnection>& client,
     client->resume();
 }
 
-/// Whether an upgrade has put another program in the place of this one.
+/// Whether an upgrade has replaced the file of this program.
 bool isReplaced() {
     struct stat status {};
     return stat("/proc/self/exe", &status) == 0 && status.st_nlink == 0;
@@ -72,11 +72,11 @@ sigset_t blockedTermination() {
     return termination;
 }
 
-/// Ends the process as the service manager wants it: nobody is served any more, work is told to
-/// stop, and the log is told how far each request came. What the kernel holds, or what cannot stop,
-/// is not waited for.
+/// Ends the process when the service manager asks for it: no client is served any more, work is
+/// stopped, and the log says how far each request came. Work that the kernel holds, or that cannot
+/// stop, is not waited for.
 [[noreturn]] void leaveInOrder(NSXPCListener& listener, RequestJournal& journal) {
-    listener.invalidate();  // which work takes for its client's no
+    listener.invalidate();  // The work takes this for its client's no.
     LongWork::shared()->stop();
     journal.close(timeToStop);
     // Threads may still work. They end with the process, and nothing is destroyed below them.

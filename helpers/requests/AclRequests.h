@@ -13,21 +13,21 @@
 
 #include "ItemPath.h"
 
-/// What the service processes answer, apart from how the question came. Failures are POSIX errors
-/// that carry the URL and say why.
+/// Carries out the requests about lists, however they arrived. Failures are POSIX errors that carry
+/// the URL and say why.
 namespace morvane {
 
 /// The entries of the item at `url`; symbolic links are followed where the rule allows it.
 Result<std::vector<std::shared_ptr<MVAclEntry>>> aclEntriesOfUrl(const NSURL& url,
                                                                  const PathRule& rule = {});
 
-/// Replaces the list of the item at `url`. What the file
-/// system cannot hold is refused with an error that names each entry and box that would be lost.
-/// After an error the item has the list that it had, but for EREMOTEIO: the server of a network
-/// mount has made another list of it, and the error's text tells the difference.
-/// Entries that were read from this item when its list was another are refused with MVAclChanged.
-/// (Between this look and the write another program may still change it: the system has no write
-/// that compares.) `goesOn` is asked now and then; false ends the work before the write.
+/// Replaces the list of the item at `url`. What the file system cannot hold is refused with an
+/// error that names each entry and box that would be lost. After an error the item has the list
+/// that it had, but for EREMOTEIO: the server of a network mount has made another list of it, and
+/// the error's text names the differences. Entries that were read from this item when its list was
+/// another are refused with MVAclChanged. (Between this look and the write another program may
+/// still change it: the system has no write that compares.) `goesOn` is called now and then; if it
+/// returns false, the work ends before the write.
 NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                               const NSURL& url, const PathRule& rule = {},
                               const std::function<bool()>& goesOn = {});

@@ -40,7 +40,7 @@ std::function<void()> AskedWork::finish() {
 
 void AskedWork::lookLater(std::chrono::milliseconds time) {
     try {
-        // The clock serves everybody, and must not wait for a client.
+        // All tasks of the clock share one thread, which must not wait for a client.
         runAt(std::chrono::steady_clock::now() + time, [weak = weak_from_this()] {
             const auto self = weak.lock();
             if (!self)
@@ -61,7 +61,7 @@ void AskedWork::look() {
     try {
         goesOn = question_->ask();
     } catch (const std::exception&) {
-        // There is no memory to ask; the next time will do.
+        // There is no memory to ask now; it is asked again later.
     }
     std::function<void()> instead;
     {

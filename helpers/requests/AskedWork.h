@@ -19,7 +19,7 @@ namespace morvane {
 
 class ClientQuestion;
 
-/// Work on files that is done on its request's own thread, because most of it takes no time.
+/// Does work on files on the thread of its request, because most of it takes no time.
 ///
 /// If it takes longer, its client is asked now and then whether it is to go on, on another thread.
 /// After a no, or once the client has gone, it has to end; where a file system that does not answer
@@ -32,23 +32,23 @@ class AskedWork : public std::enable_shared_from_this<AskedWork> {
         /// Whose work it is.
         std::uint32_t user = 0;
     };
-    /// How long the work is left alone, and the client between two questions.
+    /// How long to wait before the first question to the client, and between two questions.
     static constexpr std::chrono::milliseconds interval{250};
     /// How long the work may take to end after a no.
     static constexpr std::chrono::milliseconds grace{1000};
 
-    /// `instead` answers the request in the work's place.
+    /// `instead` answers the request if the work cannot.
     AskedWork(const Client& client, std::function<void()> instead);
     ~AskedWork();
     AskedWork(const AskedWork&) = delete;
     AskedWork& operator=(const AskedWork&) = delete;
 
-    /// Has the client asked from now on.
+    /// From now on the client is asked.
     void begin();
     /// False once the work has to end.
     bool goesOn() const;
-    /// The work is done. What would have answered in its place, which is not needed any more; empty
-    /// if it has.
+    /// Called when the work is done. Returns the function that would have answered in its place,
+    /// which is not needed any more; empty if it has already been called.
     std::function<void()> finish();
 
   private:
@@ -58,10 +58,10 @@ class AskedWork : public std::enable_shared_from_this<AskedWork> {
     const std::uint32_t user_;
     const std::shared_ptr<ClientQuestion> question_;
     std::mutex mutex_;
-    /// Empty once it has been called, or the work is done.
+    /// Answers the request if the work cannot; empty once it has been called, or the work is done.
     std::function<void()> instead_;
     bool isToEnd_ = false;
-    /// Whether it was left, and takes a place of its user.
+    /// Whether the work was left and counts against its user.
     bool isCounted_ = false;
 };
 
@@ -70,12 +70,13 @@ bool hasTooMuchWorkLeft(std::uint32_t user);
 
 /// Answers a request with what `work` returns, a tuple of the reply's arguments; or with `instead`
 /// and an error that says why, if the work is not begun or has been left. `work` is given what says
-/// whether it is to go on. `token` goes once the request is answered.
+/// whether it is to go on. `token` is released once the request is answered.
 template <class... T, class Work>
 void answerWhileAsking(const AskedWork::Client& client, const NSURL& url,
                        const NSXPCReply<T...>& reply, Work&& work, std::tuple<T...> instead = {},
                        std::shared_ptr<void> token = nullptr) {
-    // Held by the work alone, so that the token can go while the work's thread does not come back.
+    // Only the work holds this, so that the token can be released even if the work's thread does
+    // not come back.
     std::function<void(NSErrorRef)> fail = [reply, instead = std::move(instead),
                                             token = std::move(token)](NSErrorRef error) {
         auto results = instead;

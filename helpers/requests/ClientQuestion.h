@@ -22,8 +22,8 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
 
     bool goesOn() const { return goesOn_; }
 
-    /// `tell` is given the client's proxy and what takes the answer of a message that it sends
-    /// besides. False if the work is to stop.
+    /// `tell` gets the client's proxy, and a function for the answer to a further message that it
+    /// sends. It returns false if the work is to stop.
     using Answer = std::function<void(bool)>;
     bool ask(const std::function<void(MVFileResponse& client, const Answer& answer)>& tell = {}) {
         const auto client = client_.lock();
@@ -37,7 +37,7 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
         try {
             send(*client, tell);
         } catch (...) {
-            unanswered_ = 0;  // who was not asked does not answer
+            unanswered_ = 0;  // A client that was not asked does not answer.
             throw;
         }
         return goesOn_;

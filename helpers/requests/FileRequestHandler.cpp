@@ -18,7 +18,8 @@
 namespace morvane {
 namespace {
 
-/// As it is sent: a value, empty after a failure, and an error, null otherwise.
+/// Returns the arguments of the reply: a value, which is empty after a failure, and an error, which
+/// is null otherwise.
 template <class T>
 std::tuple<T, NSErrorRef> asReply(Result<T> result) {
     if (!result)
@@ -26,7 +27,7 @@ std::tuple<T, NSErrorRef> asReply(Result<T> result) {
     return {*std::move(result), nullptr};
 }
 
-/// More are work that takes long.
+/// Renaming more items than this counts as long work.
 constexpr std::size_t itemsRenamedAtOnce = 64;
 
 }  // namespace
@@ -114,7 +115,7 @@ void FileRequestHandler::propagateAclEntries(std::vector<std::shared_ptr<MVAclEn
 void FileRequestHandler::renameUrls(
     std::vector<NSURL> urls, std::vector<std::string> names,
     NSXPCReply<std::vector<NSURL>, std::vector<std::int64_t>, NSErrorRef> reply) {
-    // Old and new names lie in the same folders, of which there are few.
+    // Old and new names are in the same folders, of which there are few.
     WriteOrder::Paths folders;
     for (const auto& url : urls)
         folders.insert(url.path().substr(0, std::max<std::size_t>(url.path().rfind('/'), 1)));

@@ -18,13 +18,13 @@ namespace morvane {
 
 class FileRequestHandler final : public MVFileRequest {
   public:
-    /// Has what a request's long work throws (no memory, say) end that request, whose reply is
-    /// dropped, and nothing else. For a whole service.
+    /// If the long work of a request throws, for example because there is no memory, only that
+    /// request ends, and its reply is dropped. This applies to the whole service.
     static void outliveExceptions();
 
     /// Sets up a client's connection, so that its requests come to a handler of its own.
     static void serve(const std::shared_ptr<NSXPCConnection>& client);
-    /// The same but for the handler, which the caller exports.
+    /// Does the same, except that the caller exports the handler.
     static void configure(const std::shared_ptr<NSXPCConnection>& client);
     /// A handler that works with other rights than the client's own, and trusts no path.
     static std::shared_ptr<FileRequestHandler> forPrivilegedClient(

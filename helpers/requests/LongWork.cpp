@@ -33,7 +33,7 @@ void LongWork::stop() {
     dropped.swap(waiting_);
 }
 
-/// Of the user who has the fewest that run; the first that came, of one user's.
+/// The next job is one of the user with the fewest running jobs, and of that user's jobs the first.
 LongWork::Jobs::iterator LongWork::next() {
     const auto running = [&](const auto& isMeant) {
         return std::count_if(running_.begin(), running_.end(),
@@ -63,12 +63,12 @@ LongWork::Jobs LongWork::start(const std::shared_ptr<LongWork>& self) noexcept {
         if (job == waiting_.end())
             break;
         try {
-            // A queue of its own: on any worker.
+            // The job gets a queue of its own, so that it runs on any worker.
             DispatchQueue::serialQueue(nullptr)->async([self, job] { perform(self, job); });
             running_.splice(running_.end(), waiting_, job);
         } catch (const std::exception&) {
             if (!running_.empty())
-                break;  // the next that ends starts it
+                break;  // The next job that ends starts it.
             dropped.splice(dropped.end(), waiting_, job);
         }
     }
@@ -79,7 +79,7 @@ void LongWork::perform(const std::shared_ptr<LongWork>& self, Jobs::iterator job
     try {
         job->work();
     } catch (...) {
-        // Its request ends with it.
+        // The request ends with its job.
     }
     job->work = nullptr;  // what it holds goes before its place does
     Jobs ended;

@@ -15,27 +15,28 @@ namespace morvane {
 class LongWork {
   public:
     struct Limits {
-        /// Jobs at once. Each has few threads of its own, and its walk some more.
+        /// How many jobs run at once. Each has a few threads of its own, and its walk has some
+        /// more.
         unsigned all = 32;
         unsigned ofOneUser = 8;
-        /// What a file manager asks for on its one connection.
+        /// This is as many as a file manager requests on its one connection.
         unsigned ofOneClient = 4;
     };
     struct Owner {
         std::int64_t user;
-        /// Names the client; only compared.
+        /// Identifies the client; it is only compared.
         const void* client;
     };
 
     explicit LongWork(Limits limits) : limits_(limits) {}
-    /// That of this process.
+    /// The one of this process.
     static const std::shared_ptr<LongWork>& shared();
 
     /// Runs `job` on a worker, once it is its turn. One that throws has ended. One for which no
     /// thread can be had, while none runs whose end could start it, is dropped. Throws
     /// std::bad_alloc if there is no memory to note the job.
     static void run(const std::shared_ptr<LongWork>& work, Owner owner, std::function<void()> job);
-    /// Drops the jobs that wait, and all that come: for the end of the process.
+    /// Drops the jobs that wait, and all later ones, at the end of the process.
     void stop();
 
   private:
@@ -45,17 +46,18 @@ class LongWork {
     };
     using Jobs = std::list<Job>;
 
-    /// Starts what may run now. Returns what cannot run, to be dropped outside the lock. Under the
-    /// lock.
+    /// Starts the jobs that may run now. Returns those that cannot run, which are to be destroyed
+    /// without the lock. To be called with the lock held.
     [[nodiscard]] Jobs start(const std::shared_ptr<LongWork>& self) noexcept;
     Jobs::iterator next();
-    /// On a worker.
+    /// Runs the job on a worker.
     static void perform(const std::shared_ptr<LongWork>& self, Jobs::iterator job) noexcept;
 
     const Limits limits_;
     std::mutex mutex_;
     Jobs waiting_;
-    /// Few. A job moves here from the others, and needs no memory for it.
+    /// The jobs that run, which are few. A job is moved here from the others, which needs no
+    /// memory.
     Jobs running_;
     bool isStopped_ = false;
 };

@@ -53,7 +53,7 @@ Result<std::size_t, int> Planning::findFolder(const std::string& path) {
     auto& foldersByPath = plan_.foldersByPath;
     if (const auto known = foldersByPath.find(path); known != foldersByPath.end())
         return known->second;
-    // Held from here on, so that it is the same folder whatever becomes of its path.
+    // The folder is held from here on, so that it is the same one whatever happens to its path.
     auto opened = openPath(path, O_PATH | O_DIRECTORY, rule_);
     if (!opened)
         return Failure{opened.error()};

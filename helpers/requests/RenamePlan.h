@@ -15,7 +15,7 @@
 
 #include "ItemPath.h"
 
-/// What a request to rename items means, before anything is renamed.
+/// Determines what a request to rename items means, before anything is renamed.
 namespace morvane {
 
 inline constexpr std::size_t noItem = static_cast<std::size_t>(-1);
@@ -32,7 +32,7 @@ struct RenameFolder {
 
 /// One item of the request. Another item is named by its place in the request.
 struct RenameItem {
-    /// Of the folder that the item is in, as the request spells it, and its number.
+    /// The folder that the item is in: its path as the request has it, and its index.
     std::string folderPath;
     std::size_t folder = noItem;
     std::string oldName;
@@ -40,10 +40,11 @@ struct RenameItem {
     /// The name that it has at this moment.
     std::string name;
     std::int64_t code = 0;
-    /// Who has the name that this item is to get; who is to get the name that this item has.
+    /// The item that has the name which this one is to get, and the item that is to get the name
+    /// which this one has.
     std::size_t ahead = noItem;
     std::size_t behind = noItem;
-    /// It was dealt with, or cannot be.
+    /// Whether the item was renamed, or cannot be.
     bool visited = false;
 };
 
@@ -55,8 +56,8 @@ struct RenamePlan {
     std::unordered_map<std::string, std::size_t> foldersByPath;
 };
 
-/// Each of `urls` is to get the name at its place in `names`. What cannot be meant is an error; an
-/// item whose folder cannot be opened has its code.
+/// Plans to give each of `urls` the name at its place in `names`. A request that makes no sense is
+/// an error; an item whose folder cannot be opened has its code.
 Result<RenamePlan> planOfRenaming(const std::vector<NSURL>& urls,
                                   const std::vector<std::string>& names, const PathRule& rule);
 

@@ -39,13 +39,13 @@ struct RenameAnswer {
 using RenameCall = std::function<int(int folder, const char* from, const char* to, unsigned flags)>;
 int systemRename(int folder, const char* from, const char* to, unsigned flags);
 
-/// More items are refused.
+/// A request with more items is refused.
 inline constexpr std::size_t maxItemsToRename = 100'000;
 
 /// Gives each of `urls` the name at its place in `names`. A link at the end of a path is an item of
-/// its own. What cannot be meant (two items with one name, an item twice, a name that is none) is
-/// refused before anything is done. `goesOn` is asked before each rename, or circle of them; after
-/// a no what is left keeps its name, with ECANCELED.
+/// its own. A request that makes no sense (two items with one name, an item twice, a name that is
+/// none) is refused before anything is done. `goesOn` is called before each rename, or circle of
+/// them; once it returns false, the remaining items keep their names, with ECANCELED.
 RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std::string>& names,
                           const PathRule& rule = {}, const RenameCall& call = systemRename,
                           const std::function<bool()>& goesOn = {});

@@ -10,19 +10,19 @@
 #include "SupervisedWork.h"
 #include "TreeWalk.h"
 
-/// How work on files has ended, in words.
+/// Puts into words how work on files has ended.
 namespace morvane {
 
-/// Whose work a request is.
+/// The user whose work a request is.
 std::uint32_t userOfRule(const PathRule& rule);
 
-/// Null if the work was begun. `url` is what it was to be done with.
+/// Returns null if the work was begun. `url` is the item of the work.
 NSErrorRef errorOfWork(WorkEnd end, const NSURL& url);
 
-/// Of a request that its client said no to.
+/// Returns the error of a request that its client has cancelled.
 NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end);
 
-/// What is said besides of work that was left; empty of other work.
+/// Returns what a text adds for work that was left; empty for other work.
 std::string leftText(WorkEnd end);
 
 /// ", and what is below it was not reached", if there is such an item among the failures.

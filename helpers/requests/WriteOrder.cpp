@@ -26,7 +26,7 @@ bool isAtOrBelow(const WriteOrder::Paths& paths, const WriteOrder::Paths& others
 
 }  // namespace
 
-/// What a write's token stands for.
+/// The state behind a write's token.
 class WriteOrder::Place {
   public:
     explicit Place(std::shared_ptr<WriteOrder> order) : order_(std::move(order)) {}
@@ -84,7 +84,7 @@ void WriteOrder::end(Entries::iterator entry) noexcept {
         if (!each->waiting.empty() && mayBegin(each))
             free_.splice(free_.end(), each->waiting);
     }
-    // One that the runner drops ends here, inside the loop of who has given it.
+    // A write that the runner drops ends here, inside the loop of the thread that has passed it on.
     if (std::exchange(isBeingFreed_, true))
         return;
     while (!free_.empty()) {

@@ -13,8 +13,8 @@ namespace morvane {
 /// Keeps the writes of one client in their order where they concern the same item, or one that is
 /// below the other; all others run side by side. Any thread.
 ///
-/// What a write needs in order to run, and to make way for others, is made before it is in the
-/// order: from then on nothing that fails can leave those behind it waiting.
+/// All that a write needs in order to run, and to let the next ones run, is made before it is
+/// added: from then on no failure can leave those behind it waiting.
 class WriteOrder {
   public:
     using Paths = std::set<std::string, std::less<>>;
@@ -22,7 +22,7 @@ class WriteOrder {
     using Token = std::shared_ptr<void>;
     using Write = std::function<void(Token)>;
     using Task = std::function<void()>;
-    /// Runs a write that had to wait, on another thread. Where it throws, the write is dropped.
+    /// Runs a write that had to wait, on another thread. If this throws, the write is dropped.
     using Runner = std::function<void(Task)>;
 
     explicit WriteOrder(Runner runner) : runner_(std::move(runner)) {}
@@ -47,7 +47,7 @@ class WriteOrder {
     std::mutex mutex_;
     /// In the order in which they came.
     Entries entries_;
-    /// May begin, and are being given to the runner, by one thread.
+    /// The writes that may begin. One thread passes them to the runner.
     std::list<Task> free_;
     bool isBeingFreed_ = false;
 };
