@@ -264,7 +264,7 @@ NSKeyedUnarchiver::ObjectBlock* NSKeyedUnarchiver::takeRoom(std::size_t size) {
         return nullptr;
     auto& block = state_->block;
     if (!block || !block->hasRoom(size))
-        block = ObjectBlock::make();
+        block = ObjectBlock::make(state_->blocks++);
     return block.get();
 }
 

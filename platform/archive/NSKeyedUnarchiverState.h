@@ -34,8 +34,10 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
     struct Within;
     const Within* innermost = nullptr;
     RebuiltObjects<Elements> rebuilt;
-    /// Where the objects of large arrays are made, and how many such arrays are being read.
+    /// Where the objects of large arrays are made, how many such places there were, and how many
+    /// such arrays are being read.
     ObjectBlock::Filled block;
+    std::size_t blocks = 0;
     std::size_t largeArrays = 0;
 
     State(NSDataView data, const NSDecodingBudget& most)

@@ -7,6 +7,28 @@
 #include <cstdint>
 
 namespace morvane {
+namespace {
+
+/// Restores `errno`: who asks for memory does not expect it to change.
+class KeptErrno {
+  public:
+    ~KeptErrno() { errno = saved_; }
+
+  private:
+    const int saved_ = errno;
+};
+
+void* mapped(std::size_t size) {
+    auto* const memory =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return memory == MAP_FAILED ? nullptr : memory;
+}
+
+std::size_t beforeLargePage(const void* memory) {
+    return -reinterpret_cast<std::uintptr_t>(memory) % largePage;
+}
+
+}  // namespace
 
 void willBeWritten(void* memory, std::size_t size) noexcept {
     // An area smaller than a few large pages is mostly memory that was used before.
@@ -17,10 +39,41 @@ void willBeWritten(void* memory, std::size_t size) noexcept {
     const auto begin = reinterpret_cast<std::uintptr_t>(memory);
     const auto first = (begin + page - 1) / page * page;
     const auto last = (begin + size) / page * page;
-    const int saved = errno;
+    const KeptErrno kept;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): within the memory
     madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-    errno = saved;
+}
+
+void* takeLargeMemory(std::size_t size) noexcept {
+    const KeptErrno kept;
+    auto* memory = static_cast<std::byte*>(mapped(size));
+    if (!memory)
+        return nullptr;
+    if (beforeLargePage(memory) != 0) {
+        // Older systems put it anywhere: what is before and behind a place that fits goes back.
+        munmap(memory, size);
+        memory = static_cast<std::byte*>(mapped(size + largePage));
+        if (!memory)
+            return nullptr;
+        const auto before = beforeLargePage(memory);
+        if (before != 0)
+            munmap(memory, before);
+        memory += before;
+        munmap(memory + size, largePage - before);
+    }
+    madvise(memory, size, MADV_HUGEPAGE);
+    return memory;
+}
+
+void* growLargeMemory(void* memory, std::size_t size, std::size_t newSize) noexcept {
+    const KeptErrno kept;
+    auto* const grown = mremap(memory, size, newSize, MREMAP_MAYMOVE);
+    return grown == MAP_FAILED ? nullptr : grown;
+}
+
+void releaseLargeMemory(void* memory, std::size_t size) noexcept {
+    const KeptErrno kept;
+    munmap(memory, size);
 }
 
 }  // namespace morvane

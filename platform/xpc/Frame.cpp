@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
@@ -12,6 +13,9 @@ namespace {
 
 constexpr std::array<std::uint8_t, 4> magic = {'M', 'V', 'X', '1'};
 constexpr std::uint8_t moreFollowsFlag = 1;
+/// What a message of several frames is received in at first. Of memory that nothing was written to
+/// there is only the address.
+constexpr std::size_t fewLargePages = 4 * largePage;
 
 template <class T>
 void put(std::uint8_t* p, T value) {
@@ -67,14 +71,29 @@ std::optional<FrameHeader> FrameHeader::parse(std::span<const std::uint8_t> byte
     return header;
 }
 
-void FrameParser::Bytes::reserve(std::size_t capacity) {
-    if (capacity <= capacity_)
-        return;
-    auto* const data = static_cast<std::uint8_t*>(std::realloc(data_, capacity));
+void FrameParser::Bytes::reserve(std::size_t capacity, bool inLargePages) {
+    if (inLargePages != isInLargePages_)
+        release();  // there is nothing in it
+    if (inLargePages)
+        capacity = (std::max(capacity, fewLargePages) + largePage - 1) / largePage * largePage;
+    void* const data = !inLargePages     ? std::realloc(data_, capacity)
+                       : isInLargePages_ ? growLargeMemory(data_, capacity_, capacity)
+                                         : takeLargeMemory(capacity);
     if (!data)
         throw std::bad_alloc();
-    data_ = data;
+    data_ = static_cast<std::uint8_t*>(data);
     capacity_ = capacity;
+    isInLargePages_ = inLargePages;
+}
+
+void FrameParser::Bytes::release() {
+    if (isInLargePages_)
+        releaseLargeMemory(data_, capacity_);
+    else
+        std::free(data_);
+    data_ = nullptr;
+    size_ = capacity_ = 0;
+    isInLargePages_ = false;
 }
 
 FrameParser::FrameParser(Limits limits, Gate* gate) : limits_(std::move(limits)), gate_(gate) {}
@@ -144,7 +163,10 @@ bool FrameParser::takeRoom(const FrameHeader& header) {
     if (limits_.shared && !limits_.shared->take(header.payloadLength))
         return refuse("Too many large requests are being handled; ask again later.");
     taken_ += header.payloadLength;
-    assembled_.resize(filled_ + header.payloadLength);
+    // What a stranger sends is counted by the byte; a large page could be nearly empty.
+    const bool inLargePages =
+        header.moreFollows && header.payloadLength == limits::frameSize && !limits_.shared;
+    assembled_.resize(filled_ + header.payloadLength, inLargePages);
     return true;
 }
 

@@ -144,29 +144,30 @@ class FrameParser {
     /// the system can move pages.
     class Bytes {
       public:
-        ~Bytes() { std::free(data_); }
+        ~Bytes() { release(); }
         Bytes() = default;
         Bytes(const Bytes&) = delete;
         Bytes& operator=(const Bytes&) = delete;
 
         std::span<std::uint8_t> all() const { return {data_, size_}; }
         std::size_t capacity() const { return capacity_; }
-        /// Throws std::bad_alloc.
-        void reserve(std::size_t capacity);
-        void resize(std::size_t size) {
-            if (size > capacity_)
-                reserve(std::max(size, capacity_ * 2));
+        /// Throws std::bad_alloc. `inLargePages`: there will be several megabytes, for which memory
+        /// may be taken that is not in the heap.
+        void resize(std::size_t size, bool inLargePages = false) {
+            inLargePages = isInLargePages_ || (inLargePages && size_ == 0);
+            if (size > capacity_ || inLargePages != isInLargePages_)
+                reserve(std::max(size, capacity_ * 2), inLargePages);
             size_ = size;
         }
-        void release() {
-            std::free(std::exchange(data_, nullptr));
-            size_ = capacity_ = 0;
-        }
+        void release();
 
       private:
+        void reserve(std::size_t capacity, bool inLargePages);
+
         std::uint8_t* data_ = nullptr;
         std::size_t size_ = 0;
         std::size_t capacity_ = 0;
+        bool isInLargePages_ = false;
     };
 
     std::span<const std::uint8_t> waiting() const {

@@ -13,20 +13,23 @@
 /// thread.
 namespace morvane {
 
-class NSKeyedUnarchiver::ObjectBlock {
+class alignas(std::max_align_t) NSKeyedUnarchiver::ObjectBlock {
   public:
     struct Close {
         void operator()(ObjectBlock* filled) const { filled->close(); }
     };
     using Filled = std::unique_ptr<ObjectBlock, Close>;
-    static Filled make();
+    /// The next block of an unarchiver that has filled so many. The first ones are small, and
+    /// memory that was used before where there is some.
+    static Filled make(std::size_t filledBefore);
 
-    bool hasRoom(std::size_t size) const { return size <= capacity - used_; }
+    bool hasRoom(std::size_t size) const { return size <= size_ - used_; }
     /// For one object, where there is room.
     void* allocate(std::size_t size) noexcept {
         constexpr auto unit = alignof(std::max_align_t);
         ++made_;
-        return bytes_ + std::exchange(used_, used_ + (size + unit - 1) / unit * unit);
+        return reinterpret_cast<std::byte*>(this) +
+               std::exchange(used_, used_ + (size + unit - 1) / unit * unit);
     }
     /// The end of one object.
     void release() noexcept { release(1); }
@@ -35,11 +38,10 @@ class NSKeyedUnarchiver::ObjectBlock {
     static constexpr std::size_t largest = 1024;
 
   private:
-    static constexpr std::size_t capacity = std::size_t{64} << 10;
     /// More than there can be objects.
-    static constexpr std::size_t held = capacity;
+    static constexpr std::size_t held = std::size_t{1} << 30;
 
-    ObjectBlock() {}
+    explicit ObjectBlock(std::size_t size) : size_(size) {}
     /// No further object will be put there.
     void close() noexcept { release(held - made_); }
     void end() noexcept;
@@ -50,8 +52,9 @@ class NSKeyedUnarchiver::ObjectBlock {
 
     std::atomic<std::size_t> left_ = held;
     std::size_t made_ = 0;
-    std::size_t used_ = 0;
-    alignas(std::max_align_t) std::byte bytes_[capacity];
+    /// Bytes of the block, of which this object is the first, and those that are taken.
+    const std::size_t size_;
+    std::size_t used_ = sizeof(ObjectBlock);
 };
 
 }  // namespace morvane

@@ -47,6 +47,43 @@ TEST(LargeArray, ItsObjectsAreHeldByItAlone) {
     }
 }
 
+/// One that its coder makes, as those of large arrays are.
+class Sized final : public NSObject {
+  public:
+    explicit Sized(std::int64_t n) : number(n) {}
+    const std::int64_t number;
+
+    static std::shared_ptr<NSObject> initWithCoder(NSKeyedUnarchiver& coder) {
+        return coder.makeObject<Sized>(coder.decodeInt64("number"));
+    }
+    static const NSClass& classObject() {
+        static const NSClass c{"Sized", &NSObject::classObject(), initWithCoder};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+    void encodeWithCoder(NSKeyedArchiver& coder) const override {
+        coder.encodeInt64(number, "number");
+    }
+};
+
+TEST(LargeArray, OfSeveralMegabytesIsOutlivedByAnyOfItsObjects) {
+    std::vector<std::shared_ptr<Sized>> sizes;
+    for (std::int64_t i = 0; i < 100000; ++i)
+        sizes.push_back(std::make_shared<Sized>(i));
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(sizes, "sizes");
+    const auto archive = archiver.finishEncoding();
+    NSKeyedUnarchiver unarchiver(archive);
+    auto copies = unarchiver.decodeObjects<Sized>("sizes", {&NSArrayClass, &Sized::classObject()});
+    ASSERT_EQ(copies.size(), sizes.size());
+    std::vector<std::shared_ptr<Sized>> kept;
+    for (std::size_t i = 0; i < copies.size(); i += 1000)
+        kept.push_back(std::move(copies[i]));
+    copies.clear();
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        ASSERT_EQ(kept[i]->number, static_cast<std::int64_t>(1000 * i));
+}
+
 TEST(LargeArray, DecodedTwiceItIsOfOtherObjectsOfTheSameContent) {
     const auto archive = archiveOf(numberedNodes(2000));
     NSKeyedUnarchiver unarchiver(archive);

@@ -248,6 +248,43 @@ TEST(FrameParser, ReadsOverARequestThatIsLargerThanItsLimitAndGoesOn) {
     EXPECT_EQ(message->id, 7U);
 }
 
+/// Replies of full frames and a shorter last one, of bytes that tell where they stand.
+NSData replyOf(std::uint64_t id, std::uint32_t fullFrames) {
+    NSData bytes;
+    constexpr std::uint32_t rest = 1000;
+    for (std::uint32_t i = 0; i <= fullFrames; ++i) {
+        const auto size = i < fullFrames ? limits::frameSize : rest;
+        const auto header = FrameHeader{FrameKind::reply, i < fullFrames, 0, size, id}.bytes();
+        bytes.insert(bytes.end(), header.begin(), header.end());
+        for (std::uint32_t k = 0; k < size; ++k)
+            bytes.push_back(static_cast<std::uint8_t>(k / 251 + k + i));
+    }
+    return bytes;
+}
+
+TEST(FrameParser, ReadsRepliesOfAnySizeOneAfterTheOther) {
+    FrameParser parser({});
+    std::uint64_t id = 0;
+    // In the heap, in large pages that grow twice, and in the heap again.
+    for (const std::uint32_t frames : {0u, 1u, 20u, 0u, 9u, 2u}) {
+        const auto bytes = replyOf(++id, frames);
+        feed(parser, bytes);
+        const auto message = parser.next();
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->id, id);
+        NSData expected;
+        for (std::size_t at = 0; at < bytes.size(); at += FrameHeader::size + limits::frameSize) {
+            const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at + FrameHeader::size);
+            const auto left = bytes.size() - at - FrameHeader::size;
+            expected.insert(expected.end(), begin,
+                            begin + static_cast<std::ptrdiff_t>(
+                                        std::min<std::size_t>(left, limits::frameSize)));
+        }
+        EXPECT_TRUE(std::equal(message->body.begin(), message->body.end(), expected.begin(),
+                               expected.end()));
+    }
+}
+
 TEST(FrameParser, HoldsNothingOfALargeRequestThatIsNotAdmitted) {
     KeptGate gate;
     gate.isOpen = false;
