@@ -6,6 +6,18 @@
 #include <utility>
 
 namespace morvane {
+namespace {
+
+/// Of a box's node.
+const NSArchiveFront& boxFront() {
+    // Never destroyed: another thread may decode while the process ends.
+    static const auto& front = *new NSArchiveFront(
+        {"root", "object", "name", "permission", "state", "children", "NS.objects"},
+        {&MVTreeNode::classObject(), &MVAclPermission::classObject(), &NSArrayClass});
+    return front;
+}
+
+}  // namespace
 
 constinit const NSKeyPath MVTreeNode::representedObjectStateKeyPath{"representedObject.state",
                                                                     &MVAclPermission::stateKeyPath};
@@ -25,7 +37,7 @@ MVTreeNode::MVTreeNode(std::shared_ptr<MVAclPermission> permission)
 
 void MVTreeNode::encodeWithCoder(NSKeyedArchiver& coder) const {
     coder.encodeObject(representedObject().get(), "object");
-    coder.encodeArchives(childNodes(), "children");
+    coder.encodeArchives(childNodes(), "children", boxFront());
 }
 
 std::shared_ptr<NSObject> MVTreeNode::initWithCoder(NSKeyedUnarchiver& coder) {
@@ -33,7 +45,7 @@ std::shared_ptr<NSObject> MVTreeNode::initWithCoder(NSKeyedUnarchiver& coder) {
     static const auto& objectClasses = *new NSClassSet{&MVAclPermission::classObject()};
     auto node = coder.makeObject<MVTreeNode>(
         std::static_pointer_cast<MVAclPermission>(coder.decodeObject("object", objectClasses)));
-    auto children = coder.decodeArchives("children", classObject());
+    auto children = coder.decodeArchives("children", classObject(), boxFront());
     auto childNodes = node->mutableChildNodes();
     childNodes.reserve(children.size());
     for (auto& child : children)

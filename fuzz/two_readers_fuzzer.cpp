@@ -82,7 +82,7 @@ class Thing : public NSObject {
         }
         next = coder.decodeObject("next", classes());
         things = coder.template decodeObjects<Thing>("things", classes());
-        archives = coder.decodeArchives("archives", classObject());
+        archives = coder.decodeArchives("archives", classObject(), front());
     }
     void encodeWithCoder(NSKeyedArchiver& coder) const override {
         coder.encodeBool(flag, "flag");
@@ -105,10 +105,14 @@ class Thing : public NSObject {
         coder.encodeObject(next.get(), "next");
         if (!things.empty())
             coder.encodeObjects(things, "things");
-        if (!archives.empty())
+        if (!archives.empty() && flag)
             coder.encodeArchives(archives, "archives");
+        else if (!archives.empty())
+            coder.encodeArchives(archives, "archives", front());
     }
     static const NSClassSet& classes();
+    /// Some of what archives of things have, and a key that they do not have.
+    static const NSArchiveFront& front();
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
 };
@@ -139,6 +143,13 @@ const NSClass& Thing::classObject() {
 const NSClassSet& Thing::classes() {
     static const NSClassSet set{&Thing::classObject(), &Owned::classObject(), &NSArrayClass};
     return set;
+}
+
+const NSArchiveFront& Thing::front() {
+    static const auto& front =
+        *new NSArchiveFront({"root", "flag", "wide", "next", "narrow", "no key of it"},
+                            {&Thing::classObject(), &NSArrayClass});
+    return front;
 }
 
 const PlainUnarchiver::Makers makers{

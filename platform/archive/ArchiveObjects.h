@@ -60,6 +60,12 @@ struct ArchiveObjects : ArchiveValues {
                 refuse(known->name, key);
             return *known;
         }
+        if (list.startsWithFront()) {
+            const auto number = list.reference(objects, classUid);
+            const auto* const c = static_cast<const ArchiveFront*>(list.front())->classAt(number);
+            if (c && contains(classes, *c))
+                return *c;
+        }
         const auto& c = checkClass(list.element<Kind::dictionary>(objects, classUid), classes, key);
         checked.add(classUid, c);
         return c;

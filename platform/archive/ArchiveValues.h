@@ -6,6 +6,9 @@
 #include <MorvaneOperation/platform/archive/fast/ArchiveFront.h>
 #include <MorvaneOperation/platform/archive/fast/KeyLookup.h>
 
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -31,24 +34,35 @@ struct Depth {
 
 struct ArchiveValues {
     PropertyListReader list;
-    KeyLookup keys;
     NSDecodingBudget ownBudget;
+    KeptKeys ownKeys;
+    /// Those of an archive serve the archives that are nested in it as well.
     NSDecodingBudget& budget;
+    KeyLookup& keys;
+    const std::uint64_t listNumber;
     /// "$objects", by UID.
     Value objects;
     /// The text that was converted last.
     std::string converted;
 
-    /// Of an archive that is nested in another, `outer` is what that one may still use.
-    ArchiveValues(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
-        : list(data, &archiveFront()), ownBudget(own), budget(outer ? *outer : ownBudget) {}
+    ArchiveValues(NSDataView data, const NSDecodingBudget& most)
+        : list(data, &ArchiveFront::common()),
+          ownBudget(most),
+          ownKeys(takeKeys()),
+          budget(ownBudget),
+          keys(*ownKeys),
+          listNumber(keys.nextList()) {}
+    /// Of an archive that is nested in another, whose bytes are bytes of that one. It is expected
+    /// to start with the front.
+    ArchiveValues(NSDataView data, ArchiveValues& outer, const ArchiveFront& front)
+        : list(data, &front), budget(outer.budget), keys(outer.keys), listNumber(keys.nextList()) {}
     ArchiveValues(const ArchiveValues&) = delete;
     ArchiveValues& operator=(const ArchiveValues&) = delete;
 
     template <Kind likely = Kind::uid>
     [[gnu::always_inline]] Found find(Dictionary& dictionary, std::string_view key,
                                       std::string_view context) {
-        return keys.find<likely>(list, dictionary, key, context);
+        return keys.find<likely>(list, listNumber, dictionary, key, context);
     }
 
     void spendObject(std::string_view key) {

@@ -20,7 +20,8 @@ constexpr Ref unwritten = 0xffffffff;
 }  // namespace
 
 struct NSKeyedArchiver::State {
-    PropertyListWriter list{&archiveFront()};
+    PropertyListWriter list;
+    const ArchiveFront* front = nullptr;
     ObjectTable table;
     /// The value of each UID; unwritten while its object is being encoded.
     std::vector<Ref> objects;
@@ -39,8 +40,9 @@ struct NSKeyedArchiver::State {
     std::vector<std::pair<const NSClass*, Ref>> classes;
     bool finished = false;
 
-    void reset() {
-        list.clear();
+    void reset(const ArchiveFront& f) {
+        front = &f;
+        list.clear(front);
         table.clear();
         objects.clear();
         pending.clear();
@@ -72,6 +74,11 @@ struct NSKeyedArchiver::State {
         for (const auto& [known, reference] : classes) {
             if (known == &c)
                 return reference;
+        }
+        if (const auto description = front->descriptionOf(c)) {
+            const auto reference = object(*description);
+            classes.emplace_back(&c, reference);
+            return reference;
         }
         const auto base = pending.size();
         const auto nameOf = [&](const NSClass& k) {
@@ -113,10 +120,19 @@ struct NSKeyedArchiver::State {
 
 namespace morvane {
 
-NSKeyedArchiver::NSKeyedArchiver() : state_(SpareStates<State>::shared().take()) {
+NSArchiveFront::NSArchiveFront(std::initializer_list<std::string_view> keys,
+                               std::initializer_list<const NSClass*> classes)
+    : front_(std::make_unique<ArchiveFront>(keys, classes)) {}
+
+NSArchiveFront::~NSArchiveFront() = default;
+
+NSKeyedArchiver::NSKeyedArchiver() : NSKeyedArchiver(ArchiveFront::common()) {}
+
+NSKeyedArchiver::NSKeyedArchiver(const ArchiveFront& front)
+    : state_(SpareStates<State>::shared().take()) {
     if (!state_)
         state_ = std::make_unique<State>();
-    state_->reset();
+    state_->reset(front);
 }
 
 NSKeyedArchiver::~NSKeyedArchiver() {
@@ -333,8 +349,16 @@ void NSKeyedArchiver::appendObject(const NSObject* value) {
 }
 
 void NSKeyedArchiver::appendArchive(const NSObject& value) {
+    appendArchive(value, ArchiveFront::common());
+}
+
+void NSKeyedArchiver::appendArchive(const NSObject& value, const NSArchiveFront& front) {
+    appendArchive(value, *front.front_);
+}
+
+void NSKeyedArchiver::appendArchive(const NSObject& value, const ArchiveFront& front) {
     const auto data = state_->list.data([&](NSData& out) {
-        NSKeyedArchiver nested;
+        NSKeyedArchiver nested(front);
         nested.encodeObject(&value, "root");
         nested.state_->list.write(nested.state_->finish(), out);
     });

@@ -7,6 +7,7 @@
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -33,6 +34,26 @@ struct NSDataPieces {
             size += piece.size();
         return size;
     }
+};
+
+class ArchiveFront;
+
+/// What many archives of one kind of object begin with: keys and classes that all of them have. It
+/// is for archives that stand in another one by the dozen: they are written and read faster if both
+/// sides name the same front. With another one, or none, they are read as well.
+class MORVANE_EXPORT NSArchiveFront {
+  public:
+    /// The classes are those of the objects, and NSArray if an object holds an array.
+    NSArchiveFront(std::initializer_list<std::string_view> keys,
+                   std::initializer_list<const NSClass*> classes);
+    ~NSArchiveFront();
+    NSArchiveFront(const NSArchiveFront&) = delete;
+    NSArchiveFront& operator=(const NSArchiveFront&) = delete;
+
+  private:
+    friend class NSKeyedArchiver;
+    friend class NSKeyedUnarchiver;
+    std::unique_ptr<const ArchiveFront> front_;
 };
 
 /// Writes objects as keyed archives: binary property lists ("bplist00") with "$version" 100000,
@@ -94,6 +115,15 @@ class MORVANE_EXPORT NSKeyedArchiver {
             appendArchive(*value);
         endArray(key);
     }
+    /// The same; each archive begins with `front`, which lives as long as the process.
+    template <class T>
+    void encodeArchives(const std::vector<std::shared_ptr<T>>& values, std::string_view key,
+                        const NSArchiveFront& front) {
+        beginArray(values.size());
+        for (const auto& value : values)
+            appendArchive(*value, front);
+        endArray(key);
+    }
 
     /// Ends the archive and hands it over. The archiver cannot be used after this.
     NSData finishEncoding();
@@ -104,12 +134,16 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void beginArray(std::size_t count);
     void appendObject(const NSObject* value);
     void appendArchive(const NSObject& value);
+    void appendArchive(const NSObject& value, const NSArchiveFront& front);
+    void appendArchive(const NSObject& value, const ArchiveFront& front);
     void endArray(std::string_view key);
     void endPlainArray(std::string_view key);
     void encodeURLValue(const NSURL& value);
     void appendErrorValue(const NSErrorValue& value);
 
     struct MORVANE_INTERNAL State;
+    explicit NSKeyedArchiver(const ArchiveFront& front);
+
     std::unique_ptr<State> state_;
 };
 

@@ -357,6 +357,16 @@ std::vector<std::int64_t> NSKeyedUnarchiver::decodeIntegers(std::string_view key
 
 std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::string_view key,
                                                                          const NSClass& root) {
+    return decodeArchives(key, root, ArchiveFront::common());
+}
+
+std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
+    std::string_view key, const NSClass& root, const NSArchiveFront& front) {
+    return decodeArchives(key, root, *front.front_);
+}
+
+std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
+    std::string_view key, const NSClass& root, const ArchiveFront& front) {
     std::vector<std::shared_ptr<NSObject>> objects;
     const NSClass* const classes[] = {&root};
     readElements(key, [&](const Value& element, std::size_t count) {
@@ -365,7 +375,7 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::st
         if (!state_->rebuilt.standsOnce(state_->uid(element, key)))
             fail(key, "a nested archive stands there that stands in another place too");
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
-        State state(data, *state_);
+        State state(data, *state_, front);
         NSKeyedUnarchiver nested(state);
         auto object = nested.decodeObject("root", classes, false);
         if (!object)

@@ -122,6 +122,9 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     /// under "root", read within this decode's budget. A blob may be used once only.
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key,
                                                           const NSClass& root);
+    /// The same of archives that mostly begin with `front`.
+    std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key, const NSClass& root,
+                                                          const NSArchiveFront& front);
 
   private:
     /// Memory of several objects of one large array.
@@ -188,6 +191,8 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::shared_ptr<NSObject> decodeObject(std::string_view key, Classes classes, bool holds);
     std::shared_ptr<NSObject> objectAt(std::uint64_t uid, std::string_view key, Classes classes,
                                        bool holds);
+    std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key, const NSClass& root,
+                                                          const ArchiveFront& front);
     template <class Read>
     void readArray(std::string_view key, Read&& read);
     template <class Read>

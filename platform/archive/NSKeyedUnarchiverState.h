@@ -41,8 +41,13 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
     std::size_t largeArrays = 0;
 
     State(NSDataView data, const NSDecodingBudget& most)
-        : State(data, NSDecodingBudget::forArchiveOfSize(data.size(), most), nullptr) {}
-    State(NSDataView data, State& outer) : State(data, {}, &outer.budget) {}
+        : ArchiveObjects(data, NSDecodingBudget::forArchiveOfSize(data.size(), most)) {
+        open(data.size());
+    }
+    State(NSDataView data, State& outer, const ArchiveFront& front)
+        : ArchiveObjects(data, outer, front) {
+        open(data.size());
+    }
 
     using ArchiveObjects::find;
     /// The value of `key` in `current`; empty if there is none.
@@ -87,9 +92,8 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
     NSErrorValue errorValue(const Value& reference, std::string_view key);
 
   private:
-    State(NSDataView data, NSDecodingBudget own, NSDecodingBudget* outer)
-        : ArchiveObjects(data, own, outer) {
-        spendBytes(data.size(), "root");
+    void open(std::size_t size) {
+        spendBytes(size, "root");
         Dictionary root(list.value<Kind::dictionary>(list.root()));
         if (root.value.kind != Kind::dictionary)
             keyed::fail("root", "it is not a keyed archive");

@@ -49,8 +49,10 @@ PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes,
         return !expected.empty() && expected.size() <= size &&
                std::memcmp(p, expected.data(), expected.size()) == 0;
     };
-    startsWithFront_ = front && startsWith(begin_, table, front->bytes()) &&
-                       startsWith(table_, end - table, front->offsets(offsetSize_));
+    front_ = front;
+    while (front_ && !(startsWith(begin_, table, front_->bytes(refSize_)) &&
+                       startsWith(table_, end - table, front_->offsets(refSize_, offsetSize_))))
+        front_ = front_->base();
 }
 
 PropertyListReader::Value PropertyListReader::anyValue(std::uint64_t ref) const {

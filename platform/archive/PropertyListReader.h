@@ -88,17 +88,20 @@ class PropertyListReader {
         }
     };
 
-    /// `front`: looked for at the front of the list.
+    /// `front`: looked for at the front of the list, and if it is not there the ones that it adds
+    /// to.
     explicit PropertyListReader(std::span<const std::uint8_t> bytes,
                                 const PropertyListFront* front = nullptr);
 
     /// Whether the list starts with the front, so that its texts are the values 0, 1, 2, ...
-    bool startsWithFront() const { return startsWithFront_; }
+    bool startsWithFront() const { return front_ != nullptr; }
+    /// The front that it starts with, or null.
+    const PropertyListFront* front() const { return front_; }
     /// Whether the dictionary has these texts of the front as its keys, in this order.
     template <class... Keys>
     bool hasFrontKeys(const Value& dictionary, Keys... keys) const {
         std::uint64_t i = 0;
-        return startsWithFront_ && dictionary.count == sizeof...(keys) &&
+        return front_ && dictionary.count == sizeof...(keys) &&
                (... && (reference(dictionary, i++) == keys));
     }
 
@@ -137,6 +140,16 @@ class PropertyListReader {
         }
         const auto other = anyValue(ref);
         return other.kind == Kind::ascii ? Text{other.bytes, other.count} : Text{nullptr, notAscii};
+    }
+    /// Whether the i-th element or key is that ASCII text; false for one that is not there.
+    [[gnu::always_inline]] bool hasText(const Value& container, std::uint64_t i,
+                                        const Text& expected) const {
+        const auto* const p = locate(reference(container, i));
+        if (!p)
+            return false;
+        const auto text = textAt(p);
+        return text.bytes && text.size == expected.size &&
+               sameBytes(text.bytes, expected.bytes, expected.size);
     }
 
   private:
@@ -184,12 +197,12 @@ class PropertyListReader {
     const std::uint8_t* table_;
     std::uint64_t count_;
     std::uint64_t root_;
+    const PropertyListFront* front_;
     std::uint8_t offsetSize_;
     std::uint8_t refSize_;
     /// What of eight bytes is not the integer.
     std::uint8_t offsetShift_;
     std::uint8_t refShift_;
-    bool startsWithFront_;
 };
 
 }  // namespace morvane

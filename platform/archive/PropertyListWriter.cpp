@@ -38,11 +38,10 @@ const PropertyListFront& emptyFront() {
 }  // namespace
 
 PropertyListWriter::PropertyListWriter(const PropertyListFront* front, std::size_t mostNarrow)
-    : front_(front ? *front : emptyFront()),
-      firstNode_(front_.count()),
-      large_(front_, mostNarrow) {}
+    : front_(front ? front : &emptyFront()), large_(mostNarrow) {}
 
-void PropertyListWriter::clear() {
+void PropertyListWriter::clear(const PropertyListFront* front) {
+    front_ = front ? front : &emptyFront();
     nodes_.clear();
     refs_.clear();
     arena_.clear();
@@ -74,7 +73,7 @@ void PropertyListWriter::beginLarge(std::size_t values, std::size_t bytes) {
     large_.reserve(values, bytes);
     if (isLarge_)
         return;
-    large_.begin(nodes_.size(), uidCount_);
+    large_.begin(*front_, nodes_.size(), uidCount_);
     isLarge_ = true;
     flush();
     for (std::uint32_t value = 0; value < uidCount_; ++value)
@@ -132,6 +131,10 @@ PropertyListWriter::Ref PropertyListWriter::string(std::string_view text) {
 }
 
 PropertyListWriter::Ref PropertyListWriter::newSharedString(std::string_view text) {
+    if (const auto number = front_->find(text)) {
+        shared_.add(text, *number);
+        return *number;
+    }
     const auto address = reinterpret_cast<std::uintptr_t>(text.data());
     const auto count = checkedCount(text.size());
     const auto ref = isAscii(text)
@@ -266,8 +269,9 @@ void PropertyListWriter::writeAll(Ref root, Bytes& out, std::size_t table,
     auto* p = begin;
     auto* offset = begin + table - missing;
     std::size_t missed = 0;
-    p = putBytes(p, front_.bytes().data(), front_.bytes().size());
-    const auto offsets = front_.offsets(sizeof(Offset));
+    const auto front = front_->bytes(sizeof(RefInteger));
+    p = putBytes(p, front.data(), front.size());
+    const auto offsets = front_->offsets(sizeof(RefInteger), sizeof(Offset));
     offset = putBytes(offset, offsets.data(), offsets.size());
     for (const auto& node : nodes_) {
         offset = put(offset, static_cast<Offset>(p - begin + missed));
@@ -300,8 +304,8 @@ void PropertyListWriter::writeTable(Ref root, Bytes& out, std::size_t table, Gap
 
 template <class RefInteger>
 void PropertyListWriter::writeSized(Ref root, Bytes& out, Gaps* gaps) const {
-    const std::size_t table =
-        front_.bytes().size() + bytes_ + refs_.size() * sizeof(RefInteger) + uidBytes();
+    const std::size_t table = front_->bytes(sizeof(RefInteger)).size() + bytes_ +
+                              refs_.size() * sizeof(RefInteger) + uidBytes();
     // What is taken over is too long for offsets of two bytes.
     if (table <= 0xff) {
         writeAll<RefInteger, std::uint8_t, false>(root, out, table, nullptr);

@@ -37,7 +37,8 @@ class PropertyListWriter {
     explicit PropertyListWriter(const PropertyListFront* front = nullptr,
                                 std::size_t mostNarrow = std::size_t{1} << 24);
 
-    void clear();
+    /// From now on it is a list that starts with that front.
+    void clear(const PropertyListFront* front = nullptr);
     /// Makes room for `count` values that each hold a few others.
     void reserveMore(std::size_t count);
     /// The list will have so many values and take so many bytes, roughly: from now on values are
@@ -45,7 +46,7 @@ class PropertyListWriter {
     /// throws NSInvalidArgumentException. Once it is large, a call only makes room.
     void beginLarge(std::size_t values, std::size_t bytes);
     std::size_t valueCount() const {
-        return isLarge_ ? large_.valueCount() : firstNode_ + nodes_.size();
+        return isLarge_ ? large_.valueCount() : front_->count() + nodes_.size();
     }
     /// Bytes that the writer has for the list, and keeps after clear() but for what it took over.
     std::size_t memory() const;
@@ -169,10 +170,8 @@ class PropertyListWriter {
     Ref largeDictionary(std::span<const Ref> keysAndValues);
     Ref smallDictionary(std::span<const Ref> keysAndValues);
 
-    const PropertyListFront& front_;
+    const PropertyListFront* front_;
     std::vector<Node> nodes_;
-    /// The Ref of the first of nodes_.
-    const std::size_t firstNode_;
     std::vector<Ref> refs_;
     Bytes arena_;
     std::vector<Bytes> owned_;

@@ -20,13 +20,14 @@ void LargeList::reserve(std::size_t values, std::size_t bytes) {
     }
 }
 
-void LargeList::begin(std::uint64_t values, std::uint64_t uids) {
-    const auto front = front_.bytes();
-    bytes_.assign(front.begin(), front.end());
-    end_ = front.size();
-    refs_ = {front_.count() + values, 3, 8};
+void LargeList::begin(const PropertyListFront& front, std::uint64_t values, std::uint64_t uids) {
+    front_ = &front;
+    refs_ = {front.count() + values, 3, 8};
     if (refs_.firstUid + uids > mostNarrow_)
         refs_ = {refs_.firstUid, 4, 0};
+    const auto first = front.bytes(refs_.size);
+    bytes_.assign(first.begin(), first.end());
+    end_ = first.size();
 }
 
 void LargeList::clear() {
@@ -49,7 +50,7 @@ void LargeList::grow(std::size_t bytes) {
 void LargeList::widen() {
     Bytes wide;
     wide.reserve(bytes_.capacity() / 3 * 4);
-    const auto front = front_.bytes();
+    const auto front = front_->bytes(4);
     wide.assign(front.begin(), front.end());
     for (std::size_t i = 0; i < offsets_.size(); ++i) {
         const auto* p = bytes_.data() + offsets_[i];
@@ -73,7 +74,7 @@ void LargeList::finish(Ref root, Bytes& out) {
     const auto table = end_;
     // Mostly three bytes are enough; the fourth is overwritten by the next.
     const unsigned offsetSize = table <= 0xffffff ? 3 : 4;
-    const auto front = front_.offsets(offsetSize);
+    const auto front = front_->offsets(refs_.size, offsetSize);
     bytes_.resize(table + valueCount() * offsetSize + trailerSize);
     auto* p = putBytes(bytes_.data() + table, front.data(), front.size());
     for (const auto offset : offsets_) {

@@ -43,18 +43,17 @@ class LargeList {
     };
 
     /// `mostNarrow`: so many values have references of three bytes; 2^24 or less.
-    LargeList(const PropertyListFront& front, std::size_t mostNarrow)
-        : front_(front), mostNarrow_(mostNarrow) {}
+    explicit LargeList(std::size_t mostNarrow) : mostNarrow_(mostNarrow) {}
 
     /// Makes room for so many values and bytes; where there is less, it has to grow.
     void reserve(std::size_t values, std::size_t bytes);
-    /// The list begins with the front. `values` were noted before and come first, then `uids`.
-    void begin(std::uint64_t values, std::uint64_t uids);
+    /// The list begins with `front`. `values` were noted before and come first, then `uids`.
+    void begin(const PropertyListFront& front, std::uint64_t values, std::uint64_t uids);
     bool hasBegun() const { return !bytes_.empty(); }
     void clear();
 
     /// The front's included.
-    std::size_t valueCount() const { return front_.count() + offsets_.size(); }
+    std::size_t valueCount() const { return front_->count() + offsets_.size(); }
     std::size_t size() const { return end_; }
     /// Bytes that there are for it.
     std::size_t memory() const {
@@ -87,7 +86,7 @@ class LargeList {
     /// Makes the references of what is written four bytes wide.
     void widen();
 
-    const PropertyListFront& front_;
+    const PropertyListFront* front_ = nullptr;
     const std::size_t mostNarrow_;
     /// What is written already, up to end_, where each value of it stands.
     Bytes bytes_;

@@ -5,10 +5,10 @@
 #include <atomic>
 #include <memory>
 
-/// For the row archive-encode-entry of the bench: an entry is written as some twenty archives
-/// within one. The states that ended archives have left, with their memory, serve the next ones. No
-/// list of each thread's own: its end would have to be noted, which ends the process when there is
-/// no memory for it.
+/// For the rows archive-encode-entry and archive-decode-entry of the bench: an entry is written as
+/// some twenty archives within one. The states that ended archives have left, with their memory,
+/// serve the next ones. No list of each thread's own: its end would have to be noted, which ends
+/// the process when there is no memory for it.
 namespace morvane {
 
 template <class State>

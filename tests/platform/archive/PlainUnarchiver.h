@@ -109,6 +109,11 @@ class PlainUnarchiver {
     }
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key,
                                                           const NSClass& root);
+    /// It does not matter what they begin with.
+    std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key, const NSClass& root,
+                                                          const NSArchiveFront&) {
+        return decodeArchives(key, root);
+    }
 
   private:
     using Kind = PlainList::Kind;
