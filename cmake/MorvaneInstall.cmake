@@ -22,7 +22,7 @@ set(platform_headers
     identity/CBIdentity.h identity/CBIdentityAuthority.h
     security/AuthorizationServices.h security/ProcessRights.h
     xpc/NSXPCCoding.h xpc/NSXPCConnection.h xpc/NSXPCInterface.h xpc/NSXPCListener.h
-    xpc/NSXPCProtocol.h)
+    xpc/NSXPCProtocol.h xpc/NSXPCRequest.h)
 foreach(header ${platform_headers})
     get_filename_component(room ${header} DIRECTORY)
     install(FILES platform/${header}
