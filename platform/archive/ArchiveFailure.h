@@ -17,4 +17,14 @@ using Value = PropertyListReader::Value;
     throw NSArchiveFailure(key, std::string(what));
 }
 
+/// Damage below the keyed layer, told in terms of the key that was being read.
+template <class Read>
+auto reading(std::string_view key, Read&& read) {
+    try {
+        return read();
+    } catch (const PropertyListDamage& damage) {
+        fail(key, damage.what());
+    }
+}
+
 }  // namespace morvane::keyed

@@ -1,122 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
-#include <MorvaneOperation/platform/archive/PropertyListWriter.h>
-#include <MorvaneOperation/platform/archive/fast/ArchiveFront.h>
-#include <MorvaneOperation/platform/archive/fast/ObjectTable.h>
 #include <MorvaneOperation/platform/archive/fast/SpareStates.h>
-#include <MorvaneOperation/platform/foundation/NSException.h>
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
-namespace morvane {
-namespace {
-
-using Ref = PropertyListWriter::Ref;
-
-constexpr Ref unwritten = 0xffffffff;
-
-}  // namespace
-
-struct NSKeyedArchiver::State {
-    PropertyListWriter list;
-    const ArchiveFront* front = nullptr;
-    ObjectTable table;
-    /// The value of each UID; unwritten while its object is being encoded.
-    std::vector<Ref> objects;
-    /// Keys and values of the dictionaries, elements of the arrays under way, innermost last.
-    std::vector<Ref> pending;
-    struct Array {
-        std::size_t base;
-        std::size_t count;
-        /// What there was before it.
-        std::size_t objects;
-        std::size_t values;
-        std::size_t bytes;
-    };
-    std::vector<Array> arrays;
-    /// With the references to them.
-    std::vector<std::pair<const NSClass*, Ref>> classes;
-    bool finished = false;
-
-    void reset(const ArchiveFront& f) {
-        front = &f;
-        list.clear(front);
-        table.clear();
-        objects.clear();
-        pending.clear();
-        arrays.clear();
-        classes.clear();
-        finished = false;
-        objects.push_back(nullText);
-    }
-
-    void put(Ref key, Ref value) {
-        pending.push_back(key);
-        pending.push_back(value);
-    }
-    void put(std::string_view key, Ref value) { put(list.sharedString(key), value); }
-
-    /// A new object whose value is `value`, as a reference to it.
-    Ref object(Ref value) {
-        objects.push_back(value);
-        return list.uid(static_cast<std::uint32_t>(objects.size() - 1));
-    }
-
-    Ref nil() { return list.uid(0); }
-
-    // What large arrays get room for; defined in fast/ArrayRoom.h.
-    void arrayBegun(std::size_t count);
-    void elementAdded();
-
-    Ref classReference(const NSClass& c) {
-        for (const auto& [known, reference] : classes) {
-            if (known == &c)
-                return reference;
-        }
-        if (const auto description = front->descriptionOf(c)) {
-            const auto reference = object(*description);
-            classes.emplace_back(&c, reference);
-            return reference;
-        }
-        const auto base = pending.size();
-        const auto nameOf = [&](const NSClass& k) {
-            return &k == &NSObject::classObject() ? Ref{rootClassName} : list.sharedString(k.name);
-        };
-        for (const NSClass* k = &c; k; k = k->superclass)
-            pending.push_back(nameOf(*k));
-        const auto names = list.array(std::span(pending).subspan(base));
-        pending.resize(base);
-        const Ref pairs[] = {classNameKey, nameOf(c), classesKey, names};
-        const auto reference = object(list.dictionary(pairs));
-        classes.emplace_back(&c, reference);
-        return reference;
-    }
-
-    /// Ends the dictionary whose pairs stand in `pending` from `base` on.
-    Ref endDictionary(std::size_t base, const NSClass& c) {
-        put(Ref{classKey}, classReference(c));
-        const auto dictionary = list.dictionary(std::span(pending).subspan(base));
-        pending.resize(base);
-        return dictionary;
-    }
-
-    /// The value that holds all others.
-    Ref finish() {
-        if (std::exchange(finished, true))
-            throw NSException(NSInvalidArgumentException, "The archive is finished already.");
-        const auto top = list.dictionary(pending);
-        const Ref pairs[] = {
-            versionKey, list.integer(100000), archiverKey,        archiverName, topKey,
-            top,        objectsKey,           list.array(objects)};
-        return list.dictionary(pairs);
-    }
-};
-
-}  // namespace morvane
-
-#include <MorvaneOperation/platform/archive/fast/ArrayRoom.h>
+#include "NSKeyedArchiverState.h"
 
 namespace morvane {
 
@@ -335,11 +224,11 @@ void NSKeyedArchiver::appendObject(const NSObject* value) {
     const auto next = static_cast<std::uint32_t>(state.objects.size());
     const auto [uid, isNew] = state.table.insert(value, next);
     if (isNew) {
-        state.objects.push_back(unwritten);
+        state.objects.push_back(State::unwritten);
         const auto base = state.pending.size();
         value->encodeWithCoder(*this);
         state.objects[uid] = state.endDictionary(base, value->objectClass());
-    } else if (state.objects[uid] == unwritten) {
+    } else if (state.objects[uid] == State::unwritten) {
         throw NSException(NSInvalidArgumentException, "An object of class " +
                                                           std::string(value->objectClass().name) +
                                                           " holds itself; it cannot be archived.");

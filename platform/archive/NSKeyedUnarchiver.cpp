@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
-#include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <algorithm>
 #include <bit>
@@ -14,17 +13,7 @@ namespace {
 using keyed::Dictionary;
 using keyed::fail;
 using keyed::Kind;
-using keyed::Value;
-
-/// Damage below the keyed layer, told in terms of the key that was being read.
-template <class Read>
-auto reading(std::string_view key, Read&& read) {
-    try {
-        return read();
-    } catch (const PropertyListDamage& damage) {
-        fail(key, damage.what());
-    }
-}
+using keyed::reading;
 
 }  // namespace
 
@@ -212,62 +201,6 @@ NSErrorRef NSKeyedUnarchiver::decodeError(std::string_view key) {
     });
 }
 
-std::shared_ptr<NSObject> NSKeyedUnarchiver::decodeObject(std::string_view key,
-                                                          const NSClassSet& classes) {
-    return decodeObject(key, classes, true);
-}
-
-std::shared_ptr<NSObject> NSKeyedUnarchiver::decodeObject(std::string_view key, Classes classes,
-                                                          bool holds) {
-    return reading(key, [&]() -> std::shared_ptr<NSObject> {
-        const auto value = state_->find(key);
-        return value ? objectAt(state_->uid(*value, key), key, classes, holds) : nullptr;
-    });
-}
-
-std::shared_ptr<NSObject> NSKeyedUnarchiver::objectAt(std::uint64_t uid, std::string_view key,
-                                                      Classes classes, bool holds) {
-    if (uid == 0)
-        return nullptr;
-    auto& state = *state_;
-    state.spendObject(key);
-    Dictionary dictionary(state.list.element<Kind::dictionary>(state.objects, uid));
-    const auto& c = state.classOf(dictionary, classes, key);
-    if (!c.initWithCoder)
-        State::refuse(c.name, key);
-    if (c.standsOnce) {
-        if (!state.rebuilt.standsOnce(uid))
-            fail(key, "an object of class \"" + std::string(c.name) +
-                          "\" stands there that stands in another place too");
-    } else if (auto object = state.rebuilt.find(uid)) {
-        return object;
-    }
-    state.requireNotWithin(uid, key);
-    const State::Depth depth(state.budget, key);
-    const State::Within within(state, dictionary, uid, key);
-    std::shared_ptr<NSObject> object;
-    try {
-        object = c.initWithCoder(*this);
-    } catch (const NSException& e) {
-        fail(key, "an object of class \"" + std::string(c.name) + "\" cannot be rebuilt (" +
-                      e.reason() + ")");
-    }
-    if (holds && object && !c.standsOnce)
-        state.rebuilt.hold(uid, object);
-    return object;
-}
-
-NSKeyedUnarchiver::ObjectBlock* NSKeyedUnarchiver::takeRoom(std::size_t size) {
-    const auto* const within = state_->innermost;
-    state_->spendBytes(size, within ? within->key : "root");
-    if (state_->largeArrays == 0 || size > ObjectBlock::largest)
-        return nullptr;
-    auto& block = state_->block;
-    if (!block || !block->hasRoom(size))
-        block = ObjectBlock::make(state_->blocks++);
-    return block.get();
-}
-
 bool NSKeyedUnarchiver::isNil(std::string_view key) {
     return reading(key, [&] {
         const auto value = state_->find(key);
@@ -285,104 +218,6 @@ bool NSKeyedUnarchiver::isArray(std::string_view key) {
     } catch (const PropertyListDamage&) {
     }
     return false;
-}
-
-template <class Read>
-void NSKeyedUnarchiver::readArray(std::string_view key, Read&& read) {
-    reading(key, [&] {
-        const auto value = state_->find(key);
-        if (!value || state_->isNil(*value, key))
-            return;
-        const auto array = state_->array(*value, key);
-        const State::LargeArray large(*state_, array.count);
-        read(array);
-    });
-}
-
-template <class Read>
-void NSKeyedUnarchiver::readElements(std::string_view key, Read&& read) {
-    readArray(key, [&](const Value& array) {
-        for (std::uint64_t i = 0; i < array.count; ++i) {
-            read(state_->list.element<Kind::uid>(array, i), static_cast<std::size_t>(array.count));
-        }
-    });
-}
-
-void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& classes,
-                                    Elements& elements) {
-    if (!keyed::contains(classes, NSArrayClass)) {
-        if (isArray(key))
-            State::refuse(NSArrayClass.name, key);
-    }
-    readArray(key, [&](const Value& array) {
-        elements.reserve(array.count);
-        const State::Lending lending(*state_, elements, array);
-        const bool lends = !state_->innermost && state_->rebuilt.areLent();
-        for (std::uint64_t i = 0; i < array.count; ++i) {
-            const auto uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
-            auto object = objectAt(uid, key, classes, !lends);
-            if (!object)
-                fail(key, "an element of an array is nil");
-            if (!elements.append(std::move(object)))
-                // NOLINTNEXTLINE(bugprone-use-after-move): moved only if taken
-                State::refuse(object->objectClass().name, key);
-            if (lends)
-                state_->rebuilt.lend(uid);
-        }
-    });
-}
-
-std::vector<NSURL> NSKeyedUnarchiver::decodeURLs(std::string_view key) {
-    std::vector<NSURL> urls;
-    readElements(
-        key, [&](const Value& element, std::size_t) { urls.push_back(state_->url(element, key)); });
-    return urls;
-}
-
-std::vector<std::string> NSKeyedUnarchiver::decodeStrings(std::string_view key) {
-    std::vector<std::string> strings;
-    readElements(key, [&](const Value& element, std::size_t) {
-        strings.emplace_back(state_->text(state_->follow<Kind::ascii>(element, key), key));
-    });
-    return strings;
-}
-
-std::vector<std::int64_t> NSKeyedUnarchiver::decodeIntegers(std::string_view key) {
-    std::vector<std::int64_t> integers;
-    readElements(key, [&](const Value& element, std::size_t) {
-        integers.push_back(state_->integer(state_->follow<Kind::integer>(element, key), key));
-    });
-    return integers;
-}
-
-std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(std::string_view key,
-                                                                         const NSClass& root) {
-    return decodeArchives(key, root, ArchiveFront::common());
-}
-
-std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
-    std::string_view key, const NSClass& root, const NSArchiveFront& front) {
-    return decodeArchives(key, root, *front.front_);
-}
-
-std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
-    std::string_view key, const NSClass& root, const ArchiveFront& front) {
-    std::vector<std::shared_ptr<NSObject>> objects;
-    const NSClass* const classes[] = {&root};
-    readElements(key, [&](const Value& element, std::size_t count) {
-        if (objects.empty())
-            objects.reserve(count);
-        if (!state_->rebuilt.standsOnce(state_->uid(element, key)))
-            fail(key, "a nested archive stands there that stands in another place too");
-        const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
-        State state(data, *state_, front);
-        NSKeyedUnarchiver nested(state);
-        auto object = nested.decodeObject("root", classes, false);
-        if (!object)
-            fail(key, "a nested archive holds no object");
-        objects.push_back(std::move(object));
-    });
-    return objects;
 }
 
 }  // namespace morvane

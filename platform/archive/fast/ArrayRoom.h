@@ -3,7 +3,7 @@
 
 /// For the rows items-100k and encode-1000-entries of the bench: an array of many elements, or of
 /// large ones, gets its memory before its elements come, and is written while they come. It is not
-/// copied once more, nor each time that it has grown. Part of NSKeyedArchiver.cpp.
+/// copied once more, nor each time that it has grown. Part of NSKeyedArchiverState.h.
 namespace morvane {
 
 inline void NSKeyedArchiver::State::arrayBegun(std::size_t count) {
