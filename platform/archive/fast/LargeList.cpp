@@ -6,6 +6,7 @@
 #include <exception>
 #include <limits>
 
+/// For the rows items-100k and encode-1000-entries of the bench.
 namespace morvane {
 
 using namespace property_list_bytes;

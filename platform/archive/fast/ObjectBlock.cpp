@@ -6,6 +6,7 @@
 #include <new>
 #include <vector>
 
+/// For the row items-100k of the bench.
 namespace morvane {
 namespace {
 

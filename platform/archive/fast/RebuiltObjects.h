@@ -11,8 +11,8 @@
 #include <vector>
 
 /// For the rows archive-decode-entry and items-100k of the bench: the objects of one archive that
-/// were rebuilt, by UID. Few archives need memory for that: most objects stand in one place, and are
-/// only marked.
+/// were rebuilt, by UID. Few archives need memory for that: most objects stand in one place, and
+/// are only marked.
 namespace morvane {
 
 /// The objects that may be reached again are held here. Those that were lent are held by the array
