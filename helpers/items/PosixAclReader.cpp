@@ -46,15 +46,15 @@ PosixRights rightsOfEntry(acl_entry_t entry) {
     return rights;
 }
 
-/// Empty, with errno set, if the list is not well-formed.
-std::optional<PosixList> listOfAcl(acl_t acl) {
+/// An errno value if the list is not well-formed.
+Result<PosixList, int> listOfAcl(acl_t acl) {
     PosixList list;
     acl_entry_t entry = nullptr;
     int more = acl_get_entry(acl, ACL_FIRST_ENTRY, &entry);
     for (; more == 1; more = acl_get_entry(acl, ACL_NEXT_ENTRY, &entry)) {
         acl_tag_t tag = ACL_UNDEFINED_TAG;
         if (acl_get_tag_type(entry, &tag) != 0)
-            return std::nullopt;
+            return Failure{errno};
         const PosixRights rights = rightsOfEntry(entry);
         switch (tag) {
             case ACL_USER_OBJ:
@@ -73,17 +73,16 @@ std::optional<PosixList> listOfAcl(acl_t acl) {
             case ACL_GROUP: {
                 const QualifierHandle id(static_cast<id_t*>(acl_get_qualifier(entry)));
                 if (!id)
-                    return std::nullopt;
+                    return Failure{errno};
                 (tag == ACL_USER ? list.users : list.groups).push_back({*id, rights});
                 break;
             }
             default:
-                errno = EINVAL;
-                return std::nullopt;
+                return Failure{EINVAL};
         }
     }
     if (more < 0)
-        return std::nullopt;
+        return Failure{errno};
     std::sort(list.users.begin(), list.users.end());
     std::sort(list.groups.begin(), list.groups.end());
     return list;
@@ -125,8 +124,8 @@ Result<PosixAcl, int> readPosixAcl(const AclItem& item, AttributeProbe probe) {
     if (const AclHandle access{acl_get_file(name.c_str(), ACL_TYPE_ACCESS)}) {
         auto list = listOfAcl(access.get());
         if (!list)
-            return Failure{errno};
-        result.access = std::move(*list);
+            return Failure{list.error()};
+        result.access = *std::move(list);
     } else if (errno == EOPNOTSUPP) {
         result.access = listOfMode(status.st_mode);
         result.hasLists = false;
@@ -140,9 +139,10 @@ Result<PosixAcl, int> readPosixAcl(const AclItem& item, AttributeProbe probe) {
         if (!defaults)
             return Failure{errno};
         if (acl_entries(defaults.get()) > 0) {
-            result.defaults = listOfAcl(defaults.get());
-            if (!result.defaults)
-                return Failure{errno};
+            auto list = listOfAcl(defaults.get());
+            if (!list)
+                return Failure{list.error()};
+            result.defaults = *std::move(list);
         }
     }
     return result;

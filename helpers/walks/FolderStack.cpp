@@ -12,17 +12,18 @@
 namespace morvane {
 namespace {
 
-/// Opens a folder, which has to be the one with `id`. Empty, with errno set, if it cannot be.
-FileDescriptor openSame(int folder, const char* name, const ItemId& id, bool forReading) {
+/// Opens a folder, which has to be the one with `id`; an errno value if it is not.
+Result<FileDescriptor, int> openSame(int folder, const char* name, const ItemId& id,
+                                     bool forReading) {
     const int access = forReading ? O_RDONLY | O_NONBLOCK : O_PATH;
     auto opened = openBelow(folder, name, access | O_DIRECTORY);
     if (!opened)
-        return opened;
+        return Failure{errno};
     struct statx status;
-    if (const int code = statusAt(opened.get(), "", status); code != 0 || idOf(status) != id) {
-        errno = code != 0 ? code : ESTALE;
-        return {};
-    }
+    if (const int code = statusAt(opened.get(), "", status); code != 0)
+        return Failure{code};
+    if (idOf(status) != id)
+        return Failure{ESTALE};
     return opened;
 }
 
@@ -62,37 +63,33 @@ int FolderStack::openAgain(std::size_t target, std::size_t from) {
     if (!opened)
         opened = descend(target);
     if (!opened)
-        return errno == ENOENT ? ESTALE : errno;
-    if (lseek(opened.get(), folders_[target].position, SEEK_SET) < 0)
+        return opened.error() == ENOENT ? ESTALE : opened.error();
+    if (lseek(opened->get(), folders_[target].position, SEEK_SET) < 0)
         return errno;
-    folders_[target].descriptor = std::move(opened);
+    folders_[target].descriptor = *std::move(opened);
     return 0;
 }
 
-FileDescriptor FolderStack::climb(std::size_t target, std::size_t from) const {
-    FileDescriptor opened;
+Result<FileDescriptor, int> FolderStack::climb(std::size_t target, std::size_t from) const {
+    Result<FileDescriptor, int> opened = FileDescriptor();
     int below = folders_[from].descriptor.get();
-    for (std::size_t i = from; i-- != target;) {
+    for (std::size_t i = from; opened && i-- != target;) {
         opened = openSame(below, "..", folders_[i].id, i == target);
-        if (!opened)
-            break;
-        below = opened.get();
+        below = opened ? opened->get() : -1;
     }
     return opened;
 }
 
-FileDescriptor FolderStack::descend(std::size_t target) const {
+Result<FileDescriptor, int> FolderStack::descend(std::size_t target) const {
     std::size_t held = target;
     do
-        --held;  // the first of all is held
+        --held;  // The first of all is held.
     while (!folders_[held].descriptor);
-    FileDescriptor opened;
+    Result<FileDescriptor, int> opened = FileDescriptor();
     int above = folders_[held].descriptor.get();
-    for (std::size_t i = held + 1; i <= target; ++i) {
+    for (std::size_t i = held + 1; opened && i <= target; ++i) {
         opened = openSame(above, folders_[i].name.c_str(), folders_[i].id, i == target);
-        if (!opened)
-            break;
-        above = opened.get();
+        above = opened ? opened->get() : -1;
     }
     return opened;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/Result.h>
 #include <MorvaneOperation/platform/linux/FileDescriptor.h>
 #include <sys/types.h>
 
@@ -63,8 +64,9 @@ class FolderStack {
   private:
     std::string pathOf(std::size_t count, const char* name) const;
     int openAgain(std::size_t target, std::size_t from);
-    FileDescriptor climb(std::size_t target, std::size_t from) const;
-    FileDescriptor descend(std::size_t target) const;
+    /// Opens a folder of the stack by ".." from below, or by names from above.
+    Result<FileDescriptor, int> climb(std::size_t target, std::size_t from) const;
+    Result<FileDescriptor, int> descend(std::size_t target) const;
 
     const std::size_t depthOfFirst_;
     std::vector<WalkedFolder> folders_;
