@@ -250,14 +250,14 @@ class Rights(Privileged):
         RIG.kill_polkitd()
         try:
             self.send_again(program)
-            self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
+            self.assertEqual(self.codes(program), [str(EACCES).encode()] * len(REQUESTS))
             self.assertEqual(self.look(), self.before)
         finally:
             RIG.start_polkitd()
         self.end(program)
 
     def codes(self, program):
-        return [program.process.stdout.readline().split()[1] for _ in range(7)]
+        return [program.process.stdout.readline().split()[1] for _ in REQUESTS]
 
     def send_again(self, program):
         program.process.stdin.write(b"again\n")
@@ -281,7 +281,7 @@ class Rights(Privileged):
         before = self.look()
         RIG.set_clock_forward(46)
         self.send_again(program)
-        self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
+        self.assertEqual(self.codes(program), [str(EACCES).encode()] * len(REQUESTS))
         self.assertEqual(self.look(), before)
         RIG.set_clock_forward(0)
         self.end(program)
@@ -342,7 +342,7 @@ class Rights(Privileged):
         RIG.start_helper()
         RIG.set_clock_forward(46)
         self.send_again(program)
-        self.assertEqual(self.codes(program), [str(EACCES).encode()] * 7)
+        self.assertEqual(self.codes(program), [str(EACCES).encode()] * len(REQUESTS))
         self.assertEqual(self.look(), before)
         RIG.set_clock_forward(0)
         self.end(program)
@@ -427,11 +427,11 @@ class Attackers(Privileged):
         result = subprocess.run([*AS_USER, BARE_CLIENT, self.file], capture_output=True, text=True,
                                 timeout=TIME_LIMIT)
         codes = [int(line.split()[1]) for line in result.stdout.splitlines()]
-        self.assertEqual(len(codes), 7, result.stderr)
+        self.assertEqual(len(codes), len(REQUESTS), result.stderr)
         return codes
 
     def test_a_client_that_asked_for_no_right_reaches_no_handler(self):
-        self.assertEqual(self.codes_without_a_right(), [EACCES] * 7)
+        self.assertEqual(self.codes_without_a_right(), [EACCES] * len(REQUESTS))
         self.assertEqual(self.look(), self.before)
 
     def test_a_symbolic_link_on_the_way_is_refused(self):
@@ -505,7 +505,7 @@ class Attackers(Privileged):
             self.assertNotEqual(outcome.code, 0)
             self.assertEqual(outcome.output, "")
             # Whoever sends without a look at what is installed does not reach the helper either.
-            self.assertEqual(self.codes_without_a_right(), [CONNECTION_INVALID] * 7)
+            self.assertEqual(self.codes_without_a_right(), [CONNECTION_INVALID] * len(REQUESTS))
         finally:
             os.chown(SOCKET, 0, 0)
 
@@ -531,7 +531,7 @@ class Attackers(Privileged):
         os.mkdir(other)
         program = RIG.start([BARE_CLIENT, other, "authorize"], "allow", stdin=subprocess.PIPE)
         self.assertEqual(program.process.pid, connector, "the number was not given again")
-        first = [program.process.stdout.readline().split()[1] for _ in range(7)]
+        first = [program.process.stdout.readline().split()[1] for _ in REQUESTS]
         self.assertNotIn(str(EACCES).encode(), first, "it holds every right itself")
         connection.settimeout(TIME_LIMIT)
         connection.sendall(request)
