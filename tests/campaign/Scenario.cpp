@@ -70,7 +70,7 @@ class Responses final : public MVFileResponse {
     const bool goesOn_;
 };
 
-/// What a run works on; campaign.py makes it.
+/// What a run works on, made before anything fails; campaign.py makes the items.
 struct Items {
     explicit Items(const std::string& path)
         : folder(NSURL::fileURLWithPath(path)),
@@ -90,6 +90,14 @@ struct Items {
     /// With an item that takes long enough for a question whether to go on.
     const NSURL slow;
     const NSURL missing;
+    const std::vector<NSURL> several{slow, tree, missing};
+    const std::vector<NSURL> slowAlone{slow};
+    const std::vector<NSURL> fileAlone{file};
+    const std::vector<NSURL> pair{one, two};
+    const std::vector<NSURL> unfit{missing, tree};
+    const std::vector<std::string> newName{"renamed"};
+    const std::vector<std::string> swapped{"two", "one"};
+    const std::vector<std::string> taken{"nothing", "slow-tree"};
 };
 
 std::shared_ptr<NSXPCConnection> connect(bool goesOn) {
@@ -140,17 +148,24 @@ void access(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url
     });
 }
 
-void write(const std::shared_ptr<NSXPCConnection>& connection,
-           const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url) {
+/// Of everyone and of a user by name.
+std::vector<std::shared_ptr<MVAclEntry>> someEntries(bool directory) {
+    auto named = MVAclEntry::newEntryForDirectory(directory);
+    named->setUuid(uuidOfPosixIdentity(CBPosixUser{1}));
+    return {MVAclEntry::newEntryForDirectory(directory), std::move(named)};
+}
+
+void write(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url, bool directory) {
     request(connection, [&](MVFileRequest& service, std::size_t number) {
-        service.setAclEntries(entries, url, [number](NSErrorRef) { ends.end(number, true); });
+        service.setAclEntries(someEntries(directory), url,
+                              [number](NSErrorRef) { ends.end(number, true); });
     });
 }
 
-void propagate(const std::shared_ptr<NSXPCConnection>& connection,
-               const std::vector<std::shared_ptr<MVAclEntry>>& entries, const NSURL& url) {
+void propagate(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& url) {
     request(connection, [&](MVFileRequest& service, std::size_t number) {
-        service.propagateAclEntries(entries, url, [number](NSErrorRef) { ends.end(number, true); });
+        service.propagateAclEntries(someEntries(true), url,
+                                    [number](NSErrorRef) { ends.end(number, true); });
     });
 }
 
@@ -175,35 +190,24 @@ void contents(const std::shared_ptr<NSXPCConnection>& connection, const NSURL& u
     });
 }
 
-/// Entries of everyone and of a user by name; empty where there is no memory for them.
-std::vector<std::shared_ptr<MVAclEntry>> someEntries(bool directory) {
-    try {
-        auto named = MVAclEntry::newEntryForDirectory(directory);
-        named->setUuid(uuidOfPosixIdentity(CBPosixUser{1}));
-        return {MVAclEntry::newEntryForDirectory(directory), std::move(named)};
-    } catch (const std::exception&) {
-        return {};
-    }
-}
-
 void everyRequest(const std::shared_ptr<NSXPCConnection>& connection,
                   const std::shared_ptr<NSXPCConnection>& stopping, const Items& items) {
     // Both at once, and what is behind them does not wait for them.
-    sizes(connection, {items.slow, items.tree, items.missing});
-    sizes(stopping, {items.slow});
+    sizes(connection, items.several);
+    sizes(stopping, items.slowAlone);
     list(connection, items.file);
     access(connection, items.file, CBPosixUser{0});
     access(stopping, items.file, CBPosixGroup{1});
     access(connection, items.folder, CBEveryone{});
-    write(connection, someEntries(false), items.file);
-    write(connection, someEntries(true), items.tree);
-    write(stopping, {}, items.missing);
+    write(connection, items.file, false);
+    write(connection, items.tree, true);
+    write(stopping, items.missing, false);
     list(connection, items.tree);
-    propagate(connection, someEntries(true), items.tree);
-    propagate(stopping, someEntries(true), items.slow);
-    rename(connection, {items.file}, {"renamed"});
-    rename(connection, {items.one, items.two}, {"two", "one"});
-    rename(stopping, {items.missing, items.tree}, {"nothing", "slow-tree"});
+    propagate(connection, items.tree);
+    propagate(stopping, items.slow);
+    rename(connection, items.fileAlone, items.newName);
+    rename(connection, items.pair, items.swapped);
+    rename(stopping, items.unfit, items.taken);
     contents(connection, items.folder);
     contents(stopping, items.missing);
     for (int i = 0; i != 4; ++i) {
