@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/Clock.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -27,10 +28,11 @@ class Clock {
             std::thread([this] { run(); }).detach();
             started_ = true;
         }
-        const bool isNext = tasks_.empty() || time < tasks_.begin()->first.first;
         tasks_.emplace(std::pair(time, ++count_), std::move(task));
-        if (isNext)
+        if (time < wakes_) {
+            wakes_ = time;
             changed_.notify_one();
+        }
         return count_;
     }
 
@@ -47,24 +49,33 @@ class Clock {
     void run() {
         std::unique_lock lock(mutex_);
         for (;;) {
-            if (tasks_.empty()) {
-                changed_.wait(lock);
-            } else if (const auto next = tasks_.begin()->first.first;
-                       std::chrono::steady_clock::now() < next) {
-                changed_.wait_until(lock, next);
-            } else {
+            const auto now = std::chrono::steady_clock::now();
+            const auto next = tasks_.empty() ? Time::max() : tasks_.begin()->first.first;
+            if (next <= now) {
+                wakes_ = Time::min();  // it looks again when the task has run
                 auto due = tasks_.extract(tasks_.begin());
                 lock.unlock();
                 due.mapped()();
                 due = {};  // what it holds goes outside the lock
                 lock.lock();
+                continue;
             }
+            // Also if the task that it was woken for has been dropped meanwhile: the next one like
+            // it does not wake it again.
+            wakes_ = wakes_ <= now ? next : std::min(wakes_, next);
+            if (wakes_ == Time::max())
+                changed_.wait(lock);
+            else
+                changed_.wait_until(lock, wakes_);
         }
     }
 
     std::mutex mutex_;
     std::condition_variable changed_;
     Tasks tasks_;
+    /// When the thread looks at the tasks without being woken. Most tasks are dropped before their
+    /// time: each client's first request has one, and few of them wake the thread.
+    Time wakes_ = Time::min();
     std::uint64_t count_ = 0;
     bool started_ = false;
 };

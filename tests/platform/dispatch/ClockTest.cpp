@@ -8,6 +8,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -85,6 +86,21 @@ TEST(Clock, DoesNotWakeForEachOfManyTasks) {
     auto last = after.get_future();
     ASSERT_EQ(last.wait_for(clockWatchdog), std::future_status::ready);
     EXPECT_LE(last.get() - before, 10);  // in 20 ms, of which the thread sees every fifth
+}
+
+TEST(Clock, DoesNotWakeForEachOfManyTasksThatAreDropped) {
+    const auto sleepsOfTheClock = [] {
+        std::promise<long> told;
+        runAt(Time::now(), [&] { told.set_value(sleeps()); });
+        return told.get_future().get();
+    };
+    const auto before = sleepsOfTheClock();
+    constexpr int tasks = 1000;
+    for (int i = 0; i != tasks; ++i) {
+        const ClockTask dropped(Time::now() + std::chrono::hours(1), [] {});
+        std::this_thread::yield();
+    }
+    EXPECT_LE(sleepsOfTheClock() - before, 10);
 }
 
 TEST(Clock, RunsTasksInTheOrderOfTheirTimes) {
