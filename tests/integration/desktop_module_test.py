@@ -5,6 +5,7 @@
 usage: desktop_module_test.py MORVANE LIBEXEC LIBRARY MODULE
 """
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -57,7 +58,9 @@ class Module(unittest.TestCase):
         self.assert_refused(self.morvane("size", self.item), "file too short")
 
     def test_another_library_in_its_place_is_named(self):
-        self.put(LIBRARY)
+        service = os.path.join(LIBEXEC, "io.github.morvaneoperation.FileService")
+        listed = subprocess.run(["ldd", service], capture_output=True, text=True, check=True).stdout
+        self.put(re.search(r"libacl\.so\S* => (\S+)", listed)[1])
         self.assert_refused(self.morvane("size", self.item), "undefined symbol: morvaneDesktopModule")
 
     def test_the_module_beside_the_library_is_loaded(self):
