@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/HexDigit.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
@@ -22,16 +23,6 @@ constexpr std::array<bool, 256> makePathCharacters() {
 }
 constexpr auto pathCharacters = makePathCharacters();
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 std::optional<std::string> unescape(std::string_view text) {
     std::string result;
     result.reserve(text.size());
@@ -44,8 +35,8 @@ std::optional<std::string> unescape(std::string_view text) {
         }
         if (text.size() - i < 3)
             return std::nullopt;
-        const int high = hexValue(text[i + 1]);
-        const int low = hexValue(text[i + 2]);
+        const int high = hexDigitValue(text[i + 1]);
+        const int low = hexDigitValue(text[i + 2]);
         if (high < 0 || low < 0 || (high == 0 && low == 0))
             return std::nullopt;
         result += static_cast<char>(high * 16 + low);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/HexDigit.h>
 #include <MorvaneOperation/platform/foundation/NSUUID.h>
 
 namespace morvane {
@@ -8,16 +9,6 @@ constexpr std::size_t textLength = 36;
 
 constexpr bool isDashPosition(std::size_t i) {
     return i == 8 || i == 13 || i == 18 || i == 23;
-}
-
-int digitValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 }  // namespace
@@ -33,7 +24,7 @@ std::optional<NSUUID> NSUUID::initWithUUIDString(std::string_view text) {
                 return std::nullopt;
             continue;
         }
-        const int value = digitValue(text[i]);
+        const int value = hexDigitValue(text[i]);
         if (value < 0)
             return std::nullopt;
         auto& byte = bytes[digit / 2];

@@ -17,21 +17,11 @@
 #include <thread>
 #include <vector>
 
+#include "Await.h"
 #include "platform/fake/FakeMainLoop.h"
 
 namespace morvane {
 namespace {
-
-constexpr std::chrono::seconds watchdog{30};
-
-template <class T>
-T await(std::future<T> future) {
-    if (future.wait_for(watchdog) != std::future_status::ready) {
-        ADD_FAILURE() << "nothing happened";
-        std::abort();
-    }
-    return future.get();
-}
 
 TEST(DispatchQueue, RunsItsTasksInTheOrderOfSubmission) {
     const auto queue = DispatchQueue::serialQueue("test");

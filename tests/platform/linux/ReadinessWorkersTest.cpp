@@ -15,22 +15,12 @@
 #include <thread>
 #include <vector>
 
+#include "Await.h"
 #include "ThreadShortage.h"
 #include "WaitFailure.h"
 
 namespace morvane {
 namespace {
-
-constexpr std::chrono::seconds watchdog{30};
-
-template <class T>
-T await(std::future<T> future) {
-    if (future.wait_for(watchdog) != std::future_status::ready) {
-        ADD_FAILURE() << "nothing happened";
-        std::abort();
-    }
-    return future.get();
-}
 
 /// Something to wait for: readable while its count is not 0.
 std::shared_ptr<FileDescriptor> counter(unsigned count = 0) {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "Await.h"
 #include "platform/fake/FakeStreamSocket.h"
 #include "platform/xpc/EchoProtocol.h"
 
@@ -36,18 +37,6 @@ class EchoService : public Echo {
     }
     void echoData(NSData data, NSXPCReply<NSData> reply) override { reply(std::move(data)); }
 };
-
-constexpr std::chrono::seconds watchdog{30};
-
-/// The value, or a failed test and a default after the watchdog's time.
-template <class T>
-T await(std::future<T> future) {
-    if (future.wait_for(watchdog) != std::future_status::ready) {
-        ADD_FAILURE() << "nothing happened";
-        std::abort();
-    }
-    return future.get();
-}
 
 /// A client's connection to a service in this process; a new stream for each time it connects.
 class EchoPair {
