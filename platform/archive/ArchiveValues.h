@@ -99,11 +99,7 @@ struct ArchiveValues {
         if (value.kind == Kind::ascii) {
             spendBytes(value.count, key);
             const auto ascii = asciiText(value);
-            // Without a branch for each character.
-            unsigned all = 0;
-            for (const char c : ascii)
-                all |= static_cast<unsigned char>(c);
-            if (all >= 0x80)
+            if (!isAscii(ascii))
                 fail(key, "a text is not ASCII");
             return ascii;
         }

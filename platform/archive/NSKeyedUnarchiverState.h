@@ -98,22 +98,26 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
         if (root.value.kind != Kind::dictionary)
             keyed::fail("root", "it is not a keyed archive");
         Found version;
-        Found archiver;
+        bool isOurs = false;
+        const auto isName = [](const Value& archiver) {
+            return archiver.kind == Kind::ascii && keyed::asciiText(archiver) == "NSKeyedArchiver";
+        };
         Found topValue;
         Found objectsValue;
         if (list.hasFrontKeys(root.value, versionKey, archiverKey, topKey, objectsKey)) {
             version = list.valueOf<Kind::integer>(root.value, 0);
-            archiver = list.valueOf<Kind::ascii>(root.value, 1);
+            isOurs = list.valueReference(root.value, 1) == archiverName ||
+                     isName(list.valueOf<Kind::ascii>(root.value, 1));
             topValue = list.valueOf<Kind::dictionary>(root.value, 2);
             objectsValue = list.valueOf<Kind::array>(root.value, 3);
         } else {
             version = find<Kind::integer>(root, "$version", "$version");
-            archiver = find<Kind::ascii>(root, "$archiver", "$archiver");
+            const auto archiver = find<Kind::ascii>(root, "$archiver", "$archiver");
+            isOurs = archiver && isName(*archiver);
             topValue = find<Kind::dictionary>(root, "$top", "$top");
             objectsValue = find<Kind::array>(root, "$objects", "$objects");
         }
-        if (!version || version->kind != Kind::integer || version->bits != 100000 || !archiver ||
-            archiver->kind != Kind::ascii || keyed::asciiText(*archiver) != "NSKeyedArchiver" ||
+        if (!version || version->kind != Kind::integer || version->bits != 100000 || !isOurs ||
             !topValue || topValue->kind != Kind::dictionary || !objectsValue ||
             objectsValue->kind != Kind::array || objectsValue->count == 0) {
             keyed::fail("root", "it is not a keyed archive");

@@ -115,6 +115,10 @@ class PropertyListReader {
     std::uint64_t reference(const Value& container, std::uint64_t i) const {
         return bigEndian(container.bytes + i * refSize_) >> refShift_;
     }
+    /// The number of the i-th value of a dictionary.
+    std::uint64_t valueReference(const Value& dictionary, std::uint64_t i) const {
+        return reference(dictionary, std::uint64_t{dictionary.count} + i);
+    }
     /// Where the references of the keys stand.
     std::span<const std::uint8_t> keyReferences(const Value& dictionary) const {
         return {dictionary.bytes, std::size_t{dictionary.count} * refSize_};
@@ -129,7 +133,7 @@ class PropertyListReader {
     }
     template <Kind likely = Kind::null>
     [[gnu::always_inline]] Value valueOf(const Value& dictionary, std::uint64_t i) const {
-        return value<likely>(reference(dictionary, std::uint64_t{dictionary.count} + i));
+        return value<likely>(valueReference(dictionary, i));
     }
     /// The i-th element or key; as value() would tell.
     Text text(const Value& container, std::uint64_t i) const {

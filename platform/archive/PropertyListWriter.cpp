@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <exception>
 #include <limits>
 
@@ -15,20 +14,6 @@ namespace morvane {
 using namespace property_list_bytes;
 
 namespace {
-
-bool isAscii(std::string_view text) {
-    const char* p = text.data();
-    std::size_t left = text.size();
-    std::uint64_t all = 0;
-    for (; left >= sizeof all; p += sizeof all, left -= sizeof all) {
-        std::uint64_t eight = 0;
-        std::memcpy(&eight, p, sizeof eight);
-        all |= eight;
-    }
-    for (; left > 0; ++p, --left)
-        all |= static_cast<unsigned char>(*p);
-    return (all & 0x8080808080808080U) == 0;
-}
 
 const PropertyListFront& emptyFront() {
     static const auto& front = *new PropertyListFront({});

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +12,22 @@
 
 /// UTF-8, which texts are in, and UTF-16, which a property list has for some.
 namespace morvane {
+
+/// Whether a text has only characters that are the same in ASCII and UTF-8.
+inline bool isAscii(std::string_view text) {
+    // Eight at a time: nearly every text is.
+    const char* p = text.data();
+    std::size_t left = text.size();
+    std::uint64_t all = 0;
+    for (; left >= sizeof all; p += sizeof all, left -= sizeof all) {
+        std::uint64_t eight = 0;
+        std::memcpy(&eight, p, sizeof eight);
+        all |= eight;
+    }
+    for (; left > 0; ++p, --left)
+        all |= static_cast<unsigned char>(*p);
+    return (all & 0x8080808080808080U) == 0;
+}
 
 /// Appends UTF-8 text as big-endian UTF-16. False, with nothing appended, if it is not UTF-8.
 bool appendUtf16BigEndian(std::string_view utf8, std::vector<std::uint8_t>& out);

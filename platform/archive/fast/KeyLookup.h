@@ -46,8 +46,8 @@ struct Shape {
     std::uint32_t count;
     /// As `count`, if no two keys are the same; otherwise 0.
     std::uint32_t distinctCount;
-    /// The place of the shape that was wanted after it the last time.
-    std::uint32_t successor;
+    /// The shape that was wanted after it the last time.
+    Shape* successor;
     /// As many as an object of ours has; those of a larger one are read each time.
     static constexpr std::size_t mostKeys = 12;
     std::array<PropertyListReader::Text, mostKeys> keys;
@@ -68,7 +68,10 @@ struct Dictionary {
 class KeyLookup {
   public:
     /// Forgets all keys: there will be an archive of other memory.
-    void clear() { kept_ = last_ = oldest_ = 0; }
+    void clear() {
+        kept_ = oldest_ = 0;
+        last_ = expected_ = nullptr;
+    }
     /// A number for a list whose dictionaries are to be looked up in.
     std::uint64_t nextList() { return ++lists_; }
 
@@ -102,17 +105,17 @@ class KeyLookup {
     /// False for a dictionary whose keys are not kept.
     [[gnu::always_inline]] bool takeShape(const PropertyListReader& list, std::uint64_t listNumber,
                                           Dictionary& dictionary, std::string_view context) {
-        const auto expected = last_ < kept_ ? shapes_[last_].successor : 0;
-        if (expected >= kept_ || !isOf(shapes_[expected], list, listNumber, dictionary.value))
+        if (!expected_ || !isOf(*expected_, list, listNumber, dictionary.value))
             return searchShape(list, listNumber, dictionary, context);
-        last_ = expected;
-        setShape(dictionary);
+        take(*expected_, dictionary);
         return true;
     }
 
-    void setShape(Dictionary& dictionary) const {
-        dictionary.shape = &shapes_[last_];
-        dictionary.shapeNumber = shapes_[last_].number;
+    void take(Shape& shape, Dictionary& dictionary) {
+        last_ = &shape;
+        expected_ = shape.successor;
+        dictionary.shape = &shape;
+        dictionary.shapeNumber = shape.number;
         dictionary.next = 0;
     }
 
@@ -143,10 +146,9 @@ class KeyLookup {
             ++found;
         if (found == kept_ && !readShape(list, listNumber, dictionary.value, context, found))
             return false;
-        if (last_ < kept_)
-            shapes_[last_].successor = found;
-        last_ = found;
-        setShape(dictionary);
+        if (last_)
+            last_->successor = &shapes_[found];
+        take(shapes_[found], dictionary);
         return true;
     }
 
@@ -184,8 +186,8 @@ class KeyLookup {
         shape.count = count;
         shape.distinctCount = isDistinct ? count : 0;
         place = kept_ < places ? kept_++ : oldest_++ % places;
-        shape.successor = place;
         shapes_[place] = shape;
+        shapes_[place].successor = &shapes_[place];
         return true;
     }
 
@@ -211,7 +213,8 @@ class KeyLookup {
     // Not set before they are needed.
     std::array<Shape, places> shapes_;
     std::uint32_t kept_ = 0;
-    std::uint32_t last_ = 0;
+    Shape* last_ = nullptr;
+    Shape* expected_ = nullptr;
     std::uint32_t oldest_ = 0;
     std::uint64_t numbers_ = 0;
     std::uint64_t lists_ = 0;

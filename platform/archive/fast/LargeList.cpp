@@ -23,6 +23,7 @@ void LargeList::reserve(std::size_t values, std::size_t bytes) {
 
 void LargeList::begin(const PropertyListFront& front, std::uint64_t values, std::uint64_t uids) {
     front_ = &front;
+    firstValue_ = front.count();
     refs_ = {front.count() + values, 3, 8};
     if (refs_.firstUid + uids > mostNarrow_)
         refs_ = {refs_.firstUid, 4, 0};

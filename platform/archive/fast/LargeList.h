@@ -53,7 +53,7 @@ class LargeList {
     void clear();
 
     /// The front's included.
-    std::size_t valueCount() const { return front_->count() + offsets_.size(); }
+    std::size_t valueCount() const { return firstValue_ + offsets_.size(); }
     std::size_t size() const { return end_; }
     /// Bytes that there are for it.
     std::size_t memory() const {
@@ -87,6 +87,7 @@ class LargeList {
     void widen();
 
     const PropertyListFront* front_ = nullptr;
+    std::size_t firstValue_ = 0;
     const std::size_t mostNarrow_;
     /// What is written already, up to end_, where each value of it stands.
     Bytes bytes_;
