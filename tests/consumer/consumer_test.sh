@@ -3,10 +3,13 @@
 # Uses the installed library as an outside program does.
 # usage: consumer_test.sh BUILD-FOLDER CXX SOURCE-FOLDER
 set -euo pipefail
+export CMAKE_GENERATOR=Ninja
 build=$1 cxx=$2 source=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+expected="$version $(printf %.1f "${version%.*}") 3 4 2"  # of the program below
 flags=(-std=c++20 -Wall -Wextra -Wpedantic -Werror)
 
 fail() { echo "FAILED: $*" >&2; exit 1; }
@@ -39,24 +42,24 @@ int main() {
                 groups, entry->permissions().size(), static_cast<int>(entry->permissionGroup()));
 }
 CPP
-cat >"$work/outside/CMakeLists.txt" <<'CMAKE'
+cat >"$work/outside/CMakeLists.txt" <<CMAKE
 cmake_minimum_required(VERSION 3.25)
 project(outside CXX)
-find_package(MorvaneOperation 1.0 REQUIRED)
+find_package(MorvaneOperation ${version%.*} REQUIRED)
 add_executable(outside main.cpp)
 target_link_libraries(outside MorvaneOperation::MorvaneOperation)
 CMAKE
 cmake -S "$work/outside" -B "$work/outside/build" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build "$work/outside/build" >/dev/null
-[ "$("$work/outside/build/outside")" = "1.0.0 1.0 3 4 2" ] || fail "the package's program printed something else"
+[ "$("$work/outside/build/outside")" = "$expected" ] || fail "the package's program printed something else"
 
 # pkg-config finds the prefix, which was chosen at the installation, from where the file lies.
 pc=$(find "$prefix" -name morvaneoperation.pc)
 libdir=$(dirname "$(dirname "$pc")")
 "$cxx" -std=c++20 "$work/outside/main.cpp" -o "$work/by-pkg-config" \
     $(PKG_CONFIG_PATH=${pc%/*} pkg-config --cflags --libs morvaneoperation)
-[ "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" = "1.0.0 1.0 3 4 2" ] ||
+[ "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" = "$expected" ] ||
     fail "pkg-config's program printed something else"
 
 unset MORVANE_LIBEXEC_DIR

@@ -5,6 +5,7 @@ usage: acl_command_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -232,7 +233,10 @@ class Failure(RealFile):
 class Programs(unittest.TestCase):
     def test_the_version_is_printed(self):
         result = run("--version")
-        self.assertEqual((result.returncode, result.stdout), (0, b"morvane 1.0.0\n"))
+        with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../CMakeLists.txt"),
+                  encoding="utf-8") as file:
+            version = re.search(r"^project\(.* VERSION ([0-9.]+) ", file.read(), re.MULTILINE)[1]
+        self.assertEqual((result.returncode, result.stdout.decode()), (0, f"morvane {version}\n"))
 
     def test_help_is_there_for_every_command(self):
         for arguments in (["--help"], ["acl", "--help"]):
