@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -22,7 +23,10 @@ namespace {
 
 constexpr const char* elevation = "/usr/bin/pkexec";
 constexpr const char* unitFolder = "/etc/systemd/system/";
+constexpr std::array maskFolders{unitFolder, "/run/systemd/system/"};
 constexpr const char* policyFolder = "/usr/share/polkit-1/actions/";
+/// Where a distribution's package has its units, and its helper serves every installation.
+constexpr const char* unitFolderOfPackages = "/usr/lib/systemd/system/";
 
 std::string installer() {
     return packageProgramFolder() + "/morvane-install-helper";
@@ -75,9 +79,12 @@ bool isUpToDate(const std::string& ofPackage, const std::string& folder, const s
 
 /// Whether an administrator has masked the unit: it is a link to a device, or empty.
 bool isMasked(const std::string& unit) {
-    struct stat status {};
-    return stat((unitFolder + unit).c_str(), &status) == 0 && !S_ISDIR(status.st_mode) &&
-           status.st_size == 0;
+    // For good, or until the machine starts anew.
+    return std::any_of(maskFolders.begin(), maskFolders.end(), [&](const char* folder) {
+        struct stat status {};
+        return stat((folder + unit).c_str(), &status) == 0 && !S_ISDIR(status.st_mode) &&
+               status.st_size == 0;
+    });
 }
 
 std::optional<std::int64_t> codeOfInstaller(int status) {
@@ -127,6 +134,8 @@ std::optional<std::int64_t> runElevated(const std::string& label) {
 bool isHelperInstalled(const std::string& label) {
     if (!isListening(label) || isInstallationBegun(label))
         return false;
+    if (access((unitFolderOfPackages + label + ".socket").c_str(), F_OK) == 0)
+        return true;
     const auto left = "/var/lib/" + label + "/";
     const auto units = packageDataFolder() + "/morvaneoperation/";
     const auto policies = packageDataFolder() + "/polkit-1/actions/";

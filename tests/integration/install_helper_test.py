@@ -30,6 +30,7 @@ PACKAGED = {f"{PACKAGE}/morvaneoperation/{LABEL}.PrivilegedHelper.service": (BUI
             f"{PACKAGE}/morvaneoperation/{LABEL}.PrivilegedHelper.socket": (SOURCE, UNITS),
             f"{PACKAGE}/polkit-1/actions/{LABEL}.policy": (SOURCE, ACTIONS),
             f"{PACKAGE}/polkit-1/actions/{LABEL}.InstallHelper.policy": (BUILD, ACTIONS)}
+UNITS_OF_PACKAGES = "/usr/lib/systemd/system"
 HELPER = f"{LIBEXEC}/{LABEL}.PrivilegedHelper"
 LEFT = f"/var/lib/{LABEL}.PrivilegedHelper"
 SOCKET = f"/run/{LABEL}.PrivilegedHelper.sock"
@@ -79,6 +80,13 @@ class Installer(unittest.TestCase):
         for packaged in PACKAGED:
             with open(packaged, "a", encoding="ascii") as f:
                 f.write("# newer\n")
+
+    def add_package(self):
+        """Has a distribution's package with units of its own."""
+        mount(UNITS_OF_PACKAGES)
+        self.addCleanup(subprocess.run, ["umount", UNITS_OF_PACKAGES], check=True)
+        with open(f"{UNITS_OF_PACKAGES}/{LABEL}.PrivilegedHelper.socket", "w", encoding="ascii") as f:
+            f.write("[Socket]\n")
 
     def change(self, path):
         with open(path, "a", encoding="ascii") as f:
@@ -146,8 +154,10 @@ class Installer(unittest.TestCase):
         for path in self.installed().values():
             self.change(path)
         changed = {path: self.content(path) for path in self.installed().values()}
-        for case in ("the same package", "a newer one", "the newer one again"):
+        for case, mode in (("the same package", 0o644), ("a newer one", 0o600), ("the newer one again", 0o640)):
             with self.subTest(case=case):
+                for path in self.installed().values():
+                    os.chmod(path, mode)
                 outcome = self.install()
                 self.assertEqual(outcome.returncode, 0)
                 self.assertEqual({path: self.content(path) for path in changed}, changed)
@@ -262,14 +272,27 @@ class Installer(unittest.TestCase):
         self.assertEqual((outcome.returncode, os.listdir(UNITS) + os.listdir(ACTIONS)), (0, [f"{LABEL}.policy"]))
         self.assertIn(f"{policy} was changed by hand and stays", outcome.stderr)
 
+    def test_beside_a_distributions_package_nothing_is_put_anywhere(self):
+        self.add_package()
+        self.assertEqual(self.install().returncode, 0)
+        self.assertEqual((os.listdir(UNITS) + os.listdir(ACTIONS), os.path.exists(LEFT)), ([], False))
+        self.assertEqual(self.told(), ["daemon-reload", f"enable {LABEL}.PrivilegedHelper.socket"])
+
     def test_what_a_distributions_package_has_put_there_since_is_not_taken_away(self):
         self.install()
+        os.unlink(TOLD)
+        self.add_package()
+        for unit in os.listdir(UNITS):  # as the package does
+            os.unlink(f"{UNITS}/{unit}")
+        os.mkdir(f"/run/{LABEL}.PrivilegedHelper")
         policy = f"{ACTIONS}/{LABEL}.policy"
         with open("/run/bin/dpkg-query", "w", encoding="ascii") as f:
             f.write(f'#!/bin/sh\n[ "$1 $2" = "--search {policy}" ]\n')
         os.chmod("/run/bin/dpkg-query", 0o755)
         outcome = self.run_installer("--uninstall")
         self.assertEqual((outcome.returncode, os.listdir(UNITS) + os.listdir(ACTIONS)), (0, [f"{LABEL}.policy"]))
+        self.assertEqual(self.told(), ["daemon-reload"], "nothing is switched off")
+        self.assertTrue(os.path.exists(f"/run/{LABEL}.PrivilegedHelper"), "the ages of grants are the package's helper's")
 
     def test_the_right_to_install_takes_nothing_away(self):
         self.install()
@@ -373,6 +396,22 @@ class Installer(unittest.TestCase):
                 self.assertEqual((second.done(), self.told()), (False, []))
                 fcntl.flock(first, fcntl.LOCK_UN)
                 self.assertEqual(second.result().returncode, 0)
+        self.assertAllInPlace()
+
+    def test_a_third_does_not_meet_one_that_has_waited_for_the_first(self):
+        with open(BEGUN, "w", encoding="ascii") as first, concurrent.futures.ThreadPoolExecutor() as pool:
+            fcntl.flock(first, fcntl.LOCK_EX)
+            second = pool.submit(self.install)
+            while not self.is_waited_for(BEGUN) and not second.done():
+                time.sleep(0.02)
+            os.unlink(BEGUN)  # as the first does at its end
+            with open(BEGUN, "w", encoding="ascii") as third:
+                fcntl.flock(third, fcntl.LOCK_EX)
+                fcntl.flock(first, fcntl.LOCK_UN)
+                while not self.is_waited_for(BEGUN) and not second.done():
+                    time.sleep(0.02)
+                self.assertEqual((second.done(), self.told()), (False, []))
+            self.assertEqual(second.result().returncode, 0)
         self.assertAllInPlace()
 
     def test_a_folder_that_cannot_be_written_is_an_internal_failure(self):

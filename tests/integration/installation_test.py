@@ -31,11 +31,12 @@ def run(*arguments, agent=None):
 class Installation(PrivilegedCase):
     """The helper is put into place by the real pkexec; the service manager is a stand-in that listens."""
     UNITS, ACTIONS = "/etc/systemd/system", "/usr/share/polkit-1/actions"
+    UNITS_OF_PACKAGES = "/usr/lib/systemd/system"
     BEGUN = f"/run/{LABEL}.PrivilegedHelper.installing"
 
     def setUp(self):
         super().setUp()
-        for folder in (self.UNITS, "/var/lib", LIBEXEC, DATA):
+        for folder in (self.UNITS, self.UNITS_OF_PACKAGES, "/var/lib", LIBEXEC, DATA):
             rigs.mount(folder)
             self.addCleanup(subprocess.run, ["umount", folder], check=True)
         os.makedirs("/run/systemd/system", exist_ok=True)
@@ -80,6 +81,14 @@ class Installation(PrivilegedCase):
         self.assertEqual((outcome.code, [p.split(":")[0] for p in outcome.prompts]), (0, [f"{LABEL}.GetFileAcl"]),
                          outcome.message)
         self.assertEqual((os.listdir(self.UNITS), os.listdir("/var/lib")), ([], []))
+
+    def test_beside_a_distributions_package_its_helper_serves_and_nothing_is_asked_about(self):
+        os.rename(SOCKET + ".aside", SOCKET)
+        with open(f"{self.UNITS_OF_PACKAGES}/{LABEL}.PrivilegedHelper.socket", "w", encoding="ascii") as f:
+            f.write("[Socket]\n")
+        outcome = run("acl", "--json", self.file, agent="allow")
+        self.assertEqual((outcome.code, [p.split(":")[0] for p in outcome.prompts]), (0, [f"{LABEL}.GetFileAcl"]),
+                         outcome.message)
 
     def test_a_refusal_installs_nothing(self):
         for answer, reason in (("deny", "denied"), ("cancel", "cancelled by the user")):
@@ -155,10 +164,17 @@ class Installation(PrivilegedCase):
                            f"'{DATA}/polkit-1/actions/{LABEL}.policy'.")
 
     def test_a_masked_unit_is_told_without_a_question(self):
-        os.symlink("/dev/null", f"{self.UNITS}/{LABEL}.PrivilegedHelper.service")
-        outcome = run("acl", self.file, agent="allow")
-        self.assertRefused(outcome, "Privileged job install error: The specified job is not enabled.")
-        self.assertNotIn(f"{LABEL}.InstallHelper", [p.split(":")[0] for p in outcome.prompts])
+        for folder in (self.UNITS, "/run/systemd/system"):
+            for kind in ("service", "socket"):
+                with self.subTest(folder=folder, kind=kind):
+                    unit = f"{folder}/{LABEL}.PrivilegedHelper.{kind}"
+                    os.symlink("/dev/null", unit)
+                    try:
+                        outcome = run("acl", self.file, agent="allow")
+                    finally:
+                        os.unlink(unit)
+                    self.assertRefused(outcome, "Privileged job install error: The specified job is not enabled.")
+                    self.assertNotIn(f"{LABEL}.InstallHelper", [p.split(":")[0] for p in outcome.prompts])
 
     def test_a_socket_behind_which_nobody_listens_is_installed_again(self):
         run("acl", self.file, agent="allow")

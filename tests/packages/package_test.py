@@ -7,6 +7,7 @@ Installs, uses, upgrades, removes, installs again and purges them; then the mach
 before."""
 import glob
 import os
+import shutil
 import socket
 import stat
 import sys
@@ -113,10 +114,17 @@ class Life(unittest.TestCase):
         self.step("removed, and installed over what was put there by hand")
         units = {name: done("systemctl", "cat", name) for name in (f"{UNIT}.service", f"{UNIT}.socket")}
         policies = {path: done("cat", path) for path in glob.glob("/usr/share/polkit-1/actions/*morvane*")}
+        shutil.copytree(os.path.dirname(HELPER), "/usr/local/libexec/morvaneoperation")
         apt("remove", *PACKAGES)
         self.assertGone()
         self.put_there_by_hand(units, policies)
-        apt("install", *glob.glob("/packages/next/*.deb"))
+        with socket.socket(socket.AF_UNIX) as connected:
+            connected.connect(SOCKET)
+            wait_until(lambda: show(f"{UNIT}.service", "MainPID") != "0", "the helper that was put there by hand")
+            old = show(f"{UNIT}.service", "MainPID")
+            apt("install", *glob.glob("/packages/next/*.deb"))
+            self.assertFalse(os.path.exists(f"/proc/{old}"), "the helper that was put there by hand has left")
+        shutil.rmtree("/usr/local/libexec/morvaneoperation")
         self.assertServed()
         self.assertEqual(os.path.realpath(show(f"{UNIT}.socket", "FragmentPath")), f"/usr/lib/systemd/system/{UNIT}.socket")
         self.assertEqual(os.readlink(f"/proc/{show(f'{UNIT}.service', 'MainPID')}/exe"), HELPER)
