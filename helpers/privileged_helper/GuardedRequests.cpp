@@ -2,6 +2,7 @@
 #include "GuardedRequests.h"
 
 #include <cerrno>
+#include <span>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -11,25 +12,23 @@ namespace morvane {
 
 namespace {
 
-/// What a request is about: each item, and the name that it is to get.
+/// What a request is about: each item, and the name that it is to get. They are the request's own.
 struct Subjects {
-    std::vector<NSURL> items;
-    std::vector<std::string> names;
+    std::span<const NSURL> items;
+    std::span<const std::string> names;
 
-    void add(const NSURL& url) { items.push_back(url); }
+    void add(const NSURL& url) { items = std::span(&url, 1); }
     void add(const std::vector<NSURL>& urls) { items = urls; }
     void add(const std::vector<std::string>& newNames) { names = newNames; }
     template <class T>
     void add(const T&) {}
 
-    std::vector<std::string> forLog() const {
-        std::vector<std::string> texts;
-        for (std::size_t i = 0; i != items.size(); ++i) {
-            auto text = '"' + escapedForLog(items[i].path()) + '"';
-            texts.push_back(i < names.size() ? text + " as \"" + escapedForLog(names[i]) + '"'
-                                             : std::move(text));
-        }
-        return texts;
+    RequestItems forLog() const {
+        return {items.size(), [*this](std::size_t i) {
+                    auto text = '"' + escapedForLog(items[i].path()) + '"';
+                    return i < names.size() ? text + " as \"" + escapedForLog(names[i]) + '"'
+                                            : text;
+                }};
     }
 };
 

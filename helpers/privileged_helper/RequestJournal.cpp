@@ -16,14 +16,23 @@ std::string nameOf(const RequestClient& client) {
     return "uid " + std::to_string(client.user) + " pid " + std::to_string(client.process) + ": ";
 }
 
+std::string andMore(std::size_t items) {
+    return " and " + std::to_string(items) + " more";
+}
+
 }  // namespace
 
 RequestJournal::Request::Request(std::shared_ptr<RequestJournal> journal,
                                  const RequestClient& client, std::string_view selector,
-                                 std::vector<std::string> items)
-    : journal_(std::move(journal)), client_(client), selector_(selector), items_(std::move(items)) {
+                                 const RequestItems& items)
+    : journal_(std::move(journal)),
+      client_(client),
+      selector_(selector),
+      items_(items.count == 0   ? ""
+             : items.count == 1 ? items.text(0)
+                                : items.text(0) + andMore(items.count - 1)) {
     const std::lock_guard lock(journal_->mutex_);
-    tell("begun", "");
+    tellBegin(items);
     journal_->running_.insert(this);
     ++journal_->begun_;
 }
@@ -51,16 +60,28 @@ void RequestJournal::Request::failed(std::string_view why) {
 
 void RequestJournal::Request::end(std::string_view outcome, std::string_view why) {
     if (!std::exchange(hasEnded_, true))
-        tell(outcome, why);
+        journal_->sink_(line(outcome, why) + (items_.empty() ? "" : " " + items_));
 }
 
-void RequestJournal::Request::tell(std::string_view outcome, std::string_view why) const {
-    const auto line = std::string(outcome) + ": " + nameOf(client_) + selector_ +
-                      (why.empty() ? "" : " " + escapedForLog(why));
-    if (items_.empty())
-        journal_->sink_(line);
-    for (const auto& item : items_)
-        journal_->sink_(line + " " + item);
+std::string RequestJournal::Request::line(std::string_view outcome, std::string_view why) const {
+    return std::string(outcome) + ": " + nameOf(client_) + selector_ +
+           (why.empty() ? "" : " " + escapedForLog(why));
+}
+
+void RequestJournal::Request::tellBegin(const RequestItems& items) const {
+    const auto begun = line("begun", "");
+    if (items.count == 0)
+        journal_->sink_(begun);
+    std::size_t bytes = 0;
+    for (std::size_t i = 0; i != items.count; ++i) {
+        const auto one = begun + " " + items.text(i);
+        bytes += one.size();
+        if (bytes > bytesOfOneRequest) {
+            journal_->sink_(begun + andMore(items.count - i));
+            return;
+        }
+        journal_->sink_(one);
+    }
 }
 
 RequestJournal::RequestJournal(Sink sink, Clock clock)
@@ -81,8 +102,8 @@ void RequestJournal::refused(const RequestClient& client, std::string_view selec
 
 std::shared_ptr<RequestJournal::Request> RequestJournal::begin(const RequestClient& client,
                                                                std::string_view selector,
-                                                               std::vector<std::string> items) {
-    return std::make_shared<Request>(shared_from_this(), client, selector, std::move(items));
+                                                               const RequestItems& items) {
+    return std::make_shared<Request>(shared_from_this(), client, selector, items);
 }
 
 std::optional<std::uint64_t> RequestJournal::begunWhileNoneRuns() const {
@@ -144,7 +165,9 @@ std::string escapedForLog(std::string_view text) {
     constexpr std::size_t longest = 4096;
     constexpr const char* digits = "0123456789abcdef";
     std::string escaped;
-    for (const char c : text.substr(0, longest)) {
+    for (const char c : text) {
+        if (escaped.size() >= longest)
+            break;
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte >= 0x7F || c == '\\' || c == '"') {
             escaped += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};

@@ -25,15 +25,22 @@ struct RequestClient {
     std::optional<std::int64_t> accountable{};
 };
 
+/// What a request is about: so many items, each escaped for the log. They are asked for one by one,
+/// so that the texts of all of them are never held.
+struct RequestItems {
+    std::size_t count = 0;
+    std::function<std::string(std::size_t index)> text;
+};
+
 /// Logs all requests of the helper, and knows which of them are being carried out. Each line begins
 /// with what has become of the request, because loggers cut long lines:
 ///
 ///     begun: uid 1000 pid 4711: propagateAclEntries:url:reply: "/srv/share"
 ///     failed: uid 1000 pid 4711: propagateAclEntries:url:reply: WHY "/srv/share"
 ///
-/// The begin of work is logged at once, and its end before its reply is sent. Anyone can be
-/// refused, so only some of a user's refusals are logged, and the others counted. It may be used on
-/// any thread.
+/// The begin of work is logged at once, each item in a line of its own, and its end before its
+/// reply is sent, with the first item and how many more there were. Anyone can be refused, so only
+/// some of a user's refusals are logged, and the others counted. It may be used on any thread.
 class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
   public:
     /// Takes one line. Called under a lock, one line after the other.
@@ -45,6 +52,9 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     static constexpr unsigned refusalsAtOnce = 8;
     /// After how long another one is logged when so many have been.
     static constexpr std::chrono::seconds refusalInterval{10};
+    /// How many bytes the lines may have that log the begin of one request; the other items are
+    /// counted. The largest renaming of names of an ordinary length is logged whole.
+    static constexpr std::size_t bytesOfOneRequest = std::size_t{4} << 20;
     /// How many users have lines of their own; all further ones share those of one. So whoever has
     /// many user ids does not get many lines.
     static constexpr std::size_t usersRemembered = 256;
@@ -53,7 +63,7 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     class Request {
       public:
         Request(std::shared_ptr<RequestJournal> journal, const RequestClient& client,
-                std::string_view selector, std::vector<std::string> items);
+                std::string_view selector, const RequestItems& items);
         /// A request that has not ended by then is logged as dropped.
         ~Request();
         Request(const Request&) = delete;
@@ -67,22 +77,23 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
         friend class RequestJournal;
         /// Under the journal's lock.
         void end(std::string_view outcome, std::string_view why);
-        void tell(std::string_view outcome, std::string_view why) const;
+        std::string line(std::string_view outcome, std::string_view why) const;
+        void tellBegin(const RequestItems& items) const;
 
         const std::shared_ptr<RequestJournal> journal_;
         const RequestClient client_;
         const std::string selector_;
-        const std::vector<std::string> items_;
+        /// The first item, and how many more there are.
+        const std::string items_;
         bool hasEnded_ = false;
     };
 
     explicit RequestJournal(Sink sink, Clock clock = std::chrono::steady_clock::now);
 
     void refused(const RequestClient& client, std::string_view selector, std::string_view why);
-    /// Logs that a request has begun; `items` are the items that it is about, escaped for the log,
-    /// one for each line.
+    /// Logs that a request has begun.
     std::shared_ptr<Request> begin(const RequestClient& client, std::string_view selector,
-                                   std::vector<std::string> items);
+                                   const RequestItems& items);
 
     /// How many requests have begun so far, if all of them have ended. A file system may still hold
     /// one that was answered; nobody waits for it.
@@ -115,7 +126,8 @@ class RequestJournal : public std::enable_shared_from_this<RequestJournal> {
     std::uint64_t begun_ = 0;
 };
 
-/// `text` in printable ASCII without quotation marks, the rest in hexadecimal.
+/// `text` in printable ASCII without quotation marks, the rest in hexadecimal; cut to as many bytes
+/// as a path can have.
 std::string escapedForLog(std::string_view text);
 
 }  // namespace morvane

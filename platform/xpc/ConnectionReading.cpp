@@ -48,6 +48,10 @@ std::function<void()> NSXPCConnection::Core::serving(const std::shared_ptr<Strea
         ServedStream::Connection{
             [self] { return self->invalidated_.load(); },
             [self](const Message& reply) { self->handleReply(reply); },
+            [self](std::uint64_t id) {
+                const std::lock_guard lock(self->mutex_);
+                return self->inFlight_.contains(id);
+            },
             [self, socket] { self->end(socket, true); },
         });
     const std::lock_guard lock(mutex_);

@@ -212,8 +212,10 @@ bool FrameParser::openFrame(const FrameHeader& header) {
         first_ = header;
         isLarge_ = true;
         const auto payload = waiting().subspan(FrameHeader::size);
-        isDropped_ = gate_ && header.kind == FrameKind::request &&
-                     !gate_->admits(header.id, text(payload.first(header.selectorLength)));
+        isDropped_ =
+            gate_ && !(header.kind == FrameKind::request
+                           ? gate_->admits(header.id, text(payload.first(header.selectorLength)))
+                           : gate_->expects(header.id));
     }
     begin_ += FrameHeader::size;
     left_ = header.payloadLength;

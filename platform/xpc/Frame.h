@@ -101,12 +101,14 @@ class FrameParser {
         /// released; null for no limit but their size.
         std::shared_ptr<SharedBudget> shared = nullptr;
     };
-    /// Decides on the requests that do not fit into the buffer, before they are held.
+    /// Decides on the messages that do not fit into the buffer, before they are held. What is not
+    /// received is read over.
     class Gate {
       public:
-        /// Whether to receive the request, of which only the selector is known. What is not
-        /// received is read over.
+        /// Whether to receive the request, of which only the selector is known.
         virtual bool admits(std::uint64_t id, std::string_view selector) = 0;
+        /// Whether to receive the reply: somebody waits for one of that number.
+        virtual bool expects(std::uint64_t id) = 0;
         /// There is no room for the request, which is read over; `reason` is for people.
         virtual void refuses(std::uint64_t id, const std::string& reason) = 0;
 

@@ -48,11 +48,15 @@ class PendingRequests {
         entries_[place].request = std::move(request);
         return id;
     }
+    /// Whether there is a request of that number.
+    bool contains(std::uint64_t id) const {
+        return placeOf(id) < entries_.size() && entries_[placeOf(id)].id == id;
+    }
     /// Removes the request of that number; empty if there is none, as a peer may make numbers up.
     std::optional<Request> take(std::uint64_t id) {
-        const auto place = id & ((std::uint64_t{1} << placeBits) - 1);
-        if (place >= entries_.size() || entries_[place].id != id)
+        if (!contains(id))
             return std::nullopt;
+        const auto place = placeOf(id);
         entries_[place].id = 0;
         free_.push_back(place);
         return std::move(entries_[place].request);
@@ -65,6 +69,9 @@ class PendingRequests {
 
   private:
     static constexpr unsigned placeBits = 16;
+    static std::size_t placeOf(std::uint64_t id) {
+        return id & ((std::uint64_t{1} << placeBits) - 1);
+    }
     static_assert(limits::requestsInFlight <= std::size_t{1} << placeBits);
     std::vector<Entry> entries_;
     std::vector<std::size_t> free_;

@@ -291,6 +291,10 @@ bool ServedStream::admits(std::uint64_t id, std::string_view selector) {
     return requests_.admits(id, selector, outbox_);
 }
 
+bool ServedStream::expects(std::uint64_t id) {
+    return connection_.isReplyExpected(id);
+}
+
 void ServedStream::refuses(std::uint64_t id, const std::string& reason) {
     outbox_->refuse(id, reason);
 }

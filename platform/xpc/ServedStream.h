@@ -28,6 +28,8 @@ class ServedStream final : public LastingTask,
     struct Connection {
         std::function<bool()> isInvalid;
         std::function<void(const Message&)> handleReply;
+        /// Whether a request of that number waits for its reply.
+        std::function<bool(std::uint64_t id)> isReplyExpected;
         /// Called once, when the stream has ended.
         std::function<void()> ended;
     };
@@ -72,6 +74,7 @@ class ServedStream final : public LastingTask,
     void watchFrame(Clock::time_point deadline);
 
     bool admits(std::uint64_t id, std::string_view selector) override;
+    bool expects(std::uint64_t id) override;
     void refuses(std::uint64_t id, const std::string& reason) override;
 
     const std::shared_ptr<StreamSocket> socket_;

@@ -29,6 +29,50 @@ struct KeptJournal {
         [this](const std::string& line) { lines.push_back(line); }, [this] { return now; });
 };
 
+RequestItems itemsOf(Lines texts) {
+    const auto count = texts.size();
+    return {count, [texts = std::move(texts)](std::size_t i) { return texts[i]; }};
+}
+
+TEST(RequestJournal, ALineForEachItemTellsThatARequestBeginsAndOneHowItHasEnded) {
+    KeptJournal kept;
+    const RequestClient client{.user = 1000, .process = 7};
+    kept.journal->begin(client, "set:", itemsOf({"\"/a\"", "\"/b\"", "\"/c\""}))->done();
+    EXPECT_EQ(kept.taken(),
+              (Lines{"begun: uid 1000 pid 7: set: \"/a\"", "begun: uid 1000 pid 7: set: \"/b\"",
+                     "begun: uid 1000 pid 7: set: \"/c\"",
+                     "done: uid 1000 pid 7: set: \"/a\" and 2 more"}));
+}
+
+TEST(RequestJournal, ARequestAboutManyItemsTakesABoundOfTheLogAndNothingHoldsTheirTexts) {
+    KeptJournal kept;
+    const RequestClient client{.user = 1000, .process = 7};
+    constexpr std::size_t items = 15'000;
+    std::size_t asked = 0;
+    const auto request = kept.journal->begin(client, "set:", {items, [&](std::size_t) {
+                                                                  ++asked;
+                                                                  return std::string(4096, 'x');
+                                                              }});
+    const auto lines = kept.taken();
+    std::size_t bytes = 0;
+    for (const auto& line : lines)
+        bytes += line.size();
+    EXPECT_LE(bytes, RequestJournal::bytesOfOneRequest + 4096);
+    EXPECT_EQ(lines.back(), "begun: uid 1000 pid 7: set: and " +
+                                std::to_string(items - (lines.size() - 1)) + " more");
+    // Its end needs no more than the first.
+    asked = 0;
+    request->done();
+    EXPECT_EQ(asked, 0U);
+    EXPECT_EQ(kept.taken(),
+              Lines{"done: uid 1000 pid 7: set: " + std::string(4096, 'x') + " and 14999 more"});
+}
+
+TEST(RequestJournal, ATextTakesNoMoreOfTheLogThanAPathCanHave) {
+    EXPECT_EQ(escapedForLog(std::string(5000, '\n')).size(), 4096U);
+    EXPECT_EQ(escapedForLog(std::string(5000, 'a')).size(), 4096U);
+}
+
 TEST(RequestJournal, ARequestIsAtWorkUntilItHasEndedOrTheLastReferenceToItHasGone) {
     KeptJournal kept;
     auto& journal = *kept.journal;
@@ -104,12 +148,12 @@ TEST(RequestJournal, TheEndTellsWhatIsNotDoneAndWhatWasLeftOut) {
     const RequestClient client{.user = 1000, .process = 7};
     auto ended = kept.journal->begin(client, "get:", {});
     ended->done();
-    const auto running = kept.journal->begin(client, "set:", {"\"/a\"", "\"/b\""});
+    const auto running = kept.journal->begin(client, "set:", itemsOf({"\"/a\"", "\"/b\""}));
     kept.taken();
     kept.journal->close({});
-    EXPECT_EQ(kept.taken(), (Lines{"unfinished: uid 1000 pid 7: set: The helper ends. \"/a\"",
-                                   "unfinished: uid 1000 pid 7: set: The helper ends. \"/b\"",
-                                   "refused: uid 1000: 2 more, left out here"}));
+    EXPECT_EQ(kept.taken(),
+              (Lines{"unfinished: uid 1000 pid 7: set: The helper ends. \"/a\" and 1 more",
+                     "refused: uid 1000: 2 more, left out here"}));
     running->failed("Too late.");
     EXPECT_EQ(kept.taken(), Lines{});
 }

@@ -201,6 +201,7 @@ TEST(FrameReader, RefusesAMessageOverTheLimitHoweverManyFramesItHas) {
 class KeptGate final : public FrameParser::Gate {
   public:
     bool isOpen = true;
+    std::uint64_t expected = 0;
     std::vector<std::string> asked;
     std::vector<std::string> refused;
 
@@ -208,13 +209,14 @@ class KeptGate final : public FrameParser::Gate {
         asked.push_back(std::to_string(id) + " " + std::string(selector));
         return isOpen;
     }
+    bool expects(std::uint64_t id) override { return id == expected; }
     void refuses(std::uint64_t id, const std::string& reason) override {
         refused.push_back(std::to_string(id) + " " + reason);
     }
 };
 
 void feed(FrameParser& parser, const NSData& bytes) {
-    for (std::size_t given = 0; given < bytes.size();) {
+    for (std::size_t given = 0; given < bytes.size() && !parser.isBroken();) {
         const auto room = parser.room();
         const auto count = std::min(room.size(), bytes.size() - given);
         std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(given), count, room.begin());
@@ -305,6 +307,25 @@ TEST(FrameParser, HoldsNothingOfALargeRequestThatIsNotAdmitted) {
     EXPECT_TRUE(shared->take(4000));
 }
 
+TEST(FrameParser, HoldsNothingOfALargeReplyThatNobodyWaitsFor) {
+    KeptGate gate;
+    gate.expected = 6;
+    const auto shared = std::make_shared<SharedBudget>(4000);
+    FrameParser parser({.bufferSize = 1000, .shared = shared}, &gate);
+    feed(parser, frame({FrameKind::reply, true, 0, 3000, 5}, 3000));
+    EXPECT_FALSE(parser.next());
+    EXPECT_TRUE(shared->take(4000));
+    shared->giveBack(4000);
+    feed(parser, frame({FrameKind::reply, false, 0, 100000, 5}, 100000));
+    EXPECT_FALSE(parser.next());
+    EXPECT_FALSE(parser.isBroken());
+    feed(parser, frame({FrameKind::reply, false, 0, 3000, 6}, 3000));
+    const auto reply = parser.next();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->id, 6U);
+    EXPECT_TRUE(gate.asked.empty());
+}
+
 TEST(FrameParser, AsksAboutALargeRequestBeforeAnyOfItsArgumentsIsHere) {
     KeptGate gate;
     FrameParser parser({.bufferSize = 1000}, &gate);
@@ -338,6 +359,7 @@ TEST(FrameParser, RefusesARequestWhileOthersHoldTheBytesThatTheyShare) {
 
 TEST(FrameParser, BreaksAStreamWhoseReplyIsLargerThanItsLimit) {
     KeptGate gate;
+    gate.expected = 5;
     FrameParser parser({.messageSize = 10000, .bufferSize = 1000}, &gate);
     feed(parser, frame({FrameKind::reply, false, 0, 10001, 5}, 0));
     EXPECT_FALSE(parser.next());

@@ -323,6 +323,31 @@ TEST(NSXPCListener, RefusesLargeRequestsOfSeveralUsersThatAreTooManyAtOnce) {
     EXPECT_TRUE(listener.connect(1002));
 }
 
+TEST(NSXPCListener, RepliesThatNobodyWaitsForTakeNothingFromOthers) {
+    // Room for one request, decoded.
+    constexpr int frames = 32;
+    constexpr std::size_t decoded =
+        limits::clientMessageBytes + limits::clientMessageObjects * limits::decodedObject;
+    LocalListener listener({.memory = decoded + frames / 2 * limits::frameSize});
+    std::vector<LocalListener::Stream> clients;
+    for (std::int64_t user = 1000; user < 1000 + frames; ++user) {
+        clients.push_back(listener.connect(user));
+        FrameHeader header;
+        header.kind = FrameKind::reply;
+        header.id = 8;
+        header.moreFollows = true;
+        header.payloadLength = limits::frameSize;
+        const auto bytes = header.bytes();
+        const NSData payload(limits::frameSize);
+        const StreamSocket::Bytes pieces[] = {bytes, payload};
+        clients.back()->send(pieces);
+        EXPECT_TRUE(clients.back()->waitUntilReceived(watchdog));
+    }
+    const auto other = listener.connect(999);
+    sendLarge(*other, 1, false);
+    EXPECT_EQ(answerText(*other), noArchive);
+}
+
 TEST(NSXPCListener, AClientsSmallRequestCannotUnfoldIntoMany) {
     LocalListener listener;
     const auto client = listener.connect(1000);
