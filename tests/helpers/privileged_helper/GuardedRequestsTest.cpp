@@ -228,8 +228,9 @@ TEST(GuardedRequests, TheLogNamesEachItemOfARequestAndItsNewName) {
     Guard holding(RightState::held);
     const std::vector<NSURL> items{NSURL::fileURLWithPath("/a"), NSURL::fileURLWithPath("/b")};
     holding.answerTo([&](auto& requests, auto& sample) {
-        requests.renameUrls(items, {"c", "d"},
-                            [&](auto, auto, const NSErrorRef& error) { sample.ended(error); });
+        requests.renameUrls(
+            items, {"c", "d"},
+            [ended = sample.ended](auto, auto, const NSErrorRef& error) { ended(error); });
     });
     const std::string who = "uid 1000 pid 4711: renameUrls:names:reply: ";
     EXPECT_EQ(holding.log,
