@@ -208,6 +208,12 @@ void everyRequest(const std::shared_ptr<NSXPCConnection>& connection,
     rename(connection, items.fileAlone, items.newName);
     rename(connection, items.pair, items.swapped);
     rename(stopping, items.unfit, items.taken);
+    write(connection, items.one, false);
+    write(stopping, items.two, false);
+    access(connection, items.two, CBPosixGroup{1});
+    access(stopping, items.tree, CBPosixUser{1});
+    sizes(connection, items.pair);
+    contents(connection, items.tree);
     contents(connection, items.folder);
     contents(stopping, items.missing);
     for (int i = 0; i != 4; ++i) {
