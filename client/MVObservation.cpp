@@ -31,8 +31,15 @@ std::unique_ptr<MVObservation> MVObservation::ofBox(const NSTreeNode& node,
 MVObservation::MVObservation(Private, const std::shared_ptr<NSObservable>& object,
                              const std::vector<const NSKeyPath*>& keyPaths, Changed changed)
     : state_(new State{object, keyPaths, std::make_shared<const Changed>(std::move(changed))}) {
-    for (const auto* keyPath : keyPaths)
-        object->addObserver(this, *keyPath);
+    std::size_t added = 0;
+    try {
+        for (; added != keyPaths.size(); ++added)
+            object->addObserver(this, *keyPaths[added]);
+    } catch (...) {
+        while (added != 0)
+            object->removeObserver(this, *keyPaths[--added]);
+        throw;
+    }
 }
 
 MVObservation::~MVObservation() {

@@ -3,8 +3,6 @@
 
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
-#include <vector>
-
 namespace morvane {
 
 /// The same item by a path without symbolic links, as the helper takes no others. What is below a

@@ -29,7 +29,7 @@ class Release(unittest.TestCase):
         shutil.copy(f"{SOURCE}/scripts/release", f"{self.project}/scripts")
         for path, text, mode in (("CHANGELOG.md", CHANGELOG, 0o644), ("packaging/debian/changelog", DEBIAN, 0o644),
                                  ("CMakeLists.txt", "project(MorvaneOperation VERSION 1.0.0 LANGUAGES CXX)\n", 0o644),
-                                 ("packaging/abi", "old\n", 0o644), ("test", NOTES, 0o755), ("tests/abi", RENEWS, 0o755)):
+                                 ("packaging/abi", "old\n", 0o644), (".ci/run", NOTES, 0o755), ("test", NOTES, 0o755), ("tests/abi", RENEWS, 0o755)):
             os.makedirs(os.path.dirname(f"{self.project}/{path}"), exist_ok=True)
             self.write(path, text)
             os.chmod(f"{self.project}/{path}", mode)
@@ -80,7 +80,7 @@ class Release(unittest.TestCase):
         today = time.strftime("%Y-%m-%d")
         outcome = self.release("1.0.0")
         self.assertEqual(outcome.returncode, 0, outcome.stderr)
-        self.assertEqual(self.told(), ["./test ", "./test packages abi", "tests/abi renew"])
+        self.assertEqual(self.told(), [".ci/run ", "./test packages abi", "tests/abi renew"])
         self.assertIn(f"## 1.0.0 - {today}\n", self.read("CHANGELOG.md"))
         debian = self.read("packaging/debian/changelog")
         self.assertTrue(debian.startswith("morvaneoperation (1.0.0) unstable;"), debian)
