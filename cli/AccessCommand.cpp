@@ -11,22 +11,26 @@ namespace morvane {
 
 Outcome runAccess(const AccessOptions& options, const AccessSource& source, const Style& style) {
     if (options.path.empty())
-        return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
+        return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};
     Problem problem;
     const auto identity = identityWritten(
         options.group.empty() ? "user:" + options.user : "group:" + options.group, problem);
     if (problem)
-        return {ExitUsage, {}, "morvane: " + *problem + ".\n"};
+        return {ExitUsage, {}, message({say("%1.", *problem)})};
     const auto permissions =
         source(NSURL::fileURLWithPath(options.path), identity->uniqueIdentifier());
     if (!permissions)
         return {exitCodeOf(*permissions.error()),
                 {},
-                failureMessage("cannot tell the access to", options.path, *permissions.error())};
+                failureMessage(say("cannot tell the access to '%1'", escaped(options.path)),
+                               *permissions.error())};
     if (options.json)
         return {ExitSuccess, nodesAsJson(*permissions), {}};
     const auto text =
-        style.heading(escaped(identityText(*identity)) + " on " + escaped(options.path)) + '\n';
+        // TRANSLATORS: Above the boxes: what "user bob" can do to a path.
+        style.heading(
+            say("%1 on %2", escaped(identityText(*identity).localized()), escaped(options.path))) +
+        '\n';
     return {ExitSuccess, text + nodesAsTree(*permissions, style), {}};
 }
 

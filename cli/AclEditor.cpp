@@ -26,16 +26,17 @@ bool sameName(std::string_view a, std::string_view b) {
                       [](char x, char y) { return lower(x) == lower(y); });
 }
 
-std::string_view nameOf(const NSTreeNode& node) {
-    const auto* permission = MVTreeNode::permissionOf(node);
-    return permission ? std::string_view(permission->name()) : std::string_view();
+/// Whether a box is meant by `name`: in the language of the user, or in English.
+bool isNamed(const NSTreeNode& node, std::string_view name) {
+    const auto own = nameOf(node);
+    return sameName(own, name) || sameName(keyOfName(own), name);
 }
 
 /// "'Read', 'Read Data', ...": what may stand where a name was not known.
 std::string names(const MVAclEntry& entry) {
     std::string text;
     const auto add = [&](const NSTreeNode& node) {
-        text += (text.empty() ? "'" : ", '") + std::string(nameOf(node)) + "'";
+        text += (text.empty() ? "" : say(", ")) + "'" + escaped(nameOf(node)) + "'";
     };
     for (const auto& group : entry.permissions()) {
         add(*group);
@@ -50,12 +51,12 @@ NSTreeNode* find(const MVAclEntry& entry, std::string_view name) {
     const auto groupName = slash == name.npos ? std::string_view() : name.substr(0, slash);
     const auto boxName = slash == name.npos ? name : name.substr(slash + 1);
     for (const auto& group : entry.permissions()) {
-        if (slash == name.npos && sameName(nameOf(*group), boxName))
+        if (slash == name.npos && isNamed(*group, boxName))
             return group.get();
-        if (slash != name.npos && !sameName(nameOf(*group), groupName))
+        if (slash != name.npos && !isNamed(*group, groupName))
             continue;
         for (const auto& box : group->childNodes()) {
-            if (sameName(nameOf(*box), boxName))
+            if (isNamed(*box, boxName))
                 return box.get();
         }
     }
@@ -95,8 +96,10 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     }
     const bool isUser = who.starts_with("user:");
     if (!isUser && !who.starts_with("group:")) {
-        problem = "'" + escaped(who) +
-                  "' is nobody; write user:NAME, group:NAME, everyone, creator or creator-group";
+        problem =
+            say("'%1' is nobody; write user:NAME, group:NAME, everyone, creator or "
+                "creator-group",
+                escaped(who));
         return nullptr;
     }
     const std::string name(who.substr(who.find(':') + 1));
@@ -104,13 +107,15 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     const auto record = isUser ? database.userWithName(name) : database.groupWithName(name);
     auto id = record ? std::optional(record->id) : number(name);
     if (!id) {
-        problem = std::string("there is no ") + (isUser ? "user" : "group") + " '" + escaped(name) +
-                  "'; check the spelling, or write its number";
+        problem = isUser ? say("there is no user '%1'; check the spelling, or write its number",
+                               escaped(name))
+                         : say("there is no group '%1'; check the spelling, or write its number",
+                               escaped(name));
         return nullptr;
     }
     if (*id == nobodysNumber) {
-        problem = "no user or group can have the number " + std::to_string(nobodysNumber) +
-                  "; the system takes it for none";
+        problem = say("no user or group can have the number %1; the system takes it for none",
+                      nobodysNumber);
         return nullptr;
     }
     const auto uuid =
@@ -124,16 +129,16 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
 Problem AclEditor::known(std::size_t entry) const {
     if (entry < entries_.size())
         return std::nullopt;
-    return entries_.empty() ? "the list has no entries"
-                            : "there is no entry " + std::to_string(entry + 1) + "; the list has " +
-                                  std::to_string(entries_.size());
+    return entries_.empty()
+               ? say("the list has no entries")
+               : say("there is no entry %1; the list has %2", entry + 1, entries_.size());
 }
 
 Problem AclEditor::changeable(std::size_t entry) const {
     if (const auto problem = known(entry))
         return problem;
     if (entries_[entry]->inherited())
-        return "entry " + std::to_string(entry + 1) + " is inherited; make it the item's own first";
+        return say("entry %1 is inherited; make it the item's own first", entry + 1);
     return std::nullopt;
 }
 
@@ -155,8 +160,8 @@ Problem AclEditor::remove(std::size_t entry) {
     if (const auto problem = known(entry))
         return problem;
     if (!entries_[entry]->isAcl())
-        return "the entry of " + identityName(*entries_[entry]) +
-               " is what every item has; take its permissions away instead";
+        return say("the entry of %1 is what every item has; take its permissions away instead",
+                   identityName(*entries_[entry]));
     entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(entry));
     return std::nullopt;
 }
@@ -166,8 +171,8 @@ Problem AclEditor::setBox(std::size_t entry, std::string_view name, BoxChange ch
         return problem;
     auto* const node = find(*entries_[entry], name);
     if (!node)
-        return "entry " + std::to_string(entry + 1) + " has no box '" + escaped(name) +
-               "'; it has " + names(*entries_[entry]);
+        return say("entry %1 has no box '%2'; it has %3", entry + 1, escaped(name),
+                   names(*entries_[entry]));
     return setNode(entry, *node, change);
 }
 
@@ -175,7 +180,7 @@ Problem AclEditor::setNode(std::size_t entry, NSTreeNode& node, BoxChange change
     if (const auto problem = changeable(entry))
         return problem;
     if (!MVTreeNode::permissionOf(node)->settable())
-        return "the box '" + escaped(nameOf(node)) + "' cannot be changed as the others stand";
+        return say("the box '%1' cannot be changed as the others stand", escaped(nameOf(node)));
     auto state = change == BoxChange::on ? MVStateOn : MVStateOff;
     if (change == BoxChange::toggle)
         state = MVTreeNode::stateOf(node) == MVStateOn ? MVStateOff : MVStateOn;
@@ -223,8 +228,7 @@ Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
         }
         choice += (choice.empty() ? "" : ", ") + std::string(text);
     }
-    return "'" + escaped(name) + "' is no choice for entry " + std::to_string(entry + 1) +
-           "; it is one of " + choice;
+    return say("'%1' is no choice for entry %2; it is one of %3", escaped(name), entry + 1, choice);
 }
 
 Problem AclEditor::setTag(std::size_t entry, std::int32_t tag) {
@@ -255,9 +259,10 @@ Problem AclEditor::setInherited(std::size_t entry, bool inherited) {
 Problem AclEditor::unwritable() const {
     for (std::size_t i = 0; i != entries_.size(); ++i) {
         if (!entries_[i]->uuid() && !entries_[i]->identity())
-            return "entry " + std::to_string(i + 1) +
-                   " is for a user who is not known, and would apply to everyone; say whom it is "
-                   "for";
+            return say(
+                "entry %1 is for a user who is not known, and would apply to everyone; say "
+                "whom it is for",
+                i + 1);
     }
     return std::nullopt;
 }

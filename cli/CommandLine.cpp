@@ -9,22 +9,30 @@
 
 #include "CommandTable.h"
 #include "EditScript.h"
+#include "Text.h"
 
 namespace morvane {
 
 namespace {
 
-constexpr const char* footer =
-    "Exit status: 0 done, 1 the operation failed, 2 the command line was not understood,\n"
-    "3 the service could not be started or went away, 4 the server of a network mount has stored\n"
-    "something else, 130 interrupted by Ctrl-C.";
+std::string footer() {
+    constexpr std::size_t columns = 92;
+    std::string text;
+    for (const auto& line : wrapped(
+             say("Exit status: 0 done, 1 the operation failed, 2 the command line was not "
+                 "understood, 3 the service could not be started or went away, 4 the server of a "
+                 "network mount has stored something else, 130 interrupted by Ctrl-C."),
+             columns))
+        text += (text.empty() ? "" : "\n") + line;
+    return text;
+}
 
 /// Without a command, how the program itself is used.
 Outcome misunderstood(const std::string& reason, const std::string& command) {
     return {ExitUsage,
             {},
-            "morvane: " + reason + "\n  'morvane " + (command.empty() ? "" : command + " ") +
-                "--help' tells how the command is used.\n"};
+            message({reason, say("'%1' tells how the command is used.",
+                                 "morvane " + (command.empty() ? "" : command + " ") + "--help")})};
 }
 
 /// Whether --edit is followed by a script without commands, which the parser does not tell from
@@ -53,16 +61,29 @@ std::size_t editDistance(std::string_view one, std::string_view other) {
     return row.back();
 }
 
-/// Asks for the one of `names` that is most like `word`, if one is like it at all.
-std::string didYouMean(std::string_view word, const std::vector<std::string_view>& names) {
+/// `reason`, with a question for the one of `names` that is most like `word`, if one is like it at
+/// all.
+std::string withQuestion(const std::string& reason, std::string_view word,
+                         const std::vector<std::string_view>& names) {
     constexpr std::size_t longest = 32;
     if (word.size() > longest || names.empty())
-        return {};
+        return reason;
     const auto nearest = *std::min_element(names.begin(), names.end(), [&](auto a, auto b) {
         return editDistance(word, a) < editDistance(word, b);
     });
     const bool isLike = editDistance(word, nearest) <= (word.size() < 4 ? 1U : 2U);
-    return isLike ? "; did you mean '" + std::string(nearest) + "'?" : std::string();
+    // TRANSLATORS: %1 is "there is no command 'sise'".
+    return isLike ? say("%1; did you mean '%2'?", reason, nearest) : reason;
+}
+
+/// What the parser says in English, in the language of the user.
+std::string reasonOfParser(const std::string& english) {
+    return sayLike(english,
+                   {translatable("A subcommand is required"), translatable("%1 is required"),
+                    translatable("%1 requires %2"), translatable("%1 excludes %2"),
+                    translatable("The following argument was not expected: %1"),
+                    translatable("The following arguments were not expected: %1"),
+                    translatable("%1: %2 required %3 missing")});
 }
 
 bool isAmong(const std::vector<std::string_view>& names, std::string_view name) {
@@ -95,7 +116,7 @@ std::vector<std::string_view> optionNames(std::string_view command) {
 
 void addOption(CLI::App& command, const OptionRow& row) {
     const std::string name(row.name);
-    const std::string says(row.says);
+    const auto says = say(row.says);
     if (row.kind == WordKind::none) {
         command.add_flag(name, says)->disable_flag_override();
         return;
@@ -172,11 +193,13 @@ std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
 class Parser {
   public:
     explicit Parser(const std::string& version)
-        : app_("Shows who may do what with files and folders, and how large they are.", "morvane") {
+        : app_(say("Shows who may do what with files and folders, and how large they are."),
+               "morvane") {
         describe(app_, commonOptions(), "morvane " + version);
         app_.require_subcommand(1);
         for (const auto& row : commandTable()) {
-            auto* const command = app_.add_subcommand(std::string(row.name), std::string(row.says));
+            auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
+            command->group(say("Subcommands"));
             describe(*command, row.options, "morvane " + version);
         }
     }
@@ -212,10 +235,16 @@ class Parser {
   private:
     static void describe(CLI::App& app, const std::vector<OptionRow>& options,
                          const std::string& version) {
-        app.set_help_flag("-h,--help", "Print this help and exit")->disable_flag_override();
-        app.set_version_flag("--version", version, "Print the version and exit")
+        for (const char* label :
+             {translatable("Usage"), translatable("OPTIONS"), translatable("SUBCOMMAND"),
+              translatable("Positionals"), translatable("REQUIRED"), translatable("Needs"),
+              translatable("Excludes")})
+            app.get_formatter()->label(label, say(label));
+        app.option_defaults()->group(say("Options"));
+        app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
+        app.set_version_flag("--version", version, say("Print the version and exit"))
             ->disable_flag_override();
-        app.footer(footer);
+        app.footer(footer());
         for (const auto& row : options)
             addOption(app, row);
         for (const auto& row : options)
@@ -235,8 +264,8 @@ class Parser {
             if (word.empty() || word == "--")
                 continue;
             if (!isOption && command.empty() && !isAmong(commandNames(), word))
-                return misunderstood("there is no command '" + escaped(word) + "'" +
-                                         didYouMean(word, commandNames()),
+                return misunderstood(withQuestion(say("there is no command '%1'", escaped(word)),
+                                                  word, commandNames()),
                                      {});
             if (isOption && word.starts_with("--") && isExtra) {
                 const auto where = isBehindCommand ? command : std::string();
@@ -247,7 +276,7 @@ class Parser {
         }
         std::string reason = stop.what();
         std::erase(reason, plainMark);
-        return misunderstood(escaped(reason), command);
+        return misunderstood(escaped(reasonOfParser(reason)), command);
     }
 
     /// Why an option cannot stand where it does.
@@ -258,8 +287,8 @@ class Parser {
         if (isAmong(names, option))
             return std::nullopt;
         if (isAmong(optionNames({}), option))
-            return "'" + std::string(option) + "' stands before the command";
-        return "there is no option '" + escaped(option) + "'" + didYouMean(option, names);
+            return say("'%1' stands before the command", option);
+        return withQuestion(say("there is no option '%1'", escaped(option)), option, names);
     }
 
     CLI::App app_;
@@ -310,7 +339,8 @@ CommandLine accessCommand(const Values& values) {
     access.group = values.one("--group");
     access.json = values.has("--json");
     if (access.user.empty() && access.group.empty())
-        return misunderstood("--user NAME or --group NAME is required", "access");
+        return misunderstood(say("%1 is required", say("%1 or %2", "--user NAME", "--group NAME")),
+                             "access");
     return access;
 }
 
@@ -321,7 +351,7 @@ CommandLine sizeCommand(const Values& values) {
     size.base2 = values.has("--base2");
     size.base10 = values.has("--base10");
     if (size.paths.empty() && !size.base2 && !size.base10)
-        return misunderstood("PATH is required", "size");
+        return misunderstood(say("%1 is required", "PATH"), "size");
     return size;
 }
 
@@ -330,7 +360,7 @@ CommandLine renameCommand(const Values& values) {
     rename.words = values.all("PATH");
     rename.json = values.has("--json");
     if (rename.words.empty() || rename.words.size() % 2 != 0)
-        return misunderstood("a new name is required behind each PATH", "rename");
+        return misunderstood(say("a new name is required behind each PATH"), "rename");
     return rename;
 }
 
@@ -344,8 +374,8 @@ Outcome helpCommand(const Values& values, const Parser& parser) {
     if (isAmong(names, topic))
         return {ExitSuccess, parser.help(topic), {}};
     names.push_back(editTopic);
-    return misunderstood("there is no command '" + escaped(topic) + "'" + didYouMean(topic, names),
-                         {});
+    return misunderstood(
+        withQuestion(say("there is no command '%1'", escaped(topic)), topic, names), {});
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CommandTable.h"
 
+#include <MorvaneOperation/platform/foundation/Phrase.h>
+
 #include <algorithm>
 
 namespace morvane {
@@ -21,71 +23,80 @@ const std::vector<CommandRow>& commandTable() {
     using Times = OptionRow::Times;
     static const std::vector<CommandRow> table{
         {"acl",
-         "Print or edit the access-control list of an item",
+         translatable("Print or edit the access-control list of an item"),
          {{.name = "PATH",
-           .says = "A file or a folder; a symbolic link is followed",
+           .says = translatable("A file or a folder; a symbolic link is followed"),
            .kind = WordKind::item,
            .times = Times::once},
-          {.name = "--tree", .says = "Show each entry's boxes below it"},
-          {.name = "--json", .says = "Print JSON instead of a table", .excludes = {"--tree"}},
+          {.name = "--tree", .says = translatable("Show each entry's boxes below it")},
+          {.name = "--json",
+           .says = translatable("Print JSON instead of a table"),
+           .excludes = {"--tree"}},
           {.name = "--propagate",
-           .says = "Give everything below the folder what it inherits of the folder's list",
+           .says = translatable(
+               "Give everything below the folder what it inherits of the folder's list"),
            .excludes = {"--tree", "--json"}},
           {.name = "--edit",
-           .says = "Change the list by these commands, which 'morvane help edit' tells; without "
-                   "any, on the "
-                   "terminal. What another program changes meanwhile is kept",
+           .says = translatable(
+               "Change the list by these commands, which 'morvane help edit' tells; without "
+               "any, on the "
+               "terminal. What another program changes meanwhile is kept"),
            .kind = WordKind::text,
            .word = "[SCRIPT]",
            .excludes = {"--propagate"}},
           {.name = "--dry-run",
-           .says = "Show the list before and after, change nothing",
+           .says = translatable("Show the list before and after, change nothing"),
            .needs = "--edit"},
           {.name = "--lossy",
-           .says = "Leave out what the file system cannot hold; never grants more",
+           .says = translatable("Leave out what the file system cannot hold; never grants more"),
            .needs = "--edit"}}},
         {"access",
-         "Tell what a user or group can really do to an item",
+         translatable("Tell what a user or group can really do to an item"),
          {{.name = "PATH",
-           .says = "A file or a folder",
+           .says = translatable("A file or a folder"),
            .kind = WordKind::item,
            .times = Times::once},
           {.name = "--user",
-           .says = "The user's name or number",
+           .says = translatable("The user's name or number"),
            .kind = WordKind::user,
            .word = "NAME"},
           {.name = "--group",
-           .says = "The group's name or number",
+           .says = translatable("The group's name or number"),
            .kind = WordKind::group,
            .word = "NAME",
            .excludes = {"--user"}},
-          {.name = "--json", .says = "Print JSON instead of boxes"}}},
+          {.name = "--json", .says = translatable("Print JSON instead of boxes")}}},
         {"size",
-         "Add up the sizes of items with all that is below them",
+         translatable("Add up the sizes of items with all that is below them"),
          {{.name = "PATH",
-           .says = "Files and folders; symbolic links are not followed",
+           .says = translatable("Files and folders; symbolic links are not followed"),
            .kind = WordKind::item,
            .times = Times::any},
-          {.name = "--json", .says = "Print JSON instead of a table"},
-          {.name = "--base2", .says = "Keep as the default: 1 KB is 1024 bytes"},
+          {.name = "--json", .says = translatable("Print JSON instead of a table")},
+          {.name = "--base2", .says = translatable("Keep as the default: 1 KB is 1024 bytes")},
           {.name = "--base10",
-           .says = "Keep as the default: 1 KB is 1000 bytes",
+           .says = translatable("Keep as the default: 1 KB is 1000 bytes"),
            .excludes = {"--base2"}}}},
         {"ls",
-         "List a folder in its own order",
-         {{.name = "DIR", .says = "A folder", .kind = WordKind::folder, .times = Times::once},
-          {.name = "--json", .says = "Print JSON instead of names"}}},
+         translatable("List a folder in its own order"),
+         {{.name = "DIR",
+           .says = translatable("A folder"),
+           .kind = WordKind::folder,
+           .times = Times::once},
+          {.name = "--json", .says = translatable("Print JSON instead of names")}}},
         {"rename",
-         "Give items new names in their folders, also those that others give up",
+         translatable("Give items new names in their folders, also those that others give up"),
          {{.name = "PATH",
-           .says = "Each item, and its new name behind it",
+           .says = translatable("Each item, and its new name behind it"),
            .kind = WordKind::item,
            .word = "NAME",
            .times = Times::any},
-          {.name = "--json", .says = "Print as JSON where each item is now"}}},
+          {.name = "--json", .says = translatable("Print as JSON where each item is now")}}},
         {"help",
-         "Tell how a command is used, or the commands of an edit",
-         {{.name = "COMMAND", .says = "One of these, or \"edit\"", .kind = WordKind::command}}},
+         translatable("Tell how a command is used, or the commands of an edit"),
+         {{.name = "COMMAND",
+           .says = translatable("One of these, or \"edit\""),
+           .kind = WordKind::command}}},
     };
     return table;
 }
@@ -93,7 +104,8 @@ const std::vector<CommandRow>& commandTable() {
 const std::vector<OptionRow>& commonOptions() {
     static const std::vector<OptionRow> options{
         {.name = "--privileged",
-         .says = "Let the privileged helper do the work; the system asks you for the right to it"},
+         .says = translatable(
+             "Let the privileged helper do the work; the system asks you for the right to it")},
     };
     return options;
 }
@@ -101,26 +113,30 @@ const std::vector<OptionRow>& commonOptions() {
 const std::vector<EditCommandRow>& editCommands() {
     static const std::vector<EditCommandRow> commands{
         {"entry", "NUMBER",
-         "The commands that follow are for this entry; the first line of the table is 1. Entries "
-         "that "
-         "are added count on from the last."},
+         translatable("The commands that follow are for this entry; the first line of the table is "
+                      "1. Entries "
+                      "that "
+                      "are added count on from the last.")},
         {"add", "WHO",
-         "Adds an entry that allows reading and writing, and chooses it. WHO is user:NAME, "
-         "group:NAME "
-         "(a number may stand for the name), everyone, creator or creator-group."},
-        {"remove", "", "Removes the entry."},
+         translatable(
+             "Adds an entry that allows reading and writing, and chooses it. WHO is user:NAME, "
+             "group:NAME "
+             "(a number may stand for the name), everyone, creator or creator-group.")},
+        {"remove", "", translatable("Removes the entry.")},
         {"on", "BOX",
-         "Switches a box on, or a group with all its boxes. Read/NAME finds a box in its group."},
-        {"off", "BOX", "Switches it off."},
-        {"toggle", "BOX", "Changes it as a click does."},
+         translatable("Switches a box on, or a group with all its boxes. Read/NAME finds a box in "
+                      "its group.")},
+        {"off", "BOX", translatable("Switches it off.")},
+        {"toggle", "BOX", translatable("Changes it as a click does.")},
         {"permissions", "CHOICE",
-         "All boxes as a choice of the menu sets them: all, read-write, read, write or, for the "
-         "owner, the owning group and everyone, none."},
-        {"allow", "", "The entry allows what is on."},
-        {"deny", "", "The entry denies what is on."},
-        {"who", "WHO", "Whom the entry is for."},
+         translatable("All boxes as a choice of the menu sets them: all, read-write, read, write "
+                      "or, for the "
+                      "owner, the owning group and everyone, none.")},
+        {"allow", "", translatable("The entry allows what is on.")},
+        {"deny", "", translatable("The entry denies what is on.")},
+        {"who", "WHO", translatable("Whom the entry is for.")},
         {"inherited", "yes|no",
-         "Whether the entry counts as inherited. One that does cannot be changed."},
+         translatable("Whether the entry counts as inherited. One that does cannot be changed.")},
     };
     return commands;
 }

@@ -19,7 +19,9 @@ namespace {
 /// So often a script is done to a list that other programs change meanwhile.
 constexpr int maxAttempts = 8;
 
-constexpr const char* cannotChange = "cannot change the access-control list of";
+std::string cannotChange(const EditOptions& options) {
+    return say("cannot change the access-control list of '%1'", escaped(options.path));
+}
 
 bool isChangedMeanwhile(const NSError& error) {
     return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
@@ -37,23 +39,23 @@ NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& asked, const 
         numbers.push_back(found == seen.end() ? 0
                                               : static_cast<std::size_t>(found - seen.begin()) + 1);
     }
-    auto userInfo = error->userInfo();
-    userInfo[NSLocalizedDescriptionKey] = "The file system cannot hold the whole list. " +
-                                          textOfLosses(textsOfLosses(losses, numbers));
-    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
+    return NSError::errorWithDescription(error->domain(), error->code(),
+                                         phrase("The file system cannot hold the whole list. %1",
+                                                textOfLosses(textsOfLosses(losses, numbers))),
+                                         {}, error->userInfo());
 }
 
 Outcome refusal(const NSError& error, const EditOptions& options) {
-    auto message = failureMessage(cannotChange, options.path, error, Effect::changes);
+    auto text = failureMessage(cannotChange(options), error, Effect::changes);
     if (!options.lossy && !lossesOfError(error).empty())
-        message += "  --lossy accepts the nearest list.\n";
-    return {exitCodeOf(error), {}, std::move(message)};
+        text += "  " + say("--lossy accepts the nearest list.") + '\n';
+    return {exitCodeOf(error), {}, std::move(text)};
 }
 
 std::string enumerated(const std::vector<std::string>& parts) {
     std::string text;
     for (const auto& part : parts)
-        text += (text.empty() ? "" : ", ") + part;
+        text += (text.empty() ? "" : say(", ")) + part;
     return text;
 }
 
@@ -78,7 +80,7 @@ class AclEditing {
               if (folder)
                   return *folder;
               kindError_ = folder.error();
-              problem = "whether the item is a folder cannot be told";
+              problem = say("whether the item is a folder cannot be told");
               return false;
           }) {}
 
@@ -87,19 +89,20 @@ class AclEditing {
         if (kindError_)
             return {exitCodeOf(*kindError_),
                     {},
-                    failureMessage("cannot tell whether there is a folder at", options_.path,
+                    failureMessage(say("cannot tell whether there is a folder at '%1'",
+                                       escaped(options_.path)),
                                    *kindError_) +
-                        "  Nothing was changed.\n"};
+                        "  " + say("Nothing was changed.") + '\n'};
         if (problem)
             return {ExitUsage,
                     {},
-                    "morvane: the edit script, " + *problem + ".\n  Nothing was changed.\n"};
+                    message({say("the edit script, %1.", *problem), say("Nothing was changed.")})};
         for (int attempt = 0; attempt != maxAttempts; ++attempt) {
             if (auto outcome = save(options_.lossy)) {
                 if (attempt != 0 && outcome->exitCode == ExitSuccess)
                     outcome->message =
-                        "morvane: another program has changed the list meanwhile; the edit was "
-                        "made on what it is now.\n" +
+                        message({say("another program has changed the list meanwhile; the edit "
+                                     "was made on what it is now.")}) +
                         outcome->message;
                 return *outcome;
             }
@@ -108,11 +111,11 @@ class AclEditing {
                 return *failure;
             if (!notMade.empty())
                 return refusedAsChanged(
-                    "another program has changed the list meanwhile, and in it what the script "
-                    "changes: " +
-                    enumerated(notMade));
+                    say("another program has changed the list meanwhile, and "
+                        "in it what the script changes: %1",
+                        enumerated(notMade)));
         }
-        return refusedAsChanged("other programs change it again and again");
+        return refusedAsChanged(say("other programs change it again and again"));
     }
 
     Outcome byHand(const AclInteraction& interaction) {
@@ -124,18 +127,19 @@ class AclEditing {
             else if (const auto failure = replay(notMade))
                 outcome = *failure;
             else
-                return "Another program has changed the list. Your changes are made on what it is "
-                       "now" +
-                       (notMade.empty() ? std::string()
-                                        : ", but not that of " + enumerated(notMade) +
-                                              ", which is no longer what it was") +
-                       ": look at it, and save again.";
+                return notMade.empty()
+                           ? say("Another program has changed the list. Your changes are made on "
+                                 "what it is now: look at it, and save again.")
+                           : say("Another program has changed the list. Your changes are made on "
+                                 "what it is now, but not that of %1, which is no longer what it "
+                                 "was: look at it, and save again.",
+                                 enumerated(notMade));
             if (outcome.exitCode != ExitFailure)
                 return std::nullopt;
             return outcome.message;
         };
         const bool saved = interaction(editor_, escaped(options_.path), saveOrTell);
-        return saved ? outcome : Outcome{ExitSuccess, {}, "morvane: nothing was changed.\n"};
+        return saved ? outcome : Outcome{ExitSuccess, {}, message({say("nothing was changed.")})};
     }
 
   private:
@@ -147,15 +151,16 @@ class AclEditing {
     Outcome refusedAsChanged(const std::string& why) const {
         return {ExitFailure,
                 {},
-                std::string("morvane: ") + cannotChange + " '" + escaped(options_.path) +
-                    "': " + escaped(why) +
-                    ".\n  Nothing was changed. Look at the list, and edit it as it is now.\n"};
+                message({say("%1: %2.", cannotChange(options_), escaped(why)),
+                         say("Nothing was changed. Look at the list, and edit it as it is "
+                             "now.")})};
     }
 
     /// Empty if another program has changed the list since it was read.
     std::optional<Outcome> save(bool lossy) {
         if (const auto problem = editor_.unwritable())
-            return Outcome{ExitFailure, {}, "morvane: " + *problem + ".\n  Nothing was changed.\n"};
+            return Outcome{
+                ExitFailure, {}, message({say("%1.", *problem), say("Nothing was changed.")})};
 
         auto asked = edit_.inOrderOfEvaluation(editor_.entries());
         auto entries = asked;
@@ -173,11 +178,13 @@ class AclEditing {
         if (!lossy && !leftCreatorWithout_ && item_.leavesCreatorWithout(entries))
             return Outcome{ExitFailure,
                            {},
-                           std::string("morvane: ") + cannotChange + " '" + escaped(options_.path) +
-                               "': whoever makes an item in the folder would have no right to it, "
-                               "as all that is inherited is for others.\n  Nothing was changed. "
-                               "'add creator' adds an entry for them; let it apply to the same "
-                               "items. --lossy accepts the list as it is.\n"};
+                           message({say("%1: %2.", cannotChange(options_),
+                                        say("whoever makes an item in the folder would have no "
+                                            "right to it, as all that is inherited is for "
+                                            "others")),
+                                    say("Nothing was changed. 'add creator' adds an entry for "
+                                        "them; let it apply to the same items. --lossy accepts the "
+                                        "list as it is.")})};
         if (options_.dryRun)
             return wouldBe(std::move(entries));
         // The service tells a list that has changed by what the entries were read from; where none
@@ -198,15 +205,15 @@ class AclEditing {
                 return refusal(*countedAsSeen(error, asked, editor_.entries()), options_);
             outcome = {ExitStoredOtherwise,
                        {},
-                       "morvane: the list of '" + escaped(options_.path) + "' was written. " +
-                           escaped(error->localizedDescription()) + "\n  " +
-                           escaped(advice(*error, Effect::changes)) + '\n'};
+                       message({say("the list of '%1' was written. %2", escaped(options_.path),
+                                    escaped(error->localizedDescription())),
+                                escaped(advice(*error, Effect::changes))})};
         }
         // What the item has now, which is not always the order of what was written.
         auto written = source_(url_);
         if (!written) {
-            outcome.message += "morvane: the list was written; it cannot be read back: " +
-                               escaped(written.error()->localizedDescription()) + '\n';
+            outcome.message += message({say("the list was written; it cannot be read back: %1",
+                                            escaped(written.error()->localizedDescription()))});
             return outcome;
         }
         sortCanonically(*written);
@@ -220,10 +227,12 @@ class AclEditing {
         if (options_.json)
             return {
                 ExitSuccess, "{\n\"before\": " + before_ + ",\n\"after\": " + after + "}\n", {}};
-        std::string message = "morvane: --dry-run, nothing was changed.\n";
+        auto told = message({say("--dry-run, nothing was changed.")});
         if (item_.isAllowDeny())
-            message += "  On a network mount the server decides what it stores of it.\n";
-        return {ExitSuccess, "Before:\n" + before_ + "\nAfter:\n" + after, message};
+            told +=
+                "  " + say("On a network mount the server decides what it stores of it.") + '\n';
+        return {ExitSuccess, say("Before:") + '\n' + before_ + '\n' + say("After:") + '\n' + after,
+                told};
     }
 
     /// Reads the list again and makes the edit on what it is now, but for `notMade`. Answers why it
@@ -261,20 +270,21 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
                    const AccessSource& access, const AclInteraction& interaction,
                    const Style& style) {
     if (options.path.empty())
-        return {ExitUsage, {}, "morvane: the path is empty; name a file or a folder.\n"};
+        return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};
     if (!options.script && !interaction)
         return {ExitUsage,
                 {},
-                "morvane: --edit without a script wants a terminal.\n"
-                "  Write the changes behind --edit, as in: --edit 'add user:alice; permissions "
-                "read'\n"};
+                message({say("--edit without a script wants a terminal."),
+                         say("Write the changes behind --edit, as in: %1",
+                             "--edit 'add user:alice; permissions read'")})};
     const auto url = NSURL::fileURLWithPath(options.path);
     const auto entries = source(url);
     if (!entries)
         return {exitCodeOf(*entries.error()),
                 {},
-                failureMessage("cannot read the access-control list of", options.path,
-                               *entries.error())};
+                failureMessage(
+                    say("cannot read the access-control list of '%1'", escaped(options.path)),
+                    *entries.error())};
     AclEditing editing(options, url, *entries, source, sink, access, style);
     return options.script ? editing.byScript(*options.script) : editing.byHand(interaction);
 }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <sstream>
 #include <utility>
 
 namespace morvane {
@@ -11,24 +10,10 @@ namespace morvane {
 namespace {
 
 constexpr std::array help{
-    "Up/Down move   Right/Left open, close   Space box   g permissions   t allow/deny",
-    "w who   a add   d remove   i inherited   s save   l save lossily   q leave"};
-
-/// `text` in lines of at most `columns`, parted at blanks.
-std::vector<std::string> wrapped(const std::string& text, std::size_t columns) {
-    std::vector<std::string> result{""};
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        auto& line = result.back();
-        std::string longer = line;
-        longer.append(line.empty() ? "" : " ").append(word);
-        if (columnsOf(longer) <= columns || line.empty())
-            line = cut(longer, columns);
-        else
-            result.push_back(cut(word, columns));
-    }
-    return result;
-}
+    // TRANSLATORS: Keys of the editor on the terminal; it has 80 columns.
+    translatable(
+        "Up/Down move   Right/Left open, close   Space box   g permissions   t allow/deny"),
+    translatable("w who   a add   d remove   i inherited   s save   l save lossily   q leave")};
 
 void appendUtf8(std::string& text, char32_t c) {
     const auto byte = [&](char32_t value) { text += static_cast<char>(value); };
@@ -95,14 +80,14 @@ std::vector<std::string> EditScreen::footer(std::size_t rows, std::size_t column
             break;
         case Asking::whoToAdd:
         case Asking::who:
-            result = {cut("user:NAME, group:NAME or everyone: " + escaped(typed_), columns)};
+            result = {cut(say("user:NAME, group:NAME or everyone: %1", escaped(typed_)), columns)};
             break;
         case Asking::whetherToLeave:
-            result = {cut("Leave without saving? (y/n)", columns)};
+            result = {cut(say("Leave without saving? (y/n)"), columns)};
             break;
     }
     for (const auto* line : help)
-        result.push_back(style_.faint(cut(line, columns)));
+        result.push_back(style_.faint(cut(say(line), columns)));
     return result;
 }
 
@@ -114,13 +99,13 @@ std::string EditScreen::draw(std::size_t rows, std::size_t columns) const {
     const std::size_t room = rows > linesAround ? rows - linesAround : 1;
     const std::size_t first = chosen_ < room ? 0 : chosen_ - room + 1;
     std::vector<std::string> shown{
-        style_.heading(cut(title_ + (changed_ ? " (changed)" : ""), columns)), ""};
+        style_.heading(cut(changed_ ? say("%1 (changed)", title_) : title_, columns)), ""};
     for (std::size_t i = first; i < std::min(all.size(), first + room); ++i) {
         const auto line = cut((i == chosen_ ? "> " : "  ") + textOf(all[i]), columns);
         shown.push_back(i == chosen_ ? style_.heading(line) : line);
     }
     if (all.empty())
-        shown.push_back(cut("  The list has no entries.", columns));
+        shown.push_back(cut("  " + say("The list has no entries."), columns));
     shown.emplace_back();
     shown.insert(shown.end(), below.begin(), below.end());
     shown.resize(std::min(shown.size(), rows));

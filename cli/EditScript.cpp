@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <sstream>
+#include <utility>
 
 #include "CommandTable.h"
 
@@ -35,7 +35,7 @@ Words nextCommand(std::string_view& script, Problem& problem) {
         } else if (c == '"' || c == '\'') {
             const auto end = script.find(c);
             if (end == script.npos) {
-                problem = std::string("a quotation mark is not closed: ") + c + escaped(script);
+                problem = say("a quotation mark is not closed: %1", c + escaped(script));
                 return {};
             }
             if (!inWord)
@@ -50,15 +50,13 @@ Words nextCommand(std::string_view& script, Problem& problem) {
     return words;
 }
 
-std::string namesOfCommands() {
-    std::string names;
-    const auto& commands = editCommands();
-    for (std::size_t i = 0; i < commands.size(); ++i)
-        names += (i == 0                     ? ""
-                  : i + 1 == commands.size() ? " and "
-                                             : ", ") +
-                 std::string(commands[i].name);
-    return names;
+Phrase namesOfCommands() {
+    std::vector<Phrase> names;
+    for (const auto& command : editCommands())
+        names.emplace_back(command.name);
+    const auto last = std::exchange(names, {names.begin(), names.end() - 1}).back();
+    // TRANSLATORS: The end of a list: "on, off and toggle".
+    return phrase("%1 and %2", Phrase::list(translatable(", "), names), last);
 }
 
 class Script {
@@ -76,10 +74,10 @@ class Script {
         const auto row = std::find_if(known.begin(), known.end(),
                                       [&](const auto& command) { return command.name == verb; });
         if (row == known.end())
-            return "'" + escaped(verb) + "' is no command; there are " + namesOfCommands();
+            return say("'%1' is no command; there are %2", escaped(verb), namesOfCommands());
         if (row->word.empty()) {
             if (arguments != 0)
-                return "'" + verb + "' stands alone";
+                return say("'%1' stands alone", verb);
             return onChosen([&](std::size_t entry) {
                 return verb == "remove"
                            ? editor_.remove(entry)
@@ -87,7 +85,7 @@ class Script {
             });
         }
         if (arguments != 1)
-            return "'" + verb + "' wants one word behind it; quote what holds blanks";
+            return say("'%1' wants one word behind it; quote what holds blanks", verb);
         if (verb == "entry")
             return choose(argument);
         if (verb == "add") {
@@ -104,7 +102,7 @@ class Script {
                 return editor_.setWho(entry, argument);
             if (verb == "inherited") {
                 if (argument != "yes" && argument != "no")
-                    return "'inherited' is followed by yes or no";
+                    return say("'inherited' is followed by yes or no");
                 return editor_.setInherited(entry, argument == "yes");
             }
             return editor_.setBox(entry, argument,
@@ -120,11 +118,11 @@ class Script {
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
         if (error != std::errc() || end != text.data() + text.size() || number == 0 ||
             number > numbered_.size()) {
-            return "'" + escaped(text) + "' is no entry; they are numbered from 1 to " +
-                   std::to_string(numbered_.size());
+            return say("'%1' is no entry; they are numbered from 1 to %2", escaped(text),
+                       numbered_.size());
         }
         if (numbered_[number - 1].expired())
-            return "entry " + text + " was removed";
+            return say("entry %1 was removed", text);
         chosen_ = numbered_[number - 1];
         return std::nullopt;
     }
@@ -133,7 +131,7 @@ class Script {
     Problem onChosen(Work&& work) {
         const auto chosen = chosen_.lock();
         if (!chosen)
-            return "no entry is chosen; 'entry NUMBER' chooses one, 'add WHO' makes one";
+            return say("no entry is chosen; 'entry NUMBER' chooses one, 'add WHO' makes one");
         const auto& entries = editor_.entries();
         const auto found = std::find(entries.begin(), entries.end(), chosen);
         return work(static_cast<std::size_t>(found - entries.begin()));
@@ -149,25 +147,23 @@ class Script {
 
 std::string editScriptHelp() {
     constexpr std::size_t helpIndent = 22;
-    constexpr std::size_t helpWidth = 80;
-    std::string told =
-        "morvane acl PATH --edit 'COMMAND; COMMAND ...'\n\n"
-        "Commands stand apart by semicolons or line breaks. Words that hold blanks stand in\n"
-        "quotes; a # begins a comment.\n\n";
-    for (const auto& command : editCommands()) {
-        std::string line =
-            padded("  " + std::string(command.name) + " " + std::string(command.word), helpIndent);
-        std::istringstream words{std::string(command.says)};
-        for (std::string word; words >> word;) {
-            if (columnsOf(line) + word.size() >= helpWidth) {
-                told += line + '\n';
-                line.assign(helpIndent, ' ');
-            }
-            line += (line.back() == ' ' ? "" : " ") + word;
-        }
+    constexpr std::size_t helpWidth = 79;
+    std::string told = "morvane acl PATH --edit 'COMMAND; COMMAND ...'\n\n";
+    for (const auto& line : wrapped(say("Commands stand apart by semicolons or line breaks. Words "
+                                        "that hold blanks stand in quotes; a # begins a comment."),
+                                    helpWidth))
         told += line + '\n';
+    told += '\n';
+    for (const auto& command : editCommands()) {
+        auto before = "  " + std::string(command.name) + " " + std::string(command.word);
+        for (const auto& line : wrapped(say(command.says), helpWidth - helpIndent)) {
+            told += padded(before, helpIndent) + line + '\n';
+            before.clear();
+        }
     }
-    return told + "\nExample: morvane acl notes.txt --edit 'add user:alice; permissions read'\n";
+    return told + '\n' +
+           say("Example: %1", "morvane acl notes.txt --edit 'add user:alice; permissions read'") +
+           '\n';
 }
 
 Problem runEditScript(std::string_view script, AclEditor& editor) {
@@ -180,7 +176,7 @@ Problem runEditScript(std::string_view script, AclEditor& editor) {
         if (!problem)
             problem = commands.run(words);
         if (problem)
-            return "command " + std::to_string(number) + ": " + *problem;
+            return say("command %1: %2", number, *problem);
         ++number;
     }
     return std::nullopt;

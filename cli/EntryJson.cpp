@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/IdentityText.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "EntryText.h"
@@ -17,11 +18,24 @@ Json jsonOfNode(const NSTreeNode& node) {
     Json children = Json::array();
     for (const auto& child : node.childNodes())
         children.push_back(jsonOfNode(*child));
-    return {{"name", permission ? Json(permission->name()) : Json(nullptr)},
+    return {{"name", permission ? Json(keyOfName(permission->name())) : Json(nullptr)},
             {"permission", permission ? permission->permission() : 0},
             {"state", MVTreeNode::stateOf(node)},
             {"settable", permission && permission->settable()},
             {"children", std::move(children)}};
+}
+
+/// Names with commas between them.
+std::string keysOfNames(std::string_view names) {
+    std::string keys;
+    while (!names.empty()) {
+        constexpr std::string_view comma = ", ";
+        const auto end = std::min(names.find(comma), names.size());
+        keys += (keys.empty() ? std::string_view() : comma);
+        keys += keyOfName(names.substr(0, end));
+        names.remove_prefix(std::min(end + comma.size(), names.size()));
+    }
+    return keys;
 }
 
 Json jsonOfEntry(const MVAclEntry& entry) {
@@ -35,7 +49,7 @@ Json jsonOfEntry(const MVAclEntry& entry) {
             {"inherited", entry.inherited()},
             {"isAcl", entry.isAcl()},
             {"permissionGroup", entry.permissionGroup()},
-            {"applicableTo", entry.applicableTo()},
+            {"applicableTo", keysOfNames(entry.applicableTo())},
             {"canonicalScore", entry.canonicalScore()},
             {"permissions", std::move(permissions)}};
 }

@@ -2,6 +2,8 @@
 #include "EntryText.h"
 
 #include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/platform/host/KDLocalizedString.h>
 
 #include <algorithm>
 #include <array>
@@ -20,7 +22,7 @@ constexpr std::size_t ruleGroups = 3;
 std::string joined(const std::vector<std::string>& parts) {
     std::string text;
     for (const auto& part : parts)
-        text += (text.empty() ? "" : ", ") + part;
+        text += (text.empty() ? "" : say(", ")) + part;
     return text;
 }
 
@@ -32,32 +34,39 @@ std::string customGroup(const MVAclEntry& entry) {
         const auto* group = MVTreeNode::permissionOf(node);
         if (!group || group->state() == MVStateOff)
             continue;
-        parts.push_back((group->state() == MVStateMixed ? "part of " : "") + group->name());
+        const auto name = nameOf(node);
+        // TRANSLATORS: Some of the boxes of a group are on: "part of Read".
+        parts.push_back(group->state() == MVStateMixed ? say("part of %1", name) : name);
     }
-    return parts.empty() ? "Custom" : "Custom (" + joined(parts) + ")";
+    return parts.empty() ? say("Custom") : say("Custom (%1)", joined(parts));
 }
 
 std::string groupText(const MVAclEntry& entry) {
+    // What the menu of permissions has.
+    const auto choice = [](const char* key) {
+        return Phrase::inTable("Permissions", key).localized();
+    };
     switch (entry.permissionGroup()) {
         case MVAclGroupAll:
-            return "All";
+            return choice(translatable("Permissions", "All"));
         case MVAclGroupReadWrite:
-            return "Read and Write";
+            return choice(translatable("Permissions", "Read and Write"));
         case MVAclGroupRead:
-            return "Read";
+            return choice(translatable("Permissions", "Read"));
         case MVAclGroupWrite:
-            return "Write";
+            return choice(translatable("Permissions", "Write"));
         case MVAclGroupNone:
-            return "None";
+            return choice(translatable("Permissions", "None"));
         default:
             return customGroup(entry);
     }
 }
 
 std::string ruleText(const MVAclEntry& entry) {
+    // TRANSLATORS: An entry's rule: it allows what is on.
     if (entry.tag() == MVAclTagAllow)
-        return "Allow";
-    return entry.tag() == MVAclTagDeny ? "Deny" : "Tag " + std::to_string(entry.tag());
+        return say("Allow");
+    return entry.tag() == MVAclTagDeny ? say("Deny") : say("Tag %1", entry.tag());
 }
 
 std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
@@ -66,15 +75,15 @@ std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
 
 std::string whoText(const MVAclEntry& entry) {
     const auto who = posixIdentity(entry);
-    auto text = entry.identity() ? identityText(*entry.identity()) : identityName(entry);
-    if (!entry.isAcl() && who && !std::holds_alternative<CBEveryone>(*who))
-        text += identityIsGroup(entry) ? " (owning group)" : " (owner)";
-    return text;
+    const auto text = identityText(entry);
+    if (entry.isAcl() || !who || std::holds_alternative<CBEveryone>(*who))
+        return text.localized();
+    return identityIsGroup(entry) ? say("%1 (owning group)", text) : say("%1 (owner)", text);
 }
 
 Row rowOf(const MVAclEntry& entry) {
     return {escaped(whoText(entry)), ruleText(entry), escaped(groupText(entry)),
-            escaped(entry.applicableTo()), entry.inherited() ? "yes" : "no"};
+            escaped(entry.applicableTo()), entry.inherited() ? say("yes") : say("no")};
 }
 
 const char* boxText(std::int64_t state) {
@@ -93,9 +102,38 @@ void appendTree(std::string& text, const NSTreeNode& node, std::size_t depth, co
 
 }  // namespace
 
+std::string nameOf(const NSTreeNode& node) {
+    const auto* permission = MVTreeNode::permissionOf(node);
+    // The names of a converted entry are keys still.
+    return permission ? KDLocalizedString::localize(permission->name(), "ACL") : std::string();
+}
+
+std::string keyOfName(std::string_view name) {
+    const auto isOf = [&](std::string_view key) {
+        return key == name || KDLocalizedString::localize(key, "ACL") == name;
+    };
+    for (const char* key : {"Applies To", "Execute", "Not this item"}) {
+        if (isOf(key))
+            return key;
+    }
+    const auto find = [&](const acl_perm_entry* row) {
+        while (row->name && !isOf(row->name))
+            ++row;
+        return row->name;
+    };
+    for (const acl_perm_group* group = acl_perms; group->name; ++group) {
+        if (isOf(group->name))
+            return group->name;
+        if (const char* const key = find(group->perms))
+            return key;
+    }
+    const char* const key = find(acl_flags);
+    return key ? key : std::string(name);
+}
+
 std::string boxAsText(const NSTreeNode& node) {
     const auto* permission = MVTreeNode::permissionOf(node);
-    return boxText(MVTreeNode::stateOf(node)) + escaped(permission ? permission->name() : "?");
+    return boxText(MVTreeNode::stateOf(node)) + escaped(permission ? nameOf(node) : "?");
 }
 
 std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style) {
@@ -110,7 +148,7 @@ std::string entryAsLine(const MVAclEntry& entry) {
     std::string text = row[0];
     for (std::size_t i = 1; i + 1 < columnCount; ++i)
         text += row[i].empty() ? "" : "  " + row[i];
-    return entry.inherited() ? text + "  inherited" : text;
+    return entry.inherited() ? text + "  " + say("inherited") : text;
 }
 
 void sortCanonically(EntryList& entries) {
@@ -127,7 +165,8 @@ bool identityIsGroup(const MVAclEntry& entry) {
 }
 
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style) {
-    const Row headings = {"Who", "Rule", "Permissions", "Applies to", "Inherited"};
+    const Row headings = {say("Who"), say("Rule"), say("Permissions"), say("Applies to"),
+                          say("Inherited")};
     std::vector<Row> rows;
     for (const auto& entry : entries)
         rows.push_back(rowOf(*entry));

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Text.h"
@@ -26,6 +27,10 @@ std::string entriesAsTable(const EntryList& entries, bool tree, const Style& sty
 
 /// The cells of one entry in one line, without a table: "user alice  Allow  Read  This item".
 std::string entryAsLine(const MVAclEntry& entry);
+/// The name of a box or a group in the language of the user.
+std::string nameOf(const NSTreeNode& node);
+/// The key, in English, of such a name; what is no such name as it is.
+std::string keyOfName(std::string_view name);
 /// A box before its name: "[x] Read Data"; "[-]" is mixed.
 std::string boxAsText(const NSTreeNode& node);
 
@@ -33,7 +38,7 @@ std::string boxAsText(const NSTreeNode& node);
 std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style);
 std::string nodesAsJson(const std::vector<std::shared_ptr<MVTreeNode>>& nodes);
 
-/// An array of objects, indented. What is not UTF-8 is replaced.
+/// An array of objects, indented, the same in every language. What is not UTF-8 is replaced.
 std::string entriesAsJson(const EntryList& entries);
 
 }  // namespace morvane

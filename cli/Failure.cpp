@@ -26,17 +26,28 @@ const NSError* underlyingError(const NSError& error) {
     return underlying ? underlying->get() : nullptr;
 }
 
+/// The library's texts about rights and about the installation of the helper are in English.
+std::string descriptionOf(const NSError& error) {
+    if (error.domain() == NSOSStatusErrorDomain || error.domain() == MVErrorDomainLaunchd)
+        return sayLike(error.localizedDescription(),
+                       {translatable("Authorization rights error: %1"),
+                        translatable("Privileged job install error: %1")});
+    return error.localizedDescription();
+}
+
 std::string adviceAboutRight(std::int64_t code) {
     switch (code) {
         case errAuthorizationDenied:
-            return "An administrator's password is needed, or a rule of polkit's that allows it.";
+            return say(
+                "An administrator's password is needed, or a rule of polkit's that allows it.");
         case errAuthorizationInteractionNotAllowed:
-            return "Run the command in a desktop session or on a terminal. After 'su -c' it must "
-                   "be "
-                   "in the foreground, with its input and output on the terminal; else use "
-                   "'su --pty -c'.";
+            return say(
+                "Run the command in a desktop session or on a terminal. After 'su -c' it must "
+                "be "
+                "in the foreground, with its input and output on the terminal; else use "
+                "'su --pty -c'.");
         case errAuthorizationInternal:
-            return "Check that polkit runs: 'systemctl status polkit'.";
+            return say("Check that polkit runs: 'systemctl status polkit'.");
         default:
             return {};
     }
@@ -45,18 +56,20 @@ std::string adviceAboutRight(std::int64_t code) {
 std::string adviceAboutInstallation(std::int64_t code) {
     switch (code) {
         case kSMErrorJobMustBeEnabled:
-            return "The administrator does not want the helper to run. "
-                   "'systemctl unmask io.github.morvaneoperation.PrivilegedHelper.service "
-                   "io.github.morvaneoperation.PrivilegedHelper.socket' allows it.";
+            return say(
+                "The administrator does not want the helper to run. "
+                "'systemctl unmask io.github.morvaneoperation.PrivilegedHelper.service "
+                "io.github.morvaneoperation.PrivilegedHelper.socket' allows it.");
         case kSMErrorAuthorizationFailure:
         case kSMErrorLaunchDeniedByUser:
-            return "Try again and allow it, or have an administrator run '" MORVANE_INSTALLER
-                   "' as root.";
+            return say("Try again and allow it, or have an administrator run '%1' as root.",
+                       MORVANE_INSTALLER);
         case kSMErrorJobNotFound:
-            return "Nobody listens for the helper; 'systemctl status "
-                   "io.github.morvaneoperation.PrivilegedHelper.socket' tells why.";
+            return say(
+                "Nobody listens for the helper; 'systemctl status "
+                "io.github.morvaneoperation.PrivilegedHelper.socket' tells why.");
         default:
-            return "Run '" MORVANE_INSTALLER "' as root; it names what is wrong.";
+            return say("Run '%1' as root; it names what is wrong.", MORVANE_INSTALLER);
     }
 }
 
@@ -68,15 +81,16 @@ std::string advice(const NSError& error, Effect effect) {
     if (error.domain() == NSCocoaErrorDomain) {
         switch (error.code()) {
             case NSXPCConnectionInvalid:
-                return "Check that MorvaneOperation is installed completely, or let "
-                       "MORVANE_LIBEXEC_DIR name the folder of its service programs.";
+                return say(
+                    "Check that MorvaneOperation is installed completely, or let "
+                    "MORVANE_LIBEXEC_DIR name the folder of its service programs.");
             case NSXPCConnectionInterrupted:
             case NSXPCConnectionReplyInvalid:
                 // The service may have gone before its work, within it, or after it.
                 return effect == Effect::reads
-                           ? "Nothing was changed; try again."
-                           : "It may have been changed, or a part of it; look before you try "
-                             "again.";
+                           ? say("Nothing was changed; try again.")
+                           : say("It may have been changed, or a part of it; look before you try "
+                                 "again.");
             default:
                 return {};
         }
@@ -89,13 +103,14 @@ std::string advice(const NSError& error, Effect effect) {
         switch (error.code()) {
             case EPERM:
                 if (effect == Effect::changes)
-                    return "Only its owner or root may change it; it may be immutable.";
+                    return say("Only its owner or root may change it; it may be immutable.");
                 [[fallthrough]];
             case EACCES:
-                return "You need the right to enter every folder above the item, or the item "
-                       "itself; ask their owner, or run the command as a user who may.";
+                return say(
+                    "You need the right to enter every folder above the item, or the item "
+                    "itself; ask their owner, or run the command as a user who may.");
             case ENOENT:
-                return "Check the spelling of the path; a symbolic link may point to nothing.";
+                return say("Check the spelling of the path; a symbolic link may point to nothing.");
             default:
                 return {};
         }
@@ -109,11 +124,9 @@ ExitCode exitCodeOf(const NSError& error) {
     return isServiceFailure(error) ? ExitService : ExitFailure;
 }
 
-std::string failureMessage(const std::string& what, const std::string& path, const NSError& error,
-                           Effect effect) {
-    std::string text =
-        "morvane: " + what + " '" + escaped(path) + "': " + escaped(error.localizedDescription());
-    text += '\n';
+std::string failureMessage(const std::string& what, const NSError& error, Effect effect) {
+    // TRANSLATORS: What failed, and why.
+    auto text = message({say("%1: %2", what, escaped(descriptionOf(error)))});
     if (const auto* cause = underlyingError(error))
         text += "  " + escaped(cause->localizedDescription()) + '\n';
     if (const std::string help = advice(error, effect); !help.empty())

@@ -20,8 +20,8 @@ enum class Effect { reads, changes };
 /// nothing to say.
 std::string advice(const NSError& error, Effect effect);
 
-/// The lines for standard error: what failed, with which item, why, and what helps.
-std::string failureMessage(const std::string& what, const std::string& path, const NSError& error,
+/// The lines for standard error: what failed ("cannot list 'PATH'"), why, and what helps.
+std::string failureMessage(const std::string& what, const NSError& error,
                            Effect effect = Effect::reads);
 
 }  // namespace morvane

@@ -19,14 +19,12 @@ NSErrorRef connectPrivileged(MVFileConnector& connector, const char* right) {
                                         [&](NSErrorRef error) { connected.set_value(error); });
     auto error = connected.get_future().get();
     if (!error && !connector.authConnection())
-        error = NSError::errorWithDomain(
+        error = NSError::errorWithDescription(
             NSPOSIXErrorDomain, EACCES,
-            {{NSLocalizedDescriptionKey,
-              std::string("The rights of this program are not defined on this system, and only "
-                          "root may define them.")},
-             {NSLocalizedRecoverySuggestionErrorKey,
-              std::string("Run '" MORVANE_INSTALLER "' as root; it lets polkit know them from "
-                          "'" MORVANE_POLICY "'.")}});
+            phrase("The rights of this program are not defined on this system, and only root may "
+                   "define them."),
+            phrase("Run '%1' as root; it lets polkit know them from '%2'.", MORVANE_INSTALLER,
+                   MORVANE_POLICY));
     return error;
 }
 

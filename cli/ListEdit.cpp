@@ -30,9 +30,7 @@ ListEdit::ListEdit(const EntryList& entries) {
         const auto& entry = *read.entry;
         const auto place =
             std::find(numbered.begin(), numbered.end(), read.entry) - numbered.begin();
-        read.title = "entry " + std::to_string(place + 1) + " (" +
-                     (entry.identity() ? identityText(*entry.identity()) : identityName(entry)) +
-                     ")";
+        read.title = say("entry %1 (%2)", place + 1, identityText(entry));
     }
 }
 

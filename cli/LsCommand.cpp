@@ -10,12 +10,12 @@ namespace morvane {
 
 Outcome runLs(const LsOptions& options, const ContentsSource& source) {
     if (options.path.empty())
-        return {ExitUsage, {}, "morvane: the path is empty; name a folder.\n"};
+        return {ExitUsage, {}, message({say("the path is empty; name a folder.")})};
     const auto contents = source(NSURL::fileURLWithPath(options.path));
     if (!contents)
         return {exitCodeOf(*contents.error()),
                 {},
-                failureMessage("cannot list", options.path, *contents.error())};
+                failureMessage(say("cannot list '%1'", escaped(options.path)), *contents.error())};
     Outcome outcome;
     if (options.json) {
         auto array = nlohmann::ordered_json::array();

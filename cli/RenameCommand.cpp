@@ -22,8 +22,9 @@ std::string asJson(const std::vector<NSURL>& urls, const MVFileRenames& answer) 
 
 std::string reasonOf(std::int64_t code) {
     if (code == EOPNOTSUPP)
-        return "this file system cannot rename it without the risk of overwriting; where nobody "
-               "else changes the folder, mv can";
+        return say(
+            "this file system cannot rename it without the risk of overwriting; where "
+            "nobody else changes the folder, mv can");
     return NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
 }
 
@@ -37,8 +38,7 @@ std::string failedItems(const RenameOptions& options, const std::vector<std::int
         ++failed;
         items += "  '" + escaped(options.words[2 * i]) + "': " + escaped(reasonOf(codes[i])) + '\n';
     }
-    return "morvane: " + std::to_string(failed) + " of " + std::to_string(codes.size()) +
-           " items could not be renamed:\n" + items;
+    return message({say("%1 of %2 items could not be renamed:", failed, codes.size())}) + items;
 }
 
 }  // namespace
@@ -48,15 +48,15 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
     std::vector<std::string> names;
     for (std::size_t i = 0; i + 1 < options.words.size(); i += 2) {
         if (options.words[i].empty())
-            return {ExitUsage, {}, "morvane: a path is empty; name a file or a folder.\n"};
+            return {ExitUsage, {}, message({say("a path is empty; name a file or a folder.")})};
         urls.push_back(NSURL::fileURLWithPath(options.words[i]));
         names.push_back(options.words[i + 1]);
         if (!isUtf8(names.back()))
             return {ExitUsage,
                     {},
-                    "morvane: the new name '" + escaped(names.back()) + "' of '" +
-                        escaped(options.words[i]) +
-                        "' is not UTF-8; choose one that is.\n  Nothing was renamed.\n"};
+                    message({say("the new name '%1' of '%2' is not UTF-8; choose one that is.",
+                                 escaped(names.back()), escaped(options.words[i])),
+                             say("Nothing was renamed.")})};
     }
     const auto answer = sink(urls, names);
     // A service may answer with less than was asked.
@@ -74,7 +74,7 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
         return outcome;
     }
     outcome.message =
-        "morvane: cannot rename: " + escaped(answer.error->localizedDescription()) + '\n';
+        message({say("cannot rename: %1", escaped(answer.error->localizedDescription()))});
     if (const auto help = advice(*answer.error, Effect::changes); !help.empty())
         outcome.message += "  " + escaped(help) + '\n';
     return outcome;

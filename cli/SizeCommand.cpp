@@ -74,9 +74,10 @@ std::string progressLine(const SizeList& sizes, std::chrono::duration<double> el
     const auto rate = elapsed.count() > 0
                           ? static_cast<std::int64_t>(static_cast<double>(bytes) / elapsed.count())
                           : 0;
-    return std::to_string(done) + " of " + std::to_string(sizes.size()) + " done, " +
-           sizeText(bytes) + ", " + sizeText(rate) + "/s, " +
-           std::to_string(static_cast<std::int64_t>(elapsed.count())) + " s";
+    // TRANSLATORS: How many items are done, how large they are, how much that is in a second, and
+    // the seconds so far.
+    return say("%1 of %2 done, %3, %4/s, %5 s", done, sizes.size(), sizeText(bytes), sizeText(rate),
+               static_cast<std::int64_t>(elapsed.count()));
 }
 
 Outcome runSize(const SizeOptions& options, const SizeSource& source) {
@@ -86,15 +87,15 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
             return {
                 ExitFailure,
                 {},
-                "morvane: cannot keep the choice of units: " +
-                    escaped(error->localizedDescription()) +
-                    "\n  It is kept in $XDG_CONFIG_HOME (otherwise ~/.config), where you must be "
-                    "able to write.\n"};
+                message({say("cannot keep the choice of units: %1",
+                             escaped(error->localizedDescription())),
+                         say("It is kept in $XDG_CONFIG_HOME (otherwise ~/.config), where you must "
+                             "be able to write.")})};
     }
     std::vector<NSURL> urls;
     for (const auto& path : options.paths) {
         if (path.empty())
-            return {ExitUsage, {}, "morvane: a path is empty; name a file or a folder.\n"};
+            return {ExitUsage, {}, message({say("a path is empty; name a file or a folder.")})};
         urls.push_back(NSURL::fileURLWithPath(path));
     }
     if (urls.empty())
@@ -103,7 +104,8 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
     if (answer.error && answer.items.empty())
         return {exitCodeOf(*answer.error),
                 {},
-                failureMessage("cannot add up", options.paths.front(), *answer.error)};
+                failureMessage(say("cannot add up '%1'", escaped(options.paths.front())),
+                               *answer.error)};
     for (std::size_t i = 0; i < std::min(urls.size(), answer.items.size()); ++i)
         answer.items[i]->setUrl(urls[i]);
     Outcome outcome{ExitSuccess, options.json ? asJson(answer.items) : asTable(answer.items), {}};
@@ -112,10 +114,10 @@ Outcome runSize(const SizeOptions& options, const SizeSource& source) {
     if (answer.error->domain() == NSPOSIXErrorDomain && answer.error->code() == ECANCELED)
         return {ExitInterrupted,
                 {},
-                "morvane: " + escaped(answer.error->localizedDescription()) + "\n  " +
-                    sizeText(sumOf(answer.items)) + " were added up so far.\n"};
+                message({escaped(answer.error->localizedDescription()),
+                         say("%1 were added up so far.", sizeText(sumOf(answer.items)))})};
     outcome.exitCode = ExitFailure;
-    outcome.message = "morvane: " + escaped(answer.error->localizedDescription()) + '\n';
+    outcome.message = message({escaped(answer.error->localizedDescription())});
     if (const auto help = advice(*answer.error, Effect::reads); !help.empty())
         outcome.message += "  " + escaped(help) + '\n';
     return outcome;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cwchar>
@@ -118,6 +119,63 @@ std::string cut(std::string_view text, std::size_t columns) {
 std::string padded(std::string_view text, std::size_t columns) {
     const std::size_t own = columnsOf(text);
     return std::string(text) + std::string(own < columns ? columns - own : 0, ' ');
+}
+
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
+    std::vector<std::string> lines{""};
+    while (!text.empty()) {
+        const auto blank = std::min(text.find_first_of(" \n"), text.size());
+        auto word = text.substr(0, blank);
+        text.remove_prefix(std::min(blank + 1, text.size()));
+        const auto used = columnsOf(lines.back());
+        if (used != 0 && used + 1 + columnsOf(word) > columns)
+            lines.emplace_back();
+        else if (used != 0 && !word.empty())
+            lines.back() += ' ';
+        for (auto piece = cut(word, columns); piece.size() < word.size() && !piece.empty();
+             piece = cut(word, columns)) {
+            lines.back() += piece;
+            lines.emplace_back();
+            word.remove_prefix(piece.size());
+        }
+        lines.back() += word;
+    }
+    return lines;
+}
+
+std::string sayLike(std::string_view english, std::initializer_list<std::string_view> keys) {
+    for (const auto key : keys) {
+        std::vector<Phrase> arguments;
+        auto rest = english;
+        bool fits = true;
+        // A placeholder, if there is one, and what stands behind it up to the next.
+        for (std::size_t at = 0; fits && at != key.size();) {
+            const bool isPlaceholder = key[at] == '%';
+            at += isPlaceholder ? 2 : 0;
+            const auto end = std::min(key.find('%', at), key.size());
+            const auto behind = key.substr(at, end - at);
+            const auto found = behind.empty() ? rest.size() : rest.find(behind);
+            fits = found != rest.npos && (isPlaceholder ? found != 0 : found == 0);
+            if (fits && isPlaceholder)
+                arguments.push_back(phrase(rest.substr(0, found)));
+            if (fits)
+                rest.remove_prefix(found + behind.size());
+            at = end;
+        }
+        if (fits && rest.empty())
+            return Phrase::withKey(key, arguments).localized();
+    }
+    return std::string(english);
+}
+
+std::string message(std::initializer_list<std::string_view> lines) {
+    std::string text = "morvane: ";
+    for (const auto& line : lines) {
+        text += &line == lines.begin() ? "" : "  ";
+        text += line;
+        text += '\n';
+    }
+    return text;
 }
 
 std::string Style::in(std::string_view code, std::string_view text) const {

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <optional>
@@ -215,17 +217,23 @@ int main(int argc, char** argv) {
         outcome = morvane::run(argc, argv);
     } catch (const std::filesystem::filesystem_error& failure) {
         // A path that is not whole begins at the current folder; nothing else throws this.
-        outcome = {morvane::ExitFailure,
-                   {},
-                   "morvane: the current folder cannot be told: " + failure.code().message() +
-                       "\n  Go to a folder that exists, or write the whole path.\n"};
+        outcome = {
+            morvane::ExitFailure,
+            {},
+            morvane::message(
+                {morvane::say("the current folder cannot be told: %1", failure.code().message()),
+                 morvane::say("Go to a folder that exists, or write the whole path.")})};
     } catch (const std::exception& failure) {
-        outcome = {morvane::ExitFailure, {}, std::string("morvane: ") + failure.what() + "\n"};
+        outcome = {morvane::ExitFailure, {}, morvane::message({failure.what()})};
     }
     const bool printed = morvane::print(outcome.output, stdout);
+    const int whyNot = errno;
     morvane::print(outcome.message, stderr);
     if (!printed) {
-        std::perror("morvane: the output could not be written");
+        const std::string why = std::strerror(whyNot);
+        std::fputs(
+            morvane::message({morvane::say("the output could not be written: %1", why)}).c_str(),
+            stderr);
         return morvane::ExitFailure;
     }
     return outcome.exitCode;

@@ -19,15 +19,13 @@ bool isAboutRights(const NSError& error) {
 
 NSErrorRef helperMissing() {
     if (MVAuthorization::sharedAuthorization())
-        return NSError::errorWithDomain(
+        return NSError::errorWithDescription(
             NSCocoaErrorDomain, NSXPCConnectionInvalid,
-            {{NSLocalizedDescriptionKey, std::string("The connection to the privileged helper "
-                                                     "has ended.")}});
-    return NSError::errorWithDomain(
+            phrase("The connection to the privileged helper has ended."));
+    return NSError::errorWithDescription(
         NSOSStatusErrorDomain, errAuthorizationInvalidSet,
-        {{NSLocalizedDescriptionKey,
-          std::string("The rights of this program are not defined on this system, and only root "
-                      "may define them.")}});
+        phrase("The rights of this program are not defined on this system, and only root may "
+               "define them."));
 }
 
 ClientAuthority::ClientAuthority() : queue_(DispatchQueue::serialQueue(nullptr)) {}

@@ -23,9 +23,8 @@ NSErrorRef errorOfFailure(const std::exception_ptr& failure) {
 }
 
 NSErrorRef cancellation() {
-    return NSError::errorWithDomain(
-        NSPOSIXErrorDomain, ECANCELED,
-        {{NSLocalizedDescriptionKey, std::string("The request was cancelled.")}});
+    return NSError::errorWithDescription(NSPOSIXErrorDomain, ECANCELED,
+                                         phrase("The request was cancelled."));
 }
 
 MVFileClient::State::State(Executor givenExecutor, ConnectorMaker maker)

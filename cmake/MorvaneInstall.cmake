@@ -17,7 +17,7 @@ set(platform_headers
     foundation/NSImage.h foundation/NSIndexPath.h foundation/NSKeyValueObserving.h
     foundation/NSNotificationCenter.h foundation/NSObject.h foundation/NSTreeNode.h
     foundation/NSUncaughtException.h foundation/NSURL.h foundation/NSUserDefaults.h
-    foundation/NSUUID.h foundation/Result.h
+    foundation/NSUUID.h foundation/Phrase.h foundation/Result.h
     host/KDLocalizedString.h host/Log.h host/MVIdentities.h
     identity/CBIdentity.h identity/CBIdentityAuthority.h
     security/AuthorizationServices.h security/ProcessRights.h

@@ -18,12 +18,14 @@ namespace {
 /// made up are not reported in full.
 constexpr std::size_t maxLossesTold = 8192;
 NSErrorRef errorOf(const EntryLoss& loss) {
-    return NSError::errorWithDomain(MVEntryLossDomain, static_cast<std::int64_t>(loss.reason),
-                                    {{NSLocalizedDescriptionKey, loss.text()},
-                                     {MVEntryLossEntryKey, static_cast<std::int64_t>(loss.entry)},
-                                     {MVEntryLossBoxKey, loss.box},
-                                     {MVEntryLossWhoKey, loss.who},
-                                     {MVEntryLossWhyKey, loss.why}});
+    return NSError::errorWithDescription(
+        MVEntryLossDomain, static_cast<std::int64_t>(loss.reason), loss.text(), {},
+        {{MVEntryLossEntryKey, static_cast<std::int64_t>(loss.entry)},
+         {MVEntryLossBoxKey, loss.box.english()},
+         {MVEntryLossWhoKey, loss.who.english()},
+         {MVEntryLossWhoPhraseKey, loss.who.code()},
+         {MVEntryLossWhyKey, loss.why.english()},
+         {MVEntryLossWhyPhraseKey, loss.why.code()}});
 }
 
 template <class Value>
@@ -36,38 +38,36 @@ Value valueFor(const NSError& error, const char* key) {
 
 }  // namespace
 
-std::string EntryLoss::text() const {
-    return box.empty() ? why : '"' + box + "\": " + why;
+Phrase EntryLoss::text() const {
+    return box.empty() ? why : phrase("\"%1\": %2", box, why);
 }
 
 EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry, EntryLossReason reason,
-                   std::string box, std::string why) {
-    return {number, reason, std::move(box),
-            (entry.tag() == MVAclTagDeny ? "deny " : "allow ") +
-                (entry.identity() ? identityText(*entry.identity()) : identityName(entry)),
-            std::move(why)};
+                   const Phrase& box, const Phrase& why) {
+    const auto whom = identityText(entry);
+    return {number, reason, box,
+            entry.tag() == MVAclTagDeny ? phrase("deny %1", whom) : phrase("allow %1", whom), why};
 }
 
-std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
-                                       const std::vector<std::size_t>& numbers) {
-    std::vector<std::string> texts;
+std::vector<Phrase> textsOfLosses(const std::vector<EntryLoss>& losses,
+                                  const std::vector<std::size_t>& numbers) {
+    std::vector<Phrase> texts;
     for (const auto& loss : losses) {
-        const auto who =
-            loss.entry < numbers.size() && numbers[loss.entry] != 0
-                ? "entry " + std::to_string(numbers[loss.entry]) + " (" + loss.who + ")"
-                : loss.who;
-        texts.push_back(who + ": " + loss.text());
+        const auto number = loss.entry < numbers.size() ? numbers[loss.entry] : 0;
+        // TRANSLATORS: %2 is "allow user bob" or "deny ...", %3 what is lost of the entry.
+        texts.push_back(number != 0 ? phrase("entry %1 (%2): %3", number, loss.who, loss.text())
+                                    : phrase("%1: %2", loss.who, loss.text()));
     }
     return texts;
 }
 
-std::string textOfLosses(const std::vector<std::string>& texts) {
-    std::string text = "It would lose";
-    for (std::size_t i = 0; i != std::min(texts.size(), maxLossesTold); ++i)
-        text += (i == 0 ? ": " : "; ") + texts[i];
-    if (texts.size() > maxLossesTold)
-        text += "; and " + std::to_string(texts.size() - maxLossesTold) + " more";
-    return text + ".";
+Phrase textOfLosses(const std::vector<Phrase>& texts) {
+    const auto told = std::min(texts.size(), maxLossesTold);
+    const auto list = Phrase::list(translatable("; "), {texts.begin(), texts.begin() + told});
+    if (told == texts.size())
+        return phrase("It would lose: %1.", list);
+    return countedPhrase("It would lose: %2; and %1 more.", "It would lose: %2; and %1 more.",
+                         texts.size() - told, list);
 }
 
 std::vector<std::size_t> canonicalNumbers(const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
@@ -85,16 +85,13 @@ std::vector<std::size_t> canonicalNumbers(const std::vector<std::shared_ptr<MVAc
 NSErrorRef errorOfLosses(const std::vector<EntryLoss>& losses,
                          const std::vector<std::shared_ptr<MVAclEntry>>& entries,
                          const NSURL& url) {
-    return NSError::errorWithDomain(
+    return NSError::errorWithDescription(
         NSPOSIXErrorDomain, EOPNOTSUPP,
-        {{NSURLErrorKey, url},
-         {NSLocalizedDescriptionKey,
-          "The file system cannot hold the whole list. " +
-              textOfLosses(textsOfLosses(losses, canonicalNumbers(entries)))},
-         {NSLocalizedRecoverySuggestionErrorKey,
-          std::string("Nothing was changed. Change these entries, or accept the nearest list that "
-                      "grants no more.")},
-         {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
+        phrase("The file system cannot hold the whole list. %1",
+               textOfLosses(textsOfLosses(losses, canonicalNumbers(entries)))),
+        phrase("Nothing was changed. Change these entries, or accept the nearest list that grants "
+               "no more."),
+        {{NSURLErrorKey, url}, {NSMultipleUnderlyingErrorsKey, errorsOfLosses(losses)}});
 }
 
 std::vector<NSErrorRef> errorsOfLosses(const std::vector<EntryLoss>& losses) {
@@ -113,9 +110,11 @@ std::vector<EntryLoss> lossesOfError(const NSError& error) {
         losses.push_back(
             {static_cast<std::size_t>(valueFor<std::int64_t>(*value, MVEntryLossEntryKey)),
              static_cast<EntryLossReason>(value->code()),
-             valueFor<std::string>(*value, MVEntryLossBoxKey),
-             valueFor<std::string>(*value, MVEntryLossWhoKey),
-             valueFor<std::string>(*value, MVEntryLossWhyKey)});
+             Phrase::inTable("ACL", valueFor<std::string>(*value, MVEntryLossBoxKey)),
+             Phrase::decoded(valueFor<std::string>(*value, MVEntryLossWhoPhraseKey),
+                             valueFor<std::string>(*value, MVEntryLossWhoKey)),
+             Phrase::decoded(valueFor<std::string>(*value, MVEntryLossWhyPhraseKey),
+                             valueFor<std::string>(*value, MVEntryLossWhyKey))});
     }
     return losses;
 }
@@ -131,7 +130,8 @@ std::uint32_t boxesOn(const NSTreeNode& group, std::size_t number, const MVAclEn
             on |= static_cast<std::uint32_t>(permission->permission());
         else if (permission->state() != MVStateOff)
             losses.push_back(makeLoss(number, entry, EntryLossReason::shape,
-                                      std::string(permission->name()), "neither on nor off"));
+                                      Phrase::inTable("ACL", permission->name()),
+                                      phrase("neither on nor off")));
     }
     return on;
 }

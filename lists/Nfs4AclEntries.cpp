@@ -115,7 +115,7 @@ class Replacement {
                 result.acl.entries.push_back(std::move(*entry));
             else
                 lose(i, *entries[i], EntryLossReason::nobody,
-                     "it is for nobody whom this system knows");
+                     phrase("it is for nobody whom this system knows"));
         }
         // Stored entries that are never shown keep their positions.
         for (std::size_t i = 0; i != old_.entries.size(); ++i) {
@@ -132,19 +132,19 @@ class Replacement {
 
   private:
     void lose(std::size_t number, const MVAclEntry& entry, EntryLossReason reason,
-              const char* why) {
+              const Phrase& why) {
         losses_.push_back(makeLoss(number, entry, reason, "", why));
     }
 
     std::optional<Shown> wantedOf(const MVAclEntry& entry, std::size_t number) {
         const auto& groups = entry.permissions();
         if (entry.tag() != MVAclTagAllow && entry.tag() != MVAclTagDeny) {
-            lose(number, entry, EntryLossReason::tag, "it neither allows nor denies");
+            lose(number, entry, EntryLossReason::tag, phrase("it neither allows nor denies"));
             return std::nullopt;
         }
         if (!entry.isAcl() || groups.size() < permissionGroups + (target_.isDirectory ? 1 : 0)) {
             lose(number, entry, EntryLossReason::shape,
-                 "its boxes are not those of the item's kind");
+                 phrase("its boxes are not those of the item's kind"));
             return std::nullopt;
         }
         Shown shown{entry.uuid().value_or(uuidOfPosixIdentity(CBEveryone{})),
@@ -152,7 +152,8 @@ class Replacement {
         for (std::size_t i = 0; i != permissionGroups; ++i)
             shown.boxes |= boxesOn(*groups[i], number, entry, losses_);
         if (const auto strange = shown.boxes & ~boxesOfKind(target_.isDirectory); strange != 0) {
-            lose(number, entry, EntryLossReason::box, "boxes that this kind of item does not have");
+            lose(number, entry, EntryLossReason::box,
+                 phrase("boxes that this kind of item does not have"));
             shown.boxes &= ~strange;
         }
         if (target_.isDirectory) {

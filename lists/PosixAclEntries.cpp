@@ -3,6 +3,7 @@
 #include <MorvaneOperation/MVTreeNode.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <algorithm>
 #include <array>
@@ -114,7 +115,8 @@ std::shared_ptr<MVTreeNode> makeNode(std::string_view name, std::uint32_t permis
 std::vector<std::shared_ptr<MVTreeNode>> flatTree(PosixRights rights) {
     return {makeNode("Read", MVAclMarkerPermissions, (rights & PosixRead) != PosixNothing),
             makeNode("Write", MVAclMarkerPermissions, (rights & PosixWrite) != PosixNothing),
-            makeNode("Execute", MVAclMarkerPermissions, (rights & PosixExecute) != PosixNothing)};
+            makeNode(translatable("ACL", "Execute"), MVAclMarkerPermissions,
+                     (rights & PosixExecute) != PosixNothing)};
 }
 
 }  // namespace

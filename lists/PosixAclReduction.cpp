@@ -51,26 +51,25 @@ void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
 }  // namespace
 
 NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
-    const auto error = [&](int code, std::string text, const char* suggestion) {
-        return NSError::errorWithDomain(
-            NSPOSIXErrorDomain, code,
-            {{NSURLErrorKey, url},
-             {NSLocalizedDescriptionKey, std::move(text)},
-             {NSLocalizedRecoverySuggestionErrorKey, std::string(suggestion)}});
+    const auto error = [&](int code, const Phrase& text, const Phrase& suggestion) {
+        return NSError::errorWithDescription(NSPOSIXErrorDomain, code, text, suggestion,
+                                             {{NSURLErrorKey, url}});
     };
     switch (fit) {
         case PosixAclFit::tooManyNames:
             return error(E2BIG,
-                         "A list holds at most " + std::to_string(maxPosixNames) +
-                             " users and groups, and these entries name more.",
-                         "Nothing was changed. Put users into groups, and name the groups.");
+                         phrase("A list holds at most %1 users and groups, and these entries name "
+                                "more.",
+                                maxPosixNames),
+                         phrase("Nothing was changed. Put users into groups, and name the "
+                                "groups."));
         case PosixAclFit::modeOnly:
             return error(
                 EOPNOTSUPP,
-                "The file system keeps no lists: there are the owner, the owning group and "
-                "everyone, and nothing for what is made inside.",
-                "Nothing was changed. Remove the other entries, or move the item to a file "
-                "system with lists.");
+                phrase("The file system keeps no lists: there are the owner, the owning group and "
+                       "everyone, and nothing for what is made inside."),
+                phrase("Nothing was changed. Remove the other entries, or move the item to a file "
+                       "system with lists."));
         case PosixAclFit::cancelled:
             return NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED, {{NSURLErrorKey, url}});
         case PosixAclFit::fits:

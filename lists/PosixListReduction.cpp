@@ -47,14 +47,16 @@ std::optional<std::uint32_t> groupIdOf(const PosixStatement& s) {
     return creator && creator->isGroup ? std::optional(noGroup) : std::nullopt;
 }
 
-std::string rightsText(PosixRights rights) {
-    std::string text;
-    for (const auto& [right, name] :
-         {std::pair{PosixRead, "read"}, {PosixWrite, "write"}, {PosixExecute, "execute"}}) {
+Phrase rightsText(PosixRights rights) {
+    std::vector<Phrase> names;
+    // TRANSLATORS: Three rights, as in "the denial of read, write to ...".
+    for (const auto& [right, name] : {std::pair{PosixRead, translatable("read")},
+                                      {PosixWrite, translatable("write")},
+                                      {PosixExecute, translatable("execute")}}) {
         if ((rights & right) != PosixNothing)
-            text += (text.empty() ? "" : ", ") + std::string(name);
+            names.push_back(phrase(name));
     }
-    return text;
+    return Phrase::list(translatable(", "), names);
 }
 
 }  // namespace
@@ -279,17 +281,20 @@ void PosixListReduction::takeFromOtherGroups(
             if (group.gid != denial.gid)
                 escaped = escaped | takeFrom(group);
         }
-        const auto lose = [&](PosixRights rights, const char* whom) {
+        const auto lose = [&](PosixRights rights, const char* why) {
             const auto number = statements_[denial.place].number;
             if (rights != PosixNothing)
-                losses.push_back(
-                    makeLoss(number, *entries[number], EntryLossReason::members, "",
-                             "the denial of " + rightsText(rights) +
-                                 (part_ == Part::defaults ? " in new items to " : " to ") + whom));
+                losses.push_back(makeLoss(number, *entries[number], EntryLossReason::members, "",
+                                          phrase(why, rightsText(rights))));
         };
-        lose(escaped, "members of other groups that are allowed it");
+        lose(escaped,
+             part_ == Part::defaults
+                 ? translatable("the denial of %1 in new items to members of other groups that are "
+                                "allowed it")
+                 : translatable("the denial of %1 to members of other groups that are allowed it"));
         if (part_ == Part::defaults)
-            lose(takeFrom(maker), "the member who makes them");
+            lose(takeFrom(maker),
+                 translatable("the denial of %1 in new items to the member who makes them"));
     }
 }
 

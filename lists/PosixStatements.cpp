@@ -33,14 +33,16 @@ bool isOnAsAWhole(const NSTreeNode& group) {
     });
 }
 
-const char* whyNotHeld(std::uint32_t box, bool deny) {
+Phrase whyNotHeld(std::uint32_t box, bool deny) {
     if (box == ACL_DELETE)
-        return "who may delete an item is told by the folder that it is in";
+        return phrase("who may delete an item is told by the folder that it is in");
+    if (deny && (box & (ACL_CHANGE_OWNER | ownersBoxes)) != 0)
+        return phrase("a POSIX list cannot deny it");
     if (box == ACL_CHANGE_OWNER)
-        return deny ? "a POSIX list cannot deny it" : "only root has it";
+        return phrase("only root has it");
     if ((box & ownersBoxes) != 0)
-        return deny ? "a POSIX list cannot deny it" : "only the owner has it";
-    return "an item of this kind has no such box";
+        return phrase("only the owner has it");
+    return phrase("an item of this kind has no such box");
 }
 
 class Taking {
@@ -59,22 +61,21 @@ class Taking {
     }
 
   private:
-    void lose(std::size_t number, EntryLossReason reason, std::string box, std::string why) {
-        result_.losses.push_back(
-            makeLoss(number, *entries_[number], reason, std::move(box), std::move(why)));
+    void lose(std::size_t number, EntryLossReason reason, const Phrase& box, const Phrase& why) {
+        result_.losses.push_back(makeLoss(number, *entries_[number], reason, box, why));
     }
 
     void take(std::size_t number) {
         const auto& entry = *entries_[number];
         if (entry.tag() != MVAclTagAllow && entry.tag() != MVAclTagDeny)
-            return lose(number, EntryLossReason::tag, "", "it neither allows nor denies");
+            return lose(number, EntryLossReason::tag, "", phrase("it neither allows nor denies"));
         const auto who =
             entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
         if (!who)
             return lose(number, EntryLossReason::nobody, "",
-                        "it is for nobody whom this system knows");
+                        phrase("it is for nobody whom this system knows"));
         if (entry.inherited())
-            lose(number, EntryLossReason::inherited, "", "the mark that it is inherited");
+            lose(number, EntryLossReason::inherited, "", phrase("the mark that it is inherited"));
         PosixStatement statement{number, *who, !entry.isAcl(), entry.tag() == MVAclTagDeny};
         if (statement.flat ? takeFlat(entry, statement) : takeTree(entry, statement))
             result_.statements.push_back(statement);
@@ -87,9 +88,10 @@ class Taking {
         if (nodes.size() != rightsInOrder.size() || statement.deny ||
             (statement.who != owner_ && statement.who != group_ &&
              statement.who != CBPosixIdentity{CBEveryone{}})) {
-            lose(statement.number, EntryLossReason::shape, "",
-                 "an entry of three rights is the owner's, the owning group's or everyone's, "
-                 "allows, and has \"Read\", \"Write\" and \"Execute\"");
+            lose(
+                statement.number, EntryLossReason::shape, "",
+                phrase("an entry of three rights is the owner's, the owning group's or everyone's, "
+                       "allows, and has \"Read\", \"Write\" and \"Execute\""));
             return false;
         }
         for (std::size_t i = 0; i != nodes.size(); ++i) {
@@ -98,7 +100,7 @@ class Taking {
                 statement.rights = statement.rights | rightsInOrder[i];
             else if (state != MVStateOff)
                 lose(statement.number, EntryLossReason::shape, "",
-                     "a right that is neither on nor off");
+                     phrase("a right that is neither on nor off"));
         }
         return true;
     }
@@ -108,7 +110,7 @@ class Taking {
         if (groups.size() < permissionGroups ||
             (isDirectory_ && groups.size() <= permissionGroups)) {
             lose(statement.number, EntryLossReason::shape, "",
-                 "its boxes are not those of the item's kind");
+                 phrase("its boxes are not those of the item's kind"));
             return false;
         }
         if (isDirectory_)
@@ -138,8 +140,8 @@ class Taking {
         } else if (group != AdministrationGroup) {
             takeBoxes(boxes, statement);  // a tree of another make
         } else if (!isOwners(statement)) {
-            lose(statement.number, EntryLossReason::box, acl_perms[group].name,
-                 "only the owner has it");
+            lose(statement.number, EntryLossReason::box,
+                 Phrase::inTable("ACL", acl_perms[group].name), phrase("only the owner has it"));
         }
     }
 
@@ -156,17 +158,17 @@ class Taking {
         for (const acl_perm_group* group = acl_perms; group->name; ++group) {
             for (const acl_perm_entry* row = group->perms; row->name; ++row) {
                 if ((row->perm & bits) != 0 && (row->kinds & kind) != 0)
-                    work(std::string(row->name), row->perm);
+                    work(Phrase::inTable("ACL", row->name), row->perm);
             }
         }
     }
 
-    std::string names(std::uint32_t bits) const {
-        std::string text;
-        eachBox(bits, [&](const std::string& name, std::uint32_t) {
-            text += (text.empty() ? "\"" : ", \"") + name + '"';
+    Phrase names(std::uint32_t bits) const {
+        std::vector<Phrase> names;
+        eachBox(bits, [&](const Phrase& name, std::uint32_t) {
+            names.push_back(phrase("\"%1\"", name));
         });
-        return text;
+        return Phrase::list(translatable(", "), names);
     }
 
     /// Adds the rights of boxes that are on one by one.
@@ -179,9 +181,9 @@ class Taking {
             if (part == boxes || statement.deny)
                 statement.rights = statement.rights | right;
             if (part != boxes)
-                eachBox(part, [&](const std::string& name, std::uint32_t) {
+                eachBox(part, [&](const Phrase& name, std::uint32_t) {
                     lose(number, EntryLossReason::half, name,
-                         "not without " + names(boxes & ~part));
+                         phrase("not without %1", names(boxes & ~part)));
                 });
         };
         bundle(readBoxes, PosixRead);
@@ -192,11 +194,11 @@ class Taking {
         if (isOwners(statement) && !statement.deny)
             always |= ACL_CHANGE_OWNER;  // as much as the owner can have of it
         if (statement.deny)
-            eachBox(on & always, [&](const std::string& name, std::uint32_t) {
-                lose(number, EntryLossReason::always, name, "nobody can be denied it");
+            eachBox(on & always, [&](const Phrase& name, std::uint32_t) {
+                lose(number, EntryLossReason::always, name, phrase("nobody can be denied it"));
             });
         eachBox(on & ~(readBoxes | writeBoxes(isDirectory_) | ACL_SEARCH | always),
-                [&](const std::string& name, std::uint32_t box) {
+                [&](const Phrase& name, std::uint32_t box) {
                     lose(number, EntryLossReason::box, name, whyNotHeld(box, statement.deny));
                 });
     }
@@ -209,11 +211,12 @@ class Taking {
         statement.children = (on & below) == below;
         if ((on & below) != 0 && !statement.children) {
             lose(statement.number, EntryLossReason::inheritance, "",
-                 "that it applies to a part only of the files, folders and descendants inside");
+                 phrase("that it applies to a part only of the files, folders and descendants "
+                        "inside"));
             statement.children = statement.deny;
         } else if (!statement.item && !statement.children) {
             lose(statement.number, EntryLossReason::nothing, "",
-                 "all of it, as it applies to nothing");
+                 phrase("all of it, as it applies to nothing"));
         }
     }
 

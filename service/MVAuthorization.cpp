@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVServiceNames.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <array>
 #include <string>
@@ -35,30 +36,33 @@ const AuthorizationRule& rule() {
 const char* installErrorText(std::int64_t code) {
     switch (code) {
         case kSMErrorInternalFailure:
-            return "An internal failure has occurred.";
+            return translatable("An internal failure has occurred.");
         case kSMErrorInvalidSignature:
-            return "The application's code signature does not meet the requirements to perform the "
-                   "operation.";
+            return translatable(
+                "The application's code signature does not meet the requirements to perform the "
+                "operation.");
         case kSMErrorAuthorizationFailure:
-            return "The requested authorization failed.";
+            return translatable("The requested authorization failed.");
         case kSMErrorToolNotValid:
-            return "The specified path does not exist or the helper tool at the specified path is "
-                   "not valid.";
+            return translatable(
+                "The specified path does not exist or the helper tool at the specified path is "
+                "not valid.");
         case kSMErrorJobNotFound:
-            return "The system cannot find the specified job.";
+            return translatable("The system cannot find the specified job.");
         case kSMErrorServiceUnavailable:
-            return "The service necessary to perform this operation is unavailable or is no longer "
-                   "accepting requests.";
+            return translatable(
+                "The service necessary to perform this operation is unavailable or is no longer "
+                "accepting requests.");
         case kSMErrorJobPlistNotFound:
-            return "The application's property list is not found.";
+            return translatable("The application's property list is not found.");
         case kSMErrorJobMustBeEnabled:
-            return "The specified job is not enabled.";
+            return translatable("The specified job is not enabled.");
         case kSMErrorInvalidPlist:
-            return "The application's property list is invalid.";
+            return translatable("The application's property list is invalid.");
         case kSMErrorLaunchDeniedByUser:
-            return "The user denied the application's launch request.";
+            return translatable("The user denied the application's launch request.");
         case kSMErrorAlreadyRegistered:
-            return "The application is already registered.";
+            return translatable("The application is already registered.");
         default:
             return "";
     }

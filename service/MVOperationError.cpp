@@ -56,19 +56,24 @@ bool isPermissionError(const NSErrorRef& error) {
 NSErrorRef errorWithAdviceAboutHelper(NSErrorRef error) {
     if (error->domain() != NSCocoaErrorDomain)
         return error;
-    const std::string look =
-        std::string("'systemctl status ") + MVPrivilegedHelperName + ".service' tells why.";
     auto userInfo = error->userInfo();
+    Phrase suggestion;
     if (error->code() == NSXPCConnectionInvalid) {
-        userInfo.try_emplace(NSLocalizedRecoverySuggestionErrorKey,
-                             "Try again; the helper is then looked after. " + look);
+        if (!userInfo.contains(NSLocalizedRecoverySuggestionErrorKey))
+            suggestion = phrase(
+                "Try again; the helper is then looked after. 'systemctl status "
+                "%1.service' tells why.",
+                MVPrivilegedHelperName);
     } else if (error->code() == NSXPCConnectionInterrupted) {
-        userInfo.try_emplace(NSUnderlyingErrorKey,
-                             NSError::errorWithDomain(error->domain(), error->code(),
-                                                      {{NSLocalizedDescriptionKey,
-                                                        "If the helper has failed, " + look}}));
+        userInfo.try_emplace(
+            NSUnderlyingErrorKey,
+            NSError::errorWithDescription(
+                error->domain(), error->code(),
+                phrase("If the helper has failed, 'systemctl status %1.service' tells why.",
+                       MVPrivilegedHelperName)));
     }
-    return NSError::errorWithDomain(error->domain(), error->code(), std::move(userInfo));
+    return NSError::errorWithDescription(error->domain(), error->code(), {}, suggestion,
+                                         std::move(userInfo));
 }
 
 }  // namespace morvane

@@ -97,33 +97,36 @@ Result<std::vector<EntryLoss>, int> Nfs4Writer::write(const AclItem& item, const
     return Failure{stored.error()};
 }
 
-std::string whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl) {
-    const auto count = std::to_string(acl.entries.size());
+Phrase whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl) {
+    const auto count = acl.entries.size();
     if (acl.entries.size() > maxNfs4Entries)
-        return "The list would have " + count + " entries; it can have at most " +
-               std::to_string(maxNfs4Entries) + ".";
+        return phrase("The list would have %1 entries; it can have at most %2.", count,
+                      maxNfs4Entries);
     const auto bytes = encodeNfs4Acl(acl, old.form);
     if (bytes && bytes->size() > maxAttributeSize)
-        return "The list would have " + std::to_string(bytes->size()) +
-               " bytes; the system takes at most " + std::to_string(maxAttributeSize) + ".";
+        return phrase("The list would have %1 bytes; the system takes at most %2.", bytes->size(),
+                      maxAttributeSize);
     if (old.form != Nfs4Form::named)
         return {};
     switch (code) {
         case EIO:
-            return "The server of the network mount has refused the list without a reason. Some "
-                   "hold no entry that is inherited by one level only (\"All descendants\" is off, "
-                   "a folder's other boxes are on), and some no list of so many entries (" +
-                   count + ").";
+            return phrase(
+                "The server of the network mount has refused the list without a reason. Some hold "
+                "no entry that is inherited by one level only (\"All descendants\" is off, a "
+                "folder's other boxes are on), and some no list of so many entries (%1).",
+                count);
         case EINVAL:
-            return "The server of the network mount does not know somebody whom the list names. "
-                   "The domain that it and this system have in common stands in "
-                   "/etc/idmapd.conf.";
+            return phrase(
+                "The server of the network mount does not know somebody whom the list names. The "
+                "domain that it and this system have in common stands in /etc/idmapd.conf.");
         case E2BIG:
         case ERANGE:
         case ENOSPC:
         case EFBIG:
-            return "The list is too long for the server of the network mount: it would have " +
-                   count + " entries.";
+            return phrase(
+                "The list is too long for the server of the network mount: it would have %1 "
+                "entries.",
+                count);
         default:
             return {};
     }

@@ -3,6 +3,7 @@
 
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <atomic>
 #include <string>
@@ -41,6 +42,6 @@ class Nfs4Writer {
 };
 
 /// Why the system has refused to write `acl`, for people; empty where its own text says it all.
-std::string whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl);
+Phrase whyNfs4AclIsRefused(int code, const Nfs4Item& old, const Nfs4Acl& acl);
 
 }  // namespace morvane

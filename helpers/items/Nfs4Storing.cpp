@@ -48,18 +48,25 @@ constexpr std::size_t maxDifferencesTold = 64;
 
 /// Where an entry counts: in the item itself, or in what is below it.
 struct Scope {
-    const char* text;
+    const char* notStored;
+    const char* granted;
     std::uint32_t with;
     std::uint32_t without;
 };
-constexpr Scope scopes[] = {{"", 0, Nfs4InheritOnly},
-                            {" in child files", Nfs4FileInherit, 0},
-                            {" in child folders", Nfs4FolderInherit, 0},
-                            {" in all descendants", Nfs4FolderInherit, Nfs4NoPropagate}};
+constexpr Scope scopes[] = {
+    {translatable("not stored"), translatable("granted, which was not asked for"), 0,
+     Nfs4InheritOnly},
+    {translatable("not stored in child files"),
+     translatable("granted in child files, which was not asked for"), Nfs4FileInherit, 0},
+    {translatable("not stored in child folders"),
+     translatable("granted in child folders, which was not asked for"), Nfs4FolderInherit, 0},
+    {translatable("not stored in all descendants"),
+     translatable("granted in all descendants, which was not asked for"), Nfs4FolderInherit,
+     Nfs4NoPropagate}};
 
 struct Rule {
     NSUUID who;
-    std::string name;
+    Phrase name;
     bool deny = false;
     Boxes boxes = 0;
     std::uint32_t flags = 0;
@@ -88,8 +95,7 @@ class Rules {
             if (entry.type > Nfs4Deny)
                 continue;
             const auto& as = *shown[next++];
-            rules_.push_back({as.uuid().value_or(everyone),
-                              as.identity() ? identityText(*as.identity()) : identityName(as),
+            rules_.push_back({as.uuid().value_or(everyone), identityText(as),
                               entry.type == Nfs4Deny, boxesOfNfs4Mask(entry.mask),
                               target.isDirectory ? entry.flags : 0});
         }
@@ -127,13 +133,13 @@ class Rules {
     std::vector<Rule> rules_;
 };
 
-std::vector<std::string> namesOf(Boxes boxes, bool isDirectory) {
-    std::vector<std::string> names;
+std::vector<Phrase> namesOf(Boxes boxes, bool isDirectory) {
+    std::vector<Phrase> names;
     for (const acl_perm_group* group = acl_perms; group->name; ++group) {
         for (const acl_perm_entry* row = group->perms; row->name; ++row) {
             if ((row->kinds & (isDirectory ? ACL_KIND_FOLDERS : ACL_KIND_FILES)) != 0 &&
                 (row->perm & boxes) != 0)
-                names.emplace_back(row->name);
+                names.push_back(Phrase::inTable("ACL", row->name));
         }
     }
     return names;
@@ -149,7 +155,8 @@ class Comparison {
           owner_(uuidOfPosixIdentity(CBPosixUser{target.owner})) {}
 
     std::vector<EntryLoss> run() {
-        std::vector<std::pair<NSUUID, std::string>> all{{Rules::everyone, "everyone"}};
+        std::vector<std::pair<NSUUID, Phrase>> all{
+            {Rules::everyone, phrase(translatable("everyone"))}};
         for (const auto* rules : {&wanted_, &stored_}) {
             for (const auto& rule : rules->all()) {
                 if (std::none_of(all.begin(), all.end(),
@@ -173,7 +180,7 @@ class Comparison {
         Boxes granted = 0;
     };
 
-    void compare(const NSUUID& who, const std::string& name, const Scope& scope) {
+    void compare(const NSUUID& who, const Phrase& name, const Scope& scope) {
         const auto want = wanted_.decisionOn(who, scope);
         const auto have = stored_.decisionOn(who, scope);
         Difference now{want.allowed & ~have.allowed, have.allowed & ~want.allowed};
@@ -187,18 +194,18 @@ class Comparison {
         }
         // What everyone has lost is told once.
         told |= ~own & ~ofEveryone_.missing;
-        const auto tell = [&](bool deny, Boxes boxes, const char* what, const char* behind) {
+        const auto tell = [&](bool deny, Boxes boxes, const char* why) {
             for (auto& box : namesOf(boxes, isDirectory_))
                 found_.push_back({entryFor(who, deny), EntryLossReason::stored, std::move(box),
-                                  (deny ? "deny " : "allow ") + name,
-                                  std::string(what) + scope.text + behind});
+                                  deny ? phrase("deny %1", name) : phrase("allow %1", name),
+                                  phrase(why)});
         };
-        tell(false, now.missing & told, "not stored", "");
-        tell(true, now.granted & want.denied & ~ofEveryone_.granted, "not stored", "");
+        tell(false, now.missing & told, scope.notStored);
+        tell(true, now.granted & want.denied & ~ofEveryone_.granted, scope.notStored);
         tell(false,
              now.granted & ~want.denied & ~ofEveryone_.granted &
                  ~(who == owner_ ? alwaysAllowedToOwner : alwaysAllowed),
-             "granted", ", which was not asked for");
+             scope.granted);
         if (who == Rules::everyone)
             ofEveryone_ = now;
     }
@@ -308,27 +315,29 @@ std::vector<EntryLoss> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& store
     return Comparison(Rules(wanted, target, names), Rules(stored, target, names), target).run();
 }
 
-std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses) {
-    std::vector<std::string> texts;
+std::vector<Phrase> textsOfStoring(const std::vector<EntryLoss>& losses) {
+    std::vector<Phrase> texts;
     for (auto loss = losses.begin(); loss != losses.end();) {
-        auto text = loss->who + ": ";
         const auto end = std::find_if(loss, losses.end(), [&](const EntryLoss& other) {
             return other.who != loss->who || other.why != loss->why;
         });
+        std::vector<Phrase> boxes;
         for (auto same = loss; same != end; ++same)
-            text += (same == loss ? "\"" : ", \"") + same->box + '"';
-        texts.push_back(text + ": " + loss->why);
+            boxes.push_back(phrase("\"%1\"", same->box));
+        // TRANSLATORS: %1 is "allow user bob", %2 one or several boxes, %3 what became of them.
+        texts.push_back(
+            phrase("%1: %2: %3", loss->who, Phrase::list(translatable(", "), boxes), loss->why));
         loss = end;
     }
     return texts;
 }
 
-std::string textOfStoring(const std::vector<EntryLoss>& losses) {
-    const auto texts = textsOfStoring(losses);
-    std::string text;
-    for (std::size_t i = 0; i != std::min(texts.size(), maxDifferencesTold); ++i)
-        text += (i == 0 ? "" : "; ") + texts[i];
-    return text + (texts.size() > maxDifferencesTold ? "; and more" : "");
+Phrase textOfStoring(const std::vector<EntryLoss>& losses) {
+    auto texts = textsOfStoring(losses);
+    const bool isAll = texts.size() <= maxDifferencesTold;
+    texts.resize(std::min(texts.size(), maxDifferencesTold));
+    const auto list = Phrase::list(translatable("; "), texts);
+    return isAll ? list : phrase("%1; and more", list);
 }
 
 }  // namespace morvane

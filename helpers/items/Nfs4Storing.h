@@ -3,6 +3,7 @@
 
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/Nfs4AclEntries.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <optional>
 #include <string>
@@ -35,8 +36,8 @@ std::vector<EntryLoss> lostInStoring(const Nfs4Acl& wanted, const Nfs4Acl& store
                                      const Nfs4Target& target, const Nfs4Names& names);
 
 /// For people, the boxes of one sentence together: "allow user bob: "Delete": not stored".
-std::vector<std::string> textsOfStoring(const std::vector<EntryLoss>& losses);
+std::vector<Phrase> textsOfStoring(const std::vector<EntryLoss>& losses);
 /// The same in a row, as many as people read.
-std::string textOfStoring(const std::vector<EntryLoss>& losses);
+Phrase textOfStoring(const std::vector<EntryLoss>& losses);
 
 }  // namespace morvane

@@ -104,20 +104,24 @@ bool wouldLoseSetgid(const std::string& path) {
 }
 
 /// How much of a list that file system holds; empty if that is not known.
-std::string limitOf(const struct statfs& system) {
+Phrase limitOf(const struct statfs& system) {
     switch (system.f_type) {
         case EXT4_SUPER_MAGIC:
-            return " All extended attributes of an item have to fit into one block of " +
-                   std::to_string(system.f_bsize) + " bytes, where each of them takes 8.";
+            return phrase(
+                "All extended attributes of an item have to fit into one block of %1 "
+                "bytes, where each of them takes 8.",
+                system.f_bsize);
         case OVERLAYFS_SUPER_MAGIC:
-            return " The file system below the overlay decides; on ext4, the usual one, all "
-                   "extended attributes of an item have to fit into one block, usually of 4096 "
-                   "bytes, where each of them takes 8.";
+            return phrase(
+                "The file system below the overlay decides; on ext4, the usual one, all "
+                "extended attributes of an item have to fit into one block, usually of "
+                "4096 bytes, where each of them takes 8.");
         case BTRFS_SUPER_MAGIC:
-            return " It has to fit into one node of the file system's tree, usually of 16384 "
-                   "bytes, where each of them takes 8.";
+            return phrase(
+                "It has to fit into one node of the file system's tree, usually of 16384 "
+                "bytes, where each of them takes 8.");
         case XFS_SUPER_MAGIC:
-            return " XFS holds at most 5461 entries in one list.";
+            return phrase("XFS holds at most 5461 entries in one list.");
         default:
             return {};
     }
@@ -130,14 +134,22 @@ std::size_t namesIn(const PosixAcl& acl) {
     return count(acl.access) + (acl.defaults ? count(*acl.defaults) : 0);
 }
 
-std::string whyPosixAclIsRefused(int code, const std::string& path, std::size_t names) {
+Phrase whyPosixAclIsRefused(int code, const std::string& path, std::size_t names) {
     struct statfs system {};
     if ((code != ENOSPC && code != E2BIG) || statfs(path.c_str(), &system) != 0 ||
         (code == ENOSPC && system.f_bavail == 0))
         return {};
-    return std::string("The list is too long for this file system") +
-           (code == ENOSPC ? ", whose disk is not full" : "") + ": it would name " +
-           std::to_string(names) + " users and groups." + limitOf(system);
+    const auto why = code == ENOSPC
+                         ? phrase(
+                               "The list is too long for this file system, whose disk is not "
+                               "full: it would name %1 users and groups.",
+                               names)
+                         : phrase(
+                               "The list is too long for this file system: it would name %1 users "
+                               "and groups.",
+                               names);
+    const auto limit = limitOf(system);
+    return limit.empty() ? why : Phrase::list(" ", {why, limit});
 }
 
 int writePosixAcl(const std::string& path, const PosixAcl& old, const PosixAcl& acl) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <MorvaneOperation/PosixAcl.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <cstddef>
 #include <string>
@@ -22,6 +23,6 @@ std::size_t namesIn(const PosixAcl& acl);
 
 /// Why the system has refused to write lists with so many names to the item at `path`, for people;
 /// empty where its own text says it all.
-std::string whyPosixAclIsRefused(int code, const std::string& path, std::size_t names);
+Phrase whyPosixAclIsRefused(int code, const std::string& path, std::size_t names);
 
 }  // namespace morvane

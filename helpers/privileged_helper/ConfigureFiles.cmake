@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # configure_helper_files(TO): the files that hold an absolute path, each with the path as its reader wants it, in the
-# folder TO. Also a script of its own (cmake -D TO=... -P).
+# folder TO. Policies are taken from the folder TRANSLATED_POLICIES, if that is set. Also a script of its own (cmake -D TO=... -P).
 
 function(quoted_for_xml result text)
     string(REPLACE "&" "&amp;" text "${text}")
@@ -24,8 +24,15 @@ function(configure_helper_files to)
     # For the service manager a per cent sign begins a specifier, within quotation marks too.
     string(REPLACE "%" "%%" UNIT_HELPER_FOLDER "${folder}")
     quoted_for_xml(XML_INSTALLER "${folder}/morvane-install-helper")
+    if(TRANSLATED_POLICIES)
+        set(policies ${TRANSLATED_POLICIES})
+    else()
+        set(policies ${CMAKE_CURRENT_FUNCTION_LIST_DIR})
+    endif()
+    configure_file(${policies}/io.github.morvaneoperation.InstallHelper.policy.in
+        "${to}/io.github.morvaneoperation.InstallHelper.policy" @ONLY)
     foreach(file io.github.morvaneoperation.PrivilegedHelper.service
-            io.github.morvaneoperation.InstallHelper.policy morvane-install-helper
+            morvane-install-helper
             io.github.morvaneoperation.PrivilegedHelper.8 morvane-install-helper.8)
         configure_file(${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${file}.in "${to}/${file}" @ONLY)
     endforeach()

@@ -71,7 +71,7 @@ class LoggedRequests final : public MVFileRequest {
         return [reply = std::move(reply), request = std::move(request)](T... results) {
             const auto& error = std::get<NSErrorRef&>(std::tie(results...));
             if (error)
-                request->failed(error->localizedDescription());
+                request->failed(error->description().english());
             else
                 request->done();
             reply(std::move(results)...);
@@ -92,27 +92,35 @@ const char* rightFor(std::string_view selector) {
     return nullptr;
 }
 
-/// A sentence without its capital and its full stop.
-std::string refusal(RightState state, const std::string& right) {
+Phrase refusal(RightState state, const std::string& right) {
     switch (state) {
         case RightState::expired:
-            return "the right " + right + " has expired";
+            return phrase("The right %1 has expired.", right);
         case RightState::unknown:
-            return "the system's policy service cannot be reached";
+            return phrase("The system's policy service cannot be reached.");
         default:
-            return "the right " + right + " is not held";
+            return right.empty() ? phrase("The right to it is not held.")
+                                 : phrase("The right %1 is not held.", right);
     }
 }
 
-const char* suggestion(RightState state) {
+/// For the log: without the capital and the full stop.
+std::string withinALine(const std::string& sentence) {
+    auto text = sentence.substr(0, sentence.size() - 1);
+    text.front() = 't';
+    return text;
+}
+
+Phrase suggestion(RightState state) {
     switch (state) {
         case RightState::expired:
-            return "Ask again in five minutes, or in a program started anew.";
+            return phrase("Ask again in five minutes, or in a program started anew.");
         case RightState::unknown:
-            return "Check that polkit runs ('systemctl status polkit'), and try again.";
+            return phrase("Check that polkit runs ('systemctl status polkit'), and try again.");
         default:
-            return "Ask for the right again; it holds for 45 seconds, and for the process that has "
-                   "asked.";
+            return phrase(
+                "Ask for the right again; it holds for 45 seconds, and for the process "
+                "that has asked.");
     }
 }
 
@@ -127,14 +135,9 @@ NSXPCConnection::Admission admissionByRight(RightCheck check,
         const auto state = right ? check(right) : RightState::notHeld;
         if (state == RightState::held)
             return NSErrorRef();
-        const std::string why = refusal(state, right ? right : "to it");
-        journal->refused(client, selector, why);
-        auto description = why + '.';
-        description.front() = 'T';
-        return NSError::errorWithDomain(
-            NSPOSIXErrorDomain, EACCES,
-            {{NSLocalizedDescriptionKey, std::move(description)},
-             {NSLocalizedRecoverySuggestionErrorKey, suggestion(state)}});
+        const auto why = refusal(state, right ? right : "");
+        journal->refused(client, selector, withinALine(why.english()));
+        return NSError::errorWithDescription(NSPOSIXErrorDomain, EACCES, why, suggestion(state));
     };
 }
 

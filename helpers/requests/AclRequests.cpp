@@ -34,7 +34,7 @@ struct ItemWithAcl {
 Result<ItemWithAcl> openWithAcl(const NSURL& url, const PathRule& rule) {
     if (!url.isFileURL())
         return Failure{
-            posixError(EINVAL, url, "Only files and folders have an access-control list.")};
+            posixError(EINVAL, url, phrase("Only files and folders have an access-control list."))};
     auto item = AclItem::open(url.path(), rule);
     if (!item)
         return Failure{posixError(item.error(), url)};
@@ -42,9 +42,9 @@ Result<ItemWithAcl> openWithAcl(const NSURL& url, const PathRule& rule) {
     if (!acl)
         return Failure{posixError(acl.error(), url,
                                   acl.error() == EBADMSG
-                                      ? "The item's NFSv4 access-control list is damaged, or has "
-                                        "more than 1024 entries."
-                                      : "")};
+                                      ? phrase("The item's NFSv4 access-control list is "
+                                               "damaged, or has more than 1024 entries.")
+                                      : Phrase())};
     return ItemWithAcl{*std::move(item), *std::move(acl)};
 }
 
@@ -86,14 +86,15 @@ NSErrorRef writeNative(const AclItem& item, const Nfs4Item& old, const Nfs4Acl& 
         return posixError(losses.error(), url, whyNfs4AclIsRefused(losses.error(), old, list));
     if (losses->empty())
         return nullptr;
-    const auto text = "The server of the network mount has stored another list. It differs in: " +
-                      textOfStoring(*losses) + ".";
+    const auto text =
+        phrase("The server of the network mount has stored another list. It differs in: %1.",
+               textOfStoring(*losses));
     const auto places = placesIn(wanted, list);
     for (auto& loss : *losses)
         loss.entry = places[loss.entry];
     return posixError(EREMOTEIO, url, text,
-                      "The item has the list that the server has stored: look at it, and change "
-                      "what must not stay so.",
+                      phrase("The item has the list that the server has stored: look at it, and "
+                             "change what must not stay so."),
                       errorsOfLosses(*losses));
 }
 
@@ -145,17 +146,15 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return found.error();
     const auto& [item, old] = *found;
     if (const int code = whyNotChangeable(item.path(), rule))
-        return posixError(code, url,
-                          "Only files and folders are changed on behalf of another user, and a "
-                          "file with several names only for its owner.");
+        return posixError(
+            code, url,
+            phrase("Only files and folders are changed on behalf of another user, and a "
+                   "file with several names only for its owner."));
     if (wereReadBefore(entries, originOf(old, url)->values()))
-        return NSError::errorWithDomain(
-            MVAclErrorDomain, MVAclChanged,
-            {{NSURLErrorKey, url},
-             {NSLocalizedDescriptionKey, std::string("The list has changed since it was read.")},
-             {NSLocalizedRecoverySuggestionErrorKey,
-              std::string("Nothing was changed. Read it again, and make the change on what it is "
-                          "now.")}});
+        return NSError::errorWithDescription(
+            MVAclErrorDomain, MVAclChanged, phrase("The list has changed since it was read."),
+            phrase("Nothing was changed. Read it again, and make the change on what it is now."),
+            {{NSURLErrorKey, url}});
     if (const auto* native = std::get_if<Nfs4Item>(&old)) {
         const auto wanted = replaced(entries, *native);
         if (!wanted.losses.empty())
@@ -181,7 +180,8 @@ Result<std::vector<std::shared_ptr<MVTreeNode>>> aclAccessOfUrl(const NSURL& url
                                                                 const PathRule& rule) {
     const auto who = posixIdentityOfUUID(uuid);
     if (!who || std::holds_alternative<CBCreator>(*who))
-        return Failure{posixError(EINVAL, url, "The identity is no user or group of this system.")};
+        return Failure{
+            posixError(EINVAL, url, phrase("The identity is no user or group of this system."))};
     const auto found = openWithAcl(url, rule);
     if (!found)
         return Failure{found.error()};
@@ -190,9 +190,9 @@ Result<std::vector<std::shared_ptr<MVTreeNode>>> aclAccessOfUrl(const NSURL& url
     if (native && isServersRoot(*native, *who) && geteuid() != 0)
         return Failure{
             posixError(EPERM, url,
-                       "What root may do on a network mount is for its server to say, which "
-                       "takes root for somebody else, or does not, and tells only root.",
-                       "Ask as root, or with the privileged helper.")};
+                       phrase("What root may do on a network mount is for its server to say, which "
+                              "takes root for somebody else, or does not, and tells only root."),
+                       phrase("Ask as root, or with the privileged helper."))};
     if (native)
         return permissionTree(effectiveBoxes(item, *native, *who, systemNfs4Names()),
                               native->target.isDirectory);

@@ -30,7 +30,7 @@ Result<std::vector<NSURL>> contentsOfDirectory(const NSURL& directory, const Pat
                                                std::size_t messageSize,
                                                const std::function<bool()>& goesOn) {
     if (!directory.isFileURL())
-        return Failure{posixError(EINVAL, directory, "Only folders can be listed.")};
+        return Failure{posixError(EINVAL, directory, phrase("Only folders can be listed."))};
     auto opened = openPath(directory.path(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, rule);
     if (!opened)
         return Failure{posixError(opened.error(), directory)};
@@ -54,9 +54,11 @@ Result<std::vector<NSURL>> contentsOfDirectory(const NSURL& directory, const Pat
         contents.push_back(directory.URLByAppendingPathComponent(name));
         bytes += contents.back().absoluteString().size() + bytesForUrl;
         if (bytes > messageSize)
-            return Failure{posixError(EMSGSIZE, directory,
-                                      "The folder has more items than one answer can hold (" +
-                                          std::to_string(messageSize) + " bytes).")};
+            return Failure{
+                posixError(EMSGSIZE, directory,
+                           phrase("The folder has more items than one answer can hold (%1 "
+                                  "bytes).",
+                                  messageSize))};
     }
     if (errno != 0)
         return Failure{posixError(errno, directory)};

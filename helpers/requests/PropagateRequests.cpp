@@ -31,34 +31,49 @@ namespace {
 
 using Entries = std::vector<std::shared_ptr<MVAclEntry>>;
 
-std::string counted(std::uint64_t items) {
-    return std::to_string(items) + (items == 1 ? " item" : " items");
-}
-
-/// `others` tells what has become of the rest.
-std::string failuresText(const WalkFailures& failures, const char* others) {
+/// How many items could not be changed.
+Phrase failuresText(const WalkFailures& failures) {
     const auto& first = failures.first;
+    if (failures.notReached != 0 && failures.notReached == failures.count)
+        return countedPhrase(
+            "%1 item could not be changed or entered, and what is below it was not "
+            "reached",
+            "%1 items could not be changed or entered, and what is below them was "
+            "not reached",
+            failures.count);
+    if (failures.notReached != 0)
+        return phrase(
+            "%1 items could not be changed or entered, and what is below %2 of them was "
+            "not reached",
+            failures.count, failures.notReached);
     // If all of the first ones are alike, all are.
     const bool isStored = std::all_of(first.begin(), first.end(),
                                       [](const WalkFailure& one) { return one.code == EREMOTEIO; });
-    std::string text = counted(failures.count) + " could not be changed" +
-                       (isStored ? " as asked" : "") +
-                       (failures.notReached == 0 ? "" : " or entered" + notReachedText(failures)) +
-                       others + "; " + (first.size() == 1 ? "the first is " : "the first are ");
-    for (std::size_t i = 0; i != first.size(); ++i)
-        text += (i == 0 ? "" : ", ") + quotedPath(NSURL::fileURLWithPath(first[i].path)) + " (" +
-                (first[i].code == EREMOTEIO
-                     ? "the server of the network mount has stored another list"
-                     : NSError::errorWithDomain(NSPOSIXErrorDomain, first[i].code)
-                           ->localizedDescription()) +
-                ")";
-    return text;
+    return isStored ? countedPhrase("%1 item could not be changed as asked",
+                                    "%1 items could not be changed as asked", failures.count)
+                    : countedPhrase("%1 item could not be changed", "%1 items could not be changed",
+                                    failures.count);
+}
+
+/// `text`, with the first of the items that it is about.
+Phrase withFirst(const Phrase& text, const std::vector<WalkFailure>& failures) {
+    std::vector<Phrase> first;
+    for (const auto& [path, code] : failures) {
+        const auto why = code == EREMOTEIO
+                             ? phrase("the server of the network mount has stored another list")
+                             : Phrase::ofSystemError(code);
+        first.push_back(phrase("%1 (%2)", quotedPath(NSURL::fileURLWithPath(path)), why));
+    }
+    const auto list = Phrase::list(translatable(", "), first);
+    // TRANSLATORS: %2 is "3 items could not be changed, the others are", %3 one or several paths,
+    // each with the reason in brackets.
+    return countedPhrase("%2; the first is %3", "%2; the first are %3", first.size(), text, list);
 }
 
 /// `losses` of items below, each with the first entry of the folder's that is for the same one and
 /// is inherited, in the order of these.
 std::vector<EntryLoss> countedAmong(const Entries& entries, const EntryLossSet& losses) {
-    std::map<std::string, std::size_t> places;
+    std::map<Phrase, std::size_t> places;
     for (std::size_t i = 0; !losses.empty() && i != entries.size(); ++i) {
         std::vector<EntryLoss> ignored;
         const auto& groups = entries[i]->permissions();
@@ -81,9 +96,9 @@ std::vector<EntryLoss> countedAmong(const Entries& entries, const EntryLossSet& 
 NSErrorRef lossesError(const Entries& entries, const EntryLossSet& losses, const NSURL& url) {
     const auto lost = countedAmong(entries, losses);
     return posixError(EOPNOTSUPP, url,
-                      "The file system cannot hold all that is inherited. " +
-                          textOfLosses(textsOfLosses(lost, canonicalNumbers(entries))),
-                      "Nothing was changed. Change these entries.", errorsOfLosses(lost));
+                      phrase("The file system cannot hold all that is inherited. %1",
+                             textOfLosses(textsOfLosses(lost, canonicalNumbers(entries)))),
+                      phrase("Nothing was changed. Change these entries."), errorsOfLosses(lost));
 }
 
 /// What writes to the items below the folder.
@@ -130,8 +145,8 @@ class PropagationJob {
         } catch (const std::exception& error) {
             refusal_ = posixError(
                 EINVAL, url_,
-                "The entries do not have the boxes of a folder's: " + std::string(error.what()),
-                "Nothing was changed. Send entries as the folder has them.");
+                phrase("The entries do not have the boxes of a folder's: %1", error.what()),
+                phrase("Nothing was changed. Send entries as the folder has them."));
         }
         if (writer)
             propagation_.run(*writer, *std::move(opened), url_.path());
@@ -156,7 +171,7 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
                                     const std::weak_ptr<NSXPCConnection>& client,
                                     const PathRule& rule, std::chrono::milliseconds interval) {
     if (!url.isFileURL())
-        return posixError(EINVAL, url, "Only a folder has something below it.");
+        return posixError(EINVAL, url, phrase("Only a folder has something below it."));
     const auto job = std::make_shared<PropagationJob>(entries, url, rule);
     const auto question = std::make_shared<ClientQuestion>(client, [job] { job->cancel(); });
     const auto end = supervise([job] { job->run(); }, {.user = userOfRule(rule),
@@ -174,19 +189,29 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
                                 const NSURL& url, WorkEnd end) {
     const auto failures = propagation.failures();
     const auto lost = countedAmong(entries, propagation.lost());
-    const auto error = [&](int code, const NSURL& where, const std::string& text) {
+    const auto error = [&](int code, const NSURL& where, const Phrase& text) {
         return posixError(code, where, text, {}, errorsOfLosses(lost));
     };
-    std::string details;
+    std::vector<Phrase> details;
     if (!lost.empty())
-        details += " The lists that are stored differ in: " + textOfStoring(lost) + ".";
+        details.push_back(phrase("The lists that are stored differ in: %1.", textOfStoring(lost)));
     for (const auto& reason : propagation.reasons())
-        details += ' ' + reason;
-    if (propagation.isCancelled())
-        return error(ECANCELED, url,
-                     "The propagation was cancelled after " + counted(propagation.items()) + "." +
-                         (failures.count == 0 ? "" : " " + failuresText(failures, "") + ".") +
-                         details + leftText(end));
+        details.push_back(reason);
+    const auto told = [&](const Phrase& text) {
+        auto all = details;
+        all.insert(all.begin(), text);
+        return all;
+    };
+    if (propagation.isCancelled()) {
+        auto all = told(failures.count == 0
+                            ? Phrase()
+                            : phrase("%1.", withFirst(failuresText(failures), failures.first)));
+        all.insert(all.begin(), countedPhrase("The propagation was cancelled after %1 item.",
+                                              "The propagation was cancelled after %1 items.",
+                                              propagation.items()));
+        all.push_back(leftText(end));
+        return error(ECANCELED, url, sentences(std::move(all)));
+    }
     if (failures.count == 0)
         return nullptr;
     // A list that is stored otherwise is the least of what may have happened.
@@ -194,10 +219,14 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
                               [](const WalkFailure& one) { return one.code != EREMOTEIO; });
     if (worst == failures.first.end())
         worst = failures.first.begin();
+    const auto failed = failuresText(failures);
+    const auto text = withFirst(failures.notReached == 0
+                                    // TRANSLATORS: %1 is "3 items could not be changed".
+                                    ? phrase("%1, the others are", failed)
+                                    : phrase("%1; the others are changed", failed),
+                                failures.first);
     return error(worst->code, NSURL::fileURLWithPath(worst->path),
-                 failuresText(failures, failures.notReached == 0 ? ", the others are"
-                                                                 : "; the others are changed") +
-                     (details.empty() ? "" : "." + details));
+                 details.empty() ? text : sentences(told(phrase("%1.", text))));
 }
 
 }  // namespace morvane

@@ -14,18 +14,17 @@ namespace morvane {
 namespace {
 
 /// Empty for a name that a folder can hold, otherwise what is wrong with it.
-std::string faultOfName(const std::string& name) {
+Phrase faultOfName(const std::string& name) {
     if (name.empty())
-        return "A new name is empty.";
+        return phrase("A new name is empty.");
     if (name == "." || name == "..")
-        return "\"" + name + "\" names a folder's own place and cannot be given to an item.";
+        return phrase("\"%1\" names a folder's own place and cannot be given to an item.", name);
     if (name.find('/') != std::string::npos)
-        return "The new name \"" + name + "\" holds a slash; an item stays in its folder.";
+        return phrase("The new name \"%1\" holds a slash; an item stays in its folder.", name);
     if (name.find('\0') != std::string::npos)
-        return "A new name holds a NUL character.";
+        return phrase("A new name holds a NUL character.");
     if (name.size() > NAME_MAX)
-        return "A new name has " + std::to_string(name.size()) + " bytes; a name has at most " +
-               std::to_string(NAME_MAX) + ".";
+        return phrase("A new name has %1 bytes; a name has at most %2.", name.size(), NAME_MAX);
     return {};
 }
 
@@ -71,10 +70,10 @@ Result<std::size_t, int> Planning::findFolder(const std::string& path) {
 NSErrorRef Planning::add(std::size_t index, const std::string& name) {
     const auto& url = urls_[index];
     if (!url.isFileURL())
-        return posixError(EINVAL, url, "Only files and folders can be renamed.");
+        return posixError(EINVAL, url, phrase("Only files and folders can be renamed."));
     if (const auto fault = faultOfName(name); !fault.empty())
         return posixError(name.size() > NAME_MAX ? ENAMETOOLONG : EINVAL, url, fault,
-                          "Nothing was renamed. Give each item a name of its own.");
+                          phrase("Nothing was renamed. Give each item a name of its own."));
     auto path = url.path();
     while (path.size() > 1 && path.ends_with('/'))
         path.pop_back();
@@ -82,17 +81,18 @@ NSErrorRef Planning::add(std::size_t index, const std::string& name) {
     RenameItem item;
     item.oldName = path.substr(slash + 1);
     if (item.oldName.empty() || item.oldName == "." || item.oldName == "..")
-        return posixError(EINVAL, url, "The path does not end with the name of an item.",
-                          "Nothing was renamed. Name the item as its folder lists it.");
+        return posixError(EINVAL, url, phrase("The path does not end with the name of an item."),
+                          phrase("Nothing was renamed. Name the item as its folder lists it."));
     item.folderPath = slash == 0 ? "/" : path.substr(0, slash);
     item.name = item.oldName;
     item.newName = name;
     const auto found = findFolder(item.folderPath);
     if (!found) {
         if (found.error() == EMFILE || found.error() == ENFILE)
-            return posixError(found.error(), url,
-                              "The items are in too many different folders for one request.",
-                              "Nothing was renamed. Make several requests.");
+            return posixError(
+                found.error(), url,
+                phrase("The items are in too many different folders for one request."),
+                phrase("Nothing was renamed. Make several requests."));
         item.code = found.error();
         item.visited = true;
         plan_.items.push_back(std::move(item));
@@ -102,12 +102,12 @@ NSErrorRef Planning::add(std::size_t index, const std::string& name) {
     auto& folder = plan_.folders[item.folder];
     if (!folder.byOld.emplace(item.oldName, index).second)
         return posixError(EINVAL, url,
-                          "The item " + quotedPath(url) + " is named twice in the request.",
-                          "Nothing was renamed. Name each item once.");
+                          phrase("The item %1 is named twice in the request.", quotedPath(url)),
+                          phrase("Nothing was renamed. Name each item once."));
     if (!folder.byNew.emplace(name, index).second)
         return posixError(EEXIST, url,
-                          "Two items of one folder would both get the name \"" + name + "\".",
-                          "Nothing was renamed. Give each item a name of its own.");
+                          phrase("Two items of one folder would both get the name \"%1\".", name),
+                          phrase("Nothing was renamed. Give each item a name of its own."));
     plan_.items.push_back(std::move(item));
     return nullptr;
 }

@@ -220,13 +220,15 @@ RenameAnswer Renaming::answer() {
     const auto code = static_cast<int>(answer.codes[firstFailed]);
     const auto reason =
         code == EOPNOTSUPP
-            ? "This file system cannot rename folders, or let items change places, without the "
-              "risk of overwriting what gets the new name at that moment."
-            : NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
-    answer.error = posixError(code, urls_[firstFailed],
-                              std::to_string(failed) + " of " + std::to_string(items_.size()) +
-                                  " items could not be renamed; the first is " +
-                                  quotedPath(urls_[firstFailed]) + " (" + reason + ")");
+            ? phrase(
+                  "This file system cannot rename folders, or let items change places, without "
+                  "the risk of overwriting what gets the new name at that moment.")
+            : Phrase::ofSystemError(code);
+    answer.error =
+        posixError(code, urls_[firstFailed],
+                   // TRANSLATORS: %3 is a path, %4 the reason.
+                   phrase("%1 of %2 items could not be renamed; the first is %3 (%4)", failed,
+                          items_.size(), quotedPath(urls_[firstFailed]), reason));
     return answer;
 }
 
@@ -244,16 +246,16 @@ RenameAnswer renameUrlsTo(const std::vector<NSURL>& urls, const std::vector<std:
     };
     const auto first = urls.empty() ? NSURL::fileURLWithPath("/") : urls.front();
     if (urls.size() != names.size())
-        return refused(posixError(EINVAL, first,
-                                  "The request has " + std::to_string(urls.size()) + " items but " +
-                                      std::to_string(names.size()) + " names.",
-                                  "Nothing was renamed. Give one name for each item."));
+        return refused(
+            posixError(EINVAL, first,
+                       phrase("The request has %1 items but %2 names.", urls.size(), names.size()),
+                       phrase("Nothing was renamed. Give one name for each item.")));
     if (urls.size() > maxItemsToRename)
-        return refused(posixError(E2BIG, first,
-                                  "The request has " + std::to_string(urls.size()) +
-                                      " items; one request renames at most " +
-                                      std::to_string(maxItemsToRename) + ".",
-                                  "Nothing was renamed. Make several requests."));
+        return refused(
+            posixError(E2BIG, first,
+                       phrase("The request has %1 items; one request renames at most %2.",
+                              urls.size(), maxItemsToRename),
+                       phrase("Nothing was renamed. Make several requests.")));
     auto plan = planOfRenaming(urls, names, rule);
     if (!plan)
         return refused(plan.error());

@@ -7,16 +7,13 @@
 
 namespace morvane {
 
-NSErrorRef posixError(int code, const NSURL& url, std::string text, std::string suggestion,
+NSErrorRef posixError(int code, const NSURL& url, const Phrase& text, const Phrase& suggestion,
                       std::vector<NSErrorRef> underlying) {
     NSErrorUserInfo userInfo{{NSURLErrorKey, url}};
-    if (!text.empty())
-        userInfo.emplace(NSLocalizedDescriptionKey, std::move(text));
-    if (!suggestion.empty())
-        userInfo.emplace(NSLocalizedRecoverySuggestionErrorKey, std::move(suggestion));
     if (!underlying.empty())
         userInfo.emplace(NSMultipleUnderlyingErrorsKey, std::move(underlying));
-    return NSError::errorWithDomain(NSPOSIXErrorDomain, code, std::move(userInfo));
+    return NSError::errorWithDescription(NSPOSIXErrorDomain, code, text, suggestion,
+                                         std::move(userInfo));
 }
 
 std::string quotedPath(const NSURL& url) {

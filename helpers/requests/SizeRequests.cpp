@@ -58,16 +58,27 @@ class SizeJob {
     std::size_t done_ = 0;
 };
 
-std::string skippedText(const WalkFailures& unreadable) {
+Phrase skippedText(const WalkFailures& unreadable) {
     const auto& [path, code] = unreadable.first.front();
-    const auto reason = NSError::errorWithDomain(NSPOSIXErrorDomain, code);
+    // TRANSLATORS: A path, and why it could not be read or changed.
     const auto first =
-        quotedPath(NSURL::fileURLWithPath(path)) + " (" + reason->localizedDescription() + ")";
-    return unreadable.count == 1 ? "1 item could not be read and counts as nothing" +
-                                       notReachedText(unreadable) + ": " + first
-                                 : std::to_string(unreadable.count) +
-                                       " items could not be read and count as nothing" +
-                                       notReachedText(unreadable) + "; the first is " + first;
+        phrase("%1 (%2)", quotedPath(NSURL::fileURLWithPath(path)), Phrase::ofSystemError(code));
+    if (unreadable.notReached == 0)
+        // TRANSLATORS: %2 is a path, with the reason in brackets.
+        return countedPhrase("1 item could not be read and counts as nothing: %2",
+                             "%1 items could not be read and count as nothing; the first is %2",
+                             unreadable.count, first);
+    if (unreadable.notReached == unreadable.count)
+        return countedPhrase(
+            "1 item could not be read and counts as nothing, and what is below it "
+            "was not reached: %2",
+            "%1 items could not be read and count as nothing, and what is below "
+            "them was not reached; the first is %2",
+            unreadable.count, first);
+    return phrase(
+        "%1 items could not be read and count as nothing, and what is below %2 of them "
+        "was not reached; the first is %3",
+        unreadable.count, unreadable.notReached, first);
 }
 
 }  // namespace
@@ -77,7 +88,7 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
                         std::chrono::milliseconds interval) {
     for (const auto& url : urls) {
         if (!url.isFileURL())
-            return {{}, posixError(EINVAL, url, "Only files and folders have a size.")};
+            return {{}, posixError(EINVAL, url, phrase("Only files and folders have a size."))};
     }
     if (urls.empty())
         return {};
@@ -95,11 +106,12 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
         return {{}, std::move(error)};
     SizesAnswer answer{job->items(), nullptr};
     const auto unreadable = job->unreadable();
-    const auto skipped = unreadable.count > 0 ? skippedText(unreadable) : "";
+    const auto skipped = unreadable.count > 0 ? skippedText(unreadable) : Phrase();
     if (!question->goesOn())
-        answer.error = posixError(ECANCELED, urls.front(),
-                                  "The computation was cancelled." +
-                                      (skipped.empty() ? "" : " " + skipped + ".") + leftText(end));
+        answer.error = posixError(
+            ECANCELED, urls.front(),
+            sentences({phrase("The computation was cancelled."),
+                       skipped.empty() ? skipped : phrase("%1.", skipped), leftText(end)}));
     else if (unreadable.count > 0)
         answer.error = posixError(unreadable.first.front().code,
                                   NSURL::fileURLWithPath(unreadable.first.front().path), skipped);

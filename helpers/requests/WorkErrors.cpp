@@ -20,35 +20,32 @@ NSErrorRef errorOfWork(WorkEnd end, const NSURL& url) {
             return nullptr;
         case WorkEnd::tooMuchLeft:
             return posixError(EBUSY, url,
-                              "Earlier requests of yours still wait for a file system that does "
-                              "not answer.",
-                              "Nothing was begun. Bring that file system back, or unmount it.");
+                              phrase("Earlier requests of yours still wait for a file system that "
+                                     "does not answer."),
+                              phrase("Nothing was begun. Bring that file system back, or unmount "
+                                     "it."));
         case WorkEnd::noThread:
-            return posixError(EAGAIN, url, "The service has too much to do.",
-                              "Nothing was begun. Try again later.");
+            return posixError(EAGAIN, url, phrase("The service has too much to do."),
+                              phrase("Nothing was begun. Try again later."));
     }
     return nullptr;
 }
 
 NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end) {
-    return posixError(ECANCELED, url, "The request was cancelled." + leftText(end));
+    return posixError(ECANCELED, url,
+                      sentences({phrase("The request was cancelled."), leftText(end)}));
 }
 
-std::string leftText(WorkEnd end) {
-    return end == WorkEnd::left ? " A file system does not answer; what it was asked may still be "
-                                  "done when it does."
-                                : "";
+Phrase leftText(WorkEnd end) {
+    return end == WorkEnd::left ? phrase(
+                                      "A file system does not answer; what it was asked may "
+                                      "still be done when it does.")
+                                : Phrase();
 }
 
-std::string notReachedText(const WalkFailures& failures) {
-    if (failures.notReached == 0)
-        return {};
-    const bool isAll = failures.notReached == failures.count;
-    return ", and what is below " +
-           (failures.count == 1 ? "it"
-            : isAll             ? "them"
-                                : std::to_string(failures.notReached) + " of them") +
-           " was not reached";
+Phrase sentences(std::vector<Phrase> all) {
+    std::erase_if(all, [](const Phrase& each) { return each.empty(); });
+    return all.size() == 1 ? all.front() : Phrase::list(" ", all);
 }
 
 }  // namespace morvane

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <MorvaneOperation/platform/foundation/NSError.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <cstdint>
-#include <string>
+#include <vector>
 
 #include "ItemPath.h"
 #include "SupervisedWork.h"
-#include "TreeWalk.h"
 
 /// Puts into words how work on files has ended.
 namespace morvane {
@@ -23,9 +23,9 @@ NSErrorRef errorOfWork(WorkEnd end, const NSURL& url);
 NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end);
 
 /// Returns what a text adds for work that was left; empty for other work.
-std::string leftText(WorkEnd end);
+Phrase leftText(WorkEnd end);
 
-/// ", and what is below it was not reached", if there is such an item among the failures.
-std::string notReachedText(const WalkFailures& failures);
+/// Returns those that are not empty, one behind the other.
+Phrase sentences(std::vector<Phrase> all);
 
 }  // namespace morvane

@@ -86,7 +86,7 @@ EntryLossSet AclPropagation::lost() const {
     return lost_;
 }
 
-std::vector<std::string> AclPropagation::reasons() const {
+std::vector<Phrase> AclPropagation::reasons() const {
     const std::lock_guard lock(mutex_);
     return {reasons_.begin(), reasons_.end()};
 }

@@ -27,7 +27,7 @@ struct WriteFailure {
     /// An errno value.
     int code = 0;
     /// For people: sentences. Empty where the system's own text says it all.
-    std::string why{};
+    Phrase why{};
 };
 
 /// Gives one item below a folder what it inherits. Two threads call it at once.
@@ -67,7 +67,7 @@ class AclPropagation final : private TreeVisitor {
     /// about, what is about one identity together.
     EntryLossSet lost() const;
     /// Why items were refused, each reason once, and no more of them than are worth telling.
-    std::vector<std::string> reasons() const;
+    std::vector<Phrase> reasons() const;
 
   private:
     /// This is more than is reported. As the lists of the items are similar, only a server that
@@ -86,7 +86,7 @@ class AclPropagation final : private TreeVisitor {
     std::atomic<std::uint64_t> items_ = 0;
     mutable std::mutex mutex_;
     EntryLossSet lost_;
-    std::set<std::string> reasons_;
+    std::set<Phrase> reasons_;
 };
 
 }  // namespace morvane

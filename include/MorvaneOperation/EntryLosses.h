@@ -4,6 +4,7 @@
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/platform/foundation/NSError.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -50,14 +51,14 @@ struct EntryLoss {
     std::size_t entry = 0;
     EntryLossReason reason = EntryLossReason::box;
     /// The name of the box or of the group of boxes; empty if the whole entry is lost.
-    std::string box;
+    Phrase box;
     /// Describes the entry to people: "allow user bob".
-    std::string who;
+    Phrase who;
     /// Gives the reason to people: "only root has it".
-    std::string why;
+    Phrase why;
 
     /// Says to people what is lost: "\"Change Owner\": only root has it".
-    MORVANE_EXPORT std::string text() const;
+    MORVANE_EXPORT Phrase text() const;
     bool operator==(const EntryLoss&) const = default;
 };
 
@@ -71,15 +72,15 @@ struct EntryLossByText {
 using EntryLossSet = std::set<EntryLoss, EntryLossByText>;
 
 MORVANE_EXPORT EntryLoss makeLoss(std::size_t number, const MVAclEntry& entry,
-                                  EntryLossReason reason, std::string box, std::string why);
+                                  EntryLossReason reason, const Phrase& box, const Phrase& why);
 
 /// Describes each loss: "entry 3 (allow user bob): "Delete": ...". `numbers` has for each entry the
 /// number under which it is shown, counted from 1; where it is missing or 0 the text begins with
 /// "allow user bob: ...".
-MORVANE_EXPORT std::vector<std::string> textsOfLosses(const std::vector<EntryLoss>& losses,
-                                                      const std::vector<std::size_t>& numbers = {});
+MORVANE_EXPORT std::vector<Phrase> textsOfLosses(const std::vector<EntryLoss>& losses,
+                                                 const std::vector<std::size_t>& numbers = {});
 /// Makes one sentence of all `texts`: "It would lose: ...; ....".
-MORVANE_EXPORT std::string textOfLosses(const std::vector<std::string>& texts);
+MORVANE_EXPORT Phrase textOfLosses(const std::vector<Phrase>& texts);
 
 /// Returns the number of each entry, counted from 1, when the entries are shown in canonical order.
 MORVANE_EXPORT std::vector<std::size_t> canonicalNumbers(
@@ -103,11 +104,14 @@ MORVANE_EXPORT std::vector<EntryLoss> lossesOfError(const NSError& error);
 /// The domain of the errors that each stand for one loss: the code is the EntryLossReason, the
 /// description says what is lost.
 inline constexpr const char* MVEntryLossDomain = "MVEntryLossDomain";
-/// Keys of the user info of such an error: it has the members of EntryLoss under these names.
+/// Keys of the user info of such an error: it has the members of EntryLoss under these names, the
+/// texts in English, and what is needed to say two of them in another language (Phrase::code()).
 inline constexpr const char* MVEntryLossEntryKey = "MVEntryLossEntry";
 inline constexpr const char* MVEntryLossBoxKey = "MVEntryLossBox";
 inline constexpr const char* MVEntryLossWhoKey = "MVEntryLossWho";
 inline constexpr const char* MVEntryLossWhyKey = "MVEntryLossWhy";
+inline constexpr const char* MVEntryLossWhoPhraseKey = "MVEntryLossWhoPhrase";
+inline constexpr const char* MVEntryLossWhyPhraseKey = "MVEntryLossWhyPhrase";
 
 /// Returns the bits of those boxes of `group` that are on. A box that is neither on nor off is
 /// added to `losses`.

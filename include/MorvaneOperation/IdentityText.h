@@ -2,6 +2,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <string>
 
@@ -15,6 +16,8 @@ namespace morvane {
 MORVANE_EXPORT std::string identityName(const MVAclEntry& entry);
 /// Returns "user alice" or "group staff". "everyone" and an identity without a name ("uid 1234")
 /// are not preceded by a word.
-MORVANE_EXPORT std::string identityText(const CBIdentity& identity);
+MORVANE_EXPORT Phrase identityText(const CBIdentity& identity);
+/// Likewise for the identity of the entry. Of one without an identity, identityName().
+MORVANE_EXPORT Phrase identityText(const MVAclEntry& entry);
 
 }  // namespace morvane

@@ -21,7 +21,7 @@ namespace morvane {
 ///             greyOut(*entry, MVAclGroupAll);
 ///     }
 ///     for (const auto& loss : list->losses(entries))
-///         show(loss.text());
+///         show(loss.text().localized());
 ///     entries = list->nearest(entries);
 ///
 /// It only computes: it needs neither a service nor a right and does not look at the item. A

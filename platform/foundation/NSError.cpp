@@ -2,7 +2,6 @@
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 
 namespace morvane {
@@ -11,6 +10,19 @@ namespace {
 const std::string* stringForKey(const NSErrorUserInfo& userInfo, const char* key) {
     const auto found = userInfo.find(key);
     return found == userInfo.end() ? nullptr : std::get_if<std::string>(&found->second);
+}
+
+Phrase phraseOf(const std::string& text, const NSErrorUserInfo& userInfo, const char* phraseKey) {
+    const auto* code = stringForKey(userInfo, phraseKey);
+    return code ? Phrase::decoded(*code, text) : Phrase(text);
+}
+
+void put(NSErrorUserInfo& userInfo, const Phrase& phrase, const char* key, const char* phraseKey) {
+    if (phrase.empty())
+        return;
+    userInfo.insert_or_assign(key, phrase.english());
+    if (!phrase.code().empty())
+        userInfo.insert_or_assign(phraseKey, phrase.code());
 }
 
 bool equalErrors(const NSErrorRef& a, const NSErrorRef& b) {
@@ -42,23 +54,33 @@ NSErrorRef NSError::errorWithDomain(std::string domain, std::int64_t code,
     return std::make_shared<const NSError>(std::move(domain), code, std::move(userInfo));
 }
 
+NSErrorRef NSError::errorWithDescription(std::string domain, std::int64_t code,
+                                         const Phrase& description, const Phrase& suggestion,
+                                         NSErrorUserInfo userInfo) {
+    put(userInfo, description, NSLocalizedDescriptionKey, MVDescriptionPhraseKey);
+    put(userInfo, suggestion, NSLocalizedRecoverySuggestionErrorKey, MVRecoverySuggestionPhraseKey);
+    return errorWithDomain(std::move(domain), code, std::move(userInfo));
+}
+
 NSError::NSError(std::string domain, std::int64_t code, NSErrorUserInfo userInfo)
     : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
-std::string NSError::localizedDescription() const {
+Phrase NSError::description() const {
     if (const auto* text = stringForKey(userInfo_, NSLocalizedDescriptionKey))
-        return *text;
+        return phraseOf(*text, userInfo_, MVDescriptionPhraseKey);
     // The C library's text; a code that is no int has none.
     if (domain_ == NSPOSIXErrorDomain && std::in_range<int>(code_))
-        return std::generic_category().message(static_cast<int>(code_));
-    return "The operation could not be completed (" + domain_ + " error " + std::to_string(code_) +
-           ").";
+        return Phrase::ofSystemError(static_cast<int>(code_));
+    return phrase("The operation could not be completed (%1 error %2).", domain_, code_);
+}
+
+std::string NSError::localizedDescription() const {
+    return description().localized();
 }
 
 std::optional<std::string> NSError::localizedRecoverySuggestion() const {
-    if (const auto* text = stringForKey(userInfo_, NSLocalizedRecoverySuggestionErrorKey)) {
-        return *text;
-    }
+    if (const auto* text = stringForKey(userInfo_, NSLocalizedRecoverySuggestionErrorKey))
+        return phraseOf(*text, userInfo_, MVRecoverySuggestionPhraseKey).localized();
     return std::nullopt;
 }
 

@@ -3,6 +3,7 @@
 
 #include <MorvaneOperation/platform/foundation/NSObject.h>
 #include <MorvaneOperation/platform/foundation/NSURL.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 
 #include <cstdint>
 #include <map>
@@ -29,6 +30,10 @@ inline constexpr const char* NSCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr const char* NSLocalizedDescriptionKey = "NSLocalizedDescription";
 inline constexpr const char* NSLocalizedRecoverySuggestionErrorKey =
     "NSLocalizedRecoverySuggestion";
+/// What is needed to say the two texts in another language (Phrase::code()). One that does not say
+/// the same in English counts for nothing: whoever puts another text into a copy need not know it.
+inline constexpr const char* MVDescriptionPhraseKey = "MVDescriptionPhrase";
+inline constexpr const char* MVRecoverySuggestionPhraseKey = "MVRecoverySuggestionPhrase";
 inline constexpr const char* NSURLErrorKey = "NSURL";
 inline constexpr const char* NSFilePathErrorKey = "NSFilePath";
 inline constexpr const char* NSUnderlyingErrorKey = "NSUnderlyingError";
@@ -60,15 +65,23 @@ class MORVANE_EXPORT NSError final : public NSObject {
 
     static NSErrorRef errorWithDomain(std::string domain, std::int64_t code,
                                       NSErrorUserInfo userInfo = {});
+    /// With a description, and a suggestion that is not empty, of which the user info has the
+    /// English texts and their phrases.
+    static NSErrorRef errorWithDescription(std::string domain, std::int64_t code,
+                                           const Phrase& description, const Phrase& suggestion = {},
+                                           NSErrorUserInfo userInfo = {});
 
     const std::string& domain() const;
     std::int64_t code() const;
     const NSErrorUserInfo& userInfo() const;
 
-    /// The text under NSLocalizedDescriptionKey; without one, the system's text for a POSIX code,
-    /// or a sentence that names domain and code.
+    /// What the error says: the text under NSLocalizedDescriptionKey; without one, the system's
+    /// text for a POSIX code, or a sentence that names domain and code.
+    Phrase description() const;
+    /// description() in the language of this process.
     std::string localizedDescription() const;
-    /// The text under NSLocalizedRecoverySuggestionErrorKey, if there is one.
+    /// The text under NSLocalizedRecoverySuggestionErrorKey, if there is one, in the language of
+    /// this process.
     std::optional<std::string> localizedRecoverySuggestion() const;
 
     /// Same domain, code and user info.

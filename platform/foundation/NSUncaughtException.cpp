@@ -9,7 +9,7 @@ namespace morvane {
 namespace {
 
 void sayAndTerminate(const NSUncaughtException& uncaught) {
-    const auto say = [&](const char* what) {
+    const auto tell = [&](const char* what) {
         std::fprintf(stderr, "MorvaneOperation: the %.*s of \"%.*s\" has thrown an exception: %s\n",
                      static_cast<int>(uncaught.callback.size()), uncaught.callback.data(),
                      static_cast<int>(uncaught.of.size()), uncaught.of.data(), what);
@@ -18,10 +18,10 @@ void sayAndTerminate(const NSUncaughtException& uncaught) {
     try {
         std::rethrow_exception(uncaught.exception);
     } catch (const std::exception& exception) {
-        say(exception.what());
+        tell(exception.what());
         std::terminate();
     } catch (...) {
-        say("not a std::exception");
+        tell("not a std::exception");
         std::terminate();
     }
 }

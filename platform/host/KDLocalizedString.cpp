@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/Translation.h>
 #include <MorvaneOperation/platform/host/KDLocalizedString.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@ namespace {
 struct State {
     std::shared_mutex mutex;
     KDLocalizedString::Lookup lookup = systemLocalizedStrings();
+    bool isHosts = false;
     /// Counts the look-ups that were set.
     std::atomic<std::uint64_t> generation = 1;
 };
@@ -81,11 +83,30 @@ std::string KDLocalizedString::localize(std::string_view key, std::string_view t
     return result;
 }
 
+std::string KDLocalizedString::localize(std::string_view one, std::string_view many,
+                                        std::uint64_t count) {
+    const bool isHosts = [] {
+        const std::shared_lock lock(state().mutex);
+        return state().isHosts;
+    }();
+    return isHosts ? localize(count == 1 ? one : many, {})
+                   : systemLocalizedCount(std::string(one), std::string(many), count);
+}
+
 void KDLocalizedString::setLookup(Lookup lookup) {
     auto& s = state();
     const std::unique_lock lock(s.mutex);
+    s.isHosts = lookup != nullptr;
     s.lookup = lookup ? std::move(lookup) : systemLocalizedStrings();
     s.generation.fetch_add(1, std::memory_order_release);
+}
+
+std::string translated(std::string_view table, std::string_view key) {
+    return KDLocalizedString::localize(key, table);
+}
+
+std::string translated(std::string_view one, std::string_view many, std::uint64_t count) {
+    return KDLocalizedString::localize(one, many, count);
 }
 
 }  // namespace morvane

@@ -31,10 +31,9 @@ int millisecondsUntil(const StreamSocket::Deadline& deadline) {
 
 }  // namespace
 
-NSErrorRef systemError(int code, const std::string& what) {
-    return NSError::errorWithDomain(
-        NSPOSIXErrorDomain, code,
-        {{NSLocalizedDescriptionKey, what + ": " + std::generic_category().message(code) + "."}});
+NSErrorRef systemError(int code, const Phrase& what) {
+    return NSError::errorWithDescription(NSPOSIXErrorDomain, code,
+                                         phrase("%1: %2.", what, Phrase::ofSystemError(code)));
 }
 
 LinuxStreamSocket::LinuxStreamSocket(FileDescriptor socket, PeerProcess peer)

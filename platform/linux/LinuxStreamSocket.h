@@ -48,6 +48,6 @@ class LinuxStreamSocket : public StreamSocket,
 };
 
 /// Returns a POSIX error with a sentence that says what could not be done.
-NSErrorRef systemError(int code, const std::string& what);
+NSErrorRef systemError(int code, const Phrase& what);
 
 }  // namespace morvane

@@ -100,7 +100,7 @@ class PrivateServiceEndpoint final : public ServiceEndpoint {
         const auto program = libexecFolder() + "/" + name_;
         const auto failed = [&](int code) {
             return Failure{systemError(
-                code, "The service's program \"" + program + "\" could not be started")};
+                code, phrase("The service's program \"%1\" could not be started", program))};
         };
         int pair[2];
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
@@ -167,7 +167,7 @@ Result<std::shared_ptr<StreamSocket>> inheritedStream() {
     if (!marker || getsockopt(serviceDescriptor, SOL_SOCKET, SO_TYPE, &type, &size) != 0 ||
         type != SOCK_STREAM)
         return Failure{systemError(
-            ENOTCONN, "This program is a service; the application that uses it starts it")};
+            ENOTCONN, phrase("This program is a service; the application that uses it starts it"))};
     unsetenv(serviceVariable);
     fcntl(serviceDescriptor, F_SETFD, FD_CLOEXEC);
     return std::make_shared<LinuxStreamSocket>(FileDescriptor(serviceDescriptor));

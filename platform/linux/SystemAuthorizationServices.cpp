@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/linux/GrantAges.h>
 #include <MorvaneOperation/platform/linux/HelperInstallation.h>
 #include <MorvaneOperation/platform/linux/PolicyAuthority.h>
@@ -71,29 +72,7 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     }
 
     std::string SecCopyErrorMessageString(OSStatus status) override {
-        switch (status) {
-            case errAuthorizationSuccess:
-                return "No error.";
-            case errAuthorizationInvalidRef:
-                return "The authorization reference is empty.";
-            case errAuthorizationInvalidSet:
-                return "The system's policy service refuses to answer for this right; it may not "
-                       "be defined.";
-            case errAuthorizationDenied:
-                return "The authorization was denied.";
-            case errAuthorizationCanceled:
-                return "The authorization was cancelled by the user.";
-            case errAuthorizationInteractionNotAllowed:
-                return "There is no agent to ask the user with.";
-            case errAuthorizationInternal:
-                return "The system's policy service cannot be reached.";
-            case errAuthorizationExpired:
-                return "The authorization has expired. Outside of a login session it can be given "
-                       "anew once five minutes have passed since it was given; ask again then, or "
-                       "in a program started anew.";
-            default:
-                return "Status " + std::to_string(status) + ".";
-        }
+        return textOf(status).localized();
     }
 
     std::optional<std::int64_t> SMJobBless(const std::string&, const std::string& label,
@@ -102,6 +81,34 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     }
 
   private:
+    static Phrase textOf(OSStatus status) {
+        switch (status) {
+            case errAuthorizationSuccess:
+                return phrase("No error.");
+            case errAuthorizationInvalidRef:
+                return phrase("The authorization reference is empty.");
+            case errAuthorizationInvalidSet:
+                return phrase(
+                    "The system's policy service refuses to answer for this right; it may not "
+                    "be defined.");
+            case errAuthorizationDenied:
+                return phrase("The authorization was denied.");
+            case errAuthorizationCanceled:
+                return phrase("The authorization was cancelled by the user.");
+            case errAuthorizationInteractionNotAllowed:
+                return phrase("There is no agent to ask the user with.");
+            case errAuthorizationInternal:
+                return phrase("The system's policy service cannot be reached.");
+            case errAuthorizationExpired:
+                return phrase(
+                    "The authorization has expired. Outside of a login session it can be given "
+                    "anew once five minutes have passed since it was given; ask again then, or "
+                    "in a program started anew.");
+            default:
+                return phrase("Status %1.", status);
+        }
+    }
+
     OSStatus obtain(const AuthorizationRef& reference, const std::string& right, bool mayAsk) {
         const auto self = ownProcess();
         auto held = lookUpRight(self, right, ages_);

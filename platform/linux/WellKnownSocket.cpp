@@ -31,7 +31,7 @@ class WellKnownServiceEndpoint final : public ServiceEndpoint {
     Result<std::shared_ptr<StreamSocket>> connect() override {
         const auto failed = [&](int code) {
             return Failure{
-                systemError(code, "The service's socket \"" + path_ + "\" cannot be used")};
+                systemError(code, phrase("The service's socket \"%1\" cannot be used", path_))};
         };
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -143,7 +143,8 @@ Result<std::unique_ptr<StreamListener>> inheritedListener() {
         getsockopt(firstActivated, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) != 0 ||
         listening == 0)
         return Failure{systemError(
-            ENOTCONN, "This program is a service; the service manager starts it with its socket")};
+            ENOTCONN,
+            phrase("This program is a service; the service manager starts it with its socket"))};
     for (const char* variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
         unsetenv(variable);
     fcntl(firstActivated, F_SETFD, FD_CLOEXEC);

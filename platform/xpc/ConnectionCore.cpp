@@ -110,18 +110,18 @@ NSErrorRef NSXPCConnection::Core::refusal() const {
     if (waiting_.size() + inFlight_.size() < most)
         return nullptr;
     return connectionError(NSXPCConnectionInvalid,
-                           flows ? "Too many requests are in flight; this one was not sent."
-                                 : "Too many requests are waiting; this one was not sent.");
+                           flows ? phrase("Too many requests are in flight; this one was not sent.")
+                                 : phrase("Too many requests are waiting; this one was not sent."));
 }
 
 void NSXPCConnection::Core::sendRequest(std::size_t message, NSData archive,
                                         std::unique_ptr<NSXPCReplyReceiver> receiver,
                                         std::shared_ptr<NSXPCConnection> owner) {
     if (isForeign()) {
-        receiver->fail(
-            connectionError(NSXPCConnectionInvalid,
-                            "A connection cannot be used in a child process after fork(); the "
-                            "request was not sent."));
+        receiver->fail(connectionError(
+            NSXPCConnectionInvalid,
+            phrase("A connection cannot be used in a child process after fork(); the "
+                   "request was not sent.")));
         return;
     }
     PendingRequests::Request request{message, std::move(receiver), std::move(owner)};
@@ -184,7 +184,8 @@ void NSXPCConnection::Core::connect() {
             if (isShortage(reason))
                 notNow = connectionError(
                     NSXPCConnectionInvalid,
-                    "The service \"" + name_ + "\" cannot be had now; the request was not sent.",
+                    phrase("The service \"%1\" cannot be had now; the request was not sent.",
+                           name_),
                     reason);
         }
     } catch (const std::exception&) {

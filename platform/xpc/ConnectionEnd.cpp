@@ -15,7 +15,7 @@ namespace {
 NSErrorRef keepsCrashingError(const std::string& service) noexcept {
     try {
         return connectionError(NSXPCConnectionInterrupted,
-                               "The service \"" + service + "\" keeps crashing.");
+                               phrase("The service \"%1\" keeps crashing.", service));
     } catch (const std::exception&) {
         return nullptr;
     }

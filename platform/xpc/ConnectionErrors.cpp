@@ -9,30 +9,31 @@
 
 namespace morvane {
 
-NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef underlying) {
-    NSErrorUserInfo userInfo{{NSLocalizedDescriptionKey, std::move(text)}};
+NSErrorRef connectionError(std::int64_t code, const Phrase& text, NSErrorRef underlying) {
+    NSErrorUserInfo userInfo;
     if (underlying)
         userInfo.emplace(NSUnderlyingErrorKey, std::move(underlying));
-    return NSError::errorWithDomain(NSCocoaErrorDomain, code, std::move(userInfo));
+    return NSError::errorWithDescription(NSCocoaErrorDomain, code, text, {}, std::move(userInfo));
 }
 
 const NSErrorRef& shortageError() {
-    static const auto& error = *new NSErrorRef(
-        connectionError(NSXPCConnectionInvalid,
-                        "There is no memory or no thread for the request now; it was not sent."));
+    static const auto& error = *new NSErrorRef(connectionError(
+        NSXPCConnectionInvalid,
+        phrase("There is no memory or no thread for the request now; it was not sent.")));
     return error;
 }
 
 const NSErrorRef& unreadReplyError() {
     static const auto& error = *new NSErrorRef(connectionError(
-        NSXPCConnectionReplyInvalid, "There is no memory for the reply to the request."));
+        NSXPCConnectionReplyInvalid, phrase("There is no memory for the reply to the request.")));
     return error;
 }
 
 NSErrorRef invalidError(const std::string& service, NSErrorRef reason) {
     return connectionError(
         NSXPCConnectionInvalid,
-        "The connection to the service \"" + service + "\" is invalid; the request was not sent.",
+        phrase("The connection to the service \"%1\" is invalid; the request was not sent.",
+               service),
         std::move(reason));
 }
 
@@ -51,9 +52,9 @@ std::shared_ptr<const EndErrors> endErrors(const std::string& service) {
     unreadReplyError();
     auto errors = std::make_shared<const EndErrors>(EndErrors{
         connectionError(NSXPCConnectionInterrupted,
-                        "The service \"" + service +
-                            "\" went away before it answered; whether it has carried out the "
-                            "request is unknown."),
+                        phrase("The service \"%1\" went away before it answered; whether it has "
+                               "carried out the request is unknown.",
+                               service)),
         invalidError(service)});
     if (lock) {
         auto name = service;

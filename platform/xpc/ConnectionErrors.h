@@ -10,7 +10,7 @@
 namespace morvane {
 
 /// Returns an error of NSCocoaErrorDomain.
-NSErrorRef connectionError(std::int64_t code, std::string text, NSErrorRef underlying = nullptr);
+NSErrorRef connectionError(std::int64_t code, const Phrase& text, NSErrorRef underlying = nullptr);
 
 /// Returns the error which says that there was no memory or no thread for a request, so that it was
 /// not sent. It is made on the first call and kept, so that it exists when it is needed.

@@ -133,9 +133,10 @@ void NSXPCConnection::Core::handleReply(const Message& message) {
 NSErrorRef NSXPCConnection::Core::readReply(const Message& message,
                                             PendingRequests::Request& request) const {
     if (message.kind == FrameKind::refusal) {
-        return connectionError(NSXPCConnectionReplyInvalid,
-                               "The service refused the request: " +
-                                   std::string(message.body.begin(), message.body.end()));
+        return connectionError(
+            NSXPCConnectionReplyInvalid,
+            phrase("The service refused the request: %1",
+                   Phrase::received(std::string(message.body.begin(), message.body.end()))));
     }
     try {
         NSKeyedUnarchiver coder(message.body, requests.decoding);
@@ -145,11 +146,11 @@ NSErrorRef NSXPCConnection::Core::readReply(const Message& message,
         throw;
     } catch (const NSXPCArgumentFailure& failure) {
         return connectionError(NSXPCConnectionReplyInvalid,
-                               std::string("The reply cannot be used. ") + failure.what(),
+                               phrase("The reply cannot be used. %1", failure.what()),
                                failure.reason());
     } catch (const std::exception& failure) {
         return connectionError(NSXPCConnectionReplyInvalid,
-                               std::string("The reply cannot be used. ") + failure.what());
+                               phrase("The reply cannot be used. %1", failure.what()));
     }
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 
@@ -157,11 +158,12 @@ bool FrameParser::takeRoom(const FrameHeader& header) {
         return true;
     };
     if (header.payloadLength > limits_.messageSize - filled_) {
-        return refuse("The request is larger than " + std::to_string(limits_.messageSize) +
-                      " bytes; ask for fewer items at a time.");
+        return refuse(phrase("The request is larger than %1 bytes; ask for fewer items at a time.",
+                             limits_.messageSize)
+                          .code());
     }
     if (limits_.shared && !limits_.shared->take(header.payloadLength))
-        return refuse("Too many large requests are being handled; ask again later.");
+        return refuse(translatable("Too many large requests are being handled; ask again later."));
     taken_ += header.payloadLength;
     // What a stranger sends is counted by the byte; a large page could be nearly empty.
     const bool inLargePages =

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 
@@ -79,11 +80,13 @@ void Outbox::send(FrameKind kind, std::uint64_t id, std::string_view selector,
 
 std::string Outbox::whyNot(std::size_t size) const {
     if (size > limits::messageSize)
-        return "The reply is larger than " + std::to_string(limits::messageSize) +
-               " bytes; ask for fewer items at a time.";
+        return phrase("The reply is larger than %1 bytes; ask for fewer items at a time.",
+                      limits::messageSize)
+            .code();
     if (bytes_ + size > limits_.bytes)
-        return "More than " + std::to_string(limits_.bytes) +
-               " bytes of replies wait to be taken; take them, then ask again.";
+        return phrase("More than %1 bytes of replies wait to be taken; take them, then ask again.",
+                      limits_.bytes)
+            .code();
     return {};
 }
 
@@ -98,7 +101,7 @@ void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector
         const auto size = body.size() + selector.size() + frames * FrameHeader::size;
         if (!limits_.shared->take(size)) {
             const std::string_view why =
-                "Requests and replies take too much memory; ask again later.";
+                translatable("Requests and replies take too much memory; ask again later.");
             if (kind == FrameKind::reply)
                 sendNow(FrameKind::refusal, id, {}, NSData(why.begin(), why.end()));
             else

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/ReceivedRequests.h>
 
 #include <atomic>
@@ -19,7 +20,7 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
 
     ~Port() override {
         if (!claimed_.load(std::memory_order_relaxed) && claim())
-            sendRefusal("The service dropped the request without a reply.");
+            sendRefusal(translatable("The service dropped the request without a reply."));
         if (memory_)
             memory_->giveBack(counted_);
     }
@@ -83,8 +84,9 @@ class ReceivedRequests::Port final : public NSXPCReplyPort {
 
 namespace {
 
-constexpr const char* noRoom = "Too many large requests are being handled; ask again later.";
-constexpr const char* unknownMessage = "The peer has no message of that name.";
+constexpr const char* noRoom =
+    translatable("Too many large requests are being handled; ask again later.");
+constexpr const char* unknownMessage = translatable("The peer has no message of that name.");
 
 /// Whatever a request makes its handler throw, the process goes on.
 template <class Port, class Work>
@@ -92,11 +94,11 @@ void attempt(Port& port, Work&& work) {
     try {
         work();
     } catch (const std::bad_alloc&) {
-        port.refuse("There is no memory for the request now; ask again later.");
+        port.refuse(translatable("There is no memory for the request now; ask again later."));
     } catch (const std::exception& failure) {
         port.refuse(failure.what());
     } catch (...) {
-        port.refuse("The handler failed.");
+        port.refuse(translatable("The handler failed."));
     }
 }
 
@@ -106,7 +108,9 @@ std::shared_ptr<ReceivedRequests::Port> ReceivedRequests::accept(
     std::uint64_t id, const std::shared_ptr<Outbox>& outbox) const {
     if (outbox->promiseAnswer())
         return std::make_shared<Port>(outbox, id, memory);
-    outbox->refuse(id, "Too many requests wait for their replies; this one was not carried out.");
+    outbox->refuse(
+        id,
+        translatable("Too many requests wait for their replies; this one was not carried out."));
     return nullptr;
 }
 

@@ -163,7 +163,7 @@ TEST_F(AnItemList, HoldsItsNearestListThoughADenialForAGroupIsShownInIt) {
     entries.push_back(asked);
     ASSERT_FALSE(list.losses(entries).empty());
     const auto nearest = list.nearest(entries);
-    EXPECT_EQ(textsOfLosses(list.losses(nearest)), std::vector<std::string>());
+    EXPECT_THAT(textsOfLosses(list.losses(nearest)), testing::IsEmpty());
 }
 
 TEST_F(AnItemList, KeepsWhoIsNamedBesideTheOwnersClass) {

@@ -24,7 +24,7 @@ TEST(PosixAclReduction, WhatAppliesToAllChildrenIsTheDefaultList) {
                                                  folderAllow(CBEveryone{}, r, childrenOnly)} +
                                              base(rwx, r, none),
                                          target(true));
-    EXPECT_EQ(textsOfLosses(result.losses), Losses{});
+    EXPECT_THAT(textsOfLosses(result.losses), testing::IsEmpty());
     EXPECT_EQ(result.acl.access, (PosixList{rwx, r, none, rx, {{bob, rx}}, {}}));
     EXPECT_EQ(result.acl.defaults, (PosixList{rwx, r, r, rx, {{bob, rx}}, {}}));
 }
@@ -43,7 +43,7 @@ TEST(PosixAclReduction, TheOwnerAndTheOwningGroupAreNamedInADefaultList) {
             folderAllow(CBPosixGroup{group}, rwx, childrenOnly)} +
             base(rwx, r, none),
         target(true));
-    EXPECT_EQ(textsOfLosses(result.losses), Losses{});
+    EXPECT_THAT(textsOfLosses(result.losses), testing::IsEmpty());
     EXPECT_EQ(result.acl.defaults, (PosixList{rwx, r, none, rwx, {{owner, rw}}, {{group, rwx}}}));
 }
 

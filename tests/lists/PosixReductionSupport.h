@@ -104,7 +104,7 @@ inline Entries operator+(Entries a, const Entries& b) {
 
 inline PosixList reduced(const Entries& entries, const PosixAclTarget& whose = target()) {
     const auto result = reduceToPosixAcl(entries, whose);
-    EXPECT_EQ(textsOfLosses(result.losses), std::vector<std::string>{});
+    EXPECT_THAT(textsOfLosses(result.losses), testing::IsEmpty());
     return result.acl.access;
 }
 
@@ -112,7 +112,7 @@ inline PosixList reduced(const Entries& entries, const PosixAclTarget& whose = t
 inline std::vector<std::string> losses(const Entries& entries, bool isDirectory = false) {
     std::vector<std::string> texts;
     for (const auto& loss : reduceToPosixAcl(entries, target(isDirectory)).losses)
-        texts.push_back("entry " + std::to_string(loss.entry + 1) + ": " + loss.text());
+        texts.push_back("entry " + std::to_string(loss.entry + 1) + ": " + loss.text().english());
     return texts;
 }
 

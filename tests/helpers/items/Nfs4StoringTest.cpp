@@ -23,7 +23,10 @@ const Nfs4Names nobodyByName{
     }};
 
 Texts told(const Nfs4Acl& wanted, const Nfs4Acl& stored, const Nfs4Target& target) {
-    return textsOfStoring(lostInStoring(wanted, stored, target, nobodyByName));
+    Texts texts;
+    for (const auto& text : textsOfStoring(lostInStoring(wanted, stored, target, nobodyByName)))
+        texts.push_back(text.english());
+    return texts;
 }
 
 Nfs4Acl placed(std::vector<Nfs4Entry> entries, const Nfs4Acl& old = {}) {

@@ -92,6 +92,7 @@ TEST_F(KDLocalizedStringTest, NoLongNameIsRememberedAndNoLongText) {
 TEST_F(KDLocalizedStringTest, ANameWithANulIsKeptWhole) {
     const std::string name("Read\0and more", 13);
     EXPECT_EQ(KDLocalizedString::localize(name, "no catalogue"), name);
+    EXPECT_EQ(KDLocalizedString::localize(name, ""), name);
     std::string asked;
     KDLocalizedString::setLookup([&](const std::string& key, const std::string&) {
         asked = key;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/Frame.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <gtest/gtest.h>
@@ -211,7 +212,7 @@ class KeptGate final : public FrameParser::Gate {
     }
     bool expects(std::uint64_t id) override { return id == expected; }
     void refuses(std::uint64_t id, const std::string& reason) override {
-        refused.push_back(std::to_string(id) + " " + reason);
+        refused.push_back(std::to_string(id) + " " + Phrase::received(reason).english());
     }
 };
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/Clock.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/Limits.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
@@ -268,7 +269,9 @@ void sendLarge(FakeStreamSocket& stream, std::size_t frames, bool isOpen) {
 std::string answerText(FakeStreamSocket& stream) {
     FrameReader reader(stream);
     const auto message = reader.next();
-    return message ? std::string(message->body.begin(), message->body.end()) : "";
+    return message
+               ? Phrase::received(std::string(message->body.begin(), message->body.end())).english()
+               : "";
 }
 
 constexpr const char* noArchive =

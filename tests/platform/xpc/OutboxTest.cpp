@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/dispatch/Workers.h>
+#include <MorvaneOperation/platform/foundation/Phrase.h>
 #include <MorvaneOperation/platform/xpc/Outbox.h>
 #include <gtest/gtest.h>
 
@@ -125,7 +126,7 @@ std::string refusalOn(FakeStreamSocket& stream) {
     FrameReader reader(stream);
     const auto message = reader.next();
     return message && message->kind == FrameKind::refusal
-               ? std::string(message->body.begin(), message->body.end())
+               ? Phrase::received(std::string(message->body.begin(), message->body.end())).english()
                : "no refusal";
 }
 
