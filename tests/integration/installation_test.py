@@ -45,7 +45,7 @@ class Installation(PrivilegedCase):
         shutil.copy(shutil.which("true"), os.path.join(LIBEXEC, f"{LABEL}.PrivilegedHelper"))  # which is not run
         for folder in ("morvaneoperation", "polkit-1/actions"):
             os.makedirs(os.path.join(DATA, folder))
-        source = os.path.dirname(POLICY)
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../helpers/privileged_helper")
         shutil.copy(os.path.join(BUILD, f"{LABEL}.PrivilegedHelper.service"), DATA + "/morvaneoperation")
         shutil.copy(os.path.join(source, f"{LABEL}.PrivilegedHelper.socket"), DATA + "/morvaneoperation")
         shutil.copy(POLICY, DATA + "/polkit-1/actions")

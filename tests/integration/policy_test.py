@@ -106,8 +106,9 @@ class Answers(PrivilegedCase):
 
 
 def actions(*paths):
-    """What policy files say of each action, a vendor's name aside."""
-    return {action.get("id"): [(e.tag, (e.text or "").strip()) for e in action.iter()]
+    """What policy files say of each action in English, a vendor's name aside."""
+    language = "{http://www.w3.org/XML/1998/namespace}lang"
+    return {action.get("id"): [(e.tag, (e.text or "").strip()) for e in action.iter() if language not in e.keys()]
             for path in paths for action in ElementTree.parse(path).iter("action")}
 
 
