@@ -5,8 +5,9 @@
 usage: helper_under_load.py HELPER POLICY-FILE POLICY-AGENT MORVANE [SECONDS [FILES]]
 
 For SECONDS (300) a user without any right sends requests of 0.96 MB, whose archives unfold into a quarter of a
-million objects, over 32 connections; half of them never take a reply. Two more processes of that user connect, send the
-beginning of a frame and leave, again and again. Meanwhile another user propagates a folder's list over FILES (300000),
+million objects, over 32 connections; half of them never take a reply. Over eight more it answers, with 15 MiB and
+without an end, what nobody has asked. Two more processes of that user connect, send the beginning of a frame and leave,
+again and again. Meanwhile another user propagates a folder's list over FILES (300000),
 again and again too. Prints the most memory and threads that the helper had, how many requests were refused, how the
 propagations ended and what the log was told. Ends with 1 if not every item has the list, if the log has not both lines
 of each propagation, or if the helper took 64 MiB. The helper is under the limits of its unit, in cgroups of its own; it
@@ -28,6 +29,7 @@ from rig import Rig, SOCKET, enter_namespaces, wait_until  # noqa: E402
 
 STRANGER = 65533
 CONNECTIONS = 32
+ANSWERS = 8
 KNOCKING = 2
 MOST_MEMORY = 64 << 20
 UNIT = "helpers/privileged_helper/io.github.morvaneoperation.PrivilegedHelper.service.in"
@@ -76,6 +78,23 @@ def attack(reads, end, refused):
             time.sleep(0.01)
 
 
+def answer(end):
+    """What nobody has asked; frames without anything in them keep it from its end."""
+    frame = HEADER.pack(b"MVX1", 2, 1, 0, 0, 1 << 20, 0, 1) + bytes(1 << 20)
+    while time.monotonic() < end:
+        try:
+            with socket.socket(socket.AF_UNIX) as connection:
+                connection.settimeout(5)
+                connection.connect(SOCKET)
+                for _ in range(15):
+                    connection.sendall(frame)
+                while time.monotonic() < end:
+                    connection.sendall(HEADER.pack(b"MVX1", 2, 1, 0, 0, 0, 0, 1))
+                    time.sleep(1)
+        except OSError:
+            time.sleep(0.01)
+
+
 def knock(end):
     while time.monotonic() < end:
         try:
@@ -98,6 +117,7 @@ def be_the_stranger(seconds):
             os._exit(0)
     counts = [[0] for _ in range(CONNECTIONS)]
     threads = [threading.Thread(target=attack, args=(i % 2 == 0, end, counts[i])) for i in range(CONNECTIONS)]
+    threads += [threading.Thread(target=answer, args=(end,)) for _ in range(ANSWERS)]
     for thread in threads:
         thread.start()
     for thread in threads:
