@@ -47,6 +47,18 @@ auto asResult(std::function<void(Result<T>)> reply) {
     };
 }
 
+/// What puts an answer to the executor, once; the task there holds the completion alone.
+template <class Answer>
+auto telling(const MVFileClient::Executor& executor, std::function<void(Answer)> completion) {
+    const auto held = std::make_shared<std::function<void(Answer)>>(std::move(completion));
+    return [executor, held](Answer answer) {
+        executor([completion = std::move(*held), answer = std::move(answer)] {
+            if (completion)
+                completion(answer);
+        });
+    };
+}
+
 /// The list of `item`, which is what the host means by `url`.
 MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries) {
     MVFileAcl acl{url, std::move(entries)};
@@ -189,14 +201,7 @@ void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
         const auto entries = snapshot.entries(url, url);
         return MVAclLosses{list->losses(entries), list->nearest(entries)};
     };
-    // The task of the executor holds it alone.
-    const auto held = std::make_shared<decltype(completion)>(std::move(completion));
-    const auto tell = [executor = state_->executor, held](Result<MVAclLosses> losses) {
-        executor([completion = std::move(*held), losses = std::move(losses)] {
-            if (completion)
-                completion(losses);
-        });
-    };
+    const auto tell = telling(state_->executor, std::move(completion));
     try {
         state_->work->async([compare, tell] {
             try {
@@ -278,14 +283,7 @@ void MVFileClient::contents(const NSURL& directory, MVOperationOptions options,
 
 void MVFileClient::identities(std::string text, MVOperationOptions options,
                               Completion<Result<std::vector<CBIdentityRef>>> completion) {
-    using Identities = Result<std::vector<CBIdentityRef>>;
-    const auto held = std::make_shared<decltype(completion)>(std::move(completion));
-    const auto tell = [executor = state_->executor, held](Identities identities) {
-        executor([completion = std::move(*held), identities = std::move(identities)] {
-            if (completion)
-                completion(identities);
-        });
-    };
+    const auto tell = telling(state_->executor, std::move(completion));
     try {
         state_->people->find(std::move(text), options.stop, tell);
     } catch (const std::exception&) {
