@@ -20,6 +20,7 @@
 #include "PeerClients.h"
 #include "PeerProtocol.h"
 #include "Rows.h"
+#include "TemporaryFolder.h"
 
 namespace bench {
 namespace {
@@ -166,32 +167,11 @@ class Client {
     std::shared_ptr<NSXPCConnection> connection_;
 };
 
-/// A folder for sockets, gone with this.
-class SocketFolder {
-  public:
-    SocketFolder() {
-        std::string name = std::filesystem::temp_directory_path() / "morvane-bench-XXXXXX";
-        if (!mkdtemp(name.data()))
-            throw std::runtime_error("no temporary folder could be made: " + name);
-        path_ = name;
-    }
-    ~SocketFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    SocketFolder(const SocketFolder&) = delete;
-    SocketFolder& operator=(const SocketFolder&) = delete;
-    std::string file(const std::string& name) const { return path_ / name; }
-
-  private:
-    std::filesystem::path path_;
-};
-
 /// The bench's service behind a well-known socket.
 class ListeningService {
   public:
-    ListeningService() { setenv("MORVANE_RUNTIME_DIR", folder.file("").c_str(), 1); }
-    const SocketFolder folder;
+    ListeningService() { setenv("MORVANE_RUNTIME_DIR", folder.path().c_str(), 1); }
+    const morvane::TemporaryFolder folder;
 
   private:
     struct Listening {
@@ -199,7 +179,7 @@ class ListeningService {
         ~Listening() { close(descriptor); }
         const int descriptor;
     };
-    const Listening listening_{folder.file(std::string(serviceName) + ".sock")};
+    const Listening listening_{folder.path() / (std::string(serviceName) + ".sock")};
 
   public:
     const Child process{serviceName, "activated", listening_.descriptor};
@@ -307,7 +287,7 @@ Lines pipelined64(const Options& options) {
 
 Lines connectFirstReply(const Options& options) {
     const ListeningService service;
-    RawConnect raw(service.folder.file("raw.sock"));
+    RawConnect raw(service.folder.path() / "raw.sock");
     return compare(
         {.row = "connect-first-reply",
          .ours = {"", connectsToService},

@@ -102,7 +102,7 @@ Lines shortBehindLong(const Options& options) {
 }
 
 Lines commandLine(const Options& options) {
-    const TemporaryFolder folder;
+    const morvane::TemporaryFolder folder;
     const std::string path = folder.path() / "a-file";
     makeFile(path);
     setenv("MORVANE_LIBEXEC_DIR", MORVANE_LIBEXEC, 1);
@@ -133,7 +133,7 @@ Lines rename10k(const Options& options) {
         }
         const std::vector<std::string>& now() const { return names[turn % 2]; }
         const std::vector<std::string>& next() const { return names[(turn + 1) % 2]; }
-        TemporaryFolder folder;
+        morvane::TemporaryFolder folder;
         std::vector<std::string> names[2];
         std::size_t turn = 0;
     };

@@ -13,18 +13,6 @@
 
 namespace bench {
 
-TemporaryFolder::TemporaryFolder() {
-    std::string name = std::filesystem::temp_directory_path() / "morvane-bench-XXXXXX";
-    if (!mkdtemp(name.data()))
-        throw std::system_error(errno, std::generic_category(), name);
-    path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
 FileTree::FileTree(int files) {
     constexpr int filesInFolder = 100;
     constexpr int foldersInFolder = 50;

@@ -6,21 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "TemporaryFolder.h"
+
 namespace bench {
-
-/// A temporary folder, gone with this.
-class TemporaryFolder {
-  public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
 
 /// Folders of folders of files of many sizes.
 class FileTree {
@@ -31,7 +19,7 @@ class FileTree {
     std::int64_t bytes() const { return bytes_; }
 
   private:
-    TemporaryFolder folder_;
+    morvane::TemporaryFolder folder_;
     std::int64_t bytes_ = 0;
 };
 

@@ -145,7 +145,7 @@ Lines refusedRequest(const Options& options) {
 
 Lines privilegedList(const Options& options) {
     obtain(MVRightGetFileAcl);
-    const TemporaryFolder folder;
+    const morvane::TemporaryFolder folder;
     const std::string path = folder.path() / "file";
     makeFile(path);
     FileService privileged(FileService::Kind::privileged);

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "ClientTestSupport.h"
+#include "OrdinaryUser.h"
 
 /// Who does the work of an operation, and what the user is asked for it.
 namespace morvane {
@@ -141,7 +142,7 @@ TEST_F(ClientWhenRefused, ItemsThatWaitedForTheNamesOfRefusedOnesAreRenamedWithT
     makeFile("sticky/a");
     makeFile("sticky/b");
     std::filesystem::permissions(sticky, std::filesystem::perms(01777));
-    ASSERT_EQ(chown((sticky / "a").c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chown((sticky / "a").c_str(), ordinaryUser, ordinaryUser), 0);
     const auto renames = waitFor<MVFileRenames>([&](auto completion) {
         client->rename({NSURL::fileURLWithPath((sticky / "a").string()),
                         NSURL::fileURLWithPath((sticky / "b").string())},

@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "TemporaryFolder.h"
 #include "service/ServiceTestSupport.h"
 
 namespace morvane {
@@ -63,9 +64,6 @@ class ClientTest : public AuthorizationTest {
   protected:
     ClientTest() {
         setLogSink([](std::string_view) {});
-        char made[] = "/tmp/client-XXXXXX";
-        EXPECT_TRUE(mkdtemp(made));
-        folder = made;
         std::filesystem::permissions(folder, std::filesystem::perms(0755));
         services_ = folder / "services";
         std::filesystem::create_directory(services_);
@@ -77,7 +75,6 @@ class ClientTest : public AuthorizationTest {
     ~ClientTest() override {
         client.reset();
         unsetenv("MORVANE_LIBEXEC_DIR");
-        std::filesystem::remove_all(folder);
         setLogSink({});
     }
 
@@ -160,7 +157,8 @@ class ClientTest : public AuthorizationTest {
         acl.entries.back()->setPermissionGroup(code);
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
     ClientLoop loop;
     std::shared_ptr<MVFileClient> client;
 

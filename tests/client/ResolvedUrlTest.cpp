@@ -6,7 +6,9 @@
 #include <fstream>
 #include <string>
 
+#include "OrdinaryUser.h"
 #include "ResolvedUrl.h"
+#include "TemporaryFolder.h"
 
 /// The paths under which the helper is asked for what a host has named otherwise.
 namespace morvane {
@@ -15,21 +17,18 @@ namespace {
 class ResolvedUrl : public testing::Test {
   protected:
     ResolvedUrl() {
-        char made[] = "/tmp/resolved-XXXXXX";
-        EXPECT_TRUE(mkdtemp(made));
-        folder = made;
         std::filesystem::permissions(folder, std::filesystem::perms(0755));
         std::filesystem::create_directories(folder / "real/inside");
         std::filesystem::create_symlink("real", folder / "way");
         std::filesystem::create_symlink("inside", folder / "real/last");
     }
-    ~ResolvedUrl() override { std::filesystem::remove_all(folder); }
 
     NSURL at(const std::string& path) const {
         return NSURL::fileURLWithPath((folder / path).string());
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 TEST_F(ResolvedUrl, LinksAreFollowedOnTheWayAndAtItsEnd) {
@@ -46,7 +45,7 @@ TEST_F(ResolvedUrl, ALinkAtTheEndIsTheItemWhereThatIsMeant) {
 TEST_F(ResolvedUrl, LinksBeforeAFolderThatMayNotBeEnteredAreFollowed) {
     std::filesystem::permissions(folder / "real", std::filesystem::perms(0700));
     // This thread's only.
-    const auto former = setfsuid(65534);
+    const auto former = setfsuid(ordinaryUser);
     const auto resolved = withoutLinks(at("way/last"));
     const auto onTheWay = withoutLinksOnTheWay(at("way/last/name"));
     setfsuid(static_cast<uid_t>(former));

@@ -17,6 +17,8 @@
 #include <fstream>
 #include <string>
 
+#include "TemporaryFolder.h"
+
 namespace morvane {
 
 /// What `work` returns, done in a process of its own, so that what it changes of itself ends with
@@ -62,19 +64,17 @@ inline FileDescriptor silentMount(const std::string& path, bool forAll = true) {
 class SilentMountTest : public testing::Test {
   protected:
     SilentMountTest() {
-        char pattern[] = "/tmp/morvane-hung.XXXXXX";
-        top_ = mkdtemp(pattern);
         std::filesystem::create_directories(top_ + "/hung");
         for (const auto* const name : {"/file", "/hung-file"})
             std::ofstream(top_ + name) << "text";
         chmod((top_ + "/file").c_str(), 0600);
         chmod(top_.c_str(), 0755);
     }
-    ~SilentMountTest() override { std::filesystem::remove_all(top_); }
 
     NSURL url(const char* name = "") const { return NSURL::fileURLWithPath(top_ + name); }
 
-    std::string top_;
+    const TemporaryFolder temporary_;
+    const std::string top_ = temporary_.path();
 };
 
 }  // namespace morvane

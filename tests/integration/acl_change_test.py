@@ -14,10 +14,10 @@ import subprocess
 import sys
 import tempfile
 import termios
-import time
 import unittest
 
 import terminal as terminals
+from waiting import wait_until
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
@@ -293,7 +293,7 @@ class Interruption(Changing):
 
     def test_an_interrupt_stops_the_work_and_what_is_changed_stays_so(self):
         tracer = self.start(stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.wait_until(lambda: any(self.is_changed(path) for path in self.files))
+        wait_until(lambda: any(self.is_changed(path) for path in self.files), "the first change")
         self.interrupt(tracer)
         output, message = tracer.communicate(timeout=TIME_LIMIT)
         self.assertEqual((tracer.returncode, output), (130, ""))
@@ -303,11 +303,6 @@ class Interruption(Changing):
 
     def is_changed(self, path):
         return "system.posix_acl_access" in os.listxattr(path)
-
-    def wait_until(self, true):
-        limit = time.monotonic() + TIME_LIMIT
-        while not true():
-            self.assertLess(time.monotonic(), limit)
 
 
 class Terminal(Changing):

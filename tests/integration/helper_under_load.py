@@ -25,7 +25,8 @@ import threading
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from rig import Rig, SOCKET, enter_namespaces, wait_until  # noqa: E402
+from rig import Rig, SOCKET, enter_namespaces  # noqa: E402
+from waiting import wait_until  # noqa: E402
 
 STRANGER = 65533
 CONNECTIONS = 32

@@ -16,7 +16,8 @@ import unittest
 
 import rig as rigs
 from privileged_case import PrivilegedCase
-from rig import LABEL, SOCKET, wait_until
+from rig import LABEL, SOCKET
+from waiting import wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, BUILD, LIBEXEC, DATA = map(os.path.abspath, sys.argv[1:10])
 rigs.enter_namespaces()

@@ -15,7 +15,8 @@ from xml.etree import ElementTree
 
 import rig as rigs
 from privileged_case import PrivilegedCase
-from rig import LABEL, TIME_LIMIT, wait_until
+from rig import LABEL, TIME_LIMIT
+from waiting import wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, STAND_IN = map(os.path.abspath, sys.argv[1:8])
 rigs.enter_namespaces()

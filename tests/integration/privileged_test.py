@@ -21,7 +21,8 @@ import unittest
 
 import rig as rigs
 from privileged_case import PrivilegedCase
-from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER, wait_until
+from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER
+from waiting import wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
 rigs.enter_namespaces()

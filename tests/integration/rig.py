@@ -17,7 +17,8 @@ import subprocess
 import sys
 import tempfile
 import threading
-import time
+
+from waiting import wait_until
 
 TIME_LIMIT = 60  # a watchdog
 USER = 65534
@@ -44,14 +45,6 @@ def enter_namespaces():
     os.environ["MORVANE_RIG"] = "inside"
     os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--net", "--pid", "--fork",
                           "--kill-child=KILL", "--mount-proc", sys.executable, *sys.argv])
-
-
-def wait_until(true, what):
-    limit = time.monotonic() + TIME_LIMIT
-    while not true():
-        if time.monotonic() > limit:
-            raise AssertionError(f"waited in vain: {what}")
-        time.sleep(0.02)
 
 
 def mount(folder):

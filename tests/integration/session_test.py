@@ -15,7 +15,8 @@ import unittest
 import rig as rigs
 import terminal as terminals
 from privileged_case import PrivilegedCase
-from rig import IN_SESSION, IN_USER_SERVICE, LABEL, TIME_LIMIT, wait_until
+from rig import IN_SESSION, IN_USER_SERVICE, LABEL, TIME_LIMIT
+from waiting import wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK, REFERENCES = map(os.path.abspath, sys.argv[1:8])
 rigs.enter_namespaces()

@@ -14,8 +14,10 @@ import re
 import struct
 import subprocess
 import sys
-import time
 import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
+from waiting import wait_until  # noqa: E402
 
 MORVANE, LIBEXEC, GANESHA = map(os.path.abspath, sys.argv[1:4])
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
@@ -31,13 +33,6 @@ BOXES = {"Read Data": 0x1, "List Folder Contents": 0x1, "Write Data": 0x2, "Crea
 
 def run(*command, **options):
     return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
-
-
-def wait_until(condition, what, seconds=120):
-    end = time.monotonic() + seconds
-    while not condition():
-        assert time.monotonic() < end, f"there is no {what}"
-        time.sleep(0.05)
 
 
 def write(path, text):

@@ -14,7 +14,8 @@ import sys
 import unittest
 
 sys.path.insert(0, "/test")
-from guest import SOCKET, TIME_LIMIT, UNIT, done, run, show, wait_until
+from guest import SOCKET, TIME_LIMIT, UNIT, done, run, show
+from waiting import wait_until
 
 LEFT = f"/var/lib/{UNIT}"
 HELPER = f"/usr/libexec/morvaneoperation/{UNIT}"

@@ -14,6 +14,7 @@
 #include <variant>
 
 #include "ConnectorTestSupport.h"
+#include "TemporaryFolder.h"
 
 /// What becomes of a connector's two connections.
 namespace morvane {
@@ -171,16 +172,12 @@ TEST_F(MVConnectorTest, TheRemoteInterfaceIsSetBeforeTheExportedOneIsBuilt) {
 class MVConnectorWithServices : public MVConnectorTest {
   protected:
     MVConnectorWithServices() {
-        char made[] = "/tmp/connector-XXXXXX";
-        EXPECT_TRUE(mkdtemp(made));
-        folder = made;
-        setenv("MORVANE_LIBEXEC_DIR", made, 1);
-        setenv("MORVANE_RUNTIME_DIR", made, 1);
+        setenv("MORVANE_LIBEXEC_DIR", folder.c_str(), 1);
+        setenv("MORVANE_RUNTIME_DIR", folder.c_str(), 1);
     }
     ~MVConnectorWithServices() override {
         unsetenv("MORVANE_LIBEXEC_DIR");
         unsetenv("MORVANE_RUNTIME_DIR");
-        std::filesystem::remove_all(folder);
     }
 
     /// What a request on the connection ends with; null for a reply.
@@ -199,7 +196,8 @@ class MVConnectorWithServices : public MVConnectorTest {
         return future.get();
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 TEST_F(MVConnectorWithServices, BothConnectionsAreResumed) {

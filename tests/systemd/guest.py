@@ -1,8 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What the tests in a machine of their own run there, and wait for."""
+"""What the tests in a machine of their own run there."""
 import os
 import subprocess
-import time
 
 TIME_LIMIT = 300  # a watchdog
 UNIT = "io.github.morvaneoperation.PrivilegedHelper"
@@ -23,11 +22,3 @@ def done(*command, **environment):
 
 def show(unit, name):
     return done("systemctl", "show", "--value", "-p", name, unit).strip()
-
-
-def wait_until(true, what):
-    limit = time.monotonic() + TIME_LIMIT
-    while not true():
-        if time.monotonic() > limit:
-            raise TimeoutError(what)
-        time.sleep(0.05)

@@ -11,7 +11,8 @@ import sys
 import unittest
 
 sys.path.insert(0, "/test")
-from guest import SOCKET, UNIT, done, run, show, wait_until
+from guest import SOCKET, UNIT, done, run, show
+from waiting import wait_until
 from terminal import TIME_LIMIT, on_terminal
 
 LABEL = "io.github.morvaneoperation"

@@ -27,6 +27,7 @@
 #include "PosixAccess.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
+#include "TemporaryFolder.h"
 
 // After the system's headers, which use some of these names.
 #include <MorvaneOperation/acl_perms.h>
@@ -101,16 +102,10 @@ std::uint32_t boxesOf(const std::string& path, uid_t uid) {
 class EffectiveAccess : public testing::Test {
   protected:
     EffectiveAccess() {
-        char pattern[] = "/tmp/morvane-access.XXXXXX";
-        top_ = mkdtemp(pattern);
         chmod(top_.c_str(), 0755);
-        folder_ = top_ + "/folder";
         mkdir(folder_.c_str(), 0755);
     }
-    ~EffectiveAccess() override {
-        setFlags(folder_, 0);
-        std::filesystem::remove_all(top_);
-    }
+    ~EffectiveAccess() override { setFlags(folder_, 0); }
 
     std::uint32_t someId() { return static_cast<std::uint32_t>(random_() % 4); }
     PosixRights rights() { return static_cast<PosixRights>(random_() % 8); }
@@ -180,8 +175,9 @@ class EffectiveAccess : public testing::Test {
     }
 
     std::mt19937 random_{20260101};
-    std::string top_;
-    std::string folder_;
+    const TemporaryFolder temporary_;
+    const std::string top_ = temporary_.path();
+    const std::string folder_ = top_ + "/folder";
 };
 
 TEST_F(EffectiveAccess, IsWhatTheKernelLetsTheUserDo) {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "PosixAclReader.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 namespace {
@@ -18,12 +19,7 @@ namespace {
 /// A folder of its own for each test.
 class PosixAclReader : public testing::Test {
   protected:
-    PosixAclReader() {
-        std::string name = (std::filesystem::temp_directory_path() / "morvane-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-        chmod(folder_.c_str(), 0755);
-    }
-    ~PosixAclReader() override { std::filesystem::remove_all(folder_); }
+    PosixAclReader() { chmod(folder_.c_str(), 0755); }
 
     std::string file(mode_t mode) {
         const std::string path = folder_ + "/file";
@@ -51,7 +47,8 @@ class PosixAclReader : public testing::Test {
         return read ? 0 : read.error();
     }
 
-    std::string folder_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
 };
 
 TEST_F(PosixAclReader, AFileWithoutAListHasTheThreeClassesOfItsMode) {

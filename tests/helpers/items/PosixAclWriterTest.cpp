@@ -10,8 +10,10 @@
 #include <fstream>
 #include <string>
 
+#include "OrdinaryUser.h"
 #include "PosixAclReader.h"
 #include "PosixAclWriter.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 namespace {
@@ -24,13 +26,9 @@ constexpr PosixRights rwx = PosixEverything;
 class PosixAclWriter : public testing::Test {
   protected:
     PosixAclWriter() {
-        char pattern[] = "/tmp/morvane-acl-writer.XXXXXX";
-        folder_ = mkdtemp(pattern);
-        file_ = folder_ + "/file";
         std::ofstream(file_) << "text";
         chmod(file_.c_str(), 0640);
     }
-    ~PosixAclWriter() override { std::filesystem::remove_all(folder_); }
 
     static PosixAcl read(const std::string& path) {
         auto acl = readPosixAcl(path);
@@ -50,9 +48,14 @@ class PosixAclWriter : public testing::Test {
         acl.defaults = defaults;
         return writePosixAcl(path, old, acl);
     }
+    static int writeAsOrdinaryUser(const std::string& path, const PosixList& access) {
+        const AsOrdinaryUser user;
+        return write(path, access);
+    }
 
-    std::string folder_;
-    std::string file_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = folder_ + "/file";
 };
 
 const PosixList named{rw, none, none, rwx, {{4711, rwx}, {4712, r}}, {{4713, r}}};
@@ -105,22 +108,16 @@ TEST_F(PosixAclWriter, AFileThatHasNoDefaultListKeepsItsOldOneAfterTheFailure) {
 TEST_F(PosixAclWriter, WhoeverMayNotChangeTheItemIsToldSoAndTheListStays) {
     ASSERT_EQ(geteuid(), 0U) << "the tests of lists run as root";
     chmod(folder_.c_str(), 0755);
-    ASSERT_EQ(seteuid(65534), 0);
-    const int code = write(file_, named);
-    ASSERT_EQ(seteuid(0), 0);
+    const int code = writeAsOrdinaryUser(file_, named);
     EXPECT_EQ(code, EPERM);
     EXPECT_EQ(read(file_).access, (PosixList{rw, r, none, {}, {}, {}}));
 }
 
 TEST_F(PosixAclWriter, AnOwnerOutsideTheGroupOfASetgidItemIsRefusedInsteadOfLosingIt) {
     chmod(folder_.c_str(), 0755);
-    ASSERT_EQ(chown(file_.c_str(), 65534, 4711), 0);
+    ASSERT_EQ(chown(file_.c_str(), ordinaryUser, 4711), 0);
     chmod(file_.c_str(), 02770);
-    ASSERT_EQ(setegid(65534), 0);
-    ASSERT_EQ(seteuid(65534), 0);
-    const int code = write(file_, named);
-    ASSERT_EQ(seteuid(0), 0);
-    ASSERT_EQ(setegid(0), 0);
+    const int code = writeAsOrdinaryUser(file_, named);
     EXPECT_EQ(code, EPERM);
     EXPECT_EQ(modeOf(file_), 02770U);
 }

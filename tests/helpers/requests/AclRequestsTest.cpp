@@ -9,7 +9,9 @@
 #include <fstream>
 
 #include "AclRequests.h"
+#include "OrdinaryUser.h"
 #include "RequestErrors.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 namespace {
@@ -54,12 +56,6 @@ TEST(AclRequests, AUrlOfSomethingElseThanAFileIsRefused) {
 /// Items of root's that are to be changed for somebody else.
 class AclRequestsOnBehalf : public testing::Test {
   protected:
-    AclRequestsOnBehalf() {
-        std::string name = (std::filesystem::temp_directory_path() / "morvane-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-    }
-    ~AclRequestsOnBehalf() override { std::filesystem::remove_all(folder_); }
-
     /// Writes the item's own list back to it.
     static NSErrorRef rewrite(const std::string& path, std::uint32_t user) {
         const auto url = NSURL::fileURLWithPath(path);
@@ -68,23 +64,23 @@ class AclRequestsOnBehalf : public testing::Test {
         return setAclEntriesOfUrl(*answer, url, PathRule{user});
     }
 
-    static constexpr std::uint32_t somebody_ = 65534;
-    std::filesystem::path folder_;
+    const TemporaryFolder temporary_;
+    const std::filesystem::path& folder_ = temporary_.path();
 };
 
 TEST_F(AclRequestsOnBehalf, OnlyFilesAndFoldersAreChanged) {
     std::ofstream(folder_ / "file");
     ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);
-    EXPECT_FALSE(rewrite(folder_ / "file", somebody_));
-    EXPECT_FALSE(rewrite(folder_, somebody_));
-    expectError(rewrite(folder_ / "fifo", somebody_), EPERM,
+    EXPECT_FALSE(rewrite(folder_ / "file", ordinaryUser));
+    EXPECT_FALSE(rewrite(folder_, ordinaryUser));
+    expectError(rewrite(folder_ / "fifo", ordinaryUser), EPERM,
                 NSURL::fileURLWithPath((folder_ / "fifo").string()));
 }
 
 TEST_F(AclRequestsOnBehalf, AFileWithSeveralNamesIsChangedForItsOwnerOnly) {
     std::ofstream(folder_ / "file");
     std::filesystem::create_hard_link(folder_ / "file", folder_ / "other");
-    expectError(rewrite(folder_ / "file", somebody_), EMLINK,
+    expectError(rewrite(folder_ / "file", ordinaryUser), EMLINK,
                 NSURL::fileURLWithPath((folder_ / "file").string()));
     EXPECT_FALSE(rewrite(folder_ / "file", getuid()));
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "DirectoryRequests.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 namespace {
@@ -19,18 +20,13 @@ namespace fs = std::filesystem;
 
 class DirectoryRequestsTest : public testing::Test {
   protected:
-    DirectoryRequestsTest() {
-        std::string name = testing::TempDir() + "list.XXXXXX";
-        folder = ::mkdtemp(name.data());
-    }
-    ~DirectoryRequestsTest() override { fs::remove_all(folder); }
-
     void file(const std::string& name) const { std::ofstream(folder / name).flush(); }
     NSURL url(const std::string& name = {}) const {
         return NSURL::fileURLWithPath((folder / name).native());
     }
 
-    fs::path folder;
+    const TemporaryFolder temporary;
+    const fs::path& folder = temporary.path();
 };
 
 void expectError(const Result<std::vector<NSURL>>& answer, int code, const NSURL& url) {

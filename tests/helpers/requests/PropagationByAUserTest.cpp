@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "OrdinaryUser.h"
 #include "PropagationTest.h"
 #include "helpers/SilentMount.h"
 
@@ -25,7 +26,7 @@ TEST_F(PropagationByAUser, AFolderWithSetgidOfAnotherGroupIsNoFailureIfItHasItsL
     ASSERT_EQ(chmod((top_ + "/sub").c_str(), 02755), 0);
     ASSERT_EQ(propagate(own()), nullptr);
     EXPECT_EQ(exitCodeOf([&] {
-                  if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+                  if (!becomeOrdinaryUser())
                       return 1;
                   return propagate(own()) ? 2 : 0;
               }),
@@ -39,7 +40,7 @@ TEST_F(PropagationByAUser, WhatCannotBeChangedIsCountedAndTheRestIsChanged) {
         ASSERT_EQ(chown((top_ + path).c_str(), ordinaryUser, ordinaryUser), 0);
     chmod(top_.c_str(), 0755);
     const auto code = exitCodeOf([&] {
-        if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+        if (!becomeOrdinaryUser())
             return 1;
         const auto error = propagate(own());
         if (!error || error->domain() != NSPOSIXErrorDomain || error->code() != EPERM)
@@ -67,7 +68,7 @@ TEST_F(PropagationByAUser, OnlyTheFirstFailuresAreNamed) {
     for (int i = 0; i != 10; ++i)
         makeFile(top_ + "/more" + std::to_string(i));
     const auto code = exitCodeOf([&] {
-        if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+        if (!becomeOrdinaryUser())
             return 1;
         const auto text = propagate(own())->localizedDescription();
         std::size_t named = 0;
@@ -85,7 +86,7 @@ TEST_F(PropagationByAUser, AFolderThatCannotBeEnteredIsCountedOnceAndSaidToBeClo
     chmod(top_.c_str(), 0755);
     chmod((top_ + "/sub").c_str(), 0700);
     EXPECT_EQ(exitCodeOf([&] {
-                  if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+                  if (!becomeOrdinaryUser())
                       return 1;
                   const auto error = propagate(own());
                   if (!error || error->code() != EPERM)
@@ -110,7 +111,7 @@ TEST_F(PropagationByAUser, AFolderThatItsNewListOpensIsEntered) {
     chmod((top_ + "/sub").c_str(), 0000);
     chmod((top_ + "/file").c_str(), 0000);
     EXPECT_EQ(exitCodeOf([&] {
-                  if (setgid(ordinaryUser) != 0 || setuid(ordinaryUser) != 0)
+                  if (!becomeOrdinaryUser())
                       return 1;
                   return propagate(own()) ? 2 : 0;
               }),

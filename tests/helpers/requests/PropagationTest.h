@@ -17,8 +17,10 @@
 #include <vector>
 
 #include "AclRequests.h"
+#include "OrdinaryUser.h"
 #include "PosixAclReader.h"
 #include "PropagateRequests.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 
@@ -29,7 +31,6 @@ constexpr PosixRights rx = PosixRead | PosixExecute;
 constexpr PosixRights rwx = PosixEverything;
 constexpr std::uint32_t alice = 30003;
 constexpr std::uint32_t staff = 30005;
-constexpr uid_t ordinaryUser = 65534;
 /// The interval of a request whose client is not there to be asked.
 constexpr std::chrono::hours unasked{1};
 
@@ -52,9 +53,6 @@ inline mode_t modeOf(const std::string& path) {
 class PropagationTest : public testing::Test {
   protected:
     PropagationTest() {
-        char pattern[] = "/tmp/morvane-propagate.XXXXXX";
-        outside_ = mkdtemp(pattern);
-        top_ = outside_ + "/top";
         std::filesystem::create_directories(top_ + "/sub/deep");
         // Who is named after everyone has at least what everyone has.
         chmod(top_.c_str(), 0700);
@@ -62,7 +60,6 @@ class PropagationTest : public testing::Test {
             makeFile(top_ + file);
         chmod((top_ + "/program").c_str(), 0755);
     }
-    ~PropagationTest() override { std::filesystem::remove_all(outside_); }
 
     static void makeFile(const std::string& path) {
         std::ofstream(path) << "text";
@@ -84,8 +81,9 @@ class PropagationTest : public testing::Test {
         return entries;
     }
 
-    std::string outside_;
-    std::string top_;
+    const TemporaryFolder temporary_;
+    const std::string outside_ = temporary_.path();
+    const std::string top_ = outside_ + "/top";
 };
 
 }  // namespace morvane

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "RenameRequests.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 
@@ -26,12 +27,6 @@ using Contents = std::map<std::string, std::string>;
 
 class RenameTest : public testing::Test {
   protected:
-    RenameTest() {
-        char pattern[] = "/tmp/morvane-rename.XXXXXX";
-        folder_ = mkdtemp(pattern);
-    }
-    ~RenameTest() override { std::filesystem::remove_all(folder_); }
-
     std::string path(const std::string& name) const { return folder_ + '/' + name; }
     NSURL url(const std::string& name) const { return NSURL::fileURLWithPath(path(name)); }
     /// Each file holds the name that it has first.
@@ -65,7 +60,8 @@ class RenameTest : public testing::Test {
         return result;
     }
 
-    std::string folder_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
 };
 
 using Names = std::vector<std::string>;

@@ -18,6 +18,7 @@
 
 #include "FileRequestHandler.h"
 #include "SizeRequests.h"
+#include "TemporaryFolder.h"
 #include "platform/fake/FakeStreamSocket.h"
 
 namespace morvane {
@@ -43,8 +44,6 @@ class Host final : public MVFileResponse {
 class SizeRequestsTest : public testing::Test {
   protected:
     SizeRequestsTest() {
-        std::string name = testing::TempDir() + "sizes.XXXXXX";
-        folder = ::mkdtemp(name.data());
         auto [hosts, services] = FakeStreamSocket::pair();
         connection = std::make_shared<NSXPCConnection>(
             std::make_shared<NSXPCConnection::Core>("service", hosts));
@@ -66,7 +65,6 @@ class SizeRequestsTest : public testing::Test {
         client->invalidate();
         hostEnded.get_future().wait_for(watchdog);
         clientEnded.get_future().wait_for(watchdog);
-        fs::remove_all(folder);
     }
 
     NSURL url(const fs::path& name) const {
@@ -98,7 +96,8 @@ class SizeRequestsTest : public testing::Test {
         return answer.get();
     }
 
-    fs::path folder;
+    const TemporaryFolder temporary;
+    const fs::path& folder = temporary.path();
     std::shared_ptr<Host> host = std::make_shared<Host>();
     std::shared_ptr<NSXPCConnection> connection;
     std::shared_ptr<NSXPCConnection> client;

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "SizeWalker.h"
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -52,12 +53,6 @@ namespace fs = std::filesystem;
 
 class SizeWalkerMemoryTest : public testing::Test {
   protected:
-    SizeWalkerMemoryTest() {
-        std::string name = testing::TempDir() + "memory.XXXXXX";
-        folder = ::mkdtemp(name.data());
-    }
-    ~SizeWalkerMemoryTest() override { fs::remove_all(folder); }
-
     /// Opens or makes a folder in another, and closes that.
     static int enter(int outer, const std::string& name) {
         ::mkdirat(outer, name.c_str(), 0755);
@@ -91,7 +86,8 @@ class SizeWalkerMemoryTest : public testing::Test {
         return {walker.items(), bytesMost - before};
     }
 
-    fs::path folder;
+    const TemporaryFolder temporary;
+    const fs::path& folder = temporary.path();
 };
 
 TEST_F(SizeWalkerMemoryTest, DoesNotGrowWithTheNumberOfFilesAndFolders) {

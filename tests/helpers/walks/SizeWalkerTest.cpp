@@ -15,7 +15,9 @@
 #include <thread>
 #include <vector>
 
+#include "OrdinaryUser.h"
 #include "SizeWalker.h"
+#include "TemporaryFolder.h"
 
 namespace morvane {
 namespace {
@@ -30,12 +32,6 @@ std::int64_t sizeOf(SizeWalker& walker, const fs::path& path) {
 
 class SizeWalkerTest : public testing::Test {
   protected:
-    SizeWalkerTest() {
-        std::string name = testing::TempDir() + "walk.XXXXXX";
-        folder = ::mkdtemp(name.data());
-    }
-    ~SizeWalkerTest() override { std::system(("rm -rf '" + folder.string() + "'").c_str()); }
-
     void write(const fs::path& name, std::int64_t size) const {
         fs::create_directories((folder / name).parent_path());
         const int fd = ::open((folder / name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
@@ -62,7 +58,8 @@ class SizeWalkerTest : public testing::Test {
         EXPECT_EQ(walker.unreadable().count, 0u);
     }
 
-    fs::path folder;
+    const TemporaryFolder temporary;
+    const fs::path& folder = temporary.path();
 };
 
 TEST_F(SizeWalkerTest, AFileHasItsOwnSize) {
@@ -187,7 +184,7 @@ TEST_F(SizeWalkerTest, WhatAnUnprivilegedUserCannotReadIsCountedAndTheFirstIsNam
     ASSERT_EQ(::chmod((folder / "closed").c_str(), 0), 0);
     const pid_t child = ::fork();
     if (child == 0) {
-        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
+        if (!becomeOrdinaryUser())
             ::_exit(2);
         SizeWalker walker;
         bool right = sizeOf(walker, folder) == 10;

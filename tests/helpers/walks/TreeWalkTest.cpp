@@ -19,6 +19,7 @@
 #include "AclPropagation.h"
 #include "PosixInheritance.h"
 #include "SizeWalker.h"
+#include "TemporaryFolder.h"
 #include "ThreadShortage.h"
 #include "TreeWalk.h"
 #include "helpers/SilentMount.h"
@@ -34,18 +35,8 @@ FileDescriptor opened(const std::string& path) {
 
 class TreeWalkTest : public testing::Test {
   protected:
-    TreeWalkTest() {
-        // In memory where there is such a place: a disk takes minutes to remove deep trees.
-        outside_ = access("/dev/shm", W_OK) == 0 ? "/dev/shm/morvane-walk.XXXXXX"
-                                                 : "/tmp/morvane-walk.XXXXXX";
-        mkdtemp(outside_.data());
-        top_ = outside_ + "/top";
-        fs::create_directory(top_);
-    }
-    ~TreeWalkTest() override {
-        noThreads = false;
-        std::system(("rm -rf '" + outside_ + "'").c_str());
-    }
+    TreeWalkTest() { fs::create_directory(top_); }
+    ~TreeWalkTest() override { noThreads = false; }
 
     static void makeFile(int folder, const char* name, off_t size = 1) {
         const FileDescriptor file(openat(folder, name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
@@ -74,8 +65,10 @@ class TreeWalkTest : public testing::Test {
         return path;
     }
 
-    std::string outside_;
-    std::string top_;
+    // In memory where there is such a place: a disk takes minutes to remove deep trees.
+    const TemporaryFolder temporary_{access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp"};
+    const std::string outside_ = temporary_.path();
+    const std::string top_ = outside_ + "/top";
 };
 
 /// Notes what it is shown, and does something at a folder of a certain depth.

@@ -11,6 +11,9 @@
 #include <fstream>
 #include <limits>
 
+#include "OrdinaryUser.h"
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
@@ -57,15 +60,11 @@ TEST(NSNumberFormatter, RefusesAMalformedPattern) {
 
 class NSURLResourceValuesTest : public testing::Test {
   protected:
-    NSURLResourceValuesTest() {
-        std::string name = testing::TempDir() + "values.XXXXXX";
-        folder = ::mkdtemp(name.data());
-    }
-    ~NSURLResourceValuesTest() override { std::filesystem::remove_all(folder); }
     NSURL url(const std::string& name) const {
         return NSURL::fileURLWithPath((folder / name).string());
     }
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 TEST_F(NSURLResourceValuesTest, AFolderIsADirectoryWithAFoldersIcon) {
@@ -96,8 +95,7 @@ TEST_F(NSURLResourceValuesTest, WhatMayNotBeLookedAtIsNeitherADirectoryNorNone) 
     std::filesystem::create_directories(hidden / "sub");
     std::filesystem::permissions(hidden, std::filesystem::perms::none);
     // Of this thread only, and without root's powers over files.
-    constexpr uid_t nobody = 65534;
-    const auto former = ::setfsuid(nobody);
+    const auto former = ::setfsuid(ordinaryUser);
     const auto isDirectory =
         NSURLResourceValues::valuesForURL(NSURL::fileURLWithPath((hidden / "sub").string()))
             .isDirectory;

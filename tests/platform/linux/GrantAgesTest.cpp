@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
@@ -76,13 +78,8 @@ TEST(GrantAges, AnAuthorityThatHasStartedAnewGrantsAnew) {
 
 class GrantAgesInAFile : public testing::Test {
   protected:
-    ~GrantAgesInAFile() override { std::filesystem::remove_all(file_.parent_path()); }
-
-    static std::filesystem::path newFolder() {
-        std::string name = testing::TempDir() + "grants.XXXXXX";
-        return ::mkdtemp(name.data());
-    }
-    const std::filesystem::path file_ = newFolder() / "grants";
+    const TemporaryFolder folder_;
+    const std::filesystem::path file_ = folder_.path() / "grants";
 };
 
 TEST_F(GrantAgesInAFile, OutlastTheProcess) {

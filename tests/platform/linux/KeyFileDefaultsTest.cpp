@@ -16,6 +16,7 @@
 #include <sstream>
 #include <thread>
 
+#include "TemporaryFolder.h"
 #include "ThreadShortage.h"
 
 namespace morvane {
@@ -54,13 +55,7 @@ class Observer final : public NSKeyValueObserver {
 
 class KeyFileDefaultsTest : public testing::Test {
   protected:
-    KeyFileDefaultsTest() {
-        std::string name = testing::TempDir() + "defaults.XXXXXX";
-        folder = ::mkdtemp(name.data());
-        path = folder / "morvaneoperation" / "defaults.ini";
-        std::filesystem::create_directory(path.parent_path());
-    }
-    ~KeyFileDefaultsTest() override { std::filesystem::remove_all(folder); }
+    KeyFileDefaultsTest() { std::filesystem::create_directory(path.parent_path()); }
 
     void write(const std::string& text) const { std::ofstream(path) << text; }
     std::string content() const {
@@ -75,8 +70,9 @@ class KeyFileDefaultsTest : public testing::Test {
                   0);
     }
 
-    std::filesystem::path folder;
-    std::filesystem::path path;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
+    const std::filesystem::path path = folder / "morvaneoperation" / "defaults.ini";
 };
 
 TEST_F(KeyFileDefaultsTest, SavesAreToldOfAlthoughNoThreadCanWatchTheFile) {

@@ -25,6 +25,8 @@
 #include <iterator>
 #include <string>
 
+#include "OrdinaryUser.h"
+
 namespace morvane {
 namespace {
 
@@ -229,10 +231,7 @@ TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerIsKnownAlthoughNoDescriptorIsLeft)
 
 TEST_F(LinuxStreamSocketOfAnOlderKernel, APeerThatHasBecomeAnotherUserHasNoStartTime) {
     inOne([] {
-        const ProcessAtTheOtherEnd peer([] {
-            constexpr uid_t nobody = 65534;
-            EXPECT_EQ(setuid(nobody), 0);
-        });
+        const ProcessAtTheOtherEnd peer([] { EXPECT_EQ(setuid(ordinaryUser), 0); });
         EXPECT_EQ(peer.stream->peerStartTime(), 0U);
     });
 }

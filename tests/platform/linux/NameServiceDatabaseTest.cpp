@@ -12,6 +12,8 @@
 #include <fstream>
 #include <functional>
 
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
@@ -20,8 +22,6 @@ class NameServiceDatabaseTest : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_EQ(geteuid(), 0U) << "the tests of the user database put another in its place";
-        char name[] = "/tmp/user-database-XXXXXX";
-        folder = mkdtemp(name);
         write("passwd",
               "root:x:0:0:root:/root:/bin/sh\n"
               "alice:x:1000:1000::/:/bin/sh\n"
@@ -32,7 +32,6 @@ class NameServiceDatabaseTest : public testing::Test {
         write("group", "root:x:0:\nstaff:x:50:alice\ncrowd:x:60:" + members + "\n");
         write("nsswitch.conf", "passwd: files\ngroup: files\n");
     }
-    void TearDown() override { std::filesystem::remove_all(folder); }
 
     void write(const std::string& name, const std::string& text) const {
         std::ofstream(folder / name) << text;
@@ -55,7 +54,8 @@ class NameServiceDatabaseTest : public testing::Test {
         return waitpid(child, &status, 0) == child && status == 0;
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 using Record = UserDatabase::Record;

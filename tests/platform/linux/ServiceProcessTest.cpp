@@ -15,17 +15,14 @@
 #include <memory>
 #include <string>
 
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
 class ServiceProcessEnd : public testing::Test {
   protected:
-    void SetUp() override {
-        char folderName[] = "/tmp/service-process-XXXXXX";
-        folder = mkdtemp(folderName);
-        setenv("MORVANE_LIBEXEC_DIR", folder.c_str(), 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
+    void SetUp() override { setenv("MORVANE_LIBEXEC_DIR", folder.c_str(), 1); }
 
     /// Starts a service that is this shell script.
     std::shared_ptr<StreamSocket> start(const std::string& script) {
@@ -34,7 +31,8 @@ class ServiceProcessEnd : public testing::Test {
         return *privateServiceEndpoint("service")->connect();
     }
 
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 pid_t processOf(const StreamSocket& stream) {

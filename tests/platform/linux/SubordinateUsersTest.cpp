@@ -8,23 +8,18 @@
 #include <fstream>
 #include <string>
 
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
 class SubordinateUsersTest : public testing::Test {
   protected:
-    void SetUp() override {
-        char name[] = "/tmp/subordinate-users-XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        folder_ = name;
-        file_ = folder_ / "subuid";
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
     void write(const std::string& text) const { std::ofstream(file_) << text; }
 
-    std::filesystem::path folder_;
-    std::filesystem::path file_;
+    const TemporaryFolder temporary_;
+    const std::filesystem::path& folder_ = temporary_.path();
+    const std::filesystem::path file_ = folder_ / "subuid";
 };
 
 TEST_F(SubordinateUsersTest, WhoeverIsLentARangeIsAccountableForAllOfIt) {

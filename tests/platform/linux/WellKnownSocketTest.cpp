@@ -19,10 +19,12 @@
 #include <string>
 #include <vector>
 
+#include "OrdinaryUser.h"
+#include "TemporaryFolder.h"
+
 namespace morvane {
 namespace {
 
-constexpr uid_t nobody = 65534;
 constexpr std::chrono::milliseconds shortTime{100};
 
 /// A name that no service has, and the places where its socket may lie.
@@ -30,15 +32,10 @@ class WellKnownSocketTest : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_EQ(geteuid(), 0U) << "the tests of privileged sockets make root's and others'";
-        char folderName[] = "/tmp/well-known-socket-XXXXXX";
-        folder = mkdtemp(folderName);
         std::filesystem::permissions(folder, std::filesystem::perms::all);
         setenv("MORVANE_RUNTIME_DIR", folder.c_str(), 1);
     }
-    void TearDown() override {
-        std::filesystem::remove(privilegedPath);
-        std::filesystem::remove_all(folder);
-    }
+    void TearDown() override { std::filesystem::remove(privilegedPath); }
 
     static sockaddr_un addressOf(const std::filesystem::path& path) {
         sockaddr_un address{};
@@ -86,7 +83,8 @@ class WellKnownSocketTest : public testing::Test {
 
     const std::string name = "morvane-test-" + std::to_string(getpid());
     const std::filesystem::path privilegedPath = "/run/" + name + ".sock";
-    std::filesystem::path folder;
+    const TemporaryFolder temporary;
+    const std::filesystem::path& folder = temporary.path();
 };
 
 TEST_F(WellKnownSocketTest, RootsServiceOnRootsSocketIsPrivileged) {
@@ -100,14 +98,14 @@ TEST_F(WellKnownSocketTest, RootsServiceOnRootsSocketIsPrivileged) {
 
 TEST_F(WellKnownSocketTest, ASquattersSocketIsNotEvenConnectedTo) {
     const auto listening = listenAt(privilegedPath);
-    ASSERT_EQ(chown(privilegedPath.c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chown(privilegedPath.c_str(), ordinaryUser, ordinaryUser), 0);
     expectRefused(true, EPERM);
     EXPECT_FALSE(accept(listening));
     EXPECT_EQ(errno, EAGAIN);
 }
 
 TEST_F(WellKnownSocketTest, ASquatterBehindRootsSocketIsToldNothing) {
-    const auto listening = listenAt(privilegedPath, nobody);
+    const auto listening = listenAt(privilegedPath, ordinaryUser);
     expectRefused(true, EPERM);
     const auto client = accept(listening);
     ASSERT_TRUE(client);
@@ -130,11 +128,11 @@ TEST_F(WellKnownSocketTest, ThePrivilegedPlaceDoesNotDependOnTheEnvironment) {
 
 TEST_F(WellKnownSocketTest, AnOrdinaryServiceMayBeAnyUsers) {
     const auto path = folder / (name + ".sock");
-    const auto listening = listenAt(path, nobody);
-    ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
+    const auto listening = listenAt(path, ordinaryUser);
+    ASSERT_EQ(chown(path.c_str(), ordinaryUser, ordinaryUser), 0);
     const auto stream = connect(false);
     ASSERT_TRUE(stream);
-    EXPECT_EQ((*stream)->peer()->userIdentifier, std::int64_t{nobody});
+    EXPECT_EQ((*stream)->peer()->userIdentifier, std::int64_t{ordinaryUser});
 }
 
 TEST_F(WellKnownSocketTest, ANameThatIsTooLongIsRefusedAndNamed) {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "TemporaryFolder.h"
 #include "XpcTestSupport.h"
 
 namespace morvane {
@@ -21,8 +22,6 @@ namespace {
 class Activated {
   public:
     Activated() {
-        char folder[] = "/tmp/xpc-listener-XXXXXX";
-        folder_ = mkdtemp(folder);
         setenv("MORVANE_RUNTIME_DIR", folder_.c_str(), 1);
         const auto path = folder_ + "/echo.sock";
         sockaddr_un address{};
@@ -32,7 +31,6 @@ class Activated {
         EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(listen(socket_.get(), 8), 0);
     }
-    ~Activated() { std::filesystem::remove_all(folder_); }
 
     /// Starts the service; it leaves after a second without clients.
     void start(const char* how = "--activated") {
@@ -56,7 +54,8 @@ class Activated {
     }
 
   private:
-    std::string folder_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
     FileDescriptor socket_;
     pid_t child_ = -1;
 };

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "RawRequests.h"
+#include "TemporaryFolder.h"
 #include "XpcTestSupport.h"
 
 namespace morvane {
@@ -213,10 +214,9 @@ std::vector<std::string> failing(const char* call, int number, bool forGood,
 }
 
 void expectToLeaveWhicheverFails(const char* call, bool forGood) {
-    char folder[] = "/tmp/xpc-service-XXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
+    const TemporaryFolder folder;
     for (int number = 1;; ++number) {
-        const auto mark = std::string(folder) + "/" + std::to_string(number);
+        const auto mark = folder.path() / std::to_string(number);
         Started service(failing(call, number, forGood, mark));
         if (service.send("x"))
             service.answers();  // or ends
@@ -227,7 +227,6 @@ void expectToLeaveWhicheverFails(const char* call, bool forGood) {
             break;
         }
     }
-    std::filesystem::remove_all(folder);
 }
 
 TEST(ServiceProcess, LeavesWithItsHostWhateverFails) {
