@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AclEditor.h"
 
-#include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
@@ -26,9 +26,13 @@ bool sameName(std::string_view a, std::string_view b) {
                       [](char x, char y) { return lower(x) == lower(y); });
 }
 
+std::string nameOfBox(const NSTreeNode& node) {
+    return boxText(node).localized();
+}
+
 /// Whether a box is meant by `name`: in the language of the user, or in English.
 bool isNamed(const NSTreeNode& node, std::string_view name) {
-    const auto own = nameOf(node);
+    const auto own = nameOfBox(node);
     return sameName(own, name) || sameName(keyOfName(own), name);
 }
 
@@ -36,7 +40,7 @@ bool isNamed(const NSTreeNode& node, std::string_view name) {
 std::string names(const MVAclEntry& entry) {
     std::string text;
     const auto add = [&](const NSTreeNode& node) {
-        text += (text.empty() ? "" : say(", ")) + "'" + escaped(nameOf(node)) + "'";
+        text += (text.empty() ? "" : say(", ")) + "'" + escaped(nameOfBox(node)) + "'";
     };
     for (const auto& group : entry.permissions()) {
         add(*group);
@@ -159,9 +163,8 @@ Problem AclEditor::add(std::string_view who) {
 Problem AclEditor::remove(std::size_t entry) {
     if (const auto problem = known(entry))
         return problem;
-    if (!entries_[entry]->isAcl())
-        return say("the entry of %1 is what every item has; take its permissions away instead",
-                   identityName(*entries_[entry]));
+    if (const auto why = whyNotRemoved(*entries_[entry]); !why.empty())
+        return escaped(why.localized());
     entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(entry));
     return std::nullopt;
 }
@@ -180,7 +183,7 @@ Problem AclEditor::setNode(std::size_t entry, NSTreeNode& node, BoxChange change
     if (const auto problem = changeable(entry))
         return problem;
     if (!MVTreeNode::permissionOf(node)->settable())
-        return say("the box '%1' cannot be changed as the others stand", escaped(nameOf(node)));
+        return say("the box '%1' cannot be changed as the others stand", escaped(nameOfBox(node)));
     auto state = change == BoxChange::on ? MVStateOn : MVStateOff;
     if (change == BoxChange::toggle)
         state = MVTreeNode::stateOf(node) == MVStateOn ? MVStateOff : MVStateOn;

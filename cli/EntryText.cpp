@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "EntryText.h"
 
-#include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/host/KDLocalizedString.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <variant>
 
 namespace morvane {
 
@@ -17,76 +16,14 @@ namespace {
 constexpr std::size_t columnCount = 5;
 using Row = std::array<std::string, columnCount>;
 constexpr std::size_t ruleColumn = 1;
-constexpr std::size_t ruleGroups = 3;
-
-std::string joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const auto& part : parts)
-        text += (text.empty() ? "" : say(", ")) + part;
-    return text;
-}
-
-/// What a custom group is made of: "Custom (Read, part of Write)".
-std::string customGroup(const MVAclEntry& entry) {
-    std::vector<std::string> parts;
-    for (std::size_t i = 0; i != std::min(ruleGroups, entry.permissions().size()); ++i) {
-        const auto& node = *entry.permissions()[i];
-        const auto* group = MVTreeNode::permissionOf(node);
-        if (!group || group->state() == MVStateOff)
-            continue;
-        const auto name = nameOf(node);
-        // TRANSLATORS: Some of the boxes of a group are on: "part of Read".
-        parts.push_back(group->state() == MVStateMixed ? say("part of %1", name) : name);
-    }
-    return parts.empty() ? say("Custom") : say("Custom (%1)", joined(parts));
-}
-
-std::string groupText(const MVAclEntry& entry) {
-    // What the menu of permissions has.
-    const auto choice = [](const char* key) {
-        return Phrase::inTable("Permissions", key).localized();
-    };
-    switch (entry.permissionGroup()) {
-        case MVAclGroupAll:
-            return choice(translatable("Permissions", "All"));
-        case MVAclGroupReadWrite:
-            return choice(translatable("Permissions", "Read and Write"));
-        case MVAclGroupRead:
-            return choice(translatable("Permissions", "Read"));
-        case MVAclGroupWrite:
-            return choice(translatable("Permissions", "Write"));
-        case MVAclGroupNone:
-            return choice(translatable("Permissions", "None"));
-        default:
-            return customGroup(entry);
-    }
-}
-
-std::string ruleText(const MVAclEntry& entry) {
-    // TRANSLATORS: An entry's rule: it allows what is on.
-    if (entry.tag() == MVAclTagAllow)
-        return say("Allow");
-    return entry.tag() == MVAclTagDeny ? say("Deny") : say("Tag %1", entry.tag());
-}
-
-std::optional<CBPosixIdentity> posixIdentity(const MVAclEntry& entry) {
-    return entry.uuid() ? posixIdentityOfUUID(*entry.uuid()) : CBPosixIdentity{CBEveryone{}};
-}
-
-std::string whoText(const MVAclEntry& entry) {
-    const auto who = posixIdentity(entry);
-    const auto text = identityText(entry);
-    if (entry.isAcl() || !who || std::holds_alternative<CBEveryone>(*who))
-        return text.localized();
-    return identityIsGroup(entry) ? say("%1 (owning group)", text) : say("%1 (owner)", text);
-}
 
 Row rowOf(const MVAclEntry& entry) {
-    return {escaped(whoText(entry)), ruleText(entry), escaped(groupText(entry)),
-            escaped(entry.applicableTo()), entry.inherited() ? say("yes") : say("no")};
+    const auto shown = [](const Phrase& text) { return escaped(text.localized()); };
+    return {shown(whoText(entry)), shown(ruleText(entry.tag())), shown(permissionsText(entry)),
+            shown(appliesToText(entry)), entry.inherited() ? say("yes") : say("no")};
 }
 
-const char* boxText(std::int64_t state) {
+const char* markOf(std::int64_t state) {
     if (state == MVStateOn)
         return "[x] ";
     return state == MVStateMixed ? "[-] " : "[ ] ";
@@ -101,12 +38,6 @@ void appendTree(std::string& text, const NSTreeNode& node, std::size_t depth, co
 }
 
 }  // namespace
-
-std::string nameOf(const NSTreeNode& node) {
-    const auto* permission = MVTreeNode::permissionOf(node);
-    // The names of a converted entry are keys still.
-    return permission ? KDLocalizedString::localize(permission->name(), "ACL") : std::string();
-}
 
 std::string keyOfName(std::string_view name) {
     const auto isOf = [&](std::string_view key) {
@@ -133,7 +64,8 @@ std::string keyOfName(std::string_view name) {
 
 std::string boxAsText(const NSTreeNode& node) {
     const auto* permission = MVTreeNode::permissionOf(node);
-    return boxText(MVTreeNode::stateOf(node)) + escaped(permission ? nameOf(node) : "?");
+    return markOf(MVTreeNode::stateOf(node)) +
+           escaped(permission ? boxText(node).localized() : "?");
 }
 
 std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style) {
@@ -148,7 +80,7 @@ std::string entryAsLine(const MVAclEntry& entry) {
     std::string text = row[0];
     for (std::size_t i = 1; i + 1 < columnCount; ++i)
         text += row[i].empty() ? "" : "  " + row[i];
-    return entry.inherited() ? text + "  " + say("inherited") : text;
+    return entry.inherited() ? text + "  " + inheritedText(entry).localized() : text;
 }
 
 void sortCanonically(EntryList& entries) {
@@ -160,8 +92,9 @@ void sortCanonically(EntryList& entries) {
 bool identityIsGroup(const MVAclEntry& entry) {
     if (entry.identity())
         return entry.identity()->isGroup();
-    const auto who = posixIdentity(entry);
-    return who && !std::holds_alternative<CBPosixUser>(*who);
+    const auto subject = subjectOfEntry(entry);
+    return subject != EntrySubject::nobody && subject != EntrySubject::user &&
+           subject != EntrySubject::owner;
 }
 
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style) {

@@ -27,9 +27,8 @@ std::string entriesAsTable(const EntryList& entries, bool tree, const Style& sty
 
 /// The cells of one entry in one line, without a table: "user alice  Allow  Read  This item".
 std::string entryAsLine(const MVAclEntry& entry);
-/// The name of a box or a group in the language of the user.
-std::string nameOf(const NSTreeNode& node);
-/// The key, in English, of such a name; what is no such name as it is.
+/// The key, in English, of the name of a box or a group in the language of the user; what is no
+/// such name as it is.
 std::string keyOfName(std::string_view name);
 /// A box before its name: "[x] Read Data"; "[-]" is mixed.
 std::string boxAsText(const NSTreeNode& node);

@@ -34,6 +34,15 @@ std::vector<EntryLoss> nfs4Losses(const ItemList::Entries& entries, const MVAclO
     return losses;
 }
 
+Phrase baseOnly() {
+    return phrase(
+        "the file system keeps no lists: there are only the owner, the owning group and everyone");
+}
+
+Phrase nothingInherited() {
+    return phrase("the file system keeps no lists, and nothing is inherited");
+}
+
 /// Rebuilds the list from the entries that show it, without what its mask holds back: the reverse
 /// of entriesOfPosixAcl().
 PosixAcl posixAclShownBy(const ItemList::Entries& entries, const MVAclOrigin::Values& item) {
@@ -105,11 +114,17 @@ std::optional<ItemList> ItemList::asRead(const Entries& entries) {
 }
 
 bool ItemList::holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const {
+    return whyNotBox(entry, box).empty();
+}
+
+Phrase ItemList::whyNotBox(const MVAclEntry& entry, const NSTreeNode& box) const {
     const auto* permission = MVTreeNode::permissionOf(box);
-    if (!permission || !posix_ || !entry.isAcl())
-        return permission != nullptr;
+    if (!permission)
+        return phrase("an item of this kind has no such box");
+    if (!posix_ || !entry.isAcl())
+        return {};
     if (!posix_->hasLists && !isOfTheBase(entry))
-        return false;
+        return baseOnly();
     const auto probe = copyOf(entry);
     probe->setInherited(false);
     const auto bit = static_cast<std::uint32_t>(permission->permission());
@@ -118,9 +133,10 @@ bool ItemList::holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const {
     for (std::size_t i = 0; i != groups.size(); ++i) {
         const bool isGroup = groups[i].get() == &box;
         if (i >= permissionGroups) {
-            if (isGroup || groups[i].get() == box.parentNode())
-                return posix_->hasLists || (!isGroup && bit == ACL_ENTRY_ONLY_INHERIT);
-            continue;
+            if (!isGroup && groups[i].get() != box.parentNode())
+                continue;
+            const bool isItemsOwn = !isGroup && bit == ACL_ENTRY_ONLY_INHERIT;
+            return posix_->hasLists || isItemsOwn ? Phrase() : nothingInherited();
         }
         for (const auto& node : probe->permissions()[i]->childNodes()) {
             const auto* other = MVTreeNode::permissionOf(*node);
@@ -129,31 +145,57 @@ bool ItemList::holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const {
             MVTreeNode::setStateOf(*node, isGroup || goesWithIt ? MVStateOn : MVStateOff);
         }
     }
-    return holds(probe);
+    return whyNot(probe);
 }
 
 bool ItemList::holdsChoice(const MVAclEntry& entry, std::int64_t code) const {
+    return whyNotChoice(entry, code).empty();
+}
+
+Phrase ItemList::whyNotChoice(const MVAclEntry& entry, std::int64_t code) const {
     const auto& offered = entry.permissionGroups();
-    if (code == MVAclGroupCustom ||
-        std::find(offered.begin(), offered.end(), code) == offered.end())
-        return false;
+    if (code == MVAclGroupCustom)
+        return phrase("it is made of single boxes");
+    if (std::find(offered.begin(), offered.end(), code) == offered.end())
+        return phrase("an entry of this kind has no such choice");
     if (!posix_ || !entry.isAcl())
-        return true;
+        return {};
     if (!posix_->hasLists && !isOfTheBase(entry))
-        return false;
+        return baseOnly();
     const auto probe = copyOf(entry);
     probe->setInherited(false);
     probe->setPermissionGroup(code);
-    return holds(probe);
+    return whyNot(probe);
 }
 
-bool ItemList::holds(const std::shared_ptr<MVAclEntry>& probe) const {
+Phrase ItemList::whyNotAppliesTo(std::uint32_t on) const {
+    constexpr std::uint32_t below =
+        ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
+    if (!posix_ || (on & below) == 0)
+        return {};
+    if (!posix_->hasLists)
+        return nothingInherited();
+    return (on & below) == below
+               ? Phrase()
+               : phrase("a POSIX list applies to everything inside the folder or to nothing");
+}
+
+Phrase ItemList::whyNotDenied(const MVAclEntry& entry) const {
+    if (!posix_)
+        return {};
+    if (!entry.isAcl())
+        return phrase("an entry of three rights only allows");
+    return posix_->hasLists || isOfTheBase(entry) ? Phrase() : baseOnly();
+}
+
+Phrase ItemList::whyNot(const std::shared_ptr<MVAclEntry>& probe) const {
     const auto losses =
         posixStatementsOf({probe}, posix_->owner, posix_->group, posix_->isDirectory).losses;
-    return std::none_of(losses.begin(), losses.end(), [](const EntryLoss& loss) {
-        return loss.reason == EntryLossReason::box || loss.reason == EntryLossReason::half ||
-               loss.reason == EntryLossReason::always || loss.reason == EntryLossReason::nobody;
+    const auto loss = std::find_if(losses.begin(), losses.end(), [](const EntryLoss& each) {
+        return each.reason == EntryLossReason::box || each.reason == EntryLossReason::half ||
+               each.reason == EntryLossReason::always || each.reason == EntryLossReason::nobody;
     });
+    return loss == losses.end() ? Phrase() : loss->why;
 }
 
 bool ItemList::isOfTheBase(const MVAclEntry& entry) const {

@@ -6,6 +6,7 @@
 #include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/PosixAcl.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,6 +43,14 @@ class MORVANE_EXPORT ItemList {
     bool holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const;
     /// Whether the list can hold `entry` with this code of MVAclPermissionGroup.
     bool holdsChoice(const MVAclEntry& entry, std::int64_t code) const;
+    /// Why not, for people: "only root has it". Empty where it can.
+    Phrase whyNotBox(const MVAclEntry& entry, const NSTreeNode& box) const;
+    Phrase whyNotChoice(const MVAclEntry& entry, std::int64_t code) const;
+    /// Why the entry cannot be one that denies.
+    Phrase whyNotDenied(const MVAclEntry& entry) const;
+    /// Why no entry of the list can apply to what the boxes of `on` say, which has values of
+    /// acl_flags.
+    Phrase whyNotAppliesTo(std::uint32_t on) const;
     /// Returns an entry that asks for execution even if nobody can execute the file now: to be
     /// called when the user has switched the box "Execute File" on. "Read" as a whole does not make
     /// such a file executable; if all of "Read" is on, a copy without "Read Attributes" is
@@ -62,7 +71,7 @@ class MORVANE_EXPORT ItemList {
 
   private:
     explicit ItemList(std::shared_ptr<const MVAclOrigin> origin) : origin_(std::move(origin)) {}
-    bool holds(const std::shared_ptr<MVAclEntry>& probe) const;
+    Phrase whyNot(const std::shared_ptr<MVAclEntry>& probe) const;
     /// Whether the entry is for the owner, the owning group or everyone.
     bool isOfTheBase(const MVAclEntry& entry) const;
 

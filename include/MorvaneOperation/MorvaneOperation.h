@@ -5,6 +5,7 @@
 /// Everything that the library offers, and its version.
 
 #include <MorvaneOperation/EntryLosses.h>
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/InheritedAcl.h>
 #include <MorvaneOperation/ItemList.h>
