@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/ResolvedUrl.h>
 #include <MorvaneOperation/platform/host/Log.h>
 #include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <signal.h>
@@ -118,22 +119,6 @@ bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& 
     }
 }
 
-/// The same item by a path without symbolic links.
-NSURL withoutLinks(const NSURL& url) {
-    std::error_code error;
-    const auto path = std::filesystem::canonical(url.path(), error);
-    return error ? url : NSURL::fileURLWithPath(path.string());
-}
-
-/// Likewise for an item that is renamed or whose size is asked for: a link at the end is the item.
-NSURL withoutLinksOnTheWay(const NSURL& url) {
-    const auto path = std::filesystem::path(url.path());
-    if (!path.has_filename())
-        return url;
-    return withoutLinks(NSURL::fileURLWithPath(path.parent_path().string()))
-        .URLByAppendingPathComponent(path.filename().string());
-}
-
 Outcome run(int argc, char** argv) {
     CommonOptions common;
     const auto line = parseCommandLine(argc, argv, MORVANE_VERSION, &common);
@@ -155,12 +140,14 @@ Outcome run(int argc, char** argv) {
     const auto resolved = [&](const NSURL& url) {
         return common.privileged ? withoutLinks(url) : url;
     };
+    const auto itemsOf = [&](std::vector<NSURL> urls) {
+        for (auto& url : urls)
+            url = common.privileged ? withoutLinksOnTheWay(url) : url;
+        return urls;
+    };
     if (const auto* size = std::get_if<SizeOptions>(&line)) {
         return runSize(*size, [&](const std::vector<NSURL>& urls) {
-            std::vector<NSURL> items;
-            for (const auto& url : urls)
-                items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
-            return sizesWithLiveLine(services, items);
+            return sizesWithLiveLine(services, itemsOf(urls));
         });
     }
     if (const auto* ls = std::get_if<LsOptions>(&line)) {
@@ -168,10 +155,7 @@ Outcome run(int argc, char** argv) {
     }
     if (const auto* rename = std::get_if<RenameOptions>(&line)) {
         return runRename(*rename, [&](const auto& urls, const auto& names) {
-            std::vector<NSURL> items;
-            for (const auto& url : urls)
-                items.push_back(common.privileged ? withoutLinksOnTheWay(url) : url);
-            return services.rename(items, names);
+            return services.rename(itemsOf(urls), names);
         });
     }
     const auto entriesOf = [&](const NSURL& url) { return services.aclEntries(resolved(url)); };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileClient.h>
 #include <MorvaneOperation/MVOperationError.h>
+#include <MorvaneOperation/ResolvedUrl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +9,6 @@
 
 #include "ClientOperation.h"
 #include "EntrySnapshot.h"
-#include "ResolvedUrl.h"
 
 namespace morvane {
 

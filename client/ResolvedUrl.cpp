@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ResolvedUrl.h"
+#include <MorvaneOperation/ResolvedUrl.h>
 
 #include <filesystem>
 #include <system_error>

@@ -30,6 +30,7 @@
 #include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/PosixAclReduction.h>
+#include <MorvaneOperation/ResolvedUrl.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/foundation/Export.h>
 

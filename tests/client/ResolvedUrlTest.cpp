@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/ResolvedUrl.h>
 #include <gtest/gtest.h>
 #include <sys/fsuid.h>
 
@@ -7,7 +8,6 @@
 #include <string>
 
 #include "OrdinaryUser.h"
-#include "ResolvedUrl.h"
 #include "TemporaryFolder.h"
 
 /// The paths under which the helper is asked for what a host has named otherwise.
