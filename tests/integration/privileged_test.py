@@ -6,6 +6,7 @@ usage: privileged_test.py MORVANE HELPER POLICY-FILE POLICY-AGENT BARE-CLIENT SH
 """
 import contextlib
 import ctypes
+import gettext
 import json
 import os
 import resource
@@ -25,6 +26,7 @@ from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER
 from waiting import wait_until
 
 MORVANE, HELPER, POLICY, AGENT, BARE_CLIENT, CLOCK = map(os.path.abspath, sys.argv[1:7])
+CATALOGUES = os.path.join(os.path.dirname(MORVANE), "../po/locale")
 rigs.enter_namespaces()
 RIG = rigs.Rig(HELPER, [POLICY], AGENT, CLOCK)
 RIG.take_log()
@@ -105,6 +107,14 @@ class Rights(Privileged):
     def test_a_denied_right_does_and_reveals_nothing(self):
         for arguments, _ in self.each_request():
             self.assertRefused(run(*arguments, agent="deny"), "The authorization was denied.")
+
+    def test_what_the_helper_refuses_is_said_in_the_language_of_the_user(self):
+        outcome = RIG.start(["env", "LC_ALL=C.UTF-8", "LANGUAGE=de", f"MORVANE_LOCALE_DIR={CATALOGUES}", MORVANE,
+                             "--privileged", "rename", self.file, "a/b"], "allow").finish()
+        text = gettext.translation("morvaneoperation", CATALOGUES, ["de"]).gettext(
+            'The new name "%1" holds a slash; an item stays in its folder.')
+        self.assertNotIn("slash", text)
+        self.assertRefused(outcome, text.replace("%1", "a/b"))
 
     def test_a_closed_question_does_and_reveals_nothing(self):
         for arguments, _ in self.each_request():

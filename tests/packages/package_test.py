@@ -119,6 +119,9 @@ class Life(unittest.TestCase):
         apt("remove", *PACKAGES)
         self.assertGone()
         self.put_there_by_hand(units, policies)
+        changed = "/usr/share/polkit-1/actions/io.github.morvaneoperation.policy"
+        with open(changed, "a", encoding="utf-8") as f:
+            f.write("<!-- by the administrator -->\n")
         with socket.socket(socket.AF_UNIX) as connected:
             connected.connect(SOCKET)
             wait_until(lambda: show(f"{UNIT}.service", "MainPID") != "0", "the helper that was put there by hand")
@@ -126,6 +129,7 @@ class Life(unittest.TestCase):
             apt("install", *glob.glob("/packages/next/*.deb"))
             self.assertFalse(os.path.exists(f"/proc/{old}"), "the helper that was put there by hand has left")
         shutil.rmtree("/usr/local/libexec/morvaneoperation")
+        self.assertTrue(done("cat", f"{changed}.dpkg-old").endswith("<!-- by the administrator -->\n"))
         self.assertServed()
         self.assertEqual(os.path.realpath(show(f"{UNIT}.socket", "FragmentPath")), f"/usr/lib/systemd/system/{UNIT}.socket")
         self.assertEqual(os.readlink(f"/proc/{show(f'{UNIT}.service', 'MainPID')}/exe"), HELPER)
