@@ -4,6 +4,7 @@
 #include <MorvaneOperation/IdentityText.h>
 
 #include "AclEditor.h"
+#include "EntryJson.h"
 #include "EntryText.h"
 #include "Failure.h"
 
@@ -20,12 +21,16 @@ Outcome runAccess(const AccessOptions& options, const AccessSource& source, cons
     const auto permissions =
         source(NSURL::fileURLWithPath(options.path), identity->uniqueIdentifier());
     if (!permissions)
-        return {exitCodeOf(*permissions.error()),
-                {},
-                failureMessage(say("cannot tell the access to '%1'", escaped(options.path)),
-                               *permissions.error())};
+        return failed(say("cannot tell the access to '%1'", escaped(options.path)),
+                      permissions.error());
     if (options.json)
-        return {ExitSuccess, nodesAsJson(*permissions), {}};
+        return {ExitSuccess,
+                jsonDocument("access",
+                             {{"item", jsonOfPath(options.path)},
+                              {"who", jsonOfIdentity(*identity)},
+                              {"permissions", jsonOfNodes(*permissions)}},
+                             {}),
+                {}};
     const auto text =
         // TRANSLATORS: Above the boxes: what "user bob" can do to a path.
         style.heading(

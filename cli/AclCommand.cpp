@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AclCommand.h"
 
+#include "EntryJson.h"
 #include "Failure.h"
 
 namespace morvane {
@@ -10,15 +11,15 @@ Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& 
         return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};
     auto entries = source(NSURL::fileURLWithPath(options.path));
     if (!entries)
-        return {exitCodeOf(*entries.error()),
-                {},
-                failureMessage(
-                    say("cannot read the access-control list of '%1'", escaped(options.path)),
-                    *entries.error())};
+        return failed(say("cannot read the access-control list of '%1'", escaped(options.path)),
+                      entries.error());
+    const auto item = jsonOfListedItem(options.path, *entries);
     sortCanonically(*entries);
-    return {ExitSuccess,
-            options.json ? entriesAsJson(*entries) : entriesAsTable(*entries, options.tree, style),
-            {}};
+    if (options.json)
+        return {ExitSuccess,
+                jsonDocument("acl", {{"item", item}, {"entries", jsonOfEntries(*entries)}}, {}),
+                {}};
+    return {ExitSuccess, entriesAsTable(*entries, options.tree, style), {}};
 }
 
 }  // namespace morvane

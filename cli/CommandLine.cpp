@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "CommandLine.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <numeric>
-#include <sstream>
 #include <string_view>
 
+#include "CommandParser.h"
 #include "CommandTable.h"
 #include "EditScript.h"
 #include "Text.h"
@@ -14,26 +12,6 @@
 namespace morvane {
 
 namespace {
-
-std::string footer() {
-    constexpr std::size_t columns = 92;
-    std::string text;
-    for (const auto& line : wrapped(
-             say("Exit status: 0 done, 1 the operation failed, 2 the command line was not "
-                 "understood, 3 the service could not be started or went away, 4 the server of a "
-                 "network mount has stored something else, 130 interrupted by Ctrl-C."),
-             columns))
-        text += (text.empty() ? "" : "\n") + line;
-    return text;
-}
-
-/// Without a command, how the program itself is used.
-Outcome misunderstood(const std::string& reason, const std::string& command) {
-    return {ExitUsage,
-            {},
-            message({reason, say("'%1' tells how the command is used.",
-                                 "morvane " + (command.empty() ? "" : command + " ") + "--help")})};
-}
 
 /// Whether --edit is followed by a script without commands, which the parser does not tell from
 /// none.
@@ -46,277 +24,20 @@ bool hasEmptyScript(int argc, const char* const* argv) {
     return false;
 }
 
-/// How many letters are to be added, taken away or replaced to make the one of the other.
-std::size_t editDistance(std::string_view one, std::string_view other) {
-    std::vector<std::size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), 0U);
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
-        }
+/// Looks for the words themselves, as those around them may be wrong.
+JsonForm jsonAskedFor(int argc, const char* const* argv) {
+    for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+        if (std::string_view(argv[i]) == "--json")
+            return JsonForm::object;
+        if (std::string_view(argv[i]) == "--json-lines")
+            return JsonForm::lines;
     }
-    return row.back();
+    return JsonForm::none;
 }
 
-/// `reason`, with a question for the one of `names` that is most like `word`, if one is like it at
-/// all.
-std::string withQuestion(const std::string& reason, std::string_view word,
-                         const std::vector<std::string_view>& names) {
-    constexpr std::size_t longest = 32;
-    if (word.size() > longest || names.empty())
-        return reason;
-    const auto nearest = *std::min_element(names.begin(), names.end(), [&](auto a, auto b) {
-        return editDistance(word, a) < editDistance(word, b);
-    });
-    const bool isLike = editDistance(word, nearest) <= (word.size() < 4 ? 1U : 2U);
-    // TRANSLATORS: %1 is "there is no command 'sise'".
-    return isLike ? say("%1; did you mean '%2'?", reason, nearest) : reason;
-}
-
-/// What the parser says in English, in the language of the user.
-std::string reasonOfParser(const std::string& english) {
-    return sayLike(english,
-                   {translatable("A subcommand is required"), translatable("%1 is required"),
-                    translatable("%1 requires %2"), translatable("%1 excludes %2"),
-                    translatable("The following argument was not expected: %1"),
-                    translatable("The following arguments were not expected: %1"),
-                    translatable("%1: %2 required %3 missing")});
-}
-
-bool isAmong(const std::vector<std::string_view>& names, std::string_view name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-std::vector<std::string_view> commandNames() {
-    std::vector<std::string_view> names;
-    for (const auto& command : commandTable())
-        names.push_back(command.name);
-    return names;
-}
-
-std::vector<std::string_view> optionNames(std::string_view command) {
-    std::vector<std::string_view> names{"--help", "--version"};
-    const auto addAll = [&](const std::vector<OptionRow>& options) {
-        for (const auto& option : options) {
-            if (!option.standsAlone())
-                names.push_back(option.name);
-        }
-    };
-    for (const auto& row : commandTable()) {
-        if (row.name == command)
-            addAll(row.options);
-    }
-    if (command.empty())
-        addAll(commonOptions());
-    return names;
-}
-
-void addOption(CLI::App& command, const OptionRow& row) {
-    const std::string name(row.name);
-    const auto says = say(row.says);
-    if (row.kind == WordKind::none) {
-        command.add_flag(name, says)->disable_flag_override();
-        return;
-    }
-    auto* const option = command.add_option(name, says);
-    option->type_name(std::string(row.word));
-    if (row.times == OptionRow::Times::any)
-        option->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args();
-    else if (row.wordMayBeMissing())
-        option->expected(0, 1);
-    option->required(row.times == OptionRow::Times::once);
-}
-
-void relate(CLI::App& command, const OptionRow& row) {
-    auto* const option = command.get_option(std::string(row.name));
-    for (const auto& other : row.excludes)
-        option->excludes(command.get_option(std::string(other)));
-    if (!row.needs.empty())
-        option->needs(command.get_option(std::string(row.needs)));
-}
-
-/// Stands before a word that the parser is not to look into: it would take brackets for a list, and
-/// what is behind "--" for nobody's. It stands before those that begin with it, too.
-constexpr char plainMark = '\x01';
-
-std::string marked(std::string_view word) {
-    return plainMark + std::string(word);
-}
-
-std::string unmarked(std::string word) {
-    if (!word.empty() && word.front() == plainMark)
-        word.erase(0, 1);
-    return word;
-}
-
-bool mayLackItsWord(std::string_view option) {
-    for (const auto& command : commandTable()) {
-        for (const auto& row : command.options) {
-            if (row.name == option && row.wordMayBeMissing())
-                return true;
-        }
-    }
-    return false;
-}
-
-/// The words for the parser, which takes them from the back.
-std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
-    std::vector<std::string> words;
-    bool isBehindDashes = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        if (word == "--" && !isBehindDashes) {
-            isBehindDashes = true;
-            // Its word does not come from behind them.
-            if (mayLackItsWord(argv[i - 1]))
-                words.emplace_back("--");
-            continue;
-        }
-        const auto value = word.starts_with("--") ? word.find('=') : word.npos;
-        // "++" would end a command.
-        if (isBehindDashes || word == "++" || word.starts_with('[') || word.starts_with(plainMark))
-            words.push_back(marked(word));
-        else if (value != word.npos)
-            words.push_back(std::string(word.substr(0, value + 1)) +
-                            marked(word.substr(value + 1)));
-        else
-            words.emplace_back(word);
-    }
-    std::reverse(words.begin(), words.end());
-    return words;
-}
-
-/// The parser for the whole table.
-class Parser {
-  public:
-    explicit Parser(const std::string& version)
-        : app_(say("Shows who may do what with files and folders, and how large they are."),
-               "morvane") {
-        describe(app_, commonOptions(), "morvane " + version);
-        app_.require_subcommand(1);
-        for (const auto& row : commandTable()) {
-            auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
-            command->group(say("Subcommands"));
-            describe(*command, row.options, "morvane " + version);
-        }
-    }
-
-    /// What is to be printed at once, or nothing if the words were understood.
-    std::optional<Outcome> parse(int argc, const char* const* argv) {
-        try {
-            app_.parse(wordsForParser(argc, argv));
-            return std::nullopt;
-        } catch (const CLI::ParseError& stop) {
-            std::ostringstream output;
-            std::ostringstream message;
-            if (app_.exit(stop, output, message) == 0)
-                return Outcome{ExitSuccess, output.str(), {}};
-            return whyNot(stop, argc, argv);
-        }
-    }
-
-    /// The command that the words name; empty if they name none.
-    std::string chosen() const {
-        const auto commands = app_.get_subcommands();
-        return commands.empty() ? std::string() : commands.front()->get_name();
-    }
-    const CLI::App& all() const { return app_; }
-
-    /// How a command is used; without one, the program.
-    std::string help(const std::string& command = {}) const {
-        const CLI::App* const app = command.empty() ? &app_ : app_.get_subcommand(command);
-        return app->get_formatter()->make_help(
-            app, command.empty() ? "morvane" : "morvane " + command, CLI::AppFormatMode::Normal);
-    }
-
-  private:
-    static void describe(CLI::App& app, const std::vector<OptionRow>& options,
-                         const std::string& version) {
-        for (const char* label :
-             {translatable("Usage"), translatable("OPTIONS"), translatable("SUBCOMMAND"),
-              translatable("Positionals"), translatable("REQUIRED"), translatable("Needs"),
-              translatable("Excludes")})
-            app.get_formatter()->label(label, say(label));
-        app.option_defaults()->group(say("Options"));
-        app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
-        app.set_version_flag("--version", version, say("Print the version and exit"))
-            ->disable_flag_override();
-        app.footer(footer());
-        for (const auto& row : options)
-            addOption(app, row);
-        for (const auto& row : options)
-            relate(app, row);
-    }
-
-    /// The first word that nothing is known of decides, as all others may follow from it.
-    Outcome whyNot(const CLI::ParseError& stop, int argc, const char* const* argv) const {
-        const auto command = chosen();
-        const bool isExtra = stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
-        bool isBehindCommand = false;
-        bool isBehindDashes = false;
-        for (int i = 1; i < argc; ++i) {
-            const std::string_view word = argv[i];
-            const bool isOption = !isBehindDashes && word.starts_with('-');
-            isBehindDashes |= word == "--";
-            if (word.empty() || word == "--")
-                continue;
-            if (!isOption && command.empty() && !isAmong(commandNames(), word))
-                return misunderstood(withQuestion(say("there is no command '%1'", escaped(word)),
-                                                  word, commandNames()),
-                                     {});
-            if (isOption && word.starts_with("--") && isExtra) {
-                const auto where = isBehindCommand ? command : std::string();
-                if (const auto reason = reasonAgainst(word, where))
-                    return misunderstood(*reason, where);
-            }
-            isBehindCommand |= word == command;
-        }
-        std::string reason = stop.what();
-        std::erase(reason, plainMark);
-        return misunderstood(escaped(reasonOfParser(reason)), command);
-    }
-
-    /// Why an option cannot stand where it does.
-    static std::optional<std::string> reasonAgainst(std::string_view word,
-                                                    std::string_view command) {
-        const auto option = word.substr(0, word.find('='));
-        const auto names = optionNames(command);
-        if (isAmong(names, option))
-            return std::nullopt;
-        if (isAmong(optionNames({}), option))
-            return say("'%1' stands before the command", option);
-        return withQuestion(say("there is no option '%1'", escaped(option)), option, names);
-    }
-
-    CLI::App app_;
-};
-
-/// The words behind one of the chosen command's options.
-class Values {
-  public:
-    explicit Values(const CLI::App& command) : command_(command) {}
-    bool has(const char* name) const { return command_.count(name) != 0; }
-    std::vector<std::string> all(const char* name) const {
-        auto words = command_.get_option(name)->results();
-        for (auto& word : words)
-            word = unmarked(std::move(word));
-        return words;
-    }
-    std::string one(const char* name) const {
-        const auto words = all(name);
-        return words.empty() ? std::string() : words.front();
-    }
-
-  private:
-    const CLI::App& command_;
-};
-
-CommandLine aclCommand(const Values& values, int argc, const char* const* argv) {
+CommandLine aclCommand(const OptionValues& values, int argc, const char* const* argv) {
     if (values.has("--propagate"))
-        return PropagateOptions{values.one("PATH")};
+        return PropagateOptions{values.one("PATH"), values.has("--json-lines")};
     const AclOptions acl{values.one("PATH"), values.has("--tree"), values.has("--json")};
     if (!values.has("--edit"))
         return acl;
@@ -332,7 +53,7 @@ CommandLine aclCommand(const Values& values, int argc, const char* const* argv) 
     return edit;
 }
 
-CommandLine accessCommand(const Values& values) {
+CommandLine accessCommand(const OptionValues& values) {
     AccessOptions access;
     access.path = values.one("PATH");
     access.user = values.one("--user");
@@ -344,18 +65,29 @@ CommandLine accessCommand(const Values& values) {
     return access;
 }
 
-CommandLine sizeCommand(const Values& values) {
+CommandLine sizeCommand(const OptionValues& values) {
     SizeOptions size;
     size.paths = values.all("PATH");
     size.json = values.has("--json");
     size.base2 = values.has("--base2");
     size.base10 = values.has("--base10");
-    if (size.paths.empty() && !size.base2 && !size.base10)
+    size.save = values.has("--save");
+    size.lines = values.has("--json-lines");
+    size.top = values.number("--top");
+    size.depth = values.has("--depth") ? values.number("--depth") : size.top != 0 ? 1 : 0;
+    if (values.has("--sort"))
+        size.order = values.one("--sort") == "size"   ? SizeOrder::bySize
+                     : values.one("--sort") == "name" ? SizeOrder::byName
+                                                      : SizeOrder::asGiven;
+    if (size.save && !size.base2 && !size.base10)
+        return misunderstood(
+            say("%1 requires %2", "--save", say("%1 or %2", "--base2", "--base10")), "size");
+    if (size.paths.empty() && !size.save)
         return misunderstood(say("%1 is required", "PATH"), "size");
     return size;
 }
 
-CommandLine renameCommand(const Values& values) {
+CommandLine renameCommand(const OptionValues& values) {
     RenameOptions rename;
     rename.words = values.all("PATH");
     rename.json = values.has("--json");
@@ -364,31 +96,33 @@ CommandLine renameCommand(const Values& values) {
     return rename;
 }
 
-Outcome helpCommand(const Values& values, const Parser& parser) {
+Outcome helpCommand(const OptionValues& values) {
     const auto topic = values.one("COMMAND");
-    if (topic.empty())
-        return {ExitSuccess, parser.help(), {}};
     if (topic == editTopic)
         return {ExitSuccess, editScriptHelp(), {}};
-    auto names = commandNames();
-    if (isAmong(names, topic))
-        return {ExitSuccess, parser.help(topic), {}};
-    names.push_back(editTopic);
-    return misunderstood(
-        withQuestion(say("there is no command '%1'", escaped(topic)), topic, names), {});
+    const auto& table = commandTable();
+    const bool isThere = std::any_of(table.begin(), table.end(),
+                                     [&](const auto& command) { return command.name == topic; });
+    if (!topic.empty() && !isThere)
+        return noSuchCommand(topic, {editTopic});
+    return {ExitSuccess, helpOfCommand(topic), {}};
 }
 
 }  // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
                              CommonOptions* common) {
-    Parser parser(version);
-    if (auto outcome = parser.parse(argc, argv))
-        return *outcome;
     if (common)
-        common->privileged = Values(parser.all()).has("--privileged");
-    const auto name = parser.chosen();
-    const Values values(*parser.all().get_subcommand(name));
+        common->json = jsonAskedFor(argc, argv);
+    const auto parsed = parseWords(argc, argv, version);
+    if (const auto* outcome = std::get_if<Outcome>(&parsed))
+        return *outcome;
+    const auto& [name, values, before] = std::get<ParsedWords>(parsed);
+    if (common) {
+        common->command = name;
+        common->privileged = before.has("--privileged");
+        common->colour = before.one("--color");
+    }
     if (name == "acl")
         return aclCommand(values, argc, argv);
     if (name == "access")
@@ -396,13 +130,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     if (name == "size")
         return sizeCommand(values);
     if (name == "ls")
-        return LsOptions{values.one("DIR"), values.has("--json")};
+        return LsOptions{values.one("DIR"), values.has("--json"), values.has("--long")};
     if (name == "rename")
         return renameCommand(values);
-    return helpCommand(values, parser);
+    return helpCommand(values);
 }
 
-bool wantsColours(bool isTerminal, const char* noColor, const char* term) {
+bool wantsColours(std::string_view choice, bool isTerminal, const char* noColor, const char* term) {
+    if (choice == "always" || choice == "never")
+        return choice == "always";
     const auto text = [](const char* value) { return std::string_view(value ? value : ""); };
     return isTerminal && text(noColor).empty() && !text(term).empty() && text(term) != "dumb";
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <string>
+#include <string_view>
 #include <variant>
 
 #include "AccessCommand.h"
@@ -16,20 +18,30 @@
 /// version, or why the command line was not understood).
 namespace morvane {
 
-/// What stands before the command, for all of them.
+/// What a run prints for programs: nothing, one object, or a line for each thing that happens.
+enum class JsonForm { none, object, lines };
+
+/// What counts for all commands.
 struct CommonOptions {
     /// The work is done by the privileged helper.
     bool privileged = false;
+    JsonForm json = JsonForm::none;
+    /// What --color says; empty without it.
+    std::string colour;
+    /// The command's name, once it is known.
+    std::string command;
 };
 
 using CommandLine = std::variant<Outcome, AclOptions, EditOptions, PropagateOptions, AccessOptions,
                                  SizeOptions, LsOptions, RenameOptions>;
 
-/// `version` is what --version prints behind the program's name.
+/// `version` is what --version prints behind the program's name. `common` tells of JSON also if the
+/// words were not understood.
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
                              CommonOptions* common = nullptr);
 
-/// Whether standard output takes colours: a terminal that is not "dumb", and no NO_COLOR.
-bool wantsColours(bool isTerminal, const char* noColor, const char* term);
+/// Whether an output takes colours: as `choice` says, which is "always" or "never"; with another,
+/// if it is a terminal that is not "dumb", and there is no NO_COLOR.
+bool wantsColours(std::string_view choice, bool isTerminal, const char* noColor, const char* term);
 
 }  // namespace morvane

@@ -17,6 +17,8 @@ enum class WordKind {
     user,
     group,
     command,  ///< a command of this program, or a topic of its help
+    number,   ///< from 1 on
+    choice,   ///< one of the row's choices
 };
 
 /// One option; without dashes in front of its name, a word that stands by itself.
@@ -29,8 +31,12 @@ struct OptionRow {
     /// How that word is called in texts. In brackets, it may be missing.
     std::string_view word = {};
     enum class Times { optional, once, any } times = Times::optional;
+    /// The words that are taken, where they are few.
+    std::vector<std::string_view> choices = {};
     std::vector<std::string_view> excludes = {};
     std::string_view needs = {};
+    /// The short form without its dash; 0 if there is none.
+    char letter = 0;
 
     bool standsAlone() const { return name.front() != '-'; }
     bool wordMayBeMissing() const { return !word.empty() && word.front() == '['; }

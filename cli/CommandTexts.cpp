@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CommandTexts.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "CommandTable.h"
@@ -53,12 +54,10 @@ std::vector<std::string_view> optionsOf(const std::vector<OptionRow>& rows) {
 }
 
 /// What the words that stand by themselves are.
-WordKind wordsOf(const CommandRow& command) {
-    for (const auto& row : command.options) {
-        if (row.standsAlone())
-            return row.kind;
-    }
-    return WordKind::none;
+OptionRow wordsOf(const CommandRow& command) {
+    const auto found = std::find_if(command.options.begin(), command.options.end(),
+                                    [](const OptionRow& row) { return row.standsAlone(); });
+    return found == command.options.end() ? OptionRow{} : *found;
 }
 
 /// The sentence with its full stop.
@@ -66,10 +65,11 @@ std::string sentence(std::string_view says) {
     return std::string(says) + (says.ends_with('.') ? "" : ".");
 }
 
-std::string bashWords(WordKind kind) {
-    switch (kind) {
+std::string bashWords(const OptionRow& row) {
+    switch (row.kind) {
         case WordKind::none:
         case WordKind::text:
+        case WordKind::number:
             return ":";
         case WordKind::item:
             return "_morvane_offer -o filenames -f";
@@ -81,15 +81,18 @@ std::string bashWords(WordKind kind) {
             return "_morvane_offer -g";
         case WordKind::command:
             return "_morvane_offer -W '" + joined(helpTopics(), " ") + "'";
+        case WordKind::choice:
+            return "_morvane_offer -W '" + joined(row.choices, " ") + "'";
     }
     return ":";
 }
 
-std::string zshWords(WordKind kind) {
-    switch (kind) {
+std::string zshWords(const OptionRow& row) {
+    switch (row.kind) {
         case WordKind::none:
             return {};
         case WordKind::text:
+        case WordKind::number:
             return " ";
         case WordKind::item:
             return "_files";
@@ -101,14 +104,17 @@ std::string zshWords(WordKind kind) {
             return "_groups";
         case WordKind::command:
             return "(" + joined(helpTopics(), " ") + ")";
+        case WordKind::choice:
+            return "(" + joined(row.choices, " ") + ")";
     }
     return {};
 }
 
-std::string fishWords(WordKind kind) {
-    switch (kind) {
+std::string fishWords(const OptionRow& row) {
+    switch (row.kind) {
         case WordKind::none:
         case WordKind::text:
+        case WordKind::number:
         case WordKind::item:
             return {};
         case WordKind::folder:
@@ -119,6 +125,8 @@ std::string fishWords(WordKind kind) {
             return "(__fish_complete_groups)";
         case WordKind::command:
             return joined(helpTopics(), " ");
+        case WordKind::choice:
+            return joined(row.choices, " ");
     }
     return {};
 }
@@ -133,12 +141,19 @@ std::string zshOption(const OptionRow& row, const std::vector<std::string_view>&
     std::string word;
     if (row.kind != WordKind::none) {
         const auto name = replaced(replaced(std::string(row.word), "[", ""), "]", "");
-        word = std::string(row.wordMayBeMissing() ? "::" : ":") + name + ":" + zshWords(row.kind);
+        word = std::string(row.wordMayBeMissing() ? "::" : ":") + name + ":" + zshWords(row);
     }
-    const std::string front = excluded.empty() ? "" : "(" + joined(excluded, " ") + ")";
-    return quoted(front + std::string(row.name) +
-                  (row.kind == WordKind::none || row.wordMayBeMissing() ? "" : "=") + "[" +
-                  forZsh(row.says) + "]" + word);
+    const auto described = [&](const std::string& front, const std::string& name) {
+        return quoted(front + name +
+                      (row.kind == WordKind::none || row.wordMayBeMissing() ? "" : "=") + "[" +
+                      forZsh(row.says) + "]" + word);
+    };
+    const std::string name(row.name);
+    if (row.letter == 0)
+        return described(excluded.empty() ? "" : "(" + joined(excluded, " ") + ")", name);
+    const std::string letter{'-', row.letter};
+    const auto front = "(" + letter + " " + name + " " + joined(excluded, " ") + ")";
+    return described(front, letter) + " " + described(front, name);
 }
 
 /// A text of the manual: no character of it means something to the formatter.
@@ -156,7 +171,9 @@ std::string manualOptions(const CommandRow& command) {
                     (row.word.empty() ? "" : " " + std::string(row.word)) +
                     (row.times == OptionRow::Times::any ? " ..." : "") + "\n";
         else if (row.word.empty())
-            text += ".B " + forManual(row.name) + "\n";
+            text +=
+                (row.letter != 0 ? ".BR \\-" + std::string(1, row.letter) + " \", \" " : ".B ") +
+                forManual(row.name) + "\n";
         else
             text += ".BI " + forManual(row.name) + " \" " + std::string(row.word) + "\"\n";
         text += forManual(sentence(row.says)) + "\n";
@@ -211,21 +228,30 @@ std::string bashCompletion() {
         "        previous=${COMP_WORDS[COMP_CWORD - 2]}\n"
         "    fi\n"
         "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
-        "        if [[ ${COMP_WORDS[i]} != -* ]]; then\n"
-        "            command=${COMP_WORDS[i]}\n"
-        "            break\n"
-        "        fi\n"
+        "        case ${COMP_WORDS[i]} in\n";
+    for (const auto& row : commonOptions()) {
+        if (row.kind != WordKind::none)
+            text += "            " + std::string(row.name) +
+                    ") [[ ${COMP_WORDS[i + 1]} == = ]] && ((i++)); ((i++)) ;;\n";
+    }
+    text +=
+        "            -*) ;;\n"
+        "            *) command=${COMP_WORDS[i]}; break ;;\n"
+        "        esac\n"
         "    done\n"
         "    COMPREPLY=()\n"
         "    case \"$command $previous\" in\n";
-    for (const auto& command : commandTable()) {
-        for (const auto& row : command.options) {
+    const auto offerWordsOf = [&](std::string_view command, const std::vector<OptionRow>& options) {
+        for (const auto& row : options) {
             // A word that may be missing may as well be an option.
             if (!row.standsAlone() && row.kind != WordKind::none && !row.wordMayBeMissing())
-                text += "        '" + std::string(command.name) + " " + std::string(row.name) +
-                        "') " + bashWords(row.kind) + "; return ;;\n";
+                text += "        '" + std::string(command) + " " + std::string(row.name) + "') " +
+                        bashWords(row) + "; return ;;\n";
         }
-    }
+    };
+    offerWordsOf({}, commonOptions());
+    for (const auto& command : commandTable())
+        offerWordsOf(command.name, command.options);
     text +=
         "    esac\n"
         "    case \"$command $cur\" in\n"
@@ -275,7 +301,7 @@ std::string zshCompletion() {
             if (row.standsAlone())
                 text += "        " +
                         quoted(std::string(row.times == OptionRow::Times::any ? "*" : "1") + ":" +
-                               std::string(row.name) + ":" + zshWords(row.kind)) +
+                               std::string(row.name) + ":" + zshWords(row)) +
                         " \\\n";
             else
                 text += "        " + zshOption(row, command.excludedBy(row.name)) + " \\\n";
@@ -295,9 +321,11 @@ std::string fishCompletion() {
     const std::string line = "complete -c morvane ";
     const std::string first = "-n __fish_use_subcommand ";
     const auto option = [&](const std::string& condition, const OptionRow& row) {
-        std::string words = fishWords(row.kind);
+        std::string words = fishWords(row);
         const bool isPath = row.kind == WordKind::item;
         text += line + condition + "-l " + std::string(row.name.substr(2));
+        if (row.letter != 0)
+            text += std::string(" -s ") + row.letter;
         if (row.kind != WordKind::none && !row.wordMayBeMissing())
             text += isPath ? " -r" : " -x";
         if (!words.empty())
@@ -319,7 +347,7 @@ std::string fishCompletion() {
             else if (row.kind == WordKind::item)
                 text += line + within + "-F\n";
             else
-                text += line + within + "-f -a " + quoted(fishWords(row.kind)) + "\n";
+                text += line + within + "-f -a " + quoted(fishWords(row)) + "\n";
         }
     }
     return text;

@@ -9,6 +9,7 @@
 
 #include "EditScript.h"
 #include "EditedItem.h"
+#include "EntryJson.h"
 #include "Failure.h"
 #include "ListEdit.h"
 
@@ -45,11 +46,11 @@ NSErrorRef countedAsSeen(const NSErrorRef& error, const EntryList& asked, const 
                                          {}, error->userInfo());
 }
 
-Outcome refusal(const NSError& error, const EditOptions& options) {
-    auto text = failureMessage(cannotChange(options), error, Effect::changes);
-    if (!options.lossy && !lossesOfError(error).empty())
-        text += "  " + say("--lossy accepts the nearest list.") + '\n';
-    return {exitCodeOf(error), {}, std::move(text)};
+Outcome refusal(const NSErrorRef& error, const EditOptions& options) {
+    auto outcome = failed(cannotChange(options), error, Effect::changes);
+    if (!options.lossy && !lossesOfError(*error).empty())
+        outcome.message += "  " + say("--lossy accepts the nearest list.") + '\n';
+    return outcome;
 }
 
 std::string enumerated(const std::vector<std::string>& parts) {
@@ -75,6 +76,8 @@ class AclEditing {
           item_(url_, edit_.shown(), access_),
           leftCreatorWithout_(item_.leavesCreatorWithout(edit_.shown())),
           before_(shown(edit_.shown())),
+          jsonBefore_(options.json ? jsonOfEntries(edit_.shown()) : Json()),
+          jsonOfItem_(jsonOfListedItem(options.path, entries)),
           editor_(edit_.shown(), [this](Problem& problem) {
               const auto folder = item_.isFolder();
               if (folder)
@@ -86,17 +89,18 @@ class AclEditing {
 
     Outcome byScript(const std::string& script) {
         const auto problem = runEditScript(script, editor_);
-        if (kindError_)
-            return {exitCodeOf(*kindError_),
-                    {},
-                    failureMessage(say("cannot tell whether there is a folder at '%1'",
-                                       escaped(options_.path)),
-                                   *kindError_) +
-                        "  " + say("Nothing was changed.") + '\n'};
+        if (kindError_) {
+            auto outcome =
+                failed(say("cannot tell whether there is a folder at '%1'", escaped(options_.path)),
+                       kindError_);
+            outcome.message += "  " + say("Nothing was changed.") + '\n';
+            return outcome;
+        }
         if (problem)
             return {ExitUsage,
                     {},
-                    message({say("the edit script, %1.", *problem), say("Nothing was changed.")})};
+                    message({say("the edit script, %1.", *problem), say("Nothing was changed."),
+                             say("'%1' tells the commands of an edit.", "morvane help edit")})};
         for (int attempt = 0; attempt != maxAttempts; ++attempt) {
             if (auto outcome = save(options_.lossy)) {
                 if (attempt != 0 && outcome->exitCode == ExitSuccess)
@@ -144,8 +148,7 @@ class AclEditing {
 
   private:
     std::string shown(const EntryList& entries) const {
-        return options_.json ? entriesAsJson(entries)
-                             : entriesAsTable(entries, options_.tree, style_);
+        return entriesAsTable(entries, options_.tree, style_);
     }
 
     Outcome refusedAsChanged(const std::string& why) const {
@@ -171,7 +174,7 @@ class AclEditing {
         if (options_.dryRun || lossy) {
             auto after = item_.afterWriting(entries, lossy);
             if (!after)
-                return refusal(*countedAsSeen(after.error(), asked, editor_.entries()), options_);
+                return refusal(countedAsSeen(after.error(), asked, editor_.entries()), options_);
             entries = *std::move(after);
             asked = entries;
         }
@@ -193,7 +196,7 @@ class AclEditing {
                          [](const auto& entry) { return entry->origin() != nullptr; })) {
             const auto now = source_(url_);
             if (!now)
-                return refusal(*now.error(), options_);
+                return refusal(now.error(), options_);
             if (!edit_.isStill(*now))
                 return std::nullopt;
         }
@@ -202,12 +205,13 @@ class AclEditing {
             if (isChangedMeanwhile(*error))
                 return std::nullopt;
             if (exitCodeOf(*error) != ExitStoredOtherwise)
-                return refusal(*countedAsSeen(error, asked, editor_.entries()), options_);
+                return refusal(countedAsSeen(error, asked, editor_.entries()), options_);
             outcome = {ExitStoredOtherwise,
                        {},
                        message({say("the list of '%1' was written. %2", escaped(options_.path),
                                     escaped(error->localizedDescription())),
-                                escaped(advice(*error, Effect::changes))})};
+                                escaped(advice(*error, Effect::changes))}),
+                       error};
         }
         // What the item has now, which is not always the order of what was written.
         auto written = source_(url_);
@@ -217,7 +221,11 @@ class AclEditing {
             return outcome;
         }
         sortCanonically(*written);
-        outcome.output = shown(*written);
+        outcome.output =
+            options_.json
+                ? jsonDocument("acl", {{"item", jsonOfItem_}, {"entries", jsonOfEntries(*written)}},
+                               outcome)
+                : shown(*written);
         return outcome;
     }
 
@@ -225,8 +233,13 @@ class AclEditing {
         sortCanonically(entries);
         const auto after = shown(entries);
         if (options_.json)
-            return {
-                ExitSuccess, "{\n\"before\": " + before_ + ",\n\"after\": " + after + "}\n", {}};
+            return {ExitSuccess,
+                    jsonDocument("acl",
+                                 {{"item", jsonOfItem_},
+                                  {"before", jsonBefore_},
+                                  {"after", jsonOfEntries(entries)}},
+                                 {}),
+                    {}};
         auto told = message({say("--dry-run, nothing was changed.")});
         if (item_.isAllowDeny())
             told +=
@@ -240,7 +253,7 @@ class AclEditing {
     std::optional<Outcome> replay(std::vector<std::string>& notMade) {
         auto now = source_(url_);
         if (!now)
-            return refusal(*now.error(), options_);
+            return refusal(now.error(), options_);
         item_ = EditedItem(url_, *now, access_);
         leftCreatorWithout_ = item_.leavesCreatorWithout(*now);
         auto replayed = edit_.replay(editor_.entries(), *now);
@@ -261,6 +274,8 @@ class AclEditing {
     bool leftCreatorWithout_;
     NSErrorRef kindError_;
     const std::string before_;
+    const Json jsonBefore_;
+    const Json jsonOfItem_;
     AclEditor editor_;
 };
 
@@ -280,11 +295,8 @@ Outcome runAclEdit(const EditOptions& options, const AclSource& source, const Ac
     const auto url = NSURL::fileURLWithPath(options.path);
     const auto entries = source(url);
     if (!entries)
-        return {exitCodeOf(*entries.error()),
-                {},
-                failureMessage(
-                    say("cannot read the access-control list of '%1'", escaped(options.path)),
-                    *entries.error())};
+        return failed(say("cannot read the access-control list of '%1'", escaped(options.path)),
+                      entries.error());
     AclEditing editing(options, url, *entries, source, sink, access, style);
     return options.script ? editing.byScript(*options.script) : editing.byHand(interaction);
 }

@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: MIT
+#include "EntryJson.h"
+
 #include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/MVAclOrigin.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-
-#include "EntryText.h"
 
 namespace morvane {
 
 namespace {
-
-// Keys in the order in which they are put in.
-using Json = nlohmann::ordered_json;
 
 Json jsonOfNode(const NSTreeNode& node) {
     const auto* permission = MVTreeNode::permissionOf(node);
@@ -54,25 +51,55 @@ Json jsonOfEntry(const MVAclEntry& entry) {
             {"permissions", std::move(permissions)}};
 }
 
-std::string textOf(const Json& json) {
-    constexpr int indent = 2;
-    return json.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+const char* nameOf(MVAclStorage storage) {
+    switch (storage) {
+        case MVAclStorage::posix:
+            return "posix";
+        case MVAclStorage::mode:
+            return "mode";
+        case MVAclStorage::nfs4:
+            return "nfs4";
+    }
+    return "unknown";
 }
 
 }  // namespace
 
-std::string entriesAsJson(const EntryList& entries) {
+Json jsonOfEntries(const EntryList& entries) {
     Json array = Json::array();
     for (const auto& entry : entries)
         array.push_back(jsonOfEntry(*entry));
-    return textOf(array);
+    return array;
 }
 
-std::string nodesAsJson(const std::vector<std::shared_ptr<MVTreeNode>>& nodes) {
+std::string entriesAsJson(const EntryList& entries) {
+    constexpr int indent = 2;
+    return jsonOfEntries(entries).dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+Json jsonOfNodes(const std::vector<std::shared_ptr<MVTreeNode>>& nodes) {
     Json array = Json::array();
     for (const auto& node : nodes)
         array.push_back(jsonOfNode(*node));
-    return textOf(array);
+    return array;
+}
+
+Json jsonOfIdentity(const CBIdentity& identity) {
+    return {{"identity", identity.name()},
+            {"uuid", identity.uniqueIdentifier().UUIDString()},
+            {"isGroup", identity.isGroup()}};
+}
+
+Json jsonOfListedItem(std::string_view path, const EntryList& entries) {
+    auto item = jsonOfPath(path);
+    const auto read = std::find_if(entries.begin(), entries.end(),
+                                   [](const auto& entry) { return entry->origin() != nullptr; });
+    const auto* const known = read == entries.end() ? nullptr : &(*read)->origin()->values();
+    item["kind"] = known ? Json(known->isDirectory ? "folder" : "file") : Json(nullptr);
+    item["storage"] = known ? Json(nameOf(known->storage)) : Json(nullptr);
+    item["owner"] = known ? jsonOfOwner(known->owner, false) : Json(nullptr);
+    item["group"] = known ? jsonOfOwner(known->group, true) : Json(nullptr);
+    return item;
 }
 
 }  // namespace morvane

@@ -35,9 +35,5 @@ std::string boxAsText(const NSTreeNode& node);
 
 /// The boxes of a tree, one to a line, the groups at the left edge.
 std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style);
-std::string nodesAsJson(const std::vector<std::shared_ptr<MVTreeNode>>& nodes);
-
-/// An array of objects, indented, the same in every language. What is not UTF-8 is replaced.
-std::string entriesAsJson(const EntryList& entries);
 
 }  // namespace morvane

@@ -73,6 +73,49 @@ std::string adviceAboutInstallation(std::int64_t code) {
     }
 }
 
+/// What the kernel's short texts leave open.
+std::string adviceAboutSystemError(const NSError& error) {
+    // A service that has found out more says so in a text of its own.
+    const bool isKernelsText = !error.userInfo().contains(NSLocalizedDescriptionKey);
+    switch (error.code()) {
+        case ENOENT:
+            return say("Check the spelling of the path; a symbolic link may point to nothing.");
+        case ENOTDIR:
+            return say("A part of the path is no folder, or the item itself is none.");
+        case ELOOP:
+            return say("Symbolic links in the path lead to each other, or are too many.");
+        case EROFS:
+            return say("The file system is mounted for reading only; 'findmnt' names its options.");
+        case ENOSPC:
+            return isKernelsText ? say("The disk is full, or has no room for more files: 'df' and "
+                                       "'df -i' tell.")
+                                 : std::string();
+        case EDQUOT:
+            return say("The owner's share of the disk is used up; 'quota' tells how much it is.");
+        case EOPNOTSUPP:
+            return isKernelsText
+                       ? say("The file system has no such lists, or was mounted without them.")
+                       : std::string();
+        case EIO:
+            return say(
+                "The disk has failed, or the server of a network mount; 'dmesg' may tell more.");
+        case ESTALE:
+            return say(
+                "The server of the network mount no longer has the item; look into its folder "
+                "again.");
+        case ETIMEDOUT:
+        case EHOSTDOWN:
+        case EHOSTUNREACH:
+        case ECONNREFUSED:
+            return say("The server of the network mount does not answer; try again when it does.");
+        case EMFILE:
+        case ENFILE:
+            return say("Too many files are open; close some programs, and try again.");
+        default:
+            return {};
+    }
+}
+
 }  // namespace
 
 std::string advice(const NSError& error, Effect effect) {
@@ -109,10 +152,8 @@ std::string advice(const NSError& error, Effect effect) {
                 return say(
                     "You need the right to enter every folder above the item, or the item "
                     "itself; ask their owner, or run the command as a user who may.");
-            case ENOENT:
-                return say("Check the spelling of the path; a symbolic link may point to nothing.");
             default:
-                return {};
+                return adviceAboutSystemError(error);
         }
     }
     return {};
@@ -122,6 +163,10 @@ ExitCode exitCodeOf(const NSError& error) {
     if (error.domain() == NSPOSIXErrorDomain && error.code() == EREMOTEIO)
         return ExitStoredOtherwise;
     return isServiceFailure(error) ? ExitService : ExitFailure;
+}
+
+Outcome failed(const std::string& what, const NSErrorRef& error, Effect effect) {
+    return {exitCodeOf(*error), {}, failureMessage(what, *error, effect), error};
 }
 
 std::string failureMessage(const std::string& what, const NSError& error, Effect effect) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "EntryJson.h"
+
 namespace morvane {
 
 namespace {

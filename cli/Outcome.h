@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/platform/foundation/NSError.h>
+
 #include <string>
 
 /// What running a command leaves to be printed, and the exit status. Only main() prints.
@@ -26,6 +28,9 @@ struct Outcome {
     std::string output;
     /// For standard error, whole lines.
     std::string message;
+    /// What made the operation fail, for programs; null if nothing did, or what is wrong is told by
+    /// the message alone.
+    NSErrorRef error = nullptr;
 };
 
 }  // namespace morvane

@@ -5,12 +5,17 @@
 #include <cstdint>
 
 #include "Failure.h"
+#include "JsonDocument.h"
 #include "Text.h"
 
 namespace morvane {
 
 std::string propagationLine(std::chrono::duration<double> elapsed) {
     return say("propagating, %1 s", static_cast<std::int64_t>(elapsed.count()));
+}
+
+std::string propagationAsJson(std::chrono::duration<double> elapsed) {
+    return jsonLine("acl", "progress", {{"seconds", static_cast<std::int64_t>(elapsed.count())}});
 }
 
 Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
@@ -20,25 +25,19 @@ Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
     const auto url = NSURL::fileURLWithPath(options.path);
     const auto entries = source(url);
     if (!entries)
-        return {exitCodeOf(*entries.error()),
-                {},
-                failureMessage(
-                    say("cannot read the access-control list of '%1'", escaped(options.path)),
-                    *entries.error())};
+        return failed(say("cannot read the access-control list of '%1'", escaped(options.path)),
+                      entries.error());
     // In the list's own order, which decides what it means.
     const auto error = sink(*entries, url);
     if (!error)
         return {};
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
-        return {
-            ExitInterrupted,
-            {},
-            message({escaped(error->localizedDescription()), say("What is changed stays so.")})};
-    return {exitCodeOf(*error),
-            {},
-            failureMessage(
-                say("cannot propagate the access-control list of '%1'", escaped(options.path)),
-                *error, Effect::changes)};
+        return {ExitInterrupted,
+                {},
+                message({escaped(error->localizedDescription()), say("What is changed stays so.")}),
+                error};
+    return failed(say("cannot propagate the access-control list of '%1'", escaped(options.path)),
+                  error, Effect::changes);
 }
 
 }  // namespace morvane

@@ -13,6 +13,8 @@ namespace morvane {
 
 struct PropagateOptions {
     std::string path;
+    /// A line of JSON for each thing that happens.
+    bool lines = false;
 };
 
 /// `sink` propagates the entries below an item and waits for the end.
@@ -20,5 +22,7 @@ Outcome runPropagate(const PropagateOptions& options, const AclSource& source, c
 
 /// The line that tells that the work goes on. A service tells no more before its answer.
 std::string propagationLine(std::chrono::duration<double> elapsed);
+/// The same for programs.
+std::string propagationAsJson(std::chrono::duration<double> elapsed);
 
 }  // namespace morvane

@@ -2,22 +2,21 @@
 #include "RenameCommand.h"
 
 #include <cerrno>
-#include <nlohmann/json.hpp>
 
 #include "Failure.h"
+#include "JsonDocument.h"
 #include "Text.h"
 
 namespace morvane {
 namespace {
 
-std::string asJson(const std::vector<NSURL>& urls, const MVFileRenames& answer) {
-    auto array = nlohmann::ordered_json::array();
+Json jsonOfItems(const RenameOptions& options, const MVFileRenames& answer) {
+    auto array = Json::array();
     for (std::size_t i = 0; i < answer.urls.size(); ++i)
-        array.push_back({{"from", urls[i].absoluteString()},
-                         {"url", answer.urls[i].absoluteString()},
-                         {"error", answer.codes[i]}});
-    constexpr int indent = 2;
-    return array.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+        array.push_back({{"from", jsonOfPath(options.words[2 * i])},
+                         {"to", jsonOfPath(answer.urls[i].path())},
+                         {"error", jsonOfCode(answer.codes[i])}});
+    return array;
 }
 
 std::string reasonOf(std::int64_t code) {
@@ -41,6 +40,23 @@ std::string failedItems(const RenameOptions& options, const std::vector<std::int
     return message({say("%1 of %2 items could not be renamed:", failed, codes.size())}) + items;
 }
 
+Outcome outcomeOf(const RenameOptions& options, const MVFileRenames& answer, bool whole) {
+    if (!answer.error)
+        return {};
+    const auto suggestion = answer.error->localizedRecoverySuggestion();
+    Outcome outcome{exitCodeOf(*answer.error), {}, {}, answer.error};
+    // A refusal as a whole comes with a suggestion.
+    if (whole && !suggestion && outcome.exitCode == ExitFailure) {
+        outcome.message = failedItems(options, answer.codes);
+        return outcome;
+    }
+    outcome.message =
+        message({say("cannot rename: %1", escaped(answer.error->localizedDescription()))});
+    if (const auto help = advice(*answer.error, Effect::changes); !help.empty())
+        outcome.message += "  " + escaped(help) + '\n';
+    return outcome;
+}
+
 }  // namespace
 
 Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
@@ -61,22 +77,9 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
     const auto answer = sink(urls, names);
     // A service may answer with less than was asked.
     const bool whole = answer.urls.size() == urls.size() && answer.codes.size() == urls.size();
-    Outcome outcome;
+    auto outcome = outcomeOf(options, answer, whole);
     if (options.json && whole)
-        outcome.output = asJson(urls, answer);
-    if (!answer.error)
-        return outcome;
-    outcome.exitCode = exitCodeOf(*answer.error);
-    const auto suggestion = answer.error->localizedRecoverySuggestion();
-    // A refusal as a whole comes with a suggestion.
-    if (whole && !suggestion && outcome.exitCode == ExitFailure) {
-        outcome.message = failedItems(options, answer.codes);
-        return outcome;
-    }
-    outcome.message =
-        message({say("cannot rename: %1", escaped(answer.error->localizedDescription()))});
-    if (const auto help = advice(*answer.error, Effect::changes); !help.empty())
-        outcome.message += "  " + escaped(help) + '\n';
+        outcome.output = jsonDocument("rename", {{"items", jsonOfItems(options, answer)}}, outcome);
     return outcome;
 }
 

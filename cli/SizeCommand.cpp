@@ -6,120 +6,120 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
-#include <nlohmann/json.hpp>
 
 #include "Failure.h"
-#include "Text.h"
+#include "JsonDocument.h"
+#include "SizeTree.h"
 
 namespace morvane {
 namespace {
 
-using Json = nlohmann::ordered_json;
+constexpr std::string_view baseKey = "useBase2MathForSizes";
 
-template <class T>
-Json orNull(const std::optional<T>& value) {
-    return value ? Json(*value) : Json(nullptr);
-}
+/// The choice of units for this run alone.
+class UnitsOfThisRun final : public DefaultsStore {
+  public:
+    explicit UnitsOfThisRun(bool base2) : base2_(base2) {}
+    Values load() override { return {{std::string(baseKey), base2_ ? "true" : "false"}}; }
+    NSErrorRef save(std::string_view, std::string_view) override { return nullptr; }
+    void watch(std::function<void()>) override {}
 
-Json jsonOfItem(const MVFileSizeItem& item) {
-    return {{"path", orNull(item.path())},
-            {"name", orNull(item.name())},
-            {"size", item.size()},
-            {"displaySize", item.displaySize()},
-            {"displayInfo", item.displayInfo()},
-            {"leaf", item.isLeaf()},
-            {"icon", item.icon() ? Json(item.icon()->names) : Json(nullptr)}};
-}
+  private:
+    const bool base2_;
+};
 
-std::string asJson(const SizeList& sizes) {
-    Json array = Json::array();
-    for (const auto& item : sizes)
-        array.push_back(jsonOfItem(*item));
-    constexpr int indent = 2;
-    return array.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
-}
-
-std::string asTable(const SizeList& sizes) {
-    std::size_t width = 0;
-    for (const auto& item : sizes)
-        width = std::max(width, columnsOf(item->displaySize()));
-    std::string text;
-    for (const auto& item : sizes) {
-        const auto size = item->displaySize();
-        text += std::string(width - columnsOf(size), ' ') + size + "  " +
-                escaped(item->path().value_or("")) + '\n';
-    }
-    return text;
+/// Null if the choice was made.
+NSErrorRef chooseUnits(const SizeOptions& options) {
+    auto& defaults = NSUserDefaults::standardUserDefaults();
+    if (options.save)
+        return defaults.setBool(options.base2, baseKey);
+    defaults.setStore(std::make_shared<UnitsOfThisRun>(options.base2));
+    MVFileSizeInfo::sharedFileSizeInfo()->updateConstants();
+    return nullptr;
 }
 
 std::int64_t sumOf(const SizeList& sizes) {
-    std::int64_t sum = 0;
+    std::vector<std::int64_t> all;
     for (const auto& item : sizes)
-        if (__builtin_add_overflow(sum, std::max<std::int64_t>(item->size(), 0), &sum))
-            return std::numeric_limits<std::int64_t>::max();  // sparse files can claim more than
-                                                              // there is
-    return sum;
+        all.push_back(item->size());
+    return sumOfSizes(all);
 }
 
-std::string sizeText(std::int64_t bytes) {
-    return MVFileSizeInfo::sharedFileSizeInfo()->stringWithFileSize(bytes, true);
+std::size_t countOfDone(const SizeList& sizes) {
+    return static_cast<std::size_t>(
+        std::count_if(sizes.begin(), sizes.end(), [](auto& item) { return !item->busy(); }));
+}
+
+/// Without what is printed for the sizes that are known.
+Outcome outcomeOf(const NSErrorRef& error, std::int64_t soFar) {
+    if (!error)
+        return {};
+    if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
+        return {ExitInterrupted,
+                {},
+                message({escaped(error->localizedDescription()),
+                         say("%1 were added up so far.", sizeText(soFar))}),
+                error};
+    Outcome outcome{ExitFailure, {}, message({escaped(error->localizedDescription())}), error};
+    if (const auto help = advice(*error, Effect::reads); !help.empty())
+        outcome.message += "  " + escaped(help) + '\n';
+    return outcome;
 }
 
 }  // namespace
 
 std::string progressLine(const SizeList& sizes, std::chrono::duration<double> elapsed) {
-    const auto done = std::count_if(sizes.begin(), sizes.end(), [](auto& i) { return !i->busy(); });
-    const auto bytes = sumOf(sizes);
-    const auto rate = elapsed.count() > 0
-                          ? static_cast<std::int64_t>(static_cast<double>(bytes) / elapsed.count())
-                          : 0;
-    // TRANSLATORS: How many items are done, how large they are, how much that is in a second, and
-    // the seconds so far.
-    return say("%1 of %2 done, %3, %4/s, %5 s", done, sizes.size(), sizeText(bytes), sizeText(rate),
+    // TRANSLATORS: How many items are done, how large they are, and the seconds so far.
+    return say("%1 of %2 done, %3, %4 s", countOfDone(sizes), sizes.size(), sizeText(sumOf(sizes)),
                static_cast<std::int64_t>(elapsed.count()));
 }
 
-Outcome runSize(const SizeOptions& options, const SizeSource& source) {
+std::string progressAsJson(const SizeList& sizes, std::chrono::duration<double> elapsed) {
+    return jsonLine("size", "progress",
+                    {{"done", countOfDone(sizes)},
+                     {"of", sizes.size()},
+                     {"size", sumOf(sizes)},
+                     {"seconds", static_cast<std::int64_t>(elapsed.count())}});
+}
+
+Outcome runSize(const SizeOptions& options, const SizeSources& sources, const Style& style) {
     if (options.base2 || options.base10) {
-        if (const auto error = NSUserDefaults::standardUserDefaults().setBool(
-                options.base2, "useBase2MathForSizes"))
+        if (const auto error = chooseUnits(options)) {
             return {
                 ExitFailure,
                 {},
                 message({say("cannot keep the choice of units: %1",
                              escaped(error->localizedDescription())),
                          say("It is kept in $XDG_CONFIG_HOME (otherwise ~/.config), where you must "
-                             "be able to write.")})};
+                             "be able to write.")}),
+                error};
+        }
     }
-    std::vector<NSURL> urls;
     for (const auto& path : options.paths) {
         if (path.empty())
             return {ExitUsage, {}, message({say("a path is empty; name a file or a folder.")})};
-        urls.push_back(NSURL::fileURLWithPath(path));
     }
-    if (urls.empty())
+    if (options.paths.empty())
         return {};
-    const auto answer = source(urls);
+    SizeTree tree(options, sources);
+    const auto answer = tree.addUp(sources.sizes);
     if (answer.error && answer.items.empty())
-        return {exitCodeOf(*answer.error),
-                {},
-                failureMessage(say("cannot add up '%1'", escaped(options.paths.front())),
-                               *answer.error)};
-    for (std::size_t i = 0; i < std::min(urls.size(), answer.items.size()); ++i)
-        answer.items[i]->setUrl(urls[i]);
-    Outcome outcome{ExitSuccess, options.json ? asJson(answer.items) : asTable(answer.items), {}};
-    if (!answer.error)
+        return failed(say("cannot add up '%1'", escaped(options.paths.front())), answer.error);
+    auto outcome = outcomeOf(answer.error, tree.total());
+    if (outcome.exitCode == ExitInterrupted)
         return outcome;
-    if (answer.error->domain() == NSPOSIXErrorDomain && answer.error->code() == ECANCELED)
-        return {ExitInterrupted,
-                {},
-                message({escaped(answer.error->localizedDescription()),
-                         say("%1 were added up so far.", sizeText(sumOf(answer.items)))})};
-    outcome.exitCode = ExitFailure;
-    outcome.message = message({escaped(answer.error->localizedDescription())});
-    if (const auto help = advice(*answer.error, Effect::reads); !help.empty())
-        outcome.message += "  " + escaped(help) + '\n';
+    const Json total = {{"total", tree.total()}};
+    if (options.lines) {
+        for (const auto& item : tree.items())
+            outcome.output += jsonLine("size", "item", jsonOfSize(item));
+        outcome.output += lastJsonLine("size", total, outcome);
+    } else if (options.json) {
+        auto members = total;
+        members["items"] = tree.asJson();
+        outcome.output = jsonDocument("size", std::move(members), outcome);
+    } else {
+        outcome.output = tree.asTable(style);
+    }
     return outcome;
 }
 

@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -21,8 +22,10 @@
 
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
+#include "CommandParser.h"
 #include "EditScreen.h"
 #include "FileServices.h"
+#include "JsonDocument.h"
 #include "OwnTerminal.h"
 #include "Terminal.h"
 
@@ -82,28 +85,42 @@ class LiveLine {
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& urls) {
+bool print(const std::string& text, std::FILE* to) {
+    return std::fwrite(text.data(), 1, text.size(), to) == text.size() && std::fflush(to) == 0;
+}
+
+/// `asked` as for SizeSource.
+MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& urls,
+                              std::size_t asked, bool asLines) {
     const LiveLine live;
-    return services.sizes(urls, [&](const SizeList& sizes) {
-        if (!sizes.empty())
-            LiveLine::show(progressLine(sizes, live.elapsed()));
+    return services.sizes(urls, [&](SizeList sizes) {
+        if (sizes.empty())
+            return !interrupted;
+        sizes.resize(std::min(sizes.size(), asked));
+        if (asLines)
+            return print(progressAsJson(sizes, live.elapsed()), stdout) && !interrupted;
+        LiveLine::show(progressLine(sizes, live.elapsed()));
         return !interrupted;
     });
 }
 
-NSErrorRef propagateWithLiveLine(FileServices& services, const EntryList& entries,
-                                 const NSURL& url) {
+NSErrorRef propagateWithLiveLine(FileServices& services, const EntryList& entries, const NSURL& url,
+                                 bool asLines) {
     const LiveLine live;
     return services.propagateAclEntries(entries, url, [&] {
+        if (asLines)
+            return print(propagationAsJson(live.elapsed()), stdout) && !interrupted;
         LiveLine::show(propagationLine(live.elapsed()));
         return !interrupted;
     });
 }
 
-bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& save) {
+bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& save,
+                    const std::string& colour) {
     Terminal terminal;
-    EditScreen screen(editor, title,
-                      Style(wantsColours(true, std::getenv("NO_COLOR"), std::getenv("TERM"))));
+    EditScreen screen(
+        editor, title,
+        Style(wantsColours(colour, true, std::getenv("NO_COLOR"), std::getenv("TERM"))));
     while (true) {
         const auto [rows, columns] = terminal.size();
         terminal.show(screen.draw(rows, columns));
@@ -119,16 +136,14 @@ bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& 
     }
 }
 
-Outcome run(int argc, char** argv) {
-    CommonOptions common;
-    const auto line = parseCommandLine(argc, argv, MORVANE_VERSION, &common);
-    if (const auto* outcome = std::get_if<Outcome>(&line)) {
+/// What the words on the command line ask for.
+Outcome run(const CommandLine& line, const CommonOptions& common) {
+    if (const auto* outcome = std::get_if<Outcome>(&line))
         return *outcome;
-    }
     if (common.privileged)
         moveToOwnTerminal();
-    const Style style{
-        wantsColours(isatty(STDOUT_FILENO) != 0, std::getenv("NO_COLOR"), std::getenv("TERM"))};
+    const Style style(wantsColours(common.colour, isatty(STDOUT_FILENO) != 0,
+                                   std::getenv("NO_COLOR"), std::getenv("TERM")));
     FileServices services("io.github.morvaneoperation.morvane");
     std::optional<AuthenticationAgent> agent;
     if (common.privileged) {
@@ -140,50 +155,65 @@ Outcome run(int argc, char** argv) {
     const auto resolved = [&](const NSURL& url) {
         return common.privileged ? withoutLinks(url) : url;
     };
-    const auto itemsOf = [&](std::vector<NSURL> urls) {
+    const auto resolvedOnTheWay = [&](std::vector<NSURL> urls) {
         for (auto& url : urls)
             url = common.privileged ? withoutLinksOnTheWay(url) : url;
         return urls;
     };
-    if (const auto* size = std::get_if<SizeOptions>(&line)) {
-        return runSize(*size, [&](const std::vector<NSURL>& urls) {
-            return sizesWithLiveLine(services, itemsOf(urls));
-        });
-    }
-    if (const auto* ls = std::get_if<LsOptions>(&line)) {
-        return runLs(*ls, [&](const NSURL& url) { return services.contents(resolved(url)); });
-    }
-    if (const auto* rename = std::get_if<RenameOptions>(&line)) {
-        return runRename(*rename, [&](const auto& urls, const auto& names) {
-            return services.rename(itemsOf(urls), names);
-        });
-    }
+    const auto contentsOf = [&](const NSURL& url) { return services.contents(resolved(url)); };
     const auto entriesOf = [&](const NSURL& url) { return services.aclEntries(resolved(url)); };
     const auto accessOf = [&](const NSURL& url, const NSUUID& who) {
         return services.access(resolved(url), who);
     };
-    if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
-        return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
-            return propagateWithLiveLine(services, entries, resolved(url));
+    if (const auto* size = std::get_if<SizeOptions>(&line)) {
+        const auto sizesOf = [&](const std::vector<NSURL>& urls, std::size_t asked) {
+            return sizesWithLiveLine(services, resolvedOnTheWay(urls), asked, size->lines);
+        };
+        return runSize(*size, {sizesOf, contentsOf, factsOfFile}, style);
+    }
+    if (const auto* ls = std::get_if<LsOptions>(&line))
+        return runLs(*ls, contentsOf, factsOfFile);
+    if (const auto* rename = std::get_if<RenameOptions>(&line)) {
+        return runRename(*rename, [&](const auto& urls, const auto& names) {
+            return services.rename(resolvedOnTheWay(urls), names);
         });
     }
-    if (const auto* access = std::get_if<AccessOptions>(&line)) {
-        return runAccess(*access, accessOf, style);
+    if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
+        return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
+            return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
+        });
     }
+    if (const auto* access = std::get_if<AccessOptions>(&line))
+        return runAccess(*access, accessOf, style);
     if (const auto* edit = std::get_if<EditOptions>(&line)) {
-        return runAclEdit(
-            *edit, entriesOf,
-            [&](const EntryList& entries, const NSURL& url) {
-                return services.setAclEntries(entries, resolved(url));
-            },
-            common.privileged ? AccessSource(accessOf) : nullptr,
-            Terminal::isThere() ? AclInteraction(editOnTerminal) : nullptr, style);
+        const auto write = [&](const EntryList& entries, const NSURL& url) {
+            return services.setAclEntries(entries, resolved(url));
+        };
+        const auto onTerminal = [&](AclEditor& editor, const std::string& title,
+                                    const AclSave& save) {
+            return editOnTerminal(editor, title, save, common.colour);
+        };
+        return runAclEdit(*edit, entriesOf, write,
+                          common.privileged ? AccessSource(accessOf) : nullptr,
+                          Terminal::isThere() ? AclInteraction(onTerminal) : nullptr, style);
     }
     return runAcl(std::get<AclOptions>(line), entriesOf, style);
 }
 
-bool print(const std::string& text, std::FILE* to) {
-    return std::fwrite(text.data(), 1, text.size(), to) == text.size() && std::fflush(to) == 0;
+/// run(), with what its words do not suffice for told where their use is told.
+Outcome runWithHelp(const CommandLine& line, const CommonOptions& common) {
+    auto outcome = run(line, common);
+    const bool tellsItself =
+        std::holds_alternative<Outcome>(line) || std::holds_alternative<EditOptions>(line);
+    return tellsItself ? outcome : pointedToHelp(std::move(outcome), common.command);
+}
+
+/// For programs, what a command has not printed itself: that it was done, or why not.
+void completeJson(Outcome& outcome, const CommonOptions& common) {
+    if (common.json == JsonForm::lines && outcome.output.empty())
+        outcome.output = lastJsonLine(common.command, Json::object(), outcome);
+    else if (common.json == JsonForm::object && outcome.output.empty())
+        outcome.output = jsonDocument(common.command, Json::object(), outcome);
 }
 
 }  // namespace
@@ -197,8 +227,10 @@ int main(int argc, char** argv) {
     // The request that a connection ends with tells it in its own words.
     morvane::setLogSink([](std::string_view) {});
     morvane::Outcome outcome;
+    morvane::CommonOptions common;
     try {
-        outcome = morvane::run(argc, argv);
+        const auto line = morvane::parseCommandLine(argc, argv, MORVANE_VERSION, &common);
+        outcome = morvane::runWithHelp(line, common);
     } catch (const std::filesystem::filesystem_error& failure) {
         // A path that is not whole begins at the current folder; nothing else throws this.
         outcome = {
@@ -210,6 +242,7 @@ int main(int argc, char** argv) {
     } catch (const std::exception& failure) {
         outcome = {morvane::ExitFailure, {}, morvane::message({failure.what()})};
     }
+    morvane::completeJson(outcome, common);
     const bool printed = morvane::print(outcome.output, stdout);
     const int whyNot = errno;
     morvane::print(outcome.message, stderr);

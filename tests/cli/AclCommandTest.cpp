@@ -88,7 +88,8 @@ TEST(AclCommand, NamesADeletedUserAndGroupByTheirIds) {
 }
 
 TEST(AclCommand, PrintsAJsonArrayOfObjectsWithAllKeys) {
-    const auto json = Json::parse(run({.path = "/x", .json = true}, {treeEntry(1, false)}).output);
+    const auto json =
+        Json::parse(run({.path = "/x", .json = true}, {treeEntry(1, false)}).output)["entries"];
     const Json box = {{"name", "Read Data"},
                       {"permission", 2},
                       {"state", 1},
@@ -117,14 +118,19 @@ TEST(AclCommand, PrintsAJsonArrayOfObjectsWithAllKeys) {
                     }}));
 }
 
-TEST(AclCommand, PrintsAnEmptyArrayForNoEntries) {
-    EXPECT_EQ(run({.path = "/x", .json = true}, {}).output, "[]\n");
+TEST(AclCommand, PrintsAnEmptyArrayForNoEntriesAndKnowsNothingOfTheItem) {
+    const auto json = Json::parse(run({.path = "/x", .json = true}, {}).output);
+    EXPECT_EQ(json["entries"], Json::array());
+    EXPECT_EQ(json["item"]["path"], "/x");
+    for (const auto* const key : {"kind", "storage", "owner", "group"})
+        EXPECT_TRUE(json["item"].at(key).is_null()) << key;
 }
 
 TEST(AclCommand, ReplacesWhatIsNotUtf8InJson) {
     auto entry = treeEntry(1, false);
     entry->setApplicableTo("a\xff");
-    EXPECT_EQ(Json::parse(run({.path = "/x", .json = true}, {entry}).output)[0]["applicableTo"],
+    EXPECT_EQ(Json::parse(
+                  run({.path = "/x", .json = true}, {entry}).output)["entries"][0]["applicableTo"],
               "a\xef\xbf\xbd");
 }
 

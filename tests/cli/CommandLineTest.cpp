@@ -149,12 +149,73 @@ TEST(CommandLine, TakesAnEmptyScriptForOne) {
 }
 
 TEST(Colours, AreForTerminalsThatTakeThemAndForNobodyWhoDeclines) {
-    EXPECT_TRUE(wantsColours(true, nullptr, "xterm"));
-    EXPECT_TRUE(wantsColours(true, "", "xterm"));
-    EXPECT_FALSE(wantsColours(false, nullptr, "xterm"));
-    EXPECT_FALSE(wantsColours(true, "1", "xterm"));
-    EXPECT_FALSE(wantsColours(true, nullptr, "dumb"));
-    EXPECT_FALSE(wantsColours(true, nullptr, nullptr));
+    EXPECT_TRUE(wantsColours("", true, nullptr, "xterm"));
+    EXPECT_TRUE(wantsColours("auto", true, "", "xterm"));
+    EXPECT_FALSE(wantsColours("auto", false, nullptr, "xterm"));
+    EXPECT_FALSE(wantsColours("", true, "1", "xterm"));
+    EXPECT_FALSE(wantsColours("", true, nullptr, "dumb"));
+    EXPECT_FALSE(wantsColours("", true, nullptr, nullptr));
+}
+
+TEST(Colours, AreWhatTheCommandLineSaysWhateverTheOutputIs) {
+    EXPECT_TRUE(wantsColours("always", false, "1", "dumb"));
+    EXPECT_FALSE(wantsColours("never", true, nullptr, "xterm"));
+}
+
+TEST(CommandLine, TakesAWordOfTheCommonOptionsForNoCommand) {
+    CommonOptions common;
+    const std::vector<const char*> words{"morvane", "--color", "always", "ls", "/x"};
+    const auto parsed =
+        parseCommandLine(static_cast<int>(words.size()), words.data(), "1", &common);
+    EXPECT_TRUE(std::holds_alternative<LsOptions>(parsed));
+    EXPECT_EQ(common.colour, "always");
+    EXPECT_EQ(common.command, "ls");
+    EXPECT_EQ(stopped({"--color", "always", "lss", "/x"}).message,
+              "morvane: there is no command 'lss'; did you mean 'ls'?\n"
+              "  'morvane --help' tells how the command is used.\n");
+}
+
+TEST(CommandLine, NamesTheWordsThatAnOptionTakes) {
+    EXPECT_EQ(stopped({"--color=red", "ls", "/x"}).message,
+              "morvane: --color is followed by one of auto, always, never, not by 'red'\n"
+              "  'morvane --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"size", "/x", "--sort", "date"}).message,
+              "morvane: --sort is followed by one of size, name, none, not by 'date'\n"
+              "  'morvane size --help' tells how the command is used.\n");
+    for (const auto* const word : {"0", "-1", "two", "1x", ""})
+        EXPECT_EQ(stopped({"size", "/x", "--depth", word}).exitCode, ExitUsage) << word;
+    EXPECT_EQ(stopped({"size", "/x", "--top", "many"}).message,
+              "morvane: --top is followed by a number from 1 on, not by 'many'\n"
+              "  'morvane size --help' tells how the command is used.\n");
+}
+
+TEST(CommandLine, LooksOneLevelDownForTheLargest) {
+    const auto size = [](std::vector<const char*> words) {
+        return std::get<SizeOptions>(parse(std::move(words)));
+    };
+    EXPECT_EQ(size({"size", "/x"}).depth, 0U);
+    EXPECT_EQ(size({"size", "/x", "--top", "3"}).depth, 1U);
+    EXPECT_EQ(size({"size", "/x", "--top", "3", "--depth", "2"}).depth, 2U);
+}
+
+TEST(CommandLine, KeepsNoChoiceOfUnitsThatWasNotMade) {
+    EXPECT_EQ(stopped({"size", "/x", "--save"}).message,
+              "morvane: --save requires --base2 or --base10\n"
+              "  'morvane size --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"size", "--base2"}).exitCode, ExitUsage);
+    EXPECT_TRUE(std::get<SizeOptions>(parse({"size", "--base2", "--save"})).save);
+}
+
+TEST(CommandLine, TellsWhetherJsonIsWantedThoughTheWordsAreWrong) {
+    const auto form = [](std::vector<const char*> words) {
+        words.insert(words.begin(), "morvane");
+        CommonOptions common;
+        parseCommandLine(static_cast<int>(words.size()), words.data(), "1", &common);
+        return common.json;
+    };
+    EXPECT_EQ(form({"nonsense", "--json"}), JsonForm::object);
+    EXPECT_EQ(form({"size", "--json-lines"}), JsonForm::lines);
+    EXPECT_EQ(form({"ls", "--", "--json"}), JsonForm::none);
 }
 
 }  // namespace

@@ -101,5 +101,32 @@ TEST(AHelperThatIsNotInstalled, ComesWithWhatAnAdministratorCanDo) {
                   "Run '" MORVANE_INSTALLER "' as root; it names what is wrong.");
 }
 
+TEST(TheAdvice, ExplainsWhatTheKernelsTextsLeaveOpen) {
+    for (const int code : {ENOTDIR, ELOOP, EROFS, ENOSPC, EDQUOT, EOPNOTSUPP, EIO, ESTALE,
+                           ETIMEDOUT, EHOSTDOWN, EHOSTUNREACH, ECONNREFUSED, EMFILE, ENFILE})
+        EXPECT_NE(advice(*posix(code), Effect::changes), "") << code;
+    EXPECT_EQ(advice(*posix(EIO), Effect::reads),
+              "The disk has failed, or the server of a network mount; 'dmesg' may tell more.");
+    EXPECT_EQ(advice(*posix(EINVAL), Effect::reads), "");
+}
+
+TEST(TheAdvice, DoesNotContradictAServiceThatHasFoundOutMore) {
+    const auto found = [](int code) {
+        return NSError::errorWithDescription(
+            NSPOSIXErrorDomain, code,
+            phrase("The list is too long for this file system, whose disk is not full."));
+    };
+    EXPECT_EQ(advice(*found(ENOSPC), Effect::changes), "");
+    EXPECT_EQ(advice(*found(EOPNOTSUPP), Effect::changes), "");
+}
+
+TEST(AFailure, CarriesItsErrorForPrograms) {
+    const auto error = posix(EIO);
+    const auto outcome = failed("it failed", error);
+    EXPECT_EQ(outcome.error, error);
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_EQ(outcome.message, failureMessage("it failed", *error));
+}
+
 }  // namespace
 }  // namespace morvane

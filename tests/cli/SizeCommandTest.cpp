@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <limits>
+#include <map>
+#include <sstream>
 #include <string>
 
 #include "PropagateCommand.h"
@@ -24,31 +26,120 @@ std::string inUnits(std::int64_t bytes) {
 }
 
 TEST(ACancelledSum, TellsWhyItEndedAndHowFarItCame) {
-    const auto outcome = runSize({.paths = {"/x"}}, [](const std::vector<NSURL>&) {
+    const auto cancelled = [](const std::vector<NSURL>&, std::size_t) {
         return MVFileSizes{
             {item(4000, true)},
             NSError::errorWithDomain(
                 NSPOSIXErrorDomain, ECANCELED,
                 {{NSLocalizedDescriptionKey, std::string("It was cancelled. 1 was skipped.")}})};
-    });
+    };
+    const auto outcome = runSize({.paths = {"/x"}}, {cancelled, {}, {}}, Style(false));
     EXPECT_EQ(outcome.exitCode, ExitInterrupted);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.message, "morvane: It was cancelled. 1 was skipped.\n  " + inUnits(4000) +
                                    " were added up so far.\n");
 }
 
-TEST(TheLiveLine, TellsWhatIsDoneWithTheRateAndTheTime) {
+/// A tree of folders, in which a name that ends with a slash is a folder, and "other/" a mount.
+class ASizeTree : public testing::Test {
+  protected:
+    Outcome run(SizeOptions options) {
+        const auto sizes = [this](const std::vector<NSURL>& urls, std::size_t asked) {
+            asked_ = asked;
+            MVFileSizes answer;
+            for (const auto& url : urls) {
+                urls_.push_back(url.path());
+                answer.items.push_back(item(sizes_.at(url.lastPathComponent()), false));
+            }
+            return answer;
+        };
+        const auto contents = [this](const NSURL& url) -> Result<std::vector<NSURL>> {
+            std::vector<NSURL> inside;
+            for (const auto& name : inside_[url.lastPathComponent()])
+                inside.push_back(url.URLByAppendingPathComponent(name));
+            return inside;
+        };
+        const auto facts = [this](const std::string& path) {
+            const auto name = path.substr(path.rfind('/') + 1);
+            FileFacts found;
+            constexpr std::uint32_t folder = 0040755;
+            found.mode = inside_.contains(name) || name == "mount" ? folder : 0100644;
+            found.mount = name == "mount" ? 2 : 1;
+            return std::optional(found);
+        };
+        return runSize(options, {sizes, contents, facts}, Style(false));
+    }
+
+    std::map<std::string, std::vector<std::string>> inside_{
+        {"top", {"small", "nest", "large", "mount"}}, {"nest", {"inner"}}};
+    std::map<std::string, std::int64_t> sizes_{
+        {"top", 1000}, {"small", 10}, {"nest", 290}, {"inner", 290}, {"large", 700}};
+    std::vector<std::string> urls_;
+    std::size_t asked_ = 0;
+};
+
+TEST_F(ASizeTree, ShowsTheLargestFirstWithTheirPartsOfTheWhole) {
+    const auto outcome = run({.paths = {"/top"}, .depth = 2});
+    const auto line = [](std::int64_t size, const std::string& rest) {
+        const auto text = inUnits(size);
+        return std::string(inUnits(290).size() - text.size(), ' ') + text + "  " + rest + '\n';
+    };
+    EXPECT_EQ(outcome.output,
+              line(1000, "100%  ##########  /top") + line(700, " 70%  #######       large") +
+                  line(290, " 29%  ###           nest") + line(290, " 29%  ###             inner") +
+                  line(10, "  1%                small") + line(-1, "  0%                mount") +
+                  "1 item is on another file system or a bind mount, which is not added up.\n");
+    EXPECT_EQ(asked_, 1U);
+    // Those that were asked for come first; a mount is not asked for.
+    EXPECT_EQ(urls_, (std::vector<std::string>{"/top", "/top/small", "/top/nest", "/top/large",
+                                               "/top/nest/inner"}));
+}
+
+TEST_F(ASizeTree, AddsUpThoseThatAreNotAmongTheLargest) {
+    const auto outcome = run({.paths = {"/top"}, .depth = 1, .top = 1});
+    EXPECT_NE(outcome.output.find("large\n"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find(inUnits(300) + "   30%  ###           3 others\n"),
+              std::string::npos)
+        << outcome.output;
+}
+
+TEST_F(ASizeTree, GoesByNameOrStaysAsItIsWhenThatIsWanted) {
+    const auto order = [&](SizeOrder wanted) {
+        std::string names;
+        std::istringstream lines(run({.paths = {"/top"}, .depth = 1, .order = wanted}).output);
+        for (std::string line; std::getline(lines, line) && line.find('%') != line.npos;)
+            names += line.substr(line.rfind(' '));
+        return names;
+    };
+    EXPECT_EQ(order(SizeOrder::byName), " /top large mount nest small");
+    EXPECT_EQ(order(SizeOrder::asGiven), " /top small nest large mount");
+}
+
+TEST_F(ASizeTree, SaysWhyThePartsMayHaveMoreThanTheWhole) {
+    sizes_["small"] = 700;  // another name of the large one
+    const auto outcome = run({.paths = {"/top"}, .depth = 1});
+    EXPECT_NE(outcome.output.find("A file with several names counts once in each folder"),
+              std::string::npos)
+        << outcome.output;
+}
+
+TEST_F(ASizeTree, HasATotalOfSeveralAndKeepsThemAsTheyAreWritten) {
+    const auto outcome = run({.paths = {"top", "nest"}});
+    const auto text = [](std::int64_t size) {
+        const auto shown = inUnits(size);
+        return std::string(inUnits(290).size() - shown.size(), ' ') + shown;
+    };
+    EXPECT_EQ(outcome.output,
+              text(1000) + "  top\n" + text(290) + "  nest\n" + text(1290) + "  total\n");
+}
+
+TEST(TheLiveLine, TellsWhatIsDoneAndTheTimeAndNoRate) {
     EXPECT_EQ(progressLine({item(3000, false), item(1000, true)}, std::chrono::milliseconds(2500)),
-              "1 of 2 done, " + inUnits(4000) + ", " + inUnits(1600) + "/s, 2 s");
+              "1 of 2 done, " + inUnits(4000) + ", 2 s");
 }
 
 TEST(TheLiveLine, TellsHowLongAPropagationHasGoneOn) {
     EXPECT_EQ(propagationLine(std::chrono::milliseconds(2999)), "propagating, 2 s");
-}
-
-TEST(TheLiveLine, HasNoRateWhenNoTimeHasPassed) {
-    EXPECT_EQ(progressLine({item(4000, false)}, std::chrono::seconds(0)),
-              "1 of 1 done, " + inUnits(4000) + ", " + inUnits(0) + "/s, 0 s");
 }
 
 TEST(TheLiveLine, CountsMoreThanThereCanBeAsTheMost) {

@@ -6,12 +6,12 @@
 #include <utility>
 
 #include "EditCommand.h"
+#include "EntryJson.h"
 #include "FileServices.h"
 
 namespace {
 
 using namespace morvane;
-using Json = nlohmann::json;
 
 /// What passes between `morvane acl PATH --edit SCRIPT` and the service.
 class RecordedEdit {
@@ -30,14 +30,14 @@ class RecordedEdit {
                 return NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED, {});
             });
             options_.lossy = true;
-            answer["asked"] = Json::parse(entriesAsJson(asked_));
+            answer["asked"] = jsonOfEntries(asked_);
         }
         const auto outcome = edit([&](const EntryList& entries, const NSURL& url) {
             asked_ = entries;
             return services_.setAclEntries(entries, url);
         });
         if (!options_.lossy)
-            answer["asked"] = Json::parse(entriesAsJson(asked_));
+            answer["asked"] = jsonOfEntries(asked_);
         answer["read"] = read_;
         answer["exit"] = static_cast<int>(outcome.exitCode);
         answer["message"] = outcome.message;
@@ -50,7 +50,7 @@ class RecordedEdit {
         const AclSource source = [&](const NSURL& url) {
             auto answer = services_.aclEntries(url);
             if (answer && read_.is_null())
-                read_ = Json::parse(entriesAsJson(*answer));
+                read_ = jsonOfEntries(*answer);
             return answer;
         };
         return runAclEdit(options_, source, sink, nullptr, nullptr, Style(false));

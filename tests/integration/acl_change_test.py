@@ -91,7 +91,7 @@ class Scripts(Changing):
 
     def test_an_entry_is_removed(self):
         self.setfacl("-m", "u:4711:rw", self.file)
-        number = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.file))
+        number = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.file))["entries"]
                   ].index("uid 4711") + 1
         self.succeed("acl", self.file, "--edit", f"entry {number}; remove")
         self.assertEqual(acl(self.file), ["user::rw-", "group::r--", "other::---"])
@@ -133,7 +133,7 @@ class Scripts(Changing):
     def test_every_verb_of_a_script_has_its_effect(self):
         os.chmod(self.folder, 0o700)
         self.setfacl("-m", "u:4711:rwx,u:4712:rwx,g:4713:r", self.folder)
-        shown = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.folder))]
+        shown = [e["identity"] for e in json.loads(self.succeed("acl", "--json", self.folder))["entries"]]
         self.succeed("acl", self.folder, "--edit", f"""
             entry {shown.index('uid 4711') + 1}; who user:4721        # another user
             toggle Write; toggle 'Write/Delete'; toggle "write attributes"; toggle "Traverse Folder"
@@ -186,7 +186,7 @@ class Access(Changing):
                 boxes[node["name"]] = node["state"]
                 visit(node["children"])
 
-        visit(json.loads(self.succeed("access", self.file, "--user", "65534", "--json")))
+        visit(json.loads(self.succeed("access", self.file, "--user", "65534", "--json"))["permissions"])
         self.assertEqual((boxes["Read Data"], boxes["Write Data"], boxes["Execute File"]), (1, 0, 0))
         self.assertEqual(boxes["Read"], -1)
 
@@ -203,7 +203,7 @@ class Access(Changing):
     def test_nobody_of_that_name_is_a_usage_error(self):
         self.assertEqual(self.fail_with(2, "access", self.file, "--user", "no-such-user"),
                          "morvane: there is no user 'no-such-user'; check the spelling, or write its "
-                         "number.\n")
+                         "number.\n  'morvane access --help' tells how the command is used.\n")
         self.assertIn("--user NAME or --group NAME is required", self.fail_with(2, "access", self.file))
 
     def test_root_may_do_what_the_list_does_not_say(self):

@@ -140,7 +140,7 @@ class Choices:
                 path = self.item(is_folder, for_others=False)
                 first = morvane("acl", path, "--edit", f"add {WHO[who][0]}; permissions write")
                 self.assertEqual(first.returncode, 0)
-                shown = json.loads(morvane("acl", path, "--json").stdout)
+                shown = json.loads(morvane("acl", path, "--json").stdout)["entries"]
                 place = [entry["isAcl"] for entry in shown].index(True) + 1
                 done = morvane("acl", path, "--edit", f"entry {place}; permissions {choice}")
                 if choice == "all":

@@ -38,7 +38,7 @@ class RealFile(unittest.TestCase):
     def entries(self, path):
         result = run("acl", "--json", path)
         self.assertEqual((result.returncode, result.stderr), (0, b""))
-        return json.loads(result.stdout)
+        return json.loads(result.stdout)["entries"]
 
     def stubService(self, script):
         folder = os.path.join(self.folder, "libexec")

@@ -114,7 +114,8 @@ class Language(unittest.TestCase):
     @in_each_language
     def test_a_command_line_that_is_not_understood_is_answered_in_the_language_of_the_user(self, language, texts):
         refused = self.run_morvane(language, "acl", "--tree", "--json", "file")
-        self.assertEqual((refused.returncode, refused.stdout), (2, ""))
+        self.assertEqual(refused.returncode, 2)
+        self.assertIn(json.loads(refused.stdout)["error"]["message"], refused.stderr)
         why = texts.gettext("%1 excludes %2")
         self.assertIn(refused.stderr.splitlines()[0],
                       ["morvane: " + why.replace("%1", a).replace("%2", b)

@@ -11,9 +11,15 @@ import sys
 import tempfile
 import unittest
 
+from json_schema import check
+
 MORVANE, LIBEXEC, MOUNT = map(os.path.abspath, sys.argv[1:4])
 TIME_LIMIT = 60  # a watchdog; nothing here takes long
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "LD_PRELOAD": MOUNT}
+
+with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "morvane.schema.json"),
+          encoding="utf-8") as schema_file:
+    SCHEMA = json.load(schema_file)
 
 ALLOW, DENY, AUDIT = 0, 1, 2
 FILES, FOLDERS, ONE_LEVEL, ONLY_BELOW, IS_GROUP, INHERITED = 0x1, 0x2, 0x4, 0x8, 0x40, 0x80
@@ -47,7 +53,10 @@ class Mount(unittest.TestCase):
         return result.stdout
 
     def entries(self, path):
-        return json.loads(self.run_morvane("acl", "--json", path))
+        printed = json.loads(self.run_morvane("acl", "--json", path))
+        check(printed, SCHEMA, SCHEMA)
+        self.assertEqual(printed["item"]["storage"], "nfs4" if printed["entries"] else None)
+        return printed["entries"]
 
 
 class Lists(Mount):

@@ -65,11 +65,10 @@ class Renaming(unittest.TestCase):
     def test_the_json_tells_where_each_item_is(self):
         os.mkdir(os.path.join(self.folder, b"folder"))
         self.make(b"folder/file")
-        items = json.loads(self.rename("--json", "folder/file", "FILE", "folder", "FOLDER"))
+        items = json.loads(self.rename("--json", "folder/file", "FILE", "folder", "FOLDER"))["items"]
         base = "file://" + os.fsdecode(self.folder)
-        self.assertEqual(items, [
-            {"from": base + "/folder/file", "url": base + "/FOLDER/FILE", "error": 0},
-            {"from": base + "/folder", "url": base + "/FOLDER", "error": 0}])
+        self.assertEqual([(item["from"]["url"], item["to"]["url"], item["error"]) for item in items], [
+            (base + "/folder/file", base + "/FOLDER/FILE", None), (base + "/folder", base + "/FOLDER", None)])
 
     def test_paths_that_are_not_utf8_are_renamed(self):
         self.make(b"\xff")
@@ -96,7 +95,8 @@ class Renaming(unittest.TestCase):
         result = self.run_morvane("b", "c", "a", b"\xff")
         self.assertEqual((result.returncode, result.stdout), (2, b""))
         self.assertEqual(result.stderr, b"morvane: the new name '\\xff' of 'a' is not UTF-8; choose one "
-                                        b"that is.\n  Nothing was renamed.\n")
+                                        b"that is.\n  Nothing was renamed.\n"
+                                        b"  'morvane rename --help' tells how the command is used.\n")
         self.assertEqual(self.contents(), {b"a": b"a", b"b": b"b"})
 
     def test_two_items_with_one_name_are_refused(self):

@@ -80,7 +80,7 @@ class Tree(unittest.TestCase):
     def sizes(self, *paths):
         result = run("size", "--json", *paths)
         self.assertEqual((result.returncode, result.stderr), (0, b""))
-        return [item["size"] for item in json.loads(result.stdout)]
+        return [item["size"] for item in json.loads(result.stdout)["items"]]
 
 
 class Sizes(Tree):
@@ -127,7 +127,7 @@ class Sizes(Tree):
         os.chmod(self.path(b"locked"), 0)
         result = run("size", "--json", self.folder, prefix=AS_NOBODY)
         os.chmod(self.path(b"locked"), 0o755)
-        self.assertEqual([item["size"] for item in json.loads(result.stdout)], [8])
+        self.assertEqual([item["size"] for item in json.loads(result.stdout)["items"]], [8])
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stderr.startswith(
             b'morvane: 1 item could not be read and counts as nothing, and what is below it was not reached: "' +
@@ -140,9 +140,10 @@ class Sizes(Tree):
 
     def test_every_key_of_the_json_is_there_and_no_other(self):
         result = run("size", "--json", self.file(b"notes.txt", size=1536))
-        item, = json.loads(result.stdout)
+        item, = json.loads(result.stdout)["items"]
         self.assertEqual(set(item),
-                         {"path", "name", "size", "displaySize", "displayInfo", "leaf", "icon"})
+                         {"path", "pathBytes", "url", "name", "size", "displaySize", "displayInfo", "leaf", "icon",
+                          "elsewhere", "children", "others"})
         self.assertEqual((item["name"], item["leaf"]), ("notes.txt", True))
 
     def test_sizes_are_shown_in_units_and_as_a_grouped_number(self):
@@ -151,7 +152,7 @@ class Sizes(Tree):
                  1960: ("2 KB", "1,960"), 999960: ("1000 KB", "999,960"),
                  123456789: ("123.5 MB", "123,456,789")}
         paths = [self.file(b"%d" % size, size=size) for size in shown]
-        items = json.loads(run("size", "--json", *paths).stdout)
+        items = json.loads(run("size", "--json", *paths).stdout)["items"]
         for item, (size, (text, number)) in zip(items, shown.items()):
             self.assertEqual((item["size"], item["displaySize"], item["displayInfo"]),
                              (size, text, f"{text} ({number} bytes)"))
@@ -159,7 +160,7 @@ class Sizes(Tree):
     def test_a_choice_of_units_that_cannot_be_kept_is_told(self):
         ENVIRONMENT["XDG_CONFIG_HOME"] = "/dev/null/nowhere"
         try:
-            result = run("size", "--base2", self.folder)
+            result = run("size", "--base2", "--save", self.folder)
         finally:
             ENVIRONMENT["XDG_CONFIG_HOME"] = CONFIGURATION.name
         self.assertEqual((result.returncode, result.stdout), (1, b""))
@@ -171,16 +172,82 @@ class Sizes(Tree):
             ENVIRONMENT["XDG_CONFIG_HOME"] = configuration
             try:
                 path = self.file(b"file", size=1536)
-                self.assertTrue(run("size", "--base2", path).stdout.startswith(b"1.5 KB  "))
+                larger = self.file(b"larger", size=1638)
+                self.assertTrue(run("size", "--base2", larger).stdout.startswith(b"1.6 KB  "))
+                self.assertEqual(os.listdir(configuration), [], "that was for one run")
+                self.assertTrue(run("size", "--base2", "--save", path).stdout.startswith(b"1.5 KB  "))
                 self.assertTrue(run("size", path).stdout.startswith(b"1.5 KB  "))
-                self.assertEqual(run("size", "--base10").returncode, 0)
                 self.assertTrue(run("size", "--base10", self.file(b"f", size=1500))
                                 .stdout.startswith(b"1.5 KB  "))
+                self.assertTrue(run("size", path).stdout.startswith(b"1.5 KB  "))
+                self.assertEqual(run("size", "--base10", "--save").returncode, 0)
+                self.assertTrue(run("size", self.file(b"f", size=1500)).stdout.startswith(b"1.5 KB  "))
             finally:
                 ENVIRONMENT["XDG_CONFIG_HOME"] = CONFIGURATION.name
 
     def test_both_bases_at_once_are_a_usage_error(self):
         self.assertEqual(run("size", "--base2", "--base10", "/").returncode, 2)
+
+
+class Parts(Tree):
+    """What is below the paths."""
+
+    def lines(self, *arguments):
+        result = run("size", *arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        return [line.strip() for line in result.stdout.decode().splitlines()]
+
+    def setUp(self):
+        super().setUp()
+        os.mkdir(self.path(b"nest"))
+        self.file(b"nest", b"inner", size=3000)
+        self.file(b"large", size=6000)
+        self.file(b"small", size=1000)
+
+    def test_each_level_shows_the_largest_first(self):
+        self.assertEqual(self.lines("--depth", "1", self.folder)[1:],
+                         ["6 KB   60%  ######        large", "3 KB   30%  ###           nest",
+                          "1 KB   10%  #             small"])
+        self.assertIn("3 KB   30%  ###             inner", self.lines("--depth", "2", self.folder))
+
+    def test_only_the_largest_are_shown_and_the_rest_together(self):
+        self.assertEqual(self.lines("--top", "1", self.folder)[1:],
+                         ["6 KB   60%  ######        large", "4 KB   40%  ####          2 others"])
+
+    def test_paths_stay_as_they_are_written_and_several_have_a_total(self):
+        result = subprocess.run([MORVANE, "size", "nest", "./large"], env=ENVIRONMENT, capture_output=True,
+                                timeout=TIME_LIMIT, cwd=self.folder, text=True)
+        self.assertEqual(result.stdout, "3 KB  nest\n6 KB  ./large\n9 KB  total\n")
+
+    def test_a_file_with_two_names_is_explained(self):
+        os.link(self.path(b"large"), self.path(b"nest", b"again"))
+        self.assertIn("A file with several names counts once in each folder that has one: together the parts may "
+                      "have more than the whole.", self.lines("--depth", "1", self.folder))
+        self.assertEqual(self.sizes(self.folder), [10000])
+
+    def test_another_file_system_is_named_and_not_added_up(self):
+        if os.geteuid():
+            self.fail("only root can mount")
+        os.mkdir(self.path(b"other"))
+        script = ('mount -t tmpfs tmpfs "$1"/other && head -c 5000 /dev/zero >"$1"/other/file && '
+                  'mount --bind "$1"/nest "$1"/small && exec "$0" size --depth 1 "$1"')
+        os.unlink(self.path(b"small"))
+        os.mkdir(self.path(b"small"))
+        result = subprocess.run(["unshare", "--mount", "sh", "-c", script, MORVANE, self.folder], env=ENVIRONMENT,
+                                capture_output=True, timeout=TIME_LIMIT, text=True)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn("2 items are on other file systems or bind mounts, which are not added up.", result.stdout)
+        self.assertIn("--    0%                other", result.stdout)
+        self.assertIn("9 KB  100%", result.stdout)
+
+    def test_what_cannot_be_looked_into_is_shown_and_told(self):
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        os.chmod(self.path(b"nest"), 0)
+        result = run("size", "--depth", "2", self.folder, prefix=AS_NOBODY)
+        os.chmod(self.path(b"nest"), 0o755)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"--    0%                nest\n", result.stdout)
+        self.assertIn(b"nest", result.stderr)
 
 
 class RandomTrees(Tree):
@@ -235,7 +302,7 @@ class RandomTrees(Tree):
                 os.chmod(folder, 0o755)
             with self.subTest(seed=seed):
                 # What cannot be read itself has no size here, and one of 0 there.
-                self.assertEqual([max(item["size"], 0) for item in json.loads(result.stdout)],
+                self.assertEqual([item["size"] or 0 for item in json.loads(result.stdout)["items"]],
                                  [int(line) for line in counted.stdout.split()])
                 self.assertIn(result.returncode, (0, 1), result.stderr)
             skipped += b"could not be read" in result.stderr
@@ -326,12 +393,37 @@ class Listing(Tree):
     def test_names_that_are_not_text_arrive_as_they_are(self):
         self.file(b"\xff a\n")
         result = run("ls", "--json", self.folder)
-        item, = json.loads(result.stdout)
+        item, = json.loads(result.stdout)["items"]
         self.assertTrue(item["url"].endswith("/%FF%20a%0A"))
+
+    def test_the_columns_are_those_that_every_user_of_a_shell_knows(self):
+        def name(line):
+            return line.split(" -> ")[0].split()[-1]
+
+        os.chmod(self.file(b"file", size=1500), 0o4750)
+        os.mkdir(self.path(b"nest"))
+        os.chmod(self.path(b"nest"), 0o1777)
+        os.symlink(b"file", self.path(b"link"))
+        subprocess.run(["setfacl", "-m", "u:daemon:r", self.file(b"listed", size=0)], check=True)
+        os.utime(self.path(b"file"), (0, 86400 * 365))
+        ENVIRONMENT["TZ"] = "UTC"
+        for option in "-l", "--long":
+            result = run("ls", option, self.folder)
+            self.assertEqual((result.returncode, result.stderr), (0, b""))
+            rows = {name(line): line.split() for line in result.stdout.decode().splitlines()}
+            self.assertEqual(rows["file"][0], "-rwsr-x---")
+            self.assertEqual(rows["file"][3:6], ["1.5", "KB", "1971-01-01"])
+            self.assertEqual(rows["listed"][0], "-rw-r--r--+")
+        self.assertRegex(result.stdout.decode(), r"(?m)^drwxrwxrwt +\S+ +\S+ +- +\S+ \S+ +nest$")
+        self.assertRegex(result.stdout.decode(), r"(?m)^lrwxrwxrwx .* link -> file$")
+        listed = subprocess.run(["ls", "-l", self.folder], env=ENVIRONMENT, capture_output=True, text=True,
+                                check=True).stdout.splitlines()[1:]
+        for line in listed:
+            self.assertEqual(rows[name(line)][:3], [line.split()[i] for i in (0, 2, 3)])
 
     def test_an_empty_folder_is_an_empty_list(self):
         self.assertEqual(run("ls", self.folder).stdout, b"")
-        self.assertEqual(json.loads(run("ls", "--json", self.folder).stdout), [])
+        self.assertEqual(json.loads(run("ls", "--json", self.folder).stdout)["items"], [])
 
     def test_a_file_is_not_a_folder(self):
         result = run("ls", self.file(b"file"))

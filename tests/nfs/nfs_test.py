@@ -144,7 +144,7 @@ class OnAMount:
     def shown(self, path):
         """The entries as morvane shows them, in the form of `printed`."""
         entries = []
-        for entry in json.loads(self.morvane("acl", "--json", path)):
+        for entry in json.loads(self.morvane("acl", "--json", path))["entries"]:
             boxes = {box["name"]: box["state"] == 1 for group in entry["permissions"] for box in group["children"]}
             flags = "I" * entry["inherited"]
             if os.path.isdir(path):

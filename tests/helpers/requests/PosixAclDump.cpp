@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "AclRequests.h"
-#include "EntryText.h"
+#include "EntryJson.h"
 
 namespace {
 

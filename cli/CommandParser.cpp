@@ -1,0 +1,382 @@
+// SPDX-License-Identifier: MIT
+#include "CommandParser.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <numeric>
+#include <optional>
+#include <sstream>
+
+#include "CommandTable.h"
+#include "Text.h"
+
+namespace morvane {
+
+namespace {
+std::string footer() {
+    constexpr std::size_t columns = 92;
+    std::string text;
+    for (const auto& line : wrapped(
+             say("Exit status: 0 done, 1 the operation failed, 2 the command line was not "
+                 "understood, 3 the service could not be started or went away, 4 the server of a "
+                 "network mount has stored something else, 130 interrupted by Ctrl-C."),
+             columns))
+        text += (text.empty() ? "" : "\n") + line;
+    return text;
+}
+
+/// How many letters are to be added, taken away or replaced to make the one of the other.
+std::size_t editDistance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), 0U);
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+/// `reason`, with a question for the one of `names` that is most like `word`, if one is like it at
+/// all.
+std::string withQuestion(const std::string& reason, std::string_view word,
+                         const std::vector<std::string_view>& names) {
+    constexpr std::size_t longest = 32;
+    if (word.size() > longest || names.empty())
+        return reason;
+    const auto nearest = *std::min_element(names.begin(), names.end(), [&](auto a, auto b) {
+        return editDistance(word, a) < editDistance(word, b);
+    });
+    const bool isLike = editDistance(word, nearest) <= (word.size() < 4 ? 1U : 2U);
+    // TRANSLATORS: %1 is "there is no command 'sise'".
+    return isLike ? say("%1; did you mean '%2'?", reason, nearest) : reason;
+}
+
+/// What the parser says in English, in the language of the user.
+std::string reasonOfParser(const std::string& english) {
+    return sayLike(english,
+                   {translatable("A subcommand is required"), translatable("%1 is required"),
+                    translatable("%1 requires %2"), translatable("%1 excludes %2"),
+                    translatable("The following argument was not expected: %1"),
+                    translatable("The following arguments were not expected: %1"),
+                    translatable("%1: %2 required %3 missing")});
+}
+
+bool isAmong(const std::vector<std::string_view>& names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::vector<std::string_view> commandNames() {
+    std::vector<std::string_view> names;
+    for (const auto& command : commandTable())
+        names.push_back(command.name);
+    return names;
+}
+
+std::vector<std::string_view> optionNames(std::string_view command) {
+    std::vector<std::string_view> names{"--help", "--version"};
+    const auto addAll = [&](const std::vector<OptionRow>& options) {
+        for (const auto& option : options) {
+            if (!option.standsAlone())
+                names.push_back(option.name);
+        }
+    };
+    for (const auto& row : commandTable()) {
+        if (row.name == command)
+            addAll(row.options);
+    }
+    if (command.empty())
+        addAll(commonOptions());
+    return names;
+}
+
+void addOption(CLI::App& command, const OptionRow& row) {
+    const std::string name =
+        (row.letter != 0 ? std::string{'-', row.letter, ','} : "") + std::string(row.name);
+    const auto says = say(row.says);
+    if (row.kind == WordKind::none) {
+        command.add_flag(name, says)->disable_flag_override();
+        return;
+    }
+    auto* const option = command.add_option(name, says);
+    option->type_name(std::string(row.word));
+    if (row.times == OptionRow::Times::any)
+        option->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    else if (row.wordMayBeMissing())
+        option->expected(0, 1);
+    option->required(row.times == OptionRow::Times::once);
+}
+
+void relate(CLI::App& command, const OptionRow& row) {
+    auto* const option = command.get_option(std::string(row.name));
+    for (const auto& other : row.excludes)
+        option->excludes(command.get_option(std::string(other)));
+    if (!row.needs.empty())
+        option->needs(command.get_option(std::string(row.needs)));
+}
+
+/// Stands before a word that the parser is not to look into: it would take brackets for a list, and
+/// what is behind "--" for nobody's. It stands before those that begin with it, too.
+constexpr char plainMark = '\x01';
+
+std::string marked(std::string_view word) {
+    return plainMark + std::string(word);
+}
+
+std::string unmarked(std::string word) {
+    if (!word.empty() && word.front() == plainMark)
+        word.erase(0, 1);
+    return word;
+}
+
+bool mayLackItsWord(std::string_view option) {
+    for (const auto& command : commandTable()) {
+        for (const auto& row : command.options) {
+            if (row.name == option && row.wordMayBeMissing())
+                return true;
+        }
+    }
+    return false;
+}
+
+/// Whether a word stands behind `option` that is no command.
+bool isWordOfCommonOption(std::string_view option) {
+    const auto& rows = commonOptions();
+    return std::any_of(rows.begin(), rows.end(), [&](const OptionRow& row) {
+        return row.kind != WordKind::none && row.name == option;
+    });
+}
+
+/// The words for the parser, which takes them from the back.
+std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
+    std::vector<std::string> words;
+    bool isBehindDashes = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (word == "--" && !isBehindDashes) {
+            isBehindDashes = true;
+            // Its word does not come from behind them.
+            if (mayLackItsWord(argv[i - 1]))
+                words.emplace_back("--");
+            continue;
+        }
+        const auto value = word.starts_with("--") ? word.find('=') : word.npos;
+        // "++" would end a command.
+        if (isBehindDashes || word == "++" || word.starts_with('[') || word.starts_with(plainMark))
+            words.push_back(marked(word));
+        else if (value != word.npos)
+            words.push_back(std::string(word.substr(0, value + 1)) +
+                            marked(word.substr(value + 1)));
+        else
+            words.emplace_back(word);
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+/// Why a word cannot stand behind its option; empty if it can.
+std::string reasonAgainstWord(const OptionRow& row, const std::string& word) {
+    if (row.kind == WordKind::number) {
+        std::size_t number = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+        if (error != std::errc() || end != word.data() + word.size() || number == 0)
+            return say("%1 is followed by a number from 1 on, not by '%2'", row.name,
+                       escaped(word));
+    }
+    if (row.kind == WordKind::choice && !isAmong(row.choices, word)) {
+        std::vector<Phrase> choices(row.choices.begin(), row.choices.end());
+        return say("%1 is followed by one of %2, not by '%3'", row.name,
+                   Phrase::list(translatable(", "), choices), escaped(word));
+    }
+    return {};
+}
+
+/// The parser for the whole table.
+class Parser {
+  public:
+    explicit Parser(const std::string& version)
+        : app_(say("Shows who may do what with files and folders, and how large they are."),
+               "morvane") {
+        describe(app_, commonOptions(), "morvane " + version);
+        app_.require_subcommand(1);
+        for (const auto& row : commandTable()) {
+            auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
+            command->group(say("Subcommands"));
+            describe(*command, row.options, "morvane " + version);
+        }
+    }
+
+    /// What is to be printed at once, or nothing if the words were understood.
+    std::optional<Outcome> parse(int argc, const char* const* argv) {
+        try {
+            app_.parse(wordsForParser(argc, argv));
+            return std::nullopt;
+        } catch (const CLI::ParseError& stop) {
+            std::ostringstream output;
+            std::ostringstream message;
+            if (app_.exit(stop, output, message) == 0)
+                return Outcome{ExitSuccess, output.str(), {}};
+            return whyNot(stop, argc, argv);
+        }
+    }
+
+    /// The words that were understood, or what is wrong with one of them.
+    std::variant<Outcome, ParsedWords> words() const {
+        ParsedWords parsed;
+        parsed.command = chosen();
+        std::optional<Outcome> problem;
+        const auto take = [&](const CLI::App& app, const std::vector<OptionRow>& options,
+                              OptionValues& values) {
+            for (const auto& row : options) {
+                const std::string name(row.name);
+                if (app.count(name) == 0)
+                    continue;
+                auto words = app.get_option(name)->results();
+                for (auto& word : words) {
+                    word = unmarked(std::move(word));
+                    const auto reason = reasonAgainstWord(row, word);
+                    if (!problem && !reason.empty())
+                        problem = misunderstood(reason, &app == &app_ ? "" : parsed.command);
+                }
+                values.put(row.name, std::move(words));
+            }
+        };
+        take(app_, commonOptions(), parsed.common);
+        for (const auto& row : commandTable()) {
+            if (row.name == parsed.command)
+                take(*app_.get_subcommand(parsed.command), row.options, parsed.values);
+        }
+        if (problem)
+            return *problem;
+        return parsed;
+    }
+
+    std::string help(const std::string& command) const {
+        const CLI::App* const app = command.empty() ? &app_ : app_.get_subcommand(command);
+        return app->get_formatter()->make_help(
+            app, command.empty() ? "morvane" : "morvane " + command, CLI::AppFormatMode::Normal);
+    }
+
+  private:
+    /// The command that the words name; empty if they name none.
+    std::string chosen() const {
+        const auto commands = app_.get_subcommands();
+        return commands.empty() ? std::string() : commands.front()->get_name();
+    }
+
+    static void describe(CLI::App& app, const std::vector<OptionRow>& options,
+                         const std::string& version) {
+        for (const char* label :
+             {translatable("Usage"), translatable("OPTIONS"), translatable("SUBCOMMAND"),
+              translatable("Positionals"), translatable("REQUIRED"), translatable("Needs"),
+              translatable("Excludes")})
+            app.get_formatter()->label(label, say(label));
+        app.option_defaults()->group(say("Options"));
+        app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
+        app.set_version_flag("--version", version, say("Print the version and exit"))
+            ->disable_flag_override();
+        app.footer(footer());
+        for (const auto& row : options)
+            addOption(app, row);
+        for (const auto& row : options)
+            relate(app, row);
+    }
+
+    /// The first word that nothing is known of decides, as all others may follow from it.
+    Outcome whyNot(const CLI::ParseError& stop, int argc, const char* const* argv) const {
+        const auto command = chosen();
+        const bool isExtra = stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+        bool isBehindCommand = false;
+        bool isBehindDashes = false;
+        for (int i = 1; i < argc; ++i) {
+            const std::string_view word = argv[i];
+            const bool isOption = !isBehindDashes && word.starts_with('-');
+            isBehindDashes |= word == "--";
+            if (word.empty() || word == "--" || isWordOfCommonOption(argv[i - 1]))
+                continue;
+            if (!isOption && command.empty() && !isAmong(commandNames(), word))
+                return noSuchCommand(word);
+            if (isOption && word.starts_with("--") && isExtra) {
+                const auto where = isBehindCommand ? command : std::string();
+                if (const auto reason = reasonAgainst(word, where))
+                    return misunderstood(*reason, where);
+            }
+            isBehindCommand |= word == command;
+        }
+        std::string reason = stop.what();
+        std::erase(reason, plainMark);
+        return misunderstood(escaped(reasonOfParser(reason)), command);
+    }
+
+    /// Why an option cannot stand where it does.
+    static std::optional<std::string> reasonAgainst(std::string_view word,
+                                                    std::string_view command) {
+        const auto option = word.substr(0, word.find('='));
+        const auto names = optionNames(command);
+        if (isAmong(names, option))
+            return std::nullopt;
+        if (isAmong(optionNames({}), option))
+            return say("'%1' stands before the command", option);
+        return withQuestion(say("there is no option '%1'", escaped(option)), option, names);
+    }
+
+    CLI::App app_;
+};
+
+}  // namespace
+
+std::vector<std::string> OptionValues::all(std::string_view name) const {
+    const auto found = words_.find(name);
+    return found == words_.end() ? std::vector<std::string>() : found->second;
+}
+
+std::string OptionValues::one(std::string_view name) const {
+    const auto words = all(name);
+    return words.empty() ? std::string() : words.front();
+}
+
+std::size_t OptionValues::number(std::string_view name) const {
+    const auto word = one(name);
+    std::size_t number = 0;
+    std::from_chars(word.data(), word.data() + word.size(), number);
+    return number;
+}
+
+std::variant<Outcome, ParsedWords> parseWords(int argc, const char* const* argv,
+                                              const std::string& version) {
+    Parser parser(version);
+    if (auto outcome = parser.parse(argc, argv))
+        return *outcome;
+    return parser.words();
+}
+
+std::string helpOfCommand(const std::string& command) {
+    return Parser({}).help(command);
+}
+
+Outcome pointedToHelp(Outcome outcome, std::string_view command) {
+    if (outcome.exitCode == ExitUsage)
+        outcome.message +=
+            "  " +
+            say("'%1' tells how the command is used.",
+                "morvane " + std::string(command) + (command.empty() ? "" : " ") + "--help") +
+            '\n';
+    return outcome;
+}
+
+Outcome misunderstood(const std::string& reason, const std::string& command) {
+    return pointedToHelp({ExitUsage, {}, message({reason})}, command);
+}
+
+Outcome noSuchCommand(std::string_view word, const std::vector<std::string_view>& topics) {
+    auto names = commandNames();
+    names.insert(names.end(), topics.begin(), topics.end());
+    return misunderstood(withQuestion(say("there is no command '%1'", escaped(word)), word, names),
+                         {});
+}
+
+}  // namespace morvane

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+/// What this program sees of an item itself, without a service and with no other right than its
+/// user's.
+namespace morvane {
+
+struct FileFacts {
+    /// Kind and rights, as the system has them.
+    std::uint32_t mode = 0;
+    std::uint32_t owner = 0;
+    std::uint32_t group = 0;
+    /// In bytes.
+    std::int64_t size = 0;
+    /// Of its content, in seconds since 1970.
+    std::int64_t modified = 0;
+    /// What a symbolic link points to; empty for anything else.
+    std::string target = {};
+    /// Whether it has a list beside the rights of the mode.
+    bool hasList = false;
+    /// Differs between mounts; 0 if the system does not tell.
+    std::uint64_t mount = 0;
+
+    bool isFolder() const;
+    /// "file", "folder", "link", "fifo", "socket", "character device" or "block device".
+    const char* kind() const;
+    /// "drwxr-x--x", with a "+" behind it if there is a list.
+    std::string modeText() const;
+};
+
+/// The facts of an item, a link's own; empty if this program cannot see it.
+using FactsSource = std::function<std::optional<FileFacts>(const std::string& path)>;
+std::optional<FileFacts> factsOfFile(const std::string& path);
+
+/// A user's or a group's name, which is looked up once in a run; empty if it has none.
+std::optional<std::string> nameOfOwner(std::uint32_t id, bool isGroup);
+
+}  // namespace morvane
