@@ -17,11 +17,11 @@ fail() { echo "FAILED: $*" >&2; exit 1; }
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 echo "each public header compiles alone"
-for header in "$prefix"/include/MorvaneOperation/*.h; do
-    name=MorvaneOperation/${header##*/}
-    echo "#include <$name>" | "$cxx" "${flags[@]}" -fsyntax-only -I"$prefix/include" -x c++ - ||
-        fail "$name needs something that it does not include"
-done
+(cd "$prefix/include" && ls MorvaneOperation/*.h) |
+    prefix=$prefix cxx=$cxx flags="${flags[*]}" xargs -P 2 -n 1 sh -c '
+        echo "#include <$1>" | "$cxx" $flags -fsyntax-only -I"$prefix/include" -x c++ - ||
+            { echo "$1 needs something that it does not include" >&2; exit 1; }' compile ||
+    fail "a public header does not compile alone"
 echo '#include <MorvaneOperation/acl_perms.h>
 int main(void) { return acl_perms[0].name == 0; }' |
     cc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$prefix/include" -x c - ||
