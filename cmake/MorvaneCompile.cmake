@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Warnings and sanitizers, the same for everything that is built here. Whether warnings are errors, and which
 # linker is used, is for the builder to choose; the presets that the project is developed with choose both.
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
                     -Wconversion -Wno-sign-conversion
                     # GCC 12 warns of its own std::string operator+ at -O3.
                     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)

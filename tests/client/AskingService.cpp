@@ -10,8 +10,8 @@
 
 #include "EveryMessage.h"
 
-/// The sizes of "/N" are N bytes so far, and again and again, until the client says no. Lists and
-/// folders are empty, and answered at once.
+/// The sizes of "/N" are N bytes so far, and again and again, until the client says no; so long a
+/// list is propagated, too. Lists and folders are empty, and answered at once.
 namespace {
 
 using namespace morvane;
@@ -43,6 +43,27 @@ class Sum : public std::enable_shared_from_this<Sum> {
     const Reply reply_;
 };
 
+class Propagation : public std::enable_shared_from_this<Propagation> {
+  public:
+    Propagation(std::shared_ptr<NSXPCConnection> client, NSXPCReply<NSErrorRef> reply)
+        : client_(std::move(client)), reply_(std::move(reply)) {}
+
+    void ask() {
+        client_
+            ->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+                [self = shared_from_this()](NSErrorRef) {})
+            ->progressWithReply([self = shared_from_this()](bool goesOn) {
+                if (goesOn)
+                    return self->ask();
+                self->reply_(NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED));
+            });
+    }
+
+  private:
+    const std::shared_ptr<NSXPCConnection> client_;
+    const NSXPCReply<NSErrorRef> reply_;
+};
+
 class AskingService final : public UnansweredRequests {
   public:
     explicit AskingService(std::weak_ptr<NSXPCConnection> client) : client_(std::move(client)) {}
@@ -50,6 +71,11 @@ class AskingService final : public UnansweredRequests {
     void getSizesWithUrls(std::vector<NSURL> urls, Sum::Reply reply) override {
         if (const auto client = client_.lock())
             std::make_shared<Sum>(client, urls.at(0), std::move(reply))->ask();
+    }
+    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
+                             NSXPCReply<NSErrorRef> reply) override {
+        if (const auto client = client_.lock())
+            std::make_shared<Propagation>(client, std::move(reply))->ask();
     }
     void getAclEntriesWithUrl(
         NSURL, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override {
@@ -73,6 +99,8 @@ int main() {
     listener->setNewConnectionHandler([](const std::shared_ptr<NSXPCConnection>& connection) {
         const auto requests = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
         requests->setClasses({&NSArrayClass, &NSURLClass}, "getSizesWithUrls:reply:", 0, false);
+        requests->setClasses({&NSArrayClass, &MVAclEntry::classObject()},
+                             "propagateAclEntries:url:reply:", 0, false);
         connection->setExportedInterface(requests);
         connection->setExportedObject<MVFileRequest>(std::make_shared<AskingService>(connection));
         connection->setRemoteObjectInterface(

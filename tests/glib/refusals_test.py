@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: MIT
+"""What a program is told where the user's rights do not suffice, on the real privileged road.
+
+usage: refusals_test.py HELPER POLICY-FILE POLICY-AGENT [unittest arguments]
+"""
+import os
+import shutil
+import sys
+import unittest
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
+import rig as rigs  # noqa: E402
+from privileged_case import PrivilegedCase  # noqa: E402
+
+TOLD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "told.py")
+HELPER, POLICY, AGENT = map(os.path.abspath, sys.argv[1:4])
+rigs.enter_namespaces()
+RIG = rigs.Rig(HELPER, [POLICY], AGENT)
+ERROR = "morvane-error-quark"
+DENIED, DISMISSED, NOBODY_TO_ASK = 1, 2, 3
+
+
+class Refusals(PrivilegedCase):
+    def told(self, what, path, agent=None):
+        program = RIG.start([sys.executable, TOLD, what, path], agent).finish()
+        self.assertEqual((program.code, program.message), (0, ""))
+        return program.output, len(program.prompts)
+
+    def test_a_right_that_is_granted_is_asked_for_once(self):
+        self.assertEqual(self.told("read", self.file, "allow"), ("3\n", 1))
+
+    def test_denied_dismissed_and_nobody_to_ask_are_told_apart(self):
+        self.assertEqual(self.told("read", self.file, "deny")[0], f"{ERROR} {DENIED}\n")
+        self.assertEqual(self.told("read", self.file, "cancel")[0], f"{ERROR} {DISMISSED}\n")
+        self.assertEqual(self.told("read", self.file)[0], f"{ERROR} {NOBODY_TO_ASK}\n")
+
+    def test_the_items_that_a_propagation_has_not_reached_are_listed(self):
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        shutil.chown(self.folder, rigs.USER, rigs.USER)
+        output, _ = self.told("propagate", self.folder)
+        self.assertRegex(output, rf"^g-io-error-quark \d+\n{self.file} .+\n$")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]], verbosity=2)
