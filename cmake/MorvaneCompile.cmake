@@ -8,7 +8,7 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:
 if(CMAKE_UNITY_BUILD)
     # Several files are compiled as one, which takes half the time. (The preset dev compiles each by
     # itself: what a file forgot to include shows there.) Their unnamed namespaces are in no header.
-    add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    add_compile_options($<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
 endif()
 if(MORVANE_SANITIZE)
     add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
