@@ -3,6 +3,7 @@
 
 // What the pieces of code in the documentation take as given: a host's own functions and objects.
 #include <MorvaneOperation/MorvaneOperation.h>
+#include <MorvaneOperation/platform/dispatch/MainLoop.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 #include <MorvaneOperation/platform/foundation/NSUserDefaults.h>
 #include <MorvaneOperation/platform/host/KDLocalizedString.h>
@@ -32,6 +33,9 @@ inline void greyOut(const MVAclEntry&, std::int64_t) {}
 inline void store(const PosixList&) {}
 inline void askTheHelper() {}
 inline void runOnMyLoop(const std::function<void()>&) {}
+inline bool isMyLoopsThread() {
+    return true;
+}
 inline const std::function<void(NSErrorRef)> onError = [](NSErrorRef) {};
 
 struct View final : NSKeyValueObserver {

@@ -96,7 +96,7 @@ class Rooms(unittest.TestCase):
 
     def header(self, name):
         """The file that an #include means; None for one of the system."""
-        public = re.fullmatch(r"MorvaneOperation/(platform/.+)", name)
+        public = re.fullmatch(r"MorvaneOperation/((?:platform|qt)/.+)", name)
         if public:
             return public[1]
         return f"include/{name}" if name.startswith("MorvaneOperation/") else self.private.get(name)

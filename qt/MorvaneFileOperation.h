@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <MorvaneOperation/qt/MorvaneError.h>
+
+#include <QList>
+#include <QObject>
+#include <memory>
+#include <optional>
+#include <stop_token>
+
+/// A piece of work that a MorvaneFileClient has begun.
+///
+///     auto* const writing = client->writeAcl(acl, MorvaneFileClient::WhenRefused);
+///     connect(cancelButton, &QPushButton::clicked, writing, &MorvaneFileOperation::cancel);
+///     connect(writing, &MorvaneFileOperation::finished, this, [this, writing] {
+///         if (writing->error())
+///             QMessageBox::warning(this, {}, writing->error().text());
+///     });
+///
+/// It is a child of its client and deletes itself once the program is back in the event loop after
+/// finished(). Who deletes it, or the client, before then cancels it and hears no more of it.
+/// Used on the thread of its client.
+class MORVANE_EXPORT MorvaneFileOperation : public QObject {
+    Q_OBJECT
+
+  public:
+    ~MorvaneFileOperation() override;
+
+    bool isFinished() const { return finished_; }
+    /// None before the end.
+    const MorvaneError& error() const { return error_; }
+
+  public Q_SLOTS:
+    /// Asks for the end; finished() still comes. What has not been sent to a service is not sent,
+    /// and the error says so (MorvaneError::isCancellation()); otherwise the service decides what
+    /// it still does.
+    void cancel();
+
+  Q_SIGNALS:
+    /// It is at work. `sizes` are the bytes counted so far, of the items that were asked for, in
+    /// their order (negative: unknown); empty where there is nothing to count.
+    void progress(const QList<qint64>& sizes);
+    /// Comes once, after progress() and never inside the call that has begun the work.
+    void finished();
+
+  protected:
+    explicit MorvaneFileOperation(QObject* parent);
+
+  private:
+    friend class MorvaneFileClient;
+    void finish(morvane::NSErrorRef error);
+
+    std::stop_source stop_;
+    MorvaneError error_;
+    bool finished_ = false;
+};
+
+/// One that brings something.
+template <class Answer>
+class MorvaneAnswer final : public MorvaneFileOperation {
+  public:
+    /// Whether there is one: after finished(), and with an error only where something is known all
+    /// the same (rename(), sizes()).
+    bool hasAnswer() const { return answer_->has_value(); }
+    /// What was asked for. Throws std::bad_optional_access where there is none.
+    const Answer& answer() const { return answer_->value(); }
+
+  private:
+    friend class MorvaneFileClient;
+    explicit MorvaneAnswer(QObject* parent) : MorvaneFileOperation(parent) {}
+
+    // On its own, as what fills it may come after the end of the operation.
+    const std::shared_ptr<std::optional<Answer>> answer_ =
+        std::make_shared<std::optional<Answer>>();
+};

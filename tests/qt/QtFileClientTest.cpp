@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include <QCoreApplication>
+#include <QPointer>
+#include <algorithm>
+#include <cerrno>
+
+#include "QtTestSupport.h"
+
+/// What the operations bring, on real files and by real services.
+namespace morvane {
+namespace {
+
+using QtFileClient = QtClientTest;
+
+TEST_F(QtFileClient, AListIsReadEditedAndWritten) {
+    const auto file = makeFile("file", 0644);
+    const auto acl = read(file);
+    ASSERT_EQ(acl.entries.size(), 3u);
+    acl.entries.back()->setPermissionGroup(MVAclGroupNone);
+    EXPECT_FALSE(done(client.writeAcl(acl))->error());
+    EXPECT_EQ(modeOf(file), 0640u);
+}
+
+TEST_F(QtFileClient, AnOperationDeletesItselfAfterItHasFinished) {
+    const QPointer reading = done(client.readAcl(urlOf(makeFile("file"))));
+    ASSERT_TRUE(reading);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(reading);
+}
+
+TEST_F(QtFileClient, AnOperationMayBeDeletedByTheSlotThatHearsOfItsEnd) {
+    QPointer<MorvaneFileOperation> reading = client.readAcl(urlOf(makeFile("file")));
+    QEventLoop loop;
+    QObject::connect(reading, &MorvaneFileOperation::finished, [&] {
+        delete reading;
+        loop.quit();
+    });
+    loop.exec();
+    EXPECT_FALSE(reading);
+}
+
+TEST_F(QtFileClient, AnErrorSaysWhatHappened) {
+    const auto* const reading = done(client.readAcl(urlOf(folder / "no")));
+    ASSERT_TRUE(reading->error());
+    EXPECT_EQ(reading->error().error()->code(), ENOENT);
+    EXPECT_EQ(reading->error().text(), "No such file or directory");
+    EXPECT_EQ(reading->error().refusal(), MorvaneError::NotRefused);
+    EXPECT_FALSE(reading->hasAnswer());
+    EXPECT_THROW(reading->answer(), std::bad_optional_access);
+}
+
+TEST_F(QtFileClient, WhatIsNoUrlAndWhoIsNobodyEndsAnOperationWithAnError) {
+    const auto isInvalid = [](const MorvaneFileOperation* operation, const QString& text) {
+        EXPECT_EQ(operation->error().error()->domain(), NSPOSIXErrorDomain);
+        EXPECT_EQ(operation->error().error()->code(), EINVAL);
+        EXPECT_EQ(operation->error().text(), text);
+    };
+    const QString noUrl("\"some/file\" is not the URL of a file or folder.");
+    const QUrl relative("some/file");
+    isInvalid(done(client.readAcl(relative)), noUrl);
+    isInvalid(done(client.contents(relative)), noUrl);
+    isInvalid(done(client.sizes({urlOf(folder), relative})), noUrl);
+    isInvalid(done(client.rename({relative, urlOf(folder)}, {"a", "b"})), noUrl);
+    isInvalid(done(client.effectiveAccess(relative, MorvaneIdentity::everyone())), noUrl);
+    isInvalid(done(client.effectiveAccess(urlOf(folder), {})),
+              "It was not said whose access is wanted.");
+}
+
+TEST_F(QtFileClient, AListThatHasChangedSinceItWasReadIsNotReplaced) {
+    const auto file = makeFile("file", 0644);
+    const auto acl = read(file);
+    std::filesystem::permissions(file, std::filesystem::perms(0600));
+    const auto* const writing = done(client.writeAcl(acl));
+    EXPECT_TRUE(writing->error().isListChanged());
+    EXPECT_EQ(modeOf(file), 0600u);
+}
+
+TEST_F(QtFileClient, LossesAreToldBeforeAndWithTheRefusal) {
+    auto acl = read(makeFile("file", 0644));
+    const auto entry = MVAclEntry::newEntryForDirectory(false);
+    entry->setUuid(uuidOfPosixIdentity(CBPosixUser{54321}));
+    entry->setPermissionGroup(MVAclGroupAll);
+    acl.entries.push_back(entry);
+    const auto* const asking = done(client.lossesOfAcl(acl));
+    ASSERT_FALSE(asking->error());
+    ASSERT_EQ(asking->answer().losses.size(), 1u);
+    EXPECT_TRUE(acl.list->losses(asking->answer().nearest).empty());
+    const auto* const writing = done(client.writeAcl(acl));
+    ASSERT_EQ(writing->error().losses().size(), 1);
+    EXPECT_EQ(writing->error().losses().front().section('"', 0, 1),
+              "allow uid 54321: \"Administration");
+}
+
+TEST_F(QtFileClient, AnEntryThatIsNullIsRefusedInTheCall) {
+    const MVFileAcl acl{NSURL::fileURLWithPath(folder.string()), {nullptr}};
+    EXPECT_THROW(client.writeAcl(acl), std::invalid_argument);
+    EXPECT_TRUE(client.children().isEmpty());
+}
+
+TEST_F(QtFileClient, FoldersAreListedCountedAndPropagated) {
+    const auto sub = folder / "sub";
+    std::filesystem::create_directory(sub);
+    const auto below = makeFile("sub/below", 0600);
+    EXPECT_EQ(done(client.contents(urlOf(sub)))->answer(), QList{urlOf(below)});
+    EXPECT_EQ(done(client.sizes({urlOf(below), urlOf(sub)}))->answer(), (QList<qint64>{4, 4}));
+    std::filesystem::permissions(sub, std::filesystem::perms(0755));
+    EXPECT_FALSE(done(client.propagateAcl(read(sub)))->error());
+    EXPECT_EQ(modeOf(below), 0644u);
+}
+
+TEST_F(QtFileClient, NamesThatAreNotUtf8ComeThroughUrls) {
+    const auto sub = folder / "sub";
+    std::filesystem::create_directory(sub);
+    const auto odd = makeFile("sub/\xff %41", 0600);
+    const auto urls = done(client.contents(urlOf(sub)))->answer();
+    ASSERT_EQ(urls.size(), 1);
+    const auto* const renaming = done(client.rename(urls, {"ü %41"}));
+    EXPECT_FALSE(renaming->error()) << renaming->error().text().toStdString();
+    EXPECT_EQ(renaming->answer().urls,
+              QList{QUrl::fromLocalFile(QString::fromStdString((sub / "ü %41").string()))});
+    EXPECT_EQ(renaming->answer().codes, QList{0});
+    EXPECT_TRUE(std::filesystem::exists(sub / "ü %41"));
+}
+
+TEST_F(QtFileClient, AccessIsTold) {
+    const auto file = makeFile("file", 0604);
+    const auto* const asking =
+        done(client.effectiveAccess(urlOf(file), MorvaneIdentity::user("daemon")));
+    ASSERT_FALSE(asking->error()) << asking->error().text().toStdString();
+    ASSERT_GE(asking->answer().size(), 2u);
+    EXPECT_NE(MVTreeNode::stateOf(*asking->answer()[0]), MVStateOff);
+    EXPECT_EQ(MVTreeNode::stateOf(*asking->answer()[1]), MVStateOff);
+}
+
+TEST_F(QtFileClient, WhomAnEntryCanBeForIsFoundByAPartOfTheName) {
+    const auto found = done(client.identities("daemo"))->answer();
+    ASSERT_GE(found.size(), 2);
+    EXPECT_TRUE(found.contains(MorvaneIdentity::user("daemon")));
+    EXPECT_TRUE(found.contains(MorvaneIdentity::group("daemon")));
+    EXPECT_EQ(found.front().name(), "daemon");
+    EXPECT_EQ(MorvaneIdentity::user("daemon").text(), "user daemon");
+    EXPECT_FALSE(MorvaneIdentity::user("nobody of that name"));
+    EXPECT_TRUE(MorvaneIdentity::creatorGroup().isGroup());
+}
+
+/// The sizes of "/N" are N bytes so far, until the client says no.
+class QtLongWork : public QtClientTest {
+  protected:
+    QtLongWork() { serve(MORVANE_ASKING_SERVICE); }
+};
+
+TEST_F(QtLongWork, TwoOperationsTellTheirOwnProgressAndAreCancelledEachByItself) {
+    auto* const first = client.sizes({QUrl("file:///1")});
+    auto* const second = client.sizes({QUrl("file:///2")});
+    QSignalSpy ofFirst(first, &MorvaneFileOperation::progress);
+    QSignalSpy ofSecond(second, &MorvaneFileOperation::progress);
+    QSignalSpy secondFinished(second, &MorvaneFileOperation::finished);
+    while (ofFirst.empty() || ofSecond.empty())
+        ASSERT_TRUE((ofFirst.empty() ? ofFirst : ofSecond).wait(watchdogInMs));
+    EXPECT_EQ(ofFirst.front().front().value<QList<qint64>>(), QList<qint64>{1});
+    EXPECT_EQ(ofSecond.front().front().value<QList<qint64>>(), QList<qint64>{2});
+    first->cancel();
+    done(first);
+    EXPECT_TRUE(first->error().isCancellation());
+    // What was counted by then.
+    EXPECT_EQ(first->answer(), QList<qint64>{1});
+    EXPECT_TRUE(secondFinished.empty());
+    second->cancel();
+    done(second);
+    EXPECT_EQ(secondFinished.size(), 1);
+}
+
+TEST_F(QtLongWork, WhoDeletesAnOperationHearsNoMoreOfItAndTheServiceIsToldToStop) {
+    auto* const counting = client.sizes({QUrl("file:///1")});
+    QSignalSpy progress(counting, &MorvaneFileOperation::progress);
+    QSignalSpy finished(counting, &MorvaneFileOperation::finished);
+    ASSERT_TRUE(progress.wait(watchdogInMs));
+    delete counting;
+    // All connections that long work may have are free again.
+    QList<MorvaneFileOperation*> others;
+    for (std::size_t i = 1; i != MVFileClient::mostConnections; ++i)
+        others << client.sizes({QUrl("file:///3")});
+    for (auto* const other : others) {
+        QSignalSpy begun(other, &MorvaneFileOperation::progress);
+        ASSERT_TRUE(begun.wait(watchdogInMs));
+    }
+    EXPECT_TRUE(finished.empty());
+}
+
+TEST_F(QtLongWork, TheEndOfAClientEndsItsOperations) {
+    auto other = std::make_unique<MorvaneFileClient>();
+    const QPointer counting = other->sizes({QUrl("file:///1")});
+    QSignalSpy progress(counting, &MorvaneFileOperation::progress);
+    QSignalSpy finished(counting, &MorvaneFileOperation::finished);
+    ASSERT_TRUE(progress.wait(watchdogInMs));
+    other.reset();
+    EXPECT_FALSE(counting);
+    // What it has still posted comes to nobody.
+    EXPECT_FALSE(done(client.contents(QUrl("file:///")))->error());
+    EXPECT_TRUE(finished.empty());
+}
+
+}  // namespace
+}  // namespace morvane
