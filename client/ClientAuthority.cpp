@@ -43,8 +43,8 @@ void ClientAuthority::obtain(const char* right, std::uint64_t begun,
             return obtained(refusal.error);
         connector->getAuthConnectionForRight(right, [self, right, connector,
                                                      obtained](NSErrorRef error) {
-            // What is refused is told before the call returns,
-            // and so on this queue.
+            // A refusal is reported before the call returns, and so on
+            // this queue.
             if (error && isAboutRights(*error))
                 self->refusals_[right] = {self->now(), error};
             if (!error && (!MVAuthorization::sharedAuthorization() || !connector->authConnection()))

@@ -23,9 +23,9 @@ class ClientAuthority : public std::enable_shared_from_this<ClientAuthority> {
     std::uint64_t now() { return ++clock_; }
 
     /// Obtains `right` and a connection to the helper for the operation that began at `begun`. Then
-    /// `obtained` is called on a thread of the library's, with null or the reason why not; it is
-    /// not if `isWanted` says no when its turn comes. Throws std::system_error if no thread can be
-    /// had.
+    /// `obtained` is called on a thread of the library's, with null or the reason why there is
+    /// none. It is not called if `isWanted` returns false when its turn comes. Throws
+    /// std::system_error if no thread can be started.
     void obtain(const char* right, std::uint64_t begun, std::shared_ptr<MVFileConnector> connector,
                 std::function<bool()> isWanted, std::function<void(NSErrorRef)> obtained);
 
@@ -37,7 +37,7 @@ class ClientAuthority : public std::enable_shared_from_this<ClientAuthority> {
 
     std::atomic<std::uint64_t> clock_ = 0;
     const std::shared_ptr<DispatchQueue> queue_;
-    /// The last one of each right; on the queue.
+    /// The last refusal of each right. It is used on the queue.
     std::map<std::string, Refusal> refusals_;
 };
 

@@ -11,8 +11,8 @@ namespace morvane {
 
 namespace {
 
-/// What the thread is serving now. An operation that ends while it is started gives its connector
-/// back to a loop that looks again anyway.
+/// The lanes in which this thread is starting operations now. An operation that ends while it is
+/// started gives its connector back to that loop, which looks again anyway.
 thread_local const ClientLanes* servedHere = nullptr;
 
 class Serving {
@@ -47,7 +47,7 @@ void ClientLanes::add(std::shared_ptr<ClientOperation> operation) {
 
 std::shared_ptr<ClientOperation> ClientLanes::next(
     std::vector<std::shared_ptr<ClientOperation>>& ended) {
-    // What has ended while it waited needs no connector.
+    // An operation that has ended while it waited needs no connector.
     for (auto* waiting : {&short_, &long_}) {
         while (!waiting->empty() && !waiting->front()->isWaiting()) {
             ended.push_back(std::move(waiting->front()));

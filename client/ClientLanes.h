@@ -14,7 +14,7 @@ namespace morvane {
 class ClientOperation;
 class ClientLanes;
 
-/// One operation's use of a connector; lets the next one have it at its end.
+/// One operation's use of a connector. Its end lets the next operation have the connector.
 class ClientLane {
   public:
     ClientLane(std::shared_ptr<ClientLanes> lanes, std::shared_ptr<MVFileConnector> connector,
@@ -32,7 +32,7 @@ class ClientLane {
 };
 
 /// Gives each operation a connector of its own, as many as there may be, and has the others wait.
-/// Short operations go first, and one connector is kept for them. Any thread.
+/// Short operations go first, and one connector is kept for them. It may be used on any thread.
 class ClientLanes : public std::enable_shared_from_this<ClientLanes> {
   public:
     /// With `keepsOne`, a connector that nobody uses is kept for the next operation.
@@ -47,9 +47,9 @@ class ClientLanes : public std::enable_shared_from_this<ClientLanes> {
     void giveBack(std::shared_ptr<MVFileConnector> connector, bool isLong);
     /// Starts whatever can start.
     void serve();
-    /// The next operation that can start; null if none can. Counts it as started. Those that have
-    /// ended meanwhile are moved to `ended`: they may hold what their host has given them, which is
-    /// not to go while the lock is held.
+    /// Returns the next operation that can start, and counts it as started; null if none can. The
+    /// operations that have ended meanwhile are moved to `ended`: they may hold objects of their
+    /// host, which must not be destroyed while the lock is held.
     std::shared_ptr<ClientOperation> next(std::vector<std::shared_ptr<ClientOperation>>& ended);
 
     const MVFileClient::ConnectorMaker maker_;

@@ -164,7 +164,7 @@ void ClientOperation::repeatPrivileged() {
     bool isCancelled = false;
     {
         const std::lock_guard lock(mutex_);
-        // It may have been told to have failed after the request had gone out.
+        // A failure may be reported although the request had been sent.
         if (phase_ != Phase::sent)
             return;
         phase_ = Phase::waiting;

@@ -22,12 +22,12 @@
 
 namespace morvane {
 
-/// What was thrown, as an error.
+/// The exception that is being handled, as an error.
 NSErrorRef errorOfFailure(const std::exception_ptr& failure);
-/// The end of what was cancelled before it was sent.
+/// The error of an operation that was cancelled before its request was sent.
 NSErrorRef cancellation();
 
-/// What the operations of a client share; lasts as long as one of them does.
+/// The parts that the operations of a client share. They last as long as one of these does.
 class MVFileClient::State {
   public:
     State(Executor executor, ConnectorMaker maker);
@@ -36,7 +36,7 @@ class MVFileClient::State {
     const std::shared_ptr<ClientAuthority> authority = std::make_shared<ClientAuthority>();
     const std::shared_ptr<ClientLanes> lanes;
     const std::shared_ptr<ClientLanes> privilegedLanes;
-    /// For what needs no service.
+    /// Runs operations that need no service.
     const std::shared_ptr<DispatchQueue> work = DispatchQueue::serialQueue(nullptr);
     const std::shared_ptr<IdentitySearch> people = std::make_shared<IdentitySearch>();
 
@@ -60,40 +60,42 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     ClientOperation& operator=(const ClientOperation&) = delete;
 
     bool isLong() const { return isLong_; }
-    /// Whether its request is still to be sent.
+    /// Returns whether its request is still to be sent.
     bool isWaiting() const;
-    /// Begins; returns at once.
+    /// Begins the operation; returns at once.
     void start();
-    /// Ends it if it waits, and has the service stop otherwise. Any thread.
+    /// Ends the operation if it waits, and has the service stop otherwise. May be called on any
+    /// thread.
     void cancel();
-    /// Sends the request, on another thread, with the connector that is the operation's now.
+    /// Has the request sent on another thread, by the connector that the operation has now.
     void run(const std::shared_ptr<ClientLane>& lane);
-    /// Ends it with what was thrown.
+    /// Ends the operation with the exception that is being handled.
     void failWith(const std::exception_ptr& failure);
 
   protected:
-    /// Puts the completion to the executor with `error`.
+    /// Has the executor call the completion with `error`.
     virtual void complete(NSErrorRef error) = 0;
-    /// Sends the request. What comes ends in answered(), or in failed().
+    /// Sends the request. Its reply or error arrives in answered() or failed().
     virtual void send(NSXPCConnection& connection, bool privileged,
                       std::shared_ptr<ClientLane> lane) = 0;
 
     /// Ends the operation with `error`.
     void fail(NSErrorRef error);
-    /// True for the first caller, who then calls the completion.
+    /// Returns true to its first caller, who then calls the completion.
     bool end();
-    /// Whether a request that was refused is sent to the helper, too.
+    /// Returns whether a request that was refused is to be sent to the helper.
     bool mayRepeat(bool privileged) const {
         return !privileged && options_.privilege == MVPrivilege::whenRefused;
     }
     void repeatPrivileged();
     void post(std::function<void()> task) const { client_->executor(std::move(task)); }
-    /// What a host has given is destroyed where it is called: the completion's task takes it.
+    /// The functions of a host are destroyed on the thread that calls them: the task of the
+    /// completion takes them with it.
     struct Reports {
         decltype(MVOperationOptions::progress) progress = nullptr;
-        /// In the executor.
+        /// Is called by the executor's task.
         std::atomic<bool> isOneWaiting = false;
-        /// The completion has come.
+        /// Whether the completion was called.
         std::atomic<bool> isOver = false;
     };
     std::shared_ptr<Reports> takeReports();
@@ -114,13 +116,13 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     mutable std::mutex mutex_;
     Phase phase_ = Phase::waiting;
     bool isCancelled_ = false;
-    /// Only set with the repetition with privileges.
+    /// Set only while the request is repeated with privileges.
     bool isPrivileged_;
     std::shared_ptr<Reports> reports_ = std::make_shared<Reports>();
     std::optional<std::stop_callback<std::function<void()>>> stop_;
 };
 
-/// The error of what an operation brings.
+/// The error in an answer; null if there is none.
 template <class T>
 NSErrorRef errorOfAnswer(const Result<T>& answer) {
     return answer ? nullptr : answer.error();
@@ -133,12 +135,12 @@ NSErrorRef errorOfAnswer(const Answer& answer) {
     return answer.error;
 }
 
-/// An operation that brings an Answer, which has an error.
+/// An operation whose completion gets an Answer, which has room for an error.
 template <class Answer>
 class ClientOperationFor final : public ClientOperation {
   public:
     using Reply = std::function<void(Answer)>;
-    /// Sends the one request of the operation; `reply` is called with what comes.
+    /// Sends the request of the operation; `reply` is called with its answer.
     using Request = std::function<void(MVFileRequest& service, bool privileged, Reply reply)>;
     using Refusal = std::function<bool(const Answer&)>;
 
@@ -149,8 +151,8 @@ class ClientOperationFor final : public ClientOperation {
           request_(std::move(request)),
           completion_(std::move(completion)) {}
 
-    /// Looks whether an answer was refused, once and before it is asked for again, instead of at
-    /// its error alone.
+    /// Decides whether an answer is a refusal, instead of its error alone. It is called once,
+    /// before the request is repeated.
     void setRefusal(Refusal refusal) { isRefused_ = std::move(refusal); }
 
   private:
@@ -172,7 +174,7 @@ class ClientOperationFor final : public ClientOperation {
     void answered(Answer answer, bool privileged) {
         if (mayRepeat(privileged) &&
             (isRefused_ ? isRefused_(answer) : isPermissionError(errorOfAnswer(answer)))) {
-            // Before another thread sees the operation wait again.
+            // This comes before another thread sees the operation wait again.
             first_ = std::move(answer);
             repeatPrivileged();
         } else if (end()) {
@@ -182,7 +184,7 @@ class ClientOperationFor final : public ClientOperation {
 
     void complete(NSErrorRef error) override { deliver(withError(std::move(error))); }
 
-    /// Why there is no answer, with what is known of one that was refused before.
+    /// Makes an answer of the reason why there is none, with what is known from a refused one.
     Answer withError(NSErrorRef error) {
         if (first_)
             error = withUnderlying(*error, errorOfAnswer(*first_));

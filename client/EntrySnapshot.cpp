@@ -44,7 +44,7 @@ void moveOrigins(const MVFileAcl::Entries& entries, const NSURL& from, const NSU
         const auto& origin = entry->origin();
         if (!origin || origin->values().url != from)
             continue;
-        // All entries of a list have the same.
+        // All entries of a list have the same origin.
         if (!moved) {
             auto values = origin->values();
             values.url = to;

@@ -16,8 +16,8 @@ class EntrySnapshot {
     /// Throws std::invalid_argument for a null entry.
     explicit EntrySnapshot(const MVFileAcl& acl);
 
-    /// New entries of the same content. Those that were read under `from` have been read under
-    /// `to`. Throws std::invalid_argument if one cannot be rebuilt.
+    /// Makes new entries of the same content, in which the URL `to` takes the place of `from` as
+    /// the item that they were read from. Throws std::invalid_argument if one cannot be rebuilt.
     MVFileAcl::Entries entries(const NSURL& from, const NSURL& to) const;
 
   private:
@@ -25,7 +25,7 @@ class EntrySnapshot {
     std::shared_ptr<const MVAclOrigin> origin_;
 };
 
-/// Has what was read under `from` be read under `to`.
+/// Puts `to` in the place of `from` as the item that the entry was read from.
 void moveOrigins(const MVFileAcl::Entries& entries, const NSURL& from, const NSURL& to);
 
 }  // namespace morvane

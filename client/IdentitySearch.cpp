@@ -15,17 +15,17 @@ namespace morvane {
 
 namespace {
 
-/// For as long as somebody types, and looks at what was found.
+/// How long the list of everybody is kept: while somebody types, and looks at the results.
 constexpr auto lifetime = std::chrono::seconds(30);
 
-/// In small letters, those of ASCII.
+/// The text with the letters of ASCII made small.
 std::string folded(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
     return text;
 }
 
-/// One call of the host's, until it was answered.
+/// One call of the host, until it is answered.
 class Query {
   public:
     using Reply = std::function<void(Result<IdentitySearch::Identities>)>;
@@ -85,7 +85,7 @@ IdentitySearch::Identities IdentitySearch::found(const std::string& text) {
     std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(most),
                       ranked.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     Identities identities;
-    // What a directory knows without telling all of it.
+    // A directory may know somebody whom it does not list.
     if (!text.empty() && !isExact) {
         if (auto named =
                 CBIdentity::identityWithName(text, CBIdentityAuthority::defaultIdentityAuthority()))

@@ -21,8 +21,8 @@ class IdentitySearch : public std::enable_shared_from_this<IdentitySearch> {
 
     IdentitySearch();
 
-    /// Calls `reply` once, on any thread: when the search is done, or as soon as it is cancelled.
-    /// Throws std::system_error if no thread can be had.
+    /// Calls `reply` once, on any thread: when the search has ended, or as soon as it is cancelled.
+    /// Throws std::system_error if no thread can be started.
     void find(std::string text, const std::stop_token& stop,
               std::function<void(Result<Identities>)> reply);
 
@@ -31,7 +31,7 @@ class IdentitySearch : public std::enable_shared_from_this<IdentitySearch> {
     const Identities& all();
 
     const std::shared_ptr<DispatchQueue> queue_;
-    // On the queue.
+    // Used on the queue.
     Identities all_;
     std::chrono::steady_clock::time_point goodUntil_;
 };

@@ -59,7 +59,7 @@ auto telling(const MVFileClient::Executor& executor, std::function<void(Answer)>
     };
 }
 
-/// The list of `item`, which is what the host means by `url`.
+/// The list of `item`, to which the host refers as `url`.
 MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries) {
     MVFileAcl acl{url, std::move(entries)};
     moveOrigins(acl.entries, item, url);
@@ -71,16 +71,16 @@ MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries)
     return acl;
 }
 
-/// What is asked for, and what has come of it so far.
+/// The names that are asked for, and which items have them so far.
 struct Renaming {
     std::vector<NSURL> urls;
     std::vector<std::string> names;
-    /// What the file service has answered, where some are asked for again.
+    /// The answer of the file service, if some items are asked for again.
     std::optional<MVFileRenames> first;
-    /// Their places in it.
+    /// The places of those items in it.
     std::vector<std::size_t> places;
 
-    /// With what has come of those that were asked for again, which are all that had failed.
+    /// Puts in the results of those that were asked for again, which are all that had failed.
     MVFileRenames whole(MVFileRenames part) const {
         if (!first)
             return part;
@@ -96,8 +96,8 @@ struct Renaming {
     }
 };
 
-/// Whether some were refused. All that have failed are asked for then, as others may have waited
-/// for the names of these.
+/// Returns whether some were refused. All that have failed are asked for again then, as others may
+/// have waited for the names of these.
 bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
     Renaming again;
     bool isRefused = false;
@@ -119,7 +119,7 @@ bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
     return true;
 }
 
-/// Where the items are, by the way that the host has named them.
+/// The places of the items, named in the way in which the host has named them.
 void moveBack(std::vector<NSURL>& now, const std::vector<NSURL>& items,
               const std::vector<NSURL>& meant) {
     for (std::size_t i = 0; i != std::min(now.size(), items.size()); ++i)
@@ -230,7 +230,7 @@ void MVFileClient::effectiveAccess(
 
 void MVFileClient::rename(std::vector<NSURL> urls, std::vector<std::string> names,
                           MVOperationOptions options, Completion<MVFileRenames> completion) {
-    // Of the request and the look at its answer one runs at a time.
+    // The request and the look at its answer do not run at the same time.
     const auto asked = std::make_shared<Renaming>();
     asked->urls = std::move(urls);
     asked->names = std::move(names);

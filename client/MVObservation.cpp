@@ -50,7 +50,7 @@ MVObservation::~MVObservation() {
 }
 
 void MVObservation::observeValueForKeyPath(const NSKeyPath& keyPath, NSObject&) {
-    // It may end this observation.
+    // The call may end this observation.
     const auto changed = state_->changed;
     (*changed)(keyPath);
 }

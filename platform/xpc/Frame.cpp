@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::array<std::uint8_t, 4> magic = {'M', 'V', 'X', '1'};
 constexpr std::uint8_t moreFollowsFlag = 1;
-/// What a message of several frames is received in at first. Of memory that nothing was written to
-/// there is only the address.
+/// The memory that a message of several frames is given at first. As long as nothing was written
+/// to it, it takes addresses only.
 constexpr std::size_t fewLargePages = 4 * largePage;
 
 template <class T>
@@ -136,7 +136,7 @@ void FrameParser::releaseBuffer() {
 
 void FrameParser::release() {
     if (isLarge_)
-        return;  // it is not complete
+        return;  // it is not complete yet
     filled_ = 0;
     if (assembled_.capacity() > limits::frameSize) {
         assembled_.release();
@@ -165,7 +165,7 @@ bool FrameParser::takeRoom(const FrameHeader& header) {
     if (limits_.shared && !limits_.shared->take(header.payloadLength))
         return refuse(translatable("Too many large requests are being handled; ask again later."));
     taken_ += header.payloadLength;
-    // What a stranger sends is counted by the byte; a large page could be nearly empty.
+    // A stranger's message is counted by the byte, and a large page could be nearly empty.
     const bool inLargePages =
         header.moreFollows && header.payloadLength == limits::frameSize && !limits_.shared;
     assembled_.resize(filled_ + header.payloadLength, inLargePages);

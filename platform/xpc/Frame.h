@@ -37,34 +37,35 @@ struct FrameHeader {
 
     FrameKind kind = FrameKind::request;
     bool moreFollows = false;
-    /// Of a request's first frame; 0 in all others.
+    /// The length of the selector in a request's first frame; 0 in all other frames.
     std::uint8_t selectorLength = 0;
     std::uint32_t payloadLength = 0;
-    /// The request's number, its sender's choice; a reply has that of its request.
+    /// The request's number, which its sender chooses; a reply has the number of its request.
     std::uint64_t id = 0;
 
     Bytes bytes() const;
-    /// Empty if the bytes are no header, or break a limit.
+    /// Reads a header; empty if the bytes are none, or break a limit.
     static std::optional<FrameHeader> parse(std::span<const std::uint8_t> bytes);
 };
 
-/// A whole message, as views into the reader.
+/// A whole message, whose views point into the reader's memory.
 struct Message {
     FrameKind kind;
     std::uint64_t id;
     std::string_view selector;
     NSDataView body;
-    /// It came through the parser's gate.
+    /// Whether the parser's gate has admitted it.
     bool wasAdmitted = false;
 };
 
-/// What several may use together, in bytes or whatever is counted. Any thread.
+/// An amount that several users share, in bytes or whatever else is counted. It may be used on any
+/// thread.
 class SharedBudget {
   public:
-    /// What is taken is taken from `whole` as well; null for no other limit.
+    /// Whatever is taken is taken from `whole` as well, unless that is null.
     explicit SharedBudget(std::size_t most, std::shared_ptr<SharedBudget> whole = nullptr)
         : left_(most), whole_(std::move(whole)) {}
-    /// False, and nothing is taken, if there are not as many.
+    /// Takes `count`; returns false, and takes nothing, if less is left.
     bool take(std::size_t count) {
         auto left = left_.load();
         do {
@@ -87,63 +88,65 @@ class SharedBudget {
     const std::shared_ptr<SharedBudget> whole_;
 };
 
-/// Cuts the bytes of a stream into messages as they come. One thread at a time.
+/// Cuts the bytes of a stream into messages as they come. One thread at a time uses it.
 class FrameParser {
   public:
     struct Limits {
-        /// From a frame's first byte to its last, and for another frame of a message from the end
-        /// of the one before.
+        /// The time from a frame's first byte to its last. For a later frame of a message it begins
+        /// with the end of the frame before.
         std::chrono::milliseconds frameTime = limits::frameTime;
         std::size_t messageSize = limits::messageSize;
-        /// A message up to this size, header included, is held in the buffer.
+        /// A message that is at most this large, with its header, is held in the buffer.
         std::size_t bufferSize = std::size_t{64} << 10;
-        /// What the messages that do not fit into the buffer are taken from, until they are
-        /// released; null for no limit but their size.
+        /// The budget against which messages count that do not fit into the buffer, until they are
+        /// released. Null means that only the size of each is limited.
         std::shared_ptr<SharedBudget> shared = nullptr;
     };
-    /// Decides on the messages that do not fit into the buffer, before they are held. What is not
-    /// received is read over.
+    /// Decides whether messages that do not fit into the buffer are received, before memory is
+    /// taken for them. A message that is not received is skipped.
     class Gate {
       public:
-        /// Whether to receive the request, of which only the selector is known.
+        /// Returns whether to receive the request, of which only the selector is known so far.
         virtual bool admits(std::uint64_t id, std::string_view selector) = 0;
-        /// Whether to receive the reply: somebody waits for one of that number.
+        /// Returns whether to receive the reply, that is, whether somebody waits for this number.
         virtual bool expects(std::uint64_t id) = 0;
-        /// There is no room for the request, which is read over; `reason` is for people.
+        /// Is told that the request is skipped because there is no room for it; `reason` is for
+        /// people.
         virtual void refuses(std::uint64_t id, const std::string& reason) = 0;
 
       protected:
         ~Gate() = default;
     };
 
-    /// Without a gate every request is received for which there is room, and one for which there is
-    /// none breaks the stream. The gate has to outlive this.
+    /// Without a gate every request is received, and one for which there is no room breaks the
+    /// stream. The gate has to outlive the parser.
     explicit FrameParser(Limits limits, Gate* gate = nullptr);
     ~FrameParser();
     FrameParser(const FrameParser&) = delete;
     FrameParser& operator=(const FrameParser&) = delete;
 
-    /// Where the next bytes of the stream go; throws std::bad_alloc.
+    /// Returns the memory that takes the next bytes of the stream; throws std::bad_alloc.
     std::span<std::uint8_t> room();
-    /// That many were put there.
+    /// Is told that `count` bytes were put there.
     void add(std::size_t count);
-    /// The next message, if it is here whole; its views hold until the next call or release().
+    /// Returns the next message, if all of it is here. Its views hold until the next call or
+    /// release().
     std::optional<Message> next();
-    /// Gives back what the last message was held in.
+    /// Gives back the memory of the last message.
     void release();
     /// Gives the buffer back if there is nothing in it.
     void releaseBuffer();
-    /// The peer has broken the rules; there will be no further message.
+    /// Whether the peer has broken the rules, after which there are no further messages.
     bool isBroken() const { return broken_; }
-    /// Whether the next message is here already, whole, and fits into the buffer.
+    /// Whether all of the next message is here already, in the buffer.
     bool hasMessageWaiting() const;
-    /// When what has begun to arrive must be here; empty between messages. Counts from the first
-    /// call that finds it incomplete.
+    /// Returns when the frame that has begun to arrive must be complete; empty between messages.
+    /// Its time begins with the first call that finds it incomplete.
     StreamSocket::Deadline deadline();
 
   private:
-    /// Bytes that are not set before they are received, and that grow without being copied where
-    /// the system can move pages.
+    /// An array of bytes whose memory is not cleared first, and which grows without being copied
+    /// where the system can move pages.
     class Bytes {
       public:
         ~Bytes() { release(); }
@@ -153,8 +156,8 @@ class FrameParser {
 
         std::span<std::uint8_t> all() const { return {data_, size_}; }
         std::size_t capacity() const { return capacity_; }
-        /// Throws std::bad_alloc. `inLargePages`: there will be several megabytes, for which memory
-        /// may be taken that is not in the heap.
+        /// Throws std::bad_alloc. With `inLargePages` several megabytes are expected, whose memory
+        /// need not come from the heap.
         void resize(std::size_t size, bool inLargePages = false) {
             inLargePages = isInLargePages_ || (inLargePages && size_ == 0);
             if (size > capacity_ || inLargePages != isInLargePages_)
@@ -175,9 +178,9 @@ class FrameParser {
     std::span<const std::uint8_t> waiting() const {
         return buffer_.all().subspan(begin_, end_ - begin_);
     }
-    /// The rest of a frame's payload is received to where it stays.
+    /// Whether the rest of a frame's payload is received directly into the assembled message.
     bool receivesPayload() const { return isLarge_ && !isDropped_ && left_ != 0 && begin_ == end_; }
-    /// Takes what the buffer has of the payload. True once the frame is complete.
+    /// Takes what the buffer has of the payload; returns true once the frame is complete.
     bool takePayload();
     bool openFrame(const FrameHeader& header);
     bool takeRoom(const FrameHeader& header);
@@ -192,23 +195,24 @@ class FrameParser {
     Bytes buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
-    /// A message that does not lie whole in the buffer, and how much of it is here.
+    /// A message that does not fit into the buffer, and how much of it has come.
     Bytes assembled_;
     std::size_t filled_ = 0;
-    /// Of the shared bytes.
+    /// How much was taken from the shared budget.
     std::size_t taken_ = 0;
-    /// Such a message is on its way; its first header, and what is due of the present frame.
+    /// Whether such a message is being received, its first header, and how many bytes of the
+    /// present frame are still to come.
     bool isLarge_ = false;
     FrameHeader first_;
     bool moreFollows_ = false;
     std::size_t left_ = 0;
-    /// It is read over.
+    /// Whether it is skipped.
     bool isDropped_ = false;
     bool broken_ = false;
     StreamSocket::Deadline deadline_;
 };
 
-/// Reads messages from a stream, which it does not own, and waits for them.
+/// Waits for messages of a stream, which it does not own.
 class FrameReader {
   public:
     using Limits = FrameParser::Limits;
@@ -217,8 +221,8 @@ class FrameReader {
     FrameReader(StreamSocket& socket, Limits limits)
         : socket_(socket), parser_(std::move(limits)) {}
 
-    /// Waits for the next message; its views hold until the next call. Empty when the stream has
-    /// ended, or the peer broke the rules or took too long.
+    /// Waits for the next message, whose views hold until the next call. Empty if the stream has
+    /// ended, or if the peer has broken the rules or taken too long.
     std::optional<Message> next();
     bool hasMessageWaiting() const { return parser_.hasMessageWaiting(); }
 

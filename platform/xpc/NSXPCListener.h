@@ -26,14 +26,14 @@ struct ClientLimits;
 ///     const int exitStatus = listener->run();
 ///
 /// The handler runs on a thread of the listener's choosing; a connection that it does not take
-/// (false, or an exception) is closed. The listener keeps a connection that the handler has resumed
-/// alive until it is invalid; one that is to be resumed later has to be kept by who does so.
+/// (the handler returns false, or throws) is closed. The listener keeps a connection that the
+/// handler has resumed alive until it is invalid; whoever means to resume one later keeps it.
 ///
 /// Threads: no thread waits for a client. The requests of one connection are begun in the order in
-/// which they came, one after the other; where one has not returned after 50 ms, those behind it
-/// are begun on other threads, beside it: an exported object is ready for several threads. A
-/// handler that may take long returns at once and replies later. A client is not read while it owes
-/// it to take 64 KiB of replies or more.
+/// which they came, one after the other. If one has not returned after 50 ms, those behind it are
+/// begun on other threads, so an exported object must be ready for calls on several threads. A
+/// handler that may take long should return at once and reply later. Nothing more is read from a
+/// client that has 64 KiB of replies or more to take.
 class MORVANE_EXPORT NSXPCListener {
   public:
     using NewConnectionHandler = std::function<bool(const std::shared_ptr<NSXPCConnection>&)>;

@@ -10,13 +10,14 @@
 namespace morvane {
 namespace {
 
-/// As many as one call of the stream takes with profit.
+/// More pieces would not make one call of the stream cheaper.
 constexpr std::size_t maxPieces = 64;
-/// Collected this much, it is sent although more replies may follow.
+/// Once this much was collected it is sent, although more replies may follow.
 constexpr std::size_t heldBackBytes = std::size_t{128} << 10;
-/// Bodies up to this size are copied behind their header, larger ones sent from where they are.
+/// Bodies of up to this size are copied behind their header; larger ones are sent from where they
+/// are.
 constexpr std::size_t smallBody = std::size_t{16} << 10;
-/// So much goes together as one piece.
+/// Small frames are put together to pieces of at most this size.
 constexpr std::size_t framesBytes = std::size_t{64} << 10;
 
 /// A header and a selector, ready to be sent.
@@ -31,7 +32,7 @@ class Prefix {
         length_ = static_cast<std::size_t>(end - bytes_.begin());
     }
     StreamSocket::Bytes bytes() const { return {bytes_.data(), length_}; }
-    /// Makes it a whole frame, which is sent in one piece, if the body is that small.
+    /// Copies the body behind it, if that is small enough, so that the frame is sent as one part.
     bool append(StreamSocket::Bytes body) {
         if (body.size() > bodyCopied)
             return false;
@@ -95,7 +96,7 @@ void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector
     FrameHeader header;
     header.kind = kind;
     header.id = id;
-    // What is large is counted before it is held.
+    // A large body is counted before it is held.
     if (body.size() > smallBody && limits_.shared) {
         const auto frames = body.size() / (limits::frameSize - selector.size()) + 1;
         const auto size = body.size() + selector.size() + frames * FrameHeader::size;
@@ -117,7 +118,7 @@ void Outbox::sendNow(FrameKind kind, std::uint64_t id, std::string_view selector
     }
     if (!draining_ && (!isHeldBack() || bytes_ > heldBackBytes))
         flush();
-    // What was only collected need not wait.
+    // If that is too much, it is sent now: what was only collected need not wait.
     if (!count() && !draining_)
         flush();
     if (!count())
@@ -142,7 +143,7 @@ void Outbox::refuse(std::uint64_t id, std::string_view reason) noexcept {
         send(FrameKind::refusal, id, {}, NSData(reason.begin(), reason.end()));
     } catch (const std::exception&) {
         const std::lock_guard lock(mutex_);
-        giveUp();  // the peer learns at least that nothing more comes
+        giveUp();  // so the peer learns at least that nothing more comes
     }
 }
 
@@ -244,7 +245,7 @@ void Outbox::watchDeadline() {
 
 void Outbox::lookAtDeadline() {
     const std::lock_guard lock(mutex_);
-    // What is first by now may have more time.
+    // Another piece may be the first by now, which has more time.
     if (deadline_ && std::chrono::steady_clock::now() >= *deadline_)
         giveUp();
 }

@@ -16,23 +16,24 @@
 #include <string_view>
 #include <thread>
 
-/// What is on its way out on one stream. Any thread.
+/// The messages that are to be sent on one stream. It may be used on any thread.
 ///
-/// A message is sent at once, by the thread that sends it, as far as the stream takes it. The rest
-/// is sent as the stream takes more, and no thread waits for that. While a thread holds the outbox
-/// back (the reader has more messages at hand whose replies may go together), what that thread
-/// sends is only collected.
+/// The thread that sends a message writes as much of it to the stream as the stream takes. The rest
+/// is written when the stream takes more, and no thread waits for that. While a thread holds the
+/// outbox back, because it has more messages at hand whose replies may go together, what it sends
+/// is only collected.
 namespace morvane {
 
 class Outbox : public std::enable_shared_from_this<Outbox> {
   public:
     struct Limits {
-        /// Bytes that wait.
+        /// How many bytes may wait to be sent.
         std::size_t bytes = limits::outgoingBytes;
-        /// From when the stream first takes no more of a piece (a large frame, or small ones that
-        /// go together) to that piece's last byte, whatever progress there is in between.
+        /// The time in which the peer must take a piece (a large frame, or small ones that go
+        /// together). It begins when the stream first takes no more of the piece, and no progress
+        /// prolongs it.
         std::chrono::milliseconds frameTime = limits::frameTime;
-        /// What the bytes that wait are taken from as well; null for no other limit.
+        /// Another budget against which the bytes that wait count; null for none.
         std::shared_ptr<SharedBudget> shared = nullptr;
     };
 
@@ -41,24 +42,25 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
 
     ~Outbox();
 
-    /// Takes the message, or gives the stream up: its limit is reached, or it has ended. A reply
-    /// that is too large becomes a refusal, which names the limit.
+    /// Takes the message. A reply that is too large becomes a refusal, which names the limit. The
+    /// stream is given up if another message is too large for the limits.
     void send(FrameKind kind, std::uint64_t id, std::string_view selector,
               NSDataPieces body) noexcept;
-    /// Says that the request will have no reply, and why.
+    /// Tells the peer that the request will have no reply, and why.
     void refuse(std::uint64_t id, std::string_view reason) noexcept;
-    /// That there will be an answer to one more request. False, and no promise, if too many are
-    /// owed already.
+    /// Promises an answer to one more request. Returns false, and promises nothing, if too many
+    /// answers are owed already.
     bool promiseAnswer() noexcept {
         if (promised_.fetch_add(1, std::memory_order_relaxed) < limits::requestsUnanswered)
             return true;
         keepPromise();
         return false;
     }
-    /// That answer is being sent.
+    /// Is told that one of those answers is being sent.
     void keepPromise() noexcept { promised_.fetch_sub(1, std::memory_order_relaxed); }
-    /// Whether the peer has much to take. If so, what `makeTask` returns runs on another thread
-    /// once it has taken all of it, or the stream has ended. One task at a time.
+    /// Returns whether the peer still has much to take. If so, the task that `makeTask` returns
+    /// runs on another thread once the peer has taken all of it, or the stream has ended. There is
+    /// one such task at a time.
     template <class MakeTask>
     bool waitsForPeer(MakeTask&& makeTask) {
         const std::lock_guard lock(mutex_);
@@ -79,27 +81,27 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
         std::shared_ptr<const NSData> body;
         std::size_t begin = 0;
         std::size_t end = 0;
-        /// What of it is not sent yet.
+        /// The bytes of it that are not sent yet.
         StreamSocket::Bytes left() const {
             return StreamSocket::Bytes(body ? *body : frames).subspan(begin, end - begin);
         }
     };
 
     void sendNow(FrameKind kind, std::uint64_t id, std::string_view selector, NSDataPieces body);
-    /// Why a body of that size cannot be sent now; empty if it can.
+    /// Returns why a body of that size cannot be sent now; empty if it can.
     std::string whyNot(std::size_t size) const;
-    /// Counts what waits against the shared budget. False if there is no room for it.
+    /// Counts what waits against the shared budget; returns false if there is no room for it.
     bool count();
     void sendSmall(FrameHeader header, std::string_view selector, StreamSocket::Bytes body);
     void collectLarge(FrameHeader header, std::string_view selector, NSDataPieces body);
     void append(StreamSocket::Bytes bytes);
-    /// Sends what waits, the rest as the stream takes it.
+    /// Sends what waits, and has the rest sent when the stream takes more.
     void flush();
-    /// False when the stream takes no more for now.
+    /// Returns false if the stream takes no more for now.
     bool sendPieces();
-    /// The stream takes more, or has ended.
+    /// Is called when the stream takes more, or has ended.
     void drain();
-    /// Has that noticed, and that the first piece's time is over. Under the lock.
+    /// Has drain() called, and the first piece's time watched. The lock is held.
     void waitForPeer();
     void watchDeadline();
     void lookAtDeadline();
@@ -112,19 +114,19 @@ class Outbox : public std::enable_shared_from_this<Outbox> {
     std::atomic<std::size_t> promised_ = 0;
     std::mutex mutex_;
     std::list<Piece> pieces_;
-    /// Memory that was used for frames before.
+    /// Memory of frames that were sent, to be used again.
     NSData spare_;
     std::size_t bytes_ = 0;
-    /// Of them, in the shared budget.
+    /// How many of these bytes were taken from the shared budget.
     std::size_t counted_ = 0;
     std::function<void()> onDrained_;
-    /// Who holds the outbox back; nobody if it is no thread.
+    /// The thread that holds the outbox back, if any does.
     std::thread::id holder_;
-    /// When the first piece must be out; set while the stream keeps it waiting.
+    /// When the peer must have taken the first piece; set while the stream keeps that waiting.
     StreamSocket::Deadline deadline_;
-    /// Looks at that.
+    /// Sees to it when the time comes.
     std::optional<ClockTask> look_;
-    /// The stream does not take everything; drain() comes.
+    /// Whether the stream has not taken everything, so that drain() will be called.
     bool draining_ = false;
     bool ended_ = false;
 };
