@@ -19,7 +19,9 @@ Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& 
         return {ExitSuccess,
                 jsonDocument("acl", {{"item", item}, {"entries", jsonOfEntries(*entries)}}, {}),
                 {}};
-    return {ExitSuccess, entriesAsTable(*entries, options.tree, style), {}};
+    return {ExitSuccess,
+            itemAsLines(*entries, style) + entriesAsTable(*entries, options.tree, style),
+            {}};
 }
 
 }  // namespace morvane

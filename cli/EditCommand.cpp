@@ -148,7 +148,7 @@ class AclEditing {
 
   private:
     std::string shown(const EntryList& entries) const {
-        return entriesAsTable(entries, options_.tree, style_);
+        return itemAsLines(entries, style_) + entriesAsTable(entries, options_.tree, style_);
     }
 
     Outcome refusedAsChanged(const std::string& why) const {

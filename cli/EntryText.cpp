@@ -13,14 +13,15 @@ namespace morvane {
 
 namespace {
 
-constexpr std::size_t columnCount = 5;
+constexpr std::size_t columnCount = 6;
 using Row = std::array<std::string, columnCount>;
 constexpr std::size_t ruleColumn = 1;
 
-Row rowOf(const MVAclEntry& entry) {
+Row rowOf(const MVAclEntry& entry, MVAclStorage storage) {
     const auto shown = [](const Phrase& text) { return escaped(text.localized()); };
-    return {shown(whoText(entry)), shown(ruleText(entry.tag())), shown(permissionsText(entry)),
-            shown(appliesToText(entry)), entry.inherited() ? say("yes") : say("no")};
+    return {shown(whoText(entry)),          shown(ruleText(entry.tag())),
+            lettersOfEntry(entry, storage), shown(permissionsText(entry)),
+            shown(appliesToText(entry)),    entry.inherited() ? say("yes") : say("no")};
 }
 
 const char* markOf(std::int64_t state) {
@@ -76,11 +77,49 @@ std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, c
 }
 
 std::string entryAsLine(const MVAclEntry& entry) {
-    const auto row = rowOf(entry);
-    std::string text = row[0];
-    for (std::size_t i = 1; i + 1 < columnCount; ++i)
-        text += row[i].empty() ? "" : "  " + row[i];
+    std::string text;
+    for (const auto& part :
+         {whoText(entry), ruleText(entry.tag()), permissionsText(entry), appliesToText(entry)})
+        text += (text.empty() ? "" : "  ") + escaped(part.localized());
     return entry.inherited() ? text + "  " + inheritedText(entry).localized() : text;
+}
+
+MVAclStorage storageOf(const EntryList& entries) {
+    for (const auto& entry : entries) {
+        if (entry->origin())
+            return entry->origin()->values().storage;
+    }
+    // Every POSIX list has flat entries, and no other list has one.
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const auto& entry) { return !entry->isAcl(); })
+               ? MVAclStorage::posix
+               : MVAclStorage::nfs4;
+}
+
+std::string itemAsLines(const EntryList& entries, const Style& style) {
+    const auto told = std::find_if(entries.begin(), entries.end(),
+                                   [](const auto& entry) { return entry->origin() != nullptr; });
+    if (told == entries.end())
+        return {};
+    const auto& item = (*told)->origin()->values();
+    const auto& masks = (*told)->origin()->masks();
+    // TRANSLATORS: "file, POSIX list; user alice (owner), group staff (owning group)"
+    auto lines =
+        style.faint(escaped(say("%1, %2; %3, %4", kindText(item), storageText(item.storage),
+                                phrase("%1 (owner)", ownerText(item)),
+                                phrase("%1 (owning group)", owningGroupText(item))))) +
+        '\n';
+    if (!masks.list.empty())
+        lines += style.faint(escaped(say("The mask %1 holds back rights that are stored; shown is "
+                                         "what is left.",
+                                         masks.list))) +
+                 '\n';
+    if (!masks.defaults.empty())
+        lines += style.faint(escaped(say("For new items inside, the mask %1 holds back rights that "
+                                         "are stored; shown is what is left.",
+                                         masks.defaults))) +
+                 '\n';
+    return lines;
 }
 
 void sortCanonically(EntryList& entries) {
@@ -98,11 +137,12 @@ bool identityIsGroup(const MVAclEntry& entry) {
 }
 
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style) {
-    const Row headings = {say("Who"), say("Rule"), say("Permissions"), say("Applies to"),
-                          say("Inherited")};
+    const Row headings = {say("Who"),         say("Rule"),       say("Letters"),
+                          say("Permissions"), say("Applies to"), say("Inherited")};
+    const auto storage = storageOf(entries);
     std::vector<Row> rows;
     for (const auto& entry : entries)
-        rows.push_back(rowOf(*entry));
+        rows.push_back(rowOf(*entry, storage));
 
     std::array<std::size_t, columnCount> widths{};
     for (std::size_t i = 0; i != columnCount; ++i) {

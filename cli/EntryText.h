@@ -2,6 +2,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/MVAclOrigin.h>
 
 #include <memory>
 #include <string>
@@ -15,17 +16,24 @@ namespace morvane {
 
 using EntryList = std::vector<std::shared_ptr<MVAclEntry>>;
 
+/// How the list of the entries is stored.
+MVAclStorage storageOf(const EntryList& entries);
+
 /// Descending canonical score; entries of one score stay in the order that they came in.
 void sortCanonically(EntryList& entries);
 
 /// Whether the entry's identity is a group, also if it has no name.
 bool identityIsGroup(const MVAclEntry& entry);
 
-/// A line for each entry under a line of headings; with `tree` each box below its entry. Everything
-/// that comes from outside is escaped.
+/// What the item is: its kind, how its list is stored, its owner and owning group, and a mask that
+/// holds rights back; whole lines. Empty if the entries do not tell.
+std::string itemAsLines(const EntryList& entries, const Style& style);
+
+/// A line for each entry under a line of headings, with the letters of the item's list; with `tree`
+/// each box below its entry. Everything that comes from outside is escaped.
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style);
 
-/// The cells of one entry in one line, without a table: "user alice  Allow  Read  This item".
+/// One entry in one line, without a table: "user alice  Allow  Read  This item".
 std::string entryAsLine(const MVAclEntry& entry);
 /// The key, in English, of the name of a box or a group in the language of the user; what is no
 /// such name as it is.

@@ -1,7 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/PosixAcl.h>
 
+#include <algorithm>
+
 namespace morvane {
+
+std::string lettersOfRights(PosixRights rights) {
+    std::string letters = "rwx";
+    for (std::size_t i = 0; i != letters.size(); ++i) {
+        if ((rights & static_cast<PosixRights>(PosixRead >> i)) == PosixNothing)
+            letters[i] = '-';
+    }
+    return letters;
+}
+
+bool PosixList::isLimited() const {
+    const auto isHeldBack = [&](const PosixNamedRights& entry) {
+        return effective(entry.rights) != entry.rights;
+    };
+    return effective(owningGroup) != owningGroup ||
+           std::any_of(users.begin(), users.end(), isHeldBack) ||
+           std::any_of(groups.begin(), groups.end(), isHeldBack);
+}
 namespace {
 
 constexpr std::uint32_t nobodyNamed = 0xffffffff;

@@ -106,9 +106,13 @@ std::shared_ptr<const MVAclOrigin> originOf(const StoredAcl& acl, const NSURL& u
                                             MVAclStorage::nfs4, digestOf(native->acl, target)});
     }
     const auto& list = std::get<PosixAcl>(acl);
-    return MVAclOrigin::initWithValues({url, list.isDirectory, list.owner, list.group,
-                                        list.hasLists ? MVAclStorage::posix : MVAclStorage::mode,
-                                        digestOf(list)});
+    const auto maskOf = [](const PosixList& rights) {
+        return rights.isLimited() ? lettersOfRights(*rights.mask) : std::string();
+    };
+    return MVAclOrigin::initWithValues(
+        {url, list.isDirectory, list.owner, list.group,
+         list.hasLists ? MVAclStorage::posix : MVAclStorage::mode, digestOf(list)},
+        {maskOf(list.access), list.defaults ? maskOf(*list.defaults) : std::string()});
 }
 
 /// Whether entries that were read from this item were read from another list. (Those that were read

@@ -59,12 +59,22 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
         std::string digest;
         bool operator==(const Values&) const = default;
     };
+    /// The masks of a POSIX list that hold rights of its entries back, in letters: "r--". Empty
+    /// where there is none, or it holds nothing back. Entries show the rights that are left.
+    struct Masks {
+        std::string list;
+        /// That of the list which new items in the folder start with.
+        std::string defaults;
+        bool operator==(const Masks&) const = default;
+    };
 
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
 
     static std::shared_ptr<const MVAclOrigin> initWithValues(Values values);
+    static std::shared_ptr<const MVAclOrigin> initWithValues(Values values, Masks masks);
     const Values& values() const;
+    const Masks& masks() const;
 
     bool isEqual(const NSObject* other) const override;
     void encodeWithCoder(NSKeyedArchiver& coder) const override;
@@ -72,9 +82,12 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
 
     /// Public for std::make_shared only; use initWithValues().
     explicit MVAclOrigin(Values values) : values_(std::move(values)) {}
+    MVAclOrigin(Values values, Masks masks)
+        : values_(std::move(values)), masks_(std::move(masks)) {}
 
   private:
     const Values values_;
+    const Masks masks_;
 };
 
 }  // namespace morvane

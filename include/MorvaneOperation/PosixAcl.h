@@ -31,6 +31,9 @@ constexpr PosixRights operator-(PosixRights a, PosixRights b) {
     return static_cast<PosixRights>(static_cast<unsigned>(a) & ~static_cast<unsigned>(b));
 }
 
+/// The rights in letters: "rw-".
+MORVANE_EXPORT std::string lettersOfRights(PosixRights rights);
+
 /// The entry of a named user or a named group.
 struct PosixNamedRights {
     std::uint32_t id = 0;
@@ -57,6 +60,9 @@ struct PosixList {
     PosixRights counting(PosixRights stored) const {
         return mask == PosixNothing ? others : effective(stored);
     }
+
+    /// Whether the mask takes from somebody a right that is stored.
+    MORVANE_EXPORT bool isLimited() const;
 
     bool operator==(const PosixList&) const = default;
 };

@@ -107,6 +107,24 @@ TEST_F(MVAclOriginCoding, AnEntryComesBackWithItsOrigin) {
     EXPECT_EQ(back->origin()->values(), entry->origin()->values());
 }
 
+TEST_F(MVAclOriginCoding, TheMasksThatHoldRightsBackComeWithIt) {
+    const auto entry = readEntry();
+    const MVAclOrigin::Masks masks{"r--", "r-x"};
+    entry->setOrigin(MVAclOrigin::initWithValues(entry->origin()->values(), masks));
+    const auto back =
+        std::static_pointer_cast<MVAclEntry>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
+            {&MVAclEntry::classObject()}, NSKeyedArchiver::archivedDataWithRootObject(*entry),
+            nullptr));
+    ASSERT_TRUE(back && back->origin());
+    EXPECT_EQ(back->origin()->masks(), masks);
+    EXPECT_FALSE(back->origin()->isEqual(readEntry()->origin().get()));
+    EXPECT_NE(failureOfOrigin([](NSKeyedArchiver& coder) {
+                  writeOrigin(coder, 1, 1, "");
+                  coder.encodeString(std::string_view("rwxr"), "mask");
+              }),
+              "");
+}
+
 TEST_F(MVAclOriginCoding, AnOlderPeerReadsTheEntryAndLeavesItsOriginAlone) {
     const std::vector<std::shared_ptr<MVAclEntry>> entries{readEntry(), readEntry()};
     NSKeyedArchiver archiver;

@@ -54,16 +54,16 @@ TEST(AclCommand, PrintsATableInWhichTheColumnsAreAligned) {
     EXPECT_EQ(outcome.exitCode, ExitSuccess);
     EXPECT_EQ(outcome.message, "");
     EXPECT_EQ(outcome.output,
-              "Who                Rule   Permissions             Applies to  Inherited\n"
-              "user root (owner)  Allow  Read and Write          This item   no\n"
-              "everyone           Allow  Custom (Read, Execute)  This item   no\n");
+              "Who                Rule   Letters  Permissions             Applies to  Inherited\n"
+              "user root (owner)  Allow  rw-      Read and Write          This item   no\n"
+              "everyone           Allow  r-x      Custom (Read, Execute)  This item   no\n");
 }
 
 TEST(AclCommand, ShowsTheBoxesBelowEachEntryWithTree) {
     const auto outcome = run({.path = "/x", .tree = true}, {treeEntry(2, true)});
     EXPECT_EQ(outcome.output,
-              "Who       Rule  Permissions  Applies to  Inherited\n"
-              "everyone  Deny  Read         This item   yes\n"
+              "Who       Rule  Letters  Permissions  Applies to  Inherited\n"
+              "everyone  Deny  r        Read         This item   yes\n"
               "    [x] Read\n"
               "        [x] Read Data\n"
               "    [ ] Write\n"

@@ -66,7 +66,7 @@ class Changing(unittest.TestCase):
 class Scripts(Changing):
     def test_an_added_entry_is_in_the_list_that_others_read(self):
         table = self.succeed("acl", self.file, "--edit", "add user:65534; permissions read")
-        self.assertIn("user nobody                Allow  Custom (part of Read)  This item", table)
+        self.assertIn("user nobody                Allow  r--      Custom (part of Read)  This item", table)
         self.assertEqual(acl(self.file), ["user::rw-", "user:65534:r--", "group::r--", "mask::r--",
                                           "other::---"])
 
@@ -153,7 +153,7 @@ class Scripts(Changing):
     def test_lossy_writes_the_nearest_list_that_grants_no_more(self):
         table = self.succeed("acl", self.file, "--lossy", "--edit",
                              'add user:65534; permissions read; on "Delete"; on "Write Data"')
-        self.assertIn("user nobody                Allow  Custom (part of Read)  This item", table)
+        self.assertIn("user nobody                Allow  r--      Custom (part of Read)  This item", table)
         self.assertIn("user:65534:r--", acl(self.file))
 
     def test_a_new_entry_that_denies_counts_before_those_that_allow(self):

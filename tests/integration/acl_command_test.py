@@ -101,9 +101,30 @@ class Listing(RealFile):
         self.setfacl("-m", "u:daemon:r", self.file)
         result = run("acl", self.file)
         lines = result.stdout.decode().splitlines()
-        self.assertEqual(lines[0].split("  ")[0], "Who")
-        self.assertEqual(len(lines), 1 + len(self.entries(self.file)))
+        self.assertEqual(lines[0],
+                         "file, POSIX list; user root (owner), group root (owning group)")
+        self.assertEqual(lines[1].split("  ")[0], "Who")
+        self.assertEqual(len(lines), 2 + len(self.entries(self.file)))
         self.assertEqual((result.returncode, result.stderr), (0, b""))
+
+    def test_the_letters_of_the_list_are_what_getfacl_says_is_left_of_it(self):
+        self.setfacl("-m", "u:daemon:rwx,g:bin:-wx,m::rx", self.file)
+        listed = subprocess.run(["getfacl", "--omit-header", "--absolute-names", "-e", self.file],
+                                check=True, capture_output=True, timeout=TIME_LIMIT, text=True).stdout
+        left = {kind + name: effective or stored for kind, name, stored, effective in
+                re.findall(r"^(\w+):(\w*):([-rwx]{3})(?:\s+#effective:([-rwx]{3}))?$", listed, re.M)}
+        lines = run("acl", self.file).stdout.decode().splitlines()
+        self.assertEqual(lines[1], "The mask r-x holds back rights that are stored; shown is what is left.")
+        shown = {}
+        for line in lines[3:]:
+            who, rule, letters = re.split(r"  +", line)[:3]
+            if rule == "Allow":
+                shown[who] = letters
+        self.assertEqual(shown, {"user root (owner)": left["user"], "user daemon": left["userdaemon"],
+                                 "group bin": left["groupbin"], "everyone": left["other"],
+                                 "group root (owning group)": left["group"]})
+        self.setfacl("-m", "m::rwx", self.file)
+        self.assertNotIn(b"mask", run("acl", self.file).stdout)
 
     def test_the_tree_shows_boxes_that_are_on_off_and_mixed(self):
         self.setfacl("-m", "u:daemon:r", self.file)
