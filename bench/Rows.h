@@ -37,6 +37,7 @@ Lines propagate100k(const Options& options);
 Lines rename10k(const Options& options);
 Lines shortBehindLong(const Options& options);
 Lines commandLine(const Options& options);
+Lines mainLoopBlocked(const Options& options);
 
 /// These need the privileged helper and polkit.
 Lines refusedRequest(const Options& options);

@@ -88,6 +88,7 @@ constexpr Row rows[] = {
     {"rename-10k", rename10k},
     {"short-behind-long", shortBehindLong},
     {"command-acl", commandLine},
+    {"main-loop-blocked", mainLoopBlocked},
     {"refused-request", refusedRequest},
     {"privileged-list", privilegedList},
     {"authorize-held", authorizeHeld},
