@@ -110,18 +110,31 @@ std::size_t LinuxStreamSocket::receive(std::span<std::uint8_t> into, const Deadl
 
 std::optional<std::size_t> LinuxStreamSocket::receiveWithin(std::span<std::uint8_t> into,
                                                             std::chrono::milliseconds time) {
+    if (time == receiveTime_)
+        return receiveOrNothing(into, time.count() == 0 ? MSG_DONTWAIT : 0);
+    // What comes first on a new stream is mostly here before the time for it is set.
+    const auto count = receiveOrNothing(into, MSG_DONTWAIT);
+    if (count || time.count() == 0 || !setReceiveTime(time))
+        return count;
+    return receiveOrNothing(into, 0);
+}
+
+bool LinuxStreamSocket::setReceiveTime(std::chrono::milliseconds time) {
     using std::chrono::microseconds;
     constexpr auto second = microseconds(std::chrono::seconds(1)).count();
-    if (time.count() != 0 && time != receiveTime_) {
-        const auto all = microseconds(time).count();
-        const timeval limit{all / second, all % second};
-        if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0)
-            receiveTime_ = time;
-        else
-            time = time.zero();
-    }
+    const auto all = microseconds(time).count();
+    const timeval limit{all / second, all % second};
+    if (setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0)
+        return false;
+    receiveTime_ = time;
+    return true;
+}
+
+/// Receives; empty if nothing has come.
+std::optional<std::size_t> LinuxStreamSocket::receiveOrNothing(std::span<std::uint8_t> into,
+                                                               int flags) const {
     for (;;) {
-        const auto count = receiveOnce(into, time.count() == 0 ? MSG_DONTWAIT : 0);
+        const auto count = receiveOnce(into, flags);
         if (count >= 0)
             return static_cast<std::size_t>(count);
         if (errno == EAGAIN)

@@ -34,6 +34,8 @@ class LinuxStreamSocket : public StreamSocket,
   private:
     ssize_t sendSeveral(std::span<const Bytes> pieces) const;
     ssize_t receiveOnce(std::span<std::uint8_t> into, int flags) const;
+    std::optional<std::size_t> receiveOrNothing(std::span<std::uint8_t> into, int flags) const;
+    bool setReceiveTime(std::chrono::milliseconds time);
     bool waitForBytes(const Deadline& deadline) const;
     /// Wraps what is to be done once the socket is ready as a task that a descriptor's worker can
     /// run.

@@ -33,7 +33,9 @@ bool isSame(const struct stat& one, const struct stat& other) {
 }  // namespace
 
 SubordinateUsers& SubordinateUsers::ofTheSystem() {
-    static auto* const users = new SubordinateUsers("/etc/subuid");  // outlives static objects
+    // Whoever comes and goes as fast as it can need not have the file looked at each time. The
+    // object outlives static ones.
+    static auto* const users = new SubordinateUsers("/etc/subuid", std::chrono::milliseconds(100));
     return *users;
 }
 
@@ -60,6 +62,10 @@ std::int64_t SubordinateUsers::accountableOf(const Range& range) {
 }
 
 void SubordinateUsers::readIfChanged() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextLook_)
+        return;
+    nextLook_ = now + staleTime_;
     struct stat status {};
     if (stat(file_.c_str(), &status) != 0) {
         ranges_.clear();

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -16,7 +17,9 @@ namespace morvane {
 /// The object may be used on any thread.
 class SubordinateUsers {
   public:
-    explicit SubordinateUsers(std::string file) : file_(std::move(file)) {}
+    /// A change of the file counts at the latest when `staleTime` has passed.
+    explicit SubordinateUsers(std::string file, std::chrono::milliseconds staleTime = {})
+        : file_(std::move(file)), staleTime_(staleTime) {}
 
     /// Returns the user who is responsible for what `user` does: the one to whom the id is granted,
     /// or `user` itself. A range that is granted to root, for its containers, or to an unknown user
@@ -42,7 +45,10 @@ class SubordinateUsers {
     static std::int64_t accountableOf(const Range& range);
 
     const std::string file_;
+    const std::chrono::milliseconds staleTime_;
     std::mutex mutex_;
+    /// When to look at the file again.
+    std::chrono::steady_clock::time_point nextLook_;
     /// The state of the file from which the ranges were read.
     struct stat status_ {};
     std::vector<Range> ranges_;

@@ -64,6 +64,14 @@ TEST_F(SubordinateUsersTest, TheFileIsLookedAtAgainOnceItHasChanged) {
     EXPECT_EQ(users.accountableFor(100001), 100001);
 }
 
+TEST_F(SubordinateUsersTest, TheFileIsNotLookedAtAgainUntilTheTimeHasPassed) {
+    write("1000:100000:65536\n");
+    SubordinateUsers users(file_, std::chrono::hours(1));
+    EXPECT_EQ(users.accountableFor(100001), 1000);
+    write("1001:100000:65536\n1002:200000:65536\n");
+    EXPECT_EQ(users.accountableFor(100001), 1000);
+}
+
 TEST_F(SubordinateUsersTest, WhatIsKnownHoldsWhileTheFileCannotBeOpened) {
     write("1000:100000:65536\n");
     SubordinateUsers users(file_);
