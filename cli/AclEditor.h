@@ -61,6 +61,9 @@ class AclEditor {
     /// of all its permissions takes that back.
     bool isExecutionChosen(const std::shared_ptr<MVAclEntry>& entry) const;
 
+    /// Says it of an entry whose boxes are put back as they were.
+    void setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen);
+
     /// Why the list must not be written as it stands: an entry whose user is not known would apply
     /// to everyone.
     Problem unwritable() const;
@@ -68,7 +71,6 @@ class AclEditor {
   private:
     Problem known(std::size_t entry) const;
     Problem changeable(std::size_t entry) const;
-    void setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen);
 
     EntryList entries_;
     FolderQuestion isFolder_;

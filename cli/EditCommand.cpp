@@ -142,7 +142,9 @@ class AclEditing {
                 return std::nullopt;
             return outcome.message;
         };
-        const bool saved = interaction(editor_, escaped(options_.path), saveOrTell);
+        const bool saved = interaction(editor_, {escaped(options_.path), saveOrTell, [this] {
+                                                     return edit_.changes(editor_.entries());
+                                                 }});
         return saved ? outcome : Outcome{ExitSuccess, {}, message({say("nothing was changed.")})};
     }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "AccessCommand.h"
 #include "AclCommand.h"
@@ -37,10 +38,17 @@ using AclSink = std::function<NSErrorRef(const EntryList& entries, const NSURL& 
 /// person can go on editing.
 using AclSave = std::function<Problem(bool lossy)>;
 
+/// What the edit of a person is about.
+struct EditSession {
+    std::string title;
+    AclSave save;
+    /// What saving would change, line by line.
+    std::function<std::vector<std::string>()> changes;
+};
+
 /// Lets a person edit until the result was saved; false if it was not. Empty where there is no
 /// terminal.
-using AclInteraction =
-    std::function<bool(AclEditor& editor, const std::string& title, const AclSave& save)>;
+using AclInteraction = std::function<bool(AclEditor& editor, const EditSession& session)>;
 
 /// `access` asks a service that can look at more than this program; null if there is none.
 Outcome runAclEdit(const EditOptions& options, const AclSource& source, const AclSink& sink,

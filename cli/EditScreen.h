@@ -1,13 +1,21 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/ItemList.h>
+
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "AccessCommand.h"
 #include "AclEditor.h"
+#include "EditHistory.h"
+#include "ScrolledView.h"
 
 /// The editor that `morvane acl PATH --edit` shows on a terminal: entries with their three-state
 /// boxes below them, moved through and changed by keys. It is told keys and draws text; the
@@ -24,6 +32,10 @@ enum EditKey : char32_t {
     keyDown,
     keyLeft,
     keyRight,
+    keyHome,
+    keyBottom,
+    keyPageUp,
+    keyPageDown,
     /// No key will come any more.
     keyEnd,
     /// None was pressed; the terminal has another size.
@@ -32,49 +44,112 @@ enum EditKey : char32_t {
     keyEscape = 0x1B,
     keyBackspace = 0x7F,
     keyInterrupt = 0x03,
+    keyRedo = 0x12,
+    keySuspend = 0x1A,
+};
+
+/// What the editor asks its surroundings for. Each may be empty: the keys for it then say so, and
+/// the list is saved without being asked about.
+struct EditSources {
+    /// What would be written other than it was read, line by line; none if nothing would.
+    std::function<std::vector<std::string>()> changes = {};
+    /// What somebody can really do to the item, by the list that is stored.
+    std::function<Result<PermissionList>(const NSUUID& who)> access = {};
 };
 
 class EditScreen {
   public:
-    enum class Result { goesOn, save, saveLossily, leave };
+    enum class Result {
+        goesOn,
+        save,
+        saveLossily,
+        leave,
+        /// The program is to stop until the user continues it.
+        suspend
+    };
 
-    EditScreen(AclEditor& editor, std::string title, const Style& style)
-        : editor_(editor), title_(std::move(title)), style_(style) {}
+    EditScreen(AclEditor& editor, std::string title, const Style& style, EditSources sources = {});
 
     /// keyEnd leaves whatever was being asked, as nobody can answer.
     Result press(char32_t key);
     /// Shows why the list was not saved, until the next key. The entries may be others by now.
     void tell(const std::string& message);
     /// At most `rows` lines, each at most `columns` wide, with the chosen line among them.
-    std::string draw(std::size_t rows, std::size_t columns) const;
+    std::string draw(std::size_t rows, std::size_t columns);
 
   private:
-    /// What is being typed, and for what.
-    enum class Asking { nothing, whoToAdd, who, whetherToLeave };
+    /// What is being typed, and for what; or what is shown instead of the list.
+    enum class Asking {
+        nothing,
+        whoToAdd,
+        who,
+        whoseAccess,
+        whatToFind,
+        whetherToSave,
+        whetherToLeave,
+        whichKey
+    };
     /// A line of the list: an entry, or one of its nodes.
     struct Line {
         std::size_t entry;
         NSTreeNode* node = nullptr;
         std::size_t depth = 0;
     };
+    /// What somebody can really do, by the groups and bits of the boxes.
+    struct Access {
+        std::string who;
+        PermissionList permissions;
+    };
 
-    std::vector<Line> lines() const;
+    static std::vector<ViewedLine> allKeys(std::size_t columns);
+    /// With the boxes of the entries that are open, or of all.
+    std::vector<Line> lines(bool all = false) const;
     Line chosenLine() const;
     std::string textOf(const Line& line) const;
+    /// What the person that was asked about can really do of a line's box; empty if it is none.
+    std::string accessText(const Line& line) const;
+    std::string whyNot(const Line& line) const;
+    std::vector<ViewedLine> viewed() const;
+    std::string heading() const;
     /// What stands below the list.
     std::vector<std::string> footer(std::size_t rows, std::size_t columns) const;
+    std::string question() const;
+
     Result answer(char32_t key);
-    void act(char32_t key, const Line& line);
+    Result answerBesideList(char32_t key);
+    void take(Asking asking, const std::string& typed);
+    void move(char32_t key);
+    Result act(char32_t key);
+    void change(char32_t key, const Line& line);
+    void toggle(const Line& line);
     void nextPermissions(std::size_t entry);
+    void showAccess(const std::string& who);
+    void find(const std::string& text);
+    void go(bool isThere, const std::string& whyNot);
+    Result askWhetherToSave(bool lossily);
     void did(const Problem& problem);
     void choose(std::size_t entry);
+    void keepWithin();
 
     AclEditor& editor_;
     std::string title_;
     Style style_;
+    EditSources sources_;
+    EditHistory history_;
+    /// Empty if the entries do not tell.
+    std::optional<ItemList> list_;
+    ScrolledView view_;
+    ScrolledView besideView_;
     std::size_t chosen_ = 0;
+    /// Of the lines that are shown instead of the list.
+    std::size_t chosenBeside_ = 0;
+    std::vector<ViewedLine> beside_;
     std::set<const MVAclEntry*> open_;
-    bool changed_ = false;
+    std::optional<Access> access_;
+    std::string found_;
+    bool savesLossily_ = false;
+    /// The entries were replaced after changes, so that the first state has changes already.
+    bool hadChanges_ = false;
     Asking asking_ = Asking::nothing;
     std::string typed_;
     std::string message_;

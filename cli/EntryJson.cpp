@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "EntryJson.h"
 
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/MVAclOrigin.h>
 
@@ -35,14 +36,46 @@ std::string keysOfNames(std::string_view names) {
     return keys;
 }
 
-Json jsonOfEntry(const MVAclEntry& entry) {
+const char* nameOf(EntrySubject subject) {
+    switch (subject) {
+        case EntrySubject::user:
+            return "user";
+        case EntrySubject::group:
+            return "group";
+        case EntrySubject::owner:
+            return "owner";
+        case EntrySubject::owningGroup:
+            return "owningGroup";
+        case EntrySubject::creator:
+            return "creator";
+        case EntrySubject::creatorGroup:
+            return "creatorGroup";
+        case EntrySubject::everyone:
+            return "everyone";
+        case EntrySubject::nobody:
+            return "nobody";
+    }
+    return "nobody";
+}
+
+/// What the entries were read from; null if none tells.
+const MVAclOrigin::Values* originOf(const EntryList& entries) {
+    const auto read = std::find_if(entries.begin(), entries.end(),
+                                   [](const auto& entry) { return entry->origin() != nullptr; });
+    return read == entries.end() ? nullptr : &(*read)->origin()->values();
+}
+
+/// `item` is what the list of the entry was read from; null if that is not known.
+Json jsonOfEntry(const MVAclEntry& entry, const MVAclOrigin::Values* item) {
     Json permissions = Json::array();
     for (const auto& group : entry.permissions())
         permissions.push_back(jsonOfNode(*group));
     return {{"identity", identityName(entry)},
             {"uuid", entry.uuid() ? Json(entry.uuid()->UUIDString()) : Json(nullptr)},
             {"isGroup", identityIsGroup(entry)},
+            {"subject", nameOf(subjectOfEntry(entry))},
             {"tag", entry.tag()},
+            {"letters", item ? Json(lettersOfEntry(entry, item->storage)) : Json(nullptr)},
             {"inherited", entry.inherited()},
             {"isAcl", entry.isAcl()},
             {"permissionGroup", entry.permissionGroup()},
@@ -68,7 +101,7 @@ const char* nameOf(MVAclStorage storage) {
 Json jsonOfEntries(const EntryList& entries) {
     Json array = Json::array();
     for (const auto& entry : entries)
-        array.push_back(jsonOfEntry(*entry));
+        array.push_back(jsonOfEntry(*entry, originOf(entries)));
     return array;
 }
 
@@ -92,9 +125,7 @@ Json jsonOfIdentity(const CBIdentity& identity) {
 
 Json jsonOfListedItem(std::string_view path, const EntryList& entries) {
     auto item = jsonOfPath(path);
-    const auto read = std::find_if(entries.begin(), entries.end(),
-                                   [](const auto& entry) { return entry->origin() != nullptr; });
-    const auto* const known = read == entries.end() ? nullptr : &(*read)->origin()->values();
+    const auto* const known = originOf(entries);
     item["kind"] = known ? Json(known->isDirectory ? "folder" : "file") : Json(nullptr);
     item["storage"] = known ? Json(nameOf(known->storage)) : Json(nullptr);
     item["owner"] = known ? jsonOfOwner(known->owner, false) : Json(nullptr);

@@ -16,6 +16,16 @@ bool holds(const EntryList& list, const std::shared_ptr<MVAclEntry>& entry) {
     return std::find(list.begin(), list.end(), entry) != list.end();
 }
 
+std::vector<std::string> linesOf(const MVAclEntry& entry) {
+    std::vector<std::string> lines{entryAsLine(entry)};
+    for (const auto& group : entry.permissions()) {
+        lines.push_back(boxAsText(*group));
+        for (const auto& box : group->childNodes())
+            lines.push_back(boxAsText(*box));
+    }
+    return lines;
+}
+
 std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
     return entriesAsJson({entry});
 }
@@ -25,7 +35,7 @@ std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
 ListEdit::ListEdit(const EntryList& entries) {
     for (const auto& entry : entries) {
         auto text = allShownOf(entry);
-        read_.push_back({entry, std::move(text), {}, entry->tag(), entry->uuid()});
+        read_.push_back({entry, std::move(text), {}, entry->tag(), entry->uuid(), linesOf(*entry)});
     }
     const auto numbered = shown();
     for (auto& read : read_) {
@@ -79,6 +89,38 @@ const ListEdit::Entry* ListEdit::readAs(const std::shared_ptr<MVAclEntry>& entry
     const auto found = std::find_if(read_.begin(), read_.end(),
                                     [&](const Entry& read) { return read.entry == entry; });
     return found == read_.end() ? nullptr : &*found;
+}
+
+std::vector<std::string> ListEdit::changes(const EntryList& edited) const {
+    std::vector<std::string> changes;
+    for (const auto& shownEntry : shown()) {
+        const auto& read = *readAs(shownEntry);
+        const auto& before = read.lines;
+        if (!holds(edited, read.entry)) {
+            changes.push_back("- " + before.front());
+            continue;
+        }
+        const auto after = linesOf(*read.entry);
+        if (after == before)
+            continue;
+        const bool saysEnough =
+            after.front() != before.front() && read.entry->permissionGroup() != MVAclGroupCustom;
+        if (after.front() == before.front()) {
+            changes.push_back("  " + after.front());
+        } else {
+            changes.push_back("- " + before.front());
+            changes.push_back("+ " + after.front());
+        }
+        for (std::size_t i = 1; !saysEnough && i < std::min(before.size(), after.size()); ++i) {
+            if (after[i] != before[i])
+                changes.push_back("      " + after[i]);
+        }
+    }
+    for (const auto& entry : edited) {
+        if (!readAs(entry))
+            changes.push_back("+ " + entryAsLine(*entry));
+    }
+    return changes;
 }
 
 ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& now) {

@@ -38,6 +38,10 @@ class ListEdit {
     /// the list that was read, so that they are refused with the others if it has changed.
     EntryList inOrderOfEvaluation(const EntryList& edited) const;
 
+    /// What an edit makes other than it was read, line by line for people: "+ " is new, "- " is
+    /// gone; below an entry whose line says no more than "Custom", the boxes that have changed.
+    std::vector<std::string> changes(const EntryList& edited) const;
+
     struct Replayed {
         /// In the order in which they are shown, new ones last.
         EntryList entries;
@@ -58,6 +62,8 @@ class ListEdit {
         std::string title;
         std::int32_t tag = 0;
         std::optional<NSUUID> uuid;
+        /// The entry's line, and one for each of its boxes, as they were shown then.
+        std::vector<std::string> lines = {};
 
         /// Whether it still does the same for the same.
         bool keepsPlace() const;

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -39,6 +40,42 @@ void tellOfResize(int) {
     const int before = errno;
     eventfd_write(resizes, 1);
     errno = before;
+}
+
+/// What a sequence that ends with `last` tells of, in which `parameter` stood first.
+std::optional<char32_t> keyOfSequence(int parameter, int last) {
+    switch (last) {
+        case 'A':
+            return keyUp;
+        case 'B':
+            return keyDown;
+        case 'C':
+            return keyRight;
+        case 'D':
+            return keyLeft;
+        case 'H':
+            return keyHome;
+        case 'F':
+            return keyBottom;
+        case '~':
+            break;
+        default:
+            return std::nullopt;
+    }
+    switch (parameter) {
+        case '1':
+        case '7':
+            return keyHome;
+        case '4':
+        case '8':
+            return keyBottom;
+        case '5':
+            return keyPageUp;
+        case '6':
+            return keyPageDown;
+        default:
+            return std::nullopt;
+    }
 }
 
 /// Whatever it calls may be called at any moment.
@@ -71,13 +108,26 @@ bool Terminal::isThere() {
            std::string_view(kind) != "dumb";
 }
 
-Terminal::Terminal() {
-    if (tcgetattr(STDIN_FILENO, &formerSettings) != 0)
-        throw std::system_error(errno, std::generic_category(), "the terminal cannot be read");
+void Terminal::takeOver() {
     termios raw = formerSettings;
     cfmakeraw(&raw);
     // Line ends are still the terminal's business.
     raw.c_oflag |= OPOST;
+    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
+        throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
+    putOnTerminal("\033[?1049h\033[?25l");
+}
+
+void Terminal::suspend() {
+    giveBackTheTerminal();
+    // Nothing stops where no shell could continue it.
+    raise(SIGTSTP);
+    takeOver();
+}
+
+Terminal::Terminal() {
+    if (tcgetattr(STDIN_FILENO, &formerSettings) != 0)
+        throw std::system_error(errno, std::generic_category(), "the terminal cannot be read");
     for (const int number : endingSignals) {
         struct sigaction action {};
         sigaction(number, nullptr, &action);
@@ -94,9 +144,7 @@ Terminal::Terminal() {
     resize.sa_handler = tellOfResize;
     resize.sa_flags = SA_RESTART;
     sigaction(SIGWINCH, &resize, nullptr);
-    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
-        throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
-    putOnTerminal("\033[?1049h\033[?25l");
+    takeOver();
 }
 
 Terminal::~Terminal() {
@@ -158,20 +206,12 @@ char32_t Terminal::nextKey() {
             if (second != '[' && second != 'O')
                 return keyEscape;
             int last = nextByte(sequenceMilliseconds);
+            const int parameter = last;
             while (last != noByte && (last < '@' || last > '~'))
                 last = nextByte(sequenceMilliseconds);
-            switch (last) {
-                case 'A':
-                    return keyUp;
-                case 'B':
-                    return keyDown;
-                case 'C':
-                    return keyRight;
-                case 'D':
-                    return keyLeft;
-                default:
-                    continue;
-            }
+            if (const auto key = keyOfSequence(parameter, last))
+                return *key;
+            continue;
         }
         if (first < 0x80)
             return static_cast<char32_t>(first);

@@ -29,10 +29,14 @@ class Terminal {
     /// Rows and columns, as they are now.
     std::pair<std::size_t, std::size_t> size() const;
     void show(const std::string& text);
+    /// Gives the terminal back and stops the program, until the user continues it: the screen is to
+    /// be shown again then.
+    void suspend();
     /// Waits for a key: a character, or one of EditKey.
     char32_t nextKey();
 
   private:
+    void takeOver();
     int nextByte(int milliseconds);
 };
 

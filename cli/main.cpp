@@ -115,21 +115,23 @@ NSErrorRef propagateWithLiveLine(FileServices& services, const EntryList& entrie
     });
 }
 
-bool editOnTerminal(AclEditor& editor, const std::string& title, const AclSave& save,
+bool editOnTerminal(AclEditor& editor, const EditSession& session, const EditSources& sources,
                     const std::string& colour) {
     Terminal terminal;
     EditScreen screen(
-        editor, title,
-        Style(wantsColours(colour, true, std::getenv("NO_COLOR"), std::getenv("TERM"))));
+        editor, session.title,
+        Style(wantsColours(colour, true, std::getenv("NO_COLOR"), std::getenv("TERM"))), sources);
     while (true) {
         const auto [rows, columns] = terminal.size();
         terminal.show(screen.draw(rows, columns));
         const auto result = screen.press(terminal.nextKey());
         if (result == EditScreen::Result::leave)
             return false;
-        if (result == EditScreen::Result::goesOn)
+        if (result == EditScreen::Result::suspend)
+            terminal.suspend();
+        if (result == EditScreen::Result::goesOn || result == EditScreen::Result::suspend)
             continue;
-        const auto problem = save(result == EditScreen::Result::saveLossily);
+        const auto problem = session.save(result == EditScreen::Result::saveLossily);
         if (!problem)
             return true;
         screen.tell(*problem);
@@ -189,9 +191,11 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         const auto write = [&](const EntryList& entries, const NSURL& url) {
             return services.setAclEntries(entries, resolved(url));
         };
-        const auto onTerminal = [&](AclEditor& editor, const std::string& title,
-                                    const AclSave& save) {
-            return editOnTerminal(editor, title, save, common.colour);
+        const auto onTerminal = [&](AclEditor& editor, const EditSession& session) {
+            const auto url = NSURL::fileURLWithPath(edit->path);
+            const EditSources sources{session.changes,
+                                      [&](const NSUUID& who) { return accessOf(url, who); }};
+            return editOnTerminal(editor, session, sources, common.colour);
         };
         return runAclEdit(*edit, entriesOf, write,
                           common.privileged ? AccessSource(accessOf) : nullptr,

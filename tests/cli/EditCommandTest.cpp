@@ -143,18 +143,24 @@ TEST_F(Editing, OffersTheEditByHandOnTheListThatAnotherProgramHasMade) {
         acl.access.users.push_back({4806, PosixRead});
     }};
     Problem told;
-    const auto outcome =
-        run(std::nullopt, [&](AclEditor& editor, const std::string&, const AclSave& save) {
-            EXPECT_EQ(editor.choosePermissions(1, "write"), std::nullopt);
-            EXPECT_EQ(editor.choosePermissions(2, "read"), std::nullopt);
-            EXPECT_EQ(editor.add("user:4805"), std::nullopt);
-            told = save(false);
-            EXPECT_EQ(rightsOf(4805), PosixNothing) << "nothing is written before it was looked at";
-            EXPECT_EQ(editor.entries().size(), 7u);
-            EXPECT_EQ(editor.entries()[1]->permissionGroup(), MVAclGroupCustom) << "as it is now";
-            EXPECT_EQ(editor.entries()[2]->permissionGroup(), MVAclGroupRead) << "as it was edited";
-            return save(false) == std::nullopt;
-        });
+    const auto outcome = run(std::nullopt, [&](AclEditor& editor, const EditSession& session) {
+        const auto& save = session.save;
+        EXPECT_EQ(editor.choosePermissions(1, "write"), std::nullopt);
+        EXPECT_EQ(editor.choosePermissions(2, "read"), std::nullopt);
+        EXPECT_EQ(editor.add("user:4805"), std::nullopt);
+        told = save(false);
+        EXPECT_EQ(rightsOf(4805), PosixNothing) << "nothing is written before it was looked at";
+        EXPECT_EQ(editor.entries().size(), 7u);
+        EXPECT_EQ(editor.entries()[1]->permissionGroup(), MVAclGroupCustom) << "as it is now";
+        EXPECT_EQ(editor.entries()[2]->permissionGroup(), MVAclGroupRead) << "as it was edited";
+        EXPECT_EQ(session.changes(),
+                  (std::vector<std::string>{
+                      "- uid 4804  Allow  Custom (part of Read, part of Write)  This item",
+                      "+ uid 4804  Allow  Read  This item",
+                      "+ uid 4805  Allow  Read and Write  This item"}))
+            << "beside what the list is by then";
+        return save(false) == std::nullopt;
+    });
     EXPECT_EQ(told,
               "Another program has changed the list. Your changes are made on what it is now, but "
               "not that of entry 2 (uid 4803), which is no longer what it was: look at it, and "
@@ -164,6 +170,23 @@ TEST_F(Editing, OffersTheEditByHandOnTheListThatAnotherProgramHasMade) {
     EXPECT_EQ(rightsOf(4804), PosixRead);
     EXPECT_EQ(rightsOf(4805), PosixRead | PosixWrite);
     EXPECT_EQ(rightsOf(4806), PosixRead);
+}
+
+TEST_F(Editing, TellsWhatIsChangedByBoxesWhereTheLinesSayTooLittle) {
+    const auto entries = entriesOfPosixAcl(acl_);
+    const ListEdit edit(entries);
+    AclEditor editor(edit.shown(), [](Problem&) { return false; });
+    EXPECT_EQ(edit.changes(editor.entries()), std::vector<std::string>());
+    EXPECT_EQ(editor.setBox(1, "Read Data", BoxChange::off), std::nullopt);
+    EXPECT_EQ(editor.setBox(1, "Read Data", BoxChange::on), std::nullopt);
+    EXPECT_EQ(edit.changes(editor.entries()), std::vector<std::string>()) << "as it was";
+    EXPECT_EQ(editor.setBox(1, "Read Attributes", BoxChange::off), std::nullopt);
+    EXPECT_EQ(editor.remove(2), std::nullopt);
+    EXPECT_EQ(edit.changes(editor.entries()),
+              (std::vector<std::string>{
+                  "  uid 4803  Allow  Custom (part of Read, part of Write)  This item",
+                  "      [ ] Read Attributes",
+                  "- uid 4804  Allow  Custom (part of Read, part of Write)  This item"}));
 }
 
 TEST_F(Editing, ReadsTheListOnceIfNobodyElseChangesIt) {

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVAclOrigin.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "EditScreen.h"
 #include "acl/AclTestSupport.h"
@@ -186,13 +189,231 @@ TEST_F(Screen, KeepsTheChosenLineAmongTheFewThatFit) {
     for (int i = 0; i != 5; ++i)
         press({keyDown});
     const auto lines = drawn(9, 80);
-    // Title, blank, three lines, blank, message, two of help.
+    // Title, what is above, three lines, what is below, message, two of keys.
+    EXPECT_EQ(lines[1], "  ^ 4 lines above");
     EXPECT_EQ(lines[4], ">         [x] Read Extended Attributes");
-    EXPECT_EQ(lines[5], "");
+    EXPECT_EQ(lines[5], "  v 10 lines below");
+    press({keyUp});
+    EXPECT_EQ(drawn(9, 80)[3], ">         [x] Read Attributes") << "the window stands still";
 }
 
-TEST_F(Screen, CutsWhatIsWiderThanTheTerminal) {
-    EXPECT_EQ(drawn(40, 12)[2], "> 1. user al");
+TEST_F(Screen, MarksWhatIsWiderThanTheTerminalAndMovesToTheSide) {
+    EXPECT_EQ(drawn(40, 12)[2], "> 1. user a>");
+    press({'>'});
+    EXPECT_EQ(drawn(40, 12)[2], "> <r alice >");
+    for (int i = 0; i != 20; ++i) {
+        press({'>'});
+        drawn(40, 12);
+    }
+    EXPECT_EQ(drawn(40, 12)[2], "> <This item");
+    for (int i = 0; i != 20; ++i)
+        press({'<'});
+    EXPECT_EQ(drawn(40, 12)[2], "> 1. user a>");
+}
+
+TEST_F(Screen, NamesEveryKeyBelowTheListHoweverNarrowItIs) {
+    for (const std::size_t columns : {80, 40, 20}) {
+        std::string all;
+        const auto lines = drawn(24, columns);
+        for (std::size_t i = 6; i < lines.size(); ++i)
+            all += lines[i] + "   ";
+        EXPECT_EQ(all,
+                  "Space change   s save   u undo   a add   d remove   / find   e access   "
+                  "? all keys   q leave   ")
+            << columns;
+    }
+}
+
+TEST_F(Screen, GoesToTheEndsAndByPages) {
+    press({keyRight, keyDown, keyBottom});
+    EXPECT_EQ(drawn(9, 80)[4].substr(0, 4), "> 2.");
+    press({keyPageUp});
+    EXPECT_EQ(drawn(9, 80)[2], ">     [x] Read");
+    press({keyPageDown});
+    EXPECT_EQ(drawn(9, 80)[4].substr(0, 4), "> 2.");
+    press({keyHome, keyPageUp});
+    EXPECT_EQ(drawn(9, 80)[2].substr(0, 4), "> 1.");
+}
+
+TEST_F(Screen, MovesByLettersAsByArrows) {
+    press({'j', 'l', 'j'});
+    EXPECT_EQ(drawn()[4], ">     [x] Read");
+    press({'k', 'j', 'h'});
+    EXPECT_EQ(drawn()[3].substr(0, 4), "> 2.");
+    EXPECT_EQ(drawn()[4], "");
+}
+
+TEST_F(Screen, FindsATextAlsoInAnEntryThatIsClosed) {
+    press({'/'});
+    type("APPEND");
+    EXPECT_EQ(drawn()[5], "Find: APPEND");
+    press({keyEnter});
+    const auto lines = drawn();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), ">         [x] Append Data"), lines.end());
+    press({'/'});
+    type("alice");
+    press({keyEnter});
+    EXPECT_EQ(drawn()[2].substr(0, 4), "> 1.") << "from the end it goes on at the beginning";
+    press({'n'});
+    EXPECT_EQ(drawn()[3].substr(0, 4), "> 2.");
+    press({'/'});
+    type("nowhere");
+    press({keyEnter});
+    const auto told = drawn();
+    EXPECT_NE(std::find(told.begin(), told.end(), "'nowhere' is in no line"), told.end());
+}
+
+TEST_F(Screen, TakesChangesBackAndMakesThemAgain) {
+    const auto& second = entry(1);
+    press({keyDown, ' ', keyDown, keyDown, ' '});  // a box off
+    press({keyHome, keyDown, 't', 'i'});
+    EXPECT_EQ(second.tag(), MVAclTagDeny);
+    press({'u'});
+    EXPECT_FALSE(second.inherited());
+    press({'u'});
+    EXPECT_EQ(second.tag(), MVAclTagAllow);
+    EXPECT_EQ(box(second, 0, 0).state(), MVStateOff);
+    EXPECT_EQ(drawn()[0], "notes.txt (changed)");
+    press({'u'});
+    EXPECT_EQ(box(second, 0, 0).state(), MVStateOn);
+    EXPECT_EQ(drawn()[3].substr(0, 50), "> 2. user alice  Allow  Read and Write  This item");
+    EXPECT_EQ(drawn()[0], "notes.txt");
+    press({'u'});
+    const auto told = drawn();
+    EXPECT_NE(std::find(told.begin(), told.end(), "There is nothing to take back."), told.end());
+    press({'U', keyRedo, 'U'});
+    EXPECT_EQ(box(second, 0, 0).state(), MVStateOff);
+    EXPECT_EQ(second.permissionGroup(), MVAclGroupCustom);
+    EXPECT_TRUE(second.inherited());
+    EXPECT_EQ(second.tag(), MVAclTagDeny);
+    press({'U'});
+    const auto again = drawn();
+    EXPECT_NE(std::find(again.begin(), again.end(), "There is nothing to make again."),
+              again.end());
+}
+
+TEST_F(Screen, BringsAnEntryThatWasRemovedBackAsItWasAndTakesANewOneAway) {
+    const auto second = editor_.entries()[1];
+    press({keyDown, 'd', 'u'});
+    ASSERT_EQ(editor_.entries().size(), 2U);
+    EXPECT_EQ(editor_.entries()[1], second);
+    press({'a'});
+    type("everyone");
+    press({keyEnter, 'u'});
+    EXPECT_EQ(editor_.entries().size(), 2U);
+    press({'g', 'U'});
+    EXPECT_EQ(editor_.entries().size(), 2U) << "a change forgets what was taken back";
+}
+
+TEST_F(Screen, LeavesWithoutAQuestionOnceAllIsTakenBack) {
+    EXPECT_EQ(press({keyDown, 't', 'u', 'q'}), Pressed::leave);
+}
+
+TEST_F(Screen, ShowsAllKeysUntilAnotherIsPressed) {
+    press({'?'});
+    auto lines = drawn();
+    EXPECT_EQ(lines[0], "Keys");
+    EXPECT_EQ(lines[2], "> Up Down k j           move");
+    EXPECT_EQ(lines.back(), "Up, Down: move   other keys: back to the list");
+    drawn(12, 40);
+    press({keyBottom});
+    lines = drawn(12, 40);
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "> q                     leave"), lines.end());
+    EXPECT_EQ(press({'q'}), Pressed::goesOn);
+    EXPECT_EQ(drawn()[0], "notes.txt");
+}
+
+TEST_F(Screen, StopsForTheShellWhateverIsAsked) {
+    EXPECT_EQ(press({keySuspend}), Pressed::suspend);
+    EXPECT_EQ(press({'a', keySuspend}), Pressed::suspend);
+    EXPECT_EQ(drawn()[5], "user:NAME, group:NAME or everyone: ");
+}
+
+TEST_F(Screen, KeepsTheEndOfALongAnswerInSight) {
+    press({'a'});
+    type("user:a-name-that-goes-on-and-on-and-ends-here");
+    EXPECT_EQ(drawn(24, 40)[5], "a-name-that-goes-on-and-on-and-ends-here");
+}
+
+/// Entries that were read from a POSIX list.
+class ScreenOfAList : public Screen {
+  protected:
+    ScreenOfAList() {
+        for (const auto& entry : editor_.entries())
+            entry->setOrigin(MVAclOrigin::initWithValues(
+                {NSURL::fileURLWithPath("/x"), false, 4711, 4711, MVAclStorage::posix, "digest"}));
+        asked_ = std::make_unique<EditScreen>(
+            editor_, "notes.txt", Style(true),
+            EditSources{[this] { return changes_; },
+                        [this](const NSUUID& who) -> Result<PermissionList> {
+                            who_ = who;
+                            if (failure_)
+                                return Failure{failure_};
+                            return MVAclEntry::newEntryForDirectory(false)->permissions();
+                        }});
+    }
+    Pressed pressed(std::initializer_list<char32_t> keys) {
+        auto result = Pressed::goesOn;
+        for (const auto key : keys)
+            result = asked_->press(key);
+        return result;
+    }
+
+    std::vector<std::string> changes_;
+    NSErrorRef failure_;
+    std::optional<NSUUID> who_;
+    std::unique_ptr<EditScreen> asked_;
+};
+
+TEST_F(ScreenOfAList, DimsABoxThatCannotBeHeldAndSaysWhy) {
+    pressed({keyDown, keyRight, keyBottom});
+    pressed({keyUp});
+    EXPECT_NE(asked_->draw(40, 80).find("\x1b[2m          [ ] Change Owner\x1b[0m"),
+              std::string::npos)
+        << asked_->draw(40, 80);
+    pressed({keyDown});
+    EXPECT_NE(asked_->draw(40, 80).find("\nIt cannot be on: only root has it\n"), std::string::npos)
+        << asked_->draw(40, 80);
+    pressed({' '});
+    EXPECT_NE(
+        asked_->draw(40, 80).find("\n'Change Owner' cannot be switched on: only root has it\n"),
+        std::string::npos);
+    EXPECT_EQ(pressed({'q'}), Pressed::leave) << "nothing has changed";
+}
+
+TEST_F(ScreenOfAList, ShowsBesideTheBoxesWhatSomebodyCanReallyDo) {
+    pressed({keyDown, keyRight, 'e'});
+    EXPECT_NE(asked_->draw(40, 80).find("Whose access, user:NAME or group:NAME: "),
+              std::string::npos);
+    for (const char c : std::string("user:alice"))
+        pressed({static_cast<char32_t>(c)});
+    pressed({keyEnter});
+    EXPECT_EQ(who_, uuidOfPosixIdentity(CBPosixUser{1000}));
+    const auto shown = asked_->draw(40, 100);
+    EXPECT_NE(shown.find("[x] Write Data                        user alice: yes\n"),
+              std::string::npos)
+        << shown;
+    EXPECT_NE(shown.find("[ ] Change Owner                      user alice: no"), std::string::npos)
+        << shown;
+    pressed({'e', keyEnter});
+    EXPECT_EQ(asked_->draw(40, 100).find("user alice: yes"), std::string::npos);
+    failure_ = NSError::errorWithDomain(NSPOSIXErrorDomain, 13);
+    pressed({'e', 'e', 'v', 'e', 'r', 'y', 'o', 'n', 'e', keyEnter});
+    EXPECT_NE(asked_->draw(40, 100).find("\nPermission denied\n"), std::string::npos);
+}
+
+TEST_F(ScreenOfAList, ShowsWhatChangesBeforeItSaves) {
+    changes_ = {"- user alice  Allow  Read", "+ user alice  Deny  Read"};
+    EXPECT_EQ(pressed({'s'}), Pressed::goesOn);
+    const auto shown = asked_->draw(24, 80);
+    EXPECT_NE(shown.find("These changes are saved:"), std::string::npos);
+    EXPECT_NE(shown.find("+ user alice  Deny  Read"), std::string::npos);
+    EXPECT_EQ(pressed({'x'}), Pressed::goesOn);
+    EXPECT_EQ(asked_->draw(24, 80).find("These changes"), std::string::npos);
+    EXPECT_EQ(pressed({'s', keyDown, keyEnter}), Pressed::save);
+    EXPECT_EQ(pressed({'L', 's'}), Pressed::saveLossily);
+    changes_.clear();
+    EXPECT_EQ(pressed({'s'}), Pressed::save);
 }
 
 TEST_F(Screen, FitsOnATerminalOfAnySize) {
@@ -216,8 +437,8 @@ TEST_F(Screen, ShowsAWholeRefusalUntilTheNextKey) {
     EXPECT_EQ(drawn(40, 20)[5], "");
 }
 
-TEST_F(Screen, SavesLossilyWithL) {
-    EXPECT_EQ(press({'l'}), Pressed::saveLossily);
+TEST_F(Screen, SavesLossilyWithACapitalL) {
+    EXPECT_EQ(press({'L'}), Pressed::saveLossily);
 }
 
 }  // namespace

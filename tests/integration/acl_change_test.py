@@ -7,6 +7,7 @@ import fcntl
 import json
 import os
 import pty
+import re
 import select
 import signal
 import struct
@@ -354,7 +355,7 @@ class Terminal(Changing):
         self.assertIn("[x] Write", shown)
         shown = self.edit_more(" ")
         self.assertIn("[ ] Write", shown)
-        status, _ = self.end("s")
+        status, _ = self.end("ss")
         self.assertEqual(status, 0)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
 
@@ -403,9 +404,76 @@ class Terminal(Changing):
                     shown = self.edit_more(key)
                 self.assertIn(expected.format(n=number + 1), shown.replace("\r", ""))
         self.assertNotIn("4713", shown)
-        status, rest = self.end("s")
+        status, rest = self.end("ss")
         self.assertEqual(status, 0, rest)
         self.assertEqual(acl(self.file), ["user::rw-", "user:4712:r--", "group::r--", "mask::r--", "other::---"])
+
+    def test_what_is_saved_is_shown_before(self):
+        self.edit("g")
+        os.write(self.terminal, b"s")
+        shown = re.sub(r"\r|\x1b\[\d*m", "", self.read(self.terminal, until="back to the list"))
+        self.assertRegex(shown, r"These changes are saved:\n\n> - user \S+ \(owner\)  Allow  Read and Write  This item\n"
+                                r"  \+ user \S+ \(owner\)  Allow  Read  This item\n")
+        self.assertIn("(changed)", self.edit_more("x"))
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
+        self.assertEqual(self.end("s\r")[0], 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
+
+    def test_what_is_taken_back_is_not_saved(self):
+        self.edit("g", "g", "u")
+        self.assertEqual(self.end("ss")[0], 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
+
+    def test_a_box_that_cannot_be_held_says_why(self):
+        self.setfacl("-m", "u:4711:rw", self.file)
+        self.edit("/", *"delete", "\r")
+        self.assertIn("It cannot be on: who may delete an item is told by the folder that it is in", self.edit_more(">"))
+
+    def test_what_somebody_can_really_do_stands_beside_the_boxes(self):
+        self.setfacl("-m", "u:65534:rw,m::r", self.file)
+        os.chmod(os.path.dirname(self.folder), 0o755)
+        shown = self.edit("\x1b[B", "l", "e", *"user:65534", "\r")
+        self.assertRegex(shown, r"\] Read Data +user nobody: yes\r\n")
+        self.assertRegex(shown, r"\] Write Data +user nobody: no\r\n")
+
+    def test_the_keys_that_terminals_send_for_the_ends_and_pages_are_known(self):
+        for first, last in (("\x1b[H", "\x1b[F"), ("\x1bOH", "\x1bOF"), ("\x1b[1~", "\x1b[4~"), ("\x1b[7~", "\x1b[8~"),
+                            ("\x1b[5~", "\x1b[6~")):
+            shown = self.edit(last).split("\x1b[2J")[-1]
+            self.assertIn("> 3. everyone", shown)
+            self.assertIn("> 1. user", self.edit_more(first))
+            self.end("q")
+
+    def test_it_stops_for_the_shell_and_comes_back(self):
+        self.edit("g")
+        os.write(self.terminal, b"\x1a")
+        # In a session of its own nobody could continue it: it goes on at once, on a screen that is drawn anew.
+        shown = self.read(self.terminal, until="q leave")
+        self.assertRegex(shown, r"(?s)\x1b\[\?1049l.*\x1b\[\?1049h.*\(changed\)")
+        self.assertEqual(self.end("ss")[0], 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
+
+    def test_a_shell_continues_it_where_it_stood(self):
+        shell, terminal = pty.fork()
+        if shell == 0:
+            os.execvpe("bash", ["bash", "--norc", "--noprofile", "-i"], {**ENVIRONMENT, "PS1": "READY> ", "HOME": self.folder})
+        self.open.add(terminal)
+        self.addCleanup(self.close, terminal)
+        self.read(terminal, until="READY> ")
+        os.write(terminal, f"{MORVANE} acl {self.file} --edit\n".encode())
+        self.read(terminal, until="q leave")
+        os.write(terminal, b"g")
+        self.assertIn("(changed)", self.read(terminal, until="q leave"))
+        os.write(terminal, b"\x1a")
+        self.assertIn("Stopped", self.read(terminal, until="READY> "))
+        os.write(terminal, b"fg\n")
+        self.assertIn("(changed)", self.read(terminal, until="q leave"))
+        os.write(terminal, b"ss")
+        self.read(terminal, until="READY> ")
+        os.write(terminal, b"exit\n")
+        self.read(terminal)
+        os.waitpid(shell, 0)
+        self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o440)
 
     def test_leaving_after_a_change_is_asked_about_and_changes_nothing(self):
         for key in "q", "\x1b", "\x03":
@@ -432,11 +500,11 @@ class Terminal(Changing):
         for key in [*["\x1b[B"] * number, "\x1b[C", "\x1b[B", "\x1b[B", " "]:
             shown = self.edit_more(key)
         self.assertIn(">         [ ] Read Data", shown)
-        shown = self.edit_more("s")
+        shown = self.edit_more("ss")
         self.assertIn("cannot change the access-control list", shown)
         self.assertIn(">         [ ] Read Data", shown)
         self.assertEqual(acl(self.file), before)
-        status, _ = self.end("l")
+        status, _ = self.end("LL")
         self.assertEqual(status, 0)
         self.assertNotEqual(acl(self.file), before)
 
@@ -449,13 +517,13 @@ class Terminal(Changing):
             shown = self.edit_more(key)
         self.assertIn("uid 4711  Allow  Read ", shown)
         self.setfacl("-m", "u:4712:r", self.file)
-        shown = " ".join(self.edit_more("s").split())
+        shown = " ".join(self.edit_more("ss").split())
         self.assertIn("Another program has changed the list. Your changes are made on what it is now: look at it, "
                       "and save again.", shown)
         self.assertIn("uid 4711 Allow Read ", shown)
         self.assertIn("uid 4712 Allow", shown)
         self.assertIn("user:4711:rw-", acl(self.file), "nothing is written before it was looked at")
-        status, rest = self.end("s")
+        status, rest = self.end("ss")
         self.assertEqual(status, 0, rest)
         self.assertEqual(acl(self.file), ["user::rw-", "user:4711:r--", "user:4712:r--", "group::r--", "mask::r--",
                                           "other::---"])

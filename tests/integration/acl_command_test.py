@@ -85,7 +85,7 @@ class Listing(RealFile):
     def test_every_key_of_the_json_is_there_and_no_other(self):
         for entry in self.entries(self.file):
             self.assertEqual(set(entry), {
-                "identity", "uuid", "isGroup", "tag", "inherited", "isAcl", "permissionGroup",
+                "identity", "uuid", "isGroup", "subject", "letters", "tag", "inherited", "isAcl", "permissionGroup",
                 "applicableTo", "canonicalScore", "permissions"})
             for node in entry["permissions"]:
                 self.assertEqual(set(node),

@@ -63,7 +63,9 @@ class Commands(Documents):
         self.assertEqual((item["path"], item["kind"], item["storage"]), ("notes.txt", "file", "posix"))
         self.assertEqual(item["owner"]["id"], os.geteuid())
         self.assertEqual(base64.b64decode(item["pathBytes"]), b"notes.txt")
-        self.assertIn("uid 4711", [entry["identity"] for entry in printed["entries"]])
+        self.assertEqual({(entry["identity"], entry["subject"], entry["letters"]) for entry in printed["entries"]
+                          if entry["subject"] in ("user", "everyone")},
+                         {("uid 4711", "user", "rw-"), ("everyone", "everyone", "---")})
 
     def test_a_folder_on_a_file_system_without_lists_says_so(self):
         printed = self.document("acl", "--json", "/proc/self")
