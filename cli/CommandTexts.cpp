@@ -2,31 +2,17 @@
 #include "CommandTexts.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include "CommandTable.h"
+#include "CommandWords.h"
 
 namespace morvane {
 
 namespace {
 
-/// `text` with each `what` in it replaced.
-std::string replaced(std::string text, std::string_view what, std::string_view by) {
-    for (std::size_t at = 0; (at = text.find(what, at)) != text.npos; at += by.size())
-        text.replace(at, what.size(), by);
-    return text;
-}
-
 /// In single quotes, for any of the shells.
 std::string quoted(std::string_view text) {
     return "'" + replaced(std::string(text), "'", R"('\'')") + "'";
-}
-
-std::string joined(const std::vector<std::string_view>& words, std::string_view between) {
-    std::string text;
-    for (const auto& word : words)
-        text += (text.empty() ? "" : std::string(between)) + std::string(word);
-    return text;
 }
 
 std::vector<std::string_view> commandNames() {
@@ -58,11 +44,6 @@ OptionRow wordsOf(const CommandRow& command) {
     const auto found = std::find_if(command.options.begin(), command.options.end(),
                                     [](const OptionRow& row) { return row.standsAlone(); });
     return found == command.options.end() ? OptionRow{} : *found;
-}
-
-/// The sentence with its full stop.
-std::string sentence(std::string_view says) {
-    return std::string(says) + (says.ends_with('.') ? "" : ".");
 }
 
 std::string bashWords(const OptionRow& row) {
@@ -154,56 +135,6 @@ std::string zshOption(const OptionRow& row, const std::vector<std::string_view>&
     const std::string letter{'-', row.letter};
     const auto front = "(" + letter + " " + name + " " + joined(excluded, " ") + ")";
     return described(front, letter) + " " + described(front, name);
-}
-
-/// A text of the manual: no character of it means something to the formatter.
-std::string forManual(std::string_view says) {
-    const auto text = replaced(replaced(std::string(says), "\\", R"(\e)"), "-", R"(\-)");
-    return text.starts_with('.') || text.starts_with('\'') ? "\\&" + text : text;
-}
-
-std::string manualOptions(const CommandRow& command) {
-    std::string text;
-    for (const auto& row : command.options) {
-        text += ".TP\n";
-        if (row.standsAlone())
-            text += ".I " + std::string(row.name) +
-                    (row.word.empty() ? "" : " " + std::string(row.word)) +
-                    (row.times == OptionRow::Times::any ? " ..." : "") + "\n";
-        else if (row.word.empty())
-            text +=
-                (row.letter != 0 ? ".BR \\-" + std::string(1, row.letter) + " \", \" " : ".B ") +
-                forManual(row.name) + "\n";
-        else
-            text += ".BI " + forManual(row.name) + " \" " + std::string(row.word) + "\"\n";
-        text += forManual(sentence(row.says)) + "\n";
-        if (const auto excluded = command.excludedBy(row.name); !excluded.empty())
-            text += "Not together with " + forManual(joined(excluded, " or ")) + ".\n";
-        if (!row.needs.empty())
-            text += "Only together with " + forManual(row.needs) + ".\n";
-    }
-    return text;
-}
-
-std::string manualOfAllOptions() {
-    std::string text = manualOptions({{}, {}, commonOptions()});
-    text +=
-        ".TP\n.BR \\-h \", \" \\-\\-help\nPrint how the program, or a command, is used.\n"
-        ".TP\n.B \\-\\-version\nPrint the version.\n";
-    for (const auto& command : commandTable()) {
-        text += ".SS morvane " + std::string(command.name) + "\n" +
-                forManual(sentence(command.says)) + "\n" + manualOptions(command);
-    }
-    return text;
-}
-
-std::string manualOfEditCommands() {
-    std::string text;
-    for (const auto& command : editCommands()) {
-        text += ".TP\n.BI \"" + std::string(command.name) + " \" " + std::string(command.word) +
-                "\n" + forManual(command.says) + "\n";
-    }
-    return text;
 }
 
 }  // namespace
@@ -317,9 +248,28 @@ std::string zshCompletion() {
 }
 
 std::string fishCompletion() {
-    std::string text = "# Completion of morvane(1) for fish.\n";
+    std::string text =
+        "# Completion of morvane(1) for fish.\n"
+        "function __morvane_needs_command\n"
+        "    set -l words (commandline -opc)[2..]\n"
+        "    while set -q words[1]\n"
+        "        switch $words[1]\n";
+    for (const auto& row : commonOptions()) {
+        if (row.kind != WordKind::none)
+            text += "            case " + std::string(row.name) + "\n" +
+                    "                set words $words[3..]\n";
+    }
+    text +=
+        "            case '-*'\n"
+        "                set words $words[2..]\n"
+        "            case '*'\n"
+        "                return 1\n"
+        "        end\n"
+        "    end\n"
+        "    return 0\n"
+        "end\n";
     const std::string line = "complete -c morvane ";
-    const std::string first = "-n __fish_use_subcommand ";
+    const std::string first = "-n __morvane_needs_command ";
     const auto option = [&](const std::string& condition, const OptionRow& row) {
         std::string words = fishWords(row);
         const bool isPath = row.kind == WordKind::item;
@@ -351,20 +301,6 @@ std::string fishCompletion() {
         }
     }
     return text;
-}
-
-std::string manualWithLists(const std::string& text) {
-    std::istringstream lines(text);
-    std::string manual;
-    for (std::string line; std::getline(lines, line);) {
-        if (line == ".\\\" options")
-            manual += manualOfAllOptions();
-        else if (line == ".\\\" edit commands")
-            manual += manualOfEditCommands();
-        else
-            manual += line + "\n";
-    }
-    return manual;
 }
 
 }  // namespace morvane

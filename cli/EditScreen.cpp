@@ -2,77 +2,21 @@
 #include "EditScreen.h"
 
 #include <MorvaneOperation/EntryTexts.h>
-#include <MorvaneOperation/IdentityText.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
+
+#include "EditMoves.h"
 
 namespace morvane {
 
 namespace {
-
-void appendUtf8(std::string& text, char32_t c) {
-    const auto byte = [&](char32_t value) { text += static_cast<char>(value); };
-    if (c < 0x80) {
-        byte(c);
-    } else if (c < 0x800) {
-        byte(0xC0 | c >> 6);
-        byte(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        byte(0xE0 | c >> 12);
-        byte(0x80 | (c >> 6 & 0x3F));
-        byte(0x80 | (c & 0x3F));
-    } else {
-        byte(0xF0 | c >> 18);
-        byte(0x80 | (c >> 12 & 0x3F));
-        byte(0x80 | (c >> 6 & 0x3F));
-        byte(0x80 | (c & 0x3F));
-    }
-}
 
 std::string lower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
     return text;
-}
-
-/// What a letter does that moves as an arrow does.
-char32_t asArrow(char32_t key) {
-    switch (key) {
-        case 'h':
-            return keyLeft;
-        case 'j':
-            return keyDown;
-        case 'k':
-            return keyUp;
-        case 'l':
-            return keyRight;
-        default:
-            return key;
-    }
-}
-
-/// Where a key that moves goes among `count` lines, `page` of which are seen at once.
-std::size_t moved(std::size_t from, char32_t key, std::size_t count, std::size_t page) {
-    const auto last = count == 0 ? 0 : count - 1;
-    switch (key) {
-        case keyUp:
-            return from == 0 ? 0 : from - 1;
-        case keyDown:
-            return std::min(from + 1, last);
-        case keyPageUp:
-            return from - std::min(from, page);
-        case keyPageDown:
-            return std::min(from + page, last);
-        case keyHome:
-            return 0;
-        case keyBottom:
-            return last;
-        default:
-            return from;
-    }
 }
 
 }  // namespace
@@ -217,23 +161,6 @@ void EditScreen::change(char32_t key, const Line& line) {
     }
 }
 
-void EditScreen::showAccess(const std::string& who) {
-    access_.reset();
-    if (who.empty())
-        return;
-    Problem problem;
-    const auto identity = identityWritten(who, problem);
-    if (problem) {
-        message_ = *problem;
-        return;
-    }
-    auto permissions = sources_.access(identity->uniqueIdentifier());
-    if (permissions)
-        access_ = Access{escaped(identityText(*identity).localized()), *std::move(permissions)};
-    else
-        message_ = escaped(permissions.error()->localizedDescription());
-}
-
 void EditScreen::find(const std::string& text) {
     if (!text.empty())
         found_ = text;
@@ -265,81 +192,6 @@ void EditScreen::go(bool isThere, const std::string& whyNot) {
         keepWithin();
     else
         message_ = whyNot;
-}
-
-EditScreen::Result EditScreen::askWhetherToSave(bool lossily) {
-    const auto result = lossily ? Result::saveLossily : Result::save;
-    const auto changes = sources_.changes ? sources_.changes() : std::vector<std::string>();
-    if (changes.empty())
-        return result;
-    beside_.clear();
-    for (const auto& change : changes)
-        beside_.push_back({change});
-    chosenBeside_ = 0;
-    savesLossily_ = lossily;
-    asking_ = Asking::whetherToSave;
-    return Result::goesOn;
-}
-
-/// While other lines are shown instead of the list.
-EditScreen::Result EditScreen::answerBesideList(char32_t key) {
-    const auto arrow = asArrow(key);
-    if (arrow == keyUp || arrow == keyDown || (arrow >= keyHome && arrow <= keyPageDown)) {
-        chosenBeside_ = moved(chosenBeside_, arrow, beside_.size(), besideView_.page());
-        return Result::goesOn;
-    }
-    const auto asking = std::exchange(asking_, Asking::nothing);
-    if (asking == Asking::whichKey || (key != 's' && key != 'L' && key != keyEnter && key != '\n'))
-        return Result::goesOn;
-    return savesLossily_ ? Result::saveLossily : Result::save;
-}
-
-void EditScreen::take(Asking asking, const std::string& typed) {
-    switch (asking) {
-        case Asking::who:
-            did(editor_.setWho(chosenLine().entry, typed));
-            break;
-        case Asking::whoToAdd: {
-            const auto problem = editor_.add(typed);
-            did(problem);
-            if (!problem)
-                choose(editor_.entries().size() - 1);
-            break;
-        }
-        case Asking::whoseAccess:
-            showAccess(typed);
-            break;
-        case Asking::whatToFind:
-            find(typed);
-            break;
-        default:
-            break;
-    }
-}
-
-EditScreen::Result EditScreen::answer(char32_t key) {
-    const auto asking = asking_;
-    if (asking == Asking::whetherToSave || asking == Asking::whichKey)
-        return answerBesideList(key);
-    if (asking == Asking::whetherToLeave) {
-        asking_ = Asking::nothing;
-        return key == 'y' || key == 'Y' ? Result::leave : Result::goesOn;
-    }
-    if (key == keyEscape || key == keyInterrupt) {
-        asking_ = Asking::nothing;
-        typed_.clear();
-    } else if (key == keyEnter || key == '\n') {
-        asking_ = Asking::nothing;
-        take(asking, std::exchange(typed_, {}));
-    } else if (key == keyBackspace || key == '\b') {
-        while (!typed_.empty() && (static_cast<unsigned char>(typed_.back()) & 0xC0) == 0x80)
-            typed_.pop_back();
-        if (!typed_.empty())
-            typed_.pop_back();
-    } else if (key >= ' ' && key < keyUp && typed_.size() < 256) {
-        appendUtf8(typed_, key);
-    }
-    return Result::goesOn;
 }
 
 EditScreen::Result EditScreen::act(char32_t key) {

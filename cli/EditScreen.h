@@ -15,6 +15,7 @@
 #include "AccessCommand.h"
 #include "AclEditor.h"
 #include "EditHistory.h"
+#include "EditKeys.h"
 #include "ScrolledView.h"
 
 /// The editor that `morvane acl PATH --edit` shows on a terminal: entries with their three-state
@@ -25,28 +26,6 @@
 ///     while (screen.press(key) == EditScreen::Result::goesOn)
 ///         print(screen.draw(rows, columns));
 namespace morvane {
-
-/// A key, as its character; those without one by the values here.
-enum EditKey : char32_t {
-    keyUp = 0x110000,
-    keyDown,
-    keyLeft,
-    keyRight,
-    keyHome,
-    keyBottom,
-    keyPageUp,
-    keyPageDown,
-    /// No key will come any more.
-    keyEnd,
-    /// None was pressed; the terminal has another size.
-    keyResized,
-    keyEnter = '\r',
-    keyEscape = 0x1B,
-    keyBackspace = 0x7F,
-    keyInterrupt = 0x03,
-    keyRedo = 0x12,
-    keySuspend = 0x1A,
-};
 
 /// What the editor asks its surroundings for. Each may be empty: the keys for it then say so, and
 /// the list is saved without being asked about.
@@ -87,7 +66,8 @@ class EditScreen {
         whatToFind,
         whetherToSave,
         whetherToLeave,
-        whichKey
+        whichKey,
+        longMessage
     };
     /// A line of the list: an entry, or one of its nodes.
     struct Line {
@@ -111,8 +91,13 @@ class EditScreen {
     std::string whyNot(const Line& line) const;
     std::vector<ViewedLine> viewed() const;
     std::string heading() const;
+    /// Whether other lines are shown instead of the list.
+    bool isBesideList() const {
+        return asking_ == Asking::whetherToSave || asking_ == Asking::whichKey ||
+               asking_ == Asking::longMessage;
+    }
     /// What stands below the list.
-    std::vector<std::string> footer(std::size_t rows, std::size_t columns) const;
+    std::vector<std::string> footer(std::size_t columns) const;
     std::string question() const;
 
     Result answer(char32_t key);

@@ -14,6 +14,10 @@ namespace {
 
 /// Where what somebody can do stands beside the boxes.
 constexpr std::size_t accessColumn = 44;
+/// A message of so many lines stands below the list, however low the terminal is.
+constexpr std::size_t shortMessage = 2;
+/// What marks the chosen line.
+constexpr std::size_t markColumns = 2;
 
 /// `parts` in lines of at most `columns`, each part whole if it fits at all.
 std::vector<std::string> inLines(const std::vector<std::string>& parts, std::size_t columns) {
@@ -148,10 +152,10 @@ std::string EditScreen::question() const {
     }
 }
 
-std::vector<std::string> EditScreen::footer(std::size_t rows, std::size_t columns) const {
+std::vector<std::string> EditScreen::footer(std::size_t columns) const {
     if (asking_ == Asking::whetherToSave)
         return inLines({say("s, Enter: save"), say("other keys: back to the list")}, columns);
-    if (asking_ == Asking::whichKey)
+    if (isBesideList())
         return inLines({say("Up, Down: move"), say("other keys: back to the list")}, columns);
     std::vector<std::string> result;
     if (auto asked = question(); !asked.empty()) {
@@ -166,7 +170,6 @@ std::vector<std::string> EditScreen::footer(std::size_t rows, std::size_t column
                 told = say("It cannot be on: %1", why);
         }
         result = wrapped(told, columns);
-        result.resize(std::clamp<std::size_t>(rows / 3, 1, result.size()));
     }
     std::vector<std::string> keys{say("Space change"), say("s save"),     say("u undo"),
                                   say("a add"),        say("d remove"),   say("/ find"),
@@ -177,12 +180,24 @@ std::vector<std::string> EditScreen::footer(std::size_t rows, std::size_t column
 }
 
 std::string EditScreen::draw(std::size_t rows, std::size_t columns) {
-    const bool isBeside = asking_ == Asking::whetherToSave || asking_ == Asking::whichKey;
+    // Nothing of a long message is left out: it stands in the place of the list.
+    if (asking_ == Asking::nothing &&
+        wrapped(message_, columns).size() > std::max<std::size_t>(rows / 3, shortMessage)) {
+        asking_ = Asking::longMessage;
+        chosenBeside_ = 0;
+    }
+    const bool isBeside = isBesideList();
     if (asking_ == Asking::whichKey)
         beside_ = allKeys(columns);
+    if (asking_ == Asking::longMessage) {
+        beside_.clear();
+        for (const auto& line :
+             wrapped(message_, columns > markColumns ? columns - markColumns : 1))
+            beside_.push_back({line});
+    }
     if (isBeside)
         chosenBeside_ = std::min(chosenBeside_, beside_.size() - 1);
-    auto below = footer(rows, columns);
+    auto below = footer(columns);
     // The keys give way to the list, the last of them first.
     constexpr std::size_t rowsOfTitleAndList = 4;
     while (below.size() > 1 && below.size() + rowsOfTitleAndList > rows)

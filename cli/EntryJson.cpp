@@ -59,29 +59,30 @@ const char* nameOf(EntrySubject subject) {
 }
 
 /// What the entries were read from; null if none tells.
-const MVAclOrigin::Values* originOf(const EntryList& entries) {
+std::shared_ptr<const MVAclOrigin> originOf(const EntryList& entries) {
     const auto read = std::find_if(entries.begin(), entries.end(),
                                    [](const auto& entry) { return entry->origin() != nullptr; });
-    return read == entries.end() ? nullptr : &(*read)->origin()->values();
+    return read == entries.end() ? nullptr : (*read)->origin();
 }
 
-/// `item` is what the list of the entry was read from; null if that is not known.
-Json jsonOfEntry(const MVAclEntry& entry, const MVAclOrigin::Values* item) {
+/// `origin` is that of the entry's list; null if it is not known.
+Json jsonOfEntry(const MVAclEntry& entry, const MVAclOrigin* origin) {
     Json permissions = Json::array();
     for (const auto& group : entry.permissions())
         permissions.push_back(jsonOfNode(*group));
-    return {{"identity", identityName(entry)},
-            {"uuid", entry.uuid() ? Json(entry.uuid()->UUIDString()) : Json(nullptr)},
-            {"isGroup", identityIsGroup(entry)},
-            {"subject", nameOf(subjectOfEntry(entry))},
-            {"tag", entry.tag()},
-            {"letters", item ? Json(lettersOfEntry(entry, item->storage)) : Json(nullptr)},
-            {"inherited", entry.inherited()},
-            {"isAcl", entry.isAcl()},
-            {"permissionGroup", entry.permissionGroup()},
-            {"applicableTo", keysOfNames(entry.applicableTo())},
-            {"canonicalScore", entry.canonicalScore()},
-            {"permissions", std::move(permissions)}};
+    return {
+        {"identity", identityName(entry)},
+        {"uuid", entry.uuid() ? Json(entry.uuid()->UUIDString()) : Json(nullptr)},
+        {"isGroup", identityIsGroup(entry)},
+        {"subject", nameOf(subjectOfEntry(entry))},
+        {"tag", entry.tag()},
+        {"letters", origin ? Json(lettersOfEntry(entry, origin->values().storage)) : Json(nullptr)},
+        {"inherited", entry.inherited()},
+        {"isAcl", entry.isAcl()},
+        {"permissionGroup", entry.permissionGroup()},
+        {"applicableTo", keysOfNames(entry.applicableTo())},
+        {"canonicalScore", entry.canonicalScore()},
+        {"permissions", std::move(permissions)}};
 }
 
 const char* nameOf(MVAclStorage storage) {
@@ -100,8 +101,9 @@ const char* nameOf(MVAclStorage storage) {
 
 Json jsonOfEntries(const EntryList& entries) {
     Json array = Json::array();
+    const auto origin = originOf(entries);
     for (const auto& entry : entries)
-        array.push_back(jsonOfEntry(*entry, originOf(entries)));
+        array.push_back(jsonOfEntry(*entry, origin.get()));
     return array;
 }
 
@@ -125,9 +127,16 @@ Json jsonOfIdentity(const CBIdentity& identity) {
 
 Json jsonOfListedItem(std::string_view path, const EntryList& entries) {
     auto item = jsonOfPath(path);
-    const auto* const known = originOf(entries);
+    const auto origin = originOf(entries);
+    const auto* const known = origin ? &origin->values() : nullptr;
     item["kind"] = known ? Json(known->isDirectory ? "folder" : "file") : Json(nullptr);
     item["storage"] = known ? Json(nameOf(known->storage)) : Json(nullptr);
+    const auto mask = [&](const std::string& text) {
+        return text.empty() ? Json(nullptr) : Json(text);
+    };
+    const auto masks = origin ? origin->masks() : MVAclOrigin::Masks();
+    item["mask"] = mask(masks.list);
+    item["defaultMask"] = mask(masks.defaults);
     item["owner"] = known ? jsonOfOwner(known->owner, false) : Json(nullptr);
     item["group"] = known ? jsonOfOwner(known->group, true) : Json(nullptr);
     return item;

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "EditScreen.h"
+#include "EditKeys.h"
 
 namespace morvane {
 

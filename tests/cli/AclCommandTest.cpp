@@ -124,7 +124,7 @@ TEST(AclCommand, PrintsAnEmptyArrayForNoEntriesAndKnowsNothingOfTheItem) {
     const auto json = Json::parse(run({.path = "/x", .json = true}, {}).output);
     EXPECT_EQ(json["entries"], Json::array());
     EXPECT_EQ(json["item"]["path"], "/x");
-    for (const auto* const key : {"kind", "storage", "owner", "group"})
+    for (const auto* const key : {"kind", "storage", "mask", "defaultMask", "owner", "group"})
         EXPECT_TRUE(json["item"].at(key).is_null()) << key;
 }
 

@@ -437,6 +437,23 @@ TEST_F(Screen, ShowsAWholeRefusalUntilTheNextKey) {
     EXPECT_EQ(drawn(40, 20)[5], "");
 }
 
+TEST_F(Screen, ShowsALongRefusalWholeInThePlaceOfTheList) {
+    std::string refusal = "it cannot hold:";
+    for (int i = 0; i != 40; ++i)
+        refusal += " entry-" + std::to_string(i);
+    screen_.tell(refusal);
+    auto lines = drawn(12, 40);
+    EXPECT_EQ(lines[2].substr(0, 17), "> it cannot hold:");
+    EXPECT_EQ(lines[1], "");
+    EXPECT_NE(lines[lines.size() - 3].find("lines below"), std::string::npos);
+    press({keyBottom});
+    lines = drawn(12, 40);
+    EXPECT_NE(lines[lines.size() - 4].find("entry-39"), std::string::npos);
+    press({' '});
+    EXPECT_EQ(drawn(12, 40)[2].substr(0, 4), "> 1.") << "the key did nothing else";
+    EXPECT_EQ(drawn(12, 40)[3].substr(0, 4), "  2.");
+}
+
 TEST_F(Screen, SavesLossilyWithACapitalL) {
     EXPECT_EQ(press({'L'}), Pressed::saveLossily);
 }

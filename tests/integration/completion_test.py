@@ -65,6 +65,11 @@ class Offers:
             self.assertEqual(found, {"nest", "notes.txt"}, command)
         self.assertEqual({name.rstrip("/") for name in self.complete("ls", "n", expected=["nest"])}, {"nest"})
 
+    def test_words_of_which_there_are_few_are_offered(self):
+        self.assertEqual(self.complete("--color", "", expected=["always"]), {"auto", "always", "never"})
+        self.assertEqual(self.complete("size", "--sort", "", expected=["name"]), {"size", "name", "none"})
+        self.assertEqual(self.complete("--color", "always", "ac", expected=["acl"]), {"access", "acl"})
+
     def test_the_help_is_offered_its_topics(self):
         topics = [*helped()[0], "edit"]
         self.assertEqual(self.complete("help", "", expected=topics), set(topics))

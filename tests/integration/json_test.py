@@ -67,6 +67,11 @@ class Commands(Documents):
                           if entry["subject"] in ("user", "everyone")},
                          {("uid 4711", "user", "rw-"), ("everyone", "everyone", "---")})
 
+    def test_a_mask_that_holds_rights_back_is_told(self):
+        self.assertIsNone(self.document("acl", "--json", "notes.txt")["item"]["mask"])
+        subprocess.run(["setfacl", "-m", "m::r", self.file], check=True)
+        self.assertEqual(self.document("acl", "--json", "notes.txt")["item"]["mask"], "r--")
+
     def test_a_folder_on_a_file_system_without_lists_says_so(self):
         printed = self.document("acl", "--json", "/proc/self")
         self.assertEqual((printed["item"]["kind"], printed["item"]["storage"]), ("folder", "mode"))
