@@ -211,7 +211,7 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
             return isMenu(column) ? QVariant(codeOf(column, *shownEntry))
                                   : QVariant(shownEntry->inherited());
         case Qt::CheckStateRole:
-            if (column == InheritedColumn)
+            if (column == InheritedColumn && hasMark(*shownEntry))
                 return shownEntry->inherited() ? Qt::Checked : Qt::Unchecked;
             return {};
         case Qt::ToolTipRole:
@@ -276,13 +276,8 @@ Qt::ItemFlags MorvaneAclModel::flags(const QModelIndex& index) const {
     if (!shownEntry)
         return flags;
     const int column = index.column();
-    if (column == InheritedColumn) {
-        // Only an allow/deny list has such a mark to be set.
-        const bool hasMark = !acl_->origin || acl_->origin->values().storage == MVAclStorage::nfs4;
-        return shownEntry->inherited() || (hasMark && shownEntry->isAcl())
-                   ? flags | Qt::ItemIsUserCheckable
-                   : flags;
-    }
+    if (column == InheritedColumn)
+        return hasMark(*shownEntry) ? flags | Qt::ItemIsUserCheckable : flags;
     if (!whyNotChanged(*shownEntry).empty())
         return flags;
     if (column == WhoColumn)
@@ -323,6 +318,12 @@ QHash<int, QByteArray> MorvaneAclModel::roleNames() const {
 
 const ItemList* MorvaneAclModel::list() const {
     return acl_ && acl_->list ? &*acl_->list : nullptr;
+}
+
+bool MorvaneAclModel::hasMark(const MVAclEntry& entry) const {
+    return entry.inherited() ||
+           (entry.isAcl() &&
+            (!acl_->origin || acl_->origin->values().storage == MVAclStorage::nfs4));
 }
 
 MorvaneAclModel::Row MorvaneAclModel::rowOf(std::shared_ptr<MVAclEntry> entry) {

@@ -40,7 +40,8 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
         PermissionsColumn,
         /// "This item, Child files". A menu, for the entries of folders.
         AppliesToColumn,
-        /// Whether the entry is inherited, as a check box. To edit: Qt::CheckStateRole.
+        /// Whether the entry is inherited, as a check box where it can be. To edit:
+        /// Qt::CheckStateRole.
         InheritedColumn,
     };
     Q_ENUM(Column)
@@ -113,6 +114,8 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
     };
 
     const morvane::ItemList* list() const;
+    /// Whether the entry can be marked as inherited, or its own: only an allow/deny list has that.
+    bool hasMark(const morvane::MVAclEntry& entry) const;
     Row rowOf(std::shared_ptr<morvane::MVAclEntry> entry);
     void changed(const morvane::MVAclEntry& entry, const morvane::NSKeyPath& keyPath);
     QList<MorvaneChoice> choices(int column, const morvane::MVAclEntry& entry) const;

@@ -132,10 +132,17 @@ MorvaneFileOperation* MorvaneFileClient::propagateAcl(const MVFileAcl& acl, Priv
     });
 }
 
-MorvaneAnswer<MVAclLosses>* MorvaneFileClient::lossesOfAcl(const MVFileAcl& acl) {
-    return begun<MorvaneAnswer<MVAclLosses>>([&](auto& operation) {
+MorvaneAnswer<MorvaneAclLosses>* MorvaneFileClient::lossesOfAcl(const MVFileAcl& acl) {
+    using Come = Result<MVAclLosses>;
+    return begun<MorvaneAnswer<MorvaneAclLosses>>([&](auto& operation) {
         client_->lossesOfAcl(acl, optionsOf(operation, Never),
-                             ending<Result<MVAclLosses>>(operation, keeping(operation.answer_)));
+                             ending<Come>(operation, [answer = operation.answer_](Come come) {
+                                 if (!come)
+                                     return come.error();
+                                 auto texts = shownLosses(come->losses);
+                                 *answer = {*std::move(come), std::move(texts)};
+                                 return NSErrorRef();
+                             }));
     });
 }
 

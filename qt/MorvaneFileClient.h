@@ -22,6 +22,12 @@ struct MorvaneRenames {
     QList<int> codes;
 };
 
+/// What a list would lose, in words too.
+struct MorvaneAclLosses : morvane::MVAclLosses {
+    /// A sentence for each loss, in the language of the user.
+    QStringList texts;
+};
+
 /// The operations of the file services, as objects with signals.
 ///
 ///     auto* const reading = client->readAcl(QUrl::fromLocalFile("/home/me/notes.txt"));
@@ -67,7 +73,7 @@ class MORVANE_EXPORT MorvaneFileClient : public QObject {
     /// Gives everything below the folder what it inherits of the entries.
     MorvaneFileOperation* propagateAcl(const morvane::MVFileAcl& acl, Privilege privilege = Never);
     /// What writing would lose, and the nearest list that grants no more.
-    MorvaneAnswer<morvane::MVAclLosses>* lossesOfAcl(const morvane::MVFileAcl& acl);
+    MorvaneAnswer<MorvaneAclLosses>* lossesOfAcl(const morvane::MVFileAcl& acl);
     /// What the user or group can really do to the item: boxes to show in a MorvaneAclBoxModel.
     MorvaneAnswer<Nodes>* effectiveAccess(const QUrl& url, const MorvaneIdentity& who,
                                           Privilege privilege = Never);

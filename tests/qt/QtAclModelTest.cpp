@@ -60,7 +60,7 @@ TEST_F(QtAclModel, ShowsWhoTheRuleThePermissionsWhatAnEntryAppliesToAndWhetherIt
     EXPECT_EQ(text(3, Model::PermissionsColumn), "None");
     EXPECT_EQ(text(0, Model::AppliesToColumn), "This item");
     EXPECT_EQ(text(0, Model::InheritedColumn), "");
-    EXPECT_EQ(at(0, Model::InheritedColumn).data(Qt::CheckStateRole), Qt::Unchecked);
+    EXPECT_FALSE(at(0, Model::InheritedColumn).data(Qt::CheckStateRole).isValid());
     EXPECT_EQ(at(1, Model::WhoColumn).data(Model::SubjectRole),
               static_cast<int>(EntrySubject::user));
     const QStringList titles{"Who", "Rule", "Permissions", "Applies to", "Inherited"};
@@ -130,6 +130,8 @@ TEST_F(QtAclModel, AnEntryIsAddedForSomebodyAndMadeForSomebodyElse) {
 TEST_F(QtAclModel, AnInheritedEntryIsMadeTheItemsOwnBeforeItIsChanged) {
     show(MVAclStorage::nfs4, true);
     ASSERT_EQ(model.rowCount(), 3);
+    EXPECT_EQ(at(1, Model::InheritedColumn).data(Qt::CheckStateRole), Qt::Unchecked);
+    EXPECT_EQ(at(2, Model::InheritedColumn).data(Qt::CheckStateRole), Qt::Checked);
     for (int column = 0; column != Model::InheritedColumn; ++column) {
         EXPECT_FALSE(isEditable(2, column));
         EXPECT_NE(at(2, column).data(Qt::ToolTipRole).toString(), "");

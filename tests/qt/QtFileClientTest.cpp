@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/qt/MorvaneIdentityModel.h>
+
+#include <QAbstractItemModelTester>
 #include <QCoreApplication>
 #include <QPointer>
 #include <algorithm>
@@ -83,10 +86,13 @@ TEST_F(QtFileClient, LossesAreToldBeforeAndWithTheRefusal) {
     acl.entries.push_back(entry);
     const auto* const asking = done(client.lossesOfAcl(acl));
     ASSERT_FALSE(asking->error());
-    ASSERT_EQ(asking->answer().losses.size(), 1u);
-    EXPECT_TRUE(acl.list->losses(asking->answer().nearest).empty());
+    const auto lost = asking->answer();
+    ASSERT_EQ(lost.losses.size(), 1u);
+    EXPECT_EQ(lost.losses.front().box, "Administration");
+    ASSERT_EQ(lost.texts.size(), 1);
+    EXPECT_TRUE(acl.list->losses(lost.nearest).empty());
     const auto* const writing = done(client.writeAcl(acl));
-    ASSERT_EQ(writing->error().losses().size(), 1);
+    EXPECT_EQ(writing->error().losses(), lost.texts);
     EXPECT_EQ(writing->error().losses().front().section('"', 0, 1),
               "allow uid 54321: \"Administration");
 }
@@ -141,6 +147,24 @@ TEST_F(QtFileClient, WhomAnEntryCanBeForIsFoundByAPartOfTheName) {
     EXPECT_EQ(MorvaneIdentity::user("daemon").text(), "user daemon");
     EXPECT_FALSE(MorvaneIdentity::user("nobody of that name"));
     EXPECT_TRUE(MorvaneIdentity::creatorGroup().isGroup());
+}
+
+TEST_F(QtFileClient, WhoIsFoundIsShownForTheTextThatWasTypedLast) {
+    MorvaneIdentityModel found(&client);
+    QAbstractItemModelTester tester(&found, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    QSignalSpy reset(&found, &QAbstractItemModel::modelReset);
+    for (const auto* const text : {"d", "da", "daemon"})
+        found.setText(text);
+    ASSERT_TRUE(reset.wait(watchdogInMs));
+    EXPECT_EQ(reset.size(), 1);
+    ASSERT_GE(found.rowCount(), 2);
+    EXPECT_EQ(found.index(0).data(), "user daemon");
+    EXPECT_EQ(found.index(1).data(Qt::EditRole), "daemon");
+    EXPECT_EQ(found.identity(1), MorvaneIdentity::group("daemon"));
+    EXPECT_FALSE(found.identity(found.rowCount()));
+    found.setText("nobody of that name");
+    ASSERT_TRUE(reset.wait(watchdogInMs));
+    EXPECT_EQ(found.rowCount(), 0);
 }
 
 /// The sizes of "/N" are N bytes so far, until the client says no.

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Uses the installed library for Qt as an outside program does.
-# usage: installed_test.sh BUILD-FOLDER CXX
+# usage: installed_test.sh BUILD-FOLDER CXX SOURCE-FOLDER
 set -euo pipefail
-build=$1 cxx=$2
+build=$1 cxx=$2 source=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -75,3 +75,10 @@ for name in libMorvaneOperationQt6.so.1 libMorvaneOperation.so.1 libQt6Core.so.6
     grep -qx "$name" <<<"$needed" || fail "$name is not among: $needed"
 done
 [ "$(grep -c '^libQt6' <<<"$needed")" = 1 ] || fail "it needs $needed"
+
+echo "the example is built outside, and used by its keys"
+cmake -G Ninja -S "$source/examples/qt" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >/dev/null
+cmake --build "$work/example" >/dev/null
+[ "$(wc -l <"$source/examples/qt/main.cpp")" -lt 150 ] || fail "the example is no longer short"
+"$source/tests/qt/example_test.py" "$work/example/permissions_dialog"
