@@ -1,12 +1,41 @@
 // SPDX-License-Identifier: MIT
 #include "AclCommand.h"
 
+#include <algorithm>
+
 #include "EntryJson.h"
 #include "Failure.h"
 
 namespace morvane {
 
+namespace {
+
+/// The lists of several items, each below its path.
+Outcome runAclOfAll(const AclOptions& options, const AclSource& source, const Style& style) {
+    auto paths = options.others;
+    paths.insert(paths.begin(), options.path);
+    Outcome all;
+    for (const auto& path : paths) {
+        auto one = options;
+        one.path = path;
+        one.others.clear();
+        auto outcome = runAcl(one, source, style);
+        all.exitCode = std::max(all.exitCode, outcome.exitCode);
+        all.message += outcome.message;
+        if (outcome.exitCode == ExitSuccess)
+            all.output += (all.output.empty() ? "" : "\n") + style.heading(escaped(path)) + '\n' +
+                          outcome.output;
+        else
+            all.error = outcome.error;
+    }
+    return all;
+}
+
+}  // namespace
+
 Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& style) {
+    if (!options.others.empty())
+        return runAclOfAll(options, source, style);
     if (options.path.empty())
         return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};
     auto entries = source(NSURL::fileURLWithPath(options.path));

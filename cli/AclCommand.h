@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "EntryText.h"
 #include "Outcome.h"
@@ -15,6 +16,8 @@ namespace morvane {
 
 struct AclOptions {
     std::string path;
+    /// More items, whose lists follow.
+    std::vector<std::string> others = {};
     bool tree = false;
     bool json = false;
 };

@@ -7,6 +7,7 @@
 #include "CommandParser.h"
 #include "CommandTable.h"
 #include "EditScript.h"
+#include "ListText.h"
 #include "Text.h"
 
 namespace morvane {
@@ -35,22 +36,121 @@ JsonForm jsonAskedFor(int argc, const char* const* argv) {
     return JsonForm::none;
 }
 
-CommandLine aclCommand(const OptionValues& values, int argc, const char* const* argv) {
-    if (values.has("--propagate"))
-        return PropagateOptions{values.one("PATH"), values.has("--json-lines")};
-    const AclOptions acl{values.one("PATH"), values.has("--tree"), values.has("--json")};
-    if (!values.has("--edit"))
-        return acl;
+/// The options that say what is done to a list; those of one row go together.
+const std::vector<std::vector<std::string_view>>& aclActions() {
+    static const std::vector<std::vector<std::string_view>> actions{
+        {"--edit"},
+        {"--script"},
+        {"--editor"},
+        {"--propagate"},
+        {"--save"},
+        {"--restore"},
+        {"--undo"},
+        {"--set", "--remove", "--clear", "--clear-default", "--copy-from", "--set-file"}};
+    return actions;
+}
+
+/// Why the options do not go together; empty if they do.
+std::optional<std::string> conflictIn(const OptionValues& values) {
+    std::string_view action;
+    for (const auto& row : aclActions()) {
+        const auto first = std::find_if(row.begin(), row.end(),
+                                        [&](std::string_view name) { return values.has(name); });
+        if (first == row.end())
+            continue;
+        if (!action.empty())
+            return say("%1 excludes %2", action, *first);
+        action = *first;
+    }
+    const auto requires_ = [&](std::string_view option,
+                               const std::vector<std::string_view>& actions) {
+        return values.has(option) &&
+               std::find(actions.begin(), actions.end(), action) == actions.end();
+    };
+    const auto& changes = aclActions().back();
+    auto changing = changes;
+    changing.insert(changing.end(), {"--edit", "--script", "--editor", "--restore", "--undo"});
+    for (const auto* option : {"--dry-run", "--lossy"}) {
+        if (requires_(option, changing))
+            return say("%1 requires %2", option, "--edit, --set");
+    }
+    if (values.has("--recursive") && !requires_("--recursive", {"--save"}))
+        return std::nullopt;
+    if (requires_("--recursive", changes))
+        return say("%1 requires %2", "--recursive", "--set, --save");
+    return std::nullopt;
+}
+
+EditOptions editOptions(const OptionValues& values, int argc, const char* const* argv) {
     EditOptions edit;
-    edit.path = acl.path;
-    edit.tree = acl.tree;
-    edit.json = acl.json;
+    edit.path = values.one("PATH");
+    edit.tree = values.has("--tree");
+    edit.json = values.has("--json");
     edit.dryRun = values.has("--dry-run");
     edit.lossy = values.has("--lossy");
     const auto script = values.all("--edit");
     if (!script.empty() && (!script.front().empty() || hasEmptyScript(argc, argv)))
         edit.script = script.front();
     return edit;
+}
+
+ChangeOptions changeOptions(const OptionValues& values) {
+    ChangeOptions change;
+    change.paths = values.all("PATH");
+    change.set = values.one("--set");
+    change.remove = values.one("--remove");
+    change.clear = values.has("--clear");
+    change.clearDefault = values.has("--clear-default");
+    change.copyFrom = values.one("--copy-from");
+    change.list = values.one("--set-file");
+    change.restore = values.one("--restore");
+    change.undo = values.has("--undo");
+    change.inEditor = values.has("--editor");
+    change.recursive = values.has("--recursive");
+    change.dryRun = values.has("--dry-run");
+    change.lossy = values.has("--lossy");
+    change.failures = values.one("--failures");
+    return change;
+}
+
+CommandLine aclCommand(const OptionValues& values, int argc, const char* const* argv) {
+    if (const auto conflict = conflictIn(values))
+        return misunderstood(*conflict, "acl");
+    const auto paths = values.all("PATH");
+    const bool tellsItsPaths = values.has("--restore") || values.has("--undo");
+    if (paths.empty() && !tellsItsPaths)
+        return misunderstood(say("%1 is required", "PATH"), "acl");
+    if (tellsItsPaths && !paths.empty())
+        return misunderstood(
+            say("The following argument was not expected: %1", escaped(paths.front())), "acl");
+    for (const auto* one : {"--edit", "--script", "--editor", "--propagate", "--json"}) {
+        if (values.has(one) && paths.size() > 1)
+            return misunderstood(say("%1 takes one PATH", one), "acl");
+    }
+    if (values.has("--propagate"))
+        return PropagateOptions{values.one("PATH"), values.has("--json-lines")};
+    if (values.has("--save"))
+        return SaveOptions{paths, values.one("--save"), values.has("--recursive")};
+    if (values.has("--script")) {
+        auto edit = editOptions(values, argc, argv);
+        Problem problem;
+        edit.script = contentOfFile(values.one("--script"), problem);
+        if (problem)
+            return Outcome{ExitFailure, {}, message({say("%1.", *problem)})};
+        return edit;
+    }
+    if (values.has("--edit"))
+        return editOptions(values, argc, argv);
+    for (const auto& row : aclActions()) {
+        for (const auto name : row) {
+            if (values.has(name))
+                return changeOptions(values);
+        }
+    }
+    return AclOptions{paths.front(),
+                      {paths.begin() + 1, paths.end()},
+                      values.has("--tree"),
+                      values.has("--json")};
 }
 
 CommandLine accessCommand(const OptionValues& values) {

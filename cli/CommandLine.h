@@ -7,6 +7,7 @@
 
 #include "AccessCommand.h"
 #include "AclCommand.h"
+#include "ChangeCommand.h"
 #include "EditCommand.h"
 #include "LsCommand.h"
 #include "Outcome.h"
@@ -33,7 +34,7 @@ struct CommonOptions {
 };
 
 using CommandLine = std::variant<Outcome, AclOptions, EditOptions, PropagateOptions, AccessOptions,
-                                 SizeOptions, LsOptions, RenameOptions>;
+                                 SizeOptions, LsOptions, RenameOptions, ChangeOptions, SaveOptions>;
 
 /// `version` is what --version prints behind the program's name. `common` tells of JSON also if the
 /// words were not understood.

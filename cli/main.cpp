@@ -24,10 +24,14 @@
 #include "CommandLine.h"
 #include "CommandParser.h"
 #include "EditScreen.h"
+#include "Failure.h"
 #include "FileServices.h"
+#include "Journal.h"
 #include "JsonDocument.h"
+#include "ListText.h"
 #include "OwnTerminal.h"
 #include "Terminal.h"
+#include "TextEditor.h"
 
 namespace morvane {
 namespace {
@@ -138,6 +142,13 @@ bool editOnTerminal(AclEditor& editor, const EditSession& session, const EditSou
     }
 }
 
+/// A program gets what completeJson() makes, and no text.
+Outcome forPrograms(Outcome outcome, const CommonOptions& common) {
+    if (common.json != JsonForm::none)
+        outcome.output.clear();
+    return outcome;
+}
+
 /// What the words on the command line ask for.
 Outcome run(const CommandLine& line, const CommonOptions& common) {
     if (const auto* outcome = std::get_if<Outcome>(&line))
@@ -185,20 +196,48 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
             return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
         });
     }
+    Journal journal(Journal::folder());
+    const auto write = [&](const EntryList& entries, const NSURL& url) {
+        return services.setAclEntries(entries, resolved(url));
+    };
+    const auto accessIfPrivileged = common.privileged ? AccessSource(accessOf) : nullptr;
+    const ChangeParts parts{entriesOf,
+                            write,
+                            contentsOf,
+                            factsOfFile,
+                            accessIfPrivileged,
+                            [](std::size_t done) {
+                                LiveLine::show(changeLine(done));
+                                return !interrupted;
+                            },
+                            editedText};
+    if (const auto* change = std::get_if<ChangeOptions>(&line)) {
+        const LiveLine live;
+        return forPrograms(runChange(*change, parts, journal, style), common);
+    }
+    if (const auto* save = std::get_if<SaveOptions>(&line)) {
+        const LiveLine live;
+        return runSave(*save, parts);
+    }
     if (const auto* access = std::get_if<AccessOptions>(&line))
         return runAccess(*access, accessOf, style);
     if (const auto* edit = std::get_if<EditOptions>(&line)) {
-        const auto write = [&](const EntryList& entries, const NSURL& url) {
-            return services.setAclEntries(entries, resolved(url));
-        };
         const auto onTerminal = [&](AclEditor& editor, const EditSession& session) {
             const auto url = NSURL::fileURLWithPath(edit->path);
             const EditSources sources{session.changes,
                                       [&](const NSUUID& who) { return accessOf(url, who); }};
             return editOnTerminal(editor, session, sources, common.colour);
         };
-        return runAclEdit(*edit, entriesOf, write,
-                          common.privileged ? AccessSource(accessOf) : nullptr,
+        // What is written is noted before, so that it can be taken back.
+        const auto writeNoted = [&](const EntryList& entries, const NSURL& url) {
+            if (const auto before = entriesOf(url))
+                journal.record(listAsText(url.path(), *before));
+            auto error = write(entries, url);
+            if (error && exitCodeOf(*error) != ExitStoredOtherwise)
+                journal.discard();
+            return error;
+        };
+        return runAclEdit(*edit, entriesOf, writeNoted, accessIfPrivileged,
                           Terminal::isThere() ? AclInteraction(onTerminal) : nullptr, style);
     }
     return runAcl(std::get<AclOptions>(line), entriesOf, style);

@@ -115,6 +115,46 @@ class Lists(Mount):
             (ALLOW, 0, 0x1601FF, "OWNER@"), (DENY, 0, 0x0200A7, "4711"), (ALLOW, 0, 0x1200A7, "EVERYONE@")))
         self.assertIn("[ ] Write Data", self.run_morvane("access", self.file, "--user", "4711"))
 
+    def test_set_and_remove_change_the_entry_of_one_and_leave_the_others(self):
+        others = [(AUDIT, 0x10, 0x7, "EVERYONE@"), (ALLOW, 0, 0x1601FF, "OWNER@"), (ALLOW, 0, 0x1200A1, "4711"),
+                  (ALLOW, 0, 0x120080, "EVERYONE@")]
+        os.setxattr(self.file, "user.nfs4_acl", named(*others))
+        self.run_morvane("acl", self.file, "--set", "u:4711:rw")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(*others[:2], (ALLOW, 0, 0x12009F, "4711"), others[3]),
+                         "what has no box is as it was")
+        self.run_morvane("acl", self.file, "--remove", "u:4711")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"), named(*others[:2], others[3]))
+        self.run_morvane("acl", "--undo")
+        self.assertEqual(os.getxattr(self.file, "user.nfs4_acl"),
+                         named(*others[:2], (ALLOW, 0, 0x2009F, "4711"), others[3]), "all that has a box is back")
+
+    def test_a_saved_list_has_the_letters_of_the_tools_and_is_restored(self):
+        entries = [(ALLOW, 0, 0x1601FF & ~0x100000, "OWNER@"), (DENY, FILES | FOLDERS | ONLY_BELOW, 0x2, "4712"),
+                   (ALLOW, FILES | FOLDERS | IS_GROUP, 0x1, "GROUP@")]
+        os.setxattr(self.folder, "user.nfs4_acl", named(*entries))
+        saved = self.run_morvane("acl", self.folder, "--save", "-")
+        self.assertEqual([line for line in saved.splitlines() if line and line[0] != "#"],
+                         ["A::OWNER@:rwaDxtTnNcC", "D:fdi:4712:w\t#uid=4712", "A:fdg:GROUP@:r"])
+        os.setxattr(self.folder, "user.nfs4_acl", named((ALLOW, 0, 0x1, "EVERYONE@")))
+        path = os.path.join(self.folder, "saved")
+        with open(path, "w", encoding="ascii") as f:
+            f.write(saved)
+        self.run_morvane("acl", "--restore", path)
+        self.assertEqual(os.getxattr(self.folder, "user.nfs4_acl"), named(*entries))
+
+    def test_what_nfs4_getfacl_has_written_is_taken(self):
+        os.setxattr(self.folder, "user.nfs4_acl", named((ALLOW, 0, 0x1, "EVERYONE@")))
+        path = os.path.join(self.folder, "written")
+        with open(path, "w", encoding="ascii") as f:
+            f.write("\n# file: /srv/share\nA::OWNER@:rwaDdxtTnNcCoy\nD:fdig:4713:w\nA:fd:root@example.org:rxtncy\n"
+                    "A:g:GROUP@:rxtncy\nA::EVERYONE@:tcy\n")
+        self.run_morvane("acl", self.folder, "--set-file", path)
+        stored = os.getxattr(self.folder, "user.nfs4_acl")
+        self.assertEqual(stored[:4], struct.pack(">I", 5))
+        self.assertIn(b"4713", stored)
+        shown = [(e["identity"], e["tag"]) for e in self.entries(self.folder)]
+        self.assertIn(("gid 4713", 2), shown)
+
     def test_a_folders_list_is_propagated(self):
         sub = os.path.join(self.folder, "sub")
         os.mkdir(sub)

@@ -1,0 +1,265 @@
+# SPDX-License-Identifier: MIT
+"""Changes of whole lists in one word, with the real file service, on real files; getfacl says what became of them.
+
+usage: acl_list_test.py MORVANE LIBEXEC-DIR [unittest arguments]
+"""
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
+TIME_LIMIT = 60  # a watchdog; nothing here takes long
+
+
+class Trees(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.state = os.path.join(self.folder, "state")
+        for name in ("one", "two"):
+            os.makedirs(os.path.join(self.folder, name, "sub"))
+            for file, mode in (("plain", 0o640), ("sub/run", 0o750), ("odd\nname", 0o644)):
+                with open(os.path.join(self.folder, name, file), "w", encoding="ascii"):
+                    os.chmod(os.path.join(self.folder, name, file), mode)
+            os.symlink("/etc/hostname", os.path.join(self.folder, name, "link"))
+        self.outside = os.path.join(self.folder, "outside")
+        with open(self.outside, "w", encoding="ascii"):
+            os.chmod(self.outside, 0o600)
+
+    def run_morvane(self, *arguments, status=0, text=None, **variables):
+        environment = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8",
+                       "XDG_STATE_HOME": self.state, **variables}
+        result = subprocess.run([MORVANE, *arguments], env=environment, cwd=self.folder, text=True, input=text,
+                                capture_output=True, timeout=TIME_LIMIT)
+        self.assertEqual(result.returncode, status, result.stderr)
+        if status == 0:
+            self.assertEqual(result.stderr, "")
+        return result
+
+    def tool(self, *command, text=None):
+        return subprocess.run(command, check=True, cwd=self.folder, capture_output=True, text=True, input=text,
+                              timeout=TIME_LIMIT).stdout
+
+    def lists(self, name):
+        """What getfacl says of the tree, under names that are the same for both."""
+        return self.tool("getfacl", "-R", "-p", name).replace(f"# file: {name}", "# file: X")
+
+    def assert_same(self):
+        self.assertEqual(self.lists("one"), self.lists("two"))
+
+
+class OneWord(Trees):
+    """Each change is what setfacl makes of the same words."""
+
+    def both(self, morvane, setfacl, path=""):
+        self.run_morvane("acl", "one" + path, *morvane)
+        self.tool("setfacl", *setfacl, "two" + path)
+        self.assert_same()
+
+    def test_set_gives_a_user_rights_beside_those_of_others(self):
+        self.both(["--set", "u:daemon:rw"], ["-m", "u:daemon:rw"], "/plain")
+        self.both(["--set", "g:bin:r,u:nobody:-"], ["-m", "g:bin:r,u:nobody:-"], "/plain")
+        self.both(["--set", "user:daemon:4"], ["-m", "user:daemon:4"], "/plain")
+
+    def test_set_changes_the_owner_the_owning_group_and_others(self):
+        self.both(["--set", "u::rwx,g::rx,o:r"], ["-m", "u::rwx,g::rx,o:r"], "/plain")
+
+    def test_set_with_d_is_for_what_is_made_in_the_folder(self):
+        self.both(["--set", "d:u:daemon:rwx"], ["-m", "d:u:daemon:rwx"])
+        with open(os.path.join(self.folder, "one", "new"), "w", encoding="ascii"):
+            pass
+        self.assertIn("user:daemon:rwx", self.tool("getfacl", "-p", "one/new"))
+
+    def test_a_number_stands_for_a_name_that_is_not_known(self):
+        self.both(["--set", "u:3999999:r"], ["-m", "u:3999999:r"], "/plain")
+
+    def test_recursive_goes_everywhere_but_through_links(self):
+        before = self.tool("getfacl", "-p", "/etc/hostname")
+        self.both(["-R", "--set", "u:daemon:rX,d:g:bin:rwX"], ["-R", "-m", "u:daemon:rX,d:g:bin:rwX"])
+        self.assertEqual(self.tool("getfacl", "-p", "/etc/hostname"), before)
+
+    def test_remove_takes_an_entry_away(self):
+        for name in ("one", "two"):
+            self.tool("setfacl", "-m", "u:daemon:rw,g:bin:r,d:u:daemon:rwx,d:g:bin:r", f"{name}/sub")
+        self.both(["--remove", "u:daemon"], ["-x", "u:daemon"], "/sub")
+        # Without named entries a mask would limit nobody but the owning group: none is left.
+        self.both(["--remove", "d:u:daemon,g:bin"], ["-x", "d:u:daemon,g:bin,m"], "/sub")
+
+    def test_clear_leaves_the_base_and_clear_default_what_is_the_folders_own(self):
+        for name in ("one", "two"):
+            self.tool("setfacl", "-R", "-m", "u:daemon:rwX,d:u:daemon:rwX", name)
+        self.both(["--clear-default"], ["-k"], "/sub")
+        self.run_morvane("acl", "one", "-R", "--clear")
+        self.tool("setfacl", "-R", "-b", "two")
+        # The owning group is left with what counted, as setfacl has it too.
+        self.assert_same()
+
+    def test_copy_from_gives_another_items_list(self):
+        self.tool("setfacl", "-m", "u:daemon:rw,g:bin:r,o::-", "outside")
+        self.run_morvane("acl", "one/plain", "one/sub/run", "--copy-from", "outside")
+        wanted = self.tool("getfacl", "-c", "outside")
+        for path in ("one/plain", "one/sub/run"):
+            self.assertEqual(self.tool("getfacl", "-c", path), wanted)
+
+    def test_what_is_wrong_with_the_words_is_said_and_nothing_is_changed(self):
+        before = self.lists("one")
+        for words, why in ((["--set", "u:daemon"], "'u:daemon' is no entry of a list"),
+                           (["--set", "u:daemon:rq"], "'u:daemon:rq' is no entry of a list"),
+                           (["--set", "u:no-such-user:r"], "there is no user 'no-such-user'"),
+                           (["--set", "d:u:daemon:r"], "only a folder has entries for new items inside"),
+                           (["--remove", "u:daemon"], "the list has no such entry to remove"),
+                           (["--remove", "u:"], "are in every list"),
+                           (["--set-file", "nowhere"], "'nowhere' cannot be read")):
+            with self.subTest(words=words):
+                result = self.run_morvane("acl", "one/plain", *words, status=2)
+                self.assertIn(why, result.stderr)
+                self.assertIn("Nothing was changed.", result.stderr)
+        self.run_morvane("acl", "one", "--set", "u::r", "--propagate", status=2)
+        self.run_morvane("acl", "one", "-R", status=2)
+        self.run_morvane("acl", "--undo", "one", status=2)
+        self.assertEqual(self.lists("one"), before)
+
+    def test_dry_run_shows_the_entries_that_go_and_come(self):
+        self.tool("setfacl", "-m", "u:daemon:rw", "one/plain")
+        before = self.lists("one")
+        shown = self.run_morvane("acl", "one/plain", "--set", "u:daemon:r,u:bin:r", "--dry-run").stdout
+        self.assertEqual(shown, "one/plain\n  - user:daemon:rw-\n  - mask::rw-\n  + user:daemon:r--\n"
+                                "  + user:bin:r--\n  + mask::r--\n"
+                                "--dry-run: 1 list would change, 0 were so already.\n")
+        self.assertEqual(self.lists("one"), before)
+
+    def test_for_programs_it_says_whether_it_was_done(self):
+        printed = json.loads(self.run_morvane("acl", "--json", "one/plain", "--set", "u:daemon:r").stdout)
+        self.assertEqual((printed["exitStatus"], printed["error"]), (0, None))
+
+
+class Files(Trees):
+    def test_a_saved_tree_is_restored_as_it_was(self):
+        self.tool("setfacl", "-m", "u:daemon:rw,g:bin:r", "one/plain")
+        self.tool("setfacl", "-m", "u:3999999:rx,d:u:daemon:rwx,d:o::-", "one/sub")
+        before = self.lists("one")
+        self.assertEqual(self.run_morvane("acl", "-R", "one", "--save", "saved").stdout, "5 lists saved.\n")
+        self.tool("setfacl", "-R", "-b", "one")
+        self.assertNotEqual(self.lists("one"), before)
+        self.run_morvane("acl", "--restore", "saved")
+        self.assertEqual(self.lists("one"), before)
+        self.tool("setfacl", "-R", "-b", "one")
+        self.tool("setfacl", "--restore=saved")
+        self.assertEqual(self.lists("one"), before, "setfacl reads it, too")
+
+    def test_a_saved_name_that_is_not_known_any_more_is_restored_by_its_number(self):
+        self.tool("setfacl", "-m", "u:daemon:rw", "one/plain")
+        number = self.tool("id", "-u", "daemon").strip()
+        saved = self.run_morvane("acl", "one/plain", "--save", "-").stdout
+        self.assertIn(f"user:daemon:rw-\t#uid={number}\n", saved)
+        before = self.lists("one")
+        self.tool("setfacl", "-b", "one/plain")
+        self.run_morvane("acl", "--restore", "-", text=saved.replace("user:daemon", "user:gone"))
+        self.assertEqual(self.lists("one"), before)
+
+    def test_what_getfacl_has_written_is_taken(self):
+        self.tool("setfacl", "-R", "-m", "u:daemon:rwX,d:g:bin:rX", "one")
+        before = self.lists("one")
+        written = self.tool("getfacl", "-R", "-p", "one")
+        self.tool("setfacl", "-R", "-b", "one")
+        self.run_morvane("acl", "--restore", "-", text=written)
+        self.assertEqual(self.lists("one"), before)
+        one = self.tool("getfacl", "-c", "one/plain")
+        self.run_morvane("acl", "outside", "--set-file", "-", text=one)
+        self.assertEqual(self.tool("getfacl", "-c", "outside"), one)
+
+    def test_a_list_that_cannot_be_read_is_told_by_its_line(self):
+        result = self.run_morvane("acl", "--restore", "-", text="# file: one\nuser::rwx\nnobody\n", status=2)
+        self.assertIn("line 3: 'nobody' is no entry of a list", result.stderr)
+        result = self.run_morvane("acl", "one", "--set-file", "-", text="user::rwx\n", status=2)
+        self.assertIn("the list lacks an entry of the owner", result.stderr)
+
+    def test_a_script_comes_from_a_file_or_standard_input(self):
+        script = "add user:daemon; permissions read\n" + "# a comment\n" * 20000
+        self.run_morvane("acl", "one/plain", "--script", "-", text=script)
+        self.assertIn("user:daemon:r--", self.tool("getfacl", "-c", "one/plain"))
+        with open(os.path.join(self.folder, "script"), "w", encoding="ascii") as f:
+            f.write("add user:bin; permissions read")
+        self.run_morvane("acl", "one/plain", "--script", "script")
+        self.assertIn("user:bin:r--", self.tool("getfacl", "-c", "one/plain"))
+
+    def test_the_editor_of_the_user_changes_the_text(self):
+        self.run_morvane("acl", "one/plain", "--editor", VISUAL="sed -i s/^other.*/other::r--/")
+        self.assertIn("other::r--", self.tool("getfacl", "-c", "one/plain"))
+        before = self.lists("one")
+        unchanged = subprocess.run([MORVANE, "acl", "one/plain", "--editor"], cwd=self.folder, text=True,
+                                   env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "VISUAL": "true"},
+                                   capture_output=True, timeout=TIME_LIMIT)
+        self.assertEqual((unchanged.returncode, unchanged.stderr), (0, "morvane: nothing was changed.\n"))
+        result = self.run_morvane("acl", "one/plain", "--editor", VISUAL="false", status=1)
+        self.assertIn("the editor 'false' has failed", result.stderr)
+        self.assertEqual(self.lists("one"), before)
+
+    def test_several_lists_are_shown_below_their_paths(self):
+        lines = self.run_morvane("acl", "one/plain", "outside").stdout.split("\n")
+        self.assertEqual(lines[0], "one/plain")
+        self.assertIn("outside", lines)
+        result = self.run_morvane("acl", "one/plain", "nowhere", status=1)
+        self.assertIn("one/plain\n", result.stdout)
+        self.assertIn("'nowhere'", result.stderr)
+
+
+class Failures(Trees):
+    def test_all_failures_are_in_the_file_that_was_asked_for(self):
+        missing = [f"gone{i}" for i in range(15)]
+        result = self.run_morvane("acl", *missing, "one/plain", "--set", "u:daemon:r", "--failures", "failed", status=1)
+        self.assertEqual(result.stderr.count("cannot change the access-control list of"), 10)
+        self.assertIn("And 5 more.", result.stderr)
+        self.assertIn("1 list changed, 0 were so already, 15 failures.", result.stdout)
+        with open(os.path.join(self.folder, "failed"), encoding="utf-8") as f:
+            self.assertEqual([line.split("\t")[0] for line in f], missing)
+        self.assertIn("user:daemon:r--", self.tool("getfacl", "-c", "one/plain"))
+
+
+class Undo(Trees):
+    def test_undo_takes_changes_back_the_last_one_first(self):
+        states = [self.lists("one")]
+        for words in (["one/plain", "--set", "u:daemon:rw"], ["one", "-R", "--set", "u:bin:rX"],
+                      ["one/plain", "--edit", "add user:nobody; permissions read"],
+                      ["one/sub", "--set", "d:u:daemon:-"]):
+            self.run_morvane("acl", *words)
+            states.append(self.lists("one"))
+        self.assertEqual(len(set(states)), len(states))
+        states.pop()
+        self.assertIn("would change", self.run_morvane("acl", "--undo", "--dry-run").stdout)
+        while states:
+            self.run_morvane("acl", "--undo")
+            self.assertEqual(self.lists("one"), states.pop())
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertIn("there is no change to take back", result.stderr)
+
+    def test_the_notes_are_for_their_user_alone_and_only_the_last_ten_are_kept(self):
+        for i in range(12):
+            self.run_morvane("acl", "one/plain", "--set", f"u:{4000 + i}:r")
+        notes = os.path.join(self.state, "morvane", "undo")
+        self.assertEqual(len(os.listdir(notes)), 10)
+        self.assertEqual(os.stat(notes).st_mode & 0o777, 0o700)
+
+    def test_what_changes_nothing_leaves_no_notes(self):
+        self.run_morvane("acl", "one/plain", "--set", "o::-")
+        self.run_morvane("acl", "nowhere", "--set", "o::-", status=1)
+        notes = os.path.join(self.state, "morvane", "undo")
+        self.assertEqual(os.listdir(notes) if os.path.exists(notes) else [], [])
+
+    def test_without_a_place_for_notes_the_change_is_made_and_that_is_said(self):
+        with open(self.state, "w", encoding="ascii"):
+            pass
+        environment = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state}
+        result = subprocess.run([MORVANE, "acl", "one/plain", "--set", "u:daemon:r"], env=environment, text=True,
+                                cwd=self.folder, capture_output=True, timeout=TIME_LIMIT)
+        self.assertEqual(result.returncode, 0)
+        self.assertIn("'--undo' cannot take this back", result.stderr)
+        self.assertIn("user:daemon:r--", self.tool("getfacl", "-c", "one/plain"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
