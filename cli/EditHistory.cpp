@@ -8,8 +8,8 @@ namespace morvane {
 
 namespace {
 
-/// More than anybody takes back one by one.
-constexpr std::size_t mostStates = 1000;
+/// More than anybody takes back one by one. Each has the boxes of the whole list.
+constexpr std::size_t mostStates = 100;
 
 void forEachNode(const std::vector<std::shared_ptr<MVTreeNode>>& groups,
                  const std::function<void(NSTreeNode&)>& work) {

@@ -65,8 +65,18 @@ void EditScreen::keepWithin() {
 
 void EditScreen::did(const Problem& problem) {
     message_ = problem.value_or("");
-    if (!problem)
-        history_.record();
+    if (problem)
+        return;
+    history_.record();
+    forgetGoneEntries();
+}
+
+void EditScreen::forgetGoneEntries() {
+    const auto& entries = editor_.entries();
+    std::erase_if(open_, [&](const MVAclEntry* open) {
+        return std::none_of(entries.begin(), entries.end(),
+                            [&](const auto& entry) { return entry.get() == open; });
+    });
 }
 
 void EditScreen::tell(const std::string& message) {
@@ -77,10 +87,7 @@ void EditScreen::tell(const std::string& message) {
         history_ = EditHistory(editor_);
         list_ = ItemList::asRead(entries);
     }
-    std::erase_if(open_, [&](const MVAclEntry* open) {
-        return std::none_of(entries.begin(), entries.end(),
-                            [&](const auto& entry) { return entry.get() == open; });
-    });
+    forgetGoneEntries();
     keepWithin();
 }
 
@@ -146,12 +153,10 @@ void EditScreen::change(char32_t key, const Line& line) {
             asking_ = Asking::who;
             break;
         case 'd': {
-            const auto* const address = entry.get();
             const auto problem = editor_.remove(line.entry);
             did(problem);
             if (problem)
                 break;
-            open_.erase(address);
             const auto left = editor_.entries().size();
             choose(left == 0 ? 0 : std::min(line.entry, left - 1));
             break;
@@ -162,8 +167,9 @@ void EditScreen::change(char32_t key, const Line& line) {
 }
 
 void EditScreen::find(const std::string& text) {
-    if (!text.empty())
-        found_ = text;
+    if (text.empty())
+        return;
+    found_ = text;
     const auto all = lines(true);
     const auto chosen = chosenLine();
     const auto isChosen = [&](const Line& line) {
@@ -171,7 +177,7 @@ void EditScreen::find(const std::string& text) {
     };
     const auto start =
         static_cast<std::size_t>(std::find_if(all.begin(), all.end(), isChosen) - all.begin());
-    for (std::size_t i = 1; !found_.empty() && i <= all.size(); ++i) {
+    for (std::size_t i = 1; i <= all.size(); ++i) {
         const auto& line = all[(start + i) % all.size()];
         if (lower(textOf(line)).find(lower(found_)) == std::string::npos)
             continue;
@@ -207,7 +213,10 @@ EditScreen::Result EditScreen::act(char32_t key) {
             asking_ = Asking::whatToFind;
             break;
         case 'n':
-            find({});
+            if (found_.empty())
+                asking_ = Asking::whatToFind;
+            else
+                find(found_);
             break;
         case '?':
             chosenBeside_ = 0;

@@ -27,8 +27,8 @@
 ///         print(screen.draw(rows, columns));
 namespace morvane {
 
-/// What the editor asks its surroundings for. Each may be empty: the keys for it then say so, and
-/// the list is saved without being asked about.
+/// What the editor asks its surroundings for. Each may be empty: the list is saved without a
+/// question then, and the key for somebody's access does nothing.
 struct EditSources {
     /// What would be written other than it was read, line by line; none if nothing would.
     std::function<std::vector<std::string>()> changes = {};
@@ -115,6 +115,8 @@ class EditScreen {
     void did(const Problem& problem);
     void choose(std::size_t entry);
     void keepWithin();
+    /// An entry at the same address is another one.
+    void forgetGoneEntries();
 
     AclEditor& editor_;
     std::string title_;
