@@ -36,7 +36,7 @@ std::string targetOf(const std::string& path) {
 
 }  // namespace
 
-std::optional<FileFacts> factsOfFile(const std::string& path) {
+std::optional<FileFacts> glimpseOfFile(const std::string& path) {
     struct statx found {};
     if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
               STATX_BASIC_STATS | STATX_MNT_ID, &found) != 0)
@@ -48,9 +48,16 @@ std::optional<FileFacts> factsOfFile(const std::string& path) {
     facts.size = static_cast<std::int64_t>(found.stx_size);
     facts.modified = found.stx_mtime.tv_sec;
     facts.mount = (found.stx_mask & STATX_MNT_ID) != 0 ? found.stx_mnt_id : 0;
-    facts.hasList = hasListBesideMode(path, facts.mode);
-    if (S_ISLNK(facts.mode))
-        facts.target = targetOf(path);
+    return facts;
+}
+
+std::optional<FileFacts> factsOfFile(const std::string& path) {
+    auto facts = glimpseOfFile(path);
+    if (!facts)
+        return std::nullopt;
+    facts->hasList = hasListBesideMode(path, facts->mode);
+    if (S_ISLNK(facts->mode))
+        facts->target = targetOf(path);
     return facts;
 }
 

@@ -36,6 +36,8 @@ struct FileFacts {
 /// The facts of an item, a link's own; empty if this program cannot see it.
 using FactsSource = std::function<std::optional<FileFacts>(const std::string& path)>;
 std::optional<FileFacts> factsOfFile(const std::string& path);
+/// The same without its list and its target, for which the system would have to be asked anew.
+std::optional<FileFacts> glimpseOfFile(const std::string& path);
 
 /// A user's or a group's name, which is looked up once in a run; empty if it has none.
 std::optional<std::string> nameOfOwner(std::uint32_t id, bool isGroup);

@@ -89,18 +89,16 @@ Json jsonOfSize(const SizeNode& node) {
 SizeTree::SizeTree(const SizeOptions& options, const SizeSources& sources) : options_(options) {
     for (const auto& path : options.paths) {
         roots_.push_back({path, NSURL::fileURLWithPath(path)});
-        if (options.depth != 0) {
-            const auto facts = sources.facts(roots_.back().url.path());
+        if (options.depth == 0)
+            continue;
+        const auto facts = sources.facts(roots_.back().url.path());
+        if (!facts || facts->isFolder())
             lookInto(roots_.back(), sources, options.depth, facts ? facts->mount : 0);
-        }
     }
 }
 
 void SizeTree::lookInto(SizeNode& node, const SizeSources& sources, std::size_t levels,
                         std::uint64_t mount) {
-    const auto facts = sources.facts(node.url.path());
-    if (facts && !facts->isFolder())
-        return;
     const auto contents = sources.contents(node.url);
     if (!contents)
         return;
@@ -109,7 +107,7 @@ void SizeTree::lookInto(SizeNode& node, const SizeSources& sources, std::size_t 
             node.children.emplace_back(SizeNode{pathIn(node.path, url.lastPathComponent()), url});
         const auto seen = sources.facts(url.path());
         child.isElsewhere = seen && seen->mount != mount;
-        if (levels > 1 && !child.isElsewhere)
+        if (levels > 1 && !child.isElsewhere && (!seen || seen->isFolder()))
             lookInto(child, sources, levels - 1, mount);
     }
 }
@@ -136,8 +134,9 @@ MVFileSizes SizeTree::addUp(const SizeSource& source) {
         if (!root.item)
             root.item = MVFileSizeItem::init();
     }
-    forEach(roots_, [](const SizeNode& node) { node.item->setUrl(node.url); });
     arrange(roots_, options_.order.value_or(SizeOrder::asGiven));
+    // What is not shown is not looked at.
+    forEach(roots_, [](const SizeNode& node) { node.item->setUrl(node.url); });
     return answer;
 }
 

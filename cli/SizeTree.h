@@ -45,6 +45,7 @@ class SizeTree {
     const std::vector<SizeNode>& items() const { return roots_; }
 
   private:
+    /// The node is a folder, or nobody can tell.
     void lookInto(SizeNode& node, const SizeSources& sources, std::size_t levels,
                   std::uint64_t mount);
     void arrange(std::vector<SizeNode>& nodes, SizeOrder order) const;

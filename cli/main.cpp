@@ -182,7 +182,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         const auto sizesOf = [&](const std::vector<NSURL>& urls, std::size_t asked) {
             return sizesWithLiveLine(services, resolvedOnTheWay(urls), asked, size->lines);
         };
-        return runSize(*size, {sizesOf, contentsOf, factsOfFile}, style);
+        return runSize(*size, {sizesOf, contentsOf, glimpseOfFile}, style);
     }
     if (const auto* ls = std::get_if<LsOptions>(&line))
         return runLs(*ls, contentsOf, factsOfFile);
