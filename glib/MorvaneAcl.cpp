@@ -219,6 +219,22 @@ gboolean morvane_acl_is_current(MorvaneAcl* self, MorvaneAcl* now) {
     });
 }
 
+void morvane_acl_adopt(MorvaneAcl* self, MorvaneAcl* now) {
+    g_return_if_fail(MORVANE_IS_ACL(self));
+    g_return_if_fail(MORVANE_IS_ACL(now));
+    guarded([&] {
+        auto& state = held(self);
+        state.context = held(now).context;
+        state.acl.origin = state.context->origin;
+        state.acl.list = state.context->list;
+        for (const auto& row : state.rows) {
+            row.entry->context = state.context;
+            row.entry->entry->setOrigin(state.context->origin);
+        }
+        setModified(self, true);
+    });
+}
+
 namespace {
 
 struct HeldLoss {

@@ -112,6 +112,16 @@ MORVANE_GLIB_API void morvane_acl_sort(MorvaneAcl* self);
 MORVANE_GLIB_API gboolean morvane_acl_is_current(MorvaneAcl* self, MorvaneAcl* now);
 
 /**
+ * morvane_acl_adopt:
+ * @self: a list
+ * @now: the list of the same item as it was read again
+ *
+ * Has @self count as made of what is there now, so that writing it replaces what another program
+ * has written meanwhile.
+ */
+MORVANE_GLIB_API void morvane_acl_adopt(MorvaneAcl* self, MorvaneAcl* now);
+
+/**
  * MorvaneLoss:
  *
  * One thing that a list cannot hold: an entry, or a box of it.

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// morvane-permissions PATH...: shows who may do what with files and folders, and changes it.
+
+namespace Permissions {
+
+[CCode (cname = "LOCALEDIR")]
+extern const string LOCALE_FOLDER;
+[CCode (cname = "GETTEXT_PACKAGE")]
+extern const string CATALOGUE;
+
+public class Application : Adw.Application {
+    private Morvane.FileClient client = new Morvane.FileClient();
+
+    public Application() {
+        Object(application_id: "io.github.morvaneoperation.Permissions", flags: ApplicationFlags.HANDLES_OPEN);
+    }
+
+    protected override void startup() {
+        base.startup();
+        set_accels_for_action("win.apply", { "<Control>s" });
+        set_accels_for_action("win.add", { "<Control>n" });
+        set_accels_for_action("win.remove", { "<Control>Delete" });
+        set_accels_for_action("win.reload", { "F5", "<Control>r" });
+        set_accels_for_action("window.close", { "<Control>w" });
+    }
+
+    /* Started by a desktop without a file: it asks for one. */
+    protected override void activate() {
+        var chooser = new Gtk.FileChooserNative(_("Show Permissions Of"), null, Gtk.FileChooserAction.OPEN,
+                                                _("_Open"), null);
+        hold();
+        chooser.response.connect(response => {
+            if (response == Gtk.ResponseType.ACCEPT)
+                open({ chooser.get_file() }, "");
+            chooser.destroy();
+            release();
+        });
+        chooser.show();
+    }
+
+    protected override void open(File[] files, string hint) {
+        foreach (var file in files)
+            new Window(this, client, file).present();
+    }
+}
+
+public int main(string[] arguments) {
+    Intl.setlocale();
+    Intl.bindtextdomain(CATALOGUE, Environment.get_variable("MORVANE_LOCALE_DIR") ?? LOCALE_FOLDER);
+    Intl.bind_textdomain_codeset(CATALOGUE, "UTF-8");
+    Environment.set_application_name(_("Permissions"));
+    return new Application().run(arguments);
+}
+
+/* Names a widget for those who do not see it. */
+public void name_for_all(Gtk.Widget widget, string name) {
+    widget.update_property(Gtk.AccessibleProperty.LABEL, name, -1);
+}
+
+}

@@ -1,0 +1,164 @@
+# SPDX-License-Identifier: MIT
+"""A display server and a session bus of its own, and a program on them as somebody who uses a screen reader and the
+keyboard sees it."""
+import os
+import subprocess
+import sys
+import tempfile
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
+import waiting  # noqa: E402
+
+waiting.TIME_LIMIT = 60
+wait_until = waiting.wait_until
+
+
+def enter_session():
+    """Runs this program again where a bus of its own is, and returns there with a display."""
+    if os.environ.get("MORVANE_DESKTOP") != "inside":
+        folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
+        os.environ.update({"MORVANE_DESKTOP": "inside", "HOME": folder, "XDG_RUNTIME_DIR": folder,
+                           "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo",
+                           "GTK_THEME": "Adwaita", "NO_AT_BRIDGE": "0"})
+        os.environ.pop("GTK_THEME")
+        outcome = subprocess.run(["dbus-run-session", "--", sys.executable, *sys.argv], check=False).returncode
+        subprocess.run(["rm", "-rf", folder], check=True)
+        sys.exit(outcome)
+    read, write = os.pipe()
+    server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1200x900x24", "-nolisten", "tcp"],
+                              pass_fds=[write], stderr=subprocess.DEVNULL)
+    os.close(write)
+    with os.fdopen(read) as number:
+        os.environ["DISPLAY"] = ":" + number.readline().strip()
+    # New windows have the focus.
+    manager = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    wait_until(lambda: b"window id" in subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"],
+                                                      capture_output=True, check=False).stdout, "the window manager")
+    return server, manager
+
+
+class Seen:
+    """A widget as it is told to a screen reader."""
+
+    def __init__(self, accessible):
+        self.accessible = accessible
+
+    @property
+    def name(self):
+        return self.accessible.get_name()
+
+    @property
+    def description(self):
+        return self.accessible.get_description()
+
+    @property
+    def role(self):
+        return self.accessible.get_role_name()
+
+    def has(self, state):
+        return self.accessible.get_state_set().contains(getattr(Atspi.StateType, state))
+
+    def extents(self):
+        return Atspi.Component.get_extents(self.accessible, Atspi.CoordType.WINDOW)
+
+    def click(self):
+        assert Atspi.Action.do_action(self.accessible, 0)
+
+    def children(self):
+        for i in range(self.accessible.get_child_count()):
+            child = self.accessible.get_child_at_index(i)
+            if child:
+                yield Seen(child)
+
+    def all(self, depth=0):
+        try:
+            yield self
+            for child in self.children() if depth < 40 else ():
+                yield from child.all(depth + 1)
+        except GLib.Error:
+            return  # it has gone meanwhile
+
+
+def active_window(*question):
+    return subprocess.run(["xdotool", "getactivewindow", *question], capture_output=True, text=True,
+                          check=False).stdout
+
+
+class Program:
+    def __init__(self, command, **environment):
+        self.process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True,
+                                        env={**os.environ, "G_DEBUG": "fatal-warnings", **environment})
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_exception):
+        self.process.kill()
+        self.message = self.process.communicate()[1]
+
+    def windows(self):
+        desktop = Atspi.get_desktop(0)
+        for i in range(desktop.get_child_count()):
+            application = desktop.get_child_at_index(i)
+            if application and application.get_process_id() == self.process.pid:
+                application.set_cache_mask(Atspi.Cache.NONE)  # nobody looks at what has changed
+                application.clear_cache()
+                # A window that has never had the focus is told as the application itself.
+                yield from (window for window in Seen(application).children() if window.role != "application")
+
+    def all(self, role, name, check=lambda widget: True):
+        """Such widgets, those of the newest window first."""
+        for window in reversed(list(self.windows())):
+            for widget in window.all():
+                try:
+                    if widget.role == role and widget.name == name and check(widget):
+                        yield widget
+                except GLib.Error:
+                    continue  # it has gone meanwhile
+
+    def find(self, role, name, check=lambda widget: True):
+        """The first of them; None if there is none."""
+        return next(self.all(role, name, check), None)
+
+    def wait_for(self, role, name, check=lambda widget: True):
+        found = []
+
+        def look():
+            if self.process.poll() is not None:
+                raise AssertionError(f"the program has ended: {self.process.communicate()[1]}")
+            widget = self.find(role, name, check)
+            found.append(widget)
+            return widget is not None
+        wait_until(look, f"{role} {name}")
+        return found[-1]
+
+    def click_on(self, role, name, check=lambda widget: True):
+        """Clicks with the mouse on what is in the active window."""
+        widget = self.wait_for(role, name, lambda each: each.extents().width > 0 and check(each))
+        geometry = dict(line.split("=") for line in active_window("getwindowgeometry", "--shell").split())
+        frame = next(window for window in self.windows() if window.has("ACTIVE")).extents()
+        border = (int(geometry["WIDTH"]) - frame.width) // 2  # of the shadow
+        place = widget.extents()
+        subprocess.run(["xdotool", "mousemove", str(int(geometry["X"]) + border + place.x + min(place.width // 2, 10)),
+                        str(int(geometry["Y"]) + border + place.y + place.height // 2), "click", "1"], check=True)
+
+    @staticmethod
+    def wait_for_window(title):
+        """Returns once the window has the keyboard."""
+        wait_until(lambda: active_window("getwindowname").strip() == title, f"the window {title}")
+
+    def rows(self, table):
+        """The texts of the rows of a table, those of a row in one list."""
+        widget = self.find("tree table", table)
+        return [[cell.name for cell in row.all() if cell.role == "label"]
+                for row in (widget.all() if widget else ()) if row.role == "table row"][1:]
+
+    @staticmethod
+    def press(*keys):
+        subprocess.run(["xdotool", "key", *keys], check=True)
+
+
+import gi  # noqa: E402
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402

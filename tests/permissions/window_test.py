@@ -1,0 +1,148 @@
+# SPDX-License-Identifier: MIT
+"""The Permissions window on a real display, driven by the keyboard and by what a screen reader knows of it, on real
+files.
+
+usage: window_test.py MORVANE-PERMISSIONS [unittest arguments]
+"""
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import desktop
+from desktop import Program, wait_until
+
+PROGRAM = os.path.abspath(sys.argv[1])
+
+
+def getfacl(path):
+    return subprocess.run(["getfacl", "-cp", path], check=True, capture_output=True, text=True).stdout
+
+
+class Window(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = os.path.join(folder.name, "Films")
+        os.mkdir(self.folder)
+        self.file = os.path.join(self.folder, "notes.txt")
+        with open(self.file, "w", encoding="ascii") as f:
+            f.write("text")
+        os.chmod(self.file, 0o640)
+
+    def open(self, path, **environment):
+        program = Program([PROGRAM, path], **environment)
+        self.addCleanup(lambda: self.assertEqual(program.message, ""))
+        self.addCleanup(program.__exit__)
+        program.wait_for("check box", "Read")
+        return program
+
+    def choose_row(self, program, who):
+        place = [row[0] for row in program.rows("Entries")].index(who)
+        program.wait_for("label", who)
+        program.press("Home", *["Down"] * place)
+        wait_until(lambda: any(row.role == "table row" and row.has("SELECTED") and
+                               any(cell.name == who for cell in row.all())
+                               for row in program.find("tree table", "Entries").all()), f"the row of {who}")
+
+    def apply(self, program):
+        program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
+        program.wait_for("label", "The permissions were changed.")
+        program.wait_for("push button", "Apply", lambda button: not button.has("SENSITIVE"))
+
+    def tick(self, program, name):
+        before = program.wait_for("check box", name).has("CHECKED")
+        program.click_on("check box", name)
+        wait_until(lambda: program.find("check box", name).has("CHECKED") != before, f"the box {name}")
+
+    def test_a_box_is_ticked_and_applied(self):
+        program = self.open(self.file)
+        self.assertEqual(program.rows("Entries"),
+                         [["user root (owner)", "Allow", "Read and Write", "This item", "no"],
+                          ["group root (owning group)", "Allow", "Read", "This item", "no"],
+                          ["everyone", "Allow", "None", "This item", "no"]])
+        self.choose_row(program, "everyone")
+        self.tick(program, "Read")
+        wait_until(lambda: program.rows("Entries")[2][2] == "Read", "the row to follow")
+        self.assertIn("other::---\n", getfacl(self.file))
+        self.apply(program)
+        self.assertIn("other::r--\n", getfacl(self.file))
+
+    def test_somebody_is_searched_for_added_and_given_a_choice(self):
+        program = self.open(self.file)
+        program.wait_for("push button", "Add an Entry").click()
+        program.wait_for_window("Add an Entry For")
+        program.press(*"daemon")
+        program.wait_for("label", "group daemon")
+        wait_until(lambda: not program.find("label", "user bin"), "the search")
+        program.wait_for("push button", "Add", lambda button: button.has("SENSITIVE")).click()
+        wait_until(lambda: ["user daemon", "Allow", "Read and Write", "This item", "no"] in program.rows("Entries"), "the row")
+        # What a POSIX list cannot hold is grey, and says why.
+        box = program.wait_for("check box", "Change Owner")
+        self.assertFalse(box.has("SENSITIVE"))
+        self.assertEqual(box.description, "only root has it")
+
+        menu = program.wait_for("combo box", "Permissions")
+        next(button for button in menu.all() if button.role == "push button").click()
+        program.wait_for("label", "only the owner has it", lambda label: label.has("VISIBLE"))
+        program.click_on("label", "Read", lambda label: label.extents().y > menu.extents().y + menu.extents().height)
+        wait_until(lambda: ["user daemon", "Allow", "Read", "This item", "no"] in program.rows("Entries"), "the choice")
+        self.apply(program)
+        self.assertIn("user:daemon:r--\n", getfacl(self.file))
+
+    def test_what_would_be_lost_is_shown_before_and_the_nearest_offered(self):
+        subprocess.run(["setfacl", "-m", "u:daemon:r", self.file], check=True)
+        program = self.open(self.file)
+        self.choose_row(program, "user daemon")
+        self.tick(program, "Write Data")
+        program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
+        program.wait_for_window("The File System Cannot Hold All of It")
+        wait_until(lambda: any("not without" in label.name for window in program.windows() for label in window.all()
+                               if label.role == "label"), "the losses")
+        self.assertIn("user:daemon:r--\n", getfacl(self.file))
+        program.press("Return")
+        program.wait_for("label", "The permissions were changed.")
+        self.assertIn("user:daemon:r--\n", getfacl(self.file))
+
+    def test_what_another_program_changes_is_shown(self):
+        program = self.open(self.file)
+        subprocess.run(["setfacl", "-m", "g:games:r", self.file], check=True)
+        wait_until(lambda: any(row[0] == "group games" for row in program.rows("Entries")), "the new row")
+
+    def test_what_another_program_changes_under_an_edit_is_kept_or_replaced(self):
+        program = self.open(self.file)
+        self.choose_row(program, "everyone")
+        self.tick(program, "Read")
+        os.chmod(self.file, 0o600)
+        program.wait_for("push button", "Keep Mine Keep Mine", lambda button: button.has("SENSITIVE")).click()
+        self.apply(program)
+        self.assertIn("group::r--\nother::r--\n", getfacl(self.file))
+
+    def test_a_folders_list_reaches_everything_inside(self):
+        subprocess.run(["setfacl", "-m", "u:daemon:rx,d:u:daemon:rx", self.folder], check=True)
+        program = self.open(self.folder)
+        self.assertNotIn("user:daemon", getfacl(self.file))
+        frame = program.wait_for("frame", "Films")
+        actions = [desktop.Atspi.Action.get_action_name(frame.accessible, i)
+                   for i in range(desktop.Atspi.Action.get_n_actions(frame.accessible))]
+        desktop.Atspi.Action.do_action(frame.accessible, actions.index("win.propagate"))
+        program.wait_for_window("Apply to Everything Inside?")
+        program.press("Return")
+        program.wait_for("label", "Everything inside has its permissions.")
+        self.assertIn("user:daemon:r-x", getfacl(self.file))
+
+    def test_a_file_that_is_not_there_is_told(self):
+        with Program([PROGRAM, os.path.join(self.folder, "none")]) as program:
+            program.wait_for("label", "The Permissions Cannot Be Read")
+            program.wait_for("label", "No such file or directory")
+        self.assertEqual(program.message, "")
+
+
+if __name__ == "__main__":
+    helpers = desktop.enter_session()
+    try:
+        unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
+    finally:
+        for helper in reversed(helpers):
+            helper.kill()
