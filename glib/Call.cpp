@@ -41,6 +41,8 @@ MVOperationOptions Call::options(MorvanePrivilege privilege, Report report) {
             if (std::exchange(self->isReportPosted_, true))
                 return;  // the context has not come to the one before
             self->post([self, report] {
+                if (!self->task_)
+                    return;  // it has ended
                 std::vector<std::shared_ptr<MVFileSizeItem>> latest;
                 {
                     const std::lock_guard own(self->mutex_);
@@ -58,7 +60,8 @@ void Call::end(std::function<void(GTask*)> answer) {
     post([self = shared_from_this(), answer = std::move(answer)] {
         if (self->cancelHandler_ != 0)
             g_cancellable_disconnect(self->cancellable_, self->cancelHandler_);
-        // The last reference to the task goes here, on the thread of its callback.
+        // The last references to them go here, on the thread of the callback.
+        const auto kept = std::exchange(self->kept_, {});
         const Owned<GTask> task(std::exchange(self->task_, nullptr));
         guarded([&] { answer(task.get()); });
     });

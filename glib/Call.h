@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <vector>
 
 #include "Model.h"
 
@@ -24,6 +25,15 @@ class Call final : public std::enable_shared_from_this<Call> {
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
 
+    /// Holds the object until the operation has ended, and lets it go on the context: what it is
+    /// shown by may be of that thread alone.
+    template <class Object>
+    Object* keep(Object* object) {
+        if (object)
+            kept_.push_back(Owned<GObject>::sharing(G_OBJECT(object)));
+        return object;
+    }
+
     /// `report` is called on the context, with the latest of what is known.
     MVOperationOptions options(MorvanePrivilege privilege, Report report = {});
 
@@ -38,6 +48,7 @@ class Call final : public std::enable_shared_from_this<Call> {
     GTask* task_;
     GCancellable* const cancellable_;
     gulong cancelHandler_ = 0;
+    std::vector<Owned<GObject>> kept_;
     std::stop_source stop_;
 
     std::mutex mutex_;

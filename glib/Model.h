@@ -62,6 +62,7 @@ void countReport(MorvaneProgress* progress);
 void addFailure(MorvaneProgress* progress, GFile* file, const std::string& message);
 void clearFailures(MorvaneProgress* progress);
 
+/// Once for each operation that measures them, and once when it has ended.
 void setBusy(MorvaneSizes* sizes, bool busy);
 void setSizes(MorvaneSizes* sizes, const std::vector<std::shared_ptr<MVFileSizeItem>>& items);
 

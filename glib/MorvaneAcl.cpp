@@ -72,6 +72,7 @@ MorvaneAclEntry* objectOf(Row& row) {
 }
 
 void tellItems(MorvaneAcl* self, std::size_t position, std::size_t removed, std::size_t added) {
+    const auto alive = Owned<MorvaneAcl>::sharing(self);
     g_list_model_items_changed(G_LIST_MODEL(self), static_cast<guint>(position),
                                static_cast<guint>(removed), static_cast<guint>(added));
     setModified(self, true);
@@ -96,6 +97,8 @@ MVFileAcl aclToWrite(MorvaneAcl* self) {
 }
 
 void setModified(MorvaneAcl* self, bool modified) {
+    // Whoever is told may drop the list.
+    const auto alive = Owned<MorvaneAcl>::sharing(self);
     auto& state = held(self);
     if (state.isModified != modified) {
         state.isModified = modified;
@@ -169,9 +172,9 @@ MorvaneAclEntry* morvane_acl_add(MorvaneAcl* self, MorvaneIdentity* identity) {
         const auto shared = std::make_shared<SharedEntry>(SharedEntry{entry, state.context});
         shared->changed = [self] { setModified(self, true); };
         const auto added = state.rows.insert(place, Row{shared, {}});
-        auto* const object = objectOf(*added);
+        auto object = Owned<MorvaneAclEntry>::sharing(objectOf(*added));
         tellItems(self, static_cast<std::size_t>(added - state.rows.begin()), 0, 1);
-        return object;
+        return object.release();  // it may be in the list no more
     });
 }
 

@@ -49,8 +49,8 @@ std::optional<std::vector<NSURL>> urlsOf(const ClientCall& call, GFile* const* f
     for (std::size_t i = 0; i != count; ++i) {
         const auto url = urlOf(files[i]);
         if (!url) {
-            call->end([file = Owned<GFile>::sharing(files[i])](GTask* task) {
-                g_autofree char* name = g_file_get_parse_name(file.get());
+            call->end([file = call->keep(files[i])](GTask* task) {
+                g_autofree char* name = g_file_get_parse_name(file);
                 g_task_return_new_error(
                     task, G_IO_ERROR, G_IO_ERROR_NOT_SUPPORTED, "%s",
                     shownText(phrase("\"%1\" has no path on this system.", shownName(name)))
@@ -115,13 +115,13 @@ void addFailures(MorvaneProgress* progress, const NSErrorRef& error) {
         add(*each);
 }
 
-/// Ends an operation that may fail for some of its items.
-void endWithFailures(const ClientCall& call, const Owned<MorvaneProgress>& progress,
-                     const NSErrorRef& error, std::function<void(MorvaneProgress*)> add) {
+/// Ends an operation that may fail for some of its items. `progress` is kept by the call, or null.
+void endWithFailures(const ClientCall& call, MorvaneProgress* progress, const NSErrorRef& error,
+                     std::function<void(MorvaneProgress*)> add) {
     call->end([progress, error, add = std::move(add)](GTask* task) {
         if (progress) {
-            clearFailures(progress.get());
-            add(progress.get());
+            clearFailures(progress);
+            add(progress);
         }
         if (error)
             g_task_return_error(task, newError(error));
@@ -178,20 +178,18 @@ void morvane_file_client_write_acl_async(MorvaneFileClient* self, MorvaneAcl* ac
                                          GAsyncReadyCallback callback, gpointer user_data) {
     g_return_if_fail(MORVANE_IS_FILE_CLIENT(self));
     g_return_if_fail(MORVANE_IS_ACL(acl));
-    start(
-        self, cancellable, callback, user_data, tagOf(morvane_file_client_write_acl_async),
-        [&](const ClientCall& call) {
-            clientOf(self).writeAcl(
-                aclToWrite(acl), call->options(privilege),
-                [call, written = Owned<MorvaneAcl>::sharing(acl)](const NSErrorRef& error) mutable {
-                    call->end([error, written = std::move(written)](GTask* task) {
-                        if (error)
-                            return g_task_return_error(task, newError(error));
-                        setModified(written.get(), false);
-                        g_task_return_boolean(task, TRUE);
-                    });
-                });
-        });
+    start(self, cancellable, callback, user_data, tagOf(morvane_file_client_write_acl_async),
+          [&](const ClientCall& call) {
+              clientOf(self).writeAcl(aclToWrite(acl), call->options(privilege),
+                                      [call, written = call->keep(acl)](const NSErrorRef& error) {
+                                          call->end([error, written](GTask* task) {
+                                              if (error)
+                                                  return g_task_return_error(task, newError(error));
+                                              setModified(written, false);
+                                              g_task_return_boolean(task, TRUE);
+                                          });
+                                      });
+          });
 }
 
 gboolean morvane_file_client_write_acl_finish(MorvaneFileClient* self, GAsyncResult* result,
@@ -208,10 +206,10 @@ void morvane_file_client_propagate_acl_async(MorvaneFileClient* self, MorvaneAcl
     g_return_if_fail(!progress || MORVANE_IS_PROGRESS(progress));
     start(self, cancellable, callback, user_data, tagOf(morvane_file_client_propagate_acl_async),
           [&](const ClientCall& call) {
-              const auto held = Owned<MorvaneProgress>::sharing(progress);
+              auto* const held = call->keep(progress);
               Call::Report report;
               if (held)
-                  report = [held](const auto&) { countReport(held.get()); };
+                  report = [held](const auto&) { countReport(held); };
               clientOf(self).propagateAcl(
                   aclToWrite(acl), call->options(privilege, std::move(report)),
                   [call, held](const NSErrorRef& error) {
@@ -313,16 +311,15 @@ void morvane_file_client_measure_async(MorvaneFileClient* self, MorvaneSizes* si
               auto urls = urlsOf(call, files.data(), files.size());
               if (!urls)
                   return;
-              const auto held = Owned<MorvaneSizes>::sharing(sizes);
+              auto* const held = call->keep(sizes);
               setBusy(sizes, true);
               clientOf(self).sizes(
                   *std::move(urls),
-                  call->options(privilege,
-                                [held](const auto& items) { setSizes(held.get(), items); }),
+                  call->options(privilege, [held](const auto& items) { setSizes(held, items); }),
                   [call, held](const MVFileSizes& all) {
                       call->end([held, all](GTask* task) {
-                          setSizes(held.get(), all.items);
-                          setBusy(held.get(), false);
+                          setSizes(held, all.items);
+                          setBusy(held, false);
                           if (all.error)
                               g_task_return_error(task, newError(all.error));
                           else
@@ -403,7 +400,7 @@ void morvane_file_client_rename_async(MorvaneFileClient* self, GFile** files, gu
               auto urls = urlsOf(call, files, n_files);
               if (!urls)
                   return;
-              const auto held = Owned<MorvaneProgress>::sharing(progress);
+              auto* const held = call->keep(progress);
               clientOf(self).rename(
                   *std::move(urls), std::vector<std::string>(names, names + n_files),
                   call->options(privilege), [call, held](const MVFileRenames& renames) {

@@ -79,7 +79,9 @@ void setState(const HeldPermission& permission, std::int64_t state) {
 MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, SharedEntryRef entry) {
     auto* const made = MORVANE_PERMISSION(g_object_new(MORVANE_TYPE_PERMISSION, nullptr));
     made->held = new HeldPermission{.node = std::move(node), .entry = std::move(entry)};
+    // Whoever is told may drop the permission.
     made->held->box = MVObservation::ofBox(*made->held->node, [made] {
+        const auto alive = Owned<MorvanePermission>::sharing(made);
         g_object_notify(G_OBJECT(made), "state");
         notifySensitive(made);
     });
@@ -87,7 +89,10 @@ MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, SharedEntryRe
         made->held->ofEntry = MVObservation::of(
             made->held->entry->entry,
             {&MVAclEntry::identityKeyPath, &MVAclEntry::tagKeyPath, &MVAclEntry::inheritedKeyPath},
-            [made](const NSKeyPath&) { notifySensitive(made); });
+            [made](const NSKeyPath&) {
+                const auto alive = Owned<MorvanePermission>::sharing(made);
+                notifySensitive(made);
+            });
     return made;
 }
 

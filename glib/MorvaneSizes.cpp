@@ -14,7 +14,8 @@ struct HeldSize {
 
 struct HeldSizes {
     std::vector<morvane::Owned<MorvaneSize>> rows;
-    bool isBusy = false;
+    /// How many operations measure them.
+    guint running = 0;
 };
 
 }  // namespace
@@ -113,7 +114,7 @@ MorvaneSizes* morvane_sizes_new(GFile** files, guint n_files) {
 
 gboolean morvane_sizes_get_busy(MorvaneSizes* self) {
     g_return_val_if_fail(MORVANE_IS_SIZES(self), FALSE);
-    return self->held->isBusy;
+    return self->held->running != 0;
 }
 
 gint64 morvane_sizes_get_total(MorvaneSizes* self) {
@@ -130,10 +131,10 @@ gint64 morvane_sizes_get_total(MorvaneSizes* self) {
 namespace morvane {
 
 void setBusy(MorvaneSizes* sizes, bool busy) {
-    if (sizes->held->isBusy == busy)
-        return;
-    sizes->held->isBusy = busy;
-    g_object_notify(G_OBJECT(sizes), "busy");
+    auto& running = sizes->held->running;
+    running = busy ? running + 1 : running - 1;
+    if (running == (busy ? 1 : 0))
+        g_object_notify(G_OBJECT(sizes), "busy");
 }
 
 void setSizes(MorvaneSizes* sizes, const std::vector<std::shared_ptr<MVFileSizeItem>>& items) {

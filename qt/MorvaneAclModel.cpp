@@ -71,6 +71,12 @@ void MorvaneAclModel::setAcl(MVFileAcl acl) {
     beginResetModel();
     rows_.clear();
     read_.clear();
+    acl_.reset();
+    if (std::find(acl.entries.begin(), acl.entries.end(), nullptr) != acl.entries.end()) {
+        qWarning("MorvaneAclModel: an entry of the list is null.");
+        endResetModel();
+        return;
+    }
     for (const auto& entry : acl.entries) {
         rows_.push_back(rowOf(entry));
         read_.push_back({entry, entry->tag(), entry->uuid()});
@@ -80,12 +86,16 @@ void MorvaneAclModel::setAcl(MVFileAcl acl) {
 }
 
 void MorvaneAclModel::setEntries(MVFileAcl::Entries entries) {
-    auto now = acl_.value();
+    if (!acl_)
+        return;
+    auto now = *acl_;
     now.entries = std::move(entries);
     setAcl(std::move(now));
 }
 
 MVFileAcl MorvaneAclModel::acl() const {
+    if (!acl_)
+        return {*NSURL::URLWithString("about:blank"), {}};
     const auto asWritten = [this](const Row& row) {
         return row.isExecutionChosen && list() ? list()->askingToExecute(row.entry) : row.entry;
     };
@@ -100,7 +110,7 @@ MVFileAcl MorvaneAclModel::acl() const {
         const bool denies = row.entry->tag() == MVAclTagDeny;
         (keepsPlace ? keeping : denies ? denying : allowing).push_back(asWritten(row));
     }
-    auto acl = acl_.value();
+    auto acl = *acl_;
     acl.entries = std::move(denying);
     for (auto* const part : {&keeping, &allowing})
         acl.entries.insert(acl.entries.end(), part->begin(), part->end());

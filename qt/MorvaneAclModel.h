@@ -58,12 +58,13 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
     explicit MorvaneAclModel(QObject* parent = nullptr);
     ~MorvaneAclModel() override;
 
-    /// Shows the entries of `acl`, which are edited themselves, not copied.
+    /// Shows the entries of `acl`, which are edited themselves, not copied. A list with a null
+    /// entry is a mistake of the program: it is warned of, and nothing is shown.
     void setAcl(morvane::MVFileAcl acl);
     /// The list as it is now, to be written: in the order in which the entries count. Among those
     /// that were read, a new entry that denies comes first, and one that allows last; so does one
-    /// that denies or allows now, or is for somebody else. Throws std::bad_optional_access before
-    /// setAcl().
+    /// that denies or allows now, or is for somebody else. Before setAcl() it is that of no item,
+    /// and no operation takes it.
     morvane::MVFileAcl acl() const;
     /// Shows `entries` in place of the present ones of the same item: the nearest list, when its
     /// own could not be held.

@@ -76,7 +76,7 @@ MORVANE_GLIB_API char* morvane_acl_dup_storage_text(MorvaneAcl* self);
  * Adds an entry that allows to read and write, and on a folder applies to the folder alone. It goes
  * where morvane_acl_sort() would put it.
  *
- * Returns: (transfer none): the new entry
+ * Returns: (transfer full): the new entry
  */
 MORVANE_GLIB_API MorvaneAclEntry* morvane_acl_add(MorvaneAcl* self, MorvaneIdentity* identity);
 

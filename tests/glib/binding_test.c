@@ -115,7 +115,7 @@ static void what_is_edited_is_saved(Fixture* fixture, gconstpointer data) {
     g_assert_null(g_list_model_get_item(G_LIST_MODEL(acl), 3));
 
     g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
-    MorvaneAclEntry* const entry = morvane_acl_add(acl, daemon);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
     g_autofree char* who = morvane_acl_entry_dup_who(entry);
     g_assert_cmpstr(who, ==, "user daemon");
     morvane_acl_entry_set_permission_group(entry, MORVANE_PERMISSION_GROUP_READ);
@@ -139,7 +139,7 @@ static void only_the_box_for_execution_asks_for_execution(Fixture* fixture, gcon
     (void)data;
     g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
     g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
-    MorvaneAclEntry* const entry = morvane_acl_add(acl, daemon);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
     morvane_acl_entry_set_permission_group(entry, MORVANE_PERMISSION_GROUP_READ);
     MorvanePermission* const execute = box_at(entry, 0, 1);
     g_autofree char* name = morvane_permission_dup_name(execute);
@@ -168,7 +168,7 @@ static void a_click_is_told_wherever_it_shows(Fixture* fixture, gconstpointer da
     int group_state = 0, choice = 0, letters = 0, box_state = 0, changed = 0;
     g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
     g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
-    MorvaneAclEntry* const entry = morvane_acl_add(acl, daemon);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
     morvane_acl_entry_set_permission_group(entry, MORVANE_PERMISSION_GROUP_READ);
     MorvanePermission* const group = box_at(entry, 0, -1);
     MorvanePermission* const box = box_at(entry, 0, 0);
@@ -202,7 +202,7 @@ static void what_the_list_cannot_hold_is_told_with_a_reason(Fixture* fixture, gc
     g_autoptr(GError) error = NULL;
     g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
     g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
-    MorvaneAclEntry* const entry = morvane_acl_add(acl, daemon);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
     MorvanePermission* const administration = box_at(entry, 2, -1);
     g_assert_false(morvane_permission_get_sensitive(administration));
     g_autofree char* reason = morvane_permission_dup_reason(administration);
@@ -257,7 +257,7 @@ static void a_removed_entry_is_no_part_of_the_list(Fixture* fixture, gconstpoint
     (void)data;
     g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
     g_autoptr(MorvaneIdentity) group = morvane_identity_new_for_group(1);
-    g_autoptr(MorvaneAclEntry) entry = g_object_ref(morvane_acl_add(acl, group));
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, group);
     morvane_acl_entry_set_rule(entry, MORVANE_RULE_DENY);
     morvane_acl_sort(acl);
     g_assert_true(entry_at(acl, 0) == entry);
@@ -378,7 +378,7 @@ static void a_folders_list_is_propagated(Fixture* fixture, gconstpointer data) {
     g_autoptr(MorvaneAcl) acl = read_acl(fixture, folder);
     g_assert_true(morvane_acl_is_folder(acl));
     g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
-    MorvaneAclEntry* const entry = morvane_acl_add(acl, daemon);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
     morvane_acl_entry_set_permission_group(entry, MORVANE_PERMISSION_GROUP_READ);
     g_autoptr(GListModel) choices = morvane_acl_entry_list_applies_to(entry);
     const guint last = g_list_model_get_n_items(choices) - 1;
@@ -445,6 +445,108 @@ static void people_are_found_by_what_was_typed(Fixture* fixture, gconstpointer d
     g_autoptr(MorvaneIdentity) nameless = morvane_identity_new_for_user(424242);
     g_autofree char* name = morvane_identity_dup_name(nameless);
     g_assert_cmpstr(name, ==, "uid 424242");
+}
+
+typedef struct {
+    MorvaneAcl* acl;
+    MorvaneAclEntry* entry;
+} Dropped;
+
+static void drop(GObject* object, GParamSpec* property, gpointer data) {
+    (void)object;
+    (void)property;
+    Dropped* const dropped = data;
+    g_clear_object(&dropped->acl);
+    g_clear_object(&dropped->entry);
+}
+
+static void a_handler_may_drop_what_it_is_told_of(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    Dropped dropped = {.acl = read_acl(fixture, fixture->file)};
+    g_autoptr(MorvaneAclEntry) kept = g_object_ref(entry_at(dropped.acl, 2));
+    g_signal_connect(dropped.acl, "notify::modified", G_CALLBACK(drop), &dropped);
+    morvane_acl_entry_set_permission_group(kept, MORVANE_PERMISSION_GROUP_READ);
+    g_assert_null(dropped.acl);
+    g_assert_cmpint(morvane_acl_entry_get_permission_group(kept), ==,
+                    MORVANE_PERMISSION_GROUP_READ);
+
+    g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
+    dropped.acl = read_acl(fixture, fixture->file);
+    dropped.entry = morvane_acl_add(dropped.acl, daemon);
+    g_autoptr(MorvanePermission) box = g_object_ref(box_at(dropped.entry, 1, 0));
+    MorvanePermission* const group = box_at(dropped.entry, 1, -1);
+    g_signal_connect(group, "notify::state", G_CALLBACK(drop), &dropped);
+    morvane_permission_toggle(box);
+    g_assert_null(dropped.entry);
+    g_assert_cmpint(morvane_permission_get_state(box), ==, MORVANE_STATE_OFF);
+}
+
+static void remove_what_came(MorvaneAcl* acl, guint position, guint removed, guint added,
+                             gpointer data) {
+    (void)data;
+    if (removed == 0 && added == 1)
+        g_assert_true(morvane_acl_remove(acl, entry_at(acl, position)));
+}
+
+static void what_was_added_is_there_even_if_a_handler_removes_it(Fixture* fixture,
+                                                                 gconstpointer data) {
+    (void)data;
+    g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
+    g_signal_connect(acl, "items-changed", G_CALLBACK(remove_what_came), NULL);
+    g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
+    g_autoptr(MorvaneAclEntry) entry = morvane_acl_add(acl, daemon);
+    g_autofree char* who = morvane_acl_entry_dup_who(entry);
+    g_assert_cmpstr(who, ==, "user daemon");
+    g_assert_cmpuint(g_list_model_get_n_items(G_LIST_MODEL(acl)), ==, 3);
+}
+
+static void note_thread(gpointer data, GObject* gone) {
+    (void)gone;
+    if (g_thread_self() != *(GThread**)data)
+        g_atomic_pointer_set((GThread**)data, g_thread_self());
+}
+
+static void objects_end_on_the_thread_that_uses_them(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    GThread* const own = g_thread_self();
+    GThread* ended = own;
+    g_autoptr(GFile) folder = g_file_new_for_path(fixture->folder);
+    g_autoptr(MorvaneAcl) acl = read_acl(fixture, folder);
+    for (int i = 0; i != 100; ++i) {
+        Awaited propagated = {0}, measured = {0};
+        MorvaneProgress* const progress = morvane_progress_new();
+        MorvaneSizes* const sizes = morvane_sizes_new(&folder, 1);
+        g_object_weak_ref(G_OBJECT(progress), note_thread, &ended);
+        g_object_weak_ref(G_OBJECT(sizes), note_thread, &ended);
+        morvane_file_client_propagate_acl_async(fixture->client, acl, MORVANE_PRIVILEGE_NEVER,
+                                                progress, NULL, come, &propagated);
+        morvane_file_client_measure_async(fixture->client, sizes, MORVANE_PRIVILEGE_NEVER, NULL,
+                                          come, &measured);
+        g_object_unref(progress);
+        g_object_unref(sizes);
+        g_clear_object(&(GAsyncResult*){wait_for(&propagated)});
+        while (!measured.result)
+            g_main_context_iteration(NULL, TRUE);
+        g_clear_object(&measured.result);
+        g_assert_true(g_atomic_pointer_get(&ended) == own);
+    }
+}
+
+static void sizes_are_busy_until_the_last_measure_has_ended(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    g_autoptr(MorvaneSizes) sizes = morvane_sizes_new(&fixture->file, 1);
+    Awaited first = {0}, second = {0};
+    morvane_file_client_measure_async(fixture->client, sizes, MORVANE_PRIVILEGE_NEVER, NULL, come,
+                                      &first);
+    morvane_file_client_measure_async(fixture->client, sizes, MORVANE_PRIVILEGE_NEVER, NULL, come,
+                                      &second);
+    while (!first.result || !second.result) {
+        g_assert_true(morvane_sizes_get_busy(sizes));
+        g_main_context_iteration(NULL, TRUE);
+    }
+    g_assert_false(morvane_sizes_get_busy(sizes));
+    g_clear_object(&first.result);
+    g_clear_object(&second.result);
 }
 
 static void objects_that_a_program_makes_itself_are_empty_ones(void) {
@@ -539,6 +641,10 @@ int main(int argc, char** argv) {
     TEST(a_folders_list_is_propagated);
     TEST(what_a_user_can_do_is_shown_and_not_set);
     TEST(people_are_found_by_what_was_typed);
+    TEST(a_handler_may_drop_what_it_is_told_of);
+    TEST(what_was_added_is_there_even_if_a_handler_removes_it);
+    TEST(objects_end_on_the_thread_that_uses_them);
+    TEST(sizes_are_busy_until_the_last_measure_has_ended);
     g_test_add_func("/binding/objects_that_a_program_makes_itself_are_empty_ones",
                     objects_that_a_program_makes_itself_are_empty_ones);
     return g_test_run();

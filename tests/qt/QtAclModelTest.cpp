@@ -102,7 +102,9 @@ TEST_F(QtAclModel, TheEntriesOfTheBaseStayAndAreForWhomTheyAre) {
 
 TEST_F(QtAclModel, AnEntryIsAddedForSomebodyAndMadeForSomebodyElse) {
     EXPECT_EQ(model.addEntry(MorvaneIdentity::user("daemon")), -1) << "there is no list yet";
-    EXPECT_THROW(model.acl(), std::bad_optional_access);
+    EXPECT_FALSE(model.acl().url.isFileURL()) << "of no item";
+    model.setEntries({MVAclEntry::newEntryForDirectory(true)});
+    EXPECT_EQ(model.rowCount(), 0);
     show(MVAclStorage::posix, true);
     EXPECT_EQ(model.addEntry({}), -1);
     EXPECT_EQ(model.addEntry(MorvaneIdentity::user("daemon")), 4);
@@ -125,6 +127,21 @@ TEST_F(QtAclModel, AnEntryIsAddedForSomebodyAndMadeForSomebodyElse) {
         choice(4, Model::AppliesToColumn, "This item, Child files, Child folders, All descendants");
     EXPECT_TRUE(set(4, Model::AppliesToColumn, everything.code));
     EXPECT_EQ(text(4, Model::AppliesToColumn), everything.text.toStdString());
+}
+
+TEST_F(QtAclModel, AListWithANullEntryIsWarnedOfAndNotShown) {
+    show(MVAclStorage::posix, true);
+    auto acl = listOf(MVAclStorage::posix, true);
+    acl.entries.push_back(nullptr);
+    static QString warning;
+    const auto former = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { warning = text; });
+    model.setAcl(acl);
+    qInstallMessageHandler(former);
+    EXPECT_EQ(warning, "MorvaneAclModel: an entry of the list is null.");
+    mirror.compare("setAcl");
+    EXPECT_EQ(model.rowCount(), 0);
+    EXPECT_FALSE(model.acl().url.isFileURL());
 }
 
 TEST_F(QtAclModel, AnInheritedEntryIsMadeTheItemsOwnBeforeItIsChanged) {
