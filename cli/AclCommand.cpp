@@ -10,15 +10,44 @@ namespace morvane {
 
 namespace {
 
+Outcome cannotRead(const std::string& path, const NSErrorRef& error) {
+    return failed(say("cannot read the access-control list of '%1'", escaped(path)), error);
+}
+
+/// One of several lists; what is wrong with it goes to `all` as well.
+Json jsonOfList(const std::string& path, const AclSource& source, Outcome& all) {
+    if (path.empty()) {
+        all.exitCode = std::max(all.exitCode, ExitFailure);
+        all.message += message({say("the path is empty; name a file or a folder.")});
+        return {{"item", nullptr}, {"entries", nullptr}};
+    }
+    auto entries = source(NSURL::fileURLWithPath(path));
+    if (!entries) {
+        auto outcome = cannotRead(path, entries.error());
+        all.exitCode = std::max(all.exitCode, outcome.exitCode);
+        all.message += outcome.message;
+        all.error = outcome.error;
+        return {{"item", jsonOfListedItem(path, {})}, {"entries", nullptr}};
+    }
+    const auto item = jsonOfListedItem(path, *entries);
+    sortCanonically(*entries);
+    return {{"item", item}, {"entries", jsonOfEntries(*entries)}};
+}
+
 /// The lists of several items, each below its path.
 Outcome runAclOfAll(const AclOptions& options, const AclSource& source, const Style& style) {
     auto paths = options.others;
     paths.insert(paths.begin(), options.path);
     Outcome all;
+    auto lists = Json::array();
     for (const auto& path : paths) {
         auto one = options;
         one.path = path;
         one.others.clear();
+        if (options.json) {
+            lists.push_back(jsonOfList(path, source, all));
+            continue;
+        }
         auto outcome = runAcl(one, source, style);
         all.exitCode = std::max(all.exitCode, outcome.exitCode);
         all.message += outcome.message;
@@ -28,6 +57,8 @@ Outcome runAclOfAll(const AclOptions& options, const AclSource& source, const St
         else
             all.error = outcome.error;
     }
+    if (options.json)
+        all.output = jsonDocument("acl", {{"lists", std::move(lists)}}, all);
     return all;
 }
 
@@ -40,8 +71,7 @@ Outcome runAcl(const AclOptions& options, const AclSource& source, const Style& 
         return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};
     auto entries = source(NSURL::fileURLWithPath(options.path));
     if (!entries)
-        return failed(say("cannot read the access-control list of '%1'", escaped(options.path)),
-                      entries.error());
+        return cannotRead(options.path, entries.error());
     const auto item = jsonOfListedItem(options.path, *entries);
     sortCanonically(*entries);
     if (options.json)

@@ -10,6 +10,7 @@
 #include "EditedItem.h"
 #include "Failure.h"
 #include "ItemWalk.h"
+#include "JsonDocument.h"
 #include "ListText.h"
 
 namespace morvane {
@@ -197,7 +198,9 @@ class Changing {
         Outcome outcome{worst_, shown_, toldFailures()};
         outcome.error = worst_ == ExitSuccess ? nullptr : error_;
         const bool isOne = all.size() == 1 && !all.front().recursive;
-        if (isOne && !options_.dryRun && !options_.undo) {
+        if (options_.json) {
+            // Written last, when all is known that it tells.
+        } else if (isOne && !options_.dryRun && !options_.undo) {
             if (changed_ != 0 || unchanged_ != 0)
                 outcome.output += listNow(all.front().path);
         } else {
@@ -210,7 +213,22 @@ class Changing {
         if (journal_.whyNot() && changed_ != 0)
             outcome.message +=
                 message({say("'--undo' cannot take this back: %1.", *journal_.whyNot())});
+        if (options_.json)
+            outcome.output = jsonDocument("acl", jsonOfChange(), outcome);
         return outcome;
+    }
+
+    Json jsonOfChange() const {
+        auto failures = Json::array();
+        for (const auto& failure : failures_) {
+            auto one = jsonOfPath(failure.path);
+            one["message"] = failure.why;
+            failures.push_back(std::move(one));
+        }
+        return {{"dryRun", options_.dryRun},
+                {"changed", changed_},
+                {"unchanged", unchanged_},
+                {"failures", std::move(failures)}};
     }
 
     std::string listNow(const std::string& path) const {
@@ -471,7 +489,9 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
     }
     if (!isOutput)
         outcome.output =
-            countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
+            options.json
+                ? jsonDocument("acl", {{"saved", saved}}, outcome)
+                : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
     return outcome;
 }
 

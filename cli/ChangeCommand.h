@@ -43,6 +43,8 @@ struct ChangeOptions {
     bool lossy = false;
     /// Where the paths that could not be changed are to be listed.
     std::string failures;
+    /// What became of them is told for programs.
+    bool json = false;
 };
 
 /// What the command works with.
@@ -69,6 +71,7 @@ struct SaveOptions {
     /// "-" is standard output.
     std::string file;
     bool recursive = false;
+    bool json = false;
 };
 Outcome runSave(const SaveOptions& options, const ChangeParts& parts);
 

@@ -110,6 +110,7 @@ ChangeOptions changeOptions(const OptionValues& values) {
     change.dryRun = values.has("--dry-run");
     change.lossy = values.has("--lossy");
     change.failures = values.one("--failures");
+    change.json = values.has("--json");
     return change;
 }
 
@@ -123,14 +124,15 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
     if (tellsItsPaths && !paths.empty())
         return misunderstood(
             say("The following argument was not expected: %1", escaped(paths.front())), "acl");
-    for (const auto* one : {"--edit", "--script", "--editor", "--propagate", "--json"}) {
+    for (const auto* one : {"--edit", "--script", "--editor", "--propagate"}) {
         if (values.has(one) && paths.size() > 1)
             return misunderstood(say("%1 takes one PATH", one), "acl");
     }
     if (values.has("--propagate"))
         return PropagateOptions{values.one("PATH"), values.has("--json-lines")};
     if (values.has("--save"))
-        return SaveOptions{paths, values.one("--save"), values.has("--recursive")};
+        return SaveOptions{paths, values.one("--save"), values.has("--recursive"),
+                           values.has("--json")};
     if (values.has("--script")) {
         auto edit = editOptions(values, argc, argv);
         Problem problem;

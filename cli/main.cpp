@@ -142,13 +142,6 @@ bool editOnTerminal(AclEditor& editor, const EditSession& session, const EditSou
     }
 }
 
-/// A program gets what completeJson() makes, and no text.
-Outcome forPrograms(Outcome outcome, const CommonOptions& common) {
-    if (common.json != JsonForm::none)
-        outcome.output.clear();
-    return outcome;
-}
-
 /// What the words on the command line ask for.
 Outcome run(const CommandLine& line, const CommonOptions& common) {
     if (const auto* outcome = std::get_if<Outcome>(&line))
@@ -213,7 +206,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
                             editedText};
     if (const auto* change = std::get_if<ChangeOptions>(&line)) {
         const LiveLine live;
-        return forPrograms(runChange(*change, parts, journal, style), common);
+        return runChange(*change, parts, journal, style);
     }
     if (const auto* save = std::get_if<SaveOptions>(&line)) {
         const LiveLine live;

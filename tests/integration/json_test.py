@@ -25,6 +25,7 @@ class Documents(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = os.path.join(os.fsencode(folder.name), b"top")
+        self.state = os.path.join(folder.name, "state")  # the journal of what --undo takes back
         os.mkdir(self.folder)
         self.file = os.path.join(self.folder, b"notes.txt")
         with open(self.file, "wb") as f:
@@ -33,7 +34,7 @@ class Documents(unittest.TestCase):
         subprocess.run(["setfacl", "-m", "u:4711:rw", self.file], check=True)
 
     def run_morvane(self, *arguments, **environment):
-        return subprocess.run([MORVANE, *arguments], env={**ENVIRONMENT, **environment}, cwd=self.folder,
+        return subprocess.run([MORVANE, *arguments], env={**ENVIRONMENT, "XDG_STATE_HOME": self.state, **environment}, cwd=self.folder,
                               capture_output=True, timeout=TIME_LIMIT)
 
     def document(self, *arguments, status=0, **environment):
@@ -83,6 +84,28 @@ class Commands(Documents):
     def test_a_dry_run_prints_both_lists(self):
         printed = self.document("acl", "--json", "notes.txt", "--dry-run", "--edit", "add user:65534")
         self.assertEqual(len(printed["after"]), len(printed["before"]) + 1)
+
+    def test_several_lists_come_one_beside_the_other(self):
+        printed = self.document("acl", "--json", "notes.txt", "gone", ".", status=1)
+        self.assertEqual([entry["item"]["kind"] for entry in printed["lists"]], ["file", None, "folder"])
+        self.assertEqual([entry["entries"] is None for entry in printed["lists"]], [False, True, False])
+        self.assertEqual(printed["error"]["name"], "ENOENT")
+
+    def test_a_change_of_many_lists_tells_how_many_and_what_failed(self):
+        printed = self.document("acl", "--json", "notes.txt", "gone", "--set", "u:4712:r", status=1)
+        self.assertEqual((printed["dryRun"], printed["changed"], printed["unchanged"]), (False, 1, 0))
+        self.assertEqual([failure["path"] for failure in printed["failures"]], ["gone"])
+        printed = self.document("acl", "--json", "notes.txt", "--set", "u:4712:r")
+        self.assertEqual((printed["changed"], printed["unchanged"], printed["failures"]), (0, 1, []))
+        printed = self.document("acl", "--json", "notes.txt", "--remove", "u:4712", "--dry-run")
+        self.assertEqual((printed["dryRun"], printed["changed"]), (True, 1))
+        self.assertEqual(self.document("acl", "--json", "--undo")["changed"], 1)
+
+    def test_a_saved_and_a_restored_tree_are_counted(self):
+        saved = os.fsdecode(os.path.join(os.path.dirname(self.folder), b"saved"))
+        self.assertEqual(self.document("acl", "--json", ".", "-R", "--save", saved)["saved"], 2)
+        subprocess.run(["setfacl", "-b", self.file], check=True)
+        self.assertEqual(self.document("acl", "--json", "--restore", saved)["changed"], 1)
 
     def test_a_propagation_says_that_it_is_done(self):
         self.assertEqual(self.document("acl", ".", "--propagate", "--json")["command"], "acl")
