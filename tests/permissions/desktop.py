@@ -2,6 +2,7 @@
 """A display server and a session bus of its own, and a program on them as somebody who uses a screen reader and the
 keyboard sees it."""
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -18,9 +19,7 @@ def enter_session():
     if os.environ.get("MORVANE_DESKTOP") != "inside":
         folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
         os.environ.update({"MORVANE_DESKTOP": "inside", "HOME": folder, "XDG_RUNTIME_DIR": folder,
-                           "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo",
-                           "GTK_THEME": "Adwaita", "NO_AT_BRIDGE": "0"})
-        os.environ.pop("GTK_THEME")
+                           "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo"})
         outcome = subprocess.run(["dbus-run-session", "--", sys.executable, *sys.argv], check=False).returncode
         subprocess.run(["rm", "-rf", folder], check=True)
         sys.exit(outcome)
@@ -107,11 +106,11 @@ class Program:
                 yield from (window for window in Seen(application).children() if window.role != "application")
 
     def all(self, role, name, check=lambda widget: True):
-        """Such widgets, those of the newest window first."""
+        """Such widgets, those of the newest window first; those of any role for None."""
         for window in reversed(list(self.windows())):
             for widget in window.all():
                 try:
-                    if widget.role == role and widget.name == name and check(widget):
+                    if role in (None, widget.role) and widget.name == name and check(widget):
                         yield widget
                 except GLib.Error:
                     continue  # it has gone meanwhile
@@ -135,12 +134,15 @@ class Program:
     def click_on(self, role, name, check=lambda widget: True):
         """Clicks with the mouse on what is in the active window."""
         widget = self.wait_for(role, name, lambda each: each.extents().width > 0 and check(each))
-        geometry = dict(line.split("=") for line in active_window("getwindowgeometry", "--shell").split())
+        told = subprocess.run(["xwininfo", "-id", active_window().strip()], capture_output=True, text=True,
+                              check=True).stdout
+        left, top, width = (int(re.search(rf"{key}: +(-?\d+)", told)[1])
+                            for key in ("Absolute upper-left X", "Absolute upper-left Y", "Width"))
         frame = next(window for window in self.windows() if window.has("ACTIVE")).extents()
-        border = (int(geometry["WIDTH"]) - frame.width) // 2  # of the shadow
+        border = (width - frame.width) // 2  # of the shadow
         place = widget.extents()
-        subprocess.run(["xdotool", "mousemove", str(int(geometry["X"]) + border + place.x + min(place.width // 2, 10)),
-                        str(int(geometry["Y"]) + border + place.y + place.height // 2), "click", "1"], check=True)
+        subprocess.run(["xdotool", "mousemove", str(left + border + place.x + min(place.width // 2, 10)),
+                        str(top + border + place.y + place.height // 2), "click", "1"], check=True)
 
     @staticmethod
     def wait_for_window(title):
