@@ -7,8 +7,11 @@
 #include <MorvaneOperation/platform/security/AuthorizationServices.h>
 
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <mutex>
+#include <set>
+#include <thread>
 #include <utility>
 
 namespace morvane {
@@ -17,6 +20,10 @@ namespace {
 /// polkit keeps what this process was granted. Which of the grants belong to a reference is
 /// recorded by the services below.
 class PolicyReference final : public AuthorizationReference {};
+
+/// How long polkit may take to notice a new right, and how often it is asked meanwhile.
+constexpr std::chrono::seconds noticeTime{30};
+constexpr std::chrono::milliseconds noticePause{10};
 
 /// A right is an action of polkit with the right's name, a prompt that action's message.
 class SystemAuthorizationServices final : public AuthorizationServices {
@@ -39,8 +46,11 @@ class SystemAuthorizationServices final : public AuthorizationServices {
         int code = writePolicyFile(name, policyFileText(name, rule, descriptionKey));
         if (code == 0 && isActionDefined(impliedAction) == false)
             code = writePolicyFile(impliedAction, impliedPolicyFileText());
-        if (code == 0)
+        if (code == 0) {
+            const std::lock_guard lock(mutex_);
+            written_.insert(name);
             return errAuthorizationSuccess;
+        }
         return code == EACCES || code == EPERM || code == EROFS ? errAuthorizationDenied
                                                                 : errAuthorizationInternal;
     }
@@ -52,6 +62,7 @@ class SystemAuthorizationServices final : public AuthorizationServices {
             return errAuthorizationInvalidRef;
         const bool mayAsk = (flags & kAuthorizationFlagInteractionAllowed) != 0;
         for (const auto& right : rights) {
+            waitUntilNoticed(right.name);
             const auto status = right.name == kSMRightBlessPrivilegedHelper
                                     ? obtainInstallation(reference, mayAsk)
                                     : obtain(reference, right.name, mayAsk);
@@ -81,6 +92,18 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     }
 
   private:
+    /// polkit notices a new policy file some time after it was written.
+    void waitUntilNoticed(const std::string& right) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (written_.erase(right) == 0)
+                return;
+        }
+        const auto end = std::chrono::steady_clock::now() + noticeTime;
+        while (isActionDefined(right) == false && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(noticePause);
+    }
+
     static Phrase textOf(OSStatus status) {
         switch (status) {
             case errAuthorizationSuccess:
@@ -181,6 +204,8 @@ class SystemAuthorizationServices final : public AuthorizationServices {
     /// When each grant on which an answer was based was first seen.
     GrantAges ages_;
     std::mutex mutex_;
+    /// The rights that were defined and have not been asked for since.
+    std::set<std::string> written_;
     std::map<PolicyGrant, std::weak_ptr<AuthorizationReference>> owners_;
 };
 

@@ -153,6 +153,25 @@ class MissingRights(PrivilegedCase):
         self.assertEqual(self.ask().prompts,
                          [f"{LABEL}.GetFileAcl: Morvane wants to retrieve file Access Control List."])
 
+    def test_rights_that_polkit_has_not_noticed_yet_are_waited_for(self):
+        # Root's program writes into a folder of its own, from which polkit gets the rights later.
+        unnoticed = "/run/unnoticed"
+        os.mkdir(unnoticed)
+        self.addCleanup(shutil.rmtree, unnoticed)
+        program = subprocess.Popen(["unshare", "--mount", "sh", "-c", f'mount --bind {unnoticed} {ACTIONS} && exec "$@"',
+                                    "sh", MORVANE, "--privileged", "acl", self.file], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True)
+        self.addCleanup(program.kill)
+
+        def all_are_written():
+            files = [os.path.join(unnoticed, file) for file in os.listdir(unnoticed) if file.endswith(".policy")]
+            return actions(*files).keys() >= actions(POLICY).keys()
+        wait_until(all_are_written, "the rights that root defines")
+        shutil.copytree(unnoticed, ACTIONS, dirs_exist_ok=True)
+        output, message = program.communicate(timeout=TIME_LIMIT)
+        self.assertEqual((program.returncode, message), (0, ""))
+        self.assertIn("user root (owner)", output)
+
     def test_one_that_is_defined_otherwise_stays(self):
         right = f"{LABEL}.GetFileAcl"
         other = os.path.join(ACTIONS, "other.policy")
