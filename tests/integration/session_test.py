@@ -233,6 +233,8 @@ class TextualAgent(OnTerminal):
             shown = self.read(terminal, until="q leave")
         self.assertIn("[ ] Write", shown)
         os.write(terminal, b"s")
+        self.assertIn("These changes are saved:", self.read(terminal, until="back to the list"))
+        os.write(terminal, b"s")
         shown = self.read(terminal)
         self.assertEqual(program.finish().code, 0, shown)
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o400)

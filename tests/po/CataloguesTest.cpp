@@ -112,6 +112,16 @@ std::multiset<std::string> argumentsIn(const std::string& text) {
     return found;
 }
 
+/// The places for values in texts of a program in C ("%s"), and other percent signs ("100%").
+std::multiset<std::string> percentsIn(const std::string& text) {
+    std::multiset<std::string> found;
+    for (auto at = text.find('%'); at != text.npos; at = text.find('%', at + 1)) {
+        const bool isPlace = std::islower(static_cast<unsigned char>(text[at + 1])) != 0;
+        found.insert(text.substr(at, isPlace ? 2 : 1));
+    }
+    return found;
+}
+
 /// Whether a text has words, which no two languages write alike.
 bool hasWords(const std::string& key) {
     std::size_t letters = 0;
@@ -126,7 +136,8 @@ bool hasWords(const std::string& key) {
 
 /// Words that some of the languages have in common with English.
 const std::set<std::string> sharedWords{"Usage",      "Administration", "Options", "OPTIONS",
-                                        "Status %1.", "%1 excludes %2", "no",      "total"};
+                                        "Status %1.", "%1 excludes %2", "no",      "total",
+                                        "Menu",       "_Permissions"};
 
 TEST_P(CataloguesTest, EachTextIsTranslatedWithAllItsArguments) {
     const auto texts = textsOfList();
@@ -138,7 +149,7 @@ TEST_P(CataloguesTest, EachTextIsTranslatedWithAllItsArguments) {
                                                : Phrase::inTable(text.table, text.one);
         const auto said = phrase.localized();
         EXPECT_EQ(argumentsIn(said), argumentsIn(phrase.english())) << text.one;
-        EXPECT_EQ(said.find('%'), text.one.find("100%")) << said;
+        EXPECT_EQ(percentsIn(said), percentsIn(phrase.english())) << said;
         const bool mayBeSame = !hasWords(text.one) || sharedWords.contains(text.one);
         EXPECT_TRUE(mayBeSame || said != phrase.english()) << said;
         EXPECT_FALSE(said.empty()) << text.one;
