@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "CommandParser.h"
 #include "CommandTable.h"
@@ -62,22 +64,23 @@ std::optional<std::string> conflictIn(const OptionValues& values) {
             return say("%1 excludes %2", action, *first);
         action = *first;
     }
-    const auto requires_ = [&](std::string_view option,
-                               const std::vector<std::string_view>& actions) {
-        return values.has(option) &&
-               std::find(actions.begin(), actions.end(), action) == actions.end();
+    const auto with = [](std::vector<std::string_view> names, const auto&... more) {
+        (names.insert(names.end(), more.begin(), more.end()), ...);
+        return names;
     };
     const auto& changes = aclActions().back();
-    auto changing = changes;
-    changing.insert(changing.end(), {"--edit", "--script", "--editor", "--restore", "--undo"});
-    for (const auto* option : {"--dry-run", "--lossy"}) {
-        if (requires_(option, changing))
-            return say("%1 requires %2", option, "--edit, --set");
+    const std::vector<std::string_view> saved{"--restore", "--undo"};
+    const std::vector<std::string_view> edits{"--edit", "--script", "--editor"};
+    const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> needed{
+        {"--dry-run", with({"--propagate"}, changes, saved, edits)},
+        {"--lossy", with({}, changes, saved, edits)},
+        {"--failures", with({}, changes, saved)},
+        {"--recursive", with({"--save"}, changes)}};
+    for (const auto& [option, actions] : needed) {
+        if (values.has(option) &&
+            std::find(actions.begin(), actions.end(), action) == actions.end())
+            return say("%1 requires %2", option, say("%1 or %2", "--set", actions.front()));
     }
-    if (values.has("--recursive") && !requires_("--recursive", {"--save"}))
-        return std::nullopt;
-    if (requires_("--recursive", changes))
-        return say("%1 requires %2", "--recursive", "--set, --save");
     return std::nullopt;
 }
 
@@ -129,7 +132,8 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
             return misunderstood(say("%1 takes one PATH", one), "acl");
     }
     if (values.has("--propagate"))
-        return PropagateOptions{values.one("PATH"), values.has("--json-lines")};
+        return PropagateOptions{values.one("PATH"), values.has("--json-lines"),
+                                values.has("--json"), values.has("--dry-run"), values.has("--yes")};
     if (values.has("--save"))
         return SaveOptions{paths, values.one("--save"), values.has("--recursive"),
                            values.has("--json")};

@@ -73,6 +73,10 @@ const std::vector<CommandRow>& commandTable() {
            .says = translatable(
                "Give everything below the folder what it inherits of the folder's list"),
            .excludes = {"--tree"}},
+          {.name = "--yes",
+           .says = translatable("Do not ask before it is propagated"),
+           .needs = "--propagate",
+           .letter = 'y'},
           {.name = "--edit",
            .says = translatable(
                "Change the list by these commands, which 'morvane help edit' tells; without "

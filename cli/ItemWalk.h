@@ -19,6 +19,8 @@ struct WalkParts {
     std::function<bool(const std::string& path, bool isBelow)> visit;
     /// What is inside a folder cannot be told.
     std::function<void(const std::string& path, const NSError& why)> failed;
+    /// Other file systems below are passed over.
+    bool staysOnMount = false;
 };
 
 /// Visits the item at `path` and, with `recursive`, everything below it, a folder before what is

@@ -12,8 +12,6 @@ namespace morvane {
 
 namespace {
 
-using Who = TextEntry::Who;
-
 constexpr std::uint32_t itemAlone = ACL_ENTRY_ONLY_INHERIT;
 constexpr std::uint32_t everythingInside =
     ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
@@ -46,8 +44,8 @@ bool isExecuted(const PosixAcl& acl) {
            std::any_of(list.groups.begin(), list.groups.end(), executes);
 }
 
-std::vector<PosixNamedRights>& namedOf(PosixList& list, Who who) {
-    return who == Who::user ? list.users : list.groups;
+std::vector<PosixNamedRights>& namedOf(PosixList& list, TextEntry::Who who) {
+    return who == TextEntry::Who::user ? list.users : list.groups;
 }
 
 void giveNamed(std::vector<PosixNamedRights>& named, std::uint32_t id, PosixRights rights) {
@@ -100,16 +98,16 @@ void setIn(PosixAcl& acl, const TextEntry& entry) {
     auto& to = entry.isDefault ? *acl.defaults : acl.access;
     const auto rights = rightsFor(entry, isExecuted(acl));
     switch (entry.who) {
-        case Who::owner:
+        case TextEntry::Who::owner:
             to.owner = rights;
             break;
-        case Who::owningGroup:
+        case TextEntry::Who::owningGroup:
             to.owningGroup = rights;
             break;
-        case Who::others:
+        case TextEntry::Who::others:
             to.others = rights;
             break;
-        case Who::mask:
+        case TextEntry::Who::mask:
             limit(to, rights);
             break;
         default:
@@ -123,13 +121,13 @@ void setIn(PosixAcl& acl, const TextEntry& entry) {
 
 CBPosixIdentity identityOf(const TextEntry& entry, const MVAclOrigin::Values& item) {
     switch (entry.who) {
-        case Who::owner:
+        case TextEntry::Who::owner:
             return entry.isDefault ? CBPosixIdentity{CBCreator{false}} : CBPosixUser{item.owner};
-        case Who::owningGroup:
+        case TextEntry::Who::owningGroup:
             return entry.isDefault ? CBPosixIdentity{CBCreator{true}} : CBPosixGroup{item.group};
-        case Who::user:
+        case TextEntry::Who::user:
             return CBPosixUser{entry.id};
-        case Who::group:
+        case TextEntry::Who::group:
             return CBPosixGroup{entry.id};
         default:
             return CBEveryone{};
@@ -160,7 +158,8 @@ void setInAllowDeny(ChangedList& list, const TextEntry& entry) {
                        list.entries.begin();
     removeFrom(list, entry);
     auto permissions = permissionTree(
-        boxesOfRights(rights, false, entry.who == Who::owner, item.isDirectory), item.isDirectory);
+        boxesOfRights(rights, false, entry.who == TextEntry::Who::owner, item.isDirectory),
+        item.isDirectory);
     if (item.isDirectory)
         permissions.push_back(appliesToNode(entry.isDefault ? everythingInside : itemAlone));
     auto made = MVAclEntry::initWithUuid(uuidOfPosixIdentity(identityOf(entry, item)),
@@ -196,7 +195,7 @@ ListChange settingEntries(std::vector<TextEntry> entries) {
                     return problem;
             } else if (acl) {
                 setIn(*acl, entry);
-            } else if (entry.who == Who::mask) {
+            } else if (entry.who == TextEntry::Who::mask) {
                 return say("an NFSv4 list has no mask");
             } else {
                 setInAllowDeny(list, entry);
@@ -212,7 +211,7 @@ ListChange removingEntries(std::vector<TextEntry> entries) {
     return [entries = std::move(entries)](ChangedList& list) -> Problem {
         auto acl = posixAclOf(list);
         for (const auto& entry : entries) {
-            if (acl && entry.who != Who::user && entry.who != Who::group)
+            if (acl && entry.who != TextEntry::Who::user && entry.who != TextEntry::Who::group)
                 return say(
                     "the entries of the owner, the owning group and others are in every "
                     "list; set their rights to - instead");
@@ -282,7 +281,7 @@ ListChange replacingBy(ListText text) {
         if (item.storage == MVAclStorage::nfs4 && !wanted.posix.empty()) {
             list.entries.clear();
             for (const auto& entry : wanted.posix) {
-                if (entry.who != Who::mask)
+                if (entry.who != TextEntry::Who::mask)
                     setInAllowDeny(list, entry);
             }
             return std::nullopt;

@@ -1,14 +1,99 @@
 // SPDX-License-Identifier: MIT
 #include "PropagateCommand.h"
 
+#include <MorvaneOperation/EntryTexts.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 
 #include "Failure.h"
+#include "ItemWalk.h"
 #include "JsonDocument.h"
-#include "Text.h"
+#include "ListText.h"
 
 namespace morvane {
+
+namespace {
+
+/// What is below a folder.
+struct Survey {
+    std::size_t files = 0;
+    std::size_t folders = 0;
+    /// Those that have another owner or owning group than the folder.
+    std::size_t others = 0;
+    /// Those with a list of their own: more than the rights of a mode, or than what is inherited.
+    std::size_t listed = 0;
+    /// Those of which nothing can be read.
+    std::size_t hidden = 0;
+
+    std::size_t all() const { return files + folders; }
+};
+
+bool hasOwnList(const EntryList& entries, MVAclStorage storage) {
+    return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+        return storage == MVAclStorage::nfs4 ? !entry->inherited() : entry->isAcl();
+    });
+}
+
+void addTo(Survey& survey, const EntryList& entries, const MVAclOrigin::Values& folder) {
+    const auto list = ItemList::asRead(entries);
+    if (!list) {
+        ++survey.hidden;
+        return;
+    }
+    const auto& item = list->item();
+    ++(item.isDirectory ? survey.folders : survey.files);
+    survey.others += item.owner != folder.owner || item.group != folder.group ? 1 : 0;
+    survey.listed += hasOwnList(entries, item.storage) ? 1 : 0;
+}
+
+std::string textOf(const Survey& survey, const std::string& path,
+                   const MVAclOrigin::Values& folder) {
+    // TRANSLATORS: %1 is "12 files", %2 "3 folders", %3 a path.
+    auto text = say("%1 and %2 below '%3' get what they inherit of its list.",
+                    countedPhrase("%1 file", "%1 files", survey.files),
+                    countedPhrase("%1 folder", "%1 folders", survey.folders), escaped(path));
+    const auto add = [&](const Phrase& sentence) { text += ' ' + escaped(sentence.localized()); };
+    if (survey.listed != 0)
+        add(countedPhrase("%1 of them has a list of its own, which goes.",
+                          "%1 of them have lists of their own, which go.", survey.listed));
+    if (survey.others != 0)
+        add(countedPhrase("%1 of them has another owner or group, and gets %2 and %3.",
+                          "%1 of them have other owners or groups, and get %2 and %3.",
+                          survey.others, ownerText(folder), owningGroupText(folder)));
+    if (survey.hidden != 0)
+        add(countedPhrase("%1 more cannot be looked at.", "%1 more cannot be looked at.",
+                          survey.hidden));
+    return text;
+}
+
+/// Looks at everything below `path`; empty if the user has stopped it.
+std::optional<Survey> surveyed(const std::string& path, const MVAclOrigin::Values& folder,
+                               const ChangeParts& parts, Journal* journal) {
+    Survey survey;
+    std::size_t done = 0;
+    const auto look = [&](const std::string& each, bool isBelow) {
+        if (isBelow) {
+            const auto url = NSURL::fileURLWithPath(each);
+            const auto entries = parts.source(url);
+            addTo(survey, entries ? *entries : EntryList(), folder);
+            if (entries && journal)
+                journal->record(listAsText(url.path(), *entries));
+        }
+        return !parts.progress || parts.progress(++done);
+    };
+    // What cannot be entered is told by the service, which does not get there either.
+    const WalkParts walk{parts.contents, parts.facts, look,
+                         [](const std::string&, const NSError&) {}, true};
+    return walkItems(path, true, walk) ? std::optional(survey) : std::nullopt;
+}
+
+Outcome unchanged() {
+    return {ExitInterrupted, {}, message({say("nothing was changed.")})};
+}
+
+}  // namespace
 
 std::string propagationLine(std::chrono::duration<double> elapsed) {
     return say("propagating, %1 s", static_cast<std::int64_t>(elapsed.count()));
@@ -18,26 +103,65 @@ std::string propagationAsJson(std::chrono::duration<double> elapsed) {
     return jsonLine("acl", "progress", {{"seconds", static_cast<std::int64_t>(elapsed.count())}});
 }
 
-Outcome runPropagate(const PropagateOptions& options, const AclSource& source,
-                     const AclSink& sink) {
+Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
+                     const PropagateParts& propagation, Journal& journal) {
     if (options.path.empty())
         return {ExitUsage, {}, message({say("the path is empty; name a folder.")})};
     const auto url = NSURL::fileURLWithPath(options.path);
-    const auto entries = source(url);
+    const auto entries = parts.source(url);
     if (!entries)
         return failed(say("cannot read the access-control list of '%1'", escaped(options.path)),
                       entries.error());
+    const auto list = ItemList::asRead(*entries);
+    std::optional<Survey> survey;
+    std::string said;
+    if (list && list->item().isDirectory) {
+        survey = surveyed(options.path, list->item(), parts, options.dryRun ? nullptr : &journal);
+        if (!survey) {
+            journal.discard();
+            return unchanged();
+        }
+        said = textOf(*survey, options.path, list->item());
+    }
+    const bool isForPrograms = options.json || options.lines;
+    if (options.dryRun && survey)
+        return isForPrograms ? Outcome{}
+                             : Outcome{ExitSuccess, said + '\n',
+                                       message({say("--dry-run, nothing was changed.")})};
+    if (survey && !options.yes && !isForPrograms && propagation.goesOn) {
+        if (journal.whyNot())
+            said += ' ' + say("'--undo' cannot take this back: %1.", *journal.whyNot());
+        if (!propagation.goesOn(said)) {
+            journal.discard();
+            return unchanged();
+        }
+    }
     // In the list's own order, which decides what it means.
-    const auto error = sink(*entries, url);
-    if (!error)
-        return {};
+    const auto error = propagation.sink(*entries, url);
+    if (!error) {
+        if (isForPrograms || !survey)
+            return {};
+        auto closing = countedPhrase("%1 item has what it inherits now.",
+                                     "%1 items have what they inherit now.", survey->all())
+                           .localized();
+        if (journal.isKept())
+            closing += ' ' + say("'%1' takes the lists back.", "morvane acl --undo");
+        return {ExitSuccess, closing + '\n', {}};
+    }
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
         return {ExitInterrupted,
                 {},
                 message({escaped(error->localizedDescription()), say("What is changed stays so.")}),
                 error};
-    return failed(say("cannot propagate the access-control list of '%1'", escaped(options.path)),
-                  error, Effect::changes);
+    // A list that cannot be inherited is refused as a whole.
+    if (!lossesOfError(*error).empty() && exitCodeOf(*error) != ExitStoredOtherwise)
+        journal.discard();
+    auto outcome =
+        failed(say("cannot propagate the access-control list of '%1'", escaped(options.path)),
+               error, Effect::changes);
+    if (journal.isKept())
+        outcome.message += "  " + say("'%1' takes the lists back.", "morvane acl --undo") + '\n';
+    return outcome;
 }
 
 }  // namespace morvane

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 
-#include "AclCommand.h"
+#include "ChangeCommand.h"
 #include "EditCommand.h"
+#include "Journal.h"
 #include "Outcome.h"
 
 /// `morvane acl PATH --propagate`: gives what is below a folder what it inherits of its list.
@@ -15,10 +17,26 @@ struct PropagateOptions {
     std::string path;
     /// A line of JSON for each thing that happens.
     bool lines = false;
+    /// One object of JSON.
+    bool json = false;
+    /// Tells what would be changed, and changes nothing.
+    bool dryRun = false;
+    /// Nobody is asked.
+    bool yes = false;
 };
 
-/// `sink` propagates the entries below an item and waits for the end.
-Outcome runPropagate(const PropagateOptions& options, const AclSource& source, const AclSink& sink);
+/// What the command works with, besides what reads and lists items.
+struct PropagateParts {
+    /// Propagates the entries below an item and waits for the end.
+    AclSink sink;
+    /// Asks the user whether to go on after `said`; null if nobody can be asked.
+    std::function<bool(const std::string& said)> goesOn;
+};
+
+/// Looks at everything below the folder first: what the lists are is noted in `journal`, and the
+/// user is told what will change.
+Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
+                     const PropagateParts& propagation, Journal& journal);
 
 /// The line that tells that the work goes on. A service tells no more before its answer.
 std::string propagationLine(std::chrono::duration<double> elapsed);

@@ -68,7 +68,9 @@ std::optional<std::size_t> columnsOfLiveLine() {
 /// While a service works: a line on the terminal that tells how far it is, and Ctrl-C.
 class LiveLine {
   public:
-    ~LiveLine() {
+    ~LiveLine() { clear(); }
+
+    static void clear() {
         if (columnsOfLiveLine())
             std::fputs("\r\033[K", stderr);
     }
@@ -142,6 +144,17 @@ bool editOnTerminal(AclEditor& editor, const EditSession& session, const EditSou
     }
 }
 
+/// Asks on the terminal; yes is said in English or in the language of the user.
+bool askWhetherToGoOn(const std::string& said) {
+    LiveLine::clear();
+    std::fputs((said + '\n' + say("Go on? (y/n)") + ' ').c_str(), stderr);
+    std::fflush(stderr);
+    std::string answer;
+    for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
+        answer += static_cast<char>(c);
+    return !interrupted && (answer == "y" || answer == "Y");
+}
+
 /// What the words on the command line ask for.
 Outcome run(const CommandLine& line, const CommonOptions& common) {
     if (const auto* outcome = std::get_if<Outcome>(&line))
@@ -184,11 +197,6 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
             return services.rename(resolvedOnTheWay(urls), names);
         });
     }
-    if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
-        return runPropagate(*propagate, entriesOf, [&](const EntryList& entries, const NSURL& url) {
-            return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
-        });
-    }
     Journal journal(Journal::folder());
     const auto write = [&](const EntryList& entries, const NSURL& url) {
         return services.setAclEntries(entries, resolved(url));
@@ -207,6 +215,15 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
     if (const auto* change = std::get_if<ChangeOptions>(&line)) {
         const LiveLine live;
         return runChange(*change, parts, journal, style);
+    }
+    if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
+        const auto propagated = [&](const EntryList& entries, const NSURL& url) {
+            return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
+        };
+        const bool isThereSomebody = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
+        const LiveLine live;
+        return runPropagate(*propagate, parts,
+                            {propagated, isThereSomebody ? askWhetherToGoOn : nullptr}, journal);
     }
     if (const auto* save = std::get_if<SaveOptions>(&line)) {
         const LiveLine live;

@@ -48,7 +48,10 @@ TEST(ALostService, MayHaveWrittenTheList) {
 }
 
 TEST(ALostService, MayHavePropagatedAPart) {
-    const auto outcome = runPropagate({"/x"}, emptyList, losesTheService);
+    ChangeParts parts;
+    parts.source = emptyList;
+    Journal journal({});
+    const auto outcome = runPropagate({"/x"}, parts, {losesTheService, nullptr}, journal);
     EXPECT_EQ(outcome.exitCode, ExitService);
     EXPECT_TRUE(outcome.message.ends_with(outcomeUnknown)) << outcome.message;
 }

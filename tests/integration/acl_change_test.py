@@ -219,10 +219,54 @@ class Propagation(Changing):
         self.setfacl("-m", "u:4711:rwx,d:u:4711:rwx,d:o::-", self.folder)
 
     def test_everything_below_gets_the_list(self):
-        self.assertEqual(self.succeed("acl", self.folder, "--propagate"), "")
+        self.assertEqual(self.succeed("acl", self.folder, "--propagate"),
+                         "4 items have what they inherit now. 'morvane acl --undo' takes the lists back.\n")
         self.assertEqual(acl(self.inner), ["user::rw-", "user:4711:rwx", "#effective:rw-",
                                            "group::r--", "mask::rw-", "other::---"])
         self.assertIn("default:user:4711:rwx", acl(os.path.dirname(self.inner)))
+
+    def test_dry_run_says_what_would_change_and_changes_nothing(self):
+        self.setfacl("-m", "u:daemon:r", self.file)
+        os.chown(self.inner, 65534, 65534)
+        before = [acl(path) for path in (self.file, self.inner)]
+        result = run("acl", self.folder, "--propagate", "--dry-run")
+        self.assertEqual((result.returncode, result.stderr), (0, "morvane: --dry-run, nothing was changed.\n"))
+        self.assertEqual(
+            result.stdout,
+            f"2 files and 2 folders below '{self.folder}' get what they inherit of its list. 1 of them has a list of its "
+            "own, which goes. 1 of them has another owner or group, and gets user root and group root.\n")
+        self.assertEqual([acl(path) for path in (self.file, self.inner)], before)
+
+    def ask(self, answer):
+        """On a terminal; returns what was shown and the status."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execve(MORVANE, [MORVANE, "acl", self.folder, "--propagate"], {**ENVIRONMENT, "TERM": "dumb"})
+        self.addCleanup(os.close, terminal)
+        shown = terminals.read(terminal, TIME_LIMIT, until="Go on? (y/n) ")
+        os.write(terminal, answer)
+        shown += terminals.read(terminal, TIME_LIMIT)
+        return shown, os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+
+    def test_on_a_terminal_it_asks_before(self):
+        before = acl(self.inner)
+        shown, status = self.ask(b"n\n")
+        self.assertIn("2 files and 2 folders below", shown)
+        self.assertIn("nothing was changed.", shown)
+        self.assertEqual((status, acl(self.inner)), (130, before))
+        shown, status = self.ask(b"y\n")
+        self.assertIn("4 items have what they inherit now.", shown)
+        self.assertEqual(status, 0)
+        self.assertIn("user:4711:rwx", acl(self.inner))
+
+    def test_undo_gives_every_list_back(self):
+        self.setfacl("-m", "u:daemon:r", self.file)
+        paths = [self.file, self.inner, os.path.dirname(self.inner)]
+        before = [acl(path) for path in paths]
+        self.succeed("acl", self.folder, "--propagate")
+        self.assertNotEqual([acl(path) for path in paths], before)
+        self.succeed("acl", "--undo")
+        self.assertEqual([acl(path) for path in paths], before)
 
     def test_what_cannot_be_changed_is_told_and_the_rest_is_changed(self):
         os.chown(self.folder, 65534, 65534)
@@ -281,7 +325,7 @@ class Interruption(Changing):
     def test_a_line_on_the_terminal_shows_that_the_work_goes_on(self):
         shown = self.on_terminal()
         drawn, line, last = shown.rpartition("\r\033[K")
-        self.assertRegex(drawn, r"^(\r\033\[Kpropagating, \d+ s){2,}$")
+        self.assertRegex(drawn, r"^(\r\033\[K\d+ lists?)+(\r\033\[Kpropagating, \d+ s){2,}\r\033\[K$")
         self.assertEqual(line, "\r\033[K")
         self.assertRegex(last, r"^morvane: The propagation was cancelled after \d+ items?\.\r\n"
                                r"  What is changed stays so\.\r\n$")
