@@ -76,6 +76,11 @@ for name in libMorvaneOperationQt6.so.1 libMorvaneOperation.so.1 libQt6Core.so.6
 done
 [ "$(grep -c '^libQt6' <<<"$needed")" = 1 ] || fail "it needs $needed"
 
+echo "only what is public is exported, with its version"
+others=$(nm -DC --defined-only "$libdir/libMorvaneOperationQt6.so" |
+    grep -vE ' ((vtable|typeinfo|typeinfo name) for |non-virtual thunk to )?Morvane.*@@MORVANE_QT_1$| A MORVANE_QT_1$' || true)
+[ -z "$others" ] || fail "the library exports what is not its own: $others"
+
 echo "the example is built outside, and used by its keys"
 cmake -G Ninja -S "$source/examples/qt" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >/dev/null
