@@ -2,7 +2,9 @@
 #include "MorvaneAclBoxModel.h"
 
 #include <MorvaneOperation/EntryTexts.h>
+#include <MorvaneOperation/MVObservation.h>
 
+#include <QPointer>
 #include <algorithm>
 #include <utility>
 
@@ -27,7 +29,17 @@ int placeAmong(const Nodes& nodes, const NSTreeNode& node) {
 
 }  // namespace
 
-MorvaneAclBoxModel::MorvaneAclBoxModel(QObject* parent) : QAbstractItemModel(parent) {
+struct MorvaneAclBoxModel::State {
+    QPointer<MorvaneAclModel> model;
+    std::shared_ptr<MVAclEntry> entry;
+    Nodes nodes;
+    // They go first.
+    std::unique_ptr<MVObservation> ofEntry;
+    std::vector<std::unique_ptr<MVObservation>> ofBoxes;
+};
+
+MorvaneAclBoxModel::MorvaneAclBoxModel(QObject* parent)
+    : QAbstractItemModel(parent), state_(std::make_unique<State>()) {
     useQtMainLoop();
 }
 
@@ -35,7 +47,7 @@ MorvaneAclBoxModel::~MorvaneAclBoxModel() = default;
 
 void MorvaneAclBoxModel::setEntry(MorvaneAclModel* model, int row) {
     const auto entry = model ? model->entry(row) : nullptr;
-    if (entry && entry == entry_ && model == model_)
+    if (entry && entry == state_->entry && model == state_->model)
         return;
     show(model, entry, entry ? entry->permissions() : Nodes());
 }
@@ -45,8 +57,8 @@ void MorvaneAclBoxModel::setNodes(Nodes nodes) {
 }
 
 int MorvaneAclBoxModel::entryRow() const {
-    for (int row = 0; entry_ && model_ && row != model_->rowCount(); ++row) {
-        if (model_->entry(row) == entry_)
+    for (int row = 0; state_->entry && state_->model && row != state_->model->rowCount(); ++row) {
+        if (state_->model->entry(row) == state_->entry)
             return row;
     }
     return -1;
@@ -54,28 +66,28 @@ int MorvaneAclBoxModel::entryRow() const {
 
 void MorvaneAclBoxModel::show(MorvaneAclModel* model, std::shared_ptr<MVAclEntry> entry,
                               Nodes nodes) {
-    if (model_ && model_ != model)
-        disconnect(model_, nullptr, this, nullptr);
-    if (model && model_ != model) {
+    if (state_->model && state_->model != model)
+        disconnect(state_->model, nullptr, this, nullptr);
+    if (model && state_->model != model) {
         const auto leaveWhatIsGone = [this] {
-            if (entry_ && entryRow() < 0)
-                show(model_, nullptr, {});
+            if (state_->entry && entryRow() < 0)
+                show(state_->model, nullptr, {});
         };
         connect(model, &QAbstractItemModel::rowsRemoved, this, leaveWhatIsGone);
         connect(model, &QAbstractItemModel::modelReset, this, leaveWhatIsGone);
         connect(model, &QObject::destroyed, this, leaveWhatIsGone);
     }
     beginResetModel();
-    ofBoxes_.clear();
-    ofEntry_.reset();
-    model_ = model;
-    entry_ = std::move(entry);
-    nodes_ = std::move(nodes);
-    for (const auto& node : nodes_)
+    state_->ofBoxes.clear();
+    state_->ofEntry.reset();
+    state_->model = model;
+    state_->entry = std::move(entry);
+    state_->nodes = std::move(nodes);
+    for (const auto& node : state_->nodes)
         observeBoxes(*node);
-    if (entry_)
-        ofEntry_ = MVObservation::of(
-            entry_,
+    if (state_->entry)
+        state_->ofEntry = MVObservation::of(
+            state_->entry,
             {&MVAclEntry::identityKeyPath, &MVAclEntry::uuidKeyPath, &MVAclEntry::tagKeyPath,
              &MVAclEntry::inheritedKeyPath, &MVAclEntry::permissionsKeyPath},
             [this](const NSKeyPath& keyPath) { entryChanged(keyPath); });
@@ -85,7 +97,7 @@ void MorvaneAclBoxModel::show(MorvaneAclModel* model, std::shared_ptr<MVAclEntry
 void MorvaneAclBoxModel::observeBoxes(const NSTreeNode& node) {
     if (MVTreeNode::permissionOf(node)) {
         const auto box = std::static_pointer_cast<MVAclPermission>(node.representedObject());
-        ofBoxes_.push_back(
+        state_->ofBoxes.push_back(
             MVObservation::of(box,
                               {&MVAclPermission::stateKeyPath, &MVAclPermission::settableKeyPath,
                                &MVAclPermission::nameKeyPath},
@@ -100,7 +112,7 @@ void MorvaneAclBoxModel::observeBoxes(const NSTreeNode& node) {
 
 void MorvaneAclBoxModel::entryChanged(const NSKeyPath& keyPath) {
     if (&keyPath == &MVAclEntry::permissionsKeyPath)
-        return show(model_, entry_, entry_->permissions());
+        return show(state_->model, state_->entry, state_->entry->permissions());
     // Whom the entry is for, and how, decides which boxes the list can hold.
     for (int group = 0; group != rowCount(); ++group) {
         const auto top = index(group, 0);
@@ -111,7 +123,7 @@ void MorvaneAclBoxModel::entryChanged(const NSKeyPath& keyPath) {
 }
 
 QModelIndex MorvaneAclBoxModel::indexOf(const NSTreeNode& node) const {
-    const auto place = placeAmong(nodes_, node);
+    const auto place = placeAmong(state_->nodes, node);
     return createIndex(place >= 0 ? place : placeAmong(node.parentNode()->childNodes(), node), 0,
                        &node);
 }
@@ -121,18 +133,20 @@ QModelIndex MorvaneAclBoxModel::index(int row, int column, const QModelIndex& pa
         return {};
     const auto place = static_cast<std::size_t>(row);
     return createIndex(row, column,
-                       parent.isValid() ? nodeOf(parent).childNodes()[place].get()
-                                        : static_cast<const NSTreeNode*>(nodes_[place].get()));
+                       parent.isValid()
+                           ? nodeOf(parent).childNodes()[place].get()
+                           : static_cast<const NSTreeNode*>(state_->nodes[place].get()));
 }
 
 QModelIndex MorvaneAclBoxModel::parent(const QModelIndex& index) const {
-    if (!index.isValid() || placeAmong(nodes_, nodeOf(index)) >= 0)
+    if (!index.isValid() || placeAmong(state_->nodes, nodeOf(index)) >= 0)
         return {};
     return indexOf(*nodeOf(index).parentNode());
 }
 
 int MorvaneAclBoxModel::rowCount(const QModelIndex& parent) const {
-    return static_cast<int>(parent.isValid() ? nodeOf(parent).childNodes().size() : nodes_.size());
+    return static_cast<int>(parent.isValid() ? nodeOf(parent).childNodes().size()
+                                             : state_->nodes.size());
 }
 
 int MorvaneAclBoxModel::columnCount(const QModelIndex&) const {
@@ -156,18 +170,18 @@ QVariant MorvaneAclBoxModel::data(const QModelIndex& index, int role) const {
                     return Qt::Checked;
             }
         case Qt::ToolTipRole:
-            return model_ ? model_->whyNotBox(entryRow(), node) : QString();
+            return state_->model ? state_->model->whyNotBox(entryRow(), node) : QString();
         default:
             return {};
     }
 }
 
 bool MorvaneAclBoxModel::setData(const QModelIndex& index, const QVariant& value, int role) {
-    if (!index.isValid() || role != Qt::CheckStateRole || !model_)
+    if (!index.isValid() || role != Qt::CheckStateRole || !state_->model)
         return false;
     const auto state = value.toInt();
     return state != Qt::PartiallyChecked &&
-           model_->setBox(entryRow(), nodeOf(index), state == Qt::Checked);
+           state_->model->setBox(entryRow(), nodeOf(index), state == Qt::Checked);
 }
 
 Qt::ItemFlags MorvaneAclBoxModel::flags(const QModelIndex& index) const {
@@ -177,10 +191,10 @@ Qt::ItemFlags MorvaneAclBoxModel::flags(const QModelIndex& index) const {
     Qt::ItemFlags flags = Qt::ItemIsSelectable;
     if (node.childNodes().empty())
         flags |= Qt::ItemNeverHasChildren;
-    if (!entry_)
+    if (!state_->entry)
         return flags | Qt::ItemIsEnabled;
     const bool isOn = MVTreeNode::stateOf(node) == MVStateOn;
-    if (model_ && model_->canSetBox(entryRow(), node, !isOn))
+    if (state_->model && state_->model->canSetBox(entryRow(), node, !isOn))
         flags |= Qt::ItemIsEnabled;
     return flags | Qt::ItemIsUserCheckable;
 }

@@ -4,7 +4,6 @@
 #include <MorvaneOperation/qt/MorvaneAclModel.h>
 
 #include <QAbstractItemModel>
-#include <QPointer>
 #include <memory>
 #include <vector>
 
@@ -13,7 +12,7 @@
 ///     auto* const boxes = new MorvaneAclBoxModel(this);
 ///     treeView->setModel(boxes);
 ///     connect(tableView->selectionModel(), &QItemSelectionModel::currentRowChanged, boxes,
-///             [=](const QModelIndex& current) { boxes->setEntry(model, current.row()); });
+///             [=, this](const QModelIndex& current) { boxes->setEntry(model, current.row()); });
 ///
 /// A box has three states (Qt::CheckStateRole). One click changes others: a box decides its group,
 /// and a group its boxes; each that has changed is told. What the list of the item cannot hold is
@@ -47,17 +46,12 @@ class MORVANE_EXPORT MorvaneAclBoxModel : public QAbstractItemModel {
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
   private:
-    using Observations = std::vector<std::unique_ptr<morvane::MVObservation>>;
+    struct MORVANE_INTERNAL State;
 
     void show(MorvaneAclModel* model, std::shared_ptr<morvane::MVAclEntry> entry, Nodes nodes);
     void observeBoxes(const morvane::NSTreeNode& node);
     void entryChanged(const morvane::NSKeyPath& keyPath);
     QModelIndex indexOf(const morvane::NSTreeNode& node) const;
 
-    QPointer<MorvaneAclModel> model_;
-    std::shared_ptr<morvane::MVAclEntry> entry_;
-    Nodes nodes_;
-    // They go first.
-    std::unique_ptr<morvane::MVObservation> ofEntry_;
-    Observations ofBoxes_;
+    const std::unique_ptr<State> state_;
 };

@@ -2,11 +2,15 @@
 #include "MorvaneAclModel.h"
 
 #include <MorvaneOperation/EntryTexts.h>
+#include <MorvaneOperation/MVObservation.h>
 #include <MorvaneOperation/acl_perms.h>
 
 #include <QFileInfo>
 #include <algorithm>
+#include <cstdint>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "QtMainLoop.h"
 #include "QtTexts.h"
@@ -61,7 +65,29 @@ bool isMenu(int column) {
 
 }  // namespace
 
-MorvaneAclModel::MorvaneAclModel(QObject* parent) : QAbstractTableModel(parent) {
+struct MorvaneAclModel::State {
+    struct Row {
+        std::shared_ptr<MVAclEntry> entry;
+        std::unique_ptr<MVObservation> observation;
+        /// The user has switched "Execute File" on by itself.
+        bool isExecutionChosen = false;
+    };
+    /// An entry as it was read.
+    struct Read {
+        std::shared_ptr<MVAclEntry> entry;
+        std::int32_t tag;
+        std::optional<NSUUID> uuid;
+
+        bool keepsPlace() const { return entry->tag() == tag && entry->uuid() == uuid; }
+    };
+
+    std::optional<MVFileAcl> acl;
+    std::vector<Row> rows;
+    std::vector<Read> read;
+};
+
+MorvaneAclModel::MorvaneAclModel(QObject* parent)
+    : QAbstractTableModel(parent), state_(std::make_unique<State>()) {
     useQtMainLoop();
 }
 
@@ -69,48 +95,49 @@ MorvaneAclModel::~MorvaneAclModel() = default;
 
 void MorvaneAclModel::setAcl(MVFileAcl acl) {
     beginResetModel();
-    rows_.clear();
-    read_.clear();
-    acl_.reset();
+    state_->rows.clear();
+    state_->read.clear();
+    state_->acl.reset();
     if (std::find(acl.entries.begin(), acl.entries.end(), nullptr) != acl.entries.end()) {
         qWarning("MorvaneAclModel: an entry of the list is null.");
         endResetModel();
         return;
     }
     for (const auto& entry : acl.entries) {
-        rows_.push_back(rowOf(entry));
-        read_.push_back({entry, entry->tag(), entry->uuid()});
+        addRow(entry);
+        state_->read.push_back({entry, entry->tag(), entry->uuid()});
     }
-    acl_ = std::move(acl);
+    state_->acl = std::move(acl);
     endResetModel();
 }
 
 void MorvaneAclModel::setEntries(MVFileAcl::Entries entries) {
-    if (!acl_)
+    if (!state_->acl)
         return;
-    auto now = *acl_;
+    auto now = *state_->acl;
     now.entries = std::move(entries);
     setAcl(std::move(now));
 }
 
 MVFileAcl MorvaneAclModel::acl() const {
-    if (!acl_)
+    if (!state_->acl)
         return {*NSURL::URLWithString("about:blank"), {}};
-    const auto asWritten = [this](const Row& row) {
+    const auto asWritten = [this](const State::Row& row) {
         return row.isExecutionChosen && list() ? list()->askingToExecute(row.entry) : row.entry;
     };
     MVFileAcl::Entries denying;
     MVFileAcl::Entries keeping;
     MVFileAcl::Entries allowing;
-    for (const auto& row : rows_) {
+    for (const auto& row : state_->rows) {
         // Rows keep the order in which they were read.
-        const auto read = std::find_if(read_.begin(), read_.end(),
-                                       [&](const Read& other) { return other.entry == row.entry; });
-        const bool keepsPlace = read != read_.end() && read->keepsPlace();
+        const auto read =
+            std::find_if(state_->read.begin(), state_->read.end(),
+                         [&](const State::Read& other) { return other.entry == row.entry; });
+        const bool keepsPlace = read != state_->read.end() && read->keepsPlace();
         const bool denies = row.entry->tag() == MVAclTagDeny;
         (keepsPlace ? keeping : denies ? denying : allowing).push_back(asWritten(row));
     }
-    auto acl = *acl_;
+    auto acl = *state_->acl;
     acl.entries = std::move(denying);
     for (auto* const part : {&keeping, &allowing})
         acl.entries.insert(acl.entries.end(), part->begin(), part->end());
@@ -118,14 +145,14 @@ MVFileAcl MorvaneAclModel::acl() const {
 }
 
 int MorvaneAclModel::addEntry(const MorvaneIdentity& who) {
-    if (!who || !acl_)
+    if (!who || !state_->acl)
         return -1;
     append({newEntryFor(who)});
     return rowCount() - 1;
 }
 
 bool MorvaneAclModel::insertRows(int row, int count, const QModelIndex& parent) {
-    if (!acl_ || parent.isValid() || row != rowCount() || count < 1)
+    if (!state_->acl || parent.isValid() || row != rowCount() || count < 1)
         return false;
     MVFileAcl::Entries entries;
     for (int i = 0; i != count; ++i)
@@ -135,8 +162,9 @@ bool MorvaneAclModel::insertRows(int row, int count, const QModelIndex& parent) 
 }
 
 std::shared_ptr<MVAclEntry> MorvaneAclModel::newEntryFor(const MorvaneIdentity& who) const {
-    const bool isFolder = acl_->origin ? acl_->origin->values().isDirectory
-                                       : QFileInfo(urlOf(acl_->url).toLocalFile()).isDir();
+    const bool isFolder = state_->acl->origin
+                              ? state_->acl->origin->values().isDirectory
+                              : QFileInfo(urlOf(state_->acl->url).toLocalFile()).isDir();
     auto entry = MVAclEntry::newEntryForDirectory(isFolder);
     if (who)
         entry->setIdentity(who.identity());
@@ -147,26 +175,27 @@ void MorvaneAclModel::append(const MVFileAcl::Entries& entries) {
     const int first = rowCount();
     beginInsertRows({}, first, first + static_cast<int>(entries.size()) - 1);
     for (const auto& entry : entries)
-        rows_.push_back(rowOf(entry));
+        addRow(entry);
     endInsertRows();
 }
 
 bool MorvaneAclModel::removeRows(int row, int count, const QModelIndex& parent) {
     if (parent.isValid() || row < 0 || count < 1 || count > rowCount() - row)
         return false;
-    const auto begin = rows_.begin() + row;
+    const auto begin = state_->rows.begin() + row;
     const auto end = begin + count;
     if (std::any_of(begin, end,
-                    [](const Row& r) { return !morvane::whyNotRemoved(*r.entry).empty(); }))
+                    [](const State::Row& r) { return !morvane::whyNotRemoved(*r.entry).empty(); }))
         return false;
     beginRemoveRows({}, row, row + count - 1);
-    rows_.erase(begin, end);
+    state_->rows.erase(begin, end);
     endRemoveRows();
     return true;
 }
 
 std::shared_ptr<MVAclEntry> MorvaneAclModel::entry(int row) const {
-    return row >= 0 && row < rowCount() ? rows_[static_cast<std::size_t>(row)].entry : nullptr;
+    return row >= 0 && row < rowCount() ? state_->rows[static_cast<std::size_t>(row)].entry
+                                        : nullptr;
 }
 
 QString MorvaneAclModel::whyNotRemoved(int row) const {
@@ -189,7 +218,7 @@ bool MorvaneAclModel::canSetBox(int row, const NSTreeNode& box, bool on) const {
 bool MorvaneAclModel::setBox(int row, const NSTreeNode& box, bool on) {
     if (!canSetBox(row, box, on))
         return false;
-    auto& target = rows_[static_cast<std::size_t>(row)];
+    auto& target = state_->rows[static_cast<std::size_t>(row)];
     const auto shownEntry = target.entry;
     // The entry tells its observers in the call, who may edit the list.
     const auto* const execution = executionBoxOf(*shownEntry);
@@ -200,7 +229,7 @@ bool MorvaneAclModel::setBox(int row, const NSTreeNode& box, bool on) {
 }
 
 int MorvaneAclModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : static_cast<int>(rows_.size());
+    return parent.isValid() ? 0 : static_cast<int>(state_->rows.size());
 }
 
 int MorvaneAclModel::columnCount(const QModelIndex& parent) const {
@@ -227,9 +256,9 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
         case Qt::ToolTipRole:
             if (column != InheritedColumn && shownEntry->inherited())
                 return shown(whyNotChanged(*shownEntry));
-            if (column == PermissionsColumn && acl_->origin)
+            if (column == PermissionsColumn && state_->acl->origin)
                 return QString::fromStdString(
-                    lettersOfEntry(*shownEntry, acl_->origin->values().storage));
+                    lettersOfEntry(*shownEntry, state_->acl->origin->values().storage));
             return {};
         case ChoicesRole:
             return isMenu(column) ? QVariant::fromValue(choices(column, *shownEntry)) : QVariant();
@@ -243,7 +272,7 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
 bool MorvaneAclModel::setData(const QModelIndex& index, const QVariant& value, int role) {
     if (!index.isValid() || !(flags(index) & (Qt::ItemIsEditable | Qt::ItemIsUserCheckable)))
         return false;
-    auto& row = rows_[static_cast<std::size_t>(index.row())];
+    auto& row = state_->rows[static_cast<std::size_t>(index.row())];
     const auto target = row.entry;
     const int column = index.column();
     if (column == InheritedColumn) {
@@ -327,16 +356,16 @@ QHash<int, QByteArray> MorvaneAclModel::roleNames() const {
 }
 
 const ItemList* MorvaneAclModel::list() const {
-    return acl_ && acl_->list ? &*acl_->list : nullptr;
+    return state_->acl && state_->acl->list ? &*state_->acl->list : nullptr;
 }
 
 bool MorvaneAclModel::hasMark(const MVAclEntry& entry) const {
     return entry.inherited() ||
            (entry.isAcl() &&
-            (!acl_->origin || acl_->origin->values().storage == MVAclStorage::nfs4));
+            (!state_->acl->origin || state_->acl->origin->values().storage == MVAclStorage::nfs4));
 }
 
-MorvaneAclModel::Row MorvaneAclModel::rowOf(std::shared_ptr<MVAclEntry> entry) {
+void MorvaneAclModel::addRow(std::shared_ptr<MVAclEntry> entry) {
     static const std::vector<const NSKeyPath*> seen{&MVAclEntry::identityKeyPath,
                                                     &MVAclEntry::uuidKeyPath,
                                                     &MVAclEntry::tagKeyPath,
@@ -347,15 +376,16 @@ MorvaneAclModel::Row MorvaneAclModel::rowOf(std::shared_ptr<MVAclEntry> entry) {
     auto observation = MVObservation::of(
         entry, seen,
         [this, raw = entry.get()](const NSKeyPath& keyPath) { changed(*raw, keyPath); });
-    return {std::move(entry), std::move(observation)};
+    state_->rows.push_back({std::move(entry), std::move(observation)});
 }
 
 void MorvaneAclModel::changed(const MVAclEntry& entry, const NSKeyPath& keyPath) {
-    const auto row = std::find_if(rows_.begin(), rows_.end(),
-                                  [&](const Row& other) { return other.entry.get() == &entry; });
-    if (row == rows_.end())
+    const auto row =
+        std::find_if(state_->rows.begin(), state_->rows.end(),
+                     [&](const State::Row& other) { return other.entry.get() == &entry; });
+    if (row == state_->rows.end())
         return;
-    const auto number = static_cast<int>(row - rows_.begin());
+    const auto number = static_cast<int>(row - state_->rows.begin());
     const bool isChoice = &keyPath == &MVAclEntry::permissionGroupKeyPath;
     const bool isApplicability = &keyPath == &MVAclEntry::applicableToKeyPath;
     const int first = isChoice ? PermissionsColumn : isApplicability ? AppliesToColumn : WhoColumn;

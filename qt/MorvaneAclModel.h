@@ -2,16 +2,12 @@
 #pragma once
 
 #include <MorvaneOperation/MVFileClient.h>
-#include <MorvaneOperation/MVObservation.h>
 #include <MorvaneOperation/qt/MorvaneChoice.h>
 #include <MorvaneOperation/qt/MorvaneIdentity.h>
 
 #include <QAbstractTableModel>
 #include <QList>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <vector>
 
 /// The entries of an access-control list, to be shown and edited: a row for each.
 ///
@@ -99,32 +95,17 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
     bool removeRows(int row, int count, const QModelIndex& parent = {}) override;
 
   private:
-    struct Row {
-        std::shared_ptr<morvane::MVAclEntry> entry;
-        std::unique_ptr<morvane::MVObservation> observation;
-        /// The user has switched "Execute File" on by itself.
-        bool isExecutionChosen = false;
-    };
-    /// An entry as it was read.
-    struct Read {
-        std::shared_ptr<morvane::MVAclEntry> entry;
-        std::int32_t tag;
-        std::optional<morvane::NSUUID> uuid;
-
-        bool keepsPlace() const { return entry->tag() == tag && entry->uuid() == uuid; }
-    };
+    struct MORVANE_INTERNAL State;
 
     const morvane::ItemList* list() const;
     /// Whether the entry can be marked as inherited, or its own: only an allow/deny list has that.
     bool hasMark(const morvane::MVAclEntry& entry) const;
-    Row rowOf(std::shared_ptr<morvane::MVAclEntry> entry);
+    void addRow(std::shared_ptr<morvane::MVAclEntry> entry);
     void changed(const morvane::MVAclEntry& entry, const morvane::NSKeyPath& keyPath);
     QList<MorvaneChoice> choices(int column, const morvane::MVAclEntry& entry) const;
     /// For the user of the program, if `who` is nobody.
     std::shared_ptr<morvane::MVAclEntry> newEntryFor(const MorvaneIdentity& who) const;
     void append(const morvane::MVFileAcl::Entries& entries);
 
-    std::optional<morvane::MVFileAcl> acl_;
-    std::vector<Row> rows_;
-    std::vector<Read> read_;
+    const std::unique_ptr<State> state_;
 };

@@ -65,7 +65,7 @@ MVOperationOptions MorvaneFileClient::optionsOf(MorvaneFileOperation& operation,
                                                 Privilege privilege) {
     static constexpr MVPrivilege privileges[] = {MVPrivilege::never, MVPrivilege::always,
                                                  MVPrivilege::whenRefused};
-    return {privileges[privilege], operation.stop_.get_token(),
+    return {privileges[privilege], operation.stopToken(),
             [operation = QPointer(&operation)](const auto& sizes) {
                 if (operation)
                     Q_EMIT operation->progress(bytesOf(sizes));

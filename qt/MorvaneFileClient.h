@@ -33,8 +33,9 @@ struct MorvaneAclLosses : morvane::MVAclLosses {
 ///     auto* const reading = client->readAcl(QUrl::fromLocalFile("/home/me/notes.txt"));
 ///     connect(reading, &MorvaneFileOperation::finished, this, [this, reading] {
 ///         if (reading->error())
-///             return QMessageBox::warning(this, {}, reading->error().text()), void();
-///         model->setAcl(reading->answer());
+///             QMessageBox::warning(this, {}, reading->error().text());
+///         else
+///             model->setAcl(reading->answer());
 ///     });
 ///
 /// Each operation returns at once, and its signals come from the event loop, with or without GLib.

@@ -27,9 +27,9 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
   public:
     ~MorvaneFileOperation() override;
 
-    bool isFinished() const { return finished_; }
+    bool isFinished() const;
     /// None before the end.
-    const MorvaneError& error() const { return error_; }
+    const MorvaneError& error() const;
 
   public Q_SLOTS:
     /// Asks for the end; finished() still comes. What has not been sent to a service is not sent,
@@ -49,11 +49,12 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
 
   private:
     friend class MorvaneFileClient;
+    struct MORVANE_INTERNAL State;
+
+    std::stop_token stopToken() const;
     void finish(morvane::NSErrorRef error);
 
-    std::stop_source stop_;
-    MorvaneError error_;
-    bool finished_ = false;
+    const std::unique_ptr<State> state_;
 };
 
 /// One that brings something.

@@ -4,16 +4,16 @@
 #include <MorvaneOperation/qt/MorvaneFileClient.h>
 
 #include <QAbstractListModel>
-#include <QList>
-#include <QPointer>
+#include <memory>
 
 /// Whom an entry can be for, found while somebody types.
 ///
 ///     auto* const found = new MorvaneIdentityModel(client, this);
 ///     listView->setModel(found);
 ///     connect(lineEdit, &QLineEdit::textChanged, found, &MorvaneIdentityModel::setText);
-///     ...
-///     model->addEntry(found->identity(listView->currentIndex().row()));
+///     connect(listView, &QListView::activated, this,
+///             [=, this](const QModelIndex& chosen) {
+///             model->addEntry(found->identity(chosen.row())); });
 ///
 /// Nothing waits for a directory on the network: what is shown is replaced (modelReset()) once the
 /// identities for the present text have been found. Used on the thread of its client, which
@@ -38,7 +38,7 @@ class MORVANE_EXPORT MorvaneIdentityModel : public QAbstractListModel {
     void setText(const QString& text);
 
   private:
-    MorvaneFileClient* const client_;
-    QPointer<MorvaneFileOperation> search_;
-    QList<MorvaneIdentity> found_;
+    struct MORVANE_INTERNAL State;
+
+    const std::unique_ptr<State> state_;
 };
