@@ -25,6 +25,9 @@ namespace given {
 
 using namespace morvane;
 
+// Where the code stands.
+struct Host {};
+
 // What a host does with what it hears.
 inline void show(const std::string&) {}
 inline void show(const NSErrorRef&) {}

@@ -2,14 +2,15 @@
 # SPDX-License-Identifier: MIT
 """The pieces of code in documents and in the comments of headers.
 
-usage: code_blocks.py write OUTPUT FILE...          writes a C++ program that has all pieces of C++ in it
-       code_blocks.py run MORVANE SERVICES FILE...  runs the transcripts, and compares what is printed
+usage: code_blocks.py write OUTPUT KIND GIVEN FILE...  writes a C++ program that has all pieces of a kind in it
+       code_blocks.py run MORVANE SERVICES FILE...     runs the transcripts, and compares what is printed
 
-In a document a piece stands between fences that name its kind: cpp, console (a transcript: commands behind "$ ",
-each with what it prints), or text, which is neither. In a header it is indented by four columns in a comment, and C++.
+In a document a piece stands between fences that name its kind: cpp, cpp qt (C++ with the library for Qt), console (a
+transcript: commands behind "$ ", each with what it prints), or text, which is none of these. In a header it is indented by
+four columns in a comment, and of the kind that is asked for.
 
-A piece of C++ may use what Given.h declares. Its classes and macros come first; what follows is the body of a function,
-which is run if there is an assert() in it. The transcripts of a document share a folder; what has to be there before
+A piece of C++ may use what the header GIVEN declares. Its classes and macros come first; what follows is the body of a
+function, which is run if there is an assert() in it. The transcripts of a document share a folder; what has to be there before
 is made by the command in a comment `<!-- given: COMMAND -->` right above the fence.
 """
 import os
@@ -19,6 +20,8 @@ import sys
 import tempfile
 import textwrap
 
+# What a piece is a member function of, by its kind.
+HOSTS = {"cpp": "given::Host", "cpp qt": "given::QtHost"}
 TIME_LIMIT = 60  # a watchdog; nothing here takes long
 
 
@@ -55,7 +58,7 @@ def pieces_of_header(path, lines):
     for number, line in enumerate([*lines, ""], 1):
         comment = re.fullmatch(r" *(?:///| \*)( *)(.*)", line)
         if comment and comment[2] and len(comment[1]) >= 5:
-            piece = piece or Piece(path, number, "cpp")
+            piece = piece or Piece(path, number, None)
             piece.lines.append(comment[1] + comment[2])
         elif piece and comment and not comment[2]:
             piece.lines.append("")
@@ -71,12 +74,12 @@ def pieces(paths):
         yield from (pieces_of_document if path.endswith(".md") else pieces_of_header)(path, lines)
 
 
-def write(output, *paths):
+def write(output, kind, given, *paths):
     namespaces, table = [], []
     for piece in pieces(paths):
-        if piece.kind != "cpp":
+        if piece.kind not in (kind, None):
             continue
-        text = re.sub(r"(?m)^#include .*$", "", piece.text)  # Given.h has them all
+        text = re.sub(r"(?m)^#include .*$", "", piece.text)  # the given header has them all
         lines = text.split("\n")
         ends = [number for number, line in enumerate(lines, 1) if line == "};" or line.startswith("NSXPC_PROTOCOL(")]
         declared = ends[-1] if ends else 0
@@ -86,11 +89,12 @@ def write(output, *paths):
 
         name = f"piece{len(namespaces)}"
         namespaces.append(f"namespace {name} {{\nusing namespace given;\n{part(0, declared)}"
-                          f"void run() {{\n{part(declared, None)}}}\n}}\n")
+                          f"struct Body : {HOSTS[kind]} {{\nvoid run() {{\n{part(declared, None)}}}\n}};\n"
+                          f"void run() {{ Body().run(); }}\n}}\n")
         if "assert(" in text:
             table.append(f'    {{"{piece.place}", {name}::run}},\n')
     with open(output, "w", encoding="utf-8") as file:
-        file.write("#include <Given.h>\n\n" + "".join(namespaces) + "\nconst Piece pieces[] = {\n" + "".join(table)
+        file.write(f"#include <{given}>\n\n" + "".join(namespaces) + "\nconst std::vector<Piece> pieces = {\n" + "".join(table)
                    + "};\nint main() { return runAll(pieces); }\n")
 
 
@@ -114,9 +118,9 @@ def run(morvane, services, *paths):
                                   text=True, check=False).stdout
 
         for piece in pieces(paths):
-            if piece.kind not in ("cpp", "console", "text"):
+            if piece.kind not in ("cpp", "cpp qt", "console", "text"):
                 failures += 1
-                print(f"{piece.place}: say what the block is: ```cpp, ```console or ```text")
+                print(f"{piece.place}: say what the block is: ```cpp, ```cpp qt, ```console or ```text")
             if piece.kind != "console":
                 continue
             if piece.given:
