@@ -38,6 +38,7 @@ Lines rename10k(const Options& options);
 Lines shortBehindLong(const Options& options);
 Lines commandLine(const Options& options);
 Lines mainLoopBlocked(const Options& options);
+Lines windowOpens(const Options& options);
 
 /// These need the privileged helper and polkit.
 Lines refusedRequest(const Options& options);

@@ -89,6 +89,9 @@ constexpr Row rows[] = {
     {"short-behind-long", shortBehindLong},
     {"command-acl", commandLine},
     {"main-loop-blocked", mainLoopBlocked},
+#ifdef MORVANE_PERMISSIONS
+    {"window-opens", windowOpens},
+#endif
     {"refused-request", refusedRequest},
     {"privileged-list", privilegedList},
     {"authorize-held", authorizeHeld},
