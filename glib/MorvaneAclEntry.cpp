@@ -78,8 +78,7 @@ void tell(MorvaneAclEntry* self, const NSKeyPath& keyPath) {
 
 MorvaneChoice* newChoice(const EntryChoice& choice) {
     auto* const made = MORVANE_CHOICE(g_object_new(MORVANE_TYPE_CHOICE, nullptr));
-    made->held = new HeldChoice{static_cast<int>(choice.code), shownText(choice.name),
-                                shownText(choice.whyNot)};
+    *made->held = {static_cast<int>(choice.code), shownText(choice.name), shownText(choice.whyNot)};
     return made;
 }
 
