@@ -310,6 +310,31 @@ static void what_was_cancelled_before_is_not_done(Fixture* fixture, gconstpointe
     g_assert_cmpstr(after, ==, before);
 }
 
+static void cancel(GObject* object, GParamSpec* property, gpointer cancellable) {
+    (void)object;
+    (void)property;
+    g_cancellable_cancel(cancellable);
+}
+
+static void what_was_done_before_a_cancel_counts(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    g_autoptr(GError) error = NULL;
+    g_autoptr(GCancellable) cancellable = g_cancellable_new();
+    g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
+    morvane_acl_entry_set_permission_group(entry_at(acl, 2), MORVANE_PERMISSION_GROUP_READ);
+    /* It is told once the list is written, and before the callback. */
+    g_signal_connect(acl, "notify::modified", G_CALLBACK(cancel), cancellable);
+    Awaited awaited = {0};
+    morvane_file_client_write_acl_async(fixture->client, acl, MORVANE_PRIVILEGE_NEVER, cancellable,
+                                        come, &awaited);
+    g_autoptr(GAsyncResult) result = wait_for(&awaited);
+    g_assert_true(g_cancellable_is_cancelled(cancellable));
+    g_assert_true(morvane_file_client_write_acl_finish(fixture->client, result, &error));
+    g_assert_no_error(error);
+    g_autofree char* list = getfacl(fixture->file);
+    g_assert_nonnull(strstr(list, "other::r--\n"));
+}
+
 static gpointer read_on_a_thread(gpointer data) {
     Fixture* const fixture = data;
     g_autoptr(GError) error = NULL;
@@ -636,6 +661,7 @@ int main(int argc, char** argv) {
     TEST(a_removed_entry_is_no_part_of_the_list);
     TEST(errors_are_those_of_gio);
     TEST(what_was_cancelled_before_is_not_done);
+    TEST(what_was_done_before_a_cancel_counts);
     TEST(callbacks_come_on_the_context_of_the_call);
     TEST(items_are_renamed_listed_and_measured);
     TEST(a_folders_list_is_propagated);
