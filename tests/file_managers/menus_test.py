@@ -1,0 +1,156 @@
+# SPDX-License-Identifier: MIT
+"""The item "Permissions…" in the menus of the real file managers, on a display and a session of their own.
+
+usage: menus_test.py TREE PICTURES [unittest arguments]
+
+TREE is laid over /usr, for this program alone; it has what is installed there. PICTURES is the folder for a picture of
+each open menu. Needs root for the one, and starts everything as an ordinary user.
+"""
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import gi
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
+from waiting import wait_until  # noqa: E402
+
+TREE, PICTURES = map(os.path.abspath, sys.argv[1:3])
+PROGRAM = "morvane-permissions"
+NOBODY = 65534
+ODD = "it's \"odd\" & $HOME `id` %F \\ <é>"
+
+
+def enter():
+    """Runs this program again where what it mounts and starts is its own, and becomes a user there."""
+    if os.environ.get("MORVANE_RIG") != "inside":
+        os.environ["MORVANE_RIG"] = "inside"
+        os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", "--net", "--pid", "--fork",
+                              "--kill-child=KILL", "--mount-proc", sys.executable, *sys.argv])
+    subprocess.run(["mount", "-t", "overlay", "overlay", "-o", f"lowerdir={TREE}:/usr", "/usr"], check=True)
+    os.makedirs(PICTURES, exist_ok=True)
+    os.chown(PICTURES, NOBODY, NOBODY)
+    os.setgroups([])
+    os.setgid(NOBODY)
+    os.setuid(NOBODY)
+
+
+def begin_session(home):
+    """A display without a screen and a message bus, for all that is started from here on."""
+    os.environ.update(HOME=home, XDG_RUNTIME_DIR=home, LC_ALL="C.UTF-8", XDG_DATA_DIRS="/usr/share", GTK_A11Y="atspi",
+                      QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+    for name in ("DBUS_SESSION_BUS_ADDRESS", "WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP", "LANGUAGE"):
+        os.environ.pop(name, None)
+    read, write = os.pipe()
+    subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1000x900x24"], pass_fds=[write],
+                     stderr=subprocess.DEVNULL)
+    os.close(write)
+    with os.fdopen(read, encoding="ascii") as f:
+        os.environ["DISPLAY"] = ":" + f.readline().strip()
+    bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address"], stdout=subprocess.PIPE,
+                           stderr=subprocess.DEVNULL, text=True)
+    os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
+
+
+def press(key):
+    subprocess.run(["xdotool", "key", "--clearmodifiers", key], check=True)
+
+
+def shown(accessible, name):
+    """What has this name of what is to be seen below something, or None."""
+    try:
+        for i in range(accessible.get_child_count()):
+            child = accessible.get_child_at_index(i)
+            if not child:
+                continue
+            is_program = child.get_role() == Atspi.Role.APPLICATION
+            if is_program or child.get_state_set().contains(Atspi.StateType.SHOWING):
+                found = child if child.get_name() == name else shown(child, name)
+                if found:
+                    return found
+    except GLib.Error:  # it has gone meanwhile
+        pass
+    return None
+
+
+def started():
+    """By which number and with which words behind its name the program runs, or None."""
+    for number in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{number}/cmdline", "rb") as f:
+                words = f.read().split(b"\0")[:-1]
+        except OSError:
+            continue
+        for i, word in enumerate(words[:2]):  # the first of a script's is its interpreter
+            if os.path.basename(word) == PROGRAM.encode():
+                return int(number), words[i + 1:]
+    return None
+
+
+class Menus(unittest.TestCase):
+    def choose(self, command, names, picture, label="Permissions…", language="en"):
+        """What the program is started with for all that a folder has, if the item is chosen in this file manager."""
+        folder = tempfile.mkdtemp(dir=os.environ["HOME"])
+        for name in names:
+            path = os.path.join(folder.encode(), os.fsencode(name))
+            if name.endswith("/"):
+                os.mkdir(path)
+            else:
+                os.close(os.open(path, os.O_CREAT))
+        manager = subprocess.Popen([*command, folder], env={**os.environ, "LANGUAGE": language},
+                                   stderr=subprocess.DEVNULL)
+        self.addCleanup(manager.wait)
+        self.addCleanup(manager.kill)
+        item = self.item_of_menu(manager, label)
+        subprocess.run(["import", "-window", "root", f"{PICTURES}/{picture}.png"], check=True)
+        item.do_action(0)
+        wait_until(started, "the program starts")
+        number, words = started()
+        os.kill(number, signal.SIGKILL)
+        wait_until(lambda: not started(), "the program ends")
+        self.assertEqual(sorted(words), sorted(os.path.join(folder, name.rstrip("/")).encode("utf-8", "surrogateescape")
+                                               for name in names))
+
+    def item_of_menu(self, manager, label):
+        """Opens the menu of all that the window shows. Keys that come before it has the keyboard and its files are lost, and
+        are pressed again."""
+        found = []
+
+        def open_menu():
+            self.assertIsNone(manager.poll(), "the file manager is there")
+            for key in ("Escape", "ctrl+a", "Menu"):
+                press(key)
+            found.append(shown(Atspi.get_desktop(0), label))
+            return found[-1]
+
+        subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--name", "tmp", "windowfocus", "--sync"], check=True)
+        wait_until(open_menu, f"the menu has the item {label}")
+        return found[-1]
+
+
+def add_tests():
+    for name, command in {"Nemo": ["nemo"], "Caja": ["caja", "--no-desktop"], "Thunar": ["thunar"],
+                          "PCManFM": ["env", "GTK_MODULES=gail:atk-bridge", "pcmanfm"]}.items():
+        picture = name.lower()
+
+        def one(self, command=command, picture=picture):
+            self.choose(command, [ODD], picture)
+
+        def several(self, command=command, picture=picture):
+            self.choose(command, ["a folder/", "-x", "two  spaces", "two\nlines"], picture + "-de", "Rechte …", "de")
+
+        setattr(Menus, f"test_{name}_starts_the_program_with_a_name_of_odd_characters", one)
+        setattr(Menus, f"test_{name}_starts_the_program_with_all_that_is_chosen_and_speaks_German", several)
+
+
+if __name__ == "__main__":
+    enter()
+    with tempfile.TemporaryDirectory() as home:
+        begin_session(home)
+        add_tests()
+        unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
