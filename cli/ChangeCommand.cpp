@@ -9,7 +9,9 @@
 
 #include "EditedItem.h"
 #include "Failure.h"
+#include "FileFacts.h"
 #include "ItemWalk.h"
+#include "JournalFolder.h"
 #include "JsonDocument.h"
 #include "ListText.h"
 
@@ -61,6 +63,8 @@ struct Work {
     std::string path;
     ListChange change;
     bool recursive = false;
+    /// The item for which the list is, if that was noted: identityOfFile().
+    std::optional<std::string> item = std::nullopt;
 };
 
 ListChange allOf(std::vector<ListChange> changes) {
@@ -83,7 +87,7 @@ class Changing {
         for (const auto& work : all) {
             const WalkParts walk{parts_.contents, parts_.facts,
                                  [&](const std::string& path, bool isBelow) {
-                                     change(path, isBelow, work.change);
+                                     change(path, isBelow, work);
                                      ++done_;
                                      return !misuse_ &&
                                             (!parts_.progress || parts_.progress(done_));
@@ -114,7 +118,7 @@ class Changing {
         fail(path, why, exitCodeOf(*error));
     }
 
-    void change(const std::string& path, bool isBelow, const ListChange& change) {
+    void change(const std::string& path, bool isBelow, const Work& work) {
         const auto url = NSURL::fileURLWithPath(path);
         for (int attempt = 0; attempt != maxAttempts; ++attempt) {
             const auto entries = parts_.source(url);
@@ -125,11 +129,14 @@ class Changing {
             if (read == entries->end())
                 return fail(path, say("the service does not tell what kind of list it is"),
                             ExitFailure);
+            if (work.item && *work.item != identityOfFile(path))
+                return fail(path, say("another item has taken its place since the list was noted"),
+                            ExitFailure);
             ChangedList list{*entries, (*read)->origin(), isBelow};
             const auto before = listAsText(url.path(), *entries);
             EditedItem item(url, *entries, parts_.access);
             const bool leftCreatorWithout = item.leavesCreatorWithout(*entries);
-            if (const auto problem = change(list)) {
+            if (const auto problem = work.change(list)) {
                 // What is wrong with the words is wrong for every item.
                 if (!isBelow && done_ == 0)
                     misuse_ = problem;
@@ -175,7 +182,7 @@ class Changing {
         }
         // Undo does not note what it takes back: it would only take back itself.
         if (!options_.undo)
-            journal_.record(before);
+            journal_.record(url.path(), before);
         if (const auto error = parts_.sink(entries, url)) {
             if (isChangedMeanwhile(*error))
                 return false;
@@ -353,8 +360,8 @@ std::optional<ListChange> changeOf(const ChangeOptions& options, const ChangePar
     return problem ? std::nullopt : std::optional(allOf(std::move(changes)));
 }
 
-/// The lists of `text`, each for the path that it tells.
-std::vector<Work> worksOf(const std::string& text, Problem& problem) {
+/// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
+std::vector<Work> worksOf(const std::string& text, bool isNoted, Problem& problem) {
     std::vector<Work> all;
     for (auto& list : parsedLists(text, problem)) {
         if (list.path.empty()) {
@@ -362,7 +369,8 @@ std::vector<Work> worksOf(const std::string& text, Problem& problem) {
             return {};
         }
         const auto path = list.path;
-        all.push_back({path, replacingBy(std::move(list)), false});
+        const auto item = isNoted || !list.item.empty() ? std::optional(list.item) : std::nullopt;
+        all.push_back({path, replacingBy(std::move(list)), false, item});
     }
     if (!problem && all.empty())
         problem = say("the text holds no list");
@@ -371,19 +379,23 @@ std::vector<Work> worksOf(const std::string& text, Problem& problem) {
 
 Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,
                 const Style& style) {
-    const auto last = lastJournal(Journal::folder());
-    if (!last)
-        return {ExitFailure, {}, message({say("there is no change to take back.")})};
     Problem problem;
-    const auto text = contentOfFile(last->string(), problem);
-    const auto all = problem ? std::vector<Work>() : worksOf(text, problem);
+    const auto notes = JournalFolder::opened(Journal::folder(), false, problem);
     if (problem)
-        return misused(say("%1: %2", escaped(last->string()), *problem));
+        return misused(*problem);
+    const auto names = notes ? notes->names() : std::vector<std::string>();
+    if (names.empty())
+        return {ExitFailure, {}, message({say("there is no change to take back.")})};
+    const auto& last = names.back();
+    const auto text = notes->content(last, problem);
+    if (problem)
+        return misused(*problem);
+    const auto all = worksOf(text, true, problem);
+    if (problem)
+        return misused(say("%1: %2", escaped(notes->pathOf(last).string()), *problem));
     auto outcome = Changing(options, parts, journal, style).run(all);
-    if (outcome.exitCode == ExitSuccess && !options.dryRun) {
-        std::error_code ignored;
-        std::filesystem::remove(*last, ignored);
-    }
+    if (outcome.exitCode == ExitSuccess && !options.dryRun)
+        notes->remove(last);
     return outcome;
 }
 
@@ -424,7 +436,7 @@ Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journa
     if (!options.restore.empty()) {
         const auto text = contentOfFile(options.restore, problem);
         if (!problem)
-            all = worksOf(text, problem);
+            all = worksOf(text, false, problem);
         if (problem)
             return misused(*problem);
     } else {

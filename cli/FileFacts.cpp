@@ -61,6 +61,20 @@ std::optional<FileFacts> factsOfFile(const std::string& path) {
     return facts;
 }
 
+std::string identityOfFile(const std::string& path) {
+    struct statx found {};
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+              STATX_TYPE | STATX_INO | STATX_BTIME, &found) != 0 ||
+        S_ISLNK(found.stx_mode))
+        return {};
+    auto identity = std::to_string(found.stx_ino) + ' ';
+    if ((found.stx_mask & STATX_BTIME) != 0)
+        return identity + std::to_string(found.stx_btime.tv_sec) + '.' +
+               std::to_string(found.stx_btime.tv_nsec);
+    return identity + std::to_string(found.stx_dev_major) + ':' +
+           std::to_string(found.stx_dev_minor);
+}
+
 std::optional<std::string> nameOfOwner(std::uint32_t id, bool isGroup) {
     static std::array<std::map<std::uint32_t, std::optional<std::string>>, 2> names;
     auto& known = names[isGroup ? 1 : 0];

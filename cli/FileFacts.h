@@ -39,6 +39,11 @@ std::optional<FileFacts> factsOfFile(const std::string& path);
 /// The same without its list and its target, for which the system would have to be asked anew.
 std::optional<FileFacts> glimpseOfFile(const std::string& path);
 
+/// What tells the item at `path` from any other that takes its place there: its inode, and when it
+/// was made, as the device may have another number after each start. Where the file system does not
+/// know that time, the device does instead. Empty for a link, and for what this program cannot see.
+std::string identityOfFile(const std::string& path);
+
 /// A user's or a group's name, which is looked up once in a run; empty if it has none.
 std::optional<std::string> nameOfOwner(std::uint32_t id, bool isGroup);
 

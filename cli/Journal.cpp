@@ -1,36 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "Journal.h"
 
-#include <algorithm>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
-#include <vector>
+
+#include "FileFacts.h"
+#include "ListText.h"
 
 namespace morvane {
 
-namespace {
-
 namespace fs = std::filesystem;
-
-constexpr const char* ending = ".acl";
-
-/// In the order in which they were made.
-std::vector<fs::path> journalsIn(const fs::path& folder) {
-    std::vector<fs::path> files;
-    std::error_code error;
-    for (auto each = fs::directory_iterator(folder, error);
-         !error && each != fs::directory_iterator(); each.increment(error)) {
-        if (each->path().extension() == ending)
-            files.push_back(each->path());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
-
-}  // namespace
 
 fs::path Journal::folder() {
     // A path that is not whole is to be ignored.
@@ -47,49 +31,54 @@ fs::path Journal::folder() {
 void Journal::open() {
     if (folder_.empty())
         return giveUp(say("neither XDG_STATE_HOME nor HOME names a folder"));
-    std::error_code error;
-    fs::create_directories(folder_, error);
-    // Paths and names are nobody else's business.
-    if (!error)
-        fs::permissions(folder_, fs::perms::owner_all, error);
-    if (error)
-        return giveUp(
-            say("%1: %2", escaped(folder_.string()), Phrase::ofSystemError(error.value())));
-    auto old = journalsIn(folder_);
+    Problem problem;
+    notes_ = JournalFolder::opened(folder_, true, problem);
+    if (!notes_)
+        return giveUp(problem.value_or(std::string()));
+    const auto old = notes_->names();
     for (std::size_t i = 0; i + maxJournals <= old.size(); ++i)
-        fs::remove(old[i], error);
+        notes_->remove(old[i]);
     const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(
                          std::chrono::system_clock::now().time_since_epoch())
                          .count();
-    // The digits of a time are as many for three hundred years.
-    file_ = folder_ / (std::to_string(now) + ending);
-    stream_.open(file_, std::ios::binary);
-    if (!stream_)
-        giveUp(say("%1: %2", escaped(file_.string()), Phrase::ofSystemError(errno)));
+    name_ = std::to_string(now) + ".acl";
+    file_ = notes_->begin(name_, problem);
+    if (problem)
+        giveUp(*std::move(problem));
 }
 
-void Journal::record(const std::string& list) {
+void Journal::record(const std::string& path, std::string_view list) {
     if (whyNot_)
         return;
-    if (!stream_.is_open())
+    if (!file_)
         open();
     if (whyNot_)
         return;
-    written_ += list.size();
+    // Links on the way may lead elsewhere by the time at which it is taken back.
+    std::error_code error;
+    const auto whole = fs::canonical(path, error);
+    const auto item = error ? path : whole.string();
+    auto text = "# file: " + quotedPath(item) + '\n';
+    if (const auto identity = identityOfFile(item); !identity.empty())
+        text += "# item: " + identity + '\n';
+    text += list.substr(list.find('\n') + 1);
+    written_ += text.size();
     if (written_ > maxJournalBytes)
         return giveUp(say("there are too many lists to keep"));
-    stream_ << list;
-    stream_.flush();
-    if (!stream_)
-        giveUp(say("%1: %2", escaped(file_.string()), Phrase::ofSystemError(errno)));
+    for (std::string_view left = text; !left.empty();) {
+        const auto count = write(file_.get(), left.data(), left.size());
+        if (count < 0 && errno != EINTR)
+            return giveUp(say("%1: %2", escaped(notes_->pathOf(name_).string()),
+                              Phrase::ofSystemError(errno)));
+        left.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
 }
 
 void Journal::discard() {
-    if (file_.empty())
+    if (!file_)
         return;
-    stream_.close();
-    std::error_code ignored;
-    fs::remove(file_, ignored);
+    file_ = {};
+    notes_->remove(name_);
     written_ = 0;
 }
 
@@ -97,11 +86,6 @@ void Journal::giveUp(std::string why) {
     // A part of a change that is taken back is no undo.
     discard();
     whyNot_ = std::move(why);
-}
-
-std::optional<fs::path> lastJournal(const fs::path& folder) {
-    const auto files = journalsIn(folder);
-    return files.empty() ? std::nullopt : std::optional(files.back());
 }
 
 }  // namespace morvane

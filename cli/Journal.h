@@ -3,19 +3,18 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "AclEditor.h"
+#include "JournalFolder.h"
 
 /// What lists were before they were changed, so that --undo takes the last change back.
 namespace morvane {
 
 /// The last so many changes can be taken back.
 inline constexpr std::size_t maxJournals = 10;
-/// One that takes more than this cannot: about half a million lists of three entries.
-inline constexpr std::size_t maxJournalBytes = std::size_t{64} << 20U;
 
 /// The notes of one run, in a file of its own in the folder of this user's states, which is made
 /// with the first list. They are written before the list is changed.
@@ -26,8 +25,9 @@ class Journal {
 
     explicit Journal(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
-    /// Notes a list before it is changed, as listAsText() tells it with its whole path.
-    void record(const std::string& list);
+    /// Notes the list of the item at `path`, as listAsText() tells it, before it is changed, and
+    /// which item that is.
+    void record(const std::string& path, std::string_view list);
     /// Throws the notes away: nothing was changed.
     void discard();
 
@@ -41,13 +41,11 @@ class Journal {
     void giveUp(std::string why);
 
     const std::filesystem::path folder_;
-    std::filesystem::path file_;
-    std::ofstream stream_;
+    std::optional<JournalFolder> notes_;
+    std::string name_;
+    FileDescriptor file_;
     std::size_t written_ = 0;
     Problem whyNot_;
 };
-
-/// The notes of the last change; empty if there are none.
-std::optional<std::filesystem::path> lastJournal(const std::filesystem::path& folder);
 
 }  // namespace morvane

@@ -346,6 +346,7 @@ std::vector<ListText> parsedLists(std::string_view text, Problem& problem) {
             take("# file:", list.path);
             take("# owner:", list.owner);
             take("# group:", list.group);
+            take("# item:", list.item);
         } else if (isNfs4Line(line)) {
             list.nfs4.push_back(nfs4Entry(line, problem));
         } else {

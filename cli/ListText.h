@@ -49,6 +49,8 @@ struct ListText {
     /// Behind "# owner:" and "# group:"; empty if nothing does.
     std::string owner;
     std::string group;
+    /// Behind "# item:" as identityOfFile() tells it; empty if nothing does.
+    std::string item;
     /// One of the two is empty.
     std::vector<TextEntry> posix;
     std::vector<Nfs4Entry> nfs4;

@@ -79,7 +79,7 @@ std::optional<Survey> surveyed(const std::string& path, const MVAclOrigin::Value
             const auto entries = parts.source(url);
             addTo(survey, entries ? *entries : EntryList(), folder);
             if (entries && journal)
-                journal->record(listAsText(url.path(), *entries));
+                journal->record(url.path(), listAsText(url.path(), *entries));
         }
         return !parts.progress || parts.progress(++done);
     };

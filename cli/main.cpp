@@ -241,7 +241,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         // What is written is noted before, so that it can be taken back.
         const auto writeNoted = [&](const EntryList& entries, const NSURL& url) {
             if (const auto before = entriesOf(url))
-                journal.record(listAsText(url.path(), *before));
+                journal.record(url.path(), listAsText(url.path(), *before));
             auto error = write(entries, url);
             if (error && exitCodeOf(*error) != ExitStoredOtherwise)
                 journal.discard();

@@ -250,6 +250,111 @@ class Undo(Trees):
         notes = os.path.join(self.state, "morvane", "undo")
         self.assertEqual(os.listdir(notes) if os.path.exists(notes) else [], [])
 
+    def notes(self):
+        return os.path.join(self.state, "morvane", "undo")
+
+    def write_notes(self, mode=0o600):
+        """Notes as the program has them, for the file outside, by which another user would get rights."""
+        os.makedirs(self.notes(), 0o700)
+        path = os.path.join(self.notes(), "9.acl")
+        with open(path, "w", encoding="ascii") as f:
+            f.write(f"# file: {self.outside}\nuser::rw-\nuser:nobody:rw-\ngroup::---\nmask::rw-\nother::---\n\n")
+            os.chmod(path, mode)
+        return path
+
+    def assert_not_applied(self, why, status):
+        before = self.tool("getfacl", "-c", "outside")
+        self.assertIn(why, self.run_morvane("acl", "--undo", status=status).stderr)
+        self.assertEqual(self.tool("getfacl", "-c", "outside"), before)
+
+    def test_notes_that_others_can_have_written_are_not_applied(self):
+        path = self.write_notes(mode=0o666)
+        self.assert_not_applied(f"other users can write to '{path}'", 2)
+        os.chmod(path, 0o600)
+        os.chmod(self.notes(), 0o777)
+        self.assert_not_applied(f"other users can write to '{self.notes()}'", 2)
+        self.assertEqual(os.stat(self.notes()).st_mode & 0o777, 0o777)
+
+    def test_notes_of_another_user_are_neither_applied_nor_added_to(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can give files away")
+        path = self.write_notes()
+        for owned in (path, self.notes(), os.path.dirname(self.notes()), self.state):
+            with self.subTest(owned=owned):
+                os.chown(owned, 65534, 65534)
+                self.assert_not_applied(f"'{owned}' belongs to another user", 2)
+                result = subprocess.run([MORVANE, "acl", "one/plain", "--set", "u:daemon:r"], cwd=self.folder, text=True,
+                                        env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state},
+                                        capture_output=True, timeout=TIME_LIMIT)
+                if owned != path:
+                    self.assertIn(f"'--undo' cannot take this back: '{owned}' belongs", result.stderr)
+                    self.assertEqual(os.listdir(self.notes()), ["9.acl"])
+                else:
+                    os.unlink(os.path.join(self.notes(), max(set(os.listdir(self.notes())) - {"9.acl"})))
+                self.tool("setfacl", "-b", "one/plain")
+                os.chown(owned, 0, 0)
+
+    def test_root_makes_no_folder_for_notes_in_what_is_another_users(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can give files away")
+        os.mkdir(self.state)
+        os.chown(self.state, 65534, 65534)
+        environment = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "HOME": self.state}
+        environment.pop("XDG_STATE_HOME", None)
+        result = subprocess.run([MORVANE, "acl", "one/plain", "--set", "u:daemon:r"], env=environment, text=True,
+                                cwd=self.folder, capture_output=True, timeout=TIME_LIMIT)
+        self.assertIn(f"'--undo' cannot take this back: '{self.state}' belongs to another user", result.stderr)
+        self.assertEqual(os.listdir(self.state), [])
+
+    def test_a_link_in_the_place_of_the_notes_is_left_alone(self):
+        elsewhere = os.path.join(self.folder, "elsewhere")
+        os.makedirs(elsewhere)
+        os.chmod(elsewhere, 0o755)
+        kept = [f"{i}.acl" for i in range(12)]
+        for name in kept:
+            with open(os.path.join(elsewhere, name), "w", encoding="ascii"):
+                pass
+        os.makedirs(os.path.dirname(self.notes()), 0o700)
+        os.symlink(elsewhere, self.notes())
+        result = subprocess.run([MORVANE, "acl", "one/plain", "--set", "u:daemon:r"], cwd=self.folder, text=True,
+                                env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state},
+                                capture_output=True, timeout=TIME_LIMIT)
+        self.assertIn("'--undo' cannot take this back", result.stderr)
+        self.assertEqual(sorted(os.listdir(elsewhere)), sorted(kept))
+        self.assertEqual(os.stat(elsewhere).st_mode & 0o777, 0o755)
+
+    def test_only_what_has_the_name_of_notes_is_taken_for_them(self):
+        path = self.write_notes()
+        os.rename(path, os.path.join(self.notes(), "a.acl"))
+        self.assert_not_applied("there is no change to take back", 1)
+        self.run_morvane("acl", "one/plain", "--set", "u:daemon:r")
+        name, = set(os.listdir(self.notes())) - {"a.acl"}
+        self.assertEqual(os.stat(os.path.join(self.notes(), name)).st_mode & 0o777, 0o600)
+
+    def test_what_has_taken_the_place_of_a_changed_item_is_not_given_its_list(self):
+        path = os.path.join(self.folder, "one", "plain")
+        why = "another item has taken its place since the list was noted"
+        self.run_morvane("acl", "one/plain", "--set", "u:daemon:r")
+        for place in (os.symlink, os.link):
+            with self.subTest(place=place):
+                os.rename(path, path + ".old")
+                place(self.outside, path)
+                self.assert_not_applied(why, 1)
+                self.assertEqual(os.stat(self.outside).st_mode & 0o777, 0o600)
+                os.rename(path + ".old", path)
+        self.run_morvane("acl", "--undo")
+        self.assertNotIn("daemon", self.tool("getfacl", "-c", "one/plain"))
+
+    def test_what_a_link_led_to_is_given_its_list_back_wherever_the_link_leads_now(self):
+        link = os.path.join(self.folder, "one", "leads")
+        os.symlink("plain", link)
+        before = self.tool("getfacl", "-c", "one/plain", "outside")
+        self.run_morvane("acl", "one/leads", "--set", "u:daemon:r")
+        os.unlink(link)
+        os.symlink(self.outside, link)
+        self.run_morvane("acl", "--undo")
+        self.assertEqual(self.tool("getfacl", "-c", "one/plain", "outside"), before)
+
     def test_without_a_place_for_notes_the_change_is_made_and_that_is_said(self):
         with open(self.state, "w", encoding="ascii"):
             pass

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <MorvaneOperation/platform/linux/FileDescriptor.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "AclEditor.h"
+
+/// Where the notes for --undo are kept.
+namespace morvane {
+
+/// One that takes more than this cannot be kept: about half a million lists of three entries.
+inline constexpr std::size_t maxJournalBytes = std::size_t{64} << 20U;
+
+/// A folder of notes that nobody but this user can have written: what stands in notes becomes the
+/// lists of files, with this user's rights. So the folder and those on the way belong to this user
+/// and are no links, and nobody else can write to it or to what is in it. Whatever another user has
+/// placed there is refused, and stays as it is.
+class JournalFolder {
+  public:
+    /// Opens the folder, whose last two names this program gives. Empty with a problem if it
+    /// cannot be trusted or made, and empty without one if it is not there and is not to be made.
+    static std::optional<JournalFolder> opened(const std::filesystem::path& folder, bool isMade,
+                                               Problem& problem);
+
+    /// The notes of each change, the oldest first.
+    std::vector<std::string> names() const;
+    std::filesystem::path pathOf(const std::string& name) const { return path_ / name; }
+    /// Begins the notes of a change. Empty with a problem if that fails.
+    FileDescriptor begin(const std::string& name, Problem& problem) const;
+    std::string content(const std::string& name, Problem& problem) const;
+    void remove(const std::string& name) const;
+
+  private:
+    JournalFolder(std::filesystem::path path, FileDescriptor folder)
+        : path_(std::move(path)), folder_(std::move(folder)) {}
+
+    std::filesystem::path path_;
+    FileDescriptor folder_;
+};
+
+}  // namespace morvane
