@@ -115,7 +115,7 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     const auto list = ItemList::asRead(*entries);
     std::optional<Survey> survey;
     std::string said;
-    if (list && list->item().isDirectory) {
+    if (list && list->item().isDirectory && parts.contents) {
         survey = surveyed(options.path, list->item(), parts, options.dryRun ? nullptr : &journal);
         if (!survey) {
             journal.discard();

@@ -34,7 +34,7 @@ struct PropagateParts {
 };
 
 /// Looks at everything below the folder first: what the lists are is noted in `journal`, and the
-/// user is told what will change.
+/// user is told what will change. Nothing is looked at without `parts.contents`.
 Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
                      const PropagateParts& propagation, Journal& journal);
 

@@ -222,7 +222,12 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         };
         const bool isThereSomebody = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
         const LiveLine live;
-        return runPropagate(*propagate, parts,
+        // To look at everything takes a right of its own, for which the user would be asked as
+        // well.
+        auto looks = parts;
+        if (common.privileged && !propagate->dryRun)
+            looks.contents = nullptr;
+        return runPropagate(*propagate, looks,
                             {propagated, isThereSomebody ? askWhetherToGoOn : nullptr}, journal);
     }
     if (const auto* save = std::get_if<SaveOptions>(&line)) {
