@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVAclEditor.h>
 #include <morvane/morvane.h>
 
 #include <functional>
@@ -14,34 +14,20 @@
 /// How the GObjects hold the model, for each other.
 namespace morvane {
 
-/// What the entries of a list have in common.
-struct ListContext {
-    std::shared_ptr<const MVAclOrigin> origin;
-    std::optional<ItemList> list;
-
-    const ItemList* itemList() const { return list ? &*list : nullptr; }
-    bool isFolder() const { return origin && origin->values().isDirectory; }
-};
-
-/// An entry, as its GObject and those of its boxes share it: whichever of them goes first.
-struct SharedEntry {
+/// An entry and what edits it, as its GObject and those of its boxes hold them: whichever of them,
+/// or of the list, goes first.
+struct EditedEntry {
     std::shared_ptr<MVAclEntry> entry;
-    std::shared_ptr<const ListContext> context;
-    /// Whether the user has switched the box for execution on by itself: "Read" as a whole does
-    /// not ask for it (ItemList::askingToExecute()).
-    bool isExecutionChosen = false;
-    /// Is called when something of the entry was set; empty for an entry in no list.
-    std::function<void()> changed = {};
+    std::shared_ptr<MVAclEditor> editor;
 };
-using SharedEntryRef = std::shared_ptr<SharedEntry>;
 
-MorvaneAclEntry* newAclEntry(SharedEntryRef entry);
-const SharedEntryRef& sharedEntryOf(MorvaneAclEntry* entry);
-/// `entry` is null for a box that nobody can change.
-MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, SharedEntryRef entry);
+MorvaneAclEntry* newAclEntry(EditedEntry entry);
+const EditedEntry& editedEntryOf(MorvaneAclEntry* entry);
+/// `entry` is empty for a box that nobody can change.
+MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, EditedEntry entry);
 /// A list of MorvanePermission.
 template <class Nodes>
-Owned<GListStore> permissionsOf(const Nodes& nodes, const SharedEntryRef& entry) {
+Owned<GListStore> permissionsOf(const Nodes& nodes, const EditedEntry& entry) {
     Owned list(g_list_store_new(MORVANE_TYPE_PERMISSION));
     for (const auto& node : nodes) {
         const Owned permission(newPermission(node, entry));
@@ -53,9 +39,11 @@ MorvaneIdentity* newIdentity(CBIdentityRef identity);
 const CBIdentityRef& identityOf(MorvaneIdentity* identity);
 
 MorvaneAcl* newAcl(MVFileAcl acl);
-/// The list as it is to be written.
-MVFileAcl aclToWrite(MorvaneAcl* acl);
-void setModified(MorvaneAcl* acl, bool modified);
+/// One that shows `nearest` in place of the entries of `asked`, which are others if `differs`.
+MorvaneAcl* newNearestAcl(MVFileAcl asked, MVFileAcl::Entries nearest, bool differs);
+MVAclEditor& editorOf(MorvaneAcl* acl);
+/// What the list was at that count of edits is stored now.
+void wasWritten(MorvaneAcl* acl, std::uint64_t editCount);
 MorvaneLoss* newLoss(const EntryLoss& loss, std::size_t entryCount);
 
 void countReport(MorvaneProgress* progress);

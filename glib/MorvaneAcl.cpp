@@ -8,23 +8,18 @@
 
 namespace {
 
-struct Row {
-    morvane::SharedEntryRef entry;
-    /// Made when it is first asked for: lists can be long, and few rows are shown.
-    morvane::Owned<MorvaneAclEntry> object;
-};
+using Object = morvane::Owned<MorvaneAclEntry>;
 
 struct HeldAcl {
-    morvane::MVFileAcl acl;  // but for its entries
-    std::shared_ptr<const morvane::ListContext> context;
+    std::shared_ptr<morvane::MVAclEditor> editor;
     morvane::Owned<GFile> file;
-    std::vector<Row> rows = {};
-    bool isModified = false;
+    /// Of the entries, in their order. Each is made when it is first asked for: lists can be long,
+    /// and few rows are shown.
+    std::vector<Object> objects = {};
+    bool wasModified = false;
+    bool didReadExecute = true;
 
-    ~HeldAcl() {
-        for (const auto& row : rows)
-            row.entry->changed = {};
-    }
+    ~HeldAcl() { editor->setObserver({}); }
 };
 
 }  // namespace
@@ -46,71 +41,98 @@ namespace {
 
 guint changedSignal;
 
-void fill(MorvaneAcl* self, MVFileAcl acl) {
-    auto entries = std::move(acl.entries);
-    acl.entries.clear();
-    auto context = std::make_shared<const ListContext>(ListContext{acl.origin, acl.list});
-    const Owned file(newFile(acl.url));
-    self->held = new HeldAcl{.acl = std::move(acl), .context = context, .file = file};
-    for (auto& entry : entries)
-        self->held->rows.push_back(
-            {std::make_shared<SharedEntry>(SharedEntry{std::move(entry), context}), {}});
-    for (const auto& row : self->held->rows)
-        row.entry->changed = [self] { setModified(self, true); };
-}
-
 HeldAcl& held(MorvaneAcl* self) {
-    if (!self->held)  // made by a program itself, from nothing
-        fill(self, MVFileAcl{NSURL::fileURLWithPath("/"), {}});
     return *self->held;
 }
 
-MorvaneAclEntry* objectOf(Row& row) {
-    if (!row.object)
-        row.object = Owned(newAclEntry(row.entry));
-    return row.object.get();
+void tellModified(MorvaneAcl* self) {
+    auto& state = held(self);
+    const bool isModified = state.editor->isModified();
+    if (std::exchange(state.wasModified, isModified) != isModified)
+        g_object_notify(G_OBJECT(self), "modified");
+}
+
+/// Tells that something was edited.
+void tellChanged(MorvaneAcl* self) {
+    // Whoever is told may drop the list.
+    const auto alive = Owned<MorvaneAcl>::sharing(self);
+    auto& state = held(self);
+    const bool readExecutes = state.editor->readExecutes();
+    if (std::exchange(state.didReadExecute, readExecutes) != readExecutes) {
+        const auto objects = state.objects;
+        for (const auto& object : objects) {
+            if (object)
+                g_object_notify(G_OBJECT(object.get()), "letters");
+        }
+    }
+    tellModified(self);
+    g_signal_emit(self, changedSignal, 0);
+}
+
+void show(MorvaneAcl* self, std::shared_ptr<MVAclEditor> editor) {
+    if (self->held)
+        delete self->held;
+    const auto& url = editor->url();
+    const Owned file(url.isFileURL() ? newFile(url) : nullptr);
+    self->held = new HeldAcl{.editor = std::move(editor), .file = file};
+    auto& state = held(self);
+    state.objects.resize(state.editor->entries().size());
+    state.wasModified = state.editor->isModified();
+    state.didReadExecute = state.editor->readExecutes();
+    state.editor->setObserver([self](const MVAclEntry&, const NSKeyPath&) {
+        const auto alive = Owned<MorvaneAcl>::sharing(self);
+        held(self).editor->tell([alive] { tellChanged(alive.get()); });
+    });
+}
+
+MorvaneAclEntry* objectOf(HeldAcl& state, std::size_t position) {
+    auto& object = state.objects[position];
+    if (!object)
+        object = Owned(newAclEntry({state.editor->entries()[position], state.editor}));
+    return object.get();
 }
 
 void tellItems(MorvaneAcl* self, std::size_t position, std::size_t removed, std::size_t added) {
     const auto alive = Owned<MorvaneAcl>::sharing(self);
     g_list_model_items_changed(G_LIST_MODEL(self), static_cast<guint>(position),
                                static_cast<guint>(removed), static_cast<guint>(added));
-    setModified(self, true);
+    tellChanged(self);
 }
 
 }  // namespace
 
 MorvaneAcl* newAcl(MVFileAcl acl) {
     auto* const made = MORVANE_ACL(g_object_new(MORVANE_TYPE_ACL, nullptr));
-    fill(made, std::move(acl));
+    show(made, MVAclEditor::init(std::move(acl)));
     return made;
 }
 
-MVFileAcl aclToWrite(MorvaneAcl* self) {
-    const auto& state = held(self);
-    MVFileAcl acl = state.acl;
-    for (const auto& row : state.rows)
-        acl.entries.push_back(row.entry->isExecutionChosen && acl.list
-                                  ? acl.list->askingToExecute(row.entry->entry)
-                                  : row.entry->entry);
-    return acl;
+MorvaneAcl* newNearestAcl(MVFileAcl asked, MVFileAcl::Entries nearest, bool differs) {
+    asked.entries.clear();
+    const auto editor = MVAclEditor::init(std::move(asked));
+    editor->setEntries(std::move(nearest));
+    if (!differs)
+        editor->wasWritten(editor->editCount());
+    auto* const made = MORVANE_ACL(g_object_new(MORVANE_TYPE_ACL, nullptr));
+    show(made, editor);
+    return made;
 }
 
-void setModified(MorvaneAcl* self, bool modified) {
-    // Whoever is told may drop the list.
-    const auto alive = Owned<MorvaneAcl>::sharing(self);
-    auto& state = held(self);
-    if (state.isModified != modified) {
-        state.isModified = modified;
-        g_object_notify(G_OBJECT(self), "modified");
-    }
-    if (modified)
-        g_signal_emit(self, changedSignal, 0);
+MVAclEditor& editorOf(MorvaneAcl* self) {
+    return *held(self).editor;
+}
+
+void wasWritten(MorvaneAcl* self, std::uint64_t editCount) {
+    editorOf(self).wasWritten(editCount);
+    tellModified(self);
 }
 
 }  // namespace morvane
 
-static void morvane_acl_init(MorvaneAcl* /*self*/) {}
+static void morvane_acl_init(MorvaneAcl* self) {
+    // One that a program makes itself is the list of no item, which no operation takes.
+    guarded([&] { show(self, MVAclEditor::init({*NSURL::URLWithString("about:blank"), {}})); });
+}
 
 static void morvane_acl_class_init(MorvaneAclClass* made) {
     MorvaneAcl* const self = nullptr;
@@ -126,12 +148,13 @@ static void morvane_acl_class_init(MorvaneAclClass* made) {
 static void morvane_acl_list_model_init(GListModelInterface* made) {
     made->get_item_type = [](GListModel*) { return MORVANE_TYPE_ACL_ENTRY; };
     made->get_n_items = [](GListModel* self) {
-        return guarded([&] { return static_cast<guint>(held(MORVANE_ACL(self)).rows.size()); });
+        return guarded([&] { return static_cast<guint>(held(MORVANE_ACL(self)).objects.size()); });
     };
     made->get_item = [](GListModel* self, guint position) {
         return guarded([&]() -> gpointer {
-            auto& rows = held(MORVANE_ACL(self)).rows;
-            return position < rows.size() ? g_object_ref(objectOf(rows[position])) : nullptr;
+            auto& state = held(MORVANE_ACL(self));
+            return position < state.objects.size() ? g_object_ref(objectOf(state, position))
+                                                   : nullptr;
         });
     };
 }
@@ -143,18 +166,18 @@ GFile* morvane_acl_get_file(MorvaneAcl* self) {
 
 gboolean morvane_acl_is_folder(MorvaneAcl* self) {
     g_return_val_if_fail(MORVANE_IS_ACL(self), FALSE);
-    return guarded([&]() -> gboolean { return held(self).context->isFolder(); });
+    return guarded([&]() -> gboolean { return editorOf(self).isFolder(); });
 }
 
 gboolean morvane_acl_get_modified(MorvaneAcl* self) {
     g_return_val_if_fail(MORVANE_IS_ACL(self), FALSE);
-    return guarded([&]() -> gboolean { return held(self).isModified; });
+    return guarded([&]() -> gboolean { return editorOf(self).isModified(); });
 }
 
 char* morvane_acl_dup_storage_text(MorvaneAcl* self) {
     g_return_val_if_fail(MORVANE_IS_ACL(self), nullptr);
     return guarded([&] {
-        const auto& origin = held(self).context->origin;
+        const auto& origin = editorOf(self).origin();
         return origin ? copied(shownText(storageText(origin->values().storage))) : nullptr;
     });
 }
@@ -164,16 +187,11 @@ MorvaneAclEntry* morvane_acl_add(MorvaneAcl* self, MorvaneIdentity* identity) {
     g_return_val_if_fail(MORVANE_IS_IDENTITY(identity), nullptr);
     return guarded([&] {
         auto& state = held(self);
-        const auto entry = MVAclEntry::newEntryForDirectory(state.context->isFolder());
-        entry->setIdentity(identityOf(identity));
-        const auto place = std::find_if(state.rows.begin(), state.rows.end(), [&](const Row& row) {
-            return row.entry->entry->canonicalScore() < entry->canonicalScore();
-        });
-        const auto shared = std::make_shared<SharedEntry>(SharedEntry{entry, state.context});
-        shared->changed = [self] { setModified(self, true); };
-        const auto added = state.rows.insert(place, Row{shared, {}});
-        auto object = Owned<MorvaneAclEntry>::sharing(objectOf(*added));
-        tellItems(self, static_cast<std::size_t>(added - state.rows.begin()), 0, 1);
+        state.editor->add(identityOf(identity));
+        state.objects.emplace_back();
+        const auto position = state.objects.size() - 1;
+        auto object = Owned<MorvaneAclEntry>::sharing(objectOf(state, position));
+        tellItems(self, position, 0, 1);
         return object.release();  // it may be in the list no more
     });
 }
@@ -182,17 +200,15 @@ gboolean morvane_acl_remove(MorvaneAcl* self, MorvaneAclEntry* entry) {
     g_return_val_if_fail(MORVANE_IS_ACL(self), FALSE);
     g_return_val_if_fail(MORVANE_IS_ACL_ENTRY(entry), FALSE);
     return guarded([&]() -> gboolean {
-        auto& rows = held(self).rows;
-        const auto& shared = sharedEntryOf(entry);
-        const auto place = std::find_if(rows.begin(), rows.end(),
-                                        [&](const Row& row) { return row.entry == shared; });
-        if (place == rows.end() || !whyNotRemoved(*shared->entry).empty())
+        auto& state = held(self);
+        const auto& entries = state.editor->entries();
+        const auto& removed = editedEntryOf(entry).entry;
+        const auto position = std::find(entries.begin(), entries.end(), removed) - entries.begin();
+        if (!state.editor->remove(removed))
             return FALSE;
-        const auto position = static_cast<std::size_t>(place - rows.begin());
-        const auto removed = std::move(*place);  // it may be the last that holds the entry
-        removed.entry->changed = {};
-        rows.erase(place);
-        tellItems(self, position, 1, 0);
+        const auto alive = Owned<MorvaneAclEntry>::sharing(entry);
+        state.objects.erase(state.objects.begin() + position);
+        tellItems(self, static_cast<std::size_t>(position), 1, 0);
         return TRUE;
     });
 }
@@ -200,14 +216,17 @@ gboolean morvane_acl_remove(MorvaneAcl* self, MorvaneAclEntry* entry) {
 void morvane_acl_sort(MorvaneAcl* self) {
     g_return_if_fail(MORVANE_IS_ACL(self));
     guarded([&] {
-        auto& rows = held(self).rows;
-        const auto inOrder = [](const Row& a, const Row& b) {
-            return a.entry->entry->canonicalScore() > b.entry->entry->canonicalScore();
-        };
-        if (std::is_sorted(rows.begin(), rows.end(), inOrder))
+        auto& state = held(self);
+        const auto before = state.editor->entries();
+        if (!state.editor->sort())
             return;
-        std::stable_sort(rows.begin(), rows.end(), inOrder);
-        tellItems(self, 0, rows.size(), rows.size());
+        std::vector<Object> objects;
+        for (const auto& entry : state.editor->entries()) {
+            const auto place = std::find(before.begin(), before.end(), entry) - before.begin();
+            objects.push_back(state.objects[static_cast<std::size_t>(place)]);
+        }
+        state.objects = std::move(objects);
+        tellItems(self, 0, before.size(), before.size());
     });
 }
 
@@ -215,8 +234,8 @@ gboolean morvane_acl_is_current(MorvaneAcl* self, MorvaneAcl* now) {
     g_return_val_if_fail(MORVANE_IS_ACL(self), FALSE);
     g_return_val_if_fail(MORVANE_IS_ACL(now), FALSE);
     return guarded([&]() -> gboolean {
-        const auto& before = held(self).context->origin;
-        const auto& after = held(now).context->origin;
+        const auto& before = editorOf(self).origin();
+        const auto& after = editorOf(now).origin();
         return before && after ? before->values().digest == after->values().digest
                                : before == after;
     });
@@ -226,15 +245,8 @@ void morvane_acl_adopt(MorvaneAcl* self, MorvaneAcl* now) {
     g_return_if_fail(MORVANE_IS_ACL(self));
     g_return_if_fail(MORVANE_IS_ACL(now));
     guarded([&] {
-        auto& state = held(self);
-        state.context = held(now).context;
-        state.acl.origin = state.context->origin;
-        state.acl.list = state.context->list;
-        for (const auto& row : state.rows) {
-            row.entry->context = state.context;
-            row.entry->entry->setOrigin(state.context->origin);
-        }
-        setModified(self, true);
+        editorOf(self).adopt(editorOf(now));
+        tellChanged(self);
     });
 }
 

@@ -13,7 +13,7 @@ struct HeldChoice {
 };
 
 struct HeldEntry {
-    morvane::SharedEntryRef shared;
+    morvane::EditedEntry edited;
     morvane::Owned<GListStore> permissions = {};
     std::unique_ptr<morvane::MVObservation> observation = {};
 };
@@ -40,18 +40,19 @@ namespace morvane {
 namespace {
 
 HeldEntry& held(MorvaneAclEntry* self) {
-    if (!self->held)  // made by a program itself, from nothing
-        self->held = new HeldEntry{.shared = std::make_shared<SharedEntry>(SharedEntry{
-                                       MVAclEntry::init(), std::make_shared<ListContext>()})};
     return *self->held;
 }
 
 MVAclEntry& entryOf(MorvaneAclEntry* self) {
-    return *held(self).shared->entry;
+    return *held(self).edited.entry;
+}
+
+MVAclEditor& editorOf(MorvaneAclEntry* self) {
+    return *held(self).edited.editor;
 }
 
 const ItemList* listOf(MorvaneAclEntry* self) {
-    return held(self).shared->context->itemList();
+    return editorOf(self).list();
 }
 
 /// The properties that follow one of the model's.
@@ -59,7 +60,7 @@ std::vector<const char*> namesOf(const NSKeyPath& keyPath) {
     if (&keyPath == &MVAclEntry::identityKeyPath)
         return {"identity", "who", "subject", "keep-reason"};
     if (&keyPath == &MVAclEntry::tagKeyPath)
-        return {"rule", "rule-text"};
+        return {"rule", "rule-text", "letters"};
     if (&keyPath == &MVAclEntry::permissionGroupKeyPath)
         return {"permission-group", "permissions-text", "letters"};
     if (&keyPath == &MVAclEntry::applicableToKeyPath)
@@ -68,12 +69,12 @@ std::vector<const char*> namesOf(const NSKeyPath& keyPath) {
 }
 
 void tell(MorvaneAclEntry* self, const NSKeyPath& keyPath) {
-    const Owned alive = Owned<MorvaneAclEntry>::sharing(self);
-    for (const char* const name : namesOf(keyPath))
-        g_object_notify(G_OBJECT(self), name);
-    const auto changed = self->held->shared->changed;
-    if (changed)
-        changed();
+    // Whoever is told may drop the entry.
+    const auto alive = Owned<MorvaneAclEntry>::sharing(self);
+    editorOf(self).tell([alive, &keyPath] {
+        for (const char* const name : namesOf(keyPath))
+            g_object_notify(G_OBJECT(alive.get()), name);
+    });
 }
 
 MorvaneChoice* newChoice(const EntryChoice& choice) {
@@ -91,13 +92,23 @@ GListModel* modelOf(const std::vector<EntryChoice>& choices) {
     return G_LIST_MODEL(list);
 }
 
+/// Has the editor set something; what cannot be is left as it is.
 template <class Set>
 void change(MorvaneAclEntry* self, const Set& set) {
     guarded([&] {
-        auto& entry = entryOf(self);
-        if (!entry.inherited())
-            set(entry);
+        const auto edited = held(self).edited;
+        set(*edited.editor, edited.entry);
     });
+}
+
+void edit(MorvaneAclEntry* self, EditedEntry entry) {
+    auto observation = MVObservation::of(
+        entry.entry,
+        {&MVAclEntry::identityKeyPath, &MVAclEntry::tagKeyPath, &MVAclEntry::permissionGroupKeyPath,
+         &MVAclEntry::inheritedKeyPath, &MVAclEntry::applicableToKeyPath},
+        [self](const NSKeyPath& keyPath) { tell(self, keyPath); });
+    delete std::exchange(self->held, new HeldEntry{.edited = std::move(entry),
+                                                   .observation = std::move(observation)});
 }
 
 char* copiedOrNull(const Phrase& phrase) {
@@ -106,19 +117,14 @@ char* copiedOrNull(const Phrase& phrase) {
 
 }  // namespace
 
-MorvaneAclEntry* newAclEntry(SharedEntryRef entry) {
+MorvaneAclEntry* newAclEntry(EditedEntry entry) {
     auto* const made = MORVANE_ACL_ENTRY(g_object_new(MORVANE_TYPE_ACL_ENTRY, nullptr));
-    made->held = new HeldEntry{.shared = std::move(entry)};
-    made->held->observation = MVObservation::of(
-        made->held->shared->entry,
-        {&MVAclEntry::identityKeyPath, &MVAclEntry::tagKeyPath, &MVAclEntry::permissionGroupKeyPath,
-         &MVAclEntry::inheritedKeyPath, &MVAclEntry::applicableToKeyPath},
-        [made](const NSKeyPath& keyPath) { tell(made, keyPath); });
+    edit(made, std::move(entry));
     return made;
 }
 
-const SharedEntryRef& sharedEntryOf(MorvaneAclEntry* entry) {
-    return held(entry).shared;
+const EditedEntry& editedEntryOf(MorvaneAclEntry* entry) {
+    return held(entry).edited;
 }
 
 }  // namespace morvane
@@ -153,7 +159,12 @@ const char* morvane_choice_get_reason(MorvaneChoice* self) {
     return self->held->reason.empty() ? nullptr : self->held->reason.c_str();
 }
 
-static void morvane_acl_entry_init(MorvaneAclEntry* /*self*/) {}
+static void morvane_acl_entry_init(MorvaneAclEntry* self) {
+    // One that a program makes itself is in no list.
+    static const auto& editor =
+        *new auto(MVAclEditor::init({*NSURL::URLWithString("about:blank"), {}}));
+    guarded([&] { edit(self, {MVAclEntry::init(), editor}); });
+}
 
 static void morvane_acl_entry_class_init(MorvaneAclEntryClass* made) {
     MorvaneAclEntry* const self = nullptr;
@@ -201,7 +212,13 @@ static void morvane_acl_entry_class_init(MorvaneAclEntryClass* made) {
               morvane_acl_entry_set_applies_to(entry, g_value_get_int(value));
           }},
          textProperty<morvane_acl_entry_dup_applies_to_text>("applies-to-text", self),
-         flagProperty<morvane_acl_entry_get_inherited>("inherited", self),
+         {g_param_spec_boolean("inherited", nullptr, nullptr, FALSE, writable),
+          [](MorvaneAclEntry* entry, GValue* value) {
+              g_value_set_boolean(value, morvane_acl_entry_get_inherited(entry));
+          },
+          [](MorvaneAclEntry* entry, const GValue* value) {
+              morvane_acl_entry_set_inherited(entry, g_value_get_boolean(value));
+          }},
          objectProperty<morvane_acl_entry_get_permissions>("permissions", G_TYPE_LIST_MODEL, self),
          textProperty<morvane_acl_entry_dup_keep_reason>("keep-reason", self)});
 }
@@ -217,7 +234,9 @@ MorvaneIdentity* morvane_acl_entry_dup_identity(MorvaneAclEntry* self) {
 void morvane_acl_entry_set_identity(MorvaneAclEntry* self, MorvaneIdentity* identity) {
     g_return_if_fail(MORVANE_IS_ACL_ENTRY(self));
     g_return_if_fail(MORVANE_IS_IDENTITY(identity));
-    change(self, [&](MVAclEntry& entry) { entry.setIdentity(identityOf(identity)); });
+    change(self, [&](MVAclEditor& editor, const auto& entry) {
+        editor.setIdentity(entry, identityOf(identity));
+    });
 }
 
 char* morvane_acl_entry_dup_who(MorvaneAclEntry* self) {
@@ -238,10 +257,7 @@ MorvaneRule morvane_acl_entry_get_rule(MorvaneAclEntry* self) {
 void morvane_acl_entry_set_rule(MorvaneAclEntry* self, MorvaneRule rule) {
     g_return_if_fail(MORVANE_IS_ACL_ENTRY(self));
     g_return_if_fail(rule == MORVANE_RULE_ALLOW || rule == MORVANE_RULE_DENY);
-    change(self, [&](MVAclEntry& entry) {
-        if (entry.tag() != rule)
-            entry.setTag(rule);
-    });
+    change(self, [&](MVAclEditor& editor, const auto& entry) { editor.setRule(entry, rule); });
 }
 
 char* morvane_acl_entry_dup_rule_text(MorvaneAclEntry* self) {
@@ -261,11 +277,8 @@ void morvane_acl_entry_set_permission_group(MorvaneAclEntry* self, MorvanePermis
     g_return_if_fail(MORVANE_IS_ACL_ENTRY(self));
     g_return_if_fail(group >= MORVANE_PERMISSION_GROUP_ALL &&
                      group <= MORVANE_PERMISSION_GROUP_CUSTOM);
-    change(self, [&](MVAclEntry& entry) {
-        if (group == MORVANE_PERMISSION_GROUP_CUSTOM || entry.permissionGroup() == group)
-            return;
-        held(self).shared->isExecutionChosen = false;
-        entry.setPermissionGroup(group);
+    change(self, [&](MVAclEditor& editor, const auto& entry) {
+        editor.setPermissionGroup(entry, group);
     });
 }
 
@@ -277,8 +290,8 @@ char* morvane_acl_entry_dup_permissions_text(MorvaneAclEntry* self) {
 char* morvane_acl_entry_dup_letters(MorvaneAclEntry* self) {
     g_return_val_if_fail(MORVANE_IS_ACL_ENTRY(self), nullptr);
     return guarded([&] {
-        const auto& origin = held(self).shared->context->origin;
-        return origin ? copied(lettersOfEntry(entryOf(self), origin->values().storage)) : nullptr;
+        const auto& editor = editorOf(self);
+        return editor.origin() ? copied(editor.letters(entryOf(self))) : nullptr;
     });
 }
 
@@ -289,10 +302,7 @@ int morvane_acl_entry_get_applies_to(MorvaneAclEntry* self) {
 
 void morvane_acl_entry_set_applies_to(MorvaneAclEntry* self, int code) {
     g_return_if_fail(MORVANE_IS_ACL_ENTRY(self));
-    change(self, [&](MVAclEntry& entry) {
-        if (appliesToCode(entry) != code)
-            setAppliesTo(entry, code);
-    });
+    change(self, [&](MVAclEditor& editor, const auto& entry) { editor.setAppliesTo(entry, code); });
 }
 
 char* morvane_acl_entry_dup_applies_to_text(MorvaneAclEntry* self) {
@@ -305,12 +315,18 @@ gboolean morvane_acl_entry_get_inherited(MorvaneAclEntry* self) {
     return entryOf(self).inherited();
 }
 
+void morvane_acl_entry_set_inherited(MorvaneAclEntry* self, gboolean inherited) {
+    g_return_if_fail(MORVANE_IS_ACL_ENTRY(self));
+    change(self,
+           [&](MVAclEditor& editor, const auto& entry) { editor.setInherited(entry, inherited); });
+}
+
 GListModel* morvane_acl_entry_get_permissions(MorvaneAclEntry* self) {
     g_return_val_if_fail(MORVANE_IS_ACL_ENTRY(self), nullptr);
     return guarded([&] {
         auto& entry = held(self);
         if (!entry.permissions)
-            entry.permissions = permissionsOf(entry.shared->entry->permissions(), entry.shared);
+            entry.permissions = permissionsOf(entry.edited.entry->permissions(), entry.edited);
         return G_LIST_MODEL(entry.permissions.get());
     });
 }

@@ -180,12 +180,13 @@ void morvane_file_client_write_acl_async(MorvaneFileClient* self, MorvaneAcl* ac
     g_return_if_fail(MORVANE_IS_ACL(acl));
     start(self, cancellable, callback, user_data, tagOf(morvane_file_client_write_acl_async),
           [&](const ClientCall& call) {
-              clientOf(self).writeAcl(aclToWrite(acl), call->options(privilege),
-                                      [call, written = call->keep(acl)](const NSErrorRef& error) {
-                                          call->end([error, written](GTask* task) {
+              clientOf(self).writeAcl(editorOf(acl).acl(), call->options(privilege),
+                                      [call, written = call->keep(acl),
+                                       edits = editorOf(acl).editCount()](const NSErrorRef& error) {
+                                          call->end([error, written, edits](GTask* task) {
                                               if (error)
                                                   return g_task_return_error(task, newError(error));
-                                              setModified(written, false);
+                                              wasWritten(written, edits);
                                               g_task_return_boolean(task, TRUE);
                                           });
                                       });
@@ -211,7 +212,7 @@ void morvane_file_client_propagate_acl_async(MorvaneFileClient* self, MorvaneAcl
               if (held)
                   report = [held](const auto&) { countReport(held); };
               clientOf(self).propagateAcl(
-                  aclToWrite(acl), call->options(privilege, std::move(report)),
+                  editorOf(acl).acl(), call->options(privilege, std::move(report)),
                   [call, held](const NSErrorRef& error) {
                       endWithFailures(call, held, error,
                                       [error](MorvaneProgress* told) { addFailures(told, error); });
@@ -231,18 +232,19 @@ void morvane_file_client_list_losses_async(MorvaneFileClient* self, MorvaneAcl* 
     g_return_if_fail(MORVANE_IS_ACL(acl));
     start(self, cancellable, callback, user_data, tagOf(morvane_file_client_list_losses_async),
           [&](const ClientCall& call) {
-              auto asked = aclToWrite(acl);
+              auto asked = editorOf(acl).acl();
+              const bool isModified = editorOf(acl).isModified();
               const auto count = asked.entries.size();
               clientOf(self).lossesOfAcl(
                   asked, call->options(MORVANE_PRIVILEGE_NEVER),
-                  [call, asked, count](const Result<MVAclLosses>& result) mutable {
+                  [call, asked, count, isModified](const Result<MVAclLosses>& result) {
                       if (!result)
                           return call->endWith(result.error());
-                      asked.entries = result->nearest;
-                      call->end([losses = result->losses, nearest = std::move(asked),
-                                 count](GTask* task) {
+                      call->end([losses = result->losses, nearest = result->nearest, asked,
+                                 isModified, count](GTask* task) {
                           auto made = std::make_unique<Losses>(Losses{
-                              Owned(g_list_store_new(MORVANE_TYPE_LOSS)), Owned(newAcl(nearest))});
+                              Owned(g_list_store_new(MORVANE_TYPE_LOSS)),
+                              Owned(newNearestAcl(asked, nearest, isModified || !losses.empty()))});
                           for (const auto& loss : losses) {
                               const Owned object(newLoss(loss, count));
                               g_list_store_append(made->losses.get(), object.get());
@@ -280,7 +282,7 @@ void morvane_file_client_effective_access_async(MorvaneFileClient* self, GFile* 
           [&](const ClientCall& call) {
               using Nodes = std::vector<std::shared_ptr<MVTreeNode>>;
               const auto make = [](const Nodes& nodes) {
-                  return permissionsOf(nodes, nullptr).release();
+                  return permissionsOf(nodes, {}).release();
               };
               if (const auto urls = urlsOf(call, &file, 1))
                   clientOf(self).effectiveAccess(

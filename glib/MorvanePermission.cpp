@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/MVObservation.h>
-#include <MorvaneOperation/acl_perms.h>
 
 #include "Model.h"
 
@@ -9,7 +8,7 @@ namespace {
 
 struct HeldPermission {
     std::shared_ptr<morvane::NSTreeNode> node;
-    morvane::SharedEntryRef entry = {};
+    morvane::EditedEntry edited = {};
     morvane::Owned<GListStore> children = {};
     std::unique_ptr<morvane::MVObservation> box = {};
     std::unique_ptr<morvane::MVObservation> ofEntry = {};
@@ -37,62 +36,46 @@ HeldPermission& held(MorvanePermission* self) {
     return *self->held;
 }
 
-void notifySensitive(MorvanePermission* self) {
-    g_object_notify(G_OBJECT(self), "sensitive");
-    g_object_notify(G_OBJECT(self), "reason");
+void tell(MorvanePermission* self, bool isState) {
+    // Whoever is told may drop the permission.
+    const auto alive = Owned<MorvanePermission>::sharing(self);
+    const auto notify = [alive, isState] {
+        auto* const object = G_OBJECT(alive.get());
+        if (isState)
+            g_object_notify(object, "state");
+        g_object_notify(object, "sensitive");
+        g_object_notify(object, "reason");
+    };
+    if (const auto editor = held(self).edited.editor)
+        editor->tell(notify);
+    else
+        notify();
 }
 
 /// Why the box should not react; empty if it should.
 Phrase whyNotSensitive(const HeldPermission& permission) {
-    if (!permission.entry)
-        return phrase("Effective access is shown, not set.");
-    const auto& entry = *permission.entry->entry;
-    if (auto why = whyNotChanged(entry); !why.empty())
-        return why;
-    if (MVTreeNode::stateOf(*permission.node) != MVStateOff)
-        return {};
-    return whyNotBox(entry, *permission.node, permission.entry->context->itemList());
-}
-
-/// Whether it is the box that asks for the execution of a file.
-bool isExecution(const HeldPermission& permission) {
-    const auto& groups = permission.entry->entry->permissions();
-    const auto* const box = MVTreeNode::permissionOf(*permission.node);
-    return !groups.empty() && permission.node->parentNode() == groups.front().get() && box &&
-           box->permission() == ACL_SEARCH;
-}
-
-void setState(const HeldPermission& permission, std::int64_t state) {
-    if (!permission.entry || permission.entry->entry->inherited())
-        return;
-    // The group "Read" as a whole asks for no execution, whatever was chosen before.
-    const bool isGroup = !permission.node->childNodes().empty();
-    if (isExecution(permission))
-        permission.entry->isExecutionChosen = state == MVStateOn;
-    else if (isGroup)
-        permission.entry->isExecutionChosen = false;
-    MVTreeNode::setStateOf(*permission.node, state);
+    const auto& [entry, editor] = permission.edited;
+    return editor ? editor->whyNotClicked(*entry, *permission.node)
+                  : phrase("Effective access is shown, not set.");
 }
 
 }  // namespace
 
-MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, SharedEntryRef entry) {
+MorvanePermission* newPermission(std::shared_ptr<NSTreeNode> node, EditedEntry entry) {
     auto* const made = MORVANE_PERMISSION(g_object_new(MORVANE_TYPE_PERMISSION, nullptr));
-    made->held = new HeldPermission{.node = std::move(node), .entry = std::move(entry)};
-    // Whoever is told may drop the permission.
-    made->held->box = MVObservation::ofBox(*made->held->node, [made] {
-        const auto alive = Owned<MorvanePermission>::sharing(made);
-        g_object_notify(G_OBJECT(made), "state");
-        notifySensitive(made);
-    });
-    if (made->held->entry)
-        made->held->ofEntry = MVObservation::of(
-            made->held->entry->entry,
+    made->held = new HeldPermission{.node = std::move(node), .edited = std::move(entry)};
+    auto& permission = *made->held;
+    permission.box = MVObservation::of(
+        std::static_pointer_cast<MVAclPermission>(permission.node->representedObject()),
+        {&MVAclPermission::stateKeyPath, &MVAclPermission::settableKeyPath},
+        [made](const NSKeyPath& keyPath) {
+            tell(made, &keyPath == &MVAclPermission::stateKeyPath);
+        });
+    if (permission.edited.entry)
+        permission.ofEntry = MVObservation::of(
+            permission.edited.entry,
             {&MVAclEntry::identityKeyPath, &MVAclEntry::tagKeyPath, &MVAclEntry::inheritedKeyPath},
-            [made](const NSKeyPath&) {
-                const auto alive = Owned<MorvanePermission>::sharing(made);
-                notifySensitive(made);
-            });
+            [made](const NSKeyPath&) { tell(made, false); });
     return made;
 }
 
@@ -134,8 +117,10 @@ void morvane_permission_set_state(MorvanePermission* self, MorvaneState state) {
     g_return_if_fail(MORVANE_IS_PERMISSION(self));
     g_return_if_fail(state == MORVANE_STATE_ON || state == MORVANE_STATE_OFF);
     guarded([&] {
-        if (state != morvane_permission_get_state(self))
-            setState(held(self), state);
+        const auto& permission = held(self);
+        const auto edited = permission.edited;
+        if (edited.editor && state != morvane_permission_get_state(self))
+            edited.editor->setBox(edited.entry, *permission.node, state == MORVANE_STATE_ON);
     });
 }
 
@@ -143,13 +128,9 @@ void morvane_permission_toggle(MorvanePermission* self) {
     g_return_if_fail(MORVANE_IS_PERMISSION(self));
     guarded([&] {
         const auto& permission = held(self);
-        if (!permission.entry)
-            return;
-        const bool mayBeOn = whyNotBox(*permission.entry->entry, *permission.node,
-                                       permission.entry->context->itemList())
-                                 .empty();
-        const bool isOn = MVTreeNode::stateOf(*permission.node) == MVStateOn;
-        setState(permission, !isOn && mayBeOn ? MVStateOn : MVStateOff);
+        const auto edited = permission.edited;
+        if (edited.editor)
+            edited.editor->clickBox(edited.entry, *permission.node);
     });
 }
 
@@ -174,7 +155,7 @@ GListModel* morvane_permission_get_children(MorvanePermission* self) {
         if (nodes.empty())
             return nullptr;
         if (!permission.children)
-            permission.children = permissionsOf(nodes, permission.entry);
+            permission.children = permissionsOf(nodes, permission.edited);
         return G_LIST_MODEL(permission.children.get());
     });
 }

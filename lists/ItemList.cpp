@@ -222,6 +222,14 @@ std::shared_ptr<MVAclEntry> ItemList::askingToExecute(
     return copy;
 }
 
+bool ItemList::readExecutes(const Entries& entries) const {
+    if (!posix_ || morvane::readExecutes({}, *posix_))
+        return true;
+    return morvane::readExecutes(
+        posixStatementsOf(entries, posix_->owner, posix_->group, posix_->isDirectory).statements,
+        *posix_);
+}
+
 std::vector<EntryLoss> ItemList::losses(const Entries& entries) const {
     return posix_ ? reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).losses
                   : nfs4Losses(entries, item(), known_);

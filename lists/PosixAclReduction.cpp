@@ -37,10 +37,7 @@ bool someoneExecutes(const PosixList& list) {
 
 /// On a file that nobody can execute, execution has to be asked for by its own box.
 void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
-    if (target.isDirectory || !target.old || someoneExecutes(target.old->access) ||
-        std::any_of(statements.begin(), statements.end(), [](const PosixStatement& s) {
-            return !s.deny && !s.executesByBundle && (s.rights & PosixExecute) != PosixNothing;
-        }))
+    if (target.isDirectory || !target.old || readExecutes(statements, *target.old))
         return;
     for (auto& s : statements) {
         if (s.executesByBundle)
@@ -49,6 +46,13 @@ void leaveExecutionOff(Statements& statements, const PosixAclTarget& target) {
 }
 
 }  // namespace
+
+bool readExecutes(const std::vector<PosixStatement>& statements, const PosixAcl& old) {
+    return old.isDirectory || someoneExecutes(old.access) ||
+           std::any_of(statements.begin(), statements.end(), [](const PosixStatement& s) {
+               return !s.deny && !s.executesByBundle && (s.rights & PosixExecute) != PosixNothing;
+           });
+}
 
 NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
     const auto error = [&](int code, const Phrase& text, const Phrase& suggestion) {

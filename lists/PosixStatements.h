@@ -40,4 +40,8 @@ PosixStatements posixStatementsOf(const std::vector<std::shared_ptr<MVAclEntry>>
 /// Returns the box together with the boxes without which it cannot be stored.
 std::uint32_t posixBoxesWith(std::uint32_t box, bool isDirectory);
 
+/// Whether "Read" as a whole asks for execution too: on a file that nobody could execute by `old`
+/// it has to be asked for by its own box.
+bool readExecutes(const std::vector<PosixStatement>& statements, const PosixAcl& old);
+
 }  // namespace morvane

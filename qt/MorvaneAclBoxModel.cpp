@@ -33,6 +33,8 @@ struct MorvaneAclBoxModel::State {
     QPointer<MorvaneAclModel> model;
     std::shared_ptr<MVAclEntry> entry;
     Nodes nodes;
+    /// Counts what was shown.
+    unsigned shown = 0;
     // They go first.
     std::unique_ptr<MVObservation> ofEntry;
     std::vector<std::unique_ptr<MVObservation>> ofBoxes;
@@ -78,6 +80,7 @@ void MorvaneAclBoxModel::show(MorvaneAclModel* model, std::shared_ptr<MVAclEntry
         connect(model, &QObject::destroyed, this, leaveWhatIsGone);
     }
     beginResetModel();
+    ++state_->shown;
     state_->ofBoxes.clear();
     state_->ofEntry.reset();
     state_->model = model;
@@ -90,8 +93,22 @@ void MorvaneAclBoxModel::show(MorvaneAclModel* model, std::shared_ptr<MVAclEntry
             state_->entry,
             {&MVAclEntry::identityKeyPath, &MVAclEntry::uuidKeyPath, &MVAclEntry::tagKeyPath,
              &MVAclEntry::inheritedKeyPath, &MVAclEntry::permissionsKeyPath},
-            [this](const NSKeyPath& keyPath) { entryChanged(keyPath); });
+            [this](const NSKeyPath& keyPath) {
+                tell([this, &keyPath] { entryChanged(keyPath); });
+            });
     endResetModel();
+}
+
+void MorvaneAclBoxModel::tell(std::function<void()> notify) {
+    // Whoever is told before may delete this model, or have it show other boxes.
+    const auto later = [self = QPointer(this), shown = state_->shown, notify = std::move(notify)] {
+        if (self && self->state_->shown == shown)
+            notify();
+    };
+    if (state_->model)
+        state_->model->tell(later);
+    else
+        later();
 }
 
 void MorvaneAclBoxModel::observeBoxes(const NSTreeNode& node) {
@@ -102,8 +119,10 @@ void MorvaneAclBoxModel::observeBoxes(const NSTreeNode& node) {
                               {&MVAclPermission::stateKeyPath, &MVAclPermission::settableKeyPath,
                                &MVAclPermission::nameKeyPath},
                               [this, &node](const NSKeyPath&) {
-                                  const auto index = indexOf(node);
-                                  Q_EMIT dataChanged(index, index);
+                                  tell([this, &node] {
+                                      const auto index = indexOf(node);
+                                      Q_EMIT dataChanged(index, index);
+                                  });
                               }));
     }
     for (const auto& child : node.childNodes())

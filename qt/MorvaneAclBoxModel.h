@@ -4,6 +4,7 @@
 #include <MorvaneOperation/qt/MorvaneAclModel.h>
 
 #include <QAbstractItemModel>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -49,6 +50,8 @@ class MORVANE_EXPORT MorvaneAclBoxModel : public QAbstractItemModel {
     struct MORVANE_INTERNAL State;
 
     void show(MorvaneAclModel* model, std::shared_ptr<morvane::MVAclEntry> entry, Nodes nodes);
+    /// Has `notify` called when the edit has ended, if the same boxes are shown then.
+    void tell(std::function<void()> notify);
     void observeBoxes(const morvane::NSTreeNode& node);
     void entryChanged(const morvane::NSKeyPath& keyPath);
     QModelIndex indexOf(const morvane::NSTreeNode& node) const;

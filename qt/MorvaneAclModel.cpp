@@ -2,15 +2,13 @@
 #include "MorvaneAclModel.h"
 
 #include <MorvaneOperation/EntryTexts.h>
-#include <MorvaneOperation/MVObservation.h>
-#include <MorvaneOperation/acl_perms.h>
+#include <MorvaneOperation/MVAclEditor.h>
 
-#include <QFileInfo>
+#include <QHash>
+#include <QPointer>
 #include <algorithm>
-#include <cstdint>
-#include <optional>
+#include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "QtMainLoop.h"
 #include "QtTexts.h"
@@ -18,18 +16,6 @@
 using namespace morvane;
 
 namespace {
-
-/// Null if the entry has none by itself.
-const NSTreeNode* executionBoxOf(const MVAclEntry& entry) {
-    if (entry.permissions().empty())
-        return nullptr;
-    for (const auto& box : entry.permissions().front()->childNodes()) {
-        const auto* permission = MVTreeNode::permissionOf(*box);
-        if (permission && static_cast<std::uint32_t>(permission->permission()) == ACL_SEARCH)
-            return box.get();
-    }
-    return nullptr;
-}
 
 /// What the entry has of a column that is a menu.
 qint64 codeOf(int column, const MVAclEntry& entry) {
@@ -66,24 +52,11 @@ bool isMenu(int column) {
 }  // namespace
 
 struct MorvaneAclModel::State {
-    struct Row {
-        std::shared_ptr<MVAclEntry> entry;
-        std::unique_ptr<MVObservation> observation;
-        /// The user has switched "Execute File" on by itself.
-        bool isExecutionChosen = false;
-    };
-    /// An entry as it was read.
-    struct Read {
-        std::shared_ptr<MVAclEntry> entry;
-        std::int32_t tag;
-        std::optional<NSUUID> uuid;
-
-        bool keepsPlace() const { return entry->tag() == tag && entry->uuid() == uuid; }
-    };
-
-    std::optional<MVFileAcl> acl;
-    std::vector<Row> rows;
-    std::vector<Read> read;
+    std::shared_ptr<MVAclEditor> editor;
+    bool didReadExecute = true;
+    /// Which menus have another choice that is possible, by row and column, as far as it was asked:
+    /// it is asked for each cell that is painted, and takes long to find out.
+    QHash<std::pair<int, int>, bool> editable;
 };
 
 MorvaneAclModel::MorvaneAclModel(QObject* parent)
@@ -91,110 +64,105 @@ MorvaneAclModel::MorvaneAclModel(QObject* parent)
     useQtMainLoop();
 }
 
-MorvaneAclModel::~MorvaneAclModel() = default;
+MorvaneAclModel::~MorvaneAclModel() {
+    if (state_->editor)
+        state_->editor->setObserver({});
+}
 
 void MorvaneAclModel::setAcl(MVFileAcl acl) {
-    beginResetModel();
-    state_->rows.clear();
-    state_->read.clear();
-    state_->acl.reset();
-    if (std::find(acl.entries.begin(), acl.entries.end(), nullptr) != acl.entries.end()) {
-        qWarning("MorvaneAclModel: an entry of the list is null.");
-        endResetModel();
-        return;
-    }
-    for (const auto& entry : acl.entries) {
-        addRow(entry);
-        state_->read.push_back({entry, entry->tag(), entry->uuid()});
-    }
-    state_->acl = std::move(acl);
-    endResetModel();
+    show(editorOf(std::move(acl)));
 }
 
 void MorvaneAclModel::setEntries(MVFileAcl::Entries entries) {
-    if (!state_->acl)
+    if (!state_->editor)
         return;
-    auto now = *state_->acl;
-    now.entries = std::move(entries);
-    setAcl(std::move(now));
+    auto none = state_->editor->acl();
+    none.entries.clear();
+    const auto editor = editorOf(std::move(none));
+    try {
+        editor->setEntries(std::move(entries));
+        show(editor);
+    } catch (const std::invalid_argument& e) {
+        qWarning("MorvaneAclModel: %s.", e.what());
+        show(nullptr);
+    }
+}
+
+std::shared_ptr<MVAclEditor> MorvaneAclModel::editorOf(MVFileAcl acl) {
+    try {
+        return MVAclEditor::init(std::move(acl));
+    } catch (const std::invalid_argument& e) {
+        qWarning("MorvaneAclModel: %s.", e.what());
+        return nullptr;
+    }
+}
+
+void MorvaneAclModel::show(std::shared_ptr<MVAclEditor> editor) {
+    beginResetModel();
+    if (state_->editor)
+        state_->editor->setObserver({});
+    state_->editor = std::move(editor);
+    state_->editable.clear();
+    if (state_->editor) {
+        state_->didReadExecute = state_->editor->readExecutes();
+        state_->editor->setObserver([this](const MVAclEntry& entry, const NSKeyPath& keyPath) {
+            state_->editable.clear();
+            state_->editor->tell(
+                [self = QPointer(this), shownEntry = entry.weak_from_this(), &keyPath] {
+                    if (const auto edited = shownEntry.lock(); self && edited)
+                        self->changed(*edited, keyPath);
+                });
+        });
+    }
+    endResetModel();
 }
 
 MVFileAcl MorvaneAclModel::acl() const {
-    if (!state_->acl)
-        return {*NSURL::URLWithString("about:blank"), {}};
-    const auto asWritten = [this](const State::Row& row) {
-        return row.isExecutionChosen && list() ? list()->askingToExecute(row.entry) : row.entry;
-    };
-    MVFileAcl::Entries denying;
-    MVFileAcl::Entries keeping;
-    MVFileAcl::Entries allowing;
-    for (const auto& row : state_->rows) {
-        // Rows keep the order in which they were read.
-        const auto read =
-            std::find_if(state_->read.begin(), state_->read.end(),
-                         [&](const State::Read& other) { return other.entry == row.entry; });
-        const bool keepsPlace = read != state_->read.end() && read->keepsPlace();
-        const bool denies = row.entry->tag() == MVAclTagDeny;
-        (keepsPlace ? keeping : denies ? denying : allowing).push_back(asWritten(row));
-    }
-    auto acl = *state_->acl;
-    acl.entries = std::move(denying);
-    for (auto* const part : {&keeping, &allowing})
-        acl.entries.insert(acl.entries.end(), part->begin(), part->end());
-    return acl;
+    return state_->editor ? state_->editor->acl()
+                          : MVFileAcl{*NSURL::URLWithString("about:blank"), {}};
 }
 
 int MorvaneAclModel::addEntry(const MorvaneIdentity& who) {
-    if (!who || !state_->acl)
+    if (!who || !state_->editor)
         return -1;
-    append({newEntryFor(who)});
+    append(who);
     return rowCount() - 1;
 }
 
 bool MorvaneAclModel::insertRows(int row, int count, const QModelIndex& parent) {
-    if (!state_->acl || parent.isValid() || row != rowCount() || count < 1)
+    if (!state_->editor || parent.isValid() || row != rowCount() || count < 1)
         return false;
-    MVFileAcl::Entries entries;
     for (int i = 0; i != count; ++i)
-        entries.push_back(newEntryFor({}));
-    append(entries);
+        append({});
     return true;
 }
 
-std::shared_ptr<MVAclEntry> MorvaneAclModel::newEntryFor(const MorvaneIdentity& who) const {
-    const bool isFolder = state_->acl->origin
-                              ? state_->acl->origin->values().isDirectory
-                              : QFileInfo(urlOf(state_->acl->url).toLocalFile()).isDir();
-    auto entry = MVAclEntry::newEntryForDirectory(isFolder);
-    if (who)
-        entry->setIdentity(who.identity());
-    return entry;
-}
-
-void MorvaneAclModel::append(const MVFileAcl::Entries& entries) {
-    const int first = rowCount();
-    beginInsertRows({}, first, first + static_cast<int>(entries.size()) - 1);
-    for (const auto& entry : entries)
-        addRow(entry);
+void MorvaneAclModel::append(const MorvaneIdentity& who) {
+    beginInsertRows({}, rowCount(), rowCount());
+    state_->editor->add(who ? who.identity() : nullptr);
     endInsertRows();
+    tellOfAll();
 }
 
 bool MorvaneAclModel::removeRows(int row, int count, const QModelIndex& parent) {
     if (parent.isValid() || row < 0 || count < 1 || count > rowCount() - row)
         return false;
-    const auto begin = state_->rows.begin() + row;
-    const auto end = begin + count;
-    if (std::any_of(begin, end,
-                    [](const State::Row& r) { return !morvane::whyNotRemoved(*r.entry).empty(); }))
+    const auto begin = state_->editor->entries().begin() + row;
+    const MVFileAcl::Entries removed(begin, begin + count);
+    if (std::any_of(removed.begin(), removed.end(),
+                    [](const auto& each) { return !morvane::whyNotRemoved(*each).empty(); }))
         return false;
     beginRemoveRows({}, row, row + count - 1);
-    state_->rows.erase(begin, end);
+    state_->editable.clear();
+    for (const auto& each : removed)
+        state_->editor->remove(each);
     endRemoveRows();
+    tellOfAll();
     return true;
 }
 
 std::shared_ptr<MVAclEntry> MorvaneAclModel::entry(int row) const {
-    return row >= 0 && row < rowCount() ? state_->rows[static_cast<std::size_t>(row)].entry
+    return row >= 0 && row < rowCount() ? state_->editor->entries()[static_cast<std::size_t>(row)]
                                         : nullptr;
 }
 
@@ -210,26 +178,17 @@ QString MorvaneAclModel::whyNotBox(int row, const NSTreeNode& box) const {
 
 bool MorvaneAclModel::canSetBox(int row, const NSTreeNode& box, bool on) const {
     const auto shownEntry = entry(row);
-    const auto* const permission = MVTreeNode::permissionOf(box);
-    return shownEntry && permission && permission->settable() &&
-           (!on || morvane::whyNotBox(*shownEntry, box, list()).empty());
+    return shownEntry && state_->editor->canSetBox(*shownEntry, box, on);
 }
 
 bool MorvaneAclModel::setBox(int row, const NSTreeNode& box, bool on) {
-    if (!canSetBox(row, box, on))
-        return false;
-    auto& target = state_->rows[static_cast<std::size_t>(row)];
-    const auto shownEntry = target.entry;
-    // The entry tells its observers in the call, who may edit the list.
-    const auto* const execution = executionBoxOf(*shownEntry);
-    const bool executes = execution && (execution == &box ? on : target.isExecutionChosen);
-    target.isExecutionChosen = executes;
-    MVTreeNode::setStateOf(box, on ? MVStateOn : MVStateOff);
-    return true;
+    const auto shownEntry = entry(row);
+    return shownEntry && state_->editor->setBox(shownEntry, box, on);
 }
 
 int MorvaneAclModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : static_cast<int>(state_->rows.size());
+    return parent.isValid() || !state_->editor ? 0
+                                               : static_cast<int>(state_->editor->entries().size());
 }
 
 int MorvaneAclModel::columnCount(const QModelIndex& parent) const {
@@ -250,15 +209,14 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
             return isMenu(column) ? QVariant(codeOf(column, *shownEntry))
                                   : QVariant(shownEntry->inherited());
         case Qt::CheckStateRole:
-            if (column == InheritedColumn && hasMark(*shownEntry))
+            if (column == InheritedColumn && state_->editor->canSetInherited(*shownEntry))
                 return shownEntry->inherited() ? Qt::Checked : Qt::Unchecked;
             return {};
         case Qt::ToolTipRole:
             if (column != InheritedColumn && shownEntry->inherited())
                 return shown(whyNotChanged(*shownEntry));
-            if (column == PermissionsColumn && state_->acl->origin)
-                return QString::fromStdString(
-                    lettersOfEntry(*shownEntry, state_->acl->origin->values().storage));
+            if (column == PermissionsColumn && state_->editor->origin())
+                return QString::fromStdString(state_->editor->letters(*shownEntry));
             return {};
         case ChoicesRole:
             return isMenu(column) ? QVariant::fromValue(choices(column, *shownEntry)) : QVariant();
@@ -272,41 +230,28 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
 bool MorvaneAclModel::setData(const QModelIndex& index, const QVariant& value, int role) {
     if (!index.isValid() || !(flags(index) & (Qt::ItemIsEditable | Qt::ItemIsUserCheckable)))
         return false;
-    auto& row = state_->rows[static_cast<std::size_t>(index.row())];
-    const auto target = row.entry;
+    const auto editor = state_->editor;
+    const auto target = entry(index.row());
     const int column = index.column();
-    if (column == InheritedColumn) {
-        if (role != Qt::CheckStateRole)
-            return false;
-        target->setInherited(value.toInt() == Qt::Checked);
-        return true;
-    }
+    if (column == InheritedColumn)
+        return role == Qt::CheckStateRole &&
+               editor->setInherited(target, value.toInt() == Qt::Checked);
     if (role != Qt::EditRole)
         return false;
-    if (column == WhoColumn) {
-        const auto who = value.value<MorvaneIdentity>();
-        if (who)
-            target->setIdentity(who.identity());
-        return static_cast<bool>(who);
-    }
+    if (column == WhoColumn)
+        return editor->setIdentity(target, value.value<MorvaneIdentity>().identity());
     bool isCode = false;
     const auto code = value.toLongLong(&isCode);
-    if (!isCode || code == codeOf(column, *target))
-        return isCode;
-    const auto menu = choices(column, *target);
-    const auto choice = std::find_if(menu.begin(), menu.end(),
-                                     [&](const MorvaneChoice& c) { return c.code == code; });
-    if (choice == menu.end() || !choice->isPossible())
+    if (!isCode)
         return false;
-    if (column == AppliesToColumn)
-        return setAppliesTo(*target, code);
-    if (column == RuleColumn) {
-        target->setTag(static_cast<std::int32_t>(code));
-    } else {
-        row.isExecutionChosen = false;
-        target->setPermissionGroup(code);
+    switch (column) {
+        case RuleColumn:
+            return editor->setRule(target, static_cast<std::int32_t>(code));
+        case PermissionsColumn:
+            return editor->setPermissionGroup(target, code);
+        default:
+            return editor->setAppliesTo(target, code);
     }
-    return true;
 }
 
 Qt::ItemFlags MorvaneAclModel::flags(const QModelIndex& index) const {
@@ -316,17 +261,28 @@ Qt::ItemFlags MorvaneAclModel::flags(const QModelIndex& index) const {
         return flags;
     const int column = index.column();
     if (column == InheritedColumn)
-        return hasMark(*shownEntry) ? flags | Qt::ItemIsUserCheckable : flags;
+        return state_->editor->canSetInherited(*shownEntry) ? flags | Qt::ItemIsUserCheckable
+                                                            : flags;
+    return isEditable(index.row(), column) ? flags | Qt::ItemIsEditable : flags;
+}
+
+bool MorvaneAclModel::isEditable(int row, int column) const {
+    const auto shownEntry = entry(row);
     if (!whyNotChanged(*shownEntry).empty())
-        return flags;
+        return false;
     if (column == WhoColumn)
-        return shownEntry->isAcl() ? flags | Qt::ItemIsEditable : flags;
+        return shownEntry->isAcl();
+    const std::pair cell(row, column);
+    const auto known = state_->editable.constFind(cell);
+    if (known != state_->editable.constEnd())
+        return *known;
     const auto menu = choices(column, *shownEntry);
     const auto present = codeOf(column, *shownEntry);
     const bool hasOther = std::any_of(menu.begin(), menu.end(), [&](const MorvaneChoice& c) {
         return c.code != present && c.isPossible();
     });
-    return hasOther ? flags | Qt::ItemIsEditable : flags;
+    state_->editable.insert(cell, hasOther);
+    return hasOther;
 }
 
 QVariant MorvaneAclModel::headerData(int section, Qt::Orientation orientation, int role) const {
@@ -356,41 +312,39 @@ QHash<int, QByteArray> MorvaneAclModel::roleNames() const {
 }
 
 const ItemList* MorvaneAclModel::list() const {
-    return state_->acl && state_->acl->list ? &*state_->acl->list : nullptr;
-}
-
-bool MorvaneAclModel::hasMark(const MVAclEntry& entry) const {
-    return entry.inherited() ||
-           (entry.isAcl() &&
-            (!state_->acl->origin || state_->acl->origin->values().storage == MVAclStorage::nfs4));
-}
-
-void MorvaneAclModel::addRow(std::shared_ptr<MVAclEntry> entry) {
-    static const std::vector<const NSKeyPath*> seen{&MVAclEntry::identityKeyPath,
-                                                    &MVAclEntry::uuidKeyPath,
-                                                    &MVAclEntry::tagKeyPath,
-                                                    &MVAclEntry::inheritedKeyPath,
-                                                    &MVAclEntry::permissionGroupKeyPath,
-                                                    &MVAclEntry::permissionsKeyPath,
-                                                    &MVAclEntry::applicableToKeyPath};
-    auto observation = MVObservation::of(
-        entry, seen,
-        [this, raw = entry.get()](const NSKeyPath& keyPath) { changed(*raw, keyPath); });
-    state_->rows.push_back({std::move(entry), std::move(observation)});
+    return state_->editor ? state_->editor->list() : nullptr;
 }
 
 void MorvaneAclModel::changed(const MVAclEntry& entry, const NSKeyPath& keyPath) {
-    const auto row =
-        std::find_if(state_->rows.begin(), state_->rows.end(),
-                     [&](const State::Row& other) { return other.entry.get() == &entry; });
-    if (row == state_->rows.end())
+    if (!state_->editor)
         return;
-    const auto number = static_cast<int>(row - state_->rows.begin());
+    const auto& entries = state_->editor->entries();
+    const auto row = std::find_if(entries.begin(), entries.end(),
+                                  [&](const auto& other) { return other.get() == &entry; });
+    if (row == entries.end())
+        return;
+    const auto number = static_cast<int>(row - entries.begin());
     const bool isChoice = &keyPath == &MVAclEntry::permissionGroupKeyPath;
     const bool isApplicability = &keyPath == &MVAclEntry::applicableToKeyPath;
     const int first = isChoice ? PermissionsColumn : isApplicability ? AppliesToColumn : WhoColumn;
     const int last = isChoice || isApplicability ? first : columns - 1;
     Q_EMIT dataChanged(index(number, first), index(number, last));
+    tellOfAll();
+}
+
+void MorvaneAclModel::tell(const std::function<void()>& notify) {
+    if (state_->editor)
+        state_->editor->tell(notify);
+    else
+        notify();
+}
+
+void MorvaneAclModel::tellOfAll() {
+    if (!state_->editor || rowCount() == 0)
+        return;
+    const bool readExecutes = state_->editor->readExecutes();
+    if (std::exchange(state_->didReadExecute, readExecutes) != readExecutes)
+        Q_EMIT dataChanged(index(0, PermissionsColumn), index(rowCount() - 1, PermissionsColumn));
 }
 
 QList<MorvaneChoice> MorvaneAclModel::choices(int column, const MVAclEntry& entry) const {

@@ -7,7 +7,12 @@
 
 #include <QAbstractTableModel>
 #include <QList>
+#include <functional>
 #include <memory>
+
+namespace morvane {
+class MVAclEditor;
+}
 
 /// The entries of an access-control list, to be shown and edited: a row for each.
 ///
@@ -95,17 +100,21 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
     bool removeRows(int row, int count, const QModelIndex& parent = {}) override;
 
   private:
+    friend class MorvaneAclBoxModel;
     struct MORVANE_INTERNAL State;
 
+    /// Calls `notify` when the edit that is under way has ended.
+    void tell(const std::function<void()>& notify);
     const morvane::ItemList* list() const;
-    /// Whether the entry can be marked as inherited, or its own: only an allow/deny list has that.
-    bool hasMark(const morvane::MVAclEntry& entry) const;
-    void addRow(std::shared_ptr<morvane::MVAclEntry> entry);
+    void show(std::shared_ptr<morvane::MVAclEditor> editor);
+    std::shared_ptr<morvane::MVAclEditor> editorOf(morvane::MVFileAcl acl);
     void changed(const morvane::MVAclEntry& entry, const morvane::NSKeyPath& keyPath);
     QList<MorvaneChoice> choices(int column, const morvane::MVAclEntry& entry) const;
     /// For the user of the program, if `who` is nobody.
-    std::shared_ptr<morvane::MVAclEntry> newEntryFor(const MorvaneIdentity& who) const;
-    void append(const morvane::MVFileAcl::Entries& entries);
+    void append(const MorvaneIdentity& who);
+    bool isEditable(int row, int column) const;
+    /// What an edit changes in all rows.
+    void tellOfAll();
 
     const std::unique_ptr<State> state_;
 };

@@ -52,8 +52,9 @@ MORVANE_GLIB_API const char* morvane_choice_get_reason(MorvaneChoice* self);
  * An entry of an access-control list: whom it is for, whether it allows or denies, and a tree of
  * check boxes.
  *
- * Each property is notified when it may have changed, whatever changed it. An inherited entry is
- * shown and cannot be changed: setting one of its properties does nothing.
+ * Each property is notified when it may have changed, whatever changed it, after the change is
+ * whole. Setting a property to what the list cannot hold does nothing: the menus tell what that is.
+ * An inherited entry is shown and cannot be changed before it is made the item's own.
  *
  * Used on the thread of its list.
  */
@@ -165,7 +166,7 @@ MORVANE_GLIB_API char* morvane_acl_entry_dup_permissions_text(MorvaneAclEntry* s
  * morvane_acl_entry_dup_letters: (get-property letters)
  * @self: an entry
  *
- * The permissions in the letters of the kind of list: "rw-".
+ * The permissions that would be stored, in the letters of the kind of list: "rw-".
  *
  * Returns: (transfer full) (nullable): the letters, or %NULL if the kind of list is not known
  */
@@ -201,14 +202,24 @@ MORVANE_GLIB_API void morvane_acl_entry_set_applies_to(MorvaneAclEntry* self, in
 MORVANE_GLIB_API char* morvane_acl_entry_dup_applies_to_text(MorvaneAclEntry* self);
 
 /**
- * morvane_acl_entry_get_inherited: (get-property inherited)
+ * morvane_acl_entry_get_inherited:
  * @self: an entry
  *
- * Whether the entry was inherited from a folder above, and cannot be changed here.
+ * Whether the entry was inherited from a folder above.
  *
  * Returns: whether it is inherited
  */
 MORVANE_GLIB_API gboolean morvane_acl_entry_get_inherited(MorvaneAclEntry* self);
+
+/**
+ * morvane_acl_entry_set_inherited: (set-property inherited)
+ * @self: an entry
+ * @inherited: whether it shall be
+ *
+ * Makes an inherited entry the item's own, which can then be changed, or marks one as inherited.
+ * Only an NFSv4 list has entries that can be marked; in another list nothing happens.
+ */
+MORVANE_GLIB_API void morvane_acl_entry_set_inherited(MorvaneAclEntry* self, gboolean inherited);
 
 /**
  * morvane_acl_entry_get_permissions: (get-property permissions)

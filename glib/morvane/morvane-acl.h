@@ -9,7 +9,9 @@ G_BEGIN_DECLS
  * MorvaneAcl:
  *
  * The access-control list of a file or folder, as it was read and is edited: a #GListModel of
- * #MorvaneAclEntry, in the order in which they count.
+ * #MorvaneAclEntry. Those that were read are in the order in which they count, and new ones follow.
+ * When the list is written, an entry that is new, allows or denies now, or is for somebody else,
+ * counts first if it denies, and last if it allows.
  *
  * It knows what it was read from. If another program has changed the list meanwhile, writing it
  * ends with %MORVANE_ERROR_CHANGED and the change is not overwritten.
@@ -33,7 +35,8 @@ G_DECLARE_FINAL_TYPE(MorvaneAcl, morvane_acl, MORVANE, ACL, GObject)
  *
  * The item whose list it is.
  *
- * Returns: (transfer none): the item
+ * Returns: (transfer none) (nullable): the item, or %NULL for a list that was not read, which no
+ *   operation takes
  */
 MORVANE_GLIB_API GFile* morvane_acl_get_file(MorvaneAcl* self);
 
@@ -73,8 +76,8 @@ MORVANE_GLIB_API char* morvane_acl_dup_storage_text(MorvaneAcl* self);
  * @self: a list
  * @identity: whom the entry is for
  *
- * Adds an entry that allows to read and write, and on a folder applies to the folder alone. It goes
- * where morvane_acl_sort() would put it.
+ * Adds an entry, the last one, that allows to read and write, and on a folder applies to the folder
+ * alone.
  *
  * Returns: (transfer full): the new entry
  */

@@ -43,8 +43,8 @@ MORVANE_GLIB_API MorvaneState morvane_permission_get_state(MorvanePermission* se
  * @self: a permission
  * @state: %MORVANE_STATE_ON or %MORVANE_STATE_OFF
  *
- * Switches the box. Nothing happens if it belongs to an inherited entry or to effective access.
- * (Whether the list can hold it is not asked: see #MorvanePermission:sensitive.)
+ * Switches the box. Nothing happens if the list cannot hold that, or if the box belongs to an
+ * inherited entry or to effective access.
  */
 MORVANE_GLIB_API void morvane_permission_set_state(MorvanePermission* self, MorvaneState state);
 

@@ -59,6 +59,10 @@ class MORVANE_EXPORT ItemList {
     /// such a file executable; if all of "Read" is on, a copy without "Read Attributes" is
     /// returned, a box that asks for nothing. Otherwise `entry` itself is returned.
     std::shared_ptr<MVAclEntry> askingToExecute(const std::shared_ptr<MVAclEntry>& entry) const;
+    /// Whether "Read" as a whole lets the item be executed if these entries are written: always in
+    /// a folder's list, and in that of a file which somebody can execute, or for which one of them
+    /// asks for execution.
+    bool readExecutes(const Entries& entries) const;
     /// Returns what the list would lose of `entries`; empty if it holds them all.
     std::vector<EntryLoss> losses(const Entries& entries) const;
     /// Returns the entries that would be read if the nearest list were written: the one that comes

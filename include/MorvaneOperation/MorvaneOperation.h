@@ -9,6 +9,7 @@
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/InheritedAcl.h>
 #include <MorvaneOperation/ItemList.h>
+#include <MorvaneOperation/MVAclEditor.h>
 #include <MorvaneOperation/MVAclEntry.h>
 #include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/MVAclPermission.h>
