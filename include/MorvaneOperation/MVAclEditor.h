@@ -14,11 +14,11 @@ namespace morvane {
 
 /// A list as it was read, and what a user makes of it: what every host has behind its widgets.
 ///
-///     const auto editor = MVAclEditor::init({url, entries, origin, list});
-///     const auto entry = editor->add(who);
+///     const auto editor = MVAclEditor::init(shown);
+///     const auto entry = editor->add(nullptr);
 ///     editor->setPermissionGroup(entry, MVAclGroupRead);
-///     if (editor->isModified())
-///         client->writeAcl(editor->acl(), options, completion);
+///     assert(editor->isModified());
+///     const MVFileAcl toWrite = editor->acl();
 ///
 /// An edit is done whole or not at all: it answers whether the entry is now what was asked for, and
 /// what the item's list cannot hold is refused, as the menus and boxes say (EntryTexts.h). The
