@@ -14,6 +14,7 @@
 #include "JournalFolder.h"
 #include "JsonDocument.h"
 #include "ListText.h"
+#include "WrittenFile.h"
 
 namespace morvane {
 
@@ -54,6 +55,23 @@ std::string difference(const std::string& path, const std::string& before,
     return escaped(path) + '\n' + lines;
 }
 
+/// Whether a mask of the list that was read holds rights of its entries back.
+bool holdsBack(const EntryList& entries) {
+    return std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
+        return entry->origin() && entry->origin()->masks() != MVAclOrigin::Masks();
+    });
+}
+
+/// That what masks hold back is neither saved nor given to another item.
+std::string heldBackMessage(std::size_t lists) {
+    return message({countedPhrase("the mask of %1 list holds rights of its entries back, and these "
+                                  "are not kept: only what it lets through is.",
+                                  "the masks of %1 lists hold rights of their entries back, and "
+                                  "these are not kept: only what they let through is.",
+                                  lists)
+                        .localized()});
+}
+
 bool isChangedMeanwhile(const NSError& error) {
     return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
 }
@@ -84,7 +102,11 @@ class Changing {
         : options_(options), parts_(parts), journal_(journal), style_(style) {}
 
     Outcome run(const std::vector<Work>& all) {
+        // Ctrl-C asks to stop from now on, and not while the lists are typed.
+        if (parts_.progress)
+            parts_.progress(0);
         for (const auto& work : all) {
+            const auto failedBefore = failures_.size();
             const WalkParts walk{parts_.contents, parts_.facts,
                                  [&](const std::string& path, bool isBelow) {
                                      change(path, isBelow, work);
@@ -95,13 +117,19 @@ class Changing {
                                  [&](const std::string& path, const NSError& why) {
                                      fail(path, why.localizedDescription(), exitCodeOf(why));
                                  }};
-            if (!walkItems(work.path, work.recursive, walk)) {
+            const bool isStopped = !walkItems(work.path, work.recursive, walk);
+            if (failures_.size() != failedBefore)
+                failedWorks_.push_back(static_cast<std::size_t>(&work - all.data()));
+            if (isStopped) {
                 isStopped_ = !misuse_;
                 break;
             }
         }
         return ended(all);
     }
+
+    /// Which of them could not be done, or not with everything below.
+    const std::vector<std::size_t>& failedWorks() const { return failedWorks_; }
 
   private:
     void fail(const std::string& path, const std::string& why, ExitCode code) {
@@ -132,13 +160,14 @@ class Changing {
             if (work.item && *work.item != identityOfFile(path))
                 return fail(path, say("another item has taken its place since the list was noted"),
                             ExitFailure);
-            ChangedList list{*entries, (*read)->origin(), isBelow};
+            ChangedList list{*entries, (*read)->origin(), isBelow,
+                             options_.recursive || options_.paths.size() > 1};
             const auto before = listAsText(url.path(), *entries);
             EditedItem item(url, *entries, parts_.access);
             const bool leftCreatorWithout = item.leavesCreatorWithout(*entries);
             if (const auto problem = work.change(list)) {
                 // What is wrong with the words is wrong for every item.
-                if (!isBelow && done_ == 0)
+                if (!isBelow && done_ == 0 && !options_.undo && !options_.inEditor)
                     misuse_ = problem;
                 return fail(path, *problem, ExitFailure);
             }
@@ -165,6 +194,7 @@ class Changing {
             ++unchanged_;
             return true;
         }
+        const std::size_t heldBack = list.losesHeldBack ? 1 : 0;
         // A list that was there before is no mistake of this one's.
         const bool wasThere = options_.undo || !options_.restore.empty();
         if (!options_.lossy && !wasThere && !leftCreatorWithout &&
@@ -177,12 +207,15 @@ class Changing {
         }
         if (options_.dryRun) {
             shown_ += difference(path, before, after);
+            heldBack_ += heldBack;
             ++changed_;
             return true;
         }
         // Undo does not note what it takes back: it would only take back itself.
-        if (!options_.undo)
+        if (!options_.undo) {
             journal_.record(url.path(), before);
+            notedHeldBack_ += list.origin->masks() != MVAclOrigin::Masks() ? 1 : 0;
+        }
         if (const auto error = parts_.sink(entries, url)) {
             if (isChangedMeanwhile(*error))
                 return false;
@@ -193,6 +226,7 @@ class Changing {
             }
             return true;
         }
+        heldBack_ += heldBack;
         ++changed_;
         return true;
     }
@@ -217,6 +251,16 @@ class Changing {
             outcome.exitCode = ExitInterrupted;
             outcome.message += message({say("stopped. What is changed stays so.")});
         }
+        if (heldBack_ != 0)
+            outcome.message += heldBackMessage(heldBack_);
+        if (notedHeldBack_ != 0 && journal_.isKept())
+            outcome.message += message(
+                {countedPhrase("the mask of %1 list held rights back; '--undo' does not give them "
+                               "back to entries that are gone or changed.",
+                               "the masks of %1 lists held rights back; '--undo' does not give "
+                               "them back to entries that are gone or changed.",
+                               notedHeldBack_)
+                     .localized()});
         if (journal_.whyNot() && changed_ != 0)
             outcome.message +=
                 message({say("'--undo' cannot take this back: %1.", *journal_.whyNot())});
@@ -308,6 +352,11 @@ class Changing {
     std::size_t changed_ = 0;
     std::size_t unchanged_ = 0;
     std::vector<FailedItem> failures_;
+    std::vector<std::size_t> failedWorks_;
+    /// Lists whose mask held back what is lost now.
+    std::size_t heldBack_ = 0;
+    /// Those of which the notes do not tell all.
+    std::size_t notedHeldBack_ = 0;
     std::string advice_;
     ExitCode worst_ = ExitSuccess;
     NSErrorRef error_;
@@ -321,7 +370,7 @@ Outcome misused(const std::string& problem) {
 
 /// The one list of a text that is to be given to every path.
 std::optional<ListText> oneList(const std::string& text, Problem& problem) {
-    auto lists = parsedLists(text, problem);
+    auto lists = parsedLists(text, UnknownNames::areRefused, problem);
     if (!problem && lists.size() != 1)
         problem = lists.empty() ? say("the text holds no list")
                                 : say("the text holds more than one list; --restore gives each to "
@@ -342,7 +391,11 @@ std::optional<ListChange> changeOf(const ChangeOptions& options, const ChangePar
             return std::nullopt;
         }
         if (const auto list = oneList(listAsText(options.copyFrom, *entries), problem))
-            changes.push_back(replacingBy(*list));
+            changes.push_back([replacing = replacingBy(*list),
+                               isHeldBack = holdsBack(*entries)](ChangedList& to) -> Problem {
+                to.losesHeldBack = isHeldBack;
+                return replacing(to);
+            });
     }
     if (!options.list.empty()) {
         const auto text = contentOfFile(options.list, problem);
@@ -363,7 +416,7 @@ std::optional<ListChange> changeOf(const ChangeOptions& options, const ChangePar
 /// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
 std::vector<Work> worksOf(const std::string& text, bool isNoted, Problem& problem) {
     std::vector<Work> all;
-    for (auto& list : parsedLists(text, problem)) {
+    for (auto& list : parsedLists(text, UnknownNames::haveNumbers, problem)) {
         if (list.path.empty()) {
             problem = say("a list does not tell its path behind '# file:'");
             return {};
@@ -377,26 +430,80 @@ std::vector<Work> worksOf(const std::string& text, bool isNoted, Problem& proble
     return all;
 }
 
+/// The lists of notes, one by one. One that the system was writing when it stopped is none: it was
+/// not changed yet.
+std::vector<std::string_view> notedLists(std::string_view text) {
+    constexpr std::string_view end = "\n\n";
+    std::vector<std::string_view> lists;
+    for (auto next = text.find(end); next != text.npos; next = text.find(end)) {
+        lists.push_back(text.substr(0, next + end.size()));
+        text.remove_prefix(next + end.size());
+    }
+    return lists;
+}
+
+/// Takes the notes out of the way, and keeps those `lists` of them that could not be taken back.
+std::string setAside(const JournalFolder& notes, const std::string& name, std::string_view lists) {
+    Problem problem;
+    const auto path = notes.keepAside(name, lists, problem);
+    if (problem)
+        return message({say("%1.", *problem)});
+    notes.remove(name);
+    return message({say("What could not be taken back is kept; '%1' tries it again.",
+                        "morvane acl --restore " + escaped(path.string()))});
+}
+
 Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,
                 const Style& style) {
     Problem problem;
     const auto notes = JournalFolder::opened(Journal::folder(), false, problem);
     if (problem)
         return misused(*problem);
-    const auto names = notes ? notes->names() : std::vector<std::string>();
+    auto names = notes ? notes->names() : std::vector<std::string>();
+    std::string text;
+    for (; !names.empty(); names.pop_back()) {
+        text = notes->content(names.back(), problem);
+        if (problem)
+            return misused(*problem);
+        if (!notedLists(text).empty())
+            break;
+        if (!options.dryRun)
+            notes->remove(names.back());
+    }
     if (names.empty())
         return {ExitFailure, {}, message({say("there is no change to take back.")})};
     const auto& last = names.back();
-    const auto text = notes->content(last, problem);
-    if (problem)
-        return misused(*problem);
+    const auto lists = notedLists(text);
+    text.resize(static_cast<std::size_t>(lists.back().data() + lists.back().size() - text.data()));
     const auto all = worksOf(text, true, problem);
-    if (problem)
-        return misused(say("%1: %2", escaped(notes->pathOf(last).string()), *problem));
-    auto outcome = Changing(options, parts, journal, style).run(all);
-    if (outcome.exitCode == ExitSuccess && !options.dryRun)
+    if (!problem && all.size() != lists.size())
+        problem = say("these are no notes of a change");
+    if (problem) {
+        auto outcome = misused(say("%1: %2", escaped(notes->pathOf(last).string()), *problem));
+        if (!options.dryRun)
+            outcome.message += setAside(*notes, last, text);
+        return outcome;
+    }
+    Changing changing(options, parts, journal, style);
+    auto outcome = changing.run(all);
+    const bool isDone = outcome.exitCode == ExitSuccess || outcome.exitCode == ExitFailure ||
+                        outcome.exitCode == ExitStoredOtherwise;
+    if (options.dryRun || !isDone)
+        return outcome;
+    std::string failed;
+    for (const auto each : changing.failedWorks())
+        failed += lists[each];
+    if (failed.empty())
         notes->remove(last);
+    else
+        outcome.message += setAside(*notes, last, failed);
     return outcome;
+}
+
+std::string digestOf(const EntryList& entries) {
+    const auto read = std::find_if(entries.begin(), entries.end(),
+                                   [](const auto& entry) { return entry->origin() != nullptr; });
+    return read == entries.end() ? std::string() : (*read)->origin()->values().digest;
 }
 
 /// The user changes the text of one list.
@@ -416,7 +523,14 @@ Outcome runInEditor(const ChangeOptions& options, const ChangeParts& parts, Jour
     const auto list = oneList(*text, problem);
     if (!list)
         return misused(*problem);
-    return Changing(options, parts, journal, style).run({{path, replacingBy(*list), false}});
+    // The text is of what was shown; it would undo what another program has changed since.
+    const auto shown = digestOf(*entries);
+    const ListChange change = [&, replacing = replacingBy(*list)](ChangedList& now) -> Problem {
+        if (now.item().digest != shown)
+            return say("another program has changed the list since it was shown");
+        return replacing(now);
+    };
+    return Changing(options, parts, journal, style).run({{path, change, false}});
 }
 
 }  // namespace
@@ -457,53 +571,51 @@ Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journa
 Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
     const bool isOutput = options.file == "-";
     Outcome outcome;
-    std::ofstream file;
-    if (!isOutput) {
-        file.open(options.file, std::ios::binary);
-        if (!file)
-            return {ExitFailure,
-                    {},
-                    message({say("'%1' could not be written: %2", escaped(options.file),
-                                 Phrase::ofSystemError(errno))})};
-    }
+    std::string lists;
     std::size_t saved = 0;
+    std::size_t heldBack = 0;
     const auto fail = [&](const std::string& path, const NSErrorRef& error) {
         outcome.message += failureMessage(
             say("cannot read the access-control list of '%1'", escaped(path)), *error);
         outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(*error));
         outcome.error = error;
     };
+    const auto save = [&](const std::string& path, bool) {
+        const auto entries = parts.source(NSURL::fileURLWithPath(path));
+        if (entries) {
+            lists += listAsText(path, *entries);
+            heldBack += holdsBack(*entries) ? 1 : 0;
+            ++saved;
+        } else {
+            fail(path, entries.error());
+        }
+        return !parts.progress || parts.progress(saved);
+    };
+    const auto cannotList = [&](const std::string& path, const NSError& why) {
+        outcome.message += failureMessage(say("cannot list '%1'", escaped(path)), why);
+        outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(why));
+    };
     for (const auto& path : options.paths) {
-        const WalkParts walk{parts.contents, parts.facts,
-                             [&](const std::string& each, bool) {
-                                 const auto entries = parts.source(NSURL::fileURLWithPath(each));
-                                 if (!entries)
-                                     fail(each, entries.error());
-                                 else if (isOutput)
-                                     outcome.output += listAsText(each, *entries);
-                                 else
-                                     file << listAsText(each, *entries);
-                                 saved += entries ? 1 : 0;
-                                 return !parts.progress || parts.progress(saved);
-                             },
-                             [&](const std::string& each, const NSError& why) {
-                                 outcome.message +=
-                                     failureMessage(say("cannot list '%1'", escaped(each)), why);
-                                 outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(why));
-                             }};
-        if (!walkItems(path, options.recursive, walk))
+        if (!walkItems(path, options.recursive, {parts.contents, parts.facts, save, cannotList}))
             return {ExitInterrupted, {}, message({say("stopped. Not all lists were saved.")})};
     }
-    if (!isOutput && !file.flush()) {
-        outcome.exitCode = ExitFailure;
-        outcome.message += message({say("'%1' could not be written: %2", escaped(options.file),
-                                        Phrase::ofSystemError(errno))});
+    if (heldBack != 0)
+        outcome.message += heldBackMessage(heldBack);
+    if (isOutput) {
+        outcome.output = std::move(lists);
+        return outcome;
     }
-    if (!isOutput)
-        outcome.output =
-            options.json
-                ? jsonDocument("acl", {{"saved", saved}}, outcome)
-                : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
+    // What was saved there before is worth more than nothing.
+    if (saved != 0) {
+        if (const auto problem = writeFile(options.file, lists)) {
+            outcome.exitCode = ExitFailure;
+            outcome.message += message({*problem});
+            return outcome;
+        }
+    }
+    outcome.output =
+        options.json ? jsonDocument("acl", {{"saved", saved}}, outcome)
+                     : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
     return outcome;
 }
 

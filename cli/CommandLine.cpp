@@ -127,6 +127,11 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
     if (tellsItsPaths && !paths.empty())
         return misunderstood(
             say("The following argument was not expected: %1", escaped(paths.front())), "acl");
+    for (const auto name : {"--set", "--remove", "--copy-from", "--set-file", "--restore", "--save",
+                            "--script", "--failures"}) {
+        if (values.has(name) && values.one(name).empty())
+            return misunderstood(say("%1 is followed by nothing", name), "acl");
+    }
     for (const auto* one : {"--edit", "--script", "--editor", "--propagate"}) {
         if (values.has(one) && paths.size() > 1)
             return misunderstood(say("%1 takes one PATH", one), "acl");

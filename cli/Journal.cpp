@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Journal.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -11,6 +9,7 @@
 
 #include "FileFacts.h"
 #include "ListText.h"
+#include "WrittenFile.h"
 
 namespace morvane {
 
@@ -65,13 +64,9 @@ void Journal::record(const std::string& path, std::string_view list) {
     written_ += text.size();
     if (written_ > maxJournalBytes)
         return giveUp(say("there are too many lists to keep"));
-    for (std::string_view left = text; !left.empty();) {
-        const auto count = write(file_.get(), left.data(), left.size());
-        if (count < 0 && errno != EINTR)
-            return giveUp(say("%1: %2", escaped(notes_->pathOf(name_).string()),
-                              Phrase::ofSystemError(errno)));
-        left.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-    }
+    if (!writeAll(file_.get(), text))
+        giveUp(
+            say("%1: %2", escaped(notes_->pathOf(name_).string()), Phrase::ofSystemError(errno)));
 }
 
 void Journal::discard() {

@@ -13,9 +13,6 @@
 /// What lists were before they were changed, so that --undo takes the last change back.
 namespace morvane {
 
-/// The last so many changes can be taken back.
-inline constexpr std::size_t maxJournals = 10;
-
 /// The notes of one run, in a file of its own in the folder of this user's states, which is made
 /// with the first list. They are written before the list is changed.
 class Journal {

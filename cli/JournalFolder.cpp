@@ -11,20 +11,24 @@
 #include <system_error>
 #include <utility>
 
+#include "WrittenFile.h"
+
 namespace morvane {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view ending = ".acl";
+constexpr std::string_view journals = ".acl";
+/// What could not be taken back.
+constexpr std::string_view remains = ".failed";
 
 std::string systemProblem(const fs::path& path, int error) {
     return say("%1: %2", escaped(path.string()), Phrase::ofSystemError(error));
 }
 
 /// Whether names are given to notes so: by the time at which a change began.
-bool isOfNotes(const std::string& name) {
+bool isOfNotes(const std::string& name, std::string_view ending) {
     return name.size() > ending.size() && name.ends_with(ending) &&
            std::all_of(name.begin(), name.end() - static_cast<std::ptrdiff_t>(ending.size()),
                        [](char c) { return c >= '0' && c <= '9'; });
@@ -107,13 +111,17 @@ std::optional<JournalFolder> JournalFolder::opened(const fs::path& folder, bool 
 }
 
 std::vector<std::string> JournalFolder::names() const {
+    return namesEndingIn(journals);
+}
+
+std::vector<std::string> JournalFolder::namesEndingIn(std::string_view ending) const {
     std::vector<std::string> names;
     std::error_code error;
     // By its descriptor: the path may lead elsewhere by now.
     const auto listed = "/proc/self/fd/" + std::to_string(folder_.get());
     for (auto each = fs::directory_iterator(listed, error);
          !error && each != fs::directory_iterator(); each.increment(error)) {
-        if (auto name = each->path().filename().string(); isOfNotes(name))
+        if (auto name = each->path().filename().string(); isOfNotes(name, ending))
             names.push_back(std::move(name));
     }
     std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
@@ -165,6 +173,20 @@ std::string JournalFolder::content(const std::string& name, Problem& problem) co
 
 void JournalFolder::remove(const std::string& name) const {
     unlinkat(folder_.get(), name.c_str(), 0);
+}
+
+fs::path JournalFolder::keepAside(const std::string& name, std::string_view lists,
+                                  Problem& problem) const {
+    const auto kept = namesEndingIn(remains);
+    for (std::size_t i = 0; i + maxJournals <= kept.size(); ++i)
+        remove(kept[i]);
+    const auto aside = name.substr(0, name.size() - journals.size()) + std::string(remains);
+    const auto fd = begin(aside, problem);
+    if (fd && !writeAll(fd.get(), lists)) {
+        problem = systemProblem(pathOf(aside), errno);
+        remove(aside);
+    }
+    return pathOf(aside);
 }
 
 }  // namespace morvane

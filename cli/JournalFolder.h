@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "AclEditor.h"
@@ -14,6 +15,8 @@
 /// Where the notes for --undo are kept.
 namespace morvane {
 
+/// The last so many changes can be taken back.
+inline constexpr std::size_t maxJournals = 10;
 /// One that takes more than this cannot be kept: about half a million lists of three entries.
 inline constexpr std::size_t maxJournalBytes = std::size_t{64} << 20U;
 
@@ -35,8 +38,13 @@ class JournalFolder {
     FileDescriptor begin(const std::string& name, Problem& problem) const;
     std::string content(const std::string& name, Problem& problem) const;
     void remove(const std::string& name) const;
+    /// Keeps lists of those notes that could not be taken back, so that they are not in the way of
+    /// older changes; answers where.
+    std::filesystem::path keepAside(const std::string& name, std::string_view lists,
+                                    Problem& problem) const;
 
   private:
+    std::vector<std::string> namesEndingIn(std::string_view ending) const;
     JournalFolder(std::filesystem::path path, FileDescriptor folder)
         : path_(std::move(path)), folder_(std::move(folder)) {}
 

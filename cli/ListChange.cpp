@@ -22,14 +22,32 @@ std::optional<PosixAcl> posixAclOf(const ChangedList& list) {
     return read ? read->posixAcl() : std::nullopt;
 }
 
-void show(const PosixAcl& acl, ChangedList& list) {
-    list.entries = entriesOfPosixAcl(acl);
-    for (const auto& entry : list.entries)
+/// Has the list show `entries`. Execution is asked for by name here, unlike with the box of all
+/// that reading is, which gives it only where somebody can execute already.
+void show(EntryList entries, ChangedList& list) {
+    const auto read = ItemList::asRead(list.entries);
+    for (auto& entry : entries) {
+        if (read)
+            entry = read->askingToExecute(entry);
         entry->setOrigin(list.origin);
+    }
+    list.entries = std::move(entries);
 }
 
-PosixRights rightsFor(const TextEntry& entry, bool isExecuted) {
-    return entry.executesWhereExecuted && isExecuted ? entry.rights | PosixExecute : entry.rights;
+void show(const PosixAcl& acl, ChangedList& list) {
+    show(entriesOfPosixAcl(acl), list);
+}
+
+/// Whether a mask of the text lets less through than an entry that it is for has.
+bool holdsBack(const ListText& text) {
+    return std::any_of(text.posix.begin(), text.posix.end(), [&](const TextEntry& mask) {
+        return mask.who == TextEntry::Who::mask &&
+               std::any_of(text.posix.begin(), text.posix.end(), [&](const TextEntry& entry) {
+                   return entry.isDefault == mask.isDefault && entry.who != TextEntry::Who::owner &&
+                          entry.who != TextEntry::Who::others &&
+                          (entry.rights & mask.rights) != entry.rights;
+               });
+    });
 }
 
 /// Whether "X" asks for execution: of a folder, and where somebody can execute.
@@ -87,7 +105,7 @@ bool isForNoFolder(const TextEntry& entry, const ChangedList& list, Problem& pro
     return true;
 }
 
-void setIn(PosixAcl& acl, const TextEntry& entry) {
+Problem setIn(PosixAcl& acl, const TextEntry& entry) {
     if (entry.isDefault && !acl.defaults) {
         // As the kernel would have it: what the folder's own list grants.
         auto& defaults = acl.defaults.emplace();
@@ -115,6 +133,10 @@ void setIn(PosixAcl& acl, const TextEntry& entry) {
             break;
     }
     renewMask(to);
+    // What a mask lets through is all that entries keep, so there is none that lets more through.
+    if (entry.who == TextEntry::Who::mask && to.mask != rights)
+        return say("a mask that no entry needs whole is not kept; give the entries their rights");
+    return std::nullopt;
 }
 
 // The same in an allow/deny list.
@@ -194,7 +216,10 @@ ListChange settingEntries(std::vector<TextEntry> entries) {
                 if (problem)
                     return problem;
             } else if (acl) {
-                setIn(*acl, entry);
+                problem =
+                    isOwnersByName(entry, list.item()) ? ownersByName(entry) : setIn(*acl, entry);
+                if (problem)
+                    return problem;
             } else if (entry.who == TextEntry::Who::mask) {
                 return say("an NFSv4 list has no mask");
             } else {
@@ -225,7 +250,7 @@ ListChange removingEntries(std::vector<TextEntry> entries) {
                           }) != 0;
                 renewMask(from);
             }
-            if (!isFound && !list.isBelow)
+            if (!isFound && !list.isBelow && !list.isOneOfMany)
                 return say("the list has no such entry to remove");
         }
         if (acl)
@@ -290,9 +315,8 @@ ListChange replacingBy(ListText text) {
         auto entries = entriesOfText(wanted, item, problem);
         if (problem)
             return problem;
-        list.entries = std::move(entries);
-        for (const auto& entry : list.entries)
-            entry->setOrigin(list.origin);
+        list.losesHeldBack = list.losesHeldBack || holdsBack(wanted);
+        show(std::move(entries), list);
         return std::nullopt;
     };
 }

@@ -17,6 +17,11 @@ struct ChangedList {
     /// The item was not named, but is below one that was: what only folders have is left out for a
     /// file.
     bool isBelow = false;
+    /// It is one of many: to do nothing to it is no mistake.
+    bool isOneOfMany = false;
+    /// Set by a change that asks for rights which a mask holds back: entries show and keep what is
+    /// left.
+    bool losesHeldBack = false;
 
     const MVAclOrigin::Values& item() const { return origin->values(); }
 };

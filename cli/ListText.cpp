@@ -53,6 +53,11 @@ std::string unquoted(std::string_view text) {
     constexpr int octal = 8;
     std::string path;
     while (!text.empty()) {
+        if (text.starts_with("\\\\")) {
+            path += '\\';
+            text.remove_prefix(2);
+            continue;
+        }
         const auto value = text.front() == '\\' && text.size() > digits
                                ? numberIn<unsigned>(text.substr(1, digits), octal)
                                : std::nullopt;
@@ -145,11 +150,11 @@ bool takeWho(std::string_view tag, std::string_view name, std::optional<std::uin
     return (isMask || isOneOf(tag, "other", "o")) && name.empty();
 }
 
-TextEntry textEntry(std::string_view text, bool hasRights, Problem& problem) {
+TextEntry textEntry(std::string_view text, bool hasRights, UnknownNames unknown, Problem& problem) {
     TextEntry entry;
     const auto hash = text.find('#');
     std::optional<std::uint32_t> number;
-    if (hash != text.npos) {
+    if (hash != text.npos && unknown == UnknownNames::haveNumbers) {
         const auto comment = text.substr(hash + 1);
         if (comment.starts_with("uid=") || comment.starts_with("gid="))
             number = numberIn<std::uint32_t>(trimmed(comment.substr(4)));
@@ -212,7 +217,7 @@ bool isNfs4Line(std::string_view line) {
 }
 
 /// "A:fdg:staff@example.org:rxtncy".
-Nfs4Entry nfs4Entry(std::string_view line, Problem& problem) {
+Nfs4Entry nfs4Entry(std::string_view line, UnknownNames unknown, Problem& problem) {
     Nfs4Entry entry;
     const auto hash = line.find('#');
     const auto parts = split(trimmed(line.substr(0, hash)), ':');
@@ -228,7 +233,8 @@ Nfs4Entry nfs4Entry(std::string_view line, Problem& problem) {
     if (entry.who == nfs4OwningGroup)
         entry.flags |= Nfs4IsGroup;
     // A name that this system does not know may have its number behind it.
-    if (hash != line.npos && line.substr(hash + 1).size() > 4 && !entry.who.ends_with('@')) {
+    if (unknown == UnknownNames::haveNumbers && hash != line.npos &&
+        line.substr(hash + 1).size() > 4 && !entry.who.ends_with('@')) {
         const bool isGroup = (entry.flags & Nfs4IsGroup) != 0;
         const auto name = entry.who.substr(0, entry.who.find('@'));
         const auto record =
@@ -296,6 +302,22 @@ std::string linesOfNfs4(const Nfs4Acl& acl) {
 
 }  // namespace
 
+PosixRights rightsFor(const TextEntry& entry, bool isExecuted) {
+    return entry.executesWhereExecuted && isExecuted ? entry.rights | PosixExecute : entry.rights;
+}
+
+bool isOwnersByName(const TextEntry& entry, const MVAclOrigin::Values& item) {
+    return !entry.isDefault && ((entry.who == TextEntry::Who::user && entry.id == item.owner) ||
+                                (entry.who == TextEntry::Who::group && entry.id == item.group));
+}
+
+std::string ownersByName(const TextEntry& entry) {
+    return entry.who == TextEntry::Who::user
+               ? say("the owner has no entry by name beside that of the owner; set u:: instead")
+               : say("the owning group has no entry by name beside that of the owning group; set "
+                     "g:: instead");
+}
+
 std::string quotedPath(std::string_view path) {
     std::string text;
     for (const char c : path) {
@@ -315,18 +337,22 @@ std::string quotedPath(std::string_view path) {
 std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Problem& problem) {
     std::vector<TextEntry> entries;
     for (const auto part : split(text, ',')) {
-        entries.push_back(textEntry(part, hasRights, problem));
+        entries.push_back(textEntry(part, hasRights, UnknownNames::areRefused, problem));
         if (problem)
             return {};
     }
     return entries;
 }
 
-std::vector<ListText> parsedLists(std::string_view text, Problem& problem) {
+std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, Problem& problem) {
+    constexpr std::string_view pathHead = "# file: ";
     std::vector<ListText> lists;
     bool isOpen = false;
     std::size_t number = 0;
-    for (const auto whole : split(text, '\n')) {
+    while (!text.empty()) {
+        const auto end = std::min(text.find('\n'), text.size());
+        const auto whole = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
         ++number;
         const auto line = trimmed(whole);
         if (line.empty()) {
@@ -344,13 +370,18 @@ std::vector<ListText> parsedLists(std::string_view text, Problem& problem) {
         };
         if (line.front() == '#') {
             take("# file:", list.path);
+            // A name may begin and end with blanks.
+            if (whole.starts_with(pathHead))
+                list.path = unquoted(whole.substr(
+                    pathHead.size(),
+                    whole.ends_with('\r') ? whole.size() - pathHead.size() - 1 : whole.npos));
             take("# owner:", list.owner);
             take("# group:", list.group);
             take("# item:", list.item);
         } else if (isNfs4Line(line)) {
-            list.nfs4.push_back(nfs4Entry(line, problem));
+            list.nfs4.push_back(nfs4Entry(line, unknown, problem));
         } else {
-            list.posix.push_back(textEntry(line, true, problem));
+            list.posix.push_back(textEntry(line, true, unknown, problem));
         }
         if (!problem && !list.nfs4.empty() && !list.posix.empty())
             problem = say("entries of a POSIX list and of an NFSv4 list stand in one");
@@ -397,7 +428,18 @@ EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, P
     PosixAcl acl{item.owner, item.group, item.isDirectory, {}, {}};
     acl.hasLists = item.storage != MVAclStorage::mode;
     std::uint32_t base = 0;
+    const bool isExecuted =
+        item.isDirectory ||
+        std::any_of(list.posix.begin(), list.posix.end(), [](const TextEntry& entry) {
+            return !entry.isDefault && entry.who != Who::mask &&
+                   (entry.rights & PosixExecute) != PosixNothing;
+        });
     for (const auto& entry : list.posix) {
+        const auto rights = rightsFor(entry, isExecuted);
+        if (isOwnersByName(entry, item)) {
+            problem = ownersByName(entry);
+            return {};
+        }
         if (entry.isDefault && !item.isDirectory) {
             problem = say("only a folder has entries for new items inside");
             return {};
@@ -409,22 +451,22 @@ EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, P
             const auto place =
                 std::lower_bound(named.begin(), named.end(), PosixNamedRights{entry.id, {}});
             if (place != named.end() && place->id == entry.id)
-                place->rights = entry.rights;
+                place->rights = rights;
             else
-                named.insert(place, {entry.id, entry.rights});
+                named.insert(place, {entry.id, rights});
         };
         switch (entry.who) {
             case Who::owner:
-                to.owner = entry.rights;
+                to.owner = rights;
                 break;
             case Who::owningGroup:
-                to.owningGroup = entry.rights;
+                to.owningGroup = rights;
                 break;
             case Who::others:
-                to.others = entry.rights;
+                to.others = rights;
                 break;
             case Who::mask:
-                to.mask = entry.rights;
+                to.mask = rights;
                 break;
             case Who::user:
                 insert(to.users);

@@ -56,18 +56,35 @@ struct ListText {
     std::vector<Nfs4Entry> nfs4;
 };
 
+/// The rights that an entry asks for where somebody can execute the item, or nobody.
+PosixRights rightsFor(const TextEntry& entry, bool isExecuted);
+
+/// Whether an entry names the owner or the owning group, whose rights stand in the entries without
+/// a name: the model has one entry for each.
+bool isOwnersByName(const TextEntry& entry, const MVAclOrigin::Values& item);
+/// Why such an entry is refused.
+std::string ownersByName(const TextEntry& entry);
+
 /// Entries with commas between them, as behind --set; without `hasRights` as behind --remove, where
 /// none stand.
 std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Problem& problem);
 
+/// What stands for a user or group whose name this system does not know.
+enum class UnknownNames {
+    /// Nothing: the name is wrong.
+    areRefused,
+    /// The number behind the entry, as the list was written when there was such a name.
+    haveNumbers
+};
+
 /// Every list of a text.
-std::vector<ListText> parsedLists(std::string_view text, Problem& problem);
+std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, Problem& problem);
 
 /// The list of the item at `path`, in whole lines. Users and groups are told by name, with their
 /// numbers behind it. Empty if the entries do not tell what they were read from.
 std::string listAsText(std::string_view path, const EntryList& entries);
 
-/// The entries of `list` for that item. `entries` are those that it has.
+/// The entries of `list` for that item.
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem);
 
 /// What the file holds, or standard input for "-".

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "ListText.h"
+#include "WrittenFile.h"
 
 namespace morvane {
 
@@ -33,15 +34,7 @@ class OwnFile {
     OwnFile& operator=(const OwnFile&) = delete;
 
     const std::string& path() const { return path_; }
-    bool write(std::string_view text) const {
-        while (file_ >= 0 && !text.empty()) {
-            const auto count = ::write(file_, text.data(), text.size());
-            if (count < 0 && errno != EINTR)
-                return false;
-            text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
-        }
-        return file_ >= 0;
-    }
+    bool write(std::string_view text) const { return file_ >= 0 && writeAll(file_, text); }
 
   private:
     std::string path_;

@@ -201,27 +201,28 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
     const auto write = [&](const EntryList& entries, const NSURL& url) {
         return services.setAclEntries(entries, resolved(url));
     };
+    std::optional<LiveLine> live;
     const auto accessIfPrivileged = common.privileged ? AccessSource(accessOf) : nullptr;
     const ChangeParts parts{entriesOf,
                             write,
                             contentsOf,
                             factsOfFile,
                             accessIfPrivileged,
-                            [](std::size_t done) {
+                            [&](std::size_t done) {
+                                if (!live)
+                                    live.emplace();
                                 LiveLine::show(changeLine(done));
                                 return !interrupted;
                             },
                             editedText};
-    if (const auto* change = std::get_if<ChangeOptions>(&line)) {
-        const LiveLine live;
+    if (const auto* change = std::get_if<ChangeOptions>(&line))
         return runChange(*change, parts, journal, style);
-    }
     if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
         const auto propagated = [&](const EntryList& entries, const NSURL& url) {
             return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
         };
         const bool isThereSomebody = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
-        const LiveLine live;
+        live.emplace();
         // To look at everything takes a right of its own, for which the user would be asked as
         // well.
         auto looks = parts;
@@ -230,10 +231,8 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         return runPropagate(*propagate, looks,
                             {propagated, isThereSomebody ? askWhetherToGoOn : nullptr}, journal);
     }
-    if (const auto* save = std::get_if<SaveOptions>(&line)) {
-        const LiveLine live;
+    if (const auto* save = std::get_if<SaveOptions>(&line))
         return runSave(*save, parts);
-    }
     if (const auto* access = std::get_if<AccessOptions>(&line))
         return runAccess(*access, accessOf, style);
     if (const auto* edit = std::get_if<EditOptions>(&line)) {

@@ -5,9 +5,11 @@ usage: acl_list_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
 import json
 import os
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
@@ -98,6 +100,68 @@ class OneWord(Trees):
         # The owning group is left with what counted, as setfacl has it too.
         self.assert_same()
 
+    def test_remove_passes_over_those_of_many_that_have_no_such_entry(self):
+        for name in ("one", "two"):
+            self.tool("setfacl", "-m", "u:daemon:r", f"{name}/sub/run")
+        self.run_morvane("acl", "one", "-R", "--remove", "u:daemon")
+        self.tool("setfacl", "-R", "-x", "u:daemon,m", "two")
+        self.assert_same()
+        self.tool("setfacl", "-m", "u:daemon:r", "one/plain")
+        self.run_morvane("acl", "outside", "one/plain", "--remove", "u:daemon")
+        self.assertNotIn("daemon", self.tool("getfacl", "-c", "one/plain"))
+
+    def test_execution_that_was_asked_for_is_stored_where_nobody_else_has_it(self):
+        self.both(["--set", "u:daemon:rwx"], ["-m", "u:daemon:rwx"], "/plain")
+        self.both(["--set", "g:bin:rx,u::rwx"], ["-m", "g:bin:rx,u::rwx"], "/plain")
+        written = self.tool("getfacl", "-p", "one/plain")
+        self.tool("setfacl", "-b", "-m", "u::rw", "one/plain")
+        self.run_morvane("acl", "--restore", "-", text=written)
+        self.assert_same()
+
+    def test_entries_by_name_for_the_owner_are_refused(self):
+        before = self.lists("one")
+        owner, group = str(os.geteuid()), str(os.getegid())
+        for words, why in ((f"u:{owner}:rwx", "the owner has no entry by name"),
+                           (f"g:{group}:rwx", "the owning group has no entry by name")):
+            with self.subTest(words=words):
+                self.assertIn(why, self.run_morvane("acl", "one/plain", "--set", words, status=2).stderr)
+        text = f"user::rw-\nuser:{owner}:rwx\ngroup::r--\nmask::rwx\nother::---\n"
+        result = self.run_morvane("acl", "one/plain", "--set-file", "-", text=text, status=2)
+        self.assertIn("the owner has no entry by name", result.stderr)
+        self.assertEqual(self.lists("one"), before)
+
+    def test_a_mask_that_lets_more_through_than_any_entry_has_is_refused(self):
+        before = self.lists("one")
+        result = self.run_morvane("acl", "one/plain", "--set", "m::rwx", status=2)
+        self.assertIn("a mask that no entry needs whole is not kept", result.stderr)
+        self.assertEqual(self.lists("one"), before)
+
+    def test_that_what_a_mask_holds_back_is_lost_is_said(self):
+        self.tool("setfacl", "-m", "u:daemon:rwx,m::r", "outside")
+        why = "holds rights of its entries back, and these are not kept"
+        written = self.tool("getfacl", "-p", "outside")
+        for words, text in ((("outside", "--save", "-"), None), (("one/plain", "--copy-from", "outside"), None),
+                            (("one/sub/run", "--set-file", "-"), written)):
+            with self.subTest(words=words):
+                result = subprocess.run([MORVANE, "acl", *words], cwd=self.folder, text=True, input=text,
+                                        env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC,
+                                             "XDG_STATE_HOME": self.state},
+                                        capture_output=True, timeout=TIME_LIMIT)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertIn(why, result.stderr)
+        result = subprocess.run([MORVANE, "acl", "outside", "--clear"], cwd=self.folder, text=True,
+                                env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state},
+                                capture_output=True, timeout=TIME_LIMIT)
+        self.assertIn("'--undo' does not give them back to entries that are gone or changed", result.stderr)
+
+    def test_an_option_that_is_followed_by_nothing_is_no_change(self):
+        for option in ("--set", "--remove", "--copy-from", "--set-file", "--save", "--script"):
+            with self.subTest(option=option):
+                result = self.run_morvane("acl", "one/plain", option, "", status=2)
+                self.assertIn(f"{option} is followed by nothing", result.stderr)
+        self.run_morvane("acl", "--restore", "", status=2)
+        self.run_morvane("acl", "one/plain", "--set", "u::r", "--failures", "", status=2)
+
     def test_copy_from_gives_another_items_list(self):
         self.tool("setfacl", "-m", "u:daemon:rw,g:bin:r,o::-", "outside")
         self.run_morvane("acl", "one/plain", "one/sub/run", "--copy-from", "outside")
@@ -171,6 +235,78 @@ class Files(Trees):
         one = self.tool("getfacl", "-c", "one/plain")
         self.run_morvane("acl", "outside", "--set-file", "-", text=one)
         self.assertEqual(self.tool("getfacl", "-c", "outside"), one)
+
+    def test_names_with_blanks_at_their_ends_and_backslashes_are_kept_apart(self):
+        for name in ("a", "a ", " a", "a\t", "back\\x", "back\\134x", "a\r"):
+            with self.subTest(name=name):
+                path = os.path.join(self.folder, name)
+                with open(path, "w", encoding="ascii"):
+                    os.chmod(path, 0o640)
+                self.tool("setfacl", "-m", "u:daemon:r", path)
+                before = self.tool("getfacl", "-c", path)
+                for saved in (self.run_morvane("acl", name, "--save", "-").stdout, self.tool("getfacl", "-p", name)):
+                    self.tool("setfacl", "-b", path)
+                    self.run_morvane("acl", "--restore", "-", text=saved)
+                    self.assertEqual(self.tool("getfacl", "-c", path), before)
+                    self.run_morvane("acl", name, "--clear")
+                    self.run_morvane("acl", "--undo")
+                    self.assertEqual(self.tool("getfacl", "-c", path), before)
+                self.tool("setfacl", "-b", path)
+        self.assertNotIn("daemon", self.tool("getfacl", "-c", "a"))
+
+    def test_a_save_that_fails_leaves_what_was_saved_before(self):
+        self.run_morvane("acl", "one/plain", "--save", "saved")
+        path = os.path.join(self.folder, "saved")
+        with open(path, encoding="ascii") as f:
+            before = f.read()
+        os.chmod(path, 0o604)
+        self.run_morvane("acl", "nowhere", "--save", "saved", status=1)
+        with open(path, encoding="ascii") as f:
+            self.assertEqual(f.read(), before)
+        os.symlink("saved", os.path.join(self.folder, "link"))
+        self.run_morvane("acl", "-R", "one", "--save", "link")
+        with open(path, encoding="ascii") as f:
+            self.assertGreater(len(f.read()), len(before))
+        self.assertEqual(os.stat(path).st_mode & 0o777, 0o604)
+        self.assertTrue(os.path.islink(os.path.join(self.folder, "link")))
+        self.assertEqual([name for name in os.listdir(self.folder) if ".new-" in name], [])
+        result = self.run_morvane("acl", "one/plain", "--save", "/dev/full", status=1)
+        self.assertIn("'/dev/full' could not be written: No space left on device", result.stderr)
+
+    def test_conditional_execution_is_taken_in_lists_as_well(self):
+        text = "user::rwX\ngroup::rX\nother::X\n"
+        for path in ("one", "one/plain", "one/sub/run"):
+            self.run_morvane("acl", path, "--set-file", "-", text=text)
+            self.tool("setfacl", "--set", text.strip().replace("\n", ","), path.replace("one", "two", 1))
+        self.assert_same()
+        self.run_morvane("acl", "one/plain", "--set-file", "-", text=text.replace("user::rwX", "user::rwx"))
+        self.assertEqual(os.stat(os.path.join(self.folder, "one", "plain")).st_mode & 0o777, 0o751)
+
+    def test_a_name_that_was_mistyped_is_no_other_users_entry(self):
+        self.tool("setfacl", "-m", "u:daemon:rw", "one/plain")
+        before = self.lists("one")
+        result = self.run_morvane("acl", "one/plain", "--editor", VISUAL="sed -i s/daemon/deamon/", status=2)
+        self.assertIn("there is no user 'deamon'", result.stderr)
+        self.assertEqual(self.lists("one"), before)
+
+    def test_what_another_program_has_changed_under_the_editor_is_kept(self):
+        result = self.run_morvane("acl", "one/plain", "--editor", status=1,
+                                  VISUAL="setfacl -m u:games:rwx one/plain; sed -i s/^other.*/other::r--/")
+        self.assertIn("another program has changed the list since it was shown", result.stderr)
+        self.assertIn("user:games:rwx", self.tool("getfacl", "-c", "one/plain"))
+
+    def test_ctrl_c_ends_it_while_lists_are_typed(self):
+        with subprocess.Popen([MORVANE, "acl", "--restore", "-"], stdin=subprocess.PIPE, cwd=self.folder,
+                              # Whoever runs the tests in the background has it ignored.
+                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
+                              env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC}) as process:
+            deadline = time.monotonic() + TIME_LIMIT
+            reads = ""
+            while not reads.startswith("0 0x0 ") and time.monotonic() < deadline:
+                with open(f"/proc/{process.pid}/syscall", encoding="ascii") as f:
+                    reads = f.read()  # 0 is read(), of standard input
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(TIME_LIMIT), -signal.SIGINT)
 
     def test_a_list_that_cannot_be_read_is_told_by_its_line(self):
         result = self.run_morvane("acl", "--restore", "-", text="# file: one\nuser::rwx\nnobody\n", status=2)
@@ -334,16 +470,19 @@ class Undo(Trees):
     def test_what_has_taken_the_place_of_a_changed_item_is_not_given_its_list(self):
         path = os.path.join(self.folder, "one", "plain")
         why = "another item has taken its place since the list was noted"
-        self.run_morvane("acl", "one/plain", "--set", "u:daemon:r")
         for place in (os.symlink, os.link):
             with self.subTest(place=place):
+                self.run_morvane("acl", "one/plain", "--set", f"u:{4000 + len(place.__name__)}:r")
                 os.rename(path, path + ".old")
                 place(self.outside, path)
                 self.assert_not_applied(why, 1)
                 self.assertEqual(os.stat(self.outside).st_mode & 0o777, 0o600)
                 os.rename(path + ".old", path)
-        self.run_morvane("acl", "--undo")
-        self.assertNotIn("daemon", self.tool("getfacl", "-c", "one/plain"))
+                self.assertIn("user:400", self.tool("getfacl", "-c", "one/plain"))
+                kept, = [name for name in os.listdir(self.notes()) if name.endswith(".failed")]
+                self.run_morvane("acl", "--restore", os.path.join(self.notes(), kept))
+                self.assertNotIn("user:400", self.tool("getfacl", "-c", "one/plain"))
+                self.tool("rm", "-r", self.notes())
 
     def test_what_a_link_led_to_is_given_its_list_back_wherever_the_link_leads_now(self):
         link = os.path.join(self.folder, "one", "leads")
@@ -354,6 +493,38 @@ class Undo(Trees):
         os.symlink(self.outside, link)
         self.run_morvane("acl", "--undo")
         self.assertEqual(self.tool("getfacl", "-c", "one/plain", "outside"), before)
+
+    def test_what_cannot_be_taken_back_is_kept_and_is_not_in_the_way_of_older_changes(self):
+        before = self.lists("one")
+        self.run_morvane("acl", "one/plain", "--set", "u:daemon:rw")
+        with open(os.path.join(self.folder, "gone"), "w", encoding="ascii"):
+            pass
+        self.run_morvane("acl", "gone", "one/sub", "--set", "u:bin:r")
+        os.unlink(os.path.join(self.folder, "gone"))
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertIn("'gone'", result.stderr.replace(self.folder + "/", ""))
+        kept, = [name for name in os.listdir(self.notes()) if name.endswith(".failed")]
+        self.assertIn(f"'morvane acl --restore {os.path.join(self.notes(), kept)}' tries it again", result.stderr)
+        with open(os.path.join(self.notes(), kept), encoding="ascii") as f:
+            self.assertEqual([line for line in f if line.startswith("# file:")], [f"# file: {self.folder}/gone\n"])
+        self.run_morvane("acl", "--undo")
+        self.assertEqual(self.lists("one"), before)
+
+    def test_notes_that_were_torn_off_are_taken_as_far_as_they_go(self):
+        before = self.lists("one")
+        self.run_morvane("acl", "one/plain", "--set", "u:daemon:rw")
+        self.run_morvane("acl", "outside", "one/sub", "--set", "u:bin:r")
+        name = os.path.join(self.notes(), max(os.listdir(self.notes())))
+        self.tool("truncate", "-s", "-20", name)
+        self.run_morvane("acl", "--undo")
+        self.assertEqual(os.stat(self.outside).st_mode & 0o777, 0o600)
+        self.assertNotIn("bin", self.tool("getfacl", "-c", "outside"))
+        self.assertIn("user:bin:r--", self.tool("getfacl", "-c", "one/sub"))
+        self.run_morvane("acl", "one/sub", "--remove", "u:bin")
+        name = os.path.join(self.notes(), max(os.listdir(self.notes())))
+        self.tool("truncate", "-s", "-20", name)
+        self.run_morvane("acl", "--undo")
+        self.assertEqual(self.lists("one"), before)
 
     def test_without_a_place_for_notes_the_change_is_made_and_that_is_said(self):
         with open(self.state, "w", encoding="ascii"):
