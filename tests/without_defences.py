@@ -60,6 +60,7 @@ PROGRAMS = {
     "RenameRequests": ("rename_requests_test",),
     "RenameFailures": ("rename_requests_test",),
     "Nfs4Storing": ("nfs4_storing_test",),
+    "AclEditor": ("client_test",),
     "Editing": ("cli_test",),
     "AnItemList": ("lists_test",),
     "SizeRequestsTest": ("size_requests_test",),
