@@ -19,9 +19,7 @@ from waiting import wait_until
 
 LEFT = f"/var/lib/{UNIT}"
 HELPER = f"/usr/libexec/morvaneoperation/{UNIT}"
-PACKAGES = ["libmorvaneoperation1", "libmorvaneoperation-dev", "libmorvaneoperation-glib0",
-            "libmorvaneoperation-glib-dev", "gir1.2-morvaneoperation-1.0", "libmorvaneoperation-qt6-1",
-            "libmorvaneoperation-qt6-dev", "morvane", "morvane-permissions", "morvaneoperation-services"]
+PACKAGES = ["libmorvaneoperation1", "libmorvaneoperation-dev", "morvane", "morvaneoperation-services"]
 # Folders that are not looked at: other file systems, and what any program may write.
 ELSEWHERE = {"/dev", "/home", "/proc", "/root", "/run", "/sys", "/tmp", "/var/log", "/var/tmp", "/test", "/packages"}
 # What the package manager, the loader and the service manager rewrite. What is below it is looked at by its name only.
