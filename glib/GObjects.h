@@ -98,10 +98,10 @@ class ObjectClass {
     }
 
   private:
-    static void get(GObject* self, guint id, GValue* value, GParamSpec* /*spec*/) {
+    static void get(GObject* self, guint id, GValue* value, GParamSpec* /*property*/) {
         (*properties_)[id - 1].get(reinterpret_cast<Object*>(self), value);
     }
-    static void set(GObject* self, guint id, const GValue* value, GParamSpec* /*spec*/) {
+    static void set(GObject* self, guint id, const GValue* value, GParamSpec* /*property*/) {
         (*properties_)[id - 1].set(reinterpret_cast<Object*>(self), value);
     }
     static void finalize(GObject* self) {
