@@ -35,7 +35,7 @@ inline char* copied(const std::string& text) {
 /// A property of `Object`, and what reads and writes it.
 template <class Object>
 struct Property {
-    GParamSpec* spec;
+    GParamSpec* property;
     void (*get)(Object*, GValue*);
     void (*set)(Object*, const GValue*) = nullptr;
 };
@@ -94,7 +94,7 @@ class ObjectClass {
         properties_ = new std::vector(std::move(properties));
         for (std::size_t i = 0; i != properties_->size(); ++i)
             g_object_class_install_property(object, static_cast<guint>(i + 1),
-                                            (*properties_)[i].spec);
+                                            (*properties_)[i].property);
     }
 
   private:
