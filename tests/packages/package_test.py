@@ -128,7 +128,7 @@ class Life(unittest.TestCase):
             old = show(f"{UNIT}.service", "MainPID")
             apt("install", *glob.glob("/packages/next/*.deb"))
             self.assertFalse(os.path.exists(f"/proc/{old}"), "the helper that was put there by hand has left")
-        shutil.rmtree("/usr/local/libexec/morvaneoperation")
+        shutil.rmtree("/usr/local/libexec")  # which this has made
         self.assertTrue(done("cat", f"{changed}.dpkg-old").endswith("<!-- by the administrator -->\n"))
         self.assertServed()
         self.assertEqual(os.path.realpath(show(f"{UNIT}.socket", "FragmentPath")), f"/usr/lib/systemd/system/{UNIT}.socket")
