@@ -22,7 +22,8 @@ from waiting import wait_until
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
-ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+STATE = tempfile.TemporaryDirectory()  # this user's, whose checkout it may not be; what lists were is noted there
+ENVIRONMENT = {**os.environ, "XDG_STATE_HOME": STATE.name, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
 
 
 def run(*arguments):

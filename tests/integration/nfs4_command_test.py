@@ -15,7 +15,8 @@ from json_schema import check
 
 MORVANE, LIBEXEC, MOUNT = map(os.path.abspath, sys.argv[1:4])
 TIME_LIMIT = 60  # a watchdog; nothing here takes long
-ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "LD_PRELOAD": MOUNT}
+STATE = tempfile.TemporaryDirectory()  # this user's, whose checkout it may not be; what lists were is noted there
+ENVIRONMENT = {**os.environ, "XDG_STATE_HOME": STATE.name, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "LD_PRELOAD": MOUNT}
 
 with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "morvane.schema.json"),
           encoding="utf-8") as schema_file:
