@@ -1,35 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/MVAclEditor.h>
-#include <MorvaneOperation/MVObservation.h>
-#include <MorvaneOperation/acl_perms.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "EditedList.h"
 
 namespace morvane {
 
 namespace {
-
-/// Null if the entry has none by itself.
-const NSTreeNode* executionBoxOf(const MVAclEntry& entry) {
-    if (entry.permissions().empty())
-        return nullptr;
-    for (const auto& box : entry.permissions().front()->childNodes()) {
-        const auto* permission = MVTreeNode::permissionOf(*box);
-        if (permission && static_cast<std::uint32_t>(permission->permission()) == ACL_SEARCH)
-            return box.get();
-    }
-    return nullptr;
-}
-
-bool executes(const MVAclEntry& entry) {
-    const auto* const box = executionBoxOf(entry);
-    return box && MVTreeNode::stateOf(*box) == MVStateOn;
-}
 
 bool isPossible(const std::vector<EntryChoice>& choices, std::int64_t code) {
     return std::any_of(choices.begin(), choices.end(), [&](const EntryChoice& choice) {
@@ -37,66 +19,21 @@ bool isPossible(const std::vector<EntryChoice>& choices, std::int64_t code) {
     });
 }
 
-/// What is seen of an entry.
-const std::vector<const NSKeyPath*>& seenKeyPaths() {
-    static const std::vector<const NSKeyPath*> seen{&MVAclEntry::identityKeyPath,
-                                                    &MVAclEntry::uuidKeyPath,
-                                                    &MVAclEntry::tagKeyPath,
-                                                    &MVAclEntry::inheritedKeyPath,
-                                                    &MVAclEntry::permissionGroupKeyPath,
-                                                    &MVAclEntry::permissionsKeyPath,
-                                                    &MVAclEntry::applicableToKeyPath};
-    return seen;
-}
-
 }  // namespace
 
 struct MVAclEditor::State {
-    /// What is known of an entry, beside itself.
-    struct Row {
-        std::unique_ptr<MVObservation> observation;
-        /// The user has switched the box for execution on by itself.
-        bool isExecutionChosen = false;
-    };
-    /// An entry at the place at which it counts.
-    struct Read {
-        Entry entry;
-        std::int32_t tag;
-        std::optional<NSUUID> uuid;
-
-        bool keepsPlace() const { return entry->tag() == tag && entry->uuid() == uuid; }
-    };
-
-    explicit State(MVFileAcl list) : acl(std::move(list)) {}
-
-    Row* rowOf(const MVAclEntry& entry) {
-        const auto place = std::find_if(entries.begin(), entries.end(),
-                                        [&](const Entry& other) { return other.get() == &entry; });
-        return place == entries.end() ? nullptr
-                                      : &rows[static_cast<std::size_t>(place - entries.begin())];
-    }
-    bool isExecutionChosen(const MVAclEntry& entry) {
-        const auto* const row = rowOf(entry);
-        return row && row->isExecutionChosen;
-    }
-    void chooseExecution(const MVAclEntry& entry, bool chosen) {
-        if (auto* const row = rowOf(entry))
-            row->isExecutionChosen = chosen;
-    }
-    Entry asWritten(std::size_t i) const {
-        return rows[i].isExecutionChosen && acl.list ? acl.list->askingToExecute(entries[i])
-                                                     : entries[i];
-    }
-    void readAgain() {
-        read.clear();
-        for (const auto& entry : entries)
-            read.push_back({entry, entry->tag(), entry->uuid()});
+    explicit State(MVFileAcl read)
+        : acl(std::move(read)), list([this](const MVAclEntry& entry, const NSKeyPath& keyPath) {
+              ++editCount;
+              // The call may end the observation from which this comes.
+              if (const auto told = changed)
+                  told(entry, keyPath);
+          }) {
+        list.show(std::exchange(acl.entries, {}));
     }
 
     MVFileAcl acl;  // but for its entries
-    Entries entries = {};
-    std::vector<Row> rows = {};  // of the entries, in their order
-    std::vector<Read> read = {};
+    EditedList list;
 
     std::uint64_t editCount = 0;
     std::uint64_t writtenCount = 0;
@@ -113,11 +50,8 @@ std::shared_ptr<MVAclEditor> MVAclEditor::init(MVFileAcl acl) {
     return std::make_shared<MVAclEditor>(Private(), std::move(acl));
 }
 
-MVAclEditor::MVAclEditor(Private, MVFileAcl acl) {
-    auto entries = std::exchange(acl.entries, {});
-    state_ = std::make_unique<State>(std::move(acl));
-    show(std::move(entries));
-}
+MVAclEditor::MVAclEditor(Private, MVFileAcl acl)
+    : state_(std::make_unique<State>(std::move(acl))) {}
 
 MVAclEditor::~MVAclEditor() = default;
 
@@ -141,109 +75,48 @@ bool MVAclEditor::isFolder() const {
 }
 
 const MVAclEditor::Entries& MVAclEditor::entries() const {
-    return state_->entries;
+    return state_->list.entries();
 }
 
 MVFileAcl MVAclEditor::acl() const {
-    const auto& entries = state_->entries;
-    std::vector<std::pair<std::size_t, Entry>> keeping;
-    Entries allowing;
     auto acl = state_->acl;
-    for (std::size_t i = 0; i != entries.size(); ++i) {
-        const auto& entry = entries[i];
-        const auto read = std::find_if(state_->read.begin(), state_->read.end(),
-                                       [&](const auto& each) { return each.entry == entry; });
-        if (read != state_->read.end() && read->keepsPlace())
-            keeping.emplace_back(static_cast<std::size_t>(read - state_->read.begin()),
-                                 state_->asWritten(i));
-        else
-            (entry->tag() == MVAclTagDeny ? acl.entries : allowing).push_back(state_->asWritten(i));
-    }
-    std::sort(keeping.begin(), keeping.end(),
-              [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (auto& [place, entry] : keeping)
-        acl.entries.push_back(std::move(entry));
-    acl.entries.insert(acl.entries.end(), allowing.begin(), allowing.end());
+    acl.entries = state_->list.asWritten(acl.list);
     return acl;
 }
 
 void MVAclEditor::setEntries(Entries entries) {
-    show(std::move(entries));
-    for (std::size_t i = 0; i != state_->rows.size(); ++i) {
-        const auto& entry = *state_->entries[i];
-        state_->rows[i].isExecutionChosen = entry.tag() == MVAclTagAllow && executes(entry);
-    }
+    state_->list.show(std::move(entries));
+    state_->list.chooseShownExecution();
     ++state_->editCount;
 }
 
 void MVAclEditor::adopt(const MVAclEditor& now) {
     state_->acl.origin = now.origin();
     state_->acl.list = now.state_->acl.list;
-    for (const auto& entry : state_->entries)
+    for (const auto& entry : entries())
         entry->setOrigin(now.origin());
     ++state_->editCount;
-}
-
-void MVAclEditor::show(Entries entries) {
-    if (std::find(entries.begin(), entries.end(), nullptr) != entries.end())
-        throw std::invalid_argument("an entry of the list is null");
-    state_->entries.clear();
-    state_->rows.clear();
-    for (const auto& entry : entries)
-        append(entry);
-    state_->readAgain();
-}
-
-void MVAclEditor::append(const Entry& entry) {
-    state_->rows.push_back({MVObservation::of(entry, seenKeyPaths(),
-                                              [this, raw = entry.get()](const NSKeyPath& keyPath) {
-                                                  ++state_->editCount;
-                                                  // The call may end this observation, and the
-                                                  // entry's place in the list.
-                                                  if (const auto changed = state_->changed)
-                                                      changed(*raw, keyPath);
-                                              })});
-    state_->entries.push_back(entry);
 }
 
 MVAclEditor::Entry MVAclEditor::add(CBIdentityRef who) {
     auto entry = MVAclEntry::newEntryForDirectory(isFolder());
     if (who)
         entry->setIdentity(std::move(who));
-    append(entry);
+    state_->list.append(entry);
     ++state_->editCount;
     return entry;
 }
 
 bool MVAclEditor::remove(const Entry& entry) {
-    auto& entries = state_->entries;
-    const auto place = std::find(entries.begin(), entries.end(), entry);
-    if (place == entries.end() || !whyNotRemoved(*entry).empty())
+    if (!whyNotRemoved(*entry).empty() || !state_->list.remove(entry))
         return false;
-    state_->rows.erase(state_->rows.begin() + (place - entries.begin()));
-    entries.erase(place);
     ++state_->editCount;
     return true;
 }
 
 bool MVAclEditor::sort() {
-    std::vector<std::size_t> order(state_->entries.size());
-    for (std::size_t i = 0; i != order.size(); ++i)
-        order[i] = i;
-    const auto score = [&](std::size_t i) { return state_->entries[i]->canonicalScore(); };
-    const auto isBefore = [&](std::size_t a, std::size_t b) { return score(a) > score(b); };
-    if (std::is_sorted(order.begin(), order.end(), isBefore))
+    if (!state_->list.sort())
         return false;
-    std::stable_sort(order.begin(), order.end(), isBefore);
-    Entries entries;
-    std::vector<State::Row> rows;
-    for (const auto i : order) {
-        entries.push_back(std::move(state_->entries[i]));
-        rows.push_back(std::move(state_->rows[i]));
-    }
-    state_->entries = std::move(entries);
-    state_->rows = std::move(rows);
-    state_->readAgain();
     ++state_->editCount;
     return true;
 }
@@ -287,10 +160,10 @@ bool MVAclEditor::setRule(const Entry& entry, std::int32_t tag) {
 }
 
 bool MVAclEditor::setPermissionGroup(const Entry& entry, std::int64_t code) {
-    if (entry->permissionGroup() == code && !state_->isExecutionChosen(*entry))
+    if (entry->permissionGroup() == code && !state_->list.isExecutionChosen(*entry))
         return true;
     return isPossible(permissionChoices(*entry, list()), code) && edit(entry, [&] {
-               state_->chooseExecution(*entry, false);
+               state_->list.forgetExecution(*entry);
                entry->setPermissionGroup(code);
                return true;
            });
@@ -325,13 +198,7 @@ bool MVAclEditor::canSetBox(const MVAclEntry& entry, const NSTreeNode& box, bool
 bool MVAclEditor::setBox(const Entry& entry, const NSTreeNode& box, bool on) {
     const auto state = on ? MVStateOn : MVStateOff;
     return canSetBox(*entry, box, on) && edit(entry, [&] {
-               // A group that is switched off takes back what was chosen, and one that is switched
-               // on asks for no execution.
-               const auto* const execution = executionBoxOf(*entry);
-               if (execution == &box)
-                   state_->chooseExecution(*entry, on);
-               else if (!on && execution && execution->parentNode() == &box)
-                   state_->chooseExecution(*entry, false);
+               state_->list.noteSwitch(*entry, box, on);
                MVTreeNode::setStateOf(box, state);
                return true;
            });
@@ -362,10 +229,8 @@ std::string MVAclEditor::letters(const MVAclEntry& entry) const {
 bool MVAclEditor::readExecutes() const {
     auto& state = *state_;
     if (state.readExecutesCount != state.editCount) {
-        Entries asWritten;
-        for (std::size_t i = 0; i != state.entries.size(); ++i)
-            asWritten.push_back(state.asWritten(i));
-        state.readExecutes = !state.acl.list || state.acl.list->readExecutes(asWritten);
+        const auto& list = state.acl.list;
+        state.readExecutes = !list || list->readExecutes(state.list.asShown(list));
         state.readExecutesCount = state.editCount;
     }
     return state.readExecutes;

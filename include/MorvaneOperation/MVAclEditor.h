@@ -121,8 +121,6 @@ class MORVANE_EXPORT MVAclEditor final : public std::enable_shared_from_this<MVA
 
   private:
     struct MORVANE_INTERNAL State;
-    MORVANE_INTERNAL void show(Entries entries);
-    MORVANE_INTERNAL void append(const Entry& entry);
     MORVANE_INTERNAL bool edit(const Entry& entry, const std::function<bool()>& work);
 
     std::unique_ptr<State> state_;

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: MIT
+#include "EditedList.h"
+
+#include <MorvaneOperation/acl_perms.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+/// Null if the entry has none by itself.
+const NSTreeNode* executionBoxOf(const MVAclEntry& entry) {
+    if (entry.permissions().empty())
+        return nullptr;
+    for (const auto& box : entry.permissions().front()->childNodes()) {
+        const auto* permission = MVTreeNode::permissionOf(*box);
+        if (permission && static_cast<std::uint32_t>(permission->permission()) == ACL_SEARCH)
+            return box.get();
+    }
+    return nullptr;
+}
+
+bool executes(const MVAclEntry& entry) {
+    const auto* const box = executionBoxOf(entry);
+    return box && MVTreeNode::stateOf(*box) == MVStateOn;
+}
+
+/// What is seen of an entry.
+const std::vector<const NSKeyPath*>& seenKeyPaths() {
+    static const std::vector<const NSKeyPath*> seen{&MVAclEntry::identityKeyPath,
+                                                    &MVAclEntry::uuidKeyPath,
+                                                    &MVAclEntry::tagKeyPath,
+                                                    &MVAclEntry::inheritedKeyPath,
+                                                    &MVAclEntry::permissionGroupKeyPath,
+                                                    &MVAclEntry::permissionsKeyPath,
+                                                    &MVAclEntry::applicableToKeyPath};
+    return seen;
+}
+
+}  // namespace
+
+void EditedList::show(Entries entries) {
+    if (std::find(entries.begin(), entries.end(), nullptr) != entries.end())
+        throw std::invalid_argument("an entry of the list is null");
+    entries_.clear();
+    rows_.clear();
+    for (const auto& entry : entries)
+        append(entry);
+    readAgain();
+}
+
+void EditedList::append(const Entry& entry) {
+    rows_.push_back({MVObservation::of(
+        entry, seenKeyPaths(),
+        [this, raw = entry.get()](const NSKeyPath& keyPath) { changed_(*raw, keyPath); })});
+    entries_.push_back(entry);
+}
+
+bool EditedList::remove(const Entry& entry) {
+    const auto place = placeOf(*entry);
+    if (!place)
+        return false;
+    rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(*place));
+    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(*place));
+    return true;
+}
+
+bool EditedList::sort() {
+    std::vector<std::size_t> order(entries_.size());
+    for (std::size_t i = 0; i != order.size(); ++i)
+        order[i] = i;
+    const auto score = [&](std::size_t i) { return entries_[i]->canonicalScore(); };
+    const auto isBefore = [&](std::size_t a, std::size_t b) { return score(a) > score(b); };
+    if (std::is_sorted(order.begin(), order.end(), isBefore))
+        return false;
+    std::stable_sort(order.begin(), order.end(), isBefore);
+    Entries entries;
+    std::vector<Row> rows;
+    for (const auto i : order) {
+        entries.push_back(std::move(entries_[i]));
+        rows.push_back(std::move(rows_[i]));
+    }
+    entries_ = std::move(entries);
+    rows_ = std::move(rows);
+    readAgain();
+    return true;
+}
+
+bool EditedList::isExecutionChosen(const MVAclEntry& entry) const {
+    const auto place = placeOf(entry);
+    return place && rows_[*place].isExecutionChosen;
+}
+
+void EditedList::forgetExecution(const MVAclEntry& entry) {
+    if (const auto place = placeOf(entry))
+        rows_[*place].isExecutionChosen = false;
+}
+
+void EditedList::chooseShownExecution() {
+    for (std::size_t i = 0; i != rows_.size(); ++i)
+        rows_[i].isExecutionChosen = entries_[i]->tag() == MVAclTagAllow && executes(*entries_[i]);
+}
+
+void EditedList::noteSwitch(const MVAclEntry& entry, const NSTreeNode& box, bool on) {
+    const auto place = placeOf(entry);
+    const auto* const execution = executionBoxOf(entry);
+    if (!place || !execution)
+        return;
+    // A group that is switched off takes back what was chosen, and one that is switched on asks
+    // for no execution.
+    if (execution == &box)
+        rows_[*place].isExecutionChosen = on;
+    else if (!on && execution->parentNode() == &box)
+        rows_[*place].isExecutionChosen = false;
+}
+
+EditedList::Entries EditedList::asShown(const std::optional<ItemList>& list) const {
+    Entries entries;
+    for (std::size_t i = 0; i != entries_.size(); ++i)
+        entries.push_back(asWritten(i, list));
+    return entries;
+}
+
+EditedList::Entries EditedList::asWritten(const std::optional<ItemList>& list) const {
+    std::vector<std::pair<std::size_t, Entry>> keeping;
+    Entries denying;
+    Entries allowing;
+    for (std::size_t i = 0; i != entries_.size(); ++i) {
+        const auto& entry = entries_[i];
+        const auto read = std::find_if(read_.begin(), read_.end(),
+                                       [&](const Read& each) { return each.entry == entry; });
+        if (read != read_.end() && read->keepsPlace())
+            keeping.emplace_back(static_cast<std::size_t>(read - read_.begin()),
+                                 asWritten(i, list));
+        else
+            (entry->tag() == MVAclTagDeny ? denying : allowing).push_back(asWritten(i, list));
+    }
+    std::sort(keeping.begin(), keeping.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    auto written = std::move(denying);
+    for (auto& [place, entry] : keeping)
+        written.push_back(std::move(entry));
+    written.insert(written.end(), allowing.begin(), allowing.end());
+    return written;
+}
+
+std::optional<std::size_t> EditedList::placeOf(const MVAclEntry& entry) const {
+    const auto place = std::find_if(entries_.begin(), entries_.end(),
+                                    [&](const Entry& other) { return other.get() == &entry; });
+    if (place == entries_.end())
+        return std::nullopt;
+    return static_cast<std::size_t>(place - entries_.begin());
+}
+
+EditedList::Entry EditedList::asWritten(std::size_t i, const std::optional<ItemList>& list) const {
+    return rows_[i].isExecutionChosen && list ? list->askingToExecute(entries_[i]) : entries_[i];
+}
+
+void EditedList::readAgain() {
+    read_.clear();
+    for (const auto& entry : entries_)
+        read_.push_back({entry, entry->tag(), entry->uuid()});
+}
+
+}  // namespace morvane
