@@ -8,16 +8,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
-#include <optional>
+#include <future>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace morvane {
 namespace {
+
+/// How long the end of a process waits for the threads that watch files. One of them may be held up
+/// by an observer or by a file system that does not answer.
+constexpr std::chrono::seconds longestEnd{1};
 
 /// Settings take a few lines; a file that is larger than this is not one of ours.
 constexpr std::size_t largestFile = 1 << 20;
@@ -126,10 +134,13 @@ struct KeyFileDefaults::Watch {
     std::vector<std::string> places;
     std::vector<GFileMonitor*> monitors;
     std::thread thread;
+    std::promise<void> over;
 
     ~Watch() {
-        if (thread.joinable())
+        if (thread.joinable()) {
             quit();
+            thread.join();
+        }
         g_main_loop_unref(loop);
         g_main_context_unref(context);
     }
@@ -146,7 +157,6 @@ struct KeyFileDefaults::Watch {
             loop, nullptr);
         g_source_attach(source, context);
         g_source_unref(source);
-        thread.join();
     }
 
     static void onEvent(GFileMonitor*, GFile*, GFile*, GFileMonitorEvent event, gpointer self) {
@@ -173,7 +183,9 @@ struct KeyFileDefaults::Watch {
     }
 
     void begin(const std::string& place) {
-        GFile* const file = g_file_new_for_path(place.c_str());
+        // The settings are a local file, for which the modules of other file systems are not
+        // loaded.
+        GFile* const file = g_vfs_get_file_for_path(g_vfs_get_local(), place.c_str());
         if (GFileMonitor* const monitor =
                 g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr)) {
             g_signal_connect(monitor, "changed", G_CALLBACK(onEvent), this);
@@ -201,12 +213,58 @@ struct KeyFileDefaults::Watch {
         g_main_loop_run(loop);
         end(monitors);
         g_main_context_pop_thread_default(context);
+        over.set_value();
     }
+};
+
+/// The watches that run. The standard defaults live as long as the process does; when it exits, GIO
+/// is taken down, so that a thread which still uses it would crash.
+class KeyFileDefaults::RunningWatches {
+  public:
+    static RunningWatches& instance() {
+        static auto* const watches = new RunningWatches;
+        return *watches;
+    }
+
+    void add(Watch& watch) {
+        const std::lock_guard lock(mutex_);
+        watches_.push_back(&watch);
+    }
+
+    void remove(const Watch& watch) {
+        const std::lock_guard lock(mutex_);
+        std::erase(watches_, &watch);
+    }
+
+  private:
+    RunningWatches() {
+        std::atexit([] { instance().endAll(); });
+    }
+
+    void endAll() {
+        const std::lock_guard lock(mutex_);
+        const auto deadline = std::chrono::steady_clock::now() + longestEnd;
+        for (Watch* const watch : watches_)
+            watch->quit();
+        for (Watch* const watch : watches_) {
+            if (watch->thread.get_id() == std::this_thread::get_id())
+                continue;  // An observer called exit().
+            if (watch->over.get_future().wait_until(deadline) == std::future_status::ready)
+                watch->thread.join();
+        }
+        watches_.clear();
+    }
+
+    std::mutex mutex_;
+    std::vector<Watch*> watches_;
 };
 
 KeyFileDefaults::KeyFileDefaults(std::string path) : path_(std::move(path)) {}
 
-KeyFileDefaults::~KeyFileDefaults() = default;
+KeyFileDefaults::~KeyFileDefaults() {
+    if (watch_)
+        RunningWatches::instance().remove(*watch_);
+}
 
 DefaultsStore::Values KeyFileDefaults::load() {
     std::string text;
@@ -238,6 +296,7 @@ void KeyFileDefaults::watch(std::function<void()> changed) {
     pthread_sigmask(SIG_SETMASK, &all, &before);
     try {
         watch->thread = std::thread([started = watch.get()] { started->run(); });
+        RunningWatches::instance().add(*watch);
         watch_ = std::move(watch);
     } catch (const std::system_error&) {
         // Without a thread, edits by hand take effect in the next process.

@@ -12,7 +12,7 @@
 /// read is never overwritten. Saves of several processes wait for one another, so that none is
 /// lost. Where the path is a symbolic link, the file that it leads to is replaced and watched as
 /// well. Changes are watched on a thread of the store's own; if no thread can be started, they are
-/// not reported.
+/// not reported. That thread ends before the process's exit() takes down what it uses.
 namespace morvane {
 
 class KeyFileDefaults final : public DefaultsStore {
@@ -26,6 +26,7 @@ class KeyFileDefaults final : public DefaultsStore {
 
   private:
     struct Watch;
+    class RunningWatches;
     std::string path_;
     std::unique_ptr<Watch> watch_;
 };

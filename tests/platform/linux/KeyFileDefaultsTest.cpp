@@ -12,10 +12,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <mutex>
 #include <sstream>
 #include <thread>
 
+#include "Await.h"
 #include "TemporaryFolder.h"
 #include "ThreadShortage.h"
 
@@ -321,6 +323,65 @@ TEST_F(LinkedDefaultsTest, ALinkThatIsPointedElsewhereIsToldAndWatchedThere) {
     byHand("sed -i 's/true/false/' ../dotfiles/other.ini");
     expectToldExactly(defaults, 2);
     EXPECT_FALSE(defaults.boolForKey("useBase2MathForSizes"));
+}
+
+/// Each test runs in a process of its own, in which nothing was watched before.
+class ExitWhileWatchedTest : public KeyFileDefaultsTest {
+  protected:
+    ExitWhileWatchedTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+/// Remembers the thread on which it was told.
+class ThreadObserver final : public NSKeyValueObserver {
+  public:
+    void observeValueForKeyPath(const NSKeyPath&, NSObject&) override {
+        thread.set_value(gettid());
+    }
+    std::promise<pid_t> thread;
+};
+
+/// Ends the process well if the thread ends soon: one that has been waited for is listed for a
+/// moment longer.
+pid_t watchingThread;
+void endOnceTheWatchHasEnded() {
+    const auto runs = [] {
+        return std::filesystem::exists("/proc/self/task/" + std::to_string(watchingThread));
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (runs() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    _exit(runs() ? 1 : 0);
+}
+
+TEST_F(ExitWhileWatchedTest, AWatchEndsBeforeWhatItUsesIsTakenDownAtTheExitOfTheProcess) {
+    const auto exitWhileWatching = [&] {
+        std::atexit(endOnceTheWatchHasEnded);  // Handlers that are added later run sooner.
+        ThreadObserver observer;
+        auto* const defaults = new NSUserDefaults(store());
+        defaults->addObserver(&observer, keyPath);
+        write("[Defaults]\nuseBase2MathForSizes=true\n");
+        watchingThread = await(observer.thread.get_future());
+        std::exit(2);
+    };
+    EXPECT_EXIT(exitWhileWatching(), testing::ExitedWithCode(0), "");
+}
+
+/// Exits the process when it is told of a change.
+class ExitingObserver final : public NSKeyValueObserver {
+  public:
+    void observeValueForKeyPath(const NSKeyPath&, NSObject&) override { std::exit(0); }
+};
+
+TEST_F(ExitWhileWatchedTest, AnObserverMayExitTheProcess) {
+    const auto exitOnChange = [&] {
+        ExitingObserver observer;
+        auto* const defaults = new NSUserDefaults(store());
+        defaults->addObserver(&observer, keyPath);
+        write("[Defaults]\nuseBase2MathForSizes=true\n");
+        for (;;)
+            pause();
+    };
+    EXPECT_EXIT(exitOnChange(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(WatchedDefaultsTest, AWatchMayEndAtOnce) {
