@@ -63,6 +63,7 @@ ClientOperation::ClientOperation(std::shared_ptr<MVFileClient::State> client,
       begun_(client_->authority->now()),
       isPrivileged_(options_.privilege == MVPrivilege::always) {
     reports_->progress = std::move(options_.progress);
+    reports_->itemCounts = std::move(options_.itemCounts);
 }
 
 void ClientOperation::start() {
@@ -118,6 +119,10 @@ void ClientOperation::run(const std::shared_ptr<ClientLane>& lane) {
     lane->connector()->setProgressHandler([weak = weak_from_this()](auto sizes) {
         const auto self = weak.lock();
         return self && self->report(std::move(sizes));
+    });
+    lane->connector()->setCountHandler([weak = weak_from_this()](const auto& counts) {
+        const auto self = weak.lock();
+        return self && self->report(counts);
     });
     try {
         if (!isPrivileged_)
@@ -177,23 +182,42 @@ void ClientOperation::repeatPrivileged() {
         client_->privilegedLanes->add(shared_from_this());
 }
 
+std::shared_ptr<ClientOperation::Reports> ClientOperation::reportsFor(bool& goesOn) const {
+    const std::lock_guard lock(mutex_);
+    goesOn = !isCancelled_;
+    return isCancelled_ || phase_ == Phase::ended ? nullptr : reports_;
+}
+
 bool ClientOperation::report(std::vector<std::shared_ptr<MVFileSizeItem>> sizes) {
-    std::shared_ptr<Reports> reports;
-    {
-        const std::lock_guard lock(mutex_);
-        if (isCancelled_ || phase_ == Phase::ended)
-            return !isCancelled_;
-        if (reports_->progress && !reports_->isOneWaiting.exchange(true))
-            reports = reports_;
-    }
-    if (reports) {
+    bool goesOn = false;
+    const auto reports = reportsFor(goesOn);
+    if (reports && reports->progress && !reports->isOneWaiting.exchange(true)) {
         post([reports, sizes = std::move(sizes)] {
             reports->isOneWaiting = false;
             if (!reports->isOver)
                 reports->progress(sizes);
         });
     }
-    return true;
+    return goesOn;
+}
+
+bool ClientOperation::report(const MVItemCounts& counts) {
+    bool goesOn = false;
+    const auto reports = reportsFor(goesOn);
+    if (!reports || !reports->itemCounts)
+        return goesOn;
+    const auto exchanged = [reports](std::optional<MVItemCounts> latest) {
+        const std::lock_guard lock(reports->mutex);
+        return std::exchange(reports->latest, latest);
+    };
+    if (!exchanged(counts)) {
+        post([reports, exchanged] {
+            const auto latest = exchanged(std::nullopt);
+            if (latest && !reports->isOver)
+                reports->itemCounts(*latest);
+        });
+    }
+    return goesOn;
 }
 
 std::shared_ptr<ClientOperation::Reports> ClientOperation::takeReports() {

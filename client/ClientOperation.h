@@ -93,8 +93,12 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     /// completion takes them with it.
     struct Reports {
         decltype(MVOperationOptions::progress) progress = nullptr;
+        decltype(MVOperationOptions::itemCounts) itemCounts = nullptr;
         /// Is called by the executor's task.
         std::atomic<bool> isOneWaiting = false;
+        /// Counts that the executor's next task takes: the last ones are never left out.
+        std::mutex mutex = {};
+        std::optional<MVItemCounts> latest = std::nullopt;
         /// Whether the completion was called.
         std::atomic<bool> isOver = false;
     };
@@ -106,7 +110,10 @@ class ClientOperation : public std::enable_shared_from_this<ClientOperation> {
     bool beginSending();
     void authorized(const std::shared_ptr<ClientLane>& lane, NSErrorRef error);
     void sendLater(const std::shared_ptr<ClientLane>& lane, bool privileged);
+    /// Null if the host is not to be told any more, with whether the service is to go on.
+    std::shared_ptr<Reports> reportsFor(bool& goesOn) const;
     bool report(std::vector<std::shared_ptr<MVFileSizeItem>> sizes);
+    bool report(const MVItemCounts& counts);
 
     const std::shared_ptr<MVFileClient::State> client_;
     MVOperationOptions options_;

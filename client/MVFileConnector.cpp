@@ -7,13 +7,15 @@
 namespace morvane {
 
 struct MVFileConnector::State {
-    ProgressHandler progressHandler() const {
+    template <class Handler>
+    Handler held(const Handler& handler) const {
         const std::lock_guard lock(mutex);
-        return progress;
+        return handler;
     }
 
     mutable std::mutex mutex;
     ProgressHandler progress;
+    CountHandler counts;
 };
 
 MVFileConnector::MVFileConnector(Creation creation)
@@ -46,15 +48,25 @@ void MVFileConnector::setProgressHandler(ProgressHandler handler) {
     state_->progress.swap(handler);
 }
 
+void MVFileConnector::setCountHandler(CountHandler handler) {
+    const std::lock_guard lock(state_->mutex);
+    state_->counts.swap(handler);
+}
+
 void MVFileConnector::progressWithReply(NSXPCReply<bool> reply) {
-    const auto progress = state_->progressHandler();
+    const auto progress = state_->held(state_->progress);
     reply(!progress || progress({}));
 }
 
 void MVFileConnector::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
                                       NSXPCReply<bool> reply) {
-    const auto progress = state_->progressHandler();
+    const auto progress = state_->held(state_->progress);
     reply(!progress || progress(std::move(sizes)));
+}
+
+void MVFileConnector::updateItemCounts(MVItemCounts counts, NSXPCReply<bool> reply) {
+    const auto handler = state_->held(state_->counts);
+    reply(!handler || handler(counts));
 }
 
 }  // namespace morvane

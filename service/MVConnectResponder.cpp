@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVConnector.h>
 
+#include <algorithm>
+
 namespace morvane {
 
 MVFileRequest::~MVFileRequest() = default;
 MVFileResponse::~MVFileResponse() = default;
+MVItemProgress::~MVItemProgress() = default;
+MVCountedResponse::~MVCountedResponse() = default;
 
 const NSClass& MVConnectResponder::classObject() {
     static const NSClass c{"MVConnectResponder", &NSObject::classObject(), nullptr};
@@ -20,6 +24,20 @@ void MVConnectResponder::updateFileSizes(std::vector<std::shared_ptr<MVFileSizeI
                                          NSXPCReply<bool> reply) {
     if (const auto to = connector())
         to->updateFileSizes(std::move(sizes), std::move(reply));
+}
+
+void MVConnectResponder::updateItemCounts(std::int64_t done, std::int64_t failed,
+                                          NSXPCReply<bool> reply) {
+    const auto to = connector();
+    if (!to)
+        return;
+    const auto count = [](std::int64_t told) {
+        return static_cast<std::uint64_t>(std::max<std::int64_t>(told, 0));
+    };
+    if (auto* const progress = dynamic_cast<MVItemProgress*>(to.get()))
+        progress->updateItemCounts({count(done), count(failed)}, std::move(reply));
+    else
+        reply(true);
 }
 
 std::shared_ptr<MVConnector> MVConnectResponder::connector() const {

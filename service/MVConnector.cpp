@@ -105,10 +105,15 @@ void MVConnector::configure(NSXPCConnection& connection) {
     const auto remote = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
     apply(*remote, true, [this] { return remoteEncodableClasses(); });
     connection.setRemoteObjectInterface(remote);
-    const auto exported = NSXPCInterface::interfaceWithProtocol<MVFileResponse>();
+    const bool counts = dynamic_cast<MVItemProgress*>(this) != nullptr;
+    const auto exported = counts ? NSXPCInterface::interfaceWithProtocol<MVCountedResponse>()
+                                 : NSXPCInterface::interfaceWithProtocol<MVFileResponse>();
     apply(*exported, false, [this] { return exportedEncodableClasses(); });
     connection.setExportedInterface(exported);
-    connection.setExportedObject<MVFileResponse>(state_->responder);
+    if (counts)
+        connection.setExportedObject<MVCountedResponse>(state_->responder);
+    else
+        connection.setExportedObject<MVFileResponse>(state_->responder);
 }
 
 // Both act on what the property holds now, which need not be the connection that has ended.

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/platform/xpc/NSXPCConnection.h>
 
 #include <atomic>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -25,7 +26,8 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
     /// `tell` gets the client's proxy, and a function for the answer to a further message that it
     /// sends. It returns false if the work is to stop.
     using Answer = std::function<void(bool)>;
-    bool ask(const std::function<void(MVFileResponse& client, const Answer& answer)>& tell = {}) {
+    using Tell = std::function<void(MVCountedResponse& client, const Answer& answer)>;
+    bool ask(const Tell& tell = {}) {
         const auto client = client_.lock();
         if (!client) {
             stop();
@@ -43,15 +45,25 @@ class ClientQuestion : public std::enable_shared_from_this<ClientQuestion> {
         return goesOn_;
     }
 
+    /// Sends what the work has come to, before its answer. Nothing depends on it any more.
+    void tellEnd(const Tell& tell) const {
+        try {
+            if (const auto client = client_.lock())
+                tell(*client->remoteObjectProxyWithErrorHandler<MVCountedResponse>({}),
+                     [](bool) {});
+        } catch (const std::exception&) {
+            // There is no memory for it; the answer comes all the same, or tells so.
+        }
+    }
+
   private:
-    void send(NSXPCConnection& client,
-              const std::function<void(MVFileResponse& client, const Answer& answer)>& tell) {
+    void send(NSXPCConnection& client, const Tell& tell) {
         const auto answer = [self = shared_from_this()](bool yes) {
             if (!yes)
                 self->stop();
             --self->unanswered_;
         };
-        const auto proxy = client.remoteObjectProxyWithErrorHandler<MVFileResponse>(
+        const auto proxy = client.remoteObjectProxyWithErrorHandler<MVCountedResponse>(
             [self = shared_from_this()](NSErrorRef error) {
                 // A client that merely has no answer for us lets the work go on.
                 if (error->code() != NSXPCConnectionReplyInvalid)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FileRequestHandler.h"
 
-#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemProgress.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -46,7 +46,7 @@ void FileRequestHandler::configure(const std::shared_ptr<NSXPCConnection>& clien
     requests->setClasses(urls, "renameUrls:names:reply:", 0, false);
     requests->setClasses(urls, "getSizesWithUrls:reply:", 0, false);
     client->setExportedInterface(requests);
-    client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+    client->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVCountedResponse>());
 }
 
 void FileRequestHandler::serve(const std::shared_ptr<NSXPCConnection>& client) {

@@ -3,6 +3,7 @@
 
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/InheritedAcl.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <fcntl.h>
 
@@ -59,10 +60,8 @@ Phrase failuresText(const WalkFailures& failures) {
 Phrase withFirst(const Phrase& text, const std::vector<WalkFailure>& failures) {
     std::vector<Phrase> first;
     for (const auto& [path, code] : failures) {
-        const auto why = code == EREMOTEIO
-                             ? phrase("the server of the network mount has stored another list")
-                             : Phrase::ofSystemError(code);
-        first.push_back(phrase("%1 (%2)", quotedPath(NSURL::fileURLWithPath(path)), why));
+        first.push_back(
+            phrase("%1 (%2)", quotedPath(NSURL::fileURLWithPath(path)), textOfFailure(code)));
     }
     const auto list = Phrase::list(translatable(", "), first);
     // TRANSLATORS: %2 is "3 items could not be changed, the others are", %3 one or several paths,
@@ -124,6 +123,10 @@ Result<std::unique_ptr<const InheritedWriter>> writerFor(const Entries& entries,
     return writer;
 }
 
+MVItemCounts countsOf(const AclPropagation& propagation) {
+    return {propagation.done(), propagation.failureCount()};
+}
+
 /// The work, which may outlive its request.
 class PropagationJob {
   public:
@@ -174,14 +177,21 @@ NSErrorRef propagateAclEntriesBelow(const Entries& entries, const NSURL& url,
         return posixError(EINVAL, url, phrase("Only a folder has something below it."));
     const auto job = std::make_shared<PropagationJob>(entries, url, rule);
     const auto question = std::make_shared<ClientQuestion>(client, [job] { job->cancel(); });
-    const auto end = supervise([job] { job->run(); }, {.user = userOfRule(rule),
-                                                       .interval = interval,
-                                                       .goesOn = [&] { return question->ask(); },
-                                                       .cancel = [&] { job->cancel(); }});
+    const auto tell = [&](MVCountedResponse& host, const ClientQuestion::Answer& answer) {
+        const auto counts = countsOf(job->propagation());
+        host.updateItemCounts(static_cast<std::int64_t>(counts.done),
+                              static_cast<std::int64_t>(counts.failed), answer);
+    };
+    const auto end =
+        supervise([job] { job->run(); }, {.user = userOfRule(rule),
+                                          .interval = interval,
+                                          .goesOn = [&] { return question->ask(tell); },
+                                          .cancel = [&] { job->cancel(); }});
     if (auto error = errorOfWork(end, url))
         return error;
     if (end == WorkEnd::done && job->refusal())
         return job->refusal();
+    question->tellEnd(tell);
     return outcomeOfPropagation(job->propagation(), entries, url, end);
 }
 
@@ -190,7 +200,9 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
     const auto failures = propagation.failures();
     const auto lost = countedAmong(entries, propagation.lost());
     const auto error = [&](int code, const NSURL& where, const Phrase& text) {
-        return posixError(code, where, text, {}, errorsOfLosses(lost));
+        const auto told = posixError(code, where, text, {}, errorsOfLosses(lost));
+        return errorWithFailures(
+            told, {errorsOfFailures(failures), {propagation.done(), failures.count}});
     };
     std::vector<Phrase> details;
     if (!lost.empty())
@@ -205,7 +217,7 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
     if (propagation.isCancelled()) {
         auto all = told(failures.count == 0
                             ? Phrase()
-                            : phrase("%1.", withFirst(failuresText(failures), failures.first)));
+                            : phrase("%1.", withFirst(failuresText(failures), failures.few())));
         all.insert(all.begin(), countedPhrase("The propagation was cancelled after %1 item.",
                                               "The propagation was cancelled after %1 items.",
                                               propagation.items()));
@@ -215,16 +227,17 @@ NSErrorRef outcomeOfPropagation(const AclPropagation& propagation, const Entries
     if (failures.count == 0)
         return nullptr;
     // A list that is stored otherwise is the least of what may have happened.
-    auto worst = std::find_if(failures.first.begin(), failures.first.end(),
+    const auto few = failures.few();
+    auto worst = std::find_if(few.begin(), few.end(),
                               [](const WalkFailure& one) { return one.code != EREMOTEIO; });
-    if (worst == failures.first.end())
-        worst = failures.first.begin();
+    if (worst == few.end())
+        worst = few.begin();
     const auto failed = failuresText(failures);
     const auto text = withFirst(failures.notReached == 0
                                     // TRANSLATORS: %1 is "3 items could not be changed".
                                     ? phrase("%1, the others are", failed)
                                     : phrase("%1; the others are changed", failed),
-                                failures.first);
+                                few);
     return error(worst->code, NSURL::fileURLWithPath(worst->path),
                  details.empty() ? text : sentences(told(phrase("%1.", text))));
 }

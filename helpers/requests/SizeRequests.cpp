@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "SizeRequests.h"
 
+#include <MorvaneOperation/MVItemFailures.h>
+
 #include <cerrno>
 #include <mutex>
 #include <string>
@@ -94,7 +96,7 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
         return {};
     const auto job = std::make_shared<SizeJob>(urls, rule);
     const auto question = std::make_shared<ClientQuestion>(client, [job] { job->cancel(); });
-    const auto tell = [&](MVFileResponse& host, const ClientQuestion::Answer& answer) {
+    const auto tell = [&](MVCountedResponse& host, const ClientQuestion::Answer& answer) {
         host.updateFileSizes(job->items(), answer);
     };
     const auto end =
@@ -107,14 +109,18 @@ SizesAnswer sizesOfUrls(const std::vector<NSURL>& urls,
     SizesAnswer answer{job->items(), nullptr};
     const auto unreadable = job->unreadable();
     const auto skipped = unreadable.count > 0 ? skippedText(unreadable) : Phrase();
+    const auto error = [&](int code, const NSURL& url, const Phrase& text) {
+        return errorWithFailures(posixError(code, url, text),
+                                 {errorsOfFailures(unreadable), {0, unreadable.count}});
+    };
     if (!question->goesOn())
-        answer.error = posixError(
-            ECANCELED, urls.front(),
-            sentences({phrase("The computation was cancelled."),
-                       skipped.empty() ? skipped : phrase("%1.", skipped), leftText(end)}));
+        answer.error =
+            error(ECANCELED, urls.front(),
+                  sentences({phrase("The computation was cancelled."),
+                             skipped.empty() ? skipped : phrase("%1.", skipped), leftText(end)}));
     else if (unreadable.count > 0)
-        answer.error = posixError(unreadable.first.front().code,
-                                  NSURL::fileURLWithPath(unreadable.first.front().path), skipped);
+        answer.error = error(unreadable.first.front().code,
+                             NSURL::fileURLWithPath(unreadable.first.front().path), skipped);
     return answer;
 }
 

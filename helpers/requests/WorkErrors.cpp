@@ -43,6 +43,22 @@ Phrase leftText(WorkEnd end) {
                                 : Phrase();
 }
 
+std::vector<NSErrorRef> errorsOfFailures(const WalkFailures& failures) {
+    std::vector<NSErrorRef> errors;
+    errors.reserve(failures.first.size());
+    for (const auto& [path, code] : failures.first) {
+        // A client has the system's own texts itself.
+        const auto text = code == EREMOTEIO ? textOfFailure(code) : Phrase();
+        errors.push_back(posixError(code, NSURL::fileURLWithPath(path), text));
+    }
+    return errors;
+}
+
+Phrase textOfFailure(int code) {
+    return code == EREMOTEIO ? phrase("the server of the network mount has stored another list")
+                             : Phrase::ofSystemError(code);
+}
+
 Phrase sentences(std::vector<Phrase> all) {
     std::erase_if(all, [](const Phrase& each) { return each.empty(); });
     return all.size() == 1 ? all.front() : Phrase::list(" ", all);

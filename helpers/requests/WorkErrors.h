@@ -9,6 +9,7 @@
 
 #include "ItemPath.h"
 #include "SupervisedWork.h"
+#include "TreeWalk.h"
 
 /// Puts into words how work on files has ended.
 namespace morvane {
@@ -24,6 +25,12 @@ NSErrorRef errorOfCancelledWork(const NSURL& url, WorkEnd end);
 
 /// Returns what a text adds for work that was left; empty for other work.
 Phrase leftText(WorkEnd end);
+
+/// Returns an error for each failure that is kept, with its URL.
+std::vector<NSErrorRef> errorsOfFailures(const WalkFailures& failures);
+
+/// Returns why an item has failed with this errno value.
+Phrase textOfFailure(int code);
 
 /// Returns those that are not empty, one behind the other.
 Phrase sentences(std::vector<Phrase> all);

@@ -65,8 +65,10 @@ int AclPropagation::writeFile(const TreeFolder& in, const char* name) {
 
 int AclPropagation::write(const TreeFolder& in, const OpenItem& item, const struct stat& status) {
     auto written = writer_->write(item, status, levelOf(in));
-    if (written && written->empty())
+    if (written && written->empty()) {
+        ++done_;
         return 0;
+    }
     const std::lock_guard lock(mutex_);
     if (!written) {
         const auto& [code, why] = written.error();

@@ -62,7 +62,10 @@ class AclPropagation final : private TreeVisitor {
 
     /// How many files and folders have been dealt with, failures included.
     std::uint64_t items() const { return items_; }
+    /// How many of them have what they inherit.
+    std::uint64_t done() const { return done_; }
     WalkFailures failures() const { return walk_.failures(); }
+    std::uint64_t failureCount() const { return walk_.failureCount(); }
     /// What the servers of network mounts have made otherwise, each once whichever items it is
     /// about, what is about one identity together.
     EntryLossSet lost() const;
@@ -84,6 +87,7 @@ class AclPropagation final : private TreeVisitor {
     const InheritedWriter* writer_ = nullptr;
     TreeWalk walk_;
     std::atomic<std::uint64_t> items_ = 0;
+    std::atomic<std::uint64_t> done_ = 0;
     mutable std::mutex mutex_;
     EntryLossSet lost_;
     std::set<Phrase> reasons_;

@@ -20,7 +20,8 @@
 namespace morvane {
 namespace {
 
-constexpr std::size_t maxFailuresKept = 5;
+/// How many failures a text names. These are kept however long their paths are.
+constexpr std::size_t fewFailures = 5;
 /// How many jobs may wait for an idle thread.
 constexpr std::size_t maxJobs = 4;
 /// With fewer files than this, sharing them costs more than it saves.
@@ -299,16 +300,40 @@ WalkFailures TreeWalk::failures() const {
     return failures_;
 }
 
+std::uint64_t TreeWalk::failureCount() const {
+    const std::lock_guard lock(mutex_);
+    return failures_.count;
+}
+
 void TreeWalk::failed(std::string path, int code, bool notReached) {
     const std::lock_guard lock(mutex_);
     ++failures_.count;
     failures_.notReached += notReached ? 1 : 0;
     auto& first = failures_.first;
-    if (first.size() < maxFailuresKept)
-        first.push_back({std::move(path), code});
-    else if (std::none_of(first.begin(), first.end(),
-                          [&](const WalkFailure& failure) { return failure.code == code; }))
-        first.back() = {std::move(path), code};
+    const bool isKept =
+        first.size() < fewFailures ||
+        (first.size() < maxFailuresKept && pathBytes_ + path.size() <= maxFailurePathBytes);
+    const bool isOther = !first.empty() && first.front().code != code;
+    if (!isKept && !(isOther && haveOneCode_))
+        return;
+    if (!isKept) {
+        pathBytes_ -= first.back().path.size();
+        first.pop_back();
+    }
+    haveOneCode_ &= !isOther;
+    pathBytes_ += path.size();
+    first.push_back({std::move(path), code});
+}
+
+std::vector<WalkFailure> WalkFailures::few() const {
+    if (first.size() <= fewFailures)
+        return first;
+    std::vector<WalkFailure> few(first.begin(), first.begin() + fewFailures);
+    const auto isOther = [&](const WalkFailure& each) { return each.code != few.front().code; };
+    const auto other = std::find_if(first.begin(), first.end(), isOther);
+    if (other != first.end() && std::none_of(few.begin(), few.end(), isOther))
+        few.back() = *other;
+    return few;
 }
 
 }  // namespace morvane

@@ -17,6 +17,13 @@
 /// The one walk of everything below a folder.
 namespace morvane {
 
+/// How many failures of a walk are kept, each with its path, and how many bytes their paths may
+/// have: as many as a person looks through. All are counted, but what a walk holds and its answer
+/// carries must not grow with the tree, in which whoever has made it can have any number of items
+/// fail, each with a path of megabytes.
+inline constexpr std::size_t maxFailuresKept = 1000;
+inline constexpr std::size_t maxFailurePathBytes = std::size_t{1} << 20;
+
 struct WalkFailure {
     std::string path;
     /// An errno value.
@@ -28,9 +35,12 @@ struct WalkFailures {
     std::uint64_t count = 0;
     /// How many of them are folders below which not everything has been reached.
     std::uint64_t notReached = 0;
-    /// The first few, which are named. If all of these have the same code and a later one has
-    /// another, it replaces the last.
+    /// The first ones. If all of these have the same code and a later one has another, it replaces
+    /// the last.
     std::vector<WalkFailure> first;
+
+    /// Those of them that a text names, by the same rule.
+    std::vector<WalkFailure> few() const;
 };
 
 class TreeWalk;
@@ -112,6 +122,8 @@ class TreeWalk {
     /// Files, folders, links and others met by all walks.
     std::uint64_t items() const { return items_; }
     WalkFailures failures() const;
+    /// How many they are.
+    std::uint64_t failureCount() const;
 
     /// Counts an item of all walks as a failure.
     void failed(std::string path, int code, bool notReached);
@@ -123,6 +135,9 @@ class TreeWalk {
     std::atomic<std::uint64_t> items_ = 0;
     mutable std::mutex mutex_;
     WalkFailures failures_;
+    /// What is known of the failures that are kept.
+    std::size_t pathBytes_ = 0;
+    bool haveOneCode_ = true;
 };
 
 /// Whether an item could not be opened because it has gone, or because something else has its name.

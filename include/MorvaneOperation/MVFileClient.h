@@ -35,6 +35,9 @@ struct MVOperationOptions {
     /// The sizes so far, of the items that were asked for, in their order; empty where the service
     /// tells only that it is at work.
     std::function<void(const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes)> progress = {};
+    /// Of a propagation: the items so far, and before the completion those of the whole work. They
+    /// begin anew if the helper does the work again. Not called where the service does not tell.
+    std::function<void(const MVItemCounts& counts)> itemCounts = {};
 };
 
 /// The access-control list of an item, as it is read, edited and written.
@@ -158,7 +161,8 @@ class MORVANE_EXPORT MVFileClient final {
     /// Replaces the list of the item. The entries are taken as they are during the call.
     void writeAcl(const MVFileAcl& acl, MVOperationOptions options,
                   Completion<NSErrorRef> completion);
-    /// Gives everything below the folder what it inherits of the entries.
+    /// Gives everything below the folder what it inherits of the entries. An error tells of each
+    /// item that has failed (failuresOfError()).
     void propagateAcl(const MVFileAcl& acl, MVOperationOptions options,
                       Completion<NSErrorRef> completion);
     /// Works out what writing would lose; of the options the stop token counts. Asks no service,

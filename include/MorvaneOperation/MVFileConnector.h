@@ -18,7 +18,7 @@ namespace morvane {
 ///         ->getAclEntriesWithUrl(url, [](auto entries, NSErrorRef error) { redraw(); });
 ///
 /// For a host that sends messages itself; MVFileClient has the operations made of them.
-class MORVANE_EXPORT MVFileConnector final : public MVConnector {
+class MORVANE_EXPORT MVFileConnector final : public MVConnector, public MVItemProgress {
   public:
     /// Learns what is known of the sizes so far (nothing, if the service merely asks) and answers
     /// whether to go on.
@@ -35,11 +35,17 @@ class MORVANE_EXPORT MVFileConnector final : public MVConnector {
     /// long request at a time.
     void setProgressHandler(ProgressHandler handler);
 
+    /// Learns how many items a propagation has dealt with, and answers whether to go on.
+    using CountHandler = std::function<bool(const MVItemCounts&)>;
+    /// As setProgressHandler().
+    void setCountHandler(CountHandler handler);
+
     EncodableClasses remoteEncodableClasses() override;
     EncodableClasses exportedEncodableClasses() override;
     void progressWithReply(NSXPCReply<bool> reply) override;
     void updateFileSizes(std::vector<std::shared_ptr<MVFileSizeItem>> sizes,
                          NSXPCReply<bool> reply) override;
+    void updateItemCounts(MVItemCounts counts, NSXPCReply<bool> reply) override;
 
   private:
     struct MORVANE_INTERNAL State;

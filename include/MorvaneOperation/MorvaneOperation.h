@@ -22,6 +22,8 @@
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/MVFileSizeInfo.h>
 #include <MorvaneOperation/MVFileSizeItem.h>
+#include <MorvaneOperation/MVItemFailures.h>
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/MVObservation.h>
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/MVServiceNames.h>

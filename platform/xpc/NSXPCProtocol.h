@@ -108,9 +108,7 @@ requires(sizeof...(Rest) > 0) struct Split<Types<Own...>, First, Rest...>
 template <class Method>
 struct Traits;
 template <class P, class... A>
-struct Traits<void (P::*)(A...)> : Split<Types<>, std::decay_t<A>...> {
-    using Protocol = P;
-};
+struct Traits<void (P::*)(A...)> : Split<Types<>, std::decay_t<A>...> {};
 
 template <class Function, class Arguments>
 class Receiver;
@@ -167,12 +165,13 @@ class Replier<Types<T...>> {
     std::shared_ptr<NSXPCReplyPort> port_;
 };
 
-template <auto Method>
+/// `object` is a P, whose message may be that of a protocol which P extends.
+template <class P, auto Method>
 void dispatch(void* object, NSKeyedUnarchiver& coder, const std::vector<NSClassSet>& classes,
               const std::shared_ptr<NSXPCReplyPort>& port) {
     using Message = Traits<decltype(Method)>;
     auto arguments = Message::Arguments::decodeRequest(coder, classes);
-    auto* target = static_cast<typename Message::Protocol*>(object);
+    auto* target = static_cast<P*>(object);
     port->willCallObject();
     std::apply(
         [&](auto&&... own) {
@@ -201,12 +200,12 @@ void endWithError(const std::shared_ptr<NSXPCReplyPort>& port, const NSErrorRef&
     ErrorReply<typename Traits<decltype(Method)>::ReplyArguments>::send(port, error);
 }
 
-template <auto Method>
+template <class P, auto Method>
 NSXPCMessageDescription describe(std::string_view selector) {
     using Message = Traits<decltype(Method)>;
     return {{Message::Arguments::defaultClasses(), Message::ReplyArguments::defaultClasses()},
             selector,
-            &dispatch<Method>,
+            &dispatch<P, Method>,
             &endWithError<Method>};
 }
 
@@ -279,7 +278,7 @@ std::shared_ptr<P> makeProxy(NSXPCProxyTarget target) {
         target_.send<&Protocol::NAME, NAME##_index> ARGS;                               \
     }
 #define NSXPC_MESSAGE_DESCRIPTION(NAME, SELECTOR, PARAMS, ARGS, ...) \
-    ::morvane::xpc_message::describe<&Protocol::NAME>(SELECTOR),
+    ::morvane::xpc_message::describe<Protocol, &Protocol::NAME>(SELECTOR),
 
 /// The proxy class and the run-time description of the protocol class P, from its messages.
 #define NSXPC_PROTOCOL(P, MESSAGES)                                                              \

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclOrigin.h>
+#include <MorvaneOperation/MVItemFailures.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <future>
+#include <set>
 #include <variant>
+#include <vector>
 
 #include "ClientTestSupport.h"
 #include "OrdinaryUser.h"
@@ -39,6 +44,70 @@ class ClientWhenRefused : public ClientTest {
 
     static constexpr int items = 10;
 };
+
+/// A folder of 3,000 files, two of which the file service's user may not change.
+class ClientPropagation : public ClientTest {
+  protected:
+    ClientPropagation() {
+        serveAsNobody();
+        std::filesystem::create_directory(tree_);
+        for (int i = 0; i != files; ++i)
+            chown(makeFile("tree/" + std::to_string(i)).c_str(), nobody, nobody);
+        for (const auto& path : refused_)
+            chown(makeFile("tree/" + path.filename().string()).c_str(), 0, 0);
+        chown(tree_.c_str(), nobody, nobody);
+    }
+
+    /// Propagates, and notes the counts in `told_`.
+    NSErrorRef propagate(MVPrivilege privilege = MVPrivilege::never) {
+        const auto acl = read(tree_);
+        return waitFor<NSErrorRef>([&](auto completion) {
+            client->propagateAcl(
+                *acl,
+                {.privilege = privilege,
+                 .itemCounts = [&](const MVItemCounts& counts) { told_.push_back(counts); }},
+                completion);
+        });
+    }
+
+    static constexpr unsigned nobody = 65534;
+    static constexpr int files = 3000;
+    const std::filesystem::path tree_ = folder / "tree";
+    const std::vector<std::filesystem::path> refused_{tree_ / "not\nhis \xff", tree_ / "theirs"};
+    std::vector<MVItemCounts> told_;
+};
+
+TEST_F(ClientPropagation, EachItemThatFailedComesAsAValueAndTheCountsOfAll) {
+    const auto error = propagate();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), EPERM);
+    const auto failures = failuresOfError(*error);
+    EXPECT_EQ(failures.counts, (MVItemCounts{files, 2}));
+    std::set<std::filesystem::path> paths;
+    for (const auto& each : failures.errors) {
+        EXPECT_EQ(each->domain(), NSPOSIXErrorDomain);
+        EXPECT_EQ(each->code(), EPERM);
+        EXPECT_EQ(each->localizedDescription(), "Operation not permitted");
+        paths.insert(std::get<NSURL>(each->userInfo().at(NSURLErrorKey)).path());
+    }
+    EXPECT_EQ(paths, std::set<std::filesystem::path>(refused_.begin(), refused_.end()));
+    ASSERT_FALSE(told_.empty());
+    EXPECT_EQ(told_.back(), (MVItemCounts{files, 2}));
+}
+
+TEST_F(ClientPropagation, TheCountsOfOneThatSucceedsComeBeforeItsCompletion) {
+    for (const auto& path : refused_)
+        std::filesystem::remove(path);
+    EXPECT_FALSE(propagate());
+    ASSERT_FALSE(told_.empty());
+    EXPECT_EQ(told_.back(), (MVItemCounts{files, 0}));
+}
+
+TEST_F(ClientPropagation, WhatTheHelperDoesAgainIsCountedAgain) {
+    EXPECT_FALSE(propagate(MVPrivilege::whenRefused));
+    ASSERT_FALSE(told_.empty());
+    EXPECT_EQ(told_.back(), (MVItemCounts{files + 2, 0}));
+}
 
 TEST_F(ClientWhenRefused, TenItemsCostOnePrompt) {
     for (const auto& acl : readAll()) {

@@ -101,12 +101,12 @@ class ClientTest : public AuthorizationTest {
         const auto remote = NSXPCInterface::interfaceWithProtocol<MVFileRequest>();
         for (const auto& [selector, classes] : made->remoteEncodableClasses())
             remote->setClasses(classes, selector, 0, true);
-        const auto exported = NSXPCInterface::interfaceWithProtocol<MVFileResponse>();
+        const auto exported = NSXPCInterface::interfaceWithProtocol<MVCountedResponse>();
         for (const auto& [selector, classes] : made->exportedEncodableClasses())
             exported->setClasses(classes, selector, 0, false);
         helper->setRemoteObjectInterface(remote);
         helper->setExportedInterface(exported);
-        helper->setExportedObject<MVFileResponse>(made->responder());
+        helper->setExportedObject<MVCountedResponse>(made->responder());
         helper->resume();
         made->setAuthConnection(helper);
         const std::lock_guard lock(mutex_);

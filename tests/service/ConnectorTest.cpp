@@ -290,6 +290,48 @@ TEST_F(MVConnectorTest, TheResponderForwardsOnTheThreadThatItIsCalledOn) {
     EXPECT_EQ(connector->received[0], item);
 }
 
+/// Wants to know how many items were dealt with.
+class CountingConnector final : public Connector, public MVItemProgress {
+  public:
+    using Connector::Connector;
+    static const NSClass& classObject() {
+        static const NSClass c{"CountingConnector", &Connector::classObject(), nullptr};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+    void updateItemCounts(MVItemCounts counts, NSXPCReply<bool> reply) override {
+        told = counts;
+        reply(false);
+    }
+
+    MVItemCounts told;
+};
+
+TEST_F(MVConnectorTest, CountsGoToAConnectorThatWantsThem) {
+    const auto connector = MVConnector::init<CountingConnector>();
+    const auto connection = connector->connection();
+    EXPECT_EQ(connection->exportedInterface()->protocol().name, "MVCountedResponse");
+    EXPECT_EQ(
+        connection->exportedInterface()->classesForSelector("updateFileSizes:reply:", 0, false),
+        NSClassSet{&NSArrayClass});
+    EXPECT_EQ(connection->exportedObject().get(),
+              static_cast<MVCountedResponse*>(connector->responder().get()));
+    bool goesOn = true;
+    connector->responder()->updateItemCounts(7, 3, [&](bool yes) { goesOn = yes; });
+    EXPECT_FALSE(goesOn);
+    EXPECT_EQ(connector->told, (MVItemCounts{7, 3}));
+    connector->responder()->updateItemCounts(-1, -1, [](bool) {});
+    EXPECT_EQ(connector->told, MVItemCounts());
+}
+
+TEST_F(MVConnectorTest, AConnectorThatDoesNotWantCountsExportsTheTwoCallbacksAlone) {
+    const auto connector = MVConnector::init<Connector>();
+    EXPECT_EQ(connector->connection()->exportedInterface()->protocol().name, "MVFileResponse");
+    bool goesOn = false;
+    connector->responder()->updateItemCounts(7, 3, [&](bool yes) { goesOn = yes; });
+    EXPECT_TRUE(goesOn);
+}
+
 TEST_F(MVConnectorTest, ACallbackAfterTheConnectorsEndIsDropped) {
     auto connector = MVConnector::init<Connector>();
     const auto responder = connector->responder();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileRequest.h>
-#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/platform/xpc/NSXPCInterface.h>
 #include <gtest/gtest.h>
 
@@ -58,6 +58,20 @@ TEST(MVFileResponse, HasTheTwoCallbacks) {
     EXPECT_EQ(messages[1].selector, "updateFileSizes:reply:");
     EXPECT_EQ(messages[1].arguments.size(), 1u);
     EXPECT_EQ(messages[1].replyArguments.size(), 1u);
+}
+
+TEST(MVCountedResponse, HasTheTwoCallbacksFirst) {
+    const auto& messages = protocolDescription<MVCountedResponse>().messages;
+    const auto& fixed = protocolDescription<MVFileResponse>().messages;
+    ASSERT_EQ(messages.size(), fixed.size() + 1);
+    for (std::size_t i = 0; i != fixed.size(); ++i) {
+        EXPECT_EQ(messages[i].selector, fixed[i].selector);
+        EXPECT_EQ(messages[i].arguments, fixed[i].arguments);
+        EXPECT_EQ(messages[i].replyArguments, fixed[i].replyArguments);
+    }
+    EXPECT_EQ(messages.back().selector, "updateItemCounts:failed:reply:");
+    EXPECT_EQ(messages.back().arguments.size(), 2u);
+    EXPECT_EQ(messages.back().replyArguments.size(), 1u);
 }
 
 }  // namespace

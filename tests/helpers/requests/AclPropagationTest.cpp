@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/IdentityText.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <thread>
 #include <utility>
@@ -20,6 +23,7 @@
 #include "Nfs4Names.h"
 #include "PosixInheritance.h"
 #include "PropagationTest.h"
+#include "WorkErrors.h"
 
 namespace morvane {
 namespace {
@@ -178,6 +182,60 @@ TEST_F(AclPropagationTest, ARefusalIsNotHiddenByListsThatAreStoredOtherwise) {
     EXPECT_EQ(error->code(), EPERM);
     EXPECT_NE(error->localizedDescription().find("(Operation not permitted)"), std::string::npos)
         << error->localizedDescription();
+    const auto failures = failuresOfError(*error);
+    EXPECT_EQ(failures.errors.size(), items);
+    const auto stored =
+        std::find_if(failures.errors.begin(), failures.errors.end(),
+                     [](const NSErrorRef& each) { return each->code() == EREMOTEIO; });
+    ASSERT_NE(stored, failures.errors.end());
+    EXPECT_EQ((*stored)->localizedDescription(),
+              "the server of the network mount has stored another list");
+}
+
+/// The paths of the failures that an error tells as values, each with its code.
+std::map<std::string, std::int64_t> failedPaths(const NSError& error) {
+    std::map<std::string, std::int64_t> paths;
+    for (const auto& each : failuresOfError(error).errors)
+        paths[std::get<NSURL>(each->userInfo().at(NSURLErrorKey)).path()] = each->code();
+    return paths;
+}
+
+TEST_F(AclPropagationTest, EachItemThatFailedIsToldAsAValueWithItsPathInBytes) {
+    fs::remove_all(top_);
+    fs::create_directory(top_);
+    constexpr int items = 200;
+    std::map<std::string, std::int64_t> expected;
+    for (int i = 0; i != items; ++i) {
+        const auto path = top_ + "/odd\n\xff" + std::to_string(i);
+        makeFile(path);
+        expected[path] = ENOSPC;
+    }
+    AclPropagation propagation;
+    propagation.run(CancellingWriter(-1), opened(top_), top_);
+    const auto error = outcomeOfPropagation(propagation, {}, url());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(failedPaths(*error), expected);
+    EXPECT_EQ(failuresOfError(*error).counts, (MVItemCounts{0, items}));
+    EXPECT_TRUE(error->localizedDescription().starts_with(
+        "200 items could not be changed, the others are; the first are \"" + top_ + "/odd"))
+        << error->localizedDescription();
+    EXPECT_EQ(failuresOfError(*error).errors.front()->localizedDescription(),
+              "No space left on device");
+}
+
+TEST_F(AclPropagationTest, ACancelledOneTellsItsFailuresAsValuesToo) {
+    const auto error = cancelledAfterFailing(top_ + "/sub/deep", 1);
+    EXPECT_EQ(failedPaths(*error),
+              (std::map<std::string, std::int64_t>{{top_ + "/sub/deep/file", ENOSPC}}));
+    EXPECT_EQ(failuresOfError(*error).counts, (MVItemCounts{0, 1}));
+}
+
+TEST_F(AclPropagationTest, OfAMillionFailuresABoundIsTold) {
+    TreeWalk walk;
+    for (int i = 0; i != 1'000'000; ++i)
+        walk.failed("/item", EACCES, false);
+    EXPECT_EQ(errorsOfFailures(walk.failures()).size(), maxFailuresKept);
+    EXPECT_EQ(walk.failureCount(), 1'000'000U);
 }
 
 /// A server that stores something else of every list.

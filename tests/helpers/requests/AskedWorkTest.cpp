@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/PosixAclEntries.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
@@ -53,7 +53,8 @@ class Service {
         auto [near, far] = FakeStreamSocket::pair();
         server_ = connection(far);
         client_ = connection(near);
-        server_->setRemoteObjectInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+        server_->setRemoteObjectInterface(
+            NSXPCInterface::interfaceWithProtocol<MVCountedResponse>());
         client_->setExportedInterface(NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
         client_->setExportedObject<MVFileResponse>(client);
         server_->resume();

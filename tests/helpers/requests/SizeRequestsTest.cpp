@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <MorvaneOperation/platform/xpc/ConnectionCore.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -247,6 +247,11 @@ TEST_F(SizeRequestsTest, WhatCannotBeReadIsCountedAndTheFirstIsNamed) {
     EXPECT_EQ(answer.error->localizedDescription(),
               "2 items could not be read and count as nothing; the first is \"" + folder.string() +
                   "/a b\" (No such file or directory)");
+    const auto failures = failuresOfError(*answer.error);
+    EXPECT_EQ(failures.counts.failed, 2U);
+    ASSERT_EQ(failures.errors.size(), 2U);
+    EXPECT_EQ(std::get<NSURL>(failures.errors[1]->userInfo().at(NSURLErrorKey)), url("c"));
+    EXPECT_EQ(failures.errors[1]->code(), ENOENT);
     ASSERT_EQ(answer.sizes.size(), 3U);
     EXPECT_EQ(answer.sizes[0]->size(), -1) << "it is unknown";
     EXPECT_EQ(answer.sizes[1]->size(), 5);

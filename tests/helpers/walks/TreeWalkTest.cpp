@@ -177,6 +177,37 @@ TEST_F(TreeWalkTest, AFolderThatIsTooDeepIsNamedAndNotEntered) {
     EXPECT_TRUE(fs::is_directory(failures.first.at(0).path)) << "what is named can be looked at";
 }
 
+TEST_F(TreeWalkTest, AllFailuresAreCountedAndABoundOfThemIsKept) {
+    TreeWalk walk;
+    for (int i = 0; i != 3000; ++i)
+        walk.failed("/item" + std::to_string(i), EACCES, false);
+    walk.failed("/other", EPERM, false);
+    walk.failed("/later", ENOSPC, false);
+    const auto failures = walk.failures();
+    EXPECT_EQ(failures.count, 3002U);
+    EXPECT_EQ(walk.failureCount(), 3002U);
+    ASSERT_EQ(failures.first.size(), maxFailuresKept);
+    EXPECT_EQ(failures.first[maxFailuresKept - 2].path, "/item998");
+    EXPECT_EQ(failures.first.back().path, "/other");
+    const auto few = failures.few();
+    ASSERT_EQ(few.size(), 5U);
+    EXPECT_EQ(few[3].path, "/item3");
+    EXPECT_EQ(few[4].path, "/other");
+    EXPECT_EQ(few[4].code, EPERM);
+}
+
+TEST_F(TreeWalkTest, ThePathsOfTheFailuresThatAreKeptHaveABound) {
+    TreeWalk walk;
+    const std::string path(maxFailurePathBytes / 8, 'p');
+    for (int i = 0; i != 100; ++i)
+        walk.failed(path, EACCES, false);
+    walk.failed("/other", EPERM, false);
+    const auto failures = walk.failures();
+    EXPECT_EQ(failures.count, 101U);
+    ASSERT_EQ(failures.first.size(), 8U);
+    EXPECT_EQ(failures.first.back().path, "/other");
+}
+
 TEST_F(TreeWalkTest, TheFilesOfOneFolderAreSharedByTwoThreads) {
     /// Waits for the other thread.
     class Meeting final : public TreeVisitor {
