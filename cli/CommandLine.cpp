@@ -207,6 +207,35 @@ CommandLine renameCommand(const OptionValues& values) {
     return rename;
 }
 
+CommandLine whoCanCommand(const OptionValues& values) {
+    if (values.all("PATH").empty())
+        return misunderstood(say("%1 is required", "PATH"), "who-can");
+    return WhoCanOptions{values.all("PATH"), values.one("--right"), values.has("--all"),
+                         values.has("--json")};
+}
+
+CommandLine diffCommand(const OptionValues& values) {
+    auto paths = values.all("PATH");
+    DiffOptions diff;
+    diff.saved = values.one("--saved");
+    diff.recursive = values.has("--recursive");
+    diff.json = values.has("--json");
+    if (values.has("--saved") && diff.saved.empty())
+        return misunderstood(say("%1 is followed by nothing", "--saved"), "diff");
+    const std::size_t needed = values.has("--saved") ? 1 : 2;
+    if (paths.size() < needed)
+        return misunderstood(
+            say("%1 is required", needed == 1 ? "PATH" : say("%1 or %2", "PATH PATH", "--saved")),
+            "diff");
+    if (paths.size() > needed)
+        return misunderstood(
+            say("The following argument was not expected: %1", escaped(paths[needed])), "diff");
+    if (needed == 2)
+        diff.before = paths.front();
+    diff.after = paths.back();
+    return diff;
+}
+
 Outcome helpCommand(const OptionValues& values) {
     const auto topic = values.one("COMMAND");
     if (topic == editTopic)
@@ -238,6 +267,13 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
         return aclCommand(values, argc, argv);
     if (name == "access")
         return accessCommand(values);
+    if (name == "who-can")
+        return whoCanCommand(values);
+    if (name == "diff")
+        return diffCommand(values);
+    if (name == "check")
+        return CheckOptions{values.one("TREE"), values.has("--other-file-systems"),
+                            values.has("--json"), values.has("--json-lines")};
     if (name == "size")
         return sizeCommand(values);
     if (name == "ls")

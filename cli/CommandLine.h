@@ -8,12 +8,15 @@
 #include "AccessCommand.h"
 #include "AclCommand.h"
 #include "ChangeCommand.h"
+#include "CheckCommand.h"
+#include "DiffCommand.h"
 #include "EditCommand.h"
 #include "LsCommand.h"
 #include "Outcome.h"
 #include "PropagateCommand.h"
 #include "RenameCommand.h"
 #include "SizeCommand.h"
+#include "WhoCanCommand.h"
 
 /// What the command line asks for: a command's options, or at once what is to be printed (help, the
 /// version, or why the command line was not understood).
@@ -34,7 +37,8 @@ struct CommonOptions {
 };
 
 using CommandLine = std::variant<Outcome, AclOptions, EditOptions, PropagateOptions, AccessOptions,
-                                 SizeOptions, LsOptions, RenameOptions, ChangeOptions, SaveOptions>;
+                                 SizeOptions, LsOptions, RenameOptions, ChangeOptions, SaveOptions,
+                                 DiffOptions, WhoCanOptions, CheckOptions>;
 
 /// `version` is what --version prints behind the program's name. `common` tells of JSON also if the
 /// words were not understood.

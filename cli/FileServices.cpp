@@ -4,7 +4,9 @@
 #include <MorvaneOperation/MVOperationError.h>
 
 #include <cerrno>
+#include <chrono>
 #include <future>
+#include <stop_token>
 #include <type_traits>
 #include <utility>
 
@@ -45,6 +47,9 @@ struct FromReply<Result<T>> {
     }
 };
 
+/// How soon Ctrl-C is noticed while an answer is waited for.
+constexpr std::chrono::milliseconds lookInterval{50};
+
 /// The answer to one request, which comes on another thread.
 template <class T>
 class Answer {
@@ -68,7 +73,17 @@ class Answer {
             }
         };
     }
+    void set(T value) const { promise_->set_value(std::move(value)); }
     T wait() const { return promise_->get_future().get(); }
+    /// The same, or that it was cancelled, once `goesOn` has said no.
+    T wait(const std::function<bool()>& goesOn) const {
+        auto future = promise_->get_future();
+        while (future.wait_for(lookInterval) != std::future_status::ready) {
+            if (!goesOn())
+                return Failure{NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED)};
+        }
+        return future.get();
+    }
 
   private:
     const std::shared_ptr<std::promise<T>> promise_ = std::make_shared<std::promise<T>>();
@@ -103,6 +118,19 @@ Result<EntryList> FileServices::aclEntries(const NSURL& url) {
     return answer.wait();
 }
 
+std::vector<Result<EntryList>> FileServices::aclEntriesOfAll(const std::vector<NSURL>& urls,
+                                                             const std::function<bool()>& goesOn) {
+    const std::vector<Answer<Result<EntryList>>> answers(urls.size());
+    for (std::size_t i = 0; i != urls.size(); ++i) {
+        if (const auto service = serviceFor(MVRightGetFileAcl, answers[i].ofFailure()))
+            service->getAclEntriesWithUrl(urls[i], answers[i].ofReply());
+    }
+    std::vector<Result<EntryList>> lists;
+    for (const auto& answer : answers)
+        lists.push_back(answer.wait(goesOn));
+    return lists;
+}
+
 NSErrorRef FileServices::setAclEntries(const EntryList& entries, const NSURL& url) {
     const Answer<NSErrorRef> answer;
     if (const auto service = serviceFor(MVRightSetFileAcl, answer.ofFailure()))
@@ -115,6 +143,38 @@ Result<PermissionList> FileServices::access(const NSURL& url, const NSUUID& who)
     if (const auto service = serviceFor(MVRightGetFileAccess, answer.ofFailure()))
         service->getAclAccessWithUrl(url, who, answer.ofReply());
     return answer.wait();
+}
+
+std::vector<Result<PermissionList>> FileServices::accessOfAll(const NSURL& url,
+                                                              const std::vector<NSUUID>& whom,
+                                                              const std::function<bool()>& goesOn) {
+    const std::vector<Answer<Result<PermissionList>>> answers(whom.size());
+    for (std::size_t i = 0; i != whom.size(); ++i) {
+        if (const auto service = serviceFor(MVRightGetFileAccess, answers[i].ofFailure()))
+            service->getAclAccessWithUrl(url, whom[i], answers[i].ofReply());
+    }
+    std::vector<Result<PermissionList>> permissions;
+    for (const auto& answer : answers)
+        permissions.push_back(answer.wait(goesOn));
+    return permissions;
+}
+
+std::optional<std::vector<CBIdentityRef>> FileServices::identities(
+    const std::function<bool()>& goesOn) {
+    using Identities = Result<std::vector<CBIdentityRef>>;
+    // A directory on the network may be slow, or not answer.
+    constexpr std::chrono::seconds patience{10};
+    const Answer<Identities> answer;
+    const auto client = MVFileClient::init([](std::function<void()> task) { task(); });
+    std::stop_source stop;
+    const auto until = std::chrono::steady_clock::now() + patience;
+    client->identities("", {.stop = stop.get_token()},
+                       [answer](Identities found) { answer.set(std::move(found)); });
+    auto found = answer.wait([&] { return std::chrono::steady_clock::now() < until && goesOn(); });
+    stop.request_stop();
+    if (!found)
+        return std::nullopt;
+    return *std::move(found);
 }
 
 MVFileSizes FileServices::sizes(const std::vector<NSURL>& urls, SizeProgress progress) {

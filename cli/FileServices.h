@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,10 +29,22 @@ class FileServices {
 
     /// The list of an item.
     Result<EntryList> aclEntries(const NSURL& url);
+    /// The lists of several items, each with its answer. They are asked for all at once; after
+    /// `goesOn` has said no, those that have not come by then are cancelled.
+    std::vector<Result<EntryList>> aclEntriesOfAll(const std::vector<NSURL>& urls,
+                                                   const std::function<bool()>& goesOn);
     /// Writes the list of an item.
     NSErrorRef setAclEntries(const EntryList& entries, const NSURL& url);
     /// What a user or group can do to an item.
     Result<PermissionList> access(const NSURL& url, const NSUUID& who);
+    /// The same for several, who are asked about all at once; as for aclEntriesOfAll().
+    std::vector<Result<PermissionList>> accessOfAll(const NSURL& url,
+                                                    const std::vector<NSUUID>& whom,
+                                                    const std::function<bool()>& goesOn);
+    /// The users and groups of this system, as many as are listed at once. Empty if a directory
+    /// does not answer within some seconds, or `goesOn` has said no.
+    static std::optional<std::vector<CBIdentityRef>> identities(
+        const std::function<bool()>& goesOn);
     /// The sizes of items. `progress` is called on another thread with what is known so far, and
     /// answers whether to go on.
     MVFileSizes sizes(const std::vector<NSURL>& urls, SizeProgress progress);

@@ -35,7 +35,9 @@ Json nameOf(const std::string& domain, std::int64_t code) {
 }
 
 Json jsonOfError(const Outcome& outcome) {
-    if (outcome.exitCode == ExitSuccess)
+    // A status may say something else than that it failed, such as that lists differ.
+    if (outcome.exitCode == ExitSuccess ||
+        (outcome.exitCode == ExitDifferent && outcome.message.empty()))
         return nullptr;
     // What standard error says, without the name of the program: why, and what helps.
     std::istringstream lines(outcome.message);

@@ -20,6 +20,12 @@ enum ExitCode : int {
     ExitStoredOtherwise = 4,
     /// Ctrl-C.
     ExitInterrupted = 130,
+
+    // Of commands that compare, as diff(1) has them.
+    /// There is something to tell.
+    ExitDifferent = 1,
+    /// Something could not be looked at, or the command line was not understood.
+    ExitTrouble = 2,
 };
 
 struct Outcome {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/ResolvedUrl.h>
 #include <MorvaneOperation/platform/host/Log.h>
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 #include <MorvaneOperation/platform/linux/StandardStreams.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -197,11 +198,56 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
             return services.rename(resolvedOnTheWay(urls), names);
         });
     }
+    std::optional<LiveLine> live;
+    // What is found is printed while the work goes on.
+    const TreeParts tree{[&](const std::vector<NSURL>& urls) {
+                             auto all = urls;
+                             for (auto& url : all)
+                                 url = resolved(url);
+                             return services.aclEntriesOfAll(all, [] { return !interrupted; });
+                         },
+                         contentsOf,
+                         glimpseOfFile,
+                         [](std::size_t done) {
+                             LiveLine::show(lookedAtLine(done));
+                             return !interrupted;
+                         },
+                         [](const std::string& text) {
+                             LiveLine::clear();
+                             print(text, stdout);
+                         },
+                         [](const std::string& text) {
+                             LiveLine::clear();
+                             print(text, stderr);
+                         }};
+    if (const auto* whoCan = std::get_if<WhoCanOptions>(&line)) {
+        live.emplace();
+        const auto goesOn = [] { return !interrupted; };
+        const WhoCanParts whoCanParts{
+            entriesOf,
+            [&](const NSURL& url, const std::vector<NSUUID>& whom) {
+                return services.accessOfAll(resolved(url), whom, goesOn);
+            },
+            [&] { return FileServices::identities(goesOn); },
+            [](std::uint32_t uid) {
+                return CBIdentityAuthority::defaultIdentityAuthority().database().groupsOfUser(uid);
+            },
+            [](const NSURL& url) { return withoutLinks(url); },
+            goesOn};
+        return runWhoCan(*whoCan, whoCanParts, style);
+    }
+    if (const auto* check = std::get_if<CheckOptions>(&line)) {
+        live.emplace();
+        return runCheck(*check, tree);
+    }
+    if (const auto* diff = std::get_if<DiffOptions>(&line)) {
+        live.emplace();
+        return runDiff(*diff, tree, style);
+    }
     Journal journal(Journal::folder());
     const auto write = [&](const EntryList& entries, const NSURL& url) {
         return services.setAclEntries(entries, resolved(url));
     };
-    std::optional<LiveLine> live;
     const auto accessIfPrivileged = common.privileged ? AccessSource(accessOf) : nullptr;
     const ChangeParts parts{entriesOf,
                             write,
@@ -261,8 +307,14 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
 Outcome runWithHelp(const CommandLine& line, const CommonOptions& common) {
     auto outcome = run(line, common);
     const bool tellsItself =
-        std::holds_alternative<Outcome>(line) || std::holds_alternative<EditOptions>(line);
+        std::holds_alternative<Outcome>(line) || std::holds_alternative<EditOptions>(line) ||
+        std::holds_alternative<DiffOptions>(line) || std::holds_alternative<CheckOptions>(line);
     return tellsItself ? outcome : pointedToHelp(std::move(outcome), common.command);
+}
+
+/// What a run ends with that could not do its work.
+ExitCode failureOf(const CommonOptions& common) {
+    return common.command == "diff" || common.command == "check" ? ExitTrouble : ExitFailure;
 }
 
 /// For programs, what a command has not printed itself: that it was done, or why not.
@@ -291,13 +343,13 @@ int main(int argc, char** argv) {
     } catch (const std::filesystem::filesystem_error& failure) {
         // A path that is not whole begins at the current folder; nothing else throws this.
         outcome = {
-            morvane::ExitFailure,
+            morvane::failureOf(common),
             {},
             morvane::message(
                 {morvane::say("the current folder cannot be told: %1", failure.code().message()),
                  morvane::say("Go to a folder that exists, or write the whole path.")})};
     } catch (const std::exception& failure) {
-        outcome = {morvane::ExitFailure, {}, morvane::message({failure.what()})};
+        outcome = {morvane::failureOf(common), {}, morvane::message({failure.what()})};
     }
     morvane::completeJson(outcome, common);
     const bool printed = morvane::print(outcome.output, stdout);
@@ -308,7 +360,7 @@ int main(int argc, char** argv) {
         std::fputs(
             morvane::message({morvane::say("the output could not be written: %1", why)}).c_str(),
             stderr);
-        return morvane::ExitFailure;
+        return morvane::failureOf(common);
     }
     return outcome.exitCode;
 }

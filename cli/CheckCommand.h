@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "Outcome.h"
+#include "TreeParts.h"
+
+/// `morvane check TREE`: what of the lists in a tree is likely to be a mistake.
+namespace morvane {
+
+struct CheckOptions {
+    std::string path;
+    /// Other file systems below are looked at, too.
+    bool otherFileSystems = false;
+    bool json = false;
+    /// Findings are printed as JSON line by line, while the work goes on.
+    bool lines = false;
+};
+
+/// Ends with ExitDifferent where something was found.
+Outcome runCheck(const CheckOptions& options, const TreeParts& parts);
+
+}  // namespace morvane

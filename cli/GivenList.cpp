@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+#include "GivenList.h"
+
+#include <MorvaneOperation/EntryTexts.h>
+#include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "ListDifference.h"
+
+namespace morvane {
+
+namespace {
+
+/// The rights that count, without the mask that has taken the others away.
+PosixList withoutMask(const PosixList& list) {
+    auto left = list;
+    left.mask.reset();
+    left.owningGroup = list.effective(list.owningGroup);
+    for (auto* named : {&left.users, &left.groups}) {
+        for (auto& entry : *named)
+            entry.rights = list.counting(entry.rights);
+    }
+    return left;
+}
+
+bool isSame(const std::optional<PosixList>& a, const std::optional<PosixList>& b) {
+    return a.has_value() == b.has_value() && (!a || withoutMask(*a) == withoutMask(*b));
+}
+
+bool isExecuted(const PosixList& list) {
+    const auto left = withoutMask(list);
+    auto all = left.owner | left.owningGroup | left.others;
+    for (const auto* named : {&left.users, &left.groups}) {
+        for (const auto& entry : *named)
+            all = all | entry.rights;
+    }
+    return (all & PosixExecute) != PosixNothing;
+}
+
+/// The first of the entries that differ, and how many more there are.
+Phrase textOf(const std::vector<ListDifference::Entry>& entries) {
+    const auto& [given, is] = entries.front();
+    const auto letters = [](const MVAclEntry& entry) {
+        const auto storage =
+            entry.origin() ? entry.origin()->values().storage : MVAclStorage::posix;
+        const auto shown = lettersOfEntry(entry, storage);
+        return entry.tag() == MVAclTagDeny ? phrase("%1 denied", shown) : Phrase(shown);
+    };
+    auto first = !is ? phrase("%1 has no entry", whoText(*given))
+                 : !given
+                     ? phrase("%1 has an entry", whoText(*is))
+                     : phrase("%1 has %2, not %3", whoText(*is), letters(*is), letters(*given));
+    const auto more = entries.size() - 1;
+    // TRANSLATORS: "user bob has r--, not rw-, and 2 more"
+    return more == 0 ? first
+                     : countedPhrase("%2, and %1 more", "%2, and %1 more", more, std::move(first));
+}
+
+Phrase differs(const ListDifference& difference) {
+    return phrase("the folder would give another list: %1", textOf(difference.entries));
+}
+
+}  // namespace
+
+GivenList::GivenList(const EntryList& folder) {
+    const auto list = ItemList::asRead(folder);
+    if (!list)
+        return;
+    if (!list->posixAcl()) {
+        auto level = inheritedEntries(folder).front();
+        if (!level.file.empty() || !level.folder.empty())
+            nfs4_ = std::move(level);
+    } else if (list->posixAcl()->defaults) {
+        posix_ = inheritedPosixLists(folder, *list->posixAcl()).levels.front();
+    }
+}
+
+Phrase GivenList::differenceOf(const EntryList& item) const {
+    const auto list = ItemList::asRead(item);
+    if (!list)
+        return {};
+    return list->posixAcl() ? differenceOfPosix(item, *list->posixAcl()) : differenceOfNfs4(item);
+}
+
+Phrase GivenList::differenceOfPosix(const EntryList& item, const PosixAcl& acl) const {
+    if (!posix_) {
+        const auto own = std::find_if(item.begin(), item.end(),
+                                      [](const auto& entry) { return entry->isAcl(); });
+        return own == item.end()
+                   ? Phrase()
+                   : phrase("the folder gives no list, and it has one of its own: %1 has an entry",
+                            whoText(**own));
+    }
+    const auto& given = acl.isDirectory          ? posix_->folder
+                        : isExecuted(acl.access) ? posix_->executable
+                                                 : posix_->file;
+    const auto defaults = acl.isDirectory ? posix_->folderDefaults : std::nullopt;
+    if (isSame(given, acl.access) && isSame(defaults, acl.defaults))
+        return {};
+    const auto expected =
+        entriesOfPosixAcl({acl.owner, acl.group, acl.isDirectory, given, defaults});
+    for (const auto& entry : expected)
+        entry->setOrigin(item.front()->origin());
+    const auto difference = morvane::differenceOf({"", expected}, {"", item});
+    return difference.entries.empty() ? Phrase() : differs(difference);
+}
+
+Phrase GivenList::differenceOfNfs4(const EntryList& item) const {
+    const auto& values = item.front()->origin()->values();
+    const auto owner = uuidOfPosixIdentity(CBPosixUser{values.owner});
+    const auto group = uuidOfPosixIdentity(CBPosixGroup{values.group});
+    EntryList expected;
+    if (nfs4_)
+        expected = values.isDirectory ? nfs4_->folder : nfs4_->file;
+    for (const auto& entry : expected) {
+        entry->setOrigin(item.front()->origin());
+        entry->setInherited(false);
+        // Whoever has made the item owns it.
+        if (entry->uuid() == uuidOfPosixIdentity(CBCreator{false}))
+            entry->setUuid(owner);
+        else if (entry->uuid() == uuidOfPosixIdentity(CBCreator{true}))
+            entry->setUuid(group);
+    }
+    // A server need not take the mark of what is inherited.
+    for (const auto& entry : item)
+        entry->setInherited(false);
+    auto difference = morvane::differenceOf({"", expected}, {"", item});
+    // What the mode says of an item stands in entries of its own.
+    const auto isOfMode = [&](const ListDifference::Entry& entry) {
+        const auto& uuid = entry.after ? entry.after->uuid() : std::nullopt;
+        return !entry.before && (!uuid || *uuid == owner || *uuid == group ||
+                                 subjectOfEntry(*entry.after) == EntrySubject::everyone);
+    };
+    std::erase_if(difference.entries, isOfMode);
+    return difference.entries.empty() ? Phrase() : differs(difference);
+}
+
+}  // namespace morvane

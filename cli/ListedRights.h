@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <MorvaneOperation/ItemList.h>
+#include <MorvaneOperation/platform/identity/CBIdentity.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "EntryText.h"
+
+/// Which entries of a list give somebody rights.
+namespace morvane {
+
+/// What is asked of an item: bits of acl_perms.
+using Boxes = std::uint32_t;
+
+/// The boxes that are on in a tree of permissions.
+Boxes boxesIn(const std::vector<std::shared_ptr<MVTreeNode>>& nodes);
+
+/// A list by itself, without what the folders above, the mount or being root do to it.
+class ListedRights {
+  public:
+    /// The entries as a service sends them, in the order in which they count.
+    explicit ListedRights(const EntryList& entries);
+
+    struct Granted {
+        Boxes boxes = 0;
+        /// The entries that give them.
+        EntryList through = {};
+    };
+    /// What of `wanted` the list gives `who`, a member of `groups`. Of a POSIX list these are
+    /// reading, writing and executing or searching, and for the owner changing permissions.
+    Granted to(const CBPosixIdentity& who, const std::vector<std::uint32_t>& groups,
+               Boxes wanted) const;
+
+    /// Whether root has rights that the list does not give; on a network mount the server says.
+    bool isOverruledByRoot() const { return list_ && list_->posixAcl(); }
+    /// Whether the item is the user's.
+    bool isOwner(const CBPosixIdentity& who) const;
+    /// Whether the rights come from being one of everyone, and from nothing else.
+    static bool isForOthers(const Granted& granted);
+
+  private:
+    Granted ofPosix(const CBPosixIdentity& who, const std::vector<std::uint32_t>& groups,
+                    Boxes wanted) const;
+    Granted ofNfs4(const CBPosixIdentity& who, const std::vector<std::uint32_t>& groups,
+                   Boxes wanted) const;
+    /// The entry for the item itself that allows something to `who`; `isClass` tells that it is one
+    /// of the three of the mode.
+    std::shared_ptr<MVAclEntry> entryFor(const CBPosixIdentity& who, bool isClass) const;
+
+    const EntryList entries_;
+    const std::optional<ItemList> list_;
+};
+
+}  // namespace morvane

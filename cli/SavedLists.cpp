@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "SavedLists.h"
+
+#include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+namespace morvane {
+
+namespace {
+
+std::uint32_t idOfOwner(const std::string& name, bool isGroup, std::uint32_t otherwise) {
+    auto& database = CBIdentityAuthority::defaultIdentityAuthority().database();
+    const auto record = isGroup ? database.groupWithName(name) : database.userWithName(name);
+    if (record)
+        return record->id;
+    std::uint32_t id = 0;
+    const auto* const end = name.data() + name.size();
+    const auto [rest, error] = std::from_chars(name.data(), end, id);
+    return !name.empty() && error == std::errc() && rest == end ? id : otherwise;
+}
+
+/// The mask of one of the two POSIX lists, if it holds rights of entries back.
+std::string maskOf(const ListText& list, bool isDefault) {
+    using Who = TextEntry::Who;
+    PosixRights mask = PosixEverything;
+    PosixRights masked = PosixNothing;
+    for (const auto& entry : list.posix) {
+        if (entry.isDefault != isDefault)
+            continue;
+        if (entry.who == Who::mask)
+            mask = entry.rights;
+        else if (entry.who != Who::owner && entry.who != Who::others)
+            masked = masked | entry.rights;
+    }
+    return (masked - mask) != PosixNothing ? lettersOfRights(mask) : std::string();
+}
+
+/// The path without what says the same: "./" and "/" in front, "/" behind.
+std::string_view bare(std::string_view path) {
+    while (path.starts_with("./") || path.starts_with('/'))
+        path.remove_prefix(path.front() == '/' ? 1 : 2);
+    while (path.ends_with('/'))
+        path.remove_suffix(1);
+    return path == "." ? std::string_view() : path;
+}
+
+}  // namespace
+
+EntryList entriesOfSavedList(const ListText& list, MVAclOrigin::Values values, Problem& problem) {
+    values.owner = idOfOwner(list.owner, false, values.owner);
+    values.group = idOfOwner(list.group, true, values.group);
+    if (!list.nfs4.empty())
+        values.storage = MVAclStorage::nfs4;
+    else if (values.storage == MVAclStorage::nfs4)
+        values.storage = MVAclStorage::posix;
+    auto entries = entriesOfText(list, values, problem);
+    const auto origin =
+        MVAclOrigin::initWithValues(std::move(values), {maskOf(list, false), maskOf(list, true)});
+    for (const auto& entry : entries)
+        entry->setOrigin(origin);
+    return entries;
+}
+
+std::optional<std::string> placeBelow(std::string_view top, std::string_view path) {
+    top = bare(top);
+    path = bare(path);
+    if (path == top)
+        return std::string();
+    if (top.empty())
+        return std::string(path);
+    if (!path.starts_with(top) || path[top.size()] != '/')
+        return std::nullopt;
+    return std::string(path.substr(top.size() + 1));
+}
+
+}  // namespace morvane

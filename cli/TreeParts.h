@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "AclCommand.h"
+#include "FileFacts.h"
+#include "LsCommand.h"
+
+/// What commands work with that look at the lists of whole trees.
+namespace morvane {
+
+/// Asks for the lists of several items at once, and waits for the answers.
+using ListsSource = std::function<std::vector<Result<EntryList>>(const std::vector<NSURL>& urls)>;
+
+/// So many lists are asked for at once: the service has always something to do, and little is held
+/// in memory.
+inline constexpr std::size_t listsAtOnce = 64;
+
+struct TreeParts {
+    ListsSource lists;
+    ContentsSource contents;
+    /// Without the lists, which the service reads.
+    FactsSource facts;
+    /// Is told how many items are done; answers whether to go on.
+    std::function<bool(std::size_t done)> progress;
+    /// Prints what is found while the work goes on, and on standard error what has failed.
+    std::function<void(const std::string& text)> print;
+    std::function<void(const std::string& text)> complain;
+};
+
+/// The names of the files and folders in the folder at `path`, sorted; symbolic links, and what is
+/// neither, have no lists. `mount` is that of the folder where other file systems are left out, and
+/// otherwise 0.
+Result<std::vector<std::string>> namesWithLists(const std::string& path, const TreeParts& parts,
+                                                std::uint64_t mount = 0);
+
+/// The line that tells how far the work is.
+std::string lookedAtLine(std::size_t done);
+
+/// Whether the entries were read from a folder.
+bool isOfFolder(const EntryList& entries);
+
+}  // namespace morvane
