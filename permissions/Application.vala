@@ -1,12 +1,5 @@
 // SPDX-License-Identifier: MIT
-// morvane-permissions PATH...: shows who may do what with files and folders, and changes it.
-
 namespace Permissions {
-
-[CCode (cname = "LOCALEDIR")]
-extern const string LOCALE_FOLDER;
-[CCode (cname = "GETTEXT_PACKAGE")]
-extern const string CATALOGUE;
 
 public class Application : Adw.Application {
     private Morvane.FileClient client = new Morvane.FileClient();
@@ -39,17 +32,15 @@ public class Application : Adw.Application {
     }
 
     protected override void open(File[] files, string hint) {
-        foreach (var file in files)
-            new Window(this, client, file).present();
+        File[] distinct = {};
+        var known = new GenericSet<File>(file => file.hash(), (a, b) => a.equal(b));
+        foreach (var file in files) {
+            if (!known.contains(file))
+                distinct += file;
+            known.add(file);
+        }
+        new Window(this, client, distinct);
     }
-}
-
-public int main(string[] arguments) {
-    Intl.setlocale();
-    Intl.bindtextdomain(CATALOGUE, Environment.get_variable("MORVANE_LOCALE_DIR") ?? LOCALE_FOLDER);
-    Intl.bind_textdomain_codeset(CATALOGUE, "UTF-8");
-    Environment.set_application_name(_("Permissions"));
-    return new Application().run(arguments);
 }
 
 /* Names a widget for those who do not see it. */

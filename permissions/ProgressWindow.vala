@@ -4,14 +4,13 @@ namespace Permissions {
 /* Long work, which can be cancelled. */
 public class ProgressWindow : Adw.Window {
     private Cancellable cancellable;
+    private Gtk.ProgressBar bar = new Gtk.ProgressBar();
     private bool ended = false;
 
-    public ProgressWindow(Gtk.Window parent, Morvane.Progress progress, Cancellable cancellable) {
+    public ProgressWindow(Gtk.Window parent, Cancellable cancellable) {
         Object(transient_for: parent, modal: true, title: _("Applying to Everything Inside"), default_width: 360);
         this.cancellable = cancellable;
-        var bar = new Gtk.ProgressBar();
         name_for_all(bar, title);
-        progress.notify["reports"].connect(() => bar.pulse());
         var button = new Gtk.Button.with_mnemonic(_("_Cancel")) { halign = Gtk.Align.END };
         button.clicked.connect(() => {
             button.sensitive = false;
@@ -28,6 +27,11 @@ public class ProgressWindow : Adw.Window {
             cancellable.cancel();
             return !ended;
         });
+    }
+
+    /* Shows that the work is going on. */
+    public void follow(Morvane.Progress progress) {
+        progress.notify["reports"].connect(() => bar.pulse());
     }
 
     public void end() {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 namespace Permissions {
 
-/* The permissions of one file or folder. */
+/* The permissions of one or more files and folders. */
 public class Window : Adw.ApplicationWindow {
     private const ActionEntry[] ACTIONS = {
         { "add", add },
@@ -11,36 +11,41 @@ public class Window : Adw.ApplicationWindow {
         { "propagate", propagate_all },
         { "access", show_access }
     };
+    /* In milliseconds. Lists are nearly always read sooner, and the window has them when it is first drawn. */
+    private const uint LONGEST_WAIT = 300;
 
-    private Morvane.FileClient client;
-    private File file;
-    private Morvane.Acl? acl = null;
-    private FileMonitor? monitor = null;
+    private Items items;
     private bool closing = false;
 
     private Adw.WindowTitle heading = new Adw.WindowTitle("", "");
     private Gtk.Stack stack = new Gtk.Stack();
-    private Adw.StatusPage problem = new Adw.StatusPage() { icon_name = "dialog-error-symbolic" };
+    private Adw.StatusPage? problem = null;
     private Adw.ToastOverlay toasts = new Adw.ToastOverlay();
-    private Gtk.InfoBar changed_bar = new Gtk.InfoBar() { revealed = false, message_type = Gtk.MessageType.WARNING };
+    private Gtk.Box content_box = new Gtk.Box(Gtk.Orientation.VERTICAL, 0);
+    private Gtk.InfoBar? changed_bar = null;
     private EntryTable table = new EntryTable();
-    private ChoiceMenu rules = new ChoiceMenu(_("Rule"));
-    private ChoiceMenu groups = new ChoiceMenu(_("Permissions"));
-    private ChoiceMenu applies = new ChoiceMenu(_("Applies to"));
+    private ChoiceMenu rules = new ChoiceMenu(_("Rule"), Aspect.RULE);
+    private ChoiceMenu groups = new ChoiceMenu(_("Permissions"), Aspect.PERMISSIONS);
+    private ChoiceMenu applies = new ChoiceMenu(_("Applies to"), Aspect.APPLIES_TO);
     private BoxTree boxes = new BoxTree(_("Permissions of the entry"), true);
-    private Morvane.AclEntry? shown = null;
+    private SharedEntry? shown = null;
     private ulong shown_handler = 0;
-    private uint menus_source = 0;
 
-    public Window(Gtk.Application application, Morvane.FileClient client, File file) {
+    public Window(Gtk.Application application, Morvane.FileClient client, File[] files) {
         Object(application: application, default_width: 760, default_height: 760);
-        this.client = client;
-        this.file = file;
-        heading.title = title = file.get_basename() ?? file.get_parse_name();
+        items = new Items(client, files);
+        items.replaced.connect(show_list);
+        items.changed_elsewhere.connect(() => show_changed_bar(true));
+        heading.title = title = files.length == 1 ? items.name_of(files[0])
+                                                  : ngettext("%u Item", "%u Items", files.length).printf(files.length);
+        load.begin(true);
         add_action_entries(ACTIONS, this);
         build();
-        watch();
-        load.begin();
+        items.watch();
+        Timeout.add(LONGEST_WAIT, () => {
+            show_for_the_first_time();
+            return Source.REMOVE;
+        });
     }
 
     private void build() {
@@ -54,28 +59,20 @@ public class Window : Adw.ApplicationWindow {
         name_for_all(remove_button, _("Remove the Entry"));
         var apply_button = new Gtk.Button.with_label(_("Apply")) { action_name = "win.apply" };
         apply_button.add_css_class("suggested-action");
-        var menu = new Menu();
-        menu.append(_("Apply to Everything Inside…"), "win.propagate");
-        menu.append(_("What Somebody Can Do…"), "win.access");
-        menu.append(_("Reload"), "win.reload");
-        var menu_button = new Gtk.MenuButton() { icon_name = "open-menu-symbolic", menu_model = menu };
+        var menu_button = new Gtk.MenuButton() { icon_name = "open-menu-symbolic" };
+        menu_button.set_create_popup_func(() => {
+            var menu = new Menu();
+            menu.append(_("Apply to Everything Inside…"), "win.propagate");
+            menu.append(_("What Somebody Can Do…"), "win.access");
+            menu.append(_("Reload"), "win.reload");
+            menu_button.menu_model = menu;
+        });
         name_for_all(menu_button, _("Menu"));
         var header = new Adw.HeaderBar() { title_widget = heading };
         header.pack_start(add_button);
         header.pack_start(remove_button);
         header.pack_end(menu_button);
         header.pack_end(apply_button);
-
-        changed_bar.add_child(new Gtk.Label(_("Another program has changed the permissions.")) { xalign = 0, wrap = true });
-        changed_bar.add_button(_("Reload"), Gtk.ResponseType.ACCEPT);
-        changed_bar.add_button(_("Keep Mine"), Gtk.ResponseType.REJECT);
-        changed_bar.response.connect(response => {
-            changed_bar.revealed = false;
-            if (response == Gtk.ResponseType.ACCEPT)
-                load.begin();
-            else
-                keep.begin();
-        });
 
         var menus = new Gtk.Box(Gtk.Orientation.HORIZONTAL, 18);
         menus.append(labelled(_("_Rule"), rules));
@@ -87,23 +84,15 @@ public class Window : Adw.ApplicationWindow {
         page.append(table);
         page.append(menus);
         page.append(boxes);
-        stack.add_named(new Gtk.Spinner() { spinning = true, halign = Gtk.Align.CENTER, width_request = 32 }, "wait");
         stack.add_named(page, "list");
-        stack.add_named(problem, "problem");
         toasts.child = stack;
-
-        var content = new Gtk.Box(Gtk.Orientation.VERTICAL, 0);
-        content.append(header);
-        content.append(changed_bar);
-        content.append(toasts);
-        this.content = content;
+        content_box.append(header);
+        content_box.append(toasts);
+        content = content_box;
 
         table.selection.notify["selected-item"].connect(show_entry);
-        rules.picked.connect(code => { shown.rule = (Morvane.Rule) code; });
-        groups.picked.connect(code => { shown.permission_group = (Morvane.PermissionGroup) code; });
-        applies.picked.connect(code => { shown.applies_to = code; });
         close_request.connect(() => {
-            if (closing || acl == null || !acl.modified)
+            if (closing || items.shared == null || !items.shared.modified)
                 return false;
             ask_to_close.begin();
             return true;
@@ -111,20 +100,27 @@ public class Window : Adw.ApplicationWindow {
         set_enabled();
     }
 
-    private static Gtk.Widget labelled(string name, Gtk.Widget menu) {
+    private static Gtk.Widget labelled(string name, ChoiceMenu menu) {
         var box = new Gtk.Box(Gtk.Orientation.HORIZONTAL, 6);
-        box.append(new Gtk.Label.with_mnemonic(name) { mnemonic_widget = menu });
+        box.append(new Gtk.Label.with_mnemonic(name) { mnemonic_widget = menu.button });
         box.append(menu);
         return box;
     }
 
+    private void show_for_the_first_time() {
+        if (get_mapped() || closing)
+            return;
+        present();
+        table.focus_rows();
+    }
+
     private void set_enabled() {
-        var has_list = acl != null && stack.visible_child_name == "list";
+        var has_list = items.shared != null;
+        var can_remove = has_list && shown != null && shown.keep_reason == null && !shown.inherited;
         ((SimpleAction) lookup_action("add")).set_enabled(has_list);
-        ((SimpleAction) lookup_action("remove")).set_enabled(has_list && shown != null && shown.keep_reason == null &&
-                                                             !shown.inherited);
-        ((SimpleAction) lookup_action("apply")).set_enabled(has_list && acl.modified);
-        ((SimpleAction) lookup_action("propagate")).set_enabled(has_list && acl.folder);
+        ((SimpleAction) lookup_action("remove")).set_enabled(can_remove);
+        ((SimpleAction) lookup_action("apply")).set_enabled(has_list && items.shared.modified);
+        ((SimpleAction) lookup_action("propagate")).set_enabled(has_list && items.shared.folder);
         ((SimpleAction) lookup_action("access")).set_enabled(has_list);
     }
 
@@ -133,106 +129,101 @@ public class Window : Adw.ApplicationWindow {
             shown.disconnect(shown_handler);
         shown = table.chosen;
         boxes.show_boxes(shown == null ? null : shown.permissions);
-        if (shown != null) {
-            shown_handler = shown.notify.connect(show_menus_soon);
-            show_menus();
-        }
+        if (shown != null)
+            shown_handler = shown.changed.connect(show_menus);
+        show_menus();
         set_enabled();
-    }
-
-    /* Once for all that a click has changed, and not while the menu that was clicked is at work. */
-    private void show_menus_soon() {
-        if (menus_source == 0)
-            menus_source = Idle.add(() => {
-                menus_source = 0;
-                show_menus();
-                return Source.REMOVE;
-            });
     }
 
     private void show_menus() {
-        if (shown == null)
+        rules.show_entry(shown);
+        groups.show_entry(shown);
+        applies.show_entry(shown);
+    }
+
+    private async void load(bool first = false) {
+        var problems = yield items.load();
+        if (first)
+            show_for_the_first_time();
+        if (problems == null)
             return;
-        rules.show_choices(shown.list_rules(), shown.rule);
-        groups.show_choices(shown.list_permission_groups(), shown.permission_group);
-        applies.show_choices(shown.list_applies_to(), shown.applies_to);
-    }
-
-    private async bool load() {
-        try {
-            var read = yield client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
-            show_list(read);
-            return true;
-        } catch (Error error) {
+        if (items.shared != null) {
+            yield tell(_("The Permissions of Some Items Cannot Be Read"), problems);
+            return;
+        }
+        if (problem == null) {
+            problem = new Adw.StatusPage() { icon_name = "dialog-error-symbolic" };
             problem.title = _("The Permissions Cannot Be Read");
-            problem.description = Markup.escape_text(error.message);
-            stack.visible_child_name = "problem";
-            set_enabled();
-            return false;
+            stack.add_named(problem, "problem");
         }
+        problem.description = Markup.escape_text(problems);
+        stack.visible_child_name = "problem";
     }
 
-    private void show_list(Morvane.Acl read) {
+    private void show_list() {
         var position = table.selection.selected;
-        acl = read;
-        acl.notify["modified"].connect(set_enabled);
-        heading.subtitle = "%s · %s".printf(acl.folder ? _("Folder") : _("File"), acl.storage_text ?? "");
-        table.selection.model = acl;
-        table.selection.selected = position < acl.get_n_items() ? position : 0;
-        if (stack.visible_child_name != "list") {
+        var shared = items.shared;
+        table.selection.model = shared;
+        if (shared != null) {
+            shared.modified_changed.connect(set_enabled);
+            table.selection.selected = position < shared.get_n_items() ? position : 0;
             stack.visible_child_name = "list";
-            table.focus_rows();
+            heading.subtitle = subtitle();
         }
-        changed_bar.revealed = false;
+        show_changed_bar(false);
         set_enabled();
     }
 
-    private void watch() {
-        try {
-            monitor = file.monitor(FileMonitorFlags.NONE, null);
-            monitor.changed.connect(() => look_again.begin());
-        } catch (Error error) {
-            // Where nothing can be watched, writing still finds out what has changed.
+    private string subtitle() {
+        if (items.files.length == 1) {
+            var acl = items.shared.acls[0];
+            return "%s · %s".printf(acl.folder ? _("Folder") : _("File"), acl.storage_text ?? "");
         }
+        string[] names = {};
+        foreach (var acl in items.shared.acls)
+            names += items.name_of(acl.file);
+        return string.joinv(", ", names);
     }
 
-    private async void look_again() {
-        try {
-            var now = yield client.read_acl_async(file, Morvane.Privilege.NEVER, null);
-            if (acl == null || acl.is_current(now))
-                return;
-            if (acl.modified)
-                changed_bar.revealed = true;
-            else
-                show_list(now);
-        } catch (Error error) {
-            // It may be gone, or not this user's to read.
+    private void show_changed_bar(bool shows) {
+        if (changed_bar == null && shows) {
+            changed_bar = new Gtk.InfoBar() { revealed = false, message_type = Gtk.MessageType.WARNING };
+            changed_bar.add_child(new Gtk.Label(_("Another program has changed the permissions.")) {
+                xalign = 0, wrap = true
+            });
+            changed_bar.add_button(_("Reload"), Gtk.ResponseType.ACCEPT);
+            changed_bar.add_button(_("Keep Mine"), Gtk.ResponseType.REJECT);
+            changed_bar.response.connect(response => {
+                changed_bar.revealed = false;
+                if (response == Gtk.ResponseType.ACCEPT)
+                    load.begin();
+                else
+                    keep.begin();
+            });
+            content_box.insert_child_after(changed_bar, content_box.get_first_child());
         }
+        if (changed_bar != null)
+            changed_bar.revealed = shows;
     }
 
     /* Has what another program wrote be replaced by what is edited here. */
     private async void keep() {
-        try {
-            acl.adopt(yield client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null));
-        } catch (Error error) {
-            yield tell(_("The Permissions Cannot Be Read"), error.message);
-        }
+        var problems = yield items.keep();
+        if (problems != null)
+            yield tell(_("The Permissions Cannot Be Read"), problems);
     }
 
     private void add() {
-        var people = new PeopleWindow(this, client, _("Add an Entry For"), _("Add"));
+        var people = new PeopleWindow(this, items.client, _("Add an Entry For"), _("Add"));
         people.picked.connect(identity => {
-            var entry = acl.add(identity);
-            for (uint i = 0; i != acl.get_n_items(); ++i) {
-                if (acl.get_item(i) == entry)
-                    table.selection.selected = i;
-            }
+            table.selection.selected = items.shared.add(identity);
+            show_entry();  // it may have been chosen before, for fewer items
         });
         people.present();
     }
 
     private void remove() {
-        acl.remove(shown);
+        items.shared.remove(shown);
     }
 
     private void reload_all() {
@@ -243,39 +234,23 @@ public class Window : Adw.ApplicationWindow {
         apply.begin();
     }
 
-    /* Whether the list is what the item has now. */
+    /* Whether each item has the list that is shown. */
     private async bool apply() {
-        acl.sort();
-        var written = acl;
-        try {
-            Morvane.Acl nearest;
-            var losses = yield client.list_losses_async(acl, null, out nearest);
-            if (losses.get_n_items() != 0) {
-                var text = new StringBuilder();
-                for (uint i = 0; i != losses.get_n_items(); ++i) {
-                    var loss = (Morvane.Loss) losses.get_item(i);
-                    text.append_printf("%s: %s\n", loss.who, loss.text);
-                }
-                var answer = yield ask(_("The File System Cannot Hold All of It"), text.str,
-                                       _("_Keep Editing"), _("_Apply the Nearest"), false);
-                if (!answer)
-                    return false;
-                written = nearest;
-            }
-        } catch (Error error) {
-            // The service has not said what the list can hold: it refuses what it cannot.
+        Morvane.Acl[] nearest;
+        var losses = yield items.list_losses(out nearest);
+        if (losses != null) {
+            var answer = yield ask(_("The File System Cannot Hold All of It"), losses,
+                                   _("_Keep Editing"), _("_Apply the Nearest"), false);
+            if (!answer)
+                return false;
         }
-        try {
-            yield client.write_acl_async(written, Morvane.Privilege.WHEN_REFUSED, null);
-        } catch (Error error) {
-            if (error is Morvane.Error.CHANGED)
-                changed_bar.revealed = true;
-            else if (!(error is Morvane.Error.DISMISSED))
-                yield tell(_("The Permissions Cannot Be Changed"), error.message);
+        var problems = yield items.write(nearest);
+        if (problems != null && problems != "")
+            yield tell(_("The Permissions Cannot Be Changed"), problems);
+        if (problems != null)
             return false;
-        }
         toasts.add_toast(new Adw.Toast(_("The permissions were changed.")) { timeout = 3 });
-        return yield load();
+        return true;
     }
 
     private void propagate_all() {
@@ -289,51 +264,60 @@ public class Window : Adw.ApplicationWindow {
                         _("_Cancel"), _("_Apply to All"), true);
         if (!wanted)
             return;
-        if (acl.modified) {
+        if (items.shared.modified) {
             var applied = yield apply();
             if (!applied)
                 return;
         }
-        var progress = new Morvane.Progress();
         var cancellable = new Cancellable();
-        var window = new ProgressWindow(this, progress, cancellable);
+        var window = new ProgressWindow(this, cancellable);
         window.present();
-        string? message = null;
-        try {
-            yield client.propagate_acl_async(acl, Morvane.Privilege.WHEN_REFUSED, progress, cancellable);
-        } catch (Error error) {
-            var is_expected = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
-            message = is_expected ? "" : error.message;
+        var problems = new StringBuilder();
+        var was_stopped = false;
+        foreach (var acl in items.shared.acls) {
+            var progress = new Morvane.Progress();
+            window.follow(progress);
+            try {
+                yield items.client.propagate_acl_async(acl, Morvane.Privilege.WHEN_REFUSED, progress, cancellable);
+            } catch (Error error) {
+                was_stopped = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
+                if (was_stopped)
+                    break;
+                add_failures(problems, error.message, progress.failures);
+            }
         }
         window.end();
-        if (message == null) {
+        if (problems.len != 0)
+            yield tell(_("Not Everything Was Changed"), problems.str);
+        else if (!was_stopped)
             toasts.add_toast(new Adw.Toast(_("Everything inside has its permissions.")) { timeout = 3 });
-            return;
-        }
-        if (message == "")
-            return;
-        var text = new StringBuilder(message);
-        for (uint i = 0; i != progress.failures.get_n_items(); ++i) {
-            var failure = (Morvane.Failure) progress.failures.get_item(i);
+    }
+
+    private static void add_failures(StringBuilder text, string message, ListModel failures) {
+        text.append_printf("%s%s", text.len == 0 ? "" : "\n", message);
+        for (uint i = 0; i != failures.get_n_items(); ++i) {
+            var failure = (Morvane.Failure) failures.get_item(i);
             if (failure.message != message)
                 text.append_printf("\n%s: %s", failure.file == null ? "" : failure.file.get_parse_name(), failure.message);
         }
-        yield tell(_("Not Everything Was Changed"), text.str);
     }
 
     private void show_access() {
-        var people = new PeopleWindow(this, client, _("What Can They Do?"), _("Show"));
+        var people = new PeopleWindow(this, items.client, _("What Can They Do?"), _("Show"));
         people.picked.connect(identity => access_of.begin(identity));
         people.present();
     }
 
     private async void access_of(Morvane.Identity identity) {
         try {
-            var access = yield client.effective_access_async(file, identity, Morvane.Privilege.WHEN_REFUSED, null);
+            ListModel[] of_items = {};
+            foreach (var acl in items.shared.acls)
+                of_items += yield items.client.effective_access_async(acl.file, identity, Morvane.Privilege.WHEN_REFUSED,
+                                                                      null);
             var tree = new BoxTree(_("Effective access"), false) {
                 margin_top = 12, margin_bottom = 12, margin_start = 12, margin_end = 12
             };
-            tree.show_boxes(access);
+            tree.show_boxes(SharedPermission.of_lists(of_items));
             var content = new Gtk.Box(Gtk.Orientation.VERTICAL, 0);
             content.append(new Adw.HeaderBar());
             content.append(tree);

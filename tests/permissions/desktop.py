@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """A display server and a session bus of its own, and a program on them as somebody who uses a screen reader and the
 keyboard sees it."""
+import atexit
 import os
 import re
 import subprocess
@@ -14,26 +15,28 @@ waiting.TIME_LIMIT = 60
 wait_until = waiting.wait_until
 
 
-def enter_session():
-    """Runs this program again where a bus of its own is, and returns there with a display."""
-    if os.environ.get("MORVANE_DESKTOP") != "inside":
-        folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
-        os.environ.update({"MORVANE_DESKTOP": "inside", "HOME": folder, "XDG_RUNTIME_DIR": folder,
-                           "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo"})
-        outcome = subprocess.run(["dbus-run-session", "--", sys.executable, *sys.argv], check=False).returncode
-        subprocess.run(["rm", "-rf", folder], check=True)
-        sys.exit(outcome)
+def begin_session(launcher=()):
+    """A display, a bus and a home for all that is started from here on, by way of a launcher. Returns what runs for it."""
+    folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
+    atexit.register(subprocess.run, ["rm", "-rf", folder], check=True)
+    os.chmod(folder, 0o777)
+    os.environ.update({"HOME": folder, "XDG_RUNTIME_DIR": os.path.join(folder, "runtime"),
+                       "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo"})
+    subprocess.run([*launcher, "mkdir", "--mode=700", os.environ["XDG_RUNTIME_DIR"]], check=True)
     read, write = os.pipe()
-    server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1200x900x24", "-nolisten", "tcp"],
-                              pass_fds=[write], stderr=subprocess.DEVNULL)
+    server = subprocess.Popen([*launcher, "Xvfb", "-displayfd", str(write), "-screen", "0", "1600x1600x24", "-nolisten",
+                               "tcp"], pass_fds=[write], stderr=subprocess.DEVNULL)
     os.close(write)
     with os.fdopen(read) as number:
         os.environ["DISPLAY"] = ":" + number.readline().strip()
+    bus = subprocess.Popen([*launcher, "dbus-daemon", "--session", "--nofork", "--print-address"],
+                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
     # New windows have the focus.
-    manager = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    manager = subprocess.Popen([*launcher, "openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     wait_until(lambda: b"window id" in subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"],
                                                       capture_output=True, check=False).stdout, "the window manager")
-    return server, manager
+    return server, bus, manager
 
 
 class Seen:
@@ -84,16 +87,22 @@ def active_window(*question):
 
 
 class Program:
-    def __init__(self, command, **environment):
-        self.process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True,
-                                        env={**os.environ, "G_DEBUG": "fatal-warnings", **environment})
+    """A program that was started with its standard error in a pipe."""
+
+    def __init__(self, process):
+        self.process = process
+
+    @classmethod
+    def start(cls, command, **environment):
+        return cls(subprocess.Popen(command, stderr=subprocess.PIPE,
+                                    env={**os.environ, "G_DEBUG": "fatal-warnings", **environment}))
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_exception):
         self.process.kill()
-        self.message = self.process.communicate()[1]
+        self.message = self.process.communicate()[1].decode()
 
     def windows(self):
         desktop = Atspi.get_desktop(0)
@@ -151,9 +160,9 @@ class Program:
 
     def rows(self, table):
         """The texts of the rows of a table, those of a row in one list."""
-        widget = self.find("tree table", table)
-        return [[cell.name for cell in row.all() if cell.role == "label"]
-                for row in (widget.all() if widget else ()) if row.role == "table row"][1:]
+        widget = self.find("list", table)
+        return [label.name.split("; ") for row in (widget.children() if widget else ())
+                for label in row.all() if label.role == "label"]
 
     @staticmethod
     def press(*keys):

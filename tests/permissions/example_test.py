@@ -21,7 +21,7 @@ class Example(unittest.TestCase):
             path = os.path.join(folder, "notes.txt")
             with open(path, "w", encoding="ascii"):
                 os.chmod(path, 0o640)
-            with Program([EXAMPLE, path]) as program:
+            with Program.start([EXAMPLE, path]) as program:
                 program.wait_for("label", "everyone: Allow None")
                 program.click_on("label", "everyone: Allow None")
                 wait_until(lambda: not program.find("check box", "Read").has("CHECKED"), "the boxes of everyone")
@@ -40,7 +40,7 @@ class Example(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    helpers = desktop.enter_session()
+    helpers = desktop.begin_session()
     try:
         unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
     finally:

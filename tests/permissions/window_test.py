@@ -2,7 +2,7 @@
 """The Permissions window on a real display, driven by the keyboard and by what a screen reader knows of it, on real
 files.
 
-usage: window_test.py MORVANE-PERMISSIONS [unittest arguments]
+usage: window_test.py MORVANE-PERMISSIONS LOOKS-TEST ASKING-SERVICE [unittest arguments]
 """
 import os
 import subprocess
@@ -13,7 +13,10 @@ import unittest
 import desktop
 from desktop import Program, wait_until
 
-PROGRAM = os.path.abspath(sys.argv[1])
+PROGRAM, LOOKS, ASKING = map(os.path.abspath, sys.argv[1:4])
+
+with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../po/LINGUAS"), encoding="ascii") as f:
+    LANGUAGES = f.read().split()
 
 
 def getfacl(path):
@@ -31,8 +34,8 @@ class Window(unittest.TestCase):
             f.write("text")
         os.chmod(self.file, 0o640)
 
-    def open(self, path, **environment):
-        program = Program([PROGRAM, path], **environment)
+    def open(self, *paths, **environment):
+        program = Program.start([PROGRAM, *paths], **environment)
         self.addCleanup(lambda: self.assertEqual(program.message, ""))
         self.addCleanup(program.__exit__)
         program.wait_for("check box", "Read")
@@ -40,11 +43,27 @@ class Window(unittest.TestCase):
 
     def choose_row(self, program, who):
         place = [row[0] for row in program.rows("Entries")].index(who)
-        program.wait_for("label", who)
         program.press("Home", *["Down"] * place)
-        wait_until(lambda: any(row.role == "table row" and row.has("SELECTED") and
-                               any(cell.name == who for cell in row.all())
-                               for row in program.find("tree table", "Entries").all()), f"the row of {who}")
+        wait_until(lambda: any(row.has("SELECTED") and any(label.name.startswith(f"{who}; ") for label in row.all())
+                               for row in program.find("list", "Entries").children()), f"the row of {who}")
+
+    def menu(self, program, action):
+        """Does what the item of the menu does."""
+        program.wait_for("push button", "Menu")
+        frame = next(program.windows())
+        actions = [desktop.Atspi.Action.get_action_name(frame.accessible, i)
+                   for i in range(desktop.Atspi.Action.get_n_actions(frame.accessible))]
+        desktop.Atspi.Action.do_action(frame.accessible, actions.index(action))
+
+    @staticmethod
+    def press_until(program, key, condition, what):
+        """Presses it again and again, each time when what it did before is to be seen."""
+        def press():
+            if condition():
+                return True
+            program.press(key)
+            return False
+        wait_until(press, what)
 
     def apply(self, program):
         program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
@@ -83,10 +102,9 @@ class Window(unittest.TestCase):
         self.assertFalse(box.has("SENSITIVE"))
         self.assertEqual(box.description, "only root has it")
 
-        menu = program.wait_for("combo box", "Permissions")
-        next(button for button in menu.all() if button.role == "push button").click()
-        program.wait_for("label", "only the owner has it", lambda label: label.has("VISIBLE"))
-        program.click_on("label", "Read", lambda label: label.extents().y > menu.extents().y + menu.extents().height)
+        program.press("alt+p")
+        program.wait_for("label", "only the owner has it")
+        program.press("Down", "Return")
         wait_until(lambda: ["user daemon", "Allow", "Read", "This item", "no"] in program.rows("Entries"), "the choice")
         self.apply(program)
         self.assertIn("user:daemon:r--\n", getfacl(self.file))
@@ -123,26 +141,87 @@ class Window(unittest.TestCase):
         subprocess.run(["setfacl", "-m", "u:daemon:rx,d:u:daemon:rx", self.folder], check=True)
         program = self.open(self.folder)
         self.assertNotIn("user:daemon", getfacl(self.file))
-        frame = program.wait_for("frame", "Films")
-        actions = [desktop.Atspi.Action.get_action_name(frame.accessible, i)
-                   for i in range(desktop.Atspi.Action.get_n_actions(frame.accessible))]
-        desktop.Atspi.Action.do_action(frame.accessible, actions.index("win.propagate"))
+        self.menu(program, "win.propagate")
         program.wait_for_window("Apply to Everything Inside?")
         program.press("Return")
         program.wait_for("label", "Everything inside has its permissions.")
         self.assertIn("user:daemon:r-x", getfacl(self.file))
 
+    def test_several_files_are_edited_as_one_by_the_keyboard_alone(self):
+        other, third = (os.path.join(self.folder, name) for name in ("other.txt", "third.txt"))
+        for path, entries in (self.file, "u:daemon:r,g:games:r"), (other, "u:daemon:rw"), (third, "u:daemon:rw"):
+            with open(path, "a", encoding="ascii"):
+                os.chmod(path, 0o640)
+            subprocess.run(["setfacl", "-m", entries, path], check=True)
+        program = self.open(self.file, other, third)
+        program.wait_for_window("3 Items")
+        rows = program.rows("Entries")
+        self.assertIn(["user daemon", "Allow", "differs", "This item", "no"], rows)
+        self.assertIn(["group games (1 of 3 items)", "Allow", "Custom (part of Read)", "This item", "no"], rows)
+        self.choose_row(program, "user daemon")
+        program.wait_for("check box", "Write", lambda box: box.has("INDETERMINATE"))
+        program.press("alt+p")
+        program.wait_for("label", "only the owner has it")
+        program.press("Home")
+        self.press_until(program, "Down", lambda: program.find("list item", "Read").has("FOCUSED"), "Read")
+        program.press("Return")
+        wait_until(lambda: ["user daemon", "Allow", "Read", "This item", "no"] in program.rows("Entries"), "the choice")
+        # From the menu to the boxes.
+        self.press_until(program, "Tab", lambda: program.find("check box", "Write").has("FOCUSED"), "the boxes")
+        program.press("space")
+        wait_until(lambda: program.find("check box", "Write").has("CHECKED"), "the box")
+        os.remove(third)
+        program.press("ctrl+s")
+        program.wait_for_window("The Permissions Cannot Be Changed")
+        program.wait_for("label", "third.txt: No such file or directory")
+        program.press("Return")
+        program.wait_for_window("3 Items")
+        self.assertIn("user:daemon:rw-\ngroup::r--\ngroup:games:r--\n", getfacl(self.file))
+        self.assertIn("user:daemon:rw-\ngroup::r--\nmask::rw-\n", getfacl(other))
+        self.assertTrue(program.find("push button", "Apply").has("SENSITIVE"))
+
+    def test_what_somebody_can_do_is_shown(self):
+        program = self.open(self.file)
+        self.menu(program, "win.access")
+        program.wait_for_window("What Can They Do?")
+        program.press(*"daemon")
+        wait_until(lambda: not program.find("label", "user bin"), "the search")
+        program.wait_for("push button", "Show", lambda button: button.has("SENSITIVE"))
+        program.press("Return")
+        program.wait_for_window("What daemon Can Do")
+        box = program.wait_for("check box", "Read Data")
+        self.assertFalse(box.has("CHECKED") or box.has("SENSITIVE"))
+
+    def test_a_propagation_is_seen_at_work_and_cancelled(self):
+        program = Program.start([PROGRAM, self.folder], MORVANE_LIBEXEC_DIR=os.path.dirname(ASKING))
+        self.addCleanup(lambda: self.assertEqual(program.message, ""))
+        self.addCleanup(program.__exit__)
+        program.wait_for_window("Films")
+        self.menu(program, "win.propagate")
+        program.wait_for_window("Apply to Everything Inside?")
+        program.press("Return")
+        program.wait_for_window("Applying to Everything Inside")
+        program.wait_for("progress bar", "Applying to Everything Inside")
+        program.press("Return")
+        program.wait_for_window("Films")
+        self.assertFalse(program.find("label", "Everything inside has its permissions."))
+
+    def test_it_looks_as_it_should_in_each_language_direction_and_colour_at_twice_the_size(self):
+        looked = subprocess.run([LOOKS, self.file, "en", *LANGUAGES], env={**os.environ, "GDK_SCALE": "2",
+                                "G_DEBUG": "fatal-warnings"}, capture_output=True, text=True, check=False)
+        self.assertEqual((looked.stdout, looked.stderr, looked.returncode), ("", "", 0))
+
     def test_a_file_that_is_not_there_is_told(self):
-        with Program([PROGRAM, os.path.join(self.folder, "none")]) as program:
+        with Program.start([PROGRAM, os.path.join(self.folder, "none")]) as program:
             program.wait_for("label", "The Permissions Cannot Be Read")
             program.wait_for("label", "No such file or directory")
         self.assertEqual(program.message, "")
 
 
 if __name__ == "__main__":
-    helpers = desktop.enter_session()
+    helpers = desktop.begin_session()
     try:
-        unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
+        unittest.main(argv=[sys.argv[0], *sys.argv[4:]], verbosity=2)
     finally:
         for helper in reversed(helpers):
             helper.kill()
