@@ -2,6 +2,7 @@
 #include <MorvaneOperation/MVFileClient.h>
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/ResolvedUrl.h>
+#include <MorvaneOperation/platform/archive/Unicode.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -230,6 +231,16 @@ void MVFileClient::effectiveAccess(
 
 void MVFileClient::rename(std::vector<NSURL> urls, std::vector<std::string> names,
                           MVOperationOptions options, Completion<MVFileRenames> completion) {
+    for (const auto& name : names) {
+        // A name travels as a text.
+        if (auto shown = validUtf8(name); shown != name)
+            return telling(state_->executor, std::move(completion))(
+                {{},
+                 {},
+                 NSError::errorWithDescription(
+                     NSPOSIXErrorDomain, EINVAL,
+                     phrase("The new name \"%1\" is not UTF-8. Choose one that is.", shown))});
+    }
     // The request and the look at its answer do not run at the same time.
     const auto asked = std::make_shared<Renaming>();
     asked->urls = std::move(urls);

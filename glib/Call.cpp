@@ -27,32 +27,12 @@ Call::~Call() {
     g_clear_object(&task_);
 }
 
-MVOperationOptions Call::options(MorvanePrivilege privilege, Report report) {
+MVOperationOptions Call::options(MorvanePrivilege privilege) const {
     MVOperationOptions options;
     options.privilege = privilege == MORVANE_PRIVILEGE_NEVER    ? MVPrivilege::never
                         : privilege == MORVANE_PRIVILEGE_ALWAYS ? MVPrivilege::always
                                                                 : MVPrivilege::whenRefused;
     options.stop = stop_.get_token();
-    if (report)
-        options.progress = [self = shared_from_this(), report = std::move(report)](
-                               const std::vector<std::shared_ptr<MVFileSizeItem>>& sizes) {
-            const std::lock_guard lock(self->mutex_);
-            self->latest_ = sizes;
-            if (std::exchange(self->isReportPosted_, true))
-                return;  // the context has not come to the one before
-            self->post([self, report] {
-                if (!self->task_)
-                    return;  // it has ended
-                std::vector<std::shared_ptr<MVFileSizeItem>> latest;
-                {
-                    const std::lock_guard own(self->mutex_);
-                    latest = std::move(self->latest_);
-                    self->latest_.clear();
-                    self->isReportPosted_ = false;
-                }
-                report(latest);
-            });
-        };
     return options;
 }
 

@@ -6,7 +6,9 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stop_token>
+#include <utility>
 #include <vector>
 
 #include "Model.h"
@@ -17,8 +19,6 @@ namespace morvane {
 /// main context of the thread that began it, and a cancellable that triggers a stop token.
 class Call final : public std::enable_shared_from_this<Call> {
   public:
-    using Report = std::function<void(const std::vector<std::shared_ptr<MVFileSizeItem>>&)>;
-
     Call(gpointer source, GCancellable* cancellable, GAsyncReadyCallback callback, gpointer data,
          gpointer tag);
     ~Call();
@@ -34,8 +34,31 @@ class Call final : public std::enable_shared_from_this<Call> {
         return object;
     }
 
-    /// `report` is called on the context, with the latest of what is known.
-    MVOperationOptions options(MorvanePrivilege privilege, Report report = {});
+    MVOperationOptions options(MorvanePrivilege privilege) const;
+
+    /// What takes an operation's progress: `report` is called on the context, with the latest of
+    /// what is known.
+    template <class Known, class Report>
+    std::function<void(const Known&)> reporting(Report report) {
+        struct Latest {
+            std::mutex mutex;
+            std::optional<Known> known;
+            std::optional<Known> exchange(std::optional<Known> other) {
+                const std::lock_guard lock(mutex);
+                return std::exchange(known, std::move(other));
+            }
+        };
+        return [self = shared_from_this(), latest = std::make_shared<Latest>(),
+                report](const Known& known) {
+            if (latest->exchange(known))
+                return;  // the context has not come to the one before
+            self->post([self, latest, report] {
+                const auto last = latest->exchange(std::nullopt);
+                if (self->task_ && last)  // it has not ended
+                    report(*last);
+            });
+        };
+    }
 
     /// Ends the operation: `answer` makes its result on the context. Any thread.
     void end(std::function<void(GTask*)> answer);
@@ -50,10 +73,6 @@ class Call final : public std::enable_shared_from_this<Call> {
     gulong cancelHandler_ = 0;
     std::vector<Owned<GObject>> kept_;
     std::stop_source stop_;
-
-    std::mutex mutex_;
-    std::vector<std::shared_ptr<MVFileSizeItem>> latest_;
-    bool isReportPosted_ = false;
 };
 
 }  // namespace morvane

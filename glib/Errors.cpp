@@ -20,7 +20,7 @@ std::pair<GQuark, int> domainAndCode(const NSErrorRef& error) {
         case MVRefusal::none:
             break;
     }
-    if (!lossesOfError(*error).empty())
+    if (error->domain() == MVEntryLossDomain || !lossesOfError(*error).empty())
         return {MORVANE_ERROR, MORVANE_ERROR_LOSSES};
     if (error->domain() == NSPOSIXErrorDomain)
         return {G_IO_ERROR, g_io_error_from_errno(static_cast<int>(error->code()))};

@@ -73,6 +73,11 @@ Property<Object> flagProperty(const char* name, Object* /*which*/) {
     return {flagSpec(name),
             [](Object* self, GValue* value) { g_value_set_boolean(value, Getter(self)); }};
 }
+template <auto Getter, class Object>
+Property<Object> countProperty(const char* name, Object* /*which*/) {
+    return {g_param_spec_uint64(name, nullptr, nullptr, 0, G_MAXUINT64, 0, readable),
+            [](Object* self, GValue* value) { g_value_set_uint64(value, Getter(self)); }};
+}
 /// A property whose getter lends its object.
 template <auto Getter, class Object>
 Property<Object> objectProperty(const char* name, GType type, Object* /*which*/) {

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/MVAclEditor.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <morvane/morvane.h>
 
 #include <functional>
@@ -35,6 +37,8 @@ Owned<GListStore> permissionsOf(const Nodes& nodes, const EditedEntry& entry) {
     }
     return list;
 }
+/// A list of MorvaneChoice.
+GListModel* modelOf(const std::vector<EntryChoice>& choices);
 MorvaneIdentity* newIdentity(CBIdentityRef identity);
 const CBIdentityRef& identityOf(MorvaneIdentity* identity);
 
@@ -47,8 +51,11 @@ void wasWritten(MorvaneAcl* acl, std::uint64_t editCount);
 MorvaneLoss* newLoss(const EntryLoss& loss, std::size_t entryCount);
 
 void countReport(MorvaneProgress* progress);
-void addFailure(MorvaneProgress* progress, GFile* file, const std::string& message);
-void clearFailures(MorvaneProgress* progress);
+void setCounts(MorvaneProgress* progress, const MVItemCounts& counts);
+/// What the error tells of single items, in place of what was told before; null is none.
+void setFailures(MorvaneProgress* progress, const NSErrorRef& error);
+/// Each with the URL of its item, if it is about one.
+void setFailures(MorvaneProgress* progress, const std::vector<NSErrorRef>& errors);
 
 /// Once for each operation that measures them, and once when it has ended.
 void setBusy(MorvaneSizes* sizes, bool busy);

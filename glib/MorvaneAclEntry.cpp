@@ -1,16 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/MVObservation.h>
 
 #include "Model.h"
 
 namespace {
-
-struct HeldChoice {
-    int code = 0;
-    std::string name;
-    std::string reason;
-};
 
 struct HeldEntry {
     morvane::EditedEntry edited;
@@ -20,17 +13,11 @@ struct HeldEntry {
 
 }  // namespace
 
-struct _MorvaneChoice {
-    GObject parent;
-    HeldChoice* held;
-};
-
 struct _MorvaneAclEntry {
     GObject parent;
     HeldEntry* held;
 };
 
-G_DEFINE_FINAL_TYPE(MorvaneChoice, morvane_choice, G_TYPE_OBJECT)
 G_DEFINE_FINAL_TYPE(MorvaneAclEntry, morvane_acl_entry, G_TYPE_OBJECT)
 
 using namespace morvane;
@@ -77,21 +64,6 @@ void tell(MorvaneAclEntry* self, const NSKeyPath& keyPath) {
     });
 }
 
-MorvaneChoice* newChoice(const EntryChoice& choice) {
-    auto* const made = MORVANE_CHOICE(g_object_new(MORVANE_TYPE_CHOICE, nullptr));
-    *made->held = {static_cast<int>(choice.code), shownText(choice.name), shownText(choice.whyNot)};
-    return made;
-}
-
-GListModel* modelOf(const std::vector<EntryChoice>& choices) {
-    auto* const list = g_list_store_new(MORVANE_TYPE_CHOICE);
-    for (const auto& choice : choices) {
-        const Owned made(newChoice(choice));
-        g_list_store_append(list, made.get());
-    }
-    return G_LIST_MODEL(list);
-}
-
 /// Has the editor set something; what cannot be is left as it is.
 template <class Set>
 void change(MorvaneAclEntry* self, const Set& set) {
@@ -128,36 +100,6 @@ const EditedEntry& editedEntryOf(MorvaneAclEntry* entry) {
 }
 
 }  // namespace morvane
-
-static void morvane_choice_init(MorvaneChoice* self) {
-    self->held = new HeldChoice;
-}
-
-static void morvane_choice_class_init(MorvaneChoiceClass* made) {
-    MorvaneChoice* const self = nullptr;
-    ObjectClass<MorvaneChoice>::setUp(
-        made, {{g_param_spec_int("code", nullptr, nullptr, G_MININT, G_MAXINT, 0, readable),
-                [](MorvaneChoice* choice, GValue* value) {
-                    g_value_set_int(value, morvane_choice_get_code(choice));
-                }},
-               lentTextProperty<morvane_choice_get_name>("name", self),
-               lentTextProperty<morvane_choice_get_reason>("reason", self)});
-}
-
-int morvane_choice_get_code(MorvaneChoice* self) {
-    g_return_val_if_fail(MORVANE_IS_CHOICE(self), 0);
-    return self->held->code;
-}
-
-const char* morvane_choice_get_name(MorvaneChoice* self) {
-    g_return_val_if_fail(MORVANE_IS_CHOICE(self), nullptr);
-    return self->held->name.c_str();
-}
-
-const char* morvane_choice_get_reason(MorvaneChoice* self) {
-    g_return_val_if_fail(MORVANE_IS_CHOICE(self), nullptr);
-    return self->held->reason.empty() ? nullptr : self->held->reason.c_str();
-}
 
 static void morvane_acl_entry_init(MorvaneAclEntry* self) {
     // One that a program makes itself is in no list.

@@ -4,12 +4,18 @@
 namespace {
 
 struct HeldFailure {
+    HeldFailure() = default;
+    HeldFailure(const HeldFailure&) = delete;
+    HeldFailure& operator=(const HeldFailure&) = delete;
+    ~HeldFailure() { g_clear_error(&error); }
+
     morvane::Owned<GFile> file;
-    std::string message;
+    GError* error = nullptr;
 };
 
 struct HeldProgress {
     guint reports = 0;
+    morvane::MVItemCounts counts;
     morvane::Owned<GListStore> failures{g_list_store_new(MORVANE_TYPE_FAILURE)};
 };
 
@@ -38,7 +44,11 @@ static void morvane_failure_class_init(MorvaneFailureClass* made) {
     MorvaneFailure* const self = nullptr;
     ObjectClass<MorvaneFailure>::setUp(
         made, {objectProperty<morvane_failure_get_file>("file", G_TYPE_FILE, self),
-               lentTextProperty<morvane_failure_get_message>("message", self)});
+               lentTextProperty<morvane_failure_get_message>("message", self),
+               {g_param_spec_boxed("error", nullptr, nullptr, G_TYPE_ERROR, readable),
+                [](MorvaneFailure* failure, GValue* value) {
+                    g_value_set_boxed(value, morvane_failure_get_error(failure));
+                }}});
 }
 
 GFile* morvane_failure_get_file(MorvaneFailure* self) {
@@ -48,7 +58,12 @@ GFile* morvane_failure_get_file(MorvaneFailure* self) {
 
 const char* morvane_failure_get_message(MorvaneFailure* self) {
     g_return_val_if_fail(MORVANE_IS_FAILURE(self), nullptr);
-    return self->held->message.c_str();
+    return self->held->error ? self->held->error->message : "";
+}
+
+const GError* morvane_failure_get_error(MorvaneFailure* self) {
+    g_return_val_if_fail(MORVANE_IS_FAILURE(self), nullptr);
+    return self->held->error;
 }
 
 static void morvane_progress_init(MorvaneProgress* self) {
@@ -62,6 +77,8 @@ static void morvane_progress_class_init(MorvaneProgressClass* made) {
                 [](MorvaneProgress* progress, GValue* value) {
                     g_value_set_uint(value, morvane_progress_get_reports(progress));
                 }},
+               countProperty<morvane_progress_get_items_done>("items-done", self),
+               countProperty<morvane_progress_get_items_failed>("items-failed", self),
                objectProperty<morvane_progress_get_failures>("failures", G_TYPE_LIST_MODEL, self)});
 }
 
@@ -72,6 +89,16 @@ MorvaneProgress* morvane_progress_new() {
 guint morvane_progress_get_reports(MorvaneProgress* self) {
     g_return_val_if_fail(MORVANE_IS_PROGRESS(self), 0);
     return self->held->reports;
+}
+
+guint64 morvane_progress_get_items_done(MorvaneProgress* self) {
+    g_return_val_if_fail(MORVANE_IS_PROGRESS(self), 0);
+    return self->held->counts.done;
+}
+
+guint64 morvane_progress_get_items_failed(MorvaneProgress* self) {
+    g_return_val_if_fail(MORVANE_IS_PROGRESS(self), 0);
+    return self->held->counts.failed;
 }
 
 GListModel* morvane_progress_get_failures(MorvaneProgress* self) {
@@ -86,14 +113,44 @@ void countReport(MorvaneProgress* progress) {
     g_object_notify(G_OBJECT(progress), "reports");
 }
 
-void addFailure(MorvaneProgress* progress, GFile* file, const std::string& message) {
-    const Owned failure(MORVANE_FAILURE(g_object_new(MORVANE_TYPE_FAILURE, nullptr)));
-    *failure.get()->held = {Owned<GFile>::sharing(file), message};
-    g_list_store_append(progress->held->failures.get(), failure.get());
+void setCounts(MorvaneProgress* progress, const MVItemCounts& counts) {
+    const auto before = std::exchange(progress->held->counts, counts);
+    if (before.done != counts.done)
+        g_object_notify(G_OBJECT(progress), "items-done");
+    if (before.failed != counts.failed)
+        g_object_notify(G_OBJECT(progress), "items-failed");
 }
 
-void clearFailures(MorvaneProgress* progress) {
-    g_list_store_remove_all(progress->held->failures.get());
+void setFailures(MorvaneProgress* progress, const NSErrorRef& error) {
+    if (!error)
+        return setFailures(progress, std::vector<NSErrorRef>());
+    const auto found = error->userInfo().find(NSMultipleUnderlyingErrorsKey);
+    const auto* const errors = found == error->userInfo().end()
+                                   ? nullptr
+                                   : std::get_if<std::vector<NSErrorRef>>(&found->second);
+    const auto counts = failuresOfError(*error).counts;
+    if (counts != MVItemCounts())
+        setCounts(progress, counts);
+    setFailures(progress, errors ? *errors : std::vector{error});
+}
+
+void setFailures(MorvaneProgress* progress, const std::vector<NSErrorRef>& errors) {
+    std::vector<Owned<MorvaneFailure>> failures;
+    std::vector<gpointer> items;
+    for (const auto& error : errors) {
+        failures.emplace_back(MORVANE_FAILURE(g_object_new(MORVANE_TYPE_FAILURE, nullptr)));
+        items.push_back(failures.back().get());
+        auto& held = *failures.back().get()->held;
+        const auto place = error->userInfo().find(NSURLErrorKey);
+        if (place != error->userInfo().end()) {
+            if (const auto* const url = std::get_if<NSURL>(&place->second))
+                held.file = Owned(newFile(*url));
+        }
+        held.error = newError(error);
+    }
+    auto* const list = progress->held->failures.get();
+    g_list_store_splice(list, 0, g_list_model_get_n_items(G_LIST_MODEL(list)), items.data(),
+                        static_cast<guint>(items.size()));
 }
 
 }  // namespace morvane

@@ -10,46 +10,11 @@
 #include <stdexcept>
 #include <utility>
 
+#include "AclColumns.h"
 #include "QtMainLoop.h"
 #include "QtTexts.h"
 
 using namespace morvane;
-
-namespace {
-
-/// What the entry has of a column that is a menu.
-qint64 codeOf(int column, const MVAclEntry& entry) {
-    switch (column) {
-        case MorvaneAclModel::RuleColumn:
-            return entry.tag();
-        case MorvaneAclModel::PermissionsColumn:
-            return entry.permissionGroup();
-        default:
-            return appliesToCode(entry);
-    }
-}
-
-Phrase textOf(int column, const MVAclEntry& entry) {
-    switch (column) {
-        case MorvaneAclModel::WhoColumn:
-            return whoText(entry);
-        case MorvaneAclModel::RuleColumn:
-            return ruleText(entry.tag());
-        case MorvaneAclModel::PermissionsColumn:
-            return permissionsText(entry);
-        case MorvaneAclModel::AppliesToColumn:
-            return appliesToText(entry);
-        default:
-            return inheritedText(entry);
-    }
-}
-
-bool isMenu(int column) {
-    return column == MorvaneAclModel::RuleColumn || column == MorvaneAclModel::PermissionsColumn ||
-           column == MorvaneAclModel::AppliesToColumn;
-}
-
-}  // namespace
 
 struct MorvaneAclModel::State {
     std::shared_ptr<MVAclEditor> editor;
@@ -219,7 +184,8 @@ QVariant MorvaneAclModel::data(const QModelIndex& index, int role) const {
                 return QString::fromStdString(state_->editor->letters(*shownEntry));
             return {};
         case ChoicesRole:
-            return isMenu(column) ? QVariant::fromValue(choices(column, *shownEntry)) : QVariant();
+            return isMenu(column) ? QVariant::fromValue(choicesOf(column, *shownEntry, list()))
+                                  : QVariant();
         case SubjectRole:
             return static_cast<int>(subjectOfEntry(*shownEntry));
         default:
@@ -276,7 +242,7 @@ bool MorvaneAclModel::isEditable(int row, int column) const {
     const auto known = state_->editable.constFind(cell);
     if (known != state_->editable.constEnd())
         return *known;
-    const auto menu = choices(column, *shownEntry);
+    const auto menu = choicesOf(column, *shownEntry, list());
     const auto present = codeOf(column, *shownEntry);
     const bool hasOther = std::any_of(menu.begin(), menu.end(), [&](const MorvaneChoice& c) {
         return c.code != present && c.isPossible();
@@ -288,20 +254,8 @@ bool MorvaneAclModel::isEditable(int row, int column) const {
 QVariant MorvaneAclModel::headerData(int section, Qt::Orientation orientation, int role) const {
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return QAbstractTableModel::headerData(section, orientation, role);
-    switch (section) {
-        case WhoColumn:
-            return shown(phrase("Who"));
-        case RuleColumn:
-            return shown(phrase("Rule"));
-        case PermissionsColumn:
-            return shown(phrase("Permissions"));
-        case AppliesToColumn:
-            return shown(phrase("Applies to"));
-        case InheritedColumn:
-            return shown(phrase("Inherited"));
-        default:
-            return {};
-    }
+    const auto title = titleOf(section);
+    return title.empty() ? QVariant() : shown(title);
 }
 
 QHash<int, QByteArray> MorvaneAclModel::roleNames() const {
@@ -345,21 +299,4 @@ void MorvaneAclModel::tellOfAll() {
     const bool readExecutes = state_->editor->readExecutes();
     if (std::exchange(state_->didReadExecute, readExecutes) != readExecutes)
         Q_EMIT dataChanged(index(0, PermissionsColumn), index(rowCount() - 1, PermissionsColumn));
-}
-
-QList<MorvaneChoice> MorvaneAclModel::choices(int column, const MVAclEntry& entry) const {
-    const auto of = [&] {
-        switch (column) {
-            case RuleColumn:
-                return ruleChoices(entry, list());
-            case PermissionsColumn:
-                return permissionChoices(entry, list());
-            default:
-                return appliesToChoices(entry, list());
-        }
-    };
-    QList<MorvaneChoice> menu;
-    for (const auto& choice : of())
-        menu << MorvaneChoice{shown(choice.name), choice.code, shown(choice.whyNot)};
-    return menu;
 }

@@ -109,7 +109,6 @@ class MORVANE_EXPORT MorvaneAclModel : public QAbstractTableModel {
     void show(std::shared_ptr<morvane::MVAclEditor> editor);
     std::shared_ptr<morvane::MVAclEditor> editorOf(morvane::MVFileAcl acl);
     void changed(const morvane::MVAclEntry& entry, const morvane::NSKeyPath& keyPath);
-    QList<MorvaneChoice> choices(int column, const morvane::MVAclEntry& entry) const;
     /// For the user of the program, if `who` is nobody.
     void append(const MorvaneIdentity& who);
     bool isEditable(int row, int column) const;

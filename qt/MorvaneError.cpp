@@ -4,6 +4,7 @@
 #include <MorvaneOperation/EntryLosses.h>
 #include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVItemFailures.h>
 
 #include "QtTexts.h"
 
@@ -42,4 +43,14 @@ bool MorvaneError::isListChanged() const {
 
 QStringList MorvaneError::losses() const {
     return error_ ? shownLosses(lossesOfError(*error_)) : QStringList();
+}
+
+QList<MorvaneFailure> MorvaneError::failures() const {
+    QList<MorvaneFailure> failures;
+    if (!error_)
+        return failures;
+    for (const auto& each : failuresOfError(*error_).errors)
+        failures << MorvaneFailure{urlOf(std::get<NSURL>(each->userInfo().at(NSURLErrorKey))),
+                                   static_cast<int>(each->code()), shown(each->description())};
+    return failures;
 }

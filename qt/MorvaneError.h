@@ -3,9 +3,20 @@
 
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
+#include <QList>
 #include <QMetaType>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
+
+/// An item with which an operation on many has failed.
+struct MorvaneFailure {
+    QUrl url;
+    /// An errno value.
+    int code = 0;
+    /// Why, for the user.
+    QString text;
+};
 
 /// Why an operation has failed, or that it has not.
 ///
@@ -56,6 +67,9 @@ class MORVANE_EXPORT MorvaneError {
     bool isListChanged() const;
     /// What the list of the item cannot hold: a sentence for each loss.
     QStringList losses() const;
+    /// The items with which a propagation, or a sum of sizes, has failed: at most a thousand, of
+    /// those that MorvaneFileOperation::itemsFailed() counts. Empty if it has failed as a whole.
+    QList<MorvaneFailure> failures() const;
 
   private:
     morvane::NSErrorRef error_;

@@ -69,6 +69,10 @@ MVOperationOptions MorvaneFileClient::optionsOf(MorvaneFileOperation& operation,
             [operation = QPointer(&operation)](const auto& sizes) {
                 if (operation)
                     Q_EMIT operation->progress(bytesOf(sizes));
+            },
+            [operation = QPointer(&operation)](const MVItemCounts& counts) {
+                if (operation)
+                    operation->count(counts);
             }};
 }
 

@@ -6,6 +6,7 @@
 struct MorvaneFileOperation::State {
     std::stop_source stop;
     MorvaneError error;
+    morvane::MVItemCounts counts;
     bool isFinished = false;
 };
 
@@ -30,6 +31,19 @@ std::stop_token MorvaneFileOperation::stopToken() const {
 
 void MorvaneFileOperation::cancel() {
     state_->stop.request_stop();
+}
+
+qint64 MorvaneFileOperation::itemsDone() const {
+    return static_cast<qint64>(state_->counts.done);
+}
+
+qint64 MorvaneFileOperation::itemsFailed() const {
+    return static_cast<qint64>(state_->counts.failed);
+}
+
+void MorvaneFileOperation::count(const morvane::MVItemCounts& counts) {
+    if (std::exchange(state_->counts, counts) != counts)
+        Q_EMIT itemsCounted();
 }
 
 void MorvaneFileOperation::finish(morvane::NSErrorRef error) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/qt/MorvaneError.h>
 
 #include <QList>
@@ -31,6 +32,11 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
     /// None before the end.
     const MorvaneError& error() const;
 
+    /// How many files and folders have what they inherit now, and for how many that failed, in a
+    /// propagation: so far, and after finished() as a whole.
+    qint64 itemsDone() const;
+    qint64 itemsFailed() const;
+
   public Q_SLOTS:
     /// Asks for the end; finished() still comes. What has not been sent to a service is not sent,
     /// and the error says so (MorvaneError::isCancellation()); otherwise the service decides what
@@ -41,6 +47,8 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
     /// It is at work. `sizes` are the bytes counted so far, of the items that were asked for, in
     /// their order (negative: unknown); empty where there is nothing to count.
     void progress(const QList<qint64>& sizes);
+    /// itemsDone() and itemsFailed() are others now.
+    void itemsCounted();
     /// Comes once, after progress() and never inside the call that has begun the work.
     void finished();
 
@@ -52,6 +60,7 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
     struct MORVANE_INTERNAL State;
 
     std::stop_token stopToken() const;
+    void count(const morvane::MVItemCounts& counts);
     void finish(morvane::NSErrorRef error);
 
     const std::unique_ptr<State> state_;

@@ -63,6 +63,24 @@ MORVANE_GLIB_API
 G_DECLARE_FINAL_TYPE(MorvaneAclEntry, morvane_acl_entry, MORVANE, ACL_ENTRY, GObject)
 
 /**
+ * MorvaneAclEntry:identity: (getter dup_identity)
+ *
+ * Whom the entry is for; %NULL if this system does not know it.
+ */
+
+/**
+ * MorvaneAclEntry:keep-reason: (getter dup_keep_reason)
+ *
+ * Why the entry cannot be removed; %NULL if it can.
+ */
+
+/**
+ * MorvaneAclEntry:letters: (getter dup_letters)
+ *
+ * What would be stored, in the letters of the list; %NULL if that is not known.
+ */
+
+/**
  * morvane_acl_entry_dup_identity: (get-property identity)
  * @self: an entry
  *

@@ -23,6 +23,12 @@ MORVANE_GLIB_API
 G_DECLARE_FINAL_TYPE(MorvaneAcl, morvane_acl, MORVANE, ACL, GObject)
 
 /**
+ * MorvaneAcl:storage-text: (getter dup_storage_text)
+ *
+ * How the list is stored; %NULL if that is not known.
+ */
+
+/**
  * MorvaneAcl::changed:
  * @self: a list
  *

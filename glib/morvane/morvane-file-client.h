@@ -291,14 +291,15 @@ MORVANE_GLIB_API GListModel* morvane_file_client_search_identities_finish(Morvan
  * @self: a client
  * @files: (array length=n_files): the items
  * @n_files: how many they are
- * @names: (array zero-terminated=1): as many names
+ * @names: (array zero-terminated=1) (element-type filename): as many names
  * @privilege: who does the work
  * @progress: (nullable): what failed
  * @cancellable: (nullable): what cancels it
  * @callback: (scope async): is called once, on the main context of this call, never inside it
  * @user_data: the data of @callback
  *
- * Gives each item the name at its place in @names, all as if at once.
+ * Gives each item the name at its place in @names, all as if at once. A name that is not UTF-8 is
+ * refused with %G_IO_ERROR_INVALID_ARGUMENT, and nothing is renamed; the items may have such names.
  */
 MORVANE_GLIB_API void morvane_file_client_rename_async(
     MorvaneFileClient* self, GFile** files, guint n_files, char** names, MorvanePrivilege privilege,
@@ -313,9 +314,12 @@ MORVANE_GLIB_API void morvane_file_client_rename_async(
  *
  * Ends morvane_file_client_rename_async().
  *
- * Returns: whether all items have their new names
+ * Returns: (transfer full): a list of #GFile, where each item is now, in their order; or %NULL with
+ *   an error. Those that have not their new names are among the failures of the progress, with
+ *   where they are; the others have theirs.
  */
-MORVANE_GLIB_API gboolean morvane_file_client_rename_finish(MorvaneFileClient* self,
-                                                            GAsyncResult* result, GError** error);
+MORVANE_GLIB_API GListModel* morvane_file_client_rename_finish(MorvaneFileClient* self,
+                                                               GAsyncResult* result,
+                                                               GError** error);
 
 G_END_DECLS

@@ -19,6 +19,12 @@ MORVANE_GLIB_API
 G_DECLARE_FINAL_TYPE(MorvanePermission, morvane_permission, MORVANE, PERMISSION, GObject)
 
 /**
+ * MorvanePermission:reason: (getter dup_reason)
+ *
+ * Why the box is not sensitive; %NULL if it is.
+ */
+
+/**
  * morvane_permission_dup_name: (get-property name)
  * @self: a permission
  *

@@ -37,6 +37,17 @@ MORVANE_GLIB_API GFile* morvane_failure_get_file(MorvaneFailure* self);
 MORVANE_GLIB_API const char* morvane_failure_get_message(MorvaneFailure* self);
 
 /**
+ * morvane_failure_get_error: (get-property error)
+ * @self: a failure
+ *
+ * What went wrong, as the operation itself would have ended with it. Its message is that of
+ * morvane_failure_get_message().
+ *
+ * Returns: (transfer none): the error
+ */
+MORVANE_GLIB_API const GError* morvane_failure_get_error(MorvaneFailure* self);
+
+/**
  * MorvaneProgress:
  *
  * How far a long operation is. One object is for one operation at a time.
@@ -65,11 +76,33 @@ MORVANE_GLIB_API MorvaneProgress* morvane_progress_new(void);
 MORVANE_GLIB_API guint morvane_progress_get_reports(MorvaneProgress* self);
 
 /**
+ * morvane_progress_get_items_done: (get-property items-done)
+ * @self: a progress
+ *
+ * How many files and folders have what they inherit now, in a propagation. The service tells it a
+ * few times a second, and of the whole work when the operation ends. If the helper does the work
+ * again, it counts anew.
+ *
+ * Returns: the number
+ */
+MORVANE_GLIB_API guint64 morvane_progress_get_items_done(MorvaneProgress* self);
+
+/**
+ * morvane_progress_get_items_failed: (get-property items-failed)
+ * @self: a progress
+ *
+ * For how many files and folders a propagation has failed, or could not reach them.
+ *
+ * Returns: the number
+ */
+MORVANE_GLIB_API guint64 morvane_progress_get_items_failed(MorvaneProgress* self);
+
+/**
  * morvane_progress_get_failures: (get-property failures)
  * @self: a progress
  *
- * For which items the operation failed, once it has ended with an error. A service may name the
- * first of them alone, and tell in the message how many they are.
+ * For which items the operation failed, once it has ended with an error. At most a thousand of them
+ * are named; morvane_progress_get_items_failed() counts all.
  *
  * Returns: (transfer none): a list of #MorvaneFailure, the same at each call
  */

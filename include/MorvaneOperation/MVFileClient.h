@@ -172,7 +172,8 @@ class MORVANE_EXPORT MVFileClient final {
     /// What the user or group can really do to the item.
     void effectiveAccess(const NSURL& url, const NSUUID& who, MVOperationOptions options,
                          Completion<Result<std::vector<std::shared_ptr<MVTreeNode>>>> completion);
-    /// Gives each of `urls` the name at its place in `names`, all as if at once.
+    /// Gives each of `urls` the name at its place in `names`, all as if at once. The error EINVAL,
+    /// with nothing renamed, if a new name is not UTF-8.
     void rename(std::vector<NSURL> urls, std::vector<std::string> names, MVOperationOptions options,
                 Completion<MVFileRenames> completion);
     /// Adds up each item with all that is below it.

@@ -123,6 +123,19 @@ TEST_F(ClientOperations, ItemsAreRenamedAndAccessIsTold) {
     EXPECT_EQ(access->size(), 3u);
 }
 
+TEST_F(ClientOperations, ANewNameThatIsNotUtf8IsRefusedByName) {
+    const auto file = makeFile("old");
+    const auto renames = waitFor<MVFileRenames>([&](auto completion) {
+        client->rename({NSURL::fileURLWithPath(file.string())}, {"new\xff"}, {}, completion);
+    });
+    ASSERT_TRUE(renames.error);
+    EXPECT_EQ(renames.error->domain(), NSPOSIXErrorDomain);
+    EXPECT_EQ(renames.error->code(), EINVAL);
+    EXPECT_EQ(renames.error->localizedDescription(),
+              "The new name \"new\ufffd\" is not UTF-8. Choose one that is.");
+    EXPECT_TRUE(std::filesystem::exists(file));
+}
+
 TEST_F(ClientOperations, AnErrorOfTheServiceIsTheCompletions) {
     const auto acl = read(folder / "missing");
     ASSERT_FALSE(acl);

@@ -467,8 +467,13 @@ static void items_are_renamed_listed_and_measured(Fixture* fixture, gconstpointe
     morvane_file_client_rename_async(fixture->client, files, 1, names, MORVANE_PRIVILEGE_NEVER,
                                      progress, NULL, come, &awaited);
     g_autoptr(GAsyncResult) first = wait_for(&awaited);
-    g_assert_true(morvane_file_client_rename_finish(fixture->client, first, &error));
+    g_autoptr(GListModel) places =
+        morvane_file_client_rename_finish(fixture->client, first, &error);
     g_assert_no_error(error);
+    g_assert_cmpuint(g_list_model_get_n_items(places), ==, 1);
+    g_autoptr(GFile) place = g_list_model_get_item(places, 0);
+    g_autofree char* place_name = g_file_get_basename(place);
+    g_assert_cmpstr(place_name, ==, "other");
 
     g_autoptr(GFile) folder = g_file_new_for_path(fixture->folder);
     morvane_file_client_list_contents_async(fixture->client, folder, MORVANE_PRIVILEGE_NEVER, NULL,
@@ -485,13 +490,39 @@ static void items_are_renamed_listed_and_measured(Fixture* fixture, gconstpointe
     morvane_file_client_rename_async(fixture->client, files, 1, names, MORVANE_PRIVILEGE_NEVER,
                                      progress, NULL, come, &awaited);
     g_autoptr(GAsyncResult) third = wait_for(&awaited);
-    g_assert_false(morvane_file_client_rename_finish(fixture->client, third, &error));
+    g_assert_null(morvane_file_client_rename_finish(fixture->client, third, &error));
     g_assert_error(error, G_IO_ERROR, G_IO_ERROR_NOT_FOUND);
     g_assert_cmpuint(g_list_model_get_n_items(morvane_progress_get_failures(progress)), ==, 1);
     g_autoptr(MorvaneFailure) failure =
         g_list_model_get_item(morvane_progress_get_failures(progress), 0);
     g_assert_true(g_file_equal(morvane_failure_get_file(failure), fixture->file));
     g_assert_cmpstr(morvane_failure_get_message(failure), ==, "No such file or directory");
+    g_assert_error(morvane_failure_get_error(failure), G_IO_ERROR, G_IO_ERROR_NOT_FOUND);
+}
+
+static void what_a_propagation_has_done_is_counted(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    enum { files = 3000 };
+    g_autoptr(GError) error = NULL;
+    for (int i = 1; i != files; ++i) { /* besides the one that is there */
+        g_autofree char* path = g_strdup_printf("%s/%d", fixture->folder, i);
+        g_assert_true(g_file_set_contents(path, "", 0, &error));
+    }
+    g_autoptr(GFile) folder = g_file_new_for_path(fixture->folder);
+    g_autoptr(MorvaneAcl) acl = read_acl(fixture, folder);
+    g_autoptr(MorvaneProgress) progress = morvane_progress_new();
+    int told = 0;
+    g_signal_connect(progress, "notify::items-done", G_CALLBACK(count), &told);
+    Awaited awaited = {0};
+    morvane_file_client_propagate_acl_async(fixture->client, acl, MORVANE_PRIVILEGE_NEVER, progress,
+                                            NULL, come, &awaited);
+    g_autoptr(GAsyncResult) result = wait_for(&awaited);
+    g_assert_true(morvane_file_client_propagate_acl_finish(fixture->client, result, &error));
+    g_assert_no_error(error);
+    g_assert_cmpint(told, >, 0);
+    g_assert_cmpuint(morvane_progress_get_items_done(progress), ==, files);
+    g_assert_cmpuint(morvane_progress_get_items_failed(progress), ==, 0);
+    g_assert_cmpuint(g_list_model_get_n_items(morvane_progress_get_failures(progress)), ==, 0);
 }
 
 static void a_folders_list_is_propagated(Fixture* fixture, gconstpointer data) {
@@ -782,6 +813,7 @@ int main(int argc, char** argv) {
     TEST(what_was_done_before_a_cancel_counts);
     TEST(callbacks_come_on_the_context_of_the_call);
     TEST(items_are_renamed_listed_and_measured);
+    TEST(what_a_propagation_has_done_is_counted);
     TEST(a_folders_list_is_propagated);
     TEST(what_a_user_can_do_is_shown_and_not_set);
     TEST(people_are_found_by_what_was_typed);

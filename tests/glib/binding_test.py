@@ -9,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from xml.etree import ElementTree
 
 from from_python import NEVER, Client, Gio, GLib, Morvane
 
@@ -90,7 +91,8 @@ class Binding(unittest.TestCase):
         sizes = Morvane.Sizes.new([Gio.File.new_for_path(self.file)])
         self.assertTrue(self.client.measure(sizes, NEVER, None))
         self.assertEqual((sizes.props.total, sizes[0].props.text), (1234, "1.2 KB"))
-        self.client.rename([Gio.File.new_for_path(self.file)], ["other"], NEVER, None, None)
+        places = self.client.rename([Gio.File.new_for_path(self.file)], ["other"], NEVER, None, None)
+        self.assertEqual([place.get_path() for place in places], [os.path.join(self.folder, "other")])
         self.assertEqual(os.listdir(self.folder), ["other"])
         acl = self.client.read(self.folder)
         entry = acl.add(Morvane.Identity.new_for_user(1))
@@ -109,6 +111,31 @@ class Binding(unittest.TestCase):
         with self.assertRaises(GLib.Error) as caught:
             self.client.rename([Gio.File.new_for_uri(f"file://{self.folder}/%FF")], ["other"], NEVER, None, None)
         self.assertIn("\N{REPLACEMENT CHARACTER}", caught.exception.message)
+
+    def test_a_new_name_is_taken_as_bytes_and_has_to_be_utf_8(self):
+        odd = os.path.join(os.fsencode(self.folder), b"\xff")
+        os.rename(self.file, odd)
+        files = [Gio.File.new_for_path(odd)]
+        for name in (b"\xff\xfe", "\udcff\udcfe"):
+            with self.assertRaises(GLib.Error) as caught:
+                self.client.rename(files, [name], NEVER, None, None)
+            self.assertTrue(caught.exception.matches(Gio.io_error_quark(), Gio.IOErrorEnum.INVALID_ARGUMENT))
+            self.assertEqual(caught.exception.message,
+                             "The new name \"\ufffd\ufffd\" is not UTF-8. Choose one that is.")
+        self.assertEqual(os.listdir(os.fsencode(self.folder)), [b"\xff"])
+        places = self.client.rename(files, ["ü".encode()], NEVER, None, None)
+        self.assertEqual([place.get_path() for place in places], [os.path.join(self.folder, "ü")])
+
+    def test_what_failed_has_the_error_of_the_operation(self):
+        progress = Morvane.Progress()
+        missing = Gio.File.new_for_path(os.path.join(self.folder, "missing"))
+        with self.assertRaises(GLib.Error) as caught:
+            self.client.rename([missing], ["other"], NEVER, progress, None)
+        failure, = progress.props.failures
+        self.assertTrue(failure.props.file.equal(missing))
+        self.assertTrue(failure.props.error.matches(Gio.io_error_quark(), Gio.IOErrorEnum.NOT_FOUND))
+        self.assertEqual(failure.props.error.message, failure.props.message)
+        self.assertEqual(caught.exception.code, failure.props.error.code)
 
     def test_vala_reads_edits_and_saves(self):
         outcome = subprocess.run([FROM_VALA, self.file, self.folder], capture_output=True, text=True, check=False)
@@ -133,6 +160,22 @@ class Interface(unittest.TestCase):
         exported = set(re.findall(r" T (\w+)@@MORVANE_GLIB_0$", symbols, re.MULTILINE))
         self.assertEqual(exported, declared)
         self.assertEqual(re.findall(r" [A-Z] (?!morvane_\w+@@|MORVANE_GLIB_0)\S+$", symbols, re.MULTILINE), [])
+
+    def test_properties_that_may_be_null_say_so(self):
+        nullable = {"Acl": ("file", "storage-text"), "AclEntry": ("identity", "keep-reason", "letters"),
+                    "Choice": ("reason",), "Failure": ("file",), "Permission": ("children", "reason")}
+        gir = ElementTree.parse(os.path.join(GLIB, "MorvaneOperation-1.0.gir")).getroot()
+        core = "{http://www.gtk.org/introspection/core/1.0}"
+        with open(os.path.join(GLIB, "morvaneoperation-glib-1.0.vapi"), encoding="utf-8") as f:
+            vapi = f.read()
+        for name, properties in nullable.items():
+            described = gir.find(f"./{core}namespace/{core}class[@name='{name}']")
+            declared = re.search(rf"public sealed class {name} .*?\n\t}}", vapi, re.DOTALL).group(0)
+            for prop in properties:
+                getter = described.find(f"{core}property[@name='{prop}']").get("getter")
+                answer = described.find(f"{core}method[@name='{getter}']/{core}return-value")
+                self.assertEqual(answer.get("nullable"), "1", f"{name}.{prop}")
+                self.assertRegex(declared, rf"public [\w.]+\? {prop.replace('-', '_')} {{")
 
     def test_every_function_and_property_is_documented(self):
         with open(os.path.join(GLIB, "MorvaneOperation-1.0.gir"), encoding="utf-8") as f:

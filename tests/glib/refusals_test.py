@@ -10,6 +10,7 @@ import unittest
 
 sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
 import rig as rigs  # noqa: E402
+from from_python import Gio  # noqa: E402
 from privileged_case import PrivilegedCase  # noqa: E402
 
 TOLD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "told.py")
@@ -34,11 +35,22 @@ class Refusals(PrivilegedCase):
         self.assertEqual(self.told("read", self.file, "cancel")[0], f"{ERROR} {DISMISSED}\n")
         self.assertEqual(self.told("read", self.file)[0], f"{ERROR} {NOBODY_TO_ASK}\n")
 
-    def test_the_items_that_a_propagation_has_not_reached_are_listed(self):
+    def test_each_item_of_a_propagation_that_failed_is_named_and_all_are_counted(self):
         os.chmod(os.path.dirname(self.folder), 0o755)
         shutil.chown(self.folder, rigs.USER, rigs.USER)
+        for i in range(3000):
+            path = os.path.join(self.folder, f"own{i}")
+            os.close(os.open(path, os.O_CREAT | os.O_WRONLY, 0o600))
+            shutil.chown(path, rigs.USER, rigs.USER)
+        odd = os.path.join(os.fsencode(self.folder), b"odd\n\xff")
+        os.close(os.open(odd, os.O_CREAT | os.O_WRONLY, 0o600))
         output, _ = self.told("propagate", self.folder)
-        self.assertRegex(output, rf"^g-io-error-quark \d+\n{self.file} .+\n$")
+        error, counts, *failures = output.splitlines()
+        self.assertRegex(error, rf"^g-io-error-quark {int(Gio.IOErrorEnum.PERMISSION_DENIED)}$")
+        self.assertEqual(counts, "3000 2")
+        self.assertEqual(sorted(failures),
+                         sorted(f"{path} g-io-error-quark {int(Gio.IOErrorEnum.PERMISSION_DENIED)} "
+                                "Operation not permitted" for path in (os.fsencode(self.file), odd)))
 
 
 if __name__ == "__main__":

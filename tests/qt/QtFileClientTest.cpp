@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/qt/MorvaneIdentityModel.h>
+#include <unistd.h>
 
 #include <QAbstractItemModelTester>
 #include <QCoreApplication>
@@ -112,6 +113,55 @@ TEST_F(QtFileClient, FoldersAreListedCountedAndPropagated) {
     std::filesystem::permissions(sub, std::filesystem::perms(0755));
     EXPECT_FALSE(done(client.propagateAcl(read(sub)))->error());
     EXPECT_EQ(modeOf(below), 0644u);
+}
+
+TEST_F(QtFileClient, APropagationTellsWhatItHasDoneAndEachItemThatFailed) {
+    constexpr int files = 3000;
+    constexpr unsigned nobody = 65534;
+    const auto tree = folder / "tree";
+    std::filesystem::create_directory(tree);
+    for (int i = 0; i != files; ++i)
+        makeFile("tree/" + std::to_string(i), 0600);
+    const auto counted = [&](MorvaneFileOperation* propagating) {
+        QSignalSpy told(propagating, &MorvaneFileOperation::itemsCounted);
+        done(propagating);
+        EXPECT_GT(told.count(), 0);
+        return propagating;
+    };
+    const auto* const first = counted(client.propagateAcl(read(tree)));
+    EXPECT_FALSE(first->error());
+    EXPECT_EQ(first->itemsDone(), files);
+    EXPECT_EQ(first->itemsFailed(), 0);
+    EXPECT_TRUE(first->error().failures().isEmpty());
+
+    // Somebody else's service, who may change the files that are theirs.
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root, to become another user";
+    std::filesystem::copy_file(MORVANE_FILE_SERVICE, folder / "service");
+    std::filesystem::permissions(folder / "service", std::filesystem::perms(0755));
+    std::filesystem::remove(services / MVFileServiceName);
+    std::ofstream(services / MVFileServiceName)
+        << "#!/bin/sh\nexec setpriv --reuid=65534 --regid=65534 --clear-groups '"
+        << (folder / "service").string() << "'\n";
+    std::filesystem::permissions(services / MVFileServiceName, std::filesystem::perms(0755));
+    const auto odd = tree / "\xff %41";
+    std::ofstream(odd) << "text";
+    for (const auto& path : std::filesystem::directory_iterator(tree)) {
+        if (path != odd) {
+            ASSERT_EQ(chown(path.path().c_str(), nobody, nobody), 0);
+        }
+    }
+    ASSERT_EQ(chown(tree.c_str(), nobody, nobody), 0);
+    MorvaneFileClient other;
+    const auto* const second = counted(other.propagateAcl(read(tree)));
+    EXPECT_EQ(second->error().error()->code(), EPERM);
+    EXPECT_EQ(second->itemsDone(), files);
+    EXPECT_EQ(second->itemsFailed(), 1);
+    const auto failures = second->error().failures();
+    ASSERT_EQ(failures.size(), 1);
+    EXPECT_EQ(failures.front().url, urlOf(odd));
+    EXPECT_EQ(failures.front().code, EPERM);
+    EXPECT_EQ(failures.front().text, "Operation not permitted");
 }
 
 TEST_F(QtFileClient, NamesThatAreNotUtf8ComeThroughUrls) {
