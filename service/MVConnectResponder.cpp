@@ -7,8 +7,6 @@ namespace morvane {
 
 MVFileRequest::~MVFileRequest() = default;
 MVFileResponse::~MVFileResponse() = default;
-MVItemProgress::~MVItemProgress() = default;
-MVCountedResponse::~MVCountedResponse() = default;
 
 const NSClass& MVConnectResponder::classObject() {
     static const NSClass c{"MVConnectResponder", &NSObject::classObject(), nullptr};

@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVItemProgress.h>
+
+namespace morvane {
+
+MVItemProgress::~MVItemProgress() = default;
+MVCountedResponse::~MVCountedResponse() = default;
+
+}  // namespace morvane
