@@ -14,14 +14,18 @@
 namespace morvane {
 
 namespace {
-std::string footer() {
+std::string footer(bool endsLikeDiff) {
     constexpr std::size_t columns = 92;
     std::string text;
-    for (const auto& line : wrapped(
-             say("Exit status: 0 done, 1 the operation failed, 2 the command line was not "
-                 "understood, 3 the service could not be started or went away, 4 the server of a "
-                 "network mount has stored something else, 130 interrupted by Ctrl-C."),
-             columns))
+    const auto statuses =
+        endsLikeDiff
+            ? say("Exit status: 0 nothing to tell, 1 something differs or was found, 2 something "
+                  "could not be looked at or the command line was not understood, 3 the service "
+                  "could not be started or went away, 130 interrupted by Ctrl-C.")
+            : say("Exit status: 0 done, 1 the operation failed, 2 the command line was not "
+                  "understood, 3 the service could not be started or went away, 4 the server of a "
+                  "network mount has stored something else, 130 interrupted by Ctrl-C.");
+    for (const auto& line : wrapped(statuses, columns))
         text += (text.empty() ? "" : "\n") + line;
     return text;
 }
@@ -177,6 +181,7 @@ class Parser {
             auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
             command->group(say("Subcommands"));
             describe(*command, row.options, "morvane " + version);
+            command->footer(footer(row.endsLikeDiff));
         }
     }
 
@@ -249,7 +254,7 @@ class Parser {
         app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
         app.set_version_flag("--version", version, say("Print the version and exit"))
             ->disable_flag_override();
-        app.footer(footer());
+        app.footer(footer(false));
         for (const auto& row : options)
             addOption(app, row);
         for (const auto& row : options)

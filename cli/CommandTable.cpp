@@ -147,7 +147,8 @@ const std::vector<CommandRow>& commandTable() {
            .says = translatable("Compare everything below both folders, too; symbolic links are "
                                 "passed over"),
            .letter = 'R'},
-          {.name = "--json", .says = translatable("Print JSON instead of lines")}}},
+          {.name = "--json", .says = translatable("Print JSON instead of lines")}},
+         true},
         {"check",
          translatable("Look through a tree for lists that are likely to be mistakes"),
          {{.name = "TREE",
@@ -159,7 +160,8 @@ const std::vector<CommandRow>& commandTable() {
           {.name = "--json", .says = translatable("Print JSON instead of lines")},
           {.name = "--json-lines",
            .says = translatable("Print a line of JSON for each finding, while the work goes on"),
-           .excludes = {"--json"}}}},
+           .excludes = {"--json"}}},
+         true},
         {"size",
          translatable("Add up the sizes of items with all that is below them"),
          {{.name = "PATH",
@@ -213,6 +215,13 @@ const std::vector<CommandRow>& commandTable() {
            .kind = WordKind::command}}},
     };
     return table;
+}
+
+bool endsLikeDiff(std::string_view command) {
+    const auto& table = commandTable();
+    return std::any_of(table.begin(), table.end(), [&](const CommandRow& row) {
+        return row.name == command && row.endsLikeDiff;
+    });
 }
 
 const std::vector<OptionRow>& commonOptions() {

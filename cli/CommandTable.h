@@ -47,6 +47,8 @@ struct CommandRow {
     /// One sentence without its full stop.
     std::string_view says;
     std::vector<OptionRow> options;
+    /// Its exit status is 1 where there is something to tell, and 2 where it failed.
+    bool endsLikeDiff = false;
 
     /// The options that cannot stand beside one of them, whichever of the two says so.
     std::vector<std::string_view> excludedBy(std::string_view option) const;
@@ -54,6 +56,9 @@ struct CommandRow {
 
 /// In the order in which they are told.
 const std::vector<CommandRow>& commandTable();
+
+/// Whether the command ends as diff(1) does.
+bool endsLikeDiff(std::string_view command);
 
 /// What stands before the command.
 const std::vector<OptionRow>& commonOptions();

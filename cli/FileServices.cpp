@@ -94,19 +94,46 @@ class Answer {
 FileServices::FileServices(const char* queueLabel)
     : connector_(MVConnector::initWithQueueLabel<MVFileConnector>(queueLabel)) {}
 
-std::shared_ptr<MVFileRequest> FileServices::serviceFor(const char* right,
-                                                        std::function<void(NSErrorRef)> fail) {
-    if (privileged_) {
-        if (auto error = connectPrivileged(*connector_, right)) {
-            fail(std::move(error));
-            return nullptr;
-        }
-    }
-    const auto held = privileged_ ? connector_->authConnection() : connector_->connection();
-    return held->remoteObjectProxyWithErrorHandler<MVFileRequest>(
+std::shared_ptr<NSXPCConnection> FileServices::connectionFor(const char* right, NSErrorRef& error) {
+    if (!privileged_)
+        return connector_->connection();
+    error = connectPrivileged(*connector_, right);
+    return error ? nullptr : connector_->authConnection();
+}
+
+std::shared_ptr<MVFileRequest> FileServices::serviceOn(NSXPCConnection& connection,
+                                                       std::function<void(NSErrorRef)> fail) const {
+    return connection.remoteObjectProxyWithErrorHandler<MVFileRequest>(
         [fail = std::move(fail), privileged = privileged_](NSErrorRef error) {
             fail(privileged ? errorWithAdviceAboutHelper(std::move(error)) : std::move(error));
         });
+}
+
+std::shared_ptr<MVFileRequest> FileServices::serviceFor(const char* right,
+                                                        std::function<void(NSErrorRef)> fail) {
+    NSErrorRef error;
+    const auto connection = connectionFor(right, error);
+    if (!connection) {
+        fail(std::move(error));
+        return nullptr;
+    }
+    return serviceOn(*connection, std::move(fail));
+}
+
+template <class T, class Send>
+std::vector<Result<T>> FileServices::askAll(const char* right, std::size_t count,
+                                            const std::function<bool()>& goesOn, Send send) {
+    NSErrorRef error;
+    const auto connection = connectionFor(right, error);
+    const std::vector<Answer<Result<T>>> answers(connection ? count : 0);
+    for (std::size_t i = 0; i != answers.size(); ++i)
+        send(*serviceOn(*connection, answers[i].ofFailure()), i, answers[i].ofReply());
+    std::vector<Result<T>> results;
+    for (const auto& answer : answers)
+        results.push_back(answer.wait(goesOn));
+    while (results.size() != count)
+        results.emplace_back(Failure{error});
+    return results;
 }
 
 // Of the reply and the error handler of a request one runs, once.
@@ -120,15 +147,10 @@ Result<EntryList> FileServices::aclEntries(const NSURL& url) {
 
 std::vector<Result<EntryList>> FileServices::aclEntriesOfAll(const std::vector<NSURL>& urls,
                                                              const std::function<bool()>& goesOn) {
-    const std::vector<Answer<Result<EntryList>>> answers(urls.size());
-    for (std::size_t i = 0; i != urls.size(); ++i) {
-        if (const auto service = serviceFor(MVRightGetFileAcl, answers[i].ofFailure()))
-            service->getAclEntriesWithUrl(urls[i], answers[i].ofReply());
-    }
-    std::vector<Result<EntryList>> lists;
-    for (const auto& answer : answers)
-        lists.push_back(answer.wait(goesOn));
-    return lists;
+    return askAll<EntryList>(MVRightGetFileAcl, urls.size(), goesOn,
+                             [&](MVFileRequest& service, std::size_t i, auto reply) {
+                                 service.getAclEntriesWithUrl(urls[i], std::move(reply));
+                             });
 }
 
 NSErrorRef FileServices::setAclEntries(const EntryList& entries, const NSURL& url) {
@@ -148,15 +170,10 @@ Result<PermissionList> FileServices::access(const NSURL& url, const NSUUID& who)
 std::vector<Result<PermissionList>> FileServices::accessOfAll(const NSURL& url,
                                                               const std::vector<NSUUID>& whom,
                                                               const std::function<bool()>& goesOn) {
-    const std::vector<Answer<Result<PermissionList>>> answers(whom.size());
-    for (std::size_t i = 0; i != whom.size(); ++i) {
-        if (const auto service = serviceFor(MVRightGetFileAccess, answers[i].ofFailure()))
-            service->getAclAccessWithUrl(url, whom[i], answers[i].ofReply());
-    }
-    std::vector<Result<PermissionList>> permissions;
-    for (const auto& answer : answers)
-        permissions.push_back(answer.wait(goesOn));
-    return permissions;
+    return askAll<PermissionList>(MVRightGetFileAccess, whom.size(), goesOn,
+                                  [&](MVFileRequest& service, std::size_t i, auto reply) {
+                                      service.getAclAccessWithUrl(url, whom[i], std::move(reply));
+                                  });
 }
 
 std::optional<std::vector<CBIdentityRef>> FileServices::identities(

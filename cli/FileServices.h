@@ -57,10 +57,18 @@ class FileServices {
                                    std::function<bool()> goesOn);
 
   private:
-    /// The service's proxy, whose failures go to `fail`. If the right cannot be obtained, `fail` is
-    /// called with the reason, and the proxy is null.
+    /// The connection to the service; null with `error` set if the right cannot be obtained.
+    std::shared_ptr<NSXPCConnection> connectionFor(const char* right, NSErrorRef& error);
+    /// The service's proxy, whose failures go to `fail`.
+    std::shared_ptr<MVFileRequest> serviceOn(NSXPCConnection& connection,
+                                             std::function<void(NSErrorRef)> fail) const;
+    /// The same; null if the right cannot be obtained, of which `fail` is called with the reason.
     std::shared_ptr<MVFileRequest> serviceFor(const char* right,
                                               std::function<void(NSErrorRef)> fail);
+    /// The answers to `count` requests of one kind, which are sent all at once.
+    template <class T, class Send>
+    std::vector<Result<T>> askAll(const char* right, std::size_t count,
+                                  const std::function<bool()>& goesOn, Send send);
 
     const std::shared_ptr<MVFileConnector> connector_;
     bool privileged_ = false;

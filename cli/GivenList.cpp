@@ -44,16 +44,13 @@ bool isExecuted(const PosixList& list) {
 /// The first of the entries that differ, and how many more there are.
 Phrase textOf(const std::vector<ListDifference::Entry>& entries) {
     const auto& [given, is] = entries.front();
-    const auto letters = [](const MVAclEntry& entry) {
-        const auto storage =
-            entry.origin() ? entry.origin()->values().storage : MVAclStorage::posix;
-        const auto shown = lettersOfEntry(entry, storage);
-        return entry.tag() == MVAclTagDeny ? phrase("%1 denied", shown) : Phrase(shown);
-    };
-    auto first = !is ? phrase("%1 has no entry", whoText(*given))
-                 : !given
-                     ? phrase("%1 has an entry", whoText(*is))
-                     : phrase("%1 has %2, not %3", whoText(*is), letters(*is), letters(*given));
+    auto first =
+        !is      ? phrase("%1 has no entry", whoText(*given))
+        : !given ? phrase("%1 has an entry", whoText(*is))
+        : is->tag() == MVAclTagDeny && storageOf({is}) == MVAclStorage::nfs4
+            ? phrase("%1 is denied %2, not %3", whoText(*is), givenLetters(*is),
+                     givenLetters(*given))
+            : phrase("%1 has %2, not %3", whoText(*is), givenLetters(*is), givenLetters(*given));
     const auto more = entries.size() - 1;
     // TRANSLATORS: "user bob has r--, not rw-, and 2 more"
     return more == 0 ? first

@@ -2,6 +2,7 @@
 #include "ListDifference.h"
 
 #include <MorvaneOperation/EntryTexts.h>
+#include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <algorithm>
@@ -52,9 +53,18 @@ struct KeyedEntry {
     std::string seen;
 };
 
-std::string lettersOf(const MVAclEntry& entry) {
-    return lettersOfEntry(entry,
-                          entry.origin() ? entry.origin()->values().storage : MVAclStorage::posix);
+MVAclStorage storageOf(const MVAclEntry& entry) {
+    return entry.origin() ? entry.origin()->values().storage : MVAclStorage::posix;
+}
+
+/// Whether the entry is one of a POSIX list that gives nothing, which is shown as a denial of
+/// everything.
+bool givesNothing(const MVAclEntry& entry) {
+    return storageOf(entry) != MVAclStorage::nfs4 && entry.tag() == MVAclTagDeny;
+}
+
+Phrase permissionsOf(const MVAclEntry& entry) {
+    return givesNothing(entry) ? choiceText(MVAclGroupNone) : permissionsText(entry);
 }
 
 std::vector<KeyedEntry> keyedEntries(const EntryList& entries) {
@@ -63,8 +73,8 @@ std::vector<KeyedEntry> keyedEntries(const EntryList& entries) {
     for (const auto& entry : entries) {
         const bool isNfs4 = storage == MVAclStorage::nfs4;
         EntryKey key{whoKey(*entry, storage), appliesToCode(*entry), isNfs4 ? entry->tag() : 0};
-        auto seen = std::to_string(entry->tag()) + ' ' + lettersOf(*entry) + ' ' +
-                    permissionsText(*entry).english() + (entry->inherited() ? " inherited" : "");
+        auto seen = givenLetters(*entry) + ' ' + permissionsOf(*entry).english() +
+                    (entry->inherited() ? " inherited" : "");
         // What a POSIX list denies follows from what it allows, unless that is nothing.
         const auto same = std::find_if(keyed.begin(), keyed.end(),
                                        [&](const auto& other) { return other.key == key; });
@@ -125,9 +135,11 @@ std::string partsOf(const ListDifference::Entry& entry) {
         if (!text.empty())
             line += "  " + escaped(text);
     };
-    add(part([](const MVAclEntry& one) { return ruleText(one.tag()).localized(); }));
-    add(part([](const MVAclEntry& one) { return lettersOf(one); }));
-    add(part([](const MVAclEntry& one) { return permissionsText(one).localized(); }));
+    // Entries of a POSIX list only give.
+    if (storageOf(any) == MVAclStorage::nfs4)
+        add(ruleText(any.tag()).localized());
+    add(part([](const MVAclEntry& one) { return givenLetters(one); }));
+    add(part([](const MVAclEntry& one) { return permissionsOf(one).localized(); }));
     add(appliesToText(any).localized());
     const bool isMarkChanged =
         entry.before && entry.after && entry.before->inherited() != entry.after->inherited();
@@ -139,6 +151,11 @@ std::string partsOf(const ListDifference::Entry& entry) {
 }
 
 }  // namespace
+
+std::string givenLetters(const MVAclEntry& entry) {
+    return givesNothing(entry) ? lettersOfRights(PosixNothing)
+                               : lettersOfEntry(entry, storageOf(entry));
+}
 
 ListDifference differenceOf(const ComparedList& before, const ComparedList& after) {
     ListDifference difference;

@@ -43,6 +43,9 @@ struct ListDifference {
     bool isEmpty() const { return facts.empty() && entries.empty() && !isReordered; }
 };
 
+/// The letters of what an entry gives or, in an NFSv4 list, denies.
+std::string givenLetters(const MVAclEntry& entry);
+
 /// Entries belong together if they are for the same, and apply to the same items: the owner to the
 /// owner, whoever that is.
 ListDifference differenceOf(const ComparedList& before, const ComparedList& after);

@@ -24,6 +24,7 @@
 #include "AuthenticationAgent.h"
 #include "CommandLine.h"
 #include "CommandParser.h"
+#include "CommandTable.h"
 #include "EditScreen.h"
 #include "Failure.h"
 #include "FileServices.h"
@@ -306,15 +307,16 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
 /// run(), with what its words do not suffice for told where their use is told.
 Outcome runWithHelp(const CommandLine& line, const CommonOptions& common) {
     auto outcome = run(line, common);
-    const bool tellsItself =
-        std::holds_alternative<Outcome>(line) || std::holds_alternative<EditOptions>(line) ||
-        std::holds_alternative<DiffOptions>(line) || std::holds_alternative<CheckOptions>(line);
+    // What cannot be compared ends with the status of words that are wrong.
+    const bool tellsItself = std::holds_alternative<Outcome>(line) ||
+                             std::holds_alternative<EditOptions>(line) ||
+                             endsLikeDiff(common.command);
     return tellsItself ? outcome : pointedToHelp(std::move(outcome), common.command);
 }
 
 /// What a run ends with that could not do its work.
 ExitCode failureOf(const CommonOptions& common) {
-    return common.command == "diff" || common.command == "check" ? ExitTrouble : ExitFailure;
+    return endsLikeDiff(common.command) ? ExitTrouble : ExitFailure;
 }
 
 /// For programs, what a command has not printed itself: that it was done, or why not.

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 """What is found in trees of real files whose lists are likely to be mistakes.
 
-usage: check_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY [unittest arguments]
+usage: check_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY SILENT-DIRECTORY-LIBRARY [unittest arguments]
 """
 import json
 import os
@@ -219,4 +219,4 @@ class Nfs4Trees(Nfs4ListCommand):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[5:]])

@@ -10,7 +10,7 @@ import unittest
 
 from json_schema import check
 
-MORVANE, LIBEXEC, MOUNT = map(os.path.abspath, sys.argv[1:4])
+MORVANE, LIBEXEC, MOUNT, SILENT_DIRECTORY = map(os.path.abspath, sys.argv[1:5])
 TIME_LIMIT = 120  # a watchdog; nothing here takes long
 ENVIRONMENT = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8"}
 with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "morvane.schema.json"),

@@ -99,6 +99,23 @@ class Rights(Privileged):
             self.assertTrue(outcome.prompts[0].startswith(f"{LABEL}.{right}: Morvane wants to "))
         self.assertEqual(os.listdir(self.folder), ["public"])
 
+    def test_many_requests_of_a_command_are_granted_at_once(self):
+        who_can = run("who-can", "--json", self.file, agent="allow")
+        self.assertEqual(who_can.code, 0, who_can.message)
+        self.assertEqual([who["identity"] for who in json.loads(who_can.output)["items"][0]["who"]], ["root"])
+        self.assertEqual(len(who_can.prompts), 1)
+        os.chmod(self.folder, 0o755)
+        check = run("check", self.folder, agent="allow")
+        self.assertEqual((check.code, check.message), (1, ""))
+        self.assertEqual(check.output.splitlines()[:-1], [f"{self.file}: nobody but root can read it"])
+        os.chmod(self.folder, 0o700)
+        diff = run("diff", self.file, self.folder, agent="allow")
+        self.assertEqual(diff.code, 1, diff.message)
+        self.assertIn("~ Kind: file -> folder\n", diff.output)
+        denied = run("check", "--json", self.folder, agent="deny")
+        self.assertEqual(denied.code, 2)
+        self.assertIn("The authorization was denied.", denied.message)
+
     def test_the_list_is_that_of_the_file(self):
         entries = json.loads(run("acl", "--json", self.file, agent="allow").output)["entries"]
         self.assertEqual([[n["state"] for n in e["permissions"]] for e in entries],

@@ -1,16 +1,18 @@
 # SPDX-License-Identifier: MIT
 """Who has a right to an item, and through what, beside what the kernel lets each user do.
 
-usage: who_can_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY [unittest arguments]
+usage: who_can_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY SILENT-DIRECTORY-LIBRARY [unittest arguments]
 """
 import os
 import pwd
 import re
+import signal
 import subprocess
 import sys
 import unittest
 
-from list_commands import ALLOW, DENY, ListCommand, Nfs4ListCommand, nfs4_list
+from list_commands import (ALLOW, DENY, ENVIRONMENT, MORVANE, SILENT_DIRECTORY, TIME_LIMIT, ListCommand,
+                           Nfs4ListCommand, nfs4_list)
 
 RIGHTS = ("read", "write", "execute", "delete", "changePermissions", "changeOwner")
 
@@ -198,7 +200,6 @@ class Posix(ListCommand):
         with open("/etc/passwd", encoding="utf-8") as before, open(passwd, "w", encoding="utf-8") as file:
             file.write(before.read() + "".join(f"aa{i}:x:{70000 + i}:65534::/:/bin/false\n" for i in range(1500)))
         self.setfacl("-m", "u:71499:rw,u:games:rw", self.file)
-        from list_commands import ENVIRONMENT, MORVANE, TIME_LIMIT
         result = subprocess.run(
             ["unshare", "--mount", "--propagation", "private", "sh", "-c",
              'mount --bind passwd /etc/passwd && "$0" who-can notes --right write', MORVANE],
@@ -208,6 +209,16 @@ class Posix(ListCommand):
                       "list names.", result.stdout)
         for name in ("aa1499", "games"):
             self.assertIn(f"user {name}", result.stdout)
+
+    def test_a_directory_that_does_not_answer_keeps_nobody_waiting_after_ctrl_c(self):
+        process = subprocess.Popen([MORVANE, "who-can", "notes"], cwd=self.folder, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True,
+                                   env={**ENVIRONMENT, "LD_PRELOAD": SILENT_DIRECTORY})
+        self.assertEqual(process.stderr.readline(), "enumerating\n")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual((process.stdout.read(), process.wait(TIME_LIMIT)), ("", 130))
+        process.stdout.close()
+        process.stderr.close()
 
 
 class Nfs4(Nfs4ListCommand):
@@ -225,4 +236,4 @@ class Nfs4(Nfs4ListCommand):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[5:]])
