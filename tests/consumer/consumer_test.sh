@@ -142,10 +142,16 @@ echo "what must not compile does not"
 refuse() {
     if echo "$2" | "$cxx" "${flags[@]}" -fsyntax-only "${@:3}" -x c++ - 2>/dev/null; then fail "$1 compiles"; fi
 }
+# All but the rooms' use the same header, which is read once.
+mkdir -p "$work/read/MorvaneOperation"
+echo "#include \"$prefix/include/MorvaneOperation/MorvaneOperation.h\"" >"$work/read/MorvaneOperation/MorvaneOperation.h"
+"$cxx" "${flags[@]}" -I"$prefix/include" -x c++-header "$work/read/MorvaneOperation/MorvaneOperation.h" \
+    -o "$work/read/MorvaneOperation/MorvaneOperation.h.gch"
+public=(-I"$work/read" -I"$prefix/include")
 refuse "copying a connection" '#include <MorvaneOperation/MorvaneOperation.h>
-void f(morvane::NSXPCConnection& c) { auto copy = c; }' -I"$prefix/include"
+void f(morvane::NSXPCConnection& c) { auto copy = c; }' "${public[@]}"
 refuse "copying an entry" '#include <MorvaneOperation/MorvaneOperation.h>
-void f(morvane::MVAclEntry& e) { auto copy = e; }' -I"$prefix/include"
+void f(morvane::MVAclEntry& e) { auto copy = e; }' "${public[@]}"
 connector='#include <MorvaneOperation/MorvaneOperation.h>
 using namespace morvane;
 struct Host : MVConnector {
@@ -171,22 +177,22 @@ struct Named : MVConnector {
     const NSClass& objectClass() const override { return classObject(); }
 };
 auto b = MVConnector::initWithQueueLabel<Named>(nullptr, 1);
-auto c = MVConnector::init();" | "$cxx" "${flags[@]}" -fsyntax-only -I"$prefix/include" -x c++ - ||
+auto c = MVConnector::init();" | "$cxx" "${flags[@]}" -fsyntax-only "${public[@]}" -x c++ - ||
     fail "a connector cannot be made by its factory"
-refuse "making the abstract connector" "$connector auto c = std::make_shared<MVConnector>();" -I"$prefix/include"
-refuse "making a connector past its factory" "$connector auto c = std::make_shared<Host>();" -I"$prefix/include"
-refuse "constructing a connector from nothing" "$connector auto* c = new Host({});" -I"$prefix/include"
-refuse "making what constructs a connector" "$connector auto* c = new Host(MVConnector::Creation());" -I"$prefix/include"
+refuse "making the abstract connector" "$connector auto c = std::make_shared<MVConnector>();" "${public[@]}"
+refuse "making a connector past its factory" "$connector auto c = std::make_shared<Host>();" "${public[@]}"
+refuse "constructing a connector from nothing" "$connector auto* c = new Host({});" "${public[@]}"
+refuse "making what constructs a connector" "$connector auto* c = new Host(MVConnector::Creation());" "${public[@]}"
 for forgotten in WithoutClass WithoutClassObject WithoutObjectClass Heir; do
     refuse "a connector that does not name itself ($forgotten)" \
-        "$connector auto c = MVConnector::init<$forgotten>();" -I"$prefix/include"
+        "$connector auto c = MVConnector::init<$forgotten>();" "${public[@]}"
 done
 refuse "making an authorization past its factory" '#include <MorvaneOperation/MorvaneOperation.h>
-auto a = std::make_shared<morvane::MVAuthorization>();' -I"$prefix/include"
+auto a = std::make_shared<morvane::MVAuthorization>();' "${public[@]}"
 refuse "constructing an authorization from nothing" '#include <MorvaneOperation/MorvaneOperation.h>
-auto* a = new morvane::MVAuthorization({});' -I"$prefix/include"
+auto* a = new morvane::MVAuthorization({});' "${public[@]}"
 refuse "making a size formatter past its factory" '#include <MorvaneOperation/MorvaneOperation.h>
-auto* a = new morvane::MVFileSizeInfo({});' -I"$prefix/include"
+auto* a = new morvane::MVFileSizeInfo({});' "${public[@]}"
 acl=(-I"$source/include")
 for room in foundation archive dispatch identity host; do acl+=(-I"$build/layers/$room"); done
 echo '#include <MorvaneOperation/MVAclEntry.h>' |
