@@ -10,8 +10,11 @@ namespace morvane {
 
 /// Which items an operation on many has failed with.
 ///
-///     for (const auto& failure : failuresOfError(*error).errors)
-///         addRow(std::get<NSURL>(failure->userInfo().at(NSURLErrorKey)), failure);
+///     std::vector<std::string> lines;
+///     for (const auto& failure : failuresOfError(*error).errors) {
+///         const auto& item = std::get<NSURL>(failure->userInfo().at(NSURLErrorKey));
+///         lines.push_back(item.path() + ": " + failure->localizedDescription());
+///     }
 struct MVItemFailures {
     /// One for each item, with its URL under NSURLErrorKey; a service names at most a thousand.
     std::vector<NSErrorRef> errors;
