@@ -43,6 +43,7 @@ class Window(unittest.TestCase):
 
     def choose_row(self, program, who):
         place = [row[0] for row in program.rows("Entries")].index(who)
+        wait_until(lambda: any(row.has("FOCUSED") for row in program.find("list", "Entries").children()), "the focus")
         program.press("Home", *["Down"] * place)
         wait_until(lambda: any(row.has("SELECTED") and any(label.name.startswith(f"{who}; ") for label in row.all())
                                for row in program.find("list", "Entries").children()), f"the row of {who}")
@@ -56,14 +57,19 @@ class Window(unittest.TestCase):
         desktop.Atspi.Action.do_action(frame.accessible, actions.index(action))
 
     @staticmethod
-    def press_until(program, key, condition, what):
-        """Presses it again and again, each time when what it did before is to be seen."""
-        def press():
-            if condition():
-                return True
+    def move_to(program, key, role, name):
+        """Moves the focus there with a key, step by step."""
+        def focused():
+            return [(widget.role, widget.name) for window in program.windows() for widget in window.all()
+                    if widget.has("FOCUSED")]
+        wait_until(focused, "the focus")
+        for _ in range(60):
+            before = focused()
+            if (role, name) in before:
+                return
             program.press(key)
-            return False
-        wait_until(press, what)
+            wait_until(lambda before=before: focused() != before, f"the focus to leave {before}")
+        raise AssertionError(f"{key} does not lead to {role} {name}")
 
     def apply(self, program):
         program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
@@ -104,7 +110,8 @@ class Window(unittest.TestCase):
 
         program.press("alt+p")
         program.wait_for("label", "only the owner has it")
-        program.press("Down", "Return")
+        self.move_to(program, "Down", "list item", "Read")
+        program.press("Return")
         wait_until(lambda: ["user daemon", "Allow", "Read", "This item", "no"] in program.rows("Entries"), "the choice")
         self.apply(program)
         self.assertIn("user:daemon:r--\n", getfacl(self.file))
@@ -162,12 +169,11 @@ class Window(unittest.TestCase):
         program.wait_for("check box", "Write", lambda box: box.has("INDETERMINATE"))
         program.press("alt+p")
         program.wait_for("label", "only the owner has it")
-        program.press("Home")
-        self.press_until(program, "Down", lambda: program.find("list item", "Read").has("FOCUSED"), "Read")
+        self.move_to(program, "Down", "list item", "Read")
         program.press("Return")
         wait_until(lambda: ["user daemon", "Allow", "Read", "This item", "no"] in program.rows("Entries"), "the choice")
         # From the menu to the boxes.
-        self.press_until(program, "Tab", lambda: program.find("check box", "Write").has("FOCUSED"), "the boxes")
+        self.move_to(program, "Tab", "check box", "Write")
         program.press("space")
         wait_until(lambda: program.find("check box", "Write").has("CHECKED"), "the box")
         os.remove(third)

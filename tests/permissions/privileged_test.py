@@ -1,0 +1,105 @@
+# SPDX-License-Identifier: MIT
+"""The Permissions windows where the user's own rights do not suffice: a real helper as root, and an agent that answers
+what the system asks.
+
+usage: privileged_test.py HELPER POLICY-FILE POLICY-AGENT MORVANE-PERMISSIONS QT-DIALOG [unittest arguments]
+
+QT-DIALOG is empty where there is none.
+"""
+import os
+import subprocess
+import sys
+import unittest
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
+import rig as rigs  # noqa: E402
+
+HELPER, POLICY, AGENT, WINDOW = map(os.path.abspath, sys.argv[1:5])
+QT_DIALOG = sys.argv[5]
+rigs.enter_namespaces()
+RIG = rigs.Rig(HELPER, [POLICY], AGENT)
+
+import desktop  # noqa: E402
+from desktop import Program, wait_until  # noqa: E402
+
+
+def getfacl(path):
+    return subprocess.run(["getfacl", "-cpE", path], check=True, capture_output=True, text=True).stdout
+
+
+class Privileged(unittest.TestCase):
+    def setUp(self):
+        # Everybody may read them, and root alone may change them.
+        self.folder = os.path.join(os.environ["HOME"], "of root")
+        os.makedirs(self.folder)
+        self.addCleanup(subprocess.run, ["rm", "-r", self.folder], check=True)
+        self.files = [os.path.join(self.folder, name) for name in ("first", "second")]
+        for path in self.files:
+            with open(path, "w", encoding="ascii"):
+                os.chmod(path, 0o644)
+
+    def start(self, command, answer):
+        started = RIG.start(command, answer, stderr=subprocess.PIPE, stdout=None,
+                            env={**os.environ, "G_DEBUG": "fatal-warnings"})
+        program = Program(started.process)
+        self.addCleanup(lambda: self.assertEqual(program.message, ""))
+        self.addCleanup(program.__exit__)
+        return program, started
+
+    def edit(self, answer):
+        program, started = self.start([WINDOW, *self.files], answer)
+        program.wait_for("check box", "Read")
+        program.wait_for_window("2 Items")
+        program.press("End")
+        wait_until(lambda: not program.find("check box", "Write").has("CHECKED"), "the boxes of everyone")
+        program.click_on("check box", "Write")
+        program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
+        return program, started
+
+    def test_several_files_are_changed_as_administrator_after_one_prompt(self):
+        program, started = self.edit("allow")
+        program.wait_for("label", "The permissions were changed.")
+        started.stop_agent()
+        self.assertEqual(len(started.prompts), 1)
+        for path in self.files:
+            self.assertIn("other::rw-\n", getfacl(path))
+
+    def test_a_refused_prompt_is_told_and_nothing_is_changed(self):
+        program, started = self.edit("deny")
+        program.wait_for_window("The Permissions Cannot Be Changed")
+        self.assertTrue(any(label.name.startswith("first: ") and "second: " in label.name
+                            for window in program.windows() for label in window.all() if label.role == "label"))
+        started.stop_agent()
+        self.assertEqual(len(started.prompts), 1)
+        for path in self.files:
+            self.assertIn("other::r--\n", getfacl(path))
+        program.press("Return")
+        # What was edited is still there.
+        program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE"))
+
+    if QT_DIALOG:
+        def test_the_dialog_for_qt_saves_as_administrator_and_tells_a_refusal(self):
+            path = self.files[0]
+            for answer, code, entry in ("cancel", None, "other::r--\n"), ("deny", None, "other::r--\n"), ("allow", 0, "other::rw-\n"):
+                program, started = self.start([QT_DIALOG, path], answer)
+                program.wait_for_window(f"Permissions of {path}")
+                program.press("Down", "Down", "Tab", "Down", "space", "Return")
+                if code is None:
+                    program.wait_for_window(path)  # the message
+                    program.press("Return")
+                    program.wait_for_window(f"Permissions of {path}")
+                    started.process.kill()
+                else:
+                    self.assertEqual(started.process.wait(desktop.waiting.TIME_LIMIT), code)
+                started.stop_agent()
+                self.assertEqual(len(started.prompts), 1)
+                self.assertIn(entry, getfacl(path))
+
+
+if __name__ == "__main__":
+    helpers = desktop.begin_session(rigs.AS_USER)
+    try:
+        unittest.main(argv=[sys.argv[0], *sys.argv[6:]], verbosity=2)
+    finally:
+        for helper in reversed(helpers):
+            helper.kill()
