@@ -15,6 +15,7 @@
 #include "Outcome.h"
 #include "PropagateCommand.h"
 #include "RenameCommand.h"
+#include "SaveCommand.h"
 #include "SizeCommand.h"
 #include "WhoCanCommand.h"
 

@@ -9,6 +9,7 @@
 
 #include "CommandTable.h"
 #include "DidYouMean.h"
+#include "PlainWords.h"
 #include "Text.h"
 
 namespace morvane {
@@ -93,63 +94,12 @@ void relate(CLI::App& command, const OptionRow& row) {
         option->needs(command.get_option(std::string(row.needs)));
 }
 
-/// Stands before a word that the parser is not to look into: it would take brackets for a list, and
-/// what is behind "--" for nobody's. It stands before those that begin with it, too.
-constexpr char plainMark = '\x01';
-
-std::string marked(std::string_view word) {
-    return plainMark + std::string(word);
-}
-
-std::string unmarked(std::string word) {
-    if (!word.empty() && word.front() == plainMark)
-        word.erase(0, 1);
-    return word;
-}
-
-bool mayLackItsWord(std::string_view option) {
-    for (const auto& command : commandTable()) {
-        for (const auto& row : command.options) {
-            if (row.name == option && row.wordMayBeMissing())
-                return true;
-        }
-    }
-    return false;
-}
-
 /// Whether a word stands behind `option` that is no command.
 bool isWordOfCommonOption(std::string_view option) {
     const auto& rows = commonOptions();
     return std::any_of(rows.begin(), rows.end(), [&](const OptionRow& row) {
         return row.kind != WordKind::none && row.name == option;
     });
-}
-
-/// The words for the parser, which takes them from the back.
-std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
-    std::vector<std::string> words;
-    bool isBehindDashes = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        if (word == "--" && !isBehindDashes) {
-            isBehindDashes = true;
-            // Its word does not come from behind them.
-            if (mayLackItsWord(argv[i - 1]))
-                words.emplace_back("--");
-            continue;
-        }
-        const auto value = word.starts_with("--") ? word.find('=') : word.npos;
-        // "++" would end a command.
-        if (isBehindDashes || word == "++" || word.starts_with('[') || word.starts_with(plainMark))
-            words.push_back(marked(word));
-        else if (value != word.npos)
-            words.push_back(std::string(word.substr(0, value + 1)) +
-                            marked(word.substr(value + 1)));
-        else
-            words.emplace_back(word);
-    }
-    std::reverse(words.begin(), words.end());
-    return words;
 }
 
 /// Why a word cannot stand behind its option; empty if it can.
@@ -282,9 +232,7 @@ class Parser {
             }
             isBehindCommand |= word == command;
         }
-        std::string reason = stop.what();
-        std::erase(reason, plainMark);
-        return misunderstood(escaped(reasonOfParser(reason)), command);
+        return misunderstood(escaped(reasonOfParser(withoutMarks(stop.what()))), command);
     }
 
     /// Why an option cannot stand where it does.

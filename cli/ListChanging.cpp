@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: MIT
+#include "ListChanging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "EditedItem.h"
+#include "Failure.h"
+#include "ItemWalk.h"
+#include "JsonDocument.h"
+#include "ListText.h"
+
+namespace morvane {
+
+namespace {
+
+/// So often a change is made to a list that other programs change meanwhile.
+constexpr int maxAttempts = 8;
+/// So many failures are told one by one.
+constexpr std::size_t maxFailuresTold = 10;
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line.front() != '#')
+            lines.push_back(line.substr(0, line.find('\t')));
+    }
+    return lines;
+}
+
+/// The lines that go and those that come, below the name of the item.
+std::string difference(const std::string& path, const std::string& before,
+                       const std::string& after) {
+    const auto old = linesOf(before);
+    const auto now = linesOf(after);
+    const auto without = [](const std::vector<std::string>& lines,
+                            const std::vector<std::string>& others, char mark) {
+        std::string text;
+        for (const auto& line : lines) {
+            if (std::find(others.begin(), others.end(), line) == others.end())
+                text += std::string("  ") + mark + ' ' + escaped(line) + '\n';
+        }
+        return text;
+    };
+    auto lines = without(old, now, '-') + without(now, old, '+');
+    if (lines.empty())
+        lines = "  " + say("(the same entries in another order)") + '\n';
+    return escaped(path) + '\n' + lines;
+}
+
+bool isChangedMeanwhile(const NSError& error) {
+    return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
+}
+
+}  // namespace
+
+bool holdsBack(const EntryList& entries) {
+    return std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
+        return entry->origin() && entry->origin()->masks() != MVAclOrigin::Masks();
+    });
+}
+
+std::string heldBackMessage(std::size_t lists) {
+    return message({countedPhrase("the mask of %1 list holds rights of its entries back, and these "
+                                  "are not kept: only what it lets through is.",
+                                  "the masks of %1 lists hold rights of their entries back, and "
+                                  "these are not kept: only what they let through is.",
+                                  lists)
+                        .localized()});
+}
+
+Outcome misusedChange(const std::string& problem) {
+    return {ExitUsage, {}, message({say("%1.", problem), say("Nothing was changed.")})};
+}
+
+std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Problem& problem) {
+    std::vector<ItemChange> all;
+    for (auto& list : parsedLists(text, UnknownNames::haveNumbers, problem)) {
+        if (list.path.empty()) {
+            problem = say("a list does not tell its path behind '# file:'");
+            return {};
+        }
+        const auto path = list.path;
+        const auto item = isNoted || !list.item.empty() ? std::optional(list.item) : std::nullopt;
+        all.push_back({path, replacingBy(std::move(list)), false, item});
+    }
+    if (!problem && all.empty())
+        problem = say("the text holds no list");
+    return all;
+}
+
+Outcome ListChanging::run(const std::vector<ItemChange>& all) {
+    // Ctrl-C asks to stop from now on, and not while the lists are typed.
+    if (parts_.progress)
+        parts_.progress(0);
+    for (const auto& work : all) {
+        const auto failedBefore = failures_.size();
+        const WalkParts walk{parts_.contents, parts_.facts,
+                             [&](const std::string& path, bool isBelow) {
+                                 change(path, isBelow, work);
+                                 ++done_;
+                                 return !misuse_ && (!parts_.progress || parts_.progress(done_));
+                             },
+                             [&](const std::string& path, const NSError& why) {
+                                 fail(path, why.localizedDescription(), exitCodeOf(why));
+                             }};
+        const bool isStopped = !walkItems(work.path, work.recursive, walk);
+        if (failures_.size() != failedBefore)
+            failedChanges_.push_back(static_cast<std::size_t>(&work - all.data()));
+        if (isStopped) {
+            isStopped_ = !misuse_;
+            break;
+        }
+    }
+    return ended(all);
+}
+
+void ListChanging::fail(const std::string& path, const std::string& why, ExitCode code) {
+    failures_.push_back({path, why});
+    worst_ = code == ExitService ? ExitService : std::max(worst_, ExitFailure);
+}
+
+void ListChanging::fail(const std::string& path, const NSErrorRef& error) {
+    error_ = error;
+    auto why = error->localizedDescription();
+    if (!options_.lossy && !lossesOfError(*error).empty())
+        why += ' ' + say("--lossy accepts the nearest list.");
+    else if (const auto help = advice(*error, Effect::changes); !help.empty())
+        advice_ = help;
+    fail(path, why, exitCodeOf(*error));
+}
+
+void ListChanging::change(const std::string& path, bool isBelow, const ItemChange& work) {
+    const auto url = NSURL::fileURLWithPath(path);
+    for (int attempt = 0; attempt != maxAttempts; ++attempt) {
+        const auto entries = parts_.source(url);
+        if (!entries)
+            return fail(path, entries.error());
+        const auto read = std::find_if(entries->begin(), entries->end(),
+                                       [](const auto& e) { return e->origin() != nullptr; });
+        if (read == entries->end())
+            return fail(path, say("the service does not tell what kind of list it is"),
+                        ExitFailure);
+        if (work.item && *work.item != identityOfFile(path))
+            return fail(path, say("another item has taken its place since the list was noted"),
+                        ExitFailure);
+        ChangedList list{*entries, (*read)->origin(), isBelow,
+                         options_.recursive || options_.paths.size() > 1};
+        const auto before = listAsText(url.path(), *entries);
+        EditedItem item(url, *entries, parts_.access);
+        const bool leftCreatorWithout = item.leavesCreatorWithout(*entries);
+        if (const auto problem = work.change(list)) {
+            // What is wrong with the words is wrong for every item.
+            if (!isBelow && done_ == 0 && !options_.undo && !options_.inEditor)
+                misuse_ = problem;
+            return fail(path, *problem, ExitFailure);
+        }
+        if (write(path, url, list, before, leftCreatorWithout, item))
+            return;
+    }
+    fail(path, say("other programs change it again and again"), ExitFailure);
+}
+
+bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList& list,
+                         const std::string& before, bool leftCreatorWithout, EditedItem& item) {
+    auto entries = std::move(list.entries);
+    if (options_.dryRun || options_.lossy) {
+        auto after = item.afterWriting(entries, options_.lossy);
+        if (!after) {
+            fail(path, after.error());
+            return true;
+        }
+        entries = *std::move(after);
+    }
+    const auto after = listAsText(url.path(), entries);
+    if (after == before) {
+        ++unchanged_;
+        return true;
+    }
+    const std::size_t heldBack = list.losesHeldBack ? 1 : 0;
+    // A list that was there before is no mistake of this one's.
+    const bool wasThere = options_.undo || !options_.restore.empty();
+    if (!options_.lossy && !wasThere && !leftCreatorWithout && item.leavesCreatorWithout(entries)) {
+        fail(path,
+             say("whoever makes an item in the folder would have no right to it, as all that "
+                 "is inherited is for others"),
+             ExitFailure);
+        return true;
+    }
+    if (options_.dryRun) {
+        shown_ += difference(path, before, after);
+        heldBack_ += heldBack;
+        ++changed_;
+        return true;
+    }
+    // Undo does not note what it takes back: it would only take back itself.
+    if (!options_.undo) {
+        journal_.record(url.path(), before);
+        notedHeldBack_ += list.origin->masks() != MVAclOrigin::Masks() ? 1 : 0;
+    }
+    if (const auto error = parts_.sink(entries, url)) {
+        if (isChangedMeanwhile(*error))
+            return false;
+        fail(path, error);
+        if (exitCodeOf(*error) == ExitStoredOtherwise) {
+            worst_ = std::max(worst_, ExitStoredOtherwise);
+            ++changed_;
+        }
+        return true;
+    }
+    heldBack_ += heldBack;
+    ++changed_;
+    return true;
+}
+
+Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
+    if (changed_ == 0)
+        journal_.discard();
+    if (misuse_)
+        return {ExitUsage, {}, message({say("%1.", *misuse_), say("Nothing was changed.")})};
+    Outcome outcome{worst_, shown_, toldFailures()};
+    outcome.error = worst_ == ExitSuccess ? nullptr : error_;
+    const bool isOne = all.size() == 1 && !all.front().recursive;
+    if (options_.json) {
+        // Written last, when all is known that it tells.
+    } else if (isOne && !options_.dryRun && !options_.undo) {
+        if (changed_ != 0 || unchanged_ != 0)
+            outcome.output += listNow(all.front().path);
+    } else {
+        outcome.output += closingLine() + '\n';
+    }
+    if (isStopped_) {
+        outcome.exitCode = ExitInterrupted;
+        outcome.message += message({say("stopped. What is changed stays so.")});
+    }
+    if (heldBack_ != 0)
+        outcome.message += heldBackMessage(heldBack_);
+    if (notedHeldBack_ != 0 && journal_.isKept())
+        outcome.message += message(
+            {countedPhrase("the mask of %1 list held rights back; '--undo' does not give them "
+                           "back to entries that are gone or changed.",
+                           "the masks of %1 lists held rights back; '--undo' does not give "
+                           "them back to entries that are gone or changed.",
+                           notedHeldBack_)
+                 .localized()});
+    if (journal_.whyNot() && changed_ != 0)
+        outcome.message +=
+            message({say("'--undo' cannot take this back: %1.", *journal_.whyNot())});
+    if (options_.json)
+        outcome.output = jsonDocument("acl", jsonOfChange(), outcome);
+    return outcome;
+}
+
+Json ListChanging::jsonOfChange() const {
+    auto failures = Json::array();
+    for (const auto& failure : failures_) {
+        auto one = jsonOfPath(failure.path);
+        one["message"] = failure.why;
+        failures.push_back(std::move(one));
+    }
+    return {{"dryRun", options_.dryRun},
+            {"changed", changed_},
+            {"unchanged", unchanged_},
+            {"failures", std::move(failures)}};
+}
+
+std::string ListChanging::listNow(const std::string& path) const {
+    auto entries = parts_.source(NSURL::fileURLWithPath(path));
+    if (!entries)
+        return {};
+    sortCanonically(*entries);
+    return itemAsLines(*entries, style_) + entriesAsTable(*entries, false, style_);
+}
+
+std::string ListChanging::closingLine() const {
+    auto line = options_.dryRun
+                    ? countedPhrase("--dry-run: %1 list would change",
+                                    "--dry-run: %1 lists would change", changed_)
+                          .localized()
+                    : countedPhrase("%1 list changed", "%1 lists changed", changed_).localized();
+    line += say(", ") +
+            countedPhrase("%1 was so already", "%1 were so already", unchanged_).localized();
+    if (!failures_.empty())
+        line +=
+            say(", ") + countedPhrase("%1 failure", "%1 failures", failures_.size()).localized();
+    line += '.';
+    if (journal_.isKept() && changed_ != 0 && !options_.dryRun)
+        line += ' ' + say("'%1' takes it back.", "morvane acl --undo");
+    return line;
+}
+
+std::string ListChanging::toldFailures() const {
+    if (failures_.empty())
+        return {};
+    std::string text;
+    const auto told = std::min(failures_.size(), maxFailuresTold);
+    for (std::size_t i = 0; i != told; ++i)
+        text += message({say("cannot change the access-control list of '%1': %2",
+                             escaped(failures_[i].path), escaped(failures_[i].why))});
+    if (told != failures_.size()) {
+        text += "  " +
+                countedPhrase("And %1 more.", "And %1 more.", failures_.size() - told).localized();
+        if (options_.failures.empty())
+            text += ' ' + say("--failures FILE lists them all.");
+        text += '\n';
+    }
+    if (!advice_.empty())
+        text += "  " + escaped(advice_) + '\n';
+    if (!options_.failures.empty()) {
+        std::ofstream file(options_.failures, std::ios::binary);
+        for (const auto& failure : failures_)
+            file << quotedPath(failure.path) << '\t' << escaped(failure.why) << '\n';
+        if (!file.flush())
+            text += message({say("'%1' could not be written: %2", escaped(options_.failures),
+                                 Phrase::ofSystemError(errno))});
+    }
+    return text;
+}
+
+std::string changeLine(std::size_t done) {
+    return countedPhrase("%1 list", "%1 lists", done).localized();
+}
+
+}  // namespace morvane

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "AccessCommand.h"
+#include "AclCommand.h"
+#include "EditCommand.h"
+#include "EditedItem.h"
+#include "FileFacts.h"
+#include "Journal.h"
+#include "JsonDocument.h"
+#include "ListChange.h"
+#include "LsCommand.h"
+#include "Outcome.h"
+
+/// The lists of many items, changed one after the other.
+namespace morvane {
+
+/// What the command works with.
+struct ChangeParts {
+    AclSource source;
+    AclSink sink;
+    ContentsSource contents;
+    FactsSource facts;
+    /// Null if this program itself can look at the items.
+    AccessSource access;
+    /// Is told how many items are done; answers whether to go on.
+    std::function<bool(std::size_t done)> progress;
+    /// Lets the user change a text; empty if it was left as it is.
+    std::function<std::optional<std::string>(const std::string& text, Problem& problem)> edited;
+};
+
+/// What is to be done, as the command line says it.
+struct ChangeOptions {
+    std::vector<std::string> paths;
+    /// Entries as behind --set and --remove; empty if they are not asked for.
+    std::string set;
+    std::string remove;
+    bool clear = false;
+    bool clearDefault = false;
+    /// Another item whose list is to be taken.
+    std::string copyFrom;
+    /// A file with one list for all paths, or with many that tell their paths; "-" is standard
+    /// input.
+    std::string list;
+    std::string restore;
+    /// The last change is taken back.
+    bool undo = false;
+    /// The list is changed in an editor.
+    bool inEditor = false;
+    /// And everything below.
+    bool recursive = false;
+    bool dryRun = false;
+    bool lossy = false;
+    /// Where the paths that could not be changed are to be listed.
+    std::string failures;
+    /// What became of them is told for programs.
+    bool json = false;
+};
+
+/// An item whose list is to be changed, and what is to be done to it.
+struct ItemChange {
+    std::string path;
+    ListChange change;
+    bool recursive = false;
+    /// The item for which the list is, if that was noted: identityOfFile().
+    std::optional<std::string> item = std::nullopt;
+};
+
+/// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
+std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Problem& problem);
+
+/// What is answered if the words, or the text with the lists, are wrong.
+Outcome misusedChange(const std::string& problem);
+
+/// Whether a mask of the list that was read holds rights of its entries back.
+bool holdsBack(const EntryList& entries);
+/// That what masks hold back is neither saved nor given to another item.
+std::string heldBackMessage(std::size_t lists);
+
+/// Changes lists one after the other, notes each before, and tells what became of them.
+class ListChanging {
+  public:
+    ListChanging(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,
+                 const Style& style)
+        : options_(options), parts_(parts), journal_(journal), style_(style) {}
+
+    Outcome run(const std::vector<ItemChange>& all);
+
+    /// Which of them could not be done, or not with everything below.
+    const std::vector<std::size_t>& failedChanges() const { return failedChanges_; }
+
+  private:
+    void fail(const std::string& path, const std::string& why, ExitCode code);
+    void fail(const std::string& path, const NSErrorRef& error);
+
+    void change(const std::string& path, bool isBelow, const ItemChange& work);
+
+    /// False if another program has changed the list since it was read.
+    bool write(const std::string& path, const NSURL& url, ChangedList& list,
+               const std::string& before, bool leftCreatorWithout, EditedItem& item);
+
+    Outcome ended(const std::vector<ItemChange>& all);
+
+    Json jsonOfChange() const;
+
+    std::string listNow(const std::string& path) const;
+
+    std::string closingLine() const;
+
+    /// The failures for standard error, and all of them in the file that was asked for.
+    std::string toldFailures() const;
+
+    struct FailedItem {
+        std::string path;
+        std::string why;
+    };
+
+    const ChangeOptions& options_;
+    const ChangeParts& parts_;
+    Journal& journal_;
+    const Style& style_;
+    std::string shown_;
+    std::size_t done_ = 0;
+    std::size_t changed_ = 0;
+    std::size_t unchanged_ = 0;
+    std::vector<FailedItem> failures_;
+    std::vector<std::size_t> failedChanges_;
+    /// Lists whose mask held back what is lost now.
+    std::size_t heldBack_ = 0;
+    /// Those of which the notes do not tell all.
+    std::size_t notedHeldBack_ = 0;
+    std::string advice_;
+    ExitCode worst_ = ExitSuccess;
+    NSErrorRef error_;
+    Problem misuse_;
+    bool isStopped_ = false;
+};
+
+/// The line that tells how far the work is.
+std::string changeLine(std::size_t done);
+
+}  // namespace morvane

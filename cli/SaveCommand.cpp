@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "SaveCommand.h"
+
+#include <algorithm>
+
+#include "Failure.h"
+#include "ItemWalk.h"
+#include "JsonDocument.h"
+#include "ListText.h"
+#include "WrittenFile.h"
+
+namespace morvane {
+
+Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
+    const bool isOutput = options.file == "-";
+    Outcome outcome;
+    std::string lists;
+    std::size_t saved = 0;
+    std::size_t heldBack = 0;
+    const auto fail = [&](const std::string& path, const NSErrorRef& error) {
+        outcome.message += failureMessage(
+            say("cannot read the access-control list of '%1'", escaped(path)), *error);
+        outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(*error));
+        outcome.error = error;
+    };
+    const auto save = [&](const std::string& path, bool) {
+        const auto entries = parts.source(NSURL::fileURLWithPath(path));
+        if (entries) {
+            lists += listAsText(path, *entries);
+            heldBack += holdsBack(*entries) ? 1 : 0;
+            ++saved;
+        } else {
+            fail(path, entries.error());
+        }
+        return !parts.progress || parts.progress(saved);
+    };
+    const auto cannotList = [&](const std::string& path, const NSError& why) {
+        outcome.message += failureMessage(say("cannot list '%1'", escaped(path)), why);
+        outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(why));
+    };
+    for (const auto& path : options.paths) {
+        if (!walkItems(path, options.recursive, {parts.contents, parts.facts, save, cannotList}))
+            return {ExitInterrupted, {}, message({say("stopped. Not all lists were saved.")})};
+    }
+    if (heldBack != 0)
+        outcome.message += heldBackMessage(heldBack);
+    if (isOutput) {
+        outcome.output = std::move(lists);
+        return outcome;
+    }
+    // What was saved there before is worth more than nothing.
+    if (saved != 0) {
+        if (const auto problem = writeFile(options.file, lists)) {
+            outcome.exitCode = ExitFailure;
+            outcome.message += message({*problem});
+            return outcome;
+        }
+    }
+    outcome.output =
+        options.json ? jsonDocument("acl", {{"saved", saved}}, outcome)
+                     : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
+    return outcome;
+}
+
+}  // namespace morvane

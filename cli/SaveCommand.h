@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ListChanging.h"
+
+namespace morvane {
+
+/// `morvane acl PATH... --save FILE`: the lists of the items, and with `recursive` of everything
+/// below them.
+struct SaveOptions {
+    std::vector<std::string> paths;
+    /// "-" is standard output.
+    std::string file;
+    bool recursive = false;
+    bool json = false;
+};
+Outcome runSave(const SaveOptions& options, const ChangeParts& parts);
+
+}  // namespace morvane
