@@ -11,8 +11,8 @@ namespace {
 
 /// Digests of this library have 32 characters.
 constexpr std::size_t maxDigest = 64;
-/// "rwx".
-constexpr std::size_t maxMask = 3;
+/// The kernel reads and writes no attribute that is longer.
+constexpr std::size_t maxStoredList = 65536;
 
 std::uint32_t idOf(std::int64_t value, std::string_view key) {
     if (!std::in_range<std::uint32_t>(value))
@@ -31,13 +31,13 @@ std::shared_ptr<const MVAclOrigin> MVAclOrigin::initWithValues(Values values) {
     return std::make_shared<const MVAclOrigin>(std::move(values));
 }
 
-std::shared_ptr<const MVAclOrigin> MVAclOrigin::initWithValues(Values values, Masks masks) {
-    return std::make_shared<const MVAclOrigin>(std::move(values), std::move(masks));
+std::shared_ptr<const MVAclOrigin> MVAclOrigin::initWithValues(Values values, StoredLists stored) {
+    return std::make_shared<const MVAclOrigin>(std::move(values), std::move(stored));
 }
 
 bool MVAclOrigin::isEqual(const NSObject* other) const {
     const auto* origin = dynamic_cast<const MVAclOrigin*>(other);
-    return origin && origin->values_ == values_ && origin->masks_ == masks_;
+    return origin && origin->values_ == values_ && origin->stored_ == stored_;
 }
 
 void MVAclOrigin::encodeWithCoder(NSKeyedArchiver& coder) const {
@@ -47,10 +47,10 @@ void MVAclOrigin::encodeWithCoder(NSKeyedArchiver& coder) const {
     coder.encodeInt64(values_.group, "group");
     coder.encodeInt32(static_cast<std::int32_t>(values_.storage), "storage");
     coder.encodeString(std::string_view(values_.digest), "digest");
-    if (!masks_.list.empty())
-        coder.encodeString(std::string_view(masks_.list), "mask");
-    if (!masks_.defaults.empty())
-        coder.encodeString(std::string_view(masks_.defaults), "defaultMask");
+    if (!stored_.list.empty())
+        coder.encodeData(stored_.list, "stored");
+    if (!stored_.defaults.empty())
+        coder.encodeData(stored_.defaults, "storedDefaults");
 }
 
 std::shared_ptr<NSObject> MVAclOrigin::initWithCoder(NSKeyedUnarchiver& coder) {
@@ -67,24 +67,24 @@ std::shared_ptr<NSObject> MVAclOrigin::initWithCoder(NSKeyedUnarchiver& coder) {
     auto digest = coder.decodeString("digest").value_or(std::string());
     if (digest.size() > maxDigest)
         throw NSArchiveFailure("digest", "a digest is too long");
-    const auto mask = [&](const char* key) {
-        auto letters = coder.decodeString(key).value_or(std::string());
-        if (letters.size() > maxMask)
-            throw NSArchiveFailure(key, "a mask is too long");
-        return letters;
+    const auto stored = [&](const char* key) {
+        auto list = coder.decodeData(key).value_or(NSData());
+        if (list.size() > maxStoredList)
+            throw NSArchiveFailure(key, "a list is too long");
+        return list;
     };
     return std::make_shared<MVAclOrigin>(
         Values{std::move(*url), isDirectory, owner, group, static_cast<MVAclStorage>(storage),
                std::move(digest)},
-        Masks{mask("mask"), mask("defaultMask")});
+        StoredLists{stored("stored"), stored("storedDefaults")});
 }
 
 const MVAclOrigin::Values& MVAclOrigin::values() const {
     return values_;
 }
 
-const MVAclOrigin::Masks& MVAclOrigin::masks() const {
-    return masks_;
+const MVAclOrigin::StoredLists& MVAclOrigin::storedLists() const {
+    return stored_;
 }
 
 }  // namespace morvane

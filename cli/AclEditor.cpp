@@ -218,20 +218,24 @@ Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
          {"read", MVAclGroupRead},
          {"write", MVAclGroupWrite},
          {"none", MVAclGroupNone}}};
-    auto& target = *entries_[entry];
-    const auto& offered = target.permissionGroups();
+    const auto& offered = entries_[entry]->permissionGroups();
     std::string choice;
     for (const auto& [text, code] : codes) {
         if (std::find(offered.begin(), offered.end(), code) == offered.end())
             continue;
-        if (text == name) {
-            target.setPermissionGroup(code);
-            setExecutionChosen(entries_[entry], false);
-            return std::nullopt;
-        }
+        if (text == name)
+            return choosePermissions(entry, static_cast<std::int64_t>(code));
         choice += (choice.empty() ? "" : ", ") + std::string(text);
     }
     return say("'%1' is no choice for entry %2; it is one of %3", escaped(name), entry + 1, choice);
+}
+
+Problem AclEditor::choosePermissions(std::size_t entry, std::int64_t code) {
+    if (const auto problem = changeable(entry))
+        return problem;
+    entries_[entry]->setPermissionGroup(code);
+    setExecutionChosen(entries_[entry], false);
+    return std::nullopt;
 }
 
 Problem AclEditor::setTag(std::size_t entry, std::int32_t tag) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -51,6 +52,8 @@ class AclEditor {
     /// "all", "read-write", "read", "write" or, for the owner's, the owning group's and everyone's
     /// entry, "none".
     Problem choosePermissions(std::size_t entry, std::string_view name);
+    /// The same by a code of MVAclPermissionGroup that the entry offers.
+    Problem choosePermissions(std::size_t entry, std::int64_t code);
     Problem setTag(std::size_t entry, std::int32_t tag);
     /// "user:NAME", "group:NAME", "everyone", "creator" or "creator-group"; a number may stand for
     /// a name.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Failure.h"
+#include "ItemWalk.h"
 #include "ListText.h"
 #include "UndoCommand.h"
 
@@ -45,11 +46,7 @@ std::optional<ListChange> changeOf(const ChangeOptions& options, const ChangePar
             return std::nullopt;
         }
         if (const auto list = oneList(listAsText(options.copyFrom, *entries), problem))
-            changes.push_back([replacing = replacingBy(*list),
-                               isHeldBack = holdsBack(*entries)](ChangedList& to) -> Problem {
-                to.losesHeldBack = isHeldBack;
-                return replacing(to);
-            });
+            changes.push_back(replacingBy(*list));
     }
     if (!options.list.empty()) {
         const auto text = contentOfFile(options.list, problem);
@@ -100,6 +97,22 @@ Outcome runInEditor(const ChangeOptions& options, const ChangeParts& parts, Jour
     return ListChanging(options, parts, journal, style).run({{path, change, false}});
 }
 
+/// How much a change of the paths with everything below them would reach, as far as it can be told.
+std::string whatIsBelow(const ChangeOptions& options, const ChangeParts& parts) {
+    std::size_t items = 0;
+    const WalkParts walk{parts.contents, parts.facts,
+                         [&](const std::string&, bool) {
+                             ++items;
+                             return !parts.progress || parts.progress(items);
+                         },
+                         [](const std::string&, const NSError&) {}, !options.crossesMounts};
+    for (const auto& path : options.paths)
+        walkItems(path, true, walk);
+    return countedPhrase("The list of %1 item is changed by the privileged helper.",
+                         "The lists of %1 items are changed by the privileged helper.", items)
+        .localized();
+}
+
 }  // namespace
 
 Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,
@@ -126,6 +139,9 @@ Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journa
         for (const auto& path : options.paths)
             all.push_back({path, *change, options.recursive});
     }
+    const bool isAskedFor = options.recursive && !options.dryRun && !options.yes && !options.json;
+    if (isAskedFor && parts.goesOn && !parts.goesOn(whatIsBelow(options, parts)))
+        return {ExitInterrupted, {}, message({say("nothing was changed.")})};
     if (std::any_of(all.begin(), all.end(),
                     [](const ItemChange& work) { return work.path.empty(); }))
         return {ExitUsage, {}, message({say("the path is empty; name a file or a folder.")})};

@@ -75,6 +75,7 @@ std::optional<std::string> conflictIn(const OptionValues& values) {
         {"--dry-run", with({"--propagate"}, changes, saved, edits)},
         {"--lossy", with({}, changes, saved, edits)},
         {"--failures", with({}, changes, saved)},
+        {"--yes", with({"--propagate"}, changes)},
         {"--recursive", with({"--save"}, changes)}};
     for (const auto& [option, actions] : needed) {
         if (values.has(option) &&
@@ -114,6 +115,8 @@ ChangeOptions changeOptions(const OptionValues& values) {
     change.lossy = values.has("--lossy");
     change.failures = values.one("--failures");
     change.json = values.has("--json");
+    change.yes = values.has("--yes");
+    change.crossesMounts = values.has("--cross-mounts");
     return change;
 }
 
@@ -141,7 +144,7 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
                                 values.has("--json"), values.has("--dry-run"), values.has("--yes")};
     if (values.has("--save"))
         return SaveOptions{paths, values.one("--save"), values.has("--recursive"),
-                           values.has("--json")};
+                           values.has("--cross-mounts"), values.has("--json")};
     if (values.has("--script")) {
         auto edit = editOptions(values, argc, argv);
         Problem problem;

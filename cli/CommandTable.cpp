@@ -59,6 +59,9 @@ const std::vector<CommandRow>& commandTable() {
            .says = translatable("Do it to everything below a folder, too; symbolic links below are "
                                 "passed over"),
            .letter = 'R'},
+          {.name = "--cross-mounts",
+           .says = translatable("Enter the other file systems that are mounted below, too"),
+           .needs = "--recursive"},
           {.name = "--save",
            .says = translatable("Write the lists to a file, for --restore; - is standard output"),
            .kind = WordKind::item,
@@ -74,8 +77,8 @@ const std::vector<CommandRow>& commandTable() {
                "Give everything below the folder what it inherits of the folder's list"),
            .excludes = {"--tree"}},
           {.name = "--yes",
-           .says = translatable("Do not ask before it is propagated"),
-           .needs = "--propagate",
+           .says = translatable("Do not ask before it is propagated, or changed with all that is "
+                                "below by the helper"),
            .letter = 'y'},
           {.name = "--edit",
            .says = translatable(

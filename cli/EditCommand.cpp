@@ -17,15 +17,8 @@ namespace morvane {
 
 namespace {
 
-/// So often a script is done to a list that other programs change meanwhile.
-constexpr int maxAttempts = 8;
-
 std::string cannotChange(const EditOptions& options) {
     return say("cannot change the access-control list of '%1'", escaped(options.path));
-}
-
-bool isChangedMeanwhile(const NSError& error) {
-    return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
 }
 
 /// `error`, with the entries of its losses counted as `seen` shows them. `asked` are the entries

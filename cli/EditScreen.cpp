@@ -92,14 +92,29 @@ void EditScreen::tell(const std::string& message) {
 }
 
 void EditScreen::nextPermissions(std::size_t entry) {
-    static constexpr const char* choices[] = {"all", "read-write", "read", "write", "none"};
-    const auto& target = *editor_.entries()[entry];
-    const auto& offered = target.permissionGroups();
-    // Codes count from 1 in the order of the choices; the last one offered is "Custom", which
-    // nobody chooses.
-    const auto count = static_cast<std::int64_t>(offered.size()) - 1;
-    const auto code = target.permissionGroup() % MVAclGroupCustom % count;
-    did(editor_.choosePermissions(entry, choices[code]));
+    auto& target = *editor_.entries()[entry];
+    if (target.inherited())
+        return did(editor_.choosePermissions(entry, target.permissionGroup()));
+    const auto choices = permissionChoices(target, list_ ? &*list_ : nullptr);
+    const auto now = std::find_if(choices.begin(), choices.end(),
+                                  [&](const EntryChoice& choice) {
+                                      return choice.code == target.permissionGroup();
+                                  }) -
+                     choices.begin();
+    std::string passedOver;
+    for (std::size_t i = 1; i <= choices.size(); ++i) {
+        const auto& next = choices[(static_cast<std::size_t>(now) + i) % choices.size()];
+        if (next.whyNot.empty()) {
+            did(editor_.choosePermissions(entry, next.code));
+            break;
+        }
+        if (next.code != MVAclGroupCustom)
+            passedOver += (passedOver.empty() ? "" : " ") + say("'%1' cannot be chosen: %2.",
+                                                                escaped(shownText(next.name)),
+                                                                escaped(shownText(next.whyNot)));
+    }
+    if (message_.empty())
+        message_ = passedOver;
 }
 
 std::string EditScreen::whyNot(const Line& line) const {

@@ -34,6 +34,10 @@ bool hasBox(const PermissionList& permissions, std::uint32_t permission) {
 
 }  // namespace
 
+bool isChangedMeanwhile(const NSError& error) {
+    return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
+}
+
 EditedItem::EditedItem(NSURL url, const EntryList& list, AccessSource access)
     : url_(std::move(url)),
       access_(std::move(access)),
@@ -74,6 +78,13 @@ Result<EntryList> EditedItem::afterWriting(const EntryList& entries, bool lossy)
     if (!lossy && !wanted.losses.empty())
         return Failure{errorOfLosses(wanted.losses, entries, url_)};
     return entriesOfPosixAcl(wanted.acl);
+}
+
+std::string EditedItem::digestAfterWriting(const EntryList& entries) const {
+    if (!itemList_ || !itemList_->posixAcl())
+        return {};
+    const auto after = ItemList::asRead(itemList_->nearest(entries));
+    return after ? digestOf(*after->storedPosixAcl()) : std::string();
 }
 
 }  // namespace morvane

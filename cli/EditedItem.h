@@ -14,6 +14,12 @@
 /// What an edit must know of the item whose list it changes, besides the list.
 namespace morvane {
 
+/// How often a change is made anew on a list that other programs change meanwhile.
+inline constexpr int maxAttempts = 8;
+
+/// Whether a list was not written as another program has changed it since it was read.
+bool isChangedMeanwhile(const NSError& error);
+
 /// Looks at the item itself. What is out of this program's reach is told by the list that the item
 /// has, and in the end by the service.
 class EditedItem {
@@ -41,6 +47,10 @@ class EditedItem {
     /// The entries that the item would have after `entries` were written; with `lossy` the nearest
     /// ones that grant no more. An error if it cannot hold them or that cannot be determined.
     Result<EntryList> afterWriting(const EntryList& entries, bool lossy);
+
+    /// The digest of the list that the item will have when `entries` are written. Empty for an
+    /// allow/deny list, of which the server of a network mount has the last word.
+    std::string digestAfterWriting(const EntryList& entries) const;
 
   private:
     NSURL url_;

@@ -134,7 +134,7 @@ Json jsonOfListedItem(std::string_view path, const EntryList& entries) {
     const auto mask = [&](const std::string& text) {
         return text.empty() ? Json(nullptr) : Json(text);
     };
-    const auto masks = origin ? origin->masks() : MVAclOrigin::Masks();
+    const auto masks = masksHoldingBack(origin.get());
     item["mask"] = mask(masks.list);
     item["defaultMask"] = mask(masks.defaults);
     item["owner"] = known ? jsonOfOwner(known->owner, false) : Json(nullptr);

@@ -2,6 +2,7 @@
 #include "EntryText.h"
 
 #include <MorvaneOperation/EntryTexts.h>
+#include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/host/KDLocalizedString.h>
 
@@ -96,13 +97,23 @@ MVAclStorage storageOf(const EntryList& entries) {
                : MVAclStorage::nfs4;
 }
 
+HoldingMasks masksHoldingBack(const MVAclOrigin* origin) {
+    const auto maskOf = [](const std::vector<std::uint8_t>& stored) {
+        const auto list = posixListOfAttribute(stored);
+        return list && list->isLimited() ? lettersOfRights(*list->mask) : std::string();
+    };
+    if (!origin)
+        return {};
+    return {maskOf(origin->storedLists().list), maskOf(origin->storedLists().defaults)};
+}
+
 std::string itemAsLines(const EntryList& entries, const Style& style) {
     const auto told = std::find_if(entries.begin(), entries.end(),
                                    [](const auto& entry) { return entry->origin() != nullptr; });
     if (told == entries.end())
         return {};
     const auto& item = (*told)->origin()->values();
-    const auto& masks = (*told)->origin()->masks();
+    const auto masks = masksHoldingBack((*told)->origin().get());
     // TRANSLATORS: "file, POSIX list; user alice (owner), group staff (owning group)"
     auto lines =
         style.faint(escaped(say("%1, %2; %3, %4", kindText(item), storageText(item.storage),

@@ -25,6 +25,16 @@ void sortCanonically(EntryList& entries);
 /// Whether the entry's identity is a group, also if it has no name.
 bool identityIsGroup(const MVAclEntry& entry);
 
+/// The masks of a list that hold rights of its entries back, in letters: "r--". Empty where there
+/// is none, or it holds nothing back.
+struct HoldingMasks {
+    std::string list;
+    /// That of the list which new items in the folder start with.
+    std::string defaults;
+};
+/// None if `origin`, which may be null, does not tell.
+HoldingMasks masksHoldingBack(const MVAclOrigin* origin);
+
 /// What the item is: its kind, how its list is stored, its owner and owning group, and a mask that
 /// holds rights back; whole lines. Empty if the entries do not tell.
 std::string itemAsLines(const EntryList& entries, const Style& style);

@@ -159,6 +159,10 @@ std::string advice(const NSError& error, Effect effect) {
     return {};
 }
 
+bool isRefusedRight(const NSError& error) {
+    return error.domain() == NSOSStatusErrorDomain || error.domain() == MVErrorDomainLaunchd;
+}
+
 ExitCode exitCodeOf(const NSError& error) {
     if (error.domain() == NSPOSIXErrorDomain && error.code() == EREMOTEIO)
         return ExitStoredOtherwise;

@@ -13,6 +13,9 @@ namespace morvane {
 /// ExitService for a failure of the connection, otherwise ExitFailure.
 ExitCode exitCodeOf(const NSError& error);
 
+/// Whether the right to the request was not to be had, so that nothing was done.
+bool isRefusedRight(const NSError& error);
+
 /// What a request that failed would have done.
 enum class Effect { reads, changes };
 

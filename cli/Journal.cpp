@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Journal.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -28,12 +30,13 @@ fs::path Journal::folder() {
 }
 
 void Journal::open() {
-    if (folder_.empty())
-        return giveUp(say("neither XDG_STATE_HOME nor HOME names a folder"));
-    Problem problem;
-    notes_ = JournalFolder::opened(folder_, true, problem);
+    if (folder_.empty()) {
+        whyNot_ = say("neither XDG_STATE_HOME nor HOME names a folder");
+        return;
+    }
+    notes_ = JournalFolder::opened(folder_, true, whyNot_);
     if (!notes_)
-        return giveUp(problem.value_or(std::string()));
+        return;
     const auto old = notes_->names();
     for (std::size_t i = 0; i + maxJournals <= old.size(); ++i)
         notes_->remove(old[i]);
@@ -41,12 +44,15 @@ void Journal::open() {
                          std::chrono::system_clock::now().time_since_epoch())
                          .count();
     name_ = std::to_string(now) + ".acl";
-    file_ = notes_->begin(name_, problem);
-    if (problem)
-        giveUp(*std::move(problem));
+    file_ = notes_->begin(name_, whyNot_);
+    if (file_)
+        return;
+    // Nothing can stand for this change, and an older one would be taken for it.
+    for (const auto& older : notes_->names())
+        notes_->remove(older);
 }
 
-void Journal::record(const std::string& path, std::string_view list) {
+void Journal::record(const std::string& path, std::string_view list, std::string_view next) {
     if (whyNot_)
         return;
     if (!file_)
@@ -60,7 +66,10 @@ void Journal::record(const std::string& path, std::string_view list) {
     auto text = "# file: " + quotedPath(item) + '\n';
     if (const auto identity = identityOfFile(item); !identity.empty())
         text += "# item: " + identity + '\n';
+    if (!next.empty())
+        text += "# became: " + std::string(next) + '\n';
     text += list.substr(list.find('\n') + 1);
+    lastBegin_ = written_;
     written_ += text.size();
     if (written_ > maxJournalBytes)
         return giveUp(say("there are too many lists to keep"));
@@ -69,17 +78,32 @@ void Journal::record(const std::string& path, std::string_view list) {
             say("%1: %2", escaped(notes_->pathOf(name_).string()), Phrase::ofSystemError(errno)));
 }
 
+void Journal::withdrawLast() {
+    if (!isKept() || written_ == lastBegin_)
+        return;
+    const auto end = static_cast<off_t>(lastBegin_);
+    if (ftruncate(file_.get(), end) != 0 || lseek(file_.get(), end, SEEK_SET) != end)
+        return giveUp(
+            say("%1: %2", escaped(notes_->pathOf(name_).string()), Phrase::ofSystemError(errno)));
+    written_ = lastBegin_;
+}
+
 void Journal::discard() {
+    whyNot_.reset();
     if (!file_)
         return;
     file_ = {};
     notes_->remove(name_);
     written_ = 0;
+    lastBegin_ = 0;
 }
 
 void Journal::giveUp(std::string why) {
-    // A part of a change that is taken back is no undo.
-    discard();
+    if (!file_ && !whyNot_)
+        open();
+    // A part of a change that is taken back is no undo, and neither is the change before.
+    if (!whyNot_)
+        name_ = notes_->markAsLost(name_);
     whyNot_ = std::move(why);
 }
 

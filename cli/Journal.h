@@ -23,8 +23,13 @@ class Journal {
     explicit Journal(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
     /// Notes the list of the item at `path`, as listAsText() tells it, before it is changed, and
-    /// which item that is.
-    void record(const std::string& path, std::string_view list);
+    /// which item that is. `next` is the digest of the list that it is to have, if that is known:
+    /// what somebody else makes of it later is not taken back.
+    void record(const std::string& path, std::string_view list, std::string_view next = {});
+    /// Takes back the last record(): that list was not changed after all.
+    void withdrawLast();
+    /// The change cannot be taken back: --undo is to say so, and not to take back the one before.
+    void giveUp(std::string why);
     /// Throws the notes away: nothing was changed.
     void discard();
 
@@ -35,13 +40,14 @@ class Journal {
 
   private:
     void open();
-    void giveUp(std::string why);
 
     const std::filesystem::path folder_;
     std::optional<JournalFolder> notes_;
     std::string name_;
     FileDescriptor file_;
     std::size_t written_ = 0;
+    /// Where the last list begins.
+    std::size_t lastBegin_ = 0;
     Problem whyNot_;
 };
 

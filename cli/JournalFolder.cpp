@@ -20,6 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view journals = ".acl";
+/// What could not be noted.
+constexpr std::string_view lost = ".lost";
 /// What could not be taken back.
 constexpr std::string_view remains = ".failed";
 
@@ -111,21 +113,28 @@ std::optional<JournalFolder> JournalFolder::opened(const fs::path& folder, bool 
 }
 
 std::vector<std::string> JournalFolder::names() const {
-    return namesEndingIn(journals);
+    return namesEndingIn(journals, lost);
 }
 
-std::vector<std::string> JournalFolder::namesEndingIn(std::string_view ending) const {
+bool JournalFolder::isLost(const std::string& name) {
+    return isOfNotes(name, lost);
+}
+
+std::vector<std::string> JournalFolder::namesEndingIn(std::string_view ending,
+                                                      std::string_view otherEnding) const {
     std::vector<std::string> names;
     std::error_code error;
     // By its descriptor: the path may lead elsewhere by now.
     const auto listed = "/proc/self/fd/" + std::to_string(folder_.get());
     for (auto each = fs::directory_iterator(listed, error);
          !error && each != fs::directory_iterator(); each.increment(error)) {
-        if (auto name = each->path().filename().string(); isOfNotes(name, ending))
+        if (auto name = each->path().filename().string();
+            isOfNotes(name, ending) || (!otherEnding.empty() && isOfNotes(name, otherEnding)))
             names.push_back(std::move(name));
     }
     std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
-        return std::pair(a.size(), std::string_view(a)) < std::pair(b.size(), std::string_view(b));
+        const auto time = [](std::string_view name) { return name.substr(0, name.find('.')); };
+        return std::pair(time(a).size(), time(a)) < std::pair(time(b).size(), time(b));
     });
     return names;
 }
@@ -173,6 +182,16 @@ std::string JournalFolder::content(const std::string& name, Problem& problem) co
 
 void JournalFolder::remove(const std::string& name) const {
     unlinkat(folder_.get(), name.c_str(), 0);
+}
+
+std::string JournalFolder::markAsLost(const std::string& name) const {
+    const auto marker = name.substr(0, name.size() - journals.size()) + std::string(lost);
+    // A disk that is full has room for another name of a file that is there.
+    if (renameat(folder_.get(), name.c_str(), folder_.get(), marker.c_str()) != 0)
+        return name;
+    const FileDescriptor fd(
+        openat(folder_.get(), marker.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
+    return marker;
 }
 
 fs::path JournalFolder::keepAside(const std::string& name, std::string_view lists,

@@ -31,20 +31,26 @@ class JournalFolder {
     static std::optional<JournalFolder> opened(const std::filesystem::path& folder, bool isMade,
                                                Problem& problem);
 
-    /// The notes of each change, the oldest first.
+    /// The notes of each change, the oldest first, with those that were lost.
     std::vector<std::string> names() const;
+    /// Whether these are no notes, but stand for a change of which the lists could not be noted.
+    static bool isLost(const std::string& name);
     std::filesystem::path pathOf(const std::string& name) const { return path_ / name; }
     /// Begins the notes of a change. Empty with a problem if that fails.
     FileDescriptor begin(const std::string& name, Problem& problem) const;
     std::string content(const std::string& name, Problem& problem) const;
     void remove(const std::string& name) const;
+    /// Empties the notes that were begun, and has them stand for a change that cannot be taken
+    /// back; answers their name.
+    std::string markAsLost(const std::string& name) const;
     /// Keeps lists of those notes that could not be taken back, so that they are not in the way of
     /// older changes; answers where.
     std::filesystem::path keepAside(const std::string& name, std::string_view lists,
                                     Problem& problem) const;
 
   private:
-    std::vector<std::string> namesEndingIn(std::string_view ending) const;
+    std::vector<std::string> namesEndingIn(std::string_view ending,
+                                           std::string_view otherEnding = {}) const;
     JournalFolder(std::filesystem::path path, FileDescriptor folder)
         : path_(std::move(path)), folder_(std::move(folder)) {}
 

@@ -103,6 +103,12 @@ Json jsonOfPath(std::string_view path) {
             {"url", NSURL::fileURLWithPath(path).absoluteString()}};
 }
 
+Json jsonOfFailedItem(std::string_view path, std::string_view why) {
+    auto item = jsonOfPath(path);
+    item["message"] = why;
+    return item;
+}
+
 Json jsonOfOwner(std::uint32_t id, bool isGroup) {
     const auto name = nameOfOwner(id, isGroup);
     return {{"id", id}, {"name", name ? Json(*name) : Json(nullptr)}};

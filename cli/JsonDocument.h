@@ -33,6 +33,9 @@ std::string lastJsonLine(std::string_view command, Json members, const Outcome& 
 /// The keys of an item's path: as text, as its bytes in base64, and as URL.
 Json jsonOfPath(std::string_view path);
 
+/// An item of several that could not be done, and why, for people.
+Json jsonOfFailedItem(std::string_view path, std::string_view why);
+
 /// A user's or a group's number, and the name, which is null if it has none.
 Json jsonOfOwner(std::uint32_t id, bool isGroup);
 

@@ -16,38 +16,50 @@ constexpr std::uint32_t itemAlone = ACL_ENTRY_ONLY_INHERIT;
 constexpr std::uint32_t everythingInside =
     ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
 
-/// The POSIX list that the entries show; empty for an allow/deny list.
-std::optional<PosixAcl> posixAclOf(const ChangedList& list) {
+/// The POSIX list of the item, in two ways.
+struct PosixLists {
+    /// Without what masks hold back.
+    PosixAcl shown;
+    /// As it is stored.
+    PosixAcl stored;
+};
+
+/// Empty for an allow/deny list.
+std::optional<PosixLists> posixListsOf(const ChangedList& list) {
     const auto read = ItemList::asRead(list.entries);
-    return read ? read->posixAcl() : std::nullopt;
+    if (!read || !read->posixAcl())
+        return std::nullopt;
+    return PosixLists{*read->posixAcl(), *read->storedPosixAcl()};
 }
 
-/// Has the list show `entries`. Execution is asked for by name here, unlike with the box of all
-/// that reading is, which gives it only where somebody can execute already.
-void show(EntryList entries, ChangedList& list) {
+/// Has exactly this list stored.
+void store(const PosixAcl& acl, ChangedList& list) {
+    const auto origin = MVAclOrigin::initWithValues(list.item(), storedListsOf(acl));
+    list.entries = entriesOfPosixAcl(acl);
+    for (const auto& entry : list.entries)
+        entry->setOrigin(origin);
+}
+
+/// Has a list of another kind stored as near as it can be. Execution is asked for by name here,
+/// unlike with the box of all that reading is, which gives it only where somebody can execute.
+void storeNearest(EntryList entries, ChangedList& list) {
     const auto read = ItemList::asRead(list.entries);
+    const auto origin = MVAclOrigin::initWithValues(list.item());
     for (auto& entry : entries) {
         if (read)
             entry = read->askingToExecute(entry);
-        entry->setOrigin(list.origin);
+        entry->setOrigin(origin);
     }
     list.entries = std::move(entries);
 }
 
-void show(const PosixAcl& acl, ChangedList& list) {
-    show(entriesOfPosixAcl(acl), list);
-}
-
-/// Whether a mask of the text lets less through than an entry that it is for has.
-bool holdsBack(const ListText& text) {
-    return std::any_of(text.posix.begin(), text.posix.end(), [&](const TextEntry& mask) {
-        return mask.who == TextEntry::Who::mask &&
-               std::any_of(text.posix.begin(), text.posix.end(), [&](const TextEntry& entry) {
-                   return entry.isDefault == mask.isDefault && entry.who != TextEntry::Who::owner &&
-                          entry.who != TextEntry::Who::others &&
-                          (entry.rights & mask.rights) != entry.rights;
-               });
-    });
+/// What is stored when a list that was `old` is to show `shown`: what masks hold back stays.
+PosixAcl keepingHeldBack(PosixAcl shown, const PosixAcl& old) {
+    shown.access = withMask(std::move(shown.access), &old.access);
+    if (shown.defaults)
+        shown.defaults =
+            withMask(*std::move(shown.defaults), old.defaults ? &*old.defaults : nullptr);
+    return shown;
 }
 
 /// Whether "X" asks for execution: of a folder, and where somebody can execute.
@@ -66,35 +78,6 @@ std::vector<PosixNamedRights>& namedOf(PosixList& list, TextEntry::Who who) {
     return who == TextEntry::Who::user ? list.users : list.groups;
 }
 
-void giveNamed(std::vector<PosixNamedRights>& named, std::uint32_t id, PosixRights rights) {
-    const auto place = std::lower_bound(named.begin(), named.end(), PosixNamedRights{id, {}});
-    if (place != named.end() && place->id == id)
-        place->rights = rights;
-    else
-        named.insert(place, {id, rights});
-}
-
-void limit(PosixList& list, PosixRights mask) {
-    list.owningGroup = list.owningGroup & mask;
-    for (auto* named : {&list.users, &list.groups}) {
-        for (auto& entry : *named)
-            entry.rights = entry.rights & mask;
-    }
-}
-
-/// A list that is no more than the mode has no mask, and one with names has the one that lets all
-/// of them through.
-void renewMask(PosixList& list) {
-    list.mask.reset();
-    if (list.users.empty() && list.groups.empty())
-        return;
-    list.mask = list.owningGroup;
-    for (const auto* named : {&list.users, &list.groups}) {
-        for (const auto& entry : *named)
-            list.mask = *list.mask | entry.rights;
-    }
-}
-
 /// Whether entries for new items are asked for where none can be; those of an item that was not
 /// named are passed over.
 bool isForNoFolder(const TextEntry& entry, const ChangedList& list, Problem& problem) {
@@ -105,7 +88,8 @@ bool isForNoFolder(const TextEntry& entry, const ChangedList& list, Problem& pro
     return true;
 }
 
-Problem setIn(PosixAcl& acl, const TextEntry& entry) {
+/// `rights` are those that the entry asks for of this item.
+void setIn(PosixAcl& acl, const TextEntry& entry, PosixRights rights) {
     if (entry.isDefault && !acl.defaults) {
         // As the kernel would have it: what the folder's own list grants.
         auto& defaults = acl.defaults.emplace();
@@ -113,30 +97,30 @@ Problem setIn(PosixAcl& acl, const TextEntry& entry) {
         defaults.owningGroup = acl.access.owningGroup;
         defaults.others = acl.access.others;
     }
-    auto& to = entry.isDefault ? *acl.defaults : acl.access;
-    const auto rights = rightsFor(entry, isExecuted(acl));
-    switch (entry.who) {
-        case TextEntry::Who::owner:
-            to.owner = rights;
-            break;
-        case TextEntry::Who::owningGroup:
-            to.owningGroup = rights;
-            break;
-        case TextEntry::Who::others:
-            to.others = rights;
-            break;
-        case TextEntry::Who::mask:
-            limit(to, rights);
-            break;
-        default:
-            giveNamed(namedOf(to, entry.who), entry.id, rights);
-            break;
+    give(entry.isDefault ? *acl.defaults : acl.access, entry, rights);
+}
+
+/// Sets `entries`. What masks hold back of others stays so, unless a mask is set: it cuts no
+/// entry's rights down, and lets through what the one before has held back.
+PosixAcl withEntriesSet(const PosixLists& lists, const std::vector<TextEntry>& entries) {
+    const auto all = [&](PosixAcl acl) {
+        for (const auto& entry : entries)
+            setIn(acl, entry, rightsFor(entry, isExecuted(lists.shown)));
+        return acl;
+    };
+    const auto exact = all(lists.stored);
+    auto acl = keepingHeldBack(all(lists.shown), lists.stored);
+    for (const auto& entry : entries) {
+        if (entry.who != TextEntry::Who::mask)
+            setIn(acl, entry, rightsFor(entry, isExecuted(lists.shown)));
     }
-    renewMask(to);
-    // What a mask lets through is all that entries keep, so there is none that lets more through.
-    if (entry.who == TextEntry::Who::mask && to.mask != rights)
-        return say("a mask that no entry needs whole is not kept; give the entries their rights");
-    return std::nullopt;
+    for (const auto& entry : entries) {
+        if (entry.who == TextEntry::Who::mask && entry.isDefault)
+            acl.defaults = exact.defaults;
+        else if (entry.who == TextEntry::Who::mask)
+            acl.access = exact.access;
+    }
+    return acl;
 }
 
 // The same in an allow/deny list.
@@ -209,64 +193,62 @@ bool isOfTheBase(const MVAclEntry& entry, const MVAclOrigin::Values& item) {
 
 ListChange settingEntries(std::vector<TextEntry> entries) {
     return [entries = std::move(entries)](ChangedList& list) -> Problem {
-        auto acl = posixAclOf(list);
+        auto lists = posixListsOf(list);
+        std::vector<TextEntry> inPosix;
         for (const auto& entry : entries) {
             Problem problem;
             if (isForNoFolder(entry, list, problem)) {
                 if (problem)
                     return problem;
-            } else if (acl) {
-                problem =
-                    isOwnersByName(entry, list.item()) ? ownersByName(entry) : setIn(*acl, entry);
-                if (problem)
-                    return problem;
+            } else if (lists) {
+                inPosix.push_back(entry);
             } else if (entry.who == TextEntry::Who::mask) {
                 return say("an NFSv4 list has no mask");
             } else {
                 setInAllowDeny(list, entry);
             }
         }
-        if (acl)
-            show(*acl, list);
+        if (lists)
+            store(withEntriesSet(*lists, inPosix), list);
         return std::nullopt;
     };
 }
 
 ListChange removingEntries(std::vector<TextEntry> entries) {
     return [entries = std::move(entries)](ChangedList& list) -> Problem {
-        auto acl = posixAclOf(list);
+        auto lists = posixListsOf(list);
         for (const auto& entry : entries) {
-            if (acl && entry.who != TextEntry::Who::user && entry.who != TextEntry::Who::group)
+            if (lists && entry.who != TextEntry::Who::user && entry.who != TextEntry::Who::group)
                 return say(
                     "the entries of the owner, the owning group and others are in every "
                     "list; set their rights to - instead");
             bool isFound = false;
-            if (!acl) {
+            if (!lists) {
                 isFound = removeFrom(list, entry);
-            } else if (!entry.isDefault || acl->defaults) {
-                auto& from = entry.isDefault ? *acl->defaults : acl->access;
+            } else if (auto& acl = lists->shown; !entry.isDefault || acl.defaults) {
+                auto& from = entry.isDefault ? *acl.defaults : acl.access;
                 isFound = std::erase_if(namedOf(from, entry.who), [&](const auto& named) {
                               return named.id == entry.id;
                           }) != 0;
-                renewMask(from);
             }
             if (!isFound && !list.isBelow && !list.isOneOfMany)
                 return say("the list has no such entry to remove");
         }
-        if (acl)
-            show(*acl, list);
+        if (lists)
+            store(keepingHeldBack(std::move(lists->shown), lists->stored), list);
         return std::nullopt;
     };
 }
 
 ListChange clearing() {
     return [](ChangedList& list) -> Problem {
-        if (auto acl = posixAclOf(list)) {
-            acl->defaults.reset();
-            acl->access.users.clear();
-            acl->access.groups.clear();
-            renewMask(acl->access);
-            show(*acl, list);
+        if (auto lists = posixListsOf(list)) {
+            auto& acl = lists->shown;
+            acl.defaults.reset();
+            acl.access.users.clear();
+            acl.access.groups.clear();
+            acl.access.mask.reset();
+            store(acl, list);
             return std::nullopt;
         }
         std::erase_if(list.entries,
@@ -281,9 +263,9 @@ ListChange clearing() {
 
 ListChange clearingDefaults() {
     return [](ChangedList& list) -> Problem {
-        if (auto acl = posixAclOf(list)) {
-            acl->defaults.reset();
-            show(*acl, list);
+        if (auto lists = posixListsOf(list)) {
+            lists->stored.defaults.reset();
+            store(lists->stored, list);
             return std::nullopt;
         }
         std::erase_if(list.entries, [](const auto& entry) {
@@ -297,6 +279,21 @@ ListChange clearingDefaults() {
     };
 }
 
+namespace {
+
+/// What is left of the rights of `entry` under the mask that stands among `entries`.
+TextEntry underMask(TextEntry entry, const std::vector<TextEntry>& entries) {
+    using Who = TextEntry::Who;
+    const auto mask = std::find_if(entries.begin(), entries.end(), [&](const TextEntry& other) {
+        return other.who == Who::mask && other.isDefault == entry.isDefault;
+    });
+    if (mask != entries.end() && entry.who != Who::owner && entry.who != Who::others)
+        entry.rights = entry.rights & mask->rights;
+    return entry;
+}
+
+}  // namespace
+
 ListChange replacingBy(ListText text) {
     return [text = std::move(text)](ChangedList& list) -> Problem {
         auto wanted = text;
@@ -307,7 +304,7 @@ ListChange replacingBy(ListText text) {
             list.entries.clear();
             for (const auto& entry : wanted.posix) {
                 if (entry.who != TextEntry::Who::mask)
-                    setInAllowDeny(list, entry);
+                    setInAllowDeny(list, underMask(entry, wanted.posix));
             }
             return std::nullopt;
         }
@@ -315,8 +312,10 @@ ListChange replacingBy(ListText text) {
         auto entries = entriesOfText(wanted, item, problem);
         if (problem)
             return problem;
-        list.losesHeldBack = list.losesHeldBack || holdsBack(wanted);
-        show(std::move(entries), list);
+        if (wanted.nfs4.empty())
+            list.entries = std::move(entries);
+        else
+            storeNearest(std::move(entries), list);
         return std::nullopt;
     };
 }

@@ -19,10 +19,6 @@ struct ChangedList {
     bool isBelow = false;
     /// It is one of many: to do nothing to it is no mistake.
     bool isOneOfMany = false;
-    /// Set by a change that asks for rights which a mask holds back: entries show and keep what is
-    /// left.
-    bool losesHeldBack = false;
-
     const MVAclOrigin::Values& item() const { return origin->values(); }
 };
 

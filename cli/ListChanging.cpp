@@ -17,8 +17,6 @@ namespace morvane {
 
 namespace {
 
-/// So often a change is made to a list that other programs change meanwhile.
-constexpr int maxAttempts = 8;
 /// So many failures are told one by one.
 constexpr std::size_t maxFailuresTold = 10;
 
@@ -52,26 +50,7 @@ std::string difference(const std::string& path, const std::string& before,
     return escaped(path) + '\n' + lines;
 }
 
-bool isChangedMeanwhile(const NSError& error) {
-    return error.domain() == MVAclErrorDomain && error.code() == MVAclChanged;
-}
-
 }  // namespace
-
-bool holdsBack(const EntryList& entries) {
-    return std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
-        return entry->origin() && entry->origin()->masks() != MVAclOrigin::Masks();
-    });
-}
-
-std::string heldBackMessage(std::size_t lists) {
-    return message({countedPhrase("the mask of %1 list holds rights of its entries back, and these "
-                                  "are not kept: only what it lets through is.",
-                                  "the masks of %1 lists hold rights of their entries back, and "
-                                  "these are not kept: only what they let through is.",
-                                  lists)
-                        .localized()});
-}
 
 Outcome misusedChange(const std::string& problem) {
     return {ExitUsage, {}, message({say("%1.", problem), say("Nothing was changed.")})};
@@ -84,9 +63,14 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
             problem = say("a list does not tell its path behind '# file:'");
             return {};
         }
-        const auto path = list.path;
-        const auto item = isNoted || !list.item.empty() ? std::optional(list.item) : std::nullopt;
-        all.push_back({path, replacingBy(std::move(list)), false, item});
+        ItemChange change;
+        change.path = list.path;
+        if (isNoted || !list.item.empty())
+            change.item = list.item;
+        if (isNoted)
+            change.onlyOf = list.became;
+        change.change = replacingBy(std::move(list));
+        all.push_back(std::move(change));
     }
     if (!problem && all.empty())
         problem = say("the text holds no list");
@@ -107,7 +91,8 @@ Outcome ListChanging::run(const std::vector<ItemChange>& all) {
                              },
                              [&](const std::string& path, const NSError& why) {
                                  fail(path, why.localizedDescription(), exitCodeOf(why));
-                             }};
+                             },
+                             !options_.crossesMounts};
         const bool isStopped = !walkItems(work.path, work.recursive, walk);
         if (failures_.size() != failedBefore)
             failedChanges_.push_back(static_cast<std::size_t>(&work - all.data()));
@@ -159,6 +144,12 @@ void ListChanging::change(const std::string& path, bool isBelow, const ItemChang
                 misuse_ = problem;
             return fail(path, *problem, ExitFailure);
         }
+        const bool isSince =
+            !work.onlyOf.empty() && work.onlyOf != (*read)->origin()->values().digest;
+        if (isSince && listAsText(url.path(), list.entries) != before) {
+            ++changedSince_;
+            return fail(path, say("its list was changed since, and stays as it is"), ExitFailure);
+        }
         if (write(path, url, list, before, leftCreatorWithout, item))
             return;
     }
@@ -181,7 +172,6 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         ++unchanged_;
         return true;
     }
-    const std::size_t heldBack = list.losesHeldBack ? 1 : 0;
     // A list that was there before is no mistake of this one's.
     const bool wasThere = options_.undo || !options_.restore.empty();
     if (!options_.lossy && !wasThere && !leftCreatorWithout && item.leavesCreatorWithout(entries)) {
@@ -193,18 +183,17 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
     }
     if (options_.dryRun) {
         shown_ += difference(path, before, after);
-        heldBack_ += heldBack;
         ++changed_;
         return true;
     }
     // Undo does not note what it takes back: it would only take back itself.
-    if (!options_.undo) {
-        journal_.record(url.path(), before);
-        notedHeldBack_ += list.origin->masks() != MVAclOrigin::Masks() ? 1 : 0;
-    }
+    if (!options_.undo)
+        journal_.record(url.path(), before, item.digestAfterWriting(entries));
     if (const auto error = parts_.sink(entries, url)) {
-        if (isChangedMeanwhile(*error))
+        if (isChangedMeanwhile(*error)) {
+            journal_.withdrawLast();
             return false;
+        }
         fail(path, error);
         if (exitCodeOf(*error) == ExitStoredOtherwise) {
             worst_ = std::max(worst_, ExitStoredOtherwise);
@@ -212,7 +201,6 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         }
         return true;
     }
-    heldBack_ += heldBack;
     ++changed_;
     return true;
 }
@@ -237,16 +225,6 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
         outcome.exitCode = ExitInterrupted;
         outcome.message += message({say("stopped. What is changed stays so.")});
     }
-    if (heldBack_ != 0)
-        outcome.message += heldBackMessage(heldBack_);
-    if (notedHeldBack_ != 0 && journal_.isKept())
-        outcome.message += message(
-            {countedPhrase("the mask of %1 list held rights back; '--undo' does not give them "
-                           "back to entries that are gone or changed.",
-                           "the masks of %1 lists held rights back; '--undo' does not give "
-                           "them back to entries that are gone or changed.",
-                           notedHeldBack_)
-                 .localized()});
     if (journal_.whyNot() && changed_ != 0)
         outcome.message +=
             message({say("'--undo' cannot take this back: %1.", *journal_.whyNot())});
@@ -257,14 +235,12 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
 
 Json ListChanging::jsonOfChange() const {
     auto failures = Json::array();
-    for (const auto& failure : failures_) {
-        auto one = jsonOfPath(failure.path);
-        one["message"] = failure.why;
-        failures.push_back(std::move(one));
-    }
+    for (const auto& failure : failures_)
+        failures.push_back(jsonOfFailedItem(failure.path, failure.why));
     return {{"dryRun", options_.dryRun},
             {"changed", changed_},
             {"unchanged", unchanged_},
+            {"changedSince", changedSince_},
             {"failures", std::move(failures)}};
 }
 
@@ -284,12 +260,15 @@ std::string ListChanging::closingLine() const {
                     : countedPhrase("%1 list changed", "%1 lists changed", changed_).localized();
     line += say(", ") +
             countedPhrase("%1 was so already", "%1 were so already", unchanged_).localized();
-    if (!failures_.empty())
-        line +=
-            say(", ") + countedPhrase("%1 failure", "%1 failures", failures_.size()).localized();
+    if (changedSince_ != 0)
+        line += say(", ") +
+                countedPhrase("%1 was changed since", "%1 were changed since", changedSince_)
+                    .localized();
+    if (const auto failures = failures_.size() - changedSince_; failures != 0)
+        line += say(", ") + countedPhrase("%1 failure", "%1 failures", failures).localized();
     line += '.';
     if (journal_.isKept() && changed_ != 0 && !options_.dryRun)
-        line += ' ' + say("'%1' takes it back.", "morvane acl --undo");
+        line += ' ' + say("'%1' takes it back.", parts_.undo);
     return line;
 }
 

@@ -31,6 +31,10 @@ struct ChangeParts {
     AccessSource access;
     /// Is told how many items are done; answers whether to go on.
     std::function<bool(std::size_t done)> progress;
+    /// Asks the user whether to go on after `said`; null if nobody can be asked, or need not be.
+    std::function<bool(const std::string& said)> goesOn;
+    /// The command that takes a change back.
+    std::string undo;
     /// Lets the user change a text; empty if it was left as it is.
     std::function<std::optional<std::string>(const std::string& text, Problem& problem)> edited;
 };
@@ -55,12 +59,16 @@ struct ChangeOptions {
     bool inEditor = false;
     /// And everything below.
     bool recursive = false;
+    /// Other file systems below are entered, too.
+    bool crossesMounts = false;
     bool dryRun = false;
     bool lossy = false;
     /// Where the paths that could not be changed are to be listed.
     std::string failures;
     /// What became of them is told for programs.
     bool json = false;
+    /// Nobody is asked.
+    bool yes = false;
 };
 
 /// An item whose list is to be changed, and what is to be done to it.
@@ -70,6 +78,8 @@ struct ItemChange {
     bool recursive = false;
     /// The item for which the list is, if that was noted: identityOfFile().
     std::optional<std::string> item = std::nullopt;
+    /// The digest of the only list that is changed; empty if any is.
+    std::string onlyOf = {};
 };
 
 /// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
@@ -77,11 +87,6 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
 
 /// What is answered if the words, or the text with the lists, are wrong.
 Outcome misusedChange(const std::string& problem);
-
-/// Whether a mask of the list that was read holds rights of its entries back.
-bool holdsBack(const EntryList& entries);
-/// That what masks hold back is neither saved nor given to another item.
-std::string heldBackMessage(std::size_t lists);
 
 /// Changes lists one after the other, notes each before, and tells what became of them.
 class ListChanging {
@@ -129,12 +134,10 @@ class ListChanging {
     std::size_t done_ = 0;
     std::size_t changed_ = 0;
     std::size_t unchanged_ = 0;
+    /// Lists that somebody else has changed since the change that is taken back.
+    std::size_t changedSince_ = 0;
     std::vector<FailedItem> failures_;
     std::vector<std::size_t> failedChanges_;
-    /// Lists whose mask held back what is lost now.
-    std::size_t heldBack_ = 0;
-    /// Those of which the notes do not tell all.
-    std::size_t notedHeldBack_ = 0;
     std::string advice_;
     ExitCode worst_ = ExitSuccess;
     NSErrorRef error_;

@@ -107,8 +107,10 @@ void compareFacts(const ComparedList& before, const ComparedList& after, ListDif
         const auto mask = [](const std::string& letters) {
             return letters.empty() ? say("holds nothing back") : letters;
         };
-        add(say("Mask"), mask(was->masks().list), mask(is->masks().list));
-        add(say("Mask for new items"), mask(was->masks().defaults), mask(is->masks().defaults));
+        const auto oldMasks = masksHoldingBack(was);
+        const auto masks = masksHoldingBack(is);
+        add(say("Mask"), mask(oldMasks.list), mask(masks.list));
+        add(say("Mask for new items"), mask(oldMasks.defaults), mask(masks.defaults));
     }
     if (before.facts && after.facts) {
         constexpr std::size_t letters = 10;  // without the mark of a list

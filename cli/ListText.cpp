@@ -85,6 +85,7 @@ std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, P
             take("# owner:", list.owner);
             take("# group:", list.group);
             take("# item:", list.item);
+            take("# became:", list.became);
         } else if (isNfs4Line(line)) {
             list.nfs4.push_back(nfs4Entry(line, unknown, problem));
         } else {
@@ -114,7 +115,7 @@ std::string listAsText(std::string_view path, const EntryList& entries) {
     };
     std::string text = "# file: " + quotedPath(path) + "\n# owner: " + name(item.owner, false) +
                        "\n# group: " + name(item.group, true) + '\n';
-    if (const auto& acl = list->posixAcl())
+    if (const auto acl = list->storedPosixAcl())
         text += linesOfPosix(*acl);
     else
         text +=
@@ -124,11 +125,19 @@ std::string listAsText(std::string_view path, const EntryList& entries) {
     return text + '\n';
 }
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem) {
-    if (!list.nfs4.empty())
-        return entriesOfNfs4Acl({.entries = list.nfs4}, {item.owner, item.group, item.isDirectory},
-                                namesOfThisSystem());
-    const auto acl = posixAclOfText(list.posix, item, problem);
-    return acl ? entriesOfPosixAcl(*acl) : EntryList();
+    EntryList entries;
+    MVAclOrigin::StoredLists stored;
+    if (!list.nfs4.empty()) {
+        entries = entriesOfNfs4Acl({.entries = list.nfs4},
+                                   {item.owner, item.group, item.isDirectory}, namesOfThisSystem());
+    } else if (const auto acl = posixAclOfText(list.posix, item, problem)) {
+        entries = entriesOfPosixAcl(*acl);
+        stored = storedListsOf(*acl);
+    }
+    const auto origin = MVAclOrigin::initWithValues(item, std::move(stored));
+    for (const auto& entry : entries)
+        entry->setOrigin(origin);
+    return entries;
 }
 
 std::string contentOfFile(const std::string& path, Problem& problem) {

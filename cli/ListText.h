@@ -32,6 +32,9 @@ struct ListText {
     std::string group;
     /// Behind "# item:" as identityOfFile() tells it; empty if nothing does.
     std::string item;
+    /// Behind "# became:", the digest of the list that the item had from then on; empty if nothing
+    /// does.
+    std::string became;
     /// One of the two is empty.
     std::vector<TextEntry> posix;
     std::vector<Nfs4Entry> nfs4;
@@ -40,11 +43,11 @@ struct ListText {
 /// Every list of a text.
 std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, Problem& problem);
 
-/// The list of the item at `path`, in whole lines. Users and groups are told by name, with their
-/// numbers behind it. Empty if the entries do not tell what they were read from.
+/// The list of the item at `path` as it is stored, in whole lines. Users and groups are told by
+/// name, with their numbers behind it. Empty if the entries do not tell what they were read from.
 std::string listAsText(std::string_view path, const EntryList& entries);
 
-/// The entries of `list` for that item.
+/// The entries of `list` for that item, as if they were read from it.
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem);
 
 /// What the file holds, or standard input for "-".

@@ -82,6 +82,39 @@ bool takeWho(std::string_view tag, std::string_view name, std::optional<std::uin
     return (isMask || isOneOf(tag, "other", "o")) && name.empty();
 }
 
+std::string linesOfList(const PosixList& list, const std::string& prefix) {
+    std::string text;
+    const auto add = [&](const char* tag, const std::string& name, PosixRights rights,
+                         const std::string& comment = {}) {
+        text += prefix + tag + ':' + name + ':' + lettersOfRights(rights) + comment + '\n';
+    };
+    const auto effective = [&](PosixRights rights) {
+        return list.effective(rights) == rights
+                   ? std::string()
+                   : "\t#effective:" + lettersOfRights(list.effective(rights));
+    };
+    const auto addNamed = [&](const char* tag, const PosixNamedRights& entry, bool isGroup) {
+        add(tag, nameOfNumber(entry.id, isGroup).value_or(std::to_string(entry.id)), entry.rights,
+            numberComment(entry.id, isGroup) + effective(entry.rights));
+    };
+    add("user", "", list.owner);
+    for (const auto& user : list.users)
+        addNamed("user", user, false);
+    add("group", "", list.owningGroup, effective(list.owningGroup));
+    for (const auto& group : list.groups)
+        addNamed("group", group, true);
+    if (list.mask)
+        add("mask", "", *list.mask);
+    add("other", "", list.others);
+    return text;
+}
+
+}  // namespace
+
+PosixRights rightsFor(const TextEntry& entry, bool isExecuted) {
+    return entry.executesWhereExecuted && isExecuted ? entry.rights | PosixExecute : entry.rights;
+}
+
 TextEntry textEntry(std::string_view text, bool hasRights, UnknownNames unknown, Problem& problem) {
     TextEntry entry;
     const auto hash = text.find('#');
@@ -112,44 +145,6 @@ TextEntry textEntry(std::string_view text, bool hasRights, UnknownNames unknown,
                             escaped(trimmed(text)));
     return entry;
 }
-std::string linesOfList(const PosixList& list, const std::string& prefix) {
-    std::string text;
-    const auto add = [&](const char* tag, const std::string& name, PosixRights rights,
-                         const std::string& number) {
-        text += prefix + tag + ':' + name + ':' + lettersOfRights(rights) + number + '\n';
-    };
-    const auto addNamed = [&](const char* tag, const PosixNamedRights& entry, bool isGroup) {
-        add(tag, nameOfNumber(entry.id, isGroup).value_or(std::to_string(entry.id)), entry.rights,
-            numberComment(entry.id, isGroup));
-    };
-    add("user", "", list.owner, "");
-    for (const auto& user : list.users)
-        addNamed("user", user, false);
-    add("group", "", list.owningGroup, "");
-    for (const auto& group : list.groups)
-        addNamed("group", group, true);
-    if (list.mask)
-        add("mask", "", *list.mask, "");
-    add("other", "", list.others, "");
-    return text;
-}
-}  // namespace
-
-PosixRights rightsFor(const TextEntry& entry, bool isExecuted) {
-    return entry.executesWhereExecuted && isExecuted ? entry.rights | PosixExecute : entry.rights;
-}
-
-bool isOwnersByName(const TextEntry& entry, const MVAclOrigin::Values& item) {
-    return !entry.isDefault && ((entry.who == TextEntry::Who::user && entry.id == item.owner) ||
-                                (entry.who == TextEntry::Who::group && entry.id == item.group));
-}
-
-std::string ownersByName(const TextEntry& entry) {
-    return entry.who == TextEntry::Who::user
-               ? say("the owner has no entry by name beside that of the owner; set u:: instead")
-               : say("the owning group has no entry by name beside that of the owning group; set "
-                     "g:: instead");
-}
 std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Problem& problem) {
     std::vector<TextEntry> entries;
     for (const auto part : split(text, ',')) {
@@ -159,6 +154,39 @@ std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Proble
     }
     return entries;
 }
+
+void give(PosixList& to, const TextEntry& entry, PosixRights rights) {
+    using Who = TextEntry::Who;
+    const auto giveNamed = [&](std::vector<PosixNamedRights>& named) {
+        const auto place =
+            std::lower_bound(named.begin(), named.end(), PosixNamedRights{entry.id, {}});
+        if (place != named.end() && place->id == entry.id)
+            place->rights = rights;
+        else
+            named.insert(place, {entry.id, rights});
+    };
+    switch (entry.who) {
+        case Who::owner:
+            to.owner = rights;
+            break;
+        case Who::owningGroup:
+            to.owningGroup = rights;
+            break;
+        case Who::others:
+            to.others = rights;
+            break;
+        case Who::mask:
+            to.mask = rights;
+            break;
+        case Who::user:
+            giveNamed(to.users);
+            break;
+        case Who::group:
+            giveNamed(to.groups);
+            break;
+    }
+}
+
 std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
                                        const MVAclOrigin::Values& item, Problem& problem) {
     using Who = TextEntry::Who;
@@ -172,10 +200,6 @@ std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
         });
     for (const auto& entry : entries) {
         const auto rights = rightsFor(entry, isExecuted);
-        if (isOwnersByName(entry, item)) {
-            problem = ownersByName(entry);
-            return std::nullopt;
-        }
         if (entry.isDefault && !item.isDirectory) {
             problem = say("only a folder has entries for new items inside");
             return std::nullopt;
@@ -183,34 +207,7 @@ std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
         auto& to = !entry.isDefault ? acl.access
                    : acl.defaults   ? *acl.defaults
                                     : acl.defaults.emplace();
-        const auto insert = [&](std::vector<PosixNamedRights>& named) {
-            const auto place =
-                std::lower_bound(named.begin(), named.end(), PosixNamedRights{entry.id, {}});
-            if (place != named.end() && place->id == entry.id)
-                place->rights = rights;
-            else
-                named.insert(place, {entry.id, rights});
-        };
-        switch (entry.who) {
-            case Who::owner:
-                to.owner = rights;
-                break;
-            case Who::owningGroup:
-                to.owningGroup = rights;
-                break;
-            case Who::others:
-                to.others = rights;
-                break;
-            case Who::mask:
-                to.mask = rights;
-                break;
-            case Who::user:
-                insert(to.users);
-                break;
-            case Who::group:
-                insert(to.groups);
-                break;
-        }
+        give(to, entry, rights);
         if (entry.who == Who::owner || entry.who == Who::owningGroup || entry.who == Who::others)
             base |= 1U << (static_cast<unsigned>(entry.who) + (entry.isDefault ? 8U : 0U));
     }
@@ -224,8 +221,13 @@ std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
                 "others (other::)");
         return std::nullopt;
     }
+    for (auto* to : {&acl.access, acl.defaults ? &*acl.defaults : nullptr}) {
+        if (to && !to->mask)
+            *to = withMask(std::move(*to), nullptr);
+    }
     return acl;
 }
+
 std::string linesOfPosix(const PosixAcl& acl) {
     return linesOfList(acl.access, "") +
            (acl.defaults ? linesOfList(*acl.defaults, "default:") : "");

@@ -32,21 +32,23 @@ struct TextEntry {
 /// The rights that an entry asks for where somebody can execute the item, or nobody.
 PosixRights rightsFor(const TextEntry& entry, bool isExecuted);
 
-/// Whether an entry names the owner or the owning group, whose rights stand in the entries without
-/// a name: the model has one entry for each.
-bool isOwnersByName(const TextEntry& entry, const MVAclOrigin::Values& item);
-/// Why such an entry is refused.
-std::string ownersByName(const TextEntry& entry);
+/// Gives whom the entry is for these rights in the list, and nobody else others.
+void give(PosixList& to, const TextEntry& entry, PosixRights rights);
+
+/// Reads a line or a word: "user:bob:r--    #uid=1001"; without `hasRights`, whom an entry is for.
+TextEntry textEntry(std::string_view text, bool hasRights, UnknownNames unknown, Problem& problem);
 
 /// Entries with commas between them, as behind --set; without `hasRights` as behind --remove, where
 /// none stand.
 std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Problem& problem);
 
-/// The list that `entries` are, for that item.
+/// The list that `entries` are, for that item. Where they name somebody and tell no mask, it is one
+/// that holds nothing back.
 std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
                                        const MVAclOrigin::Values& item, Problem& problem);
 
-/// The list in whole lines, each named user or group with its number behind it.
+/// The list in whole lines: each named user or group with its number behind it, and what the mask
+/// holds back of rights with what is left of them.
 std::string linesOfPosix(const PosixAcl& acl);
 
 }  // namespace morvane

@@ -27,6 +27,9 @@ struct Survey {
     /// Those of which nothing can be read.
     std::size_t hidden = 0;
 
+    /// Not even the folder itself could be listed.
+    bool isBlind = false;
+
     std::size_t all() const { return files + folders; }
 };
 
@@ -50,6 +53,10 @@ void addTo(Survey& survey, const EntryList& entries, const MVAclOrigin::Values& 
 
 std::string textOf(const Survey& survey, const std::string& path,
                    const MVAclOrigin::Values& folder) {
+    if (survey.isBlind)
+        return say(
+            "Everything below '%1' gets what it inherits of its list. You may not look at it.",
+            escaped(path));
     // TRANSLATORS: %1 is "12 files", %2 "3 folders", %3 a path.
     auto text = say("%1 and %2 below '%3' get what they inherit of its list.",
                     countedPhrase("%1 file", "%1 files", survey.files),
@@ -70,23 +77,28 @@ std::string textOf(const Survey& survey, const std::string& path,
 
 /// Looks at everything below `path`; empty if the user has stopped it.
 std::optional<Survey> surveyed(const std::string& path, const MVAclOrigin::Values& folder,
-                               const ChangeParts& parts, Journal* journal) {
+                               const ChangeParts& parts, const AclSource& source,
+                               Journal* journal) {
     Survey survey;
     std::size_t done = 0;
     const auto look = [&](const std::string& each, bool isBelow) {
         if (isBelow) {
             const auto url = NSURL::fileURLWithPath(each);
-            const auto entries = parts.source(url);
+            const auto entries = source(url);
             addTo(survey, entries ? *entries : EntryList(), folder);
             if (entries && journal)
                 journal->record(url.path(), listAsText(url.path(), *entries));
         }
         return !parts.progress || parts.progress(++done);
     };
-    // What cannot be entered is told by the service, which does not get there either.
-    const WalkParts walk{parts.contents, parts.facts, look,
-                         [](const std::string&, const NSError&) {}, true};
-    return walkItems(path, true, walk) ? std::optional(survey) : std::nullopt;
+    const auto cannotList = [&](const std::string& each, const NSError&) {
+        survey.isBlind = survey.isBlind || each == path;
+        ++survey.hidden;
+    };
+    const WalkParts walk{parts.contents, parts.facts, look, cannotList, true};
+    if (!walkItems(path, true, walk))
+        return std::nullopt;
+    return survey;
 }
 
 Outcome unchanged() {
@@ -115,13 +127,16 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     const auto list = ItemList::asRead(*entries);
     std::optional<Survey> survey;
     std::string said;
-    if (list && list->item().isDirectory && parts.contents) {
-        survey = surveyed(options.path, list->item(), parts, options.dryRun ? nullptr : &journal);
+    if (list && list->item().isDirectory) {
+        survey = surveyed(options.path, list->item(), parts, propagation.below,
+                          options.dryRun ? nullptr : &journal);
         if (!survey) {
             journal.discard();
             return unchanged();
         }
         said = textOf(*survey, options.path, list->item());
+        if (survey->isBlind && !options.dryRun)
+            journal.giveUp(say("what the lists are could not be looked at"));
     }
     const bool isForPrograms = options.json || options.lines;
     if (options.dryRun && survey)
@@ -141,11 +156,16 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     if (!error) {
         if (isForPrograms || !survey)
             return {};
+        if (survey->isBlind)
+            return {ExitSuccess,
+                    say("Everything below '%1' has what it inherits now.", escaped(options.path)) +
+                        '\n',
+                    {}};
         auto closing = countedPhrase("%1 item has what it inherits now.",
                                      "%1 items have what they inherit now.", survey->all())
                            .localized();
         if (journal.isKept())
-            closing += ' ' + say("'%1' takes the lists back.", "morvane acl --undo");
+            closing += ' ' + say("'%1' takes the lists back.", parts.undo);
         return {ExitSuccess, closing + '\n', {}};
     }
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
@@ -154,13 +174,14 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
                 message({escaped(error->localizedDescription()), say("What is changed stays so.")}),
                 error};
     // A list that cannot be inherited is refused as a whole.
-    if (!lossesOfError(*error).empty() && exitCodeOf(*error) != ExitStoredOtherwise)
+    if (isRefusedRight(*error) ||
+        (!lossesOfError(*error).empty() && exitCodeOf(*error) != ExitStoredOtherwise))
         journal.discard();
     auto outcome =
         failed(say("cannot propagate the access-control list of '%1'", escaped(options.path)),
                error, Effect::changes);
     if (journal.isKept())
-        outcome.message += "  " + say("'%1' takes the lists back.", "morvane acl --undo") + '\n';
+        outcome.message += "  " + say("'%1' takes the lists back.", parts.undo) + '\n';
     return outcome;
 }
 

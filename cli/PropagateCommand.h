@@ -29,12 +29,14 @@ struct PropagateOptions {
 struct PropagateParts {
     /// Propagates the entries below an item and waits for the end.
     AclSink sink;
+    /// Reads the list of an item below.
+    AclSource below;
     /// Asks the user whether to go on after `said`; null if nobody can be asked.
     std::function<bool(const std::string& said)> goesOn;
 };
 
 /// Looks at everything below the folder first: what the lists are is noted in `journal`, and the
-/// user is told what will change. Nothing is looked at without `parts.contents`.
+/// user is told what will change.
 Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
                      const PropagateParts& propagation, Journal& journal);
 

@@ -16,18 +16,18 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
     Outcome outcome;
     std::string lists;
     std::size_t saved = 0;
-    std::size_t heldBack = 0;
+    auto failures = Json::array();
     const auto fail = [&](const std::string& path, const NSErrorRef& error) {
         outcome.message += failureMessage(
             say("cannot read the access-control list of '%1'", escaped(path)), *error);
         outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(*error));
         outcome.error = error;
+        failures.push_back(jsonOfFailedItem(path, error->localizedDescription()));
     };
     const auto save = [&](const std::string& path, bool) {
         const auto entries = parts.source(NSURL::fileURLWithPath(path));
         if (entries) {
             lists += listAsText(path, *entries);
-            heldBack += holdsBack(*entries) ? 1 : 0;
             ++saved;
         } else {
             fail(path, entries.error());
@@ -37,13 +37,13 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
     const auto cannotList = [&](const std::string& path, const NSError& why) {
         outcome.message += failureMessage(say("cannot list '%1'", escaped(path)), why);
         outcome.exitCode = std::max(outcome.exitCode, exitCodeOf(why));
+        failures.push_back(jsonOfFailedItem(path, why.localizedDescription()));
     };
     for (const auto& path : options.paths) {
-        if (!walkItems(path, options.recursive, {parts.contents, parts.facts, save, cannotList}))
+        if (!walkItems(path, options.recursive,
+                       {parts.contents, parts.facts, save, cannotList, !options.crossesMounts}))
             return {ExitInterrupted, {}, message({say("stopped. Not all lists were saved.")})};
     }
-    if (heldBack != 0)
-        outcome.message += heldBackMessage(heldBack);
     if (isOutput) {
         outcome.output = std::move(lists);
         return outcome;
@@ -57,8 +57,9 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
         }
     }
     outcome.output =
-        options.json ? jsonDocument("acl", {{"saved", saved}}, outcome)
-                     : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
+        options.json
+            ? jsonDocument("acl", {{"saved", saved}, {"failures", std::move(failures)}}, outcome)
+            : countedPhrase("%1 list saved.", "%1 lists saved.", saved).localized() + '\n';
     return outcome;
 }
 

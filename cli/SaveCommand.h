@@ -15,6 +15,8 @@ struct SaveOptions {
     /// "-" is standard output.
     std::string file;
     bool recursive = false;
+    /// Other file systems below are entered, too.
+    bool crossesMounts = false;
     bool json = false;
 };
 Outcome runSave(const SaveOptions& options, const ChangeParts& parts);

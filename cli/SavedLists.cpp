@@ -22,22 +22,6 @@ std::uint32_t idOfOwner(const std::string& name, bool isGroup, std::uint32_t oth
     return !name.empty() && error == std::errc() && rest == end ? id : otherwise;
 }
 
-/// The mask of one of the two POSIX lists, if it holds rights of entries back.
-std::string maskOf(const ListText& list, bool isDefault) {
-    using Who = TextEntry::Who;
-    PosixRights mask = PosixEverything;
-    PosixRights masked = PosixNothing;
-    for (const auto& entry : list.posix) {
-        if (entry.isDefault != isDefault)
-            continue;
-        if (entry.who == Who::mask)
-            mask = entry.rights;
-        else if (entry.who != Who::owner && entry.who != Who::others)
-            masked = masked | entry.rights;
-    }
-    return (masked - mask) != PosixNothing ? lettersOfRights(mask) : std::string();
-}
-
 /// The path without what says the same: "./" and "/" in front, "/" behind.
 std::string_view bare(std::string_view path) {
     while (path.starts_with("./") || path.starts_with('/'))
@@ -56,12 +40,7 @@ EntryList entriesOfSavedList(const ListText& list, MVAclOrigin::Values values, P
         values.storage = MVAclStorage::nfs4;
     else if (values.storage == MVAclStorage::nfs4)
         values.storage = MVAclStorage::posix;
-    auto entries = entriesOfText(list, values, problem);
-    const auto origin =
-        MVAclOrigin::initWithValues(std::move(values), {maskOf(list, false), maskOf(list, true)});
-    for (const auto& entry : entries)
-        entry->setOrigin(origin);
-    return entries;
+    return entriesOfText(list, values, problem);
 }
 
 std::optional<std::string> placeBelow(std::string_view top, std::string_view path) {

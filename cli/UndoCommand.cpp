@@ -34,6 +34,19 @@ std::string setAside(const JournalFolder& notes, const std::string& name, std::s
                         "morvane acl --restore " + escaped(path.string()))});
 }
 
+/// The last change could not be noted: the one before is not taken back in its place, but may be
+/// next.
+Outcome lostChange(const ChangeOptions& options, const JournalFolder& notes,
+                   const std::string& name) {
+    if (!options.dryRun)
+        notes.remove(name);
+    return {ExitFailure,
+            {},
+            message({say("what the lists were before the last change could not be noted."),
+                     say("Nothing was changed. '%1' again takes back the change before it.",
+                         "morvane acl --undo")})};
+}
+
 }  // namespace
 
 Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,
@@ -45,6 +58,8 @@ Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal&
     auto names = notes ? notes->names() : std::vector<std::string>();
     std::string text;
     for (; !names.empty(); names.pop_back()) {
+        if (JournalFolder::isLost(names.back()))
+            return lostChange(options, *notes, names.back());
         text = notes->content(names.back(), problem);
         if (problem)
             return misusedChange(*problem);

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "EntryJson.h"
+#include "EntryText.h"
 #include "Failure.h"
 #include "ListedRights.h"
 
@@ -247,7 +248,7 @@ std::string Answer::mask(const MVAclEntry& entry) const {
     const auto subject = subjectOfEntry(entry);
     const bool isLimited = subject == EntrySubject::user || subject == EntrySubject::group ||
                            subject == EntrySubject::owningGroup;
-    return isLimited && entry.origin() ? entry.origin()->masks().list : std::string();
+    return isLimited ? masksHoldingBack(entry.origin().get()).list : std::string();
 }
 
 std::vector<Phrase> Answer::throughWhat(const Person& person) const {

@@ -26,6 +26,7 @@
 #include "CommandParser.h"
 #include "CommandTable.h"
 #include "EditScreen.h"
+#include "EditedItem.h"
 #include "Failure.h"
 #include "FileServices.h"
 #include "Journal.h"
@@ -250,33 +251,42 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         return services.setAclEntries(entries, resolved(url));
     };
     const auto accessIfPrivileged = common.privileged ? AccessSource(accessOf) : nullptr;
-    const ChangeParts parts{entriesOf,
-                            write,
-                            contentsOf,
-                            factsOfFile,
-                            accessIfPrivileged,
-                            [&](std::size_t done) {
-                                if (!live)
-                                    live.emplace();
-                                LiveLine::show(changeLine(done));
-                                return !interrupted;
-                            },
-                            editedText};
+    const bool isThereSomebody = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
+    const auto whetherToGoOn =
+        isThereSomebody ? askWhetherToGoOn : std::function<bool(const std::string&)>();
+    const ChangeParts parts{
+        .source = entriesOf,
+        .sink = write,
+        .contents = contentsOf,
+        .facts = factsOfFile,
+        .access = accessIfPrivileged,
+        .progress =
+            [&](std::size_t done) {
+                if (!live)
+                    live.emplace();
+                LiveLine::show(changeLine(done));
+                return !interrupted;
+            },
+        .goesOn = common.privileged ? whetherToGoOn : nullptr,
+        .undo = common.privileged ? "morvane --privileged acl --undo" : "morvane acl --undo",
+        .edited = editedText};
     if (const auto* change = std::get_if<ChangeOptions>(&line))
         return runChange(*change, parts, journal, style);
     if (const auto* propagate = std::get_if<PropagateOptions>(&line)) {
         const auto propagated = [&](const EntryList& entries, const NSURL& url) {
             return propagateWithLiveLine(services, entries, resolved(url), propagate->lines);
         };
-        const bool isThereSomebody = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
         live.emplace();
-        // To look at everything takes a right of its own, for which the user would be asked as
-        // well.
+        // What is below is looked at with the user's own rights: to list it would take another one,
+        // for which the user would be asked as well, and each list would be a line of the log.
+        FileServices own("io.github.morvaneoperation.morvane");
         auto looks = parts;
-        if (common.privileged && !propagate->dryRun)
-            looks.contents = nullptr;
-        return runPropagate(*propagate, looks,
-                            {propagated, isThereSomebody ? askWhetherToGoOn : nullptr}, journal);
+        if (common.privileged)
+            looks.contents = [&](const NSURL& url) { return own.contents(url); };
+        const auto look = [&](const NSURL& url) {
+            return common.privileged ? own.aclEntries(url) : entriesOf(url);
+        };
+        return runPropagate(*propagate, looks, {propagated, look, whetherToGoOn}, journal);
     }
     if (const auto* save = std::get_if<SaveOptions>(&line))
         return runSave(*save, parts);
@@ -292,7 +302,9 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         // What is written is noted before, so that it can be taken back.
         const auto writeNoted = [&](const EntryList& entries, const NSURL& url) {
             if (const auto before = entriesOf(url))
-                journal.record(url.path(), listAsText(url.path(), *before));
+                journal.record(
+                    url.path(), listAsText(url.path(), *before),
+                    EditedItem(url, *before, accessIfPrivileged).digestAfterWriting(entries));
             auto error = write(entries, url);
             if (error && exitCodeOf(*error) != ExitStoredOtherwise)
                 journal.discard();

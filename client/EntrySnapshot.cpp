@@ -48,7 +48,7 @@ void moveOrigins(const MVFileAcl::Entries& entries, const NSURL& from, const NSU
         if (!moved) {
             auto values = origin->values();
             values.url = to;
-            moved = MVAclOrigin::initWithValues(std::move(values), origin->masks());
+            moved = MVAclOrigin::initWithValues(std::move(values), origin->storedLists());
         }
         entry->setOrigin(moved);
     }

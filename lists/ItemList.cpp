@@ -113,6 +113,16 @@ std::optional<ItemList> ItemList::asRead(const Entries& entries) {
     return list;
 }
 
+std::optional<PosixAcl> ItemList::storedPosixAcl() const {
+    auto stored = posix_;
+    const auto& told = origin_->storedLists();
+    if (auto list = stored ? posixListOfAttribute(told.list) : std::nullopt) {
+        stored->access = *std::move(list);
+        stored->defaults = posixListOfAttribute(told.defaults);
+    }
+    return stored;
+}
+
 bool ItemList::holdsBox(const MVAclEntry& entry, const NSTreeNode& box) const {
     return whyNotBox(entry, box).empty();
 }
@@ -231,14 +241,15 @@ bool ItemList::readExecutes(const Entries& entries) const {
 }
 
 std::vector<EntryLoss> ItemList::losses(const Entries& entries) const {
-    return posix_ ? reduceToPosixAcl(entries, PosixAclTarget::of(*posix_)).losses
+    return posix_ ? reduceToPosixAcl(entries, PosixAclTarget::of(*posix_, entries)).losses
                   : nfs4Losses(entries, item(), known_);
 }
 
 ItemList::Entries ItemList::nearest(const Entries& entries) const {
     Entries result;
+    auto origin = origin_;
     if (posix_) {
-        const auto target = PosixAclTarget::of(*posix_);
+        const auto target = PosixAclTarget::of(*posix_, entries);
         auto reduced = reduceToPosixAcl(entries, target);
         result = entriesOfPosixAcl(reduced.acl);
         // A list shows a denial for a group if others may do it. Asked for as an entry, that denial
@@ -249,6 +260,11 @@ ItemList::Entries ItemList::nearest(const Entries& entries) const {
             reduced = std::move(next);
             result = entriesOfPosixAcl(reduced.acl);
         }
+        const bool isTold = std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
+            return entry->origin() && !entry->origin()->storedLists().list.empty();
+        });
+        if (isTold || !isShownWhole(reduced.acl))
+            origin = MVAclOrigin::initWithValues(item(), storedListsOf(reduced.acl));
     } else {
         const auto losses = nfs4Losses(entries, item(), known_);
         for (std::size_t i = 0; i != entries.size(); ++i) {
@@ -259,7 +275,7 @@ ItemList::Entries ItemList::nearest(const Entries& entries) const {
         }
     }
     for (const auto& entry : result)
-        entry->setOrigin(origin_);
+        entry->setOrigin(origin);
     return result;
 }
 
@@ -295,7 +311,7 @@ bool ItemList::leavesCreatorWithout(const Entries& entries) const {
 NSErrorRef ItemList::whyNot(const Entries& entries, bool lossy) const {
     std::vector<EntryLoss> lost;
     if (posix_) {
-        auto reduced = reduceToPosixAcl(entries, PosixAclTarget::of(*posix_));
+        auto reduced = reduceToPosixAcl(entries, PosixAclTarget::of(*posix_, entries));
         if (auto error = errorOfFit(reduced.fit, item().url))
             return error;
         lost = std::move(reduced.losses);

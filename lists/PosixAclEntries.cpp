@@ -224,6 +224,24 @@ std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl) 
     return entries;
 }
 
+bool isShownWhole(const PosixAcl& acl) {
+    const auto isWhole = [](const PosixList& list) {
+        PosixList shown = list;
+        shown.owningGroup = list.effective(list.owningGroup);
+        for (auto* named : {&shown.users, &shown.groups}) {
+            for (auto& entry : *named)
+                entry.rights = list.counting(entry.rights);
+        }
+        return withMask(std::move(shown), nullptr) == list;
+    };
+    return isWhole(acl.access) && (!acl.defaults || isWhole(*acl.defaults));
+}
+
+MVAclOrigin::StoredLists storedListsOf(const PosixAcl& acl) {
+    return {attributeOfPosixList(acl.access),
+            acl.defaults ? attributeOfPosixList(*acl.defaults) : std::vector<std::uint8_t>()};
+}
+
 std::optional<PosixOwnership> ownershipToldBy(
     const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
     std::optional<std::uint32_t> owner;

@@ -54,6 +54,21 @@ bool readExecutes(const std::vector<PosixStatement>& statements, const PosixAcl&
            });
 }
 
+PosixAclTarget PosixAclTarget::of(const PosixAcl& old,
+                                  const std::vector<std::shared_ptr<MVAclEntry>>& entries) {
+    auto target = of(old);
+    const auto first = std::find_if(entries.begin(), entries.end(),
+                                    [](const auto& entry) { return entry->origin() != nullptr; });
+    if (first == entries.end())
+        return target;
+    const auto& told = (*first)->origin()->storedLists();
+    if (auto list = posixListOfAttribute(told.list)) {
+        target.old->access = *std::move(list);
+        target.old->defaults = posixListOfAttribute(told.defaults);
+    }
+    return target;
+}
+
 NSErrorRef errorOfFit(PosixAclFit fit, const NSURL& url) {
     const auto error = [&](int code, const Phrase& text, const Phrase& suggestion) {
         return NSError::errorWithDescription(NSPOSIXErrorDomain, code, text, suggestion,

@@ -8,8 +8,6 @@
 #include <utility>
 #include <variant>
 
-#include "PosixMask.h"
-
 namespace morvane {
 
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "PosixMask.h"
+#include <MorvaneOperation/PosixAcl.h>
 
 #include <algorithm>
 #include <vector>
@@ -38,6 +38,7 @@ bool countsAs(const PosixList& list, const PosixList& wanted) {
 }  // namespace
 
 PosixList withMask(PosixList wanted, const PosixList* old) {
+    wanted.mask.reset();
     if (old) {
         // If everything that the mask limits has its old rights, the mask and what it holds back
         // are kept.

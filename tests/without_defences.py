@@ -43,6 +43,10 @@ def installer(*methods):
     return tuple(f"install_helper Installer.{method}" for method in methods)
 
 
+def undo(*methods):
+    return tuple(f"acl_list Undo.{method}" for method in methods)
+
+
 # What is built for a test: the program that has its suite.
 PRIVILEGED_ROAD = ("morvane", "privileged_helper", "policy_agent", "bare_client", "shifted_clock", "file_service")
 PROGRAMS = {
@@ -92,6 +96,9 @@ PROGRAMS = {
     "NSKeyedUnarchiver": ("archive_test",),
     "FuzzCorpus": ("archive_test",),
     "MVAclEntryCoding": ("test_acl",),
+    "MVAclOriginCoding": ("test_acl",),
+    "StoredLists": ("lists_test",),
+    "acl_list": ("morvane", "file_service"),
     "KDLocalizedStringTest": ("host_test",),
     "PhraseTest": ("foundation_test",),
     "EndOfTheProcess": ("linux_process_end_test",),
@@ -163,6 +170,39 @@ DEFENCES = (
             "if (!read && !read_.empty())",
             "if (false)",
             ("Editing.DoesAScriptToTheListThatAnotherProgramHasMadeMeanwhile",)),
+    Defence("What a peer tells of a stored list is a list that a kernel would store.",
+            "if (!isNext || rights > PosixEverything || (isNamed && id == nobodyNamed))",
+            "if (false)",
+            ("StoredLists.BytesThatNoKernelWouldStoreAreNoList",)),
+    Defence("A stored list that a peer tells has a bound.",
+            "if (list.size() > maxStoredList)",
+            "if (false)",
+            ("MVAclOriginCoding.TheListsAsTheyAreStoredComeWithIt",)),
+    # Notes for --undo.
+    Defence("Notes that belong to another user are not applied.",
+            "if (found.st_uid != geteuid() && (owners == Owners::thisUser || found.st_uid != 0))",
+            "if (false)",
+            undo("test_notes_of_another_user_are_neither_applied_nor_added_to")),
+    Defence("Notes that another user can write to are not applied.",
+            "if (!mayBeShared && (found.st_mode & (S_IWGRP | S_IWOTH)) != 0)",
+            "if (false)",
+            undo("test_notes_that_others_can_have_written_are_not_applied")),
+    Defence("No link leads to the notes.",
+            "openat(fd.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)",
+            "openat(fd.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)",
+            undo("test_a_link_in_the_place_of_the_notes_is_left_alone")),
+    Defence("A list is given back only to the very item that had it.",
+            "if (work.item && *work.item != identityOfFile(path))",
+            "if (false)",
+            undo("test_what_has_taken_the_place_of_a_changed_item_is_not_given_its_list")),
+    Defence("A list that somebody else has changed since is not taken back.",
+            "!work.onlyOf.empty() && work.onlyOf != (*read)->origin()->values().digest;",
+            "false;",
+            undo("test_what_somebody_else_has_changed_since_is_named_and_stays")),
+    Defence("A change that could not be noted is not confused with the one before.",
+            "name_ = notes_->markAsLost(name_);",
+            "notes_->remove(name_);",
+            undo("test_what_could_not_be_noted_is_not_confused_with_the_change_before")),
     # Paths.
     Defence("No symbolic link on the way is followed for another user.",
             "how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;\n        descriptor =",

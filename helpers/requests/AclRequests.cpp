@@ -106,13 +106,10 @@ std::shared_ptr<const MVAclOrigin> originOf(const StoredAcl& acl, const NSURL& u
                                             MVAclStorage::nfs4, digestOf(native->acl, target)});
     }
     const auto& list = std::get<PosixAcl>(acl);
-    const auto maskOf = [](const PosixList& rights) {
-        return rights.isLimited() ? lettersOfRights(*rights.mask) : std::string();
-    };
     return MVAclOrigin::initWithValues(
         {url, list.isDirectory, list.owner, list.group,
          list.hasLists ? MVAclStorage::posix : MVAclStorage::mode, digestOf(list)},
-        {maskOf(list.access), list.defaults ? maskOf(*list.defaults) : std::string()});
+        isShownWhole(list) ? MVAclOrigin::StoredLists() : storedListsOf(list));
 }
 
 /// Whether entries that were read from this item were read from another list. (Those that were read
@@ -166,7 +163,7 @@ NSErrorRef setAclEntriesOfUrl(const std::vector<std::shared_ptr<MVAclEntry>>& en
         return writeNative(item, *native, wanted.acl, url);
     }
     const auto& list = std::get<PosixAcl>(old);
-    auto target = PosixAclTarget::of(list);
+    auto target = PosixAclTarget::of(list, entries);
     target.goesOn = goesOn;
     const auto wanted = reduceToPosixAcl(entries, target);
     if (const auto error = errorOfFit(wanted.fit, url))

@@ -40,6 +40,8 @@ class MORVANE_EXPORT ItemList {
     /// The list as its entries show it, without what its mask holds back; empty if it is an
     /// allow/deny list. entriesOfPosixAcl() makes the entries of a changed one.
     const std::optional<PosixAcl>& posixAcl() const { return posix_; }
+    /// The list as it is stored, with what its mask holds back; empty if it is an allow/deny list.
+    std::optional<PosixAcl> storedPosixAcl() const;
 
     /// Whether the box may be on in `entry`: a box of its tree, or the group node of a flat entry.
     /// (Some boxes can only be stored together; losses() names them.)

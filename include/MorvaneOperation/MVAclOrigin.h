@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace morvane {
 
@@ -59,22 +60,28 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
         std::string digest;
         bool operator==(const Values&) const = default;
     };
-    /// The masks of a POSIX list that hold rights of its entries back, in letters: "r--". Empty
-    /// where there is none, or it holds nothing back. Entries show the rights that are left.
-    struct Masks {
-        std::string list;
-        /// That of the list which new items in the folder start with.
-        std::string defaults;
-        bool operator==(const Masks&) const = default;
+    /// The POSIX lists of the item as the values of their attributes, where entries do not show all
+    /// of them: what a mask holds back, or a mask that lets through more than they need. Empty
+    /// where entries show everything. ItemList::storedPosixAcl() reads them.
+    ///
+    /// A service that is given entries with such lists keeps of these lists what the entries do not
+    /// change, and not of what the item has. So a host can have a list stored as it was elsewhere
+    /// or before, with its mask: it gives the entries of that list an origin with storedListsOf()
+    /// it.
+    struct StoredLists {
+        std::vector<std::uint8_t> list;
+        /// The one that new items in the folder start with; empty if there is none.
+        std::vector<std::uint8_t> defaults;
+        bool operator==(const StoredLists&) const = default;
     };
 
     static const NSClass& classObject();
     const NSClass& objectClass() const override { return classObject(); }
 
     static std::shared_ptr<const MVAclOrigin> initWithValues(Values values);
-    static std::shared_ptr<const MVAclOrigin> initWithValues(Values values, Masks masks);
+    static std::shared_ptr<const MVAclOrigin> initWithValues(Values values, StoredLists stored);
     const Values& values() const;
-    const Masks& masks() const;
+    const StoredLists& storedLists() const;
 
     bool isEqual(const NSObject* other) const override;
     void encodeWithCoder(NSKeyedArchiver& coder) const override;
@@ -82,12 +89,12 @@ class MORVANE_EXPORT MVAclOrigin final : public NSObject {
 
     /// Public for std::make_shared only; use initWithValues().
     explicit MVAclOrigin(Values values) : values_(std::move(values)) {}
-    MVAclOrigin(Values values, Masks masks)
-        : values_(std::move(values)), masks_(std::move(masks)) {}
+    MVAclOrigin(Values values, StoredLists stored)
+        : values_(std::move(values)), stored_(std::move(stored)) {}
 
   private:
     const Values values_;
-    const Masks masks_;
+    const StoredLists stored_;
 };
 
 }  // namespace morvane

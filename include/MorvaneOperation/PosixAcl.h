@@ -70,6 +70,15 @@ struct PosixList {
 /// The list as the value of its extended attribute.
 MORVANE_EXPORT std::vector<std::uint8_t> attributeOfPosixList(const PosixList& list);
 
+/// The list that is the value of an attribute; empty if it is none that a kernel would store.
+MORVANE_EXPORT std::optional<PosixList> posixListOfAttribute(
+    const std::vector<std::uint8_t>& bytes);
+
+/// Adds a mask to `wanted`, whose rights are those that shall have an effect, and the rights that
+/// the mask of `old` holds back of those that stay. `old` is the list that there was, or null if
+/// there was none.
+MORVANE_EXPORT PosixList withMask(PosixList wanted, const PosixList* old);
+
 /// The access-control list of an item of a local file system, as values.
 struct PosixAcl {
     std::uint32_t owner = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVAclEntry.h>
+#include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/PosixAcl.h>
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
@@ -58,6 +59,13 @@ MORVANE_EXPORT std::vector<std::shared_ptr<MVTreeNode>> permissionTree(std::uint
 MORVANE_EXPORT std::shared_ptr<MVTreeNode> appliesToNode(std::uint32_t on);
 
 MORVANE_EXPORT std::vector<std::shared_ptr<MVAclEntry>> entriesOfPosixAcl(const PosixAcl& acl);
+
+/// Whether entriesOfPosixAcl() shows all of the list: no mask holds anything back, and none lets
+/// more through than the entries need.
+MORVANE_EXPORT bool isShownWhole(const PosixAcl& acl);
+
+/// The lists for the origin of entries which are to be stored as exactly this list.
+MORVANE_EXPORT MVAclOrigin::StoredLists storedListsOf(const PosixAcl& acl);
 
 /// The owner and the owning group of an item.
 struct PosixOwnership {

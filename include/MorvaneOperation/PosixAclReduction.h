@@ -32,6 +32,10 @@ struct PosixAclTarget {
     static PosixAclTarget of(const PosixAcl& old) {
         return {old.owner, old.group, old.isDirectory, old};
     }
+    /// Makes the target for `entries`. If they tell stored lists (MVAclOrigin::StoredLists), what
+    /// they do not change is kept of these, and not of `old`.
+    MORVANE_EXPORT static PosixAclTarget of(
+        const PosixAcl& old, const std::vector<std::shared_ptr<MVAclEntry>>& entries);
 };
 
 /// Whether a list can be stored at all.

@@ -107,20 +107,20 @@ TEST_F(MVAclOriginCoding, AnEntryComesBackWithItsOrigin) {
     EXPECT_EQ(back->origin()->values(), entry->origin()->values());
 }
 
-TEST_F(MVAclOriginCoding, TheMasksThatHoldRightsBackComeWithIt) {
+TEST_F(MVAclOriginCoding, TheListsAsTheyAreStoredComeWithIt) {
     const auto entry = readEntry();
-    const MVAclOrigin::Masks masks{"r--", "r-x"};
-    entry->setOrigin(MVAclOrigin::initWithValues(entry->origin()->values(), masks));
+    const MVAclOrigin::StoredLists stored{{2, 0, 0, 0}, {2, 0, 0, 1}};
+    entry->setOrigin(MVAclOrigin::initWithValues(entry->origin()->values(), stored));
     const auto back =
         std::static_pointer_cast<MVAclEntry>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
             {&MVAclEntry::classObject()}, NSKeyedArchiver::archivedDataWithRootObject(*entry),
             nullptr));
     ASSERT_TRUE(back && back->origin());
-    EXPECT_EQ(back->origin()->masks(), masks);
+    EXPECT_EQ(back->origin()->storedLists(), stored);
     EXPECT_FALSE(back->origin()->isEqual(readEntry()->origin().get()));
     EXPECT_NE(failureOfOrigin([](NSKeyedArchiver& coder) {
                   writeOrigin(coder, 1, 1, "");
-                  coder.encodeString(std::string_view("rwxr"), "mask");
+                  coder.encodeData(NSData(65537), "stored");
               }),
               "");
 }

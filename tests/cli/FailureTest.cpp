@@ -51,7 +51,8 @@ TEST(ALostService, MayHavePropagatedAPart) {
     ChangeParts parts;
     parts.source = emptyList;
     Journal journal({});
-    const auto outcome = runPropagate({"/x"}, parts, {losesTheService, nullptr}, journal);
+    const auto outcome =
+        runPropagate({"/x"}, parts, {losesTheService, emptyList, nullptr}, journal);
     EXPECT_EQ(outcome.exitCode, ExitService);
     EXPECT_TRUE(outcome.message.ends_with(outcomeUnknown)) << outcome.message;
 }

@@ -423,8 +423,8 @@ class Terminal(Changing):
                 ([" "], "\n      [-] Read"),
                 ([down, " "], ">     [x] Read"),
                 ([left], "> {n}. uid 4711  Allow"),
-                (["g"], "> {n}. uid 4711  Allow  All"),
-                (["g"], "> {n}. uid 4711  Allow  Read and Write"),
+                (["g"], "'All' cannot be chosen: only the owner has it."),
+                ([down, up], "> {n}. uid 4711  Allow  Read and Write"),
                 (["g"], "> {n}. uid 4711  Allow  Read "),
                 (["t"], "> {n}. uid 4711  Deny  Read"),
                 (["t"], "> {n}. uid 4711  Allow  Read"),
@@ -558,7 +558,7 @@ class Terminal(Changing):
         shown = self.edit()
         number = next(i for i, line in enumerate(
             line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
-        for key in [*["\x1b[B"] * number, "g", "g", "g"]:
+        for key in [*["\x1b[B"] * number, "g", "g"]:
             shown = self.edit_more(key)
         self.assertIn("uid 4711  Allow  Read ", shown)
         self.setfacl("-m", "u:4712:r", self.file)

@@ -28,6 +28,7 @@ class Trees(unittest.TestCase):
                 with open(os.path.join(self.folder, name, file), "w", encoding="ascii"):
                     os.chmod(os.path.join(self.folder, name, file), mode)
             os.symlink("/etc/hostname", os.path.join(self.folder, name, "link"))
+        os.mkdir(os.path.join(self.folder, "outside_folder"))
         self.outside = os.path.join(self.folder, "outside")
         with open(self.outside, "w", encoding="ascii"):
             os.chmod(self.outside, 0o600)
@@ -118,41 +119,29 @@ class OneWord(Trees):
         self.run_morvane("acl", "--restore", "-", text=written)
         self.assert_same()
 
-    def test_entries_by_name_for_the_owner_are_refused(self):
-        before = self.lists("one")
+    def test_entries_by_name_for_the_owner_stand_beside_the_owners(self):
         owner, group = str(os.geteuid()), str(os.getegid())
-        for words, why in ((f"u:{owner}:rwx", "the owner has no entry by name"),
-                           (f"g:{group}:rwx", "the owning group has no entry by name")):
-            with self.subTest(words=words):
-                self.assertIn(why, self.run_morvane("acl", "one/plain", "--set", words, status=2).stderr)
-        text = f"user::rw-\nuser:{owner}:rwx\ngroup::r--\nmask::rwx\nother::---\n"
-        result = self.run_morvane("acl", "one/plain", "--set-file", "-", text=text, status=2)
-        self.assertIn("the owner has no entry by name", result.stderr)
-        self.assertEqual(self.lists("one"), before)
+        self.both(["--set", f"u:{owner}:rwx,g:{group}:rwx"], ["-m", f"u:{owner}:rwx,g:{group}:rwx"], "/plain")
+        self.both(["--set", f"u:{owner}:-,u::r"], ["-m", f"u:{owner}:-,u::r"], "/plain")
+        written = self.tool("getfacl", "-p", "one/plain")
+        self.both(["--clear"], ["-b"], "/plain")
+        self.run_morvane("acl", "--restore", "-", text=written)
+        self.assertEqual(self.tool("getfacl", "-p", "one/plain"), written)
 
-    def test_a_mask_that_lets_more_through_than_any_entry_has_is_refused(self):
-        before = self.lists("one")
-        result = self.run_morvane("acl", "one/plain", "--set", "m::rwx", status=2)
-        self.assertIn("a mask that no entry needs whole is not kept", result.stderr)
-        self.assertEqual(self.lists("one"), before)
+    def test_a_mask_is_set_without_a_change_of_what_entries_say(self):
+        self.both(["--set", "m::rwx"], ["-m", "m::rwx"], "/plain")
+        self.both(["--set", "u:daemon:rwx,m::r"], ["-m", "u:daemon:rwx,m::r"], "/plain")
+        self.both(["--set", "d:u:daemon:rwx,d:g:bin:rw,d:m::r"], ["-m", "d:u:daemon:rwx,d:g:bin:rw,d:m::r"])
+        self.both(["--set", "m::rwx"], ["-m", "m::rwx"], "/plain")
 
-    def test_that_what_a_mask_holds_back_is_lost_is_said(self):
-        self.tool("setfacl", "-m", "u:daemon:rwx,m::r", "outside")
-        why = "holds rights of its entries back, and these are not kept"
-        written = self.tool("getfacl", "-p", "outside")
-        for words, text in ((("outside", "--save", "-"), None), (("one/plain", "--copy-from", "outside"), None),
-                            (("one/sub/run", "--set-file", "-"), written)):
-            with self.subTest(words=words):
-                result = subprocess.run([MORVANE, "acl", *words], cwd=self.folder, text=True, input=text,
-                                        env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC,
-                                             "XDG_STATE_HOME": self.state},
-                                        capture_output=True, timeout=TIME_LIMIT)
-                self.assertEqual(result.returncode, 0, result.stderr)
-                self.assertIn(why, result.stderr)
-        result = subprocess.run([MORVANE, "acl", "outside", "--clear"], cwd=self.folder, text=True,
-                                env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state},
-                                capture_output=True, timeout=TIME_LIMIT)
-        self.assertIn("'--undo' does not give them back to entries that are gone or changed", result.stderr)
+    def test_what_a_mask_holds_back_of_others_stays_held_back(self):
+        self.tool("setfacl", "-m", "u:daemon:rwx,u:bin:rwx,m::r", "one/plain")
+        self.run_morvane("acl", "one/plain", "--set", "u:nobody:r,u:bin:r")
+        self.assertEqual(self.tool("getfacl", "-cpE", "one/plain").split(),
+                         ["user::rw-", "user:daemon:rwx", "user:bin:r--", "user:nobody:r--", "group::r--", "mask::r--",
+                          "other::---"])
+        self.run_morvane("acl", "one/plain", "--remove", "u:bin")
+        self.assertIn("user:daemon:rwx\t#effective:r--\n", self.tool("getfacl", "-cp", "one/plain"))
 
     def test_an_option_that_is_followed_by_nothing_is_no_change(self):
         for option in ("--set", "--remove", "--copy-from", "--set-file", "--save", "--script"):
@@ -214,6 +203,21 @@ class Files(Trees):
         self.tool("setfacl", "-R", "-b", "one")
         self.tool("setfacl", "--restore=saved")
         self.assertEqual(self.lists("one"), before, "setfacl reads it, too")
+
+    def test_what_a_mask_holds_back_is_saved_and_restored(self):
+        self.tool("setfacl", "-m", "u:daemon:rwx,g:bin:rw,m::r,d:u:daemon:rwx,d:g::rwx,d:m::x", "outside_folder")
+        before = self.tool("getfacl", "-p", "outside_folder")
+        saved = self.run_morvane("acl", "outside_folder", "--save", "-").stdout
+        self.assertIn("user:daemon:rwx\t#uid=1\t#effective:r--\n", saved)
+        self.assertIn("default:group::rwx\t#effective:--x\n", saved)
+        for words, text in ((("--restore", "-"), saved), (("--restore", "-"), before),
+                            (("outside_folder", "--set-file", "-"), before)):
+            with self.subTest(words=words, text=text):
+                self.tool("setfacl", "-bk", "outside_folder")
+                self.run_morvane("acl", *words, text=text)
+                self.assertEqual(self.tool("getfacl", "-p", "outside_folder"), before)
+        self.run_morvane("acl", "one/sub", "--copy-from", "outside_folder")
+        self.assertEqual(self.tool("getfacl", "-cp", "one/sub"), self.tool("getfacl", "-cp", "outside_folder"))
 
     def test_a_saved_name_that_is_not_known_any_more_is_restored_by_its_number(self):
         self.tool("setfacl", "-m", "u:daemon:rw", "one/plain")
@@ -372,6 +376,94 @@ class Undo(Trees):
             self.assertEqual(self.lists("one"), states.pop())
         result = self.run_morvane("acl", "--undo", status=1)
         self.assertIn("there is no change to take back", result.stderr)
+
+    def test_undo_gives_back_what_a_mask_held_back(self):
+        self.tool("setfacl", "-m", "u:daemon:rwx,m::r", "outside")
+        before = self.tool("getfacl", "-p", "outside")
+        for change in (("--clear",), ("--set", "u:daemon:rwx,m::rwx"), ("--set", "u:daemon:r"), ("--remove", "u:daemon"),
+                       ("--edit", "add user:2; permissions read-write"), ("--copy-from", "one/plain")):
+            with self.subTest(change=change):
+                self.run_morvane("acl", "outside", *change)
+                self.assertNotEqual(self.tool("getfacl", "-p", "outside"), before)
+                self.run_morvane("acl", "--undo")
+                self.assertEqual(self.tool("getfacl", "-p", "outside"), before)
+        # A mask that lets through more than anybody needs, and one without names.
+        for entries in ("u:daemon:r,m::rwx", "g::rw,m::r"):
+            with self.subTest(entries=entries):
+                self.tool("setfacl", "-b", "-m", entries, "outside")
+                before = self.tool("getfacl", "-p", "outside")
+                self.run_morvane("acl", "outside", "--clear")
+                self.run_morvane("acl", "--undo")
+                self.assertEqual(self.tool("getfacl", "-p", "outside"), before)
+
+    def test_what_could_not_be_noted_is_not_confused_with_the_change_before(self):
+        before = self.lists("two")
+        self.run_morvane("acl", "two/plain", "--set", "u:daemon:r")
+        # Like a full disk, after some of the notes.
+        program = subprocess.run(
+            ["prlimit", "--fsize=300", MORVANE, "acl", "one", "-R", "--set", "u:bin:rX"], cwd=self.folder, text=True,
+            env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8", "XDG_STATE_HOME": self.state},
+            capture_output=True, timeout=TIME_LIMIT, restore_signals=False)  # SIGXFSZ stays ignored
+        self.assertEqual(program.returncode, 0, program.stderr)
+        self.assertIn("'--undo' cannot take this back", program.stderr)
+        self.assertIn("File too large", program.stderr)
+        changed = self.lists("one"), self.lists("two")
+        result = self.run_morvane("acl", "--undo", "--dry-run", status=1)
+        self.assertIn("what the lists were before the last change could not be noted", result.stderr)
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertIn("'morvane acl --undo' again takes back the change before it", result.stderr)
+        self.assertEqual((self.lists("one"), self.lists("two")), changed)
+        self.run_morvane("acl", "--undo")
+        self.assertEqual((self.lists("one"), self.lists("two")), (changed[0], before))
+
+    def test_what_somebody_else_has_changed_since_is_named_and_stays(self):
+        before = self.lists("one")
+        self.run_morvane("acl", "one", "-R", "--set", "u:daemon:rX")
+        self.tool("setfacl", "-m", "u:bin:r", "one/plain")
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertEqual(result.stdout, "4 lists changed, 0 were so already, 1 was changed since.\n")
+        self.assertIn(f"'{self.folder}/one/plain': its list was changed since, and stays as it is", result.stderr)
+        self.assertIn("user:bin:r--", self.tool("getfacl", "-c", "one/plain"))
+        self.assertIn("user:daemon:r--", self.tool("getfacl", "-c", "one/plain"))
+        kept, = [name for name in os.listdir(self.notes()) if name.endswith(".failed")]
+        self.run_morvane("acl", "--restore", os.path.join(self.notes(), kept))
+        self.assertEqual(self.lists("one"), before)
+
+    def test_of_two_changes_of_one_tree_the_first_leaves_what_the_second_has_made(self):
+        before = self.lists("one")
+        self.run_morvane("acl", "one", "-R", "--set", "u:daemon:rX")
+        first, = os.listdir(self.notes())
+        self.run_morvane("acl", "one/sub", "-R", "--set", "u:bin:rX")
+        second, = set(os.listdir(self.notes())) - {first}
+        # As if the second had begun before the first.
+        os.rename(os.path.join(self.notes(), second), os.path.join(self.notes(), "1.acl"))
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertIn("2 were changed since", result.stdout)
+        self.assertIn("user:bin:r-x\n", self.tool("getfacl", "-c", "one/sub"))
+        self.run_morvane("acl", "--undo")
+        result = self.run_morvane("acl", "--undo", status=1)
+        self.assertIn("there is no change to take back", result.stderr)
+        self.assertNotEqual(self.lists("one"), before)
+
+    def test_other_mounts_below_are_entered_only_if_asked_for(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can mount")
+        tree = os.path.join(self.folder, "one", "sub", "mount")
+        os.mkdir(tree)
+        script = (f"mount -t tmpfs none {tree} && touch {tree}/file && "
+                  f"'{MORVANE}' acl one -R --set u:daemon:rX >&2 && getfacl -cp {tree}/file && "
+                  f"'{MORVANE}' acl one -R --save - && "
+                  f"'{MORVANE}' acl one -R --cross-mounts --set u:daemon:rX >&2 && getfacl -cp {tree}/file")
+        result = subprocess.run(["unshare", "-m", "sh", "-c", script], cwd=self.folder, text=True, capture_output=True,
+                                env={**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "XDG_STATE_HOME": self.state},
+                                timeout=TIME_LIMIT)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        within, saved, entered = (result.stdout.split("\n\n", 1)[0], result.stdout.split("\n\n", 1)[1],
+                                  result.stdout.rsplit("user::", 1)[1])
+        self.assertNotIn("daemon", within)
+        self.assertIn("one/sub/run", saved)
+        self.assertNotIn("mount/file", saved)
+        self.assertIn("user:daemon:r--", entered)
 
     def test_the_notes_are_for_their_user_alone_and_only_the_last_ten_are_kept(self):
         for i in range(12):

@@ -101,9 +101,18 @@ class Commands(Documents):
         self.assertEqual((printed["dryRun"], printed["changed"]), (True, 1))
         self.assertEqual(self.document("acl", "--json", "--undo")["changed"], 1)
 
+    def test_a_list_that_somebody_else_has_changed_since_is_counted(self):
+        self.document("acl", "--json", "notes.txt", "--set", "u:4712:r")
+        subprocess.run(["setfacl", "-m", "u:4713:r", self.file], check=True)
+        printed = self.document("acl", "--json", "--undo", status=1)
+        self.assertEqual((printed["changed"], printed["changedSince"]), (0, 1))
+        self.assertEqual(len(printed["failures"]), 1)
+
     def test_a_saved_and_a_restored_tree_are_counted(self):
         saved = os.fsdecode(os.path.join(os.path.dirname(self.folder), b"saved"))
         self.assertEqual(self.document("acl", "--json", ".", "-R", "--save", saved)["saved"], 2)
+        printed = self.document("acl", "--json", "gone", "notes.txt", "--save", saved + "2", status=1)
+        self.assertEqual((printed["saved"], [failure["path"] for failure in printed["failures"]]), (1, ["gone"]))
         subprocess.run(["setfacl", "-b", self.file], check=True)
         self.assertEqual(self.document("acl", "--json", "--restore", saved)["changed"], 1)
 
