@@ -5,7 +5,14 @@ namespace Permissions {
 public class ProgressWindow : Adw.Window {
     private Cancellable cancellable;
     private Gtk.ProgressBar bar = new Gtk.ProgressBar();
+    private Gtk.Label count = new Gtk.Label("") { xalign = 0 };
+    private uint64 done_before = 0;
+    private uint64 failed_before = 0;
     private bool ended = false;
+
+    /* How many items have what they shall have, and for how many that failed. */
+    public uint64 done { get; private set; default = 0; }
+    public uint64 failed { get; private set; default = 0; }
 
     public ProgressWindow(Gtk.Window parent, Cancellable cancellable) {
         Object(transient_for: parent, modal: true, title: _("Applying to Everything Inside"), default_width: 360);
@@ -21,6 +28,7 @@ public class ProgressWindow : Adw.Window {
         };
         box.append(new Gtk.Label(title) { xalign = 0 });
         box.append(bar);
+        box.append(count);
         box.append(button);
         content = box;
         close_request.connect(() => {
@@ -29,9 +37,21 @@ public class ProgressWindow : Adw.Window {
         });
     }
 
-    /* Shows that the work is going on. */
+    /* Shows how far the work is, after what was followed before. */
     public void follow(Morvane.Progress progress) {
-        progress.notify["reports"].connect(() => bar.pulse());
+        done_before = done;
+        failed_before = failed;
+        progress.notify.connect(() => {
+            bar.pulse();
+            done = done_before + progress.items_done;
+            failed = failed_before + progress.items_failed;
+            var text = ngettext("%s item done", "%s items done", (ulong) done).printf("%'llu".printf(done));
+            if (failed != 0) {
+                var failures = ngettext("%s item failed", "%s items failed", (ulong) failed);
+                text += ", " + failures.printf("%'llu".printf(failed));
+            }
+            count.label = text;
+        });
     }
 
     public void end() {

@@ -110,8 +110,9 @@ public class Window : Adw.ApplicationWindow {
     private void show_for_the_first_time() {
         if (get_mapped() || closing)
             return;
-        present();
+        // A focus that comes later is faded in: ten more frames.
         table.focus_rows();
+        present();
     }
 
     private void set_enabled() {
@@ -272,7 +273,8 @@ public class Window : Adw.ApplicationWindow {
         var cancellable = new Cancellable();
         var window = new ProgressWindow(this, cancellable);
         window.present();
-        var problems = new StringBuilder();
+        var failures = new ListStore(typeof(Morvane.Failure));
+        string? problem = null;
         var was_stopped = false;
         foreach (var acl in items.shared.acls) {
             var progress = new Morvane.Progress();
@@ -283,23 +285,18 @@ public class Window : Adw.ApplicationWindow {
                 was_stopped = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
                 if (was_stopped)
                     break;
-                add_failures(problems, error.message, progress.failures);
+                problem = error.message;
             }
+            for (uint i = 0; i != progress.failures.get_n_items(); ++i)
+                failures.append(progress.failures.get_item(i));
         }
         window.end();
-        if (problems.len != 0)
-            yield tell(_("Not Everything Was Changed"), problems.str);
+        if (failures.get_n_items() != 0 && window.failed != 0)
+            new FailuresWindow(this, _("Not Everything Was Changed"), failures, window.failed).present();
+        else if (problem != null)
+            yield tell(_("Not Everything Was Changed"), problem);
         else if (!was_stopped)
             toasts.add_toast(new Adw.Toast(_("Everything inside has its permissions.")) { timeout = 3 });
-    }
-
-    private static void add_failures(StringBuilder text, string message, ListModel failures) {
-        text.append_printf("%s%s", text.len == 0 ? "" : "\n", message);
-        for (uint i = 0; i != failures.get_n_items(); ++i) {
-            var failure = (Morvane.Failure) failures.get_item(i);
-            if (failure.message != message)
-                text.append_printf("\n%s: %s", failure.file == null ? "" : failure.file.get_parse_name(), failure.message);
-        }
     }
 
     private void show_access() {

@@ -145,6 +145,13 @@ class Program:
         wait_until(look, f"{role} {name}")
         return found[-1]
 
+    def do(self, action):
+        """Does what an item of the window's menu does."""
+        self.wait_for("push button", "Menu")
+        frame = next(self.windows()).accessible
+        actions = [Atspi.Action.get_action_name(frame, i) for i in range(Atspi.Action.get_n_actions(frame))]
+        assert Atspi.Action.do_action(frame, actions.index(action))
+
     def click_on(self, role, name, check=lambda widget: True):
         """Clicks with the mouse on what is in the active window."""
         widget = self.wait_for(role, name, lambda each: each.extents().width > 0 and check(each))

@@ -77,6 +77,32 @@ class Privileged(unittest.TestCase):
         # What was edited is still there.
         program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE"))
 
+    def propagate(self, answer):
+        program, _ = self.start([WINDOW, self.folder], answer)
+        program.wait_for("check box", "Read")
+        program.do("win.propagate")
+        program.wait_for_window("Apply to Everything Inside?")
+        program.press("Return")
+        program.wait_for_window("Not Everything Was Changed")
+        return program
+
+    def test_a_propagation_for_which_the_right_is_refused_is_told(self):
+        subprocess.run(["chown", f"{rigs.USER}:{rigs.USER}", self.folder], check=True)
+        program = self.propagate("deny")
+        program.wait_for("label", "2 items keep what they have:")
+        program.wait_for("label", "Authorization rights error: The authorization was denied.")
+
+    def test_what_a_propagation_could_not_change_is_listed_and_counted(self):
+        os.remove(self.files[1])
+        # Not even root may change one that is immutable.
+        subprocess.run(["setfacl", "-m", "u:daemon:rx,d:u:daemon:rx", self.folder], check=True)
+        subprocess.run(["chattr", "+i", self.files[0]], check=True)
+        self.addCleanup(subprocess.run, ["chattr", "-i", self.files[0]], check=True)
+        program = self.propagate("allow")
+        program.wait_for("label", "1 item keeps what it has:")
+        wait_until(lambda: any(label.name.startswith(f"{self.files[0]}: ") for window in program.windows()
+                               for label in window.all() if label.role == "label"), "the file")
+
     if QT_DIALOG:
         def test_the_dialog_for_qt_saves_as_administrator_and_tells_a_refusal(self):
             path = self.files[0]

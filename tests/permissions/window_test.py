@@ -48,14 +48,6 @@ class Window(unittest.TestCase):
         wait_until(lambda: any(row.has("SELECTED") and any(label.name.startswith(f"{who}; ") for label in row.all())
                                for row in program.find("list", "Entries").children()), f"the row of {who}")
 
-    def menu(self, program, action):
-        """Does what the item of the menu does."""
-        program.wait_for("push button", "Menu")
-        frame = next(program.windows())
-        actions = [desktop.Atspi.Action.get_action_name(frame.accessible, i)
-                   for i in range(desktop.Atspi.Action.get_n_actions(frame.accessible))]
-        desktop.Atspi.Action.do_action(frame.accessible, actions.index(action))
-
     @staticmethod
     def move_to(program, key, role, name):
         """Moves the focus there with a key, step by step."""
@@ -148,7 +140,7 @@ class Window(unittest.TestCase):
         subprocess.run(["setfacl", "-m", "u:daemon:rx,d:u:daemon:rx", self.folder], check=True)
         program = self.open(self.folder)
         self.assertNotIn("user:daemon", getfacl(self.file))
-        self.menu(program, "win.propagate")
+        program.do("win.propagate")
         program.wait_for_window("Apply to Everything Inside?")
         program.press("Return")
         program.wait_for("label", "Everything inside has its permissions.")
@@ -188,7 +180,7 @@ class Window(unittest.TestCase):
 
     def test_what_somebody_can_do_is_shown(self):
         program = self.open(self.file)
-        self.menu(program, "win.access")
+        program.do("win.access")
         program.wait_for_window("What Can They Do?")
         program.press(*"daemon")
         wait_until(lambda: not program.find("label", "user bin"), "the search")
@@ -203,7 +195,7 @@ class Window(unittest.TestCase):
         self.addCleanup(lambda: self.assertEqual(program.message, ""))
         self.addCleanup(program.__exit__)
         program.wait_for_window("Films")
-        self.menu(program, "win.propagate")
+        program.do("win.propagate")
         program.wait_for_window("Apply to Everything Inside?")
         program.press("Return")
         program.wait_for_window("Applying to Everything Inside")
