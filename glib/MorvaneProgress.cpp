@@ -131,7 +131,11 @@ void setFailures(MorvaneProgress* progress, const NSErrorRef& error) {
     const auto counts = failuresOfError(*error).counts;
     if (counts != MVItemCounts())
         setCounts(progress, counts);
-    setFailures(progress, errors ? *errors : std::vector{error});
+    if (errors)
+        return setFailures(progress, *errors);
+    std::vector<NSErrorRef> whole;
+    whole.push_back(error);
+    setFailures(progress, whole);
 }
 
 void setFailures(MorvaneProgress* progress, const std::vector<NSErrorRef>& errors) {
