@@ -7,140 +7,23 @@
 #include <optional>
 #include <utility>
 
+#include "ComparedSide.h"
 #include "EntryJson.h"
 #include "Failure.h"
 #include "ListDifference.h"
 #include "ListText.h"
-#include "SavedLists.h"
+#include "SavedListText.h"
 
 namespace morvane {
 
 namespace {
-
-/// The items of one side are told by where they are below the one that was named, which is "".
-std::string placeIn(const std::string& folder, const std::string& name) {
-    return folder.empty() ? name : pathIn(folder, name);
-}
-
-/// One of the two trees.
-class Side {
-  public:
-    using List = Result<std::optional<ComparedList>>;
-
-    virtual ~Side() = default;
-    virtual std::string pathOf(const std::string& place) const = 0;
-    /// What is in the folder; nothing if it is none.
-    virtual Result<std::vector<std::string>> names(const std::string& place) = 0;
-    /// The lists of items that names() tells of, empty for one that has none. `others` are those of
-    /// the other side, of which some may be missing.
-    virtual std::vector<List> lists(const std::vector<std::string>& places,
-                                    const std::vector<const ComparedList*>& others) = 0;
-};
-
-class ItemSide final : public Side {
-  public:
-    ItemSide(std::string path, const TreeParts& parts) : path_(std::move(path)), parts_(parts) {}
-
-    std::string pathOf(const std::string& place) const override {
-        return place.empty() ? path_ : pathIn(path_, place);
-    }
-
-    Result<std::vector<std::string>> names(const std::string& place) override {
-        return namesWithLists(pathOf(place), parts_);
-    }
-
-    std::vector<List> lists(const std::vector<std::string>& places,
-                            const std::vector<const ComparedList*>& /*others*/) override {
-        std::vector<NSURL> urls;
-        for (const auto& place : places)
-            urls.push_back(NSURL::fileURLWithPath(pathOf(place)));
-        auto answers = parts_.lists(urls);
-        std::vector<List> lists;
-        for (std::size_t i = 0; i != places.size(); ++i) {
-            if (!answers[i]) {
-                lists.emplace_back(Failure{answers[i].error()});
-                continue;
-            }
-            ComparedList list{pathOf(places[i]), *std::move(answers[i])};
-            list.facts = parts_.facts(list.path);
-            // A link that was named is followed by the service, and not by a look at it.
-            if (list.facts && list.facts->kind() == std::string_view("link"))
-                list.facts.reset();
-            lists.emplace_back(std::optional(std::move(list)));
-        }
-        return lists;
-    }
-
-  private:
-    const std::string path_;
-    const TreeParts& parts_;
-};
-
-class SavedSide final : public Side {
-  public:
-    explicit SavedSide(std::map<std::string, ListText> lists) : lists_(std::move(lists)) {}
-
-    std::string pathOf(const std::string& place) const override {
-        const auto found = lists_.find(place);
-        return found == lists_.end() ? place : found->second.path;
-    }
-
-    Result<std::vector<std::string>> names(const std::string& place) override {
-        const auto folder = place.empty() ? place : place + '/';
-        std::vector<std::string> names;
-        for (auto at = lists_.lower_bound(folder);
-             at != lists_.end() && at->first.starts_with(folder);) {
-            auto name = at->first.substr(folder.size());
-            name.resize(std::min(name.find('/'), name.size()));
-            // Past all that is below it: '0' is what follows '/'.
-            at = at->first == folder + name ? std::next(at)
-                                            : lists_.lower_bound(folder + name + '0');
-            if (!name.empty() && (names.empty() || names.back() != name))
-                names.push_back(std::move(name));
-        }
-        std::sort(names.begin(), names.end());
-        names.erase(std::unique(names.begin(), names.end()), names.end());
-        return names;
-    }
-
-    std::vector<List> lists(const std::vector<std::string>& places,
-                            const std::vector<const ComparedList*>& others) override {
-        std::vector<List> lists;
-        for (std::size_t i = 0; i != places.size(); ++i) {
-            const auto found = lists_.find(places[i]);
-            if (found == lists_.end() || !others[i]) {
-                lists.emplace_back(std::nullopt);
-                continue;
-            }
-            const auto& [path, entries, facts] = *others[i];
-            const auto now = ItemList::asRead(entries);
-            Problem problem;
-            auto saved = entriesOfSavedList(
-                found->second,
-                now ? now->item()
-                    : MVAclOrigin::Values{.url = NSURL::fileURLWithPath(path), .digest = {}},
-                problem);
-            if (problem)
-                lists.emplace_back(Failure{NSError::errorWithDescription(NSPOSIXErrorDomain, EINVAL,
-                                                                         Phrase(*problem), {})});
-            else
-                lists.emplace_back(
-                    std::optional(ComparedList{found->second.path, std::move(saved)}));
-        }
-        return lists;
-    }
-
-  private:
-    /// By place.
-    std::map<std::string, ListText> lists_;
-};
 
 class Comparison {
   public:
     Comparison(const DiffOptions& options, const TreeParts& parts, const Style& style)
         : options_(options), parts_(parts), style_(style) {}
 
-    Outcome run(Side& before, Side& after);
+    Outcome run(ComparedSide& before, ComparedSide& after);
 
   private:
     struct Pair {
@@ -148,9 +31,9 @@ class Comparison {
         bool isBefore = true;
         bool isAfter = true;
     };
-    bool compare(Side& before, Side& after, const std::vector<Pair>& pairs,
+    bool compare(ComparedSide& before, ComparedSide& after, const std::vector<Pair>& pairs,
                  std::vector<std::string>& folders);
-    bool compareInside(Side& before, Side& after, const std::string& folder,
+    bool compareInside(ComparedSide& before, ComparedSide& after, const std::string& folder,
                        std::vector<std::string>& folders);
     void tell(const std::string& place, const ComparedList& before, const ComparedList& after);
     /// An item that is on one side alone.
@@ -213,7 +96,7 @@ void Comparison::tell(const std::string& place, const ComparedList& before,
 
 /// Compares the lists of some items; adds those that are folders on both sides to `folders`. False
 /// if the user has stopped it.
-bool Comparison::compare(Side& before, Side& after, const std::vector<Pair>& pairs,
+bool Comparison::compare(ComparedSide& before, ComparedSide& after, const std::vector<Pair>& pairs,
                          std::vector<std::string>& folders) {
     std::vector<std::string> places;
     for (const auto& pair : pairs) {
@@ -248,7 +131,7 @@ bool Comparison::compare(Side& before, Side& after, const std::vector<Pair>& pai
     return true;
 }
 
-bool Comparison::compareInside(Side& before, Side& after, const std::string& folder,
+bool Comparison::compareInside(ComparedSide& before, ComparedSide& after, const std::string& folder,
                                std::vector<std::string>& folders) {
     auto old = before.names(folder);
     auto now = after.names(folder);
@@ -278,7 +161,7 @@ bool Comparison::compareInside(Side& before, Side& after, const std::string& fol
     return true;
 }
 
-Outcome Comparison::run(Side& before, Side& after) {
+Outcome Comparison::run(ComparedSide& before, ComparedSide& after) {
     std::vector<std::string> folders;
     bool goesOn = compare(before, after, {{}}, folders);
     if (!options_.recursive)
@@ -340,14 +223,14 @@ Outcome runDiff(const DiffOptions& options, const TreeParts& parts, const Style&
         if (path->empty() && (path == &options.after || options.saved.empty()))
             return {ExitTrouble, {}, message({say("the path is empty; name a file or a folder.")})};
     }
-    ItemSide after(options.after, parts);
+    ItemsOfTree after(options.after, parts);
     Comparison comparison(options, parts, style);
     if (options.saved.empty()) {
-        ItemSide before(options.before, parts);
+        ItemsOfTree before(options.before, parts);
         return comparison.run(before, after);
     }
     Problem problem;
-    SavedSide before(savedListsFor(options, problem));
+    SavedLists before(savedListsFor(options, problem));
     return problem ? inTrouble(*problem) : comparison.run(before, after);
 }
 

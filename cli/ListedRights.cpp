@@ -10,7 +10,10 @@ namespace morvane {
 
 namespace {
 
-Boxes boxesOf(PosixRights rights) {
+Boxes boxesOf(PosixRights rights, bool isDirectory) {
+    // Whoever may not enter a folder can make nothing in it.
+    if (isDirectory && (rights & PosixExecute) == PosixNothing)
+        rights = rights - PosixWrite;
     const auto when = [&](PosixRights right, Boxes box) {
         return (rights & right) != PosixNothing ? box : 0;
     };
@@ -91,8 +94,9 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
     const auto& acl = *list_->posixAcl();
     const auto& list = acl.access;
     Granted granted;
-    const auto give = [&](const CBPosixIdentity& whose, bool isClass, Boxes rights) {
-        const auto boxes = rights & wanted;
+    const auto give = [&](const CBPosixIdentity& whose, bool isClass, PosixRights rights,
+                          Boxes further = 0) {
+        const auto boxes = (boxesOf(rights, acl.isDirectory) | further) & wanted;
         if (boxes == 0)
             return;
         granted.boxes |= boxes;
@@ -100,13 +104,13 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
             granted.through.push_back(entry);
     };
     if (isOwner(who)) {
-        give(who, true, boxesOf(list.owner) | ACL_WRITE_SECURITY);
+        give(who, true, list.owner, ACL_WRITE_SECURITY);
         return granted;
     }
     if (const auto* user = std::get_if<CBPosixUser>(&who)) {
         for (const auto& named : list.users) {
             if (named.id == user->uid) {
-                give(who, false, boxesOf(list.counting(named.rights)));
+                give(who, false, list.counting(named.rights));
                 return granted;
             }
         }
@@ -118,16 +122,16 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
     bool isMember = false;
     if (isIn(acl.group)) {
         isMember = true;
-        give(CBPosixGroup{acl.group}, true, boxesOf(list.effective(list.owningGroup)));
+        give(CBPosixGroup{acl.group}, true, list.effective(list.owningGroup));
     }
     for (const auto& named : list.groups) {
         if (isIn(named.id)) {
             isMember = true;
-            give(CBPosixGroup{named.id}, false, boxesOf(list.counting(named.rights)));
+            give(CBPosixGroup{named.id}, false, list.counting(named.rights));
         }
     }
     if (!isMember)
-        give(CBEveryone{}, true, boxesOf(list.others));
+        give(CBEveryone{}, true, list.others);
     return granted;
 }
 

@@ -225,7 +225,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
     if (const auto* whoCan = std::get_if<WhoCanOptions>(&line)) {
         live.emplace();
         const auto goesOn = [] { return !interrupted; };
-        const WhoCanParts whoCanParts{
+        const RightSources sources{
             entriesOf,
             [&](const NSURL& url, const std::vector<NSUUID>& whom) {
                 return services.accessOfAll(resolved(url), whom, goesOn);
@@ -236,7 +236,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
             },
             [](const NSURL& url) { return withoutLinks(url); },
             goesOn};
-        return runWhoCan(*whoCan, whoCanParts, style);
+        return runWhoCan(*whoCan, sources, style);
     }
     if (const auto* check = std::get_if<CheckOptions>(&line)) {
         live.emplace();

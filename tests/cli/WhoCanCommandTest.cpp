@@ -46,17 +46,17 @@ class WhoCan : public testing::Test {
     }
 
     bool goesOn = true;
-    WhoCanParts parts{[](const NSURL&) { return entries(); },
-                      [](const NSURL&, const std::vector<NSUUID>& whom) {
-                          return std::vector<Result<PermissionList>>(
-                              whom.size(), permissionTree(ACL_READ_DATA, false));
-                      },
-                      [] {
-                          return std::vector{user(3999999991, "alice"), user(3999999992, "bob")};
-                      },
-                      [](std::uint32_t) { return std::vector<std::uint32_t>(); },
-                      [](const NSURL& url) { return url; },
-                      [this] { return goesOn; }};
+    RightSources parts{[](const NSURL&) { return entries(); },
+                       [](const NSURL&, const std::vector<NSUUID>& whom) {
+                           return std::vector<Result<PermissionList>>(
+                               whom.size(), permissionTree(ACL_READ_DATA, false));
+                       },
+                       [] {
+                           return std::vector{user(3999999991, "alice"), user(3999999992, "bob")};
+                       },
+                       [](std::uint32_t) { return std::vector<std::uint32_t>(); },
+                       [](const NSURL& url) { return url; },
+                       [this] { return goesOn; }};
 };
 
 TEST_F(WhoCan, SaysThatTheUsersWereNotListedInTime) {

@@ -8,7 +8,7 @@ import subprocess
 import sys
 import unittest
 
-from list_commands import ALLOW, DENY, ListCommand, Nfs4ListCommand, TIME_LIMIT, nfs4_list
+from list_commands import ALLOW, DENY, ENVIRONMENT, MORVANE, TIME_LIMIT, ListCommand, Nfs4ListCommand, nfs4_list
 
 
 class TwoItems(ListCommand):
@@ -131,6 +131,12 @@ class SavedLists(ListCommand):
             saved.write("user::rw-\ngroup::r--\nother::r--\n")
         self.assertEqual(self.lines("diff", "--saved", "saved", "top/a.txt", status=1),
                          ["~ everyone  r-- -> ---  Read -> None  This item"])
+
+    def test_saved_lists_may_come_from_a_pipe(self):
+        result = subprocess.run([MORVANE, "diff", "--saved", "-", "top/a.txt"], env=ENVIRONMENT, cwd=self.folder,
+                                input="user::rw-\ngroup::r--\nother::---\n", capture_output=True, text=True,
+                                timeout=TIME_LIMIT)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
 
     def test_what_is_no_list_is_trouble(self):
         with open(self.path("saved"), "w", encoding="ascii") as saved:

@@ -164,6 +164,22 @@ class Posix(ListCommand):
         self.assertEqual(games["folder"]["path"], os.path.realpath(self.path("shut")))
         self.assertNotIn("games", [who["identity"] for who in one["who"]])
 
+    def test_what_a_mount_forbids_is_told(self):
+        os.chmod(self.file, 0o666)
+        forbids = "The mount or a flag of the item forbids some of what the list allows."
+        self.assertNotIn(forbids, self.lines("who-can", "notes"))
+        result = subprocess.run(
+            ["unshare", "--mount", "--propagation", "private", "sh", "-c",
+             'mount --bind . . && mount -o remount,bind,ro . && cd "$1" && "$0" who-can notes --right write', MORVANE,
+             self.folder], cwd=self.folder, env=ENVIRONMENT, capture_output=True, text=True, timeout=TIME_LIMIT)
+        self.assertEqual(result.stdout.splitlines()[1:], ["Nobody has this right.", forbids], result.stderr)
+
+    def test_nobody_makes_anything_in_a_folder_that_they_cannot_enter(self):
+        self.make_folder("sub", mode=0o766)
+        rows, notes = self.table("sub")
+        self.assertIn(["everyone else", "r-----", "everyone"], rows)
+        self.assertEqual(len([note for note in notes if "forbids" in note]), 0)
+
     def test_a_right_to_delete_comes_from_the_folder(self):
         self.make_folder("open", mode=0o777)
         self.make_file("open", "in", mode=0o600)
@@ -210,7 +226,7 @@ class Posix(ListCommand):
         for name in ("aa1499", "games"):
             self.assertIn(f"user {name}", result.stdout)
 
-    def test_a_directory_that_does_not_answer_keeps_nobody_waiting_after_ctrl_c(self):
+    def test_ctrl_c_ends_it_while_a_directory_does_not_answer(self):
         process = subprocess.Popen([MORVANE, "who-can", "notes"], cwd=self.folder, stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE, text=True,
                                    env={**ENVIRONMENT, "LD_PRELOAD": SILENT_DIRECTORY})

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "SavedLists.h"
+#include "SavedListText.h"
 
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
