@@ -248,7 +248,7 @@ Outcome Check::run() {
         lookAt(options_.path, *lists.front(), nullptr);
         const auto facts = parts_.facts(options_.path);
         const bool isFolder = isOfFolder(*lists.front()) || (facts && facts->isFolder());
-        mount_ = !options_.otherFileSystems && facts ? facts->mount : 0;
+        mount_ = !options_.crossesMounts && facts ? facts->mount : 0;
         if (isFolder)
             folders_.push_back(options_.path);
     }

@@ -12,7 +12,7 @@ namespace morvane {
 struct CheckOptions {
     std::string path;
     /// Other file systems below are looked at, too.
-    bool otherFileSystems = false;
+    bool crossesMounts = false;
     bool json = false;
     /// Findings are printed as JSON line by line, while the work goes on.
     bool lines = false;

@@ -275,8 +275,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     if (name == "diff")
         return diffCommand(values);
     if (name == "check")
-        return CheckOptions{values.one("TREE"), values.has("--other-file-systems"),
-                            values.has("--json"), values.has("--json-lines")};
+        return CheckOptions{values.one("TREE"), values.has("--cross-mounts"), values.has("--json"),
+                            values.has("--json-lines")};
     if (name == "size")
         return sizeCommand(values);
     if (name == "ls")

@@ -143,7 +143,7 @@ class OtherFileSystems(ListCommand):
     def test_they_are_entered_if_asked_for(self):
         script = ("mkdir -p top/here top/there && chmod 755 top top/here top/there && "
                   "mount -t tmpfs -o mode=755 tmpfs top/there && touch top/here/a top/there/b && chmod 0 top/*/* && "
-                  '"$0" check top; "$0" check top --other-file-systems')
+                  '"$0" check top; "$0" check top --cross-mounts')
         result = subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-c", script, MORVANE],
                                 cwd=self.folder, env=ENVIRONMENT, capture_output=True, text=True, timeout=TIME_LIMIT)
         self.assertEqual([line for line in result.stdout.splitlines() if "nobody" in line and "looked" not in line],
