@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: MIT
 """The item "Permissions…" in the menus of the real file managers, on a display and a session of their own.
 
-usage: menus_test.py TREE PICTURES [unittest arguments]
+usage: menus_test.py TREE PICTURES WINDOW [unittest arguments]
 
-TREE is laid over /usr, for this program alone; it has what is installed there. PICTURES is the folder for a picture of
-each open menu. Needs root for the one, and starts everything as an ordinary user.
+TREE is laid over /usr, for this program alone; it has what is installed there, with a program that stands in for the real
+one, WINDOW, where that is not asked for. PICTURES is the folder for a picture of each open menu. Needs root for the one,
+and starts everything as an ordinary user.
 """
 import os
 import signal
@@ -20,7 +21,7 @@ from gi.repository import Atspi, GLib  # noqa: E402
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../integration"))
 from waiting import wait_until  # noqa: E402
 
-TREE, PICTURES = map(os.path.abspath, sys.argv[1:3])
+TREE, PICTURES, WINDOW = map(os.path.abspath, sys.argv[1:4])
 PROGRAM = "morvane-permissions"
 NOBODY = 65534
 ODD = "it's \"odd\" & $HOME `id` %F \\ <é>"
@@ -93,8 +94,8 @@ def started():
 
 
 class Menus(unittest.TestCase):
-    def choose(self, command, names, picture, label="Permissions…", language="en"):
-        """What the program is started with for all that a folder has, if the item is chosen in this file manager."""
+    def open_menu_in(self, command, names, picture, label="Permissions…", **environment):
+        """The item of the menu for all that a folder has, in this file manager, and the folder."""
         folder = tempfile.mkdtemp(dir=os.environ["HOME"])
         for name in names:
             path = os.path.join(folder.encode(), os.fsencode(name))
@@ -102,12 +103,16 @@ class Menus(unittest.TestCase):
                 os.mkdir(path)
             else:
                 os.close(os.open(path, os.O_CREAT))
-        manager = subprocess.Popen([*command, folder], env={**os.environ, "LANGUAGE": language},
-                                   stderr=subprocess.DEVNULL)
+        manager = subprocess.Popen([*command, folder], env={**os.environ, **environment}, stderr=subprocess.DEVNULL)
         self.addCleanup(manager.wait)
         self.addCleanup(manager.kill)
         item = self.item_of_menu(manager, label)
         subprocess.run(["import", "-window", "root", f"{PICTURES}/{picture}.png"], check=True)
+        return item, folder
+
+    def choose(self, command, names, picture, label="Permissions…", language="en"):
+        """What the program is started with for all that a folder has, if the item is chosen in this file manager."""
+        item, folder = self.open_menu_in(command, names, picture, label, LANGUAGE=language)
         item.do_action(0)
         wait_until(started, "the program starts")
         number, words = started()
@@ -115,6 +120,16 @@ class Menus(unittest.TestCase):
         wait_until(lambda: not started(), "the program ends")
         self.assertEqual(sorted(words), sorted(os.path.join(folder, name.rstrip("/")).encode("utf-8", "surrogateescape")
                                                for name in names))
+
+    def test_Caja_opens_one_real_window_for_all_that_is_chosen(self):
+        item, _ = self.open_menu_in(["caja", "--no-desktop"], ["one", "two"], "window", MORVANE_WINDOW=WINDOW)
+        item.do_action(0)
+        # It is shown when the lists of both are read, or cannot be.
+        wait_until(lambda: shown(Atspi.get_desktop(0), "2 Items"), "the window")
+        subprocess.run(["import", "-window", "root", f"{PICTURES}/window.png"], check=True)
+        number, _ = started()
+        os.kill(number, signal.SIGTERM)
+        wait_until(lambda: not started(), "the program ends")
 
     def item_of_menu(self, manager, label):
         """Opens the menu of all that the window shows. Keys that come before it has the keyboard and its files are lost, and
@@ -153,4 +168,4 @@ if __name__ == "__main__":
     with tempfile.TemporaryDirectory() as home:
         begin_session(home)
         add_tests()
-        unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+        unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)

@@ -166,6 +166,17 @@ class Program:
                         str(top + border + place.y + place.height // 2), "click", "1"], check=True)
 
     @staticmethod
+    def wait_until_still():
+        """Returns once two pictures in a row are the same."""
+        seen = []
+
+        def look():
+            seen.append(subprocess.run(["import", "-window", active_window().strip(), "rgb:-"], capture_output=True,
+                                       check=True).stdout)
+            return len(seen) > 1 and seen[-1] == seen[-2]
+        wait_until(look, "the window to stand still")
+
+    @staticmethod
     def wait_for_window(title):
         """Returns once the window has the keyboard."""
         wait_until(lambda: active_window("getwindowname").strip() == title, f"the window {title}")
