@@ -74,7 +74,7 @@ std::optional<std::string> conflictIn(const OptionValues& values) {
     const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> needed{
         {"--dry-run", with({"--propagate"}, changes, saved, edits)},
         {"--lossy", with({}, changes, saved, edits)},
-        {"--failures", with({}, changes, saved)},
+        {"--failures", with({"--propagate"}, changes, saved)},
         {"--yes", with({"--propagate"}, changes)},
         {"--recursive", with({"--save"}, changes)}};
     for (const auto& [option, actions] : needed) {
@@ -140,8 +140,9 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
             return misunderstood(say("%1 takes one PATH", one), "acl");
     }
     if (values.has("--propagate"))
-        return PropagateOptions{values.one("PATH"), values.has("--json-lines"),
-                                values.has("--json"), values.has("--dry-run"), values.has("--yes")};
+        return PropagateOptions{values.one("PATH"),   values.has("--json-lines"),
+                                values.has("--json"), values.has("--dry-run"),
+                                values.has("--yes"),  values.one("--failures")};
     if (values.has("--save"))
         return SaveOptions{paths, values.one("--save"), values.has("--recursive"),
                            values.has("--cross-mounts"), values.has("--json")};

@@ -219,16 +219,24 @@ MVFileRenames FileServices::rename(const std::vector<NSURL>& urls,
     return answer.wait();
 }
 
-NSErrorRef FileServices::propagateAclEntries(const EntryList& entries, const NSURL& url,
-                                             std::function<bool()> goesOn) {
-    connector_->setProgressHandler(
-        [goesOn = std::move(goesOn)](const SizeList&) { return goesOn(); });
+Propagated FileServices::propagateAclEntries(const EntryList& entries, const NSURL& url,
+                                             std::function<bool(const MVItemCounts&)> goesOn) {
+    // One thread brings counts, questions and the answer, in this order.
+    const auto counts = std::make_shared<std::optional<MVItemCounts>>();
+    connector_->setCountHandler([counts](const MVItemCounts& now) {
+        *counts = now;
+        return true;
+    });
+    connector_->setProgressHandler([counts, goesOn = std::move(goesOn)](const SizeList&) {
+        return goesOn(counts->value_or(MVItemCounts()));
+    });
     const Answer<NSErrorRef> answer;
     if (const auto service = serviceFor(MVRightPropagateFileAcl, answer.ofFailure()))
         service->propagateAclEntries(entries, url, answer.ofReply());
     auto error = answer.wait();
     connector_->setProgressHandler({});
-    return error;
+    connector_->setCountHandler({});
+    return {std::move(error), *counts};
 }
 
 }  // namespace morvane

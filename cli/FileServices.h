@@ -13,6 +13,7 @@
 #include "AccessCommand.h"
 #include "AclCommand.h"
 #include "LsCommand.h"
+#include "PropagateCommand.h"
 #include "RenameCommand.h"
 #include "SizeCommand.h"
 
@@ -52,9 +53,9 @@ class FileServices {
     Result<std::vector<NSURL>> contents(const NSURL& directory);
     /// Gives items new names.
     MVFileRenames rename(const std::vector<NSURL>& urls, const std::vector<std::string>& names);
-    /// Propagates a list below a folder. `goesOn` is asked on another thread.
-    NSErrorRef propagateAclEntries(const EntryList& entries, const NSURL& url,
-                                   std::function<bool()> goesOn);
+    /// Propagates a list below a folder. `goesOn` is asked on another thread, with how far it is.
+    Propagated propagateAclEntries(const EntryList& entries, const NSURL& url,
+                                   std::function<bool(const MVItemCounts&)> goesOn);
 
   private:
     /// The connection to the service; null with `error` set if the right cannot be obtained.

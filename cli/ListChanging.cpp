@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <sstream>
 #include <utility>
 
@@ -234,14 +233,11 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
 }
 
 Json ListChanging::jsonOfChange() const {
-    auto failures = Json::array();
-    for (const auto& failure : failures_)
-        failures.push_back(jsonOfFailedItem(failure.path, failure.why));
     return {{"dryRun", options_.dryRun},
             {"changed", changed_},
             {"unchanged", unchanged_},
             {"changedSince", changedSince_},
-            {"failures", std::move(failures)}};
+            {"failures", jsonOfFailures(failures_)}};
 }
 
 std::string ListChanging::listNow(const std::string& path) const {
@@ -289,14 +285,8 @@ std::string ListChanging::toldFailures() const {
     }
     if (!advice_.empty())
         text += "  " + escaped(advice_) + '\n';
-    if (!options_.failures.empty()) {
-        std::ofstream file(options_.failures, std::ios::binary);
-        for (const auto& failure : failures_)
-            file << quotedPath(failure.path) << '\t' << escaped(failure.why) << '\n';
-        if (!file.flush())
-            text += message({say("'%1' could not be written: %2", escaped(options_.failures),
-                                 Phrase::ofSystemError(errno))});
-    }
+    if (!options_.failures.empty())
+        text += writtenFailures(options_.failures, failures_);
     return text;
 }
 

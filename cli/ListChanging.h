@@ -11,6 +11,7 @@
 #include "AclCommand.h"
 #include "EditCommand.h"
 #include "EditedItem.h"
+#include "FailedItems.h"
 #include "FileFacts.h"
 #include "Journal.h"
 #include "JsonDocument.h"
@@ -120,11 +121,6 @@ class ListChanging {
 
     /// The failures for standard error, and all of them in the file that was asked for.
     std::string toldFailures() const;
-
-    struct FailedItem {
-        std::string path;
-        std::string why;
-    };
 
     const ChangeOptions& options_;
     const ChangeParts& parts_;

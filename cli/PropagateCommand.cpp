@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "FailedItems.h"
 #include "Failure.h"
 #include "ItemWalk.h"
 #include "JsonDocument.h"
@@ -105,14 +106,72 @@ Outcome unchanged() {
     return {ExitInterrupted, {}, message({say("nothing was changed.")})};
 }
 
-}  // namespace
-
-std::string propagationLine(std::chrono::duration<double> elapsed) {
-    return say("propagating, %1 s", static_cast<std::int64_t>(elapsed.count()));
+/// An item that failed, named as on the command line where it is below that.
+std::string pathOf(const NSError& failure, const PropagateOptions& options) {
+    const auto& path = std::get<NSURL>(failure.userInfo().at(NSURLErrorKey)).path();
+    const auto top = NSURL::fileURLWithPath(options.path).path() + '/';
+    if (!path.starts_with(top))
+        return path;
+    return options.path + (options.path.ends_with('/') ? "" : "/") + path.substr(top.size());
 }
 
-std::string propagationAsJson(std::chrono::duration<double> elapsed) {
-    return jsonLine("acl", "progress", {{"seconds", static_cast<std::int64_t>(elapsed.count())}});
+std::vector<FailedItem> failedItems(const NSError& error, const PropagateOptions& options) {
+    std::vector<FailedItem> items;
+    for (const auto& failure : failuresOfError(error).errors)
+        items.push_back({pathOf(*failure, options), failure->localizedDescription()});
+    return items;
+}
+
+/// So many failures are named by the error's own text.
+constexpr std::size_t failuresInText = 5;
+
+std::string doneText(std::uint64_t done) {
+    return countedPhrase("%1 item has what it inherits now.",
+                         "%1 items have what they inherit now.", done)
+        .localized();
+}
+
+/// What people are told of single items, besides the error's own text.
+std::string textOf(const PropagateOptions& options, const MVItemCounts& counts,
+                   const std::vector<FailedItem>& items) {
+    if (options.failures.empty())
+        return items.size() > failuresInText ? "  " + say("--failures FILE lists them all.") + '\n'
+                                             : std::string();
+    auto text = writtenFailures(options.failures, items);
+    if (counts.failed > items.size())
+        text += "  " +
+                countedPhrase("Only the first %1 is listed.", "Only the first %1 are listed.",
+                              items.size())
+                    .localized() +
+                '\n';
+    return text;
+}
+
+/// The outcome, printed for programs if that is asked for.
+Outcome printed(const PropagateOptions& options, const MVItemCounts& counts,
+                const std::vector<FailedItem>& items, Outcome outcome) {
+    if (!options.json && !options.lines)
+        return outcome;
+    const Json members{
+        {"done", counts.done}, {"failed", counts.failed}, {"failures", jsonOfFailures(items)}};
+    outcome.output = options.lines ? lastJsonLine("acl", members, outcome)
+                                   : jsonDocument("acl", members, outcome);
+    return outcome;
+}
+
+}  // namespace
+
+std::string propagationLine(const MVItemCounts& counts, std::chrono::duration<double> elapsed) {
+    return countedPhrase("propagating, %1 item, %2 s", "propagating, %1 items, %2 s",
+                         counts.done + counts.failed, static_cast<std::int64_t>(elapsed.count()))
+        .localized();
+}
+
+std::string propagationAsJson(const MVItemCounts& counts, std::chrono::duration<double> elapsed) {
+    return jsonLine("acl", "progress",
+                    {{"done", counts.done},
+                     {"failed", counts.failed},
+                     {"seconds", static_cast<std::int64_t>(elapsed.count())}});
 }
 
 Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
@@ -140,9 +199,9 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     }
     const bool isForPrograms = options.json || options.lines;
     if (options.dryRun && survey)
-        return isForPrograms ? Outcome{}
-                             : Outcome{ExitSuccess, said + '\n',
-                                       message({say("--dry-run, nothing was changed.")})};
+        return printed(options, {}, {},
+                       {ExitSuccess, said + '\n',
+                        isForPrograms ? "" : message({say("--dry-run, nothing was changed.")})});
     if (survey && !options.yes && !isForPrograms && propagation.goesOn) {
         if (journal.whyNot())
             said += ' ' + say("'--undo' cannot take this back: %1.", *journal.whyNot());
@@ -152,27 +211,32 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
         }
     }
     // In the list's own order, which decides what it means.
-    const auto error = propagation.sink(*entries, url);
+    const auto propagated = propagation.propagate(*entries, url);
+    const auto& error = propagated.error;
+    const auto undo = [&] {
+        return journal.isKept() ? ' ' + say("'%1' takes the lists back.", parts.undo)
+                                : std::string();
+    };
     if (!error) {
-        if (isForPrograms || !survey)
-            return {};
-        if (survey->isBlind)
-            return {ExitSuccess,
-                    say("Everything below '%1' has what it inherits now.", escaped(options.path)) +
-                        '\n',
-                    {}};
-        auto closing = countedPhrase("%1 item has what it inherits now.",
-                                     "%1 items have what they inherit now.", survey->all())
-                           .localized();
-        if (journal.isKept())
-            closing += ' ' + say("'%1' takes the lists back.", parts.undo);
-        return {ExitSuccess, closing + '\n', {}};
+        const auto counts = propagated.counts.value_or(MVItemCounts{survey ? survey->all() : 0, 0});
+        Outcome outcome;
+        if (!options.failures.empty())
+            outcome.message = writtenFailures(options.failures, {});
+        if (survey)
+            outcome.output = doneText(counts.done) + undo() + '\n';
+        return printed(options, counts, {}, std::move(outcome));
     }
+    const auto counts = failuresOfError(*error).counts;
+    const auto items = failedItems(*error, options);
+    const auto told = textOf(options, counts, items);
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
-        return {ExitInterrupted,
-                {},
-                message({escaped(error->localizedDescription()), say("What is changed stays so.")}),
-                error};
+        return printed(
+            options, counts, items,
+            {ExitInterrupted,
+             {},
+             message({escaped(error->localizedDescription()), say("What is changed stays so.")}) +
+                 (options.failures.empty() ? "" : told),
+             error});
     // A list that cannot be inherited is refused as a whole.
     if (isRefusedRight(*error) ||
         (!lossesOfError(*error).empty() && exitCodeOf(*error) != ExitStoredOtherwise))
@@ -180,9 +244,16 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     auto outcome =
         failed(say("cannot propagate the access-control list of '%1'", escaped(options.path)),
                error, Effect::changes);
-    if (journal.isKept())
-        outcome.message += "  " + say("'%1' takes the lists back.", parts.undo) + '\n';
-    return outcome;
+    if (counts == MVItemCounts()) {  // as a whole
+        if (journal.isKept())
+            outcome.message += ' ' + undo() + '\n';
+        return outcome;
+    }
+    // TRANSLATORS: Behind "12 items have what they inherit now."
+    const auto failedText = countedPhrase("%1 has not.", "%1 have not.", counts.failed);
+    outcome.message +=
+        told + "  " + doneText(counts.done) + ' ' + failedText.localized() + undo() + '\n';
+    return printed(options, counts, items, std::move(outcome));
 }
 
 }  // namespace morvane

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/MVItemFailures.h>
+
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "ChangeCommand.h"
@@ -23,12 +26,22 @@ struct PropagateOptions {
     bool dryRun = false;
     /// Nobody is asked.
     bool yes = false;
+    /// A file to which the failures are written; empty: none.
+    std::string failures = {};
+};
+
+/// How a propagation has ended.
+struct Propagated {
+    /// Null if everything has what it inherits.
+    NSErrorRef error = nullptr;
+    /// Of the whole work; empty if the service does not tell.
+    std::optional<MVItemCounts> counts = std::nullopt;
 };
 
 /// What the command works with, besides what reads and lists items.
 struct PropagateParts {
     /// Propagates the entries below an item and waits for the end.
-    AclSink sink;
+    std::function<Propagated(const EntryList& entries, const NSURL& url)> propagate;
     /// Reads the list of an item below.
     AclSource below;
     /// Asks the user whether to go on after `said`; null if nobody can be asked.
@@ -40,9 +53,9 @@ struct PropagateParts {
 Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
                      const PropagateParts& propagation, Journal& journal);
 
-/// The line that tells that the work goes on. A service tells no more before its answer.
-std::string propagationLine(std::chrono::duration<double> elapsed);
+/// The line that tells how far the work is.
+std::string propagationLine(const MVItemCounts& counts, std::chrono::duration<double> elapsed);
 /// The same for programs.
-std::string propagationAsJson(std::chrono::duration<double> elapsed);
+std::string propagationAsJson(const MVItemCounts& counts, std::chrono::duration<double> elapsed);
 
 }  // namespace morvane

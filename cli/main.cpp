@@ -113,13 +113,13 @@ MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& 
     });
 }
 
-NSErrorRef propagateWithLiveLine(FileServices& services, const EntryList& entries, const NSURL& url,
+Propagated propagateWithLiveLine(FileServices& services, const EntryList& entries, const NSURL& url,
                                  bool asLines) {
     const LiveLine live;
-    return services.propagateAclEntries(entries, url, [&] {
+    return services.propagateAclEntries(entries, url, [&](const MVItemCounts& counts) {
         if (asLines)
-            return print(propagationAsJson(live.elapsed()), stdout) && !interrupted;
-        LiveLine::show(propagationLine(live.elapsed()));
+            return print(propagationAsJson(counts, live.elapsed()), stdout) && !interrupted;
+        LiveLine::show(propagationLine(counts, live.elapsed()));
         return !interrupted;
     });
 }

@@ -51,8 +51,10 @@ TEST(ALostService, MayHavePropagatedAPart) {
     ChangeParts parts;
     parts.source = emptyList;
     Journal journal({});
-    const auto outcome =
-        runPropagate({"/x"}, parts, {losesTheService, emptyList, nullptr}, journal);
+    const auto outcome = runPropagate(
+        {"/x"}, parts,
+        {[](const auto&, const auto&) { return Propagated{lostService()}; }, emptyList, nullptr},
+        journal);
     EXPECT_EQ(outcome.exitCode, ExitService);
     EXPECT_TRUE(outcome.message.ends_with(outcomeUnknown)) << outcome.message;
 }

@@ -139,7 +139,8 @@ TEST(TheLiveLine, TellsWhatIsDoneAndTheTimeAndNoRate) {
 }
 
 TEST(TheLiveLine, TellsHowLongAPropagationHasGoneOn) {
-    EXPECT_EQ(propagationLine(std::chrono::milliseconds(2999)), "propagating, 2 s");
+    EXPECT_EQ(propagationLine({5, 2}, std::chrono::milliseconds(2999)),
+              "propagating, 7 items, 2 s");
 }
 
 TEST(TheLiveLine, CountsMoreThanThereCanBeAsTheMost) {

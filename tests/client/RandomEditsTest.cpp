@@ -39,6 +39,8 @@ struct Expected {
 };
 
 using Entry = std::shared_ptr<MVAclEntry>;
+/// With whom each is for.
+using ExpectedEntries = std::map<Entry, std::pair<std::string, Expected>>;
 /// By "user:5001", and the three of the base by "user:".
 using Letters = std::map<std::string, std::string>;
 
@@ -109,9 +111,8 @@ class RandomEdits : public ClientTest {
     }
 
     /// What the entries are as they were read, by the printed list.
-    static std::map<Entry, std::pair<std::string, Expected>> asRead(const MVAclEditor& editor,
-                                                                    const Letters& printed) {
-        std::map<Entry, std::pair<std::string, Expected>> expected;
+    static ExpectedEntries asRead(const MVAclEditor& editor, const Letters& printed) {
+        ExpectedEntries expected;
         for (const auto& entry : editor.entries()) {
             std::string key;
             if (entry->isAcl()) {
@@ -133,6 +134,61 @@ class RandomEdits : public ClientTest {
         }
         EXPECT_EQ(expected.size(), printed.size());
         return expected;
+    }
+
+    /// One edit, of the editor and of what is expected; returns what it was.
+    std::string edit(MVAclEditor& editor, ExpectedEntries& expected) {
+        std::ostringstream done;
+        const auto& entries = editor.entries();
+        const auto entry =
+            entries[static_cast<std::size_t>(upTo(static_cast<int>(entries.size()) - 1))];
+        auto& [key, now] = expected.at(entry);
+        const auto& groups = entry->permissions();
+        const bool on = isSo();
+        const int kind = key == "other:" ? 0 : upTo(6);
+        if (kind == 0) {
+            const auto who = somebody();
+            const auto added = editor.add(identityOf(who));
+            expected[added] = {who, {true, true, true, true}};
+            done << "add " << who << '\n';
+        } else if (!entry->isAcl()) {
+            const auto box = static_cast<std::size_t>(upTo(2));
+            EXPECT_TRUE(editor.setBox(entry, *groups[box], on));
+            (box == 0 ? now.reads : box == 1 ? now.writes : now.executes) = on;
+            EXPECT_FALSE(editor.remove(entry));
+            done << key << " box " << box << ' ' << on << '\n';
+        } else if (kind == 1) {
+            EXPECT_TRUE(editor.setBox(entry, *groups[0], on));
+            now.setRead(on);
+            done << key << " read " << on << '\n';
+        } else if (kind == 2) {
+            const auto wasOn = MVTreeNode::stateOf(*groups[1]) == MVStateOn;
+            EXPECT_TRUE(editor.clickBox(entry, *groups[1]));
+            now.writes = !wasOn;
+            done << key << " click write\n";
+        } else if (kind == 3) {
+            EXPECT_TRUE(editor.setBox(entry, *groups[0]->childNodes()[1], on));
+            now.setExecution(on);
+            done << key << " execute " << on << '\n';
+        } else if (kind == 4) {
+            const std::array codes{MVAclGroupReadWrite, MVAclGroupRead, MVAclGroupWrite};
+            const auto code = codes[static_cast<std::size_t>(upTo(2))];
+            EXPECT_TRUE(editor.setPermissionGroup(entry, code));
+            now.isChosen = false;
+            now.setRead(code != MVAclGroupWrite);
+            now.writes = code != MVAclGroupRead;
+            done << key << " choice " << code << '\n';
+        } else if (kind == 5) {
+            const auto who = somebody();
+            EXPECT_TRUE(editor.setIdentity(entry, identityOf(who)));
+            done << key << " becomes " << who << '\n';
+            key = who;
+        } else {
+            done << key << " goes\n";
+            EXPECT_TRUE(editor.remove(entry));
+            expected.erase(entry);
+        }
+        return done.str();
     }
 
     std::mt19937 random_;
@@ -162,55 +218,7 @@ TEST_F(RandomEdits, AreStoredAsTheModelSaysAndGetfaclPrints) {
                         [](const auto& each) { return each.second.second.executes; });
         std::ostringstream done;
         for (int count = upTo(mostEdits); count != 0; --count, ++edits) {
-            const auto& entries = editor->entries();
-            const auto entry =
-                entries[static_cast<std::size_t>(upTo(static_cast<int>(entries.size()) - 1))];
-            auto& [key, now] = expected.at(entry);
-            const auto& groups = entry->permissions();
-            const bool on = isSo();
-            const int kind = key == "other:" ? 0 : upTo(6);
-            if (kind == 0) {
-                const auto who = somebody();
-                const auto added = editor->add(identityOf(who));
-                expected[added] = {who, {true, true, true, true}};
-                done << "add " << who << '\n';
-            } else if (!entry->isAcl()) {
-                const auto box = static_cast<std::size_t>(upTo(2));
-                ASSERT_TRUE(editor->setBox(entry, *groups[box], on));
-                (box == 0 ? now.reads : box == 1 ? now.writes : now.executes) = on;
-                EXPECT_FALSE(editor->remove(entry));
-                done << key << " box " << box << ' ' << on << '\n';
-            } else if (kind == 1) {
-                ASSERT_TRUE(editor->setBox(entry, *groups[0], on));
-                now.setRead(on);
-                done << key << " read " << on << '\n';
-            } else if (kind == 2) {
-                const auto wasOn = MVTreeNode::stateOf(*groups[1]) == MVStateOn;
-                ASSERT_TRUE(editor->clickBox(entry, *groups[1]));
-                now.writes = !wasOn;
-                done << key << " click write\n";
-            } else if (kind == 3) {
-                ASSERT_TRUE(editor->setBox(entry, *groups[0]->childNodes()[1], on));
-                now.setExecution(on);
-                done << key << " execute " << on << '\n';
-            } else if (kind == 4) {
-                const std::array codes{MVAclGroupReadWrite, MVAclGroupRead, MVAclGroupWrite};
-                const auto code = codes[static_cast<std::size_t>(upTo(2))];
-                ASSERT_TRUE(editor->setPermissionGroup(entry, code));
-                now.isChosen = false;
-                now.setRead(code != MVAclGroupWrite);
-                now.writes = code != MVAclGroupRead;
-                done << key << " choice " << code << '\n';
-            } else if (kind == 5) {
-                const auto who = somebody();
-                ASSERT_TRUE(editor->setIdentity(entry, identityOf(who)));
-                done << key << " becomes " << who << '\n';
-                key = who;
-            } else {
-                done << key << " goes\n";
-                ASSERT_TRUE(editor->remove(entry));
-                expected.erase(entry);
-            }
+            done << edit(*editor, expected);
         }
         if (const auto error = write(editor->acl()))
             ADD_FAILURE() << name << ": " << error->localizedDescription() << '\n' << done.str();

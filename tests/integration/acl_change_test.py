@@ -3,6 +3,7 @@
 
 usage: acl_change_test.py MORVANE LIBEXEC-DIR [unittest arguments]
 """
+import base64
 import fcntl
 import json
 import os
@@ -282,6 +283,61 @@ class Propagation(Changing):
         self.assertIn("user:4711:rwx", acl(self.file))
         self.assertNotIn("user:4711:rwx", acl(self.inner))
 
+    def propagate_as_nobody(self, *arguments):
+        """Everything is nobody's, but for the items of root's."""
+        for path in (self.folder, self.file, self.inner, os.path.dirname(self.inner)):
+            os.chown(path, 65534, 65534)
+        os.chown(os.path.join(self.folder, "sub"), 65534, 65534)
+        os.chmod(os.path.dirname(self.folder), 0o777)
+        return subprocess.run([MORVANE, "acl", self.folder, "--propagate", *arguments], env=ENVIRONMENT,
+                              capture_output=True, timeout=TIME_LIMIT, user=65534, group=65534, extra_groups=[])
+
+    def test_each_item_that_failed_is_listed_in_a_file_and_all_are_counted(self):
+        listed = os.path.join(os.path.dirname(self.folder), "failed items")
+        names = [b"a\tb", b"c\nd", b"e\xff", b"f", b"g", b"h", b"i"]
+        for name in names:
+            os.close(os.open(os.path.join(os.fsencode(self.folder), name), os.O_CREAT | os.O_WRONLY, 0o600))
+        result = self.propagate_as_nobody("--failures", listed)
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn(b"7 items could not be changed, the others are; the first are ", result.stderr)
+        self.assertEqual(result.stderr.splitlines()[-1],
+                         b"  4 items have what they inherit now. 7 have not.")
+        with open(listed, "rb") as f:
+            lines = sorted(f.read().splitlines())
+        folder = os.fsencode(self.folder)
+        self.assertEqual(lines, sorted(b"%s/%s\tOperation not permitted" % (folder, name)
+                                       for name in [rb"a\011b", rb"c\012d", b"e\xff", *names[3:]]))
+        again = self.propagate_as_nobody()
+        self.assertIn(b"\n  --failures FILE lists them all.\n", again.stderr)
+        for name in names:
+            os.unlink(os.path.join(folder, name))
+        self.assertEqual(self.propagate_as_nobody("--failures", listed).returncode, 0)
+        self.assertEqual(os.path.getsize(listed), 0)
+
+    def test_programs_get_the_counts_and_the_items_that_failed(self):
+        os.close(os.open(os.path.join(os.fsencode(self.folder), b"odd\xff"), os.O_CREAT | os.O_WRONLY, 0o600))
+        printed = json.loads(self.propagate_as_nobody("--json").stdout)
+        self.assertEqual((printed["exitStatus"], printed["done"], printed["failed"]), (1, 4, 1))
+        failure, = printed["failures"]
+        self.assertEqual((base64.b64decode(failure["pathBytes"]), failure["message"]),
+                         (os.fsencode(self.folder) + b"/odd\xff", "Operation not permitted"))
+        *_, end = map(json.loads, self.propagate_as_nobody("--json-lines").stdout.splitlines())
+        self.assertEqual((end["event"], end["done"], end["failed"], len(end["failures"])), ("end", 4, 1, 1))
+
+    def test_of_many_failures_a_thousand_are_listed_and_all_counted(self):
+        listed = os.path.join(os.path.dirname(self.folder), "failed")
+        many = os.path.join(self.folder, "many")
+        os.mkdir(many)
+        for i in range(1200):
+            os.close(os.open(f"{many}/{i}", os.O_CREAT | os.O_WRONLY, 0o600))
+        os.chown(many, 65534, 65534)
+        result = self.propagate_as_nobody("--failures", listed)
+        self.assertEqual(result.stderr.splitlines()[-2:],
+                         [b"  Only the first 1000 are listed.",
+                          b"  5 items have what they inherit now. 1200 have not."])
+        with open(listed, encoding="ascii") as f:
+            self.assertEqual(len(f.readlines()), 1000)
+
     def test_a_file_is_no_folder(self):
         self.assertIn("Not a directory", self.fail_with(1, "acl", self.file, "--propagate"))
 
@@ -326,7 +382,7 @@ class Interruption(Changing):
     def test_a_line_on_the_terminal_shows_that_the_work_goes_on(self):
         shown = self.on_terminal()
         drawn, line, last = shown.rpartition("\r\033[K")
-        self.assertRegex(drawn, r"^(\r\033\[K\d+ lists?)+(\r\033\[Kpropagating, \d+ s){2,}\r\033\[K$")
+        self.assertRegex(drawn, r"^(\r\033\[K\d+ lists?)+(\r\033\[Kpropagating, \d+ items?, \d+ s){2,}\r\033\[K$")
         self.assertEqual(line, "\r\033[K")
         self.assertRegex(last, r"^morvane: The propagation was cancelled after \d+ items?\.\r\n"
                                r"  What is changed stays so\.\r\n$")

@@ -117,9 +117,12 @@ class Commands(Documents):
         self.assertEqual(self.document("acl", "--json", "--restore", saved)["changed"], 1)
 
     def test_a_propagation_says_that_it_is_done(self):
-        self.assertEqual(self.document("acl", ".", "--propagate", "--json")["command"], "acl")
-        self.assertEqual([line["event"] for line in self.lines("acl", ".", "--propagate", "--json-lines")
-                          if line["event"] != "progress"], ["end"])
+        printed = self.document("acl", ".", "--propagate", "--json")
+        self.assertEqual((printed["command"], printed["done"], printed["failed"], printed["failures"]),
+                         ("acl", 1, 0, []))
+        last, = (line for line in self.lines("acl", ".", "--propagate", "--json-lines") if line["event"] != "progress")
+        self.assertEqual((last["event"], last["done"], last["failed"], last["failures"]), ("end", 1, 0, []))
+        self.assertEqual(self.document("acl", ".", "--propagate", "--json", "--dry-run")["done"], 0)
 
     def test_what_somebody_can_do_names_them(self):
         printed = self.document("access", "--json", "notes.txt", "--user", "daemon")
