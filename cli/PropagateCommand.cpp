@@ -222,7 +222,7 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
         Outcome outcome;
         if (!options.failures.empty())
             outcome.message = writtenFailures(options.failures, {});
-        if (survey)
+        if (propagated.counts || (survey && !survey->isBlind))
             outcome.output = doneText(counts.done) + undo() + '\n';
         return printed(options, counts, {}, std::move(outcome));
     }

@@ -65,7 +65,10 @@ class PrivilegedChanges : public testing::Test {
         Journal journal(notes());
         PropagateOptions options{"/nowhere/folder"};
         options.yes = yes;
-        return runPropagate(options, parts_, {parts_.sink, parts_.source, parts_.goesOn}, journal);
+        const auto propagated = [this](const EntryList& entries, const NSURL& url) {
+            return Propagated{parts_.sink(entries, url), MVItemCounts{1, 0}};
+        };
+        return runPropagate(options, parts_, {propagated, parts_.source, parts_.goesOn}, journal);
     }
 
     std::filesystem::path notes() const { return folder_.path() / "morvane" / "undo"; }
@@ -125,8 +128,7 @@ TEST_F(PrivilegedChanges, OfWhatTheUserMayNotLookAtAreAskedForAndStandInTheNotes
                           "You may not look at it. '--undo' cannot take this back: what the lists "
                           "are could not be looked at."});
     EXPECT_EQ(endings(), Endings());
-    EXPECT_EQ(propagate(true).output,
-              "Everything below '/nowhere/folder' has what it inherits now.\n");
+    EXPECT_EQ(propagate(true).output, "1 item has what it inherits now.\n");
     EXPECT_EQ(asked_.size(), 1U);
     // So that no older change is taken back in its place.
     EXPECT_EQ(endings(), Endings{".lost"});
