@@ -16,6 +16,7 @@ public class Window : Adw.ApplicationWindow {
 
     private Items items;
     private bool closing = false;
+    private bool was_shown = false;
 
     private Adw.WindowTitle heading = new Adw.WindowTitle("", "");
     private Gtk.Stack stack = new Gtk.Stack();
@@ -108,8 +109,9 @@ public class Window : Adw.ApplicationWindow {
     }
 
     private void show_for_the_first_time() {
-        if (get_mapped() || closing)
-            return;
+        if (was_shown)
+            return;  // and may be closed by now
+        was_shown = true;
         // A focus that comes later is faded in: ten more frames.
         table.focus_rows();
         present();
