@@ -74,7 +74,9 @@ class RandomEdits : public ClientTest {
 
     int upTo(int most) { return std::uniform_int_distribution<int>(0, most)(random_); }
     bool isSo() { return upTo(1) == 1; }
-    std::string someLetters() { return lettersOf(isSo(), isSo(), isSo()); }
+    std::string someLetters(bool mayExecute) {
+        return lettersOf(isSo(), isSo(), isSo() && mayExecute);
+    }
     /// One that every system has: "user:1" or "group:3".
     std::string somebody() { return (isSo() ? "user:" : "group:") + std::to_string(1 + upTo(2)); }
     static CBIdentityRef identityOf(const std::string& key) {
@@ -95,11 +97,12 @@ class RandomEdits : public ClientTest {
                 std::filesystem::create_directory(tree_ / name);
             else
                 std::ofstream(tree_ / name).flush();
-            wanted << "# file: " << name << "\nuser::" << someLetters()
+            const bool mayExecute = isSo();
+            wanted << "# file: " << name << "\nuser::" << someLetters(mayExecute)
                    << "\ngroup::---\nother::---\n";
             // A user who has less than a group is shown as denied the rest; here all are allowed.
             for (const auto* const user : {"user:1:", "user:2:", "user:3:"}) {
-                if (const auto letters = someLetters(); letters != "---")
+                if (const auto letters = someLetters(mayExecute); letters != "---")
                     wanted << user << letters << '\n';
             }
             // As wide as can be, so that it holds nothing back.
