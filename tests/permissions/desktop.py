@@ -23,8 +23,10 @@ def begin_session(launcher=()):
     os.environ.update({"HOME": folder, "XDG_RUNTIME_DIR": os.path.join(folder, "runtime"),
                        "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo"})
     subprocess.run([*launcher, "mkdir", "--mode=700", os.environ["XDG_RUNTIME_DIR"]], check=True)
+    # In a process namespace of its own, a server takes the displays of others for those of dead ones, and they take its own.
+    display = [f":{100 + os.stat('/proc/self/ns/pid').st_ino % 10000}"] if launcher else []
     read, write = os.pipe()
-    server = subprocess.Popen([*launcher, "Xvfb", "-displayfd", str(write), "-screen", "0", "1600x1600x24", "-nolisten",
+    server = subprocess.Popen([*launcher, "Xvfb", *display, "-displayfd", str(write), "-screen", "0", "1600x1600x24", "-nolisten",
                                "tcp"], pass_fds=[write], stderr=subprocess.DEVNULL)
     os.close(write)
     with os.fdopen(read) as number:

@@ -137,7 +137,7 @@ bool hasWords(const std::string& key) {
 /// Words that some of the languages have in common with English.
 const std::set<std::string> sharedWords{"Usage",      "Administration", "Options", "OPTIONS",
                                         "Status %1.", "%1 excludes %2", "no",      "total",
-                                        "Menu",       "_Permissions"};
+                                        "Menu",       "_Permissions",   "Mode"};
 
 TEST_P(CataloguesTest, EachTextIsTranslatedWithAllItsArguments) {
     const auto texts = textsOfList();
@@ -171,7 +171,7 @@ TEST_P(CataloguesTest, EachTextWithACountIsTranslatedForEachCount) {
             EXPECT_TRUE(count == 1 || text.many.find("%1") == text.many.npos ||
                         said.find(std::to_string(count)) != said.npos)
                 << said;
-            EXPECT_EQ(said.find('%'), said.npos) << said;
+            EXPECT_EQ(percentsIn(said), percentsIn(phrase.english())) << said;
             EXPECT_TRUE(said != phrase.english() || !hasWords(text.one)) << said;
         }
     }
