@@ -2,6 +2,8 @@
 #include <MorvaneOperation/MVItemFailures.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <utility>
 
 namespace morvane {
@@ -13,10 +15,16 @@ const Value* find(const NSErrorUserInfo& userInfo, const char* key) {
     return found == userInfo.end() ? nullptr : std::get_if<Value>(&found->second);
 }
 
-/// No peer can have a count be negative.
 std::uint64_t countFor(const NSErrorUserInfo& userInfo, const char* key) {
+    constexpr std::int64_t most = std::int64_t{1} << 53;
     const auto* const count = find<std::int64_t>(userInfo, key);
-    return count ? static_cast<std::uint64_t>(std::max<std::int64_t>(*count, 0)) : 0;
+    return count ? static_cast<std::uint64_t>(std::clamp<std::int64_t>(*count, 0, most)) : 0;
+}
+
+/// As many as are named at most.
+std::vector<NSErrorRef>::const_iterator endOfNamed(const std::vector<NSErrorRef>& errors) {
+    return errors.begin() +
+           static_cast<std::ptrdiff_t>(std::min(errors.size(), MVMostItemFailures));
 }
 
 bool isOfAnItem(const NSErrorRef& error) {
@@ -34,6 +42,7 @@ MVItemFailures failuresOfError(const NSError& error) {
         std::copy_if(all->begin(), all->end(), std::back_inserter(failures.errors), isOfAnItem);
     failures.counts.failed =
         std::max<std::uint64_t>(failures.counts.failed, failures.errors.size());
+    failures.errors.erase(endOfNamed(failures.errors), failures.errors.end());
     return failures;
 }
 
@@ -41,9 +50,11 @@ NSErrorRef errorWithFailures(const NSErrorRef& error, const MVItemFailures& fail
     auto userInfo = error->userInfo();
     std::vector<NSErrorRef> all;
     if (const auto* known = find<std::vector<NSErrorRef>>(userInfo, NSMultipleUnderlyingErrorsKey))
-        all = *known;
-    all.insert(all.end(), failures.errors.begin(), failures.errors.end());
-    if (!all.empty())
+        std::remove_copy_if(known->begin(), known->end(), std::back_inserter(all), isOfAnItem);
+    all.insert(all.end(), failures.errors.begin(), endOfNamed(failures.errors));
+    if (all.empty())
+        userInfo.erase(NSMultipleUnderlyingErrorsKey);
+    else
         userInfo.insert_or_assign(NSMultipleUnderlyingErrorsKey, std::move(all));
     userInfo.insert_or_assign(MVItemsDoneKey, static_cast<std::int64_t>(failures.counts.done));
     userInfo.insert_or_assign(MVItemsFailedKey, static_cast<std::int64_t>(failures.counts.failed));

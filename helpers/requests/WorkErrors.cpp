@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "WorkErrors.h"
 
+#include <MorvaneOperation/MVItemFailures.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,6 +45,7 @@ Phrase leftText(WorkEnd end) {
 }
 
 std::vector<NSErrorRef> errorsOfFailures(const WalkFailures& failures) {
+    static_assert(maxFailuresKept <= MVMostItemFailures);
     std::vector<NSErrorRef> errors;
     errors.reserve(failures.first.size());
     for (const auto& [path, code] : failures.first) {
