@@ -173,6 +173,10 @@ Outcome failed(const std::string& what, const NSErrorRef& error, Effect effect) 
     return {exitCodeOf(*error), {}, failureMessage(what, *error, effect), error};
 }
 
+std::string stoppedLooking() {
+    return message({say("stopped; the rest was not looked at.")});
+}
+
 std::string failureMessage(const std::string& what, const NSError& error, Effect effect) {
     // TRANSLATORS: What failed, and why.
     auto text = message({say("%1: %2", what, escaped(descriptionOf(error)))});

@@ -26,6 +26,9 @@ std::string advice(const NSError& error, Effect effect);
 /// The end of a command: `what` has failed, because of the error, which is not null.
 Outcome failed(const std::string& what, const NSErrorRef& error, Effect effect = Effect::reads);
 
+/// What a command that only looks says when the user has stopped it.
+std::string stoppedLooking();
+
 /// The lines for standard error: what failed ("cannot list 'PATH'"), why, and what helps.
 std::string failureMessage(const std::string& what, const NSError& error,
                            Effect effect = Effect::reads);

@@ -37,6 +37,31 @@ bool contains(const std::vector<std::uint32_t>& ids, std::uint32_t id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
+const PosixNamedRights* named(const std::vector<PosixNamedRights>& all, std::uint32_t id) {
+    const auto at = std::lower_bound(all.begin(), all.end(), id,
+                                     [](const auto& one, auto wanted) { return one.id < wanted; });
+    return at != all.end() && at->id == id ? &*at : nullptr;
+}
+
+/// The kernel ignores a list whose mask lets nothing through: the users and groups that it names
+/// then have the rights of others, and the owning group has none.
+bool isVoid(const PosixList& list) {
+    return list.mask == PosixNothing;
+}
+
+/// The list with what counts of it, and no mask.
+PosixList countingList(PosixList list) {
+    if (isVoid(list))
+        return {list.owner, PosixNothing, list.others, {}, {}, {}};
+    list.owningGroup = list.effective(list.owningGroup);
+    for (auto* entries : {&list.users, &list.groups}) {
+        for (auto& entry : *entries)
+            entry.rights = list.effective(entry.rights);
+    }
+    list.mask.reset();
+    return list;
+}
+
 Boxes boxesBelow(const NSTreeNode& node) {
     if (node.childNodes().empty()) {
         const auto* permission = MVTreeNode::permissionOf(node);
@@ -60,7 +85,17 @@ Boxes boxesIn(const std::vector<std::shared_ptr<MVTreeNode>>& nodes) {
 }
 
 ListedRights::ListedRights(const EntryList& entries)
-    : entries_(entries), list_(ItemList::asRead(entries)) {}
+    : entries_(entries), list_(ItemList::asRead(entries)) {
+    if (!list_ || !list_->posixAcl())
+        return;
+    // What the entries show does not tell a mask that lets nothing through.
+    stored_ = list_->storedPosixAcl()->access;
+    counting_ = countingList(stored_);
+    for (const auto& entry : entries_) {
+        if (entry->tag() == MVAclTagAllow && appliesToItem(*entry))
+            byWhom_.try_emplace({!entry->isAcl(), uuidOfPosixIdentity(identityOf(*entry))}, entry);
+    }
+}
 
 bool ListedRights::isOwner(const CBPosixIdentity& who) const {
     return list_ && who == CBPosixIdentity{CBPosixUser{list_->item().owner}};
@@ -72,12 +107,18 @@ bool ListedRights::isForOthers(const Granted& granted) {
     });
 }
 
+bool ListedRights::isVoidFor(const CBPosixIdentity& who) const {
+    if (!isVoid(stored_))
+        return false;
+    const auto* user = std::get_if<CBPosixUser>(&who);
+    const auto* group = std::get_if<CBPosixGroup>(&who);
+    return (user && named(stored_.users, user->uid)) ||
+           (group && named(stored_.groups, group->gid));
+}
+
 std::shared_ptr<MVAclEntry> ListedRights::entryFor(const CBPosixIdentity& who, bool isClass) const {
-    const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const auto& entry) {
-        return entry->isAcl() != isClass && entry->tag() == MVAclTagAllow &&
-               identityOf(*entry) == who && appliesToItem(*entry);
-    });
-    return found == entries_.end() ? nullptr : *found;
+    const auto found = byWhom_.find({isClass, uuidOfPosixIdentity(who)});
+    return found == byWhom_.end() ? nullptr : found->second;
 }
 
 ListedRights::Granted ListedRights::to(const CBPosixIdentity& who,
@@ -92,7 +133,7 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
                                             const std::vector<std::uint32_t>& groups,
                                             Boxes wanted) const {
     const auto& acl = *list_->posixAcl();
-    const auto& list = acl.access;
+    const auto& list = counting_;
     Granted granted;
     const auto give = [&](const CBPosixIdentity& whose, bool isClass, PosixRights rights,
                           Boxes further = 0) {
@@ -108,11 +149,9 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
         return granted;
     }
     if (const auto* user = std::get_if<CBPosixUser>(&who)) {
-        for (const auto& named : list.users) {
-            if (named.id == user->uid) {
-                give(who, false, list.counting(named.rights));
-                return granted;
-            }
+        if (const auto* own = named(list.users, user->uid)) {
+            give(who, false, own->rights);
+            return granted;
         }
     }
     const auto* group = std::get_if<CBPosixGroup>(&who);
@@ -122,12 +161,12 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
     bool isMember = false;
     if (isIn(acl.group)) {
         isMember = true;
-        give(CBPosixGroup{acl.group}, true, list.effective(list.owningGroup));
+        give(CBPosixGroup{acl.group}, true, list.owningGroup);
     }
-    for (const auto& named : list.groups) {
-        if (isIn(named.id)) {
+    for (const auto& entry : list.groups) {
+        if (isIn(entry.id)) {
             isMember = true;
-            give(CBPosixGroup{named.id}, false, list.counting(named.rights));
+            give(CBPosixGroup{entry.id}, false, entry.rights);
         }
     }
     if (!isMember)

@@ -5,8 +5,10 @@
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "EntryText.h"
@@ -38,6 +40,8 @@ class ListedRights {
 
     /// Whether root has rights that the list does not give; on a network mount the server says.
     bool isOverruledByRoot() const { return list_ && list_->posixAcl(); }
+    /// Whether `who` is named by a list that the kernel ignores, as its mask lets nothing through.
+    bool isVoidFor(const CBPosixIdentity& who) const;
     /// Whether the item is the user's.
     bool isOwner(const CBPosixIdentity& who) const;
     /// Whether the rights come from being one of everyone, and from nothing else.
@@ -54,6 +58,11 @@ class ListedRights {
 
     const EntryList entries_;
     const std::optional<ItemList> list_;
+    /// A POSIX list as it is stored, and what counts of it, without a mask.
+    PosixList stored_;
+    PosixList counting_;
+    /// What entryFor() finds in a POSIX list, which may have thousands of entries.
+    std::map<std::pair<bool, NSUUID>, std::shared_ptr<MVAclEntry>> byWhom_;
 };
 
 }  // namespace morvane

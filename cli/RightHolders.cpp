@@ -111,7 +111,7 @@ NSErrorRef Asking::ask(const NSURL& url) {
             const auto boxes = boxesIn(*answer);
             person.boxes = boxes & wanted_;
             person.granted = list_.to(person.who, groupsOf(person), wanted_);
-            // Whoever gets there may look at its attributes at least.
+            // Whoever gets there may look at the attributes at least; findFolders() looks closer.
             person.isKeptOut = boxes == 0 && person.granted.boxes != 0;
             found_.all.push_back(std::move(person));
         }
@@ -127,10 +127,10 @@ NSErrorRef Asking::ask(const NSURL& url) {
 void Asking::compareWithOthers() {
     const auto& others = found_.all.back();
     for (auto& person : found_.all)
-        person.isLikeOthers = !person.isEveryone() && !person.isRoot() &&
-                              person.boxes == others.boxes &&
-                              person.granted.boxes == others.granted.boxes &&
-                              ListedRights::isForOthers(person.granted);
+        person.isLikeOthers =
+            !person.isEveryone() && !person.isRoot() && person.boxes == others.boxes &&
+            person.granted.boxes == others.granted.boxes && !list_.isVoidFor(person.who) &&
+            ListedRights::isForOthers(person.granted);
 }
 
 std::vector<std::uint32_t> Asking::groupsOf(const RightHolder& person) const {
@@ -158,11 +158,13 @@ void Asking::findFolders(const NSURL& url) {
                      [](const auto& p) { return p.isKeptOut; }))
         return;
     std::vector<std::pair<std::string, ListedRights>> above;
+    bool areAllSeen = true;
     for (auto path = sources_.resolved(url).path(); path.size() > 1;) {
         path.resize(std::max<std::size_t>(path.rfind('/'), 1));
-        // A folder that cannot be looked at is passed over.
         if (const auto entries = sources_.list(NSURL::fileURLWithPath(path)))
             above.emplace_back(path, ListedRights(*entries));
+        else
+            areAllSeen = false;
     }
     for (auto& person : found_.all) {
         if (!person.isKeptOut)
@@ -173,6 +175,8 @@ void Asking::findFolders(const NSURL& url) {
         });
         if (closed != above.rend())
             person.folder = closed->first;
+        else
+            person.isKeptOut = !areAllSeen;  // what cannot be looked at may keep out
     }
 }
 

@@ -76,13 +76,32 @@ std::string maskOver(const MVAclEntry& entry) {
     return isLimited ? masksHoldingBack(entry.origin().get()).list : std::string();
 }
 
+/// Whether there is an entry of the other kind for the same group, as the owning group may be named
+/// as well.
+bool hasFor(const MVAclEntry& group, EntrySubject kind, const EntryList& entries) {
+    return std::any_of(entries.begin(), entries.end(), [&](const auto& other) {
+        return subjectOfEntry(*other) == kind && other->uuid() == group.uuid();
+    });
+}
+
 std::vector<Phrase> Answer::throughWhat(const RightHolder& person) const {
     std::vector<Phrase> through;
     if (person.isRoot() && list_.isOverruledByRoot())
         return {phrase("root, whatever the list says")};
     for (const auto& entry : person.granted.through) {
         const auto letters = maskOver(*entry);
-        const auto who = whoText(*entry);
+        auto who = whoText(*entry);
+        const auto subject = subjectOfEntry(*entry);
+        if (subject == EntrySubject::group &&
+            hasFor(*entry, EntrySubject::owningGroup, person.granted.through))
+            continue;  // told with that
+        if (subject == EntrySubject::owningGroup &&
+            hasFor(*entry, EntrySubject::group, person.granted.through))
+            // TRANSLATORS: "group staff (owning group) and by name"
+            who = phrase("%1 and by name", who);
+        else if (subject == EntrySubject::everyone && list_.isVoidFor(person.who))
+            // TRANSLATORS: "everyone (the mask --- voids the list)", of one whom the list names.
+            who = phrase("%1 (the mask --- voids the list)", who);
         // TRANSLATORS: The entry by which somebody has a right, as "user alice, mask r-x".
         through.push_back(letters.empty() ? who : phrase("%1, mask %2", who, letters));
     }
@@ -246,10 +265,8 @@ Outcome toldOf(const std::string& path, const WhoCanOptions& options, const Righ
         wanted |= options.right.empty() || options.right == right.word ? right.box : 0;
     const auto holders = rightHoldersOf(url, *entries, wanted, sources);
     if (!holders) {
-        auto outcome = failed(what, holders.error());
-        if (!sources.goesOn())
-            outcome.exitCode = ExitInterrupted;
-        return outcome;
+        return sources.goesOn() ? failed(what, holders.error())
+                                : Outcome{ExitInterrupted, {}, stoppedLooking()};
     }
     const Answer answer(options, wanted, *entries, *holders);
     if (options.json)

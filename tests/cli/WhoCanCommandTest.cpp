@@ -23,15 +23,15 @@ class WhoCan : public testing::Test {
   protected:
     Outcome run(const WhoCanOptions& options) { return runWhoCan(options, parts, Style(false)); }
 
-    static EntryList entries() {
+    static EntryList entries(PosixRights others = PosixRead, bool isDirectory = false) {
         const PosixAcl acl{3999999990,
                            3999999990,
-                           false,
-                           {PosixRead, PosixNothing, PosixRead, std::nullopt, {}, {}},
+                           isDirectory,
+                           {PosixRead | others, PosixNothing, others, std::nullopt, {}, {}},
                            {}};
         auto entries = entriesOfPosixAcl(acl);
         const auto origin = MVAclOrigin::initWithValues({NSURL::fileURLWithPath("/notes"),
-                                                         false,
+                                                         isDirectory,
                                                          acl.owner,
                                                          acl.group,
                                                          MVAclStorage::posix,
@@ -84,8 +84,28 @@ TEST_F(WhoCan, EndsAtOnceWhenTheUserHasStoppedIt) {
     const auto outcome = run({{"notes", "more"}, ""});
     EXPECT_EQ(outcome.exitCode, ExitInterrupted);
     EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(std::count(outcome.message.begin(), outcome.message.end(), '\n'), 1)
-        << outcome.message;
+    EXPECT_EQ(outcome.message, "morvane: stopped; the rest was not looked at.\n");
+}
+
+TEST_F(WhoCan, NamesAFolderAboveOnlyIfOneMayKeepOut) {
+    parts.access = [](const NSURL&, const std::vector<NSUUID>& whom) {
+        return std::vector<Result<PermissionList>>(whom.size(), permissionTree(0, false));
+    };
+    parts.list = [](const NSURL& url) {
+        return url.lastPathComponent() == "notes" ? entries() : entries(PosixExecute, true);
+    };
+    const auto open = run({{"/top/notes"}, "read"}).output;
+    EXPECT_TRUE(has(open, "The mount or a flag of the item forbids some of")) << open;
+    EXPECT_FALSE(has(open, "keeps out")) << open;
+    const auto refused = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES);
+    parts.list = [&](const NSURL& url) -> Result<EntryList> {
+        if (url.lastPathComponent() == "notes")
+            return entries();
+        return Failure{refused};
+    };
+    const auto unseen = run({{"/top/notes"}, "read"}).output;
+    EXPECT_TRUE(has(unseen, "A folder above keeps out, whatever the list says: ")) << unseen;
+    EXPECT_FALSE(has(unseen, "forbids")) << unseen;
 }
 
 TEST_F(WhoCan, TellsWhyThePermissionsAreNotKnown) {

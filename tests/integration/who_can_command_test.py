@@ -174,6 +174,30 @@ class Posix(ListCommand):
              self.folder], cwd=self.folder, env=ENVIRONMENT, capture_output=True, text=True, timeout=TIME_LIMIT)
         self.assertEqual(result.stdout.splitlines()[1:], ["Nobody has this right.", forbids], result.stderr)
 
+    def test_what_a_flag_forbids_is_told(self):
+        os.chmod(self.file, 0o666)
+        subprocess.run(["chattr", "+i", self.file], check=True, timeout=TIME_LIMIT)
+        self.addCleanup(subprocess.run, ["chattr", "-i", self.file], check=True, timeout=TIME_LIMIT)
+        self.assertEqual(self.lines("who-can", "notes", "--right", "write")[1:], [
+            "Nobody has this right.", "The mount or a flag of the item forbids some of what the list allows."])
+
+    def test_a_list_whose_mask_lets_nothing_through_is_void(self):
+        os.chown(self.file, 0, 2)
+        self.setfacl("-m", "u:bin:rw,u:games:rw,g:man:rw,m::-,o::r", self.file)
+        rows, notes = self.table("notes")
+        through = "everyone (the mask --- voids the list)"
+        self.assertEqual(rows, [["user games", "r-----", through], ["group man", "r-----", through],
+                                ["user root", "rw-dCo", "root, whatever the list says"],
+                                ["everyone else", "r-----", "everyone"]])
+        self.assertEqual([note for note in notes if "keeps" in note or "forbids" in note], [])
+        self.assertEqual(self.document("who-can", "notes")["items"][0]["keptOut"], [])
+
+    def test_an_owning_group_that_is_named_as_well_is_told_once(self):
+        os.chown(self.file, 0, 2)
+        self.setfacl("-m", "g:bin:rw,m::r,o::-", self.file)
+        rows, _ = self.table("notes")
+        self.assertIn(["group bin", "r-----", "group bin (owning group) and by name, mask r--"], rows)
+
     def test_nobody_makes_anything_in_a_folder_that_they_cannot_enter(self):
         self.make_folder("sub", mode=0o766)
         rows, notes = self.table("sub")
@@ -233,6 +257,7 @@ class Posix(ListCommand):
         self.assertEqual(process.stderr.readline(), "enumerating\n")
         process.send_signal(signal.SIGINT)
         self.assertEqual((process.stdout.read(), process.wait(TIME_LIMIT)), ("", 130))
+        self.assertEqual(process.stderr.read(), "morvane: stopped; the rest was not looked at.\n")
         process.stdout.close()
         process.stderr.close()
 
