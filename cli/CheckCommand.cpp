@@ -39,20 +39,6 @@ bool hasName(const CBPosixIdentity& who) {
     return !group || nameOfOwner(group->gid, true).has_value();
 }
 
-/// Whether the list lets somebody but root do all of `needed`.
-bool isForSomebody(const EntryList& entries, Boxes needed) {
-    const ListedRights rights(entries);
-    return std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
-        const auto who = subjectOf(*entry);
-        // The server of a network mount may know whom this system does not.
-        if (!who)
-            return entry->tag() == MVAclTagAllow &&
-                   (boxesIn(entry->permissions()) & needed) == needed;
-        return *who != CBPosixIdentity{CBPosixUser{0}} &&
-               rights.to(*who, {}, needed).boxes == needed;
-    });
-}
-
 class Check {
   public:
     Check(const CheckOptions& options, const TreeParts& parts) : options_(options), parts_(parts) {}
@@ -65,6 +51,10 @@ class Check {
               const GivenList& given, std::vector<std::string>& below);
     void lookAt(const std::string& path, const EntryList& entries, const GivenList* given);
     void lookForUnknown(const std::string& path, const EntryList& entries);
+    /// Whether the list lets somebody but root do all of `needed`. A group without members is
+    /// nobody.
+    bool isForSomebody(const EntryList& entries, Boxes needed);
+    bool isInUse(const CBPosixGroup& group);
     void tell(const std::string& path, Finding finding, const Phrase& reason,
               const std::string& identity = {});
     void fail(const std::string& path, const NSErrorRef& error);
@@ -80,8 +70,40 @@ class Check {
     std::array<std::size_t, namesOfFindings.size()> found_{};
     std::size_t failed_ = 0;
     NSErrorRef error_;
+    bool groupsAsked_ = false;
+    std::optional<std::set<std::uint32_t>> groups_;
     Json findings_ = Json::array();
 };
+
+bool Check::isInUse(const CBPosixGroup& group) {
+    if (!groupsAsked_)
+        groups_ = parts_.groupsInUse();
+    groupsAsked_ = true;
+    // Whoever has the number of a group that this system does not know may be elsewhere.
+    return !groups_ || groups_->contains(group.gid) || !hasName(group);
+}
+
+bool Check::isForSomebody(const EntryList& entries, Boxes needed) {
+    const ListedRights rights(entries);
+    std::vector<CBPosixGroup> groups;
+    for (const auto& entry : entries) {
+        const auto who = subjectOf(*entry);
+        // The server of a network mount may know whom this system does not.
+        const bool has = who ? *who != CBPosixIdentity{CBPosixUser{0}} &&
+                                   rights.to(*who, {}, needed).boxes == needed
+                             : entry->tag() == MVAclTagAllow &&
+                                   (boxesIn(entry->permissions()) & needed) == needed;
+        if (!has)
+            continue;
+        const auto* const group = who ? std::get_if<CBPosixGroup>(&*who) : nullptr;
+        if (!group)
+            return true;
+        groups.push_back(*group);
+    }
+    // Only now, as listing the users of a system takes its time.
+    return std::any_of(groups.begin(), groups.end(),
+                       [&](const CBPosixGroup& group) { return isInUse(group); });
+}
 
 void Check::fail(const std::string& path, const NSErrorRef& error) {
     ++failed_;
@@ -246,7 +268,7 @@ Outcome Check::run() {
     if (goesOn) {
         ++done_;
         lookAt(options_.path, *lists.front(), nullptr);
-        const auto facts = parts_.facts(options_.path);
+        const auto facts = factsOfNamed(options_.path, parts_.facts);
         const bool isFolder = isOfFolder(*lists.front()) || (facts && facts->isFolder());
         mount_ = !options_.crossesMounts && facts ? facts->mount : 0;
         if (isFolder)
@@ -269,7 +291,7 @@ Outcome Check::run() {
     }
     if (!goesOn) {
         outcome.exitCode = ExitInterrupted;
-        outcome.message = message({say("stopped; the rest was not looked at.")});
+        outcome.message = stoppedLooking();
     }
     if (options_.lines)
         outcome.output = lastJsonLine("check", {{"counts", counts()}}, outcome);

@@ -181,7 +181,7 @@ Outcome Comparison::run(ComparedSide& before, ComparedSide& after) {
     }
     if (!goesOn) {
         outcome.exitCode = ExitInterrupted;
-        outcome.message = message({say("stopped.")});
+        outcome.message = stoppedLooking();
     }
     if (options_.json)
         outcome.output = jsonDocument(

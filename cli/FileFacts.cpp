@@ -10,6 +10,7 @@
 #include <array>
 #include <climits>
 #include <map>
+#include <string_view>
 
 namespace morvane {
 
@@ -59,6 +60,15 @@ std::optional<FileFacts> factsOfFile(const std::string& path) {
     if (S_ISLNK(facts->mode))
         facts->target = targetOf(path);
     return facts;
+}
+
+std::optional<FileFacts> factsOfNamed(const std::string& path, const FactsSource& facts) {
+    auto own = facts(path);
+    if (!own || own->kind() != std::string_view("link"))
+        return own;
+    // Behind the slash only a folder is found, whoever may enter it.
+    const auto folder = facts(path + '/');
+    return folder ? folder : own;
 }
 
 std::string identityOfFile(const std::string& path) {

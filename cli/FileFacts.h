@@ -39,6 +39,9 @@ std::optional<FileFacts> factsOfFile(const std::string& path);
 /// The same without its list and its target, for which the system would have to be asked anew.
 std::optional<FileFacts> glimpseOfFile(const std::string& path);
 
+/// The facts of an item that was named: those of the folder that a link leads to.
+std::optional<FileFacts> factsOfNamed(const std::string& path, const FactsSource& facts);
+
 /// What tells the item at `path` from any other that takes its place there: its inode, and when it
 /// was made, as the device may have another number after each start. Where the file system does not
 /// know that time, the device does instead. Empty for a link, and for what this program cannot see.

@@ -92,17 +92,25 @@ Phrase GivenList::differenceOfPosix(const EntryList& item, const PosixAcl& acl) 
                    : phrase("the folder gives no list, and it has one of its own: %1 has an entry",
                             whoText(**own));
     }
-    const auto& given = acl.isDirectory          ? posix_->folder
-                        : isExecuted(acl.access) ? posix_->executable
-                                                 : posix_->file;
     const auto defaults = acl.isDirectory ? posix_->folderDefaults : std::nullopt;
-    if (isSame(given, acl.access) && isSame(defaults, acl.defaults))
-        return {};
-    const auto expected =
-        entriesOfPosixAcl({acl.owner, acl.group, acl.isDirectory, given, defaults});
-    for (const auto& entry : expected)
-        entry->setOrigin(item.front()->origin());
-    const auto difference = morvane::differenceOf({"", expected}, {"", item});
+    const auto differenceFrom = [&](const PosixList& given) -> ListDifference {
+        if (isSame(given, acl.access) && isSame(defaults, acl.defaults))
+            return {};
+        const auto expected =
+            entriesOfPosixAcl({acl.owner, acl.group, acl.isDirectory, given, defaults});
+        for (const auto& entry : expected)
+            entry->setOrigin(item.front()->origin());
+        return morvane::differenceOf({"", expected}, {"", item});
+    };
+    auto difference = differenceFrom(acl.isDirectory          ? posix_->folder
+                                     : isExecuted(acl.access) ? posix_->executable
+                                                              : posix_->file);
+    // What lets somebody execute a file may be the very mistake, such as a mask that was made anew.
+    if (!acl.isDirectory && !difference.entries.empty()) {
+        auto other = differenceFrom(posix_->file);
+        if (other.entries.size() < difference.entries.size())
+            difference = std::move(other);
+    }
     return difference.entries.empty() ? Phrase() : differs(difference);
 }
 

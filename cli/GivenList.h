@@ -19,7 +19,8 @@ class GivenList {
 
     /// What the list of an item in the folder says otherwise than --propagate would make it. Where
     /// the folder gives nothing, an item may have any mode, and its list is expected to name nobody
-    /// and to give nothing on. Empty if it is as expected.
+    /// and to give nothing on. A file is compared with the list from which it differs less: that of
+    /// one that somebody can execute, or of another. Empty if it is as expected.
     Phrase differenceOf(const EntryList& item) const;
 
   private:

@@ -22,14 +22,14 @@ bool walkItems(const std::string& path, bool recursive, const WalkParts& parts) 
         bool isBelow;
     };
     std::vector<Item> left{{path, false}};
-    const auto top = parts.facts(path);
+    const auto top = factsOfNamed(path, parts.facts);
     while (!left.empty()) {
         const auto item = std::move(left.back());
         left.pop_back();
         const auto facts = parts.facts(item.path);
         if (item.isBelow && facts && facts->kind() == std::string_view("link"))
             continue;
-        if (parts.staysOnMount && top && facts && facts->mount != top->mount)
+        if (parts.staysOnMount && item.isBelow && top && facts && facts->mount != top->mount)
             continue;
         // A link that was named is followed; of what this program cannot see, the service tells.
         const bool mayBeFolder = !facts || facts->isFolder() || !item.isBelow;

@@ -6,6 +6,8 @@
 #include <MorvaneOperation/platform/identity/CBIdentity.h>
 
 #include <algorithm>
+#include <compare>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -27,7 +29,7 @@ struct EntryKey {
     std::int64_t appliesTo = 0;
     /// In a POSIX list allowing and denying are two sides of one entry.
     std::int32_t tag = 0;
-    bool operator==(const EntryKey&) const = default;
+    auto operator<=>(const EntryKey&) const = default;
 };
 
 std::string whoKey(const MVAclEntry& entry, MVAclStorage storage) {
@@ -70,17 +72,18 @@ Phrase permissionsOf(const MVAclEntry& entry) {
 std::vector<KeyedEntry> keyedEntries(const EntryList& entries) {
     const auto storage = storageOf(entries);
     std::vector<KeyedEntry> keyed;
+    std::map<EntryKey, std::size_t> places;
     for (const auto& entry : entries) {
         const bool isNfs4 = storage == MVAclStorage::nfs4;
         EntryKey key{whoKey(*entry, storage), appliesToCode(*entry), isNfs4 ? entry->tag() : 0};
         auto seen = givenLetters(*entry) + ' ' + permissionsOf(*entry).english() +
                     (entry->inherited() ? " inherited" : "");
         // What a POSIX list denies follows from what it allows, unless that is nothing.
-        const auto same = std::find_if(keyed.begin(), keyed.end(),
-                                       [&](const auto& other) { return other.key == key; });
-        if (!isNfs4 && same != keyed.end()) {
-            if (same->entry->tag() == MVAclTagDeny)
-                *same = {std::move(key), entry, std::move(seen)};
+        const auto [place, isNew] = places.emplace(key, keyed.size());
+        if (!isNfs4 && !isNew) {
+            auto& same = keyed[place->second];
+            if (same.entry->tag() == MVAclTagDeny)
+                same = {std::move(key), entry, std::move(seen)};
             continue;
         }
         keyed.push_back({std::move(key), entry, std::move(seen)});
@@ -164,13 +167,16 @@ ListDifference differenceOf(const ComparedList& before, const ComparedList& afte
     compareFacts(before, after, difference);
     const auto old = keyedEntries(before.entries);
     const auto now = keyedEntries(after.entries);
+    std::map<EntryKey, std::vector<std::size_t>> placesOfKeys;
+    for (std::size_t i = 0; i != now.size(); ++i)
+        placesOfKeys[now[i].key].push_back(i);
     std::vector<bool> isTaken(now.size());
     std::vector<std::size_t> places;
     // The same entry first, as an NFSv4 list may have several for the same.
     const auto placeOf = [&](const KeyedEntry& entry) {
         std::optional<std::size_t> like;
-        for (std::size_t i = 0; i != now.size(); ++i) {
-            if (isTaken[i] || now[i].key != entry.key)
+        for (const auto i : placesOfKeys[entry.key]) {
+            if (isTaken[i])
                 continue;
             if (now[i].seen == entry.seen)
                 return std::optional(i);

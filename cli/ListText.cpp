@@ -5,11 +5,11 @@
 #include <MorvaneOperation/PosixAclEntries.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 #include <utility>
 
 namespace morvane {
@@ -141,17 +141,24 @@ EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, P
 }
 
 std::string contentOfFile(const std::string& path, Problem& problem) {
-    std::ostringstream content;
+    std::string content;
     std::ifstream file;
     errno = 0;
     if (path != "-")
         file.open(path, std::ios::binary);
     std::istream& from = path == "-" ? std::cin : file;
-    if (from && from.peek() != std::istream::traits_type::eof())
-        content << from.rdbuf();
+    std::array<char, std::size_t{64} << 10> block{};
+    while (from && content.size() <= mostContent) {
+        from.read(block.data(), block.size());
+        content.append(block.data(), static_cast<std::size_t>(from.gcount()));
+    }
     if ((path != "-" && !file.is_open()) || from.bad() || errno == EISDIR)
         problem = say("'%1' cannot be read: %2", escaped(path), Phrase::ofSystemError(errno));
-    return std::move(content).str();
+    else if (content.size() > mostContent)
+        problem =
+            say("'%1' holds more than %2 MiB, which is no file of lists, or one to be divided",
+                escaped(path), mostContent >> 20);
+    return content;
 }
 
 }  // namespace morvane

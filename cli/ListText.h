@@ -4,6 +4,7 @@
 #include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/MVAclOrigin.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,10 @@ std::string listAsText(std::string_view path, const EntryList& entries);
 
 /// The entries of `list` for that item, as if they were read from it.
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem);
+
+/// A file of lists has at most so many bytes, as it is held in memory, and what it says several
+/// times over. --save takes some 200 for an item: these are the lists of two million.
+inline constexpr std::size_t mostContent = std::size_t{512} << 20;
 
 /// What the file holds, or standard input for "-".
 std::string contentOfFile(const std::string& path, Problem& problem);

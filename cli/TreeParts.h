@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +29,9 @@ struct TreeParts {
     ContentsSource contents;
     /// Without the lists, which the service reads.
     FactsSource facts;
+    /// The groups that a user other than root is in; empty if not all users are listed, or not in
+    /// time.
+    std::function<std::optional<std::set<std::uint32_t>>()> groupsInUse;
     /// Is told how many items are done; answers whether to go on.
     std::function<bool(std::size_t done)> progress;
     /// Prints what is found while the work goes on, and on standard error what has failed.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVFileClient.h>
 #include <MorvaneOperation/ResolvedUrl.h>
 #include <MorvaneOperation/platform/host/Log.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
@@ -18,6 +19,7 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -98,6 +100,15 @@ bool print(const std::string& text, std::FILE* to) {
     return std::fwrite(text.data(), 1, text.size(), to) == text.size() && std::fflush(to) == 0;
 }
 
+/// Why something could not be written to standard output, as an errno value; 0 until then.
+int whyNotPrinted = 0;
+
+bool printOut(const std::string& text) {
+    if (whyNotPrinted == 0 && !print(text, stdout))
+        whyNotPrinted = errno != 0 ? errno : EIO;
+    return whyNotPrinted == 0;
+}
+
 /// `asked` as for SizeSource.
 MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& urls,
                               std::size_t asked, bool asLines) {
@@ -107,7 +118,7 @@ MVFileSizes sizesWithLiveLine(FileServices& services, const std::vector<NSURL>& 
             return !interrupted;
         sizes.resize(std::min(sizes.size(), asked));
         if (asLines)
-            return print(progressAsJson(sizes, live.elapsed()), stdout) && !interrupted;
+            return printOut(progressAsJson(sizes, live.elapsed())) && !interrupted;
         LiveLine::show(progressLine(sizes, live.elapsed()));
         return !interrupted;
     });
@@ -118,7 +129,7 @@ Propagated propagateWithLiveLine(FileServices& services, const EntryList& entrie
     const LiveLine live;
     return services.propagateAclEntries(entries, url, [&](const MVItemCounts& counts) {
         if (asLines)
-            return print(propagationAsJson(counts, live.elapsed()), stdout) && !interrupted;
+            return printOut(propagationAsJson(counts, live.elapsed())) && !interrupted;
         LiveLine::show(propagationLine(counts, live.elapsed()));
         return !interrupted;
     });
@@ -156,6 +167,24 @@ bool askWhetherToGoOn(const std::string& said) {
     for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
         answer += static_cast<char>(c);
     return !interrupted && (answer == "y" || answer == "Y");
+}
+
+/// As TreeParts has them.
+std::optional<std::set<std::uint32_t>> groupsInUse() {
+    const auto known = FileServices::identities([] { return !interrupted; });
+    if (!known || known->size() >= MVFileClient::mostIdentities)
+        return std::nullopt;
+    auto& database = CBIdentityAuthority::defaultIdentityAuthority().database();
+    std::set<std::uint32_t> groups;
+    for (const auto& identity : *known) {
+        const auto who = posixIdentityOfUUID(identity->uniqueIdentifier());
+        const auto* const user = who ? std::get_if<CBPosixUser>(&*who) : nullptr;
+        if (!user || user->uid == 0)
+            continue;
+        const auto own = database.groupsOfUser(user->uid);
+        groups.insert(own.begin(), own.end());
+    }
+    return groups;
 }
 
 /// What the words on the command line ask for.
@@ -203,6 +232,9 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
     std::optional<LiveLine> live;
     // What is found is printed while the work goes on.
     const TreeParts tree{[&](const std::vector<NSURL>& urls) {
+                             // Until the first is asked for, Ctrl-C ends this program at once.
+                             if (!live)
+                                 live.emplace();
                              auto all = urls;
                              for (auto& url : all)
                                  url = resolved(url);
@@ -210,13 +242,14 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
                          },
                          contentsOf,
                          glimpseOfFile,
+                         groupsInUse,
                          [](std::size_t done) {
                              LiveLine::show(lookedAtLine(done));
                              return !interrupted;
                          },
                          [](const std::string& text) {
                              LiveLine::clear();
-                             print(text, stdout);
+                             printOut(text);
                          },
                          [](const std::string& text) {
                              LiveLine::clear();
@@ -238,14 +271,10 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
             goesOn};
         return runWhoCan(*whoCan, sources, style);
     }
-    if (const auto* check = std::get_if<CheckOptions>(&line)) {
-        live.emplace();
+    if (const auto* check = std::get_if<CheckOptions>(&line))
         return runCheck(*check, tree);
-    }
-    if (const auto* diff = std::get_if<DiffOptions>(&line)) {
-        live.emplace();
+    if (const auto* diff = std::get_if<DiffOptions>(&line))
         return runDiff(*diff, tree, style);
-    }
     Journal journal(Journal::folder());
     const auto write = [&](const EntryList& entries, const NSURL& url) {
         return services.setAclEntries(entries, resolved(url));
@@ -366,11 +395,10 @@ int main(int argc, char** argv) {
         outcome = {morvane::failureOf(common), {}, morvane::message({failure.what()})};
     }
     morvane::completeJson(outcome, common);
-    const bool printed = morvane::print(outcome.output, stdout);
-    const int whyNot = errno;
+    const bool printed = morvane::printOut(outcome.output);
     morvane::print(outcome.message, stderr);
     if (!printed) {
-        const std::string why = std::strerror(whyNot);
+        const std::string why = std::strerror(morvane::whyNotPrinted);
         std::fputs(
             morvane::message({morvane::say("the output could not be written: %1", why)}).c_str(),
             stderr);

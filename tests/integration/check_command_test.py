@@ -3,8 +3,10 @@
 
 usage: check_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY SILENT-DIRECTORY-LIBRARY [unittest arguments]
 """
+import grp
 import json
 import os
+import pwd
 import signal
 import subprocess
 import sys
@@ -56,6 +58,13 @@ class Findings(ListCommand):
             "top/c: the folder would give another list: user daemon has r--, not rw-",
             "top/d: the folder would give another list: everyone has ---, not r--, and 1 more"])
 
+    def test_an_entry_that_is_gone_is_told_though_the_mask_made_anew_lets_somebody_execute(self):
+        self.setfacl("-d", "-m", "u:daemon:rwx", self.path("top"))
+        self.make_file("top", "a", mode=0o644)
+        self.setfacl("-x", "u:daemon", self.path("top", "a"))
+        self.assertEqual(self.findings("top"), [
+            "top/a: the folder would give another list: user daemon has no entry, and 1 more"])
+
     def test_a_list_in_a_folder_that_gives_none_is_found(self):
         self.make_file("top", "a")
         self.make_folder("top", "sub")
@@ -97,6 +106,22 @@ class Findings(ListCommand):
         self.assertEqual(told, ["top/a: nobody but root can read it", "top/b: nobody but root can read it",
                                 "top/e: nobody but root can read it", "top/shut: nobody but root can look into it",
                                 "top/sub: nobody but root can look into it"])
+
+    def test_a_group_that_nobody_is_in_is_nobody(self):
+        primary = {user.pw_gid for user in pwd.getpwall()}
+        empty = next(group for group in grp.getgrall() if not group.gr_mem and group.gr_gid not in primary)
+        for name, group in (("a", empty.gr_gid), ("b", 2), ("c", 47110)):
+            os.chown(self.make_file("top", name), 0, group)
+        self.assertEqual([line for line in self.findings("top") if "nobody" in line],
+                         ["top/a: nobody but root can read it"])
+        passwd = self.path("passwd")
+        with open("/etc/passwd", encoding="utf-8") as before, open(passwd, "w", encoding="utf-8") as file:
+            file.write(before.read() + "".join(f"aa{i}:x:{70000 + i}:65534::/:/bin/false\n" for i in range(1500)))
+        result = subprocess.run(
+            ["unshare", "--mount", "--propagation", "private", "sh", "-c",
+             'mount --bind passwd /etc/passwd && "$0" check top/a', MORVANE],
+            cwd=self.folder, env=ENVIRONMENT, capture_output=True, text=True, timeout=TIME_LIMIT)
+        self.assertEqual(result.stdout, "1 item looked at, nothing found.\n", "not all users are known")
 
     def test_the_last_line_counts(self):
         self.make_file("top", "a", mode=0)
@@ -149,6 +174,18 @@ class OtherFileSystems(ListCommand):
         self.assertEqual([line for line in result.stdout.splitlines() if "nobody" in line and "looked" not in line],
                          ["top/here/a: nobody but root can read it", "top/here/a: nobody but root can read it",
                           "top/there/b: nobody but root can read it"], result.stderr)
+
+    def test_one_that_a_named_link_leads_to_is_looked_at(self):
+        script = ("mkdir there && mount -t tmpfs -o mode=755 tmpfs there && mkdir there/top there/top/other && "
+                  "mount -t tmpfs -o mode=755 tmpfs there/top/other && touch there/top/a there/top/other/b && "
+                  "chmod 0 there/top/a there/top/other/b && ln -s there/top link && "
+                  '"$0" check link; "$0" acl link -R --save saved >/dev/null; grep "# file" saved')
+        result = subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-c", script, MORVANE],
+                                cwd=self.folder, env=ENVIRONMENT, capture_output=True, text=True, timeout=TIME_LIMIT)
+        self.assertEqual((result.stdout.splitlines(), result.stderr),
+                         (["link/a: nobody but root can read it",
+                           "2 items looked at: 1 item can be read by nobody but root.",
+                           "# file: link", "# file: link/a"], ""))
 
 
 class LargeTrees(ListCommand):

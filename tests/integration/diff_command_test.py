@@ -4,6 +4,7 @@
 usage: diff_command_test.py MORVANE LIBEXEC-DIR NFS4-MOUNT-LIBRARY SILENT-DIRECTORY-LIBRARY [unittest arguments]
 """
 import os
+import signal
 import subprocess
 import sys
 import unittest
@@ -67,6 +68,14 @@ class TwoItems(ListCommand):
     def test_a_file_and_a_folder_are_of_different_kinds(self):
         self.make_folder("c", mode=0o640)
         self.assertIn("~ Kind: file -> folder", self.lines("diff", "a", "c", status=1))
+
+    def test_an_output_that_cannot_be_written_is_trouble(self):
+        os.chmod(self.b, 0o600)
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([MORVANE, "diff", "a", "b"], env=ENVIRONMENT, cwd=self.folder, stdout=full,
+                                    stderr=subprocess.PIPE, text=True, timeout=TIME_LIMIT)
+        self.assertEqual((result.returncode, result.stderr),
+                         (2, "morvane: the output could not be written: No space left on device\n"))
 
     def test_what_is_not_there_is_trouble(self):
         result = self.run_morvane("diff", "a", "gone")
@@ -137,6 +146,21 @@ class SavedLists(ListCommand):
                                 input="user::rw-\ngroup::r--\nother::---\n", capture_output=True, text=True,
                                 timeout=TIME_LIMIT)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+
+    def test_what_does_not_end_is_trouble(self):
+        result = self.run_morvane("diff", "--saved", "/dev/zero", "top")
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (
+            2, "", "morvane: '/dev/zero' holds more than 512 MiB, which is no file of lists, or one to be divided.\n"))
+
+    def test_ctrl_c_ends_it_while_it_waits_for_the_rest_of_a_pipe(self):
+        process = subprocess.Popen([MORVANE, "diff", "--saved", "-", "top"], cwd=self.folder, env=ENVIRONMENT,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdin.write(b"#\n" * 500000)  # more than the pipe holds: it is being read
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(TIME_LIMIT), -signal.SIGINT)
+        self.assertEqual((process.stdout.read(), process.stderr.read()), (b"", b""))
+        for pipe in (process.stdin, process.stdout, process.stderr):
+            pipe.close()
 
     def test_what_is_no_list_is_trouble(self):
         with open(self.path("saved"), "w", encoding="ascii") as saved:
