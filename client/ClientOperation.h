@@ -2,6 +2,7 @@
 #pragma once
 
 #include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <MorvaneOperation/MVOperationError.h>
 
 #include <atomic>
@@ -194,7 +195,7 @@ class ClientOperationFor final : public ClientOperation {
     /// Makes an answer of the reason why there is none, with what is known from a refused one.
     Answer withError(NSErrorRef error) {
         if (first_)
-            error = withUnderlying(*error, errorOfAnswer(*first_));
+            error = withFirst(*error, errorOfAnswer(*first_));
         if constexpr (std::is_same_v<Answer, NSErrorRef>) {
             return error;
         } else if constexpr (std::is_constructible_v<Answer, Failure<NSErrorRef>>) {
@@ -206,11 +207,16 @@ class ClientOperationFor final : public ClientOperation {
         }
     }
 
-    static NSErrorRef withUnderlying(const NSError& error, const NSErrorRef& underlying) {
+    /// Also tells which items the first answer had failed with: they are as it left them.
+    static NSErrorRef withFirst(const NSError& error, const NSErrorRef& first) {
         auto userInfo = error.userInfo();
-        if (underlying)
-            userInfo.try_emplace(NSUnderlyingErrorKey, underlying);
-        return NSError::errorWithDomain(error.domain(), error.code(), std::move(userInfo));
+        if (first)
+            userInfo.try_emplace(NSUnderlyingErrorKey, first);
+        auto whole = NSError::errorWithDomain(error.domain(), error.code(), std::move(userInfo));
+        const auto failures = first ? failuresOfError(*first) : MVItemFailures();
+        if (failures.counts == MVItemCounts() || failuresOfError(error).counts != MVItemCounts())
+            return whole;
+        return errorWithFailures(whole, failures);
     }
 
     void deliver(Answer answer) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileClient.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <MorvaneOperation/MVOperationError.h>
 #include <MorvaneOperation/ResolvedUrl.h>
 #include <MorvaneOperation/platform/archive/Unicode.h>
@@ -120,6 +121,17 @@ bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
     return true;
 }
 
+/// Returns whether somebody else may change an item that has failed. The error itself is about one
+/// of them, which perhaps nobody may.
+bool isRefusedForSome(const NSErrorRef& error) {
+    if (!error)
+        return false;
+    if (isPermissionError(error))
+        return true;
+    const auto failures = failuresOfError(*error).errors;
+    return std::any_of(failures.begin(), failures.end(), isPermissionError);
+}
+
 /// The places of the items, named in the way in which the host has named them.
 void moveBack(std::vector<NSURL>& now, const std::vector<NSURL>& items,
               const std::vector<NSURL>& meant) {
@@ -179,15 +191,16 @@ void MVFileClient::writeAcl(const MVFileAcl& acl, MVOperationOptions options,
 
 void MVFileClient::propagateAcl(const MVFileAcl& acl, MVOperationOptions options,
                                 Completion<NSErrorRef> completion) {
-    operation<NSErrorRef>(
+    const auto propagation = operation<NSErrorRef>(
         state_, std::move(options), MVRightPropagateFileAcl, true,
         [url = acl.url, snapshot = EntrySnapshot(acl)](MVFileRequest& service, bool privileged,
                                                        auto reply) {
             const auto item = itemFor(privileged, url);
             service.propagateAclEntries(snapshot.entries(url, item), item, reply);
         },
-        std::move(completion))
-        ->start();
+        std::move(completion));
+    propagation->setRefusal(isRefusedForSome);
+    propagation->start();
 }
 
 void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclOrigin.h>
 #include <MorvaneOperation/MVItemFailures.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,6 +47,16 @@ class ClientWhenRefused : public ClientTest {
 
     static constexpr int items = 10;
 };
+
+/// What is immutable is nobody's to change, not even root's.
+void setImmutable(const std::filesystem::path& folder, bool is) {
+    const int opened = open(folder.c_str(), O_RDONLY | O_CLOEXEC);
+    int flags = 0;
+    EXPECT_EQ(ioctl(opened, FS_IOC_GETFLAGS, &flags), 0);
+    flags = is ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+    EXPECT_EQ(ioctl(opened, FS_IOC_SETFLAGS, &flags), 0);
+    close(opened);
+}
 
 /// A folder of 3,000 files, two of which the file service's user may not change.
 class ClientPropagation : public ClientTest {
@@ -107,6 +120,33 @@ TEST_F(ClientPropagation, WhatTheHelperDoesAgainIsCountedAgain) {
     EXPECT_FALSE(propagate(MVPrivilege::whenRefused));
     ASSERT_FALSE(told_.empty());
     EXPECT_EQ(told_.back(), (MVItemCounts{files + 2, 0}));
+}
+
+TEST_F(ClientPropagation, AnItemThatNobodyMayChangeKeepsNoOtherFromTheHelper) {
+    // A folder comes before what it has: it is what the error is about.
+    const auto fixed = tree_ / "fixed";
+    std::filesystem::create_directory(fixed);
+    for (const auto& path : refused_)
+        std::filesystem::rename(path, fixed / path.filename());
+    setImmutable(fixed, true);
+    const auto error = propagate(MVPrivilege::whenRefused);
+    setImmutable(fixed, false);
+    EXPECT_EQ(services->prompts, 1);
+    ASSERT_TRUE(error);
+    const auto failures = failuresOfError(*error);
+    EXPECT_EQ(failures.counts, (MVItemCounts{files + 2, 1}));
+    ASSERT_EQ(failures.errors.size(), 1u);
+    EXPECT_EQ(std::get<NSURL>(failures.errors.front()->userInfo().at(NSURLErrorKey)).path(), fixed);
+}
+
+TEST_F(ClientPropagation, WhatFailedAtFirstIsStillToldIfTheRightIsRefused) {
+    services->copyStatus = errAuthorizationDenied;
+    const auto error = propagate(MVPrivilege::whenRefused);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(refusalOfError(error), MVRefusal::denied);
+    const auto failures = failuresOfError(*error);
+    EXPECT_EQ(failures.counts, (MVItemCounts{files, 2}));
+    EXPECT_EQ(failures.errors.size(), 2u);
 }
 
 TEST_F(ClientWhenRefused, TenItemsCostOnePrompt) {
