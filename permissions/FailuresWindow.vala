@@ -3,8 +3,9 @@ namespace Permissions {
 
 /* Lists the items for which long work has failed, and why. */
 public class FailuresWindow : Adw.Window {
-    /* `failures` is a list of Morvane.Failure; `failed` counts them all, also those that are not listed. */
-    public FailuresWindow(Gtk.Window parent, string title, ListModel failures, uint64 failed) {
+    /* `failures` is a list of Morvane.Failure; `failed` counts them all, also those that are not listed. `refusal` is why
+       they were not tried as administrator, or null. */
+    public FailuresWindow(Gtk.Window parent, string title, string? refusal, ListModel failures, uint64 failed) {
         Object(transient_for: parent, modal: true, title: title, default_width: 560, default_height: 420);
         var count = "%'llu".printf(failed);
         var text = ngettext("%s item keeps what it has:", "%s items keep what they have:", (ulong) failed).printf(count);
@@ -25,6 +26,8 @@ public class FailuresWindow : Adw.Window {
         var box = new Gtk.Box(Gtk.Orientation.VERTICAL, 12) {
             margin_top = 12, margin_bottom = 12, margin_start = 12, margin_end = 12
         };
+        if (refusal != null)
+            box.append(new Gtk.Label(refusal) { xalign = 0, wrap = true });
         box.append(new Gtk.Label(text) { xalign = 0, wrap = true });
         box.append(new Gtk.ScrolledWindow() {
             child = view, vexpand = true, has_frame = true, hscrollbar_policy = Gtk.PolicyType.NEVER

@@ -277,6 +277,7 @@ public class Window : Adw.ApplicationWindow {
         window.present();
         var failures = new ListStore(typeof(Morvane.Failure));
         string? problem = null;
+        string? refusal = null;
         var was_stopped = false;
         foreach (var acl in items.shared.acls) {
             var progress = new Morvane.Progress();
@@ -285,16 +286,19 @@ public class Window : Adw.ApplicationWindow {
                 yield items.client.propagate_acl_async(acl, Morvane.Privilege.WHEN_REFUSED, progress, cancellable);
             } catch (Error error) {
                 was_stopped = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
-                if (was_stopped)
-                    break;
-                problem = error.message;
+                if (!was_stopped)
+                    problem = error.message;
+                if ((error is Morvane.Error.DENIED) || (error is Morvane.Error.NOBODY_TO_ASK))
+                    refusal = error.message;
             }
             for (uint i = 0; i != progress.failures.get_n_items(); ++i)
                 failures.append(progress.failures.get_item(i));
+            if (was_stopped)
+                break;
         }
         window.end();
         if (failures.get_n_items() != 0 && window.failed != 0)
-            new FailuresWindow(this, _("Not Everything Was Changed"), failures, window.failed).present();
+            new FailuresWindow(this, _("Not Everything Was Changed"), refusal, failures, window.failed).present();
         else if (problem != null)
             yield tell(_("Not Everything Was Changed"), problem);
         else if (!was_stopped)
