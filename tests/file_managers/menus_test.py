@@ -48,7 +48,7 @@ def begin_session(home):
     for name in ("DBUS_SESSION_BUS_ADDRESS", "WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP", "LANGUAGE"):
         os.environ.pop(name, None)
     read, write = os.pipe()
-    subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1000x900x24"], pass_fds=[write],
+    subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1000x900x24", "-noreset"], pass_fds=[write],
                      stderr=subprocess.DEVNULL)
     os.close(write)
     with os.fdopen(read, encoding="ascii") as f:

@@ -16,7 +16,7 @@ wait_until = waiting.wait_until
 
 
 def begin_session(launcher=()):
-    """A display, a bus and a home for all that is started from here on, by way of a launcher. Returns what runs for it."""
+    """A display, a bus and a home for all that is started from here on, by way of a launcher, until this program ends."""
     folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
     atexit.register(subprocess.run, ["rm", "-rf", folder], check=True)
     os.chmod(folder, 0o777)
@@ -26,8 +26,10 @@ def begin_session(launcher=()):
     # In a process namespace of its own, a server takes the displays of others for those of dead ones, and they take its own.
     display = [f":{100 + os.stat('/proc/self/ns/pid').st_ino % 10000}"] if launcher else []
     read, write = os.pipe()
+    # It begins anew when its last client has gone, and would drop those that come meanwhile.
     server = subprocess.Popen([*launcher, "Xvfb", *display, "-displayfd", str(write), "-screen", "0", "1600x1600x24", "-nolisten",
-                               "tcp"], pass_fds=[write], stderr=subprocess.DEVNULL)
+                               "tcp", "-noreset"], pass_fds=[write], stderr=subprocess.DEVNULL)
+    atexit.register(server.kill)
     os.close(write)
     with os.fdopen(read) as number:
         os.environ["DISPLAY"] = ":" + number.readline().strip()
@@ -38,12 +40,13 @@ def begin_session(launcher=()):
                 '<policy context="default"><allow user="root"/></policy></busconfig>')
     bus = subprocess.Popen([*launcher, "dbus-daemon", f"--config-file={settings}", "--nofork", "--print-address"],
                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    atexit.register(bus.kill)
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
     # New windows have the focus.
     manager = subprocess.Popen([*launcher, "openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    atexit.register(manager.kill)
     wait_until(lambda: b"window id" in subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"],
                                                       capture_output=True, check=False).stdout, "the window manager")
-    return server, bus, manager
 
 
 class Seen:

@@ -40,9 +40,5 @@ class Example(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    helpers = desktop.begin_session()
-    try:
-        unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)
-    finally:
-        for helper in reversed(helpers):
-            helper.kill()
+    desktop.begin_session()
+    unittest.main(argv=[sys.argv[0], *sys.argv[2:]], verbosity=2)

@@ -217,9 +217,5 @@ class Window(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    helpers = desktop.begin_session()
-    try:
-        unittest.main(argv=[sys.argv[0], *sys.argv[4:]], verbosity=2)
-    finally:
-        for helper in reversed(helpers):
-            helper.kill()
+    desktop.begin_session()
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]], verbosity=2)
