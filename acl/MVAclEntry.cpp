@@ -43,9 +43,6 @@ void MVAclEntry::setUp(const std::optional<NSUUID>& uuid, std::int32_t tag, Perm
     tag_ = tag;
     setPermissions(std::move(permissions));
     setInherited(inherited);
-    const auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
-    identity_ = uuid ? CBIdentity::identityWithUniqueIdentifier(*uuid, authority)
-                     : CBIdentity::identityWithName("everyone", authority);
     setUpdatingPermissions(true);
     resolvePermissionGroup();
     setUpdatingPermissions(false);
@@ -74,12 +71,14 @@ void MVAclEntry::setTag(std::int32_t tag) {
 }
 
 void MVAclEntry::setUuid(const std::optional<NSUUID>& uuid) {
+    identity();  // stays that of the former
     uuid_ = uuid;
     didChangeValueForKey(uuidKeyPath);
 }
 
 void MVAclEntry::setIdentity(CBIdentityRef identity) {
     identity_ = std::move(identity);
+    isIdentityKnown_ = true;
     setUuid(identity_ ? std::optional(identity_->uniqueIdentifier()) : std::nullopt);
     didChangeValueForKey(identityKeyPath);
 }
@@ -148,7 +147,7 @@ MVIdentities::List MVAclEntry::identities() const {
     auto& lists = MVIdentities::sharedIdentities();
     if (isAcl())
         return lists.fullNamedIdentities();
-    return identity_ && identity_->isGroup() ? lists.fullNamedGroups() : lists.fullNamedUsers();
+    return identity() && identity()->isGroup() ? lists.fullNamedGroups() : lists.fullNamedUsers();
 }
 
 const std::vector<std::int32_t>& MVAclEntry::tags() const {
@@ -208,8 +207,8 @@ bool MVAclEntry::isEqual(const NSObject* object) const {
     const auto& other = *static_cast<const MVAclEntry*>(object);
     if (tag_ != other.tag_ || inherited_ != other.inherited_ || isAcl() != other.isAcl())
         return false;
-    if (!identity_ || !other.identity_ ||
-        identity_->uniqueIdentifier() != other.identity_->uniqueIdentifier()) {
+    if (!identity() || !other.identity() ||
+        identity()->uniqueIdentifier() != other.identity()->uniqueIdentifier()) {
         return false;
     }
     const bool acl = isAcl();
@@ -254,6 +253,7 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
     auto origin = coder.decodeObject("origin", originClasses);
     auto entry = coder.makeObject<MVAclEntry>(Private());
     entry->setUp(uuid, tag, std::move(permissions), inherited);
+    entry->identity();  // here nobody waits at a window for it
     entry->setOrigin(std::static_pointer_cast<const MVAclOrigin>(std::move(origin)));
     return entry;
 }
@@ -287,6 +287,12 @@ const MVAclEntry::Permissions& MVAclEntry::permissions() const {
 }
 
 const CBIdentityRef& MVAclEntry::identity() const {
+    if (!isIdentityKnown_) {
+        const auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
+        identity_ = uuid_ ? CBIdentity::identityWithUniqueIdentifier(*uuid_, authority)
+                          : CBIdentity::identityWithName("everyone", authority);
+        isIdentityKnown_ = true;
+    }
     return identity_;
 }
 

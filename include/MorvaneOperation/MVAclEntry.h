@@ -85,8 +85,8 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
 
     /// Makes an entry with tag 0 and without a tree, for everyone, not inherited.
     static std::shared_ptr<MVAclEntry> init();
-    /// Takes the tree as it is, makes its boxes settable unless `inherited`, and looks up the
-    /// identity of `uuid`; without a uuid it is everyone. `tag` is one of MVAclTag.
+    /// Takes the tree as it is and makes its boxes settable unless `inherited`. The identity is
+    /// that of `uuid`; without a uuid it is everyone. `tag` is one of MVAclTag.
     static std::shared_ptr<MVAclEntry> initWithUuid(const std::optional<NSUUID>& uuid,
                                                     std::int32_t tag, Permissions permissions,
                                                     bool inherited);
@@ -117,7 +117,8 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     /// Replaces the tree and observes the new one instead. Nothing is resolved. Throws
     /// NSInvalidArgumentException for a null group.
     void setPermissions(Permissions permissions);
-    /// Null if unknown.
+    /// Null if unknown. It is looked up when it is first asked for: directories can be slow, and a
+    /// service needs no names. An entry from an archive knows it already.
     const CBIdentityRef& identity() const;
     /// Sets `uuid` too.
     void setIdentity(CBIdentityRef identity);
@@ -196,11 +197,12 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     bool inherited_ = false;
     bool applicableToInitialized_ = false;
     bool updatingPermissions_ = false;
+    mutable bool isIdentityKnown_ = false;
     std::int32_t tag_ = 0;
     std::int64_t permissionGroup_ = 0;
     std::optional<NSUUID> uuid_;
     Permissions permissions_;
-    CBIdentityRef identity_;
+    mutable CBIdentityRef identity_;
     std::string applicableTo_;
     std::shared_ptr<const MVAclOrigin> origin_;
     // What is observed, though a host may have taken nodes out of the tree meanwhile.

@@ -48,6 +48,18 @@ TEST_F(MVAclEntryRecord, InitIsForEveryoneWithoutATree) {
     EXPECT_TRUE(MVAclEntry::supportsSecureCoding());
 }
 
+TEST_F(MVAclEntryRecord, WhoItIsForIsLookedUpOnceAndOnlyForThoseWhoAsk) {
+    const auto entry = boxed(alice, 1, false);
+    const auto other = boxed(staff, 1, false);
+    EXPECT_EQ(world.users->lookups, 0);
+    EXPECT_EQ(entry->identity()->name(), "alice");
+    EXPECT_EQ(entry->identity()->name(), "alice");
+    EXPECT_EQ(world.users->lookups, 1);
+    // The new identifier alone makes it nobody else's.
+    other->setUuid(alice);
+    EXPECT_EQ(other->identity()->name(), "staff");
+}
+
 TEST_F(MVAclEntryRecord, SettingTheIdentitySetsTheUuidAndTellsOfItFirst) {
     const auto entry = MVAclEntry::init();
     Recorder recorder;
