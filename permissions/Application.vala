@@ -3,12 +3,24 @@ namespace Permissions {
 
 public class Application : Adw.Application {
     private Morvane.FileClient client = new Morvane.FileClient();
+    private string[] arguments;
+    private Items? first = null;
 
-    public Application() {
+    /* `arguments` are those of the command line, without the name of the program. */
+    public Application(string[] arguments) {
         Object(application_id: "io.github.morvaneoperation.Permissions", flags: ApplicationFlags.HANDLES_OPEN);
+        this.arguments = arguments;
     }
 
     protected override void startup() {
+        // The service reads the lists while GTK makes itself ready, which takes longer.
+        File[] files = {};
+        foreach (var argument in arguments) {
+            if (!argument.has_prefix("-"))
+                files += File.new_for_commandline_arg(argument);
+        }
+        if (files.length != 0)
+            first = new Items(client, distinct(files));
         base.startup();
         set_accels_for_action("win.apply", { "<Control>s" });
         set_accels_for_action("win.add", { "<Control>n" });
@@ -32,6 +44,14 @@ public class Application : Adw.Application {
     }
 
     protected override void open(File[] files, string hint) {
+        var items = first;
+        first = null;
+        if (items == null || !items.are(distinct(files)))
+            items = new Items(client, distinct(files));
+        new Window(this, items);
+    }
+
+    private static File[] distinct(File[] files) {
         File[] distinct = {};
         var known = new GenericSet<File>(file => file.hash(), (a, b) => a.equal(b));
         foreach (var file in files) {
@@ -39,7 +59,7 @@ public class Application : Adw.Application {
                 distinct += file;
             known.add(file);
         }
-        new Window(this, client, distinct);
+        return distinct;
     }
 }
 

@@ -15,38 +15,38 @@ public class Items : Object {
     public SharedAcl? shared = null;
 
     private Morvane.Acl?[] acls;
+    private Reading? first;
     private FileMonitor[] monitors = {};
     private bool is_writing = false;
 
+    /* Begins to read the lists. */
     public Items(Morvane.FileClient client, File[] files) {
         this.client = client;
         this.files = files;
         acls = new Morvane.Acl?[files.length];
+        first = new Reading(this);
+    }
+
+    public bool are(File[] others) {
+        for (var i = 0; i != files.length; ++i) {
+            if (i == others.length || !files[i].equal(others[i]))
+                return false;
+        }
+        return files.length == others.length;
     }
 
     public string name_of(File file) {
         return file.get_basename() ?? file.get_parse_name();
     }
 
-    /* Reads all lists, whatever was edited. They are asked for together: the right to do that costs one prompt. */
+    /* Reads all lists, whatever was edited; what the object was made with is not read again for the first call. */
     public async string? load() {
-        var problems = new StringBuilder();
-        var count = new Count(files.length, load.callback);
-        for (var i = 0; i != files.length; ++i) {
-            var item = i;
-            client.read_acl_async.begin(files[item], Morvane.Privilege.WHEN_REFUSED, null, (_, result) => {
-                try {
-                    acls[item] = client.read_acl_async.end(result);
-                } catch (Error error) {
-                    acls[item] = null;
-                    add_problem(problems, files[item], error);
-                }
-                count.one_has_ended();
-            });
-        }
-        yield;
+        var reading = first ?? new Reading(this);
+        first = null;
+        yield reading.wait();
+        acls = reading.acls;
         share();
-        return problems.len == 0 ? null : problems.str;
+        return reading.problems;
     }
 
     private void share() {
@@ -90,23 +90,13 @@ public class Items : Object {
 
     /* Has what other programs wrote be replaced by what is edited here. */
     public async string? keep() {
-        var problems = new StringBuilder();
-        var count = new Count(files.length, keep.callback);
+        var reading = new Reading(this);
+        yield reading.wait();
         for (var i = 0; i != files.length; ++i) {
-            var item = i;
-            client.read_acl_async.begin(files[item], Morvane.Privilege.WHEN_REFUSED, null, (_, result) => {
-                try {
-                    var now = client.read_acl_async.end(result);
-                    if (acls[item] != null)
-                        acls[item].adopt(now);
-                } catch (Error error) {
-                    add_problem(problems, files[item], error);
-                }
-                count.one_has_ended();
-            });
+            if (acls[i] != null && reading.acls[i] != null)
+                acls[i].adopt(reading.acls[i]);
         }
-        yield;
-        return problems.len == 0 ? null : problems.str;
+        return reading.problems;
     }
 
     /* What the items cannot hold of what was edited, as a text, with the nearest lists that they can; null if they can
@@ -209,6 +199,43 @@ public class Items : Object {
         if (files.length > 1)
             text.append_printf("%s: ", name_of(file));
         text.append(line);
+    }
+
+    /* Reads the list of each item. They are asked for together: the right to do that costs one prompt. */
+    private class Reading {
+        /* Null for an item whose list could not be read. */
+        public Morvane.Acl?[] acls;
+        public string? problems { owned get { return told.len == 0 ? null : told.str; } }
+
+        private StringBuilder told = new StringBuilder();
+        private int left;
+        private SourceFunc? then = null;
+
+        public Reading(Items items) {
+            left = items.files.length;
+            acls = new Morvane.Acl?[left];
+            for (var i = 0; i != items.files.length; ++i)
+                read.begin(items, i);
+        }
+
+        private async void read(Items items, int item) {
+            var file = items.files[item];
+            try {
+                acls[item] = yield items.client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
+            } catch (Error error) {
+                items.add_problem(told, file, error);
+            }
+            if (--left == 0 && then != null)
+                then();
+        }
+
+        /* Returns once all of them are read. */
+        public async void wait() {
+            if (left == 0)
+                return;
+            then = wait.callback;
+            yield;
+        }
     }
 
     /* Calls `then` when so many works have ended. */

@@ -32,16 +32,17 @@ public class Window : Adw.ApplicationWindow {
     private SharedEntry? shown = null;
     private ulong shown_handler = 0;
 
-    public Window(Gtk.Application application, Morvane.FileClient client, File[] files) {
+    public Window(Gtk.Application application, Items items) {
         Object(application: application, default_width: 760, default_height: 760);
-        items = new Items(client, files);
+        this.items = items;
         items.replaced.connect(show_list);
         items.changed_elsewhere.connect(() => show_changed_bar(true));
-        heading.title = title = files.length == 1 ? items.name_of(files[0])
-                                                  : ngettext("%u Item", "%u Items", files.length).printf(files.length);
-        load.begin(true);
+        var count = items.files.length;
+        heading.title = title = count == 1 ? items.name_of(items.files[0])
+                                           : ngettext("%u Item", "%u Items", count).printf(count);
         add_action_entries(ACTIONS, this);
         build();
+        load.begin(true);
         items.watch();
         Timeout.add(LONGEST_WAIT, () => {
             show_for_the_first_time();

@@ -57,7 +57,7 @@ private double place_of(Gtk.Widget widget, Gtk.Window window) {
 }
 
 private void look_at(Permissions.Application application, File file) {
-    var window = new Permissions.Window(application, new Morvane.FileClient(), { file, file.get_parent() });
+    var window = new Permissions.Window(application, new Permissions.Items(new Morvane.FileClient(), { file, file.get_parent() }));
     draw(window);
     look_for_cut_texts(window);
 
@@ -96,7 +96,7 @@ int main(string[] arguments) {
     Intl.setlocale();
     Intl.bindtextdomain("morvaneoperation", Environment.get_variable("MORVANE_LOCALE_DIR"));
     Intl.bind_textdomain_codeset("morvaneoperation", "UTF-8");
-    var application = new Permissions.Application();
+    var application = new Permissions.Application({});
     try {
         application.register();
     } catch (Error error) {
