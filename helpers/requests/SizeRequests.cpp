@@ -4,7 +4,6 @@
 #include <MorvaneOperation/MVItemFailures.h>
 
 #include <cerrno>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -16,48 +15,35 @@
 namespace morvane {
 namespace {
 
-constexpr std::int64_t unknown = -1;
+std::vector<std::string> pathsOf(const std::vector<NSURL>& urls) {
+    std::vector<std::string> paths;
+    paths.reserve(urls.size());
+    for (const auto& url : urls)
+        paths.push_back(url.path());
+    return paths;
+}
 
 /// The work, which may outlive its request.
 class SizeJob {
   public:
-    SizeJob(const std::vector<NSURL>& urls, PathRule rule)
-        : urls_(urls), rule_(rule), sizes_(urls.size(), unknown) {}
+    SizeJob(const std::vector<NSURL>& urls, PathRule rule) : walker_(pathsOf(urls), rule) {}
 
-    void run() {
-        for (const auto& url : urls_) {
-            const bool isKnown = walker_.add(url.path(), rule_);
-            if (walker_.isCancelled())
-                return;
-            const std::lock_guard lock(mutex_);
-            const auto size = walker_.take();
-            sizes_[done_++] = isKnown ? size : unknown;
-        }
-    }
+    void run() { walker_.run(); }
     void cancel() { walker_.cancel(); }
     WalkFailures unreadable() const { return walker_.unreadable(); }
 
-    /// One item for each URL: those that are done, then the one that is walked and those that are
-    /// not begun, which are busy.
-    std::vector<std::shared_ptr<MVFileSizeItem>> items() {
-        const std::lock_guard lock(mutex_);
+    /// One item for each URL; those that are not done are busy.
+    std::vector<std::shared_ptr<MVFileSizeItem>> items() const {
         std::vector<std::shared_ptr<MVFileSizeItem>> items;
-        items.reserve(sizes_.size());
-        for (std::size_t i = 0; i < sizes_.size(); ++i) {
-            const auto size = i == done_ ? walker_.bytes() : sizes_[i];
-            items.push_back(MVFileSizeItem::initWithSize(size));
-            items.back()->setBusy(i >= done_);
+        for (const auto& sum : walker_.sums()) {
+            items.push_back(MVFileSizeItem::initWithSize(sum.bytes));
+            items.back()->setBusy(!sum.isDone);
         }
         return items;
     }
 
   private:
-    const std::vector<NSURL> urls_;
-    const PathRule rule_;
     SizeWalker walker_;
-    std::mutex mutex_;
-    std::vector<std::int64_t> sizes_;
-    std::size_t done_ = 0;
 };
 
 Phrase skippedText(const WalkFailures& unreadable) {

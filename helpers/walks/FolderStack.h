@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,6 +23,8 @@ struct WalkedFolder {
     ItemId id;
     /// The whole path for the first of a stack.
     std::string name;
+    /// Which part of the tree it is in, as the visitor numbers them.
+    std::uint32_t part = 0;
     off_t position = 0;
     /// Names of sub-folders that are still to be entered, each ended by NUL.
     std::vector<char> pending = {};

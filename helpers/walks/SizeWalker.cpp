@@ -19,16 +19,61 @@ std::int64_t sum(std::int64_t a, std::int64_t b) {
     return a > most - b ? most : a + b;  // sparse files can claim more than there is
 }
 
+std::int64_t sizeOf(const struct statx& status) {
+    return static_cast<std::int64_t>(status.stx_size);
+}
+
 }  // namespace
 
-bool SizeWalker::add(const std::string& path, const PathRule& rule) {
+SizeWalker::SizeWalker(std::vector<std::string> paths, PathRule rule)
+    : paths_(std::move(paths)),
+      rule_(rule),
+      states_(paths_.size()),
+      none_(static_cast<Index>(paths_.size())) {
+    if (paths_.size() < 2)
+        return;
+    indexes_.reserve(paths_.size());
+    for (Index i = 0; i != none_; ++i)
+        indexes_.emplace(paths_[i], i);
+}
+
+void SizeWalker::run() {
+    for (Index i = 0; i != none_; ++i) {
+        if (states_[i].isDone)
+            continue;
+        walk(i);
+        if (isCancelled())
+            return;
+        const std::lock_guard lock(mutex_);
+        for (const auto met : met_)
+            states_[met].isDone = true;
+        met_.clear();
+    }
+}
+
+std::vector<SizeWalker::Sum> SizeWalker::sums() const {
+    std::vector<Sum> sums;
+    sums.reserve(states_.size());
+    const std::lock_guard lock(mutex_);
+    for (const auto& state : states_)
+        sums.push_back({state.bytes, state.isDone});
+    return sums;
+}
+
+void SizeWalker::walk(Index path) {
     if (isCancelled())
-        return false;
+        return;
+    hardLinks_.clear();
+    auto& state = states_[path];
+    state.within = none_;
+    state.depth = 0;
+    state.isMet = true;
+    met_.push_back(path);
     const auto fail = [&](int code, bool notReached = false) {
-        walk_.failed(path, code, notReached);
-        return false;
+        state.bytes = unknown;
+        walk_.failed(paths_[path], code, notReached);
     };
-    const auto opened = openPath(path, itemFlags, rule);
+    const auto opened = openPath(paths_[path], itemFlags, rule_);
     if (!opened)
         return fail(opened.error());
     const int item = opened->get();
@@ -36,21 +81,46 @@ bool SizeWalker::add(const std::string& path, const PathRule& rule) {
     if (const int code = statusAt(item, "", status, true); code != 0)
         return fail(code);
     ++ownItems_;
-    if (S_ISREG(status.stx_mode))
-        addBytes(countedSize(status));
+    state.bytes = S_ISREG(status.stx_mode) ? sizeOf(status) : 0;
     if (!S_ISDIR(status.stx_mode))
-        return true;
+        return;
     auto folder = openBelow(item, ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK);
     if (!folder)
         return fail(errno, true);
     asksFileSystem_ = !knowsSizes(folder.get());
-    walk_.run(std::move(folder), path, *this);
-    return true;
+    walk_.run(std::move(folder), paths_[path], *this, path);
 }
 
-std::int64_t SizeWalker::take() {
-    hardLinks_.clear();
-    return bytes_.exchange(0);
+SizeWalker::Index SizeWalker::meet(const TreeFolder& in, const char* name) {
+    const auto& state = states_[in.part()];
+    // Only what is right inside the folder of a sum is called as the paths tell.
+    if (indexes_.empty() || in.depth() != state.depth)
+        return in.part();
+    auto path = paths_[in.part()];
+    if (!path.ends_with('/'))
+        path += '/';
+    const auto found = indexes_.find(path += name);
+    if (found == indexes_.end() || states_[found->second].isMet.exchange(true))
+        return in.part();
+    const std::lock_guard lock(mutex_);
+    met_.push_back(found->second);
+    return found->second;
+}
+
+std::uint32_t SizeWalker::partOf(const TreeFolder& in, const char* name) {
+    const auto part = meet(in, name);
+    if (part != in.part()) {
+        auto& state = states_[part];
+        state.within = in.part();
+        state.depth = in.depth() + 1;
+        state.bytes = 0;
+    }
+    return part;
+}
+
+void SizeWalker::missFolder(const TreeFolder& in, const char* name) {
+    // It stays unknown, and is not tried, and counted as a failure, again.
+    meet(in, name);
 }
 
 void SizeWalker::visitFiles(const TreeFolder& in, FileNames names) {
@@ -61,28 +131,50 @@ void SizeWalker::visitFiles(const TreeFolder& in, FileNames names) {
         // A file on which another file system is mounted is not examined.
         if (code == 0 && asksFileSystem_ && idOf(status).isOnMountOf(in.id()))
             code = statusAt(in.descriptor(), name, status, true);
-        if (code == 0 && S_ISREG(status.stx_mode) && idOf(status).isOnMountOf(in.id()))
-            bytes = sum(bytes, countedSize(status));
-        else if (code != 0 && !hasGone(code))
-            in.failed(name, code);
+        if (code != 0) {
+            if (!hasGone(code))
+                in.failed(name, code);
+        } else if (S_ISREG(status.stx_mode) && idOf(status).isOnMountOf(in.id())) {
+            if (status.stx_nlink > 1)
+                addLinked(status, in.part());
+            else
+                bytes = sum(bytes, sizeOf(status));
+        }
         return !in.isCancelled();
     });
-    addBytes(bytes);
+    addBytes(bytes, in.part(), none_);
 }
 
-void SizeWalker::addBytes(std::int64_t bytes) {
-    auto before = bytes_.load();
-    while (!bytes_.compare_exchange_weak(before, sum(before, bytes))) {
+void SizeWalker::addBytes(std::int64_t bytes, Index to, Index end) {
+    for (; to != end; to = states_[to].within) {
+        auto& total = states_[to].bytes;
+        auto before = total.load();
+        while (!total.compare_exchange_weak(before, sum(before, bytes))) {
+        }
     }
 }
 
-std::int64_t SizeWalker::countedSize(const struct statx& status) {
-    if (status.stx_nlink > 1) {
-        const std::lock_guard lock(mutex_);
-        if (!hardLinks_.insert(status.stx_ino).second)
-            return 0;
+void SizeWalker::addLinked(const struct statx& status, Index to) {
+    const std::lock_guard lock(mutex_);
+    const auto [first, last] = hardLinks_.equal_range(status.stx_ino);
+    auto end = none_;
+    for (auto each = first; each != last; ++each) {
+        const auto counted = common(each->second, to);
+        if (end == none_ || states_[counted].depth > states_[end].depth)
+            end = counted;
+        if (end == to)
+            return;
     }
-    return static_cast<std::int64_t>(status.stx_size);
+    hardLinks_.emplace(status.stx_ino, to);
+    addBytes(sizeOf(status), to, end);
+}
+
+SizeWalker::Index SizeWalker::common(Index a, Index b) const {
+    while (a != b) {
+        auto& deeper = states_[a].depth < states_[b].depth ? b : a;
+        deeper = states_[deeper].within;
+    }
+    return a;
 }
 
 }  // namespace morvane

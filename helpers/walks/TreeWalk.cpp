@@ -221,12 +221,18 @@ class TreeWalk::Run {
         }
         if (code != 0)
             walk_.failed(stack.path(name), code, !descriptor);
-        return {std::move(descriptor), id, name};
+        const TreeFolder in(walk_, stack);
+        if (descriptor)
+            return {std::move(descriptor), id, name, visitor_.partOf(in, name)};
+        visitor_.missFolder(in, name);
+        return {};
     }
 
     WalkedFolder notEntered(const FolderStack& stack, const char* name, int code) {
-        if (!hasGone(code))
+        if (!hasGone(code)) {
             walk_.failed(stack.path(name), code, true);
+            visitor_.missFolder(TreeFolder(walk_, stack), name);
+        }
         return {};
     }
 
@@ -252,8 +258,9 @@ class TreeWalk::Run {
         const std::lock_guard lock(mutex_);
         if (!isHelped())
             return false;
-        jobs_.push_back(
-            {{std::move(descriptor), top.id, stack.path()}, stack.depth(), std::string(names)});
+        jobs_.push_back({{std::move(descriptor), top.id, stack.path(), top.part},
+                         stack.depth(),
+                         std::string(names)});
         changed_.notify_one();
         return true;
     }
@@ -287,11 +294,12 @@ class TreeWalk::Run {
     std::thread second_;
 };
 
-void TreeWalk::run(FileDescriptor folder, const std::string& path, TreeVisitor& visitor) {
+void TreeWalk::run(FileDescriptor folder, const std::string& path, TreeVisitor& visitor,
+                   std::uint32_t part) {
     struct statx status;
     if (const int code = statusAt(folder.get(), "", status, true); code != 0)
         return failed(path, code, true);
-    Run run(*this, visitor, {std::move(folder), idOf(status), path});
+    Run run(*this, visitor, {std::move(folder), idOf(status), path, part});
     run.work();
 }
 

@@ -54,6 +54,8 @@ class TreeFolder {
     const ItemId& id() const { return stack_.top().id; }
     /// 0 for the folder that the walk began with.
     std::size_t depth() const { return stack_.depth(); }
+    /// As TreeVisitor::partOf() has told, and whoever began the walk.
+    std::uint32_t part() const { return stack_.top().part; }
     bool isCancelled() const;
     /// Counts the item called `name` as a failure.
     void failed(const char* name, int code) const;
@@ -97,6 +99,17 @@ class TreeVisitor {
         static_cast<void>(folder);
         return 0;
     }
+    /// Which part of the tree the sub-folder called `name`, which is entered now, belongs to with
+    /// what is in it: a number of the visitor's own.
+    virtual std::uint32_t partOf(const TreeFolder& in, const char* name) {
+        static_cast<void>(name);
+        return in.part();
+    }
+    /// The sub-folder called `name` cannot be entered, which is counted as a failure.
+    virtual void missFolder(const TreeFolder& in, const char* name) {
+        static_cast<void>(in);
+        static_cast<void>(name);
+    }
 };
 
 /// Walks by descriptors, on two threads, the calling one and a second one for as long as there is
@@ -111,9 +124,10 @@ class TreeWalk {
     /// most 2,048.
     static constexpr std::size_t maxDepth = 16384;
 
-    /// Visits everything below `folder`, which is open for reading. `path` is what failures are
-    /// named by. May be called again, for another folder.
-    void run(FileDescriptor folder, const std::string& path, TreeVisitor& visitor);
+    /// Visits everything below `folder`, which is open for reading and belongs to `part`. `path` is
+    /// what failures are named by. May be called again, for another folder.
+    void run(FileDescriptor folder, const std::string& path, TreeVisitor& visitor,
+             std::uint32_t part = 0);
 
     /// Ends the walk soon, and every later one.
     void cancel() { cancelled_ = true; }

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "SizeWalker.h"
 #include "TemporaryFolder.h"
@@ -81,8 +82,8 @@ class SizeWalkerMemoryTest : public testing::Test {
     Use walk(const std::string& name) const {
         const std::size_t before = bytesNow;
         bytesMost = before;
-        SizeWalker walker;
-        walker.add(folder / name);
+        SizeWalker walker({folder / name});
+        walker.run();
         return {walker.items(), bytesMost - before};
     }
 
@@ -110,6 +111,26 @@ TEST_F(SizeWalkerMemoryTest, AHardLinkedFileTakesALittle) {
     const auto use = walk("linked");
     EXPECT_EQ(use.items, 2 * files + 4U);
     EXPECT_LE(use.bytes, buffers + files * 100U);
+}
+
+TEST_F(SizeWalkerMemoryTest, AHardLinkedFileTakesALittleHoweverManyFoldersCountIt) {
+    constexpr int files = 2000;
+    constexpr int depth = 50;
+    std::vector<std::string> paths{folder / "deep"};
+    for (int i = 0; i < depth; ++i)
+        paths.push_back(paths.back() + "/deep");
+    fs::create_directories(paths.back());
+    for (int k = 0; k < files; ++k) {
+        const auto file = paths.back() + "/" + std::to_string(k);
+        ::mknod(file.c_str(), S_IFREG | 0600, 0);
+        fs::create_hard_link(file, file + "-again");
+    }
+    const std::size_t before = bytesNow;
+    bytesMost = before;
+    SizeWalker walker(paths);
+    walker.run();
+    EXPECT_EQ(walker.items(), 2 * files + depth + 1U);
+    EXPECT_LE(bytesMost - before, buffers + (files + depth) * 100U + depth * 500U);
 }
 
 }  // namespace

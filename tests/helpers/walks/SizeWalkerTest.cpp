@@ -24,10 +24,36 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t unknown = -1;
+constexpr auto unknown = SizeWalker::unknown;
 
-std::int64_t sizeOf(SizeWalker& walker, const fs::path& path) {
-    return walker.add(path) ? walker.take() : unknown;
+/// Walks each path by itself, and keeps what the last walk has told.
+class Walks {
+  public:
+    std::int64_t sizeOf(const fs::path& path) {
+        SizeWalker walker({path});
+        walker.run();
+        items_ = walker.items();
+        unreadable_ = walker.unreadable();
+        EXPECT_TRUE(walker.sums().at(0).isDone);
+        return walker.sums().at(0).bytes;
+    }
+    std::uint64_t items() const { return items_; }
+    const WalkFailures& unreadable() const { return unreadable_; }
+
+  private:
+    std::uint64_t items_ = 0;
+    WalkFailures unreadable_;
+};
+
+/// Walks all of them at once.
+std::vector<std::int64_t> sizesOf(SizeWalker& walker) {
+    walker.run();
+    std::vector<std::int64_t> sizes;
+    for (const auto& sum : walker.sums()) {
+        EXPECT_TRUE(sum.isDone);
+        sizes.push_back(sum.bytes);
+    }
+    return sizes;
 }
 
 class SizeWalkerTest : public testing::Test {
@@ -53,9 +79,9 @@ class SizeWalkerTest : public testing::Test {
         return sizes;
     }
     void expectEqualsCount() const {
-        SizeWalker walker;
-        EXPECT_EQ(std::vector{sizeOf(walker, folder)}, counted({folder}));
-        EXPECT_EQ(walker.unreadable().count, 0u);
+        Walks walks;
+        EXPECT_EQ(std::vector{walks.sizeOf(folder)}, counted({folder}));
+        EXPECT_EQ(walks.unreadable().count, 0u);
     }
 
     const TemporaryFolder temporary;
@@ -64,9 +90,9 @@ class SizeWalkerTest : public testing::Test {
 
 TEST_F(SizeWalkerTest, AFileHasItsOwnSize) {
     write("a", 1234);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder / "a"), 1234);
-    EXPECT_EQ(walker.items(), 1u);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder / "a"), 1234);
+    EXPECT_EQ(walks.items(), 1u);
 }
 
 TEST_F(SizeWalkerTest, AFolderHasTheSumOfTheFilesBelow) {
@@ -74,9 +100,9 @@ TEST_F(SizeWalkerTest, AFolderHasTheSumOfTheFilesBelow) {
     write("b/c/d", 20);
     write("b/e", 300);
     fs::create_directory(folder / "empty");
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 321);
-    EXPECT_EQ(walker.items(), 7u);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 321);
+    EXPECT_EQ(walks.items(), 7u);
     expectEqualsCount();
 }
 
@@ -95,8 +121,8 @@ TEST_F(SizeWalkerTest, AFolderOfManyEntriesIsReadInSeveralChunks) {
         write("wide/a-rather-long-name-for-a-file-" + std::to_string(i), 3);
     for (int i = 0; i < 1000; ++i)
         write("wide/sub" + std::to_string(i) + "/file", 5);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 6000 * 3 + 1000 * 5);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 6000 * 3 + 1000 * 5);
 }
 
 TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceWithinEachItem) {
@@ -104,18 +130,18 @@ TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceWithinEachItem) {
     fs::create_directory(folder / "two");
     fs::create_hard_link(folder / "one/file", folder / "one/again");
     fs::create_hard_link(folder / "one/file", folder / "two/again");
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder / "one"), 100);
-    EXPECT_EQ(sizeOf(walker, folder / "two"), 100);
-    EXPECT_EQ(sizeOf(walker, folder / "one/again"), 100);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder / "one"), 100);
+    EXPECT_EQ(walks.sizeOf(folder / "two"), 100);
+    EXPECT_EQ(walks.sizeOf(folder / "one/again"), 100);
     EXPECT_EQ(counted({folder / "one", folder / "two"}), (std::vector<std::int64_t>{100, 100}));
     expectEqualsCount();
 }
 
 TEST_F(SizeWalkerTest, ASparseFileCountsAsItClaims) {
     write("sparse", std::int64_t{1} << 40);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), std::int64_t{1} << 40);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), std::int64_t{1} << 40);
     expectEqualsCount();
 }
 
@@ -124,27 +150,27 @@ TEST_F(SizeWalkerTest, LinksAreNotFollowedAlsoNotThePathItself) {
     fs::create_directory_symlink("..", folder / "real/up");
     fs::create_symlink("loop", folder / "loop");
     fs::create_symlink(folder / "real/file", folder / "link");
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 10);
-    EXPECT_EQ(sizeOf(walker, folder / "real/up"), 0);
-    EXPECT_EQ(sizeOf(walker, folder / "link"), 0);
-    EXPECT_EQ(walker.unreadable().count, 0u);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 10);
+    EXPECT_EQ(walks.sizeOf(folder / "real/up"), 0);
+    EXPECT_EQ(walks.sizeOf(folder / "link"), 0);
+    EXPECT_EQ(walks.unreadable().count, 0u);
     expectEqualsCount();
 }
 
 TEST_F(SizeWalkerTest, NamesMayBeAnyBytes) {
     write(fs::path("caf\xe9/\xff\n'\x01") / "x", 7);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 7);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 7);
     expectEqualsCount();
 }
 
 TEST_F(SizeWalkerTest, OtherKindsOfFilesCountAsNothing) {
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 0);
-    EXPECT_EQ(sizeOf(walker, folder / "fifo"), 0);
-    EXPECT_EQ(sizeOf(walker, "/dev/null"), 0);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 0);
+    EXPECT_EQ(walks.sizeOf(folder / "fifo"), 0);
+    EXPECT_EQ(walks.sizeOf("/dev/null"), 0);
 }
 
 TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
@@ -157,8 +183,10 @@ TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
             ::mount("none", (folder / "mount").c_str(), "tmpfs", 0, nullptr) != 0)
             ::_exit(2);
         write("mount/x", 100);
-        SizeWalker walker;
-        ::_exit(sizeOf(walker, folder) == 5 && sizeOf(walker, folder / "mount") == 100 ? 0 : 1);
+        Walks walks;
+        const bool isAlone = walks.sizeOf(folder) == 5 && walks.sizeOf(folder / "mount") == 100;
+        SizeWalker both({folder, folder / "mount"});
+        ::_exit(isAlone && sizesOf(both) == std::vector<std::int64_t>{5, 100} ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -168,9 +196,9 @@ TEST_F(SizeWalkerTest, OtherFileSystemsAreNotEntered) {
 }
 
 TEST_F(SizeWalkerTest, AMissingPathIsReportedAsUnreadable) {
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder / "none"), unknown);
-    const auto unreadable = walker.unreadable();
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder / "none"), unknown);
+    const auto unreadable = walks.unreadable();
     EXPECT_EQ(unreadable.count, 1u);
     EXPECT_EQ(unreadable.notReached, 0u);
     EXPECT_EQ(unreadable.first.at(0).path, folder / "none");
@@ -186,13 +214,13 @@ TEST_F(SizeWalkerTest, WhatAnUnprivilegedUserCannotReadIsCountedAndTheFirstIsNam
     if (child == 0) {
         if (!becomeOrdinaryUser())
             ::_exit(2);
-        SizeWalker walker;
-        bool right = sizeOf(walker, folder) == 10;
-        const auto unreadable = walker.unreadable();
+        Walks walks;
+        bool right = walks.sizeOf(folder) == 10;
+        const auto unreadable = walks.unreadable();
         right = right && unreadable.count == 1 && unreadable.notReached == 1 &&
                 unreadable.first.at(0).path == folder / "closed" &&
                 unreadable.first.at(0).code == EACCES;
-        ::_exit(right && sizeOf(walker, folder / "closed") == unknown ? 0 : 1);
+        ::_exit(right && walks.sizeOf(folder / "closed") == unknown ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -216,10 +244,10 @@ TEST_F(SizeWalkerTest, ATreeDeeperThanTheDescriptorsAndThePathLimitIsCounted) {
         fd = next;
     }
     ::close(fd);
-    SizeWalker walker;
-    EXPECT_EQ(sizeOf(walker, folder), 2 * depth);
-    EXPECT_EQ(walker.unreadable().count, 0u);
-    EXPECT_EQ(walker.items(), 4u * depth + 1);
+    Walks walks;
+    EXPECT_EQ(walks.sizeOf(folder), 2 * depth);
+    EXPECT_EQ(walks.unreadable().count, 0u);
+    EXPECT_EQ(walks.items(), 4u * depth + 1);
 }
 
 TEST_F(SizeWalkerTest, FilesThatVanishDuringTheWalkAreNoFailure) {
@@ -234,9 +262,9 @@ TEST_F(SizeWalkerTest, FilesThatVanishDuringTheWalkAreNoFailure) {
         }
     });
     for (int i = 0; i < 200; ++i) {
-        SizeWalker walker;
-        EXPECT_EQ(sizeOf(walker, folder), 2000);
-        EXPECT_EQ(walker.unreadable().count, 0u);
+        Walks walks;
+        EXPECT_EQ(walks.sizeOf(folder), 2000);
+        EXPECT_EQ(walks.unreadable().count, 0u);
     }
     stop = true;
     churn.join();
@@ -245,35 +273,93 @@ TEST_F(SizeWalkerTest, FilesThatVanishDuringTheWalkAreNoFailure) {
 TEST_F(SizeWalkerTest, HowFarItIsGrowsAndIsWholeInTheEnd) {
     for (int i = 0; i < 300; ++i)
         write(std::to_string(i) + "/file", 10);
-    SizeWalker walker;
+    SizeWalker walker({folder});
     std::atomic<bool> stop = false;
     std::thread reader([&] {
-        std::int64_t before = 0;
+        std::int64_t before = unknown;
         while (!stop) {
-            const auto now = walker.bytes();
+            const auto now = walker.sums().at(0).bytes;
             EXPECT_GE(now, before);
             EXPECT_LE(now, 3000);
             before = now;
         }
     });
-    EXPECT_TRUE(walker.add(folder));
+    walker.run();
     stop = true;
     reader.join();
-    EXPECT_EQ(walker.bytes(), 3000);
-    EXPECT_EQ(walker.take(), 3000);
-    EXPECT_EQ(walker.bytes(), 0);
+    EXPECT_EQ(walker.sums().at(0).bytes, 3000);
 }
 
 TEST_F(SizeWalkerTest, AnotherThreadMayCancel) {
     for (int i = 0; i < 50; ++i)
         write(std::to_string(i) + "/file", 10);
-    SizeWalker walker;
+    SizeWalker walker(std::vector<std::string>(100000, folder));
     std::thread canceller([&] { walker.cancel(); });
-    while (!walker.isCancelled())
-        sizeOf(walker, folder);
+    walker.run();
     canceller.join();
-    EXPECT_FALSE(walker.add(folder));
-    EXPECT_EQ(walker.take(), 0);
+    EXPECT_TRUE(walker.isCancelled());
+    EXPECT_FALSE(walker.sums().back().isDone);
+    EXPECT_EQ(walker.sums().back().bytes, unknown);
+}
+
+TEST_F(SizeWalkerTest, FoldersInsideOneAnotherAreWalkedOnce) {
+    for (int i = 0; i < 60; ++i)
+        write("a/b/" + std::to_string(i % 5) + "/" + std::to_string(i), 100 + i);
+    write("a/b/c/d/e/file", 7);
+    write("a/x", 1000);
+    std::vector<fs::path> paths{folder, folder / "a", folder / "a/b", folder / "a/b/c"};
+    for (int i = 0; i < 5; ++i)
+        paths.push_back(folder / "a/b" / std::to_string(i));
+    SizeWalker walker({paths.begin(), paths.end()});
+    EXPECT_EQ(sizesOf(walker), counted(paths));
+    SizeWalker one({folder});
+    one.run();
+    EXPECT_EQ(walker.items(), one.items());
+}
+
+TEST_F(SizeWalkerTest, FoldersInsideOneAnotherHaveTheirSumsInWhateverOrderTheyAreNamed) {
+    write("a/b/file", 5);
+    write("a/c/file", 20);
+    write("file", 300);
+    const std::vector<std::string> paths{folder / "a/b", folder / "file", folder,
+                                         folder / "a/c", folder / "a",    folder,
+                                         folder / "a//b"};
+    SizeWalker walker(paths);
+    EXPECT_EQ(sizesOf(walker), (std::vector<std::int64_t>{5, 300, 325, 20, 25, 325, 5}));
+}
+
+TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceWithinEachOfTheFoldersInsideOneAnother) {
+    write("a/b/file", 100);
+    fs::create_directories(folder / "a/c/d");
+    for (const auto* const name : {"a/b/again", "a/c/d/again", "a/c/again", "again"})
+        fs::create_hard_link(folder / "a/b/file", folder / name);
+    write("a/c/d/own", 7);
+    fs::create_hard_link(folder / "a/c/d/own", folder / "a/c/d/own again");
+    const std::vector<fs::path> paths{folder, folder / "a", folder / "a/b", folder / "a/c",
+                                      folder / "a/c/d"};
+    SizeWalker walker({paths.begin(), paths.end()});
+    const auto sizes = sizesOf(walker);
+    EXPECT_EQ(sizes, (std::vector<std::int64_t>{107, 107, 100, 107, 107}));
+    EXPECT_EQ(sizes, counted(paths));
+}
+
+TEST_F(SizeWalkerTest, AFolderThatWasNotReachedFromTheOneItIsInCountsAsOneFailure) {
+    write("open/file", 10);
+    write("open/closed/file", 100);
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+    ASSERT_EQ(::chmod((folder / "open/closed").c_str(), 0), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (!becomeOrdinaryUser())
+            ::_exit(2);
+        SizeWalker walker({folder, folder / "open", folder / "open/closed", folder / "open/none"});
+        const bool right = sizesOf(walker) == std::vector<std::int64_t>{10, 10, unknown, unknown};
+        ::_exit(right && walker.unreadable().count == 2 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(::chmod((folder / "open/closed").c_str(), 0755), 0);
 }
 
 }  // namespace

@@ -138,14 +138,16 @@ TEST_F(TreeWalkTest, ATreeOfAnyDepthIsPropagatedWholeWithFewDescriptors) {
 TEST_F(TreeWalkTest, ATreeOfAnyDepthIsCountedWholeWithFewDescriptors) {
     constexpr int depth = 10000;
     makeDeep(top_, depth);
-    EXPECT_EQ(exitCodeOf([&] {
-                  const rlimit few{256, 256};
-                  SizeWalker walker;
-                  if (setrlimit(RLIMIT_NOFILE, &few) != 0 || !walker.add(top_))
-                      return 1;
-                  return walker.bytes() == 2 * depth && walker.unreadable().count == 0 ? 0 : 2;
-              }),
-              0);
+    EXPECT_EQ(
+        exitCodeOf([&] {
+            const rlimit few{256, 256};
+            SizeWalker walker({top_});
+            if (setrlimit(RLIMIT_NOFILE, &few) != 0)
+                return 1;
+            walker.run();
+            return walker.sums().at(0).bytes == 2 * depth && walker.unreadable().count == 0 ? 0 : 2;
+        }),
+        0);
 }
 
 TEST_F(TreeWalkTest, OneThreadWalksWhereNoOtherCanBeHad) {
@@ -342,8 +344,9 @@ TEST_F(TreeWalkTest, ABindMountIsNotEntered) {
             };
             if (!hasOwnMounts() || !bind("/elsewhere", "/bound") || !bind("/trap", "/bound-file"))
                 return 1;
-            SizeWalker walker;
-            if (!walker.add(top_) || walker.bytes() != 10)
+            SizeWalker walker({top_});
+            walker.run();
+            if (walker.sums().at(0).bytes != 10)
                 return 2;
             if (walker.unreadable().count != 0)
                 return 3;
