@@ -143,6 +143,11 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
         return PropagateOptions{values.one("PATH"),   values.has("--json-lines"),
                                 values.has("--json"), values.has("--dry-run"),
                                 values.has("--yes"),  values.one("--failures")};
+    if (values.one("--save") == "-" && values.has("--json"))
+        return misunderstood(say("the lists and %1 would both be on standard output; name a file "
+                                 "behind %2",
+                                 "--json", "--save"),
+                             "acl");
     if (values.has("--save"))
         return SaveOptions{paths, values.one("--save"), values.has("--recursive"),
                            values.has("--cross-mounts"), values.has("--json")};
@@ -198,7 +203,7 @@ CommandLine sizeCommand(const OptionValues& values) {
         return misunderstood(
             say("%1 requires %2", "--save", say("%1 or %2", "--base2", "--base10")), "size");
     if (size.paths.empty() && !size.save)
-        return misunderstood(say("%1 is required", "PATH"), "size");
+        size.paths = {"."};
     return size;
 }
 
@@ -281,7 +286,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const std::strin
     if (name == "size")
         return sizeCommand(values);
     if (name == "ls")
-        return LsOptions{values.one("DIR"), values.has("--json"), values.has("--long")};
+        return LsOptions{values.has("PATH") ? values.all("PATH") : std::vector<std::string>{"."},
+                         values.has("--json"), values.has("--long")};
     if (name == "rename")
         return renameCommand(values);
     return helpCommand(values);

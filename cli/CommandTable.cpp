@@ -168,7 +168,9 @@ const std::vector<CommandRow>& commandTable() {
         {"size",
          translatable("Add up the sizes of items with all that is below them"),
          {{.name = "PATH",
-           .says = translatable("Files and folders; symbolic links are not followed"),
+           .says =
+               translatable("Files and folders, otherwise where you are; symbolic links are not "
+                            "followed"),
            .kind = WordKind::item,
            .times = Times::any},
           {.name = "--depth",
@@ -192,11 +194,12 @@ const std::vector<CommandRow>& commandTable() {
            .says = translatable("Print a line of JSON for each item, and while the work goes on"),
            .excludes = {"--json"}}}},
         {"ls",
-         translatable("List a folder in its own order"),
-         {{.name = "DIR",
-           .says = translatable("A folder"),
-           .kind = WordKind::folder,
-           .times = Times::once},
+         translatable("List folders, each in its own order"),
+         {{.name = "PATH",
+           .says = translatable("Folders, and files, which list themselves; without one, where you "
+                                "are"),
+           .kind = WordKind::item,
+           .times = Times::any},
           {.name = "--long",
            .says = translatable("Show rights, owner, group, size and time of each item"),
            .letter = 'l'},

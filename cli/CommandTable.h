@@ -13,7 +13,6 @@ enum class WordKind {
     none,  ///< there is no such word
     text,  ///< nothing that could be offered
     item,  ///< a file or a folder
-    folder,
     user,
     group,
     command,  ///< a command of this program, or a topic of its help

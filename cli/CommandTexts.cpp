@@ -54,8 +54,6 @@ std::string bashWords(const OptionRow& row) {
             return ":";
         case WordKind::item:
             return "_morvane_offer -o filenames -f";
-        case WordKind::folder:
-            return "_morvane_offer -o filenames -d";
         case WordKind::user:
             return "_morvane_offer -u";
         case WordKind::group:
@@ -77,8 +75,6 @@ std::string zshWords(const OptionRow& row) {
             return " ";
         case WordKind::item:
             return "_files";
-        case WordKind::folder:
-            return "_files -/";
         case WordKind::user:
             return "_users";
         case WordKind::group:
@@ -98,8 +94,6 @@ std::string fishWords(const OptionRow& row) {
         case WordKind::number:
         case WordKind::item:
             return {};
-        case WordKind::folder:
-            return "(__fish_complete_directories)";
         case WordKind::user:
             return "(__fish_complete_users)";
         case WordKind::group:

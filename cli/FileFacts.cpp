@@ -99,6 +99,10 @@ bool FileFacts::isFolder() const {
     return S_ISDIR(mode);
 }
 
+std::int64_t FileFacts::ownSize() const {
+    return S_ISREG(mode) ? size : 0;
+}
+
 const char* FileFacts::kind() const {
     switch (mode & S_IFMT) {
         case S_IFDIR:
@@ -116,6 +120,12 @@ const char* FileFacts::kind() const {
         default:
             return "file";
     }
+}
+
+std::string FileFacts::flagsText() const {
+    const auto letter = [&](std::uint32_t bit, char set) { return (mode & bit) != 0 ? set : '-'; };
+    const std::string text{letter(S_ISUID, 's'), letter(S_ISGID, 's'), letter(S_ISVTX, 't')};
+    return text == "---" ? std::string() : text;
 }
 
 std::string FileFacts::modeText() const {

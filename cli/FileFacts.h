@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -27,8 +28,13 @@ struct FileFacts {
     std::uint64_t mount = 0;
 
     bool isFolder() const;
+    /// What it adds to the size of its folder: only regular files have one, in bytes.
+    std::int64_t ownSize() const;
     /// "file", "folder", "link", "fifo", "socket", "character device" or "block device".
     const char* kind() const;
+    static constexpr std::size_t flags = 3;
+    /// Setuid, setgid and the sticky bit as getfacl writes them, "s-t"; empty if it has none.
+    std::string flagsText() const;
     /// "drwxr-x--x", with a "+" behind it if there is a list.
     std::string modeText() const;
 };

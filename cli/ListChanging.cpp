@@ -62,14 +62,13 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
             problem = say("a list does not tell its path behind '# file:'");
             return {};
         }
-        ItemChange change;
-        change.path = list.path;
-        if (isNoted || !list.item.empty())
-            change.item = list.item;
-        if (isNoted)
-            change.onlyOf = list.became;
-        change.change = replacingBy(std::move(list));
-        all.push_back(std::move(change));
+        all.push_back({list.path,
+                       {},
+                       false,
+                       isNoted || !list.item.empty() ? std::optional(list.item) : std::nullopt,
+                       isNoted ? list.became : std::string(),
+                       list.flags});
+        all.back().change = replacingBy(std::move(list));
     }
     if (!problem && all.empty())
         problem = say("the text holds no list");
@@ -85,6 +84,7 @@ Outcome ListChanging::run(const std::vector<ItemChange>& all) {
         const WalkParts walk{parts_.contents, parts_.facts,
                              [&](const std::string& path, bool isBelow) {
                                  change(path, isBelow, work);
+                                 compareFlags(path, work.flags);
                                  ++done_;
                                  return !misuse_ && (!parts_.progress || parts_.progress(done_));
                              },
@@ -209,7 +209,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
         journal_.discard();
     if (misuse_)
         return {ExitUsage, {}, message({say("%1.", *misuse_), say("Nothing was changed.")})};
-    Outcome outcome{worst_, shown_, toldFailures()};
+    Outcome outcome{worst_, shown_, toldFailures() + toldFlags()};
     outcome.error = worst_ == ExitSuccess ? nullptr : error_;
     const bool isOne = all.size() == 1 && !all.front().recursive;
     if (options_.json) {
@@ -268,10 +268,43 @@ std::string ListChanging::closingLine() const {
     return line;
 }
 
-std::string ListChanging::toldFailures() const {
-    if (failures_.empty())
+void ListChanging::compareFlags(const std::string& path, const std::string& told) {
+    const auto seen = told.empty() ? std::nullopt : parts_.facts(path);
+    if (!seen)
+        return;
+    const auto has = seen->flagsText();
+    const auto lacks = [&](std::size_t i) {
+        return told[i] != '-' && (has.empty() || has[i] != told[i]);
+    };
+    for (std::size_t i = 0; i != std::min(told.size(), FileFacts::flags); ++i) {
+        if (!lacks(i))
+            continue;
+        if (lackFlags_++ == 0)
+            lacksFlags_ = path;
+        return;
+    }
+}
+
+std::string ListChanging::toldFlags() const {
+    if (lackFlags_ == 0)
         return {};
+    return message({countedPhrase("'%2' lacks the setuid, setgid or sticky bit that its list "
+                                  "tells of",
+                                  "%1 items lack the setuid, setgid or sticky bits that their "
+                                  "lists tell of; the first is '%2'",
+                                  lackFlags_, escaped(lacksFlags_))
+                            .localized() +
+                        '.',
+                    say("They are no part of a list, and stay as they are; chmod sets them.")});
+}
+
+std::string ListChanging::toldFailures() const {
     std::string text;
+    // Where nothing has failed, so that those of a run before are not taken for this one's.
+    if (!options_.failures.empty())
+        text = writtenFailures(options_.failures, failures_);
+    if (failures_.empty())
+        return text;
     const auto told = std::min(failures_.size(), maxFailuresTold);
     for (std::size_t i = 0; i != told; ++i)
         text += message({say("cannot change the access-control list of '%1': %2",
@@ -285,8 +318,6 @@ std::string ListChanging::toldFailures() const {
     }
     if (!advice_.empty())
         text += "  " + escaped(advice_) + '\n';
-    if (!options_.failures.empty())
-        text += writtenFailures(options_.failures, failures_);
     return text;
 }
 

@@ -81,6 +81,8 @@ struct ItemChange {
     std::optional<std::string> item = std::nullopt;
     /// The digest of the only list that is changed; empty if any is.
     std::string onlyOf = {};
+    /// The flags that the list tells of, as FileFacts::flagsText().
+    std::string flags = {};
 };
 
 /// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
@@ -115,6 +117,10 @@ class ListChanging {
 
     Json jsonOfChange() const;
 
+    /// Notes an item that lacks a flag which its list tells of.
+    void compareFlags(const std::string& path, const std::string& told);
+    std::string toldFlags() const;
+
     std::string listNow(const std::string& path) const;
 
     std::string closingLine() const;
@@ -132,6 +138,9 @@ class ListChanging {
     std::size_t unchanged_ = 0;
     /// Lists that somebody else has changed since the change that is taken back.
     std::size_t changedSince_ = 0;
+    std::size_t lackFlags_ = 0;
+    /// The first of these.
+    std::string lacksFlags_;
     std::vector<FailedItem> failures_;
     std::vector<std::size_t> failedChanges_;
     std::string advice_;

@@ -84,6 +84,7 @@ std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, P
                     whole.ends_with('\r') ? whole.size() - pathHead.size() - 1 : whole.npos));
             take("# owner:", list.owner);
             take("# group:", list.group);
+            take("# flags:", list.flags);
             take("# item:", list.item);
             take("# became:", list.became);
         } else if (isNfs4Line(line)) {
@@ -105,7 +106,7 @@ std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, P
     return lists;
 }
 
-std::string listAsText(std::string_view path, const EntryList& entries) {
+std::string listAsText(std::string_view path, const EntryList& entries, const std::string& flags) {
     const auto list = ItemList::asRead(entries);
     if (!list)
         return {};
@@ -115,6 +116,8 @@ std::string listAsText(std::string_view path, const EntryList& entries) {
     };
     std::string text = "# file: " + quotedPath(path) + "\n# owner: " + name(item.owner, false) +
                        "\n# group: " + name(item.group, true) + '\n';
+    if (!flags.empty())
+        text += "# flags: " + flags + '\n';
     if (const auto acl = list->storedPosixAcl())
         text += linesOfPosix(*acl);
     else

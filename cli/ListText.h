@@ -31,6 +31,8 @@ struct ListText {
     /// Behind "# owner:" and "# group:"; empty if nothing does.
     std::string owner;
     std::string group;
+    /// Behind "# flags:" as FileFacts::flagsText() tells them; empty if nothing does.
+    std::string flags;
     /// Behind "# item:" as identityOfFile() tells it; empty if nothing does.
     std::string item;
     /// Behind "# became:", the digest of the list that the item had from then on; empty if nothing
@@ -46,7 +48,9 @@ std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, P
 
 /// The list of the item at `path` as it is stored, in whole lines. Users and groups are told by
 /// name, with their numbers behind it. Empty if the entries do not tell what they were read from.
-std::string listAsText(std::string_view path, const EntryList& entries);
+/// `flags` are told as well, unless they are empty.
+std::string listAsText(std::string_view path, const EntryList& entries,
+                       const std::string& flags = {});
 
 /// The entries of `list` for that item, as if they were read from it.
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem);

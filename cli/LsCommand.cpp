@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <ctime>
 
 #include "Failure.h"
@@ -24,9 +25,45 @@ std::string timeText(std::int64_t seconds, bool isLocal) {
                                        isLocal ? "%Y-%m-%d %H:%M" : "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-Json jsonOfItem(const std::string& path, const NSURL& url, const std::optional<FileFacts>& facts) {
-    auto item = jsonOfPath(path);
-    item["name"] = url.lastPathComponent();
+/// What is listed: in a folder, or the item that was named.
+struct Listed {
+    /// As the user has written it, or below that.
+    std::string path;
+    /// As it is shown.
+    std::string name;
+    NSURL url;
+};
+
+struct Listing {
+    std::string path;
+    bool isFolder = true;
+    std::vector<Listed> items = {};
+    /// Why it cannot be listed; null if it can.
+    NSErrorRef error = nullptr;
+};
+
+Listing listingOf(const std::string& path, const ContentsSource& source, const FactsSource& facts) {
+    Listing listing{path};
+    const auto url = NSURL::fileURLWithPath(path);
+    const auto contents = source(url);
+    if (contents) {
+        for (const auto& each : *contents) {
+            const auto name = each.lastPathComponent();
+            listing.items.push_back({pathIn(path, name), escaped(name), each});
+        }
+    } else if (contents.error()->domain() == NSPOSIXErrorDomain &&
+               contents.error()->code() == ENOTDIR && facts(path)) {
+        listing.isFolder = false;
+        listing.items.push_back({path, escaped(path), url});
+    } else {
+        listing.error = contents.error();
+    }
+    return listing;
+}
+
+Json jsonOfItem(const Listed& listed, const std::optional<FileFacts>& facts) {
+    auto item = jsonOfPath(listed.path);
+    item["name"] = listed.url.lastPathComponent();
     const auto fact = [&](const char* key, auto value) {
         item[key] = facts ? Json(value(*facts)) : Json(nullptr);
     };
@@ -47,16 +84,16 @@ std::string ownerText(std::uint32_t id, bool isGroup) {
     return name ? escaped(*name) : std::to_string(id);
 }
 
-std::string detailedTable(const std::vector<NSURL>& urls, const FactsSource& facts) {
+std::string detailedTable(const std::vector<Listed>& items, const FactsSource& facts) {
     constexpr std::size_t columns = 5;
     constexpr std::size_t sizeColumn = 3;
     using Row = std::array<std::string, columns>;
     std::vector<Row> rows;
     std::vector<std::string> names;
     std::array<std::size_t, columns> widths{};
-    for (const auto& url : urls) {
-        const auto seen = facts(url.path());
-        names.push_back(escaped(url.lastPathComponent()));
+    for (const auto& item : items) {
+        const auto seen = facts(item.url.path());
+        names.push_back(item.name);
         if (seen && !seen->target.empty())
             names.back() += " -> " + escaped(seen->target);
         rows.push_back(
@@ -83,31 +120,79 @@ std::string detailedTable(const std::vector<NSURL>& urls, const FactsSource& fac
     return text;
 }
 
+std::string contentsAsText(const std::vector<Listed>& items, const LsOptions& options,
+                           const FactsSource& facts) {
+    if (options.detailed)
+        return detailedTable(items, facts);
+    std::string text;
+    for (const auto& item : items)
+        text += item.name + '\n';
+    return text;
+}
+
+/// As ls(1) prints them: what is no folder first, then each folder, below its path if it is not all
+/// that was named.
+std::string listingsAsText(const std::vector<Listing>& listings, const LsOptions& options,
+                           const FactsSource& facts, const Style& style) {
+    std::vector<Listed> files;
+    for (const auto& listing : listings) {
+        if (!listing.isFolder)
+            files.push_back(listing.items.front());
+    }
+    auto text = contentsAsText(files, options, facts);
+    for (const auto& listing : listings) {
+        if (!listing.isFolder || listing.error)
+            continue;
+        if (listings.size() > 1)
+            text += (text.empty() ? "" : "\n") + style.heading(escaped(listing.path)) + ":\n";
+        text += contentsAsText(listing.items, options, facts);
+    }
+    return text;
+}
+
+Json jsonOfListing(const Listing& listing, const FactsSource& facts) {
+    Json json{{"item", jsonOfPath(listing.path)}, {"items", nullptr}};
+    if (listing.error)
+        return json;
+    auto items = Json::array();
+    for (const auto& item : listing.items)
+        items.push_back(jsonOfItem(item, facts(item.url.path())));
+    json["items"] = std::move(items);
+    return json;
+}
+
 }  // namespace
 
 std::string pathIn(const std::string& path, const std::string& name) {
     return path.ends_with('/') ? path + name : path + '/' + name;
 }
 
-Outcome runLs(const LsOptions& options, const ContentsSource& source, const FactsSource& facts) {
-    if (options.path.empty())
-        return {ExitUsage, {}, message({say("the path is empty; name a folder.")})};
-    const auto contents = source(NSURL::fileURLWithPath(options.path));
-    if (!contents)
-        return failed(say("cannot list '%1'", escaped(options.path)), contents.error());
+Outcome runLs(const LsOptions& options, const ContentsSource& source, const FactsSource& facts,
+              const Style& style) {
+    if (std::count(options.paths.begin(), options.paths.end(), "") != 0)
+        return {ExitUsage, {}, message({say("a path is empty; name a file or a folder.")})};
     Outcome outcome;
-    if (options.json) {
-        auto items = Json::array();
-        for (const auto& url : *contents)
-            items.push_back(
-                jsonOfItem(pathIn(options.path, url.lastPathComponent()), url, facts(url.path())));
-        outcome.output = jsonDocument(
-            "ls", {{"item", jsonOfPath(options.path)}, {"items", std::move(items)}}, outcome);
-    } else if (options.detailed) {
-        outcome.output = detailedTable(*contents, facts);
+    std::vector<Listing> listings;
+    for (const auto& path : options.paths) {
+        const auto& listing = listings.emplace_back(listingOf(path, source, facts));
+        if (!listing.error)
+            continue;
+        const auto why = failed(say("cannot list '%1'", escaped(path)), listing.error);
+        if (options.paths.size() == 1)
+            return why;
+        outcome.exitCode = std::max(outcome.exitCode, why.exitCode);
+        outcome.message += why.message;
+        outcome.error = why.error;
+    }
+    if (!options.json) {
+        outcome.output = listingsAsText(listings, options, facts, style);
+    } else if (listings.size() == 1) {
+        outcome.output = jsonDocument("ls", jsonOfListing(listings.front(), facts), outcome);
     } else {
-        for (const auto& url : *contents)
-            outcome.output += escaped(url.lastPathComponent()) + '\n';
+        auto lists = Json::array();
+        for (const auto& listing : listings)
+            lists.push_back(jsonOfListing(listing, facts));
+        outcome.output = jsonDocument("ls", {{"lists", std::move(lists)}}, outcome);
     }
     return outcome;
 }

@@ -10,12 +10,14 @@
 
 #include "FileFacts.h"
 #include "Outcome.h"
+#include "Text.h"
 
-/// `morvane ls DIR`: lists a folder in its own order.
+/// `morvane ls [PATH...]`: lists folders, each in its own order.
 namespace morvane {
 
 struct LsOptions {
-    std::string path;
+    /// A file lists itself.
+    std::vector<std::string> paths;
     bool json = false;
     /// With rights, owner, group, size and time in front of each name.
     bool detailed = false;
@@ -23,8 +25,10 @@ struct LsOptions {
 
 using ContentsSource = std::function<Result<std::vector<NSURL>>(const NSURL& directory)>;
 
-/// What `facts` cannot see of an item is left open.
-Outcome runLs(const LsOptions& options, const ContentsSource& source, const FactsSource& facts);
+/// What `facts` cannot see of an item is left open. Of several, those that cannot be listed are
+/// told, and the others are listed.
+Outcome runLs(const LsOptions& options, const ContentsSource& source, const FactsSource& facts,
+              const Style& style);
 
 /// `name` in the folder at `path`.
 std::string pathIn(const std::string& path, const std::string& name);

@@ -24,15 +24,19 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
         outcome.error = error;
         failures.push_back(jsonOfFailedItem(path, error->localizedDescription()));
     };
+    const auto flagsOf = [&](const std::string& path) {
+        const auto seen = parts.facts(path);
+        return seen ? seen->flagsText() : std::string();
+    };
     const auto save = [&](const std::string& path, bool) {
         const auto entries = parts.source(NSURL::fileURLWithPath(path));
         if (entries) {
-            lists += listAsText(path, *entries);
+            lists += listAsText(path, *entries, flagsOf(path));
             ++saved;
         } else {
             fail(path, entries.error());
         }
-        return !parts.progress || parts.progress(saved);
+        return lists.size() <= options.mostContent && (!parts.progress || parts.progress(saved));
     };
     const auto cannotList = [&](const std::string& path, const NSError& why) {
         outcome.message += failureMessage(say("cannot list '%1'", escaped(path)), why);
@@ -41,8 +45,16 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
     };
     for (const auto& path : options.paths) {
         if (!walkItems(path, options.recursive,
-                       {parts.contents, parts.facts, save, cannotList, !options.crossesMounts}))
-            return {ExitInterrupted, {}, message({say("stopped. Not all lists were saved.")})};
+                       {parts.contents, parts.facts, save, cannotList, !options.crossesMounts})) {
+            if (lists.size() <= options.mostContent)
+                return {ExitInterrupted, {}, message({say("stopped. Not all lists were saved.")})};
+            return {ExitFailure,
+                    {},
+                    message({say("the lists take more than %1 MiB, which --restore does not read.",
+                                 options.mostContent >> 20),
+                             say("Nothing was saved. Save parts of the tree, each to a file of its "
+                                 "own.")})};
+        }
     }
     if (isOutput) {
         outcome.output = std::move(lists);

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "ListChanging.h"
+#include "ListText.h"
 
 namespace morvane {
 
@@ -18,6 +20,8 @@ struct SaveOptions {
     /// Other file systems below are entered, too.
     bool crossesMounts = false;
     bool json = false;
+    /// In bytes: what is saved can be restored.
+    std::size_t mostContent = morvane::mostContent;
 };
 Outcome runSave(const SaveOptions& options, const ChangeParts& parts);
 

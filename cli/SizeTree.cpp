@@ -107,7 +107,11 @@ void SizeTree::lookInto(SizeNode& node, const SizeSources& sources, std::size_t 
             node.children.emplace_back(SizeNode{pathIn(node.path, url.lastPathComponent()), url});
         const auto seen = sources.facts(url.path());
         child.isElsewhere = seen && seen->mount != mount;
-        if (levels > 1 && !child.isElsewhere && (!seen || seen->isFolder()))
+        if (child.isElsewhere)
+            child.item = MVFileSizeItem::init();
+        else if (seen && !seen->isFolder())
+            child.item = MVFileSizeItem::initWithSize(seen->ownSize());
+        else if (levels > 1)
             lookInto(child, sources, levels - 1, mount);
     }
 }
@@ -119,8 +123,7 @@ MVFileSizes SizeTree::addUp(const SizeSource& source) {
         nodes.push_back(&root);
     for (std::size_t i = 0; i != nodes.size(); ++i) {
         for (auto& child : nodes[i]->children) {
-            child.item = MVFileSizeItem::init();
-            if (!child.isElsewhere)
+            if (!child.item)
                 nodes.push_back(&child);
         }
     }
@@ -130,20 +133,20 @@ MVFileSizes SizeTree::addUp(const SizeSource& source) {
     auto answer = source(urls, roots_.size());
     for (std::size_t i = 0; i < std::min(nodes.size(), answer.items.size()); ++i)
         nodes[i]->item = answer.items[i];
-    for (auto& root : roots_) {
-        if (!root.item)
-            root.item = MVFileSizeItem::init();
-    }
+    for (auto i = answer.items.size(); i < nodes.size(); ++i)
+        nodes[i]->item = MVFileSizeItem::init();
     arrange(roots_, options_.order.value_or(SizeOrder::asGiven));
-    // What is not shown is not looked at.
-    forEach(roots_, [](const SizeNode& node) { node.item->setUrl(node.url); });
+    // Names and icons are looked up for programs only, and of what is shown.
+    if (options_.json || options_.lines)
+        forEach(roots_, [](const SizeNode& node) { node.item->setUrl(node.url); });
     return answer;
 }
 
 void SizeTree::arrange(std::vector<SizeNode>& nodes, SizeOrder order) const {
     if (order != SizeOrder::asGiven)
         std::stable_sort(nodes.begin(), nodes.end(), [&](const SizeNode& a, const SizeNode& b) {
-            return order == SizeOrder::bySize ? sizeOf(a) > sizeOf(b) : a.path < b.path;
+            return order == SizeOrder::bySize && sizeOf(a) != sizeOf(b) ? sizeOf(a) > sizeOf(b)
+                                                                        : a.path < b.path;
         });
     for (auto& node : nodes) {
         auto& children = node.children;

@@ -17,7 +17,7 @@ struct SizeNode {
     /// As the user has written it, or below that.
     std::string path;
     NSURL url;
-    /// Null until it is known.
+    /// Null until it is known. What this program has seen itself is not asked for.
     std::shared_ptr<MVFileSizeItem> item = nullptr;
     /// On another file system or a bind mount, which the sizes of the folders above leave out.
     bool isElsewhere = false;

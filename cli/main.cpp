@@ -223,7 +223,7 @@ Outcome run(const CommandLine& line, const CommonOptions& common) {
         return runSize(*size, {sizesOf, contentsOf, glimpseOfFile}, style);
     }
     if (const auto* ls = std::get_if<LsOptions>(&line))
-        return runLs(*ls, contentsOf, factsOfFile);
+        return runLs(*ls, contentsOf, factsOfFile, style);
     if (const auto* rename = std::get_if<RenameOptions>(&line)) {
         return runRename(*rename, [&](const auto& urls, const auto& names) {
             return services.rename(resolvedOnTheWay(urls), names);

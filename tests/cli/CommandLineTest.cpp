@@ -121,7 +121,7 @@ TEST(CommandLine, TakesAWordAsItIsWhateverItBeginsWith) {
               (Paths{"-x", "--json", "[y]", "\x01z"}));
     EXPECT_EQ(sized({"size", "a", "--", "-x", "--"}), (Paths{"a", "-x", "--"}));
     EXPECT_EQ(sized({"size", "a", "++"}), (Paths{"a", "++"}));
-    EXPECT_EQ(std::get<LsOptions>(parse({"ls", "[d]"})).path, "[d]");
+    EXPECT_EQ(std::get<LsOptions>(parse({"ls", "[d]", "e"})).paths, (Paths{"[d]", "e"}));
     EXPECT_EQ(std::get<AclOptions>(parse({"acl", "[f]"})).path, "[f]");
     const auto renamed =
         std::get<RenameOptions>(parse({"rename", "a", "[b]", "--", "-c", "-d"})).words;
@@ -202,8 +202,15 @@ TEST(CommandLine, KeepsNoChoiceOfUnitsThatWasNotMade) {
     EXPECT_EQ(stopped({"size", "/x", "--save"}).message,
               "morvane: --save requires --base2 or --base10\n"
               "  'morvane size --help' tells how the command is used.\n");
-    EXPECT_EQ(stopped({"size", "--base2"}).exitCode, ExitUsage);
+    EXPECT_FALSE(std::get<SizeOptions>(parse({"size", "--base2"})).save);
     EXPECT_TRUE(std::get<SizeOptions>(parse({"size", "--base2", "--save"})).save);
+}
+
+TEST(CommandLine, MeansTheCurrentFolderWhereNoPathIsNamed) {
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ(std::get<SizeOptions>(parse({"size", "--base2"})).paths, Paths{"."});
+    EXPECT_EQ(std::get<SizeOptions>(parse({"size", "--base2", "--save"})).paths, Paths());
+    EXPECT_EQ(std::get<LsOptions>(parse({"ls"})).paths, Paths{"."});
 }
 
 TEST(CommandLine, TellsWhetherJsonIsWantedThoughTheWordsAreWrong) {

@@ -11,6 +11,7 @@
 #include "ChangeCommand.h"
 #include "Failure.h"
 #include "PropagateCommand.h"
+#include "SaveCommand.h"
 #include "TemporaryFolder.h"
 #include "acl/AclTestSupport.h"
 
@@ -141,6 +142,23 @@ TEST_F(PrivilegedChanges, ThatWereRefusedLeaveNoNotes) {
     EXPECT_EQ(propagate(true).exitCode, ExitFailure);
     EXPECT_EQ(written_.size(), 2U);
     EXPECT_EQ(endings(), Endings());
+}
+
+class SavedLists : public PrivilegedChanges {};
+
+TEST_F(SavedLists, AreNeverMoreThanCanBeRestored) {
+    const auto file = folder_.path() / "saved";
+    SaveOptions options{{"/nowhere/folder"}, file, true};
+    EXPECT_EQ(runSave(options, parts_).exitCode, ExitSuccess);
+    options.mostContent = std::filesystem::file_size(file);
+    EXPECT_EQ(runSave(options, parts_).exitCode, ExitSuccess);
+    std::filesystem::remove(file);
+    --options.mostContent;
+    const auto outcome = runSave(options, parts_);
+    EXPECT_EQ(outcome.exitCode, ExitFailure);
+    EXPECT_NE(outcome.message.find("which --restore does not read."), std::string::npos)
+        << outcome.message;
+    EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 }  // namespace

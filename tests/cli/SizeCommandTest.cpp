@@ -65,6 +65,7 @@ class ASizeTree : public testing::Test {
             constexpr std::uint32_t folder = 0040755;
             found.mode = inside_.contains(name) || name == "mount" ? folder : 0100644;
             found.mount = name == "mount" ? 2 : 1;
+            found.size = sizes_[name];
             return std::optional(found);
         };
         return runSize(options, {sizes, contents, facts}, Style(false));
@@ -90,9 +91,21 @@ TEST_F(ASizeTree, ShowsTheLargestFirstWithTheirPartsOfTheWhole) {
                   line(10, "  1%                small") + line(-1, "  0%                mount") +
                   "1 item is on another file system or a bind mount, which is not added up.\n");
     EXPECT_EQ(asked_, 1U);
-    // Those that were asked for come first; a mount is not asked for.
-    EXPECT_EQ(urls_, (std::vector<std::string>{"/top", "/top/small", "/top/nest", "/top/large",
-                                               "/top/nest/inner"}));
+    // Those that were asked for come first; a mount and what has been seen are not asked for.
+    EXPECT_EQ(urls_, (std::vector<std::string>{"/top", "/top/nest"}));
+}
+
+TEST_F(ASizeTree, ShowsThoseOfTheSameSizeInTheOrderOfTheirNames) {
+    inside_["top"] = {"d", "b", "large", "c", "a"};
+    for (const auto* const name : {"a", "b", "c", "d"})
+        sizes_[name] = 75;
+    const auto outcome = run({.paths = {"/top"}, .depth = 1});
+    EXPECT_LT(outcome.output.find(" a\n"), outcome.output.find(" b\n"));
+    EXPECT_LT(outcome.output.find(" b\n"), outcome.output.find(" c\n"));
+    EXPECT_LT(outcome.output.find(" c\n"), outcome.output.find(" d\n"));
+    const auto largest = run({.paths = {"/top"}, .depth = 1, .top = 2});
+    EXPECT_NE(largest.output.find(" a\n"), std::string::npos) << largest.output;
+    EXPECT_NE(largest.output.find("3 others"), std::string::npos) << largest.output;
 }
 
 TEST_F(ASizeTree, AddsUpThoseThatAreNotAmongTheLargest) {

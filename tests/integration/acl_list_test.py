@@ -33,14 +33,14 @@ class Trees(unittest.TestCase):
         with open(self.outside, "w", encoding="ascii"):
             os.chmod(self.outside, 0o600)
 
-    def run_morvane(self, *arguments, status=0, text=None, **variables):
+    def run_morvane(self, *arguments, status=0, text=None, said="", **variables):
         environment = {**os.environ, "MORVANE_LIBEXEC_DIR": LIBEXEC, "LC_ALL": "C.UTF-8",
                        "XDG_STATE_HOME": self.state, **variables}
         result = subprocess.run([MORVANE, *arguments], env=environment, cwd=self.folder, text=True, input=text,
                                 capture_output=True, timeout=TIME_LIMIT)
         self.assertEqual(result.returncode, status, result.stderr)
         if status == 0:
-            self.assertEqual(result.stderr, "")
+            self.assertEqual(result.stderr, said)
         return result
 
     def tool(self, *command, text=None):
@@ -204,6 +204,27 @@ class Files(Trees):
         self.tool("setfacl", "--restore=saved")
         self.assertEqual(self.lists("one"), before, "setfacl reads it, too")
 
+    def test_flags_are_saved_for_setfacl_and_told_where_they_are_not_restored(self):
+        self.tool("chmod", "g+s,o+t", "one/sub")
+        self.tool("setfacl", "-m", "u:daemon:rx", "one/sub")
+        self.assertEqual(self.run_morvane("acl", "-R", "one", "--save", "saved").stdout, "5 lists saved.\n")
+        before = self.tool("getfacl", "-R", "one")
+        self.assertIn("# flags: -st\n", before)
+        with open(os.path.join(self.folder, "saved"), encoding="utf-8") as f:
+            self.assertEqual(f.read().count("# flags: -st\n"), 1)
+        self.run_morvane("acl", "--restore", "saved")
+        self.tool("setfacl", "--restore=saved")
+        self.assertEqual(self.tool("getfacl", "-R", "one"), before)
+        self.tool("chmod", "g-s", "one/sub")
+        self.run_morvane("acl", "--restore", "saved",
+                         said="morvane: 'one/sub' lacks the setuid, setgid or sticky bit that its list tells of.\n"
+                              "  They are no part of a list, and stay as they are; chmod sets them.\n")
+
+    def test_lists_and_json_are_not_both_written_to_standard_output(self):
+        result = self.run_morvane("acl", "one", "--save", "-", "--json", status=2)
+        self.assertIn("the lists and --json would both be on standard output; name a file behind --save",
+                      json.loads(result.stdout)["error"]["message"])
+
     def test_what_a_mask_holds_back_is_saved_and_restored(self):
         self.tool("setfacl", "-m", "u:daemon:rwx,g:bin:rw,m::r,d:u:daemon:rwx,d:g::rwx,d:m::x", "outside_folder")
         before = self.tool("getfacl", "-p", "outside_folder")
@@ -358,6 +379,8 @@ class Failures(Trees):
         with open(os.path.join(self.folder, "failed"), encoding="utf-8") as f:
             self.assertEqual([line.split("\t")[0] for line in f], missing)
         self.assertIn("user:daemon:r--", self.tool("getfacl", "-c", "one/plain"))
+        self.run_morvane("acl", "one/plain", "--set", "u:bin:r", "--failures", "failed")
+        self.assertEqual(os.path.getsize(os.path.join(self.folder, "failed")), 0, "what failed before is no more in it")
 
 
 class Undo(Trees):

@@ -59,11 +59,10 @@ class Offers:
         for option in ("--user", "--group"):
             self.assertIn("daemon", self.complete("access", option, "", expected=["daemon"]))
 
-    def test_items_are_offered_to_most_commands_and_folders_to_one(self):
-        for command in ("acl", "access", "rename", "size"):
+    def test_items_are_offered_to_most_commands(self):
+        for command in ("acl", "access", "ls", "rename", "size"):
             found = {name.rstrip("/") for name in self.complete(command, "n", expected=["notes.txt", "nest"])}
             self.assertEqual(found, {"nest", "notes.txt"}, command)
-        self.assertEqual({name.rstrip("/") for name in self.complete("ls", "n", expected=["nest"])}, {"nest"})
 
     def test_words_of_which_there_are_few_are_offered(self):
         self.assertEqual(self.complete("--color", "", expected=["always"]), {"auto", "always", "never"})

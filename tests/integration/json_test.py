@@ -157,6 +157,12 @@ class Commands(Documents):
         self.assertEqual(items[b"./nest"]["mode"], "drwxr-x---")
         self.assertEqual(items[b"./\xff fifo"]["name"], "\ufffd fifo")
 
+    def test_several_are_listed_each_with_what_is_in_it(self):
+        lists = self.document("ls", "--json", ".", "gone", "notes.txt", status=1)["lists"]
+        self.assertEqual([one["item"]["path"] for one in lists], [".", "gone", "notes.txt"])
+        self.assertEqual([one["items"] and [item["path"] for item in one["items"]] for one in lists],
+                         [["./notes.txt"], None, ["notes.txt"]])
+
     def test_a_rename_says_what_became_of_each(self):
         printed = self.document("rename", "--json", "notes.txt", "new", "gone", "other", status=1)
         self.assertEqual([item["error"] and item["error"]["name"] for item in printed["items"]], [None, "ENOENT"])

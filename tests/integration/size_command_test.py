@@ -425,10 +425,32 @@ class Listing(Tree):
         self.assertEqual(run("ls", self.folder).stdout, b"")
         self.assertEqual(json.loads(run("ls", "--json", self.folder).stdout)["items"], [])
 
-    def test_a_file_is_not_a_folder(self):
-        result = run("ls", self.file(b"file"))
-        self.assertEqual((result.returncode, result.stdout), (1, b""))
-        self.assertIn(b"Not a directory", result.stderr)
+    def test_a_file_lists_itself_as_it_was_written(self):
+        file = self.file(b"file", size=1500)
+        self.assertEqual(run("ls", file).stdout, file + b"\n")
+        self.assertRegex(run("ls", "-l", file).stdout, rb"^-rw-r--r-- .* 1.5 KB .*  %s\n$" % file)
+        item, = json.loads(run("ls", "--json", file).stdout)["items"]
+        self.assertEqual((item["path"], item["name"], item["size"]), (os.fsdecode(file), "file", 1500))
+        below = run("ls", file + b"/below")
+        self.assertEqual((below.returncode, below.stdout), (1, b""))
+        self.assertIn(b"Not a directory", below.stderr)
+
+    def test_of_several_files_come_first_and_each_folder_stands_below_its_path(self):
+        nest, empty, file = self.path(b"nest"), self.path(b"empty"), self.file(b"file")
+        os.mkdir(nest)
+        os.mkdir(empty)
+        self.file(b"nest", b"inner")
+        result = run("ls", nest, self.path(b"missing"), file, empty)
+        self.assertEqual((result.returncode, result.stdout),
+                         (1, file + b"\n\n" + nest + b":\ninner\n\n" + empty + b":\n"))
+        self.assertIn(b"cannot list '" + self.path(b"missing") + b"'", result.stderr)
+
+    def test_without_a_path_the_current_folder_is_meant(self):
+        self.file(b"file", size=3)
+        for arguments, printed in ((("ls",), b"file\n"), (("size",), b"3 bytes  .\n")):
+            result = subprocess.run([MORVANE, *arguments], env=ENVIRONMENT, capture_output=True, timeout=TIME_LIMIT,
+                                    cwd=self.folder)
+            self.assertEqual((result.stdout, result.stderr), (printed, b""))
 
     def test_a_missing_folder_is_told(self):
         result = run("ls", self.path(b"missing"))
