@@ -81,7 +81,9 @@ class EditScreen {
         PermissionList permissions;
     };
 
-    static std::vector<ViewedLine> allKeys(std::size_t columns);
+    std::vector<ViewedLine> allKeys(std::size_t columns) const;
+    /// Whether the key can do something to the chosen entry; those that are for the list can.
+    bool isOfUse(std::string_view key) const;
     /// With the boxes of the entries that are open, or of all.
     std::vector<Line> lines(bool all = false) const;
     Line chosenLine() const;

@@ -55,7 +55,21 @@ const NSTreeNode* sameBox(const PermissionList& permissions, const NSTreeNode& b
 
 }  // namespace
 
-std::vector<ViewedLine> EditScreen::allKeys(std::size_t columns) {
+bool EditScreen::isOfUse(std::string_view key) const {
+    if (key != "g" && key != "t" && key != "w")
+        return true;
+    if (lines().empty())
+        return false;
+    const auto& entry = *editor_.entries()[chosenLine().entry];
+    if (!whyNotChanged(entry).empty())
+        return false;
+    const auto choices = permissionChoices(entry, list_ ? &*list_ : nullptr);
+    return key != "g" || std::any_of(choices.begin(), choices.end(), [&](const auto& choice) {
+               return choice.whyNot.empty() && choice.code != entry.permissionGroup();
+           });
+}
+
+std::vector<ViewedLine> EditScreen::allKeys(std::size_t columns) const {
     struct Key {
         const char* key;
         const char* says;
@@ -86,7 +100,7 @@ std::vector<ViewedLine> EditScreen::allKeys(std::size_t columns) {
     for (const auto& [key, says] : keys) {
         std::string before = key;
         for (const auto& line : wrapped(say(says), room))
-            lines.push_back({padded(std::exchange(before, {}), wide) + line});
+            lines.push_back({padded(std::exchange(before, {}), wide) + line, !isOfUse(key)});
     }
     return lines;
 }

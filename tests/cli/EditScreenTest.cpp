@@ -381,6 +381,21 @@ TEST_F(ScreenOfAList, DimsABoxThatCannotBeHeldAndSaysWhy) {
     EXPECT_EQ(pressed({'q'}), Pressed::leave) << "nothing has changed";
 }
 
+TEST_F(ScreenOfAList, DimsAKeyThatCanDoNothingToTheEntry) {
+    const auto isDim = [&](const std::string& key) {
+        pressed({'?'});
+        const auto shown = asked_->draw(40, 80);
+        pressed({'x'});
+        return shown.find("\x1b[2m  " + key + "  ") != std::string::npos;
+    };
+    for (const auto* const key : {"g", "t", "w", "i", "s"})
+        EXPECT_FALSE(isDim(key)) << key;
+    pressed({'i'});
+    for (const auto* const key : {"g", "t", "w"})
+        EXPECT_TRUE(isDim(key)) << key;
+    EXPECT_FALSE(isDim("i"));
+}
+
 TEST_F(ScreenOfAList, ShowsBesideTheBoxesWhatSomebodyCanReallyDo) {
     pressed({keyDown, keyRight, 'e'});
     EXPECT_NE(asked_->draw(40, 80).find("Whose access, user:NAME or group:NAME: "),
