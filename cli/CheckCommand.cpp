@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <set>
 #include <utility>
 #include <vector>
@@ -51,6 +52,8 @@ class Check {
               const GivenList& given, std::vector<std::string>& below);
     void lookAt(const std::string& path, const EntryList& entries, const GivenList* given);
     void lookForUnknown(const std::string& path, const EntryList& entries);
+    /// What stands for the name of somebody whom this system does not know.
+    const std::string& nameOf(const MVAclEntry& entry);
     /// Whether the list lets somebody but root do all of `needed`. A group without members is
     /// nobody.
     bool isForSomebody(const EntryList& entries, Boxes needed);
@@ -67,11 +70,14 @@ class Check {
     std::uint64_t mount_ = 0;
     std::vector<std::string> folders_;
     std::size_t done_ = 0;
+    /// The entries of the largest list in a folder so far.
+    std::size_t largest_ = 0;
     std::array<std::size_t, namesOfFindings.size()> found_{};
     std::size_t failed_ = 0;
     NSErrorRef error_;
     bool groupsAsked_ = false;
     std::optional<std::set<std::uint32_t>> groups_;
+    std::map<NSUUID, std::string> names_;
     Json findings_ = Json::array();
 };
 
@@ -132,6 +138,13 @@ void Check::tell(const std::string& path, Finding finding, const Phrase& reason,
         findings_.push_back(std::move(object));
 }
 
+const std::string& Check::nameOf(const MVAclEntry& entry) {
+    auto& name = names_[*entry.uuid()];
+    if (name.empty())
+        name = identityName(entry);
+    return name;
+}
+
 void Check::lookForUnknown(const std::string& path, const EntryList& entries) {
     std::set<std::string> told;
     const auto tellOnce = [&](const std::string& identity, const Phrase& reason) {
@@ -153,10 +166,13 @@ void Check::lookForUnknown(const std::string& path, const EntryList& entries) {
     }
     for (const auto& entry : entries) {
         const auto who = subjectOf(*entry);
-        const auto name = identityName(*entry);
+        // Only then, as the database of users is asked for a name each time.
+        if (who && hasName(*who))
+            continue;
+        const auto& name = nameOf(*entry);
         if (!who)  // a name of a network mount, of which no more is known here
             tellOnce(name, phrase("it has an entry for a name that this system does not know"));
-        else if (!hasName(*who))
+        else
             tellOnce(name, phrase("it has an entry for %1, whom this system does not know", name));
     }
 }
@@ -192,6 +208,7 @@ bool Check::look(const std::string& folder, const std::vector<std::string>& name
             fail(path, lists[i].error());
             continue;
         }
+        largest_ = std::max(largest_, lists[i]->size());
         lookAt(path, *lists[i], &given);
         if (isOfFolder(*lists[i]))
             below.push_back(std::move(path));
@@ -211,8 +228,11 @@ bool Check::lookInside(const std::string& folder) {
     }
     const GivenList given(*own.front());
     std::vector<std::string> below;
+    // Lists in a folder are often like its own.
+    largest_ = own.front()->size();
     for (auto from = names->begin(); from != names->end();) {
-        const auto to = from + std::min<std::ptrdiff_t>(listsAtOnce, names->end() - from);
+        const auto count = static_cast<std::ptrdiff_t>(listsAtOnceAfter(largest_));
+        const auto to = from + std::min(count, names->end() - from);
         if (!look(folder, {from, to}, given, below))
             return false;
         from = to;

@@ -47,6 +47,11 @@ struct FromReply<Result<T>> {
     }
 };
 
+/// Whether there is a service which did not send its reply.
+bool isRefusedReply(const NSError& error) {
+    return error.domain() == NSCocoaErrorDomain && error.code() == NSXPCConnectionReplyInvalid;
+}
+
 /// How soon Ctrl-C is noticed while an answer is waited for.
 constexpr std::chrono::milliseconds lookInterval{50};
 
@@ -131,6 +136,14 @@ std::vector<Result<T>> FileServices::askAll(const char* right, std::size_t count
     std::vector<Result<T>> results;
     for (const auto& answer : answers)
         results.push_back(answer.wait(goesOn));
+    // Of large replies only so many may wait to be taken. By itself each is answered.
+    for (std::size_t i = 0; i != results.size() && goesOn(); ++i) {
+        if (results[i] || !isRefusedReply(*results[i].error()))
+            continue;
+        const Answer<Result<T>> again;
+        send(*serviceOn(*connection, again.ofFailure()), i, again.ofReply());
+        results[i] = again.wait(goesOn);
+    }
     while (results.size() != count)
         results.emplace_back(Failure{error});
     return results;

@@ -5,6 +5,7 @@
 #include <MorvaneOperation/acl_perms.h>
 
 #include <algorithm>
+#include <set>
 
 namespace morvane {
 
@@ -86,8 +87,15 @@ Boxes boxesIn(const std::vector<std::shared_ptr<MVTreeNode>>& nodes) {
 
 ListedRights::ListedRights(const EntryList& entries)
     : entries_(entries), list_(ItemList::asRead(entries)) {
-    if (!list_ || !list_->posixAcl())
+    if (!list_)
         return;
+    if (!list_->posixAcl()) {
+        for (const auto& entry : entries_) {
+            if (appliesToItem(*entry))
+                rules_.push_back({entry, identityOf(*entry), boxesIn(entry->permissions())});
+        }
+        return;
+    }
     // What the entries show does not tell a mask that lets nothing through.
     stored_ = list_->storedPosixAcl()->access;
     counting_ = countingList(stored_);
@@ -154,19 +162,17 @@ ListedRights::Granted ListedRights::ofPosix(const CBPosixIdentity& who,
             return granted;
         }
     }
-    const auto* group = std::get_if<CBPosixGroup>(&who);
-    const auto isIn = [&](std::uint32_t id) {
-        return contains(groups, id) || (group && group->gid == id);
-    };
-    bool isMember = false;
-    if (isIn(acl.group)) {
-        isMember = true;
+    std::set<std::uint32_t> in(groups.begin(), groups.end());
+    if (const auto* group = std::get_if<CBPosixGroup>(&who))
+        in.insert(group->gid);
+    bool isMember = in.contains(acl.group);
+    if (isMember)
         give(CBPosixGroup{acl.group}, true, list.owningGroup);
-    }
-    for (const auto& entry : list.groups) {
-        if (isIn(entry.id)) {
+    // By the groups, as a list may have thousands of entries.
+    for (const auto id : in) {
+        if (const auto* entry = named(list.groups, id)) {
             isMember = true;
-            give(CBPosixGroup{entry.id}, false, entry.rights);
+            give(CBPosixGroup{id}, false, entry->rights);
         }
     }
     if (!isMember)
@@ -179,14 +185,13 @@ ListedRights::Granted ListedRights::ofNfs4(const CBPosixIdentity& who,
                                            Boxes wanted) const {
     Granted granted;
     Boxes decided = ~wanted;
-    for (const auto& entry : entries_) {
-        const auto whose = identityOf(*entry);
+    for (const auto& [entry, whose, boxes] : rules_) {
         const auto* group = std::get_if<CBPosixGroup>(&whose);
         const bool bearsOn = whose == who || std::holds_alternative<CBEveryone>(whose) ||
                              (group && contains(groups, group->gid));
-        if (!bearsOn || !appliesToItem(*entry))
+        if (!bearsOn)
             continue;
-        const auto fresh = boxesIn(entry->permissions()) & ~decided;
+        const auto fresh = boxes & ~decided;
         decided |= fresh;
         if (entry->tag() != MVAclTagAllow || fresh == 0)
             continue;

@@ -61,6 +61,13 @@ class ListedRights {
     /// A POSIX list as it is stored, and what counts of it, without a mask.
     PosixList stored_;
     PosixList counting_;
+    /// An entry of an allow/deny list that is for the item itself, and what it says of whom.
+    struct Rule {
+        std::shared_ptr<MVAclEntry> entry;
+        CBPosixIdentity whose;
+        Boxes boxes = 0;
+    };
+    std::vector<Rule> rules_;
     /// What entryFor() finds in a POSIX list, which may have thousands of entries.
     std::map<std::pair<bool, NSUUID>, std::shared_ptr<MVAclEntry>> byWhom_;
 };

@@ -42,6 +42,13 @@ struct Listing {
     NSErrorRef error = nullptr;
 };
 
+/// A file, or a link that leads to one or nowhere: whoever names it means the item itself.
+bool leadsToNoFolder(const NSError& error) {
+    const auto code = error.code();
+    return error.domain() == NSPOSIXErrorDomain &&
+           (code == ENOTDIR || code == ENOENT || code == ELOOP);
+}
+
 Listing listingOf(const std::string& path, const ContentsSource& source, const FactsSource& facts) {
     Listing listing{path};
     const auto url = NSURL::fileURLWithPath(path);
@@ -51,8 +58,7 @@ Listing listingOf(const std::string& path, const ContentsSource& source, const F
             const auto name = each.lastPathComponent();
             listing.items.push_back({pathIn(path, name), escaped(name), each});
         }
-    } else if (contents.error()->domain() == NSPOSIXErrorDomain &&
-               contents.error()->code() == ENOTDIR && facts(path)) {
+    } else if (leadsToNoFolder(*contents.error()) && facts(path)) {
         listing.isFolder = false;
         listing.items.push_back({path, escaped(path), url});
     } else {

@@ -27,6 +27,11 @@ Result<std::vector<std::string>> namesWithLists(const std::string& path, const T
     return names;
 }
 
+std::size_t listsAtOnceAfter(std::size_t entries) {
+    return std::clamp<std::size_t>(entriesAtOnce / std::max<std::size_t>(entries, 1), 1,
+                                   listsAtOnce);
+}
+
 std::string lookedAtLine(std::size_t done) {
     return countedPhrase("%1 item looked at", "%1 items looked at", done).localized();
 }

@@ -23,6 +23,11 @@ using ListsSource = std::function<std::vector<Result<EntryList>>(const std::vect
 /// So many lists are asked for at once: the service has always something to do, and little is held
 /// in memory.
 inline constexpr std::size_t listsAtOnce = 64;
+/// With lists of thousands of entries fewer: they have about so many entries together, each of
+/// which takes some kilobytes.
+inline constexpr std::size_t entriesAtOnce = std::size_t{1} << 14;
+/// How many to ask for after one of `entries`.
+std::size_t listsAtOnceAfter(std::size_t entries);
 
 struct TreeParts {
     ListsSource lists;

@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "AclCommand.h"
+#include "CheckCommand.h"
+#include "acl/AclTestSupport.h"
 
 namespace morvane {
 namespace {
@@ -174,6 +176,41 @@ TEST(AclCommand, EndsWithThreeWhenTheServiceIsTheTrouble) {
 
 TEST(AclCommand, RefusesAnEmptyPathAsUsage) {
     EXPECT_EQ(run({.path = ""}, {}).exitCode, ExitUsage);
+}
+
+TEST(ACheck, AsksForFewerListsAtOnceWhereTheyAreLarge) {
+    const acltest::World world;
+    const EntryList one{MVAclEntry::newEntryForDirectory(false)};
+    constexpr std::size_t many = 4096;
+    const EntryList large(many, one.front());
+    std::vector<std::size_t> asked;
+    const TreeParts parts{
+        .lists =
+            [&](const std::vector<NSURL>& urls) {
+                asked.push_back(urls.size());
+                const auto isTop = urls.front().path() == "/tree";
+                return std::vector<Result<EntryList>>(urls.size(), isTop ? one : large);
+            },
+        .contents = [](const NSURL& url) -> Result<std::vector<NSURL>> {
+            std::vector<NSURL> inside;
+            for (int i = 0; i != 70; ++i)
+                inside.push_back(url.URLByAppendingPathComponent(std::to_string(i)));
+            return inside;
+        },
+        .facts = [](const std::string& path) -> std::optional<FileFacts> {
+            if (path != "/tree")
+                return std::nullopt;
+            FileFacts folder;
+            folder.mode = 0040755;
+            return folder;
+        },
+        .groupsInUse = [] { return std::nullopt; },
+        .progress = [](std::size_t) { return true; },
+        .print = [](const std::string&) {},
+        .complain = [](const std::string&) {}};
+    runCheck({.path = "/tree"}, parts);
+    // The tree's own list twice, then what is in it.
+    EXPECT_EQ(asked, (std::vector<std::size_t>{1, 1, 64, 4, 2}));
 }
 
 }  // namespace

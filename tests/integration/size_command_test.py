@@ -431,6 +431,8 @@ class Listing(Tree):
         self.assertRegex(run("ls", "-l", file).stdout, rb"^-rw-r--r-- .* 1.5 KB .*  %s\n$" % file)
         item, = json.loads(run("ls", "--json", file).stdout)["items"]
         self.assertEqual((item["path"], item["name"], item["size"]), (os.fsdecode(file), "file", 1500))
+        os.symlink(b"nowhere", self.path(b"dangling"))
+        self.assertEqual(run("ls", self.path(b"dangling")).stdout, self.path(b"dangling") + b"\n")
         below = run("ls", file + b"/below")
         self.assertEqual((below.returncode, below.stdout), (1, b""))
         self.assertIn(b"Not a directory", below.stderr)
