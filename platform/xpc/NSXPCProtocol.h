@@ -244,7 +244,9 @@ class NSXPCProxyTarget {
         using Receiver =
             xpc_message::Receiver<typename Traits::ReplyFunction, typename Traits::ReplyArguments>;
         NSKeyedArchiver coder;
-        Traits::Arguments::encode(coder, std::get<I>(std::move(arguments))...);
+        // The last one is the reply, which is moved below.
+        Traits::Arguments::encode(
+            coder, std::forward<std::tuple_element_t<I, Arguments>>(std::get<I>(arguments))...);
         sink_->sendRequest(Index, coder.finishEncoding(),
                            std::make_unique<Receiver>(std::move(std::get<sizeof...(I)>(arguments)),
                                                       errorHandler_));
