@@ -42,6 +42,7 @@ class Privileged(unittest.TestCase):
         started = RIG.start(command, answer, stderr=subprocess.PIPE, stdout=None,
                             env={**os.environ, "G_DEBUG": "fatal-warnings"})
         program = Program(started.process)
+        self.addCleanup(started.stop_agent)  # that of a test that fails would answer for the next one
         self.addCleanup(lambda: self.assertEqual(program.message, ""))
         self.addCleanup(program.__exit__)
         return program, started
@@ -85,8 +86,9 @@ class Privileged(unittest.TestCase):
     def test_a_refused_prompt_is_told_and_nothing_is_changed(self):
         program, started = self.edit("deny")
         program.wait_for_window("The Permissions Cannot Be Changed")
-        self.assertTrue(any(label.name.startswith("first: ") and "second: " in label.name
-                            for window in program.windows() for label in window.all() if label.role == "label"))
+        wait_until(lambda: any(label.name.startswith("first: ") and "second: " in label.name
+                               for window in program.windows() for label in window.all() if label.role == "label"),
+                   "both files")
         started.stop_agent()
         self.assertEqual(len(started.prompts), 1)
         for path in self.files:
