@@ -135,13 +135,52 @@ class Owned final : public Thing {
     const NSClass& objectClass() const override { return classObject(); }
 };
 
+/// One of an integer and a boolean, of which large arrays are read in another way.
+class Number final : public Thing {
+  public:
+    template <class Coder>
+    void read(Coder& coder) {
+        flag = coder.decodeBool("flag");
+        wide = coder.decodeInt64("wide");
+    }
+    void encodeWithCoder(NSKeyedArchiver& coder) const override {
+        coder.encodeBool(flag, "flag");
+        coder.encodeInt64(wide, "wide");
+    }
+    static const NSClass& classObject() {
+        using Kind = NSPlainCoding::Kind;
+        static constexpr NSPlainCoding::Field fields[] = {{"flag", Kind::boolean},
+                                                          {"wide", Kind::integer}};
+        static constexpr NSPlainCoding coding{
+            .fields = fields,
+            .get =
+                [](const NSObject& object, NSPlainCoding::Values& values) {
+                    const auto& number = static_cast<const Number&>(object);
+                    values[0] = number.flag;
+                    values[1] = number.wide;
+                },
+            .make = [](NSKeyedUnarchiver& coder,
+                       const NSPlainCoding::Values& values) -> std::shared_ptr<NSObject> {
+                auto number = coder.makeObject<Number>();
+                number->flag = values[0] != 0;
+                number->wide = values[1];
+                return number;
+            }};
+        static const NSClass c{"Number", &Thing::classObject(), &make<Number, NSKeyedUnarchiver>,
+                               false, &coding};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+};
+
 const NSClass& Thing::classObject() {
     static const NSClass c{"Thing", &NSObject::classObject(), &make<Thing, NSKeyedUnarchiver>};
     return c;
 }
 
 const NSClassSet& Thing::classes() {
-    static const NSClassSet set{&Thing::classObject(), &Owned::classObject(), &NSArrayClass};
+    static const NSClassSet set{&Thing::classObject(), &Owned::classObject(),
+                                &Number::classObject(), &NSArrayClass};
     return set;
 }
 
@@ -155,6 +194,7 @@ const NSArchiveFront& Thing::front() {
 const PlainUnarchiver::Makers makers{
     {&Thing::classObject(), &make<Thing, PlainUnarchiver>},
     {&Owned::classObject(), &make<Owned, PlainUnarchiver>},
+    {&Number::classObject(), &make<Number, PlainUnarchiver>},
 };
 
 /// What an archive of ours has on top.
@@ -301,8 +341,14 @@ class Builder {
         // From 1024 on arrays are large.
         const auto kind = recipe_.below(32);
         const auto count = kind == 31 ? 1020 + recipe_.below(8) : kind < 8 ? recipe_.below(4) : 0;
-        while (contents.objects.size() < count)
-            contents.objects.push_back(count < 4 || recipe_.below(64) > 60 ? thing(2) : plain());
+        const bool areNumbers = kind == 31 && recipe_.below(2) != 0;
+        while (contents.objects.size() < count) {
+            if (areNumbers && recipe_.below(64) < 60)
+                contents.objects.push_back(number());
+            else
+                contents.objects.push_back(count < 4 || recipe_.below(64) > 60 ? thing(2)
+                                                                               : plain());
+        }
         return contents;
     }
 
@@ -311,6 +357,15 @@ class Builder {
         auto thing = std::make_shared<Thing>();
         thing->wide = recipe_.byte();
         return thing;
+    }
+    std::shared_ptr<Thing> number() {
+        if (!numbers_.empty() && recipe_.below(64) > 60)
+            return numbers_[recipe_.below(numbers_.size())];
+        auto number = std::make_shared<Number>();
+        number->wide = recipe_.number();
+        number->flag = recipe_.below(2) != 0;
+        numbers_.push_back(number);
+        return number;
     }
     std::shared_ptr<Thing> thing(int depth) {
         // Those of an archive of their own are of no other.
@@ -370,6 +425,7 @@ class Builder {
 
     Recipe& recipe_;
     Things made_;
+    Things numbers_;
 };
 
 }  // namespace

@@ -26,7 +26,23 @@ constexpr NSKeyPath MVFileSizeItem::nameKeyPath = pathOf("name");
 constexpr NSKeyPath MVFileSizeItem::colorKeyPath = pathOf("color");
 
 const NSClass& MVFileSizeItem::classObject() {
-    static const NSClass object{"MVFileSizeItem", &NSObject::classObject(), &initWithCoder};
+    using Kind = NSPlainCoding::Kind;
+    static constexpr NSPlainCoding::Field fields[] = {{"size", Kind::integer},
+                                                      {"busy", Kind::boolean}};
+    static constexpr NSPlainCoding coding{
+        .fields = fields,
+        .get =
+            [](const NSObject& object, NSPlainCoding::Values& values) {
+                const auto& item = static_cast<const MVFileSizeItem&>(object);
+                values[0] = item.size_;
+                values[1] = item.busy_;
+            },
+        .make = [](NSKeyedUnarchiver& coder,
+                   const NSPlainCoding::Values& values) -> std::shared_ptr<NSObject> {
+            return coder.makeObject<MVFileSizeItem>(values[0], values[1] != 0);
+        }};
+    static const NSClass object{"MVFileSizeItem", &NSObject::classObject(), &initWithCoder, false,
+                                &coding};
     return object;
 }
 
@@ -35,9 +51,8 @@ std::shared_ptr<MVFileSizeItem> MVFileSizeItem::initWithSize(std::int64_t size) 
 }
 
 std::shared_ptr<NSObject> MVFileSizeItem::initWithCoder(NSKeyedUnarchiver& coder) {
-    auto item = coder.makeObject<MVFileSizeItem>(coder.decodeInt64("size"));
-    item->busy_ = coder.decodeBool("busy");
-    return item;
+    const auto size = coder.decodeInt64("size");
+    return coder.makeObject<MVFileSizeItem>(size, coder.decodeBool("busy"));
 }
 
 void MVFileSizeItem::encodeWithCoder(NSKeyedArchiver& coder) const {

@@ -49,7 +49,7 @@ class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
     void encodeWithCoder(NSKeyedArchiver& coder) const override;
 
     /// Use initWithSize().
-    explicit MVFileSizeItem(std::int64_t size) : size_(size) {}
+    explicit MVFileSizeItem(std::int64_t size, bool busy = true) : size_(size), busy_(busy) {}
     ~MVFileSizeItem() override;
 
     /// Whether the size is still being computed. Cleared by the host only.
@@ -103,7 +103,7 @@ class MORVANE_EXPORT MVFileSizeItem final : public NSObservable {
     // is allocated when it is first set.
     std::unique_ptr<Display> display_;
     std::int64_t size_;
-    bool busy_ = true;
+    bool busy_;
     bool initialized_ = false;
     bool leaf_ = false;
 };

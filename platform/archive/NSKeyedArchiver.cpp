@@ -223,14 +223,21 @@ void NSKeyedArchiver::appendObject(const NSObject* value) {
     }
     const auto next = static_cast<std::uint32_t>(state.objects.size());
     const auto [uid, isNew] = state.table.insert(value, next);
+    const auto& c = value->objectClass();
     if (isNew) {
         state.objects.push_back(State::unwritten);
+        if (c.plainCoding && state.list.large()) {
+            const auto dictionary = state.plain.write(state.list, *value, c, uid,
+                                                      [&] { return state.classReference(c); });
+            state.objects[uid] = dictionary;
+            state.pending.push_back(dictionary + 1);
+            return;
+        }
         const auto base = state.pending.size();
         value->encodeWithCoder(*this);
-        state.objects[uid] = state.endDictionary(base, value->objectClass());
+        state.objects[uid] = state.endDictionary(base, c);
     } else if (state.objects[uid] == State::unwritten) {
-        throw NSException(NSInvalidArgumentException, "An object of class " +
-                                                          std::string(value->objectClass().name) +
+        throw NSException(NSInvalidArgumentException, "An object of class " + std::string(c.name) +
                                                           " holds itself; it cannot be archived.");
     }
     state.pending.push_back(state.list.uid(uid));

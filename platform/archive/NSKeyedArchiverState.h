@@ -5,6 +5,7 @@
 #include <MorvaneOperation/platform/archive/PropertyListWriter.h>
 #include <MorvaneOperation/platform/archive/fast/ArchiveFront.h>
 #include <MorvaneOperation/platform/archive/fast/ObjectTable.h>
+#include <MorvaneOperation/platform/archive/fast/PlainObjects.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
 #include <cstddef>
@@ -39,6 +40,7 @@ struct NSKeyedArchiver::State {
     std::vector<Array> arrays;
     /// With the references to them.
     std::vector<std::pair<const NSClass*, Ref>> classes;
+    PlainObjects plain;
     bool finished = false;
 
     void reset(const ArchiveFront& f) {
@@ -49,6 +51,7 @@ struct NSKeyedArchiver::State {
         pending.clear();
         arrays.clear();
         classes.clear();
+        plain.clear();
         finished = false;
         objects.push_back(nullText);
     }

@@ -105,9 +105,18 @@ void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& clas
         elements.reserve(array.count);
         const State::Lending lending(*state_, elements, array);
         const bool lends = !state_->innermost && state_->rebuilt.areLent();
+        State::PlainElements plain(*state_, array);
         for (std::uint64_t i = 0; i < array.count; ++i) {
-            const auto uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
-            auto object = objectAt(uid, key, classes, !lends);
+            std::uint64_t uid = 0;
+            auto object = lends ? plain.read(*this, i) : nullptr;
+            if (object) {
+                uid = plain.uidOf(i);
+            } else {
+                uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
+                object = objectAt(uid, key, classes, !lends);
+                if (lends && object)
+                    plain.learn(uid, *object);
+            }
             if (!object)
                 fail(key, "an element of an array is nil");
             if (!elements.append(std::move(object)))

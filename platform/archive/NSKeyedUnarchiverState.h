@@ -87,6 +87,7 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
 
     struct LargeArray;
     struct Lending;
+    class PlainElements;
 
     NSErrorRef error(const Value& reference, std::string_view key);
     NSErrorValue errorValue(const Value& reference, std::string_view key);
@@ -140,3 +141,4 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
 }  // namespace morvane
 
 #include <MorvaneOperation/platform/archive/fast/LargeArray.h>
+#include <MorvaneOperation/platform/archive/fast/PlainElements.h>

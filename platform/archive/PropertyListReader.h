@@ -105,6 +105,16 @@ class PropertyListReader {
                (... && (reference(dictionary, i++) == keys));
     }
 
+    /// For fast/NarrowList.h: where the list begins, where its table is, and how wide references
+    /// and offsets are.
+    struct Layout {
+        const std::uint8_t* begin;
+        const std::uint8_t* table;
+        unsigned refSize;
+        unsigned offsetSize;
+    };
+    Layout layout() const { return {begin_, table_, refSize_, offsetSize_}; }
+
     std::uint64_t root() const { return root_; }
     std::uint64_t valueCount() const { return count_; }
     /// The value that is number `ref`. A short one of the `likely` kind is told by a branch that is

@@ -45,6 +45,8 @@ class PropertyListWriter {
     /// written as they are added, see LargeList. What would make such a list longer than 4 GB
     /// throws NSInvalidArgumentException. Once it is large, a call only makes room.
     void beginLarge(std::size_t values, std::size_t bytes);
+    /// Where the values of a large list are written; null while it is small.
+    LargeList* large() { return isLarge_ ? &large_ : nullptr; }
     std::size_t valueCount() const {
         return isLarge_ ? large_.valueCount() : front_->count() + nodes_.size();
     }

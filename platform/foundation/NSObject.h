@@ -3,7 +3,11 @@
 
 #include <MorvaneOperation/platform/foundation/Export.h>
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -12,6 +16,26 @@ namespace morvane {
 class NSObject;
 class NSKeyedArchiver;
 class NSKeyedUnarchiver;
+
+/// What objects that hold nothing but integers and booleans have in archives. It says the same as
+/// the class's encodeWithCoder() and initWithCoder, which large arrays of such objects need not
+/// call for each of them.
+struct NSPlainCoding {
+    enum class Kind : std::uint8_t { integer, boolean };
+    struct Field {
+        std::string_view key;
+        Kind kind;
+    };
+    static constexpr std::size_t mostFields = 7;
+    /// The values in the order of the fields; booleans are 0 and 1.
+    using Values = std::array<std::int64_t, mostFields>;
+
+    std::span<const Field> fields;
+    /// Sets the values of an object of that very class.
+    void (*get)(const NSObject& object, Values& values);
+    /// Makes an object that has these values; throws only if there is no room for it.
+    std::shared_ptr<NSObject> (*make)(NSKeyedUnarchiver& coder, const Values& values);
+};
 
 /// The run-time identity of a class: compared by address, named in archives by `name`.
 struct NSClass {
@@ -24,6 +48,9 @@ struct NSClass {
     /// Whether an archive may reach each object of the class from one place only, because its owner
     /// changes it.
     bool standsOnce = false;
+    /// Null for a class whose objects hold more than that, and for one of which there are never
+    /// many.
+    const NSPlainCoding* plainCoding = nullptr;
 
     bool isSubclassOfClass(const NSClass& other) const {
         for (const NSClass* c = this; c; c = c->superclass) {

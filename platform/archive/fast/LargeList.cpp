@@ -3,8 +3,11 @@
 #include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
+#include <algorithm>
 #include <exception>
 #include <limits>
+#include <span>
+#include <utility>
 
 /// For the rows items-100k and encode-1000-entries of the bench.
 namespace morvane {
@@ -15,7 +18,7 @@ void LargeList::reserve(std::size_t values, std::size_t bytes) {
     // Memory that is reserved and not used costs nothing, and where there is less, it has to grow.
     try {
         bytes_.reserve(bytes);
-        offsets_.reserve(values);
+        reserveOffsets(values);
         willBeWritten(bytes_.data(), bytes_.capacity());
     } catch (const std::exception&) {
     }
@@ -35,11 +38,24 @@ void LargeList::begin(const PropertyListFront& front, std::uint64_t values, std:
 void LargeList::clear() {
     bytes_.clear();
     end_ = 0;
-    offsets_.clear();
+    offsetCount_ = 0;
 }
 
-void LargeList::grow(std::size_t bytes) {
-    constexpr std::size_t more = std::size_t{64} << 10;
+void LargeList::reserveOffsets(std::size_t room) {
+    if (room <= offsetRoom_)
+        return;
+    auto offsets = std::make_unique_for_overwrite<std::uint32_t[]>(room);
+    std::copy_n(offsets_.get(), offsetCount_, offsets.get());
+    offsets_ = std::move(offsets);
+    offsetRoom_ = room;
+}
+
+void LargeList::grow(std::size_t values, std::size_t bytes) {
+    if (offsetRoom_ - offsetCount_ < values)
+        reserveOffsets(2 * offsetRoom_ + values);
+    if (bytes_.size() - end_ >= bytes)
+        return;
+    constexpr std::size_t more = std::size_t{16} << 10;
     // Each value takes a byte at least.
     if (refs_.size == 3 && valueCount() + bytes + more > mostNarrow_)
         widen();
@@ -54,9 +70,9 @@ void LargeList::widen() {
     wide.reserve(bytes_.capacity() / 3 * 4);
     const auto front = front_->bytes(4);
     wide.assign(front.begin(), front.end());
-    for (std::size_t i = 0; i < offsets_.size(); ++i) {
+    for (std::size_t i = 0; i < offsetCount_; ++i) {
         const auto* p = bytes_.data() + offsets_[i];
-        const auto* const end = bytes_.data() + (i + 1 < offsets_.size() ? offsets_[i + 1] : end_);
+        const auto* const end = bytes_.data() + (i + 1 < offsetCount_ ? offsets_[i + 1] : end_);
         offsets_[i] = static_cast<std::uint32_t>(wide.size());
         if (*p >> 4 == 0xA || *p >> 4 == 0xD) {
             const std::size_t marker = (*p & 0xF) != 0xF ? 1 : 2 + (std::size_t{1} << (p[1] & 0xF));
@@ -79,7 +95,7 @@ void LargeList::finish(Ref root, Bytes& out) {
     const auto front = front_->offsets(refs_.size, offsetSize);
     bytes_.resize(table + valueCount() * offsetSize + trailerSize);
     auto* p = putBytes(bytes_.data() + table, front.data(), front.size());
-    for (const auto offset : offsets_) {
+    for (const auto offset : std::span(offsets_.get(), offsetCount_)) {
         put(p, offset << (32 - 8 * offsetSize));
         p += offsetSize;
     }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 /// For the rows items-100k and encode-1000-entries of the bench: a property list of very many
@@ -36,6 +37,9 @@ class LargeList {
             // Few are from before the list became large.
             if ((ref & uidBit) != 0) [[unlikely]]
                 ref = static_cast<Ref>(numberOf(ref));
+            return putNumber(p, ref);
+        }
+        std::uint8_t* putNumber(std::uint8_t* p, Ref ref) const {
             // Four bytes; of three that count, the next overwrites the last.
             property_list_bytes::put(p, ref << shift);
             return p + size;
@@ -53,25 +57,48 @@ class LargeList {
     void clear();
 
     /// The front's included.
-    std::size_t valueCount() const { return firstValue_ + offsets_.size(); }
+    std::size_t valueCount() const { return firstValue_ + offsetCount_; }
     std::size_t size() const { return end_; }
     /// Bytes that there are for it.
-    std::size_t memory() const {
-        return bytes_.capacity() + offsets_.capacity() * sizeof(std::uint32_t);
-    }
+    std::size_t memory() const { return bytes_.capacity() + offsetRoom_ * sizeof(std::uint32_t); }
     const Refs& refs() const { return refs_; }
 
+    /// Values that are written together.
+    struct Several {
+        const std::uint8_t* const begin;
+        std::uint32_t* offset;
+        Ref ref;
+        /// Of what is written.
+        std::uint8_t* end;
+
+        /// The next value starts there.
+        Ref next() {
+            *offset++ = static_cast<std::uint32_t>(end - begin);
+            return ref++;
+        }
+    };
+    /// The next values, at most so many of so many bytes together, which `put(Several&)` writes;
+    /// returns what `put` does. Throws NSInvalidArgumentException if the list becomes too long.
+    template <class Put>
+    [[gnu::always_inline]] Ref addSeveral(std::size_t most, std::size_t mostBytes, Put&& put) {
+        if (bytes_.size() - end_ < mostBytes || offsetRoom_ - offsetCount_ < most)
+            grow(most, mostBytes);
+        Several values{bytes_.data(), offsets_.get() + offsetCount_, static_cast<Ref>(valueCount()),
+                       bytes_.data() + end_};
+        const auto result = put(values);
+        offsetCount_ = static_cast<std::size_t>(values.offset - offsets_.get());
+        end_ = static_cast<std::size_t>(values.end - values.begin);
+        return result;
+    }
     /// The next value, of at most so many bytes, which `put` writes from where it is told; `put`
-    /// returns where it ends. Throws NSInvalidArgumentException if the list becomes too long.
+    /// returns where it ends.
     template <class Put>
     Ref add(std::size_t mostBytes, Put&& put) {
-        if (bytes_.size() - end_ < mostBytes)
-            grow(mostBytes);
-        const auto ref = static_cast<Ref>(valueCount());
-        offsets_.push_back(static_cast<std::uint32_t>(end_));
-        const auto* const end = put(bytes_.data() + end_);
-        end_ = static_cast<std::size_t>(end - bytes_.data());
-        return ref;
+        return addSeveral(1, mostBytes, [&](Several& values) {
+            const auto ref = values.next();
+            values.end = put(values.end);
+            return ref;
+        });
     }
     Ref uid(std::uint32_t value) {
         return add(property_list_bytes::mostIntegerBytes,
@@ -82,7 +109,8 @@ class LargeList {
     void finish(Ref root, Bytes& out);
 
   private:
-    void grow(std::size_t bytes);
+    void grow(std::size_t values, std::size_t bytes);
+    void reserveOffsets(std::size_t room);
     /// Makes the references of what is written four bytes wide.
     void widen();
 
@@ -92,7 +120,9 @@ class LargeList {
     /// What is written already, up to end_, where each value of it stands.
     Bytes bytes_;
     std::size_t end_ = 0;
-    std::vector<std::uint32_t> offsets_;
+    std::unique_ptr<std::uint32_t[]> offsets_;
+    std::size_t offsetCount_ = 0;
+    std::size_t offsetRoom_ = 0;
     Refs refs_;
 };
 

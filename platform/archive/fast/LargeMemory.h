@@ -23,7 +23,8 @@ void* takeLargeMemory(std::size_t size) noexcept;
 /// The same bytes with room for `newSize`, mostly without a copy. Null if there is none; then
 /// `memory` stays as it is.
 void* growLargeMemory(void* memory, std::size_t size, std::size_t newSize) noexcept;
-/// Gives all of it back to the system; `size` is what it was taken or grown to.
+/// Gives all of it back, `size` is what it was taken or grown to. A few of them are kept for the
+/// next that are taken; the system may use their memory for others meanwhile.
 void releaseLargeMemory(void* memory, std::size_t size) noexcept;
 
 }  // namespace morvane

@@ -28,6 +28,8 @@ class RebuiltObjects {
             manyPlaces_.resize(count);
     }
 
+    /// Whether find() would find nothing.
+    bool isNew(std::uint64_t uid) const { return places()[uid] == nowhere; }
     /// Null for one that is not there.
     Object find(std::uint64_t uid) const {
         const auto place = places()[uid];

@@ -220,6 +220,215 @@ TEST(LargeArray, AnObjectOfAnotherAllowedClassIsRefused) {
     }
 }
 
+/// An object of integers and a boolean, which counts how often it is asked what it holds.
+class Plain final : public NSObject {
+  public:
+    explicit Plain(std::int64_t n = 0) : number(n), isOdd(n % 2 != 0) {}
+    std::int64_t number;
+    bool isOdd;
+    static inline int encoded = 0;
+    static inline int decoded = 0;
+
+    template <class Coder>
+    static std::shared_ptr<NSObject> initWithCoder(Coder& coder) {
+        ++decoded;
+        auto plain = coder.template makeObject<Plain>();
+        plain->number = coder.decodeInt64("number");
+        plain->isOdd = coder.decodeBool("odd");
+        return plain;
+    }
+    static const NSClass& classObject() {
+        using Kind = NSPlainCoding::Kind;
+        static constexpr NSPlainCoding::Field fields[] = {{"number", Kind::integer},
+                                                          {"odd", Kind::boolean}};
+        static constexpr NSPlainCoding coding{
+            .fields = fields,
+            .get =
+                [](const NSObject& object, NSPlainCoding::Values& values) {
+                    const auto& plain = static_cast<const Plain&>(object);
+                    values[0] = plain.number;
+                    values[1] = plain.isOdd;
+                },
+            .make = [](NSKeyedUnarchiver& coder,
+                       const NSPlainCoding::Values& values) -> std::shared_ptr<NSObject> {
+                auto plain = coder.makeObject<Plain>(values[0]);
+                plain->isOdd = values[1] != 0;
+                return plain;
+            }};
+        static const NSClass c{"Plain", &NSObject::classObject(), &initWithCoder<NSKeyedUnarchiver>,
+                               false, &coding};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+    void encodeWithCoder(NSKeyedArchiver& coder) const override {
+        ++encoded;
+        coder.encodeInt64(number, "number");
+        coder.encodeBool(isOdd, "odd");
+    }
+};
+using Plains = std::vector<std::shared_ptr<Plain>>;
+const NSClassSet& plainClasses() {
+    static const NSClassSet classes{&NSArrayClass, &Plain::classObject()};
+    return classes;
+}
+constexpr std::size_t manyPlains = 40000;
+
+/// Of every width that integers are written in.
+Plains plains(std::size_t count) {
+    Plains objects;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto number = static_cast<std::int64_t>(i);
+        objects.push_back(std::make_shared<Plain>(i % 3 == 0   ? -number
+                                                  : i % 3 == 1 ? number << 20
+                                                               : number));
+    }
+    return objects;
+}
+NSData archiveOf(const Plains& objects) {
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(objects, "plains");
+    return archiver.finishEncoding();
+}
+Plains decodedPlains(NSDataView archive) {
+    NSKeyedUnarchiver unarchiver(archive);
+    return unarchiver.decodeObjects<Plain>("plains", plainClasses());
+}
+void expectSame(const Plains& a, const Plains& b) {
+    ASSERT_EQ(a.size(), b.size());
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        ASSERT_EQ(a[i]->number, b[i]->number) << i;
+        ASSERT_EQ(a[i]->isOdd, b[i]->isOdd) << i;
+    }
+}
+
+TEST(LargeArray, OfPlainObjectsIsWrittenAndReadWithoutAskingEachOfThem) {
+    const auto objects = plains(manyPlains);
+    Plain::encoded = Plain::decoded = 0;
+    const auto archive = archiveOf(objects);
+    EXPECT_EQ(Plain::encoded, 0);
+    expectSame(decodedPlains(archive), objects);
+    EXPECT_EQ(Plain::decoded, 1);
+}
+
+TEST(LargeArray, OfPlainObjectsIsWhatThePlainReaderReads) {
+    const PlainUnarchiver::Makers makers{
+        {&Plain::classObject(), &Plain::initWithCoder<PlainUnarchiver>}};
+    // With references of two bytes and of three.
+    for (const std::size_t count : {std::size_t{1024}, manyPlains}) {
+        const auto objects = plains(count);
+        const auto archive = archiveOf(objects);
+        PlainUnarchiver plain(archive, makers);
+        expectSame(plain.decodeObjects<Plain>("plains", plainClasses()), objects);
+        expectSame(decodedPlains(archive), objects);
+    }
+}
+
+TEST(LargeArray, APlainObjectThatStandsThereTwiceIsTheSameObject) {
+    auto objects = plains(manyPlains);
+    objects[30] = objects[29];
+    objects.push_back(objects[7]);
+    objects.push_back(objects[39000]);
+    const auto copies = decodedPlains(archiveOf(objects));
+    expectSame(copies, objects);
+    EXPECT_EQ(copies[30], copies[29]);
+    EXPECT_EQ(copies[manyPlains], copies[7]);
+    EXPECT_EQ(copies[manyPlains + 1], copies[39000]);
+    EXPECT_NE(copies[31], copies[29]);
+}
+
+TEST(LargeArray, OfPlainAndOtherObjectsHoldsEachOfThem) {
+    std::vector<std::shared_ptr<NSObject>> mixed;
+    for (const auto& plain : plains(manyPlains)) {
+        if (mixed.size() % 97 == 5 || mixed.size() < 200)
+            mixed.push_back(std::make_shared<Sized>(static_cast<std::int64_t>(mixed.size())));
+        mixed.push_back(plain);
+    }
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(mixed, "plains");
+    const auto archive = archiver.finishEncoding();
+    auto classes = plainClasses();
+    classes.push_back(&Sized::classObject());
+    NSKeyedUnarchiver unarchiver(archive);
+    const auto copies = unarchiver.decodeObjects("plains", classes);
+    ASSERT_EQ(copies.size(), mixed.size());
+    for (std::size_t i = 0; i < mixed.size(); ++i) {
+        ASSERT_EQ(&copies[i]->objectClass(), &mixed[i]->objectClass()) << i;
+        if (const auto* const sized = dynamic_cast<const Sized*>(copies[i].get())) {
+            ASSERT_EQ(sized->number, static_cast<const Sized&>(*mixed[i]).number);
+            continue;
+        }
+        ASSERT_EQ(static_cast<const Plain&>(*copies[i]).number,
+                  static_cast<const Plain&>(*mixed[i]).number);
+    }
+}
+
+/// An array of 2000 plain objects of the number 5, of which one is what `change` makes of its
+/// values; what reading it says.
+std::string readingWithOneChanged(
+    const std::function<void(ArchiveBuilder&, PropertyListWriter::Ref& number,
+                             PropertyListWriter::Ref& odd)>& change) {
+    ArchiveBuilder builder;
+    const auto c = builder.classNamed("Plain", {"Plain", "NSObject"});
+    const auto arrayClass = builder.classNamed("NSArray", {"NSArray", "NSObject"});
+    const PropertyListWriter::Ref keys[] = {
+        builder.list.string("number"), builder.list.string("odd"), builder.list.string("$class")};
+    std::vector<PropertyListWriter::Ref> elements;
+    for (int i = 0; i < 2000; ++i) {
+        auto number = builder.list.integer(5);
+        auto odd = builder.list.boolean(true);
+        if (i == 1500)
+            change(builder, number, odd);
+        const PropertyListWriter::Ref pairs[] = {keys[0], number, keys[1], odd, keys[2], c};
+        elements.push_back(builder.uid(builder.add(builder.list.dictionary(pairs))));
+    }
+    const auto array = builder.add(
+        builder.dictionary({{"NS.objects", builder.list.array(elements)}, {"$class", arrayClass}}));
+    const auto archive = builder.finish(builder.dictionary({{"plains", builder.uid(array)}}));
+    try {
+        std::int64_t sum = 0;
+        for (const auto& plain : decodedPlains(archive))
+            sum += plain->number;
+        return std::to_string(sum);
+    } catch (const NSArchiveFailure& failure) {
+        return failure.what();
+    }
+}
+
+TEST(LargeArray, APlainObjectWithAValueOfAnotherKindIsRefusedAsAnyObjectIs) {
+    using Ref = PropertyListWriter::Ref;
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder&, Ref&, Ref&) {}), "10000");
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
+                  number = builder.list.integer(1005);
+              }),
+              "11000");
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
+                  number = builder.list.string("5");
+              }),
+              refusal("number", "an integer was expected"));
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
+                  number = builder.list.boolean(true);
+              }),
+              refusal("number", "an integer was expected"));
+    EXPECT_EQ(readingWithOneChanged(
+                  [](ArchiveBuilder& builder, Ref&, Ref& odd) { odd = builder.list.integer(1); }),
+              refusal("odd", "a boolean was expected"));
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder&, Ref& number, Ref&) { number = 1000000; }),
+              refusal("number", "a reference is out of range"));
+}
+
+TEST(LargeArray, OfMorePlainObjectsThanTheBudgetAllowsIsRefused) {
+    const auto archive = archiveOf(plains(manyPlains));
+    NSDecodingBudget most;
+    most.bytes = archive.size() + 100000;
+    NSKeyedUnarchiver unarchiver(archive, most);
+    try {
+        unarchiver.decodeObjects<Plain>("plains", plainClasses());
+        FAIL();
+    } catch (const NSArchiveFailure& failure) {
+        EXPECT_EQ(failure.what(), refusal("plains", "the archive unfolds into too many bytes"));
+    }
+}
+
 /// A large list of dictionaries that each hold the one before, in an array.
 NSData listOf(std::size_t count, std::size_t mostNarrow) {
     PropertyListWriter list(nullptr, mostNarrow);
