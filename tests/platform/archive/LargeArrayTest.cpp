@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
+#include <MorvaneOperation/platform/archive/fast/LargeMemory.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "ArchiveTestModels.h"
 #include "PlainUnarchiver.h"
@@ -362,11 +366,16 @@ TEST(LargeArray, OfPlainAndOtherObjectsHoldsEachOfThem) {
     }
 }
 
-/// An array of 2000 plain objects of the number 5, of which one is what `change` makes of its
-/// values; what reading it says.
-std::string readingWithOneChanged(
-    const std::function<void(ArchiveBuilder&, PropertyListWriter::Ref& number,
-                             PropertyListWriter::Ref& odd)>& change) {
+/// What an object has in an archive that is built by hand.
+struct PlainParts {
+    PropertyListWriter::Ref number;
+    PropertyListWriter::Ref odd;
+    PropertyListWriter::Ref itsClass;
+};
+
+/// An array of 2000 plain objects of the number 5, one of which `change` changes. What reading it
+/// says; otherwise the sum.
+std::string readingWithOneChanged(const std::function<void(ArchiveBuilder&, PlainParts&)>& change) {
     ArchiveBuilder builder;
     const auto c = builder.classNamed("Plain", {"Plain", "NSObject"});
     const auto arrayClass = builder.classNamed("NSArray", {"NSArray", "NSObject"});
@@ -374,11 +383,11 @@ std::string readingWithOneChanged(
         builder.list.string("number"), builder.list.string("odd"), builder.list.string("$class")};
     std::vector<PropertyListWriter::Ref> elements;
     for (int i = 0; i < 2000; ++i) {
-        auto number = builder.list.integer(5);
-        auto odd = builder.list.boolean(true);
+        PlainParts parts{builder.list.integer(5), builder.list.boolean(true), c};
         if (i == 1500)
-            change(builder, number, odd);
-        const PropertyListWriter::Ref pairs[] = {keys[0], number, keys[1], odd, keys[2], c};
+            change(builder, parts);
+        const PropertyListWriter::Ref pairs[] = {keys[0],   parts.number, keys[1],
+                                                 parts.odd, keys[2],      parts.itsClass};
         elements.push_back(builder.uid(builder.add(builder.list.dictionary(pairs))));
     }
     const auto array = builder.add(
@@ -394,26 +403,57 @@ std::string readingWithOneChanged(
     }
 }
 
-TEST(LargeArray, APlainObjectWithAValueOfAnotherKindIsRefusedAsAnyObjectIs) {
-    using Ref = PropertyListWriter::Ref;
-    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder&, Ref&, Ref&) {}), "10000");
-    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
-                  number = builder.list.integer(1005);
+TEST(LargeArray, APlainObjectThatIsNotLikeTheOthersIsReadOrRefusedAsAnyObjectIs) {
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder&, PlainParts&) {}), "10000");
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, PlainParts& parts) {
+                  parts.number = builder.list.integer(1005);
               }),
               "11000");
-    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
-                  number = builder.list.string("5");
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, PlainParts& parts) {
+                  parts.number = builder.list.string("5");
               }),
               refusal("number", "an integer was expected"));
-    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, Ref& number, Ref&) {
-                  number = builder.list.boolean(true);
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, PlainParts& parts) {
+                  parts.number = builder.list.boolean(true);
               }),
               refusal("number", "an integer was expected"));
-    EXPECT_EQ(readingWithOneChanged(
-                  [](ArchiveBuilder& builder, Ref&, Ref& odd) { odd = builder.list.integer(1); }),
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, PlainParts& parts) {
+                  parts.odd = builder.list.integer(1);
+              }),
               refusal("odd", "a boolean was expected"));
-    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder&, Ref& number, Ref&) { number = 1000000; }),
-              refusal("number", "a reference is out of range"));
+    EXPECT_EQ(
+        readingWithOneChanged([](ArchiveBuilder&, PlainParts& parts) { parts.number = 1000000; }),
+        refusal("number", "a reference is out of range"));
+    EXPECT_EQ(readingWithOneChanged([](ArchiveBuilder& builder, PlainParts& parts) {
+                  parts.itsClass = builder.classNamed("Other", {"Other", "NSObject"});
+              }),
+              refusal("plains", "an object of class \"Other\" is not allowed there"));
+}
+
+/// Of addresses, in bytes.
+std::size_t sizeOfThisProcess() {
+    std::ifstream status("/proc/self/statm");
+    std::size_t pages = 0;
+    status >> pages;
+    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST(LargeMemory, OfWhatWasReleasedALittleIsKeptForTheNext) {
+    constexpr std::size_t kept = std::size_t{24} << 20;
+    const auto before = sizeOfThisProcess();
+    std::vector<void*> pieces(40);
+    for (auto& piece : pieces)
+        piece = takeLargeMemory(largePage);
+    for (auto* const piece : pieces) {
+        ASSERT_NE(piece, nullptr);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(piece) % largePage, 0u);
+        releaseLargeMemory(piece, largePage);
+    }
+    EXPECT_LT(sizeOfThisProcess(), before + kept + largePage);
+    const auto whileKept = sizeOfThisProcess();
+    auto* const piece = takeLargeMemory(largePage);
+    EXPECT_EQ(sizeOfThisProcess(), whileKept);
+    releaseLargeMemory(piece, largePage);
 }
 
 TEST(LargeArray, OfMorePlainObjectsThanTheBudgetAllowsIsRefused) {
