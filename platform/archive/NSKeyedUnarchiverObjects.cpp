@@ -115,7 +115,7 @@ void NSKeyedUnarchiver::readObjects(std::string_view key, const NSClassSet& clas
                 uid = state_->uid(state_->list.element<Kind::uid>(array, i), key);
                 object = objectAt(uid, key, classes, !lends);
                 if (lends && object)
-                    plain.learn(uid, *object);
+                    plain.learn(uid, *object, key, classes);
             }
             if (!object)
                 fail(key, "an element of an array is nil");

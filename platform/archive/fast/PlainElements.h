@@ -7,7 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
+#include <string_view>
 
 /// For the row items-100k of the bench: the elements of a large array which is all that the archive
 /// holds are mostly objects of one class that holds integers and booleans only, written alike. One
@@ -21,26 +21,25 @@ class NSKeyedUnarchiver::State::PlainElements {
   public:
     PlainElements(State& state, const Value& array) : state_(state), array_(array) {}
 
-    /// The object was read as any other: those that are written like it will be known.
-    void learn(std::uint64_t uid, const NSObject& object) {
-        if (interruptions_ > mostInterruptions)
-            return;
-        const auto* const coding = object.objectClass().plainCoding;
-        coding_ = nullptr;
-        ahead_ = 0;
-        if (!coding || !NarrowList::isOne(state_.list))
+    /// The object, whose class `allowed` has, was read as any other: those that are written like it
+    /// will be known.
+    void learn(std::uint64_t uid, const NSObject& object, std::string_view key, Classes allowed) {
+        const auto& c = object.objectClass();
+        if (coding_ || !c.plainCoding || interruptions_ > mostInterruptions ||
+            !NarrowList::isOne(state_.list))
             return;
         const auto& list = state_.list;
-        const auto value = list.element<Kind::dictionary>(state_.objects, uid);
+        Dictionary dictionary(list.element<Kind::dictionary>(state_.objects, uid));
+        const auto& value = dictionary.value;
+        const auto& fields = c.plainCoding->fields;
         // In the order of writing, and the class last.
-        if (value.count != coding->fields.size() + 1 ||
-            !(list.text(value, value.count - 1) == "$class"))
+        if (&state_.classOf(dictionary, allowed, key) != &c || value.count != fields.size() + 1)
             return;
-        for (std::uint32_t i = 0; i < coding->fields.size(); ++i) {
-            if (!(list.text(value, i) == coding->fields[i].key))
+        for (std::uint32_t i = 0; i < fields.size(); ++i) {
+            if (!(list.text(value, i) == fields[i].key))
                 return;
         }
-        coding_ = coding;
+        coding_ = c.plainCoding;
         known_ = value;
     }
 
@@ -52,10 +51,14 @@ class NSKeyedUnarchiver::State::PlainElements {
         if (i - first_ >= ahead_)
             readAhead(i);
         const auto k = i - first_;
+        if (k >= ahead_) {
+            coding_ = nullptr;
+            return nullptr;
+        }
         // More than any object costs.
         constexpr std::uint64_t enough = 4096;
         auto& budget = state_.budget;
-        if (k >= ahead_ || budget.objects == 0 || budget.bytes < enough || budget.depth == 0 ||
+        if (budget.objects == 0 || budget.bytes < enough || budget.depth == 0 ||
             !state_.rebuilt.isNew(uids_[k]))
             return nullptr;
         --budget.objects;
@@ -66,7 +69,7 @@ class NSKeyedUnarchiver::State::PlainElements {
 
   private:
     static constexpr std::size_t mostAhead = 32;
-    /// An array that has more elements of other kinds between is read without looking ahead.
+    /// Of an array that has other elements between more often, the rest is read without this.
     static constexpr std::size_t mostInterruptions = 64;
 
     /// Reads the values of the elements from the i-th on, as far as they are like the known one.
@@ -97,8 +100,7 @@ class NSKeyedUnarchiver::State::PlainElements {
                 break;
             uids_[ahead_] = *uid;
         }
-        if (ahead_ < most && ++interruptions_ > mostInterruptions)
-            coding_ = nullptr;
+        interruptions_ += ahead_ < most;
     }
 
     [[gnu::always_inline]] bool readFields(const NarrowList& list, NarrowList::Bytes references,
