@@ -2,7 +2,6 @@
 #include "AclEditor.h"
 
 #include <MorvaneOperation/EntryTexts.h>
-#include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/identity/CBIdentityAuthority.h>
 
 #include <algorithm>
@@ -67,18 +66,6 @@ NSTreeNode* find(const MVAclEntry& entry, std::string_view name) {
     return nullptr;
 }
 
-/// Null if the entry has none by itself.
-const NSTreeNode* executionBox(const MVAclEntry& entry) {
-    if (entry.permissions().empty())
-        return nullptr;
-    for (const auto& box : entry.permissions().front()->childNodes()) {
-        const auto* permission = MVTreeNode::permissionOf(*box);
-        if (permission && static_cast<std::uint32_t>(permission->permission()) == ACL_SEARCH)
-            return box.get();
-    }
-    return nullptr;
-}
-
 std::optional<std::uint32_t> number(std::string_view text) {
     std::uint32_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -130,18 +117,25 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     return std::make_shared<const CBIdentity>(uuid, (isUser ? "uid " : "gid ") + name, !isUser);
 }
 
+AclEditor::AclEditor(EntryList entries, FolderQuestion isFolder)
+    : model_(MVAclEditor::init({*NSURL::URLWithString("about:blank"), entries})),
+      isFolder_(std::move(isFolder)) {
+    sortCanonically(entries);
+    model_->showEntries(std::move(entries));
+}
+
 Problem AclEditor::known(std::size_t entry) const {
-    if (entry < entries_.size())
+    if (entry < entries().size())
         return std::nullopt;
-    return entries_.empty()
+    return entries().empty()
                ? say("the list has no entries")
-               : say("there is no entry %1; the list has %2", entry + 1, entries_.size());
+               : say("there is no entry %1; the list has %2", entry + 1, entries().size());
 }
 
 Problem AclEditor::changeable(std::size_t entry) const {
     if (const auto problem = known(entry))
         return problem;
-    if (entries_[entry]->inherited())
+    if (entries()[entry]->inherited())
         return say("entry %1 is inherited; make it the item's own first", entry + 1);
     return std::nullopt;
 }
@@ -156,57 +150,39 @@ Problem AclEditor::add(std::string_view who) {
         return problem;
     auto entry = MVAclEntry::newEntryForDirectory(folder);
     entry->setIdentity(std::move(identity));
-    entries_.push_back(std::move(entry));
+    auto shown = entries();
+    shown.push_back(std::move(entry));
+    model_->showEntries(std::move(shown));
     return std::nullopt;
 }
 
 Problem AclEditor::remove(std::size_t entry) {
     if (const auto problem = known(entry))
         return problem;
-    if (const auto why = whyNotRemoved(*entries_[entry]); !why.empty())
-        return escaped(why.localized());
-    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(entry));
+    const auto removed = entries()[entry];
+    if (!model_->remove(removed))
+        return escaped(whyNotRemoved(*removed).localized());
     return std::nullopt;
 }
 
 Problem AclEditor::setBox(std::size_t entry, std::string_view name, BoxChange change) {
     if (const auto problem = changeable(entry))
         return problem;
-    auto* const node = find(*entries_[entry], name);
+    auto* const node = find(*entries()[entry], name);
     if (!node)
         return say("entry %1 has no box '%2'; it has %3", entry + 1, escaped(name),
-                   names(*entries_[entry]));
+                   names(*entries()[entry]));
     return setNode(entry, *node, change);
 }
 
 Problem AclEditor::setNode(std::size_t entry, NSTreeNode& node, BoxChange change) {
     if (const auto problem = changeable(entry))
         return problem;
-    if (!MVTreeNode::permissionOf(node)->settable())
+    const bool isOn = MVTreeNode::stateOf(node) == MVStateOn;
+    const bool on = change == BoxChange::toggle ? !isOn : change == BoxChange::on;
+    if (!model_->setBox(entries()[entry], node, on))
         return say("the box '%1' cannot be changed as the others stand", escaped(nameOfBox(node)));
-    auto state = change == BoxChange::on ? MVStateOn : MVStateOff;
-    if (change == BoxChange::toggle)
-        state = MVTreeNode::stateOf(node) == MVStateOn ? MVStateOff : MVStateOn;
-    MVTreeNode::setStateOf(node, state);
-    const auto* const execution = executionBox(*entries_[entry]);
-    const bool executes = execution && MVTreeNode::stateOf(*execution) == MVStateOn;
-    if (execution == &node || !executes)
-        setExecutionChosen(entries_[entry], executes);
     return std::nullopt;
-}
-
-bool AclEditor::isExecutionChosen(const std::shared_ptr<MVAclEntry>& entry) const {
-    return std::any_of(executing_.begin(), executing_.end(),
-                       [&](const auto& other) { return other.lock() == entry; });
-}
-
-void AclEditor::setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen) {
-    std::erase_if(executing_, [&](const auto& other) {
-        const auto held = other.lock();
-        return !held || held == entry;
-    });
-    if (chosen)
-        executing_.push_back(entry);
 }
 
 Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
@@ -218,7 +194,7 @@ Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
          {"read", MVAclGroupRead},
          {"write", MVAclGroupWrite},
          {"none", MVAclGroupNone}}};
-    const auto& offered = entries_[entry]->permissionGroups();
+    const auto& offered = entries()[entry]->permissionGroups();
     std::string choice;
     for (const auto& [text, code] : codes) {
         if (std::find(offered.begin(), offered.end(), code) == offered.end())
@@ -233,15 +209,14 @@ Problem AclEditor::choosePermissions(std::size_t entry, std::string_view name) {
 Problem AclEditor::choosePermissions(std::size_t entry, std::int64_t code) {
     if (const auto problem = changeable(entry))
         return problem;
-    entries_[entry]->setPermissionGroup(code);
-    setExecutionChosen(entries_[entry], false);
+    model_->setPermissionGroup(entries()[entry], code);
     return std::nullopt;
 }
 
 Problem AclEditor::setTag(std::size_t entry, std::int32_t tag) {
     if (const auto problem = changeable(entry))
         return problem;
-    entries_[entry]->setTag(tag);
+    entries()[entry]->setTag(tag);
     return std::nullopt;
 }
 
@@ -252,20 +227,20 @@ Problem AclEditor::setWho(std::size_t entry, std::string_view who) {
     auto identity = identityWritten(who, problem);
     if (problem)
         return problem;
-    entries_[entry]->setIdentity(std::move(identity));
+    entries()[entry]->setIdentity(std::move(identity));
     return std::nullopt;
 }
 
 Problem AclEditor::setInherited(std::size_t entry, bool inherited) {
     if (const auto problem = known(entry))
         return problem;
-    entries_[entry]->setInherited(inherited);
+    entries()[entry]->setInherited(inherited);
     return std::nullopt;
 }
 
 Problem AclEditor::unwritable() const {
-    for (std::size_t i = 0; i != entries_.size(); ++i) {
-        if (!entries_[i]->uuid() && !entries_[i]->identity())
+    for (std::size_t i = 0; i != entries().size(); ++i) {
+        if (!entries()[i]->uuid() && !entries()[i]->identity())
             return say(
                 "entry %1 is for a user who is not known, and would apply to everyone; say "
                 "whom it is for",

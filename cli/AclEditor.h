@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/MVAclEditor.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "EntryText.h"
 
-/// A list that is being edited through its model, so that boxes, group and applicability stay
-/// consistent as in a window. What a script and the editor on the terminal do is done here.
+/// The words in which a script and the editor on the terminal edit a list, with the same model
+/// behind them as a window has.
 ///
 ///     AclEditor editor(entries, [](Problem&) { return false; });
 ///     if (const auto problem = editor.setBox(0, "Write Data", BoxChange::on)) ...
@@ -32,14 +34,18 @@ enum class BoxChange { on, off, toggle };
 
 class AclEditor {
   public:
-    /// Edits the very entries. `isFolder`, asked when an entry is added, tells what kind of tree it
-    /// gets.
-    AclEditor(EntryList entries, FolderQuestion isFolder)
-        : entries_(std::move(entries)), isFolder_(std::move(isFolder)) {}
+    /// Edits the very entries, which are given in the order in which they count. `isFolder`, asked
+    /// when an entry is added, tells what kind of tree it gets.
+    AclEditor(EntryList entries, FolderQuestion isFolder);
 
-    const EntryList& entries() const { return entries_; }
-    /// Goes on with another state of the list.
-    void replaceEntries(EntryList entries) { entries_ = std::move(entries); }
+    /// In the order in which they are shown: those that were given in their canonical order, then
+    /// new ones.
+    const EntryList& entries() const { return model_->entries(); }
+    /// In the order in which they count.
+    EntryList entriesToWrite() const { return model_->acl().entries; }
+    /// It does not know what the item can hold: what that is decided when the list is saved, where
+    /// the nearest one can be accepted.
+    MVAclEditor& model() const { return *model_; }
 
     /// A new entry, last in the list, that allows `who` to read and write.
     Problem add(std::string_view who);
@@ -60,13 +66,6 @@ class AclEditor {
     Problem setWho(std::size_t entry, std::string_view who);
     Problem setInherited(std::size_t entry, bool inherited);
 
-    /// Whether the entry's box for execution was switched on by itself, and not off since. A choice
-    /// of all its permissions takes that back.
-    bool isExecutionChosen(const std::shared_ptr<MVAclEntry>& entry) const;
-
-    /// Says it of an entry whose boxes are put back as they were.
-    void setExecutionChosen(const std::shared_ptr<MVAclEntry>& entry, bool chosen);
-
     /// Why the list must not be written as it stands: an entry whose user is not known would apply
     /// to everyone.
     Problem unwritable() const;
@@ -75,10 +74,8 @@ class AclEditor {
     Problem known(std::size_t entry) const;
     Problem changeable(std::size_t entry) const;
 
-    EntryList entries_;
-    FolderQuestion isFolder_;
-    /// Those whose execution was chosen.
-    std::vector<std::weak_ptr<MVAclEntry>> executing_;
+    const std::shared_ptr<MVAclEditor> model_;
+    const FolderQuestion isFolder_;
 };
 
 /// "user:NAME", "group:NAME" (a number may stand for the name), "everyone", "creator" (who makes an

@@ -71,7 +71,7 @@ class AclEditing {
           before_(shown(edit_.shown())),
           jsonBefore_(options.json ? jsonOfEntries(edit_.shown()) : Json()),
           jsonOfItem_(jsonOfListedItem(options.path, entries)),
-          editor_(edit_.shown(), [this](Problem& problem) {
+          editor_(edit_.read(), [this](Problem& problem) {
               const auto folder = item_.isFolder();
               if (folder)
                   return *folder;
@@ -160,10 +160,10 @@ class AclEditing {
             return Outcome{
                 ExitFailure, {}, message({say("%1.", *problem), say("Nothing was changed.")})};
 
-        auto asked = edit_.inOrderOfEvaluation(editor_.entries());
+        auto asked = edit_.toWrite(editor_);
         auto entries = asked;
         for (auto& entry : entries) {
-            if (editor_.isExecutionChosen(entry))
+            if (editor_.model().isExecutionChosen(*entry))
                 entry = item_.askingToExecute(entry);
         }
         if (options_.dryRun || lossy) {
@@ -251,9 +251,7 @@ class AclEditing {
             return refusal(now.error(), options_);
         item_ = EditedItem(url_, *now, access_);
         leftCreatorWithout_ = item_.leavesCreatorWithout(*now);
-        auto replayed = edit_.replay(editor_.entries(), *now);
-        editor_.replaceEntries(std::move(replayed.entries));
-        notMade = std::move(replayed.notMade);
+        notMade = edit_.replay(editor_, *now);
         return std::nullopt;
     }
 

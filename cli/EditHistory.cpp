@@ -22,7 +22,7 @@ void forEachNode(const std::vector<std::shared_ptr<MVTreeNode>>& groups,
 
 }  // namespace
 
-EditHistory::EditHistory(AclEditor& editor) : editor_(&editor) {
+EditHistory::EditHistory(MVAclEditor& editor) : editor_(&editor) {
     states_.push_back(now());
 }
 
@@ -32,7 +32,7 @@ EditHistory::State EditHistory::now() const {
         auto& saved = state.emplace_back(EntryState{entry,
                                                     entry->tag(),
                                                     entry->inherited(),
-                                                    editor_->isExecutionChosen(entry),
+                                                    editor_->isExecutionChosen(*entry),
                                                     entry->uuid(),
                                                     entry->identity(),
                                                     entry->applicableTo(),
@@ -56,7 +56,7 @@ void EditHistory::record() {
     at_ = states_.size() - 1;
 }
 
-bool EditHistory::isOf(const EntryList& entries) const {
+bool EditHistory::isOf(const MVAclEditor::Entries& entries) const {
     return std::equal(entries.begin(), entries.end(), states_[at_].begin(), states_[at_].end(),
                       [](const auto& entry, const auto& saved) { return entry == saved.entry; });
 }
@@ -65,7 +65,7 @@ bool EditHistory::go(bool isThere, std::size_t where) {
     if (!isThere)
         return false;
     at_ = where;
-    EntryList entries;
+    MVAclEditor::Entries entries;
     for (const auto& saved : states_[at_]) {
         const auto& entry = saved.entry;
         entries.push_back(entry);
@@ -88,9 +88,10 @@ bool EditHistory::go(bool isThere, std::size_t where) {
         entry->setUpdatingPermissions(false);
         entry->resolvePermissionGroup();
         entry->setApplicableTo(saved.applicableTo);
-        editor_->setExecutionChosen(entry, saved.executionChosen);
     }
-    editor_->replaceEntries(std::move(entries));
+    editor_->showEntries(std::move(entries));
+    for (const auto& saved : states_[at_])
+        editor_->setExecutionChosen(*saved.entry, saved.executionChosen);
     return true;
 }
 

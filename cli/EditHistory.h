@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/MVAclEditor.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "AclEditor.h"
-
 /// The states that a list has gone through while it is edited, so that a change can be taken back
 /// and made again.
 namespace morvane {
@@ -18,7 +18,7 @@ namespace morvane {
 class EditHistory {
   public:
     /// The list as it is now is the first state.
-    explicit EditHistory(AclEditor& editor);
+    explicit EditHistory(MVAclEditor& editor);
 
     /// The list has changed: it gets a further state, and those that were taken back are forgotten.
     void record();
@@ -28,12 +28,12 @@ class EditHistory {
 
     bool isAtFirst() const { return at_ == 0 && !isFirstForgotten_; }
     /// Whether these are the entries of the present state, whatever they say.
-    bool isOf(const EntryList& entries) const;
+    bool isOf(const MVAclEditor::Entries& entries) const;
 
   private:
     /// An entry, and what it was.
     struct EntryState {
-        std::shared_ptr<MVAclEntry> entry;
+        MVAclEditor::Entry entry;
         std::int32_t tag;
         bool inherited;
         bool executionChosen;
@@ -48,7 +48,7 @@ class EditHistory {
     State now() const;
     bool go(bool isThere, std::size_t where);
 
-    AclEditor* editor_;
+    MVAclEditor* editor_;
     std::vector<State> states_;
     std::size_t at_ = 0;
     bool isFirstForgotten_ = false;

@@ -27,7 +27,7 @@ EditScreen::EditScreen(AclEditor& editor, std::string title, const Style& style,
       title_(std::move(title)),
       style_(style),
       sources_(std::move(sources)),
-      history_(editor),
+      history_(editor.model()),
       list_(ItemList::asRead(editor.entries())) {}
 
 std::vector<EditScreen::Line> EditScreen::lines(bool all) const {
@@ -84,7 +84,7 @@ void EditScreen::tell(const std::string& message) {
     const auto& entries = editor_.entries();
     if (!history_.isOf(entries)) {
         hadChanges_ = true;
-        history_ = EditHistory(editor_);
+        history_ = EditHistory(editor_.model());
         list_ = ItemList::asRead(entries);
     }
     forgetGoneEntries();

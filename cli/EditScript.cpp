@@ -61,10 +61,7 @@ Phrase namesOfCommands() {
 
 class Script {
   public:
-    explicit Script(AclEditor& editor) : editor_(editor) {
-        for (const auto& entry : editor.entries())
-            numbered_.push_back(entry);
-    }
+    explicit Script(AclEditor& editor) : editor_(editor), numbered_(editor.entries()) {}
 
     Problem run(const Words& words) {
         const auto& verb = words.front();
@@ -121,7 +118,7 @@ class Script {
             return say("'%1' is no entry; they are numbered from 1 to %2", escaped(text),
                        numbered_.size());
         }
-        if (numbered_[number - 1].expired())
+        if (!placeOf(numbered_[number - 1]))
             return say("entry %1 was removed", text);
         chosen_ = numbered_[number - 1];
         return std::nullopt;
@@ -129,18 +126,25 @@ class Script {
 
     template <class Work>
     Problem onChosen(Work&& work) {
-        const auto chosen = chosen_.lock();
-        if (!chosen)
+        const auto place = placeOf(chosen_);
+        if (!place)
             return say("no entry is chosen; 'entry NUMBER' chooses one, 'add WHO' makes one");
+        return work(*place);
+    }
+
+    /// Empty if the entry was removed.
+    std::optional<std::size_t> placeOf(const std::shared_ptr<MVAclEntry>& entry) const {
         const auto& entries = editor_.entries();
-        const auto found = std::find(entries.begin(), entries.end(), chosen);
-        return work(static_cast<std::size_t>(found - entries.begin()));
+        const auto found = std::find(entries.begin(), entries.end(), entry);
+        if (found == entries.end())
+            return std::nullopt;
+        return static_cast<std::size_t>(found - entries.begin());
     }
 
     AclEditor& editor_;
-    /// By their numbers less one; those that were removed are gone.
-    std::vector<std::weak_ptr<MVAclEntry>> numbered_;
-    std::weak_ptr<MVAclEntry> chosen_;
+    /// The entries by their numbers, counted from 0, those that were removed included.
+    EntryList numbered_;
+    std::shared_ptr<MVAclEntry> chosen_;
 };
 
 }  // namespace

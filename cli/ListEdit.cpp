@@ -35,7 +35,7 @@ std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
 ListEdit::ListEdit(const EntryList& entries) {
     for (const auto& entry : entries) {
         auto text = allShownOf(entry);
-        read_.push_back({entry, std::move(text), {}, entry->tag(), entry->uuid(), linesOf(*entry)});
+        read_.push_back({entry, std::move(text), {}, linesOf(*entry)});
     }
     const auto numbered = shown();
     for (auto& read : read_) {
@@ -46,10 +46,15 @@ ListEdit::ListEdit(const EntryList& entries) {
     }
 }
 
-EntryList ListEdit::shown() const {
+EntryList ListEdit::read() const {
     EntryList entries;
     for (const auto& read : read_)
         entries.push_back(read.entry);
+    return entries;
+}
+
+EntryList ListEdit::shown() const {
+    auto entries = read();
     sortCanonically(entries);
     return entries;
 }
@@ -61,28 +66,13 @@ bool ListEdit::isStill(const EntryList& now) const {
                       });
 }
 
-EntryList ListEdit::inOrderOfEvaluation(const EntryList& edited) const {
-    EntryList denying;
-    EntryList allowing;
-    for (const auto& entry : edited) {
-        const auto* const read = readAs(entry);
-        if (read && read->keepsPlace())
-            continue;
-        if (!read && !read_.empty())
+EntryList ListEdit::toWrite(const AclEditor& editor) const {
+    auto entries = editor.entriesToWrite();
+    for (const auto& entry : entries) {
+        if (!read_.empty() && !readAs(entry))
             entry->setOrigin(read_.front().entry->origin());
-        (entry->tag() == MVAclTagDeny ? denying : allowing).push_back(entry);
     }
-    auto result = std::move(denying);
-    for (const auto& read : read_) {
-        if (read.keepsPlace() && holds(edited, read.entry))
-            result.push_back(read.entry);
-    }
-    result.insert(result.end(), allowing.begin(), allowing.end());
-    return result;
-}
-
-bool ListEdit::Entry::keepsPlace() const {
-    return entry->tag() == tag && entry->uuid() == uuid;
+    return entries;
 }
 
 const ListEdit::Entry* ListEdit::readAs(const std::shared_ptr<MVAclEntry>& entry) const {
@@ -123,7 +113,8 @@ std::vector<std::string> ListEdit::changes(const EntryList& edited) const {
     return changes;
 }
 
-ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& now) {
+std::vector<std::string> ListEdit::replay(AclEditor& editor, const EntryList& now) {
+    const auto edited = editor.entries();
     ListEdit current(now);
     std::vector<bool> isTaken(now.size());
     const auto take = [&](const std::string& asRead) -> Entry* {
@@ -135,7 +126,7 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
         }
         return nullptr;
     };
-    Replayed result;
+    std::vector<std::string> notMade;
     EntryList removed;
     for (const auto& read : read_) {
         const auto& entry = read.entry;
@@ -144,7 +135,7 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
         if (!isRemoved && allShownOf(entry) == read.asRead)
             continue;
         if (!found) {
-            result.notMade.push_back(read.title);
+            notMade.push_back(read.title);
         } else if (isRemoved) {
             removed.push_back(found->entry);
         } else {
@@ -152,16 +143,16 @@ ListEdit::Replayed ListEdit::replay(const EntryList& edited, const EntryList& no
             found->entry = entry;
         }
     }
-    for (const auto& entry : current.shown()) {
-        if (!holds(removed, entry))
-            result.entries.push_back(entry);
-    }
+    auto entries = current.shown();
+    std::erase_if(entries, [&](const auto& entry) { return holds(removed, entry); });
     for (const auto& entry : edited) {
         if (!readAs(entry))
-            result.entries.push_back(entry);
+            entries.push_back(entry);
     }
     read_ = std::move(current.read_);
-    return result;
+    editor.model().setReadEntries(read());
+    editor.model().showEntries(std::move(entries));
+    return notMade;
 }
 
 }  // namespace morvane

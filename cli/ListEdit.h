@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "EntryText.h"
+#include "AclEditor.h"
 
 /// What a person changes of a list: the entries as they were read, and the same change on what the
 /// list is by then, where another program has changed it meanwhile.
 ///
 ///     ListEdit edit(entries);
-///     AclEditor editor(edit.shown(), ...);
+///     AclEditor editor(edit.read(), ...);
 ///     ...
-///     sink(edit.inOrderOfEvaluation(editor.entries()), url);   // MVAclChanged
-///     const auto replayed = edit.replay(editor.entries(), entriesReadAgain);
+///     sink(edit.toWrite(editor), url);   // MVAclChanged
+///     const auto notMade = edit.replay(editor, entriesReadAgain);
 namespace morvane {
 
 class ListEdit {
@@ -26,32 +23,26 @@ class ListEdit {
     /// decides what they mean.
     explicit ListEdit(const EntryList& entries);
 
-    /// The entries that were read, in the order in which they are shown.
+    /// The entries that were read, in the order in which they count.
+    EntryList read() const;
+    /// The same in the order in which they are shown.
     EntryList shown() const;
 
     /// Whether `now` shows the entries that were read, and no others.
     bool isStill(const EntryList& now) const;
 
-    /// The edited entries in the order in which the item's list has them. A new entry that denies
-    /// comes first, one that allows last; so does an entry that denies or allows now, or is for
-    /// somebody else, as it would deny nothing behind one that allows. New ones count as made for
-    /// the list that was read, so that they are refused with the others if it has changed.
-    EntryList inOrderOfEvaluation(const EntryList& edited) const;
+    /// The edited entries in the order in which they count. New ones count as made for the list
+    /// that was read, so that they are refused with the others if it has changed.
+    EntryList toWrite(const AclEditor& editor) const;
 
     /// What an edit makes other than it was read, line by line for people: "+ " is new, "- " is
     /// gone; below an entry whose line says no more than "Custom", the boxes that have changed.
     std::vector<std::string> changes(const EntryList& edited) const;
 
-    struct Replayed {
-        /// In the order in which they are shown, new ones last.
-        EntryList entries;
-        /// Which changes could not be made, as the entry is no longer what it was when it was read:
-        /// "entry 4 (user alice)".
-        std::vector<std::string> notMade;
-    };
-    /// Does to `now` what makes `edited` of the entries that were read. From then on those of `now`
-    /// are the ones that were read.
-    Replayed replay(const EntryList& edited, const EntryList& now);
+    /// Has the editor go on with what its edit makes of `now`, whose entries from then on are the
+    /// ones that were read. Answers which changes could not be made, as the entry is no longer what
+    /// it was when it was read: "entry 4 (user alice)".
+    std::vector<std::string> replay(AclEditor& editor, const EntryList& now);
 
   private:
     struct Entry {
@@ -60,13 +51,8 @@ class ListEdit {
         std::string asRead;
         /// "entry 4 (user alice)", as it was then.
         std::string title;
-        std::int32_t tag = 0;
-        std::optional<NSUUID> uuid;
         /// The entry's line, and one for each of its boxes, as they were shown then.
         std::vector<std::string> lines = {};
-
-        /// Whether it still does the same for the same.
-        bool keepsPlace() const;
     };
     /// What is known of `entry` from reading it; null for a new one.
     const Entry* readAs(const std::shared_ptr<MVAclEntry>& entry) const;

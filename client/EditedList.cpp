@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <unordered_map>
 #include <utility>
 
 namespace morvane {
@@ -40,11 +41,15 @@ const std::vector<const NSKeyPath*>& seenKeyPaths() {
     return seen;
 }
 
+void requireEntries(const EditedList::Entries& entries) {
+    if (std::find(entries.begin(), entries.end(), nullptr) != entries.end())
+        throw std::invalid_argument("an entry of the list is null");
+}
+
 }  // namespace
 
 void EditedList::show(Entries entries) {
-    if (std::find(entries.begin(), entries.end(), nullptr) != entries.end())
-        throw std::invalid_argument("an entry of the list is null");
+    requireEntries(entries);
     entries_.clear();
     rows_.clear();
     for (const auto& entry : entries)
@@ -52,10 +57,35 @@ void EditedList::show(Entries entries) {
     readAgain();
 }
 
+void EditedList::arrange(Entries entries) {
+    requireEntries(entries);
+    std::unordered_map<Entry, Row> known;
+    for (std::size_t i = 0; i != entries_.size(); ++i)
+        known.emplace(entries_[i], std::move(rows_[i]));
+    std::vector<Row> rows;
+    for (const auto& entry : entries) {
+        auto row = known.extract(entry);
+        rows.push_back(row ? std::move(row.mapped()) : rowOf(entry));
+    }
+    entries_ = std::move(entries);
+    rows_ = std::move(rows);
+}
+
+void EditedList::countAsRead(const Entries& entries) {
+    requireEntries(entries);
+    std::unordered_map<Entry, Read> known;
+    for (auto& read : read_)
+        known.emplace(read.entry, std::move(read));
+    read_.clear();
+    for (const auto& entry : entries) {
+        const auto read = known.find(entry);
+        read_.push_back(read != known.end() ? read->second
+                                            : Read{entry, entry->tag(), entry->uuid()});
+    }
+}
+
 void EditedList::append(const Entry& entry) {
-    rows_.push_back({MVObservation::of(
-        entry, seenKeyPaths(),
-        [this, raw = entry.get()](const NSKeyPath& keyPath) { changed_(*raw, keyPath); })});
+    rows_.push_back(rowOf(entry));
     entries_.push_back(entry);
 }
 
@@ -69,22 +99,14 @@ bool EditedList::remove(const Entry& entry) {
 }
 
 bool EditedList::sort() {
-    std::vector<std::size_t> order(entries_.size());
-    for (std::size_t i = 0; i != order.size(); ++i)
-        order[i] = i;
-    const auto score = [&](std::size_t i) { return entries_[i]->canonicalScore(); };
-    const auto isBefore = [&](std::size_t a, std::size_t b) { return score(a) > score(b); };
-    if (std::is_sorted(order.begin(), order.end(), isBefore))
+    const auto isBefore = [](const Entry& a, const Entry& b) {
+        return a->canonicalScore() > b->canonicalScore();
+    };
+    if (std::is_sorted(entries_.begin(), entries_.end(), isBefore))
         return false;
-    std::stable_sort(order.begin(), order.end(), isBefore);
-    Entries entries;
-    std::vector<Row> rows;
-    for (const auto i : order) {
-        entries.push_back(std::move(entries_[i]));
-        rows.push_back(std::move(rows_[i]));
-    }
-    entries_ = std::move(entries);
-    rows_ = std::move(rows);
+    auto sorted = entries_;
+    std::stable_sort(sorted.begin(), sorted.end(), isBefore);
+    arrange(std::move(sorted));
     readAgain();
     return true;
 }
@@ -94,9 +116,9 @@ bool EditedList::isExecutionChosen(const MVAclEntry& entry) const {
     return place && rows_[*place].isExecutionChosen;
 }
 
-void EditedList::forgetExecution(const MVAclEntry& entry) {
+void EditedList::setExecutionChosen(const MVAclEntry& entry, bool chosen) {
     if (const auto place = placeOf(entry))
-        rows_[*place].isExecutionChosen = false;
+        rows_[*place].isExecutionChosen = chosen;
 }
 
 void EditedList::chooseShownExecution() {
@@ -147,6 +169,12 @@ EditedList::Entries EditedList::asWritten(const std::optional<ItemList>& list) c
     return written;
 }
 
+EditedList::Row EditedList::rowOf(const Entry& entry) {
+    return {MVObservation::of(
+        entry, seenKeyPaths(),
+        [this, raw = entry.get()](const NSKeyPath& keyPath) { changed_(*raw, keyPath); })};
+}
+
 std::optional<std::size_t> EditedList::placeOf(const MVAclEntry& entry) const {
     const auto place = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const Entry& other) { return other.get() == &entry; });
@@ -161,8 +189,7 @@ EditedList::Entry EditedList::asWritten(std::size_t i, const std::optional<ItemL
 
 void EditedList::readAgain() {
     read_.clear();
-    for (const auto& entry : entries_)
-        read_.push_back({entry, entry->tag(), entry->uuid()});
+    countAsRead(entries_);
 }
 
 }  // namespace morvane

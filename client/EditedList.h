@@ -30,6 +30,11 @@ class EditedList {
     /// Shows other entries, which count in this order. Throws std::invalid_argument, with nothing
     /// changed, if one of them is null.
     void show(Entries entries);
+    /// Shows these, each still at the place at which it counts. Throws as show() does.
+    void arrange(Entries entries);
+    /// Has these count as the ones that were read, in this order. Of one that did so before, it
+    /// stays known what it was when it was read. Throws as show() does.
+    void countAsRead(const Entries& entries);
     void append(const Entry& entry);
     /// False if the entry is not in the list.
     bool remove(const Entry& entry);
@@ -39,7 +44,7 @@ class EditedList {
     /// Whether the user has switched the box for execution on by itself. Only then is execution
     /// asked for; otherwise it is one of the rights that "Read" as a whole may have.
     bool isExecutionChosen(const MVAclEntry& entry) const;
-    void forgetExecution(const MVAclEntry& entry);
+    void setExecutionChosen(const MVAclEntry& entry, bool chosen);
     /// Every box for execution that is on counts as switched on by itself.
     void chooseShownExecution();
     /// A box of the entry is about to be switched, or a group of boxes.
@@ -65,6 +70,7 @@ class EditedList {
         bool keepsPlace() const { return entry->tag() == tag && entry->uuid() == uuid; }
     };
 
+    Row rowOf(const Entry& entry);
     std::optional<std::size_t> placeOf(const MVAclEntry& entry) const;
     Entry asWritten(std::size_t i, const std::optional<ItemList>& list) const;
     void readAgain();

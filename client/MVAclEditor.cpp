@@ -90,6 +90,16 @@ void MVAclEditor::setEntries(Entries entries) {
     ++state_->editCount;
 }
 
+void MVAclEditor::showEntries(Entries entries) {
+    state_->list.arrange(std::move(entries));
+    ++state_->editCount;
+}
+
+void MVAclEditor::setReadEntries(const Entries& entries) {
+    state_->list.countAsRead(entries);
+    ++state_->editCount;
+}
+
 void MVAclEditor::adopt(const MVAclEditor& now) {
     state_->acl.origin = now.origin();
     state_->acl.list = now.state_->acl.list;
@@ -160,10 +170,10 @@ bool MVAclEditor::setRule(const Entry& entry, std::int32_t tag) {
 }
 
 bool MVAclEditor::setPermissionGroup(const Entry& entry, std::int64_t code) {
-    if (entry->permissionGroup() == code && !state_->list.isExecutionChosen(*entry))
+    if (entry->permissionGroup() == code && !isExecutionChosen(*entry))
         return true;
     return isPossible(permissionChoices(*entry, list()), code) && edit(entry, [&] {
-               state_->list.forgetExecution(*entry);
+               state_->list.setExecutionChosen(*entry, false);
                entry->setPermissionGroup(code);
                return true;
            });
@@ -211,6 +221,15 @@ bool MVAclEditor::clickBox(const Entry& entry, const NSTreeNode& box) {
 
 Phrase MVAclEditor::whyNotClicked(const MVAclEntry& entry, const NSTreeNode& box) const {
     return whyNotBox(entry, box, MVTreeNode::stateOf(box) == MVStateOff ? list() : nullptr);
+}
+
+bool MVAclEditor::isExecutionChosen(const MVAclEntry& entry) const {
+    return state_->list.isExecutionChosen(entry);
+}
+
+void MVAclEditor::setExecutionChosen(const MVAclEntry& entry, bool chosen) {
+    state_->list.setExecutionChosen(entry, chosen);
+    ++state_->editCount;
 }
 
 std::string MVAclEditor::letters(const MVAclEntry& entry) const {

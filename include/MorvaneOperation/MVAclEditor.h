@@ -60,6 +60,14 @@ class MORVANE_EXPORT MVAclEditor final : public std::enable_shared_from_this<MVA
     /// Goes on with other entries of the same item, such as the nearest list (ItemList::nearest()).
     /// What they show is what they store. Throws std::invalid_argument for a null entry.
     void setEntries(Entries entries);
+    /// Shows these entries, in this order: none that is left out, and each that was removed again.
+    /// Those that were read count where they were read, others are new ones. So an edit is taken
+    /// back, or the list is shown in another order. Throws std::invalid_argument for a null entry.
+    void showEntries(Entries entries);
+    /// Has these count as the entries that were read, in this order, as when an edit is made again
+    /// on what another program has written meanwhile. One that was read before still counts as
+    /// edited if it is no longer what it was then. Throws std::invalid_argument for a null entry.
+    void setReadEntries(const Entries& entries);
 
     /// Has the list count as made of what `now` was read from, so that writing it replaces what
     /// another program has written meanwhile.
@@ -94,6 +102,12 @@ class MORVANE_EXPORT MVAclEditor final : public std::enable_shared_from_this<MVA
     bool clickBox(const Entry& entry, const NSTreeNode& box);
     /// Why a click would change nothing; empty if it would.
     Phrase whyNotClicked(const MVAclEntry& entry, const NSTreeNode& box) const;
+
+    /// Whether the box for execution was switched on by itself, and not off since: acl() then asks
+    /// for execution, also where "Read" as a whole would not. Always false for an entry that is not
+    /// in the list. To be set when the boxes of an entry are put back as they were.
+    bool isExecutionChosen(const MVAclEntry& entry) const;
+    void setExecutionChosen(const MVAclEntry& entry, bool chosen);
 
     /// The permissions that would be stored, in the letters of the list: "rw-". "Read" as a whole
     /// executes a file only if somebody could execute it before, or the box for execution was

@@ -111,6 +111,15 @@ TEST_F(Editing, RemovesAnEntryFromTheListThatAnotherProgramHasMade) {
     EXPECT_EQ(acl_.access.users[0].id, 4804u);
 }
 
+TEST_F(Editing, SaysOfAnEntryThatTheScriptHasRemovedThatItIsGone) {
+    const auto outcome = run("entry 2; remove; entry 2; deny");
+    EXPECT_EQ(outcome.exitCode, ExitUsage);
+    EXPECT_EQ(outcome.message,
+              "morvane: the edit script, command 3: entry 2 was removed.\n  Nothing was changed.\n"
+              "  'morvane help edit' tells the commands of an edit.\n");
+    EXPECT_NE(rightsOf(4803), PosixNothing);
+}
+
 TEST_F(Editing, RefusesAScriptThatChangesWhatAnotherProgramHasChanged) {
     others_ = {[](PosixAcl& acl) { acl.access.users[0].rights = PosixRead; }};
     const auto outcome = run("entry 2; permissions write; entry 3; permissions read");
@@ -198,33 +207,33 @@ TEST_F(Editing, ReadsTheListOnceIfNobodyElseChangesIt) {
 TEST_F(Editing, PutsAnEntryThatIsADenialNowBeforeAllThatAllow) {
     const auto entries = entriesOfPosixAcl(acl_);
     const auto last = entries.back();
-    ListEdit edit(entries);
-    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()), entries) << "unchanged ones stay in place";
+    const AclEditor editor(entries, nullptr);
+    EXPECT_EQ(editor.entriesToWrite(), entries) << "unchanged ones stay in place";
     last->setTag(MVAclTagDeny);
-    const auto denying = edit.inOrderOfEvaluation(edit.shown());
+    const auto denying = editor.entriesToWrite();
     ASSERT_EQ(denying.size(), entries.size());
     EXPECT_EQ(denying.front(), last);
     last->setTag(MVAclTagAllow);
-    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()), entries) << "it is what it was";
+    EXPECT_EQ(editor.entriesToWrite(), entries) << "it is what it was";
 }
 
 TEST_F(Editing, PutsAnEntryThatIsForAnotherNowWhereANewOneComes) {
     const auto entries = entriesOfPosixAcl(acl_);
     const auto first = entries.front();
-    ListEdit edit(entries);
+    const AclEditor editor(entries, nullptr);
     first->setUuid(uuidOfPosixIdentity(CBPosixUser{4805}));
-    EXPECT_EQ(edit.inOrderOfEvaluation(edit.shown()).back(), first);
+    EXPECT_EQ(editor.entriesToWrite().back(), first);
 }
 
 TEST_F(Editing, PutsADenialFirstInTheListThatAnotherProgramHasMade) {
     const auto entries = entriesOfPosixAcl(acl_);
     const auto denied = entries[2];
     ListEdit edit(entries);
+    AclEditor editor(edit.read(), nullptr);
     denied->setTag(MVAclTagDeny);
     acl_.access.users[0].rights = PosixRead;
-    const auto replayed = edit.replay(edit.shown(), entriesOfPosixAcl(acl_));
-    EXPECT_TRUE(replayed.notMade.empty());
-    EXPECT_EQ(edit.inOrderOfEvaluation(replayed.entries).front(), denied);
+    EXPECT_TRUE(edit.replay(editor, entriesOfPosixAcl(acl_)).empty());
+    EXPECT_EQ(edit.toWrite(editor).front(), denied);
 }
 
 TEST_F(Editing, CountsTheEntriesOfTheServicesRefusalAsTheyAreShown) {

@@ -160,6 +160,7 @@ TEST_F(EditScript, TellsWhatIsWrongWithACommand) {
               "command 3: no entry is chosen; 'entry NUMBER' chooses "
               "one, 'add WHO' makes one");
     EXPECT_EQ(run("entry 2"), "command 1: '2' is no entry; they are numbered from 1 to 1");
+    EXPECT_EQ(run("entry 1; add user:bob; remove; entry 2"), "command 4: entry 2 was removed");
 }
 
 TEST_F(EditScript, RefusesToWriteAnEntryWhoseUserIsNotKnown) {
