@@ -37,6 +37,32 @@ def table():
     return rows
 
 
+def told_libraries():
+    """The libraries from outside that the second table names, by the folder."""
+    with open(os.path.join(SOURCE, "docs/architecture.md"), encoding="utf-8") as f:
+        table = re.search(r"^\| folder \| libraries from outside \|\n.*\n((?:\|.*\n)+)", f.read(), re.MULTILINE)[1]
+    return {folder: set(re.findall(r"`([^`]+)`", libraries))
+            for folder, libraries in re.findall(r"^\| `([^`]+)/` \| (.*) \|$", table, re.MULTILINE)}
+
+
+def linked_libraries():
+    """The packages that the build looks for, by the folder that does."""
+    found = {}
+    for folder, _, names in os.walk(SOURCE):
+        room = os.path.relpath(folder, SOURCE)
+        if "CMakeLists.txt" not in names or room.split("/")[0] in ("tests", "bench", "fuzz", "examples", "build"):
+            continue
+        with open(os.path.join(folder, "CMakeLists.txt"), encoding="utf-8") as f:
+            text = f.read()
+        words = " ".join(re.findall(r"^(?:pkg_check_modules\(|set\(MORVANE_(?=\w+_PACKAGES [a-z]))\w+ ([^$)]*)", text,
+                                    re.MULTILINE)).split()
+        packages = {re.sub("[<>=].*", "", word) for word in words if re.match("[a-z]", word)}
+        packages |= set(re.findall(r"^find_package\((\w+)", text, re.MULTILINE)) - {"Threads", "PkgConfig", "Python3"}
+        if packages:
+            found[room] = packages
+    return found
+
+
 def with_what_these_use(rooms, direct):
     """The rooms, and those that they use in turn."""
     found, left = set(), set(rooms)
@@ -126,6 +152,9 @@ class Rooms(unittest.TestCase):
         for room, uses in layers().items():
             with self.subTest(room):
                 self.assertEqual(with_what_these_use(uses, layers()), with_what_these_use(self.direct[room], self.direct))
+
+    def test_the_build_looks_for_the_libraries_that_the_table_names(self):
+        self.assertEqual(linked_libraries(), told_libraries())
 
 
 if __name__ == "__main__":
