@@ -50,4 +50,22 @@ public class QuestionWindow : Adw.Window {
     }
 }
 
+/* Asks something; answers whether it was agreed to. Without `yes` it only tells something. */
+public async bool ask(Gtk.Window parent, string question, string text, string no, string? yes, bool destroys) {
+    var window = new QuestionWindow(parent, question, text, no, yes, destroys);
+    bool answer = false;
+    window.answered.connect(is_yes => {
+        answer = is_yes;
+        ask.callback();
+    });
+    window.present();
+    yield;
+    return answer;
+}
+
+/* Tells of a problem, and waits until that was read. */
+public async void tell(Gtk.Window parent, string problem, string text) {
+    yield ask(parent, problem, text, _("_Close"), null, false);
+}
+
 }

@@ -152,7 +152,7 @@ public class Window : Adw.ApplicationWindow {
         if (problems == null)
             return;
         if (items.shared != null) {
-            yield tell(_("The Permissions of Some Items Cannot Be Read"), problems);
+            yield tell(this, _("The Permissions of Some Items Cannot Be Read"), problems);
             return;
         }
         if (problem == null) {
@@ -214,7 +214,7 @@ public class Window : Adw.ApplicationWindow {
     private async void keep() {
         var problems = yield items.keep();
         if (problems != null)
-            yield tell(_("The Permissions Cannot Be Read"), problems);
+            yield tell(this, _("The Permissions Cannot Be Read"), problems);
     }
 
     private void add() {
@@ -243,14 +243,14 @@ public class Window : Adw.ApplicationWindow {
         Morvane.Acl[] nearest;
         var losses = yield items.list_losses(out nearest);
         if (losses != null) {
-            var answer = yield ask(_("The File System Cannot Hold All of It"), losses,
+            var answer = yield ask(this, _("The File System Cannot Hold All of It"), losses,
                                    _("_Keep Editing"), _("_Apply the Nearest"), false);
             if (!answer)
                 return false;
         }
         var problems = yield items.write(nearest);
         if (problems != null && problems != "")
-            yield tell(_("The Permissions Cannot Be Changed"), problems);
+            yield tell(this, _("The Permissions Cannot Be Changed"), problems);
         if (problems != null)
             return false;
         toasts.add_toast(new Adw.Toast(_("The permissions were changed.")) { timeout = 3 });
@@ -262,7 +262,7 @@ public class Window : Adw.ApplicationWindow {
     }
 
     private async void propagate() {
-        var wanted = yield ask(_("Apply to Everything Inside?"),
+        var wanted = yield ask(this, _("Apply to Everything Inside?"),
                         _("Everything in “%s” gets what it inherits of these permissions. What it has now is replaced.")
                             .printf(heading.title),
                         _("_Cancel"), _("_Apply to All"), true);
@@ -273,36 +273,14 @@ public class Window : Adw.ApplicationWindow {
             if (!applied)
                 return;
         }
-        var cancellable = new Cancellable();
-        var window = new ProgressWindow(this, cancellable);
-        window.present();
-        var failures = new ListStore(typeof(Morvane.Failure));
-        string? problem = null;
-        string? refusal = null;
-        var was_stopped = false;
-        foreach (var acl in items.shared.acls) {
-            var progress = new Morvane.Progress();
-            window.follow(progress);
-            try {
-                yield items.client.propagate_acl_async(acl, Morvane.Privilege.WHEN_REFUSED, progress, cancellable);
-            } catch (Error error) {
-                was_stopped = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
-                if (!was_stopped)
-                    problem = error.message;
-                if ((error is Morvane.Error.DENIED) || (error is Morvane.Error.NOBODY_TO_ASK))
-                    refusal = error.message;
-            }
-            for (uint i = 0; i != progress.failures.get_n_items(); ++i)
-                failures.append(progress.failures.get_item(i));
-            if (was_stopped)
-                break;
-        }
-        window.end();
-        if (failures.get_n_items() != 0 && window.failed != 0)
-            new FailuresWindow(this, _("Not Everything Was Changed"), refusal, failures, window.failed).present();
-        else if (problem != null)
-            yield tell(_("Not Everything Was Changed"), problem);
-        else if (!was_stopped)
+        var work = new Propagation();
+        yield work.run(this, items.client, items.shared.acls);
+        if (work.failures.get_n_items() != 0 && work.failed != 0)
+            new FailuresWindow(this, _("Not Everything Was Changed"), work.refusal, work.failures,
+                               work.failed).present();
+        else if (work.problem != null)
+            yield tell(this, _("Not Everything Was Changed"), work.problem);
+        else if (!work.was_stopped)
             toasts.add_toast(new Adw.Toast(_("Everything inside has its permissions.")) { timeout = 3 });
     }
 
@@ -318,47 +296,20 @@ public class Window : Adw.ApplicationWindow {
             foreach (var acl in items.shared.acls)
                 of_items += yield items.client.effective_access_async(acl.file, identity, Morvane.Privilege.WHEN_REFUSED,
                                                                       null);
-            var tree = new BoxTree(_("Effective access"), false) {
-                margin_top = 12, margin_bottom = 12, margin_start = 12, margin_end = 12
-            };
-            tree.show_boxes(SharedPermission.of_lists(of_items));
-            var content = new Gtk.Box(Gtk.Orientation.VERTICAL, 0);
-            content.append(new Adw.HeaderBar());
-            content.append(tree);
-            var window = new Adw.Window() {
-                transient_for = this, modal = true, title = _("What %s Can Do").printf(identity.name),
-                default_width = 380, default_height = 520, content = content
-            };
-            window.present();
+            new AccessWindow(this, identity, SharedPermission.of_lists(of_items)).present();
         } catch (Error error) {
             if (!(error is Morvane.Error.DISMISSED))
-                yield tell(_("The Access Cannot Be Determined"), error.message);
+                yield tell(this, _("The Access Cannot Be Determined"), error.message);
         }
     }
 
     private async void ask_to_close() {
-        var wanted = yield ask(_("Discard the Changes?"), _("The permissions were edited and not applied."),
+        var wanted = yield ask(this, _("Discard the Changes?"), _("The permissions were edited and not applied."),
                                _("_Keep Editing"), _("_Discard"), true);
         if (wanted) {
             closing = true;
             close();
         }
-    }
-
-    private async bool ask(string question, string text, string no, string? yes, bool destroys) {
-        var window = new QuestionWindow(this, question, text, no, yes, destroys);
-        bool answer = false;
-        window.answered.connect(is_yes => {
-            answer = is_yes;
-            ask.callback();
-        });
-        window.present();
-        yield;
-        return answer;
-    }
-
-    private async void tell(string problem, string text) {
-        yield ask(problem, text, _("_Close"), null, false);
     }
 }
 
