@@ -19,7 +19,7 @@ namespace morvane {
 
 struct AccessOptions {
     std::string path;
-    /// One of the two.
+    /// One of the two is set.
     std::string user;
     std::string group;
     bool json = false;

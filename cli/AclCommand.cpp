@@ -14,7 +14,8 @@ Outcome cannotRead(const std::string& path, const NSErrorRef& error) {
     return failed(say("cannot read the access-control list of '%1'", escaped(path)), error);
 }
 
-/// One of several lists; what is wrong with it goes to `all` as well.
+/// Shows one of several lists; if it cannot be read, `all` gets the error and the exit status as
+/// well.
 Json jsonOfList(const std::string& path, const AclSource& source, Outcome& all) {
     if (path.empty()) {
         all.exitCode = std::max(all.exitCode, ExitFailure);

@@ -16,7 +16,7 @@ namespace morvane {
 
 struct AclOptions {
     std::string path;
-    /// More items, whose lists follow.
+    /// More items, whose lists are shown after the first.
     std::vector<std::string> others = {};
     bool tree = false;
     bool json = false;

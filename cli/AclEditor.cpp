@@ -35,7 +35,7 @@ bool isNamed(const NSTreeNode& node, std::string_view name) {
     return sameName(own, name) || sameName(keyOfName(own), name);
 }
 
-/// "'Read', 'Read Data', ...": what may stand where a name was not known.
+/// The names that can be written where one was not known: "'Read', 'Read Data', ...".
 std::string names(const MVAclEntry& entry) {
     std::string text;
     const auto add = [&](const NSTreeNode& node) {

@@ -20,8 +20,8 @@
 ///     AclEditor editor(entries, [](Problem&) { return false; });
 ///     if (const auto problem = editor.setBox(0, "Write Data", BoxChange::on)) ...
 ///
-/// Every operation answers with what was wrong, for people, and then has changed nothing; empty for
-/// success. Entries keep their place until they are removed.
+/// Every operation answers with what is wrong, in words for people, and has then changed nothing;
+/// the answer is empty if it was done. Entries keep their places until they are removed.
 namespace morvane {
 
 /// Why something was not done; empty if it was.
@@ -43,26 +43,25 @@ class AclEditor {
     const EntryList& entries() const { return model_->entries(); }
     /// In the order in which they count.
     EntryList entriesToWrite() const { return model_->acl().entries; }
-    /// It does not know what the item can hold: what that is decided when the list is saved, where
-    /// the nearest one can be accepted.
+    /// The model behind the words. It is not told what the item's list can hold: saving decides
+    /// that, and the user may accept the nearest list then.
     MVAclEditor& model() const { return *model_; }
 
-    /// A new entry, last in the list, that allows `who` to read and write.
+    /// Adds an entry at the end of the list, which allows `who` to read and write.
     Problem add(std::string_view who);
     Problem remove(std::size_t entry);
-    /// A box or a group by its name, in either case of letters; "Read/Read Data" tells its group
-    /// too.
+    /// Switches a box or a group of boxes, which is found by its name in any case of letters;
+    /// "Read/Read Data" names the group of the box as well.
     Problem setBox(std::size_t entry, std::string_view name, BoxChange change);
-    /// The same for a node of the entry's tree.
+    /// Does the same for a node of the entry's tree.
     Problem setNode(std::size_t entry, NSTreeNode& node, BoxChange change);
-    /// "all", "read-write", "read", "write" or, for the owner's, the owning group's and everyone's
-    /// entry, "none".
+    /// Takes "all", "read-write", "read", "write" or, for the entries of the owner, the owning
+    /// group and everyone, "none".
     Problem choosePermissions(std::size_t entry, std::string_view name);
-    /// The same by a code of MVAclPermissionGroup that the entry offers.
+    /// Does the same by a code of MVAclPermissionGroup that the entry offers.
     Problem choosePermissions(std::size_t entry, std::int64_t code);
     Problem setTag(std::size_t entry, std::int32_t tag);
-    /// "user:NAME", "group:NAME", "everyone", "creator" or "creator-group"; a number may stand for
-    /// a name.
+    /// Takes what identityWritten() reads.
     Problem setWho(std::size_t entry, std::string_view who);
     Problem setInherited(std::size_t entry, bool inherited);
 
@@ -78,8 +77,9 @@ class AclEditor {
     const FolderQuestion isFolder_;
 };
 
-/// "user:NAME", "group:NAME" (a number may stand for the name), "everyone", "creator" (who makes an
-/// item in the folder) or "creator-group" as an identity; null with `problem` set if there is none.
+/// Returns the identity that is written as "user:NAME" or "group:NAME" (a number may stand in place
+/// of the name), "everyone", "creator" (whoever makes an item in the folder) or "creator-group";
+/// null with `problem` set if there is none.
 CBIdentityRef identityWritten(std::string_view who, Problem& problem);
 
 }  // namespace morvane

@@ -18,7 +18,7 @@ namespace morvane {
 namespace {
 
 constexpr const char* program = "/usr/bin/pkttyagent";
-/// By then it has registered, or it will not.
+/// An agent that has not registered by then will not do so.
 constexpr int readyMilliseconds = 5000;
 
 /// Whether polkit finds a login session for this process: the one that it is in, or the one that

@@ -9,7 +9,8 @@ namespace morvane {
 
 class AuthenticationAgent {
   public:
-    /// Starts it and waits until it is ready. Without such a program nothing is started.
+    /// Starts the agent and waits until it is ready. Where no such program is installed, nothing is
+    /// started.
     AuthenticationAgent();
     ~AuthenticationAgent();
     AuthenticationAgent(const AuthenticationAgent&) = delete;

@@ -87,7 +87,8 @@ Outcome runInEditor(const ChangeOptions& options, const ChangeParts& parts, Jour
     const auto list = oneList(*text, problem);
     if (!list)
         return misusedChange(*problem);
-    // The text is of what was shown; it would undo what another program has changed since.
+    // The user has edited the list that was shown: to write it would undo what another program has
+    // changed since.
     const auto shown = digestOf(*entries);
     const ListChange change = [&, replacing = replacingBy(*list)](ChangedList& now) -> Problem {
         if (now.item().digest != shown)

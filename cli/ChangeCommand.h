@@ -3,7 +3,7 @@
 
 #include "ListChanging.h"
 
-/// `morvane acl PATH... --set ENTRIES` and the like: the same change of many lists.
+/// `morvane acl PATH... --set ENTRIES` and the like: makes the same change to many lists.
 namespace morvane {
 
 Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,

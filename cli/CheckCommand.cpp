@@ -26,7 +26,7 @@ namespace {
 enum class Finding { differs, unknown, unreadable };
 constexpr std::array<const char*, 3> namesOfFindings{"differs", "unknown", "unreadable"};
 
-/// Empty for a name that this system does not know.
+/// Returns nothing for a name that this system does not know.
 std::optional<CBPosixIdentity> subjectOf(const MVAclEntry& entry) {
     if (!entry.uuid())
         return CBEveryone{};

@@ -6,7 +6,7 @@
 #include "Outcome.h"
 #include "TreeParts.h"
 
-/// `morvane check TREE`: what of the lists in a tree is likely to be a mistake.
+/// `morvane check TREE`: finds what is likely to be a mistake in the lists of a tree.
 namespace morvane {
 
 struct CheckOptions {

@@ -16,8 +16,7 @@ namespace morvane {
 
 namespace {
 
-/// Whether --edit is followed by a script without commands, which the parser does not tell from
-/// none.
+/// Whether --edit is followed by an empty script, which the parser cannot tell from a missing one.
 bool hasEmptyScript(int argc, const char* const* argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
@@ -38,7 +37,7 @@ JsonForm jsonAskedFor(int argc, const char* const* argv) {
     return JsonForm::none;
 }
 
-/// The options that say what is done to a list; those of one row go together.
+/// The options that say what is done to a list. Those of one row can be given together.
 const std::vector<std::vector<std::string_view>>& aclActions() {
     static const std::vector<std::vector<std::string_view>> actions{
         {"--edit"},

@@ -26,12 +26,12 @@ namespace morvane {
 /// What a run prints for programs: nothing, one object, or a line for each thing that happens.
 enum class JsonForm { none, object, lines };
 
-/// What counts for all commands.
+/// The options that all commands have.
 struct CommonOptions {
     /// The work is done by the privileged helper.
     bool privileged = false;
     JsonForm json = JsonForm::none;
-    /// What --color says; empty without it.
+    /// The word behind --color; empty if the option was not given.
     std::string colour;
     /// The command's name, once it is known.
     std::string command;
@@ -41,8 +41,8 @@ using CommandLine = std::variant<Outcome, AclOptions, EditOptions, PropagateOpti
                                  SizeOptions, LsOptions, RenameOptions, ChangeOptions, SaveOptions,
                                  DiffOptions, WhoCanOptions, CheckOptions>;
 
-/// `version` is what --version prints behind the program's name. `common` tells of JSON also if the
-/// words were not understood.
+/// Parses the command line. `version` is what --version prints behind the name of the program.
+/// `common` is filled even if the words were not understood, as the answer may have to be JSON.
 CommandLine parseCommandLine(int argc, const char* const* argv, const std::string& version,
                              CommonOptions* common = nullptr);
 

@@ -9,12 +9,12 @@ namespace morvane {
 
 namespace {
 
-/// The sentence with its full stop.
+/// Returns the sentence with its full stop.
 std::string sentence(std::string_view says) {
     return std::string(says) + (says.ends_with('.') ? "" : ".");
 }
 
-/// A text of the manual: no character of it means something to the formatter.
+/// Escapes a text of the manual, so that the formatter takes every character as it is.
 std::string forManual(std::string_view says) {
     const auto text = replaced(replaced(std::string(says), "\\", R"(\e)"), "-", R"(\-)");
     return text.starts_with('.') || text.starts_with('\'') ? "\\&" + text : text;

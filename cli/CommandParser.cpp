@@ -31,7 +31,7 @@ std::string footer(bool endsLikeDiff) {
     return text;
 }
 
-/// What the parser says in English, in the language of the user.
+/// Translates the parser's texts, which are English, for the user.
 std::string reasonOfParser(const std::string& english) {
     return sayLike(english,
                    {translatable("A subcommand is required"), translatable("%1 is required"),
@@ -211,7 +211,7 @@ class Parser {
             relate(app, row);
     }
 
-    /// The first word that nothing is known of decides, as all others may follow from it.
+    /// The first unknown word decides what is told: the other mistakes may follow from it.
     Outcome whyNot(const CLI::ParseError& stop, int argc, const char* const* argv) const {
         const auto command = chosen();
         const bool isExtra = stop.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);

@@ -66,7 +66,7 @@ bool editOnTerminal(AclEditor& editor, const EditSession& session, const EditSou
     }
 }
 
-/// As TreeParts has them.
+/// The answer for TreeParts::groupsInUse.
 std::optional<std::set<std::uint32_t>> groupsInUse() {
     const auto known = FileServices::identities(goesOn);
     if (!known || known->size() >= MVFileClient::mostIdentities)

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-/// Every command of the command line with its options, in one place: what is parsed, what --help,
-/// the manual and the completion of the shells tell of it.
+/// Every command of the command line with its options, in one place: the parser, --help, the manual
+/// and the completion of the shells are made of it.
 namespace morvane {
 
 /// What a word on the command line names. A shell completes it accordingly.
@@ -20,14 +20,14 @@ enum class WordKind {
     choice,   ///< one of the row's choices
 };
 
-/// One option; without dashes in front of its name, a word that stands by itself.
+/// One option. Where its name has no dashes in front, it is a word that stands by itself.
 struct OptionRow {
     std::string_view name = {};
     /// One sentence without its full stop.
     std::string_view says = {};
-    /// The word that follows the option, or that the word itself is.
+    /// The kind of word that follows the option, or that stands by itself.
     WordKind kind = WordKind::none;
-    /// How that word is called in texts. In brackets, it may be missing.
+    /// The name of that word in texts. If it stands in brackets, the word may be missing.
     std::string_view word = {};
     enum class Times { optional, once, any } times = Times::optional;
     /// The words that are taken, where they are few.
@@ -46,34 +46,34 @@ struct CommandRow {
     /// One sentence without its full stop.
     std::string_view says;
     std::vector<OptionRow> options;
-    /// Its exit status is 1 where there is something to tell, and 2 where it failed.
+    /// Whether its exit status is 1 where there is something to tell, and 2 where it failed.
     bool endsLikeDiff = false;
 
-    /// The options that cannot stand beside one of them, whichever of the two says so.
+    /// The options that cannot be given together with this one, whichever of the two rows says so.
     std::vector<std::string_view> excludedBy(std::string_view option) const;
 };
 
-/// In the order in which they are told.
+/// All commands, in the order in which they are listed.
 const std::vector<CommandRow>& commandTable();
 
 /// Whether the command ends as diff(1) does.
 bool endsLikeDiff(std::string_view command);
 
-/// What stands before the command.
+/// The options that stand before the command.
 const std::vector<OptionRow>& commonOptions();
 
 /// A command of `morvane acl PATH --edit SCRIPT`.
 struct EditCommandRow {
     std::string_view name;
-    /// What the one word behind it is; empty if it stands alone.
+    /// The name of the one word behind it; empty if it stands alone.
     std::string_view word;
-    /// Sentences.
+    /// What it does, in whole sentences.
     std::string_view says;
 };
 
 const std::vector<EditCommandRow>& editCommands();
 
-/// What `morvane help` tells of beside the commands.
+/// The topic that `morvane help` explains beside the commands.
 inline constexpr std::string_view editTopic = "edit";
 
 }  // namespace morvane

@@ -10,7 +10,7 @@ namespace morvane {
 
 namespace {
 
-/// In single quotes, for any of the shells.
+/// Puts the text in single quotes, as each of the shells reads them.
 std::string quoted(std::string_view text) {
     return "'" + replaced(std::string(text), "'", R"('\'')") + "'";
 }
@@ -39,7 +39,7 @@ std::vector<std::string_view> optionsOf(const std::vector<OptionRow>& rows) {
     return options;
 }
 
-/// What the words that stand by themselves are.
+/// The row of the words that stand by themselves; an empty one if the command has none.
 OptionRow wordsOf(const CommandRow& command) {
     const auto found = std::find_if(command.options.begin(), command.options.end(),
                                     [](const OptionRow& row) { return row.standsAlone(); });
@@ -106,7 +106,7 @@ std::string fishWords(const OptionRow& row) {
     return {};
 }
 
-/// A text within a description of zsh's.
+/// Escapes a text that stands within a description for zsh.
 std::string forZsh(std::string_view says) {
     return replaced(replaced(replaced(std::string(says), ":", R"(\:)"), "[", R"(\[)"), "]",
                     R"(\])");

@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// What is written of the table of commands at the build: the completion of three shells, and the
+/// The texts that the build makes of the table of commands: the completion of three shells, and the
 /// lists of the manual.
 namespace morvane {
 

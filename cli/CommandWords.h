@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-/// What the texts that are written of the table of commands have in common.
+/// What the texts that are made of the table of commands have in common.
 namespace morvane {
 
 /// `text` with each `what` in it replaced.

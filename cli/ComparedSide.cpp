@@ -37,7 +37,7 @@ std::vector<ComparedSide::List> ItemsOfTree::lists(
         }
         ComparedList list{pathOf(places[i]), *std::move(answers[i])};
         list.facts = parts_.facts(list.path);
-        // A link that was named is followed by the service, and not by a look at it.
+        // The service follows a link that was named; looking at the item here would not.
         if (list.facts && list.facts->kind() == std::string_view("link"))
             list.facts.reset();
         lists.emplace_back(std::optional(std::move(list)));
@@ -57,7 +57,7 @@ Result<std::vector<std::string>> SavedLists::names(const std::string& place) {
          at != lists_.end() && at->first.starts_with(folder);) {
         auto name = at->first.substr(folder.size());
         name.resize(std::min(name.find('/'), name.size()));
-        // Past all that is below it: '0' is what follows '/'.
+        // This skips all that is below the item: '0' is the character that follows '/'.
         at = at->first == folder + name ? std::next(at) : lists_.lower_bound(folder + name + '0');
         if (!name.empty() && (names.empty() || names.back() != name))
             names.push_back(std::move(name));

@@ -14,8 +14,8 @@
 /// The two sides of a comparison: trees of items, and lists that were saved.
 namespace morvane {
 
-/// Where the item `name` in a folder is. Items of one side are told by where they are below the one
-/// that was named, which is "".
+/// The place of the item `name` in the folder at the place `folder`. A place is a path below the
+/// item that was named on the command line, whose own place is "".
 std::string placeIn(const std::string& folder, const std::string& name);
 
 /// One of the two sides.
@@ -25,10 +25,10 @@ class ComparedSide {
 
     virtual ~ComparedSide() = default;
     virtual std::string pathOf(const std::string& place) const = 0;
-    /// What is in the folder, sorted.
+    /// The names in the folder, sorted.
     virtual Result<std::vector<std::string>> names(const std::string& place) = 0;
-    /// The lists of items that names() tells of, empty for one that has none. `others` are those of
-    /// the other side, of which some may be missing.
+    /// The lists of items that names() has returned; empty for an item without one. `others` are
+    /// the lists of the other side, null where it has none.
     virtual std::vector<List> lists(const std::vector<std::string>& places,
                                     const std::vector<const ComparedList*>& others) = 0;
 };

@@ -10,7 +10,7 @@ namespace morvane {
 
 namespace {
 
-/// How many letters are to be added, taken away or replaced to make the one of the other.
+/// How many letters must be added, removed or replaced to make one word of the other.
 std::size_t editDistance(std::string_view one, std::string_view other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0U);

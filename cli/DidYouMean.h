@@ -7,8 +7,8 @@
 
 namespace morvane {
 
-/// `reason`, with a question for the one of `names` that is most like `word`, if one is like it at
-/// all.
+/// Returns `reason`, and with it the question whether the one of `names` is meant that is most like
+/// `word`, if any is like it.
 std::string withQuestion(const std::string& reason, std::string_view word,
                          const std::vector<std::string_view>& names);
 

@@ -123,7 +123,7 @@ bool Comparison::compare(ComparedSide& before, ComparedSide& after, const std::v
             continue;
         if (*old[i] && *now[i])
             tell(places[i], **old[i], **now[i]);
-        // What a saved list does not tell of is not compared, but what is below may be.
+        // An item that is not among the saved lists is not compared; items below it may be.
         if (*now[i] && isOfFolder((*now[i])->entries) &&
             (!*old[i] || isOfFolder((*old[i])->entries)))
             folders.push_back(places[i]);
@@ -199,7 +199,7 @@ std::map<std::string, ListText> savedListsFor(const DiffOptions& options, Proble
     auto lists =
         problem ? std::vector<ListText>() : parsedLists(text, UnknownNames::haveNumbers, problem);
     std::map<std::string, ListText> places;
-    // A list alone may be that of another item.
+    // A file with a single list may be meant for an item at another path.
     if (lists.size() == 1 && !options.recursive) {
         places.emplace("", std::move(lists.front()));
         return places;

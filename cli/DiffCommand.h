@@ -7,7 +7,7 @@
 #include "Text.h"
 #include "TreeParts.h"
 
-/// `morvane diff A B`: what the list of one item says otherwise than that of another.
+/// `morvane diff A B`: tells in what the list of one item differs from that of another.
 namespace morvane {
 
 struct DiffOptions {
@@ -16,7 +16,7 @@ struct DiffOptions {
     std::string after;
     /// A file with lists, as --save and getfacl write them; "-" is standard input.
     std::string saved;
-    /// And what is below both.
+    /// Whether what is below the two items is compared as well.
     bool recursive = false;
     bool json = false;
 };

@@ -208,7 +208,7 @@ class AclEditing {
                                 escaped(advice(*error, Effect::changes))}),
                        error};
         }
-        // What the item has now, which is not always the order of what was written.
+        // The item has its entries now, but not always in the order in which they were written.
         auto written = source_(url_);
         if (!written) {
             outcome.message += message({say("the list was written; it cannot be read back: %1",
@@ -243,8 +243,8 @@ class AclEditing {
                 told};
     }
 
-    /// Reads the list again and makes the edit on what it is now, but for `notMade`. Answers why it
-    /// cannot be read.
+    /// Reads the list again and makes the edit on what it is now, without what `notMade` then
+    /// names. Returns the failure if the list cannot be read.
     std::optional<Outcome> replay(std::vector<std::string>& notMade) {
         auto now = source_(url_);
         if (!now)
@@ -263,7 +263,7 @@ class AclEditing {
     const Style& style_;
     ListEdit edit_;
     EditedItem item_;
-    /// As the list was read.
+    /// Whether that was so of the list that was read.
     bool leftCreatorWithout_;
     NSErrorRef kindError_;
     const std::string before_;

@@ -20,7 +20,7 @@ namespace morvane {
 
 struct EditOptions {
     std::string path;
-    /// Empty: edited on the terminal.
+    /// The script; empty if the list is edited on the terminal.
     std::optional<std::string> script;
     /// Shows the list before and after, and writes nothing.
     bool dryRun = false;

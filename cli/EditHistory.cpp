@@ -8,7 +8,8 @@ namespace morvane {
 
 namespace {
 
-/// More than anybody takes back one by one. Each has the boxes of the whole list.
+/// Nobody takes back more changes than this one by one, and each state holds the boxes of the whole
+/// list.
 constexpr std::size_t mostStates = 100;
 
 void forEachNode(const std::vector<std::shared_ptr<MVTreeNode>>& groups,
@@ -75,7 +76,7 @@ bool EditHistory::go(bool isThere, std::size_t where) {
         else
             entry->setUuid(saved.uuid);
         entry->setInherited(saved.inherited);
-        // Each box as it was, whatever the others say meanwhile.
+        // While this is set, no box follows another: each becomes what it was.
         entry->setUpdatingPermissions(true);
         auto node = saved.nodes.begin();
         forEachNode(entry->permissions(), [&](NSTreeNode& box) {

@@ -31,7 +31,7 @@ class EditHistory {
     bool isOf(const MVAclEditor::Entries& entries) const;
 
   private:
-    /// An entry, and what it was.
+    /// An entry, and what it was in that state.
     struct EntryState {
         MVAclEditor::Entry entry;
         std::int32_t tag;

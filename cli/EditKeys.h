@@ -3,7 +3,7 @@
 
 namespace morvane {
 
-/// A key, as its character; those without one by the values here.
+/// A key is given by its character, or by one of these values if it has none.
 enum EditKey : char32_t {
     keyUp = 0x110000,
     keyDown,
@@ -15,7 +15,7 @@ enum EditKey : char32_t {
     keyPageDown,
     /// No key will come any more.
     keyEnd,
-    /// None was pressed; the terminal has another size.
+    /// No key was pressed, but the size of the terminal has changed.
     keyResized,
     keyEnter = '\r',
     keyEscape = 0x1B,

@@ -8,7 +8,7 @@
 
 namespace morvane {
 
-/// What a letter does that moves as an arrow does.
+/// The arrow key that a letter stands for; any other key is returned as it is.
 inline char32_t asArrow(char32_t key) {
     switch (key) {
         case 'h':
@@ -24,7 +24,7 @@ inline char32_t asArrow(char32_t key) {
     }
 }
 
-/// Where a key that moves goes among `count` lines, `page` of which are seen at once.
+/// The line that a key leads to, among `count` lines of which `page` are seen at once.
 inline std::size_t moved(std::size_t from, char32_t key, std::size_t count, std::size_t page) {
     const auto last = count == 0 ? 0 : count - 1;
     switch (key) {

@@ -30,7 +30,8 @@ namespace morvane {
 /// What the editor asks its surroundings for. Each may be empty: the list is saved without a
 /// question then, and the key for somebody's access does nothing.
 struct EditSources {
-    /// What would be written other than it was read, line by line; none if nothing would.
+    /// What would be written otherwise than it was read, line by line; no line if nothing has
+    /// changed.
     std::function<std::vector<std::string>()> changes = {};
     /// What somebody can really do to the item, by the list that is stored.
     std::function<Result<PermissionList>(const NSUUID& who)> access = {};
@@ -84,7 +85,7 @@ class EditScreen {
     std::vector<ViewedLine> allKeys(std::size_t columns) const;
     /// Whether the key can do something to the chosen entry; those that are for the list can.
     bool isOfUse(std::string_view key) const;
-    /// With the boxes of the entries that are open, or of all.
+    /// The lines of the list, with the boxes of those entries that are open, or of all.
     std::vector<Line> lines(bool all = false) const;
     Line chosenLine() const;
     std::string textOf(const Line& line) const;
@@ -98,7 +99,7 @@ class EditScreen {
         return asking_ == Asking::whetherToSave || asking_ == Asking::whichKey ||
                asking_ == Asking::longMessage;
     }
-    /// What stands below the list.
+    /// The lines below the list.
     std::vector<std::string> footer(std::size_t columns) const;
     std::string question() const;
 
@@ -117,7 +118,7 @@ class EditScreen {
     void did(const Problem& problem);
     void choose(std::size_t entry);
     void keepWithin();
-    /// An entry at the same address is another one.
+    /// Drops entries that have gone: a later one may have the same address.
     void forgetGoneEntries();
 
     AclEditor& editor_;
@@ -125,19 +126,20 @@ class EditScreen {
     Style style_;
     EditSources sources_;
     EditHistory history_;
-    /// Empty if the entries do not tell.
+    /// What the item's list can hold; empty if the entries do not tell.
     std::optional<ItemList> list_;
     ScrolledView view_;
     ScrolledView besideView_;
     std::size_t chosen_ = 0;
-    /// Of the lines that are shown instead of the list.
+    /// The chosen one of the lines that are shown instead of the list.
     std::size_t chosenBeside_ = 0;
     std::vector<ViewedLine> beside_;
     std::set<const MVAclEntry*> open_;
     std::optional<Access> access_;
     std::string found_;
     bool savesLossily_ = false;
-    /// The entries were replaced after changes, so that the first state has changes already.
+    /// Whether entries were replaced after changes, so that the first state of the history has
+    /// changes already.
     bool hadChanges_ = false;
     Asking asking_ = Asking::nothing;
     std::string typed_;

@@ -12,14 +12,15 @@ namespace morvane {
 
 namespace {
 
-/// Where what somebody can do stands beside the boxes.
+/// The column at which what somebody can do is shown beside the boxes.
 constexpr std::size_t accessColumn = 44;
-/// A message of so many lines stands below the list, however low the terminal is.
+/// A message of up to this many lines is shown below the list, however low the terminal is.
 constexpr std::size_t shortMessage = 2;
-/// What marks the chosen line.
+/// The columns of the mark before the chosen line.
 constexpr std::size_t markColumns = 2;
 
-/// `parts` in lines of at most `columns`, each part whole if it fits at all.
+/// Puts `parts` in lines of at most `columns`, and parts none of them unless it is too long for a
+/// line.
 std::vector<std::string> inLines(const std::vector<std::string>& parts, std::size_t columns) {
     constexpr std::string_view between = "   ";
     std::vector<std::string> lines;
@@ -173,7 +174,7 @@ std::vector<std::string> EditScreen::footer(std::size_t columns) const {
         return inLines({say("Up, Down: move"), say("other keys: back to the list")}, columns);
     std::vector<std::string> result;
     if (auto asked = question(); !asked.empty()) {
-        // What is typed stays in sight.
+        // The end of what is typed stays visible.
         while (columnsOf(asked) > columns)
             asked.erase(0, std::max<std::size_t>(cut(asked, 1).size(), 1));
         result = {asked};
@@ -194,7 +195,7 @@ std::vector<std::string> EditScreen::footer(std::size_t columns) const {
 }
 
 std::string EditScreen::draw(std::size_t rows, std::size_t columns) {
-    // Nothing of a long message is left out: it stands in the place of the list.
+    // A long message is shown whole, in the place of the list.
     if (asking_ == Asking::nothing &&
         wrapped(message_, columns).size() > std::max<std::size_t>(rows / 3, shortMessage)) {
         asking_ = Asking::longMessage;
@@ -212,7 +213,7 @@ std::string EditScreen::draw(std::size_t rows, std::size_t columns) {
     if (isBeside)
         chosenBeside_ = std::min(chosenBeside_, beside_.size() - 1);
     auto below = footer(columns);
-    // The keys give way to the list, the last of them first.
+    // Where there is little room, the lines of keys are left out, from the last one on.
     constexpr std::size_t rowsOfTitleAndList = 4;
     while (below.size() > 1 && below.size() + rowsOfTitleAndList > rows)
         below.pop_back();
@@ -222,13 +223,13 @@ std::string EditScreen::draw(std::size_t rows, std::size_t columns) {
     auto list = (isBeside ? besideView_ : view_)
                     .draw(shownLines, isBeside ? chosenBeside_ : chosen_, wanted, columns, style_);
     std::vector<std::string> shown{style_.heading(cut(heading(), columns))};
-    // The chosen line stays where there is room for hardly anything else.
+    // On a terminal of few lines the chosen one is shown rather than what is above it.
     if (room < list.size())
         list.erase(list.begin());
     shown.insert(shown.end(), list.begin(), list.end());
     shown.insert(shown.end(), below.begin(), below.end());
     shown.resize(std::min(shown.size(), std::max<std::size_t>(rows, 1)));
-    // Nothing behind the last line: a line break there would move all of it up.
+    // No line break follows the last line, as it would scroll the screen.
     std::string text;
     for (const auto& line : shown)
         text += (&line == &shown.front() ? "" : "\n") + line;

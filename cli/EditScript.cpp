@@ -13,7 +13,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// The next command's words; `script` is left behind it. What is not closed is a problem.
+/// Takes the words of the next command from the front of `script`. A quotation mark that is not
+/// closed is a problem.
 Words nextCommand(std::string_view& script, Problem& problem) {
     Words words;
     bool inWord = false;

@@ -53,7 +53,7 @@ Result<bool> EditedItem::isFolder() {
     if (std::filesystem::exists(status))
         isFolder_ = std::filesystem::is_directory(status);
     if (!isFolder_ && access_) {
-        // Only a folder has a box for what is deleted in it, whoever is asked for.
+        // Whoever is asked about, only a folder has a box for deleting what is in it.
         const auto answer = access_(url_, uuidOfPosixIdentity(CBEveryone{}));
         if (!answer)
             return Failure{answer.error()};

@@ -11,27 +11,28 @@
 #include "AccessCommand.h"
 #include "AclEditor.h"
 
-/// What an edit must know of the item whose list it changes, besides the list.
+/// What an edit must know of the item besides its list.
 namespace morvane {
 
-/// How often a change is made anew on a list that other programs change meanwhile.
+/// How often a change is tried on a list that other programs change at the same time.
 inline constexpr int maxAttempts = 8;
 
-/// Whether a list was not written as another program has changed it since it was read.
+/// Whether the error says that a list was not written because another program has changed it since
+/// it was read.
 bool isChangedMeanwhile(const NSError& error);
 
-/// Looks at the item itself. What is out of this program's reach is told by the list that the item
-/// has, and in the end by the service.
+/// Finds out by looking at the item, or, where this program has no access to it, from the list and
+/// in the end from the service.
 class EditedItem {
   public:
-    /// `list` is what the item has now, not yet edited. `access` asks a service that can look at
-    /// more than this program; null if there is none.
+    /// `list` holds the entries of the item, before any edit. `access` asks a service that can look
+    /// at more than this program; null if there is none.
     EditedItem(NSURL url, const EntryList& list, AccessSource access);
 
     /// Whether it is a folder, or why that cannot be determined.
     Result<bool> isFolder();
 
-    /// Whether its list is of the kind that network mounts have.
+    /// Whether it has an allow/deny list, as items on network mounts have.
     bool isAllowDeny() const { return !ownership_; }
 
     /// Whether whoever makes an item in the folder has no right to it by `entries`.
@@ -39,7 +40,8 @@ class EditedItem {
         return itemList_ && itemList_->leavesCreatorWithout(entries);
     }
 
-    /// `entry`, as it asks for execution though "Read" may be on as a whole.
+    /// The entry to write in place of `entry` so that execution is asked for even where "Read" as a
+    /// whole would not include it.
     std::shared_ptr<MVAclEntry> askingToExecute(const std::shared_ptr<MVAclEntry>& entry) const {
         return itemList_ ? itemList_->askingToExecute(entry) : entry;
     }

@@ -23,7 +23,7 @@ Json jsonOfNode(const NSTreeNode& node) {
             {"children", std::move(children)}};
 }
 
-/// Names with commas between them.
+/// Joins names with commas.
 std::string keysOfNames(std::string_view names) {
     std::string keys;
     while (!names.empty()) {
@@ -58,7 +58,7 @@ const char* nameOf(EntrySubject subject) {
     return "nobody";
 }
 
-/// What the entries were read from; null if none tells.
+/// The origin of the entries; null if none of them tells it.
 std::shared_ptr<const MVAclOrigin> originOf(const EntryList& entries) {
     const auto read = std::find_if(entries.begin(), entries.end(),
                                    [](const auto& entry) { return entry->origin() != nullptr; });

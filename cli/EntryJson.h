@@ -14,7 +14,7 @@ namespace morvane {
 
 /// An array of objects.
 Json jsonOfEntries(const EntryList& entries);
-/// Its text, in which what is not UTF-8 is replaced.
+/// Returns the text of `json`, in which bytes that are not UTF-8 are replaced.
 std::string entriesAsJson(const EntryList& entries);
 
 /// The boxes of a tree.

@@ -19,39 +19,39 @@ using EntryList = std::vector<std::shared_ptr<MVAclEntry>>;
 /// How the list of the entries is stored.
 MVAclStorage storageOf(const EntryList& entries);
 
-/// Descending canonical score; entries of one score stay in the order that they came in.
+/// Sorts by descending canonical score; entries of the same score stay in their order.
 void sortCanonically(EntryList& entries);
 
 /// Whether the entry's identity is a group, also if it has no name.
 bool identityIsGroup(const MVAclEntry& entry);
 
-/// The masks of a list that hold rights of its entries back, in letters: "r--". Empty where there
-/// is none, or it holds nothing back.
+/// The masks of a list that hold back rights of its entries, in letters: "r--". A text is empty
+/// where there is no mask, or it holds nothing back.
 struct HoldingMasks {
     std::string list;
-    /// That of the list which new items in the folder start with.
+    /// The mask of the list that new items in the folder start with.
     std::string defaults;
 };
-/// None if `origin`, which may be null, does not tell.
+/// Returns none if `origin`, which may be null, does not tell them.
 HoldingMasks masksHoldingBack(const MVAclOrigin* origin);
 
-/// What the item is: its kind, how its list is stored, its owner and owning group, and a mask that
-/// holds rights back; whole lines. Empty if the entries do not tell.
+/// Describes the item in whole lines: its kind, how its list is stored, its owner and owning group,
+/// and a mask that holds rights back. Returns nothing if the entries do not tell.
 std::string itemAsLines(const EntryList& entries, const Style& style);
 
-/// A line for each entry under a line of headings, with the letters of the item's list; with `tree`
-/// each box below its entry. Everything that comes from outside is escaped.
+/// Returns a line for each entry under a line of headings, with the letters of the item's list;
+/// with `tree`, each box follows its entry. Everything that comes from outside is escaped.
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style);
 
 /// One entry in one line, without a table: "user alice  Allow  Read  This item".
 std::string entryAsLine(const MVAclEntry& entry);
-/// The key, in English, of the name of a box or a group in the language of the user; what is no
-/// such name as it is.
+/// Returns the key, which is English, of the name of a box or a group in the language of the user.
+/// Any other text is returned as it is.
 std::string keyOfName(std::string_view name);
 /// A box before its name: "[x] Read Data"; "[-]" is mixed.
 std::string boxAsText(const NSTreeNode& node);
 
-/// The boxes of a tree, one to a line, the groups at the left edge.
+/// The boxes of a tree, one in each line; the groups begin at the left edge.
 std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, const Style& style);
 
 }  // namespace morvane

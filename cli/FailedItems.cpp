@@ -12,7 +12,7 @@ namespace morvane {
 
 namespace {
 
-/// A path that holds neither a line break nor the tab behind it.
+/// Returns the path in a form that holds neither a line break nor a tab.
 std::string pathInALine(const std::string& path) {
     std::string text;
     for (const char c : quotedPath(path))

@@ -73,9 +73,9 @@ std::string adviceAboutInstallation(std::int64_t code) {
     }
 }
 
-/// What the kernel's short texts leave open.
+/// Advice that the kernel's short texts do not give.
 std::string adviceAboutSystemError(const NSError& error) {
-    // A service that has found out more says so in a text of its own.
+    // A service that knows more about the failure describes it in a text of its own.
     const bool isKernelsText = !error.userInfo().contains(NSLocalizedDescriptionKey);
     switch (error.code()) {
         case ENOENT:

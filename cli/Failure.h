@@ -7,23 +7,23 @@
 
 #include "Outcome.h"
 
-/// How a command tells that it failed.
+/// How a command reports a failure.
 namespace morvane {
 
 /// ExitService for a failure of the connection, otherwise ExitFailure.
 ExitCode exitCodeOf(const NSError& error);
 
-/// Whether the right to the request was not to be had, so that nothing was done.
+/// Whether nothing was done because the right to do it was not obtained.
 bool isRefusedRight(const NSError& error);
 
-/// What a request that failed would have done.
+/// What the request that failed was to do.
 enum class Effect { reads, changes };
 
 /// What a person can do about it, with the advice that came with the error first; empty if there is
 /// nothing to say.
 std::string advice(const NSError& error, Effect effect);
 
-/// The end of a command: `what` has failed, because of the error, which is not null.
+/// The outcome of a command in which `what` has failed because of `error`, which is not null.
 Outcome failed(const std::string& what, const NSErrorRef& error, Effect effect = Effect::reads);
 
 /// What a command that only looks says when the user has stopped it.

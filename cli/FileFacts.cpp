@@ -16,7 +16,7 @@ namespace morvane {
 
 namespace {
 
-/// A link has none, and asking for it would follow the link.
+/// A link has no list, and asking for one would follow the link.
 bool hasListBesideMode(const std::string& path, std::uint32_t mode) {
     if (S_ISLNK(mode))
         return false;
@@ -66,7 +66,8 @@ std::optional<FileFacts> factsOfNamed(const std::string& path, const FactsSource
     auto own = facts(path);
     if (!own || own->kind() != std::string_view("link"))
         return own;
-    // Behind the slash only a folder is found, whoever may enter it.
+    // A path that ends with a slash is found only if it leads to a folder, which need not be
+    // readable.
     const auto folder = facts(path + '/');
     return folder ? folder : own;
 }

@@ -7,24 +7,23 @@
 #include <optional>
 #include <string>
 
-/// What this program sees of an item itself, without a service and with no other right than its
-/// user's.
+/// What this program itself can see of an item, with the rights of its user and without a service.
 namespace morvane {
 
 struct FileFacts {
-    /// Kind and rights, as the system has them.
+    /// Kind and rights, in the encoding of stat(2).
     std::uint32_t mode = 0;
     std::uint32_t owner = 0;
     std::uint32_t group = 0;
     /// In bytes.
     std::int64_t size = 0;
-    /// Of its content, in seconds since 1970.
+    /// When its content was last changed, in seconds since 1970.
     std::int64_t modified = 0;
     /// What a symbolic link points to; empty for anything else.
     std::string target = {};
     /// Whether it has a list beside the rights of the mode.
     bool hasList = false;
-    /// Differs between mounts; 0 if the system does not tell.
+    /// The number of its mount; 0 if the system does not tell.
     std::uint64_t mount = 0;
 
     bool isFolder() const;
@@ -42,7 +41,7 @@ struct FileFacts {
 /// The facts of an item, a link's own; empty if this program cannot see it.
 using FactsSource = std::function<std::optional<FileFacts>(const std::string& path)>;
 std::optional<FileFacts> factsOfFile(const std::string& path);
-/// The same without its list and its target, for which the system would have to be asked anew.
+/// Returns the same without `hasList` and `target`, which cost a system call each.
 std::optional<FileFacts> glimpseOfFile(const std::string& path);
 
 /// The facts of an item that was named: those of the folder that a link leads to.

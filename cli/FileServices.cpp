@@ -30,7 +30,7 @@ NSErrorRef connectPrivileged(MVFileConnector& connector, const char* right) {
     return error;
 }
 
-/// What a reply's values, of which the error is the last, are to whoever waits.
+/// Makes the result that is waited for of the values of a reply, of which the last is the error.
 template <class T>
 struct FromReply {
     template <class... Values>
@@ -59,7 +59,7 @@ constexpr std::chrono::milliseconds lookInterval{50};
 template <class T>
 class Answer {
   public:
-    /// The reply that puts the values that came into the answer.
+    /// The reply handler, which stores the values that came.
     auto ofReply() const {
         return [promise = promise_](auto... values) {
             promise->set_value(FromReply<T>::made(std::move(values)...));
@@ -80,7 +80,7 @@ class Answer {
     }
     void set(T value) const { promise_->set_value(std::move(value)); }
     T wait() const { return promise_->get_future().get(); }
-    /// The same, or that it was cancelled, once `goesOn` has said no.
+    /// Does the same, but returns the error ECANCELED once `goesOn` has said no.
     T wait(const std::function<bool()>& goesOn) const {
         auto future = promise_->get_future();
         while (future.wait_for(lookInterval) != std::future_status::ready) {
@@ -149,7 +149,7 @@ std::vector<Result<T>> FileServices::askAll(const char* right, std::size_t count
     return results;
 }
 
-// Of the reply and the error handler of a request one runs, once.
+// Either the reply or the error handler of a request runs, exactly once.
 
 Result<EntryList> FileServices::aclEntries(const NSURL& url) {
     const Answer<Result<EntryList>> answer;

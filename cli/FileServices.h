@@ -38,7 +38,7 @@ class FileServices {
     NSErrorRef setAclEntries(const EntryList& entries, const NSURL& url);
     /// What a user or group can do to an item.
     Result<PermissionList> access(const NSURL& url, const NSUUID& who);
-    /// The same for several, who are asked about all at once; as for aclEntriesOfAll().
+    /// Asks the same about several at once; `goesOn` is used as in aclEntriesOfAll().
     std::vector<Result<PermissionList>> accessOfAll(const NSURL& url,
                                                     const std::vector<NSUUID>& whom,
                                                     const std::function<bool()>& goesOn);

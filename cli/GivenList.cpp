@@ -15,7 +15,7 @@ namespace morvane {
 
 namespace {
 
-/// The rights that count, without the mask that has taken the others away.
+/// The rights that take effect, in a list without the mask that has limited them.
 PosixList withoutMask(const PosixList& list) {
     auto left = list;
     left.mask.reset();
@@ -105,7 +105,7 @@ Phrase GivenList::differenceOfPosix(const EntryList& item, const PosixAcl& acl) 
     auto difference = differenceFrom(acl.isDirectory          ? posix_->folder
                                      : isExecuted(acl.access) ? posix_->executable
                                                               : posix_->file);
-    // What lets somebody execute a file may be the very mistake, such as a mask that was made anew.
+    // The right to execute a file may be the mistake itself, as when its mask was computed anew.
     if (!acl.isDirectory && !difference.entries.empty()) {
         auto other = differenceFrom(posix_->file);
         if (other.entries.size() < difference.entries.size())
@@ -130,11 +130,11 @@ Phrase GivenList::differenceOfNfs4(const EntryList& item) const {
         else if (entry->uuid() == uuidOfPosixIdentity(CBCreator{true}))
             entry->setUuid(group);
     }
-    // A server need not take the mark of what is inherited.
+    // A server need not store that an entry is inherited.
     for (const auto& entry : item)
         entry->setInherited(false);
     auto difference = morvane::differenceOf({"", expected}, {"", item});
-    // What the mode says of an item stands in entries of its own.
+    // The rights of the mode are entries of their own in such a list.
     const auto isOfMode = [&](const ListDifference::Entry& entry) {
         const auto& uuid = entry.after ? entry.after->uuid() : std::nullopt;
         return !entry.before && (!uuid || *uuid == owner || *uuid == group ||

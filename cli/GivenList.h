@@ -17,10 +17,11 @@ class GivenList {
     /// The entries of the folder, as a service sends them.
     explicit GivenList(const EntryList& folder);
 
-    /// What the list of an item in the folder says otherwise than --propagate would make it. Where
-    /// the folder gives nothing, an item may have any mode, and its list is expected to name nobody
-    /// and to give nothing on. A file is compared with the list from which it differs less: that of
-    /// one that somebody can execute, or of another. Empty if it is as expected.
+    /// Tells in what the list of an item in the folder differs from the one that --propagate would
+    /// make. Where the folder gives nothing, an item may have any mode, but its list is expected to
+    /// name nobody and to give nothing to items inside. A file is compared with two lists, that of
+    /// a file which somebody can execute and that of another, and told the smaller difference.
+    /// Empty if the list is as expected.
     Phrase differenceOf(const EntryList& item) const;
 
   private:

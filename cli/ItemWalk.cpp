@@ -31,10 +31,12 @@ bool walkItems(const std::string& path, bool recursive, const WalkParts& parts) 
             continue;
         if (parts.staysOnMount && item.isBelow && top && facts && facts->mount != top->mount)
             continue;
-        // A link that was named is followed; of what this program cannot see, the service tells.
+        // A link that was named is followed. The service is asked about what this program cannot
+        // see.
         const bool mayBeFolder = !facts || facts->isFolder() || !item.isBelow;
         const auto url = NSURL::fileURLWithPath(item.path);
-        // Before its list changes, which may keep this user out, or let it in.
+        // The folder is listed before its own list changes: that may shut this user out, or let it
+        // in.
         auto inside = recursive && mayBeFolder ? parts.contents(url)
                                                : Result<std::vector<NSURL>>(std::vector<NSURL>());
         if (!parts.visit(item.path, item.isBelow))
@@ -46,7 +48,7 @@ bool walkItems(const std::string& path, bool recursive, const WalkParts& parts) 
                 parts.failed(item.path, *inside.error());
             continue;
         }
-        // In an order that is the same each time, so that saved lists can be compared.
+        // The order is the same each time, so that saved lists can be compared.
         std::sort(inside->begin(), inside->end(), [](const NSURL& a, const NSURL& b) {
             return a.lastPathComponent() < b.lastPathComponent();
         });

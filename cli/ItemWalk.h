@@ -8,7 +8,7 @@
 #include "FileFacts.h"
 #include "LsCommand.h"
 
-/// Every item of a tree, one after the other.
+/// Visits every item of a tree, one after the other.
 namespace morvane {
 
 struct WalkParts {
@@ -17,9 +17,9 @@ struct WalkParts {
     /// Looks at an item, or changes it; `isBelow` tells that it is not the one that was named.
     /// Answers whether to go on.
     std::function<bool(const std::string& path, bool isBelow)> visit;
-    /// What is inside a folder cannot be told.
+    /// Is told of a folder whose contents cannot be listed.
     std::function<void(const std::string& path, const NSError& why)> failed;
-    /// Other file systems below are passed over.
+    /// Whether other file systems below are left out.
     bool staysOnMount = false;
 };
 

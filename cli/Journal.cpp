@@ -18,7 +18,7 @@ namespace morvane {
 namespace fs = std::filesystem;
 
 fs::path Journal::folder() {
-    // A path that is not whole is to be ignored.
+    // A relative path in the variable is to be ignored.
     const auto folderOf = [](const char* variable) {
         const char* const value = std::getenv(variable);
         return value && *value == '/' ? fs::path(value) : fs::path();
@@ -47,7 +47,7 @@ void Journal::open() {
     file_ = notes_->begin(name_, whyNot_);
     if (file_)
         return;
-    // Nothing can stand for this change, and an older one would be taken for it.
+    // Without notes of this change, --undo would take an older one for it.
     for (const auto& older : notes_->names())
         notes_->remove(older);
 }
@@ -59,7 +59,7 @@ void Journal::record(const std::string& path, std::string_view list, std::string
         open();
     if (whyNot_)
         return;
-    // Links on the way may lead elsewhere by the time at which it is taken back.
+    // Links on the way may lead elsewhere by the time the change is taken back.
     std::error_code error;
     const auto whole = fs::canonical(path, error);
     const auto item = error ? path : whole.string();
@@ -101,7 +101,7 @@ void Journal::discard() {
 void Journal::giveUp(std::string why) {
     if (!file_ && !whyNot_)
         open();
-    // A part of a change that is taken back is no undo, and neither is the change before.
+    // To take back a part of this change, or the change before it, would not be an undo.
     if (!whyNot_)
         name_ = notes_->markAsLost(name_);
     whyNot_ = std::move(why);

@@ -10,14 +10,14 @@
 #include "AclEditor.h"
 #include "JournalFolder.h"
 
-/// What lists were before they were changed, so that --undo takes the last change back.
+/// Notes what lists were before they were changed, so that --undo can take the last change back.
 namespace morvane {
 
-/// The notes of one run, in a file of its own in the folder of this user's states, which is made
-/// with the first list. They are written before the list is changed.
+/// The notes of one run. They stand in a file of their own in this user's state folder, which is
+/// made when the first list is noted. Each list is noted before it is changed.
 class Journal {
   public:
-    /// Where notes are: $XDG_STATE_HOME/morvane/undo. Empty if this user has no such place.
+    /// The folder of the notes, $XDG_STATE_HOME/morvane/undo; empty if this user has none.
     static std::filesystem::path folder();
 
     explicit Journal(std::filesystem::path folder) : folder_(std::move(folder)) {}
@@ -35,7 +35,7 @@ class Journal {
 
     /// Whether what was recorded can be taken back.
     bool isKept() const { return written_ != 0 && !whyNot_; }
-    /// Why not, for people.
+    /// Why it cannot, for people.
     const Problem& whyNot() const { return whyNot_; }
 
   private:
@@ -46,7 +46,7 @@ class Journal {
     std::string name_;
     FileDescriptor file_;
     std::size_t written_ = 0;
-    /// Where the last list begins.
+    /// The offset in the file at which the last list begins.
     std::size_t lastBegin_ = 0;
     Problem whyNot_;
 };

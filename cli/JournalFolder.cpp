@@ -20,16 +20,16 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view journals = ".acl";
-/// What could not be noted.
+/// The ending of names that stand for what could not be noted.
 constexpr std::string_view lost = ".lost";
-/// What could not be taken back.
+/// The ending of names of what could not be taken back.
 constexpr std::string_view remains = ".failed";
 
 std::string systemProblem(const fs::path& path, int error) {
     return say("%1: %2", escaped(path.string()), Phrase::ofSystemError(error));
 }
 
-/// Whether names are given to notes so: by the time at which a change began.
+/// Whether the name is one that notes have: the time at which the change began.
 bool isOfNotes(const std::string& name, std::string_view ending) {
     return name.size() > ending.size() && name.ends_with(ending) &&
            std::all_of(name.begin(), name.end() - static_cast<std::ptrdiff_t>(ending.size()),
@@ -38,7 +38,7 @@ bool isOfNotes(const std::string& name, std::string_view ending) {
 
 enum class Owners {
     thisUser,
-    /// Root could change whatever this user has.
+    /// Folders of root are trusted, as root could change anything of this user.
     thisUserOrRoot
 };
 
@@ -54,8 +54,8 @@ Problem distrusted(int fd, const fs::path& path, Owners owners, bool mayBeShared
     return std::nullopt;
 }
 
-/// Opens the folder in which the two of this program are. One that is missing is made only in what
-/// is this user's: with the HOME of somebody else, root would take a name from its owner.
+/// Opens the folder that holds this program's two. A missing one is made only in a folder of this
+/// user or of root: with the HOME of another user, root would leave a folder of its own there.
 FileDescriptor openedState(const fs::path& state, bool isMade, Problem& problem) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     FileDescriptor fd(open(state.c_str(), flags));
@@ -92,7 +92,7 @@ std::optional<JournalFolder> JournalFolder::opened(const fs::path& folder, bool 
         return std::nullopt;
     for (const auto& name : {folder.parent_path().filename(), folder.filename()}) {
         path /= name;
-        // Paths and names are nobody else's business.
+        // Nobody else is to read the paths and names in the notes.
         if (isMade && mkdirat(fd.get(), name.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
             problem = systemProblem(path, errno);
             return std::nullopt;
@@ -124,7 +124,7 @@ std::vector<std::string> JournalFolder::namesEndingIn(std::string_view ending,
                                                       std::string_view otherEnding) const {
     std::vector<std::string> names;
     std::error_code error;
-    // By its descriptor: the path may lead elsewhere by now.
+    // The descriptor is used, as the path may lead elsewhere by now.
     const auto listed = "/proc/self/fd/" + std::to_string(folder_.get());
     for (auto each = fs::directory_iterator(listed, error);
          !error && each != fs::directory_iterator(); each.increment(error)) {
@@ -150,7 +150,7 @@ FileDescriptor JournalFolder::begin(const std::string& name, Problem& problem) c
 
 std::string JournalFolder::content(const std::string& name, Problem& problem) const {
     const auto path = pathOf(name);
-    // What is no file must not keep this program waiting.
+    // Opening a pipe must not block this program.
     const FileDescriptor fd(
         openat(folder_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat found {};
@@ -186,7 +186,7 @@ void JournalFolder::remove(const std::string& name) const {
 
 std::string JournalFolder::markAsLost(const std::string& name) const {
     const auto marker = name.substr(0, name.size() - journals.size()) + std::string(lost);
-    // A disk that is full has room for another name of a file that is there.
+    // A file can be renamed even on a full disk.
     if (renameat(folder_.get(), name.c_str(), folder_.get(), marker.c_str()) != 0)
         return name;
     const FileDescriptor fd(

@@ -35,11 +35,11 @@ Json nameOf(const std::string& domain, std::int64_t code) {
 }
 
 Json jsonOfError(const Outcome& outcome) {
-    // A status may say something else than that it failed, such as that lists differ.
+    // An exit status other than 0 need not mean a failure, but for instance that lists differ.
     if (outcome.exitCode == ExitSuccess ||
         (outcome.exitCode == ExitDifferent && outcome.message.empty()))
         return nullptr;
-    // What standard error says, without the name of the program: why, and what helps.
+    // The text of standard error without the name of the program: the reason, and what helps.
     std::istringstream lines(outcome.message);
     std::string why;
     std::getline(lines, why);
@@ -61,7 +61,7 @@ std::string textOf(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-/// Without a copy of long lists.
+/// Moves the members into the object, as they may be long lists.
 void put(Json& object, Json members) {
     for (auto& [key, value] : members.items())
         object[key] = std::move(value);

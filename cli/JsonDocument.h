@@ -16,8 +16,8 @@ namespace morvane {
 /// Keys in the order in which they are put in.
 using Json = nlohmann::ordered_json;
 
-/// Counts up with each change that a program that reads the output may trip over: a key that goes
-/// or means something else. New keys may come without.
+/// The version of the output. It is raised with each change that may break a program which reads
+/// it: a key that is removed or changes its meaning. A new key does not raise it.
 inline constexpr int jsonVersion = 1;
 
 /// The object for a run of `command` that ends with `outcome`, with `members` between what all
@@ -33,7 +33,7 @@ std::string lastJsonLine(std::string_view command, Json members, const Outcome& 
 /// The keys of an item's path: as text, as its bytes in base64, and as URL.
 Json jsonOfPath(std::string_view path);
 
-/// An item of several that could not be done, and why, for people.
+/// An item, of several, that could not be done, and the reason in words for people.
 Json jsonOfFailedItem(std::string_view path, std::string_view why);
 
 /// A user's or a group's number, and the name, which is null if it has none.

@@ -16,15 +16,15 @@ constexpr std::uint32_t itemAlone = ACL_ENTRY_ONLY_INHERIT;
 constexpr std::uint32_t everythingInside =
     ACL_ENTRY_FILE_INHERIT | ACL_ENTRY_DIRECTORY_INHERIT | ACL_ENTRY_LIMIT_INHERIT;
 
-/// The POSIX list of the item, in two ways.
+/// The POSIX list of the item in two forms.
 struct PosixLists {
-    /// Without what masks hold back.
+    /// The list without the rights that masks hold back.
     PosixAcl shown;
-    /// As it is stored.
+    /// The list as it is stored.
     PosixAcl stored;
 };
 
-/// Empty for an allow/deny list.
+/// Returns nothing for an allow/deny list.
 std::optional<PosixLists> posixListsOf(const ChangedList& list) {
     const auto read = ItemList::asRead(list.entries);
     if (!read || !read->posixAcl())
@@ -32,7 +32,7 @@ std::optional<PosixLists> posixListsOf(const ChangedList& list) {
     return PosixLists{*read->posixAcl(), *read->storedPosixAcl()};
 }
 
-/// Has exactly this list stored.
+/// Makes the entries of exactly this list.
 void store(const PosixAcl& acl, ChangedList& list) {
     const auto origin = MVAclOrigin::initWithValues(list.item(), storedListsOf(acl));
     list.entries = entriesOfPosixAcl(acl);
@@ -40,8 +40,9 @@ void store(const PosixAcl& acl, ChangedList& list) {
         entry->setOrigin(origin);
 }
 
-/// Has a list of another kind stored as near as it can be. Execution is asked for by name here,
-/// unlike with the box of all that reading is, which gives it only where somebody can execute.
+/// Makes the entries of a list of another kind, as near as the item can store them. Here execution
+/// is asked for by name, unlike with the box "Read" as a whole, which gives it only where somebody
+/// can execute.
 void storeNearest(EntryList entries, ChangedList& list) {
     const auto read = ItemList::asRead(list.entries);
     const auto origin = MVAclOrigin::initWithValues(list.item());
@@ -53,7 +54,8 @@ void storeNearest(EntryList entries, ChangedList& list) {
     list.entries = std::move(entries);
 }
 
-/// What is stored when a list that was `old` is to show `shown`: what masks hold back stays.
+/// The list to store so that it shows `shown`, where `old` is stored now: what its masks hold back
+/// stays.
 PosixAcl keepingHeldBack(PosixAcl shown, const PosixAcl& old) {
     shown.access = withMask(std::move(shown.access), &old.access);
     if (shown.defaults)
@@ -78,8 +80,8 @@ std::vector<PosixNamedRights>& namedOf(PosixList& list, TextEntry::Who who) {
     return who == TextEntry::Who::user ? list.users : list.groups;
 }
 
-/// Whether entries for new items are asked for where none can be; those of an item that was not
-/// named are passed over.
+/// Whether the entry is for new items inside, which a file does not have. That is a problem only if
+/// the file was named itself.
 bool isForNoFolder(const TextEntry& entry, const ChangedList& list, Problem& problem) {
     if (!entry.isDefault || list.item().isDirectory)
         return false;
@@ -88,10 +90,10 @@ bool isForNoFolder(const TextEntry& entry, const ChangedList& list, Problem& pro
     return true;
 }
 
-/// `rights` are those that the entry asks for of this item.
+/// Gives the subject of the entry the `rights`, which are those that the entry means for this item.
 void setIn(PosixAcl& acl, const TextEntry& entry, PosixRights rights) {
     if (entry.isDefault && !acl.defaults) {
-        // As the kernel would have it: what the folder's own list grants.
+        // The list for new items begins with what the folder's own grants, as setfacl has it.
         auto& defaults = acl.defaults.emplace();
         defaults.owner = acl.access.owner;
         defaults.owningGroup = acl.access.owningGroup;
@@ -100,8 +102,9 @@ void setIn(PosixAcl& acl, const TextEntry& entry, PosixRights rights) {
     give(entry.isDefault ? *acl.defaults : acl.access, entry, rights);
 }
 
-/// Sets `entries`. What masks hold back of others stays so, unless a mask is set: it cuts no
-/// entry's rights down, and lets through what the one before has held back.
+/// Sets `entries`. What masks hold back of other entries stays held back. If `entries` set a mask,
+/// the list is exactly what they say: the new mask removes no rights from entries, and lets through
+/// what the former one has held back.
 PosixAcl withEntriesSet(const PosixLists& lists, const std::vector<TextEntry>& entries) {
     const auto all = [&](PosixAcl acl) {
         for (const auto& entry : entries)
@@ -123,7 +126,7 @@ PosixAcl withEntriesSet(const PosixLists& lists, const std::vector<TextEntry>& e
     return acl;
 }
 
-// The same in an allow/deny list.
+// The functions below do the same for an allow/deny list.
 
 CBPosixIdentity identityOf(const TextEntry& entry, const MVAclOrigin::Values& item) {
     switch (entry.who) {
@@ -140,7 +143,8 @@ CBPosixIdentity identityOf(const TextEntry& entry, const MVAclOrigin::Values& it
     }
 }
 
-/// Whether `shown` says something of whom `entry` is for: of the item, or of what is inside.
+/// Whether `shown` is about the subject of `entry`, and like it applies to the item or to what is
+/// inside.
 bool isAbout(const MVAclEntry& shown, const TextEntry& entry, const MVAclOrigin::Values& item) {
     if (shown.inherited() || !shown.uuid())
         return false;
@@ -171,7 +175,7 @@ void setInAllowDeny(ChangedList& list, const TextEntry& entry) {
     auto made = MVAclEntry::initWithUuid(uuidOfPosixIdentity(identityOf(entry, item)),
                                          MVAclTagAllow, std::move(permissions), false);
     made->setOrigin(list.origin);
-    // Where it stood; a new one where it takes nothing from others.
+    // It keeps its place. A new one comes last, where it does not change what others mean.
     list.entries.insert(
         list.entries.begin() +
             std::min<std::ptrdiff_t>(place, static_cast<std::ptrdiff_t>(list.entries.size())),

@@ -7,33 +7,33 @@
 
 #include "ListText.h"
 
-/// Changes of a whole list that are said in one word: --set, --remove, --clear and the like.
+/// Changes of a whole list that one option asks for: --set, --remove, --clear and the like.
 namespace morvane {
 
 /// The list of an item, while it is changed.
 struct ChangedList {
     EntryList entries;
     std::shared_ptr<const MVAclOrigin> origin;
-    /// The item was not named, but is below one that was: what only folders have is left out for a
-    /// file.
+    /// Whether the item was not named itself, but is below one that was. For a file, what only
+    /// folders have is left out then.
     bool isBelow = false;
-    /// It is one of many: to do nothing to it is no mistake.
+    /// Whether it is one of many items, so that it is no mistake if there is nothing to do.
     bool isOneOfMany = false;
     const MVAclOrigin::Values& item() const { return origin->values(); }
 };
 
-/// Answers what is wrong; the list then is to be thrown away.
+/// Returns what is wrong; the list must not be used then.
 using ListChange = std::function<Problem(ChangedList& list)>;
 
-/// Gives whom each of `entries` is for these rights and no others, and nobody else others.
+/// Gives the subject of each of `entries` exactly its rights, and changes nobody else's.
 ListChange settingEntries(std::vector<TextEntry> entries);
-/// Takes away what the list says of whom each of `entries` is for.
+/// Removes what the list says about the subject of each of `entries`.
 ListChange removingEntries(std::vector<TextEntry> entries);
-/// Leaves the owner, the owning group and everyone.
+/// Removes all entries but those of the owner, the owning group and everyone.
 ListChange clearing();
-/// Takes away what new items inside a folder get.
+/// Removes what new items inside a folder get.
 ListChange clearingDefaults();
-/// Has the item get the list of another one.
+/// Replaces the list by the one that was given.
 ListChange replacingBy(ListText list);
 
 }  // namespace morvane

@@ -16,7 +16,7 @@ namespace morvane {
 
 namespace {
 
-/// So many failures are told one by one.
+/// How many failures are told one by one.
 constexpr std::size_t maxFailuresTold = 10;
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -29,7 +29,7 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The lines that go and those that come, below the name of the item.
+/// The lines that are removed and those that are added, below the path of the item.
 std::string difference(const std::string& path, const std::string& before,
                        const std::string& after) {
     const auto old = linesOf(before);
@@ -76,7 +76,7 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
 }
 
 Outcome ListChanging::run(const std::vector<ItemChange>& all) {
-    // Ctrl-C asks to stop from now on, and not while the lists are typed.
+    // From now on Ctrl-C asks to stop; before, while lists were typed, it has ended the program.
     if (parts_.progress)
         parts_.progress(0);
     for (const auto& work : all) {
@@ -138,7 +138,7 @@ void ListChanging::change(const std::string& path, bool isBelow, const ItemChang
         EditedItem item(url, *entries, parts_.access);
         const bool leftCreatorWithout = item.leavesCreatorWithout(*entries);
         if (const auto problem = work.change(list)) {
-            // What is wrong with the words is wrong for every item.
+            // A mistake in the words is one for every item.
             if (!isBelow && done_ == 0 && !options_.undo && !options_.inEditor)
                 misuse_ = problem;
             return fail(path, *problem, ExitFailure);
@@ -171,7 +171,7 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         ++unchanged_;
         return true;
     }
-    // A list that was there before is no mistake of this one's.
+    // A list that the item has had before is restored as it was.
     const bool wasThere = options_.undo || !options_.restore.empty();
     if (!options_.lossy && !wasThere && !leftCreatorWithout && item.leavesCreatorWithout(entries)) {
         fail(path,
@@ -185,7 +185,7 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         ++changed_;
         return true;
     }
-    // Undo does not note what it takes back: it would only take back itself.
+    // An undo is not noted, or the next one would take back this one.
     if (!options_.undo)
         journal_.record(url.path(), before, item.digestAfterWriting(entries));
     if (const auto error = parts_.sink(entries, url)) {
@@ -213,7 +213,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
     outcome.error = worst_ == ExitSuccess ? nullptr : error_;
     const bool isOne = all.size() == 1 && !all.front().recursive;
     if (options_.json) {
-        // Written last, when all is known that it tells.
+        // The JSON is made last, when everything that it tells is known.
     } else if (isOne && !options_.dryRun && !options_.undo) {
         if (changed_ != 0 || unchanged_ != 0)
             outcome.output += listNow(all.front().path);

@@ -19,7 +19,7 @@
 #include "LsCommand.h"
 #include "Outcome.h"
 
-/// The lists of many items, changed one after the other.
+/// Changes the lists of many items, one after the other.
 namespace morvane {
 
 /// What the command works with.
@@ -40,35 +40,35 @@ struct ChangeParts {
     std::function<std::optional<std::string>(const std::string& text, Problem& problem)> edited;
 };
 
-/// What is to be done, as the command line says it.
+/// What the command line asks for.
 struct ChangeOptions {
     std::vector<std::string> paths;
-    /// Entries as behind --set and --remove; empty if they are not asked for.
+    /// The words behind --set and --remove; empty without these options.
     std::string set;
     std::string remove;
     bool clear = false;
     bool clearDefault = false;
-    /// Another item whose list is to be taken.
+    /// Another item whose list is copied.
     std::string copyFrom;
     /// A file with one list for all paths, or with many that tell their paths; "-" is standard
     /// input.
     std::string list;
     std::string restore;
-    /// The last change is taken back.
+    /// Whether the last change is taken back.
     bool undo = false;
-    /// The list is changed in an editor.
+    /// Whether the list is changed in an editor.
     bool inEditor = false;
-    /// And everything below.
+    /// Whether everything below is changed as well.
     bool recursive = false;
-    /// Other file systems below are entered, too.
+    /// Whether other file systems below are entered.
     bool crossesMounts = false;
     bool dryRun = false;
     bool lossy = false;
-    /// Where the paths that could not be changed are to be listed.
+    /// The file that lists the paths that could not be changed.
     std::string failures;
-    /// What became of them is told for programs.
+    /// Whether the result is printed as JSON.
     bool json = false;
-    /// Nobody is asked.
+    /// Whether nobody is to be asked.
     bool yes = false;
 };
 
@@ -77,18 +77,19 @@ struct ItemChange {
     std::string path;
     ListChange change;
     bool recursive = false;
-    /// The item for which the list is, if that was noted: identityOfFile().
+    /// The identityOfFile() of the item that the list is meant for, if that was noted.
     std::optional<std::string> item = std::nullopt;
-    /// The digest of the only list that is changed; empty if any is.
+    /// The digest of the only list that may be replaced; empty if any may be.
     std::string onlyOf = {};
     /// The flags that the list tells of, as FileFacts::flagsText().
     std::string flags = {};
 };
 
-/// The lists of `text`, each for the path that it tells, and for the very item if they are notes.
+/// Makes a change of each list in `text`, for the path that it tells. Lists that are notes are
+/// meant for the very items.
 std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Problem& problem);
 
-/// What is answered if the words, or the text with the lists, are wrong.
+/// The outcome if the words, or the text with the lists, are wrong.
 Outcome misusedChange(const std::string& problem);
 
 /// Changes lists one after the other, notes each before, and tells what became of them.
@@ -100,7 +101,7 @@ class ListChanging {
 
     Outcome run(const std::vector<ItemChange>& all);
 
-    /// Which of them could not be done, or not with everything below.
+    /// The positions of the changes that could not be made, or not for everything below.
     const std::vector<std::size_t>& failedChanges() const { return failedChanges_; }
 
   private:
@@ -125,7 +126,8 @@ class ListChanging {
 
     std::string closingLine() const;
 
-    /// The failures for standard error, and all of them in the file that was asked for.
+    /// Returns the failures for standard error, and writes all of them to the file that was asked
+    /// for.
     std::string toldFailures() const;
 
     const ChangeOptions& options_;
@@ -136,7 +138,7 @@ class ListChanging {
     std::size_t done_ = 0;
     std::size_t changed_ = 0;
     std::size_t unchanged_ = 0;
-    /// Lists that somebody else has changed since the change that is taken back.
+    /// How many lists somebody else has changed since the change that is taken back.
     std::size_t changedSince_ = 0;
     std::size_t lackFlags_ = 0;
     /// The first of these.

@@ -23,7 +23,7 @@ const MVAclOrigin* toldOrigin(const EntryList& entries) {
     return told == entries.end() ? nullptr : (*told)->origin().get();
 }
 
-/// What an entry is found by in the other list.
+/// The key by which an entry is found in the other list.
 struct EntryKey {
     std::string who;
     std::int64_t appliesTo = 0;
@@ -38,7 +38,7 @@ std::string whoKey(const MVAclEntry& entry, MVAclStorage storage) {
     if (!entry.uuid())
         return "everyone";
     const auto& origin = entry.origin();
-    // An NFSv4 list names the owner in an entry like others.
+    // In an NFSv4 list the entry that names the owner is one like others.
     if (storage == MVAclStorage::nfs4 && origin) {
         if (*entry.uuid() == uuidOfPosixIdentity(CBPosixUser{origin->values().owner}))
             return "owner";
@@ -48,7 +48,7 @@ std::string whoKey(const MVAclEntry& entry, MVAclStorage storage) {
     return entry.uuid()->UUIDString();
 }
 
-/// An entry with its key and all that there is to see of it.
+/// An entry with its key and everything that is shown of it.
 struct KeyedEntry {
     EntryKey key;
     std::shared_ptr<MVAclEntry> entry;

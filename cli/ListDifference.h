@@ -10,7 +10,7 @@
 #include "FileFacts.h"
 #include "JsonDocument.h"
 
-/// What one list says otherwise than another.
+/// The differences between two lists.
 namespace morvane {
 
 /// A list, and what is known of its item.
@@ -22,7 +22,7 @@ struct ComparedList {
 };
 
 struct ListDifference {
-    /// Something of the item, such as its owner, in words.
+    /// What differs of the item itself, such as its owner, in words.
     struct Fact {
         std::string name;
         std::string before;
@@ -35,7 +35,7 @@ struct ListDifference {
     };
     std::vector<Fact> facts;
     std::vector<Entry> entries;
-    /// The entries are the same in another order, which decides what an NFSv4 list means.
+    /// Whether the entries are the same in another order, which matters in an NFSv4 list.
     bool isReordered = false;
     /// The rights of the modes, where they differ.
     std::optional<std::pair<std::string, std::string>> modes = {};
@@ -46,11 +46,12 @@ struct ListDifference {
 /// The letters of what an entry gives or, in an NFSv4 list, denies.
 std::string givenLetters(const MVAclEntry& entry);
 
-/// Entries belong together if they are for the same, and apply to the same items: the owner to the
-/// owner, whoever that is.
+/// Compares two lists. Entries correspond if they have the same subject and apply to the same
+/// items; the entries of the owners correspond, whoever the owners are.
 ListDifference differenceOf(const ComparedList& before, const ComparedList& after);
 
-/// A line for each: "~ " has changed, "+ " has come, "- " has gone.
+/// Returns a line for each difference: "~ " marks an entry that has changed, "+ " a new one, "- " a
+/// removed one.
 std::string differenceAsLines(const ListDifference& difference, const std::string& indent,
                               const Style& style);
 

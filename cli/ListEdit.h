@@ -19,8 +19,8 @@ namespace morvane {
 
 class ListEdit {
   public:
-    /// `entries` as a service sends them, which are the ones that are edited: in the order that
-    /// decides what they mean.
+    /// `entries` are those that are edited, as the service has sent them: in the order in which
+    /// they count.
     explicit ListEdit(const EntryList& entries);
 
     /// The entries that were read, in the order in which they count.
@@ -47,14 +47,14 @@ class ListEdit {
   private:
     struct Entry {
         std::shared_ptr<MVAclEntry> entry;
-        /// All that there was to see of it when it was read, by which it is known again.
+        /// Everything that was shown of it when it was read, by which it is recognised.
         std::string asRead;
-        /// "entry 4 (user alice)", as it was then.
+        /// Its number and subject at that time: "entry 4 (user alice)".
         std::string title;
-        /// The entry's line, and one for each of its boxes, as they were shown then.
+        /// The entry's line, and one for each of its boxes, as they were shown at that time.
         std::vector<std::string> lines = {};
     };
-    /// What is known of `entry` from reading it; null for a new one.
+    /// What was known of `entry` when it was read; null for a new one.
     const Entry* readAs(const std::shared_ptr<MVAclEntry>& entry) const;
 
     std::vector<Entry> read_;

@@ -99,7 +99,7 @@ std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, P
             return {};
         }
     }
-    // A comment that stands alone is no list.
+    // Comments without an entry are not a list.
     std::erase_if(lists, [](const ListText& list) {
         return list.path.empty() && list.posix.empty() && list.nfs4.empty();
     });

@@ -26,24 +26,24 @@ namespace morvane {
 
 /// The list of one item.
 struct ListText {
-    /// As it stands behind "# file:"; empty if nothing does.
+    /// The path behind "# file:"; empty if there is none.
     std::string path;
-    /// Behind "# owner:" and "# group:"; empty if nothing does.
+    /// The names behind "# owner:" and "# group:"; empty if there are none.
     std::string owner;
     std::string group;
     /// Behind "# flags:" as FileFacts::flagsText() tells them; empty if nothing does.
     std::string flags;
-    /// Behind "# item:" as identityOfFile() tells it; empty if nothing does.
+    /// The identityOfFile() behind "# item:"; empty if there is none.
     std::string item;
-    /// Behind "# became:", the digest of the list that the item had from then on; empty if nothing
-    /// does.
+    /// The digest behind "# became:", of the list that has taken the place of this one; empty if
+    /// there is none.
     std::string became;
-    /// One of the two is empty.
+    /// At least one of the two is empty.
     std::vector<TextEntry> posix;
     std::vector<Nfs4Entry> nfs4;
 };
 
-/// Every list of a text.
+/// Reads every list in a text.
 std::vector<ListText> parsedLists(std::string_view text, UnknownNames unknown, Problem& problem);
 
 /// The list of the item at `path` as it is stored, in whole lines. Users and groups are told by
@@ -55,14 +55,14 @@ std::string listAsText(std::string_view path, const EntryList& entries,
 /// The entries of `list` for that item, as if they were read from it.
 EntryList entriesOfText(const ListText& list, const MVAclOrigin::Values& item, Problem& problem);
 
-/// A file of lists has at most so many bytes, as it is held in memory, and what it says several
-/// times over. --save takes some 200 for an item: these are the lists of two million.
+/// The most bytes of a file of lists: it is held in memory, and what is read from it takes several
+/// times as much. --save writes some 200 bytes for an item, so this is enough for two million.
 inline constexpr std::size_t mostContent = std::size_t{512} << 20;
 
-/// What the file holds, or standard input for "-".
+/// Returns the text of the file, or of standard input for "-".
 std::string contentOfFile(const std::string& path, Problem& problem);
 
-/// A path in one word: bytes that would end it as \ooo.
+/// Returns the path as one word, in which bytes that would end it are written as \ooo.
 std::string quotedPath(std::string_view path);
 
 }  // namespace morvane

@@ -28,7 +28,7 @@ UserDatabase& systemUsers() {
 
 std::optional<std::string> nameOfNumber(std::uint32_t id, bool isGroup) {
     const auto record = isGroup ? systemUsers().groupWithId(id) : systemUsers().userWithId(id);
-    // What would end the name, or the line, is told by number.
+    // A name with characters that would end it, or the line, is replaced by the number.
     if (!record || record->name.find_first_of(":#,\\ \t\n") != std::string::npos)
         return std::nullopt;
     return record->name;

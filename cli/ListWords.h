@@ -13,21 +13,21 @@
 /// The words of which every form of a list as text is made.
 namespace morvane {
 
-/// What stands for a user or group whose name this system does not know.
+/// How an entry is read whose user or group has a name that this system does not know.
 enum class UnknownNames {
-    /// Nothing: the name is wrong.
+    /// The name is a mistake.
     areRefused,
-    /// The number behind the entry, as the list was written when there was such a name.
+    /// The number behind the entry is used: the name was known when the list was written.
     haveNumbers
 };
 
-/// `text` without the blanks at its ends.
+/// Returns `text` without blanks at its ends.
 std::string_view trimmed(std::string_view text);
 
 /// The parts of `text` between separators, each trimmed.
 std::vector<std::string_view> split(std::string_view text, char separator);
 
-/// The number that `text` is, as a whole.
+/// Reads the whole of `text` as a number.
 template <class Number>
 std::optional<Number> numberIn(std::string_view text, int base = 10) {
     Number value{};

@@ -12,7 +12,7 @@ namespace morvane {
 namespace {
 
 Boxes boxesOf(PosixRights rights, bool isDirectory) {
-    // Whoever may not enter a folder can make nothing in it.
+    // To make items in a folder, one must be able to enter it.
     if (isDirectory && (rights & PosixExecute) == PosixNothing)
         rights = rights - PosixWrite;
     const auto when = [&](PosixRights right, Boxes box) {
@@ -26,7 +26,7 @@ CBPosixIdentity identityOf(const MVAclEntry& entry) {
     if (!entry.uuid())
         return CBEveryone{};
     const auto who = posixIdentityOfUUID(*entry.uuid());
-    // Whoever makes an item is nobody on an item that is there.
+    // An entry for whoever makes an item gives nobody a right to an item that exists.
     return who ? *who : CBPosixIdentity{CBCreator{}};
 }
 
@@ -50,7 +50,7 @@ bool isVoid(const PosixList& list) {
     return list.mask == PosixNothing;
 }
 
-/// The list with what counts of it, and no mask.
+/// Returns the list as it takes effect, without a mask.
 PosixList countingList(PosixList list) {
     if (isVoid(list))
         return {list.owner, PosixNothing, list.others, {}, {}, {}};
@@ -96,7 +96,7 @@ ListedRights::ListedRights(const EntryList& entries)
         }
         return;
     }
-    // What the entries show does not tell a mask that lets nothing through.
+    // The entries that are shown do not tell of a mask that lets nothing through.
     stored_ = list_->storedPosixAcl()->access;
     counting_ = countingList(stored_);
     for (const auto& entry : entries_) {

@@ -13,16 +13,16 @@
 
 #include "EntryText.h"
 
-/// Which entries of a list give somebody rights.
+/// Finds out which entries of a list give somebody rights.
 namespace morvane {
 
-/// What is asked of an item: bits of acl_perms.
+/// Rights to an item: bits of acl_perms.
 using Boxes = std::uint32_t;
 
 /// The boxes that are on in a tree of permissions.
 Boxes boxesIn(const std::vector<std::shared_ptr<MVTreeNode>>& nodes);
 
-/// A list by itself, without what the folders above, the mount or being root do to it.
+/// A list taken by itself: folders above, the mount and the rights of root are left out of account.
 class ListedRights {
   public:
     /// The entries as a service sends them, in the order in which they count.
@@ -33,18 +33,20 @@ class ListedRights {
         /// The entries that give them.
         EntryList through = {};
     };
-    /// What of `wanted` the list gives `who`, a member of `groups`. Of a POSIX list these are
-    /// reading, writing and executing or searching, and for the owner changing permissions.
+    /// Returns which of the `wanted` rights the list gives `who`, who is a member of `groups`. A
+    /// POSIX list gives reading, writing and executing or searching, and the owner the changing of
+    /// permissions.
     Granted to(const CBPosixIdentity& who, const std::vector<std::uint32_t>& groups,
                Boxes wanted) const;
 
     /// Whether root has rights that the list does not give; on a network mount the server says.
     bool isOverruledByRoot() const { return list_ && list_->posixAcl(); }
-    /// Whether `who` is named by a list that the kernel ignores, as its mask lets nothing through.
+    /// Whether `who` is named by a list that the kernel ignores because its mask lets nothing
+    /// through.
     bool isVoidFor(const CBPosixIdentity& who) const;
-    /// Whether the item is the user's.
+    /// Whether the user owns the item.
     bool isOwner(const CBPosixIdentity& who) const;
-    /// Whether the rights come from being one of everyone, and from nothing else.
+    /// Whether only the entries for everyone give the rights.
     static bool isForOthers(const Granted& granted);
 
   private:
@@ -58,7 +60,7 @@ class ListedRights {
 
     const EntryList entries_;
     const std::optional<ItemList> list_;
-    /// A POSIX list as it is stored, and what counts of it, without a mask.
+    /// A POSIX list as it is stored, and as it takes effect, without a mask.
     PosixList stored_;
     PosixList counting_;
     /// An entry of an allow/deny list that is for the item itself, and what it says of whom.

@@ -19,7 +19,7 @@ struct LsOptions {
     /// A file lists itself.
     std::vector<std::string> paths;
     bool json = false;
-    /// With rights, owner, group, size and time in front of each name.
+    /// Whether rights, owner, group, size and time are shown in front of each name.
     bool detailed = false;
 };
 
@@ -30,7 +30,7 @@ using ContentsSource = std::function<Result<std::vector<NSURL>>(const NSURL& dir
 Outcome runLs(const LsOptions& options, const ContentsSource& source, const FactsSource& facts,
               const Style& style);
 
-/// `name` in the folder at `path`.
+/// The path of `name` in the folder at `path`.
 std::string pathIn(const std::string& path, const std::string& name);
 
 }  // namespace morvane

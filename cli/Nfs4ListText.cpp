@@ -61,7 +61,7 @@ Nfs4Entry nfs4Entry(std::string_view line, UnknownNames unknown, Problem& proble
     entry.who = parts[2];
     if (entry.who == nfs4OwningGroup)
         entry.flags |= Nfs4IsGroup;
-    // A name that this system does not know may have its number behind it.
+    // The number of a name that this system does not know may follow the entry.
     if (unknown == UnknownNames::haveNumbers && hash != line.npos && !entry.who.ends_with('@')) {
         const bool isGroup = (entry.flags & Nfs4IsGroup) != 0;
         const auto name = entry.who.substr(0, entry.who.find('@'));

@@ -19,10 +19,11 @@ bool isNfs4Line(std::string_view line);
 /// Reads a line: "A:fdg:staff@example.org:rxtncy".
 Nfs4Entry nfs4Entry(std::string_view line, UnknownNames unknown, Problem& problem);
 
-/// The list in whole lines, each with the number of its user or group behind it.
+/// Returns the list in whole lines, each followed by the number of its user or group.
 std::string linesOfNfs4(const Nfs4Acl& acl);
 
-/// Names as a list of this system's has them, whatever their domain.
+/// Makes entries of the lines. Names are those of this system, whatever domain is written behind
+/// them.
 Nfs4Names namesOfThisSystem();
 
 }  // namespace morvane

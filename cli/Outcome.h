@@ -16,12 +16,12 @@ enum ExitCode : int {
     ExitUsage = 2,
     /// The service that does the work could not be started or went away.
     ExitService = 3,
-    /// It was written, and the server of a network mount has stored something else.
+    /// The list was written, but the server of a network mount has stored something else.
     ExitStoredOtherwise = 4,
-    /// Ctrl-C.
+    /// The user has pressed Ctrl-C.
     ExitInterrupted = 130,
 
-    // Of commands that compare, as diff(1) has them.
+    // The commands that compare end with these, as diff(1) does.
     /// There is something to tell.
     ExitDifferent = 1,
     /// Something could not be looked at, or the command line was not understood.

@@ -30,9 +30,9 @@ namespace {
 /// The terminal that the program was started on. It is open for reading and writing, as terminals
 /// are.
 constexpr int outer = STDIN_FILENO;
-/// What a terminal takes in at once.
+/// The most bytes that a terminal takes at once.
 constexpr std::size_t chunk = 4096;
-/// As shells tell it.
+/// Shells add the number of the signal to this.
 constexpr int endedBySignal = 128;
 
 bool hasTerminalToAskOn() {
@@ -56,7 +56,7 @@ struct Standing {
 std::optional<Standing> standingOf(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
     const std::string text(std::istreambuf_iterator<char>(file), {});
-    // The name stands in brackets and may have some itself.
+    // The process's name stands in brackets, and may hold brackets itself.
     const auto name = text.rfind(')');
     if (name == std::string::npos)
         return std::nullopt;
@@ -68,8 +68,8 @@ std::optional<Standing> standingOf(pid_t process) {
     return rest ? std::optional(standing) : std::nullopt;
 }
 
-/// Whether what is typed on the terminal is meant for this program: the nearest of its ancestors
-/// whose terminal that is stands in its foreground.
+/// Whether what is typed on the terminal is meant for this program. That is so if the nearest
+/// ancestor whose session has that terminal is in the foreground.
 bool isInForeground() {
     unsigned terminal = 0;
     if (ioctl(outer, TIOCGDEV, &terminal) != 0)
@@ -81,18 +81,18 @@ bool isInForeground() {
     return false;
 }
 
-/// Between the two terminals, for as long as the child lives.
+/// Passes bytes between the two terminals until the child ends.
 class Relay {
   public:
-    /// `own` is the new terminal's other end, and does not block; `signals` tells the signals that
-    /// are blocked.
+    /// `own` is the other end of the new terminal, in non-blocking mode; `signals` is a descriptor
+    /// that delivers the blocked signals.
     Relay(pid_t child, FileDescriptor own, FileDescriptor signals)
         : child_(child), own_(std::move(own)), signals_(std::move(signals)) {}
 
     /// Returns the child's status, as waitpid() tells it.
     int run() {
         while (!hasEnded()) {
-            // What the child has not taken yet comes first.
+            // Nothing more is read while the child has not taken what was typed before.
             std::array<pollfd, 3> ends{
                 {{signals_.get(), POLLIN, 0},
                  {own_.get(), static_cast<short>(typed_.empty() ? POLLIN : POLLIN | POLLOUT), 0},
@@ -122,7 +122,7 @@ class Relay {
     }
 
     void takeTyped() {
-        // It may have another size since.
+        // Its size may have changed meanwhile.
         winsize size{};
         if (ioctl(outer, TIOCGWINSZ, &size) == 0)
             ioctl(own_.get(), TIOCSWINSZ, &size);
@@ -142,7 +142,8 @@ class Relay {
             typed_.erase(0, static_cast<std::size_t>(count));
     }
 
-    /// One piece at a time, so that what is typed meanwhile comes through. False if there is none.
+    /// Passes on one piece, so that typing is looked at between two. Returns false if there was
+    /// none.
     bool show() {
         std::array<char, chunk> bytes;
         const ssize_t count = read(own_.get(), bytes.data(), bytes.size());
@@ -189,7 +190,7 @@ void moveToOwnTerminal() {
     signal(SIGCHLD, SIG_DFL);  // whoever ignores it is not told how a child has ended
     const pid_t child = fork();
     if (child > 0) {
-        // Held open here too, the new terminal's last words are not lost.
+        // As it is open here too, what the child has written last is not lost.
         Relay relay(child, FileDescriptor(own), std::move(told));
         termios raw = settings;
         cfmakeraw(&raw);

@@ -36,7 +36,7 @@ std::vector<std::string> wordsForParser(int argc, const char* const* argv) {
         const std::string_view word = argv[i];
         if (word == "--" && !isBehindDashes) {
             isBehindDashes = true;
-            // Its word does not come from behind them.
+            // The option before them must not take a word from behind them.
             if (mayLackItsWord(argv[i - 1]))
                 words.emplace_back("--");
             continue;

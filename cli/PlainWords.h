@@ -4,18 +4,18 @@
 #include <string>
 #include <vector>
 
-/// Words that the parser of the command line is to take as they are. It would take brackets for a
-/// list, and what stands behind "--" for nobody's; so a mark stands before such words until they
-/// are parsed.
+/// Words that the parser of the command line is to take as they are. It would read brackets as a
+/// list, and give words behind "--" to no option; so such words get a mark in front until they are
+/// parsed.
 namespace morvane {
 
-/// The words of the command line for the parser, which takes them from the back.
+/// The words of the command line in reverse order, as the parser takes them.
 std::vector<std::string> wordsForParser(int argc, const char* const* argv);
 
-/// A word that was parsed, without its mark.
+/// Returns a parsed word without its mark.
 std::string unmarked(std::string word);
 
-/// What the parser says of words, without their marks.
+/// Returns a text of the parser's without the marks of the words in it.
 std::string withoutMarks(std::string text);
 
 }  // namespace morvane

@@ -11,8 +11,8 @@ namespace morvane {
 
 namespace {
 
-/// The number of a user or group that is written as name or number, or, if this system does not
-/// know the name, `kept`.
+/// The number of a user or group that is written as a name or a number; `kept` if this system does
+/// not know the name.
 std::optional<std::uint32_t> idOf(std::string_view name, bool isGroup,
                                   std::optional<std::uint32_t> kept, Problem& problem) {
     Problem unknown;
@@ -29,7 +29,7 @@ std::optional<std::uint32_t> idOf(std::string_view name, bool isGroup,
     return std::get<CBPosixGroup>(*who).gid;
 }
 
-/// "rwX", "r-x" or a digit.
+/// Reads rights: "rwX", "r-x" or a digit.
 bool takeRights(std::string_view text, TextEntry& entry) {
     constexpr int octal = 8;
     if (const auto digit = numberIn<unsigned>(text, octal); digit && *digit <= PosixEverything) {
@@ -63,7 +63,7 @@ bool isOneOf(std::string_view word, std::string_view whole, std::string_view let
     return word == whole || word == letter;
 }
 
-/// Takes who an entry is for: "u", "bob" or "g", "" or "m".
+/// Sets whom the entry is for, by its first fields: "u" and "bob", "g" and "", or "m".
 bool takeWho(std::string_view tag, std::string_view name, std::optional<std::uint32_t> number,
              TextEntry& entry, Problem& problem) {
     using Who = TextEntry::Who;

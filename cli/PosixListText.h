@@ -19,36 +19,37 @@ namespace morvane {
 /// One entry of a POSIX list: "d:u:bob:rwX".
 struct TextEntry {
     enum class Who { owner, user, owningGroup, group, mask, others };
-    /// Of the list that new items in a folder start with.
+    /// Whether it belongs to the list that new items in a folder start with.
     bool isDefault = false;
     Who who = Who::owner;
     /// The number of the user or group.
     std::uint32_t id = 0;
     PosixRights rights = PosixNothing;
-    /// "X": execution of folders, and of files that somebody can execute.
+    /// Whether "X" is written: execution of folders, and of files that somebody can execute.
     bool executesWhereExecuted = false;
 };
 
-/// The rights that an entry asks for where somebody can execute the item, or nobody.
+/// The rights that an entry asks for, depending on whether somebody can execute the item.
 PosixRights rightsFor(const TextEntry& entry, bool isExecuted);
 
-/// Gives whom the entry is for these rights in the list, and nobody else others.
+/// Gives the subject of the entry these rights in the list, and changes nobody else's.
 void give(PosixList& to, const TextEntry& entry, PosixRights rights);
 
-/// Reads a line or a word: "user:bob:r--    #uid=1001"; without `hasRights`, whom an entry is for.
+/// Reads a line or a word: "user:bob:r--    #uid=1001". Without `hasRights`, only the subject is
+/// written: "user:bob".
 TextEntry textEntry(std::string_view text, bool hasRights, UnknownNames unknown, Problem& problem);
 
-/// Entries with commas between them, as behind --set; without `hasRights` as behind --remove, where
-/// none stand.
+/// Reads entries with commas between them, as they are written behind --set, or, without
+/// `hasRights`, behind --remove.
 std::vector<TextEntry> textEntries(std::string_view text, bool hasRights, Problem& problem);
 
-/// The list that `entries` are, for that item. Where they name somebody and tell no mask, it is one
-/// that holds nothing back.
+/// Makes the list of an item from `entries`. If they name a user or group and have no mask, the
+/// list gets one that holds nothing back.
 std::optional<PosixAcl> posixAclOfText(const std::vector<TextEntry>& entries,
                                        const MVAclOrigin::Values& item, Problem& problem);
 
-/// The list in whole lines: each named user or group with its number behind it, and what the mask
-/// holds back of rights with what is left of them.
+/// Writes the list in whole lines. A named user or group is followed by its number, and rights that
+/// the mask limits by those that are left.
 std::string linesOfPosix(const PosixAcl& acl);
 
 }  // namespace morvane

@@ -25,7 +25,7 @@ struct Survey {
     std::size_t others = 0;
     /// Those with a list of their own: more than the rights of a mode, or than what is inherited.
     std::size_t listed = 0;
-    /// Those of which nothing can be read.
+    /// Those of which nothing could be read.
     std::size_t hidden = 0;
 
     /// Not even the folder itself could be listed.
@@ -122,7 +122,7 @@ std::vector<FailedItem> failedItems(const NSError& error, const PropagateOptions
     return items;
 }
 
-/// So many failures are named by the error's own text.
+/// How many failures the error's own text names.
 constexpr std::size_t failuresInText = 5;
 
 std::string doneText(std::uint64_t done) {
@@ -210,7 +210,7 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
             return unchanged();
         }
     }
-    // In the list's own order, which decides what it means.
+    // The entries stay in the order in which they count.
     const auto propagated = propagation.propagate(*entries, url);
     const auto& error = propagated.error;
     const auto undo = [&] {

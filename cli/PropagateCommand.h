@@ -26,7 +26,7 @@ struct PropagateOptions {
     bool dryRun = false;
     /// Nobody is asked.
     bool yes = false;
-    /// A file to which the failures are written; empty: none.
+    /// The file to which the failures are written; empty if there is none.
     std::string failures = {};
 };
 
@@ -48,8 +48,8 @@ struct PropagateParts {
     std::function<bool(const std::string& said)> goesOn;
 };
 
-/// Looks at everything below the folder first: what the lists are is noted in `journal`, and the
-/// user is told what will change.
+/// Runs the command. It looks at everything below the folder first, to note the present lists in
+/// `journal` and to tell the user what will change.
 Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
                      const PropagateParts& propagation, Journal& journal);
 

@@ -27,7 +27,7 @@ std::string reasonOf(std::int64_t code) {
     return NSError::errorWithDomain(NSPOSIXErrorDomain, code)->localizedDescription();
 }
 
-/// Each item that has not its new name, and why.
+/// The items that were not renamed, each with the reason.
 std::string failedItems(const RenameOptions& options, const std::vector<std::int64_t>& codes) {
     std::size_t failed = 0;
     std::string items;
@@ -45,7 +45,7 @@ Outcome outcomeOf(const RenameOptions& options, const MVFileRenames& answer, boo
         return {};
     const auto suggestion = answer.error->localizedRecoverySuggestion();
     Outcome outcome{exitCodeOf(*answer.error), {}, {}, answer.error};
-    // A refusal as a whole comes with a suggestion.
+    // If everything was refused, the error has a suggestion.
     if (whole && !suggestion && outcome.exitCode == ExitFailure) {
         outcome.message = failedItems(options, answer.codes);
         return outcome;
@@ -75,7 +75,7 @@ Outcome runRename(const RenameOptions& options, const RenameSink& sink) {
                              say("Nothing was renamed.")})};
     }
     const auto answer = sink(urls, names);
-    // A service may answer with less than was asked.
+    // A service may answer for fewer items than it was asked about.
     const bool whole = answer.urls.size() == urls.size() && answer.codes.size() == urls.size();
     auto outcome = outcomeOf(options, answer, whole);
     if (options.json && whole)

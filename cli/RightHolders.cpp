@@ -15,10 +15,10 @@ namespace morvane {
 
 namespace {
 
-/// So many are asked about at once.
+/// How many are asked about at once.
 constexpr std::size_t askedAtOnce = 64;
 
-/// Everybody who is looked at, each once.
+/// Collects everybody who is looked at, each once.
 class KnownPeople {
   public:
     void add(const CBPosixIdentity& who, CBIdentityRef identity = nullptr) {
@@ -44,7 +44,7 @@ class Asking {
     Asking(const EntryList& entries, Boxes wanted, const RightSources& sources)
         : entries_(entries), wanted_(wanted), sources_(sources), list_(entries) {}
 
-    /// The error if it fails.
+    /// Returns the error if that fails.
     NSErrorRef ask(const NSURL& url);
     RightHolders found() && { return std::move(found_); }
 
@@ -111,7 +111,8 @@ NSErrorRef Asking::ask(const NSURL& url) {
             const auto boxes = boxesIn(*answer);
             person.boxes = boxes & wanted_;
             person.granted = list_.to(person.who, groupsOf(person), wanted_);
-            // Whoever gets there may look at the attributes at least; findFolders() looks closer.
+            // Whoever can reach the item can at least read its attributes; findFolders() finds out
+            // where the others are stopped.
             person.isKeptOut = boxes == 0 && person.granted.boxes != 0;
             found_.all.push_back(std::move(person));
         }

@@ -14,13 +14,13 @@
 #include "AclCommand.h"
 #include "ListedRights.h"
 
-/// Everybody who can do something to an item.
+/// Finds everybody who can do something to an item.
 namespace morvane {
 
-/// What is asked of the services and of the system.
+/// Where the services and the system are asked.
 struct RightSources {
     AclSource list;
-    /// What each of them can do to the item, asked at once.
+    /// What each of them can do to the item; they are all asked about at once.
     std::function<std::vector<Result<PermissionList>>(const NSURL& url,
                                                       const std::vector<NSUUID>& whom)>
         access;
@@ -44,36 +44,37 @@ struct RightHolder {
     Boxes boxes = 0;
     /// What the list gives them.
     ListedRights::Granted granted = {};
-    /// The list gives them something, and a folder above keeps them from it.
+    /// Whether the list gives them something, but a folder above keeps them from it.
     bool isKeptOut = false;
     /// That folder; empty if it cannot be told which it is.
     std::string folder = {};
-    /// They have what everyone else has, and by the same entries.
+    /// Whether they have what everyone else has, by the same entries.
     bool isLikeOthers = false;
 
     bool isRoot() const { return who == CBPosixIdentity{CBPosixUser{0}}; }
     bool isEveryone() const { return std::holds_alternative<CBEveryone>(who); }
-    /// Deleting is for the folder that the item is in to give.
+    /// Whether they can delete the item, which is a right to the folder that it is in.
     bool hasFromFolder() const;
     /// "alice"; "uid 1234" for a number without a name.
     std::string name() const;
 };
 
-/// The users and groups of this system, those whom the list names, root, and everyone, who stands
-/// for a user that is none of them.
+/// What was found out about the users and groups of this system, those whom the list names, root,
+/// and everyone, which stands for all other users.
 struct RightHolders {
     /// In the order of the entries that give them rights; everyone comes last.
     std::vector<RightHolder> all;
     /// Whether these are all users and groups of the system.
     bool areAllListed = true;
     bool areListedInTime = true;
-    /// The server of a network mount keeps to itself what root may do.
+    /// Whether it is unknown what root may do, as only the server of a network mount knows.
     bool isRootUnknown = false;
 
     bool isComplete() const { return areAllListed && areListedInTime && !isRootUnknown; }
 };
 
-/// Asks about everybody what they have of `wanted`. ECANCELED if the user has stopped it.
+/// Finds out which of the `wanted` rights everybody has. The error is ECANCELED if the user has
+/// stopped it.
 Result<RightHolders> rightHoldersOf(const NSURL& url, const EntryList& entries, Boxes wanted,
                                     const RightSources& sources);
 

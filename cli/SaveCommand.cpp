@@ -60,7 +60,7 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
         outcome.output = std::move(lists);
         return outcome;
     }
-    // What was saved there before is worth more than nothing.
+    // What was saved in the file before is kept if nothing could be read now.
     if (saved != 0) {
         if (const auto problem = writeFile(options.file, lists)) {
             outcome.exitCode = ExitFailure;

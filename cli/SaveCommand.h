@@ -10,8 +10,8 @@
 
 namespace morvane {
 
-/// `morvane acl PATH... --save FILE`: the lists of the items, and with `recursive` of everything
-/// below them.
+/// `morvane acl PATH... --save FILE`: writes the lists of the items, and with `recursive` those of
+/// everything below them.
 struct SaveOptions {
     std::vector<std::string> paths;
     /// "-" is standard output.

@@ -7,15 +7,15 @@
 
 #include "ListText.h"
 
-/// Lists that were written as text, beside the items that they are of.
+/// Compares lists that were written as text with those of the items now.
 namespace morvane {
 
-/// The entries of the list with what it tells of its item, as if they were read from there. What it
-/// does not tell is as `item` says, which is what the item is now.
+/// Makes the entries of the list, as if they were read from the item that it describes. `item`,
+/// which tells what the item is now, supplies what the list does not tell.
 EntryList entriesOfSavedList(const ListText& list, MVAclOrigin::Values item, Problem& problem);
 
-/// Where the item at `path` is below the one at `top`: "" for that itself. Empty for another item.
-/// getfacl writes paths without the "/" in front.
+/// The place of the item at `path` below the one at `top`, which itself has the place "". Returns
+/// nothing for an item elsewhere. getfacl writes paths without the "/" in front.
 std::optional<std::string> placeBelow(std::string_view top, std::string_view path);
 
 }  // namespace morvane

@@ -7,7 +7,7 @@
 
 #include "Text.h"
 
-/// A window on lines that may be more, and wider, than the terminal has room for.
+/// A view of lines that may be more, and wider, than the terminal can show.
 namespace morvane {
 
 struct ViewedLine {
@@ -17,14 +17,14 @@ struct ViewedLine {
 
 class ScrolledView {
   public:
-    /// `rows` lines of at most `columns`: a line for what is above, those of `lines` around the
-    /// chosen one, which "> " marks, and a line for what is below. What is cut at a side is marked
-    /// by "<" or ">" there.
+    /// Returns `rows` lines of at most `columns`: a line that tells of those above, the part of
+    /// `lines` around the chosen one, which "> " marks, and a line that tells of those below. "<"
+    /// or ">" marks a side at which lines are cut.
     std::vector<std::string> draw(const std::vector<ViewedLine>& lines, std::size_t chosen,
                                   std::size_t rows, std::size_t columns, const Style& style);
-    /// So many lines were shown by the last draw().
+    /// How many lines the last draw() has shown.
     std::size_t page() const { return room_; }
-    /// Half a window to the side.
+    /// Scrolls by half the width.
     void moveRight() { left_ += step_; }
     void moveLeft() { left_ -= left_ < step_ ? left_ : step_; }
 

@@ -26,7 +26,7 @@ enum class SizeOrder { asGiven, bySize, byName };
 
 struct SizeOptions {
     std::vector<std::string> paths;
-    /// How many levels below each path are shown, too.
+    /// How many levels below each path are shown as well.
     std::size_t depth = 0;
     /// Of each level, only so many items; 0 means all.
     std::size_t top = 0;
@@ -35,10 +35,10 @@ struct SizeOptions {
     bool json = false;
     /// A line of JSON for each thing that happens, instead of one object.
     bool lines = false;
-    /// Units of 1024 (of 1000) in this run.
+    /// The units of this run are powers of 1024, or of 1000.
     bool base2 = false;
     bool base10 = false;
-    /// That choice becomes the user's default, for all programs that use it.
+    /// Whether that choice becomes the user's default, for all programs that have it.
     bool save = false;
 };
 

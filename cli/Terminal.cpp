@@ -22,7 +22,7 @@ namespace morvane {
 namespace {
 
 constexpr int noByte = -1;
-/// In place of a byte, too.
+/// Returned in place of a byte when the size has changed.
 constexpr int resized = -2;
 constexpr int waitForEver = -1;
 /// The rest of a key's sequence comes at once; a person's next key does not.
@@ -30,10 +30,10 @@ constexpr int sequenceMilliseconds = 50;
 
 constexpr std::array endingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
-/// What the handler gives back; set before it can run.
+/// The settings that the signal handler restores; they are set before it can run.
 termios formerSettings;
 
-/// Becomes readable when the terminal has another size.
+/// A descriptor that becomes readable when the terminal changes its size.
 int resizes = -1;
 
 void tellOfResize(int) {
@@ -42,7 +42,7 @@ void tellOfResize(int) {
     errno = before;
 }
 
-/// What a sequence that ends with `last` tells of, in which `parameter` stood first.
+/// The key of the sequence that ends with `last` and begins with the number `parameter`.
 std::optional<char32_t> keyOfSequence(int parameter, int last) {
     switch (last) {
         case 'A':
@@ -78,7 +78,7 @@ std::optional<char32_t> keyOfSequence(int parameter, int last) {
     }
 }
 
-/// Whatever it calls may be called at any moment.
+/// It only calls what is safe in a signal handler.
 void giveBackTheTerminal() {
     putOnTerminal("\033[?25h\033[?1049l");
     tcsetattr(STDIN_FILENO, TCSANOW, &formerSettings);
@@ -111,7 +111,7 @@ bool Terminal::isThere() {
 void Terminal::takeOver() {
     termios raw = formerSettings;
     cfmakeraw(&raw);
-    // Line ends are still the terminal's business.
+    // The terminal still turns a line feed into a new line.
     raw.c_oflag |= OPOST;
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw) != 0)
         throw std::system_error(errno, std::generic_category(), "the terminal cannot be set");
@@ -120,7 +120,7 @@ void Terminal::takeOver() {
 
 void Terminal::suspend() {
     giveBackTheTerminal();
-    // Nothing stops where no shell could continue it.
+    // Where no shell could continue the program, this does not stop it.
     raise(SIGTSTP);
     takeOver();
 }
@@ -131,7 +131,7 @@ Terminal::Terminal() {
     for (const int number : endingSignals) {
         struct sigaction action {};
         sigaction(number, nullptr, &action);
-        // One that is ignored, as by nohup, stays so.
+        // A signal that is ignored, as under nohup, stays ignored.
         if (action.sa_handler == SIG_IGN)
             continue;
         action = {};
@@ -172,7 +172,7 @@ void Terminal::show(const std::string& text) {
 
 int Terminal::nextByte(int milliseconds) {
     std::array<pollfd, 2> inputs{{{STDIN_FILENO, POLLIN, 0}, {resizes, POLLIN, 0}}};
-    // A new size waits for the end of a key's sequence.
+    // A change of size within a key's sequence is told after it.
     const nfds_t watched = milliseconds == waitForEver ? inputs.size() : 1;
     while (true) {
         const int ready = poll(inputs.data(), watched, milliseconds);

@@ -26,10 +26,10 @@ class Terminal {
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// Rows and columns, as they are now.
+    /// The present number of rows and columns.
     std::pair<std::size_t, std::size_t> size() const;
     void show(const std::string& text);
-    /// Gives the terminal back and stops the program, until the user continues it: the screen is to
+    /// Gives the terminal back and stops the program until the user continues it. The screen must
     /// be shown again then.
     void suspend();
     /// Waits for a key: a character, or one of EditKey.

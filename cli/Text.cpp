@@ -16,7 +16,7 @@ struct Character {
     std::size_t length;
 };
 
-/// The UTF-8 character at the start of `text`; empty if there is none.
+/// Returns the UTF-8 character at the start of `text`; empty if there is none.
 std::optional<Character> firstCharacter(std::string_view text) {
     const auto byte = [&](std::size_t i) {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
@@ -148,7 +148,7 @@ std::string sayLike(std::string_view english, std::initializer_list<std::string_
         std::vector<Phrase> arguments;
         auto rest = english;
         bool fits = true;
-        // A placeholder, if there is one, and what stands behind it up to the next.
+        // Matches a placeholder, if there is one, and the text between it and the next.
         for (std::size_t at = 0; fits && at != key.size();) {
             const bool isPlaceholder = key[at] == '%';
             at += isPlaceholder ? 2 : 0;

@@ -19,33 +19,33 @@ std::string escaped(std::string_view bytes);
 
 bool isUtf8(std::string_view bytes);
 
-/// The columns that `text` takes on a terminal.
+/// How many columns `text` takes on a terminal.
 std::size_t columnsOf(std::string_view text);
 
 /// The first part of `text`, which is UTF-8, that is not wider than `columns`.
 std::string cut(std::string_view text, std::size_t columns);
 
-/// `text` with spaces behind it, up to `columns`.
+/// Returns `text` with spaces appended, up to `columns`.
 std::string padded(std::string_view text, std::size_t columns);
 
-/// `text` in lines of at most `columns`, parted at blanks, and where there is none.
+/// Breaks `text` into lines of at most `columns`, at blanks where there are any.
 std::vector<std::string> wrapped(std::string_view text, std::size_t columns);
 
-/// The text of a phrase with this key in the language of the terminal's user.
+/// Returns the text of a phrase with this key, in the language of the user.
 template <class... Arguments>
 std::string say(std::string_view key, const Arguments&... arguments) {
     return phrase(key, arguments...).localized();
 }
 
-/// A text that is made elsewhere, and in English, in the language of the user: by the first of
-/// `keys` that it fits, whose placeholders then stand for what is in their places. One that fits
-/// none stays as it is.
+/// Translates an English text that was made elsewhere: by the first of `keys` that it matches,
+/// whose placeholders stand for what the text has in their places. A text that matches none is
+/// returned as it is.
 std::string sayLike(std::string_view english, std::initializer_list<std::string_view> keys);
 
-/// What this program has to say on standard error: its name, then `lines` one below the other.
+/// Makes a message for standard error: the name of this program, then `lines` one below the other.
 std::string message(std::initializer_list<std::string_view> lines);
 
-/// Colours, or nothing where colours are not wanted.
+/// Marks texts with colours, or leaves them as they are where colours are not wanted.
 class Style {
   public:
     explicit Style(bool coloured) : coloured_(coloured) {}

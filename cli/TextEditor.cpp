@@ -16,7 +16,7 @@ namespace morvane {
 
 namespace {
 
-/// A file of this user's alone, which goes with this object.
+/// A temporary file that only this user can read. It is removed with this object.
 class OwnFile {
   public:
     OwnFile() {
@@ -59,8 +59,8 @@ std::optional<std::string> editedText(const std::string& text, Problem& problem)
                       Phrase::ofSystemError(errno));
         return std::nullopt;
     }
-    // What the variables hold is a command of the shell's, by custom; the path is a word of its
-    // own.
+    // By custom the variables hold a command for the shell. The path is passed as an argument, not
+    // as part of it.
     setenv("MORVANE_LIST", file.path().c_str(), 1);
     const auto command = editor();
     if (std::system((command + " \"$MORVANE_LIST\"").c_str()) != 0) {

@@ -8,8 +8,8 @@
 
 namespace morvane {
 
-/// Has the user change `text` in the program that $VISUAL or $EDITOR names, vi without one. Empty
-/// if it was left as it is.
+/// Has the user change `text` in the program that $VISUAL or $EDITOR names, or else in vi. Returns
+/// nothing if the text was not changed.
 std::optional<std::string> editedText(const std::string& text, Problem& problem);
 
 }  // namespace morvane

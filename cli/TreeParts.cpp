@@ -15,7 +15,7 @@ Result<std::vector<std::string>> namesWithLists(const std::string& path, const T
     std::vector<std::string> names;
     for (const auto& url : *contents) {
         auto name = url.lastPathComponent();
-        // What is out of this program's sight is for the service to tell.
+        // The service finds out about items that this program cannot see.
         if (const auto facts = parts.facts(pathIn(path, name))) {
             const std::string_view kind = facts->kind();
             if ((kind != "file" && kind != "folder") || (mount != 0 && facts->mount != mount))

@@ -14,14 +14,14 @@
 #include "FileFacts.h"
 #include "LsCommand.h"
 
-/// What commands work with that look at the lists of whole trees.
+/// The parts that commands work with which look at the lists of whole trees.
 namespace morvane {
 
 /// Asks for the lists of several items at once, and waits for the answers.
 using ListsSource = std::function<std::vector<Result<EntryList>>(const std::vector<NSURL>& urls)>;
 
-/// So many lists are asked for at once: the service has always something to do, and little is held
-/// in memory.
+/// How many lists are asked for at once: enough that the service always has something to do, and
+/// few enough that little memory is held.
 inline constexpr std::size_t listsAtOnce = 64;
 /// With lists of thousands of entries fewer: they have about so many entries together, each of
 /// which takes some kilobytes.
@@ -32,7 +32,7 @@ std::size_t listsAtOnceAfter(std::size_t entries);
 struct TreeParts {
     ListsSource lists;
     ContentsSource contents;
-    /// Without the lists, which the service reads.
+    /// What can be seen of an item without its list, which the service reads.
     FactsSource facts;
     /// The groups that a user other than root is in; empty if not all users are listed, or not in
     /// time.
@@ -44,9 +44,9 @@ struct TreeParts {
     std::function<void(const std::string& text)> complain;
 };
 
-/// The names of the files and folders in the folder at `path`, sorted; symbolic links, and what is
-/// neither, have no lists. `mount` is that of the folder where other file systems are left out, and
-/// otherwise 0.
+/// Returns the sorted names of the files and folders in the folder at `path`; anything else, such
+/// as a symbolic link, has no list. Items on another mount than `mount` are left out, unless that
+/// is 0.
 Result<std::vector<std::string>> namesWithLists(const std::string& path, const TreeParts& parts,
                                                 std::uint64_t mount = 0);
 

@@ -11,8 +11,8 @@ namespace morvane {
 
 namespace {
 
-/// The lists of notes, one by one. One that the system was writing when it stopped is none: it was
-/// not changed yet.
+/// The lists in the notes, one by one. An incomplete last one, which was being written when the
+/// system stopped, is left out: that list had not been changed yet.
 std::vector<std::string_view> notedLists(std::string_view text) {
     constexpr std::string_view end = "\n\n";
     std::vector<std::string_view> lists;
@@ -23,7 +23,7 @@ std::vector<std::string_view> notedLists(std::string_view text) {
     return lists;
 }
 
-/// Takes the notes out of the way, and keeps those `lists` of them that could not be taken back.
+/// Removes the notes, and keeps those of their lists in `lists` that could not be taken back.
 std::string setAside(const JournalFolder& notes, const std::string& name, std::string_view lists) {
     Problem problem;
     const auto path = notes.keepAside(name, lists, problem);
@@ -34,8 +34,8 @@ std::string setAside(const JournalFolder& notes, const std::string& name, std::s
                         "morvane acl --restore " + escaped(path.string()))});
 }
 
-/// The last change could not be noted: the one before is not taken back in its place, but may be
-/// next.
+/// Says that the last change could not be noted. The one before is not taken back in its place, but
+/// can be next.
 Outcome lostChange(const ChangeOptions& options, const JournalFolder& notes,
                    const std::string& name) {
     if (!options.dryRun)

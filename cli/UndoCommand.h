@@ -3,7 +3,7 @@
 
 #include "ListChanging.h"
 
-/// `morvane acl --undo`: the last change of lists is taken back.
+/// `morvane acl --undo`: takes the last change of lists back.
 namespace morvane {
 
 Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal& journal,

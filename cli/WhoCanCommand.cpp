@@ -23,7 +23,7 @@ struct Right {
     std::string_view word;
     Boxes box;
     char letter;
-    /// In JSON.
+    /// The name in JSON.
     const char* key;
 };
 constexpr std::array<Right, 6> knownRights{
@@ -40,7 +40,7 @@ Phrase textOf(const RightHolder& person) {
     return person.identity ? identityText(*person.identity) : Phrase(person.name());
 }
 
-/// What was found of one item, in words.
+/// Tells what was found out about one item.
 class Answer {
   public:
     Answer(const WhoCanOptions& options, Boxes wanted, const EntryList& entries,
@@ -76,8 +76,8 @@ std::string maskOver(const MVAclEntry& entry) {
     return isLimited ? masksHoldingBack(entry.origin().get()).list : std::string();
 }
 
-/// Whether there is an entry of the other kind for the same group, as the owning group may be named
-/// as well.
+/// Whether there is also an entry of this kind for the same group: the owning group can be named as
+/// well.
 bool hasFor(const MVAclEntry& group, EntrySubject kind, const EntryList& entries) {
     return std::any_of(entries.begin(), entries.end(), [&](const auto& other) {
         return subjectOfEntry(*other) == kind && other->uuid() == group.uuid();

@@ -8,14 +8,15 @@
 #include "RightHolders.h"
 #include "Text.h"
 
-/// `morvane who-can PATH`: every user and group with a right to an item, and through which entry.
+/// `morvane who-can PATH`: tells every user and group with a right to an item, and the entry that
+/// gives it.
 namespace morvane {
 
 struct WhoCanOptions {
     std::vector<std::string> paths;
-    /// One of the choices behind --right; empty for all of them.
+    /// The word behind --right; empty for all rights.
     std::string right;
-    /// Those who have what everyone else has are told one by one, too.
+    /// Whether those who have what everyone else has are listed one by one as well.
     bool all = false;
     bool json = false;
 };

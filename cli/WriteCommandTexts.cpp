@@ -6,7 +6,8 @@
 
 #include "CommandTexts.h"
 
-/// Run by the build: writes to standard output what is asked for of the table of commands.
+/// The build runs this program: it writes to standard output the text that it is asked for, made of
+/// the table of commands.
 int main(int argc, char** argv) {
     const std::string kind = argc > 1 ? argv[1] : "";
     if (kind == "bash") {

@@ -34,7 +34,7 @@ Problem writeFile(const std::string& path, std::string_view text) {
         const FileDescriptor fd(open(path.c_str(), O_WRONLY | O_CLOEXEC));
         return fd && writeAll(fd.get(), text) ? std::nullopt : Problem(failed(errno));
     }
-    // A link stays one.
+    // A symbolic link is followed, and stays.
     std::error_code error;
     const auto whole = isThere ? std::filesystem::canonical(path, error).string() : path;
     if (error)

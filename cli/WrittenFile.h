@@ -13,7 +13,7 @@ namespace morvane {
 bool writeAll(int fd, std::string_view text);
 
 /// Writes a file whole or not at all: what it held before stays until the new text is on the disk.
-/// What is no regular file, such as a pipe, is written to as it is.
+/// Anything but a regular file, such as a pipe, is simply written to.
 Problem writeFile(const std::string& path, std::string_view text);
 
 }  // namespace morvane

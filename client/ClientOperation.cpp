@@ -169,7 +169,7 @@ void ClientOperation::repeatPrivileged() {
     bool isCancelled = false;
     {
         const std::lock_guard lock(mutex_);
-        // A failure may be reported although the request had been sent.
+        // A failure may be reported although the request was sent.
         if (phase_ != Phase::sent)
             return;
         phase_ = Phase::waiting;

@@ -12,7 +12,7 @@ namespace morvane {
 
 namespace {
 
-/// Null if the entry has none by itself.
+/// Returns the entry's box for execution; null if it has none by itself.
 const NSTreeNode* executionBoxOf(const MVAclEntry& entry) {
     if (entry.permissions().empty())
         return nullptr;
@@ -29,7 +29,7 @@ bool executes(const MVAclEntry& entry) {
     return box && MVTreeNode::stateOf(*box) == MVStateOn;
 }
 
-/// What is seen of an entry.
+/// The properties of an entry that are shown.
 const std::vector<const NSKeyPath*>& seenKeyPaths() {
     static const std::vector<const NSKeyPath*> seen{&MVAclEntry::identityKeyPath,
                                                     &MVAclEntry::uuidKeyPath,

@@ -21,7 +21,7 @@ class EditedList {
   public:
     using Entry = std::shared_ptr<MVAclEntry>;
     using Entries = MVFileAcl::Entries;
-    /// Is called in each edit of an entry. The call may take the entry out of the list.
+    /// Called during each edit of an entry. The call may remove the entry from the list.
     using Changed = std::function<void(const MVAclEntry& entry, const NSKeyPath& keyPath)>;
 
     explicit EditedList(Changed changed) : changed_(std::move(changed)) {}
@@ -30,29 +30,30 @@ class EditedList {
     /// Shows other entries, which count in this order. Throws std::invalid_argument, with nothing
     /// changed, if one of them is null.
     void show(Entries entries);
-    /// Shows these, each still at the place at which it counts. Throws as show() does.
+    /// Shows these entries. Each still counts at its place. Throws as show() does.
     void arrange(Entries entries);
-    /// Has these count as the ones that were read, in this order. Of one that did so before, it
-    /// stays known what it was when it was read. Throws as show() does.
+    /// Has these count as the entries that were read, in this order. Of one that was read before,
+    /// its state at that time stays known. Throws as show() does.
     void countAsRead(const Entries& entries);
     void append(const Entry& entry);
     /// False if the entry is not in the list.
     bool remove(const Entry& entry);
-    /// Puts them in their canonical order, in which they count from then on. False if they are.
+    /// Puts the entries in their canonical order, in which they count from then on. Returns false
+    /// if they were in that order.
     bool sort();
 
     /// Whether the user has switched the box for execution on by itself. Only then is execution
     /// asked for; otherwise it is one of the rights that "Read" as a whole may have.
     bool isExecutionChosen(const MVAclEntry& entry) const;
     void setExecutionChosen(const MVAclEntry& entry, bool chosen);
-    /// Every box for execution that is on counts as switched on by itself.
+    /// Has every box for execution that is on count as switched on by itself.
     void chooseShownExecution();
-    /// A box of the entry is about to be switched, or a group of boxes.
+    /// Is told that a box of the entry, or a group of boxes, is about to be switched.
     void noteSwitch(const MVAclEntry& entry, const NSTreeNode& box, bool on);
 
-    /// What is to be written, in the order in which the entries are shown.
+    /// Returns what is to be written, in the order in which the entries are shown.
     Entries asShown(const std::optional<ItemList>& list) const;
-    /// The same in the order in which they count.
+    /// Returns the same in the order in which the entries count.
     Entries asWritten(const std::optional<ItemList>& list) const;
 
   private:

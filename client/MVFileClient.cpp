@@ -49,7 +49,7 @@ auto asResult(std::function<void(Result<T>)> reply) {
     };
 }
 
-/// What puts an answer to the executor, once; the task there holds the completion alone.
+/// Passes an answer to the executor, once. Only the task there holds the completion.
 template <class Answer>
 auto telling(const MVFileClient::Executor& executor, std::function<void(Answer)> completion) {
     const auto held = std::make_shared<std::function<void(Answer)>>(std::move(completion));
@@ -82,7 +82,7 @@ struct Renaming {
     /// The places of those items in it.
     std::vector<std::size_t> places;
 
-    /// Puts in the results of those that were asked for again, which are all that had failed.
+    /// Enters the results of the items that were asked for again, which are all that had failed.
     MVFileRenames whole(MVFileRenames part) const {
         if (!first)
             return part;
@@ -245,7 +245,7 @@ void MVFileClient::effectiveAccess(
 void MVFileClient::rename(std::vector<NSURL> urls, std::vector<std::string> names,
                           MVOperationOptions options, Completion<MVFileRenames> completion) {
     for (const auto& name : names) {
-        // A name travels as a text.
+        // A name is sent as a text, which must be UTF-8.
         if (auto shown = validUtf8(name); shown != name)
             return telling(state_->executor, std::move(completion))(
                 {{},

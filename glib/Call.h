@@ -36,8 +36,8 @@ class Call final : public std::enable_shared_from_this<Call> {
 
     MVOperationOptions options(MorvanePrivilege privilege) const;
 
-    /// What takes an operation's progress: `report` is called on the context, with the latest of
-    /// what is known.
+    /// Returns the function that takes an operation's progress: `report` is called on the context
+    /// with the latest that is known.
     template <class Known, class Report>
     std::function<void(const Known&)> reporting(Report report) {
         struct Latest {

@@ -51,7 +51,7 @@ MVFileClient::Completion<Result<T>> endsWithObject(const ClientCall& call, Make 
     };
 }
 
-/// A result that is handed over, or null with an error.
+/// Returns the result, which the caller owns; or null with an error.
 template <class Object>
 Object* objectOf(MorvaneFileClient* self, GAsyncResult* result, gpointer tag, GError** error) {
     g_return_val_if_fail(g_task_is_valid(result, self), nullptr);

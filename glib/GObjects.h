@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-/// What each of the GObject classes is made with.
+/// What the GObject classes are made of.
 namespace morvane {
 
 /// Runs what C has called. An exception ends here: it is reported as a critical warning, as other
@@ -85,7 +85,7 @@ Property<Object> objectProperty(const char* name, GType type, Object* /*which*/)
             [](Object* self, GValue* value) { g_value_set_object(value, Getter(self)); }};
 }
 
-/// Gives a class its properties and its end. `Object` has a member `held`, which it owns.
+/// Gives a class its properties and its finalizer. `Object` has a member `held`, which it owns.
 template <class Object>
 class ObjectClass {
   public:

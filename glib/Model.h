@@ -43,10 +43,11 @@ MorvaneIdentity* newIdentity(CBIdentityRef identity);
 const CBIdentityRef& identityOf(MorvaneIdentity* identity);
 
 MorvaneAcl* newAcl(MVFileAcl acl);
-/// One that shows `nearest` in place of the entries of `asked`, which are others if `differs`.
+/// Makes a list that shows `nearest` in place of the entries of `asked`; `differs` tells whether
+/// they are others.
 MorvaneAcl* newNearestAcl(MVFileAcl asked, MVFileAcl::Entries nearest, bool differs);
 MVAclEditor& editorOf(MorvaneAcl* acl);
-/// What the list was at that count of edits is stored now.
+/// Notes that the item now has the list as it was at that count of edits.
 void wasWritten(MorvaneAcl* acl, std::uint64_t editCount);
 MorvaneLoss* newLoss(const EntryLoss& loss, std::size_t entryCount);
 
@@ -65,7 +66,7 @@ GFile* newFile(const NSURL& url);
 /// Empty for an item that has no path.
 std::optional<NSURL> urlOf(GFile* file);
 
-/// What people read of an error, with what to do.
+/// The text of an error for people, with advice.
 std::string messageOf(const NSError& error);
 GError* newError(const NSErrorRef& error);
 

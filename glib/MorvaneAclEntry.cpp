@@ -64,7 +64,7 @@ void tell(MorvaneAclEntry* self, const NSKeyPath& keyPath) {
     });
 }
 
-/// Has the editor set something; what cannot be is left as it is.
+/// Has the editor set something. What is refused stays as it is.
 template <class Set>
 void change(MorvaneAclEntry* self, const Set& set) {
     guarded([&] {

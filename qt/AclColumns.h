@@ -10,12 +10,12 @@
 
 /// What stands in the columns of a MorvaneAclModel, which are numbered by its Column.
 
-/// Empty for what is no column.
+/// Returns nothing for a number that is no column.
 morvane::Phrase titleOf(int column);
 morvane::Phrase textOf(int column, const morvane::MVAclEntry& entry);
 
 bool isMenu(int column);
-/// What the entry has of a column that is a menu.
+/// The code that the entry has in a column that is a menu.
 qint64 codeOf(int column, const morvane::MVAclEntry& entry);
 /// The choices of such a column; `list` is what the item's list can hold, or null.
 QList<MorvaneChoice> choicesOf(int column, const morvane::MVAclEntry& entry,

@@ -33,9 +33,9 @@ struct MorvaneAclBoxModel::State {
     QPointer<MorvaneAclModel> model;
     std::shared_ptr<MVAclEntry> entry;
     Nodes nodes;
-    /// Counts what was shown.
+    /// Is raised each time other boxes are shown.
     unsigned shown = 0;
-    // They go first.
+    // The boxes shown before are removed first.
     std::unique_ptr<MVObservation> ofEntry;
     std::vector<std::unique_ptr<MVObservation>> ofBoxes;
 };

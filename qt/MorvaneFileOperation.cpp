@@ -49,7 +49,7 @@ void MorvaneFileOperation::count(const morvane::MVItemCounts& counts) {
 void MorvaneFileOperation::finish(morvane::NSErrorRef error) {
     state_->error = MorvaneError(std::move(error));
     state_->isFinished = true;
-    // First, as a slot may delete it.
+    // This comes first, as a slot may delete the operation.
     deleteLater();
     Q_EMIT finished();
 }

@@ -66,7 +66,7 @@ class MORVANE_EXPORT MorvaneFileOperation : public QObject {
     const std::unique_ptr<State> state_;
 };
 
-/// One that brings something.
+/// An operation that has an answer.
 template <class Answer>
 class MorvaneAnswer final : public MorvaneFileOperation {
   public:
@@ -80,7 +80,7 @@ class MorvaneAnswer final : public MorvaneFileOperation {
     friend class MorvaneFileClient;
     explicit MorvaneAnswer(QObject* parent) : MorvaneFileOperation(parent) {}
 
-    // On its own, as what fills it may come after the end of the operation.
+    // It is held apart from the operation, as it may be filled after that has gone.
     const std::shared_ptr<std::optional<Answer>> answer_ =
         std::make_shared<std::optional<Answer>>();
 };

@@ -60,5 +60,5 @@ void useQtMainLoop() {
     static_cast<void>(isUsed);
 }
 
-// Before the program has begun anything that waits for the loop.
+// This runs before the program begins anything that waits for the loop.
 Q_COREAPP_STARTUP_FUNCTION(useQtMainLoop)

@@ -11,7 +11,7 @@
 #include <optional>
 #include <vector>
 
-/// Between the texts and places of the library and those of Qt.
+/// Converts the texts and URLs of the library to those of Qt and back.
 
 /// In the language of the user. What is not UTF-8 is replaced.
 inline QString shown(const morvane::Phrase& phrase) {
@@ -27,7 +27,7 @@ inline QStringList shownLosses(const std::vector<morvane::EntryLoss>& losses) {
 
 // A QUrl has the bytes of a path that are not UTF-8 as percent escapes, and is asked for them.
 
-/// Empty for what is not a whole URL.
+/// Returns nothing for a URL that is not whole.
 inline std::optional<morvane::NSURL> placeOf(const QUrl& url) {
     return morvane::NSURL::URLWithString(url.toEncoded().toStdString());
 }
