@@ -16,13 +16,8 @@ namespace {
 
 constexpr auto nobodysNumber = std::numeric_limits<std::uint32_t>::max();
 
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool sameName(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return lower(x) == lower(y); });
+    return inSmallLetters(a) == inSmallLetters(b);
 }
 
 std::string nameOfBox(const NSTreeNode& node) {

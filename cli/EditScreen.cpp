@@ -10,17 +10,6 @@
 
 namespace morvane {
 
-namespace {
-
-std::string lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return text;
-}
-
-}  // namespace
-
 EditScreen::EditScreen(AclEditor& editor, std::string title, const Style& style,
                        EditSources sources)
     : editor_(editor),
@@ -194,7 +183,7 @@ void EditScreen::find(const std::string& text) {
         static_cast<std::size_t>(std::find_if(all.begin(), all.end(), isChosen) - all.begin());
     for (std::size_t i = 1; i <= all.size(); ++i) {
         const auto& line = all[(start + i) % all.size()];
-        if (lower(textOf(line)).find(lower(found_)) == std::string::npos)
+        if (inSmallLetters(textOf(line)).find(inSmallLetters(found_)) == std::string::npos)
             continue;
         if (line.node)
             open_.insert(editor_.entries()[line.entry].get());

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ListDifference.h"
+#include "PosixListText.h"
 
 namespace morvane {
 
@@ -29,16 +30,6 @@ PosixList withoutMask(const PosixList& list) {
 
 bool isSame(const std::optional<PosixList>& a, const std::optional<PosixList>& b) {
     return a.has_value() == b.has_value() && (!a || withoutMask(*a) == withoutMask(*b));
-}
-
-bool isExecuted(const PosixList& list) {
-    const auto left = withoutMask(list);
-    auto all = left.owner | left.owningGroup | left.others;
-    for (const auto* named : {&left.users, &left.groups}) {
-        for (const auto& entry : *named)
-            all = all | entry.rights;
-    }
-    return (all & PosixExecute) != PosixNothing;
 }
 
 /// The first of the entries that differ, and how many more there are.

@@ -65,15 +65,8 @@ PosixAcl keepingHeldBack(PosixAcl shown, const PosixAcl& old) {
 }
 
 /// Whether "X" asks for execution: of a folder, and where somebody can execute.
-bool isExecuted(const PosixAcl& acl) {
-    const auto& list = acl.access;
-    const auto executes = [](const PosixNamedRights& named) {
-        return (named.rights & PosixExecute) != PosixNothing;
-    };
-    return acl.isDirectory ||
-           ((list.owner | list.owningGroup | list.others) & PosixExecute) != PosixNothing ||
-           std::any_of(list.users.begin(), list.users.end(), executes) ||
-           std::any_of(list.groups.begin(), list.groups.end(), executes);
+bool asksToExecute(const PosixAcl& acl) {
+    return acl.isDirectory || isExecuted(acl.access);
 }
 
 std::vector<PosixNamedRights>& namedOf(PosixList& list, TextEntry::Who who) {
@@ -108,14 +101,14 @@ void setIn(PosixAcl& acl, const TextEntry& entry, PosixRights rights) {
 PosixAcl withEntriesSet(const PosixLists& lists, const std::vector<TextEntry>& entries) {
     const auto all = [&](PosixAcl acl) {
         for (const auto& entry : entries)
-            setIn(acl, entry, rightsFor(entry, isExecuted(lists.shown)));
+            setIn(acl, entry, rightsFor(entry, asksToExecute(lists.shown)));
         return acl;
     };
     const auto exact = all(lists.stored);
     auto acl = keepingHeldBack(all(lists.shown), lists.stored);
     for (const auto& entry : entries) {
         if (entry.who != TextEntry::Who::mask)
-            setIn(acl, entry, rightsFor(entry, isExecuted(lists.shown)));
+            setIn(acl, entry, rightsFor(entry, asksToExecute(lists.shown)));
     }
     for (const auto& entry : entries) {
         if (entry.who == TextEntry::Who::mask && entry.isDefault)

@@ -111,6 +111,18 @@ std::string linesOfList(const PosixList& list, const std::string& prefix) {
 
 }  // namespace
 
+bool isExecuted(const PosixList& list) {
+    const auto executes = [](PosixRights rights) {
+        return (rights & PosixExecute) != PosixNothing;
+    };
+    const auto namedExecutes = [&](const PosixNamedRights& named) {
+        return executes(list.counting(named.rights));
+    };
+    return executes(list.owner | list.effective(list.owningGroup) | list.others) ||
+           std::any_of(list.users.begin(), list.users.end(), namedExecutes) ||
+           std::any_of(list.groups.begin(), list.groups.end(), namedExecutes);
+}
+
 PosixRights rightsFor(const TextEntry& entry, bool isExecuted) {
     return entry.executesWhereExecuted && isExecuted ? entry.rights | PosixExecute : entry.rights;
 }

@@ -29,6 +29,9 @@ struct TextEntry {
     bool executesWhereExecuted = false;
 };
 
+/// Whether somebody can execute the item by its list.
+bool isExecuted(const PosixList& list);
+
 /// The rights that an entry asks for, depending on whether somebody can execute the item.
 PosixRights rightsFor(const TextEntry& entry, bool isExecuted);
 

@@ -65,6 +65,15 @@ std::string formatted(const char* format, unsigned value) {
 
 }  // namespace
 
+std::string inSmallLetters(std::string_view text) {
+    std::string small(text);
+    for (char& c : small) {
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    }
+    return small;
+}
+
 std::string escaped(std::string_view bytes) {
     std::string result;
     while (!bytes.empty()) {

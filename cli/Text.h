@@ -19,6 +19,9 @@ std::string escaped(std::string_view bytes);
 
 bool isUtf8(std::string_view bytes);
 
+/// Returns `text` with the letters of ASCII made small.
+std::string inSmallLetters(std::string_view text);
+
 /// How many columns `text` takes on a terminal.
 std::size_t columnsOf(std::string_view text);
 
