@@ -106,7 +106,7 @@ class Language(unittest.TestCase):
         shown = self.run_morvane(language, "--help")
         self.assertEqual((shown.returncode, shown.stderr), (0, ""))
         self.assertIn(texts.gettext("Usage") + ": morvane", shown.stdout)
-        self.assertIn(texts.gettext("List a folder in its own order"), shown.stdout)
+        self.assertIn(texts.gettext("List folders, each in its own order"), shown.stdout)
         edit = self.run_morvane(language, "help", "edit")
         self.assertIn(texts.gettext("Switches it off."), edit.stdout)
         self.assertLessEqual(max(map(len, edit.stdout.splitlines())), 80)
