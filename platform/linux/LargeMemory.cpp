@@ -61,8 +61,9 @@ class SpareMemory {
     }
 
   private:
-    /// A reply of 100,000 objects takes this: a message of 8 MB and objects of 10 MB, and a little.
-    static constexpr std::size_t most = std::size_t{24} << 20;
+    /// A message of 100,000 objects takes this. The objects take more, which a process does not
+    /// keep for the rest of its life.
+    static constexpr std::size_t most = std::size_t{8} << 20;
     struct Piece {
         void* memory = nullptr;
         std::size_t size = 0;

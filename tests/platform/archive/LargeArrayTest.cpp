@@ -439,7 +439,7 @@ std::size_t sizeOfThisProcess() {
 }
 
 TEST(LargeMemory, OfWhatWasReleasedALittleIsKeptForTheNext) {
-    constexpr std::size_t kept = std::size_t{24} << 20;
+    constexpr std::size_t kept = std::size_t{8} << 20;
     const auto before = sizeOfThisProcess();
     std::vector<void*> pieces(40);
     for (auto& piece : pieces)
