@@ -198,9 +198,10 @@ TEST_P(CataloguesTest, BoxesHaveNamesOfTheirOwnWithoutCommas) {
 TEST_P(CataloguesTest, ItSaysThatItIsToBeReviewedAndHasNoDraftOfATranslation) {
     std::ifstream file(std::string(MORVANE_PO) + "/" + GetParam() + ".po");
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    EXPECT_THAT(text, testing::HasSubstr("# To be reviewed: "));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("fuzzy")));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("\n#~")));
+    // (A failure does not print the catalogue.)
+    EXPECT_NE(text.find("# To be reviewed: "), text.npos);
+    EXPECT_EQ(text.find("fuzzy"), text.npos);
+    EXPECT_EQ(text.find("\n#~"), text.npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, CataloguesTest, testing::ValuesIn(languages()),
