@@ -5,8 +5,6 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:
                     -Wconversion -Wno-sign-conversion
                     # GCC 12 warns of its own std::string operator+ at -O3.
                     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
-# Nobody else's function takes the place of the library's, so a call within a file may become a part of its caller.
-add_compile_options($<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-semantic-interposition>)
 if(CMAKE_UNITY_BUILD)
     # Several files are compiled as one, which takes half the time. (The preset dev compiles each by
     # itself: what a file forgot to include shows there.) Their unnamed namespaces are in no header.
