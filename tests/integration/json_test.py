@@ -141,9 +141,12 @@ class Commands(Documents):
         self.assertEqual(events[-1]["total"], 3000)
 
     def test_long_work_says_how_far_it_is(self):
-        printed = self.lines("size", "--json-lines", *["/usr"] * 8)
+        much = os.path.join(self.folder, b"much")
+        for i in range(1000):
+            os.makedirs(os.path.join(much, b"%d" % i))
+        printed = self.lines("size", "--json-lines", *[much] * 1000)
         self.assertEqual(printed[0]["event"], "progress")
-        self.assertEqual(printed[0]["of"], 8)
+        self.assertEqual(printed[0]["of"], 1000)
 
     def test_every_kind_of_item_is_listed_with_what_it_is(self):
         os.symlink(b"nowhere", os.path.join(self.folder, b"link"))

@@ -20,7 +20,7 @@ def begin_session(launcher=()):
     folder = tempfile.mkdtemp()  # is the home as well: nobody's settings count
     atexit.register(subprocess.run, ["rm", "-rf", folder], check=True)
     os.chmod(folder, 0o777)
-    os.environ.update({"HOME": folder, "XDG_RUNTIME_DIR": os.path.join(folder, "runtime"),
+    os.environ.update({"HOME": folder, "XDG_CACHE_HOME": folder, "XDG_RUNTIME_DIR": os.path.join(folder, "runtime"),
                        "GSETTINGS_BACKEND": "memory", "GDK_BACKEND": "x11", "GSK_RENDERER": "cairo"})
     subprocess.run([*launcher, "mkdir", "--mode=700", os.environ["XDG_RUNTIME_DIR"]], check=True)
     # In a process namespace of its own, a server takes the displays of others for those of dead ones, and they take its own.
