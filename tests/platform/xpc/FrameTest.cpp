@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <future>
 
 #include "platform/fake/FakeStreamSocket.h"
@@ -277,14 +278,13 @@ TEST(FrameParser, ReadsRepliesOfAnySizeOneAfterTheOther) {
         EXPECT_EQ(message->id, id);
         NSData expected;
         for (std::size_t at = 0; at < bytes.size(); at += FrameHeader::size + limits::frameSize) {
-            const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(at + FrameHeader::size);
+            const auto* begin = bytes.data() + at + FrameHeader::size;
             const auto left = bytes.size() - at - FrameHeader::size;
             expected.insert(expected.end(), begin,
-                            begin + static_cast<std::ptrdiff_t>(
-                                        std::min<std::size_t>(left, limits::frameSize)));
+                            begin + std::min<std::size_t>(left, limits::frameSize));
         }
-        EXPECT_TRUE(std::equal(message->body.begin(), message->body.end(), expected.begin(),
-                               expected.end()));
+        ASSERT_EQ(message->body.size(), expected.size());
+        EXPECT_EQ(std::memcmp(message->body.data(), expected.data(), expected.size()), 0);
     }
 }
 
