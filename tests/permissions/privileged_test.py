@@ -47,10 +47,10 @@ class Privileged(unittest.TestCase):
         self.addCleanup(program.__exit__)
         return program, started
 
-    def edit(self, answer):
-        program, started = self.start([WINDOW, *self.files], answer)
+    def let_everyone_write(self, answer, paths, title):
+        program, started = self.start([WINDOW, *paths], answer)
         program.wait_for("check box", "Read")
-        program.wait_for_window("2 Items")
+        program.wait_for_window(title)
         program.press("End")
         wait_until(lambda: not program.find("check box", "Write").has("CHECKED"), "the boxes of everyone")
         program.click_on("check box", "Write")
@@ -58,7 +58,7 @@ class Privileged(unittest.TestCase):
         return program, started
 
     def test_several_files_are_changed_as_administrator_after_one_prompt(self):
-        program, started = self.edit("allow")
+        program, started = self.let_everyone_write("allow", self.files, "2 Items")
         program.wait_for("label", "The permissions were changed.")
         started.stop_agent()
         self.assertEqual(len(started.prompts), 1)
@@ -67,13 +67,7 @@ class Privileged(unittest.TestCase):
 
     def test_a_list_is_read_changed_and_asked_about_as_administrator_after_one_prompt(self):
         os.chmod(self.folder, 0o700)
-        program, started = self.start([WINDOW, self.files[0]], "allow")
-        program.wait_for("check box", "Read")
-        program.wait_for_window("first")
-        program.press("End")
-        wait_until(lambda: not program.find("check box", "Write").has("CHECKED"), "the boxes of everyone")
-        program.click_on("check box", "Write")
-        program.wait_for("push button", "Apply", lambda button: button.has("SENSITIVE")).click()
+        program, started = self.let_everyone_write("allow", self.files[:1], "first")
         program.wait_for("label", "The permissions were changed.")
         self.assertIn("other::rw-\n", getfacl(self.files[0]))
         program.do("win.access")
@@ -84,7 +78,7 @@ class Privileged(unittest.TestCase):
         self.assertEqual(len(started.prompts), 1)
 
     def test_a_refused_prompt_is_told_and_nothing_is_changed(self):
-        program, started = self.edit("deny")
+        program, started = self.let_everyone_write("deny", self.files, "2 Items")
         program.wait_for_window("The Permissions Cannot Be Changed")
         wait_until(lambda: any(label.name.startswith("first: ") and "second: " in label.name
                                for window in program.windows() for label in window.all() if label.role == "label"),
