@@ -58,6 +58,7 @@ private double place_of(Gtk.Widget widget, Gtk.Window window) {
 
 private void look_at(Permissions.Application application, File file) {
     var window = new Permissions.Window(application, new Permissions.Items(new Morvane.FileClient(), { file, file.get_parent() }));
+    wait_until(() => find(window, typeof(Gtk.CheckButton)) != null);  // The lists are read.
     draw(window);
     look_for_cut_texts(window);
 
