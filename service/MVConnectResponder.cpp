@@ -5,9 +5,6 @@
 
 namespace morvane {
 
-MVFileRequest::~MVFileRequest() = default;
-MVFileResponse::~MVFileResponse() = default;
-
 const NSClass& MVConnectResponder::classObject() {
     static const NSClass c{"MVConnectResponder", &NSObject::classObject(), nullptr};
     return c;
