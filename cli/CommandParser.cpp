@@ -15,7 +15,8 @@
 namespace morvane {
 
 namespace {
-std::string footer(bool endsLikeDiff) {
+
+std::string exitStatuses(bool endsLikeDiff) {
     constexpr std::size_t columns = 92;
     std::string text;
     const auto statuses =
@@ -125,13 +126,17 @@ class Parser {
     explicit Parser(const std::string& version)
         : app_(say("Shows who may do what with files and folders, and how large they are."),
                "morvane") {
+        // Made once: it takes its time, and stands below the help of each command.
+        const auto footer = exitStatuses(false);
+        const auto footerLikeDiff = exitStatuses(true);
         describe(app_, commonOptions(), "morvane " + version);
+        app_.footer(footer);
         app_.require_subcommand(1);
         for (const auto& row : commandTable()) {
             auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
             command->group(say("Subcommands"));
             describe(*command, row.options, "morvane " + version);
-            command->footer(footer(row.endsLikeDiff));
+            command->footer(row.endsLikeDiff ? footerLikeDiff : footer);
         }
     }
 
@@ -204,7 +209,6 @@ class Parser {
         app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
         app.set_version_flag("--version", version, say("Print the version and exit"))
             ->disable_flag_override();
-        app.footer(footer(false));
         for (const auto& row : options)
             addOption(app, row);
         for (const auto& row : options)
