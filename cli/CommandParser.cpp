@@ -123,27 +123,27 @@ std::string reasonAgainstWord(const OptionRow& row, const std::string& word) {
 /// The parser for the whole table.
 class Parser {
   public:
-    explicit Parser(const std::string& version)
-        : app_(say("Shows who may do what with files and folders, and how large they are."),
+    /// `words` are in reverse order. A command that is none of them has no options, which take
+    /// their time.
+    Parser(const std::string& version, std::vector<std::string> words)
+        : words_(std::move(words)),
+          app_(say("Shows who may do what with files and folders, and how large they are."),
                "morvane") {
-        // Made once: it takes its time, and stands below the help of each command.
-        const auto footer = exitStatuses(false);
-        const auto footerLikeDiff = exitStatuses(true);
-        describe(app_, commonOptions(), "morvane " + version);
-        app_.footer(footer);
+        describe(app_, commonOptions(), false, "morvane " + version);
         app_.require_subcommand(1);
         for (const auto& row : commandTable()) {
-            auto* const command = app_.add_subcommand(std::string(row.name), say(row.says));
+            const std::string name(row.name);
+            auto* const command = app_.add_subcommand(name, say(row.says));
             command->group(say("Subcommands"));
-            describe(*command, row.options, "morvane " + version);
-            command->footer(row.endsLikeDiff ? footerLikeDiff : footer);
+            if (std::find(words_.begin(), words_.end(), name) != words_.end())
+                describe(*command, row.options, row.endsLikeDiff, "morvane " + version);
         }
     }
 
     /// What is to be printed at once, or nothing if the words were understood.
     std::optional<Outcome> parse(int argc, const char* const* argv) {
         try {
-            app_.parse(wordsForParser(argc, argv));
+            app_.parse(words_);
             return std::nullopt;
         } catch (const CLI::ParseError& stop) {
             std::ostringstream output;
@@ -198,7 +198,7 @@ class Parser {
         return commands.empty() ? std::string() : commands.front()->get_name();
     }
 
-    static void describe(CLI::App& app, const std::vector<OptionRow>& options,
+    static void describe(CLI::App& app, const std::vector<OptionRow>& options, bool endsLikeDiff,
                          const std::string& version) {
         for (const char* label :
              {translatable("Usage"), translatable("OPTIONS"), translatable("SUBCOMMAND"),
@@ -209,6 +209,7 @@ class Parser {
         app.set_help_flag("-h,--help", say("Print this help and exit"))->disable_flag_override();
         app.set_version_flag("--version", version, say("Print the version and exit"))
             ->disable_flag_override();
+        app.footer(exitStatuses(endsLikeDiff));
         for (const auto& row : options)
             addOption(app, row);
         for (const auto& row : options)
@@ -251,6 +252,7 @@ class Parser {
         return withQuestion(say("there is no option '%1'", escaped(option)), option, names);
     }
 
+    std::vector<std::string> words_;
     CLI::App app_;
 };
 
@@ -275,14 +277,14 @@ std::size_t OptionValues::number(std::string_view name) const {
 
 std::variant<Outcome, ParsedWords> parseWords(int argc, const char* const* argv,
                                               const std::string& version) {
-    Parser parser(version);
+    Parser parser(version, wordsForParser(argc, argv));
     if (auto outcome = parser.parse(argc, argv))
         return *outcome;
     return parser.words();
 }
 
 std::string helpOfCommand(const std::string& command) {
-    return Parser({}).help(command);
+    return Parser({}, {command}).help(command);
 }
 
 Outcome pointedToHelp(Outcome outcome, std::string_view command) {
