@@ -94,7 +94,7 @@ void SizeWalker::walk(Index path) {
 SizeWalker::Index SizeWalker::meet(const TreeFolder& in, const char* name) {
     const auto& state = states_[in.part()];
     // Only what is right inside the folder of a sum is called as the paths tell.
-    if (indexes_.empty() || in.depth() != state.depth)
+    if (indexes_.empty() || in.depth() != state.depth || state.depth == mostWithin)
         return in.part();
     auto path = paths_[in.part()];
     if (!path.ends_with('/'))
@@ -156,25 +156,11 @@ void SizeWalker::addBytes(std::int64_t bytes, Index to, Index end) {
 
 void SizeWalker::addLinked(const struct statx& status, Index to) {
     const std::lock_guard lock(mutex_);
-    const auto [first, last] = hardLinks_.equal_range(status.stx_ino);
-    auto end = none_;
-    for (auto each = first; each != last; ++each) {
-        const auto counted = common(each->second, to);
-        if (end == none_ || states_[counted].depth > states_[end].depth)
-            end = counted;
-        if (end == to)
-            return;
-    }
-    hardLinks_.emplace(status.stx_ino, to);
+    // A sum that has counted it is only within others that have.
+    auto end = to;
+    while (end != none_ && hardLinks_.insert({status.stx_ino, end}).second)
+        end = states_[end].within;
     addBytes(sizeOf(status), to, end);
-}
-
-SizeWalker::Index SizeWalker::common(Index a, Index b) const {
-    while (a != b) {
-        auto& deeper = states_[a].depth < states_[b].depth ? b : a;
-        deeper = states_[deeper].within;
-    }
-    return a;
 }
 
 }  // namespace morvane

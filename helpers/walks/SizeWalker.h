@@ -4,10 +4,12 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "ItemPath.h"
@@ -28,14 +30,17 @@
 /// The paths are walked in their order. A folder that is right inside one of the others, as their
 /// paths tell, is added up along with that one, so that a tree of paths is walked once.
 ///
-/// Two threads walk; memory grows with the depth of the tree and the number of names that
-/// hard-linked files have. One thread runs a walker; cancel() and what tells how far it is may be
+/// Two threads walk; memory grows with the depth of the tree and with the number of hard-linked
+/// files in each path. One thread runs a walker; cancel() and what tells how far it is may be
 /// called from any.
 namespace morvane {
 
 class SizeWalker final : private TreeVisitor {
   public:
     static constexpr std::int64_t unknown = -1;
+    /// A folder that is inside so many of the others in one another begins a walk of its own: each
+    /// of them notes which linked files it has counted.
+    static constexpr std::size_t mostWithin = 16;
 
     struct Sum {
         /// Unknown before it is begun, and where the item itself could not be read.
@@ -73,6 +78,18 @@ class SizeWalker final : private TreeVisitor {
         std::size_t depth = 0;
     };
 
+    /// A file with several names, by its inode: all that a walk meets are of one file system.
+    struct CountedLink {
+        std::uint64_t inode;
+        Index sum;
+        bool operator==(const CountedLink&) const = default;
+    };
+    struct CountedLinkHash {
+        std::size_t operator()(const CountedLink& link) const noexcept {
+            return std::hash<std::uint64_t>()(link.inode + (std::uint64_t{link.sum} << 40));
+        }
+    };
+
     void walk(Index path);
     /// A sum that is neither begun nor done, of the sub-folder called `name`; `in.part()` if none
     /// is asked for.
@@ -86,9 +103,6 @@ class SizeWalker final : private TreeVisitor {
     void addBytes(std::int64_t bytes, Index sum, Index end);
     /// The same for one name of a hard-linked file, unless it has been met before.
     void addLinked(const struct statx& status, Index sum);
-    /// The nearest sum that both are within.
-    Index common(Index a, Index b) const;
-
     const std::vector<std::string> paths_;
     const PathRule rule_;
     std::unordered_map<std::string_view, Index> indexes_;
@@ -103,9 +117,8 @@ class SizeWalker final : private TreeVisitor {
     mutable std::mutex mutex_;
     /// The sums of this walk.
     std::vector<Index> met_;
-    /// In which sums a hard-linked file was met, by its inode: all are of one file system. Those
-    /// that these are within are not noted, so that memory does not grow with how deep they are.
-    std::unordered_multimap<std::uint64_t, Index> hardLinks_;
+    /// Which hard-linked files each sum has counted.
+    std::unordered_set<CountedLink, CountedLinkHash> hardLinks_;
 };
 
 }  // namespace morvane

@@ -343,6 +343,23 @@ TEST_F(SizeWalkerTest, AHardLinkedFileCountsOnceWithinEachOfTheFoldersInsideOneA
     EXPECT_EQ(sizes, counted(paths));
 }
 
+TEST_F(SizeWalkerTest, ManyFoldersInsideOneAnotherHaveTheirSumsInAFewWalks) {
+    constexpr std::size_t depth = 3 * SizeWalker::mostWithin;
+    std::vector<fs::path> paths{folder};
+    for (std::size_t i = 0; i < depth; ++i) {
+        paths.push_back(paths.back() / "in");
+        fs::create_directory(paths.back());
+        std::ofstream(paths.back() / "file") << "text";
+        fs::create_hard_link(paths.back() / "file", paths.back() / "again");
+        fs::create_hard_link(paths[1] / "file", paths.back() / "of the first");
+    }
+    SizeWalker walker({paths.begin(), paths.end()});
+    EXPECT_EQ(sizesOf(walker), counted(paths));
+    SizeWalker one({folder});
+    one.run();
+    EXPECT_LE(walker.items(), 3 * one.items());
+}
+
 TEST_F(SizeWalkerTest, AFolderThatWasNotReachedFromTheOneItIsInCountsAsOneFailure) {
     write("open/file", 10);
     write("open/closed/file", 100);
