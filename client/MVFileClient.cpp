@@ -122,9 +122,9 @@ bool asksAgain(Renaming& renaming, const MVFileRenames& answer) {
 }
 
 /// Returns whether somebody else may change an item that has failed. The error itself is about one
-/// of them, which perhaps nobody may.
+/// of them, which perhaps nobody may. What was cancelled is not to be done by anybody.
 bool isRefusedForSome(const NSErrorRef& error) {
-    if (!error)
+    if (!error || (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED))
         return false;
     if (isPermissionError(error))
         return true;

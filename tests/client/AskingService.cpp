@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/MVFileResponse.h>
+#include <MorvaneOperation/MVItemFailures.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
 #include <cerrno>
@@ -11,7 +12,8 @@
 #include "EveryMessage.h"
 
 /// The sizes of "/N" are N bytes so far, and again and again, until the client says no; so long a
-/// list is propagated, too. Lists and folders are empty, and answered at once.
+/// list is propagated, too, which "/refused" refuses to be. Lists and folders are empty, and
+/// answered at once.
 namespace {
 
 using namespace morvane;
@@ -45,8 +47,8 @@ class Sum : public std::enable_shared_from_this<Sum> {
 
 class Propagation : public std::enable_shared_from_this<Propagation> {
   public:
-    Propagation(std::shared_ptr<NSXPCConnection> client, NSXPCReply<NSErrorRef> reply)
-        : client_(std::move(client)), reply_(std::move(reply)) {}
+    Propagation(std::shared_ptr<NSXPCConnection> client, NSURL url, NSXPCReply<NSErrorRef> reply)
+        : client_(std::move(client)), url_(std::move(url)), reply_(std::move(reply)) {}
 
     void ask() {
         client_
@@ -55,12 +57,19 @@ class Propagation : public std::enable_shared_from_this<Propagation> {
             ->progressWithReply([self = shared_from_this()](bool goesOn) {
                 if (goesOn)
                     return self->ask();
-                self->reply_(NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED));
+                auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED);
+                if (self->url_.path() == "/refused") {
+                    const auto refused = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES,
+                                                                  {{NSURLErrorKey, self->url_}});
+                    error = errorWithFailures(error, {{refused}, {0, 1}});
+                }
+                self->reply_(std::move(error));
             });
     }
 
   private:
     const std::shared_ptr<NSXPCConnection> client_;
+    const NSURL url_;
     const NSXPCReply<NSErrorRef> reply_;
 };
 
@@ -72,10 +81,10 @@ class AskingService final : public UnansweredRequests {
         if (const auto client = client_.lock())
             std::make_shared<Sum>(client, urls.at(0), std::move(reply))->ask();
     }
-    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL,
+    void propagateAclEntries(std::vector<std::shared_ptr<MVAclEntry>>, NSURL url,
                              NSXPCReply<NSErrorRef> reply) override {
         if (const auto client = client_.lock())
-            std::make_shared<Propagation>(client, std::move(reply))->ask();
+            std::make_shared<Propagation>(client, std::move(url), std::move(reply))->ask();
     }
     void getAclEntriesWithUrl(
         NSURL, NSXPCReply<std::vector<std::shared_ptr<MVAclEntry>>, NSErrorRef> reply) override {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/MVItemFailures.h>
+
 #include <atomic>
 #include <map>
 
@@ -65,6 +67,21 @@ TEST_F(ClientCancel, WhatWasCancelledBeforeItBeganIsNotSent) {
     ASSERT_FALSE(acl);
     expectCancelled(acl.error());
     EXPECT_EQ(connectors(), 0);
+}
+
+TEST_F(ClientCancel, APropagationThatWasRefusedForSomeIsNotGoneOnWith) {
+    std::stop_source stop;
+    std::optional<NSErrorRef> answer;
+    client->propagateAcl(*read("/refused"),
+                         {.privilege = MVPrivilege::whenRefused, .stop = stop.get_token()},
+                         [&](NSErrorRef error) { answer = std::move(error); });
+    EXPECT_TRUE(read(folder));  // The service has begun.
+    stop.request_stop();
+    ASSERT_TRUE(loop.runUntil([&] { return answer.has_value(); }));
+    expectCancelled(*answer);
+    EXPECT_FALSE((*answer)->userInfo().contains(NSUnderlyingErrorKey)) << "asked for again";
+    EXPECT_EQ(failuresOfError(**answer).counts, (MVItemCounts{0, 1}));
+    EXPECT_EQ(services->calls.size(), 0u);
 }
 
 TEST_F(ClientCancel, WhatIsCancelledAfterItsEndIsDone) {
