@@ -8,6 +8,7 @@
 
 #include "EditedItem.h"
 #include "Failure.h"
+#include "FileFacts.h"
 #include "ItemWalk.h"
 #include "JsonDocument.h"
 #include "ListText.h"
@@ -269,8 +270,9 @@ std::string ListChanging::closingLine() const {
 }
 
 void ListChanging::compareFlags(const std::string& path, const std::string& told) {
-    const auto seen = told.empty() ? std::nullopt : parts_.facts(path);
-    if (!seen)
+    const auto seen = told.empty() ? std::nullopt : factsOfNamed(path, parts_.facts);
+    // The list is that of what a link leads to.
+    if (!seen || seen->kind() == std::string_view("link"))
         return;
     const auto has = seen->flagsText();
     const auto lacks = [&](std::size_t i) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "Failure.h"
+#include "FileFacts.h"
 #include "ItemWalk.h"
 #include "JsonDocument.h"
 #include "ListText.h"
@@ -25,7 +26,7 @@ Outcome runSave(const SaveOptions& options, const ChangeParts& parts) {
         failures.push_back(jsonOfFailedItem(path, error->localizedDescription()));
     };
     const auto flagsOf = [&](const std::string& path) {
-        const auto seen = parts.facts(path);
+        const auto seen = factsOfNamed(path, parts.facts);
         return seen ? seen->flagsText() : std::string();
     };
     const auto save = [&](const std::string& path, bool) {

@@ -220,6 +220,16 @@ class Files(Trees):
                          said="morvane: 'one/sub' lacks the setuid, setgid or sticky bit that its list tells of.\n"
                               "  They are no part of a list, and stay as they are; chmod sets them.\n")
 
+    def test_flags_of_a_link_that_is_named_are_those_of_its_folder(self):
+        self.tool("chmod", "g+s", "one/sub")
+        self.tool("ln", "-s", "one/sub", "to folder")
+        self.tool("ln", "-s", "one/plain", "to file")
+        self.run_morvane("acl", "to folder", "--save", "saved")
+        self.assertEqual(self.run_morvane("acl", "to folder", "--save", "-").stdout.count("# flags: -s-\n"), 1)
+        self.run_morvane("acl", "--restore", "saved")
+        self.tool("chmod", "u+s", "one/plain")
+        self.run_morvane("acl", "--restore", "-", text=self.tool("getfacl", "to file"))
+
     def test_lists_and_json_are_not_both_written_to_standard_output(self):
         result = self.run_morvane("acl", "one", "--save", "-", "--json", status=2)
         self.assertIn("the lists and --json would both be on standard output; name a file behind --save",
