@@ -8,7 +8,7 @@ public class Propagation : Object {
     public uint64 failed { get; private set; }
     /* The last error; null if all was done. */
     public string? problem { get; private set; default = null; }
-    /* Why the right of an administrator was not obtained; null if it was, or was not needed. */
+    /* Why there was no administrator's right, or no helper; null if there were both, or neither was needed. */
     public string? refusal { get; private set; default = null; }
     /* Whether the user has ended the work. */
     public bool was_stopped { get; private set; default = false; }
@@ -30,7 +30,8 @@ public class Propagation : Object {
                 was_stopped = (error is Morvane.Error.DISMISSED) || (error is IOError.CANCELLED);
                 if (!was_stopped)
                     problem = error.message;
-                if ((error is Morvane.Error.DENIED) || (error is Morvane.Error.NOBODY_TO_ASK))
+                // Others are about the items.
+                if (!was_stopped && (error is Morvane.Error) && !(error is Morvane.Error.LOSSES))
                     refusal = error.message;
             }
             for (uint i = 0; i != progress.failures.get_n_items(); ++i)

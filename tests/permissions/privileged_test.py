@@ -110,6 +110,16 @@ class Privileged(unittest.TestCase):
             if answer == "deny":
                 program.wait_for("label", "Authorization rights error: The authorization was denied.")
             program.process.kill()
+            program.process.wait()  # It is the only one on its bus.
+
+    def test_a_propagation_tells_what_failed_before_the_helper_was_found_missing(self):
+        subprocess.run(["chown", f"{rigs.USER}:{rigs.USER}", self.folder], check=True)
+        RIG.stop_helper()
+        self.addCleanup(RIG.start_helper)
+        program = self.propagate("allow")
+        program.wait_for("label", "2 items keep what they have:")
+        program.wait_for("label", "Privileged job install error: The specified path does not exist or the helper tool at "
+                                  "the specified path is not valid.")
 
     def test_what_a_propagation_could_not_change_is_listed_and_all_else_is_changed(self):
         # Not even root may change one that is immutable.
