@@ -226,7 +226,8 @@ void NSKeyedArchiver::appendObject(const NSObject* value) {
     const auto& c = value->objectClass();
     if (isNew) {
         state.objects.push_back(State::unwritten);
-        if (c.plainCoding && state.list.large()) {
+        if (c.plainCoding && c.plainCoding->fields.size() <= NSPlainCoding::mostFields &&
+            state.list.large()) {
             const auto dictionary = state.plain.write(state.list, *value, c, uid,
                                                       [&] { return state.classReference(c); });
             state.objects[uid] = dictionary;

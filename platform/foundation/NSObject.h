@@ -26,6 +26,7 @@ struct NSPlainCoding {
         std::string_view key;
         Kind kind;
     };
+    /// Objects of a class that has more are coded one by one.
     static constexpr std::size_t mostFields = 7;
     /// The values in the order of the fields; booleans are 0 and 1.
     using Values = std::array<std::int64_t, mostFields>;

@@ -33,7 +33,8 @@ class NSKeyedUnarchiver::State::PlainElements {
         const auto& value = dictionary.value;
         const auto& fields = c.plainCoding->fields;
         // In the order of writing, and the class last.
-        if (&state_.classOf(dictionary, allowed, key) != &c || value.count != fields.size() + 1)
+        if (fields.size() > NSPlainCoding::mostFields || value.count != fields.size() + 1 ||
+            &state_.classOf(dictionary, allowed, key) != &c)
             return;
         for (std::uint32_t i = 0; i < fields.size(); ++i) {
             if (!(list.text(value, i) == fields[i].key))

@@ -70,6 +70,55 @@ class Sized final : public NSObject {
     }
 };
 
+/// One of more fields than can be written and read together.
+class Wide final : public NSObject {
+  public:
+    explicit Wide(std::int64_t n) : number(n) {}
+    const std::int64_t number;
+
+    static constexpr NSPlainCoding::Field fields[] = {
+        {"a", NSPlainCoding::Kind::integer}, {"b", NSPlainCoding::Kind::integer},
+        {"c", NSPlainCoding::Kind::integer}, {"d", NSPlainCoding::Kind::integer},
+        {"e", NSPlainCoding::Kind::integer}, {"f", NSPlainCoding::Kind::integer},
+        {"g", NSPlainCoding::Kind::integer}, {"h", NSPlainCoding::Kind::integer}};
+    static_assert(std::size(fields) > NSPlainCoding::mostFields);
+
+    static const NSClass& classObject() {
+        static constexpr NSPlainCoding coding{
+            fields, [](const NSObject&, NSPlainCoding::Values&) { ADD_FAILURE(); },
+            [](NSKeyedUnarchiver&, const NSPlainCoding::Values&) {
+                ADD_FAILURE();
+                return std::shared_ptr<NSObject>();
+            }};
+        static const NSClass c{"Wide", &NSObject::classObject(),
+                               [](NSKeyedUnarchiver& coder) -> std::shared_ptr<NSObject> {
+                                   return coder.makeObject<Wide>(coder.decodeInt64("h"));
+                               },
+                               false, &coding};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+    void encodeWithCoder(NSKeyedArchiver& coder) const override {
+        for (const auto& field : fields)
+            coder.encodeInt64(number, field.key);
+    }
+};
+
+TEST(LargeArray, OfObjectsOfMoreFieldsThanAreReadTogetherIsReadOneByOne) {
+    std::vector<std::shared_ptr<Wide>> all;
+    for (std::int64_t i = 0; i < 40000; ++i)
+        all.push_back(std::make_shared<Wide>(i));
+    NSKeyedArchiver archiver;
+    archiver.encodeObjects(all, "all");
+    const auto archive = archiver.finishEncoding();
+    NSKeyedUnarchiver unarchiver(archive);
+    const auto copies =
+        unarchiver.decodeObjects<Wide>("all", {&NSArrayClass, &Wide::classObject()});
+    ASSERT_EQ(copies.size(), all.size());
+    for (std::size_t i = 0; i < copies.size(); ++i)
+        ASSERT_EQ(copies[i]->number, static_cast<std::int64_t>(i));
+}
+
 TEST(LargeArray, OfSeveralMegabytesIsOutlivedByAnyOfItsObjects) {
     std::vector<std::shared_ptr<Sized>> sizes;
     for (std::int64_t i = 0; i < 100000; ++i)
