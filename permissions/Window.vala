@@ -253,8 +253,13 @@ public class Window : Adw.ApplicationWindow {
             yield tell(this, _("The Permissions Cannot Be Changed"), problems);
         if (problems != null)
             return false;
-        toasts.add_toast(new Adw.Toast(_("The permissions were changed.")) { timeout = 3 });
+        tell_done(_("The permissions were changed."));
         return true;
+    }
+
+    /* For ten seconds: some read slowly, or hear it read after something else. */
+    private void tell_done(string text) {
+        toasts.add_toast(new Adw.Toast(text) { timeout = 10 });
     }
 
     private void propagate_all() {
@@ -281,7 +286,7 @@ public class Window : Adw.ApplicationWindow {
         else if (work.problem != null)
             yield tell(this, _("Not Everything Was Changed"), work.problem);
         else if (!work.was_stopped)
-            toasts.add_toast(new Adw.Toast(_("Everything inside has its permissions.")) { timeout = 3 });
+            tell_done(_("Everything inside has its permissions."));
     }
 
     private void show_access() {

@@ -118,11 +118,16 @@ class Program:
         desktop = Atspi.get_desktop(0)
         for i in range(desktop.get_child_count()):
             application = desktop.get_child_at_index(i)
-            if application and application.get_process_id() == self.process.pid:
+            try:
+                if not application or application.get_process_id() != self.process.pid:
+                    continue
                 application.set_cache_mask(Atspi.Cache.NONE)  # nobody looks at what has changed
                 application.clear_cache()
                 # A window that has never had the focus is told as the application itself.
-                yield from (window for window in Seen(application).children() if window.role != "application")
+                windows = [window for window in Seen(application).children() if window.role != "application"]
+            except GLib.Error:
+                continue  # it has gone meanwhile
+            yield from windows
 
     def all(self, role, name, check=lambda widget: True):
         """Such widgets, those of the newest window first; those of any role for None."""
@@ -188,9 +193,18 @@ class Program:
 
     def rows(self, table):
         """The texts of the rows of a table, those of a row in one list."""
-        widget = self.find("list", table)
-        return [label.name.split("; ") for row in (widget.children() if widget else ())
-                for label in row.all() if label.role == "label"]
+        rows = []
+
+        def look():
+            widget = self.find("list", table)
+            try:
+                rows[:] = [label.name.split("; ") for row in (widget.children() if widget else ())
+                           for label in row.all() if label.role == "label"]
+            except GLib.Error:
+                return False  # one of them has gone meanwhile
+            return True
+        wait_until(look, f"the rows of {table}")
+        return rows
 
     @staticmethod
     def press(*keys):

@@ -68,7 +68,7 @@ class Privileged(unittest.TestCase):
     def test_a_list_is_read_changed_and_asked_about_as_administrator_after_one_prompt(self):
         os.chmod(self.folder, 0o700)
         program, started = self.let_everyone_write("allow", self.files[:1], "first")
-        program.wait_for("label", "The permissions were changed.")
+        program.wait_for("push button", "Apply", lambda button: not button.has("SENSITIVE"))
         self.assertIn("other::rw-\n", getfacl(self.files[0]))
         program.do("win.access")
         program.wait_for_window("What Can They Do?")
