@@ -47,8 +47,10 @@ Json jsonOfError(const Outcome& outcome) {
     if (why.starts_with(program))
         why.erase(0, program.size());
     Json advice = Json::array();
-    for (std::string line; std::getline(lines, line);)
-        advice.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with(program))  // which another item's failure begins with
+            advice.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+    }
     const auto& error = outcome.error;
     return {{"message", why},
             {"advice", std::move(advice)},

@@ -147,13 +147,24 @@ std::string textOf(const PropagateOptions& options, const MVItemCounts& counts,
     return text;
 }
 
+Json jsonOf(const Survey& survey) {
+    return {{"files", survey.files},
+            {"folders", survey.folders},
+            {"ownLists", survey.listed},
+            {"otherOwners", survey.others},
+            {"notLookedAt", survey.hidden}};
+}
+
 /// The outcome, printed for programs if that is asked for.
-Outcome printed(const PropagateOptions& options, const MVItemCounts& counts,
-                const std::vector<FailedItem>& items, Outcome outcome) {
+Outcome printed(const PropagateOptions& options, const std::optional<Survey>& survey,
+                const MVItemCounts& counts, const std::vector<FailedItem>& items, Outcome outcome) {
     if (!options.json && !options.lines)
         return outcome;
-    const Json members{
-        {"done", counts.done}, {"failed", counts.failed}, {"failures", jsonOfFailures(items)}};
+    const Json members{{"dryRun", options.dryRun},
+                       {"below", survey ? jsonOf(*survey) : Json(nullptr)},
+                       {"done", counts.done},
+                       {"failed", counts.failed},
+                       {"failures", jsonOfFailures(items)}};
     outcome.output = options.lines ? lastJsonLine("acl", members, outcome)
                                    : jsonDocument("acl", members, outcome);
     return outcome;
@@ -199,7 +210,7 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     }
     const bool isForPrograms = options.json || options.lines;
     if (options.dryRun && survey)
-        return printed(options, {}, {},
+        return printed(options, survey, {}, {},
                        {ExitSuccess, said + '\n',
                         isForPrograms ? "" : message({say("--dry-run, nothing was changed.")})});
     if (survey && !options.yes && !isForPrograms && propagation.goesOn) {
@@ -224,14 +235,14 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
             outcome.message = writtenFailures(options.failures, {});
         if (propagated.counts || (survey && !survey->isBlind))
             outcome.output = doneText(counts.done) + undo() + '\n';
-        return printed(options, counts, {}, std::move(outcome));
+        return printed(options, survey, counts, {}, std::move(outcome));
     }
     const auto counts = failuresOfError(*error).counts;
     const auto items = failedItems(*error, options);
     const auto told = textOf(options, counts, items);
     if (error->domain() == NSPOSIXErrorDomain && error->code() == ECANCELED)
         return printed(
-            options, counts, items,
+            options, survey, counts, items,
             {ExitInterrupted,
              {},
              message({escaped(error->localizedDescription()), say("What is changed stays so.")}) +
@@ -253,7 +264,7 @@ Outcome runPropagate(const PropagateOptions& options, const ChangeParts& parts,
     const auto failedText = countedPhrase("%1 has not.", "%1 have not.", counts.failed);
     outcome.message +=
         told + "  " + doneText(counts.done) + ' ' + failedText.localized() + undo() + '\n';
-    return printed(options, counts, items, std::move(outcome));
+    return printed(options, survey, counts, items, std::move(outcome));
 }
 
 }  // namespace morvane

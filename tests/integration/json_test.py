@@ -122,7 +122,18 @@ class Commands(Documents):
                          ("acl", 1, 0, []))
         last, = (line for line in self.lines("acl", ".", "--propagate", "--json-lines") if line["event"] != "progress")
         self.assertEqual((last["event"], last["done"], last["failed"], last["failures"]), ("end", 1, 0, []))
-        self.assertEqual(self.document("acl", ".", "--propagate", "--json", "--dry-run")["done"], 0)
+        self.assertEqual(printed["dryRun"], False)
+        subprocess.run(["setfacl", "-m", "u:4711:rw", self.file], check=True)
+        os.chown(self.file, 1, 2)
+        planned = self.document("acl", ".", "--propagate", "--json", "--dry-run")
+        self.assertEqual((planned["dryRun"], planned["done"]), (True, 0))
+        self.assertEqual(planned["below"], {"files": 1, "folders": 0, "ownLists": 1, "otherOwners": 1, "notLookedAt": 0})
+
+    def test_failures_of_several_items_are_no_advice(self):
+        printed = self.document("acl", "--json", "gone", "lost", "--set", "u:4712:r", status=1)
+        self.assertEqual([failure["path"] for failure in printed["failures"]], ["gone", "lost"])
+        self.assertIn("gone", printed["error"]["message"])
+        self.assertFalse([line for line in printed["error"]["advice"] if "lost" in line])
 
     def test_what_somebody_can_do_names_them(self):
         printed = self.document("access", "--json", "notes.txt", "--user", "daemon")
