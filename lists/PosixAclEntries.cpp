@@ -2,6 +2,7 @@
 #include <MorvaneOperation/MVAclPermission.h>
 #include <MorvaneOperation/MVTreeNode.h>
 #include <MorvaneOperation/PosixAclEntries.h>
+#include <MorvaneOperation/PosixAclReduction.h>
 #include <MorvaneOperation/acl_perms.h>
 #include <MorvaneOperation/platform/foundation/Phrase.h>
 
@@ -238,8 +239,12 @@ bool isShownWhole(const PosixAcl& acl) {
 }
 
 MVAclOrigin::StoredLists storedListsOf(const PosixAcl& acl) {
-    return {attributeOfPosixList(acl.access),
-            acl.defaults ? attributeOfPosixList(*acl.defaults) : std::vector<std::uint8_t>()};
+    const auto stored = [](const PosixList& list) {
+        // Of more names there is no stored list; who is to store them says so.
+        return list.users.size() + list.groups.size() > maxPosixNames ? std::vector<std::uint8_t>()
+                                                                      : attributeOfPosixList(list);
+    };
+    return {stored(acl.access), acl.defaults ? stored(*acl.defaults) : std::vector<std::uint8_t>()};
 }
 
 std::optional<PosixOwnership> ownershipToldBy(

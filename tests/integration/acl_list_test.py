@@ -230,6 +230,14 @@ class Files(Trees):
         self.tool("chmod", "u+s", "one/plain")
         self.run_morvane("acl", "--restore", "-", text=self.tool("getfacl", "to file"))
 
+    def test_a_list_of_more_names_than_there_can_be_is_refused_and_nothing_is_changed(self):
+        before = self.lists("one")
+        text = "user::rw-\n" + "".join(f"user:{uid}:r--\n" for uid in range(1, 8191)) + "group::r--\nmask::r--\nother::r--\n"
+        result = self.run_morvane("acl", "one/plain", "--set-file", "-", text=text, status=1)
+        self.assertIn("A list holds at most 8187 users and groups, and these entries name more.", result.stderr)
+        self.assertIn("Nothing was changed.", result.stderr)
+        self.assertEqual(self.lists("one"), before)
+
     def test_lists_and_json_are_not_both_written_to_standard_output(self):
         result = self.run_morvane("acl", "one", "--save", "-", "--json", status=2)
         self.assertIn("the lists and --json would both be on standard output; name a file behind --save",
