@@ -136,6 +136,19 @@ class Window(unittest.TestCase):
         self.apply(program)
         self.assertIn("group::r--\nother::r--\n", getfacl(self.file))
 
+    def test_an_edit_is_dropped_for_what_another_program_has_written(self):
+        program = self.open(self.file)
+        everyone, = (row for row in program.rows("Entries") if row[0] == "everyone")
+        self.choose_row(program, "everyone")
+        self.tick(program, "Read")
+        wait_until(lambda: everyone not in program.rows("Entries"), "the row to follow")
+        subprocess.run(["setfacl", "-m", "g:games:r", self.file], check=True)
+        program.wait_for("push button", "Reload Reload", lambda button: button.has("SENSITIVE")).click()
+        program.wait_for("push button", "Apply", lambda button: not button.has("SENSITIVE"))
+        wait_until(lambda: everyone in program.rows("Entries"), "the row as it was")
+        self.assertIn("group games", [row[0] for row in program.rows("Entries")])
+        self.assertIn("other::---\n", getfacl(self.file))
+
     def test_a_folders_list_reaches_everything_inside(self):
         subprocess.run(["setfacl", "-m", "u:daemon:rx,d:u:daemon:rx", self.folder], check=True)
         program = self.open(self.folder)
