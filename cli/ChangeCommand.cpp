@@ -140,7 +140,8 @@ Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journa
         for (const auto& path : options.paths)
             all.push_back({path, *change, options.recursive});
     }
-    const bool isAskedFor = options.recursive && !options.dryRun && !options.yes && !options.json;
+    const bool isForPrograms = options.json || options.lines;
+    const bool isAskedFor = options.recursive && !options.dryRun && !options.yes && !isForPrograms;
     if (isAskedFor && parts.goesOn && !parts.goesOn(whatIsBelow(options, parts)))
         return {ExitInterrupted, {}, message({say("nothing was changed.")})};
     if (std::any_of(all.begin(), all.end(),

@@ -114,9 +114,20 @@ ChangeOptions changeOptions(const OptionValues& values) {
     change.lossy = values.has("--lossy");
     change.failures = values.one("--failures");
     change.json = values.has("--json");
+    change.lines = values.has("--json-lines");
     change.yes = values.has("--yes");
     change.crossesMounts = values.has("--cross-mounts");
     return change;
+}
+
+/// Whether it changes many lists, and so tells how far it is.
+bool isLongChange(const OptionValues& values) {
+    if (values.has("--propagate") || values.has("--restore") || values.has("--undo"))
+        return true;
+    const auto& changes = aclActions().back();
+    return values.has("--recursive") &&
+           std::any_of(changes.begin(), changes.end(),
+                       [&](std::string_view name) { return values.has(name); });
 }
 
 CommandLine aclCommand(const OptionValues& values, int argc, const char* const* argv) {
@@ -138,6 +149,10 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
         if (values.has(one) && paths.size() > 1)
             return misunderstood(say("%1 takes one PATH", one), "acl");
     }
+    if (values.has("--json-lines") && !isLongChange(values))
+        return misunderstood(say("%1 requires %2", "--json-lines",
+                                 say("%1 or %2", "--propagate, --recursive, --restore", "--undo")),
+                             "acl");
     if (values.has("--propagate"))
         return PropagateOptions{values.one("PATH"),   values.has("--json-lines"),
                                 values.has("--json"), values.has("--dry-run"),

@@ -28,6 +28,9 @@ namespace morvane {
 
 namespace {
 
+/// How often programs are told how far a change is.
+constexpr std::chrono::duration<double> lineInterval{0.25};
+
 const char* const queueLabel = "io.github.morvaneoperation.morvane";
 
 int firstErrorOfOutput = 0;
@@ -137,7 +140,20 @@ class CommandRun {
 
     Outcome operator()(const ChangeOptions& change) {
         Journal journal(Journal::folder());
-        return runChange(change, changeParts(), journal, style_);
+        auto parts = changeParts();
+        if (change.lines) {
+            live_.emplace();
+            parts.progress = [this, next = lineInterval](std::size_t done) mutable {
+                const auto elapsed = live_->elapsed();
+                if (elapsed >= next) {
+                    next = elapsed + lineInterval;
+                    if (!printOut(changeAsJson(done, elapsed)))
+                        return false;
+                }
+                return goesOn();
+            };
+        }
+        return runChange(change, parts, journal, style_);
     }
 
     Outcome operator()(const PropagateOptions& propagate) {

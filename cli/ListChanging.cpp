@@ -213,7 +213,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
     Outcome outcome{worst_, shown_, toldFailures() + toldFlags()};
     outcome.error = worst_ == ExitSuccess ? nullptr : error_;
     const bool isOne = all.size() == 1 && !all.front().recursive;
-    if (options_.json) {
+    if (options_.json || options_.lines) {
         // The JSON is made last, when everything that it tells is known.
     } else if (isOne && !options_.dryRun && !options_.undo) {
         if (changed_ != 0 || unchanged_ != 0)
@@ -230,6 +230,8 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
             message({say("'--undo' cannot take this back: %1.", *journal_.whyNot())});
     if (options_.json)
         outcome.output = jsonDocument("acl", jsonOfChange(), outcome);
+    else if (options_.lines)
+        outcome.output = lastJsonLine("acl", jsonOfChange(), outcome);
     return outcome;
 }
 
@@ -321,6 +323,11 @@ std::string ListChanging::toldFailures() const {
     if (!advice_.empty())
         text += "  " + escaped(advice_) + '\n';
     return text;
+}
+
+std::string changeAsJson(std::size_t done, std::chrono::duration<double> elapsed) {
+    return jsonLine("acl", "progress",
+                    {{"done", done}, {"seconds", static_cast<std::int64_t>(elapsed.count())}});
 }
 
 std::string changeLine(std::size_t done) {

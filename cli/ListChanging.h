@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -66,8 +67,9 @@ struct ChangeOptions {
     bool lossy = false;
     /// The file that lists the paths that could not be changed.
     std::string failures;
-    /// Whether the result is printed as JSON.
+    /// Whether the result is printed as JSON, as one object or in lines.
     bool json = false;
+    bool lines = false;
     /// Whether nobody is to be asked.
     bool yes = false;
 };
@@ -154,5 +156,8 @@ class ListChanging {
 
 /// The line that tells how far the work is.
 std::string changeLine(std::size_t done);
+
+/// The same as a line of --json-lines.
+std::string changeAsJson(std::size_t done, std::chrono::duration<double> elapsed);
 
 }  // namespace morvane

@@ -159,6 +159,18 @@ class Commands(Documents):
         self.assertEqual(printed[0]["event"], "progress")
         self.assertEqual(printed[0]["of"], 1000)
 
+    def test_a_change_of_a_tree_comes_line_by_line(self):
+        for i in range(3000):
+            os.mkdir(os.path.join(self.folder, b"%d" % i))
+        first, *_, last = self.lines("acl", "-R", ".", "--set", "u:4712:r", "--json-lines")
+        self.assertEqual(first["event"], "progress")
+        self.assertEqual((last["changed"], last["unchanged"], last["failures"]), (3002, 0, []))
+        self.assertEqual(self.lines("acl", "--undo", "--json-lines")[-1]["changed"], 3002)
+        refused = self.run_morvane("acl", "notes.txt", "--set", "u:4712:r", "--json-lines")
+        self.assertEqual(refused.returncode, 2)
+        self.assertIn("--json-lines requires --propagate, --recursive, --restore or --undo",
+                      json.loads(refused.stdout)["error"]["message"])
+
     def test_every_kind_of_item_is_listed_with_what_it_is(self):
         os.symlink(b"nowhere", os.path.join(self.folder, b"link"))
         os.mkfifo(os.path.join(self.folder, b"\xff fifo"))
