@@ -2,6 +2,7 @@
 #include <MorvaneOperation/MVFileRequest.h>
 #include <MorvaneOperation/MVFileResponse.h>
 #include <MorvaneOperation/MVItemFailures.h>
+#include <MorvaneOperation/MVItemProgress.h>
 #include <MorvaneOperation/platform/xpc/NSXPCListener.h>
 
 #include <cerrno>
@@ -12,8 +13,8 @@
 #include "EveryMessage.h"
 
 /// The sizes of "/N" are N bytes so far, and again and again, until the client says no; so long a
-/// list is propagated, too, which "/refused" refuses to be. Lists and folders are empty, and
-/// answered at once.
+/// list is propagated, too, to 2345 items so far, or to "/refused", which refuses it. Lists and
+/// folders are empty, and answered at once.
 namespace {
 
 using namespace morvane;
@@ -28,7 +29,7 @@ class Sum : public std::enable_shared_from_this<Sum> {
 
     void ask() {
         client_
-            ->remoteObjectProxyWithErrorHandler<MVFileResponse>(
+            ->remoteObjectProxyWithErrorHandler<MVCountedResponse>(
                 [self = shared_from_this()](NSErrorRef) {})
             ->updateFileSizes(
                 {MVFileSizeItem::initWithSize(bytes_)}, [self = shared_from_this()](bool goesOn) {
@@ -48,29 +49,34 @@ class Sum : public std::enable_shared_from_this<Sum> {
 class Propagation : public std::enable_shared_from_this<Propagation> {
   public:
     Propagation(std::shared_ptr<NSXPCConnection> client, NSURL url, NSXPCReply<NSErrorRef> reply)
-        : client_(std::move(client)), url_(std::move(url)), reply_(std::move(reply)) {}
+        : client_(std::move(client)), url_(std::move(url)), reply_(std::move(reply)) {
+        if (url_.path() == "/refused")
+            counts_ = {.done = 0, .failed = 1};
+    }
 
     void ask() {
-        client_
-            ->remoteObjectProxyWithErrorHandler<MVFileResponse>(
-                [self = shared_from_this()](NSErrorRef) {})
-            ->progressWithReply([self = shared_from_this()](bool goesOn) {
-                if (goesOn)
-                    return self->ask();
-                auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED);
-                if (self->url_.path() == "/refused") {
-                    const auto refused = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES,
-                                                                  {{NSURLErrorKey, self->url_}});
-                    error = errorWithFailures(error, {{refused}, {0, 1}});
-                }
-                self->reply_(std::move(error));
-            });
+        const auto client = client_->remoteObjectProxyWithErrorHandler<MVCountedResponse>(
+            [self = shared_from_this()](NSErrorRef) {});
+        client->updateItemCounts(static_cast<std::int64_t>(counts_.done),
+                                 static_cast<std::int64_t>(counts_.failed), [](bool) {});
+        client->progressWithReply([self = shared_from_this()](bool goesOn) {
+            if (goesOn)
+                return self->ask();
+            auto error = NSError::errorWithDomain(NSPOSIXErrorDomain, ECANCELED);
+            if (self->counts_.failed != 0) {
+                const auto refused = NSError::errorWithDomain(NSPOSIXErrorDomain, EACCES,
+                                                              {{NSURLErrorKey, self->url_}});
+                error = errorWithFailures(error, {{refused}, self->counts_});
+            }
+            self->reply_(std::move(error));
+        });
     }
 
   private:
     const std::shared_ptr<NSXPCConnection> client_;
     const NSURL url_;
     const NSXPCReply<NSErrorRef> reply_;
+    MVItemCounts counts_{.done = 2345, .failed = 0};
 };
 
 class AskingService final : public UnansweredRequests {
@@ -113,7 +119,7 @@ int main() {
         connection->setExportedInterface(requests);
         connection->setExportedObject<MVFileRequest>(std::make_shared<AskingService>(connection));
         connection->setRemoteObjectInterface(
-            NSXPCInterface::interfaceWithProtocol<MVFileResponse>());
+            NSXPCInterface::interfaceWithProtocol<MVCountedResponse>());
         connection->resume();
         return true;
     });

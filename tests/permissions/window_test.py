@@ -213,6 +213,7 @@ class Window(unittest.TestCase):
         program.press("Return")
         program.wait_for_window("Applying to Everything Inside")
         program.wait_for("progress bar", "Applying to Everything Inside")
+        program.wait_for("label", "2345 items done")
         program.press("Return")
         program.wait_for_window("Films")
         self.assertFalse(program.find("label", "Everything inside has its permissions."))
