@@ -230,7 +230,8 @@ def recorded():
 
 def record(name, rows):
     known = recorded()
-    if name == "fuzz":  # of which each row is whole by itself
+    if name == "fuzz":  # of which each row is whole by itself, unless it ended at what it found
+        rows = [row for row in rows if row[3] == 0]
         fresh = {row[1].split(",")[0] for row in rows}
         rows += [row for row in known[name] if row[1].split(",")[0] not in fresh]
         rows.sort(key=lambda row: row[1])
