@@ -12,7 +12,8 @@ if(CMAKE_UNITY_BUILD)
 endif()
 if(MORVANE_SANITIZE)
     add_compile_options(-fsanitize=${MORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    add_link_options(-fsanitize=${MORVANE_SANITIZE})
+    # A program in C has the library's part for C++ with it.
+    add_link_options(-fsanitize=${MORVANE_SANITIZE} "$<$<LINK_LANG_AND_ID:C,Clang>:-fsanitize-link-c++-runtime;-lstdc++>")
 endif()
 # For a folder whose code mostly waits for others: making it fast takes half of the time of a build with sanitizers, and
 # saves none of that of the tests. Called before the folder's targets are made.

@@ -14,6 +14,7 @@ from xml.etree import ElementTree
 from from_python import NEVER, Client, Gio, GLib, Morvane
 
 FROM_VALA, LIBRARY, GLIB = sys.argv[1:4]
+os.environ.pop("LD_PRELOAD", None)  # What it brings is in this program now; others have their own.
 
 
 def getfacl(path):
