@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A Permissions dialog with GTK: shows the entries of a file or folder and the check boxes of the chosen one, adds
-// entries, and saves them.
+// A Permissions dialog with GTK: shows the entries of a file or folder, and what the chosen one allows as a menu and as
+// check boxes; adds entries, and saves them.
 //     valac --pkg=gtk4 --pkg=morvaneoperation-glib-1.0 permissions_dialog.vala && ./permissions_dialog PATH
 
 class Dialog : Gtk.ApplicationWindow {
@@ -8,6 +8,8 @@ class Dialog : Gtk.ApplicationWindow {
     private File file;
     private Morvane.Acl acl;
     private Gtk.SingleSelection entries = new Gtk.SingleSelection(null);
+    private Gtk.DropDown choices = new Gtk.DropDown(null, new Gtk.PropertyExpression(typeof(Morvane.Choice), null, "name"));
+    private Binding? chosen = null;
     private Gtk.NoSelection boxes = new Gtk.NoSelection(null);
     private Gtk.Entry who = new Gtk.Entry() { placeholder_text = "Name of a user or group", hexpand = true };
     private Gtk.Label status = new Gtk.Label("") { xalign = 0, wrap = true };
@@ -19,6 +21,8 @@ class Dialog : Gtk.ApplicationWindow {
             margin_top = 12, margin_bottom = 12, margin_start = 12, margin_end = 12
         };
         page.append(new Gtk.ListView(entries, entry_rows()));
+        choices.update_property(Gtk.AccessibleProperty.LABEL, "Permissions", -1);
+        page.append(choices);
         page.append(new Gtk.ScrolledWindow() { child = new Gtk.ListView(boxes, box_rows()), vexpand = true });
         var buttons = new Gtk.Box(Gtk.Orientation.HORIZONTAL, 12);
         who.update_property(Gtk.AccessibleProperty.LABEL, who.placeholder_text, -1);
@@ -33,11 +37,29 @@ class Dialog : Gtk.ApplicationWindow {
         page.append(status);
         child = page;
         entries.notify["selected-item"].connect(() => {
-            var entry = (Morvane.AclEntry?) entries.selected_item;
-            boxes.model = entry == null ? null : new Gtk.TreeListModel(entry.permissions, false, true,
-                                                                       box => ((Morvane.Permission) box).get_children());
+            if (entries.selected_item != null)
+                show_entry((Morvane.AclEntry) entries.selected_item);
         });
         read.begin();
+    }
+
+    // The menu has what the list can hold, and follows the entry as the boxes do.
+    private void show_entry(Morvane.AclEntry entry) {
+        boxes.model = new Gtk.TreeListModel(entry.permissions, false, true, box => ((Morvane.Permission) box).get_children());
+        if (chosen != null)
+            chosen.unbind();
+        choices.model = new Gtk.FilterListModel(entry.list_permission_groups(),
+                                                new Gtk.CustomFilter(each => ((Morvane.Choice) each).reason == null));
+        chosen = entry.bind_property("permission-group", choices, "selected",
+                                     BindingFlags.SYNC_CREATE | BindingFlags.BIDIRECTIONAL, (_, from, ref to) => {
+            for (uint i = 0; i != choices.model.get_n_items(); ++i)
+                if (((Morvane.Choice) choices.model.get_item(i)).code == from.get_enum())
+                    to.set_uint(i);
+            return true;
+        }, (_, from, ref to) => {
+            to.set_enum(((Morvane.Choice) choices.selected_item).code);
+            return true;
+        });
     }
 
     // A row follows its entry: whatever was clicked, it shows what the entry has now.
@@ -64,11 +86,8 @@ class Dialog : Gtk.ApplicationWindow {
             var box = (Morvane.Permission) row.item;
             var check = new Gtk.CheckButton.with_label(box.name);
             item.child = new Gtk.TreeExpander() { list_row = row, child = check };
-            box.bind_property("state", check, "inconsistent", BindingFlags.SYNC_CREATE, (_, from, ref to) => {
-                to.set_boolean(from.get_enum() == Morvane.State.MIXED);
-                return true;
-            });
             box.bind_property("state", check, "active", BindingFlags.SYNC_CREATE, (_, from, ref to) => {
+                check.inconsistent = from.get_enum() == Morvane.State.MIXED;
                 to.set_boolean(from.get_enum() == Morvane.State.ON);
                 return true;
             });
@@ -85,8 +104,7 @@ class Dialog : Gtk.ApplicationWindow {
 
     private async void read() {
         try {
-            acl = yield client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
-            entries.model = acl;
+            entries.model = acl = yield client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
         } catch (Error error) {
             status.label = error.message;
         }
@@ -95,9 +113,8 @@ class Dialog : Gtk.ApplicationWindow {
     private async void add() {
         try {
             var found = yield client.search_identities_async(who.text, null);
-            var first = (Morvane.Identity?) found.get_item(0);
-            if (first != null)
-                acl.add(first).permission_group = Morvane.PermissionGroup.READ;
+            if (found.get_n_items() != 0)
+                acl.add((Morvane.Identity) found.get_item(0)).permission_group = Morvane.PermissionGroup.READ;
         } catch (Error error) {
             status.label = error.message;
         }
@@ -109,8 +126,7 @@ class Dialog : Gtk.ApplicationWindow {
             var losses = yield client.list_losses_async(acl, null, out nearest);
             if (losses.get_n_items() != 0) {
                 var loss = (Morvane.Loss) losses.get_item(0);
-                acl = nearest;  // saved when the user agrees, by another click
-                entries.model = acl;
+                entries.model = acl = nearest;  // saved when the user agrees, by another click
                 status.label = "This could not be held, and is left out: %s: %s".printf(loss.who, loss.text);
                 return;
             }
