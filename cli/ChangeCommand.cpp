@@ -49,8 +49,13 @@ std::optional<ListChange> changeOf(const ChangeOptions& options, const ChangePar
             changes.push_back(replacingBy(*list));
     }
     if (!options.list.empty()) {
-        const auto text = contentOfFile(options.list, problem);
-        if (const auto list = problem ? std::nullopt : oneList(text, problem))
+        Problem unread;
+        const auto text = contentOfFile(options.list, unread);
+        if (unread) {
+            failure = unreadChange(*unread);
+            return std::nullopt;
+        }
+        if (const auto list = oneList(text, problem))
             changes.push_back(replacingBy(*list));
     }
     if (options.clear)
@@ -81,7 +86,7 @@ Outcome runInEditor(const ChangeOptions& options, const ChangeParts& parts, Jour
     Problem problem;
     const auto text = parts.edited(listAsText(path, *entries), problem);
     if (problem)
-        return {ExitFailure, {}, message({say("%1.", *problem), say("Nothing was changed.")})};
+        return unreadChange(*problem);
     if (!text)
         return {ExitSuccess, {}, message({say("nothing was changed.")})};
     const auto list = oneList(*text, problem);
@@ -126,8 +131,9 @@ Outcome runChange(const ChangeOptions& options, const ChangeParts& parts, Journa
     std::vector<ItemChange> all;
     if (!options.restore.empty()) {
         const auto text = contentOfFile(options.restore, problem);
-        if (!problem)
-            all = changesOfText(text, false, problem);
+        if (problem)
+            return unreadChange(*problem);
+        all = changesOfText(text, false, problem);
         if (problem)
             return misusedChange(*problem);
     } else {

@@ -9,6 +9,7 @@
 #include "CommandParser.h"
 #include "CommandTable.h"
 #include "EditScript.h"
+#include "ListChanging.h"
 #include "ListText.h"
 #include "Text.h"
 
@@ -170,7 +171,7 @@ CommandLine aclCommand(const OptionValues& values, int argc, const char* const* 
         Problem problem;
         edit.script = contentOfFile(values.one("--script"), problem);
         if (problem)
-            return Outcome{ExitFailure, {}, message({say("%1.", *problem)})};
+            return unreadChange(*problem);
         return edit;
     }
     if (values.has("--edit"))

@@ -30,30 +30,48 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The lines that are removed and those that are added, below the path of the item.
-std::string difference(const std::string& path, const std::string& before,
-                       const std::string& after) {
+std::vector<std::string> without(std::vector<std::string> lines,
+                                 const std::vector<std::string>& others) {
+    std::erase_if(lines, [&](const auto& line) {
+        return std::find(others.begin(), others.end(), line) != others.end();
+    });
+    return lines;
+}
+
+PlannedChange plannedChange(const std::string& path, const std::string& before,
+                            const std::string& after) {
     const auto old = linesOf(before);
     const auto now = linesOf(after);
-    const auto without = [](const std::vector<std::string>& lines,
-                            const std::vector<std::string>& others, char mark) {
-        std::string text;
-        for (const auto& line : lines) {
-            if (std::find(others.begin(), others.end(), line) == others.end())
-                text += std::string("  ") + mark + ' ' + escaped(line) + '\n';
-        }
-        return text;
-    };
-    auto lines = without(old, now, '-') + without(now, old, '+');
-    if (lines.empty())
-        lines = "  " + say("(the same entries in another order)") + '\n';
-    return escaped(path) + '\n' + lines;
+    return {path, without(old, now), without(now, old)};
+}
+
+/// The lines below the path of the item.
+std::string textOf(const PlannedChange& change) {
+    auto text = escaped(change.path) + '\n';
+    for (const auto& line : change.removed)
+        text += "  - " + escaped(line) + '\n';
+    for (const auto& line : change.added)
+        text += "  + " + escaped(line) + '\n';
+    if (change.removed.empty() && change.added.empty())
+        text += "  " + say("(the same entries in another order)") + '\n';
+    return text;
+}
+
+Json jsonOf(const PlannedChange& change) {
+    auto item = jsonOfPath(change.path);
+    item["removed"] = change.removed;
+    item["added"] = change.added;
+    return item;
 }
 
 }  // namespace
 
 Outcome misusedChange(const std::string& problem) {
     return {ExitUsage, {}, message({say("%1.", problem), say("Nothing was changed.")})};
+}
+
+Outcome unreadChange(const std::string& problem) {
+    return {ExitFailure, {}, message({say("%1.", problem), say("Nothing was changed.")})};
 }
 
 std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Problem& problem) {
@@ -182,7 +200,7 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         return true;
     }
     if (options_.dryRun) {
-        shown_ += difference(path, before, after);
+        planned_.push_back(plannedChange(path, before, after));
         ++changed_;
         return true;
     }
@@ -210,7 +228,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
         journal_.discard();
     if (misuse_)
         return {ExitUsage, {}, message({say("%1.", *misuse_), say("Nothing was changed.")})};
-    Outcome outcome{worst_, shown_, toldFailures() + toldFlags()};
+    Outcome outcome{worst_, {}, toldFailures() + toldFlags()};
     outcome.error = worst_ == ExitSuccess ? nullptr : error_;
     const bool isOne = all.size() == 1 && !all.front().recursive;
     if (options_.json || options_.lines) {
@@ -219,6 +237,8 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
         if (changed_ != 0 || unchanged_ != 0)
             outcome.output += listNow(all.front().path);
     } else {
+        for (const auto& change : planned_)
+            outcome.output += textOf(change);
         outcome.output += closingLine() + '\n';
     }
     if (isStopped_) {
@@ -236,11 +256,12 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
 }
 
 Json ListChanging::jsonOfChange() const {
-    return {{"dryRun", options_.dryRun},
-            {"changed", changed_},
-            {"unchanged", unchanged_},
-            {"changedSince", changedSince_},
-            {"failures", jsonOfFailures(failures_)}};
+    auto changes = Json::array();
+    for (const auto& change : planned_)
+        changes.push_back(jsonOf(change));
+    return {{"dryRun", options_.dryRun},     {"changed", changed_},
+            {"unchanged", unchanged_},       {"changedSince", changedSince_},
+            {"changes", std::move(changes)}, {"failures", jsonOfFailures(failures_)}};
 }
 
 std::string ListChanging::listNow(const std::string& path) const {

@@ -93,6 +93,16 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
 
 /// The outcome if the words, or the text with the lists, are wrong.
 Outcome misusedChange(const std::string& problem);
+/// The outcome if the file that has the lists, or the script, could not be read.
+Outcome unreadChange(const std::string& problem);
+
+/// What a dry run would change of a list: the lines that would go, and those that would come, as
+/// lists are written to files. Neither are there if entries change places only.
+struct PlannedChange {
+    std::string path;
+    std::vector<std::string> removed;
+    std::vector<std::string> added;
+};
 
 /// Changes lists one after the other, notes each before, and tells what became of them.
 class ListChanging {
@@ -136,7 +146,7 @@ class ListChanging {
     const ChangeParts& parts_;
     Journal& journal_;
     const Style& style_;
-    std::string shown_;
+    std::vector<PlannedChange> planned_;
     std::size_t done_ = 0;
     std::size_t changed_ = 0;
     std::size_t unchanged_ = 0;

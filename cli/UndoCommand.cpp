@@ -54,7 +54,7 @@ Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal&
     Problem problem;
     const auto notes = JournalFolder::opened(Journal::folder(), false, problem);
     if (problem)
-        return misusedChange(*problem);
+        return unreadChange(*problem);
     auto names = notes ? notes->names() : std::vector<std::string>();
     std::string text;
     for (; !names.empty(); names.pop_back()) {
@@ -62,7 +62,7 @@ Outcome runUndo(const ChangeOptions& options, const ChangeParts& parts, Journal&
             return lostChange(options, *notes, names.back());
         text = notes->content(names.back(), problem);
         if (problem)
-            return misusedChange(*problem);
+            return unreadChange(*problem);
         if (!notedLists(text).empty())
             break;
         if (!options.dryRun)

@@ -99,6 +99,9 @@ class Commands(Documents):
         self.assertEqual((printed["changed"], printed["unchanged"], printed["failures"]), (0, 1, []))
         printed = self.document("acl", "--json", "notes.txt", "--remove", "u:4712", "--dry-run")
         self.assertEqual((printed["dryRun"], printed["changed"]), (True, 1))
+        planned, = printed["changes"]
+        self.assertEqual((planned["path"], planned["removed"], planned["added"]),
+                         ("notes.txt", ["user:4712:r--"], []))
         self.assertEqual(self.document("acl", "--json", "--undo")["changed"], 1)
 
     def test_a_list_that_somebody_else_has_changed_since_is_counted(self):
