@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
+#include <vector>
 
 #include "Text.h"
 
@@ -10,17 +12,23 @@ namespace morvane {
 
 namespace {
 
-/// How many letters must be added, removed or replaced to make one word of the other.
+/// How many letters must be added, removed, replaced or swapped with the next one to make one word
+/// of the other.
 std::size_t editDistance(std::string_view one, std::string_view other) {
+    // For each beginning of `other`: how far it is from the beginning of `one` so far; `before`,
+    // from that without its last letter.
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0U);
+    auto before = row;
     for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = row[0]++;
+        std::vector<std::size_t> next{i + 1};
         for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+            const std::size_t replaced = row[j] + (one[i] == other[j] ? 0 : 1);
+            next.push_back(std::min({replaced, row[j + 1] + 1, next[j] + 1}));
+            if (i > 0 && j > 0 && one[i] == other[j - 1] && one[i - 1] == other[j])
+                next.back() = std::min(next.back(), before[j - 1] + 1);
         }
+        before = std::exchange(row, std::move(next));
     }
     return row.back();
 }

@@ -68,6 +68,9 @@ TEST(CommandLine, AsksWhetherACommandOrOptionThatIsLikeItWasMeant) {
     EXPECT_EQ(stopped({"renmae"}).message,
               "morvane: there is no command 'renmae'; did you mean 'rename'?\n"
               "  'morvane --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"alc"}).message,
+              "morvane: there is no command 'alc'; did you mean 'acl'?\n"
+              "  'morvane --help' tells how the command is used.\n");
     EXPECT_EQ(stopped({"acl", "/x", "--dryrun"}).message,
               "morvane: there is no option '--dryrun'; did you mean '--dry-run'?\n"
               "  'morvane acl --help' tells how the command is used.\n");
