@@ -114,9 +114,33 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
 
 AclEditor::AclEditor(EntryList entries, FolderQuestion isFolder)
     : model_(MVAclEditor::init({*NSURL::URLWithString("about:blank"), entries})),
+      list_(ItemList::asRead(entries)),
       isFolder_(std::move(isFolder)) {
     sortCanonically(entries);
     model_->showEntries(std::move(entries));
+}
+
+void AclEditor::goOn(const EntryList& now, const EntryList& read, EntryList shown) {
+    list_ = ItemList::asRead(now);
+    model_->setReadEntries(read);
+    model_->showEntries(std::move(shown));
+}
+
+std::vector<std::string> AclEditor::letters() const {
+    auto asked = entries();
+    for (auto& entry : asked) {
+        if (list_ && model_->isExecutionChosen(*entry))
+            entry = list_->askingToExecute(entry);
+    }
+    const bool readExecutes = !list_ || list_->readExecutes(asked);
+    const auto storage = list_ ? list_->item().storage : storageOf(asked);
+    std::vector<std::string> letters;
+    for (const auto& entry : asked) {
+        auto& own = letters.emplace_back(lettersOfEntry(*entry, storage));
+        if (!readExecutes && list_->askingToExecute(entry) != entry)
+            own.back() = '-';
+    }
+    return letters;
 }
 
 Problem AclEditor::known(std::size_t entry) const {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <MorvaneOperation/ItemList.h>
 #include <MorvaneOperation/MVAclEditor.h>
 
 #include <cstddef>
@@ -46,6 +47,15 @@ class AclEditor {
     /// The model behind the words. It is not told what the item's list can hold: saving decides
     /// that, and the user may accept the nearest list then.
     MVAclEditor& model() const { return *model_; }
+    /// What the list that was read can hold; null if its entries do not tell.
+    const ItemList* list() const { return list_ ? &*list_ : nullptr; }
+    /// Shows an edit that was made again on `now`, the entries as they were read anew. `read` are
+    /// those that count as read from then on, in the order in which they count.
+    void goOn(const EntryList& now, const EntryList& read, EntryList shown);
+
+    /// What would be stored of each entry, in the letters of the list: "rw-". "Read" as a whole
+    /// executes a file only if somebody could execute it before, or is to.
+    std::vector<std::string> letters() const;
 
     /// Adds an entry at the end of the list, which allows `who` to read and write.
     Problem add(std::string_view who);
@@ -74,6 +84,7 @@ class AclEditor {
     Problem changeable(std::size_t entry) const;
 
     const std::shared_ptr<MVAclEditor> model_;
+    std::optional<ItemList> list_;
     const FolderQuestion isFolder_;
 };
 

@@ -135,9 +135,8 @@ class AclEditing {
                 return std::nullopt;
             return outcome.message;
         };
-        const bool saved = interaction(editor_, {escaped(options_.path), saveOrTell, [this] {
-                                                     return edit_.changes(editor_.entries());
-                                                 }});
+        const bool saved = interaction(editor_, {escaped(options_.path), saveOrTell,
+                                                 [this] { return edit_.changes(editor_); }});
         return saved ? outcome : Outcome{ExitSuccess, {}, message({say("nothing was changed.")})};
     }
 

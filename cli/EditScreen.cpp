@@ -17,7 +17,7 @@ EditScreen::EditScreen(AclEditor& editor, std::string title, const Style& style,
       style_(style),
       sources_(std::move(sources)),
       history_(editor.model()),
-      list_(ItemList::asRead(editor.entries())) {}
+      facts_(factsOfItem(editor.entries())) {}
 
 std::vector<EditScreen::Line> EditScreen::lines(bool all) const {
     std::vector<Line> result;
@@ -71,10 +71,11 @@ void EditScreen::forgetGoneEntries() {
 void EditScreen::tell(const std::string& message) {
     message_ = message;
     const auto& entries = editor_.entries();
+    if (auto facts = factsOfItem(entries); !facts.empty())
+        facts_ = std::move(facts);
     if (!history_.isOf(entries)) {
         hadChanges_ = true;
         history_ = EditHistory(editor_.model());
-        list_ = ItemList::asRead(entries);
     }
     forgetGoneEntries();
     keepWithin();
@@ -84,7 +85,7 @@ void EditScreen::nextPermissions(std::size_t entry) {
     auto& target = *editor_.entries()[entry];
     if (target.inherited())
         return did(editor_.choosePermissions(entry, target.permissionGroup()));
-    const auto choices = permissionChoices(target, list_ ? &*list_ : nullptr);
+    const auto choices = permissionChoices(target, editor_.list());
     const auto now = std::find_if(choices.begin(), choices.end(),
                                   [&](const EntryChoice& choice) {
                                       return choice.code == target.permissionGroup();
@@ -112,7 +113,7 @@ std::string EditScreen::whyNot(const Line& line) const {
     const auto& entry = *editor_.entries()[line.entry];
     if (!whyNotChanged(entry).empty())
         return {};  // said when it is tried, of the whole entry
-    return escaped(whyNotBox(entry, *line.node, list_ ? &*list_ : nullptr).localized());
+    return escaped(whyNotBox(entry, *line.node, editor_.list()).localized());
 }
 
 void EditScreen::toggle(const Line& line) {
@@ -175,6 +176,7 @@ void EditScreen::find(const std::string& text) {
         return;
     found_ = text;
     const auto all = lines(true);
+    const auto letters = editor_.letters();
     const auto chosen = chosenLine();
     const auto isChosen = [&](const Line& line) {
         return line.entry == chosen.entry && line.node == chosen.node;
@@ -183,7 +185,7 @@ void EditScreen::find(const std::string& text) {
         static_cast<std::size_t>(std::find_if(all.begin(), all.end(), isChosen) - all.begin());
     for (std::size_t i = 1; i <= all.size(); ++i) {
         const auto& line = all[(start + i) % all.size()];
-        if (inSmallLetters(textOf(line)).find(inSmallLetters(found_)) == std::string::npos)
+        if (inSmallLetters(textOf(line, letters)).find(inSmallLetters(found_)) == std::string::npos)
             continue;
         if (line.node)
             open_.insert(editor_.entries()[line.entry].get());

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <MorvaneOperation/ItemList.h>
-
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -88,11 +86,14 @@ class EditScreen {
     /// The lines of the list, with the boxes of those entries that are open, or of all.
     std::vector<Line> lines(bool all = false) const;
     Line chosenLine() const;
-    std::string textOf(const Line& line) const;
+    /// `letters` are those of all entries.
+    std::string textOf(const Line& line, const std::vector<std::string>& letters) const;
     /// What the person that was asked about can really do of a line's box; empty if it is none.
     std::string accessText(const Line& line) const;
     std::string whyNot(const Line& line) const;
     std::vector<ViewedLine> viewed() const;
+    /// What is told of the item, in as many of `rows` as a list of so many can spare.
+    std::vector<std::string> facts(std::size_t listed, std::size_t rows, std::size_t columns) const;
     std::string heading() const;
     /// Whether other lines are shown instead of the list.
     bool isBesideList() const {
@@ -126,8 +127,8 @@ class EditScreen {
     Style style_;
     EditSources sources_;
     EditHistory history_;
-    /// What the item's list can hold; empty if the entries do not tell.
-    std::optional<ItemList> list_;
+    /// What the entries that were read tell of the item.
+    std::vector<std::string> facts_;
     ScrolledView view_;
     ScrolledView besideView_;
     std::size_t chosen_ = 0;

@@ -16,6 +16,8 @@ namespace {
 constexpr std::size_t accessColumn = 44;
 /// A message of up to this many lines is shown below the list, however low the terminal is.
 constexpr std::size_t shortMessage = 2;
+/// The rows that a list keeps, those around it among them, before others stand above it.
+constexpr std::size_t rowsOfShortList = 3 + ScrolledView::rowsAround;
 /// The columns of the mark before the chosen line.
 constexpr std::size_t markColumns = 2;
 
@@ -64,7 +66,7 @@ bool EditScreen::isOfUse(std::string_view key) const {
     const auto& entry = *editor_.entries()[chosenLine().entry];
     if (!whyNotChanged(entry).empty())
         return false;
-    const auto choices = permissionChoices(entry, list_ ? &*list_ : nullptr);
+    const auto choices = permissionChoices(entry, editor_.list());
     return key != "g" || std::any_of(choices.begin(), choices.end(), [&](const auto& choice) {
                return choice.whyNot.empty() && choice.code != entry.permissionGroup();
            });
@@ -106,10 +108,10 @@ std::vector<ViewedLine> EditScreen::allKeys(std::size_t columns) const {
     return lines;
 }
 
-std::string EditScreen::textOf(const Line& line) const {
+std::string EditScreen::textOf(const Line& line, const std::vector<std::string>& letters) const {
     const auto& entry = *editor_.entries()[line.entry];
     if (!line.node)
-        return std::to_string(line.entry + 1) + ". " + entryAsLine(entry);
+        return std::to_string(line.entry + 1) + ". " + entryAsLine(entry, letters[line.entry]);
     return std::string(line.depth * 4, ' ') + boxAsText(*line.node);
 }
 
@@ -128,8 +130,9 @@ std::string EditScreen::accessText(const Line& line) const {
 
 std::vector<ViewedLine> EditScreen::viewed() const {
     std::vector<ViewedLine> result;
+    const auto letters = editor_.letters();
     for (const auto& line : lines()) {
-        auto text = textOf(line);
+        auto text = textOf(line, letters);
         if (const auto access = accessText(line); !access.empty())
             text = padded(text, accessColumn) + "  " + access;
         result.push_back({std::move(text), !whyNot(line).empty()});
@@ -148,6 +151,21 @@ std::string EditScreen::heading() const {
         default:
             return hadChanges_ || !history_.isAtFirst() ? say("%1 (changed)", title_) : title_;
     }
+}
+
+std::vector<std::string> EditScreen::facts(std::size_t listed, std::size_t rows,
+                                           std::size_t columns) const {
+    std::vector<std::string> whole;
+    for (const auto& fact : facts_) {
+        for (auto& line : wrapped(fact, columns > markColumns ? columns - markColumns : 1))
+            whole.push_back(std::move(line));
+    }
+    if (whole.size() + listed <= rows)
+        return whole;
+    const auto spare = rows - std::min({rows, listed, rowsOfShortList});
+    auto each = facts_;
+    each.resize(std::min(each.size(), spare));
+    return each;
 }
 
 std::string EditScreen::question() const {
@@ -219,9 +237,11 @@ std::string EditScreen::draw(std::size_t rows, std::size_t columns) {
         below.pop_back();
     const auto room = rows > below.size() + 1 ? rows - below.size() - 1 : 0;
     const auto shownLines = isBeside ? beside_ : viewed();
-    const auto wanted = std::min(room, shownLines.size() + 2);
+    const auto listed = shownLines.size() + ScrolledView::rowsAround;
+    const auto head = isBeside ? std::vector<std::string>() : facts(listed, room, columns);
     auto list = (isBeside ? besideView_ : view_)
-                    .draw(shownLines, isBeside ? chosenBeside_ : chosen_, wanted, columns, style_);
+                    .draw(head, shownLines, isBeside ? chosenBeside_ : chosen_,
+                          std::min(room, head.size() + listed), columns, style_);
     std::vector<std::string> shown{style_.heading(cut(heading(), columns))};
     // On a terminal of few lines the chosen one is shown rather than what is above it.
     if (room < list.size())

@@ -77,12 +77,16 @@ std::string nodesAsTree(const std::vector<std::shared_ptr<MVTreeNode>>& nodes, c
     return text;
 }
 
-std::string entryAsLine(const MVAclEntry& entry) {
-    std::string text;
-    for (const auto& part :
-         {whoText(entry), ruleText(entry.tag()), permissionsText(entry), appliesToText(entry)})
-        text += (text.empty() ? "" : "  ") + escaped(part.localized());
-    return entry.inherited() ? text + "  " + inheritedText(entry).localized() : text;
+std::string entryAsLine(const MVAclEntry& entry, std::string_view letters) {
+    auto text = escaped(whoText(entry).localized());
+    const auto add = [&](std::string_view part) { text += "  " + std::string(part); };
+    add(escaped(ruleText(entry.tag()).localized()));
+    add(letters);
+    add(escaped(permissionsText(entry).localized()));
+    add(escaped(appliesToText(entry).localized()));
+    if (entry.inherited())
+        add(inheritedText(entry).localized());
+    return text;
 }
 
 MVAclStorage storageOf(const EntryList& entries) {
@@ -107,7 +111,7 @@ HoldingMasks masksHoldingBack(const MVAclOrigin* origin) {
     return {maskOf(origin->storedLists().list), maskOf(origin->storedLists().defaults)};
 }
 
-std::string itemAsLines(const EntryList& entries, const Style& style) {
+std::vector<std::string> factsOfItem(const EntryList& entries) {
     const auto told = std::find_if(entries.begin(), entries.end(),
                                    [](const auto& entry) { return entry->origin() != nullptr; });
     if (told == entries.end())
@@ -115,21 +119,27 @@ std::string itemAsLines(const EntryList& entries, const Style& style) {
     const auto& item = (*told)->origin()->values();
     const auto masks = masksHoldingBack((*told)->origin().get());
     // TRANSLATORS: "file, POSIX list; user alice (owner), group staff (owning group)"
-    auto lines =
-        style.faint(escaped(say("%1, %2; %3, %4", kindText(item), storageText(item.storage),
-                                phrase("%1 (owner)", ownerText(item)),
-                                phrase("%1 (owning group)", owningGroupText(item))))) +
-        '\n';
+    std::vector<std::string> facts{
+        escaped(say("%1, %2; %3, %4", kindText(item), storageText(item.storage),
+                    phrase("%1 (owner)", ownerText(item)),
+                    phrase("%1 (owning group)", owningGroupText(item))))};
     if (!masks.list.empty())
-        lines += style.faint(escaped(say("The mask %1 holds back rights that are stored; shown is "
-                                         "what is left.",
-                                         masks.list))) +
-                 '\n';
+        facts.push_back(
+            escaped(say("The mask %1 holds back rights that are stored; shown is what "
+                        "is left.",
+                        masks.list)));
     if (!masks.defaults.empty())
-        lines += style.faint(escaped(say("For new items inside, the mask %1 holds back rights that "
-                                         "are stored; shown is what is left.",
-                                         masks.defaults))) +
-                 '\n';
+        facts.push_back(
+            escaped(say("For new items inside, the mask %1 holds back rights that are "
+                        "stored; shown is what is left.",
+                        masks.defaults)));
+    return facts;
+}
+
+std::string itemAsLines(const EntryList& entries, const Style& style) {
+    std::string lines;
+    for (const auto& fact : factsOfItem(entries))
+        lines += style.faint(fact) + '\n';
     return lines;
 }
 

@@ -35,16 +35,19 @@ struct HoldingMasks {
 /// Returns none if `origin`, which may be null, does not tell them.
 HoldingMasks masksHoldingBack(const MVAclOrigin* origin);
 
-/// Describes the item in whole lines: its kind, how its list is stored, its owner and owning group,
-/// and a mask that holds rights back. Returns nothing if the entries do not tell.
+/// Describes the item: in one text its kind, how its list is stored, its owner and owning group,
+/// and in a further one each mask that holds rights back. Returns none if the entries do not tell.
+std::vector<std::string> factsOfItem(const EntryList& entries);
+
+/// The same in whole lines.
 std::string itemAsLines(const EntryList& entries, const Style& style);
 
 /// Returns a line for each entry under a line of headings, with the letters of the item's list;
 /// with `tree`, each box follows its entry. Everything that comes from outside is escaped.
 std::string entriesAsTable(const EntryList& entries, bool tree, const Style& style);
 
-/// One entry in one line, without a table: "user alice  Allow  Read  This item".
-std::string entryAsLine(const MVAclEntry& entry);
+/// One entry in one line, without a table: "user alice  Allow  r--  Read  This item".
+std::string entryAsLine(const MVAclEntry& entry, std::string_view letters);
 /// Returns the key, which is English, of the name of a box or a group in the language of the user.
 /// Any other text is returned as it is.
 std::string keyOfName(std::string_view name);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ListEdit.h"
 
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/IdentityText.h>
 
 #include <algorithm>
@@ -16,8 +17,8 @@ bool holds(const EntryList& list, const std::shared_ptr<MVAclEntry>& entry) {
     return std::find(list.begin(), list.end(), entry) != list.end();
 }
 
-std::vector<std::string> linesOf(const MVAclEntry& entry) {
-    std::vector<std::string> lines{entryAsLine(entry)};
+std::vector<std::string> linesOf(const MVAclEntry& entry, std::string_view letters) {
+    std::vector<std::string> lines{entryAsLine(entry, letters)};
     for (const auto& group : entry.permissions()) {
         lines.push_back(boxAsText(*group));
         for (const auto& box : group->childNodes())
@@ -33,9 +34,11 @@ std::string allShownOf(const std::shared_ptr<MVAclEntry>& entry) {
 }  // namespace
 
 ListEdit::ListEdit(const EntryList& entries) {
+    const auto storage = storageOf(entries);
     for (const auto& entry : entries) {
         auto text = allShownOf(entry);
-        read_.push_back({entry, std::move(text), {}, linesOf(*entry)});
+        read_.push_back(
+            {entry, std::move(text), {}, linesOf(*entry, lettersOfEntry(*entry, storage))});
     }
     const auto numbered = shown();
     for (auto& read : read_) {
@@ -81,16 +84,20 @@ const ListEdit::Entry* ListEdit::readAs(const std::shared_ptr<MVAclEntry>& entry
     return found == read_.end() ? nullptr : &*found;
 }
 
-std::vector<std::string> ListEdit::changes(const EntryList& edited) const {
+std::vector<std::string> ListEdit::changes(const AclEditor& editor) const {
+    const auto& edited = editor.entries();
+    const auto letters = editor.letters();
     std::vector<std::string> changes;
     for (const auto& shownEntry : shown()) {
         const auto& read = *readAs(shownEntry);
         const auto& before = read.lines;
-        if (!holds(edited, read.entry)) {
+        const auto place = std::find(edited.begin(), edited.end(), read.entry);
+        if (place == edited.end()) {
             changes.push_back("- " + before.front());
             continue;
         }
-        const auto after = linesOf(*read.entry);
+        const auto after =
+            linesOf(*read.entry, letters[static_cast<std::size_t>(place - edited.begin())]);
         if (after == before)
             continue;
         const bool saysEnough =
@@ -106,9 +113,9 @@ std::vector<std::string> ListEdit::changes(const EntryList& edited) const {
                 changes.push_back("      " + after[i]);
         }
     }
-    for (const auto& entry : edited) {
-        if (!readAs(entry))
-            changes.push_back("+ " + entryAsLine(*entry));
+    for (std::size_t i = 0; i != edited.size(); ++i) {
+        if (!readAs(edited[i]))
+            changes.push_back("+ " + entryAsLine(*edited[i], letters[i]));
     }
     return changes;
 }
@@ -150,8 +157,7 @@ std::vector<std::string> ListEdit::replay(AclEditor& editor, const EntryList& no
             entries.push_back(entry);
     }
     read_ = std::move(current.read_);
-    editor.model().setReadEntries(read());
-    editor.model().showEntries(std::move(entries));
+    editor.goOn(now, read(), std::move(entries));
     return notMade;
 }
 

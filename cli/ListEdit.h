@@ -37,7 +37,7 @@ class ListEdit {
 
     /// What an edit makes other than it was read, line by line for people: "+ " is new, "- " is
     /// gone; below an entry whose line says no more than "Custom", the boxes that have changed.
-    std::vector<std::string> changes(const EntryList& edited) const;
+    std::vector<std::string> changes(const AclEditor& editor) const;
 
     /// Has the editor go on with what its edit makes of `now`, whose entries from then on are the
     /// ones that were read. Answers which changes could not be made, as the entry is no longer what

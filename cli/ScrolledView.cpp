@@ -24,11 +24,12 @@ std::string ScrolledView::cutOut(const std::string& text, std::size_t columns) c
     return isCutRight ? padded(rest, columns - 1) + ">" : rest;
 }
 
-std::vector<std::string> ScrolledView::draw(const std::vector<ViewedLine>& lines,
+std::vector<std::string> ScrolledView::draw(const std::vector<std::string>& head,
+                                            const std::vector<ViewedLine>& lines,
                                             std::size_t chosen, std::size_t rows,
                                             std::size_t columns, const Style& style) {
-    constexpr std::size_t rowsAround = 2;
-    room_ = rows > rowsAround ? rows - rowsAround : 1;
+    const auto others = head.size() + rowsAround;
+    room_ = rows > others ? rows - others : 1;
     if (chosen < first_)
         first_ = chosen;
     else if (chosen >= first_ + room_)
@@ -39,11 +40,15 @@ std::vector<std::string> ScrolledView::draw(const std::vector<ViewedLine>& lines
     const auto width = columns > markColumns ? columns - markColumns : 0;
     step_ = std::max<std::size_t>(width / 2, 1);
     std::size_t widest = 0;
+    for (const auto& line : head)
+        widest = std::max(widest, columnsOf(line));
     for (auto i = first_; i != end; ++i)
         widest = std::max(widest, columnsOf(lines[i].text));
     left_ = std::min(left_, widest > width ? widest - width : 0);
 
     std::vector<std::string> shown;
+    for (const auto& line : head)
+        shown.push_back(style.faint(cut("  " + cutOut(line, width), columns)));
     const auto addMark = [&](const std::string& mark, const Phrase& what) {
         shown.push_back(style.faint(cut("  " + mark + " " + what.localized(), columns)));
     };

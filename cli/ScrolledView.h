@@ -17,10 +17,13 @@ struct ViewedLine {
 
 class ScrolledView {
   public:
-    /// Returns `rows` lines of at most `columns`: a line that tells of those above, the part of
-    /// `lines` around the chosen one, which "> " marks, and a line that tells of those below. "<"
-    /// or ">" marks a side at which lines are cut.
-    std::vector<std::string> draw(const std::vector<ViewedLine>& lines, std::size_t chosen,
+    /// The one that tells of the lines above, and the one that tells of those below.
+    static constexpr std::size_t rowsAround = 2;
+    /// Returns `rows` lines of at most `columns`: `head`, a line that tells of those above, the
+    /// part of `lines` around the chosen one, which "> " marks, and a line that tells of those
+    /// below. "<" or ">" marks a side at which lines are cut.
+    std::vector<std::string> draw(const std::vector<std::string>& head,
+                                  const std::vector<ViewedLine>& lines, std::size_t chosen,
                                   std::size_t rows, std::size_t columns, const Style& style);
     /// How many lines the last draw() has shown.
     std::size_t page() const { return room_; }

@@ -164,9 +164,9 @@ TEST_F(Editing, OffersTheEditByHandOnTheListThatAnotherProgramHasMade) {
         EXPECT_EQ(editor.entries()[2]->permissionGroup(), MVAclGroupRead) << "as it was edited";
         EXPECT_EQ(session.changes(),
                   (std::vector<std::string>{
-                      "- uid 4804  Allow  Custom (part of Read, part of Write)  This item",
-                      "+ uid 4804  Allow  Read  This item",
-                      "+ uid 4805  Allow  Read and Write  This item"}))
+                      "- uid 4804  Allow  rw-  Custom (part of Read, part of Write)  This item",
+                      "+ uid 4804  Allow  r--  Read  This item",
+                      "+ uid 4805  Allow  rw-  Read and Write  This item"}))
             << "beside what the list is by then";
         return save(false) == std::nullopt;
     });
@@ -185,17 +185,17 @@ TEST_F(Editing, TellsWhatIsChangedByBoxesWhereTheLinesSayTooLittle) {
     const auto entries = entriesOfPosixAcl(acl_);
     const ListEdit edit(entries);
     AclEditor editor(edit.shown(), [](Problem&) { return false; });
-    EXPECT_EQ(edit.changes(editor.entries()), std::vector<std::string>());
+    EXPECT_EQ(edit.changes(editor), std::vector<std::string>());
     EXPECT_EQ(editor.setBox(1, "Read Data", BoxChange::off), std::nullopt);
     EXPECT_EQ(editor.setBox(1, "Read Data", BoxChange::on), std::nullopt);
-    EXPECT_EQ(edit.changes(editor.entries()), std::vector<std::string>()) << "as it was";
+    EXPECT_EQ(edit.changes(editor), std::vector<std::string>()) << "as it was";
     EXPECT_EQ(editor.setBox(1, "Read Attributes", BoxChange::off), std::nullopt);
     EXPECT_EQ(editor.remove(2), std::nullopt);
-    EXPECT_EQ(edit.changes(editor.entries()),
+    EXPECT_EQ(edit.changes(editor),
               (std::vector<std::string>{
-                  "  uid 4803  Allow  Custom (part of Read, part of Write)  This item",
+                  "  uid 4803  Allow  rw-  Custom (part of Read, part of Write)  This item",
                   "      [ ] Read Attributes",
-                  "- uid 4804  Allow  Custom (part of Read, part of Write)  This item"}));
+                  "- uid 4804  Allow  rw-  Custom (part of Read, part of Write)  This item"}));
 }
 
 TEST_F(Editing, ReadsTheListOnceIfNobodyElseChangesIt) {

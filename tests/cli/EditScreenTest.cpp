@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/MVAclOrigin.h>
+#include <MorvaneOperation/PosixAclEntries.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,6 +14,17 @@ namespace {
 using acltest::box;
 using acltest::flatTree;
 using Pressed = EditScreen::Result;
+
+std::vector<std::string> linesOf(std::string_view text) {
+    std::vector<std::string> lines{""};
+    for (const char c : text) {
+        if (c == '\n')
+            lines.emplace_back();
+        else
+            lines.back() += c;
+    }
+    return lines;
+}
 
 class Screen : public testing::Test {
   protected:
@@ -29,14 +41,7 @@ class Screen : public testing::Test {
         return result;
     }
     std::vector<std::string> drawn(std::size_t rows = 40, std::size_t columns = 80) {
-        std::vector<std::string> lines{""};
-        for (const char c : screen_.draw(rows, columns)) {
-            if (c == '\n')
-                lines.emplace_back();
-            else
-                lines.back() += c;
-        }
-        return lines;
+        return linesOf(screen_.draw(rows, columns));
     }
     const MVAclEntry& entry(std::size_t i) { return *editor_.entries().at(i); }
 
@@ -51,8 +56,8 @@ class Screen : public testing::Test {
 TEST_F(Screen, ShowsTheEntriesWithTheFirstOneChosen) {
     const auto lines = drawn();
     EXPECT_EQ(lines[0], "notes.txt");
-    EXPECT_EQ(lines[2], "> 1. user alice (owner)  Allow  Read and Write  This item");
-    EXPECT_EQ(lines[3], "  2. user alice  Allow  Read and Write  This item");
+    EXPECT_EQ(lines[2], "> 1. user alice (owner)  Allow  rw-  Read and Write  This item");
+    EXPECT_EQ(lines[3], "  2. user alice  Allow  rwx  Read and Write  This item");
 }
 
 TEST_F(Screen, OpensAnEntryToItsBoxesAndClosesIt) {
@@ -62,7 +67,7 @@ TEST_F(Screen, OpensAnEntryToItsBoxesAndClosesIt) {
     EXPECT_EQ(lines[5], "          [x] Read Data");
     press({keyLeft});
     lines = drawn();
-    EXPECT_EQ(lines[3], "> 2. user alice  Allow  Read and Write  This item");
+    EXPECT_EQ(lines[3], "> 2. user alice  Allow  rwx  Read and Write  This item");
     EXPECT_EQ(lines[4], "");
 }
 
@@ -105,7 +110,7 @@ TEST_F(Screen, TogglesABoxAndShowsItsGroupMixed) {
     press({keyDown, ' ', keyDown, keyDown, ' '});
     const auto lines = drawn();
     EXPECT_EQ(lines[0], "notes.txt (changed)");
-    EXPECT_EQ(lines[3], "  2. user alice  Allow  Custom (part of Read, Write)  This item");
+    EXPECT_EQ(lines[3], "  2. user alice  Allow  -wx  Custom (part of Read, Write)  This item");
     EXPECT_EQ(lines[4], "      [-] Read");
     EXPECT_EQ(lines[5], ">         [ ] Read Data");
     EXPECT_EQ(box(entry(1), 0, 0).state(), MVStateOff);
@@ -139,7 +144,7 @@ TEST_F(Screen, AsksWhomToAdd) {
     type("group:stafg");
     press({keyBackspace, 'f', keyEnter});
     ASSERT_EQ(editor_.entries().size(), 3u);
-    EXPECT_EQ(drawn()[4], "> 3. group staff  Allow  Read and Write  This item");
+    EXPECT_EQ(drawn()[4], "> 3. group staff  Allow  rwx  Read and Write  This item");
 }
 
 TEST_F(Screen, TellsWhatIsWrongWithAnAnswerAndChangesNothing) {
@@ -276,7 +281,7 @@ TEST_F(Screen, TakesChangesBackAndMakesThemAgain) {
     EXPECT_EQ(drawn()[0], "notes.txt (changed)");
     press({'u'});
     EXPECT_EQ(box(second, 0, 0).state(), MVStateOn);
-    EXPECT_EQ(drawn()[3].substr(0, 50), "> 2. user alice  Allow  Read and Write  This item");
+    EXPECT_EQ(drawn()[3], "> 2. user alice  Allow  rwx  Read and Write  This item");
     EXPECT_EQ(drawn()[0], "notes.txt");
     press({'u'});
     const auto told = drawn();
@@ -335,15 +340,20 @@ TEST_F(Screen, KeepsTheEndOfALongAnswerInSight) {
     EXPECT_EQ(drawn(24, 40)[5], "a-name-that-goes-on-and-on-and-ends-here");
 }
 
+EntryList readFrom(EntryList entries, MVAclStorage storage, MVAclOrigin::StoredLists stored = {}) {
+    const auto origin = MVAclOrigin::initWithValues(
+        {NSURL::fileURLWithPath("/x"), false, 4711, 4711, storage, "digest"}, std::move(stored));
+    for (const auto& entry : entries)
+        entry->setOrigin(origin);
+    return entries;
+}
+
 /// Entries that were read from a POSIX list.
 class ScreenOfAList : public Screen {
   protected:
     ScreenOfAList() {
-        for (const auto& entry : editor_.entries())
-            entry->setOrigin(MVAclOrigin::initWithValues(
-                {NSURL::fileURLWithPath("/x"), false, 4711, 4711, MVAclStorage::posix, "digest"}));
         asked_ = std::make_unique<EditScreen>(
-            editor_, "notes.txt", Style(true),
+            read_, "notes.txt", Style(true),
             EditSources{[this] { return changes_; },
                         [this](const NSUUID& who) -> Result<PermissionList> {
                             who_ = who;
@@ -359,6 +369,8 @@ class ScreenOfAList : public Screen {
         return result;
     }
 
+    AclEditor read_{readFrom(editor_.entries(), MVAclStorage::posix),
+                    [](Problem&) { return false; }};
     std::vector<std::string> changes_;
     NSErrorRef failure_;
     std::optional<NSUUID> who_;
@@ -429,6 +441,104 @@ TEST_F(ScreenOfAList, ShowsWhatChangesBeforeItSaves) {
     EXPECT_EQ(pressed({'L', 's'}), Pressed::saveLossily);
     changes_.clear();
     EXPECT_EQ(pressed({'s'}), Pressed::save);
+}
+
+/// A file's list as it is stored, with a mask that takes writing from somebody.
+class ScreenOfAMaskedList : public testing::Test {
+  protected:
+    static EntryList entries() {
+        PosixAcl acl{4711, 4711, false, {}, {}};
+        acl.access.owner = PosixRead | PosixWrite;
+        acl.access.owningGroup = PosixRead;
+        acl.access.mask = PosixRead;
+        acl.access.users = {{4803, PosixRead | PosixWrite}};
+        return readFrom(entriesOfPosixAcl(acl), MVAclStorage::posix, storedListsOf(acl));
+    }
+    std::vector<std::string> drawn(std::size_t rows, std::size_t columns) {
+        return linesOf(screen_.draw(rows, columns));
+    }
+
+    acltest::World world_;
+    AclEditor editor_{entries(), [](Problem&) { return false; }};
+    EditScreen screen_{editor_, "notes.txt", Style(false)};
+};
+
+TEST_F(ScreenOfAMaskedList, ShowsAboveTheTableWhatItIsAndTheMaskThatLimitsIt) {
+    const auto lines = drawn(24, 80);
+    EXPECT_EQ(lines[0], "notes.txt");
+    EXPECT_EQ(lines[1], "  file, POSIX list; uid 4711 (owner), gid 4711 (owning group)");
+    EXPECT_EQ(lines[2], "  The mask r-- holds back rights that are stored; shown is what is left.");
+    EXPECT_EQ(lines[3], "");
+    EXPECT_EQ(lines[4], "> 1. uid 4711 (owner)  Allow  rw-  Read and Write  This item");
+    EXPECT_EQ(lines[5].substr(0, 27), "  2. uid 4803  Allow  r--  ");
+}
+
+TEST_F(ScreenOfAMaskedList, WrapsWhatIsAboveTheTableWhereThereIsRoom) {
+    const auto lines = drawn(24, 40);
+    EXPECT_EQ(lines[1], "  file, POSIX list; uid 4711 (owner),");
+    EXPECT_EQ(lines[2], "  gid 4711 (owning group)");
+    EXPECT_EQ(lines[3], "  The mask r-- holds back rights that");
+    EXPECT_EQ(lines[4], "  are stored; shown is what is left.");
+    EXPECT_EQ(lines[6].substr(0, 4), "> 1.");
+}
+
+TEST_F(ScreenOfAMaskedList, CutsWhatIsAboveTheTableRatherThanTheTable) {
+    auto lines = drawn(12, 40);
+    EXPECT_EQ(lines[1], "  file, POSIX list; uid 4711 (owner), g>");
+    EXPECT_EQ(lines[2], "  The mask r-- holds back rights that a>");
+    EXPECT_EQ(lines[4].substr(0, 4), "> 1.");
+    EXPECT_EQ(lines[6].substr(0, 4), "  3.");
+    screen_.press('>');
+    EXPECT_EQ(drawn(12, 40)[2], "  <ack rights that are stored; shown is>");
+    screen_.press('<');
+    lines = drawn(10, 40);
+    EXPECT_EQ(lines[2].substr(0, 4), "> 1.") << "no room for others above it";
+    EXPECT_EQ(lines[4].substr(0, 4), "  3.");
+}
+
+TEST_F(ScreenOfAMaskedList, FitsOnATerminalOfAnySize) {
+    for (std::size_t rows = 1; rows != 16; ++rows) {
+        for (const std::size_t columns : {1, 3, 20, 76}) {
+            const auto lines = drawn(rows, columns);
+            EXPECT_LE(lines.size(), rows);
+            for (const auto& line : lines)
+                EXPECT_LE(columnsOf(line), columns) << line;
+        }
+    }
+}
+
+TEST_F(ScreenOfAMaskedList, HasTheLettersFollowAnEdit) {
+    const auto second = [&] { return drawn(24, 80)[5].substr(0, 31); };
+    screen_.press(keyDown);
+    while (editor_.entries()[1]->permissionGroup() != MVAclGroupRead)
+        screen_.press('g');
+    EXPECT_EQ(second(), "> 2. uid 4803  Allow  r--  Read") << "nobody executes the file";
+    screen_.press('g');
+    EXPECT_EQ(second(), "> 2. uid 4803  Allow  -w-  Writ");
+    screen_.press('u');
+    EXPECT_EQ(second(), "> 2. uid 4803  Allow  r--  Read");
+    screen_.press('/');
+    for (const char c : std::string("execute"))
+        screen_.press(static_cast<char32_t>(c));
+    for (const auto key : std::initializer_list<char32_t>{keyEnter, ' ', ' '})
+        screen_.press(key);
+    EXPECT_EQ(drawn(40, 80)[5].substr(0, 31), "  2. uid 4803  Allow  r-x  Read");
+    screen_.press('u');
+    screen_.press('u');
+    EXPECT_EQ(drawn(40, 80)[5].substr(0, 31), "  2. uid 4803  Allow  r--  Read");
+    screen_.press('U');
+    screen_.press('U');
+    EXPECT_EQ(drawn(40, 80)[5].substr(0, 31), "  2. uid 4803  Allow  r-x  Read");
+}
+
+TEST_F(Screen, ShowsTheLettersOfAnNfs4List) {
+    AclEditor editor(readFrom({MVAclEntry::newEntryForDirectory(false)}, MVAclStorage::nfs4),
+                     [](Problem&) { return false; });
+    EditScreen screen(editor, "notes.txt", Style(false));
+    screen.press('t');
+    const auto lines = linesOf(screen.draw(24, 80));
+    EXPECT_EQ(lines[1], "  file, NFSv4 list; uid 4711 (owner), gid 4711 (owning group)");
+    EXPECT_EQ(lines[3], "> 1. user alice  Deny  rwadxtTnNc  Read and Write  This item");
 }
 
 TEST_F(Screen, FitsOnATerminalOfAnySize) {

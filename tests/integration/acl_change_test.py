@@ -471,7 +471,7 @@ class Terminal(Changing):
         number = next(i for i, line in enumerate(
             line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
         for keys, expected in (
-                ([*[down] * number], "> {n}. uid 4711  Allow  Custom (part of Read, part of Write)"),
+                ([*[down] * number], "> {n}. uid 4711  Allow  rw-  Custom (part of Read, part of Write)"),
                 ([right], "\n      [-] Read"),
                 ([down, down], ">         [x] Read Data"),
                 (["\x1bOA"], ">     [-] Read"),  # as a terminal in its other mode tells the key
@@ -480,17 +480,17 @@ class Terminal(Changing):
                 ([down, " "], ">     [x] Read"),
                 ([left], "> {n}. uid 4711  Allow"),
                 (["g"], "'All' cannot be chosen: only the owner has it."),
-                ([down, up], "> {n}. uid 4711  Allow  Read and Write"),
-                (["g"], "> {n}. uid 4711  Allow  Read "),
-                (["t"], "> {n}. uid 4711  Deny  Read"),
-                (["t"], "> {n}. uid 4711  Allow  Read"),
+                ([down, up], "> {n}. uid 4711  Allow  rw-  Read and Write"),
+                (["g"], "> {n}. uid 4711  Allow  r--  Read "),
+                (["t"], "> {n}. uid 4711  Deny  r-x  Read"),
+                (["t"], "> {n}. uid 4711  Allow  r--  Read"),
                 (["i"], "  inherited"),
                 (["t"], "is inherited; make it the item's own first"),
                 (["i"], "> {n}. uid 4711  Allow"),
                 (["w"], "user:NAME, group:NAME or everyone: "),
                 ([*"user:47129", "\x7f"], "everyone: user:4712\n"),
-                (["\r"], "> {n}. uid 4712  Allow  Read"),
-                (["a", *"group:4713", "\n"], "gid 4713  Allow  Read and Write"),
+                (["\r"], "> {n}. uid 4712  Allow  r--  Read"),
+                (["a", *"group:4713", "\n"], "gid 4713  Allow  rw-  Read and Write"),
                 (["d"], "(changed)"),
                 (["a", "x", "\x1b"], "(changed)"),
                 (["a", "x", "\x03"], "(changed)"),
@@ -513,8 +513,8 @@ class Terminal(Changing):
         self.edit("g")
         os.write(self.terminal, b"s")
         shown = re.sub(r"\r|\x1b\[\d*m", "", self.read(self.terminal, until="back to the list"))
-        self.assertRegex(shown, r"These changes are saved:\n\n> - user \S+ \(owner\)  Allow  Read and Write  This item\n"
-                                r"  \+ user \S+ \(owner\)  Allow  Read  This item\n")
+        self.assertRegex(shown, r"These changes are saved:\n\n> - user \S+ \(owner\)  Allow  rw-  Read and Write  This item\n"
+                                r"  \+ user \S+ \(owner\)  Allow  r--  Read  This item\n")
         self.assertIn("(changed)", self.edit_more("x"))
         self.assertEqual(os.stat(self.file).st_mode & 0o777, 0o640)
         self.assertEqual(self.end("s\r")[0], 0)
@@ -529,6 +529,18 @@ class Terminal(Changing):
         self.setfacl("-m", "u:4711:rw", self.file)
         self.edit("/", *"delete", "\r")
         self.assertIn("It cannot be on: who may delete an item is told by the folder that it is in", self.edit_more(">"))
+
+    def test_what_the_item_is_and_a_mask_that_limits_it_stand_above_the_entries(self):
+        self.setfacl("-m", "u:4711:rw,m::r", self.file)
+        shown = re.sub(r"\r|\x1b\[\d*m", "", self.edit("j"))
+        self.assertRegex(shown, r"\n  file, POSIX list; user \S+ \(owner\), group \S+ \(owning group\)\n"
+                                r"  The mask r-- holds back rights that are stored; shown is what is left\.\n\n")
+        self.assertIn("\n> 2. uid 4711  Allow  r--  Custom (part of Read)", shown)
+        self.edit_more("g")
+        self.edit_more("g")
+        self.assertIn("> 2. uid 4711  Allow  -w-  Write", self.edit_more("g"))
+        self.assertIn("> 2. uid 4711  Allow  r--  Custom", self.edit_more("u") + self.edit_more("u") + self.edit_more("u"))
+        self.end("q")
 
     def test_what_somebody_can_really_do_stands_beside_the_boxes(self):
         self.setfacl("-m", "u:65534:rw,m::r", self.file)
@@ -616,12 +628,12 @@ class Terminal(Changing):
             line for line in shown.split("\n") if "Allow" in line) if "uid 4711" in line)
         for key in [*["\x1b[B"] * number, "g", "g"]:
             shown = self.edit_more(key)
-        self.assertIn("uid 4711  Allow  Read ", shown)
+        self.assertIn("uid 4711  Allow  r--  Read ", shown)
         self.setfacl("-m", "u:4712:r", self.file)
         shown = " ".join(self.edit_more("ss").split())
         self.assertIn("Another program has changed the list. Your changes are made on what it is now: look at it, "
                       "and save again.", shown)
-        self.assertIn("uid 4711 Allow Read ", shown)
+        self.assertIn("uid 4711 Allow r-- Read ", shown)
         self.assertIn("uid 4712 Allow", shown)
         self.assertIn("user:4711:rw-", acl(self.file), "nothing is written before it was looked at")
         status, rest = self.end("ss")
