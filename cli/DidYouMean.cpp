@@ -43,7 +43,8 @@ std::string withQuestion(const std::string& reason, std::string_view word,
     const auto nearest = *std::min_element(names.begin(), names.end(), [&](auto a, auto b) {
         return editDistance(word, a) < editDistance(word, b);
     });
-    const bool isLike = editDistance(word, nearest) <= (word.size() < 4 ? 1U : 2U);
+    const auto letters = word.size() - std::min(word.find_first_not_of('-'), word.size());
+    const bool isLike = editDistance(word, nearest) <= (letters < 5 ? 1U : 2U);
     // TRANSLATORS: %1 is "there is no command 'sise'".
     return isLike ? say("%1; did you mean '%2'?", reason, nearest) : reason;
 }

@@ -77,6 +77,9 @@ TEST(CommandLine, AsksWhetherACommandOrOptionThatIsLikeItWasMeant) {
     EXPECT_EQ(stopped({"acl", "/x", "--colour=always"}).message,
               "morvane: there is no option '--colour'\n"
               "  'morvane acl --help' tells how the command is used.\n");
+    EXPECT_EQ(stopped({"size", "/x", "--nope"}).message,
+              "morvane: there is no option '--nope'\n"
+              "  'morvane size --help' tells how the command is used.\n");
     EXPECT_EQ(stopped({"help", "edti"}).message,
               "morvane: there is no command 'edti'; did you mean 'edit'?\n"
               "  'morvane --help' tells how the command is used.\n");
