@@ -178,6 +178,20 @@ class Scripts(Changing):
         self.assertEqual(acl(self.file), before)
 
 
+class FailingDisk(Changing):
+    def test_an_error_of_the_disk_or_the_server_is_explained(self):
+        for calls, what in ("fgetxattr,getxattr,lgetxattr", "read"), ("fsetxattr,setxattr,lsetxattr", "change"):
+            with self.subTest(what=what):
+                result = subprocess.run(
+                    ["strace", "-f", "-qq", "-o", "/dev/null", "-e", f"trace={calls}", "-e", f"inject={calls}:error=EIO",
+                     MORVANE, "acl", self.file, *(["--set", "u:4711:r"] if what == "change" else [])],
+                    env={**ENVIRONMENT, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"},
+                    capture_output=True, text=True, timeout=TIME_LIMIT, check=False)
+                self.assertEqual((result.returncode, result.stdout, result.stderr),
+                                 (1, "", f"morvane: cannot {what} the access-control list of '{self.file}': Input/output error\n"
+                                         "  The disk has failed, or the server of a network mount; 'dmesg' may tell more.\n"))
+
+
 class Access(Changing):
     def test_it_is_what_the_user_can_really_do(self):
         os.chmod(os.path.dirname(self.folder), 0o755)  # all must be able to come here
