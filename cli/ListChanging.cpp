@@ -227,7 +227,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
     if (changed_ == 0)
         journal_.discard();
     if (misuse_)
-        return {ExitUsage, {}, message({say("%1.", *misuse_), say("Nothing was changed.")})};
+        return misusedChange(*misuse_);
     Outcome outcome{worst_, {}, toldFailures() + toldFlags()};
     outcome.error = worst_ == ExitSuccess ? nullptr : error_;
     const bool isOne = all.size() == 1 && !all.front().recursive;
