@@ -52,6 +52,13 @@ def mount(folder):
     subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", folder], check=True)
 
 
+def listens(path):
+    """Whether somebody listens there, which is after the path has come into being."""
+    with open("/proc/net/unix", encoding="ascii") as f:
+        sockets = [line.split() for line in f][1:]
+    return any(socket[3] == "00010000" and socket[-1].endswith(path) for socket in sockets)
+
+
 def stop(process):
     """Stops a process and returns once it stands still."""
     os.kill(process.pid, signal.SIGSTOP)
@@ -163,7 +170,7 @@ class Rig:
     def start_bus(self):
         self.bus = subprocess.Popen(["dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog"],
                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(lambda: os.path.exists("/run/dbus/system_bus_socket"), "the bus")
+        wait_until(lambda: listens("/run/dbus/system_bus_socket"), "the bus")
 
     def kill_bus(self):
         """polkitd goes with it."""
@@ -210,7 +217,7 @@ class Rig:
              "systemd-socket-activate", "-l", SOCKET, "--fdname=helper", "-E", f"RUNTIME_DIRECTORY={KEPT}",
              *preload, *launcher, self.helper_program],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(lambda: os.path.exists(SOCKET), "the helper's socket")
+        wait_until(lambda: listens(SOCKET), "the helper's socket")
         os.chmod(SOCKET, 0o666)
 
     def stop_helper(self):
