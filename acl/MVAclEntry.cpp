@@ -83,6 +83,16 @@ void MVAclEntry::setIdentity(CBIdentityRef identity) {
     didChangeValueForKey(identityKeyPath);
 }
 
+void MVAclEntry::setFoundIdentity(CBIdentityRef identity) {
+    if (identity && uuid_ != identity->uniqueIdentifier())
+        return;
+    const bool isNews = isIdentityKnown_ && identity_ != identity;
+    identity_ = std::move(identity);
+    isIdentityKnown_ = true;
+    if (isNews)
+        didChangeValueForKey(identityKeyPath);
+}
+
 void MVAclEntry::setApplicableTo(std::string text) {
     applicableTo_ = std::move(text);
     didChangeValueForKey(applicableToKeyPath);
@@ -253,7 +263,6 @@ std::shared_ptr<NSObject> MVAclEntry::initWithCoder(NSKeyedUnarchiver& coder) {
     auto origin = coder.decodeObject("origin", originClasses);
     auto entry = coder.makeObject<MVAclEntry>(Private());
     entry->setUp(uuid, tag, std::move(permissions), inherited);
-    entry->identity();  // here nobody waits at a window for it
     entry->setOrigin(std::static_pointer_cast<const MVAclOrigin>(std::move(origin)));
     return entry;
 }

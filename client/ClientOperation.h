@@ -40,6 +40,8 @@ class MVFileClient::State {
     /// Runs operations that need no service.
     const std::shared_ptr<DispatchQueue> work = DispatchQueue::serialQueue(nullptr);
     const std::shared_ptr<IdentitySearch> people = std::make_shared<IdentitySearch>();
+    /// Looks up the names that lists do not wait for.
+    const std::shared_ptr<DispatchQueue> names = DispatchQueue::serialQueue(nullptr);
 
     void add(const std::shared_ptr<ClientOperation>& operation);
     void cancelAll();

@@ -24,7 +24,9 @@ bool isPossible(const std::vector<EntryChoice>& choices, std::int64_t code) {
 struct MVAclEditor::State {
     explicit State(MVFileAcl read)
         : acl(std::move(read)), list([this](const MVAclEntry& entry, const NSKeyPath& keyPath) {
-              ++editCount;
+              // An edit of the identity sets the UUID as well; without it a name has become known.
+              if (&keyPath != &MVAclEntry::identityKeyPath)
+                  ++editCount;
               // The call may end the observation from which this comes.
               if (const auto told = changed)
                   told(entry, keyPath);

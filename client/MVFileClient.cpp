@@ -11,6 +11,7 @@
 
 #include "ClientOperation.h"
 #include "EntrySnapshot.h"
+#include "NamesLater.h"
 
 namespace morvane {
 
@@ -70,6 +71,22 @@ MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries)
                                    [](const auto& entry) { return entry->origin() != nullptr; });
     if (told != acl.entries.end())
         acl.origin = (*told)->origin();
+    return acl;
+}
+
+/// The same with who the entries are for: looked up here, where nobody waits at a window for it; or
+/// beside the list, if the host has said where it is told of names.
+MVFileAcl namedAclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries,
+                     const MVFileClient::Executor& later, DispatchQueue& queue) {
+    if (!later) {
+        for (const auto& entry : entries)
+            entry->identity();
+        return aclOf(url, item, std::move(entries));
+    }
+    const auto names = std::make_shared<NamesLater>(entries, later);
+    names->lookUp(queue);
+    auto acl = aclOf(url, item, std::move(entries));
+    names->handOver();
     return acl;
 }
 
@@ -160,17 +177,24 @@ MVFileClient::~MVFileClient() {
 
 void MVFileClient::readAcl(const NSURL& url, MVOperationOptions options,
                            Completion<Result<MVFileAcl>> completion) {
+    auto later = std::move(options.namesLater);
     operation<Result<MVFileAcl>>(
         state_, std::move(options), MVRightGetFileAcl, false,
-        [url](MVFileRequest& service, bool privileged, auto reply) {
+        [url, later = std::move(later), queue = state_->names](MVFileRequest& service,
+                                                               bool privileged, auto reply) {
             const auto item = itemFor(privileged, url);
-            service.getAclEntriesWithUrl(
-                item, [url, item, reply](MVFileAcl::Entries entries, NSErrorRef error) {
-                    if (error)
-                        reply(Failure{std::move(error)});
-                    else
-                        reply(aclOf(url, item, std::move(entries)));
-                });
+            service.getAclEntriesWithUrl(item, [url, item, later, queue, reply](
+                                                   MVFileAcl::Entries entries, NSErrorRef error) {
+                if (error)
+                    return reply(Failure{std::move(error)});
+                std::optional<MVFileAcl> acl;
+                try {
+                    acl = namedAclOf(url, item, std::move(entries), later, *queue);
+                } catch (const std::exception&) {
+                    return reply(Failure{errorOfFailure(std::current_exception())});
+                }
+                reply(*std::move(acl));
+            });
         },
         std::move(completion))
         ->start();

@@ -56,20 +56,25 @@ void Call::endWith(const NSErrorRef& error) {
     });
 }
 
-void Call::post(std::function<void()> work) {
-    // Not g_main_context_invoke(): that might run the work on this thread.
-    GSource* const source = g_idle_source_new();
-    g_source_set_priority(source, g_task_get_priority(task_));
-    g_source_set_callback(
-        source,
-        [](gpointer held) -> gboolean {
-            guarded([&] { (*static_cast<std::function<void()>*>(held))(); });
-            return G_SOURCE_REMOVE;
-        },
-        new std::function<void()>(std::move(work)),
-        [](gpointer held) { delete static_cast<std::function<void()>*>(held); });
-    g_source_attach(source, g_task_get_context(task_));
-    g_source_unref(source);
+MVFileClient::Executor Call::executor() const {
+    GMainContext* const own = g_task_get_context(task_);
+    const std::shared_ptr<GMainContext> context(
+        g_main_context_ref(own ? own : g_main_context_default()), g_main_context_unref);
+    return [context, priority = g_task_get_priority(task_)](std::function<void()> work) {
+        // Not g_main_context_invoke(): that might run the work on this thread.
+        GSource* const source = g_idle_source_new();
+        g_source_set_priority(source, priority);
+        g_source_set_callback(
+            source,
+            [](gpointer held) -> gboolean {
+                guarded([&] { (*static_cast<std::function<void()>*>(held))(); });
+                return G_SOURCE_REMOVE;
+            },
+            new std::function<void()>(std::move(work)),
+            [](gpointer held) { delete static_cast<std::function<void()>*>(held); });
+        g_source_attach(source, context.get());
+        g_source_unref(source);
+    };
 }
 
 }  // namespace morvane

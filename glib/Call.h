@@ -35,6 +35,8 @@ class Call final : public std::enable_shared_from_this<Call> {
     }
 
     MVOperationOptions options(MorvanePrivilege privilege) const;
+    /// Runs tasks on the context, also when the operation has ended.
+    MVFileClient::Executor executor() const;
 
     /// Returns the function that takes an operation's progress: `report` is called on the context
     /// with the latest that is known.
@@ -66,7 +68,7 @@ class Call final : public std::enable_shared_from_this<Call> {
     void endWith(const NSErrorRef& error);
 
   private:
-    void post(std::function<void()> work);
+    void post(std::function<void()> work) { executor()(std::move(work)); }
 
     GTask* task_;
     GCancellable* const cancellable_;

@@ -79,7 +79,9 @@ void show(MorvaneAcl* self, std::shared_ptr<MVAclEditor> editor) {
     state.objects.resize(state.editor->entries().size());
     state.wasModified = state.editor->isModified();
     state.didReadExecute = state.editor->readExecutes();
-    state.editor->setObserver([self](const MVAclEntry&, const NSKeyPath&) {
+    state.editor->setObserver([self](const MVAclEntry&, const NSKeyPath& keyPath) {
+        if (&keyPath == &MVAclEntry::identityKeyPath)
+            return;  // the entry tells it; an edit has set the UUID before
         const auto alive = Owned<MorvaneAcl>::sharing(self);
         held(self).editor->tell([alive] { tellChanged(alive.get()); });
     });

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <atomic>
+
 #include "ClientCalls.h"
 
 struct _MorvaneFileClient {
     GObject parent;
     std::shared_ptr<morvane::MVFileClient>* held;
+    std::atomic<gboolean> namesLater;
 };
 
 G_DEFINE_FINAL_TYPE(MorvaneFileClient, morvane_file_client, G_TYPE_OBJECT)
@@ -38,11 +41,30 @@ static void morvane_file_client_init(MorvaneFileClient* self) {
 }
 
 static void morvane_file_client_class_init(MorvaneFileClientClass* made) {
-    ObjectClass<MorvaneFileClient>::setUp(made, {});
+    ObjectClass<MorvaneFileClient>::setUp(
+        made, {{g_param_spec_boolean("names-later", nullptr, nullptr, FALSE, writable),
+                [](MorvaneFileClient* client, GValue* value) {
+                    g_value_set_boolean(value, morvane_file_client_get_names_later(client));
+                },
+                [](MorvaneFileClient* client, const GValue* value) {
+                    morvane_file_client_set_names_later(client, g_value_get_boolean(value));
+                }}});
 }
 
 MorvaneFileClient* morvane_file_client_new() {
     return MORVANE_FILE_CLIENT(g_object_new(MORVANE_TYPE_FILE_CLIENT, nullptr));
+}
+
+gboolean morvane_file_client_get_names_later(MorvaneFileClient* self) {
+    g_return_val_if_fail(MORVANE_IS_FILE_CLIENT(self), FALSE);
+    return self->namesLater;
+}
+
+void morvane_file_client_set_names_later(MorvaneFileClient* self, gboolean names_later) {
+    g_return_if_fail(MORVANE_IS_FILE_CLIENT(self));
+    const gboolean later = names_later ? TRUE : FALSE;
+    if (self->namesLater.exchange(later) != later)
+        g_object_notify(G_OBJECT(self), "names-later");
 }
 
 void morvane_file_client_read_acl_async(MorvaneFileClient* self, GFile* file,
@@ -52,9 +74,14 @@ void morvane_file_client_read_acl_async(MorvaneFileClient* self, GFile* file,
     g_return_if_fail(G_IS_FILE(file));
     start(self, cancellable, callback, user_data, tagOf(morvane_file_client_read_acl_async),
           [&](const ClientCall& call) {
-              if (const auto urls = urlsOf(call, &file, 1))
-                  clientOf(self).readAcl(urls->front(), call->options(privilege),
-                                         endsWithObject<MVFileAcl>(call, newAcl));
+              const auto urls = urlsOf(call, &file, 1);
+              if (!urls)
+                  return;
+              auto options = call->options(privilege);
+              if (self->namesLater)
+                  options.namesLater = call->executor();
+              clientOf(self).readAcl(urls->front(), std::move(options),
+                                     endsWithObject<MVFileAcl>(call, newAcl));
           });
 }
 

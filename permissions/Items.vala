@@ -74,7 +74,7 @@ public class Items : Object {
 
     private async void look_again(int item) {
         try {
-            var now = yield client.read_acl_async(files[item], Morvane.Privilege.NEVER, null);
+            var now = yield read(files[item], Morvane.Privilege.NEVER);
             if (is_writing || acls[item] == null || acls[item].is_current(now))
                 return;
             if (shared.modified) {
@@ -177,12 +177,18 @@ public class Items : Object {
         return was_stopped ? problems.str : null;
     }
 
+    private async Morvane.Acl read(File file, Morvane.Privilege privilege) throws Error {
+        // Several lists are shown as one by who is in them, which has to be known first.
+        client.names_later = files.length == 1;
+        return yield client.read_acl_async(file, privilege, null);
+    }
+
     private async void read_written(File file) {
         for (var item = 0; item != files.length; ++item) {
             if (acls[item] == null || !acls[item].file.equal(file))
                 continue;
             try {
-                acls[item] = yield client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
+                acls[item] = yield read(file, Morvane.Privilege.WHEN_REFUSED);
             } catch (Error error) {
                 // What was written is what is shown; it cannot be written again.
             }
@@ -221,7 +227,7 @@ public class Items : Object {
         private async void read(Items items, int item) {
             var file = items.files[item];
             try {
-                acls[item] = yield items.client.read_acl_async(file, Morvane.Privilege.WHEN_REFUSED, null);
+                acls[item] = yield items.read(file, Morvane.Privilege.WHEN_REFUSED);
             } catch (Error error) {
                 items.add_problem(told, file, error);
             }

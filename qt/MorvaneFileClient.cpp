@@ -116,8 +116,14 @@ Operation* MorvaneFileClient::begun(Begin begin) {
 
 MorvaneAnswer<MVFileAcl>* MorvaneFileClient::readAcl(const QUrl& url, Privilege privilege) {
     return begun<MorvaneAnswer<MVFileAcl>>([&](auto& operation) {
+        auto options = optionsOf(operation, privilege);
+        if (namesLater_) {
+            options.namesLater = [](std::function<void()> task) {
+                DispatchQueue::mainQueue().async(std::move(task));
+            };
+        }
         for (const auto& place : placesOf({url}, operation))
-            client_->readAcl(place, optionsOf(operation, privilege),
+            client_->readAcl(place, options,
                              ending<Result<MVFileAcl>>(operation, keeping(operation.answer_)));
     });
 }

@@ -69,6 +69,10 @@ class MORVANE_EXPORT MorvaneFileClient : public QObject {
     using Nodes = std::vector<std::shared_ptr<morvane::MVTreeNode>>;
 
     MorvaneAnswer<morvane::MVFileAcl>* readAcl(const QUrl& url, Privilege privilege = Never);
+    /// Whether lists that are read from now on do not wait for names that a directory is slow to
+    /// tell. A model shows numbers for these at first.
+    void setNamesLater(bool later) { namesLater_ = later; }
+    bool namesLater() const { return namesLater_; }
     /// Replaces the list of the item. The entries are taken as they are during the call.
     MorvaneFileOperation* writeAcl(const morvane::MVFileAcl& acl, Privilege privilege = Never);
     /// Gives everything below the folder what it inherits of the entries.
@@ -106,4 +110,5 @@ class MORVANE_EXPORT MorvaneFileClient : public QObject {
                                                 MorvaneFileOperation& operation);
 
     const std::shared_ptr<morvane::MVFileClient> client_;
+    bool namesLater_ = false;
 };

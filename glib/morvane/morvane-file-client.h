@@ -38,6 +38,29 @@ G_DECLARE_FINAL_TYPE(MorvaneFileClient, morvane_file_client, MORVANE, FILE_CLIEN
 MORVANE_GLIB_API MorvaneFileClient* morvane_file_client_new(void);
 
 /**
+ * morvane_file_client_get_names_later: (get-property names-later)
+ * @self: a client
+ *
+ * Whether lists that are read do not wait for names that a directory is slow to tell. Their entries
+ * are for %NULL then, with a number as #MorvaneAclEntry:who, until they notify their
+ * #MorvaneAclEntry:identity on the main context of the call that read them. For a window, which
+ * binds to them; a program that looks at a list once should leave it.
+ *
+ * Returns: whether they do not wait; at first they do
+ */
+MORVANE_GLIB_API gboolean morvane_file_client_get_names_later(MorvaneFileClient* self);
+
+/**
+ * morvane_file_client_set_names_later: (set-property names-later)
+ * @self: a client
+ * @names_later: whether lists do not wait for names
+ *
+ * Sets #MorvaneFileClient:names-later for the lists that are read from now on.
+ */
+MORVANE_GLIB_API void morvane_file_client_set_names_later(MorvaneFileClient* self,
+                                                          gboolean names_later);
+
+/**
  * morvane_file_client_read_acl_async:
  * @self: a client
  * @file: the item

@@ -117,11 +117,15 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     /// Replaces the tree and observes the new one instead. Nothing is resolved. Throws
     /// NSInvalidArgumentException for a null group.
     void setPermissions(Permissions permissions);
-    /// Null if unknown. It is looked up when it is first asked for: directories can be slow, and a
-    /// service needs no names. An entry from an archive knows it already.
+    /// Null if unknown. It is looked up when it is first asked for, as directories can be slow, and
+    /// a service needs no names. The entries that MVFileClient reads know it already.
     const CBIdentityRef& identity() const;
     /// Sets `uuid` too.
     void setIdentity(CBIdentityRef identity);
+    /// Takes what somebody else has found for `uuid`; null, if nothing yet, so that it is not looked
+    /// up when it is asked for. Ignored if it is that of another uuid, as the entry may have been
+    /// edited meanwhile. Observers of "identity" are told if another answer was known.
+    void setFoundIdentity(CBIdentityRef identity);
     /// What the entry applies to, for people: "This item, Child files".
     const std::string& applicableTo() const;
     void setApplicableTo(std::string text);

@@ -38,6 +38,10 @@ struct MVOperationOptions {
     /// Of a propagation: the items so far, and before the completion those of the whole work. They
     /// begin anew if the helper does the work again. Not called where the service does not tell.
     std::function<void(const MVItemCounts& counts)> itemCounts = {};
+    /// Of readAcl(): if given, the list does not wait for names that a directory is slow to tell.
+    /// Its entries are without an identity() then, and a text shows their number, until a task of
+    /// this executor sets it and their observers are told.
+    std::function<void(std::function<void()> task)> namesLater = {};
 };
 
 /// The access-control list of an item, as it is read, edited and written.

@@ -25,8 +25,12 @@ class FakeUserDatabase final : public UserDatabase {
     std::atomic<int> lookups = 0;
     std::atomic<int> groupLookups = 0;
     std::function<void()> whenGroupsAreAsked = [] {};
+    std::function<void()> whenUserIsAsked = [] {};
 
-    std::optional<Record> userWithId(std::uint32_t uid) override { return byId(users, uid); }
+    std::optional<Record> userWithId(std::uint32_t uid) override {
+        whenUserIsAsked();
+        return byId(users, uid);
+    }
     std::optional<Record> userWithName(const std::string& name) override {
         return byName(users, name);
     }

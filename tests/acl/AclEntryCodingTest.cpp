@@ -297,6 +297,16 @@ TEST_F(MVAclEntryCoding, GroupsWithoutCheckBoxesDecodeAndReadAsOff) {
     EXPECT_EQ(MVTreeNode::stateOf(*back->permissions()[0]), 0);
 }
 
+TEST_F(MVAclEntryCoding, AnEntryThatAPeerHasSentHasNobodyLookedUpUntilItsIdentityIsAskedFor) {
+    const auto data = NSKeyedArchiver::archivedDataWithRootObject(*MVAclEntry::initWithUuid(
+        uuidOfPosixIdentity(CBPosixUser{1000}), 0, flatTree(1, 0, 0), false));
+    const FakeUserDatabaseInstallation database;
+    const auto entry = decoded(data);
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(database->lookups, 0);
+    EXPECT_EQ(entry->identity()->name(), "alice");
+}
+
 TEST_F(MVAclEntryCoding, AThousandEntriesOfOneUserReadTheUserDatabaseOnce) {
     const auto data = NSKeyedArchiver::archivedDataWithRootObject(*MVAclEntry::initWithUuid(
         uuidOfPosixIdentity(CBPosixUser{1000}), 0, flatTree(1, 0, 0), false));

@@ -1,8 +1,11 @@
 /* SPDX-License-Identifier: MIT */
+#define _GNU_SOURCE /* RTLD_NEXT */
 /* The binding from C, with the file service of MORVANE_LIBEXEC_DIR. With the argument --asking that
    is one which asks its client whether to go on for as long as it is told to. */
+#include <dlfcn.h>
 #include <glib/gstdio.h>
 #include <morvane/morvane.h>
+#include <pwd.h>
 #include <string.h>
 
 typedef struct {
@@ -133,6 +136,67 @@ static void what_is_edited_is_saved(Fixture* fixture, gconstpointer data) {
     /* What was made of the former list does not replace what is there now. */
     g_assert_false(write_acl(fixture, acl, &error));
     g_assert_error(error, MORVANE_ERROR, MORVANE_ERROR_CHANGED);
+}
+
+static GMutex directory;
+static GCond directory_answers;
+static gboolean directory_is_slow; /* does not answer for as long as that */
+
+/* What the library finds instead of the system's, on any thread. */
+int getpwuid_r(uid_t uid, struct passwd* entry, char* buffer, size_t size, struct passwd** found) {
+    int (*system)(uid_t, struct passwd*, char*, size_t, struct passwd**) = NULL;
+    *(void**)&system = dlsym(RTLD_NEXT, "getpwuid_r");
+    g_mutex_lock(&directory);
+    while (directory_is_slow)
+        g_cond_wait(&directory_answers, &directory);
+    g_mutex_unlock(&directory);
+    return system(uid, entry, buffer, size, found);
+}
+
+static void set_directory_slow(gboolean slow) {
+    g_mutex_lock(&directory);
+    directory_is_slow = slow;
+    g_cond_broadcast(&directory_answers);
+    g_mutex_unlock(&directory);
+}
+
+static void count_call(int* count) {
+    ++*count;
+}
+
+static void a_list_may_come_before_the_names_in_it(Fixture* fixture, gconstpointer data) {
+    (void)data;
+    const char* const give[] = {"setfacl", "-m", "u:2:r", g_file_peek_path(fixture->file), NULL};
+    g_free(run(give));
+    g_assert_false(morvane_file_client_get_names_later(fixture->client));
+    int set = 0;
+    g_signal_connect_swapped(fixture->client, "notify::names-later", G_CALLBACK(count_call), &set);
+    morvane_file_client_set_names_later(fixture->client, TRUE);
+    morvane_file_client_set_names_later(fixture->client, TRUE);
+    g_assert_cmpint(set, ==, 1);
+    set_directory_slow(TRUE);
+    g_autoptr(MorvaneAcl) acl = read_acl(fixture, fixture->file);
+    MorvaneAclEntry* const entry = entry_at(acl, 1);
+    g_autofree char* number = morvane_acl_entry_dup_who(entry);
+    g_assert_cmpstr(number, ==, "uid 2");
+    g_assert_null(morvane_acl_entry_dup_identity(entry));
+    int found = 0;
+    int changed = 0;
+    g_signal_connect_swapped(entry, "notify::who", G_CALLBACK(count_call), &found);
+    g_signal_connect_swapped(acl, "changed", G_CALLBACK(count_call), &changed);
+    set_directory_slow(FALSE);
+    while (!found)
+        g_main_context_iteration(NULL, TRUE);
+    g_autofree char* name = morvane_acl_entry_dup_who(entry);
+    g_assert_cmpstr(name, ==, "user bin");
+    g_assert_cmpint(changed, ==, 0);
+    g_assert_false(morvane_acl_get_modified(acl));
+
+    g_autoptr(MorvaneIdentity) daemon = morvane_identity_new_for_user(1);
+    morvane_acl_entry_set_identity(entry, daemon);
+    g_assert_cmpint(found, ==, 2);
+    g_assert_cmpint(changed, >, 0);
+    g_assert_true(morvane_acl_get_modified(acl));
 }
 
 static void only_the_box_for_execution_asks_for_execution(Fixture* fixture, gconstpointer data) {
@@ -799,6 +863,7 @@ int main(int argc, char** argv) {
         return g_test_run();
     }
     TEST(what_is_edited_is_saved);
+    TEST(a_list_may_come_before_the_names_in_it);
     TEST(only_the_box_for_execution_asks_for_execution);
     TEST(another_group_does_not_take_execution_back);
     TEST(the_nearest_list_stores_what_it_shows);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/qt/MorvaneAclModel.h>
 #include <MorvaneOperation/qt/MorvaneIdentityModel.h>
 #include <unistd.h>
 
@@ -7,8 +8,10 @@
 #include <QPointer>
 #include <algorithm>
 #include <cerrno>
+#include <semaphore>
 
 #include "QtTestSupport.h"
+#include "platform/fake/FakeUserDatabase.h"
 
 /// What the operations bring, on real files and by real services.
 namespace morvane {
@@ -23,6 +26,22 @@ TEST_F(QtFileClient, AListIsReadEditedAndWritten) {
     acl.entries.back()->setPermissionGroup(MVAclGroupNone);
     EXPECT_FALSE(done(client.writeAcl(acl))->error());
     EXPECT_EQ(modeOf(file), 0640u);
+}
+
+TEST_F(QtFileClient, AListMayComeBeforeTheNamesInIt) {
+    const auto answers = std::make_shared<std::counting_semaphore<>>(0);
+    const FakeUserDatabaseInstallation database;
+    database->users = {{getuid(), "alice"}};
+    database->whenUserIsAsked = [answers] { answers->acquire(); };
+    client.setNamesLater(true);
+    MorvaneAclModel model;
+    model.setAcl(read(makeFile("file")));
+    const auto owner = model.index(0, MorvaneAclModel::WhoColumn);
+    EXPECT_EQ(owner.data(), QString("uid %1 (owner)").arg(getuid()));
+    QSignalSpy told(&model, &QAbstractItemModel::dataChanged);
+    answers->release(1000);
+    ASSERT_TRUE(told.wait(watchdogInMs));
+    EXPECT_EQ(owner.data(), "user alice (owner)");
 }
 
 TEST_F(QtFileClient, AnOperationDeletesItselfAfterItHasFinished) {
