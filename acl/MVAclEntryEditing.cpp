@@ -80,10 +80,13 @@ void MVAclEntry::resolveStateForPermissionNode(const NSTreeNode* node) {
 }
 
 void MVAclEntry::observeValueForKeyPath(const NSKeyPath&, NSObject& object) {
-    if (updatingPermissions_)
-        return;
+    if (!updatingPermissions_)
+        followNode(static_cast<const NSTreeNode&>(object));  // registered on nodes only
+}
+
+// Not a part of every setter that tells of a change, which would keep registers for it.
+[[gnu::noinline]] void MVAclEntry::followNode(const NSTreeNode& node) {
     setUpdatingPermissions(true);
-    const auto& node = static_cast<const NSTreeNode&>(object);  // registered on nodes only
     MVAclPermission::propagateStateOfPermissionNode(&node);
     resolveApplicableTo();
     resolveStateForPermissionNode(node.parentNode());

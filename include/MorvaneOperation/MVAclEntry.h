@@ -122,9 +122,9 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     const CBIdentityRef& identity() const;
     /// Sets `uuid` too.
     void setIdentity(CBIdentityRef identity);
-    /// Takes what somebody else has found for `uuid`; null, if nothing yet, so that it is not looked
-    /// up when it is asked for. Ignored if it is that of another uuid, as the entry may have been
-    /// edited meanwhile. Observers of "identity" are told if another answer was known.
+    /// Takes what somebody else has found for `uuid`; null, if nothing yet, so that it is not
+    /// looked up when it is asked for. Ignored if it is that of another uuid, as the entry may have
+    /// been edited meanwhile. Observers of "identity" are told if another answer was known.
     void setFoundIdentity(CBIdentityRef identity);
     /// What the entry applies to, for people: "This item, Child files".
     const std::string& applicableTo() const;
@@ -193,6 +193,7 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     void setUp(const std::optional<NSUUID>& uuid, std::int32_t tag, Permissions permissions,
                bool inherited);
     void applyPermissionGroup(std::int64_t code);
+    void followNode(const NSTreeNode& node);
     void refuseCustomGroup(std::int64_t previous);
     std::string resolveApplicabilityBoxes(bool& othersOn);
     void observeNode(const std::shared_ptr<NSTreeNode>& node);
