@@ -74,13 +74,18 @@ MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries)
     return acl;
 }
 
-/// The same with who the entries are for: looked up here, where nobody waits at a window for it; or
-/// beside the list, if the host has said where it is told of names.
+/// Looks up who the entries are for, here, where nobody waits at a window for it.
+void nameAll(const MVFileAcl::Entries& entries) {
+    for (const auto& entry : entries)
+        entry->identity();
+}
+
+/// The list with who its entries are for: looked up here, or beside it if the host has said where
+/// it is told of names.
 MVFileAcl namedAclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries,
                      const MVFileClient::Executor& later, DispatchQueue& queue) {
     if (!later) {
-        for (const auto& entry : entries)
-            entry->identity();
+        nameAll(entries);
         return aclOf(url, item, std::move(entries));
     }
     const auto names = std::make_shared<NamesLater>(entries, later);
@@ -237,7 +242,9 @@ void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
         if (stop.stop_requested())
             return Failure{cancellation()};
         const auto entries = snapshot.entries(url, url);
-        return MVAclLosses{list->losses(entries), list->nearest(entries)};
+        MVAclLosses losses{list->losses(entries), list->nearest(entries)};
+        nameAll(losses.nearest);
+        return losses;
     };
     const auto tell = telling(state_->executor, std::move(completion));
     try {

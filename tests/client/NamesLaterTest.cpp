@@ -87,6 +87,19 @@ TEST_F(ClientNames, ThatAreKnownAtOnceComeWithTheList) {
     EXPECT_EQ(textOf(*entryOf(readListOf({aliceId}), aliceId)), "user alice");
 }
 
+TEST_F(ClientNames, OfTheNearestListComeWithIt) {
+    answer();
+    const auto acl = readListOf({aliceId});
+    const auto losses = waitFor<Result<MVAclLosses>>(
+        [&](auto completion) { client->lossesOfAcl(acl, {}, completion); });
+    ASSERT_TRUE(losses);
+    CBIdentityAuthority::defaultIdentityAuthority().setDatabase(
+        std::make_shared<FakeUserDatabase>());  // which does not know her
+    MVFileAcl nearest = acl;
+    nearest.entries = losses->nearest;
+    EXPECT_EQ(textOf(*entryOf(nearest, aliceId)), "user alice");
+}
+
 TEST_F(ClientNames, AreNotGivenToAnEntryThatIsForSomebodyElseMeanwhile) {
     const auto first = readListOf({aliceId});
     const auto alice = entryOf(first, aliceId);
