@@ -71,10 +71,8 @@ bool EditHistory::go(bool isThere, std::size_t where) {
         const auto& entry = saved.entry;
         entries.push_back(entry);
         entry->setTag(saved.tag);
-        if (saved.identity)
-            entry->setIdentity(saved.identity);
-        else
-            entry->setUuid(saved.uuid);
+        entry->setIdentity(saved.identity);
+        entry->setUuid(saved.uuid);  // which somebody whom the system does not know has as well
         entry->setInherited(saved.inherited);
         // While this is set, no box follows another: each becomes what it was.
         entry->setUpdatingPermissions(true);

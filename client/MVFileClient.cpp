@@ -74,18 +74,13 @@ MVFileAcl aclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries)
     return acl;
 }
 
-/// Looks up who the entries are for, here, where nobody waits at a window for it.
-void nameAll(const MVFileAcl::Entries& entries) {
-    for (const auto& entry : entries)
-        entry->identity();
-}
-
 /// The list with who its entries are for: looked up here, or beside it if the host has said where
 /// it is told of names.
 MVFileAcl namedAclOf(const NSURL& url, const NSURL& item, MVFileAcl::Entries entries,
                      const MVFileClient::Executor& later, DispatchQueue& queue) {
     if (!later) {
-        nameAll(entries);
+        for (const auto& entry : entries)
+            entry->identity();  // here nobody waits at a window for it
         return aclOf(url, item, std::move(entries));
     }
     const auto names = std::make_shared<NamesLater>(entries, later);
@@ -243,7 +238,12 @@ void MVFileClient::lossesOfAcl(const MVFileAcl& acl, MVOperationOptions options,
             return Failure{cancellation()};
         const auto entries = snapshot.entries(url, url);
         MVAclLosses losses{list->losses(entries), list->nearest(entries)};
-        nameAll(losses.nearest);
+        // One that loses nothing is the list that the host has.
+        for (std::size_t i = 0; !losses.losses.empty() && i != losses.nearest.size(); ++i) {
+            if (stop.stop_requested())
+                return Failure{cancellation()};
+            losses.nearest[i]->identity();  // here nobody waits at a window for it
+        }
         return losses;
     };
     const auto tell = telling(state_->executor, std::move(completion));

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 namespace morvane {
@@ -21,9 +22,11 @@ std::vector<Row> rowsOf(const MVFileAcl::Entries& entries) {
     rows.reserve(entries.size());
     for (const auto& entry : entries) {
         const auto who = entry->uuid() ? posixIdentityOfUUID(*entry->uuid()) : std::nullopt;
-        if (who && (std::holds_alternative<CBPosixUser>(*who) ||
-                    std::holds_alternative<CBPosixGroup>(*who)))
-            rows.push_back({entry, *entry->uuid()});
+        if (!who || (!std::holds_alternative<CBPosixUser>(*who) &&
+                     !std::holds_alternative<CBPosixGroup>(*who)))
+            continue;
+        rows.push_back({entry, *entry->uuid()});
+        entry->setFoundIdentity(nullptr);  // not yet
     }
     return rows;
 }
@@ -34,45 +37,53 @@ NamesLater::NamesLater(const MVFileAcl::Entries& entries, MVFileClient::Executor
     : rows_(rowsOf<Row>(entries)), executor_(std::move(executor)) {}
 
 void NamesLater::lookUp(DispatchQueue& queue) {
-    queue.async([self = shared_from_this()] {
-        try {
-            self->run();
-        } catch (const std::exception&) {
-            // Who is not named is shown by number.
-        }
-    });
+    try {
+        queue.async([self = shared_from_this()] { self->run(); });
+    } catch (const std::system_error&) {
+        run();  // here, if there is no thread
+    }
 }
 
 void NamesLater::run() {
-    const auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
     for (const auto& row : rows_) {
         if (row.entry.expired())
             return;  // nobody looks at the list any more
-        auto identity = CBIdentity::identityWithUniqueIdentifier(row.uuid, authority);
-        {
-            const std::lock_guard lock(mutex_);
-            if (!isHandedOver_) {
-                found_.push_back(std::move(identity));
-                if (found_.size() == rows_.size())
-                    known_.notify_one();
-                continue;
-            }
+        try {
+            find(row);
+        } catch (const std::exception&) {
+            // Who is not named is shown by number.
         }
-        if (identity)
-            executor_([entry = row.entry, identity] {
-                if (const auto shown = entry.lock())
-                    shown->setFoundIdentity(identity);
-            });
     }
+    const std::lock_guard lock(mutex_);
+    isDone_ = true;
+    known_.notify_one();
+}
+
+void NamesLater::find(const Row& row) {
+    auto identity = CBIdentity::identityWithUniqueIdentifier(
+        row.uuid, CBIdentityAuthority::defaultIdentityAuthority());
+    if (!identity)
+        return;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!isHandedOver_) {
+            found_.emplace_back(row.entry, std::move(identity));
+            return;
+        }
+    }
+    executor_([entry = row.entry, identity] {
+        if (const auto shown = entry.lock())
+            shown->setFoundIdentity(identity);
+    });
 }
 
 void NamesLater::handOver() {
     std::unique_lock lock(mutex_);
-    known_.wait_for(lock, soon, [this] { return found_.size() == rows_.size(); });
+    known_.wait_for(lock, soon, [this] { return isDone_; });
     isHandedOver_ = true;
-    for (std::size_t i = 0; i != rows_.size(); ++i) {
-        if (const auto entry = rows_[i].entry.lock())
-            entry->setFoundIdentity(i < found_.size() ? found_[i] : nullptr);
+    for (const auto& [entry, identity] : found_) {
+        if (const auto known = entry.lock())
+            known->setFoundIdentity(identity);
     }
 }
 

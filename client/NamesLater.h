@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace morvane {
@@ -17,7 +18,6 @@ class NamesLater : public std::enable_shared_from_this<NamesLater> {
     /// What is not known in time comes as tasks of `executor`.
     NamesLater(const MVFileAcl::Entries& entries, MVFileClient::Executor executor);
 
-    /// Throws std::system_error if the queue cannot start a thread.
     void lookUp(DispatchQueue& queue);
     /// Gives the entries the names that are known by now, or very soon: most people are known at
     /// once, and nobody likes to see names change. The list may be used elsewhere then.
@@ -30,13 +30,15 @@ class NamesLater : public std::enable_shared_from_this<NamesLater> {
     };
 
     void run();
+    void find(const Row& row);
 
     const std::vector<Row> rows_;
     const MVFileClient::Executor executor_;
     std::mutex mutex_;
     std::condition_variable known_;
-    /// Of the first rows.
-    std::vector<CBIdentityRef> found_;
+    /// Before the list is handed over.
+    std::vector<std::pair<std::weak_ptr<MVAclEntry>, CBIdentityRef>> found_;
+    bool isDone_ = false;
     bool isHandedOver_ = false;
 };
 

@@ -199,6 +199,7 @@ Phrase ItemList::whyNotDenied(const MVAclEntry& entry) const {
 }
 
 Phrase ItemList::whyNot(const std::shared_ptr<MVAclEntry>& probe) const {
+    probe->setFoundIdentity(nullptr);  // nobody reads its name, for which a window would wait
     const auto losses =
         posixStatementsOf({probe}, posix_->owner, posix_->group, posix_->isDirectory).losses;
     const auto loss = std::find_if(losses.begin(), losses.end(), [](const EntryLoss& each) {
@@ -222,8 +223,7 @@ std::shared_ptr<MVAclEntry> ItemList::askingToExecute(
         MVTreeNode::stateOf(*entry->permissions().front()) != MVStateOn)
         return entry;
     auto copy = copyOf(*entry);
-    if (entry->identity())
-        copy->setIdentity(entry->identity());  // also where the system does not know it
+    copy->setFoundIdentity(entry->identity());  // also where the system does not know it
     for (const auto& node : copy->permissions().front()->childNodes()) {
         const auto* box = MVTreeNode::permissionOf(*node);
         if (box && static_cast<std::uint32_t>(box->permission()) == ACL_READ_ATTRIBUTES)

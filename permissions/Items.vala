@@ -178,8 +178,9 @@ public class Items : Object {
     }
 
     private async Morvane.Acl read(File file, Morvane.Privilege privilege) throws Error {
-        // Several lists are shown as one by who is in them, which has to be known first.
-        client.names_later = files.length == 1;
+        // Several lists are shown as one by who is in them, which has to be known first. In the place of a list with
+        // names none is shown without.
+        client.names_later = files.length == 1 && shared == null;
         return yield client.read_acl_async(file, privilege, null);
     }
 

@@ -117,8 +117,9 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     /// Replaces the tree and observes the new one instead. Nothing is resolved. Throws
     /// NSInvalidArgumentException for a null group.
     void setPermissions(Permissions permissions);
-    /// Null if unknown. It is looked up when it is first asked for, as directories can be slow, and
-    /// a service needs no names. The entries that MVFileClient reads know it already.
+    /// Null if unknown, or not known yet (MVOperationOptions::namesLater). It is looked up when it
+    /// is first asked for, as directories can be slow, and a service needs no names; the entries
+    /// that MVFileClient reads have been asked already.
     const CBIdentityRef& identity() const;
     /// Sets `uuid` too.
     void setIdentity(CBIdentityRef identity);

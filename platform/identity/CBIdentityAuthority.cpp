@@ -13,7 +13,8 @@ using Clock = CBIdentityAuthority::Clock;
 
 constexpr const char* everyoneName = "everyone";
 
-/// Long enough for a list to be decoded and shown, short enough for a new user to be noticed.
+/// Counted from the answer, however late that comes. Long enough for a list to be shown, short
+/// enough for a new user to be noticed.
 constexpr auto lifetime = std::chrono::seconds(5);
 /// Names and UUIDs come from files and peers: what is remembered of them is bounded.
 constexpr std::size_t maxRemembered = 4096;
@@ -103,8 +104,7 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithUniqueIdentifier(
         return std::make_shared<const CBIdentity>(
             uuid, creator->isGroup ? "creator group" : "creator", creator->isGroup);
     auto& state = *authority.state_;
-    const auto now = state.now();
-    if (const auto known = state.byUUID.find(uuid, now))
+    if (const auto known = state.byUUID.find(uuid, state.now()))
         return *known;
     const auto* user = std::get_if<CBPosixUser>(&*posix);
     auto record = user ? state.database->userWithId(user->uid)
@@ -112,7 +112,7 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithUniqueIdentifier(
     CBIdentityRef identity;
     if (record)
         identity = std::make_shared<const CBIdentity>(uuid, std::move(record->name), !user);
-    state.byUUID.remember(uuid, identity, now);
+    state.byUUID.remember(uuid, identity, state.now());
     return identity;
 }
 
@@ -121,8 +121,7 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithName(
     if (name == everyoneName)
         return everyone();
     auto& state = *authority.state_;
-    const auto now = state.now();
-    if (const auto known = state.byName.find(name, now))
+    if (const auto known = state.byName.find(name, state.now()))
         return *known;
     CBIdentityRef identity;
     if (auto user = state.database->userWithName(name)) {
@@ -132,7 +131,7 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithName(
         identity = std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBPosixGroup{group->id}),
                                                       std::move(group->name), true);
     }
-    state.byName.remember(name, identity, now);
+    state.byName.remember(name, identity, state.now());
     return identity;
 }
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/EntryTexts.h>
 #include <MorvaneOperation/IdentityText.h>
 #include <MorvaneOperation/MVAclEditor.h>
 #include <MorvaneOperation/MVObservation.h>
 
 #include <cstdlib>
 #include <semaphore>
+#include <thread>
 
 #include "ClientTestSupport.h"
 #include "platform/fake/FakeUserDatabase.h"
@@ -20,12 +22,19 @@ class ClientNames : public ClientTest {
     ClientNames() {
         database->users = {{aliceId, "alice"}};
         database->groups = {};
-        database->whenUserIsAsked = [directory = directory_] {
+        database->whenUserIsAsked = [directory = directory_, tester = std::this_thread::get_id()] {
+            if (std::this_thread::get_id() == tester) {
+                ++directory->waits;
+                return;
+            }
             directory->asked.release();
             directory->answers.acquire();
         };
     }
-    ~ClientNames() override { answer(); }
+    ~ClientNames() override {
+        answer();
+        EXPECT_EQ(directory_->waits, 0) << "the main loop would wait";
+    }
 
     /// Returns when the directory was asked for the first name.
     void waitUntilAsked() { directory_->asked.acquire(); }
@@ -55,6 +64,7 @@ class ClientNames : public ClientTest {
     struct Directory {
         std::counting_semaphore<> asked{0};
         std::counting_semaphore<> answers{0};
+        int waits = 0;
     };
     const std::shared_ptr<Directory> directory_ = std::make_shared<Directory>();
     int files_ = 0;
@@ -82,6 +92,26 @@ TEST_F(ClientNames, ComeAfterAListThatASlowDirectoryWouldKeepWaiting) {
     EXPECT_EQ(told, (decltype(told){{alice.get(), &MVAclEntry::identityKeyPath}}));
 }
 
+TEST_F(ClientNames, AreNotWaitedForByWhatIsShownOfTheirEntries) {
+    const auto acl = readListOf({aliceId});
+    const auto alice = entryOf(acl, aliceId);
+    const auto editor = MVAclEditor::init(acl);
+    int sensitive = 0;
+    for (const auto& group : alice->permissions()) {
+        for (const auto& box : group->childNodes())
+            sensitive += editor->canSetBox(*alice, *box, true);
+    }
+    EXPECT_GT(sensitive, 0);
+    EXPECT_LT(sensitive, 13);
+    EXPECT_FALSE(permissionChoices(*alice, editor->list()).empty());
+    EXPECT_FALSE(ruleChoices(*alice, editor->list()).empty());
+    EXPECT_EQ(editor->letters(*alice), "r--");
+    EXPECT_TRUE(editor->setPermissionGroup(alice, MVAclGroupRead));
+    editor->setExecutionChosen(*alice, true);
+    EXPECT_EQ(editor->letters(*alice), "r-x");
+    EXPECT_EQ(editor->acl().entries.size(), acl.entries.size());
+}
+
 TEST_F(ClientNames, ThatAreKnownAtOnceComeWithTheList) {
     answer();
     EXPECT_EQ(textOf(*entryOf(readListOf({aliceId}), aliceId)), "user alice");
@@ -89,10 +119,13 @@ TEST_F(ClientNames, ThatAreKnownAtOnceComeWithTheList) {
 
 TEST_F(ClientNames, OfTheNearestListComeWithIt) {
     answer();
-    const auto acl = readListOf({aliceId});
+    auto acl = readListOf({aliceId});
+    acl.entries.push_back(MVAclEntry::newEntryForDirectory(false));
+    acl.entries.back()->setPermissionGroup(MVAclGroupAll);  // which a named user cannot have
     const auto losses = waitFor<Result<MVAclLosses>>(
         [&](auto completion) { client->lossesOfAcl(acl, {}, completion); });
     ASSERT_TRUE(losses);
+    ASSERT_FALSE(losses->losses.empty());
     CBIdentityAuthority::defaultIdentityAuthority().setDatabase(
         std::make_shared<FakeUserDatabase>());  // which does not know her
     MVFileAcl nearest = acl;

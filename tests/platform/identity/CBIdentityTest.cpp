@@ -141,6 +141,13 @@ TEST_F(CBIdentityTest, ALookUpDoesNotProlongWhatIsRemembered) {
     EXPECT_EQ(database->lookups, 2);
 }
 
+TEST_F(CBIdentityTest, WhatADirectoryWasSlowToSayIsRememberedAsLong) {
+    database->whenUserIsAsked = [this] { now += std::chrono::seconds(6); };
+    EXPECT_TRUE(withUUID(CBPosixUser{1000}));
+    EXPECT_TRUE(withUUID(CBPosixUser{1000}));
+    EXPECT_EQ(database->lookups, 1);
+}
+
 TEST_F(CBIdentityTest, AnotherDatabaseIsAskedAnew) {
     EXPECT_TRUE(withName("alice"));
     const auto other = std::make_shared<FakeUserDatabase>();
