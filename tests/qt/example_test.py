@@ -22,8 +22,9 @@ class Display:
 
     def __init__(self):
         end, other = os.pipe()
+        # It begins anew when its last client has gone, and would drop those that come meanwhile.
         self.server = subprocess.Popen(["Xvfb", "-displayfd", str(other), "-screen", "0", "1024x768x24", "-nolisten",
-                                        "tcp"], pass_fds=[other], stderr=subprocess.DEVNULL)
+                                        "tcp", "-noreset"], pass_fds=[other], stderr=subprocess.DEVNULL)
         os.close(other)
         with os.fdopen(end) as told:
             self.name = ":" + told.readline().strip()
