@@ -63,6 +63,21 @@ const CBIdentityRef& everyone() {
 UserDatabase::~UserDatabase() = default;
 
 struct CBIdentityAuthority::State {
+    /// Lasts for as long as it is asked, even if another takes its place meanwhile.
+    std::shared_ptr<UserDatabase> inUse() {
+        const std::lock_guard lock(mutex);
+        return database;
+    }
+    /// Unless another database has come since `asked` was.
+    template <class Key>
+    void remember(Memory<Key>& memory, const Key& key, const CBIdentityRef& identity,
+                  const std::shared_ptr<UserDatabase>& asked) {
+        const std::lock_guard lock(mutex);
+        if (asked == database)
+            memory.remember(key, identity, now());
+    }
+
+    std::mutex mutex;
     std::shared_ptr<UserDatabase> database;
     std::function<Clock::time_point()> now;
     Memory<NSUUID> byUUID;
@@ -84,7 +99,10 @@ CBIdentityAuthority::CBIdentityAuthority(std::shared_ptr<UserDatabase> database,
 CBIdentityAuthority::~CBIdentityAuthority() = default;
 
 void CBIdentityAuthority::setDatabase(std::shared_ptr<UserDatabase> database) {
-    state_->database = database ? std::move(database) : systemUserDatabase();
+    if (!database)
+        database = systemUserDatabase();
+    const std::lock_guard lock(state_->mutex);
+    state_->database.swap(database);
     state_->byUUID.clear();
     state_->byName.clear();
 }
@@ -107,12 +125,13 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithUniqueIdentifier(
     if (const auto known = state.byUUID.find(uuid, state.now()))
         return *known;
     const auto* user = std::get_if<CBPosixUser>(&*posix);
-    auto record = user ? state.database->userWithId(user->uid)
-                       : state.database->groupWithId(std::get<CBPosixGroup>(*posix).gid);
+    const auto database = state.inUse();
+    auto record = user ? database->userWithId(user->uid)
+                       : database->groupWithId(std::get<CBPosixGroup>(*posix).gid);
     CBIdentityRef identity;
     if (record)
         identity = std::make_shared<const CBIdentity>(uuid, std::move(record->name), !user);
-    state.byUUID.remember(uuid, identity, state.now());
+    state.remember(state.byUUID, uuid, identity, database);
     return identity;
 }
 
@@ -124,14 +143,15 @@ std::shared_ptr<const CBIdentity> CBIdentity::identityWithName(
     if (const auto known = state.byName.find(name, state.now()))
         return *known;
     CBIdentityRef identity;
-    if (auto user = state.database->userWithName(name)) {
+    const auto database = state.inUse();
+    if (auto user = database->userWithName(name)) {
         identity = std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBPosixUser{user->id}),
                                                       std::move(user->name), false);
-    } else if (auto group = state.database->groupWithName(name)) {
+    } else if (auto group = database->groupWithName(name)) {
         identity = std::make_shared<const CBIdentity>(uuidOfPosixIdentity(CBPosixGroup{group->id}),
                                                       std::move(group->name), true);
     }
-    state.byName.remember(name, identity, state.now());
+    state.remember(state.byName, name, identity, database);
     return identity;
 }
 

@@ -157,6 +157,14 @@ TEST_F(CBIdentityTest, AnotherDatabaseIsAskedAnew) {
     EXPECT_FALSE(withUUID(CBPosixUser{1000}));
 }
 
+TEST_F(CBIdentityTest, WhatAFormerDatabaseSaysLateIsNotRemembered) {
+    const auto other = std::make_shared<FakeUserDatabase>();
+    other->users = {{1000, "alicia"}};
+    database->whenUserIsAsked = [&] { authority.setDatabase(other); };
+    EXPECT_EQ(withUUID(CBPosixUser{1000})->name(), "alice");
+    EXPECT_EQ(withUUID(CBPosixUser{1000})->name(), "alicia");
+}
+
 TEST_F(CBIdentityTest, ManyDifferentNamesAreAllAnswered) {
     for (int i = 0; i < 10000; ++i)
         EXPECT_FALSE(withName("stranger" + std::to_string(i)));
