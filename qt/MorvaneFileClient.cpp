@@ -52,10 +52,15 @@ QList<QUrl> urlsOf(const std::vector<NSURL>& places) {
 
 }  // namespace
 
+struct MorvaneFileClient::State {
+    std::shared_ptr<MVFileClient> client;
+    bool namesLater = false;
+};
+
 MorvaneFileClient::MorvaneFileClient(QObject* parent) : MorvaneFileClient({}, parent) {}
 
 MorvaneFileClient::MorvaneFileClient(MVFileClient::ConnectorMaker maker, QObject* parent)
-    : QObject(parent), client_(MVFileClient::init({}, std::move(maker))) {
+    : QObject(parent), state_(new State{MVFileClient::init({}, std::move(maker))}) {
     useQtMainLoop();
 }
 
@@ -114,45 +119,54 @@ Operation* MorvaneFileClient::begun(Begin begin) {
     return operation.release();
 }
 
+void MorvaneFileClient::setNamesLater(bool later) {
+    state_->namesLater = later;
+}
+
+bool MorvaneFileClient::namesLater() const {
+    return state_->namesLater;
+}
+
 MorvaneAnswer<MVFileAcl>* MorvaneFileClient::readAcl(const QUrl& url, Privilege privilege) {
     return begun<MorvaneAnswer<MVFileAcl>>([&](auto& operation) {
         auto options = optionsOf(operation, privilege);
-        if (namesLater_) {
+        if (state_->namesLater) {
             options.namesLater = [](std::function<void()> task) {
                 DispatchQueue::mainQueue().async(std::move(task));
             };
         }
         for (const auto& place : placesOf({url}, operation))
-            client_->readAcl(place, options,
-                             ending<Result<MVFileAcl>>(operation, keeping(operation.answer_)));
+            state_->client->readAcl(
+                place, options, ending<Result<MVFileAcl>>(operation, keeping(operation.answer_)));
     });
 }
 
 MorvaneFileOperation* MorvaneFileClient::writeAcl(const MVFileAcl& acl, Privilege privilege) {
     return begun<MorvaneFileOperation>([&](auto& operation) {
-        client_->writeAcl(acl, optionsOf(operation, privilege),
-                          ending<NSErrorRef>(operation, theErrorAlone));
+        state_->client->writeAcl(acl, optionsOf(operation, privilege),
+                                 ending<NSErrorRef>(operation, theErrorAlone));
     });
 }
 
 MorvaneFileOperation* MorvaneFileClient::propagateAcl(const MVFileAcl& acl, Privilege privilege) {
     return begun<MorvaneFileOperation>([&](auto& operation) {
-        client_->propagateAcl(acl, optionsOf(operation, privilege),
-                              ending<NSErrorRef>(operation, theErrorAlone));
+        state_->client->propagateAcl(acl, optionsOf(operation, privilege),
+                                     ending<NSErrorRef>(operation, theErrorAlone));
     });
 }
 
 MorvaneAnswer<MorvaneAclLosses>* MorvaneFileClient::lossesOfAcl(const MVFileAcl& acl) {
     using Come = Result<MVAclLosses>;
     return begun<MorvaneAnswer<MorvaneAclLosses>>([&](auto& operation) {
-        client_->lossesOfAcl(acl, optionsOf(operation, Never),
-                             ending<Come>(operation, [answer = operation.answer_](Come come) {
-                                 if (!come)
-                                     return come.error();
-                                 auto texts = shownLosses(come->losses);
-                                 *answer = {*std::move(come), std::move(texts)};
-                                 return NSErrorRef();
-                             }));
+        state_->client->lossesOfAcl(
+            acl, optionsOf(operation, Never),
+            ending<Come>(operation, [answer = operation.answer_](Come come) {
+                if (!come)
+                    return come.error();
+                auto texts = shownLosses(come->losses);
+                *answer = {*std::move(come), std::move(texts)};
+                return NSErrorRef();
+            }));
     });
 }
 
@@ -162,9 +176,9 @@ MorvaneAnswer<MorvaneFileClient::Nodes>* MorvaneFileClient::effectiveAccess(
         if (!who.identity())
             return endLater(operation, phrase("It was not said whose access is wanted."));
         for (const auto& place : placesOf({url}, operation))
-            client_->effectiveAccess(place, who.identity()->uniqueIdentifier(),
-                                     optionsOf(operation, privilege),
-                                     ending<Result<Nodes>>(operation, keeping(operation.answer_)));
+            state_->client->effectiveAccess(
+                place, who.identity()->uniqueIdentifier(), optionsOf(operation, privilege),
+                ending<Result<Nodes>>(operation, keeping(operation.answer_)));
     });
 }
 
@@ -178,11 +192,12 @@ MorvaneAnswer<MorvaneRenames>* MorvaneFileClient::rename(const QList<QUrl>& urls
         std::vector<std::string> bytes;
         for (const auto& name : names)
             bytes.push_back(QFile::encodeName(name).toStdString());
-        client_->rename(std::move(places), std::move(bytes), optionsOf(operation, privilege),
-                        ending<MVFileRenames>(operation, [answer = operation.answer_](auto come) {
-                            *answer = {urlsOf(come.urls), {come.codes.begin(), come.codes.end()}};
-                            return come.error;
-                        }));
+        state_->client->rename(
+            std::move(places), std::move(bytes), optionsOf(operation, privilege),
+            ending<MVFileRenames>(operation, [answer = operation.answer_](auto come) {
+                *answer = {urlsOf(come.urls), {come.codes.begin(), come.codes.end()}};
+                return come.error;
+            }));
     });
 }
 
@@ -192,11 +207,12 @@ MorvaneAnswer<QList<qint64>>* MorvaneFileClient::sizes(const QList<QUrl>& urls,
         auto places = placesOf(urls, operation);
         if (places.empty() && !urls.empty())
             return;
-        client_->sizes(std::move(places), optionsOf(operation, privilege),
-                       ending<MVFileSizes>(operation, [answer = operation.answer_](auto come) {
-                           *answer = bytesOf(come.items);
-                           return come.error;
-                       }));
+        state_->client->sizes(
+            std::move(places), optionsOf(operation, privilege),
+            ending<MVFileSizes>(operation, [answer = operation.answer_](auto come) {
+                *answer = bytesOf(come.items);
+                return come.error;
+            }));
     });
 }
 
@@ -204,27 +220,28 @@ MorvaneAnswer<QList<QUrl>>* MorvaneFileClient::contents(const QUrl& folder, Priv
     using Come = Result<std::vector<NSURL>>;
     return begun<MorvaneAnswer<QList<QUrl>>>([&](auto& operation) {
         for (const auto& place : placesOf({folder}, operation))
-            client_->contents(place, optionsOf(operation, privilege),
-                              ending<Come>(operation, [answer = operation.answer_](Come come) {
-                                  if (!come)
-                                      return come.error();
-                                  *answer = urlsOf(*come);
-                                  return NSErrorRef();
-                              }));
+            state_->client->contents(
+                place, optionsOf(operation, privilege),
+                ending<Come>(operation, [answer = operation.answer_](Come come) {
+                    if (!come)
+                        return come.error();
+                    *answer = urlsOf(*come);
+                    return NSErrorRef();
+                }));
     });
 }
 
 MorvaneAnswer<QList<MorvaneIdentity>>* MorvaneFileClient::identities(const QString& text) {
     using Come = Result<std::vector<CBIdentityRef>>;
     return begun<MorvaneAnswer<QList<MorvaneIdentity>>>([&](auto& operation) {
-        client_->identities(text.toStdString(), optionsOf(operation, Never),
-                            ending<Come>(operation, [answer = operation.answer_](Come come) {
-                                if (!come)
-                                    return come.error();
-                                auto& found = answer->emplace();
-                                for (auto& identity : *come)
-                                    found << MorvaneIdentity(std::move(identity));
-                                return NSErrorRef();
-                            }));
+        state_->client->identities(text.toStdString(), optionsOf(operation, Never),
+                                   ending<Come>(operation, [answer = operation.answer_](Come come) {
+                                       if (!come)
+                                           return come.error();
+                                       auto& found = answer->emplace();
+                                       for (auto& identity : *come)
+                                           found << MorvaneIdentity(std::move(identity));
+                                       return NSErrorRef();
+                                   }));
     });
 }

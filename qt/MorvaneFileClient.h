@@ -71,8 +71,8 @@ class MORVANE_EXPORT MorvaneFileClient : public QObject {
     MorvaneAnswer<morvane::MVFileAcl>* readAcl(const QUrl& url, Privilege privilege = Never);
     /// Whether lists that are read from now on do not wait for names that a directory is slow to
     /// tell. A model shows numbers for these at first.
-    void setNamesLater(bool later) { namesLater_ = later; }
-    bool namesLater() const { return namesLater_; }
+    void setNamesLater(bool later);
+    bool namesLater() const;
     /// Replaces the list of the item. The entries are taken as they are during the call.
     MorvaneFileOperation* writeAcl(const morvane::MVFileAcl& acl, Privilege privilege = Never);
     /// Gives everything below the folder what it inherits of the entries.
@@ -109,6 +109,6 @@ class MORVANE_EXPORT MorvaneFileClient : public QObject {
     static std::vector<morvane::NSURL> placesOf(const QList<QUrl>& urls,
                                                 MorvaneFileOperation& operation);
 
-    const std::shared_ptr<morvane::MVFileClient> client_;
-    bool namesLater_ = false;
+    struct State;
+    const std::unique_ptr<State> state_;
 };
