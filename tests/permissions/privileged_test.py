@@ -40,7 +40,7 @@ class Privileged(unittest.TestCase):
 
     def start(self, command, answer):
         started = RIG.start(command, answer, stderr=subprocess.PIPE, stdout=None,
-                            env={**os.environ, "G_DEBUG": "fatal-warnings"})
+                            env={**os.environ, "G_DEBUG": "fatal-warnings", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"})
         program = Program(started.process)
         self.addCleanup(started.stop_agent)  # that of a test that fails would answer for the next one
         self.addCleanup(lambda: self.assertEqual(program.message, ""))
@@ -136,10 +136,12 @@ class Privileged(unittest.TestCase):
             path = self.files[0]
             for answer, code, entry in ("cancel", None, "other::r--\n"), ("deny", None, "other::r--\n"), ("allow", 0, "other::rw-\n"):
                 program, started = self.start([QT_DIALOG, path], answer)
-                program.wait_for_window(f"Permissions of {path}")
+                # A window that is the active one may not have the keyboard yet.
+                program.wait_for("table cell", "Read and Write", lambda cell: cell.has("FOCUSED"))
                 program.press("Down", "Down", "Tab", "Down", "space", "Return")
                 if code is None:
                     program.wait_for_window(path)  # the message
+                    program.wait_for("push button", "OK", lambda button: button.has("FOCUSED"))
                     program.press("Return")
                     program.wait_for_window(f"Permissions of {path}")
                     started.process.kill()
