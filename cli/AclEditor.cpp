@@ -71,6 +71,13 @@ std::optional<std::uint32_t> number(std::string_view text) {
 
 }  // namespace
 
+Problem unknownName(std::string_view name, bool isGroup) {
+    return isGroup ? say("there is no group '%1'; check the spelling, or write its number",
+                         escaped(name))
+                   : say("there is no user '%1'; check the spelling, or write its number",
+                         escaped(name));
+}
+
 CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     auto& authority = CBIdentityAuthority::defaultIdentityAuthority();
     if (who == "everyone")
@@ -93,10 +100,7 @@ CBIdentityRef identityWritten(std::string_view who, Problem& problem) {
     const auto record = isUser ? database.userWithName(name) : database.groupWithName(name);
     auto id = record ? std::optional(record->id) : number(name);
     if (!id) {
-        problem = isUser ? say("there is no user '%1'; check the spelling, or write its number",
-                               escaped(name))
-                         : say("there is no group '%1'; check the spelling, or write its number",
-                               escaped(name));
+        problem = unknownName(name, !isUser);
         return nullptr;
     }
     if (*id == nobodysNumber) {

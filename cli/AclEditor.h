@@ -93,4 +93,7 @@ class AclEditor {
 /// null with `problem` set if there is none.
 CBIdentityRef identityWritten(std::string_view who, Problem& problem);
 
+/// Tells that this system knows nobody of that name.
+Problem unknownName(std::string_view name, bool isGroup);
+
 }  // namespace morvane

@@ -289,6 +289,16 @@ TextEntry underMask(TextEntry entry, const std::vector<TextEntry>& entries) {
     return entry;
 }
 
+/// Tells of the first entry that is for nobody whom this system knows.
+Problem unknownOf(const std::vector<Nfs4Entry>& entries, const MVAclOrigin::Values& item) {
+    const auto names = namesOfThisSystem();
+    for (const auto& entry : entries) {
+        if (!identityOfNfs4Entry(entry, {item.owner, item.group, item.isDirectory}, names))
+            return unknownName(entry.who, (entry.flags & Nfs4IsGroup) != 0);
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 ListChange replacingBy(ListText text) {
@@ -304,6 +314,11 @@ ListChange replacingBy(ListText text) {
                     setInAllowDeny(list, underMask(entry, wanted.posix));
             }
             return std::nullopt;
+        }
+        // The server of an NFSv4 list may know others.
+        if (item.storage != MVAclStorage::nfs4 && !list.leavesOutUnknown) {
+            if (auto unknown = unknownOf(wanted.nfs4, item))
+                return unknown;
         }
         Problem problem;
         auto entries = entriesOfText(wanted, item, problem);

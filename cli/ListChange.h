@@ -19,6 +19,8 @@ struct ChangedList {
     bool isBelow = false;
     /// Whether it is one of many items, so that it is no mistake if there is nothing to do.
     bool isOneOfMany = false;
+    /// Whether an entry for nobody whom this system knows is left out where it cannot be stored.
+    bool leavesOutUnknown = false;
     const MVAclOrigin::Values& item() const { return origin->values(); }
 };
 

@@ -152,7 +152,7 @@ void ListChanging::change(const std::string& path, bool isBelow, const ItemChang
             return fail(path, say("another item has taken its place since the list was noted"),
                         ExitFailure);
         ChangedList list{*entries, (*read)->origin(), isBelow,
-                         options_.recursive || options_.paths.size() > 1};
+                         options_.recursive || options_.paths.size() > 1, options_.lossy};
         const auto before = listAsText(url.path(), *entries);
         EditedItem item(url, *entries, parts_.access);
         const bool leftCreatorWithout = item.leavesCreatorWithout(*entries);

@@ -237,6 +237,17 @@ class Files(Trees):
         self.assertIn("Nothing was changed.", result.stderr)
         self.assertEqual(self.lists("one"), before)
 
+    def test_whom_this_system_does_not_know_is_named_and_left_out_with_lossy(self):
+        plain = self.tool("getfacl", "one/plain")
+        for entry, refusal in (("A::stranger@example.org:rtncy", "there is no user 'stranger@example.org'; check the spelling"),
+                               ("A:g:strangers@example.org:rtncy", "there is no group 'strangers@example.org'; check")):
+            text = f"A::OWNER@:rwatTnNcCy\n{entry}\nA:g:GROUP@:rtncy\nA::EVERYONE@:tncy\n"
+            self.assertIn(refusal, self.run_morvane("acl", "one/plain", "--set-file", "-", text=text, status=2).stderr)
+            self.assertEqual(self.tool("getfacl", "one/plain"), plain)
+            self.run_morvane("acl", "one/plain", "--set-file", "-", "--lossy", text=text)
+            self.assertEqual(self.tool("getfacl", "-c", "one/plain"), "user::rw-\ngroup::r--\nother::---\n\n")
+            plain = self.tool("getfacl", "one/plain")
+
     def test_lists_and_json_are_not_both_written_to_standard_output(self):
         result = self.run_morvane("acl", "one", "--save", "-", "--json", status=2)
         self.assertIn("the lists and --json would both be on standard output; name a file behind --save",
