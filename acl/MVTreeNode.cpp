@@ -8,12 +8,32 @@
 namespace morvane {
 namespace {
 
+/// Of the node of a box that has none below it.
+constexpr NSBriefCoding boxCoding{
+    .get =
+        [](const NSObject& object, NSBriefCoding::Values& values) {
+            const auto& node = static_cast<const MVTreeNode&>(object);
+            const auto* const permission = MVTreeNode::permissionOf(node);
+            if (!permission || !node.childNodes().empty())
+                return false;
+            values.text.reset();
+            if (permission->hasName())
+                values.text = permission->name();
+            values.integers = {permission->permission(), permission->state()};
+            return true;
+        },
+    .make = [](NSKeyedUnarchiver& coder,
+               const NSBriefCoding::Values& values) -> std::shared_ptr<NSObject> {
+        return coder.makeObject<MVTreeNode>(coder.makeObject<MVAclPermission>(
+            values.text, static_cast<std::int32_t>(values.integers[0]), values.integers[1]));
+    }};
+
 /// Of a box's node.
 const NSArchiveFront& boxFront() {
     // Never destroyed: another thread may decode while the process ends.
     static const auto& front = *new NSArchiveFront(
         {"root", "object", "name", "permission", "state", "children", "NS.objects"},
-        {&MVTreeNode::classObject(), &MVAclPermission::classObject(), &NSArrayClass});
+        {&MVTreeNode::classObject(), &MVAclPermission::classObject(), &NSArrayClass}, &boxCoding);
     return front;
 }
 

@@ -110,6 +110,7 @@ class Thing : public NSObject {
         else if (!archives.empty())
             coder.encodeArchives(archives, "archives", front());
     }
+    static std::vector<bool> nothingThere() { return {false, true, false, false}; }
     static const NSClassSet& classes();
     /// Some of what archives of things have, and a key that they do not have.
     static const NSArchiveFront& front();
@@ -185,9 +186,25 @@ const NSClassSet& Thing::classes() {
 }
 
 const NSArchiveFront& Thing::front() {
+    // Of one that has a number only.
+    static constexpr NSBriefCoding brief{
+        .get =
+            [](const NSObject& object, NSBriefCoding::Values& values) {
+                const auto& thing = static_cast<const Thing&>(object);
+                values.integers[0] = thing.wide;
+                return !thing.flag && !thing.next && thing.things.empty() &&
+                       thing.archives.empty() && thing.answers == nothingThere();
+            },
+        .make = [](NSKeyedUnarchiver& coder,
+                   const NSBriefCoding::Values& values) -> std::shared_ptr<NSObject> {
+            auto thing = coder.makeObject<Thing>();
+            thing->wide = values.integers[0];
+            thing->answers = nothingThere();
+            return thing;
+        }};
     static const auto& front =
         *new NSArchiveFront({"root", "flag", "wide", "next", "narrow", "no key of it"},
-                            {&Thing::classObject(), &NSArrayClass});
+                            {&Thing::classObject(), &NSArrayClass}, &brief);
     return front;
 }
 

@@ -10,8 +10,9 @@
 namespace morvane {
 
 NSArchiveFront::NSArchiveFront(std::initializer_list<std::string_view> keys,
-                               std::initializer_list<const NSClass*> classes)
-    : front_(std::make_unique<ArchiveFront>(keys, classes)) {}
+                               std::initializer_list<const NSClass*> classes,
+                               const NSBriefCoding* brief)
+    : front_(std::make_unique<ArchiveFront>(keys, classes, brief)) {}
 
 NSArchiveFront::~NSArchiveFront() = default;
 
@@ -254,13 +255,15 @@ void NSKeyedArchiver::appendArchive(const NSObject& value, const NSArchiveFront&
 }
 
 void NSKeyedArchiver::appendArchive(const NSObject& value, const ArchiveFront& front) {
-    const auto data = state_->list.data([&](NSData& out) {
-        NSKeyedArchiver nested(front);
-        nested.encodeObject(&value, "root");
-        nested.state_->list.write(nested.state_->finish(), out);
-    });
+    const auto data = state_->list.data([&](NSData& out) { writeArchive(value, front, out); });
     state_->pending.push_back(state_->object(data));
     state_->elementAdded();
+}
+
+void NSKeyedArchiver::writeArchive(const NSObject& value, const ArchiveFront& front, NSData& out) {
+    NSKeyedArchiver archiver(front);
+    archiver.encodeObject(&value, "root");
+    archiver.state_->list.write(archiver.state_->finish(), out);
 }
 
 void NSKeyedArchiver::endPlainArray(std::string_view key) {

@@ -43,9 +43,11 @@ class ArchiveFront;
 /// sides name the same front. With another one, or none, they are read as well.
 class MORVANE_EXPORT NSArchiveFront {
   public:
-    /// The classes are those of the objects, and NSArray if an object holds an array.
+    /// The classes are those of the objects, and NSArray if an object holds an array. `brief`, of
+    /// the object that an archive is of, may be null; then none is remembered.
     NSArchiveFront(std::initializer_list<std::string_view> keys,
-                   std::initializer_list<const NSClass*> classes);
+                   std::initializer_list<const NSClass*> classes,
+                   const NSBriefCoding* brief = nullptr);
     ~NSArchiveFront();
     NSArchiveFront(const NSArchiveFront&) = delete;
     NSArchiveFront& operator=(const NSArchiveFront&) = delete;
@@ -131,11 +133,14 @@ class MORVANE_EXPORT NSKeyedArchiver {
     NSDataPieces finishEncodingInPieces();
 
   private:
+    friend class NSKeyedUnarchiver;
+
     void beginArray(std::size_t count);
     void appendObject(const NSObject* value);
     void appendArchive(const NSObject& value);
     void appendArchive(const NSObject& value, const NSArchiveFront& front);
     void appendArchive(const NSObject& value, const ArchiveFront& front);
+    static void writeArchive(const NSObject& value, const ArchiveFront& front, NSData& out);
     void endArray(std::string_view key);
     void endPlainArray(std::string_view key);
     void encodeURLValue(const NSURL& value);

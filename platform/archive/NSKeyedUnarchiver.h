@@ -193,6 +193,13 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
                                        bool holds);
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key, const NSClass& root,
                                                           const ArchiveFront& front);
+    // The object of an archive that is nested in this one.
+    std::shared_ptr<NSObject> archivedObject(std::string_view key, NSDataView archive,
+                                             const NSClass& root, const ArchiveFront& front);
+    std::shared_ptr<NSObject> readArchive(std::string_view key, NSDataView archive,
+                                          const NSClass& root, const ArchiveFront& front);
+    void remember(NSDataView archive, const NSObject& object, const NSDecodingBudget& before,
+                  const ArchiveFront& front) noexcept;
     template <class Read>
     void readArray(std::string_view key, Read&& read);
     template <class Read>

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
 #include <MorvaneOperation/platform/foundation/NSException.h>
 
+#include <algorithm>
+#include <memory>
 #include <utility>
 
 #include "NSKeyedUnarchiverState.h"
@@ -164,21 +167,74 @@ std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
 std::vector<std::shared_ptr<NSObject>> NSKeyedUnarchiver::decodeArchives(
     std::string_view key, const NSClass& root, const ArchiveFront& front) {
     std::vector<std::shared_ptr<NSObject>> objects;
-    const NSClass* const classes[] = {&root};
     readElements(key, [&](const Value& element, std::size_t count) {
         if (objects.empty())
             objects.reserve(count);
         if (!state_->rebuilt.standsOnce(state_->uid(element, key)))
             fail(key, "a nested archive stands there that stands in another place too");
         const auto data = state_->bytes(state_->follow<Kind::data>(element, key), key);
-        State state(data, *state_, front);
-        NSKeyedUnarchiver nested(state);
-        auto object = nested.decodeObject("root", classes, false);
-        if (!object)
-            fail(key, "a nested archive holds no object");
-        objects.push_back(std::move(object));
+        objects.push_back(archivedObject(key, data, root, front));
     });
     return objects;
+}
+
+std::shared_ptr<NSObject> NSKeyedUnarchiver::archivedObject(std::string_view key,
+                                                            NSDataView archive, const NSClass& root,
+                                                            const ArchiveFront& front) {
+    auto* const recent = front.recent();
+    if (!recent || archive.size() > RecentArchives::mostBytes)
+        return readArchive(key, archive, root, front);
+    {
+        const State::OneByOne oneByOne(*state_);
+        if (auto object = recent->recall(archive, root, *this, state_->budget))
+            return object;
+    }
+    const auto before = state_->budget;
+    auto object = readArchive(key, archive, root, front);
+    if (recent->isMetAgain(archive))
+        remember(archive, *object, before, front);
+    return object;
+}
+
+std::shared_ptr<NSObject> NSKeyedUnarchiver::readArchive(std::string_view key, NSDataView archive,
+                                                         const NSClass& root,
+                                                         const ArchiveFront& front) {
+    const NSClass* const classes[] = {&root};
+    State state(archive, *state_, front);
+    NSKeyedUnarchiver nested(state);
+    auto object = nested.decodeObject("root", classes, false);
+    if (!object)
+        fail(key, "a nested archive holds no object");
+    return object;
+}
+
+/// Only if an object that is made of the values that the object has is written as that archive:
+/// then there is nothing else in it.
+void NSKeyedUnarchiver::remember(NSDataView archive, const NSObject& object,
+                                 const NSDecodingBudget& before,
+                                 const ArchiveFront& front) noexcept {
+    auto& recent = *front.recent();
+    const auto after = state_->budget;
+    try {
+        auto record = std::make_unique<RecentArchives::Record>();
+        NSBriefCoding::Values made;
+        if (recent.coding().get(object, record->values)) {
+            const State::OneByOne oneByOne(*state_);
+            const auto again = recent.coding().make(*this, record->values);
+            NSKeyedArchiver::writeArchive(*again, front, record->archive);
+            if (recent.coding().get(*again, made) && made == record->values &&
+                std::equal(archive.begin(), archive.end(), record->archive.begin(),
+                           record->archive.end())) {
+                record->c = &object.objectClass();
+                record->bytes = before.bytes - after.bytes;
+                record->objects = before.objects - after.objects;
+                recent.remember(std::move(record));
+            }
+        }
+    } catch (...) {
+        // There was no memory, or a host's look-up failed: it is read again the next time.
+    }
+    state_->budget = after;
 }
 
 }  // namespace morvane

@@ -86,6 +86,7 @@ struct NSKeyedUnarchiver::State : keyed::ArchiveObjects {
     }
 
     struct LargeArray;
+    struct OneByOne;
     struct Lending;
     class PlainElements;
 

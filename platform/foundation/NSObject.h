@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -35,6 +37,20 @@ struct NSPlainCoding {
     /// Sets the values of an object of that very class.
     void (*get)(const NSObject& object, Values& values);
     /// Makes an object that has these values; throws only if there is no room for it.
+    std::shared_ptr<NSObject> (*make)(NSKeyedUnarchiver& coder, const Values& values);
+};
+
+/// How a text and two integers tell an object whole. For objects which stand in archives of their
+/// own by the dozen (NSArchiveFront), many of them alike.
+struct NSBriefCoding {
+    struct Values {
+        std::optional<std::string> text;
+        std::array<std::int64_t, 2> integers{};
+        bool operator==(const Values&) const = default;
+    };
+    /// Sets the values; false for an object that holds more than these.
+    bool (*get)(const NSObject& object, Values& values);
+    /// Makes an object that has these values, as the class's initWithCoder does.
     std::shared_ptr<NSObject> (*make)(NSKeyedUnarchiver& coder, const Values& values);
 };
 

@@ -169,6 +169,39 @@ TEST(MVAclPermission, ADecodedNameIsLookedUpAgainAndAFileCounterpartsIsNot) {
     KDLocalizedString::setLookup({});
 }
 
+TEST(MVTreeNode, BoxesAreDecodedAlikeHoweverOften) {
+    const auto group = node("Read", 2, -1, {0, 1, -1});
+    group->mutableChildNodes().append(
+        MVTreeNode::treeNodeWithRepresentedObject(MVAclPermission::init()));
+    const auto data = NSKeyedArchiver::archivedDataWithRootObject(*group);
+    const auto expectNames = [&](const std::string& head, const std::string& tail) {
+        // Once they are known, they are made of what is remembered.
+        for (int i = 0; i != 4; ++i) {
+            const auto back =
+                std::static_pointer_cast<MVTreeNode>(NSKeyedUnarchiver::unarchivedObjectOfClasses(
+                    {&MVTreeNode::classObject(), &MVAclPermission::classObject()}, data, nullptr));
+            ASSERT_TRUE(back);
+            ASSERT_EQ(back->childNodes().size(), group->childNodes().size());
+            for (std::size_t j = 0; j != back->childNodes().size(); ++j) {
+                const auto& was = *MVTreeNode::permissionOf(*group->childNodes()[j]);
+                const auto& is = *MVTreeNode::permissionOf(*back->childNodes()[j]);
+                EXPECT_EQ(is.hasName(), was.hasName());
+                EXPECT_EQ(is.name(), was.hasName() ? head + was.name() + tail : "");
+                EXPECT_EQ(is.permission(), was.permission());
+                EXPECT_EQ(is.state(), was.state());
+                EXPECT_EQ(is.settable(), was.settable());
+            }
+        }
+    };
+    expectNames("", "");
+    KDLocalizedString::setLookup([](const std::string& key, const std::string& table) {
+        return "<" + table + ":" + key + ">";
+    });
+    expectNames("<ACL:", ">");
+    KDLocalizedString::setLookup({});
+    expectNames("", "");
+}
+
 TEST(MVAclPermission, PropagationGivesEveryDirectChildTheStateMixedIncluded) {
     const auto group = node("Read", 2, -1, {0, 1, 0});
     group->childNodes()[0]->mutableChildNodes().append(node("deeper", 2, 1));

@@ -15,7 +15,7 @@ const ArchiveFront& ArchiveFront::common() {
 }
 
 ArchiveFront::ArchiveFront(std::span<const std::string_view> keys,
-                           std::span<const NSClass* const> classes)
+                           std::span<const NSClass* const> classes, const NSBriefCoding* brief)
     : PropertyListFront(common(), nullptr), classes_(classes.begin(), classes.end()) {
     for (const auto key : keys)
         addText(key);
@@ -33,6 +33,9 @@ ArchiveFront::ArchiveFront(std::span<const std::string_view> keys,
         const std::uint32_t description[] = {classNameKey, classesKey, names.front(), ancestors};
         addDictionary(description);
     }
+    // Their references have one byte.
+    if (brief)
+        recent_ = std::make_unique<RecentArchives>(*brief, bytes(1).size());
 }
 
 }  // namespace morvane

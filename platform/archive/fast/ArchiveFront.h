@@ -2,9 +2,11 @@
 #pragma once
 
 #include <MorvaneOperation/platform/archive/fast/PropertyListFront.h>
+#include <MorvaneOperation/platform/archive/fast/RecentArchives.h>
 #include <MorvaneOperation/platform/foundation/NSObject.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -35,7 +37,8 @@ class ArchiveFront : public PropertyListFront {
     static const ArchiveFront& common();
 
     /// Of archives that have these keys and objects of these classes.
-    ArchiveFront(std::span<const std::string_view> keys, std::span<const NSClass* const> classes);
+    ArchiveFront(std::span<const std::string_view> keys, std::span<const NSClass* const> classes,
+                 const NSBriefCoding* brief = nullptr);
 
     /// The class that the value of that number describes; null if it describes none.
     const NSClass* classAt(std::uint64_t number) const {
@@ -53,12 +56,16 @@ class ArchiveFront : public PropertyListFront {
         return std::nullopt;
     }
 
+    /// Of the archives that begin with this front; null if none are remembered.
+    RecentArchives* recent() const { return recent_.get(); }
+
   private:
     explicit ArchiveFront(std::span<const std::string_view> texts) : PropertyListFront(texts) {}
 
     /// Each of two values: the array of its ancestors' names, and its description.
     std::vector<const NSClass*> classes_;
     std::uint32_t firstClass_ = 0;
+    std::unique_ptr<RecentArchives> recent_;
 };
 
 }  // namespace morvane

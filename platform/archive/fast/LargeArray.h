@@ -15,6 +15,16 @@ struct NSKeyedUnarchiver::State::LargeArray {
     ~LargeArray() { state.largeArrays -= isLarge; }
 };
 
+/// While it exists, objects are made one by one, although a large array is being read.
+struct NSKeyedUnarchiver::State::OneByOne {
+    State& state;
+    const std::size_t largeArrays;
+    explicit OneByOne(State& s) : state(s), largeArrays(std::exchange(s.largeArrays, 0)) {}
+    ~OneByOne() { state.largeArrays = largeArrays; }
+    OneByOne(const OneByOne&) = delete;
+    OneByOne& operator=(const OneByOne&) = delete;
+};
+
 /// While it exists, the objects of a large array that is all that the archive holds are lent to
 /// `elements`: nothing that is read later leads to them.
 struct NSKeyedUnarchiver::State::Lending {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "ArchiveTestModels.h"
@@ -43,6 +44,41 @@ TEST(NSKeyedArchiverWithoutMemory, LeavesNothingBehindThatTheNextOneMeets) {
                 isReached = shortage.isReached();
             }
             ASSERT_EQ(archiveOf(values), expected) << "allocation " << count;
+            if (!isReached)
+                break;
+        }
+    }
+}
+
+TEST(RecentArchiveWithoutMemory, IsReadAsEverWhereverAnAllocationFails) {
+    for (const bool forGood : {false, true}) {
+        for (long count = 0;; ++count) {
+            // Of another text each time, which nobody remembers yet.
+            auto label = std::make_shared<test::Label>();
+            label->text = std::string(100, forGood ? 'a' : 'b') + std::to_string(count);
+            NSKeyedArchiver coder;
+            coder.encodeArchives(std::vector{label}, "labels", test::Label::front());
+            const auto archive = coder.finishEncoding();
+            const auto read = [&] {
+                NSKeyedUnarchiver decoder(archive);
+                const auto labels = decoder.decodeArchives("labels", test::Label::classObject(),
+                                                           test::Label::front());
+                return static_cast<const test::Label&>(*labels.at(0)).text;
+            };
+            bool isReached = false;
+            {
+                const MemoryShortage shortage(count, forGood);
+                // The second one is remembered, and the third one is made again.
+                for (int i = 0; i != 3; ++i) {
+                    try {
+                        read();
+                    } catch (const std::bad_alloc&) {
+                    }
+                }
+                isReached = shortage.isReached();
+            }
+            for (int i = 0; i != 3; ++i)
+                ASSERT_EQ(read(), label->text) << "allocation " << count;
             if (!isReached)
                 break;
         }

@@ -112,6 +112,62 @@ class Node final : public NSObject {
     }
 };
 
+/// A text and two integers, and at times another label. One without another is remembered by the
+/// archive of its own that it stands in.
+class Label final : public NSObject {
+  public:
+    std::optional<std::string> text;
+    std::int64_t number = 0;
+    std::int64_t other = 0;
+    std::shared_ptr<Label> next;
+
+    /// How many were read and made on this thread.
+    inline static thread_local int read = 0;
+    inline static thread_local int made = 0;
+
+    static std::shared_ptr<NSObject> initWithCoder(NSKeyedUnarchiver& coder) {
+        ++read;
+        auto label = coder.makeObject<Label>();
+        label->text = coder.decodeString("text");
+        label->number = coder.decodeInt64("number");
+        label->other = coder.decodeInt64("other");
+        label->next = std::static_pointer_cast<Label>(coder.decodeObject("next", {&classObject()}));
+        return label;
+    }
+    static const NSClass& classObject() {
+        static const NSClass c{"Label", &NSObject::classObject(), initWithCoder};
+        return c;
+    }
+    const NSClass& objectClass() const override { return classObject(); }
+    void encodeWithCoder(NSKeyedArchiver& coder) const override {
+        coder.encodeString(text, "text");
+        coder.encodeInt64(number, "number");
+        coder.encodeInt64(other, "other");
+        coder.encodeObject(next.get(), "next");
+    }
+    static const NSArchiveFront& front() {
+        static constexpr NSBriefCoding brief{
+            .get =
+                [](const NSObject& object, NSBriefCoding::Values& values) {
+                    const auto& label = static_cast<const Label&>(object);
+                    values = {label.text, {label.number, label.other}};
+                    return !label.next;
+                },
+            .make = [](NSKeyedUnarchiver& coder,
+                       const NSBriefCoding::Values& values) -> std::shared_ptr<NSObject> {
+                ++made;
+                auto label = coder.makeObject<Label>();
+                label->text = values.text;
+                label->number = values.integers[0];
+                label->other = values.integers[1];
+                return label;
+            }};
+        static const NSArchiveFront front({"root", "text", "number", "other", "next"},
+                                          {&classObject()}, &brief);
+        return front;
+    }
+};
+
 /// Builds a keyed archive by hand: the objects by UID (0 is "$null"), root at UID 1.
 class ArchiveBuilder {
   public:
