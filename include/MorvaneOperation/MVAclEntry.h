@@ -194,7 +194,7 @@ class MORVANE_EXPORT MVAclEntry : public NSObservable,
     void setUp(const std::optional<NSUUID>& uuid, std::int32_t tag, Permissions permissions,
                bool inherited);
     void applyPermissionGroup(std::int64_t code);
-    void followNode(const NSTreeNode& node);
+    MORVANE_INTERNAL void followNode(const NSTreeNode& node);
     void refuseCustomGroup(std::int64_t previous);
     std::string resolveApplicabilityBoxes(bool& othersOn);
     void observeNode(const std::shared_ptr<NSTreeNode>& node);

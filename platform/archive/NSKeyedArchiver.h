@@ -140,7 +140,8 @@ class MORVANE_EXPORT NSKeyedArchiver {
     void appendArchive(const NSObject& value);
     void appendArchive(const NSObject& value, const NSArchiveFront& front);
     void appendArchive(const NSObject& value, const ArchiveFront& front);
-    static void writeArchive(const NSObject& value, const ArchiveFront& front, NSData& out);
+    MORVANE_INTERNAL static void writeArchive(const NSObject& value, const ArchiveFront& front,
+                                              NSData& out);
     void endArray(std::string_view key);
     void endPlainArray(std::string_view key);
     void encodeURLValue(const NSURL& value);

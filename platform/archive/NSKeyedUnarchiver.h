@@ -194,12 +194,16 @@ class MORVANE_EXPORT NSKeyedUnarchiver {
     std::vector<std::shared_ptr<NSObject>> decodeArchives(std::string_view key, const NSClass& root,
                                                           const ArchiveFront& front);
     // The object of an archive that is nested in this one.
-    std::shared_ptr<NSObject> archivedObject(std::string_view key, NSDataView archive,
-                                             const NSClass& root, const ArchiveFront& front);
-    std::shared_ptr<NSObject> readArchive(std::string_view key, NSDataView archive,
-                                          const NSClass& root, const ArchiveFront& front);
-    void remember(NSDataView archive, const NSObject& object, const NSDecodingBudget& before,
-                  const ArchiveFront& front) noexcept;
+    MORVANE_INTERNAL std::shared_ptr<NSObject> archivedObject(std::string_view key,
+                                                              NSDataView archive,
+                                                              const NSClass& root,
+                                                              const ArchiveFront& front);
+    MORVANE_INTERNAL std::shared_ptr<NSObject> readArchive(std::string_view key, NSDataView archive,
+                                                           const NSClass& root,
+                                                           const ArchiveFront& front);
+    MORVANE_INTERNAL void remember(NSDataView archive, const NSObject& object,
+                                   const NSDecodingBudget& before,
+                                   const ArchiveFront& front) noexcept;
     template <class Read>
     void readArray(std::string_view key, Read&& read);
     template <class Read>
