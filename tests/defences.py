@@ -766,7 +766,7 @@ DEFENCES = (
     Defence("An archive is remembered only if its values tell all that is in it.",
             "                std::equal(archive.begin(), archive.end(), record->archive.begin(),\n"
             "                           record->archive.end())) {\n",
-            "                true) {\n",
+            "                !archive.empty()) {\n",
             ("RecentArchive.WithMoreInItThanItsObjectTellsIsReadEachTime",)),
     Defence("A nested archive stands in one place.",
             "if (!state_->rebuilt.standsOnce(state_->uid(element, key)))",
