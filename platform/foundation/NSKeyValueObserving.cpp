@@ -116,7 +116,7 @@ void NSObservable::addObserver(NSKeyValueObserver* observer, const NSKeyPath& ke
                                NSObject& origin) {
     if (!observer)
         throw NSException(NSInvalidArgumentException, "An observer cannot be null.");
-    const Registration registration{observer, &keyPath, &origin};
+    const Registration registration{observer, &keyPath, &origin, &keyPath.property()};
     if (!many_ && !only_.observer) {
         only_ = registration;
         return;
@@ -134,7 +134,7 @@ void NSObservable::addObserver(NSKeyValueObserver* observer, const NSKeyPath& ke
 
 void NSObservable::removeObserver(NSKeyValueObserver* observer, const NSKeyPath& keyPath,
                                   NSObject& origin) {
-    const Registration registration{observer, &keyPath, &origin};
+    const Registration registration{observer, &keyPath, &origin, &keyPath.property()};
     if (observer && only_ == registration) {
         only_ = {};
     } else if (many_ && many_->remove(registration)) {
@@ -159,7 +159,7 @@ void NSObservable::notify(const NSKeyPath& property) {
     for (std::size_t i = 0; i < count; ++i) {
         const auto& place = many_->places[i];
         const auto registration = place.registration;
-        if (!place.removed && &registration.keyPath->property() == &property) {
+        if (!place.removed && registration.property == &property) {
             registration.observer->observeValueForKeyPath(*registration.keyPath,
                                                           *registration.origin);
         }

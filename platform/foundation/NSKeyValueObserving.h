@@ -80,12 +80,10 @@ class MORVANE_EXPORT NSObservable : public NSObject {
     void didChangeValueForKey(const NSKeyPath& property) {
         // One observer, nearly always: nothing is left to do once it was notified, whatever it
         // does.
-        if (only_.observer) {
-            if (&only_.keyPath->property() == &property)
-                only_.observer->observeValueForKeyPath(*only_.keyPath, *only_.origin);
-        } else if (many_) {
+        if (only_.property == &property) [[likely]]
+            only_.observer->observeValueForKeyPath(*only_.keyPath, *only_.origin);
+        else if (many_)
             notify(property);
-        }
     }
 
   private:
@@ -93,6 +91,8 @@ class MORVANE_EXPORT NSObservable : public NSObject {
         NSKeyValueObserver* observer = nullptr;
         const NSKeyPath* keyPath = nullptr;
         NSObject* origin = nullptr;
+        /// That of the key path.
+        const NSKeyPath* property = nullptr;
 
         bool operator==(const Registration&) const = default;
     };

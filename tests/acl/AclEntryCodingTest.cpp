@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <MorvaneOperation/platform/archive/NSKeyedArchiver.h>
 #include <MorvaneOperation/platform/archive/NSKeyedUnarchiver.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -231,8 +232,10 @@ TEST_F(MVAclEntryCoding, NodesAndBoxesCountAgainstTheBudget) {
     };
     const auto held = count * (sizeof(MVTreeNode) + sizeof(MVAclPermission));
     EXPECT_EQ(failureWithin(archive.size() + 2 * held), "");
-    EXPECT_EQ(failureWithin(archive.size() + held),
-              refusal("object", "the archive unfolds into too many bytes"));
+    // A node or its box is the first for which there is too little.
+    EXPECT_THAT(failureWithin(archive.size() + held),
+                ::testing::AnyOf(refusal("object", "the archive unfolds into too many bytes"),
+                                 refusal("groups", "the archive unfolds into too many bytes")));
 }
 
 TEST_F(MVAclEntryCoding, APermissionWithoutANameHasNoneAfterDecodingEither) {
