@@ -183,7 +183,7 @@ const std::vector<CommandRow>& commandTable() {
           {.name = "--sort",
            .says = translatable("The order of the items"),
            .kind = WordKind::choice,
-           .word = "ORDER",
+           .word = "size|name|none",
            .choices = {"size", "name", "none"}},
           {.name = "--base2", .says = translatable("1 KB is 1024 bytes")},
           {.name = "--base10", .says = translatable("1 KB is 1000 bytes"), .excludes = {"--base2"}},
@@ -237,7 +237,7 @@ const std::vector<OptionRow>& commonOptions() {
         {.name = "--color",
          .says = translatable("Whether to use colours; without it they are used on a terminal"),
          .kind = WordKind::choice,
-         .word = "WHEN",
+         .word = "auto|always|never",
          .choices = {"auto", "always", "never"}},
     };
     return options;
