@@ -4,8 +4,11 @@
 #include <MorvaneOperation/MVFileSizeInfo.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <limits>
+#include <map>
+#include <utility>
 
 #include "Text.h"
 
@@ -95,6 +98,34 @@ SizeTree::SizeTree(const SizeOptions& options, const SizeSources& sources) : opt
         if (!facts || facts->isFolder())
             lookInto(roots_.back(), sources, options.depth, facts ? facts->mount : 0);
     }
+    if (roots_.size() > 1)
+        markCounted(sources);
+}
+
+void SizeTree::markCounted(const SizeSources& sources) {
+    const auto mountOf = [&](const SizeNode& root) {
+        const auto facts = sources.facts(root.url.path());
+        return facts ? facts->mount : 0;
+    };
+    std::map<std::filesystem::path, const SizeNode*> known;
+    for (auto& root : roots_) {
+        auto path = std::filesystem::path(root.url.path()).lexically_normal();
+        if (!path.has_filename())  // "folder/"
+            path = path.parent_path();
+        root.isCounted = !known.emplace(std::move(path), &root).second;
+    }
+    for (const auto& [path, root] : known) {
+        for (auto above = path.parent_path();; above = above.parent_path()) {
+            const auto holder = known.find(above);
+            if (holder != known.end() && holder->second != root &&
+                mountOf(*holder->second) == mountOf(*root)) {
+                roots_[static_cast<std::size_t>(root - roots_.data())].isCounted = true;
+                break;
+            }
+            if (!above.has_relative_path())
+                break;
+        }
+    }
 }
 
 void SizeTree::lookInto(SizeNode& node, const SizeSources& sources, std::size_t levels,
@@ -167,8 +198,10 @@ void SizeTree::arrange(std::vector<SizeNode>& nodes, SizeOrder order) const {
 
 std::int64_t SizeTree::total() const {
     std::vector<std::int64_t> sizes;
-    for (const auto& root : roots_)
-        sizes.push_back(sizeOf(root));
+    for (const auto& root : roots_) {
+        if (!root.isCounted)
+            sizes.push_back(sizeOf(root));
+    }
     return sumOfSizes(sizes);
 }
 

@@ -21,6 +21,8 @@ struct SizeNode {
     std::shared_ptr<MVFileSizeItem> item = nullptr;
     /// On another file system or a bind mount, which the sizes of the folders above leave out.
     bool isElsewhere = false;
+    /// A path whose size is a part of another path's.
+    bool isCounted = false;
     std::vector<SizeNode> children = {};
     /// Those that --top leaves out, and what they have together.
     std::size_t others = 0;
@@ -40,7 +42,7 @@ class SizeTree {
     /// the paths, its name.
     std::string asTable(const Style& style) const;
     Json asJson() const;
-    /// Of all paths together.
+    /// Of all paths together. What stands in another of them, or is named twice, counts once.
     std::int64_t total() const;
     const std::vector<SizeNode>& items() const { return roots_; }
 
@@ -48,6 +50,8 @@ class SizeTree {
     /// The node is a folder, or nobody can tell.
     void lookInto(SizeNode& node, const SizeSources& sources, std::size_t levels,
                   std::uint64_t mount);
+    /// Marks the paths that the sizes of other paths hold.
+    void markCounted(const SizeSources& sources);
     void arrange(std::vector<SizeNode>& nodes, SizeOrder order) const;
     std::string notes() const;
 

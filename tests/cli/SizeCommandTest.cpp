@@ -146,6 +146,25 @@ TEST_F(ASizeTree, HasATotalOfSeveralAndKeepsThemAsTheyAreWritten) {
               text(1000) + "  top\n" + text(290) + "  nest\n" + text(1290) + "  total\n");
 }
 
+TEST_F(ASizeTree, CountsWhatStandsInAnotherPathOrTwiceOnceInTheTotal) {
+    const auto total = [&](std::vector<std::string> paths) {
+        const auto output = run({.paths = std::move(paths), .json = true}).output;
+        const std::string key = "\"total\": ";
+        return std::stoll(output.substr(output.find(key) + key.size()));
+    };
+    EXPECT_EQ(total({"/top", "/top/nest"}), 1000);
+    EXPECT_EQ(total({"/top/nest/inner", "/top/large", "/top/"}), 1000);
+    EXPECT_EQ(total({"/top", "/top/", "/top/nest/../../top"}), 1000);
+    EXPECT_EQ(total({"top", "top/nest/inner", "top/nest"}), 1000);
+    EXPECT_EQ(total({"/top/large", "/top/small"}), 710);
+    // Nobody counts it above.
+    sizes_["mount"] = 5;
+    EXPECT_EQ(total({"/top", "/top/mount"}), 1005);
+    // The name of one is how that of the other begins.
+    sizes_["topmost"] = 30;
+    EXPECT_EQ(total({"/top", "/topmost"}), 1030);
+}
+
 TEST(TheLiveLine, TellsWhatIsDoneAndTheTimeAndNoRate) {
     EXPECT_EQ(progressLine({item(3000, false), item(1000, true)}, std::chrono::milliseconds(2500)),
               "1 of 2 done, " + inUnits(4000) + ", 2 s");
