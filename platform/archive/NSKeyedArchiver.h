@@ -43,8 +43,8 @@ class ArchiveFront;
 /// sides name the same front. With another one, or none, they are read as well.
 class MORVANE_EXPORT NSArchiveFront {
   public:
-    /// The classes are those of the objects, and NSArray if an object holds an array. `brief`, of
-    /// the object that an archive is of, may be null; then none is remembered.
+    /// The classes are those of the objects, and NSArray if an object holds an array. `brief` is
+    /// of the first of them, that of the object that an archive is of; null if there is none such.
     NSArchiveFront(std::initializer_list<std::string_view> keys,
                    std::initializer_list<const NSClass*> classes,
                    const NSBriefCoding* brief = nullptr);

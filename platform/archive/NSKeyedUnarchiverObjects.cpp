@@ -182,11 +182,11 @@ std::shared_ptr<NSObject> NSKeyedUnarchiver::archivedObject(std::string_view key
                                                             NSDataView archive, const NSClass& root,
                                                             const ArchiveFront& front) {
     auto* const recent = front.recent();
-    if (!recent || archive.size() > RecentArchives::mostBytes)
+    if (!recent || !recent->takes(archive, root))
         return readArchive(key, archive, root, front);
     {
         const State::OneByOne oneByOne(*state_);
-        if (auto object = recent->recall(archive, root, *this, state_->budget))
+        if (auto object = recent->recall(archive, *this, state_->budget))
             return object;
     }
     const auto before = state_->budget;
@@ -218,14 +218,14 @@ void NSKeyedUnarchiver::remember(NSDataView archive, const NSObject& object,
     try {
         auto record = std::make_unique<RecentArchives::Record>();
         NSBriefCoding::Values made;
-        if (recent.coding().get(object, record->values)) {
+        if (recent.takes(archive, object.objectClass()) &&
+            recent.coding().get(object, record->values)) {
             const State::OneByOne oneByOne(*state_);
             const auto again = recent.coding().make(*this, record->values);
             NSKeyedArchiver::writeArchive(*again, front, record->archive);
             if (recent.coding().get(*again, made) && made == record->values &&
                 std::equal(archive.begin(), archive.end(), record->archive.begin(),
                            record->archive.end())) {
-                record->c = &object.objectClass();
                 record->bytes = before.bytes - after.bytes;
                 record->objects = before.objects - after.objects;
                 recent.remember(std::move(record));

@@ -48,7 +48,7 @@ struct NSBriefCoding {
         std::array<std::int64_t, 2> integers{};
         bool operator==(const Values&) const = default;
     };
-    /// Sets the values; false for an object that holds more than these.
+    /// Sets the values; false for an object, of the very class, that holds more than these.
     bool (*get)(const NSObject& object, Values& values);
     /// Makes an object that has these values, as the class's initWithCoder does.
     std::shared_ptr<NSObject> (*make)(NSKeyedUnarchiver& coder, const Values& values);

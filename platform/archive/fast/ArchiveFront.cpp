@@ -35,7 +35,7 @@ ArchiveFront::ArchiveFront(std::span<const std::string_view> keys,
     }
     // Their references have one byte.
     if (brief)
-        recent_ = std::make_unique<RecentArchives>(*brief, bytes(1).size());
+        recent_ = std::make_unique<RecentArchives>(*brief, *classes_.at(0), bytes(1).size());
 }
 
 }  // namespace morvane

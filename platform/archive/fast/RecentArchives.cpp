@@ -67,8 +67,7 @@ RecentArchives::Place* RecentArchives::placeOf(std::uint64_t hash) {
     return isAt(second, hash) || (isAt(second, 0) && !isAt(first, 0)) ? &second : &first;
 }
 
-std::shared_ptr<NSObject> RecentArchives::recall(NSDataView archive, const NSClass& c,
-                                                 NSKeyedUnarchiver& coder,
+std::shared_ptr<NSObject> RecentArchives::recall(NSDataView archive, NSKeyedUnarchiver& coder,
                                                  NSDecodingBudget& budget) {
     const auto hash = hashOf(archive);
     auto& place = *placeOf(hash);
@@ -76,8 +75,8 @@ std::shared_ptr<NSObject> RecentArchives::recall(NSDataView archive, const NSCla
         return nullptr;
     const Taken taken(place);
     const auto* const record = taken.get();
-    if (!record || record->c != &c || record->bytes > budget.bytes ||
-        record->objects > budget.objects || mostDepth > budget.depth ||
+    if (!record || record->bytes > budget.bytes || record->objects > budget.objects ||
+        mostDepth > budget.depth ||
         !std::equal(archive.begin(), archive.end(), record->archive.begin(), record->archive.end()))
         return nullptr;
     auto left = budget;

@@ -18,22 +18,26 @@ namespace morvane {
 
 class RecentArchives {
   public:
-    /// Longer archives are not asked for here.
+    /// Longer archives are not taken.
     static constexpr std::size_t mostBytes = 640;
     /// No more archives are remembered.
     static constexpr std::size_t mostArchives = 256;
 
-    /// Of archives that begin with so many bytes in common.
-    RecentArchives(const NSBriefCoding& coding, std::size_t frontSize)
-        : coding_(coding), frontSize_(frontSize) {}
+    /// Of archives of objects of one class, which begin with so many bytes in common.
+    RecentArchives(const NSBriefCoding& coding, const NSClass& c, std::size_t frontSize)
+        : coding_(coding), class_(c), frontSize_(frontSize) {}
     ~RecentArchives();
     RecentArchives(const RecentArchives&) = delete;
     RecentArchives& operator=(const RecentArchives&) = delete;
 
+    /// Whether such an archive, of an object of class `c`, may be known.
+    bool takes(NSDataView archive, const NSClass& c) const {
+        return &c == &class_ && archive.size() <= mostBytes;
+    }
+
     /// Makes the object again that the archive holds, and takes of `budget` what reading it took.
-    /// Null if the archive is not known, its object is not of class `c`, or the budget is too
-    /// small.
-    std::shared_ptr<NSObject> recall(NSDataView archive, const NSClass& c, NSKeyedUnarchiver& coder,
+    /// Null if the archive is not known, or the budget is too small.
+    std::shared_ptr<NSObject> recall(NSDataView archive, NSKeyedUnarchiver& coder,
                                      NSDecodingBudget& budget);
 
     /// Whether the archive, which is not known, is worth remembering: it was met before.
@@ -42,7 +46,6 @@ class RecentArchives {
     /// An archive that is remembered, with what reading it takes of a budget.
     struct Record {
         NSData archive;
-        const NSClass* c = nullptr;
         NSBriefCoding::Values values;
         std::uint64_t bytes = 0;
         std::uint64_t objects = 0;
@@ -66,6 +69,7 @@ class RecentArchives {
     Place* placeOf(std::uint64_t hash);
 
     const NSBriefCoding& coding_;
+    const NSClass& class_;
     const std::size_t frontSize_;
     std::array<Place, mostArchives> places_;
 };
