@@ -74,7 +74,7 @@ PROGRAMS = {
     "NSKeyedUnarchiver": ("archive_test",),
     "FuzzCorpus": ("archive_test",),
     "LargeArray": ("archive_test",),
-    "RecentArchive": ("archive_test",),
+    "RecentArchive": ("recent_archives_test",),
     "MVAclEntryCoding": ("test_acl",),
     "MVAclOriginCoding": ("test_acl",),
     "StoredLists": ("lists_test",),
