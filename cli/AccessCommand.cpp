@@ -3,6 +3,8 @@
 
 #include <MorvaneOperation/IdentityText.h>
 
+#include <nlohmann/json.hpp>
+
 #include "AclEditor.h"
 #include "EntryJson.h"
 #include "EntryText.h"

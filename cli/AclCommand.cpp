@@ -2,6 +2,7 @@
 #include "AclCommand.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "EntryJson.h"
 #include "Failure.h"

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 #include <vector>

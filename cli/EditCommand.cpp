@@ -4,6 +4,7 @@
 #include <MorvaneOperation/EntryLosses.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 

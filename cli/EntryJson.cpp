@@ -6,6 +6,7 @@
 #include <MorvaneOperation/MVAclOrigin.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace morvane {
 

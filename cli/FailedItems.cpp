@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "ListText.h"
 

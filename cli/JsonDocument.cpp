@@ -4,6 +4,7 @@
 #include <MorvaneOperation/platform/foundation/NSURL.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "FileFacts.h"
@@ -87,6 +88,10 @@ std::string jsonDocument(std::string_view command, Json members, const Outcome& 
     return textOf(ended(begun(command), std::move(members), outcome), indent);
 }
 
+std::string jsonDocument(std::string_view command, const Outcome& outcome) {
+    return jsonDocument(command, Json::object(), outcome);
+}
+
 std::string jsonLine(std::string_view command, std::string_view event, Json members) {
     constexpr int oneLine = -1;
     auto object = begun(command);
@@ -97,6 +102,10 @@ std::string jsonLine(std::string_view command, std::string_view event, Json memb
 
 std::string lastJsonLine(std::string_view command, Json members, const Outcome& outcome) {
     return jsonLine(command, "end", ended(Json::object(), std::move(members), outcome));
+}
+
+std::string lastJsonLine(std::string_view command, const Outcome& outcome) {
+    return lastJsonLine(command, Json::object(), outcome);
 }
 
 Json jsonOfPath(std::string_view path) {

@@ -3,7 +3,7 @@
 
 #include <MorvaneOperation/platform/foundation/NSError.h>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,11 +24,17 @@ inline constexpr int jsonVersion = 1;
 /// commands have. What is not UTF-8 is replaced.
 std::string jsonDocument(std::string_view command, Json members, const Outcome& outcome);
 
+/// The same for a run that has no members of its own.
+std::string jsonDocument(std::string_view command, const Outcome& outcome);
+
 /// A line of --json-lines: what happens in a run of `command`, which `event` names.
 std::string jsonLine(std::string_view command, std::string_view event, Json members);
 
 /// The last of the lines, which tells how the run has ended.
 std::string lastJsonLine(std::string_view command, Json members, const Outcome& outcome);
+
+/// The same for a run that has no members of its own.
+std::string lastJsonLine(std::string_view command, const Outcome& outcome);
 
 /// The keys of an item's path: as text, as its bytes in base64, and as URL.
 Json jsonOfPath(std::string_view path);

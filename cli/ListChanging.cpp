@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 

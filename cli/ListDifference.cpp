@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <compare>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <nlohmann/json.hpp>
 
 #include "Failure.h"
 #include "JsonDocument.h"

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 
 #include "FailedItems.h"
 #include "Failure.h"

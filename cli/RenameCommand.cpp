@@ -2,6 +2,7 @@
 #include "RenameCommand.h"
 
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "Failure.h"
 #include "JsonDocument.h"

@@ -2,6 +2,7 @@
 #include "SaveCommand.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Failure.h"
 #include "FileFacts.h"

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 
 #include "Failure.h"
 #include "JsonDocument.h"

@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Text.h"

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "EntryJson.h"

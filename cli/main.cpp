@@ -37,9 +37,9 @@ ExitCode failureOf(const CommonOptions& common) {
 /// For programs, what a command has not printed itself: that it was done, or why not.
 void completeJson(Outcome& outcome, const CommonOptions& common) {
     if (common.json == JsonForm::lines && outcome.output.empty())
-        outcome.output = lastJsonLine(common.command, Json::object(), outcome);
+        outcome.output = lastJsonLine(common.command, outcome);
     else if (common.json == JsonForm::object && outcome.output.empty())
-        outcome.output = jsonDocument(common.command, Json::object(), outcome);
+        outcome.output = jsonDocument(common.command, outcome);
 }
 
 }  // namespace
