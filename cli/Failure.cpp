@@ -163,6 +163,15 @@ bool isRefusedRight(const NSError& error) {
     return error.domain() == NSOSStatusErrorDomain || error.domain() == MVErrorDomainLaunchd;
 }
 
+std::string helpLines(const NSError& error, Effect effect) {
+    std::string lines;
+    if (const auto* cause = underlyingError(error))
+        lines += "  " + escaped(cause->localizedDescription()) + '\n';
+    if (const auto help = advice(error, effect); !help.empty())
+        lines += "  " + escaped(help) + '\n';
+    return lines;
+}
+
 ExitCode exitCodeOf(const NSError& error) {
     if (error.domain() == NSPOSIXErrorDomain && error.code() == EREMOTEIO)
         return ExitStoredOtherwise;
@@ -179,12 +188,7 @@ std::string stoppedLooking() {
 
 std::string failureMessage(const std::string& what, const NSError& error, Effect effect) {
     // TRANSLATORS: What failed, and why.
-    auto text = message({say("%1: %2", what, escaped(descriptionOf(error)))});
-    if (const auto* cause = underlyingError(error))
-        text += "  " + escaped(cause->localizedDescription()) + '\n';
-    if (const std::string help = advice(error, effect); !help.empty())
-        text += "  " + escaped(help) + '\n';
-    return text;
+    return message({say("%1: %2", what, escaped(descriptionOf(error)))}) + helpLines(error, effect);
 }
 
 }  // namespace morvane

@@ -23,6 +23,10 @@ enum class Effect { reads, changes };
 /// nothing to say.
 std::string advice(const NSError& error, Effect effect);
 
+/// The lines below that of a failure: what has caused it, and the advice(), as far as there is
+/// something to say of them.
+std::string helpLines(const NSError& error, Effect effect);
+
 /// The outcome of a command in which `what` has failed because of `error`, which is not null.
 Outcome failed(const std::string& what, const NSErrorRef& error, Effect effect = Effect::reads);
 

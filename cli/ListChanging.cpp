@@ -124,7 +124,11 @@ Outcome ListChanging::run(const std::vector<ItemChange>& all) {
 }
 
 void ListChanging::fail(const std::string& path, const std::string& why, ExitCode code) {
-    failures_.push_back({path, why});
+    // A folder whose list cannot be had often cannot be listed either, for the same reason.
+    const bool isTold =
+        !failures_.empty() && failures_.back().path == path && failures_.back().why == why;
+    if (!isTold)
+        failures_.push_back({path, why});
     worst_ = code == ExitService ? ExitService : std::max(worst_, ExitFailure);
 }
 
@@ -133,8 +137,8 @@ void ListChanging::fail(const std::string& path, const NSErrorRef& error) {
     auto why = error->localizedDescription();
     if (!options_.lossy && !lossesOfError(*error).empty())
         why += ' ' + say("--lossy accepts the nearest list.");
-    else if (const auto help = advice(*error, Effect::changes); !help.empty())
-        advice_ = help;
+    else if (const auto help = helpLines(*error, Effect::changes); !help.empty())
+        help_ = help;
     fail(path, why, exitCodeOf(*error));
 }
 
@@ -342,9 +346,7 @@ std::string ListChanging::toldFailures() const {
             text += ' ' + say("--failures FILE lists them all.");
         text += '\n';
     }
-    if (!advice_.empty())
-        text += "  " + escaped(advice_) + '\n';
-    return text;
+    return text + help_;
 }
 
 std::string changeAsJson(std::size_t done, std::chrono::duration<double> elapsed) {

@@ -157,7 +157,8 @@ class ListChanging {
     std::string lacksFlags_;
     std::vector<FailedItem> failures_;
     std::vector<std::size_t> failedChanges_;
-    std::string advice_;
+    /// The lines below the failures.
+    std::string help_;
     ExitCode worst_ = ExitSuccess;
     NSErrorRef error_;
     Problem misuse_;

@@ -52,9 +52,8 @@ Outcome outcomeOf(const RenameOptions& options, const MVFileRenames& answer, boo
         return outcome;
     }
     outcome.message =
-        message({say("cannot rename: %1", escaped(answer.error->localizedDescription()))});
-    if (const auto help = advice(*answer.error, Effect::changes); !help.empty())
-        outcome.message += "  " + escaped(help) + '\n';
+        message({say("cannot rename: %1", escaped(answer.error->localizedDescription()))}) +
+        helpLines(*answer.error, Effect::changes);
     return outcome;
 }
 

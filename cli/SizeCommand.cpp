@@ -61,10 +61,10 @@ Outcome outcomeOf(const NSErrorRef& error, std::int64_t soFar) {
                 message({escaped(error->localizedDescription()),
                          say("%1 were added up so far.", sizeText(soFar))}),
                 error};
-    Outcome outcome{ExitFailure, {}, message({escaped(error->localizedDescription())}), error};
-    if (const auto help = advice(*error, Effect::reads); !help.empty())
-        outcome.message += "  " + escaped(help) + '\n';
-    return outcome;
+    return {ExitFailure,
+            {},
+            message({escaped(error->localizedDescription())}) + helpLines(*error, Effect::reads),
+            error};
 }
 
 }  // namespace

@@ -180,9 +180,17 @@ class Failure(RealFile):
         self.assertIn("PATH is required", self.failing(2, "acl"))
 
     def test_a_missing_service_is_told_with_the_program_that_was_looked_for(self):
-        message = self.failing(3, "acl", self.file, libexec=os.path.join(self.folder, "nowhere"))
-        self.assertIn(f"nowhere/{SERVICE}", message)
-        self.assertIn("MORVANE_LIBEXEC_DIR", message)
+        for arguments in (["acl", self.file], ["acl", self.file, "--set", "u:daemon:r"], ["ls", self.folder],
+                          ["rename", self.file, "other.txt"], ["size", self.file]):
+            with self.subTest(arguments):
+                message = self.failing(3, *arguments, libexec=os.path.join(self.folder, "nowhere"))
+                self.assertIn(f"nowhere/{SERVICE}", message)
+                self.assertIn("MORVANE_LIBEXEC_DIR", message)
+
+    def test_a_missing_service_is_told_once_for_a_folder_with_all_that_is_below(self):
+        result = run("acl", "-R", self.folder, "--set", "u:daemon:r", libexec=os.path.join(self.folder, "nowhere"))
+        self.assertEqual((result.returncode, result.stdout), (3, b"0 lists changed, 0 were so already, 1 failure.\n"))
+        self.assertEqual(result.stderr.count(b"cannot change"), 1, result.stderr)
 
     def test_a_service_that_leaves_at_once_ends_the_request(self):
         stub = self.stubService("#!/bin/sh\nexit 1\n")
