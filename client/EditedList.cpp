@@ -4,6 +4,7 @@
 #include <MorvaneOperation/acl_perms.h>
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <unordered_map>
 #include <utility>
@@ -59,16 +60,22 @@ void EditedList::show(Entries entries) {
 
 void EditedList::arrange(Entries entries) {
     requireEntries(entries);
+    // Those at the front stay most times, as when one is added.
+    const auto same =
+        std::mismatch(entries_.begin(), entries_.end(), entries.begin(), entries.end());
+    const auto firstOther = static_cast<std::size_t>(same.first - entries_.begin());
     std::unordered_map<Entry, Row> known;
-    for (std::size_t i = 0; i != entries_.size(); ++i)
+    for (std::size_t i = firstOther; i != entries_.size(); ++i)
         known.emplace(entries_[i], std::move(rows_[i]));
-    std::vector<Row> rows;
-    for (const auto& entry : entries) {
-        auto row = known.extract(entry);
-        rows.push_back(row ? std::move(row.mapped()) : rowOf(entry));
+    std::vector<Row> others;
+    for (std::size_t i = firstOther; i != entries.size(); ++i) {
+        auto row = known.extract(entries[i]);
+        others.push_back(row ? std::move(row.mapped()) : rowOf(entries[i]));
     }
+    rows_.reserve(entries.size());
+    rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(firstOther), rows_.end());
+    std::move(others.begin(), others.end(), std::back_inserter(rows_));
     entries_ = std::move(entries);
-    rows_ = std::move(rows);
 }
 
 void EditedList::countAsRead(const Entries& entries) {
