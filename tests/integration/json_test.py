@@ -6,6 +6,7 @@ usage: json_test.py MORVANE LIBEXEC-DIR SCHEMA [unittest arguments]
 import base64
 import json
 import os
+import signal
 import subprocess
 import sys
 import tempfile
@@ -50,7 +51,10 @@ class Documents(unittest.TestCase):
     def lines(self, *arguments, status=0):
         result = self.run_morvane(*arguments)
         self.assertEqual(result.returncode, status, result.stderr)
-        printed = [json.loads(line) for line in result.stdout.splitlines()]
+        return self.checked_lines(result.stdout, status)
+
+    def checked_lines(self, output, status):
+        printed = [json.loads(line) for line in output.splitlines()]
         for line in printed:
             check(line, ROOT["$defs"]["line"], ROOT)
         self.assertEqual((printed[-1]["event"], printed[-1]["exitStatus"]), ("end", status))
@@ -158,7 +162,13 @@ class Commands(Documents):
         much = os.path.join(self.folder, b"much")
         for i in range(1000):
             os.makedirs(os.path.join(much, b"%d" % i))
-        printed = self.lines("size", "--json-lines", *[much] * 1000)
+        with subprocess.Popen([MORVANE, "size", "--json-lines", *[much] * 1000], env=ENVIRONMENT, cwd=self.folder,
+                              stdout=subprocess.PIPE) as process:
+            first = process.stdout.readline()
+            process.send_signal(signal.SIGINT)
+            output = first + process.stdout.read()
+        printed = self.checked_lines(output, 130)
+        self.assertEqual(process.returncode, 130)
         self.assertEqual(printed[0]["event"], "progress")
         self.assertEqual(printed[0]["of"], 1000)
 

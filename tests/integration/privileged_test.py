@@ -21,6 +21,7 @@ import time
 import unittest
 
 import rig as rigs
+from large_folder import large_folder
 from privileged_case import PrivilegedCase
 from rig import AS_USER, LABEL, SOCKET, TIME_LIMIT, USER
 from waiting import wait_until
@@ -659,15 +660,16 @@ class Helper(Privileged):
         self.assertEqual(self.end_in_order(), 0)
 
     def test_a_propagation_that_the_helpers_end_cuts_off_is_told_with_its_count(self):
-        many = 150000  # work for longer than the client is not asked
+        many = 250000  # work for longer than the client is not asked
+        folder = large_folder(self)
         for i in range(many):
-            os.mknod(os.path.join(self.folder, str(i)), 0o600)
-        os.chmod(self.folder, 0o750)
+            os.mknod(os.path.join(folder, str(i)), 0o600)
+        os.chmod(folder, 0o750)
         self.start_anew()
         self.addCleanup(self.start_anew)
-        with os.scandir(self.folder) as entries:
+        with os.scandir(folder) as entries:
             first = next(entries).path
-        program = RIG.start([MORVANE, "--privileged", "acl", self.folder, "--propagate"], "allow")
+        program = RIG.start([MORVANE, "--privileged", "acl", folder, "--propagate"], "allow")
         limit = time.monotonic() + TIME_LIMIT
         while stat.S_IMODE(os.stat(first).st_mode) != 0o640 and time.monotonic() < limit:
             pass  # the job is over in no time
@@ -675,14 +677,14 @@ class Helper(Privileged):
             RIG.helper.terminate()
         self.assertEqual(RIG.helper.wait(TIME_LIMIT), 0)
         self.assertNotEqual(program.finish().code, 0)
-        changed = sum(stat.S_IMODE(entry.stat().st_mode) == 0o640 for entry in os.scandir(self.folder))
+        changed = sum(stat.S_IMODE(entry.stat().st_mode) == 0o640 for entry in os.scandir(folder))
         self.assertLess(0, changed)
         self.assertLess(changed, many)
         who = f"uid {USER} pid {program.process.pid}: propagateAclEntries:url:reply:"
-        self.assertLogged(program.process, "begun", f'propagateAclEntries:url:reply: "{self.folder}"')
+        self.assertLogged(program.process, "begun", f'propagateAclEntries:url:reply: "{folder}"')
         wait_until(lambda: any(line.startswith(f"failed: {who}") for line in self.logged()), "the end's line")
         line = next(line for line in self.logged() if line.startswith(f"failed: {who}"))
-        self.assertEqual(line, f'failed: {who} The propagation was cancelled after {changed} items. "{self.folder}"')
+        self.assertEqual(line, f'failed: {who} The propagation was cancelled after {changed} items. "{folder}"')
 
     def test_a_flood_of_refusals_is_a_few_lines_and_one_that_counts_the_rest(self):
         request = self.captured_request()

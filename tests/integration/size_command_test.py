@@ -20,6 +20,7 @@ import threading
 import unittest
 
 import terminal as terminals
+from large_folder import large_folder
 
 MORVANE, LIBEXEC = map(os.path.abspath, sys.argv[1:3])
 COUNTER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "helpers", "walks", "size_walk.py")
@@ -462,18 +463,14 @@ class Listing(Tree):
 
 class LargeFolders(unittest.TestCase):
     def make_large(self, names):
-        # In memory where there is such a place: on a disk this takes a minute.
-        memory = "/dev/shm"
-        place = memory if os.access(memory, os.W_OK) else None
-        folder = tempfile.TemporaryDirectory(dir=place)
-        self.addCleanup(folder.cleanup)
-        descriptor = os.open(folder.name, os.O_RDONLY)
+        folder = large_folder(self)
+        descriptor = os.open(folder, os.O_RDONLY)
         try:
             for name in names:
                 os.mknod(name, 0o600 | stat.S_IFREG, dir_fd=descriptor)
         finally:
             os.close(descriptor)
-        return folder.name
+        return folder
 
     def test_a_million_entries_arrive(self):
         folder = self.make_large(b"entry-%d" % i for i in range(1_000_000))
