@@ -8,4 +8,7 @@ namespace morvane {
 MVFileRequest::~MVFileRequest() = default;
 MVFileResponse::~MVFileResponse() = default;
 
+NSXPC_DEFINE_PROTOCOL(MVFileRequest, MVFileRequestMessages)
+NSXPC_DEFINE_PROTOCOL(MVFileResponse, MVFileResponseMessages)
+
 }  // namespace morvane

@@ -6,4 +6,6 @@ namespace morvane {
 MVItemProgress::~MVItemProgress() = default;
 MVCountedResponse::~MVCountedResponse() = default;
 
+NSXPC_DEFINE_PROTOCOL(MVCountedResponse, MVCountedResponseMessages)
+
 }  // namespace morvane

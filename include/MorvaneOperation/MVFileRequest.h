@@ -70,7 +70,7 @@ class MORVANE_EXPORT MVFileRequest {
     MVFileRequestMessages(NSXPC_DECLARE_MESSAGE)
 };
 
-NSXPC_PROTOCOL(MVFileRequest, MVFileRequestMessages)
+NSXPC_DECLARE_PROTOCOL(MVFileRequest, MORVANE_EXPORT)
 
 /// A message and the right that the privileged helper requires for it.
 struct MVGuardedMessage {

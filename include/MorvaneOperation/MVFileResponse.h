@@ -27,6 +27,6 @@ class MORVANE_EXPORT MVFileResponse {
     MVFileResponseMessages(NSXPC_DECLARE_MESSAGE)
 };
 
-NSXPC_PROTOCOL(MVFileResponse, MVFileResponseMessages)
+NSXPC_DECLARE_PROTOCOL(MVFileResponse, MORVANE_EXPORT)
 
 }  // namespace morvane

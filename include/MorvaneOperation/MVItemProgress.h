@@ -48,6 +48,6 @@ class MORVANE_EXPORT MVCountedResponse : public MVFileResponse {
                                   NSXPCReply<bool> reply) = 0;
 };
 
-NSXPC_PROTOCOL(MVCountedResponse, MVCountedResponseMessages)
+NSXPC_DECLARE_PROTOCOL(MVCountedResponse, MORVANE_EXPORT)
 
 }  // namespace morvane

@@ -37,6 +37,11 @@
  * what follows is the protocol's own and is ignored here. The last parameter is the reply. The
  * types that may be used are those of NSXPCCoding.h. NSXPC_PROTOCOL() stands in the namespace of
  * the protocol; a host may declare protocols of its own.
+ *
+ * NSXPC_PROTOCOL() is compiled by each file that includes it, which takes as long as all else that
+ * such a file needs. Where many files include a protocol, its header has
+ * NSXPC_DECLARE_PROTOCOL(Clock) instead, and one source file
+ * NSXPC_DEFINE_PROTOCOL(Clock, ClockMessages).
  */
 
 namespace morvane {
@@ -282,8 +287,11 @@ std::shared_ptr<P> makeProxy(NSXPCProxyTarget target) {
 #define NSXPC_MESSAGE_DESCRIPTION(NAME, SELECTOR, PARAMS, ARGS, ...) \
     ::morvane::xpc_message::describe<Protocol, &Protocol::NAME>(SELECTOR),
 
-/// The proxy class and the run-time description of the protocol class P, from its messages.
-#define NSXPC_PROTOCOL(P, MESSAGES)                                                              \
+#define NSXPC_PROTOCOL_DESCRIPTION_OF(P) \
+    const ::morvane::NSXPCProtocolDescription& nsxpcProtocolDescription(const P*)
+#define NSXPC_PROXY_OF(P, TARGET) \
+    std::shared_ptr<P> nsxpcMakeProxy(const P*, ::morvane::NSXPCProxyTarget TARGET)
+#define NSXPC_IMPLEMENT_PROTOCOL(P, MESSAGES, INLINE)                                            \
     class P##Proxy final : public P {                                                            \
         using Protocol = P;                                                                      \
         enum : std::size_t { MESSAGES(NSXPC_MESSAGE_INDEX) };                                    \
@@ -295,12 +303,24 @@ std::shared_ptr<P> makeProxy(NSXPCProxyTarget target) {
       private:                                                                                   \
         ::morvane::NSXPCProxyTarget target_;                                                     \
     };                                                                                           \
-    inline const ::morvane::NSXPCProtocolDescription& nsxpcProtocolDescription(const P*) {       \
+    INLINE NSXPC_PROTOCOL_DESCRIPTION_OF(P) {                                                    \
         using Protocol = P;                                                                      \
         static const ::morvane::NSXPCProtocolDescription& description =                          \
             *new ::morvane::NSXPCProtocolDescription{#P, {MESSAGES(NSXPC_MESSAGE_DESCRIPTION)}}; \
         return description;                                                                      \
     }                                                                                            \
-    inline std::shared_ptr<P> nsxpcMakeProxy(const P*, ::morvane::NSXPCProxyTarget target) {     \
+    INLINE NSXPC_PROXY_OF(P, target) {                                                           \
         return std::make_shared<P##Proxy>(std::move(target));                                    \
     }
+
+/// The proxy class and the run-time description of the protocol class P, from its messages.
+#define NSXPC_PROTOCOL(P, MESSAGES) NSXPC_IMPLEMENT_PROTOCOL(P, MESSAGES, inline)
+
+/// Declares both for the files that include the protocol's header. What stands behind P comes
+/// before each declaration, as an attribute that exports it.
+#define NSXPC_DECLARE_PROTOCOL(P, ...)            \
+    __VA_ARGS__ NSXPC_PROTOCOL_DESCRIPTION_OF(P); \
+    __VA_ARGS__ NSXPC_PROXY_OF(P, target);
+
+/// Defines them, in one source file.
+#define NSXPC_DEFINE_PROTOCOL(P, MESSAGES) NSXPC_IMPLEMENT_PROTOCOL(P, MESSAGES, )
