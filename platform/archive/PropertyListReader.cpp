@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <MorvaneOperation/platform/archive/PropertyListBytes.h>
 #include <MorvaneOperation/platform/archive/PropertyListReader.h>
 
 #include <cstring>
@@ -6,8 +7,6 @@
 
 namespace morvane {
 namespace {
-
-constexpr std::size_t trailerSize = 32;
 
 bool isIntegerSize(unsigned size) {
     return size >= 1 && size <= 8;
@@ -18,13 +17,13 @@ bool isIntegerSize(unsigned size) {
 PropertyListReader::PropertyListReader(std::span<const std::uint8_t> bytes,
                                        const PropertyListFront* front)
     : begin_(bytes.data()) {
-    if (bytes.size() < magicSize + 1 + 1 + trailerSize) {
+    if (bytes.size() < magicSize + 1 + 1 + property_list_bytes::trailerSize) {
         throw PropertyListDamage("it is too short to be a property list");
     }
     if (std::memcmp(begin_, "bplist00", magicSize) != 0) {
         throw PropertyListDamage("it is not a binary property list");
     }
-    const auto* const trailer = begin_ + bytes.size() - trailerSize;
+    const auto* const trailer = begin_ + bytes.size() - property_list_bytes::trailerSize;
     offsetSize_ = trailer[6];
     refSize_ = trailer[7];
     count_ = bigEndian(trailer + 8, 8);
