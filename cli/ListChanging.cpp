@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <utility>
 
 #include "EditedItem.h"
@@ -20,50 +19,6 @@ namespace {
 
 /// How many failures are told one by one.
 constexpr std::size_t maxFailuresTold = 10;
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        if (!line.empty() && line.front() != '#')
-            lines.push_back(line.substr(0, line.find('\t')));
-    }
-    return lines;
-}
-
-std::vector<std::string> without(std::vector<std::string> lines,
-                                 const std::vector<std::string>& others) {
-    std::erase_if(lines, [&](const auto& line) {
-        return std::find(others.begin(), others.end(), line) != others.end();
-    });
-    return lines;
-}
-
-PlannedChange plannedChange(const std::string& path, const std::string& before,
-                            const std::string& after) {
-    const auto old = linesOf(before);
-    const auto now = linesOf(after);
-    return {path, without(old, now), without(now, old)};
-}
-
-/// The lines below the path of the item.
-std::string textOf(const PlannedChange& change) {
-    auto text = escaped(change.path) + '\n';
-    for (const auto& line : change.removed)
-        text += "  - " + escaped(line) + '\n';
-    for (const auto& line : change.added)
-        text += "  + " + escaped(line) + '\n';
-    if (change.removed.empty() && change.added.empty())
-        text += "  " + say("(the same entries in another order)") + '\n';
-    return text;
-}
-
-Json jsonOf(const PlannedChange& change) {
-    auto item = jsonOfPath(change.path);
-    item["removed"] = change.removed;
-    item["added"] = change.added;
-    return item;
-}
 
 }  // namespace
 
@@ -205,7 +160,7 @@ bool ListChanging::write(const std::string& path, const NSURL& url, ChangedList&
         return true;
     }
     if (options_.dryRun) {
-        planned_.push_back(plannedChange(path, before, after));
+        planned_.emplace_back(path, before, after);
         ++changed_;
         return true;
     }
@@ -243,7 +198,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
             outcome.output += listNow(all.front().path);
     } else {
         for (const auto& change : planned_)
-            outcome.output += textOf(change);
+            outcome.output += change.asText();
         outcome.output += closingLine() + '\n';
     }
     if (isStopped_) {
@@ -263,7 +218,7 @@ Outcome ListChanging::ended(const std::vector<ItemChange>& all) {
 Json ListChanging::jsonOfChange() const {
     auto changes = Json::array();
     for (const auto& change : planned_)
-        changes.push_back(jsonOf(change));
+        changes.push_back(change.asJson());
     return {{"dryRun", options_.dryRun},     {"changed", changed_},
             {"unchanged", unchanged_},       {"changedSince", changedSince_},
             {"changes", std::move(changes)}, {"failures", jsonOfFailures(failures_)}};

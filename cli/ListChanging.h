@@ -19,6 +19,7 @@
 #include "ListChange.h"
 #include "LsCommand.h"
 #include "Outcome.h"
+#include "PlannedChange.h"
 
 /// Changes the lists of many items, one after the other.
 namespace morvane {
@@ -95,14 +96,6 @@ std::vector<ItemChange> changesOfText(const std::string& text, bool isNoted, Pro
 Outcome misusedChange(const std::string& problem);
 /// The outcome if the file that has the lists, or the script, could not be read.
 Outcome unreadChange(const std::string& problem);
-
-/// What a dry run would change of a list: the lines that would go, and those that would come, as
-/// lists are written to files. Neither are there if entries change places only.
-struct PlannedChange {
-    std::string path;
-    std::vector<std::string> removed;
-    std::vector<std::string> added;
-};
 
 /// Changes lists one after the other, notes each before, and tells what became of them.
 class ListChanging {
