@@ -38,9 +38,8 @@
  * types that may be used are those of NSXPCCoding.h. NSXPC_PROTOCOL() stands in the namespace of
  * the protocol; a host may declare protocols of its own.
  *
- * NSXPC_PROTOCOL() is compiled by each file that includes it, which takes as long as all else that
- * such a file needs. Where many files include a protocol, its header has
- * NSXPC_DECLARE_PROTOCOL(Clock) instead, and one source file
+ * Every file that includes NSXPC_PROTOCOL() compiles the proxy and the description anew. A header
+ * that many files include has NSXPC_DECLARE_PROTOCOL(Clock) instead, and one source file has
  * NSXPC_DEFINE_PROTOCOL(Clock, ClockMessages).
  */
 
@@ -316,11 +315,11 @@ std::shared_ptr<P> makeProxy(NSXPCProxyTarget target) {
 /// The proxy class and the run-time description of the protocol class P, from its messages.
 #define NSXPC_PROTOCOL(P, MESSAGES) NSXPC_IMPLEMENT_PROTOCOL(P, MESSAGES, inline)
 
-/// Declares both for the files that include the protocol's header. What stands behind P comes
-/// before each declaration, as an attribute that exports it.
+/// Declares both in a header. Whatever follows P, such as the attribute that exports them from a
+/// library, is put before each declaration.
 #define NSXPC_DECLARE_PROTOCOL(P, ...)            \
     __VA_ARGS__ NSXPC_PROTOCOL_DESCRIPTION_OF(P); \
     __VA_ARGS__ NSXPC_PROXY_OF(P, target);
 
-/// Defines them, in one source file.
+/// Defines in one source file what NSXPC_DECLARE_PROTOCOL(P) declares.
 #define NSXPC_DEFINE_PROTOCOL(P, MESSAGES) NSXPC_IMPLEMENT_PROTOCOL(P, MESSAGES, )
