@@ -11,12 +11,11 @@
 
 #include "AclCommand.h"
 #include "CheckCommand.h"
+#include "JsonDocument.h"
 #include "acl/AclTestSupport.h"
 
 namespace morvane {
 namespace {
-
-using UnorderedJson = nlohmann::json;
 
 std::shared_ptr<MVTreeNode> node(const char* name, std::int64_t state) {
     return MVTreeNode::treeNodeWithRepresentedObject(MVAclPermission::initWithName(name, 2, state));
@@ -90,21 +89,21 @@ TEST(AclCommand, NamesADeletedUserAndGroupByTheirIds) {
 }
 
 TEST(AclCommand, PrintsAJsonArrayOfObjectsWithAllKeys) {
-    const auto json = UnorderedJson::parse(
-        run({.path = "/x", .json = true}, {treeEntry(1, false)}).output)["entries"];
-    const UnorderedJson box = {{"name", "Read Data"},
-                               {"permission", 2},
-                               {"state", 1},
-                               {"settable", true},
-                               {"children", UnorderedJson::array()}};
-    const auto group = [](const char* name, int state, UnorderedJson children) {
-        return UnorderedJson{{"name", name},
-                             {"permission", 2},
-                             {"state", state},
-                             {"settable", true},
-                             {"children", std::move(children)}};
+    const auto json =
+        Json::parse(run({.path = "/x", .json = true}, {treeEntry(1, false)}).output)["entries"];
+    const Json box = {{"name", "Read Data"},
+                      {"permission", 2},
+                      {"state", 1},
+                      {"settable", true},
+                      {"children", Json::array()}};
+    const auto group = [](const char* name, int state, Json children) {
+        return Json{{"name", name},
+                    {"permission", 2},
+                    {"state", state},
+                    {"settable", true},
+                    {"children", std::move(children)}};
     };
-    EXPECT_EQ(json, UnorderedJson::array({UnorderedJson{
+    EXPECT_EQ(json, Json::array({Json{
                         {"identity", "everyone"},
                         {"uuid", uuidOfPosixIdentity(CBEveryone{}).UUIDString()},
                         {"isGroup", true},
@@ -116,16 +115,15 @@ TEST(AclCommand, PrintsAJsonArrayOfObjectsWithAllKeys) {
                         {"permissionGroup", 3},
                         {"applicableTo", "This item"},
                         {"canonicalScore", 0},
-                        {"permissions", UnorderedJson::array(
-                                            {group("Read", 1, UnorderedJson::array({box})),
-                                             group("Write", 0, UnorderedJson::array()),
-                                             group("Administration", 0, UnorderedJson::array())})},
+                        {"permissions", Json::array({group("Read", 1, Json::array({box})),
+                                                     group("Write", 0, Json::array()),
+                                                     group("Administration", 0, Json::array())})},
                     }}));
 }
 
 TEST(AclCommand, PrintsAnEmptyArrayForNoEntriesAndKnowsNothingOfTheItem) {
-    const auto json = UnorderedJson::parse(run({.path = "/x", .json = true}, {}).output);
-    EXPECT_EQ(json["entries"], UnorderedJson::array());
+    const auto json = Json::parse(run({.path = "/x", .json = true}, {}).output);
+    EXPECT_EQ(json["entries"], Json::array());
     EXPECT_EQ(json["item"]["path"], "/x");
     for (const auto* const key : {"kind", "storage", "mask", "defaultMask", "owner", "group"})
         EXPECT_TRUE(json["item"].at(key).is_null()) << key;
@@ -134,7 +132,7 @@ TEST(AclCommand, PrintsAnEmptyArrayForNoEntriesAndKnowsNothingOfTheItem) {
 TEST(AclCommand, ReplacesWhatIsNotUtf8InJson) {
     auto entry = treeEntry(1, false);
     entry->setApplicableTo("a\xff");
-    EXPECT_EQ(UnorderedJson::parse(
+    EXPECT_EQ(Json::parse(
                   run({.path = "/x", .json = true}, {entry}).output)["entries"][0]["applicableTo"],
               "a\xef\xbf\xbd");
 }
